@@ -1,0 +1,23 @@
+# Build options and what every target is compiled with.
+option(KEST_TESTS "Build the tests" ON)
+set(KEST_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefined or thread")
+
+find_program(KEST_CCACHE ccache)
+if(KEST_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KEST_CCACHE})
+endif()
+
+add_library(kest_flags INTERFACE)
+target_compile_options(kest_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+  -fno-omit-frame-pointer)
+target_link_options(kest_flags INTERFACE -Wl,--as-needed -Wl,-z,defs -Wl,-z,relro,-z,now)
+if(KEST_SANITIZE)
+  target_compile_options(kest_flags INTERFACE -fsanitize=${KEST_SANITIZE})
+  target_link_options(kest_flags INTERFACE -fsanitize=${KEST_SANITIZE})
+else()
+  target_compile_definitions(kest_flags INTERFACE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
+endif()
+if(KEST_SANITIZE MATCHES "undefined")
+  target_compile_options(kest_flags INTERFACE -fno-sanitize-recover=undefined)
+endif()

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Who a request comes from: the seam between the HTTP server, which reads headers, and the user and
+// session services, which judge them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <kest/types.h>
+
+namespace kestd {
+
+// What a request shows of itself. The views live as long as the call.
+struct Visitor {
+    std::string_view authorization; // value of "Authorization", empty when absent
+    std::string_view cookie;        // value of "Cookie", empty when absent
+    std::string_view remoteAddress; // numeric
+    bool isSecure = false;          // TLS
+    bool wantsCookie = false; // a browser (it accepts HTML), so that a session cookie makes sense
+};
+
+struct Admission {
+    enum class Verdict {
+        Granted,
+        Unauthorized, // 401 with `challenge`
+        Forbidden,    // 403
+        Unavailable,  // 503: no session can be made now
+    };
+    Verdict verdict = Verdict::Forbidden;
+    SCHANDLE session{};    // Granted only; valid until Leave
+    std::string user;      // for the access log; empty for none
+    std::string setCookie; // value of "Set-Cookie" to send, empty for none
+    std::string challenge; // value of "WWW-Authenticate"
+};
+
+class Doorkeeper {
+  public:
+    virtual ~Doorkeeper() = default;
+
+    // Judges a request and holds its session open. Thread-safe; may take the time of one password
+    // hash when the credentials are not in the cache.
+    virtual Admission Admit(const Visitor& visitor) = 0;
+    // The request is over: gives the hold on a granted session back.
+    virtual void Leave(SCHANDLE session) = 0;
+};
+
+} // namespace kestd

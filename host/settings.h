@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What an administrator can set, with its defaults. Filled from the registry and the command line,
+// read by the HTTP server. A reload hands the server a new copy.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kestd {
+
+// Bounds on what one client, or all of them, can take. Registry key 'Kest\Configuration\Server',
+// value names as given behind each member.
+struct Limits {
+    uint32_t connections = 10000;               // 'Connections'; one more gets 503
+    uint32_t workerThreads = 64;                // 'Worker Threads'; grown on demand up to this
+    uint32_t headBytes = 32 * 1024;             // 'Head Size'; more: 431 (414 for the target)
+    uint32_t targetBytes = 8 * 1024;            // 'Target Size'; more: 414
+    uint32_t xmlBodyBytes = 1024 * 1024;        // 'XML Body Size'; more: 413
+    uint64_t bodyBytes = 0;                     // 'Body Size', 0 = unlimited; more: 413
+    std::chrono::milliseconds headTime{15'000}; // 'Head Time': whole head; over: 408
+    std::chrono::milliseconds bodyIdleTime{
+        60'000}; // 'Body Idle Time': between two reads; over: 408
+    std::chrono::milliseconds sendStallTime{60'000}; // 'Send Stall Time': client takes nothing
+    std::chrono::milliseconds keepAliveTime{75'000}; // 'Keep-Alive Time': idle between requests
+    std::chrono::milliseconds shutdownTime{10'000};  // 'Shutdown Time': running requests may finish
+};
+
+struct ListenAddress {
+    std::string address; // numeric, IPv6 without brackets
+    uint16_t port = 0;   // 0 takes a free one
+    bool operator==(const ListenAddress&) const = default;
+};
+
+struct ServerSettings {
+    std::vector<ListenAddress> listen{{"127.0.0.1", 8080}}; // 'Listen'
+    std::string tlsCertificate; // 'TLS Certificate', PEM chain; empty: plain HTTP
+    std::string tlsKey;         // 'TLS Key', PEM
+    std::string publicUrl;      // 'Public URL', what clients see; empty: as asked
+    std::string realm = "Kest"; // 'Realm'
+    bool accessLog = true;      // 'Access Log', to standard error
+    std::string wharfDirectory; // 'Wharf Directory', served under /Wharf/
+    Limits limits;
+};
+
+} // namespace kestd

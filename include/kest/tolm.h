@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// libtolm.so: the component manager, and what the process that hosts it (not a component) uses to
+// set it up: built-in classes, the registry file, the log.
+#pragma once
+
+#include <kest/types.h>
+#include <kest/unknown.h>
+
+extern "C" {
+
+// Creates an object of `clazz` and asks it for `iid`. Classes registered by the process come first,
+// then those that the registry key 'Tolm\Classes\{…}' maps to a 'Library'; the library is loaded
+// and its class factory kept at the first use. `outer` must be null. On failure *out is null.
+// Callable from any thread; takes no lock once a class has been used. Failures: code 4 (null
+// argument), 2 (interface not offered), 11 (unknown class), 15 (library or entry point cannot be
+// loaded; logged once with class, library and reason), or what the factory returned.
+TALSTATUS TolmCreateInstance(const GUID* clazz, IUnknown* outer, const GUID* iid, void** out);
+
+// Makes a class of this process available to TolmCreateInstance. The manager takes a reference to
+// `factory`. Registering a class again replaces the factory; a null factory removes it. A removed
+// factory keeps the manager's reference until the process ends, since a creation may be using it.
+TALSTATUS TolmRegisterClassObject(const GUID* clazz, IClassFactory* factory);
+
+// Reads the registry file and makes it current in one step. On failure (syntax, a value of a type
+// that the registry cannot hold, an unreadable file) the registry stays as it was and `error` holds
+// one NUL-terminated line "FILE:LINE: reason", cut at `errorSize` bytes. Keys written by programs
+// later go back to this file. A null path means an empty registry that is never written.
+TALSTATUS TolmRegistryLoad(const char* path, char* error, UINT32 errorSize);
+
+// Sets a value that wins over the file's, survives TolmRegistryLoad and is never written back (what
+// the command line sets). `type` is a TALX_REG_TYPE; strings are wide with their terminator. A null
+// `data` takes the setting away again.
+TALSTATUS TolmRegistrySetOverride(const WCHAR* key, const WCHAR* name, UINT32 type,
+                                  const void* data, UINT32 size);
+
+// Where a value was set, as "FILE:LINE" or "the command line"; for messages. `length` is the room
+// on entry and the text's length on return. Fails with code 11 for a value that is not set.
+TALSTATUS TolmRegistryWhere(const WCHAR* key, const WCHAR* name, char* text, UINT32* length);
+
+// Calls `report` with a line "FILE:LINE: …" for every key and value of the file that nobody has
+// opened or read since it was loaded.
+void TolmRegistryReportUnread(void (*report)(const char* line, void* context), void* context);
+
+// Writes one line to the log (standard error): time, severity, `component`, `text`. Line breaks and
+// control characters in `text` are escaped. Severity 0 is information, 1 a warning, 2 an error.
+void TolmLog(UINT32 severity, const char* component, const char* text);
+
+} // extern "C"
+
+inline constexpr UINT32 kLogInfo = 0;
+inline constexpr UINT32 kLogWarning = 1;
+inline constexpr UINT32 kLogError = 2;
