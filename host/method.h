@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Request methods and their numbers.
+#pragma once
+
+#include <string_view>
+
+#include <kest/io.h>
+
+namespace kestd {
+
+// The number of a method token (compared with case, RFC 9110 section 9.1); KestMethodUnknown for a
+// method that the server does not know.
+UINT32 MethodNumber(std::string_view token) noexcept;
+
+} // namespace kestd
