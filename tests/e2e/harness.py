@@ -1,0 +1,451 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What every end-to-end test stands on: a real server over a fresh tree, and clients for it.
+
+A case starts with a TestServer (or shares its class's), talks to it with curl or raw sockets, and
+looks at the tree on disk. Every request that goes through here carries the running case's name in
+the header X-Test-Case, so that a server log or a packet trace can be read.
+"""
+
+import contextlib
+import hashlib
+import http.client
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+from urllib.parse import quote, unquote, urlsplit
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+KESTD = os.path.join(ROOT, "build", "release", "bin", "kestd")
+LOCATION = "/Ferro"
+
+# Where the test trees go. They need a file system on disk that can rename and hold sparse files.
+SCRATCH = os.environ.get("KEST_TEST_DIR") or None
+
+# How long anything may take that is not a figure under test. Generous: the machine may be busy.
+PATIENCE = 120
+
+current_case = "none"
+
+# Names that have broken servers: each becomes a file in the default tree.
+HOSTILE_NAMES = [
+    "plain.txt",
+    "with space.txt",
+    "100%.txt",
+    "a%20b.txt",
+    "semi;colon.txt",
+    "hash#question?.txt",
+    "amp&ersand.txt",
+    "quote'and\"quote.txt",
+    "less<greater>.txt",
+    "plus+equals=.txt",
+    "colon:at@.txt",
+    "brackets[]{}().txt",
+    "back\\slash.txt",
+    "tilde~caret^pipe|.txt",
+    "-leading-dash.txt",
+    ".dotfile",
+    "trailing.dot.",
+    "ünïcödé.txt",
+    "e\u0301 combining.txt",
+    "emoji \U0001f600\U0001f469\u200d\U0001f680.txt",
+    "שלום עולם.txt",
+    "\u202eright-to-left override.txt",
+    "日本語.txt",
+    "x" * 255,
+]
+
+
+class Failure(Exception):
+    """Something outside of what a case asserts went wrong."""
+
+
+def wait_for(condition, what, seconds=PATIENCE):
+    """Polls until condition() is true, and returns what it returned."""
+    end = time.monotonic() + seconds
+    pause = 0.005
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise Failure(f"waited {seconds} s in vain for {what}")
+        time.sleep(pause)
+        pause = min(pause * 1.5, 0.2)
+
+
+def pattern(size, seed=0):
+    """Bytes that differ at every offset that matters, the same for the same size and seed."""
+    block = hashlib.sha512(str(seed).encode()).digest()
+    unit = b"".join(hashlib.sha512(block + bytes([i & 255, i >> 8])).digest() for i in range(1024))
+    whole, rest = divmod(size, len(unit))
+    return unit * whole + unit[:rest]
+
+
+def url_path(*parts):
+    """Path of a request from unescaped names below the location."""
+    return LOCATION + "".join("/" + quote(part, safe="") for part in parts)
+
+
+class Tree:
+    """A fresh directory that goes away with all that is in it."""
+
+    def __init__(self, base=None):
+        self.path = tempfile.mkdtemp(prefix="kest-e2e-", dir=base or SCRATCH)
+
+    def __truediv__(self, name):
+        return os.path.join(self.path, name)
+
+    def write(self, name, data=b""):
+        path = self / name
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as out:
+            out.write(data if isinstance(data, bytes) else data.encode())
+        return path
+
+    def read(self, name):
+        with open(self / name, "rb") as file:
+            return file.read()
+
+    def fill_hostile(self):
+        for name in HOSTILE_NAMES:
+            self.write(name, name.encode())
+        return self
+
+    def leftovers(self):
+        """Files of unfinished uploads that the file store still keeps below this tree."""
+        found = []
+        for folder, _, files in os.walk(self / ".kest/tmp"):
+            found += [os.path.join(folder, name) for name in files]
+        return found
+
+    def remove(self):
+        # Cases may have taken permissions away.
+        for folder, _, _ in os.walk(self.path):
+            with contextlib.suppress(OSError):
+                os.chmod(folder, 0o700)
+        shutil.rmtree(self.path, ignore_errors=True)
+
+
+class TestServer:
+    """One kestd over one or more directories, from its ready line to its end.
+
+    volumes: {name: directory}. settings: text of registry tables that follow the defaults.
+    """
+
+    __test__ = False
+
+    def __init__(self, volumes, options=(), settings=None, env=None, wrapper=()):
+        self.volumes = dict(volumes)
+        self.state = tempfile.mkdtemp(prefix="kest-state-", dir=SCRATCH)
+        self.options = list(options)
+        self.settings = settings
+        self.env = dict(os.environ, **(env or {}))
+        self.wrapper = list(wrapper)
+        self.process = None
+        self.port = 0
+        self.scheme = "http"
+        self.log_path = os.path.join(self.state, "server.log")
+        self.start()
+
+    # -- life ---------------------------------------------------------------------------------
+
+    def command(self):
+        line = [*self.wrapper, KESTD, "serve", "--listen", "127.0.0.1:0",
+                "--state-dir", self.state, *self.options]
+        if self.settings is not None:
+            path = os.path.join(self.state, "test.toml")
+            with open(path, "w", encoding="utf-8") as out:
+                out.write(self.settings)
+            line += ["--config", path]
+        return line + [f"{name}={path}" for name, path in self.volumes.items()]
+
+    def start(self):
+        log = open(self.log_path, "ab")
+        self.process = subprocess.Popen(self.command(), stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=log, env=self.env)
+        log.close()
+        watchdog = threading.Timer(PATIENCE, self.process.kill)
+        watchdog.start()
+        line = self.process.stdout.readline().decode(errors="replace")
+        watchdog.cancel()
+        match = re.fullmatch(r"kestd: serving (https?)://(\[[^]]*\]|[^:/]+):(\d+)(/[^ ]*)/\n", line)
+        if not match:
+            self.process.kill()
+            self.process.wait()
+            self.process.stdout.close()
+            raise Failure(f"no ready line but {line!r}; log:\n{self.log()}")
+        self.scheme = match[1]
+        self.port = int(match[3])
+
+    def stop(self):
+        """Asks it to end and returns its exit status."""
+        if self.process is None:
+            return None
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+        try:
+            status = self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+            raise Failure(f"did not end after SIGTERM; log:\n{self.log()}") from None
+        finally:
+            self.process.stdout.close()
+            self.process = None
+        return status
+
+    def kill(self):
+        """Ends it as a power cut would, as far as a process can be."""
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+        self.process = None
+
+    def restart(self):
+        self.stop()
+        self.start()
+
+    def close(self):
+        try:
+            self.stop()
+        finally:
+            shutil.rmtree(self.state, ignore_errors=True)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def alive(self):
+        return self.process is not None and self.process.poll() is None
+
+    # -- what it looks like from outside ---------------------------------------------------------
+
+    def log(self):
+        with open(self.log_path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def memory_peak(self):
+        """The largest resident size so far, in bytes."""
+        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
+            for line in status:
+                if line.startswith("VmHWM:"):
+                    return int(line.split()[1]) * 1024
+        raise Failure("no VmHWM")
+
+    def memory_now(self):
+        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
+            for line in status:
+                if line.startswith("VmRSS:"):
+                    return int(line.split()[1]) * 1024
+        raise Failure("no VmRSS")
+
+    def threads(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/task"))
+
+    def open_files(self):
+        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+
+    def reset_memory_peak(self):
+        with open(f"/proc/{self.process.pid}/clear_refs", "w", encoding="ascii") as clear:
+            clear.write("5")
+
+    # -- requests --------------------------------------------------------------------------------
+
+    def base(self):
+        return f"{self.scheme}://127.0.0.1:{self.port}"
+
+    def url(self, *parts):
+        return self.base() + url_path(*parts)
+
+    def connect(self, timeout=PATIENCE):
+        sock = socket.create_connection(("127.0.0.1", self.port), timeout)
+        sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        return sock
+
+    def request(self, method, path, body=None, headers=None, timeout=PATIENCE):
+        """One request on its own connection; path is sent as given."""
+        client = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+        try:
+            return exchange(client, method, path, body, headers)
+        finally:
+            client.close()
+
+    def raw(self, data, timeout=PATIENCE):
+        """Sends bytes, and returns all that comes until the server closes."""
+        with self.connect(timeout) as sock:
+            sock.sendall(data)
+            return read_all(sock)
+
+
+class Reply:
+    """Status, headers (names in lower case; repeated ones joined) and body of a reply."""
+
+    def __init__(self, status, headers, body):
+        self.status = status
+        self.headers = headers
+        self.body = body
+
+    def __repr__(self):
+        return f"<{self.status} {self.headers} {self.body[:200]!r}>"
+
+
+def exchange(client, method, path, body=None, headers=None):
+    """One request on a connection that may be used again."""
+    client.putrequest(method, path, skip_accept_encoding=True)
+    client.putheader("X-Test-Case", current_case)
+    given = dict(headers or {})
+    names = {name.lower() for name in given}
+    if body is not None and not names & {"content-length", "transfer-encoding"}:
+        given["Content-Length"] = str(len(body))
+    for name, value in given.items():
+        client.putheader(name, value)
+    client.endheaders(body)
+    reply = client.getresponse()
+    data = reply.read()
+    fields = {}
+    for name, value in reply.getheaders():
+        name = name.lower()
+        fields[name] = f"{fields[name]}, {value}" if name in fields else value
+    return Reply(reply.status, fields, data)
+
+
+def read_all(sock):
+    parts = []
+    while True:
+        try:
+            part = sock.recv(65536)
+        except ConnectionResetError:
+            break
+        if not part:
+            break
+        parts.append(part)
+    return b"".join(parts)
+
+
+def head(method, path, port, *lines):
+    """The bytes of a request head for raw sockets."""
+    return "\r\n".join([f"{method} {path} HTTP/1.1", f"Host: 127.0.0.1:{port}",
+                        f"X-Test-Case: {current_case}", *lines, "", ""]).encode()
+
+
+class Curl:
+    """What one run of curl gave."""
+
+    def __init__(self, status, code, headers, out, err):
+        self.status = status  # HTTP status of the last reply, 0: none
+        self.code = code      # curl's exit status
+        self.headers = headers
+        self.out = out
+        self.err = err
+
+    def __repr__(self):
+        return f"<curl exit {self.code}, HTTP {self.status}: {self.err}>"
+
+
+def curl(*args, stdin=None, timeout=PATIENCE * 5):
+    """Runs curl; everything it prints or receives on standard output comes back in .out."""
+    with tempfile.NamedTemporaryFile(prefix="kest-head-", dir=SCRATCH) as heads:
+        line = ["curl", "--silent", "--show-error", "--globoff", "--path-as-is",
+                "--header", f"X-Test-Case: {current_case}", "--dump-header", heads.name, *args]
+        done = subprocess.run(line, input=stdin, stdin=None if stdin else subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout,
+                              check=False)
+        text = heads.read().decode("latin-1")
+    blocks = [block for block in text.split("\r\n\r\n") if block.startswith("HTTP/")]
+    status, fields = 0, {}
+    if blocks:
+        first, *rest = blocks[-1].split("\r\n")
+        status = int(first.split()[1])
+        for row in rest:
+            name, _, value = row.partition(":")
+            fields[name.lower()] = value.strip()
+    return Curl(status, done.returncode, fields, done.stdout, done.stderr.decode(errors="replace"))
+
+
+def run(*command, cwd=None, stdin=None, timeout=PATIENCE * 5, env=None):
+    """Runs a client program; returns exit status and everything that it printed."""
+    done = subprocess.run(command, cwd=cwd, input=stdin, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, timeout=timeout, check=False,
+                          env=dict(os.environ, **(env or {})))
+    return done.returncode, done.stdout.decode(errors="replace")
+
+
+def in_parallel(count, work):
+    """Calls work(0) … work(count - 1) at once, each on its thread; raises the first failure."""
+    results = [None] * count
+    failures = []
+
+    def call(i):
+        try:
+            results[i] = work(i)
+        except BaseException as error:  # handed to the caller's thread
+            failures.append(error)
+
+    threads = [threading.Thread(target=call, args=(i,), daemon=True) for i in range(count)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join(PATIENCE * 5)
+        if thread.is_alive():
+            raise Failure("a client hangs")
+    if failures:
+        raise failures[0]
+    return results
+
+
+class ServerCase(unittest.TestCase):
+    """Cases that share one server over one tree "docs"."""
+
+    options = ()
+    settings = None
+    hostile = False
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tree = Tree()
+        if cls.hostile:
+            cls.tree.fill_hostile()
+        try:
+            cls.server = TestServer({"docs": cls.tree.path}, cls.options, cls.settings)
+        except BaseException:
+            cls.tree.remove()
+            raise
+
+    @classmethod
+    def tearDownClass(cls):
+        try:
+            status = cls.server.stop()
+            log = cls.server.log()
+        finally:
+            cls.server.close()
+            cls.tree.remove()
+        if status != 0:
+            raise Failure(f"the server ended with {status}; log:\n{log[-4000:]}")
+
+    def tearDown(self):
+        self.assertTrue(self.server.alive(), "the server died; log:\n" + self.server.log()[-4000:])
+
+    def docs(self, *parts):
+        """URL of something in the volume, for curl."""
+        return self.server.url("docs", *parts)
+
+    def path(self, *parts):
+        """Request path of something in the volume."""
+        return url_path("docs", *parts)
+
+    def sha(self, data):
+        return hashlib.sha256(data).hexdigest()
+
+
+def plain_path(url):
+    """The unescaped path of an href."""
+    return unquote(urlsplit(url).path)

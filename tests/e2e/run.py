@@ -1,0 +1,110 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Runs the end-to-end tests.
+
+usage: run.py [--junit FILE] [--server KESTD] [NAME…]
+
+NAME picks modules, classes or cases as unittest does ("test_content", "test_content.Put.test_…").
+The exit status is not 0 when a case failed.
+"""
+
+import argparse
+import os
+import sys
+import time
+import unittest
+from xml.sax.saxutils import quoteattr
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, HERE)
+
+import harness  # noqa: E402
+
+
+class Report(unittest.TextTestResult):
+    """Keeps one row per case for the JUnit file, and tells each case's time."""
+
+    def __init__(self, *args, **kwargs):
+        super().__init__(*args, **kwargs)
+        self.rows = []
+        self._bad = False
+        self._began = 0.0
+
+    def getDescription(self, test):
+        return test.id()
+
+    def startTest(self, test):
+        self._began = time.monotonic()
+        self._bad = False
+        harness.current_case = test.id()
+        super().startTest(test)
+
+    def stopTest(self, test):
+        took = time.monotonic() - self._began
+        self.rows.append((test.id(), took, self._bad))
+        self.stream.writeln(f"        {took:.2f} s")
+        super().stopTest(test)
+
+    def _failed(self, test):
+        # A class or module that could not be set up is no case, but fails the run all the same.
+        if isinstance(test, unittest.TestCase):
+            self._bad = True
+        else:
+            self.rows.append((str(test), 0.0, True))
+
+    def addError(self, test, err):
+        self._failed(test)
+        super().addError(test, err)
+
+    def addFailure(self, test, err):
+        self._failed(test)
+        super().addFailure(test, err)
+
+    def addSubTest(self, test, subtest, err):
+        if err is not None:
+            self._failed(test)
+        super().addSubTest(test, subtest, err)
+
+    def addSkip(self, test, reason):
+        # Nothing is skipped here: what cannot run has failed.
+        self._failed(test)
+        super().addSkip(test, reason)
+
+
+def write_junit(path, rows):
+    bad = sum(1 for row in rows if row[2])
+    with open(path, "w", encoding="utf-8") as out:
+        out.write('<?xml version="1.0" encoding="UTF-8"?>\n')
+        out.write(f'<testsuite name="e2e" tests="{len(rows)}" failures="{bad}">\n')
+        for name, took, failed in rows:
+            mark = "><failure/></testcase>" if failed else "/>"
+            out.write(f'<testcase name={quoteattr(name)} time="{took:.3f}"{mark}\n')
+        out.write("</testsuite>\n")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--junit")
+    parser.add_argument("--server", help="the kestd to test (default: the release build)")
+    parser.add_argument("names", nargs="*")
+    args = parser.parse_args()
+    if args.server:
+        harness.KESTD = os.path.abspath(args.server)
+    if not os.access(harness.KESTD, os.X_OK):
+        print(f"run.py: there is no server at {harness.KESTD}", file=sys.stderr)
+        return 2
+    loader = unittest.TestLoader()
+    if args.names:
+        suite = loader.loadTestsFromNames(args.names)
+    else:
+        suite = loader.discover(HERE, pattern="test_*.py", top_level_dir=HERE)
+    runner = unittest.TextTestRunner(verbosity=2, resultclass=Report, stream=sys.stdout)
+    result = runner.run(suite)
+    if args.junit:
+        write_junit(args.junit, result.rows)
+    bad = sum(1 for row in result.rows if row[2])
+    return 1 if bad or not result.rows else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
