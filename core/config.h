@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Settings from the registry. No failure stops the module: each setting has a default.
+#pragma once
+
+#include "core/globals.h"
+
+inline constexpr UINT32 kDefaultBlockSize = 262144;
+inline constexpr UINT32 kSmallestBlockSize = 1024;
+inline constexpr UINT32 kLargestBlockSize = 524288;
+
+// Reads the settings and subscribes to configuration changes. Once, in stage two. Always 0.
+TALSTATUS GetGlobalConfiguration();
+
+// Sets g_RWBlockSize: bytes, kSmallestBlockSize to kLargestBlockSize, else the default.
+TALSTATUS GetReadWriteBlockSize();
+
+// Sets g_MonikerU and g_MonikerS. The text is used as stored; every user of it assumes a leading
+// "/" and no trailing one. Always 0.
+TALSTATUS GetTopLevelMoniker();
+
+// Takes over the settings that may change while the module runs: the moniker.
+void ProcessConfigChangeEvent();
+
+// Parses "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}" by position; separators and digits are not
+// checked. The text must hold 38 code units. Always 0.
+TALSTATUS RegistryKeyToGUID(const WCHAR* pFormatedKey, GUID* pClassId);
+
+// The value of a hexadecimal digit in either case; anything else gives a meaningless value.
+UINT8 WideCharToValue(WCHAR wChar);

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The subscription to the host's configuration-change events.
+#pragma once
+
+#include "core/globals.h"
+
+// Subscribes. A failure leaves the module without events and is not reported.
+void RegisterEventHandler();
+// Lets the event manager go. The subscription is the host's to end.
+void UnRegisterEventHandler();
+
+// QueryInterface of the handler; `self` may be null.
+TALSTATUS EventHandlerQueryInterface(IEventHandler* self, const GUID* iid, void** out);

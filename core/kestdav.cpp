@@ -1,0 +1,406 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Entry points, initialization, URI helpers, dispatcher, OPTIONS, PUT and MKCOL.
+#include "core/kestdav.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <optional>
+
+#include "core/cache.h"
+#include "core/config.h"
+#include "core/eventhandler.h"
+#include "core/factory.h"
+#include "core/lifecycle.h"
+#include "core/memory.h"
+#include "core/provider.h"
+#include "core/reply.h"
+#include "core/session.h"
+
+ITalpl* pITalpl;
+IKestUtil* g_pIKestUtil;
+UINT64 g_StartupTime;
+HANDLE g_hHandlerLock;
+LIST_ENTRY g_HandlerList;
+char g_szHost[257];
+char g_szKestLocation[257];
+
+pthread_mutex_t g_hModuleMutex = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<bool> g_bInitialized;
+std::atomic<bool> g_vtInitialized;
+bool g_bDavInitialized;
+TALSTATUS g_InitStatus;
+bool g_KestDavUnloading;
+
+// -- Entry points.
+
+extern "C" {
+
+__attribute__((visibility("default"))) int DllGetClassObject(const GUID* pClassID, const GUID* pIID,
+                                                             void** ppInterface)
+{
+    if (!g_bInitialized) {
+        const ModuleMutex lock;
+        if (!g_bInitialized) {
+            if (Failed(KestDavInitialization()))
+                std::fputs("KestDav -DllGetClassObject- Module initialization failed\n", stderr);
+            else
+                g_bInitialized = true;
+        }
+    }
+    if (!g_bInitialized)
+        return -1;
+    if (*pClassID != CLSID_KestDavHandler)
+        return 0; // kept: no failure, and the out pointer stays as it was
+    return Failed(FactoryQueryInterface(nullptr, pIID, ppInterface)) ? -1 : 0;
+}
+
+// Registration is the installer's work; both exist because hosts call them.
+__attribute__((visibility("default"))) int DllRegisterServer()
+{
+    return 0;
+}
+__attribute__((visibility("default"))) int DllUnregisterServer()
+{
+    return 0;
+}
+
+} // extern "C"
+
+// -- Initialization.
+
+namespace {
+
+// Stage one up to the first failure.
+TALSTATUS MakePlatform()
+{
+    Ref<ITalpl> platform;
+    if (const TALSTATUS status = Create(CLSID_HadranTalpl, platform); Code(status) != 0)
+        return status;
+    pITalpl = platform.Detach();
+    (void)pITalpl->TalxRegisterModuleName("KEST-DAV"); // the name is for diagnostics only
+    (void)pITalpl->TalxGetSystemTime(&g_StartupTime);
+    pITalpl->TalxInitializeListHead(&g_HandlerList);
+    return pITalpl->TalxAllocReadWriteLock(&g_hHandlerLock);
+}
+
+// Stage two without its mutex.
+TALSTATUS MakeServices()
+{
+    GetGlobalConfiguration();
+    if (const TALSTATUS status = KestDavSAInit(); Failed(status))
+        return status;
+    Ref<IKestUtil> util;
+    const TALSTATUS status = Create(CLSID_KestUtil, util);
+    if (Failed(status))
+        return status;
+    g_pIKestUtil = util.Detach();
+
+    pITalpl->TalxAcquireLockForWriteAccess(g_hHandlerLock, TRUE);
+    (void)InstantiateDavHandlers(); // without providers the module runs and resolves nothing
+    pITalpl->TalxReleaseReadWriteLock(g_hHandlerLock);
+    g_vtInitialized = true;
+    return status;
+}
+
+} // namespace
+
+TALSTATUS KestDavInitialization()
+{
+    if (g_bDavInitialized)
+        return g_InitStatus;
+    g_bDavInitialized = true;
+    if (const TALSTATUS status = MakePlatform(); Code(status) != 0) {
+        g_KestDavUnloading = true;
+        KestDavCleanup();
+        // An informational status is as final as a failure: the platform is gone.
+        g_InitStatus = Failed(status) ? status : TAL_STATUS_UNSUCCESSFUL;
+        return g_InitStatus;
+    }
+    g_IClassFactory.cReference = 0;
+    g_IClassFactory.cLock = 0;
+    (void)DavInitCacheBuffers(); // without a store every request asks the providers
+    g_InitStatus = TAL_STATUS_SUCCESS;
+    return g_InitStatus;
+}
+
+TALSTATUS KestDavCleanup()
+{
+    g_KestDavUnloading = true;
+    UnRegisterEventHandler();
+    DavCleanupCacheBuffers();
+    if (g_pIKestUtil)
+        g_pIKestUtil->Release();
+    g_pIKestUtil = nullptr;
+    if (pITalpl) {
+        if (g_hHandlerLock)
+            pITalpl->TalxDestroyReadWriteLock(g_hHandlerLock);
+        g_hHandlerLock = nullptr;
+        pITalpl->Release();
+    }
+    pITalpl = nullptr;
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS KestDavStageTwo()
+{
+    if (g_vtInitialized)
+        return TAL_STATUS_SUCCESS;
+    const ModuleMutex lock;
+    return g_vtInitialized ? TAL_STATUS_SUCCESS : MakeServices();
+}
+
+// -- URI helpers.
+
+UNICODE_STRING ProviderPath(const UNICODE_STRING& url)
+{
+    // A moniker that has changed since the host learnt it may be longer than the path.
+    const UINT16 cut = std::min(g_MonikerU.Length, url.Length);
+    return {static_cast<UINT16>(url.Length - cut),
+            static_cast<UINT16>(std::max(url.MaximumLength, url.Length) - cut),
+            url.Buffer + cut / sizeof(WCHAR)};
+}
+
+namespace {
+
+struct Escape {
+    WCHAR high;
+    WCHAR low;
+    WCHAR decoded;
+};
+constexpr Escape kEscapes[] = {
+    {u'2', u'0', u' '}, {u'2', u'1', u'!'}, {u'2', u'2', u'"'}, {u'2', u'3', u'#'},
+    {u'2', u'4', u'$'}, {u'2', u'5', u'%'}, {u'2', u'6', u'&'}, {u'2', u'7', u'\''},
+    {u'2', u'8', u'('}, {u'2', u'9', u')'}, {u'2', u'B', u'+'}, {u'2', u'C', u','},
+    {u'2', u'F', u'/'}, {u'3', u'A', u':'}, {u'3', u'B', u';'}, {u'4', u'0', u'@'},
+    {u'5', u'E', u'^'}, {u'6', u'0', u'`'},
+};
+
+// What the escape with these two digits stands for; null when it is left as it is.
+const Escape* FindEscape(WCHAR high, WCHAR low)
+{
+    const auto* found =
+        std::find_if(std::begin(kEscapes), std::end(kEscapes),
+                     [&](const Escape& e) { return e.high == high && e.low == low; });
+    return found == std::end(kEscapes) ? nullptr : found;
+}
+
+} // namespace
+
+TALSTATUS ConvertUriToDavStoreUri(UNICODE_STRING* pSrcU, UNICODE_STRING* pDavUriU)
+{
+    const WCHAR* in = pSrcU->Buffer;
+    const size_t units = pSrcU->Length / sizeof(WCHAR);
+    size_t out = 0;
+    for (size_t i = 0; i < units; ++i) {
+        WCHAR unit = in[i];
+        if (unit == u'%' && units - i > 2)
+            if (const Escape* escape = FindEscape(in[i + 1], in[i + 2])) {
+                unit = escape->decoded;
+                i += 2;
+            }
+        pDavUriU->Buffer[out++] = unit;
+    }
+    pDavUriU->Buffer[out] = 0;
+    pDavUriU->Length = static_cast<UINT16>(out * sizeof(WCHAR));
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ConvertPathUriToDavStoreUri(IKestIO_5* pKestIo, UNICODE_STRING* pDavUriU)
+{
+    UNICODE_STRING* url = nullptr;
+    if (const TALSTATUS status = pKestIo->GetUrl(nullptr, &url); Code(status) != 0)
+        return status;
+    UNICODE_STRING path = ProviderPath(*url);
+    return ConvertUriToDavStoreUri(&path, pDavUriU);
+}
+
+// -- Dispatcher.
+
+namespace {
+
+using MethodHandler = TALSTATUS (*)(SCHANDLE, UNICODE_STRING*, IKestIO_5*);
+
+TALSTATUS NotServed(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return Reply(pKestIo, 501, TAL_STATUS_SUCCESS);
+}
+
+TALSTATUS Refused(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return ReplyEmpty(pKestIo, 400, TAL_STATUS_NOT_SUPPORTED);
+}
+
+TALSTATUS Post(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
+{
+    return KestDavPost(pKestIo, hSession, pUrl);
+}
+
+// By method code; what is not in the table is refused.
+constexpr MethodHandler kHandlers[] = {
+    KestDavGet,       // 0
+    KestDavPut,       // 1
+    Post,             // 2
+    KestDavDelete,    // 3
+    NotServed,        // 4
+    KestDavOptions,   // 5
+    NotServed,        // 6
+    KestDavPropPatch, // 7
+    KestDavPropFind,  // 8
+    KestDavPropPatch, // 9
+    KestDavMkCol,     // 10
+    KestDavCopy,      // 11
+    KestDavMove,      // 12
+    KestDavLock,      // 13
+    KestDavUnlock,    // 14
+};
+
+MethodHandler FindHandler(UINT32 method)
+{
+    if (method == KestMethodHead)
+        return KestDavHead;
+    return method < std::size(kHandlers) ? kHandlers[method] : Refused;
+}
+
+constexpr UINT32 kTerminatorBytes = sizeof(WCHAR);
+
+// The largest even number of bytes that a counted string can name.
+constexpr UINT32 kLongestString = 0xFFFE;
+
+// Copies the host's path without one trailing "/". `path` gets `bytes` bytes of room at `buffer`,
+// of which the last code unit is kept for the terminator.
+UNICODE_STRING CopyPath(const UNICODE_STRING& from, WCHAR* buffer, UINT32 bytes)
+{
+    UNICODE_STRING path = {0, static_cast<UINT16>(std::min(bytes, kLongestString)), buffer};
+    pITalpl->TalxCopyUnicodeString(&path, &from);
+    path.Length = static_cast<UINT16>(std::min<UINT32>(path.Length, bytes - kTerminatorBytes) /
+                                      sizeof(WCHAR) * sizeof(WCHAR));
+    const size_t units = path.Length / sizeof(WCHAR);
+    if (units != 0 && buffer[units - 1] == u'/')
+        path.Length = static_cast<UINT16>((units - 1) * sizeof(WCHAR));
+    buffer[path.Length / sizeof(WCHAR)] = 0;
+    return path;
+}
+
+} // namespace
+
+TALSTATUS KestDavRequestHandler(IKestReq_2*, IKestIO_5* pKestIo, SCHANDLE hSession, UINT32 Method)
+{
+    if (!pKestIo)
+        return TAL_STATUS_INVALID_PARAMETER;
+    UNICODE_STRING* url = nullptr;
+    if (const TALSTATUS status = pKestIo->GetUrl(nullptr, &url); Code(status) != 0)
+        return ReplyMapped(pKestIo, status);
+
+    const UINT32 bytes = url->MaximumLength + kTerminatorBytes;
+    const Paged<WCHAR> buffer = AllocPaged<WCHAR>((bytes + 1) / sizeof(WCHAR));
+    if (!buffer)
+        return ReplyMapped(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
+    UNICODE_STRING path = CopyPath(*url, buffer.get(), bytes);
+
+    if (const TALSTATUS status = KestDavCreateSession(hSession); Failed(status))
+        return Reply(pKestIo, 405, status);
+    return FindHandler(Method)(hSession, &path, pKestIo);
+}
+
+TALSTATUS KestDavOptions(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    SetNoContent(pKestIo);
+    // Kept: the two lists differ; clients have learnt to read them as they are.
+    SetHeader(pKestIo, "Public",
+              "OPTIONS, TRACE, GET, HEAD, DELETE, PUT, POST, COPY, MOVE, MKCOL, PROPFIND, "
+              "PROPPATCH, LOCK, UNLOCK, SEARCH");
+    SetHeader(pKestIo, "Allow",
+              "OPTIONS, TRACE, GET, HEAD, DELETE, COPY, MOVE, PROPFIND, PROPPATCH, SEARCH, MKCOL, "
+              "LOCK, UNLOCK");
+    SetHeader(pKestIo, "DAV", "1, 2");
+    return pKestIo->SendHeader(200);
+}
+
+// -- PUT and MKCOL.
+
+namespace {
+
+// Writes the request's body to the resource, from offset 0. `stored` is set, and the status the
+// last write's, when the body ended; else the status says what stopped the transfer, which from the
+// host may be one that does not fail.
+TALSTATUS StoreBody(IKestIO_5* io, DavResource& resource, bool& stored)
+{
+    const TransferBuffer buffer = TransferBuffer::Allocate();
+    if (!buffer)
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    TALSTATUS last = TAL_STATUS_SUCCESS;
+    for (UINT64 offset = 0;;) {
+        UINT32 read = 0;
+        const TALSTATUS status =
+            io->ReadClientPayload(buffer.size, reinterpret_cast<UINT8*>(buffer.data.get()), &read);
+        if (Code(status) == kCodeEndOfFile) {
+            stored = true;
+            return last;
+        }
+        if (Code(status) != 0)
+            return status;
+        UINT32 written = 0;
+        last = resource.Write(offset, read, buffer.data.get(), &written);
+        if (Failed(last))
+            return last;
+        offset += written;
+    }
+}
+
+// Opens the resource for replacement and stores the body. The object is gone when this returns, so
+// that the provider has committed before the reply.
+TALSTATUS PutResource(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, bool& stored)
+{
+    const ProviderGuard providers;
+    KESTDAV_HANDLER* handler = nullptr;
+    if (const TALSTATUS status = DavUriToHandler(session, path, &handler); Failed(status))
+        return status;
+    DavResource resource;
+    if (const TALSTATUS status = resource.Open(*handler); Failed(status))
+        return status;
+    std::optional<RequestToken> token;
+    if (resource.Second())
+        token.emplace(io);
+    if (const TALSTATUS status = resource.Associate(session, TRUE, kAccessReplaceContent, 1, path,
+                                                    token ? token->Get() : nullptr);
+        Failed(status))
+        return status;
+    return StoreBody(io, resource, stored);
+}
+
+TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path)
+{
+    const ProviderGuard providers;
+    KESTDAV_HANDLER* handler = nullptr;
+    if (const TALSTATUS status = DavUriToHandler(session, path, &handler); Failed(status))
+        return status;
+    return DavNamespace(*handler).MkCol(session, nullptr, path); // kept: never a token
+}
+
+} // namespace
+
+TALSTATUS KestDavPut(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
+{
+    if (IsMonikerRoot(*pUrl))
+        return ReplyEmptyMapped(pKestIo, TAL_STATUS_ACCESS_DENIED);
+    UNICODE_STRING path = ProviderPath(*pUrl);
+    bool stored = false;
+    const TALSTATUS status = PutResource(hSession, &path, pKestIo, stored);
+    // Kept: 201 also when the resource existed.
+    return stored ? ReplyEmpty(pKestIo, 201, status) : ReplyEmptyMapped(pKestIo, status);
+}
+
+TALSTATUS KestDavMkCol(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
+{
+    if (IsMonikerRoot(*pUrl))
+        return ReplyMapped(pKestIo, TAL_STATUS_ACCESS_DENIED);
+    UNICODE_STRING path = ProviderPath(*pUrl);
+    const TALSTATUS status = MakeCollection(hSession, &path);
+    if (!Failed(status))
+        return Reply(pKestIo, 201, status);
+    if (Code(status) == kCodeObjectExists)
+        return Reply(pKestIo, 405, status);
+    return ReplyMapped(pKestIo, status);
+}

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Methods that this build does not serve yet.
+#include "core/kestdav.h"
+#include "core/reply.h"
+
+namespace {
+
+TALSTATUS NotBuilt(IKestIO_5* pKestIo)
+{
+    return ReplyEmpty(pKestIo, 501, TAL_STATUS_NOT_SUPPORTED);
+}
+
+} // namespace
+
+TALSTATUS KestDavPost(IKestIO_5* pKestIo, SCHANDLE, UNICODE_STRING*)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS KestDavPropFind(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS KestDavPropPatch(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS KestDavLock(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS KestDavUnlock(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS HTMLIndexRequest(IKestIO_5* pKestIo, SCHANDLE, UNICODE_STRING*)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS KestDavDelete(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS KestDavCopy(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return NotBuilt(pKestIo);
+}
+
+TALSTATUS KestDavMove(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
+{
+    return NotBuilt(pKestIo);
+}
