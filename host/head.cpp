@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/head.h"
+
+#include <cstring>
+#include <functional>
+#include <limits>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/http/basic_parser.hpp>
+
+#include "host/text.h"
+
+namespace kestd {
+
+namespace {
+
+namespace http = boost::beast::http;
+using boost::beast::string_view;
+using boost::system::error_code;
+
+// Collects views of what the parser finds. Only the head is fed to it, so that nothing of a body
+// ever gets here; the message's framing is judged elsewhere, more strictly than the parser does.
+class Collector final : public http::basic_parser<true> {
+  public:
+    Collector(std::string_view text, RequestHead& head) : text_(text), head_(head)
+    {
+        header_limit(std::numeric_limits<std::uint32_t>::max()); // bounded by whoever received it
+        body_limit(boost::none);
+    }
+
+  private:
+    static std::string_view View(string_view text) noexcept { return {text.data(), text.size()}; }
+
+    // A value that was joined from several lines lies in memory of the parser.
+    bool IsWithin(std::string_view part) const noexcept
+    {
+        const std::less<const char*> before;
+        return !before(part.data(), text_.data()) &&
+               !before(text_.data() + text_.size(), part.data() + part.size());
+    }
+
+    void on_request_impl(http::verb, string_view method, string_view target, int version,
+                         error_code&) override
+    {
+        head_.method = View(method);
+        head_.target = View(target);
+        head_.version = static_cast<unsigned>(version);
+    }
+    void on_field_impl(http::field, string_view name, string_view value, error_code& error) override
+    {
+        if (!value.empty() && !IsWithin(View(value))) {
+            error = http::error::bad_obs_fold;
+            return;
+        }
+        head_.fields.push_back({View(name), View(value)});
+    }
+    void on_response_impl(int, string_view, int, error_code&) override {}
+    void on_header_impl(error_code&) override {}
+    void on_body_init_impl(boost::optional<std::uint64_t> const&, error_code&) override {}
+    std::size_t on_body_impl(string_view body, error_code&) override { return body.size(); }
+    void on_chunk_header_impl(std::uint64_t, string_view, error_code&) override {}
+    std::size_t on_chunk_body_impl(std::uint64_t, string_view body, error_code&) override
+    {
+        return body.size();
+    }
+    void on_finish_impl(error_code&) override {}
+
+    std::string_view text_;
+    RequestHead& head_;
+};
+
+} // namespace
+
+const Field* RequestHead::Find(std::string_view name) const noexcept
+{
+    for (const Field& field : fields)
+        if (EqualsIgnoringCase(field.name, name))
+            return &field;
+    return nullptr;
+}
+
+size_t RequestHead::Count(std::string_view name) const noexcept
+{
+    size_t count = 0;
+    for (const Field& field : fields)
+        count += EqualsIgnoringCase(field.name, name);
+    return count;
+}
+
+bool RequestHead::HasToken(std::string_view name, std::string_view token) const noexcept
+{
+    for (const Field& field : fields) {
+        if (!EqualsIgnoringCase(field.name, name))
+            continue;
+        std::string_view list = field.value;
+        std::string_view element;
+        while (NextElement(list, element))
+            if (EqualsIgnoringCase(element, token))
+                return true;
+    }
+    return false;
+}
+
+size_t FindHeadEnd(std::string_view text, size_t& scanned) noexcept
+{
+    const size_t from = scanned > 3 ? scanned - 3 : 0; // the end may straddle two receives
+    if (text.size() >= from + 4) {
+        const void* at = memmem(text.data() + from, text.size() - from, "\r\n\r\n", 4);
+        if (at)
+            return static_cast<size_t>(static_cast<const char*>(at) - text.data()) + 4;
+    }
+    scanned = text.size();
+    return 0;
+}
+
+int ParseHead(std::string_view text, RequestHead& head)
+{
+    head.fields.clear();
+    Collector parser(text, head);
+    error_code error;
+    parser.put(boost::asio::const_buffer(text.data(), text.size()), error);
+    if (error == http::error::bad_version)
+        return 505;
+    if (error || !parser.is_header_done())
+        return 400;
+    if (head.version != 10 && head.version != 11)
+        return 505;
+    const size_t lines = text.find("\r\n") + 2;
+    head.lines = text.substr(lines, text.size() - lines - 2);
+    return 0;
+}
+
+} // namespace kestd

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Small ASCII helpers for header fields. Never locale-dependent.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace kestd {
+
+constexpr char Lower(char c) noexcept
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) noexcept
+{
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (Lower(a[i]) != Lower(b[i]))
+            return false;
+    return true;
+}
+
+constexpr bool IsDigit(char c) noexcept
+{
+    return c >= '0' && c <= '9';
+}
+
+// The value of a hexadecimal digit, -1 for anything else.
+constexpr int HexValue(char c) noexcept
+{
+    if (IsDigit(c))
+        return c - '0';
+    const char l = Lower(c);
+    return l >= 'a' && l <= 'f' ? l - 'a' + 10 : -1;
+}
+
+// Without blanks and tabs at both ends.
+constexpr std::string_view Trimmed(std::string_view text) noexcept
+{
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
+    return text;
+}
+
+// One or more digits and nothing else, within 63 bits (so that sums of two cannot wrap).
+constexpr bool ParseDecimal(std::string_view text, uint64_t& out) noexcept
+{
+    if (text.empty() || text.size() > 19)
+        return false;
+    uint64_t value = 0;
+    for (const char c : text) {
+        if (!IsDigit(c))
+            return false;
+        value = value * 10 + static_cast<uint64_t>(c - '0');
+    }
+    if (value > INT64_MAX)
+        return false;
+    out = value;
+    return true;
+}
+
+// Takes the next element off a comma-separated list (RFC 9110 section 5.6.1), trimmed. False at the
+// end.
+constexpr bool NextElement(std::string_view& list, std::string_view& element) noexcept
+{
+    while (!list.empty()) {
+        const size_t comma = list.find(',');
+        element = Trimmed(list.substr(0, comma));
+        list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);
+        if (!element.empty())
+            return true;
+    }
+    return false;
+}
+
+} // namespace kestd
