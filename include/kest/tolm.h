@@ -7,6 +7,7 @@
 #include <kest/types.h>
 #include <kest/unknown.h>
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Creates an object of `clazz` and asks it for `iid`. Classes registered by the process come first,
@@ -47,6 +48,7 @@ void TolmRegistryReportUnread(void (*report)(const char* line, void* context), v
 void TolmLog(UINT32 severity, const char* component, const char* text);
 
 } // extern "C"
+#pragma GCC visibility pop
 
 inline constexpr UINT32 kLogInfo = 0;
 inline constexpr UINT32 kLogWarning = 1;

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/caseless.h"
+
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
+#include <algorithm>
+
+namespace tolm {
+namespace {
+
+// The code units of the upper-cased text, one after the other.
+class UpperUnits {
+  public:
+    explicit UpperUnits(std::u16string_view text) noexcept
+        : at_(text.data()), end_(text.data() + text.size())
+    {
+    }
+
+    WCHAR Next() noexcept
+    {
+        const WCHAR unit = *at_++;
+        if (second_) {
+            second_ = false;
+            return low_;
+        }
+        if (!U16_IS_SURROGATE(unit))
+            return static_cast<WCHAR>(Upper(unit));
+        if (!U16_IS_SURROGATE_LEAD(unit) || at_ == end_ || !U16_IS_TRAIL(*at_))
+            return unit;
+        const UChar32 pair = U16_GET_SUPPLEMENTARY(unit, *at_);
+        const UChar32 upper = Upper(pair);
+        const UChar32 kept = upper > 0xFFFF ? upper : pair;
+        low_ = U16_TRAIL(kept);
+        second_ = true;
+        return U16_LEAD(kept);
+    }
+
+  private:
+    const WCHAR* at_;
+    const WCHAR* end_;
+    WCHAR low_ = 0;
+    bool second_ = false; // low_ stands for the unit at at_
+};
+
+// The next code point of 8-bit text, upper-cased.
+UChar32 NextUpper(std::string_view text, std::size_t& at) noexcept
+{
+    const auto byte = static_cast<UINT8>(text[at]);
+    if (byte < 0x80) {
+        ++at;
+        return Upper(byte);
+    }
+    std::size_t next = at;
+    const UChar32 c = NextCodePoint(text, next);
+    if (c < 0) {
+        ++at;
+        return 0x110000 + byte;
+    }
+    at = next;
+    return Upper(c);
+}
+
+} // namespace
+
+UChar32 NextCodePoint(std::string_view text, std::size_t& at) noexcept
+{
+    UChar32 c = 0;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion" // inside the library's macro
+    U8_NEXT(text.data(), at, text.size(), c);
+#pragma GCC diagnostic pop
+    return c;
+}
+
+void UpperInPlace(WCHAR* text, std::size_t units) noexcept
+{
+    UpperUnits upper({text, units});
+    for (std::size_t i = 0; i < units; ++i)
+        text[i] = upper.Next();
+}
+
+std::u16string Folded(std::u16string_view text)
+{
+    std::u16string folded(text);
+    UpperInPlace(folded.data(), folded.size());
+    return folded;
+}
+
+int CompareIgnoringCase(std::u16string_view a, std::u16string_view b) noexcept
+{
+    const std::size_t common = std::min(a.size(), b.size());
+    UpperUnits ua(a);
+    UpperUnits ub(b);
+    for (std::size_t i = 0; i < common; ++i) {
+        const WCHAR ca = ua.Next();
+        const WCHAR cb = ub.Next();
+        if (ca != cb)
+            return ca < cb ? -1 : 1;
+    }
+    return a.size() == b.size() ? 0 : a.size() < b.size() ? -1 : 1;
+}
+
+int CompareIgnoringCase(std::string_view a, std::string_view b) noexcept
+{
+    std::size_t ia = 0;
+    std::size_t ib = 0;
+    while (ia < a.size() && ib < b.size()) {
+        const UChar32 ca = NextUpper(a, ia);
+        const UChar32 cb = NextUpper(b, ib);
+        if (ca != cb)
+            return ca < cb ? -1 : 1;
+    }
+    const bool doneA = ia == a.size();
+    const bool doneB = ib == b.size();
+    return doneA == doneB ? 0 : doneA ? -1 : 1;
+}
+
+} // namespace tolm

@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/registry.h"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include <kest/tolm.h>
+
+#include "platform/caseless.h"
+#include "platform/file_io.h"
+#include "platform/internal.h"
+#include "platform/registry_edit.h"
+
+namespace tolm {
+namespace {
+
+std::string ErrorText(int error)
+{
+    return std::generic_category().message(error);
+}
+
+// What was read before a change counts as read after it.
+void CarryUsage(const RegistryTree& from, RegistryTree& to)
+{
+    for (RegistryKey& key : to.keys) {
+        const RegistryKey* old = from.Find(Folded(key.path));
+        if (!old)
+            continue;
+        key.usage = old->usage;
+        for (RegistryValue& value : key.values)
+            if (const RegistryValue* before = old->Find(value.folded))
+                value.usage = before->usage;
+    }
+}
+
+} // namespace
+
+Registry& Registry::Get() noexcept
+{
+    static Registry* const registry = new Registry; // outlives every thread
+    return *registry;
+}
+
+std::shared_ptr<const RegistryTree> Registry::Current() const
+{
+    const std::lock_guard lock(current_);
+    return tree_;
+}
+
+std::string Registry::Label() const
+{
+    const std::lock_guard lock(writer_);
+    return label_;
+}
+
+void Registry::Publish()
+{
+    auto tree = std::make_shared<RegistryTree>(file_);
+    for (const Override& override : overrides_) {
+        RegistryKey& key = tree->Ensure(override.key);
+        const auto same = [&](const RegistryValue& v) { return v.folded == override.value.folded; };
+        const auto place = std::find_if(key.values.begin(), key.values.end(), same);
+        if (place == key.values.end()) {
+            key.values.push_back(override.value);
+            continue;
+        }
+        const std::shared_ptr<Usage> usage = place->usage;
+        *place = override.value;
+        place->usage = usage;
+    }
+    const std::lock_guard lock(current_);
+    tree_ = std::move(tree);
+}
+
+TALSTATUS Registry::Load(const char* path, std::string& error)
+{
+    RegistryTree tree;
+    std::string text;
+    std::string resolved;
+    const std::string label = path ? path : "";
+    if (path) {
+        char* real = realpath(path, nullptr);
+        const int cause = real ? ReadWholeFile(real, text, tree.lastWrite) : errno;
+        resolved = real ? real : "";
+        free(real);
+        if (cause != 0) {
+            error = label + ": cannot be read: " + ErrorText(cause);
+            return Fail(cause == ENOENT ? kCodeNotFound : kCodeOpenFailed);
+        }
+        if (!ParseRegistry(text, label, tree, error))
+            return Fail(kCodeInvalidRequest);
+    }
+    const std::lock_guard lock(writer_);
+    label_ = label;
+    path_ = resolved;
+    text_ = std::move(text);
+    file_ = std::move(tree);
+    Publish();
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Registry::SetOverride(std::u16string_view key, std::u16string_view name, UINT32 type,
+                                const void* data, UINT32 size)
+{
+    RegistryValue value;
+    value.name = name;
+    value.folded = Folded(name);
+    value.type = type;
+    value.isOverride = true;
+    if (data)
+        value.data.assign(static_cast<const UINT8*>(data), static_cast<const UINT8*>(data) + size);
+    const std::u16string folded = Folded(key);
+    const std::lock_guard lock(writer_);
+    std::vector<Override> before = overrides_;
+    std::erase_if(overrides_, [&](const Override& o) {
+        return o.value.folded == value.folded && Folded(o.key) == folded;
+    });
+    try {
+        if (data)
+            overrides_.push_back({std::u16string(key), std::move(value)});
+        Publish();
+    } catch (...) {
+        overrides_ = std::move(before);
+        throw;
+    }
+    return TAL_STATUS_SUCCESS;
+}
+
+// `edit` returns the new text of the file.
+template <class Edit> TALSTATUS Registry::Change(Edit&& edit)
+{
+    std::string text = edit();
+    if (text == text_)
+        return TAL_STATUS_SUCCESS;
+    RegistryTree tree;
+    std::string error;
+    if (!ParseRegistry(text, label_, tree, error)) {
+        TolmLog(kLogError, "registry", ("a change was refused: " + error).c_str());
+        return Fail(kCodeInvalidRequest);
+    }
+    CarryUsage(file_, tree);
+    std::string onDisk;
+    if (!path_.empty()) {
+        // Somebody may have edited the file and not yet asked for it to be read again.
+        int cause = ReadWholeFile(path_, onDisk, tree.lastWrite);
+        if (cause == 0 && onDisk != text_) {
+            TolmLog(kLogError, "registry",
+                    (label_ + " was edited since it was read; reload it before it is written to")
+                        .c_str());
+            return Fail(kCodeConflict);
+        }
+        if (cause == 0)
+            cause = ReplaceFile(path_, text);
+        if (cause != 0) {
+            TolmLog(kLogError, "registry",
+                    (label_ + " cannot be written: " + ErrorText(cause)).c_str());
+            return Fail(cause == ENOSPC || cause == EDQUOT  ? kCodeStorageFull
+                        : cause == EACCES || cause == EPERM ? kCodeAccessDenied
+                                                            : kCodeUnsuccessful);
+        }
+        ReadWholeFile(path_, onDisk, tree.lastWrite); // for the time; the text is known
+    }
+    text_ = std::move(text);
+    file_ = std::move(tree);
+    Publish();
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Registry::CreateKey(std::u16string_view path)
+{
+    const std::lock_guard lock(writer_);
+    if (Current()->Find(Folded(path)))
+        return TAL_STATUS_SUCCESS;
+    return Change([&] { return WithKey(text_, path); });
+}
+
+TALSTATUS Registry::DeleteKey(std::u16string_view path)
+{
+    const std::lock_guard lock(writer_);
+    if (!file_.Find(Folded(path)))
+        return Fail(Current()->Find(Folded(path)) ? kCodeAccessDenied : kCodeNotFound);
+    return Change([&] { return WithoutKey(text_, file_, path); });
+}
+
+TALSTATUS Registry::SetValue(std::u16string_view key, std::u16string_view name, UINT32 type,
+                             const void* data, UINT32 size)
+{
+    const std::lock_guard lock(writer_);
+    return Change([&] { return WithValue(text_, file_, key, name, type, data, size); });
+}
+
+TALSTATUS Registry::DeleteValue(std::u16string_view key, std::u16string_view name)
+{
+    const std::lock_guard lock(writer_);
+    const RegistryKey* found = file_.Find(Folded(key));
+    if (!found || !found->Find(Folded(name))) {
+        const RegistryKey* current = Current()->Find(Folded(key));
+        const bool isOverride = current && current->Find(Folded(name));
+        return Fail(isOverride ? kCodeAccessDenied : kCodeNotFound);
+    }
+    return Change([&] { return WithoutValue(text_, file_, key, name); });
+}
+
+std::u16string ReadRegistryString(const std::u16string& foldedKey, std::u16string_view foldedName)
+{
+    const auto tree = Registry::Get().Current();
+    const RegistryKey* key = tree->Find(foldedKey);
+    const RegistryValue* value = key ? key->Find(foldedName) : nullptr;
+    if (!value || value->type != TALX_REG_SZ || value->data.size() < sizeof(WCHAR))
+        return {};
+    key->usage->Mark();
+    value->usage->Mark();
+    std::u16string text(value->data.size() / sizeof(WCHAR) - 1, u'\0');
+    std::memcpy(text.data(), value->data.data(), text.size() * sizeof(WCHAR));
+    return text;
+}
+
+} // namespace tolm
