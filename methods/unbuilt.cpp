@@ -38,11 +38,6 @@ TALSTATUS KestDavUnlock(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
     return NotBuilt(pKestIo);
 }
 
-TALSTATUS HTMLIndexRequest(IKestIO_5* pKestIo, SCHANDLE, UNICODE_STRING*)
-{
-    return NotBuilt(pKestIo);
-}
-
 TALSTATUS KestDavDelete(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
 {
     return NotBuilt(pKestIo);

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "index/listing.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/kestdav.h"
+#include "core/provider.h"
+#include "index/filter.h"
+#include "index/nodes.h"
+#include "index/page.h"
+
+namespace {
+
+// A collection's children, one record at a time, through a buffer of the caller's.
+class Children {
+  public:
+    Children(DavCollection& collection, char* buffer) : collection_(collection), buffer_(buffer) {}
+
+    // The next child, whose name is cut where the buffer ends; null at the end or at a failure.
+    const DAV_COMMON_ENUM* Next()
+    {
+        auto* record = reinterpret_cast<DAV_COMMON_ENUM*>(buffer_);
+        UINT32 size = kIndexBuffer;
+        const TALSTATUS status = first_ ? collection_.GetFirstChild(&size, record)
+                                        : collection_.GetNextChild(&size, record);
+        first_ = false;
+        return Failed(status) ? nullptr : Bounded(record, buffer_);
+    }
+
+    static const DAV_COMMON_ENUM* Bounded(DAV_COMMON_ENUM* record, const char* buffer)
+    {
+        const auto nameAt =
+            static_cast<UINT32>(reinterpret_cast<const char*>(record->DisplayName) - buffer);
+        record->DisplayNameLength =
+            std::min(record->DisplayNameLength, kIndexBuffer - nameAt) & ~1U;
+        return record;
+    }
+
+  private:
+    DavCollection& collection_;
+    char* buffer_;
+    bool first_ = true;
+};
+
+// The deleted children that a provider still keeps, in the same way.
+class DeletedChildren {
+  public:
+    DeletedChildren(IKestDAVCollection2* collection, SCHANDLE session, char* buffer)
+        : collection_(collection), session_(session), buffer_(buffer)
+    {
+    }
+
+    const DAV_DELETED_ENTRY* Next()
+    {
+        UINT32 size = kIndexBuffer;
+        const TALSTATUS status =
+            collection_->IoctlRequest(session_, code_, 0, nullptr, &size, buffer_);
+        code_ = kIoctlNextDeletedChild;
+        if (Failed(status))
+            return nullptr;
+        auto* record = reinterpret_cast<DAV_DELETED_ENTRY*>(buffer_);
+        Children::Bounded(&record->Enum, buffer_);
+        return record;
+    }
+
+  private:
+    IKestDAVCollection2* collection_;
+    SCHANDLE session_;
+    char* buffer_;
+    UINT32 code_ = kIoctlFirstDeletedChild;
+};
+
+// Everything that one listing gathers. Each group is sorted for itself.
+class Listing {
+  public:
+    Listing(NodeContext* context, char* buffer) : context_(context), buffer_(buffer) {}
+
+    void GatherRoots();
+    TALSTATUS GatherCollection();
+    void Write();
+    UINT32 Count() const { return count_; }
+
+  private:
+    void Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot);
+    void GatherDeleted(IKestDAVCollection2* collection);
+
+    NodeContext* context_;
+    char* buffer_;
+    NodeList folders_;
+    NodeList files_;
+    NodeList deleted_;
+    UINT32 count_ = 0;
+};
+
+void Listing::Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot)
+{
+    if (fileMatchesFilter(context_->dHead->filter, record) == 0)
+        return;
+    ++count_;
+    SortNode* node = nullptr;
+    if (Failed(newSortNode(context_, record, deleted, isRoot, &node)))
+        return; // left out, but counted
+    if (deleted != 0)
+        deleted_.Append(node);
+    else
+        (record.Type == Collection ? folders_ : files_).Append(node);
+}
+
+// The roots of all providers. One that cannot be opened is skipped.
+void Listing::GatherRoots()
+{
+    WCHAR slash[] = u"/";
+    UNICODE_STRING root = {sizeof(WCHAR), sizeof(slash), slash};
+    for (LIST_ENTRY* link = g_HandlerList.Flink; link != &g_HandlerList; link = link->Flink) {
+        const auto* handler = reinterpret_cast<const KESTDAV_HANDLER*>(
+            reinterpret_cast<const char*>(link) - offsetof(KESTDAV_HANDLER, ListLink));
+        if (handler->pIKestDav2 == nullptr)
+            continue;
+        DavCollection collection;
+        if (Failed(collection.Open(*handler)) ||
+            Failed(collection.Associate(context_->hSession, &root, nullptr)))
+            continue;
+        Children children(collection, buffer_);
+        while (const DAV_COMMON_ENUM* record = children.Next())
+            Add(*record, 0, true);
+    }
+}
+
+TALSTATUS Listing::GatherCollection()
+{
+    StoreUri uri;
+    if (const TALSTATUS status = uri.Convert(context_->pKestIo, context_->indexXml);
+        Code(status) != 0)
+        return status;
+    DAV_TYPE type = Collection;
+    KESTDAV_HANDLER* handler = nullptr;
+    if (const TALSTATUS status =
+            ResolveUriToHandler(context_->hSession, uri.Get(), &type, &handler);
+        Failed(status))
+        return status;
+    DavCollection collection;
+    if (const TALSTATUS status = collection.Open(*handler); Failed(status))
+        return status;
+    if (const TALSTATUS status = collection.Associate(context_->hSession, uri.Get(), nullptr);
+        Failed(status))
+        return status;
+
+    Children children(collection, buffer_);
+    while (const DAV_COMMON_ENUM* record = children.Next())
+        Add(*record, 0, false);
+    if (collection.Second() != nullptr && (context_->flags & kShowDeleted) != 0)
+        GatherDeleted(collection.Second());
+    return TAL_STATUS_SUCCESS;
+}
+
+void Listing::GatherDeleted(IKestDAVCollection2* collection)
+{
+    DeletedChildren children(collection, context_->hSession, buffer_);
+    while (const DAV_DELETED_ENTRY* record = children.Next())
+        Add(record->Enum, record->FileID, false);
+}
+
+// Folders come first in an ascending list and last in a descending one.
+void Listing::Write()
+{
+    NodeList* groups[] = {&folders_, &files_, &deleted_};
+    if ((context_->flags & kSortDescending) != 0)
+        std::swap(groups[0], groups[2]);
+    context_->fileSeq = 0;
+    for (NodeList* group : groups)
+        writeNodesHTML(SortNodes(group->Take(), context_->flags));
+}
+
+} // namespace
+
+TALSTATUS StoreUri::Convert(IKestIO_5* pKestIo, bool indexXml)
+{
+    UNICODE_STRING* url = nullptr;
+    if (const TALSTATUS status = pKestIo->GetUrl(nullptr, &url); Code(status) != 0)
+        return status;
+    const size_t units = url->Length / sizeof(WCHAR);
+    buffer_ = AllocPaged<WCHAR>(units + 1);
+    if (!buffer_)
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    const auto room = static_cast<UINT16>(std::min<size_t>((units + 1) * sizeof(WCHAR), 0xFFFE));
+    uri_ = {0, room, buffer_.get()};
+    if (const TALSTATUS status = ConvertPathUriToDavStoreUri(pKestIo, &uri_); Code(status) != 0)
+        return status;
+
+    // Providers take paths without a trailing "/".
+    if (uri_.Length > sizeof(WCHAR) && uri_.Buffer[uri_.Length / sizeof(WCHAR) - 1] == u'/')
+        uri_.Length = static_cast<UINT16>(uri_.Length - sizeof(WCHAR));
+    if (indexXml)
+        uri_.Length = static_cast<UINT16>(
+            uri_.Length - std::min<size_t>(uri_.Length, kIndexXmlUnits * sizeof(WCHAR)));
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS HTMLIndexListFiles(NodeContext* nodeContext, const UNICODE_STRING* pUrl)
+{
+    const Paged<char> buffer = AllocPaged<char>(kIndexBuffer);
+    if (!buffer)
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+
+    Listing listing(nodeContext, buffer.get());
+    TALSTATUS status = TAL_STATUS_SUCCESS;
+    {
+        const ProviderGuard providers; // not held while the page is written
+        if (IsMonikerRoot(*pUrl))
+            listing.GatherRoots();
+        else
+            status = listing.GatherCollection();
+    }
+    if (Failed(status))
+        (void)returnErrorHTML(nodeContext->pKestIo, status); // without its template: nothing
+    listing.Write();
+    nodeContext->dHead->numberOfFiles = listing.Count();
+    return status;
+}

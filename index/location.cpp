@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The server-side location of a folder, as its provider reports it.
+#include <cstdio>
+#include <cstring>
+
+#include "core/kestdav.h"
+#include "core/memory.h"
+#include "core/provider.h"
+#include "core/reply.h"
+#include "index/context.h"
+#include "index/identity.h"
+#include "index/listing.h"
+#include "index/text.h"
+
+namespace {
+
+constexpr size_t kAddressAt = offsetof(DAV_REVERSE_LOOKUP, Sockaddr) + 4; // IPv4
+constexpr size_t kPathAt = offsetof(DAV_REVERSE_LOOKUP, DirPath);
+
+// VOL1\users\bob becomes VOL1:users/bob, a leading separator a leading colon.
+void ToVolumeForm(char* path)
+{
+    for (char* c = path; *c != '\0'; ++c)
+        if (*c == '\\')
+            *c = '/';
+    if (char* first = std::strchr(path, '/'))
+        *first = ':';
+}
+
+void PutLocation(IKestIO_5* io, const char* record, UINT32 used, char* text)
+{
+    const auto* address = reinterpret_cast<const UINT8*>(record + kAddressAt);
+    char server[20];
+    (void)std::snprintf(server, sizeof(server), "%u.%u.%u.%u:", address[0], address[1], address[2],
+                        address[3]);
+    Put(io, server);
+
+    // The path ends at its terminator, at the latest where the provider's answer ends.
+    const auto* path = reinterpret_cast<const WCHAR*>(record + kPathAt);
+    const size_t most = used > kPathAt ? (used - kPathAt) / sizeof(WCHAR) : 0;
+    size_t units = 0;
+    while (units < most && path[units] != 0)
+        ++units;
+    WideToUtf8Cut(path, units, text, kIndexBuffer);
+    ToVolumeForm(text);
+    Put(io, text);
+}
+
+// The caller holds g_hHandlerLock.
+TALSTATUS PutLocationOf(IKestIO_5* io, SCHANDLE session, UNICODE_STRING* uri)
+{
+    const Paged<char> record = AllocPaged<char>(kIndexBuffer);
+    const Paged<char> text = AllocPaged<char>(kIndexBuffer);
+    if (!record || !text)
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+
+    DAV_TYPE type = Collection;
+    KESTDAV_HANDLER* handler = nullptr;
+    if (const TALSTATUS status = ResolveUriToHandler(session, uri, &type, &handler); Failed(status))
+        return status;
+    if (handler->pIKestDav2 == nullptr)
+        return TAL_STATUS_NOT_SUPPORTED;
+    DavCollection collection;
+    if (const TALSTATUS status = collection.Open(*handler); Failed(status))
+        return status;
+    if (const TALSTATUS status = collection.Associate(session, uri, nullptr); Failed(status))
+        return status;
+
+    // What a short answer leaves open reads as zero.
+    std::memset(record.get(), 0, kIndexBuffer);
+    UINT32 size = kIndexBuffer;
+    const TALSTATUS status = collection.Second()->IoctlRequest(session, kIoctlReverseLookup, 0,
+                                                               nullptr, &size, record.get());
+    if (Failed(status))
+        return status;
+    PutLocation(io, record.get(), kIndexBuffer, text.get());
+    return status;
+}
+
+} // namespace
+
+TALSTATUS ReverseLookup(IKestIO_5* pKestIo, SCHANDLE hSession, bool indexXml)
+{
+    const ProviderGuard providers;
+    StoreUri uri;
+    if (const TALSTATUS status = uri.Convert(pKestIo, indexXml); Code(status) != 0)
+        return status;
+    return PutLocationOf(pKestIo, hSession, uri.Get());
+}
+
+TALSTATUS ReverseLookupProvider(IKestIO_5* pKestIo, SCHANDLE hSession,
+                                const DAV_COMMON_ENUM& resInfo)
+{
+    const ProviderGuard providers;
+    WCHAR buffer[1 + kIndexBuffer / sizeof(WCHAR)]; // a listed name is shorter than its record
+    buffer[0] = u'/';
+    std::memcpy(buffer + 1, resInfo.DisplayName, resInfo.DisplayNameLength);
+    const auto length = static_cast<UINT16>(sizeof(WCHAR) + resInfo.DisplayNameLength);
+    UNICODE_STRING uri = {length, length, buffer};
+    return PutLocationOf(pKestIo, hSession, &uri);
+}

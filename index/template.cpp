@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "index/template.h"
+
+#include <algorithm>
+#include <atomic>
+#include <strings.h>
+
+namespace {
+
+constexpr char kNotConfigured[] = "/";
+constexpr char kUnusable[] = "c:\\"; // kept: no such directory exists, so no template is found
+
+// The first directory that was read. Whoever comes first fills it; others who read it meanwhile go
+// on with what they read themselves, which is the same.
+char g_TemplateDir[kTemplateDirBytes];
+enum class Fill { kEmpty, kFilling, kFilled };
+std::atomic<Fill> g_templateDirFill{Fill::kEmpty};
+
+constexpr UINT32 kValueBytes = 536;
+
+// Reads the registry value; null when it cannot be had. `units` does not count its terminator.
+const WCHAR* QueryTemplateDir(char* buffer, UINT32& units)
+{
+    HANDLE key = nullptr;
+    if (Code(pITalpl->TalxOpenKey(u"Kest\\Configuration\\KestDav", TALX_KEY_READ, &key)) != 0)
+        return nullptr;
+    UINT32 resultLength = 0;
+    const TALSTATUS status =
+        pITalpl->TalxQueryValueKey(key, u"Template Directory", buffer, kValueBytes, &resultLength);
+    (void)pITalpl->TalxCloseKey(key);
+
+    const auto* info = reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(buffer);
+    if (Code(status) != 0 || info->ValueOffset > kValueBytes ||
+        info->ValueLength > kValueBytes - info->ValueOffset)
+        return nullptr;
+    const auto* value = reinterpret_cast<const WCHAR*>(buffer + info->ValueOffset);
+    units = info->ValueLength / sizeof(WCHAR);
+    while (units > 0 && value[units - 1] == 0)
+        --units;
+    return value;
+}
+
+} // namespace
+
+TALSTATUS GetTemplateDir(char* directory)
+{
+    alignas(TALX_KEY_VALUE_INFORMATION) char buffer[kValueBytes];
+    UINT32 units = 0;
+    const WCHAR* value = QueryTemplateDir(buffer, units);
+    if (value == nullptr) {
+        std::memcpy(directory, kNotConfigured, sizeof(kNotConfigured));
+        return TAL_STATUS_SUCCESS;
+    }
+    directory[0] = '\0';
+    if (units == 0)
+        return TAL_STATUS_SUCCESS;
+    UINT32 bytes = kTemplateDirBytes - 1;
+    const TALSTATUS status =
+        pITalpl->TalxWideCharToMultiByte(kCodePageUtf8, value, units, directory, &bytes);
+    directory[Code(status) == 0 ? bytes : 0] = '\0';
+    return status;
+}
+
+void TemplateDirectory(char* directory)
+{
+    if (g_templateDirFill.load(std::memory_order_acquire) == Fill::kFilled) {
+        std::memcpy(directory, g_TemplateDir, kTemplateDirBytes);
+        return;
+    }
+    if (Code(GetTemplateDir(directory)) != 0)
+        std::memcpy(directory, kUnusable, sizeof(kUnusable));
+    if (directory[0] == '\0')
+        return; // an empty setting is read again
+    Fill empty = Fill::kEmpty;
+    if (g_templateDirFill.compare_exchange_strong(empty, Fill::kFilling)) {
+        std::memcpy(g_TemplateDir, directory, std::strlen(directory) + 1);
+        g_templateDirFill.store(Fill::kFilled, std::memory_order_release);
+    }
+}
+
+TALSTATUS TemplateFile::Open(const char* name)
+{
+    constexpr size_t kLongestName = 32; // the template names are ours
+    char path[kTemplateDirBytes + kLongestName];
+    TemplateDirectory(path);
+    std::strncat(path, name, kLongestName - 1);
+    file_.reset(std::fopen(path, "r"));
+    if (!file_)
+        return TAL_STATUS_OPEN_FAILED;
+    line_ = AllocPaged<char>(kIndexBuffer);
+    return line_ ? TAL_STATUS_SUCCESS : TAL_STATUS_INSUFFICIENT_RESOURCES;
+}
+
+char* TemplateFile::NextLine()
+{
+    return std::fgets(line_.get(), kIndexBuffer, file_.get());
+}
+
+bool IsDirective(const char* text, const char* name, size_t prefix)
+{
+    return strncasecmp(text, name, std::min(prefix, std::strlen(name))) == 0;
+}
+
+const char* ArgumentOf(const char* text, const char* name)
+{
+    return text + std::min(std::strlen(text), std::strlen(name));
+}

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "index/text.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "core/globals.h"
+#include "core/reply.h"
+#include "index/escape.h"
+
+namespace {
+
+constexpr size_t kPieceUnits = 256;
+constexpr size_t kMostBytesPerUnit = 3; // a surrogate pair takes four bytes for two units
+
+bool StartsPair(const WCHAR* text, size_t units)
+{
+    return units > 1 && text[0] >= 0xD800 && text[0] < 0xDC00 && text[1] >= 0xDC00 &&
+           text[1] < 0xE000;
+}
+
+size_t Utf8Bytes(WCHAR unit)
+{
+    return unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+}
+
+// How many units from the start convert into at most `bytes` bytes without splitting a character.
+size_t UnitsThatFit(const WCHAR* text, size_t units, size_t bytes)
+{
+    size_t taken = 0;
+    while (taken < units) {
+        const bool pair = StartsPair(text + taken, units - taken);
+        const size_t need = pair ? 4 : Utf8Bytes(text[taken]);
+        if (need > bytes)
+            break;
+        bytes -= need;
+        taken += pair ? 2 : 1;
+    }
+    return taken;
+}
+
+} // namespace
+
+size_t WideToUtf8Cut(const WCHAR* text, size_t units, char* out, size_t room)
+{
+    const size_t fit = UnitsThatFit(text, units, room - 1);
+    UINT32 bytes = static_cast<UINT32>(room - 1);
+    if (fit == 0 || Code(pITalpl->TalxWideCharToMultiByte(
+                        kCodePageUtf8, text, static_cast<UINT32>(fit), out, &bytes)) != 0)
+        bytes = 0;
+    out[bytes] = '\0';
+    return bytes;
+}
+
+void PutWide(IKestIO_5* io, const WCHAR* text, size_t units)
+{
+    char piece[kPieceUnits * kMostBytesPerUnit + 1];
+    while (units > 0) {
+        size_t take = units < kPieceUnits ? units : kPieceUnits;
+        if (take < units && StartsPair(text + take - 1, 2))
+            --take;
+        if (WideToUtf8Cut(text, take, piece, sizeof(piece)) > 0)
+            Put(io, piece);
+        text += take;
+        units -= take;
+    }
+}
+
+void PutUriEscaped(IKestIO_5* io, const char* text, size_t length)
+{
+    constexpr size_t kPiece = 256;
+    char source[kPiece + 1];
+    char escaped[kPiece * 3 + 1];
+    while (length > 0) {
+        const size_t take = length < kPiece ? length : kPiece;
+        std::memcpy(source, text, take);
+        source[take] = '\0';
+        uri_escape(escaped, source);
+        Put(io, escaped);
+        text += take;
+        length -= take;
+    }
+}
+
+const char* utf8NextChar(const char* str)
+{
+    return *str == '\0' ? str : str + 1;
+}
+
+size_t utf8strlen(const char* str)
+{
+    size_t count = 0;
+    for (const char* next = utf8NextChar(str); next != str; next = utf8NextChar(str)) {
+        str = next;
+        ++count;
+    }
+    return count;
+}
+
+UINT32 ParseDecimal(const char* text)
+{
+    constexpr UINT32 kLargest = std::numeric_limits<UINT32>::max();
+    const long value = std::strtol(text, nullptr, 10);
+    return value < 0 || value > static_cast<long>(kLargest) ? kLargest : static_cast<UINT32>(value);
+}
