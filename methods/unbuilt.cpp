@@ -13,31 +13,6 @@ TALSTATUS NotBuilt(IKestIO_5* pKestIo)
 
 } // namespace
 
-TALSTATUS KestDavPost(IKestIO_5* pKestIo, SCHANDLE, UNICODE_STRING*)
-{
-    return NotBuilt(pKestIo);
-}
-
-TALSTATUS KestDavPropFind(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
-{
-    return NotBuilt(pKestIo);
-}
-
-TALSTATUS KestDavPropPatch(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
-{
-    return NotBuilt(pKestIo);
-}
-
-TALSTATUS KestDavLock(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
-{
-    return NotBuilt(pKestIo);
-}
-
-TALSTATUS KestDavUnlock(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
-{
-    return NotBuilt(pKestIo);
-}
-
 TALSTATUS KestDavDelete(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
 {
     return NotBuilt(pKestIo);

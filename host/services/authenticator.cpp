@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/services/authenticator.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <sys/random.h>
+
+#include "host/services/passwords.h"
+#include "host/services/text.h"
+
+namespace kestd {
+namespace {
+
+// The longest credentials that can belong to anybody: name, domain and password with room to spare.
+constexpr size_t kLongestHeader = 4096;
+
+// SHA-256 of two texts in a row.
+std::array<unsigned char, 32> Sha256(std::string_view first, std::string_view second)
+{
+    struct Context {
+        EVP_MD_CTX* context = EVP_MD_CTX_new();
+        ~Context() { EVP_MD_CTX_free(context); }
+    };
+    // Fetched once: looking the algorithm up costs more than the digest of a short text.
+    static EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    thread_local const Context own;
+    std::array<unsigned char, 32> digest{};
+    if (!algorithm || !own.context || !EVP_DigestInit_ex2(own.context, algorithm, nullptr) ||
+        !EVP_DigestUpdate(own.context, first.data(), first.size()) ||
+        !EVP_DigestUpdate(own.context, second.data(), second.size()) ||
+        !EVP_DigestFinal_ex(own.context, digest.data(), nullptr))
+        throw std::runtime_error("SHA-256 is not available");
+    return digest;
+}
+
+struct WipedText {
+    std::string text;
+    ~WipedText() { OPENSSL_cleanse(text.data(), text.size()); }
+};
+
+} // namespace
+
+bool ReadBasic(std::string_view authorization, std::string& name, std::string& password)
+{
+    constexpr std::string_view kScheme = "Basic ";
+    if (authorization.size() > kLongestHeader || authorization.size() < kScheme.size() ||
+        !EqualIgnoringCase(authorization.substr(0, kScheme.size()), kScheme))
+        return false;
+    auto decoded = DecodeBase64(Trimmed(authorization.substr(kScheme.size())));
+    if (!decoded)
+        return false;
+    const WipedText text{std::move(*decoded)};
+    const std::string_view whole = text.text;
+    const size_t colon = whole.find(':');
+    if (colon == std::string_view::npos || whole.find('\0') != std::string_view::npos ||
+        !IsValidUtf8(whole))
+        return false;
+    std::string_view user = whole.substr(0, colon);
+    if (const size_t domain = user.rfind('\\'); domain != std::string_view::npos)
+        user.remove_prefix(domain + 1); // some clients send the machine's or the domain's name
+    if (user.empty())
+        return false;
+    name = user;
+    password = whole.substr(colon + 1);
+    return true;
+}
+
+size_t Authenticator::DigestHash::operator()(const Digest& digest) const
+{
+    size_t value = 0;
+    std::memcpy(&value, digest.data(), sizeof value); // salted, so nobody chooses it
+    return value;
+}
+
+Authenticator::Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches)
+    : limits_(limits), clock_(clock), matches_(std::move(matches)),
+      users_(std::make_shared<const UserMap>())
+{
+    if (getentropy(salt_.data(), salt_.size()) != 0)
+        throw std::runtime_error("no random numbers");
+}
+
+std::shared_ptr<const Principal> Authenticator::MakePrincipal(const User& user)
+{
+    const auto digest = Sha256(FormatUser(user), {});
+    std::string key = user.name;
+    key += '\0';
+    key.append(reinterpret_cast<const char*>(digest.data()), digest.size());
+    return std::make_shared<const Principal>(
+        Principal{user.name, user.dottedName, user.tree, user.mail, std::move(key)});
+}
+
+void Authenticator::SetUsers(UserMap users)
+{
+    auto fresh = std::make_shared<const UserMap>(std::move(users));
+    const std::lock_guard lock(mutex_);
+    users_ = std::move(fresh);
+    for (auto entry = entries_.begin(); entry != entries_.end();) {
+        const auto found = users_->find(entry->who->user->name);
+        if (found != users_->end() && *found->second == *entry->who->user) {
+            ++entry;
+            continue;
+        }
+        cache_.erase(entry->digest);
+        entry = entries_.erase(entry);
+    }
+}
+
+bool Authenticator::HasUsers() const
+{
+    const std::lock_guard lock(mutex_);
+    return !users_->empty();
+}
+
+std::shared_ptr<const Principal> Authenticator::PrincipalOf(std::string_view name) const
+{
+    std::shared_ptr<const User> user;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = users_->find(name);
+        if (found == users_->end())
+            return nullptr;
+        user = found->second;
+    }
+    return MakePrincipal(*user);
+}
+
+bool Authenticator::IsCurrent(const Principal& principal) const
+{
+    const auto now = PrincipalOf(principal.name);
+    return now && now->key == principal.key;
+}
+
+Authenticator::Digest Authenticator::DigestOf(std::string_view authorization) const
+{
+    return Sha256({reinterpret_cast<const char*>(salt_.data()), salt_.size()}, authorization);
+}
+
+// With mutex_ held.
+std::shared_ptr<Verified> Authenticator::FindCached(const Digest& digest)
+{
+    const auto found = cache_.find(digest);
+    if (found == cache_.end())
+        return nullptr;
+    const auto entry = found->second;
+    if (clock_.Now() >= entry->until) {
+        cache_.erase(found);
+        entries_.erase(entry);
+        return nullptr;
+    }
+    if (entry != entries_.begin())
+        entries_.splice(entries_.begin(), entries_, entry);
+    return entry->who;
+}
+
+// With mutex_ held.
+void Authenticator::Remember(const Digest& digest, const std::shared_ptr<Verified>& who)
+{
+    if (cache_.find(digest) != cache_.end())
+        return;
+    while (!entries_.empty() && entries_.size() >= limits_.cacheEntries) {
+        cache_.erase(entries_.back().digest);
+        entries_.pop_back();
+    }
+    entries_.push_front({digest, who, clock_.Now() + limits_.cacheTime});
+    try {
+        cache_.emplace(digest, entries_.begin());
+    } catch (...) {
+        entries_.pop_front();
+        throw;
+    }
+}
+
+Authenticator::Result Authenticator::Check(std::string_view authorization,
+                                           std::shared_ptr<Verified>& who)
+{
+    if (authorization.size() > kLongestHeader)
+        return Result::Denied;
+    const Digest digest = DigestOf(authorization);
+    std::unique_lock lock(mutex_);
+    if ((who = FindCached(digest)))
+        return Result::Granted;
+    if (const auto found = flights_.find(digest); found != flights_.end()) {
+        const auto flight = found->second; // outlives its place in the table
+        return WaitFor(lock, flight, who);
+    }
+    lock.unlock();
+    std::string name;
+    WipedText password;
+    if (!ReadBasic(authorization, name, password.text))
+        return Result::Denied;
+    auto flight = std::make_shared<Flight>();
+    lock.lock();
+    if (!flights_.emplace(digest, flight).second) { // somebody was faster
+        const auto other = flights_.find(digest)->second;
+        return WaitFor(lock, other, who);
+    }
+    Result result = Result::Busy;
+    try {
+        if (WaitForHash(lock))
+            result = Verify(lock, name, password.text, who);
+        if (result == Result::Granted)
+            Remember(digest, who);
+    } catch (...) {
+        if (!lock.owns_lock())
+            lock.lock();
+        flight->isDone = true; // with Busy: those who wait try again later
+        flights_.erase(digest);
+        changed_.notify_all();
+        throw;
+    }
+    flight->isDone = true;
+    flight->result = result;
+    flight->who = who;
+    flights_.erase(digest);
+    changed_.notify_all();
+    return result;
+}
+
+// With mutex_ held: the result of a check of the same credentials.
+Authenticator::Result Authenticator::WaitFor(std::unique_lock<std::mutex>& lock,
+                                             const std::shared_ptr<Flight>& flight,
+                                             std::shared_ptr<Verified>& who)
+{
+    if (waiting_ >= limits_.waiters)
+        return Result::Busy;
+    ++waiting_;
+    const bool isDone =
+        changed_.wait_for(lock, limits_.SlowestHash(), [&] { return flight->isDone; });
+    --waiting_;
+    if (!isDone)
+        return Result::Busy;
+    who = flight->who;
+    return flight->result;
+}
+
+// With mutex_ held: takes the right to hash. False when too many want it.
+bool Authenticator::WaitForHash(std::unique_lock<std::mutex>& lock)
+{
+    if (running_ >= limits_.hashesAtOnce) {
+        if (waiting_ >= limits_.waiters)
+            return false;
+        ++waiting_;
+        const bool isFree = changed_.wait_for(lock, limits_.longestWait,
+                                              [&] { return running_ < limits_.hashesAtOnce; });
+        --waiting_;
+        if (!isFree)
+            return false;
+    }
+    ++running_;
+    return true;
+}
+
+// With mutex_ held, which is let go during the hash, and the right to hash, which is given back.
+Authenticator::Result Authenticator::Verify(std::unique_lock<std::mutex>& lock,
+                                            const std::string& name, std::string_view password,
+                                            std::shared_ptr<Verified>& who)
+{
+    struct GiveBack {
+        Authenticator& self;
+        std::unique_lock<std::mutex>& lock;
+        ~GiveBack()
+        {
+            if (!lock.owns_lock())
+                lock.lock();
+            --self.running_;
+            self.changed_.notify_all();
+        }
+    };
+    const GiveBack giveBack{*this, lock};
+    const auto find = [&] {
+        const auto found = users_->find(name);
+        return found == users_->end() ? nullptr : found->second;
+    };
+    const std::shared_ptr<const User> user = find();
+    lock.unlock();
+    // An unknown name costs the same hash, so that the time does not tell.
+    const bool fits = matches_(password, user ? user->hash : DecoyHash());
+    if (!user || !fits)
+        return Result::Denied;
+    auto made = std::make_shared<Verified>();
+    made->user = user;
+    made->principal = MakePrincipal(*user);
+    lock.lock();
+    const auto now = find(); // the users may have changed meanwhile
+    if (!now || !(*now == *user))
+        return Result::Denied;
+    who = std::move(made);
+    return Result::Granted;
+}
+
+} // namespace kestd

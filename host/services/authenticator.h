@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Checks Basic credentials (RFC 7617) without paying for a password hash per request, and without
+// letting a flood of wrong passwords take the machine.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "host/services/clock.h"
+#include "host/services/sessions.h"
+#include "host/services/users.h"
+
+namespace kestd {
+
+struct AuthLimits {
+    uint32_t hashesAtOnce = 1; // password hashes that run at the same time
+    uint32_t waiters = 32;     // requests that wait for a hash; one more is turned away
+    std::chrono::milliseconds longestWait{5000}; // for a hash to be free, or for another's result
+    uint32_t cacheEntries = 4096;
+    std::chrono::seconds cacheTime{600}; // after which a password is hashed again
+    std::chrono::milliseconds SlowestHash() const { return 2 * longestWait; }
+};
+
+// Credentials that have been checked.
+struct Verified {
+    std::shared_ptr<const User> user;
+    std::shared_ptr<const Principal> principal;
+    std::atomic<uint64_t> session{0}; // a guess at the session to use, kept by who uses it
+};
+
+class Authenticator {
+  public:
+    // Whether a password fits a hash; replaced in tests.
+    using Matcher = std::function<bool(std::string_view password, const std::string& hash)>;
+
+    Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches);
+    Authenticator(const Authenticator&) = delete;
+    Authenticator& operator=(const Authenticator&) = delete;
+
+    // Takes over another set of users. Verified credentials of users whose record is not the same
+    // any more are forgotten at once, those of checks that run now included.
+    void SetUsers(UserMap users);
+    bool HasUsers() const;
+    // The principal of a user as it is known now; null when there is none.
+    std::shared_ptr<const Principal> PrincipalOf(std::string_view name) const;
+    // Whether a principal still stands for a user as he is.
+    bool IsCurrent(const Principal& principal) const;
+
+    enum class Result {
+        Granted,
+        Denied,
+        Busy // too many passwords are being checked
+    };
+    // Judges the value of an "Authorization" header.
+    Result Check(std::string_view authorization, std::shared_ptr<Verified>& who);
+
+    // A principal for a user's record.
+    static std::shared_ptr<const Principal> MakePrincipal(const User& user);
+
+  private:
+    using Digest = std::array<unsigned char, 32>;
+    struct DigestHash {
+        size_t operator()(const Digest& digest) const;
+    };
+    // A check that runs; who brings the same credentials waits for it.
+    struct Flight {
+        bool isDone = false;
+        Result result = Result::Busy;
+        std::shared_ptr<Verified> who;
+    };
+    struct Entry {
+        Digest digest;
+        std::shared_ptr<Verified> who;
+        TimePoint until;
+    };
+    using Entries = std::list<Entry>;
+
+    Digest DigestOf(std::string_view authorization) const;
+    std::shared_ptr<Verified> FindCached(const Digest& digest);
+    void Remember(const Digest& digest, const std::shared_ptr<Verified>& who);
+    Result WaitFor(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Flight>& flight,
+                   std::shared_ptr<Verified>& who);
+    bool WaitForHash(std::unique_lock<std::mutex>& lock);
+    Result Verify(std::unique_lock<std::mutex>& lock, const std::string& name,
+                  std::string_view password, std::shared_ptr<Verified>& who);
+
+    const AuthLimits limits_;
+    const Clock& clock_;
+    const Matcher matches_;
+    std::array<unsigned char, 32> salt_{};
+
+    mutable std::mutex mutex_; // guards the rest; never held during a hash
+    std::condition_variable changed_;
+    std::shared_ptr<const UserMap> users_;
+    Entries entries_; // the last used first
+    std::unordered_map<Digest, Entries::iterator, DigestHash> cache_;
+    std::unordered_map<Digest, std::shared_ptr<Flight>, DigestHash> flights_;
+    uint32_t running_ = 0;
+    uint32_t waiting_ = 0;
+};
+
+// Name and password of a Basic header; false when it is none. A domain before the last "\" of the
+// name is cut off.
+bool ReadBasic(std::string_view authorization, std::string& name, std::string& password);
+
+} // namespace kestd

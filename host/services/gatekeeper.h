@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The doorkeeper of a running host: credentials, cookies, sessions.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "host/doorkeeper.h"
+#include "host/services/authenticator.h"
+#include "host/services/sessions.h"
+
+namespace kestd {
+
+// The name of the cookie that carries a browser's session.
+inline constexpr std::string_view kSessionCookie = "KestSession";
+
+// The value of a cookie in a "Cookie" header (RFC 6265 section 5.4); empty when it is missing.
+std::string_view FindCookie(std::string_view header, std::string_view name);
+
+class Gatekeeper final : public Doorkeeper {
+  public:
+    Gatekeeper(Authenticator& authenticator, SessionTable& sessions);
+
+    // Where the session cookie is valid, such as "/Ferro", and the realm of the challenge. Set
+    // before the first request; the realm again on a reload.
+    void SetLocation(const std::string& location);
+    void SetRealm(const std::string& realm);
+    // With users, requests need credentials; without, everybody is the local user. Decided at the
+    // start, so that a users file that is emptied later locks the door instead of opening it.
+    void RequireCredentials(bool required) { isOpen_ = !required; }
+
+    Admission Admit(const Visitor& visitor) override;
+    void Leave(SCHANDLE session) override;
+
+  private:
+    Admission Enter(const Visitor& visitor, const std::shared_ptr<const Principal>& principal,
+                    std::atomic<uint64_t>& guess);
+    std::string Challenge() const;
+
+    Authenticator& authenticator_;
+    SessionTable& sessions_;
+    const std::shared_ptr<const Principal> local_;
+    std::atomic<uint64_t> localSession_{0}; // a guess at the local user's shared session
+    bool isOpen_ = true;
+    std::string cookiePath_ = "/";
+    mutable std::mutex mutex_; // guards challenge_
+    std::string challenge_;
+};
+
+} // namespace kestd

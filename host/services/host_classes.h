@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The host's classes as the component manager knows them.
+#pragma once
+
+#include <memory>
+
+#include "host/services/attributes.h"
+#include "host/services/authenticator.h"
+#include "host/services/events.h"
+#include "host/services/gatekeeper.h"
+#include "host/services/object_store.h"
+#include "host/services/passwords.h"
+#include "host/services/server_service.h"
+#include "host/services/sessions.h"
+
+namespace kestd {
+
+// Everything that components reach of the host, in one place and in the order of who needs whom.
+// Components keep references for as long as the process lives, so a running host never destroys
+// this; tests, which hold no component, may.
+struct HostServices {
+    struct Settings {
+        SessionLimits sessions;
+        AuthLimits auth;
+        uint32_t objectsPerSession = 64;
+        HostIdentity identity;
+    };
+    explicit HostServices(const Settings& settings, const Clock& clock,
+                          Authenticator::Matcher matches = IsPassword);
+
+    SessionTable sessions;
+    AttributeService attributes; // cleans up before the objects of a session go
+    ObjectStores objects;
+    EventBus events;
+    Authenticator authenticator;
+    Gatekeeper gatekeeper;
+    std::shared_ptr<const HostIdentity> identity;
+};
+
+// Registers CLSID_KestSrv, CLSID_KestUtil, CLSID_EventMgr, CLSID_SecurityAttributeManager and
+// CLSID_ObjectManagerDataStore of `services`, which must outlive their use. Registering again
+// replaces the classes.
+TALSTATUS RegisterHostClasses(HostServices& services);
+// Takes the classes away again; objects that exist stay.
+void UnregisterHostClasses();
+
+} // namespace kestd

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// POST on a collection: files uploaded by a form, or a change of the index preferences.
+#include <algorithm>
+#include <cstring>
+
+#include "core/kestdav.h"
+#include "core/memory.h"
+#include "core/reply.h"
+#include "index/text.h"
+#include "methods/upload.h"
+
+namespace {
+
+constexpr UINT32 kTextBytes = 1024;     // of URL arguments and of the "Content-Type" value
+constexpr UINT32 kArgumentBytes = 1020; // of them for URL arguments
+constexpr UINT32 kContentTypeBytes = 1023;
+
+bool Contains(const char* text, const char* part)
+{
+    return strcasestr(text, part) != nullptr;
+}
+
+// The outcome is told to the page's script, not by the status line.
+TALSTATUS ReplyPage(IKestIO_5* io, TALSTATUS status)
+{
+    SetHeader(io, "Content-Type", "text/html; charset=\"utf-8\"");
+    SetHeader(io, "Transfer-Encoding", "chunked");
+    (void)io->SendHeader(200);
+    if (!Failed(status))
+        Put(io, "<html><body><Script>window.close()</script></body></html>");
+    else
+        Put(io, "<html><body>"
+                "<script language='JavaScript' charset='utf-8' type='text/javascript' "
+                "src='/Wharf/messages.js'></script>"
+                "<script language='JavaScript' charset='utf-8' type='text/javascript' "
+                "src='/Wharf/common.js'></script>"
+                "<script>document.write(msgUploadError)</script>"
+                "</body></html>");
+    return status;
+}
+
+// A page's "token=" argument becomes the request's "If" header. Two placeholders stand in front of
+// the token's text, which the header's opening takes the place of.
+void UseToken(IKestIO_5* io, const char* arguments)
+{
+    constexpr char kToken[] = "token=";
+    constexpr size_t kPlaceholders = 2;
+    const char* value = std::strstr(arguments, kToken);
+    if (value == nullptr)
+        return;
+    value += sizeof(kToken) - 1;
+    if (std::strlen(value) < kPlaceholders)
+        return;
+    const size_t length = kPlaceholders + std::strcspn(value + kPlaceholders, "&");
+
+    char header[kTextBytes + 4]; // the arguments are shorter than kTextBytes
+    std::memcpy(header, value, length);
+    std::memcpy(header, "(<", 2);
+    std::memcpy(header + length, ">)", 3);
+    char name[] = "If";
+    (void)io->SetRequestHeader(name, static_cast<UINT32>(length + 2), header);
+}
+
+bool Contains(const UNICODE_STRING& text, const char* part)
+{
+    const size_t units = text.Length / sizeof(WCHAR);
+    const size_t length = std::strlen(part);
+    for (size_t at = 0; at + length <= units; ++at)
+        if (std::equal(part, part + length, text.Buffer + at))
+            return true;
+    return false;
+}
+
+// Returns whether existing files may be replaced. A token behind the first 1020 bytes of the
+// arguments is cut.
+bool ReadArguments(IKestIO_5* io, char* text)
+{
+    UNICODE_STRING* query = nullptr;
+    if (Code(io->GetUrlArguments(nullptr, &query)) != 0 || query == nullptr || query->Length == 0)
+        return true;
+    WideToUtf8Cut(query->Buffer, query->Length / sizeof(WCHAR), text, kArgumentBytes + 1);
+    UseToken(io, text);
+    return !Contains(*query, "overwrite=0");
+}
+
+TALSTATUS ReadContentType(IKestIO_5* io, char* text)
+{
+    char name[] = "Content-Type";
+    UINT32 length = kContentTypeBytes;
+    const TALSTATUS status = io->GetRequestHeader(name, &length, text);
+    text[Code(status) == 0 && length <= kContentTypeBytes ? length : 0] = '\0';
+    return status;
+}
+
+// The flags after a preference body, which sets one thing with its beginning. Other bodies change
+// nothing.
+UINT32 ApplyPreference(UINT32 flags, const char* body, UINT32 size)
+{
+    constexpr char kShowDeleted[] = "ShowDeleted=";
+    constexpr char kSort[] = "Sort=";
+    constexpr UINT32 kShowBit = 0x01;
+    constexpr UINT32 kSortBits = 0xF0;
+    constexpr UINT32 kDirection = 0x10;
+
+    if (constexpr UINT32 at = sizeof(kShowDeleted) - 1;
+        size > at && strncasecmp(body, kShowDeleted, at) == 0)
+        return body[at] == '1' ? flags | kShowBit : flags & ~kShowBit;
+    if (constexpr UINT32 at = sizeof(kSort) - 1; size > at && strncasecmp(body, kSort, at) == 0) {
+        UINT32 sort = (static_cast<UINT32>(static_cast<UINT8>(body[at])) << 4) & kSortBits;
+        if ((flags & kSortBits) == sort) // asked for again: the other direction
+            sort = (sort + kDirection) & kSortBits;
+        return (flags & ~kSortBits) | sort;
+    }
+    return flags;
+}
+
+TALSTATUS ChangePreference(IKestIO_5* io, SCHANDLE session)
+{
+    const Paged<char> body = AllocPaged<char>(g_RWBlockSize);
+    if (!body)
+        return TAL_STATUS_ACCESS_DENIED;
+    UINT32 read = 0;
+    if (const TALSTATUS status =
+            io->ReadClientPayload(g_RWBlockSize, reinterpret_cast<UINT8*>(body.get()), &read);
+        Code(status) != 0)
+        return Failed(status) ? status : TAL_STATUS_END_OF_FILE;
+
+    Attribute* attribute = nullptr;
+    if (const TALSTATUS status =
+            g_pIAttr->SAReference(session, g_hSessionAttribute, kAttributeExclusive, &attribute);
+        Failed(status))
+        return status;
+    auto* data = static_cast<KESTDAV_SESSION*>(attribute->pData);
+    data->Flags = ApplyPreference(data->Flags, body.get(), read);
+    return g_pIAttr->SADereference(kAttributeExclusive, attribute);
+}
+
+} // namespace
+
+TALSTATUS KestDavPost(IKestIO_5* pKestIo, SCHANDLE hSession, UNICODE_STRING* pUrl)
+{
+    Paged<char> text = AllocPaged<char>(kTextBytes);
+    Paged<WCHAR> path = AllocPaged<WCHAR>(pUrl->MaximumLength / sizeof(WCHAR));
+    if (!text || !path)
+        return ReplyPage(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
+
+    Upload upload = {};
+    upload.io = pKestIo;
+    upload.session = hSession;
+    upload.target = {0, pUrl->MaximumLength, path.get()};
+    upload.overwrite = ReadArguments(pKestIo, text.get());
+    if (const TALSTATUS status = ConvertPathUriToDavStoreUri(pKestIo, &upload.target);
+        Code(status) != 0)
+        return ReplyPage(pKestIo, Failed(status) ? status : TAL_STATUS_INVALID_REQUEST);
+    if (const TALSTATUS status = ReadContentType(pKestIo, text.get()); Code(status) != 0)
+        return Code(status) == kCodeBufferTooSmall ? ReplyPage(pKestIo, status)
+                                                   : status; // kept: no reply without a type
+
+    ProviderGuard providers;
+    if (Contains(text.get(), "application/x-www-form-urlencoded")) {
+        const TALSTATUS status = ChangePreference(pKestIo, hSession);
+        providers.Release();
+        if (Failed(status))
+            return ReplyPage(pKestIo, status);
+        text.reset();
+        path.reset();
+        return KestDavGet(hSession, pUrl, pKestIo);
+    }
+    const TALSTATUS status =
+        IsMonikerRoot(*pUrl) ? TAL_STATUS_ACCESS_DENIED : StoreForm(upload, text.get());
+    providers.Release();
+    return ReplyPage(pKestIo, status);
+}

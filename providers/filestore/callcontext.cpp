@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/callcontext.h"
+
+#include <kest/com.h>
+#include <kest/host.h>
+
+#include "providers/filestore/names.h"
+
+namespace filestore::call {
+
+namespace {
+
+// One object serves every thread: it answers for the thread that asks.
+IKestCallContext* Context()
+{
+    static IKestCallContext* const context = [] {
+        Ref<IKestCallContext> made;
+        (void)Create(CLSID_KestCallContext, made); // a host without it is fine
+        return made.Detach();
+    }();
+    return context;
+}
+
+std::string Narrow(const UNICODE_STRING* text)
+{
+    if (!text || !text->Buffer)
+        return {};
+    const size_t units = text->Length / sizeof(WCHAR);
+    std::string out(units * 3, '\0');
+    size_t used = 0;
+    if (!ToUtf8(text->Buffer, units, out.data(), out.size(), &used))
+        return {};
+    out.resize(used);
+    return out;
+}
+
+void TrimSlash(std::string* path)
+{
+    while (path->ends_with('/'))
+        path->pop_back();
+}
+
+// `url` is `path` behind some location. The location is not compared: the module removes it by its
+// length, and the host routes only what lies below it.
+bool EndsWith(std::string url, std::string_view path)
+{
+    TrimSlash(&url);
+    return !path.empty() && path.front() == '/' && url.ends_with(path);
+}
+
+// A destination may still carry its escapes.
+bool EndsWithEscaped(const std::string& url, std::string_view path)
+{
+    std::string plain;
+    return EndsWith(url, path) || (DecodePercent(url, &plain) && EndsWith(plain, path));
+}
+
+} // namespace
+
+IKestIO_5* Request()
+{
+    IKestIO_5* request = nullptr;
+    if (!Context() || Failed(Context()->GetRequest(&request)))
+        return nullptr;
+    return request;
+}
+
+UINT32 Method()
+{
+    UINT32 method = KestMethodUnknown;
+    if (!Context() || Failed(Context()->GetMethod(&method)))
+        return KestMethodUnknown;
+    return method;
+}
+
+bool UploadArrived()
+{
+    const UINT32 method = Method();
+    if (method != KestMethodPut && method != KestMethodPost)
+        return true;
+    BOOLEAN complete = TRUE;
+    if (Failed(Context()->IsBodyComplete(&complete)) || complete)
+        return true;
+    if (method == KestMethodPut)
+        return false;
+    // A form's parts end before its body does: a part is whole as long as the body can go on.
+    UINT32 available = 0;
+    IKestIO_5* const request = Request();
+    return request && !Failed(request->IsClientPayloadAvailable(&available)) && available > 0;
+}
+
+void ReportFailure(TALSTATUS failure)
+{
+    if (Context())
+        (void)Context()->ReportFailure(failure); // without a request there is nobody to tell
+}
+
+bool Header(const char* name, std::string* value)
+{
+    IKestIO_5* const request = Request();
+    if (!request)
+        return false;
+    char* const key = const_cast<char*>(name); // the host only reads it
+    value->resize(256);
+    auto length = static_cast<UINT32>(value->size());
+    TALSTATUS status = request->GetRequestHeader(key, &length, value->data());
+    if (Code(status) == kCodeBufferTooSmall) {
+        value->resize(size_t{length} + 1);
+        length = static_cast<UINT32>(value->size());
+        status = request->GetRequestHeader(key, &length, value->data());
+    }
+    if (Failed(status) || length > value->size())
+        return false;
+    value->resize(length);
+    return true;
+}
+
+std::string Path()
+{
+    UNICODE_STRING* url = nullptr;
+    IKestIO_5* const request = Request();
+    if (!request || Failed(request->GetUrl(nullptr, &url)))
+        return {};
+    std::string path = Narrow(url);
+    TrimSlash(&path);
+    return path;
+}
+
+bool IsAboutToCreate(std::string_view path)
+{
+    IKestIO_5* const request = Request();
+    if (!request)
+        return false;
+    BOOLEAN overwrite = FALSE;
+    INT32 depth = 0;
+    UNICODE_STRING* destination = nullptr;
+    switch (Method()) {
+    case KestMethodPut:
+    case KestMethodMkCol:
+    case KestMethodLock:
+        return EndsWith(Path(), path);
+    case KestMethodPost: {
+        const size_t slash = path.rfind('/');
+        return slash != path.npos && slash > 0 && EndsWith(Path(), path.substr(0, slash));
+    }
+    case KestMethodCopy:
+        return !Failed(request->GetCopyInfo(&overwrite, &depth, &destination)) &&
+               EndsWithEscaped(Narrow(destination), path);
+    case KestMethodMove:
+        return !Failed(request->GetMoveInfo(&overwrite, &destination)) &&
+               EndsWithEscaped(Narrow(destination), path);
+    default:
+        return false;
+    }
+}
+
+} // namespace filestore::call

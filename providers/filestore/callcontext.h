@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The request that runs on the calling thread, as far as the store wants to know it. Everything
+// here works without one: then there is no request, and what is asked about it is answered with
+// the harmless default.
+#pragma once
+
+#include <string>
+
+#include <kest/io.h>
+#include <kest/status.h>
+
+namespace filestore::call {
+
+// Borrowed until the call ends; null when no request runs on this thread.
+[[nodiscard]] IKestIO_5* Request();
+// KestMethodUnknown when no request runs.
+[[nodiscard]] UINT32 Method();
+// Whether everything that an upload should hold has been handed out. True for requests that do not
+// store their body, and when no request runs.
+[[nodiscard]] bool UploadArrived();
+// Tells the host of a failure that the module can no longer see.
+void ReportFailure(TALSTATUS failure);
+// The value of a request header; false when it is missing.
+[[nodiscard]] bool Header(const char* name, std::string* value);
+// The request's path as UTF-8, unescaped, with the module's location, without trailing "/"; empty
+// when no request runs.
+[[nodiscard]] std::string Path();
+// Whether the running request is about to bring `path` (a provider path) into being: PUT, MKCOL and
+// LOCK their own path, COPY and MOVE their destination, an upload form names in its folder.
+[[nodiscard]] bool IsAboutToCreate(std::string_view path);
+
+} // namespace filestore::call

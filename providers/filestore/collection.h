@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// An opened directory, or the root that lists the volumes.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <kest/dav.h>
+
+#include "providers/filestore/object.h"
+#include "providers/filestore/store.h"
+
+namespace filestore {
+
+class FileCollection final : public Object<FileCollection, IKestDAVCollection2> {
+  public:
+    explicit FileCollection(Store& store) : store_(store) {}
+
+    TALSTATUS Associate(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override;
+    TALSTATUS GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer) override;
+    TALSTATUS GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer) override;
+    TALSTATUS GetCreationDate(DAV_DATETIME* date) override;
+    TALSTATUS GetDisplayName(UNICODE_STRING* name) override;
+    TALSTATUS GetETag(DAV_ETAG* etag) override;
+    TALSTATUS GetFirstLock(UINT32* size, DAV_LOCK_2* buffer) override;
+    TALSTATUS GetNextLock(UINT32* size, DAV_LOCK_2* buffer) override;
+    TALSTATUS GetModificationDate(DAV_DATETIME* date) override;
+    TALSTATUS SetCreationDate(DAV_DATETIME date) override;
+    TALSTATUS SetModificationDate(DAV_DATETIME date) override;
+    TALSTATUS GetLiveAttributes(UINT32* attributes) override;
+    TALSTATUS SetLiveAttributes(UINT32 attributes) override;
+    TALSTATUS IoctlRequest(SCHANDLE hSession, UINT32 code, UINT32 inputLength, void* input,
+                           UINT32* outputLength, void* output) override;
+    TALSTATUS GetFirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer) override;
+    TALSTATUS GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer) override;
+    TALSTATUS GetNamedProperty(UNICODE_STRING* name, UINT32* length, char* value) override;
+    TALSTATUS SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
+                                  UINT32* resultLength, char* result) override;
+
+  private:
+    TALSTATUS ListNames();
+    TALSTATUS Emit(UINT32* size, DAV_COMMON_ENUM* buffer);
+    bool Describe(const char* name, DAV_COMMON_ENUM* out);
+
+    Store& store_;
+    bool associated_ = false;
+    Volume* volume_ = nullptr; // null: the root
+    std::string path_;
+    OpenFile directory_;
+    FileInfo info_;
+    // The listing: names are taken once and sorted, everything else about a child is asked when its
+    // turn comes, so that memory is the names' and the first child comes early.
+    std::optional<NameList> names_;
+    size_t next_ = 0;
+    bool hasKeptDates_ = false;
+};
+
+} // namespace filestore

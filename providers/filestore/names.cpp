@@ -1,0 +1,314 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/names.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace filestore {
+
+namespace {
+
+// Reads one code point of well-formed UTF-8 (no overlong forms, no surrogates). Returns the number
+// of bytes, or 0.
+size_t DecodeOne(const unsigned char* p, size_t left, UINT32* out)
+{
+    const UINT32 first = p[0];
+    if (first < 0x80) {
+        *out = first;
+        return 1;
+    }
+    const size_t bytes = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || left < bytes)
+        return 0;
+    UINT32 value = first & (0x7Fu >> bytes);
+    for (size_t i = 1; i < bytes; ++i) {
+        if ((p[i] & 0xC0) != 0x80)
+            return 0;
+        value = value << 6 | (p[i] & 0x3Fu);
+    }
+    constexpr UINT32 kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (value < kLeast[bytes] || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF))
+        return 0;
+    *out = value;
+    return bytes;
+}
+
+// Control characters and non-characters have no place in XML 1.0 (section 2.2), or none that a
+// reader could see.
+bool IsUnsendable(UINT32 c)
+{
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F) || (c & 0xFFFE) == 0xFFFE;
+}
+
+char AsciiLower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
+unsigned char AsciiUpper(char c)
+{
+    return static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c);
+}
+
+int HexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    const char lower = AsciiLower(c);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+} // namespace
+
+bool ToUtf8(const WCHAR* in, size_t units, char* out, size_t room, size_t* used)
+{
+    size_t n = 0;
+    for (size_t i = 0; i < units; ++i) {
+        UINT32 c = in[i];
+        if (c < 0x80) {
+            if (n == room)
+                return false;
+            out[n++] = static_cast<char>(c);
+            continue;
+        }
+        if (c >= 0xD800 && c <= 0xDFFF) {
+            if (c >= 0xDC00 || i + 1 == units || in[i + 1] < 0xDC00 || in[i + 1] > 0xDFFF)
+                return false;
+            c = 0x10000 + ((c - 0xD800) << 10) + (in[++i] - 0xDC00u);
+        }
+        const size_t bytes = c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+        if (room - n < bytes)
+            return false;
+        constexpr UINT32 kMark[] = {0, 0, 0xC0, 0xE0, 0xF0};
+        for (size_t k = bytes; k-- > 1; c >>= 6)
+            out[n + k] = static_cast<char>(0x80 | (c & 0x3F));
+        out[n] = static_cast<char>(kMark[bytes] | c);
+        n += bytes;
+    }
+    *used = n;
+    return true;
+}
+
+bool ToUtf16(const char* in, size_t bytes, WCHAR* out, size_t room, size_t* used)
+{
+    const auto* p = reinterpret_cast<const unsigned char*>(in);
+    size_t n = 0;
+    for (size_t i = 0; i < bytes;) {
+        UINT32 c = 0;
+        const size_t step = DecodeOne(p + i, bytes - i, &c);
+        if (step == 0 || room - n < (c >= 0x10000 ? 2u : 1u))
+            return false;
+        i += step;
+        if (c >= 0x10000) {
+            c -= 0x10000;
+            out[n++] = static_cast<WCHAR>(0xD800 + (c >> 10));
+            c = 0xDC00 + (c & 0x3FF);
+        }
+        out[n++] = static_cast<WCHAR>(c);
+    }
+    *used = n;
+    return true;
+}
+
+bool IsServableName(std::string_view name)
+{
+    if (name.empty() || name.size() > kMaxNameBytes || name == "." || name == "..")
+        return false;
+    const auto* p = reinterpret_cast<const unsigned char*>(name.data());
+    for (size_t i = 0; i < name.size();) {
+        UINT32 c = 0;
+        const size_t step = DecodeOne(p + i, name.size() - i, &c);
+        if (step == 0 || IsUnsendable(c) || c == '/')
+            return false;
+        i += step;
+    }
+    return true;
+}
+
+bool IsPrivateName(std::string_view first)
+{
+    return first.size() == kPrivateDirectory.size() &&
+           std::equal(first.begin(), first.end(), kPrivateDirectory.begin(),
+                      [](char a, char b) { return AsciiLower(a) == b; });
+}
+
+bool PathBuffer::Assign(std::string_view text)
+{
+    if (text.size() > kMaxPathBytes)
+        return false;
+    std::memmove(text_, text.data(), text.size());
+    Cut(text.size());
+    return true;
+}
+
+bool PathBuffer::Append(std::string_view name)
+{
+    const size_t separator = length_ ? 1 : 0;
+    if (name.size() + separator > kMaxPathBytes - length_)
+        return false;
+    if (separator)
+        text_[length_] = '/';
+    std::memcpy(text_ + length_ + separator, name.data(), name.size());
+    Cut(length_ + separator + name.size());
+    return true;
+}
+
+PathFit AppendComponents(std::string_view text, PathBuffer* path)
+{
+    while (!text.empty()) {
+        const size_t slash = std::min(text.find('/'), text.size());
+        const std::string_view name = text.substr(0, slash);
+        text.remove_prefix(std::min(slash + 1, text.size()));
+        if (name.empty())
+            continue;
+        if (name.size() > kMaxNameBytes)
+            return PathFit::TooLong;
+        if (!IsServableName(name) || (path->Length() == 0 && IsPrivateName(name)))
+            return PathFit::NotServable;
+        if (!path->Append(name))
+            return PathFit::TooLong;
+    }
+    return PathFit::Ok;
+}
+
+std::string_view ParentOf(std::string_view path)
+{
+    const size_t slash = path.rfind('/');
+    return slash == path.npos ? std::string_view() : path.substr(0, slash);
+}
+
+std::string_view LeafOf(std::string_view path)
+{
+    const size_t slash = path.rfind('/');
+    return slash == path.npos ? path : path.substr(slash + 1);
+}
+
+bool IsWithin(std::string_view path, std::string_view tree)
+{
+    return tree.empty() ||
+           (path.starts_with(tree) && (path.size() == tree.size() || path[tree.size()] == '/'));
+}
+
+bool DecodePercent(std::string_view in, std::string* out)
+{
+    out->clear();
+    bool found = false;
+    for (size_t i = 0; i < in.size(); ++i) {
+        if (in[i] != '%') {
+            out->push_back(in[i]);
+            continue;
+        }
+        const int high = in.size() - i > 2 ? HexDigit(in[i + 1]) : -1;
+        const int low = high >= 0 ? HexDigit(in[i + 2]) : -1;
+        const int c = high * 16 + low;
+        if (low < 0 || c == 0 || c == '/')
+            return false;
+        out->push_back(static_cast<char>(c));
+        found = true;
+        i += 2;
+    }
+    return found;
+}
+
+std::string EncodePercent(std::string_view in)
+{
+    std::string out;
+    out.reserve(in.size());
+    for (const char c : in) {
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                           (c >= '0' && c <= '9') || std::strchr("-._~/", c) != nullptr;
+        if (plain && c != '\0') {
+            out.push_back(c);
+            continue;
+        }
+        constexpr char kHex[] = "0123456789ABCDEF";
+        const auto byte = static_cast<unsigned char>(c);
+        out.push_back('%');
+        out.push_back(kHex[byte >> 4]);
+        out.push_back(kHex[byte & 15]);
+    }
+    return out;
+}
+
+void NameList::Add(std::string_view name)
+{
+    // The order's key and the offsets are 32 bits; a directory of that size does not exist.
+    if (arena_.size() + name.size() + 1 > 0xFFFFFFFFu)
+        throw std::bad_alloc();
+    const bool ascii = std::all_of(name.begin(), name.end(),
+                                   [](char c) { return static_cast<signed char>(c) > 0; });
+    entries_.push_back(
+        {0, static_cast<UINT32>(arena_.size()), static_cast<UINT16>(name.size()), ascii});
+    arena_.insert(arena_.end(), name.begin(), name.end());
+    arena_.push_back('\0');
+}
+
+// How many leading bytes all names have in common, so that the keys start where names differ. 0
+// unless every name is ASCII: only then do bytes compare as code units.
+size_t NameList::SharedPrefix() const
+{
+    const std::string_view first = At(0);
+    size_t shared = first.size();
+    for (size_t i = 0; i < entries_.size(); ++i) {
+        const std::string_view name = At(i);
+        if (!entries_[i].ascii)
+            return 0;
+        shared = std::min(shared, name.size());
+        for (size_t k = 0; k < shared; ++k)
+            if (AsciiUpper(name[k]) != AsciiUpper(first[k]))
+                shared = k;
+    }
+    return shared;
+}
+
+// The full comparison, for names whose keys are equal.
+bool NameList::Less(const Entry& a, const Entry& b) const
+{
+    const std::string_view x(arena_.data() + a.offset, a.length);
+    const std::string_view y(arena_.data() + b.offset, b.length);
+    int order = 0;
+    if (a.ascii && b.ascii) {
+        const size_t shared = std::min(x.size(), y.size());
+        for (size_t i = 0; i < shared && order == 0; ++i)
+            order = AsciiUpper(x[i]) - AsciiUpper(y[i]);
+        if (order == 0)
+            order = x.size() < y.size() ? -1 : x.size() > y.size() ? 1 : 0;
+    } else {
+        WCHAR wide[2][kMaxNameBytes];
+        size_t units[2] = {};
+        // Only servable names are added, so neither conversion fails.
+        (void)ToUtf16(x.data(), x.size(), wide[0], kMaxNameBytes, &units[0]);
+        (void)ToUtf16(y.data(), y.size(), wide[1], kMaxNameBytes, &units[1]);
+        upper_(wide[0], static_cast<UINT32>(units[0]));
+        upper_(wide[1], static_cast<UINT32>(units[1]));
+        order =
+            std::u16string_view(wide[0], units[0]).compare(std::u16string_view(wide[1], units[1]));
+    }
+    return order ? order < 0 : x < y;
+}
+
+void NameList::Sort()
+{
+    if (entries_.size() < 2)
+        return;
+    const bool ascii =
+        std::all_of(entries_.begin(), entries_.end(), [](const Entry& e) { return e.ascii; });
+    if (ascii) {
+        // Eight bytes from where the names begin to differ decide nearly every comparison without
+        // a look at the text. A short name is filled up with zeros, which no name contains.
+        const size_t shared = SharedPrefix();
+        for (size_t i = 0; i < entries_.size(); ++i) {
+            const std::string_view rest = At(i).substr(shared);
+            UINT64 key = 0;
+            for (size_t k = 0; k < 8; ++k)
+                key = key << 8 | (k < rest.size() ? AsciiUpper(rest[k]) : 0u);
+            entries_[i].key = key;
+        }
+    }
+    std::sort(entries_.begin(), entries_.end(), [this](const Entry& a, const Entry& b) {
+        return a.key != b.key ? a.key < b.key : Less(a, b);
+    });
+}
+
+} // namespace filestore

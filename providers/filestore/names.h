@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Names and paths: conversion between the contract's UTF-16 and the disk's UTF-8, which names are
+// served at all, and the order of listings.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <kest/types.h>
+
+namespace filestore {
+
+inline constexpr size_t kMaxPathBytes = 4095; // of a path within a volume, as the kernel counts
+inline constexpr size_t kMaxNameBytes = 255;  // of one component
+
+// The directory at a volume's top that holds the store's own files.
+inline constexpr std::string_view kPrivateDirectory = ".kest";
+
+// Strict conversions; false for malformed input and when `room` is short. `used` is set on success.
+[[nodiscard]] bool ToUtf8(const WCHAR* in, size_t units, char* out, size_t room, size_t* used);
+[[nodiscard]] bool ToUtf16(const char* in, size_t bytes, WCHAR* out, size_t room, size_t* used);
+
+// Whether a component can be sent in a reply and was not made up to mislead: well-formed UTF-8
+// without control characters and non-characters, 1 to 255 bytes, not "." or "..".
+[[nodiscard]] bool IsServableName(std::string_view name);
+
+// Whether a first component is the store's own, in any letter case.
+[[nodiscard]] bool IsPrivateName(std::string_view first);
+
+// A path within a volume: components joined by "/", none empty; "" is the volume's top. Holds its
+// text in place, so that taking a request's path apart allocates nothing.
+class PathBuffer {
+  public:
+    PathBuffer() { text_[0] = '\0'; }
+    [[nodiscard]] bool Assign(std::string_view text);
+    // Appends "/" (unless empty) and `name`. False when it would grow too long.
+    [[nodiscard]] bool Append(std::string_view name);
+    void Clear() { Cut(0); }
+    void Cut(size_t length)
+    {
+        length_ = length;
+        text_[length] = '\0';
+    }
+    const char* CStr() const { return text_; }
+    size_t Length() const { return length_; }
+    std::string_view View() const { return {text_, length_}; }
+
+  private:
+    size_t length_ = 0;
+    char text_[kMaxPathBytes + 1];
+};
+
+// Appends the components of `text` to `path`, leaving out empty ones, so that an object has one
+// path only. The result says why it could not.
+enum class PathFit { Ok, NotServable, TooLong };
+[[nodiscard]] PathFit AppendComponents(std::string_view text, PathBuffer* path);
+
+// The parts of a path: "a/b/c" has the parent "a/b" and the leaf "c"; "c" has the parent "".
+[[nodiscard]] std::string_view ParentOf(std::string_view path);
+[[nodiscard]] std::string_view LeafOf(std::string_view path);
+// Whether `path` is `tree` or lies below it.
+[[nodiscard]] bool IsWithin(std::string_view path, std::string_view tree);
+
+// Undoes one layer of percent-encoding. False when there is none, and for "%2F", "%00" and broken
+// escapes.
+[[nodiscard]] bool DecodePercent(std::string_view in, std::string* out);
+// Percent-escapes everything but unreserved characters and "/" (RFC 3986 section 2.3).
+[[nodiscard]] std::string EncodePercent(std::string_view in);
+
+// Maps code units to upper case, one to one, in place.
+using UpperCase = void (*)(WCHAR* text, UINT32 units);
+
+// The names of one directory, sorted as the platform layer compares without regard to case: by code
+// unit after simple upper-casing. Names that differ in case only stand in byte order. Costs about
+// 16 bytes per name beside its text.
+class NameList {
+  public:
+    explicit NameList(UpperCase upper) : upper_(upper) {}
+    void Add(std::string_view name);
+    void Sort();
+    size_t Count() const { return entries_.size(); }
+    // Valid until the list changes; NUL-terminated.
+    std::string_view At(size_t index) const
+    {
+        const Entry& e = entries_[index];
+        return {arena_.data() + e.offset, e.length};
+    }
+
+  private:
+    struct Entry {
+        UINT64 key;
+        UINT32 offset;
+        UINT16 length;
+        bool ascii;
+    };
+    bool Less(const Entry& a, const Entry& b) const;
+    size_t SharedPrefix() const;
+
+    UpperCase upper_;
+    std::vector<char> arena_;
+    std::vector<Entry> entries_;
+};
+
+} // namespace filestore

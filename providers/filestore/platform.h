@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the store uses of the platform layer: settings, time, upper case, the log.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <kest/talpl.h>
+#include <kest/tolm.h>
+
+namespace filestore {
+
+// The platform layer, created at the first use and kept; null when it cannot be had.
+[[nodiscard]] ITalpl* Platform();
+
+// 100 ns units since 1601-01-01 UTC.
+[[nodiscard]] UINT64 SystemTime();
+
+// Simple upper-casing of code units, as UpperCase of names.h.
+void UpperCaseUnits(WCHAR* text, UINT32 units);
+
+// One line in the log under the store's name.
+void Log(UINT32 severity, const std::string& text);
+
+// Registry values; false when the value is not set or of another type.
+[[nodiscard]] bool ReadText(const WCHAR* key, const WCHAR* name, std::string* out);
+[[nodiscard]] bool ReadNumber(const WCHAR* key, const WCHAR* name, UINT32* out);
+
+struct NamedText {
+    std::string name;
+    std::string value;
+};
+// Every text value of a key, in the registry's order.
+[[nodiscard]] std::vector<NamedText> ReadTexts(const WCHAR* key);
+
+} // namespace filestore

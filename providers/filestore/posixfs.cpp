@@ -1,0 +1,386 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/posixfs.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <linux/openat2.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace filestore {
+
+namespace {
+
+constexpr UINT64 kUnixEpoch = 116444736000000000; // 1970 in 100 ns units since 1601
+
+UINT64 ToSystemTime(INT64 seconds, INT64 nanoseconds)
+{
+    return static_cast<UINT64>(seconds * 10'000'000 + nanoseconds / 100) + kUnixEpoch;
+}
+
+// "/proc/self/fd/N[/name]": names an object that a descriptor leads to, where a call has no form
+// that takes the descriptor.
+struct ProcPath {
+    explicit ProcPath(int fd, const char* name = nullptr)
+    {
+        std::snprintf(text, sizeof text, name ? "/proc/self/fd/%d/%s" : "/proc/self/fd/%d", fd,
+                      name ? name : "");
+    }
+    char text[NAME_MAX + 48];
+};
+
+void SetKind(FileInfo* out, UINT32 mode)
+{
+    out->isDirectory = S_ISDIR(mode);
+    out->isRegular = S_ISREG(mode);
+    out->isLink = S_ISLNK(mode);
+    out->mode = mode & 07777;
+}
+
+void FromStat(const struct stat& s, FileInfo* out)
+{
+    SetKind(out, s.st_mode);
+    out->owner = s.st_uid;
+    out->group = s.st_gid;
+    out->inode = s.st_ino;
+    out->size = static_cast<UINT64>(s.st_size);
+    out->modified = ToSystemTime(s.st_mtim.tv_sec, s.st_mtim.tv_nsec);
+    out->created = std::min(out->modified, ToSystemTime(s.st_ctim.tv_sec, s.st_ctim.tv_nsec));
+}
+
+void FromStatx(const struct statx& s, FileInfo* out)
+{
+    SetKind(out, s.stx_mode);
+    out->owner = s.stx_uid;
+    out->group = s.stx_gid;
+    out->inode = s.stx_ino;
+    out->size = s.stx_size;
+    out->modified = ToSystemTime(s.stx_mtime.tv_sec, s.stx_mtime.tv_nsec);
+    // Without a date of birth the oldest date that the file system keeps stands in.
+    out->created =
+        s.stx_mask & STATX_BTIME
+            ? ToSystemTime(s.stx_btime.tv_sec, s.stx_btime.tv_nsec)
+            : std::min(out->modified, ToSystemTime(s.stx_ctime.tv_sec, s.stx_ctime.tv_nsec));
+}
+
+int Result(long r)
+{
+    return r < 0 ? errno : 0;
+}
+
+// The process's mask for new files, read without changing it (umask() could only swap it).
+UINT32 ReadUmask()
+{
+    UINT32 mask = 022;
+    if (FILE* f = std::fopen("/proc/self/status", "re")) {
+        char line[256];
+        while (std::fgets(line, sizeof line, f))
+            if (std::strncmp(line, "Umask:", 6) == 0)
+                mask = static_cast<UINT32>(std::strtoul(line + 6, nullptr, 8));
+        std::fclose(f);
+    }
+    return mask;
+}
+
+class PosixFileSystem final : public FileSystem {
+  public:
+    explicit PosixFileSystem(int top) : top_(top), newFileMode_(0666 & ~ReadUmask()) {}
+    ~PosixFileSystem() override { ::close(top_); }
+
+    int Open(const char* path, OpenFor purpose, FileHandle* out) override
+    {
+        const char* name = *path ? path : ".";
+        UINT64 flags = O_CLOEXEC;
+        switch (purpose) {
+        case OpenFor::Reading: // O_NONBLOCK: a pipe in the volume must not hold the thread
+            flags |= O_RDONLY | O_NONBLOCK | O_NOCTTY;
+            break;
+        case OpenFor::Directory:
+            flags |= O_RDONLY | O_DIRECTORY;
+            break;
+        case OpenFor::Locating:
+            flags |= O_PATH;
+            break;
+        }
+        int fd = OpenBeneath(name, flags);
+        if (fd < 0 && errno == EACCES && purpose != OpenFor::Locating)
+            fd = OpenBeneath(name, O_CLOEXEC | O_PATH | (flags & O_DIRECTORY));
+        if (fd < 0)
+            return errno;
+        *out = fd;
+        return 0;
+    }
+    void Close(FileHandle handle) override { ::close(handle); }
+
+    int Inspect(FileHandle handle, FileInfo* out) override
+    {
+        struct stat s;
+        if (::fstat(handle, &s) != 0)
+            return errno;
+        FromStat(s, out);
+        return 0;
+    }
+    int InspectFully(FileHandle handle, FileInfo* out) override
+    {
+        return Statx(handle, "", AT_EMPTY_PATH, out);
+    }
+    int Read(FileHandle handle, UINT64 offset, void* buffer, size_t size, size_t* got) override
+    {
+        for (;;) {
+            const ssize_t n = ::pread(handle, buffer, size, static_cast<off_t>(offset));
+            if (n >= 0) {
+                *got = static_cast<size_t>(n);
+                return 0;
+            }
+            if (errno != EINTR)
+                return errno == EBADF ? EACCES : errno; // opened by a fallback, without content
+        }
+    }
+    int Write(FileHandle handle, UINT64 offset, const void* buffer, size_t size) override
+    {
+        const char* p = static_cast<const char*>(buffer);
+        while (size > 0) {
+            const ssize_t n = ::pwrite(handle, p, size, static_cast<off_t>(offset));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return n < 0 ? errno : ENOSPC;
+            p += n;
+            offset += static_cast<UINT64>(n);
+            size -= static_cast<size_t>(n);
+        }
+        return 0;
+    }
+    int SetMode(FileHandle handle, UINT32 mode) override
+    {
+        if (::fchmod(handle, mode) == 0)
+            return 0;
+        return errno == EBADF ? Result(::chmod(ProcPath(handle).text, mode)) : errno;
+    }
+    int SetOwner(FileHandle handle, UINT32 owner, UINT32 group) override
+    {
+        return Result(::fchownat(handle, "", owner, group, AT_EMPTY_PATH));
+    }
+    int SetModified(FileHandle handle, UINT64 date) override
+    {
+        const INT64 ticks = static_cast<INT64>(date) - static_cast<INT64>(kUnixEpoch);
+        INT64 seconds = ticks / 10'000'000;
+        INT64 rest = ticks % 10'000'000;
+        if (rest < 0) {
+            rest += 10'000'000;
+            --seconds;
+        }
+        const timespec times[2] = {{0, UTIME_OMIT}, {seconds, rest * 100}};
+        if (::futimens(handle, times) == 0)
+            return 0;
+        return errno == EBADF ? Result(::utimensat(AT_FDCWD, ProcPath(handle).text, times, 0))
+                              : errno;
+    }
+    int Sync(FileHandle handle, bool everything) override
+    {
+        return Result(everything ? ::fsync(handle) : ::fdatasync(handle));
+    }
+    int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
+    {
+        if (::ioctl(to, FICLONE, from) == 0)
+            return 0;
+        UINT64 done = 0;
+        while (done < size) {
+            const auto piece = static_cast<size_t>(std::min<UINT64>(size - done, 1u << 30));
+            off64_t in = static_cast<off64_t>(done);
+            off64_t out = in;
+            const ssize_t n = ::copy_file_range(from, &in, to, &out, piece, 0);
+            if (n > 0) {
+                done += static_cast<UINT64>(n);
+                continue;
+            }
+            if (n == 0)
+                return 0; // the source became shorter meanwhile
+            if (errno == EINTR)
+                continue;
+            return errno == ENOSYS || errno == EXDEV || errno == EOPNOTSUPP || errno == EINVAL
+                       ? CopyByHand(from, to, done, size)
+                       : errno;
+        }
+        return 0;
+    }
+    int GetTag(FileHandle handle, const char* tag, void* value, size_t room, size_t* size) override
+    {
+        ssize_t n = ::fgetxattr(handle, tag, value, room);
+        if (n < 0 && errno == EBADF)
+            n = ::getxattr(ProcPath(handle).text, tag, value, room);
+        if (n < 0)
+            return errno;
+        *size = static_cast<size_t>(n);
+        return 0;
+    }
+    int SetTag(FileHandle handle, const char* tag, const void* value, size_t size) override
+    {
+        if (::fsetxattr(handle, tag, value, size, 0) == 0)
+            return 0;
+        return errno == EBADF ? Result(::setxattr(ProcPath(handle).text, tag, value, size, 0))
+                              : errno;
+    }
+
+    int InspectAt(FileHandle directory, const char* name, FileInfo* out) override
+    {
+        return Statx(directory, name, AT_SYMLINK_NOFOLLOW, out);
+    }
+    int GetTagAt(FileHandle directory, const char* name, const char* tag, void* value, size_t room,
+                 size_t* size) override
+    {
+        const ssize_t n = ::lgetxattr(ProcPath(directory, name).text, tag, value, room);
+        if (n < 0)
+            return errno;
+        *size = static_cast<size_t>(n);
+        return 0;
+    }
+    int CreateFile(FileHandle directory, const char* name, FileHandle* out) override
+    {
+        const int fd =
+            ::openat(directory, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (fd < 0)
+            return errno;
+        *out = fd;
+        return 0;
+    }
+    int MakeDirectory(FileHandle directory, const char* name) override
+    {
+        return Result(::mkdirat(directory, name, 0777));
+    }
+    int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
+               bool replace) override
+    {
+        if (replace)
+            return Result(::renameat(fromDirectory, from, toDirectory, to));
+        if (::renameat2(fromDirectory, from, toDirectory, to, RENAME_NOREPLACE) == 0)
+            return 0;
+        if (errno != EINVAL && errno != ENOSYS)
+            return errno;
+        // A file system without that flag: the look before the rename leaves a gap in which
+        // another process can take the name.
+        struct stat s;
+        if (::fstatat(toDirectory, to, &s, AT_SYMLINK_NOFOLLOW) == 0)
+            return EEXIST;
+        return Result(::renameat(fromDirectory, from, toDirectory, to));
+    }
+    int RemoveFile(FileHandle directory, const char* name) override
+    {
+        return Result(::unlinkat(directory, name, 0));
+    }
+    int RemoveDirectory(FileHandle directory, const char* name) override
+    {
+        return Result(::unlinkat(directory, name, AT_REMOVEDIR));
+    }
+    int List(FileHandle directory, NameSink& sink) override
+    {
+        // A descriptor of its own, so that two listings of one handle do not share a position.
+        const int fd = ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0)
+            return errno;
+        const int error = ListEntries(fd, sink);
+        ::close(fd);
+        return error;
+    }
+
+    UINT32 NewFileMode() const override { return newFileMode_; }
+    int TryLock(FileHandle handle) override { return Result(::flock(handle, LOCK_EX | LOCK_NB)); }
+    int ExternalPath(const char* path, char* out, size_t room) override
+    {
+        const int n = std::snprintf(out, room, "/proc/self/fd/%d/%s", top_, path);
+        return n < 0 || static_cast<size_t>(n) >= room ? ENAMETOOLONG : 0;
+    }
+    int Random(void* out, size_t size) override
+    {
+        return ::getrandom(out, size, 0) == static_cast<ssize_t>(size) ? 0 : EIO;
+    }
+
+  private:
+    int OpenBeneath(const char* path, UINT64 flags)
+    {
+        open_how how{};
+        how.flags = flags;
+        how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+        for (int attempt = 0;; ++attempt) {
+            const long fd = ::syscall(SYS_openat2, top_, path, &how, sizeof how);
+            // EAGAIN: a rename elsewhere raced with the look-up of a path with "..", which only a
+            // link can bring in.
+            if (fd >= 0 || attempt == 8 || (errno != EAGAIN && errno != EINTR))
+                return static_cast<int>(fd);
+        }
+    }
+    static int Statx(int directory, const char* name, int flags, FileInfo* out)
+    {
+        struct statx s;
+        if (::statx(directory, name, flags | AT_STATX_DONT_SYNC, STATX_BASIC_STATS | STATX_BTIME,
+                    &s) != 0)
+            return errno;
+        FromStatx(s, out);
+        return 0;
+    }
+    static int ListEntries(int fd, NameSink& sink)
+    {
+        alignas(dirent64) char buffer[32768];
+        for (;;) {
+            const ssize_t bytes = ::getdents64(fd, buffer, sizeof buffer);
+            if (bytes <= 0)
+                return Result(bytes);
+            for (ssize_t at = 0; at < bytes;) {
+                const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
+                at += entry->d_reclen;
+                const std::string_view name = entry->d_name;
+                if (name != "." && name != ".." && !sink.OnName(name))
+                    return 0;
+            }
+        }
+    }
+    int CopyByHand(FileHandle from, FileHandle to, UINT64 done, UINT64 size)
+    {
+        const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBlock]);
+        if (!buffer)
+            return ENOMEM;
+        while (done < size) {
+            const auto piece = static_cast<size_t>(std::min<UINT64>(size - done, kCopyBlock));
+            size_t got = 0;
+            if (const int error = Read(from, done, buffer.get(), piece, &got); error || got == 0)
+                return error;
+            if (const int error = Write(to, done, buffer.get(), got))
+                return error;
+            done += got;
+        }
+        return 0;
+    }
+
+    static constexpr size_t kCopyBlock = 262144;
+    const int top_;
+    const UINT32 newFileMode_;
+};
+
+} // namespace
+
+std::unique_ptr<FileSystem> OpenPosixFileSystem(const char* directory, int* error)
+{
+    const int top = ::open(directory, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (top < 0) {
+        *error = errno;
+        return nullptr;
+    }
+    return std::make_unique<PosixFileSystem>(top);
+}
+
+} // namespace filestore

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The volumes of this process, and how provider paths lead into them.
+//
+// Settings, read once when the store is first used:
+//   'Kest\Configuration\FileStore\Volumes'   one text value per volume: name = directory
+//   'Kest\Configuration\FileStore'
+//     'Sync'            "none", "data" (default) or "full", see SyncLevel
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <kest/dav.h>
+#include <kest/status.h>
+
+#include "providers/filestore/volume.h"
+
+namespace filestore {
+
+// Where a provider path leads.
+struct Target {
+    Volume* volume = nullptr; // null: the root, which lists the volumes
+    PathBuffer path;          // within the volume
+    bool IsRoot() const { return volume == nullptr; }
+    bool IsVolumeTop() const { return volume && path.Length() == 0; }
+};
+
+class Store {
+  public:
+    struct Options {
+        SyncLevel sync = SyncLevel::Data;
+        UINT64 (*now)() = nullptr; // 100 ns units since 1601
+    };
+    Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& options);
+
+    // The store of this process, made from the registry at the first call.
+    static Store& OfProcess();
+
+    const std::vector<std::unique_ptr<Volume>>& Volumes() const { return volumes_; }
+    const Options& Settings() const { return options_; }
+    UINT64 Now() const { return options_.now(); }
+    UINT64 Started() const { return started_; }
+
+    // Takes a provider path apart. Code 11 for an unknown volume or a name that is never served,
+    // code 38 for a path that is too long.
+    TALSTATUS Locate(const UNICODE_STRING* path, Target* out) const;
+    // The same for something to be made: a name that cannot be served is code 16, the root and what
+    // is not in a volume code 6.
+    TALSTATUS LocateNew(const UNICODE_STRING* path, Target* out) const;
+
+    // Opens what `target` leads to, with its kind: a file or a directory, nothing else is served.
+    // A link from a page that escapes a name once too often is followed when nothing bears the
+    // literal name and a page is what is asked for (GET, HEAD); `target` then holds the real path.
+    TALSTATUS OpenExisting(Target* target, OpenFor purpose, OpenFile* out, FileInfo* info) const;
+
+  private:
+    TALSTATUS Parse(const UNICODE_STRING* path, Target* out, bool* servable) const;
+    Volume* FindVolume(std::string_view name) const;
+
+    std::vector<std::unique_ptr<Volume>> volumes_; // in listing order
+    const Options options_;
+    const UINT64 started_;
+};
+
+} // namespace filestore

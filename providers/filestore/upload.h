@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// New content on its way in: a file beside the volume's tree that takes its place under its name in
+// one rename, when all of it has arrived, or goes without a trace.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <kest/dav.h>
+
+#include "providers/filestore/store.h"
+
+namespace filestore {
+
+class Upload {
+  public:
+    explicit Upload(Volume& volume) : volume_(volume) {}
+    ~Upload() { Discard(); }
+    Upload(const Upload&) = delete;
+    Upload& operator=(const Upload&) = delete;
+
+    // Prepares to write the file at `path`. Code 33 when its parent is missing, 39 when it is a
+    // collection, 6 when it is read-only or the volume is.
+    TALSTATUS Begin(std::string_view path);
+    // The same, and fills the file with what is there under the name now.
+    TALSTATUS BeginWithContent(std::string_view path, FileHandle content, UINT64 size);
+    TALSTATUS Write(UINT64 offset, const void* data, UINT32 size);
+    // Puts the content under its name. After a failure nothing has changed.
+    TALSTATUS Commit();
+    void Discard();
+
+    bool IsReplacing() const { return old_.has_value(); }
+    FileHandle File() const { return file_.Get(); }
+    // What the file is to have once it is in place; until set, what a replaced file had.
+    void SetModified(UINT64 date) { modified_ = date; }
+    void SetCreated(UINT64 date) { created_ = date; }
+    void SetReadOnly(bool on) { readOnly_ = on; }
+    std::optional<UINT64> Created() const { return created_; }
+
+  private:
+    int ApplyAttributes();
+
+    Volume& volume_;
+    OpenFile parent_;
+    OpenFile file_;
+    std::string tmpName_; // empty: nothing to put in place or to remove
+    std::string leaf_;
+    std::optional<FileInfo> old_;
+    std::optional<UINT64> modified_;
+    std::optional<UINT64> created_;
+    std::optional<bool> readOnly_;
+    TALSTATUS failed_ = TAL_STATUS_SUCCESS; // of the first write that failed
+};
+
+// The permission bits for a file that is, or is not, read-only.
+[[nodiscard]] UINT32 WithReadOnly(UINT32 mode, bool on);
+[[nodiscard]] inline bool IsReadOnly(const FileInfo& info)
+{
+    return (info.mode & 0222) == 0;
+}
+
+} // namespace filestore

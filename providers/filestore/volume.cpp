@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/volume.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "providers/filestore/platform.h"
+
+namespace filestore {
+
+namespace {
+
+constexpr char kCreatedTag[] = "user.kest.created"; // 8 bytes, little-endian, as DAV_DATETIME
+constexpr char kDatesTag[] = "user.kest.dates";     // on a directory: a child may have the above
+constexpr std::string_view kLockSuffix = ".lock";
+
+class NameCollector final : public NameSink {
+  public:
+    bool OnName(std::string_view name) override
+    {
+        names.emplace_back(name);
+        return true;
+    }
+    std::vector<std::string> names;
+};
+
+} // namespace
+
+Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync)
+    : name_(std::move(name)), fs_(std::move(fs)), sync_(sync)
+{
+    const int error = Prepare();
+    if (error == 0) {
+        SweepTmp();
+        return;
+    }
+    for (FileHandle* h : {&tmp_, &deleted_, &purge_, &tokenLock_})
+        OpenFile(*fs_, std::exchange(*h, kNoFile)).Reset();
+    Log(kLogWarning, "volume '" + name_ + "' is served for reading only: its directory '" +
+                         std::string(kPrivateDirectory) + "' cannot be used (" +
+                         std::strerror(error) + ")");
+}
+
+Volume::~Volume()
+{
+    if (tmp_ != kNoFile)
+        (void)fs_->RemoveFile(tmp_, (token_ + std::string(kLockSuffix)).c_str()); // the next start
+    for (const FileHandle h : {tmp_, deleted_, purge_, tokenLock_})
+        if (h != kNoFile)
+            fs_->Close(h);
+}
+
+int Volume::OpenPrivate(std::string_view name, FileHandle* out)
+{
+    const std::string path = std::string(kPrivateDirectory) + "/" + std::string(name);
+    int error = fs_->Open(path.c_str(), OpenFor::Directory, out);
+    if (error != ENOENT)
+        return error;
+    OpenFile parent;
+    if ((error = fs_->Open(kPrivateDirectory.data(), OpenFor::Directory, parent.Out(*fs_))))
+        return error;
+    error = fs_->MakeDirectory(parent.Get(), std::string(name).c_str());
+    return error && error != EEXIST ? error : fs_->Open(path.c_str(), OpenFor::Directory, out);
+}
+
+int Volume::Prepare()
+{
+    OpenFile top;
+    if (const int error = fs_->Open("", OpenFor::Directory, top.Out(*fs_)))
+        return error;
+    const int made = fs_->MakeDirectory(top.Get(), kPrivateDirectory.data());
+    if (made && made != EEXIST)
+        return made;
+    if (made == 0) {
+        // Contents, properties and deleted files of everybody: for the serving account only.
+        OpenFile own;
+        if (const int error =
+                fs_->Open(kPrivateDirectory.data(), OpenFor::Directory, own.Out(*fs_)))
+            return error;
+        if (const int error = fs_->SetMode(own.Get(), 0700))
+            return error;
+    }
+    for (const auto& [name, handle] :
+         {std::pair{"tmp", &tmp_}, {"deleted", &deleted_}, {"purge", &purge_}})
+        if (const int error = OpenPrivate(name, handle))
+            return error;
+    return TakeToken();
+}
+
+// Picks this object's token and holds a lock on the file that stands for it, by which others see
+// that its owner lives: locks end with their process, on every kind of end.
+int Volume::TakeToken()
+{
+    for (int attempt = 0; attempt < 16; ++attempt) {
+        UINT64 random = 0;
+        if (const int error = fs_->Random(&random, sizeof random))
+            return error;
+        char text[17];
+        std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(random));
+        const std::string file = text + std::string(kLockSuffix);
+        OpenFile lock;
+        if (const int error = fs_->CreateFile(tmp_, file.c_str(), lock.Out(*fs_))) {
+            if (error == EEXIST)
+                continue;
+            return error;
+        }
+        // A sweeper that came between the two calls has the lock, or had it and removed the file.
+        FileInfo held, named;
+        if (fs_->TryLock(lock.Get()) == 0 && fs_->Inspect(lock.Get(), &held) == 0 &&
+            fs_->InspectAt(tmp_, file.c_str(), &named) == 0 && held.inode == named.inode) {
+            token_ = text;
+            tokenLock_ = lock.Detach();
+            return 0;
+        }
+    }
+    return EAGAIN;
+}
+
+void Volume::SweepTmp()
+{
+    NameCollector found;
+    if (fs_->List(tmp_, found) != 0)
+        return;
+    for (const std::string& file : found.names) {
+        if (!file.ends_with(kLockSuffix))
+            continue;
+        OpenFile lock;
+        const std::string path = std::string(kPrivateDirectory) + "/tmp/" + file;
+        if (fs_->Open(path.c_str(), OpenFor::Reading, lock.Out(*fs_)) != 0 ||
+            fs_->TryLock(lock.Get()) != 0)
+            continue; // its owner lives
+        const std::string prefix = file.substr(0, file.size() - kLockSuffix.size()) + "-";
+        for (const std::string& name : found.names) {
+            if (!name.starts_with(prefix))
+                continue;
+            // A half-made copy of a tree is a directory: it goes out like a deleted one.
+            if (fs_->RemoveFile(tmp_, name.c_str()) == EISDIR)
+                (void)fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
+        }
+        (void)fs_->RemoveFile(tmp_, file.c_str()); // if it stays, the next start removes it
+    }
+}
+
+std::string Volume::UniqueName()
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "-%llx",
+                  static_cast<unsigned long long>(counter_.fetch_add(1) + 1));
+    return token_ + text;
+}
+
+int Volume::OpenParent(std::string_view path, OpenFile* out) const
+{
+    PathBuffer parent;
+    if (!parent.Assign(ParentOf(path)))
+        return ENAMETOOLONG;
+    return fs_->Open(parent.CStr(), OpenFor::Directory, out->Out(*fs_));
+}
+
+int Volume::GetCreated(FileHandle handle, UINT64* date) const
+{
+    size_t size = 0;
+    UINT64 kept = 0;
+    if (fs_->GetTag(handle, kCreatedTag, &kept, sizeof kept, &size) == 0 && size == sizeof kept) {
+        *date = kept;
+        return 0;
+    }
+    FileInfo info;
+    if (const int error = fs_->InspectFully(handle, &info))
+        return error;
+    *date = info.created;
+    return 0;
+}
+
+int Volume::KeepCreated(FileHandle handle, FileHandle directory, UINT64 date) const
+{
+    if (!HasKeptDates(directory))
+        if (const int error = fs_->SetTag(directory, kDatesTag, "1", 1))
+            return error;
+    return fs_->SetTag(handle, kCreatedTag, &date, sizeof date);
+}
+
+bool Volume::HasKeptDates(FileHandle directory) const
+{
+    char mark = 0;
+    size_t size = 0;
+    return fs_->GetTag(directory, kDatesTag, &mark, sizeof mark, &size) == 0;
+}
+
+UINT64 Volume::CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const
+{
+    UINT64 kept = 0;
+    size_t size = 0;
+    const int error = fs_->GetTagAt(directory, name, kCreatedTag, &kept, sizeof kept, &size);
+    return error == 0 && size == sizeof kept ? kept : info.created;
+}
+
+int Volume::SyncNames(FileHandle directory) const
+{
+    return sync_ == SyncLevel::None ? 0 : fs_->Sync(directory, true);
+}
+
+} // namespace filestore

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One volume: a directory tree that is served, and the private directory at its top in which the
+// store keeps what clients do not see:
+//
+//   .kest/tmp/       content on its way in; names begin with the writing process's token
+//   .kest/deleted/   deleted entries that are kept, named by their number
+//   .kest/purge/     deleted entries on their way out
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "providers/filestore/filesystem.h"
+#include "providers/filestore/names.h"
+
+namespace filestore {
+
+// What is on the disk before a change is answered.
+enum class SyncLevel {
+    None, // nothing is waited for: a power cut can lose the last changes, an upload included
+    Data, // uploads and names are on the disk: content and directory are synced before the reply
+    Full, // dates, permissions and both ends of a move are, too
+};
+
+class Volume {
+  public:
+    // Makes the private directories where they are missing and removes what dead processes left in
+    // them. A volume that cannot be written is served for reading.
+    Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync);
+    ~Volume();
+    Volume(const Volume&) = delete;
+    Volume& operator=(const Volume&) = delete;
+
+    const std::string& Name() const { return name_; }
+    FileSystem& Fs() const { return *fs_; }
+    SyncLevel Sync() const { return sync_; }
+    bool IsWritable() const { return tmp_ != kNoFile; }
+
+    // The private directories; kNoFile when the volume is read-only.
+    FileHandle Tmp() const { return tmp_; }
+    FileHandle Deleted() const { return deleted_; }
+    FileHandle Purge() const { return purge_; }
+
+    // A name that no other process and no other call uses, for Tmp() and Purge().
+    std::string UniqueName();
+
+    // Opens the directory that holds `path`'s leaf. ENOENT or ENOTDIR when there is none.
+    int OpenParent(std::string_view path, OpenFile* out) const;
+
+    // The creation date: the one kept for the object, else the file system's.
+    int GetCreated(FileHandle handle, UINT64* date) const;
+    // Keeps a creation date with the object. `directory` is the one that holds its name; listings
+    // of it then look for kept dates. EOPNOTSUPP where the file system keeps no tags.
+    int KeepCreated(FileHandle handle, FileHandle directory, UINT64 date) const;
+    // Whether children of the directory can have kept dates, so that a listing has to ask each.
+    bool HasKeptDates(FileHandle directory) const;
+    // The creation date of a child whose info is at hand.
+    UINT64 CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const;
+
+    // Syncs a directory whose names have changed, as the volume's setting wants it.
+    int SyncNames(FileHandle directory) const;
+
+  private:
+    int Prepare();
+    int TakeToken();
+    void SweepTmp();
+    int OpenPrivate(std::string_view name, FileHandle* out);
+
+    const std::string name_;
+    const std::unique_ptr<FileSystem> fs_;
+    const SyncLevel sync_;
+    FileHandle tmp_ = kNoFile;
+    FileHandle deleted_ = kNoFile;
+    FileHandle purge_ = kNoFile;
+    FileHandle tokenLock_ = kNoFile;
+    std::string token_;
+    std::atomic<UINT64> counter_{0};
+};
+
+} // namespace filestore

@@ -1,0 +1,518 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "opened.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "text.h"
+
+namespace harness {
+
+namespace {
+
+constexpr UINT32 Align8(size_t bytes)
+{
+    return static_cast<UINT32>((bytes + 7) / 8 * 8);
+}
+
+// What opened resources and collections declare alike. `kind` is "res." or "col.".
+template <class I> class Opened : public I {
+  public:
+    Opened(Provider& provider, std::string kind) : owner_(provider), kind_(std::move(kind))
+    {
+        const std::lock_guard lock(owner_.Mutex());
+        owner_.Count(1);
+    }
+
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        *out = nullptr;
+        if (*iid != IidOf<I>::value && *iid != IID_IUnknown)
+            return ProviderFailure(kCodeNoInterface);
+        AddRef();
+        *out = static_cast<I*>(this);
+        return TAL_STATUS_SUCCESS;
+    }
+    UINT32 AddRef() override { return ++references_; }
+    UINT32 Release() override
+    {
+        const UINT32 left = --references_;
+        if (left == 0) {
+            {
+                const std::lock_guard lock(owner_.Mutex());
+                owner_.Count(-1);
+            }
+            delete this;
+        }
+        return left;
+    }
+
+    TALSTATUS GetFirstLock(UINT32* size, DAV_LOCK_2* buffer) override
+    {
+        nextLock_ = 0;
+        return Locks("GetFirstLock", size, buffer);
+    }
+    TALSTATUS GetNextLock(UINT32* size, DAV_LOCK_2* buffer) override
+    {
+        return Locks("GetNextLock", size, buffer);
+    }
+    TALSTATUS GetCreationDate(DAV_DATETIME* date) override
+    {
+        return WithNode("GetCreationDate", {}, [&](Node& node) { *date = node.created; });
+    }
+    TALSTATUS GetModificationDate(DAV_DATETIME* date) override
+    {
+        return WithNode("GetModificationDate", {}, [&](Node& node) { *date = node.modified; });
+    }
+    TALSTATUS SetCreationDate(DAV_DATETIME date) override
+    {
+        return WithNode("SetCreationDate", std::to_string(date),
+                        [&](Node& node) { node.created = date; });
+    }
+    TALSTATUS SetModificationDate(DAV_DATETIME date) override
+    {
+        return WithNode("SetModificationDate", std::to_string(date),
+                        [&](Node& node) { node.modified = date; });
+    }
+    TALSTATUS GetLiveAttributes(UINT32* attributes) override
+    {
+        return WithNode("GetLiveAttributes", {},
+                        [&](Node& node) { *attributes = node.attributes; });
+    }
+    TALSTATUS SetLiveAttributes(UINT32 attributes) override
+    {
+        return WithNode("SetLiveAttributes", std::to_string(attributes),
+                        [&](Node& node) { node.attributes = attributes; });
+    }
+    TALSTATUS GetETag(DAV_ETAG* etag) override
+    {
+        return WithNode("GetETag", {}, [&](Node& node) { *etag = node.etag; });
+    }
+    TALSTATUS GetDisplayName(UNICODE_STRING* name) override
+    {
+        if (const auto status = Note("GetDisplayName"))
+            return *status;
+        const std::lock_guard lock(owner_.Mutex());
+        const Node* node = owner_.Find(path_);
+        if (!node)
+            return ProviderFailure(kCodeNotFound);
+        const std::u16string shown =
+            node->displayName.empty() ? std::u16string(LastSegment(path_)) : node->displayName;
+        const size_t bytes = shown.size() * sizeof(WCHAR);
+        if (bytes > name->MaximumLength)
+            return ProviderFailure(kCodeBufferTooSmall);
+        std::memcpy(name->Buffer, shown.data(), bytes);
+        name->Length = static_cast<UINT16>(bytes);
+        return TAL_STATUS_SUCCESS;
+    }
+
+  protected:
+    virtual ~Opened() = default;
+
+    std::optional<TALSTATUS> Note(const std::string& operation, std::string_view arguments = {})
+    {
+        return owner_.Log().Enter(owner_.Name((kind_ + operation).c_str()), arguments);
+    }
+    template <class F>
+    TALSTATUS WithNode(const char* operation, const std::string& arguments, F use)
+    {
+        if (const auto status = Note(operation, arguments))
+            return *status;
+        const std::lock_guard lock(owner_.Mutex());
+        Node* node = owner_.Find(path_);
+        if (!node)
+            return ProviderFailure(kCodeNotFound);
+        use(*node);
+        return TAL_STATUS_SUCCESS;
+    }
+    // Packs up to recordsPerCall records with `packOne(index, room, at)`, which gives the bytes
+    // used or 0 when the record does not fit.
+    template <class Record, class F>
+    TALSTATUS Pack(size_t& next, size_t count, UINT32* size, Record* buffer, F packOne)
+    {
+        if (next >= count)
+            return ProviderFailure(kCodeNoMoreEntries);
+        UINT32 used = 0;
+        Record* last = nullptr;
+        for (size_t packed = 0; packed < owner_.recordsPerCall && next < count; ++packed) {
+            const UINT32 at = Align8(used);
+            auto* record = reinterpret_cast<Record*>(reinterpret_cast<char*>(buffer) + at);
+            const UINT32 bytes = at < *size ? packOne(next, *size - at, record) : 0;
+            if (bytes == 0)
+                break;
+            if (last)
+                last->NextEntryOffset = static_cast<UINT32>(reinterpret_cast<char*>(record) -
+                                                            reinterpret_cast<char*>(last));
+            record->NextEntryOffset = 0;
+            last = record;
+            used = at + bytes;
+            ++next;
+        }
+        if (!last)
+            return ProviderFailure(kCodeBufferTooSmall);
+        *size = used;
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS Locks(const char* operation, UINT32* size, DAV_LOCK_2* buffer)
+    {
+        if (const auto status = Note(operation, std::to_string(*size)))
+            return *status;
+        const std::lock_guard lock(owner_.Mutex());
+        const Node* node = owner_.Find(path_);
+        if (!node)
+            return ProviderFailure(kCodeNotFound);
+        return Pack(nextLock_, node->locks.size(), size, buffer,
+                    [&](size_t index, UINT32 room, DAV_LOCK_2* record) {
+                        return Failed(PackLock(node->locks[index], &room, record)) ? 0 : room;
+                    });
+    }
+    TALSTATUS Properties(const char* operation, UINT32* size, DAV_NAMED_PROPERTY* buffer)
+    {
+        if (const auto status = Note(operation, std::to_string(*size)))
+            return *status;
+        const std::lock_guard lock(owner_.Mutex());
+        const Node* node = owner_.Find(path_);
+        if (!node)
+            return ProviderFailure(kCodeNotFound);
+        return Pack(nextProperty_, node->properties.size(), size, buffer,
+                    [&](size_t index, UINT32 room, DAV_NAMED_PROPERTY* record) {
+                        return PackProperty(node->properties[index], room, record);
+                    });
+    }
+    static UINT32 PackProperty(const std::pair<std::u16string, std::string>& property, UINT32 room,
+                               DAV_NAMED_PROPERTY* record)
+    {
+        const auto& [name, value] = property;
+        const size_t nameAt =
+            (offsetof(DAV_NAMED_PROPERTY, Value) + value.size() + 1) / 2 * 2; // aligned for WCHAR
+        const size_t needed = nameAt + name.size() * sizeof(WCHAR);
+        if (needed > room)
+            return 0;
+        record->ValueLength = static_cast<UINT32>(value.size());
+        record->NameLength = static_cast<UINT32>(name.size() * sizeof(WCHAR));
+        record->NameOffset = static_cast<UINT32>(nameAt);
+        char* bytes = reinterpret_cast<char*>(record);
+        std::memcpy(bytes + offsetof(DAV_NAMED_PROPERTY, Value), value.data(), value.size());
+        std::memcpy(bytes + nameAt, name.data(), name.size() * sizeof(WCHAR));
+        return static_cast<UINT32>(needed);
+    }
+    TALSTATUS FirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
+    {
+        nextProperty_ = 0;
+        return Properties("GetFirstProperty", size, buffer);
+    }
+    TALSTATUS NextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
+    {
+        return Properties("GetNextProperty", size, buffer);
+    }
+    TALSTATUS NamedProperty(UNICODE_STRING* name, UINT32* length, char* value)
+    {
+        if (const auto status = Note("GetNamedProperty", Narrow(name)))
+            return *status;
+        const std::lock_guard lock(owner_.Mutex());
+        const Node* node = owner_.Find(path_);
+        if (!node)
+            return ProviderFailure(kCodeNotFound);
+        for (const auto& [key, text] : node->properties)
+            if (Narrow(key) == Narrow(name)) {
+                if (text.size() > *length) {
+                    *length = static_cast<UINT32>(text.size());
+                    return ProviderFailure(kCodeBufferTooSmall);
+                }
+                std::memcpy(value, text.data(), text.size());
+                *length = static_cast<UINT32>(text.size());
+                return TAL_STATUS_SUCCESS;
+            }
+        return ProviderFailure(kCodeNotFound);
+    }
+    TALSTATUS SetProperty(const char* operation, UNICODE_STRING* name, UINT32 length, char* value)
+    {
+        const std::string shown =
+            value ? "\"" + std::string(value, length) + "\"" : std::string("null");
+        const std::u16string key(name->Buffer, name->Length / sizeof(WCHAR));
+        return WithNode(operation, Narrow(name) + ", " + shown, [&](Node& node) {
+            std::erase_if(node.properties, [&](const auto& p) { return p.first == key; });
+            if (value)
+                node.properties.emplace_back(key, std::string(value, length));
+        });
+    }
+    TALSTATUS SetPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value, UINT32* resultLength,
+                             char* result)
+    {
+        const TALSTATUS status = SetProperty("SetNamedPropertyEnh", name, length, value);
+        const UINT32 room = *resultLength;
+        *resultLength = static_cast<UINT32>(std::min<size_t>(owner_.enhResult.size(), room));
+        if (result)
+            std::memcpy(result, owner_.enhResult.data(), *resultLength);
+        return status;
+    }
+    TALSTATUS Ioctl(UINT32 code, UINT32* size, void* output)
+    {
+        if (const auto status = Note("IoctlRequest", Hex(code)))
+            return *status;
+        return owner_.onIoctl ? owner_.onIoctl(Narrow(path_), code, size, output)
+                              : ProviderFailure(kCodeNotImplemented);
+    }
+
+    Provider& owner_;
+    std::string kind_;
+    std::u16string path_;
+    size_t nextLock_ = 0;
+    size_t nextProperty_ = 0;
+
+  private:
+    UINT32 references_ = 1;
+};
+
+template <class I> class OpenedResource : public Opened<I> {
+  public:
+    explicit OpenedResource(Provider& provider) : Opened<I>(provider, "res.") {}
+
+    TALSTATUS GetFirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer) override
+    {
+        return this->FirstProperty(size, buffer);
+    }
+    TALSTATUS GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer) override
+    {
+        return this->NextProperty(size, buffer);
+    }
+    TALSTATUS GetNamedProperty(UNICODE_STRING* name, UINT32* length, char* value) override
+    {
+        return this->NamedProperty(name, length, value);
+    }
+    TALSTATUS SetNamedProperty(UNICODE_STRING* name, UINT32 length, char* value) override
+    {
+        return this->SetProperty("SetNamedProperty", name, length, value);
+    }
+    TALSTATUS GetResourceSize(UINT64* size) override
+    {
+        return this->WithNode("GetResourceSize", {}, [&](Node& node) {
+            *size = node.sizeShown ? node.sizeShown : node.content.size();
+        });
+    }
+    TALSTATUS Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read) override
+    {
+        *read = 0;
+        if (const auto status =
+                this->Note("Read", std::to_string(offset) + ", " + std::to_string(length)))
+            return *status;
+        if (this->owner_.onRead)
+            this->owner_.onRead(Narrow(this->path_), offset);
+        const std::lock_guard lock(this->owner_.Mutex());
+        const Node* node = this->owner_.Find(this->path_);
+        if (!node)
+            return ProviderFailure(kCodeNotFound);
+        if (offset >= node->content.size())
+            return TAL_STATUS_SUCCESS;
+        size_t bytes = std::min<size_t>(length, node->content.size() - offset);
+        if (this->owner_.readLimit != 0)
+            bytes = std::min<size_t>(bytes, this->owner_.readLimit);
+        std::memcpy(buffer, node->content.data() + offset, bytes);
+        *read = static_cast<UINT32>(bytes);
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS Write(UINT64 offset, UINT32 length, char* buffer, UINT32* written) override
+    {
+        *written = 0;
+        return this->WithNode(
+            "Write", std::to_string(offset) + ", " + std::to_string(length), [&](Node& node) {
+                const UINT32 bytes =
+                    this->owner_.writeLimit ? std::min(length, this->owner_.writeLimit) : length;
+                if (node.content.size() < offset + bytes)
+                    node.content.resize(offset + bytes);
+                std::memcpy(node.content.data() + offset, buffer, bytes);
+                *written = bytes;
+            });
+    }
+
+  protected:
+    TALSTATUS Bind(BOOLEAN create, DAV_OPEN_ACCESS access, DAV_SHARE_MODE share,
+                   DAV_OPEN_FLAGS flags, UNICODE_STRING* path, const std::string& more)
+    {
+        if (const auto status =
+                this->Note("Associate", Narrow(path) + ", create=" + std::to_string(create) +
+                                            ", access=" + std::to_string(access) +
+                                            ", share=" + std::to_string(share) +
+                                            ", flags=" + std::to_string(flags) + more))
+            return *status;
+        const std::lock_guard lock(this->owner_.Mutex());
+        const std::u16string target(path->Buffer, path->Length / sizeof(WCHAR));
+        Node* node = this->owner_.Find(target);
+        if (!node) {
+            const size_t slash = target.rfind(u'/');
+            if (!create || !this->owner_.Serves(target) || slash == std::u16string::npos)
+                return ProviderFailure(kCodeNotFound);
+            if (!this->owner_.Find(target.substr(0, slash)))
+                return ProviderFailure(kCodeConflict);
+            node = &this->owner_.AddFile(Narrow(target));
+        } else if (create && node->type == Resource) {
+            node->content.clear();
+        }
+        if (node->type != Resource)
+            return ProviderFailure(kCodeInvalidParameter);
+        this->path_ = target;
+        return TAL_STATUS_SUCCESS;
+    }
+};
+
+class Resource1 final : public OpenedResource<IKestDAVResource> {
+  public:
+    using OpenedResource::OpenedResource;
+    TALSTATUS Associate(SCHANDLE, BOOLEAN create, DAV_OPEN_ACCESS access, DAV_SHARE_MODE share,
+                        DAV_OPEN_FLAGS flags, UNICODE_STRING* path) override
+    {
+        return Bind(create, access, share, flags, path, {});
+    }
+};
+
+class Resource2 final : public OpenedResource<IKestDAVResource2> {
+  public:
+    using OpenedResource::OpenedResource;
+    TALSTATUS Associate(SCHANDLE, BOOLEAN create, DAV_OPEN_ACCESS access, DAV_SHARE_MODE share,
+                        DAV_OPEN_FLAGS flags, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
+    {
+        return Bind(create, access, share, flags, path, ", token=" + Narrow(token));
+    }
+    TALSTATUS IoctlRequest(SCHANDLE, UINT32 code, UINT32, void*, UINT32* size,
+                           void* output) override
+    {
+        return Ioctl(code, size, output);
+    }
+    TALSTATUS SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
+                                  UINT32* resultLength, char* result) override
+    {
+        return SetPropertyEnh(name, length, value, resultLength, result);
+    }
+};
+
+template <class I> class OpenedCollection : public Opened<I> {
+  public:
+    explicit OpenedCollection(Provider& provider) : Opened<I>(provider, "col.") {}
+
+    TALSTATUS GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer) override
+    {
+        return Child("GetFirstChild", size, buffer);
+    }
+    TALSTATUS GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer) override
+    {
+        return Child("GetNextChild", size, buffer);
+    }
+
+  protected:
+    TALSTATUS Bind(UNICODE_STRING* path, const std::string& more)
+    {
+        if (const auto status = this->Note("Associate", Narrow(path) + more))
+            return *status;
+        const std::lock_guard lock(this->owner_.Mutex());
+        this->path_.assign(path->Buffer, path->Length / sizeof(WCHAR));
+        const Node* node = this->owner_.Find(this->path_);
+        if (!node)
+            return ProviderFailure(kCodeNotFound);
+        if (node->type != Collection)
+            return ProviderFailure(kCodeInvalidParameter);
+        names_ = this->owner_.Children(this->path_);
+        next_ = 0;
+        return TAL_STATUS_SUCCESS;
+    }
+
+  private:
+    // Children as they were at Associate, without those that have gone since.
+    TALSTATUS Child(const char* operation, UINT32* size, DAV_COMMON_ENUM* buffer)
+    {
+        if (const auto status = this->Note(operation, std::to_string(*size)))
+            return *status;
+        const std::lock_guard lock(this->owner_.Mutex());
+        if (operation == std::string_view("GetFirstChild"))
+            next_ = 0;
+        const Node* node = nullptr;
+        while (next_ < names_.size() &&
+               !(node = this->owner_.Find(this->path_ + u"/" + names_[next_])))
+            ++next_;
+        if (!node)
+            return ProviderFailure(kCodeNoMoreEntries);
+        const std::u16string& name = node->displayName.empty() ? names_[next_] : node->displayName;
+        ++next_;
+        const size_t nameBytes = name.size() * sizeof(WCHAR);
+        const size_t uriAt = offsetof(DAV_COMMON_ENUM, DisplayName) + nameBytes;
+        const size_t uriBytes = node->uri.size() * sizeof(WCHAR);
+        if (uriAt + uriBytes > *size)
+            return ProviderFailure(kCodeBufferTooSmall);
+        char* bytes = reinterpret_cast<char*>(buffer);
+        buffer->NextEntryOffset = 0;
+        buffer->Type = node->type;
+        buffer->Attributes = node->attributes;
+        buffer->CreationDate = node->created;
+        buffer->ModificationDate = node->modified;
+        buffer->ResourceSize = node->sizeShown ? node->sizeShown : node->content.size();
+        buffer->State = node->state;
+        buffer->DisplayNameLength = static_cast<UINT32>(nameBytes);
+        std::memcpy(bytes + offsetof(DAV_COMMON_ENUM, DisplayName), name.data(), nameBytes);
+        buffer->URILength = static_cast<UINT32>(uriBytes);
+        buffer->pURI = uriBytes ? reinterpret_cast<WCHAR*>(bytes + uriAt) : nullptr;
+        std::memcpy(bytes + uriAt, node->uri.data(), uriBytes);
+        *size = static_cast<UINT32>(uriAt + uriBytes);
+        return TAL_STATUS_SUCCESS;
+    }
+
+    std::vector<std::u16string> names_;
+    size_t next_ = 0;
+};
+
+class Collection1 final : public OpenedCollection<IKestDAVCollection> {
+  public:
+    using OpenedCollection::OpenedCollection;
+    TALSTATUS Associate(SCHANDLE, UNICODE_STRING* path) override { return Bind(path, {}); }
+};
+
+class Collection2 final : public OpenedCollection<IKestDAVCollection2> {
+  public:
+    using OpenedCollection::OpenedCollection;
+    TALSTATUS Associate(SCHANDLE, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
+    {
+        return Bind(path, ", token=" + Narrow(token));
+    }
+    TALSTATUS IoctlRequest(SCHANDLE, UINT32 code, UINT32, void*, UINT32* size,
+                           void* output) override
+    {
+        return Ioctl(code, size, output);
+    }
+    TALSTATUS GetFirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer) override
+    {
+        return FirstProperty(size, buffer);
+    }
+    TALSTATUS GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer) override
+    {
+        return NextProperty(size, buffer);
+    }
+    TALSTATUS GetNamedProperty(UNICODE_STRING* name, UINT32* length, char* value) override
+    {
+        return NamedProperty(name, length, value);
+    }
+    TALSTATUS SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
+                                  UINT32* resultLength, char* result) override
+    {
+        return SetPropertyEnh(name, length, value, resultLength, result);
+    }
+};
+
+} // namespace
+
+IKestDAVResource* NewResource1(Provider& provider)
+{
+    return new Resource1(provider);
+}
+IKestDAVResource2* NewResource2(Provider& provider)
+{
+    return new Resource2(provider);
+}
+IKestDAVCollection* NewCollection1(Provider& provider)
+{
+    return new Collection1(provider);
+}
+IKestDAVCollection2* NewCollection2(Provider& provider)
+{
+    return new Collection2(provider);
+}
+
+} // namespace harness

@@ -1,0 +1,524 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "provider.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "opened.h"
+#include "text.h"
+
+namespace harness {
+
+namespace {
+
+constexpr DAV_DATETIME kStartDate = Ticks(1769860800); // 2026-01-31T12:00:00Z
+
+std::u16string Path(const UNICODE_STRING* path)
+{
+    return {path->Buffer, path->Length / sizeof(WCHAR)};
+}
+
+std::u16string Parent(const std::u16string& path)
+{
+    const size_t slash = path.rfind(u'/');
+    return slash == std::u16string::npos || slash == 0 ? std::u16string() : path.substr(0, slash);
+}
+
+bool IsBelow(const std::u16string& path, const std::u16string& top)
+{
+    return path.size() > top.size() && path.starts_with(top) && path[top.size()] == u'/';
+}
+
+std::string Flag(BOOLEAN flag)
+{
+    return flag ? "overwrite" : "keep";
+}
+
+} // namespace
+
+// The namespace operations that both generations declare alike.
+template <class I> struct NamespaceCommon : I {
+    explicit NamespaceCommon(Provider& provider) : owner(provider) {}
+
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        *out = nullptr;
+        if (*iid != IidOf<I>::value && *iid != IID_IUnknown)
+            return ProviderFailure(kCodeNoInterface);
+        AddRef();
+        *out = static_cast<I*>(this);
+        return TAL_STATUS_SUCCESS;
+    }
+    UINT32 AddRef() override
+    {
+        const std::lock_guard lock(owner.Mutex());
+        return static_cast<UINT32>(++owner.references_);
+    }
+    UINT32 Release() override
+    {
+        const std::lock_guard lock(owner.Mutex());
+        return static_cast<UINT32>(--owner.references_);
+    }
+    TALSTATUS BeginSession(SCHANDLE session) override
+    {
+        return Note("BeginSession", SessionText(session)).value_or(TAL_STATUS_SUCCESS);
+    }
+    TALSTATUS EndSession(SCHANDLE session) override
+    {
+        return Note("EndSession", SessionText(session)).value_or(TAL_STATUS_SUCCESS);
+    }
+    TALSTATUS GetDAVSupport(UINT32* caps) override
+    {
+        if (const auto status = Note("GetDAVSupport"))
+            return *status;
+        *caps = owner.Spec().caps;
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS GetMultiStatus(SCHANDLE, DAV_ERROR_ID*, UINT32*, DAV_MULTI_STATUS*) override
+    {
+        return Note("GetMultiStatus").value_or(ProviderFailure(kCodeNoMoreEntries));
+    }
+    TALSTATUS GetType(SCHANDLE, UNICODE_STRING* path, DAV_TYPE* type) override
+    {
+        if (const auto status = Note("GetType", Narrow(path)))
+            return *status;
+        return owner.GetType(Path(path), type);
+    }
+    TALSTATUS Unlock(SCHANDLE, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
+    {
+        if (const auto status = Note("Unlock", Narrow(path) + ", token=" + Narrow(token)))
+            return *status;
+        return owner.RemoveLock(Path(path), token);
+    }
+    TALSTATUS IoctlRequest(SCHANDLE, UINT32 code, UINT32, void*, UINT32* size,
+                           void* output) override
+    {
+        if (const auto status = Note("IoctlRequest", Hex(code)))
+            return *status;
+        return owner.onIoctl ? owner.onIoctl("/", code, size, output)
+                             : ProviderFailure(kCodeNotImplemented);
+    }
+
+    std::optional<TALSTATUS> Note(const char* operation, std::string_view arguments = {})
+    {
+        return owner.Log().Enter(owner.Name(operation), arguments);
+    }
+    static std::string SessionText(SCHANDLE session)
+    {
+        return "session=" + std::to_string(reinterpret_cast<std::uintptr_t>(session.hId));
+    }
+
+    Provider& owner;
+
+  protected:
+    ~NamespaceCommon() = default;
+};
+
+namespace {
+
+LockRecord NewLock(INT32 depth, INT64 timeout, DAV_LOCK_SCOPE scope, DAV_LOCK_TYPE type,
+                   std::string owner)
+{
+    return {type, scope, depth, timeout, std::move(owner), {}};
+}
+
+std::string LockText(UNICODE_STRING* path, INT32 depth, INT64 timeout, DAV_LOCK_SCOPE scope,
+                     DAV_LOCK_TYPE type)
+{
+    return Narrow(path) + ", depth=" + std::to_string(depth) +
+           ", timeout=" + std::to_string(timeout) + ", scope=" + std::to_string(scope) +
+           ", type=" + std::to_string(type);
+}
+
+std::string PairText(BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
+                     UNICODE_STRING* destination)
+{
+    return Narrow(source) + ", " + Narrow(destination) + ", " + Flag(overwrite) +
+           ", depth=" + std::to_string(depth);
+}
+
+} // namespace
+
+struct Provider::First final : NamespaceCommon<IKestDAV> {
+    using NamespaceCommon::NamespaceCommon;
+    virtual ~First() = default;
+
+    TALSTATUS Copy(SCHANDLE, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
+                   UNICODE_STRING* destination, DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Copy", PairText(overwrite, depth, source, destination)))
+            return *status;
+        return owner.CopyTree(overwrite, Path(source), Path(destination));
+    }
+    TALSTATUS Delete(SCHANDLE, UNICODE_STRING* path, DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Delete", Narrow(path)))
+            return *status;
+        return owner.Remove(Path(path));
+    }
+    void Janitor(INT64) override { (void)Note("Janitor"); }
+    TALSTATUS Lock(SCHANDLE, INT32 depth, INT64 timeout, DAV_LOCK_SCOPE scope, DAV_LOCK_TYPE type,
+                   UNICODE_STRING* path, DAV_LOCK_TOKEN* token, DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Lock", LockText(path, depth, timeout, scope, type)))
+            return *status;
+        return owner.AddLock(Path(path), NewLock(depth, timeout, scope, type, {}), token);
+    }
+    TALSTATUS LockRefresh(SCHANDLE, DAV_DATETIME timeout, UNICODE_STRING* path,
+                          DAV_LOCK_TOKEN* token) override
+    {
+        if (const auto status =
+                Note("LockRefresh", Narrow(path) + ", timeout=" + std::to_string(timeout) +
+                                        ", token=" + Narrow(token)))
+            return *status;
+        LockRecord* lock = owner.FindLock(Path(path), token);
+        if (!lock)
+            return ProviderFailure(kCodeNotFound);
+        lock->timeout = static_cast<INT64>(timeout);
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS MkCol(SCHANDLE, UNICODE_STRING* path) override
+    {
+        if (const auto status = Note("MkCol", Narrow(path)))
+            return *status;
+        return owner.MakeCollection(Path(path));
+    }
+    TALSTATUS Move(SCHANDLE, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
+                   UNICODE_STRING* destination, DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Move", PairText(overwrite, depth, source, destination)))
+            return *status;
+        return owner.MoveTree(overwrite, Path(source), Path(destination));
+    }
+};
+
+struct Provider::Second final : NamespaceCommon<IKestDAV2> {
+    using NamespaceCommon::NamespaceCommon;
+    virtual ~Second() = default;
+
+    TALSTATUS Copy(SCHANDLE, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
+                   UNICODE_STRING* destination, DAV_LOCK_TOKEN* token, DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Copy", PairText(overwrite, depth, source, destination) +
+                                                 ", token=" + Narrow(token)))
+            return *status;
+        return owner.CopyTree(overwrite, Path(source), Path(destination));
+    }
+    TALSTATUS Delete(SCHANDLE, UNICODE_STRING* path, DAV_LOCK_TOKEN* token, DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Delete", Narrow(path) + ", token=" + Narrow(token)))
+            return *status;
+        return owner.Remove(Path(path));
+    }
+    TALSTATUS Lock(SCHANDLE, INT32 depth, INT64 timeout, DAV_LOCK_SCOPE scope, DAV_LOCK_TYPE type,
+                   UNICODE_STRING* path, STRING* lockOwner, DAV_LOCK_TOKEN* token,
+                   DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Lock", LockText(path, depth, timeout, scope, type) +
+                                                 ", owner=" + Narrow(lockOwner)))
+            return *status;
+        return owner.AddLock(
+            Path(path),
+            NewLock(depth, timeout, scope, type, lockOwner ? Narrow(lockOwner) : std::string()),
+            token);
+    }
+    TALSTATUS LockRefresh(SCHANDLE, DAV_DATETIME timeout, UNICODE_STRING* path,
+                          DAV_LOCK_TOKEN* token, DAV_LOCK_2* record) override
+    {
+        if (const auto status =
+                Note("LockRefresh", Narrow(path) + ", timeout=" + std::to_string(timeout) +
+                                        ", token=" + Narrow(token)))
+            return *status;
+        LockRecord* lock = owner.FindLock(Path(path), token);
+        if (!lock)
+            return ProviderFailure(kCodeNotFound);
+        lock->timeout = static_cast<INT64>(timeout);
+        UINT32 size = kLockRecordBytes;
+        return PackLock(*lock, &size, record);
+    }
+    TALSTATUS MkCol(SCHANDLE, DAV_LOCK_TOKEN* token, UNICODE_STRING* path) override
+    {
+        if (const auto status = Note("MkCol", Narrow(path) + ", token=" + Narrow(token)))
+            return *status;
+        return owner.MakeCollection(Path(path));
+    }
+    TALSTATUS Move(SCHANDLE, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
+                   UNICODE_STRING* destination, DAV_LOCK_TOKEN* token, DAV_ERROR_ID*) override
+    {
+        if (const auto status = Note("Move", PairText(overwrite, depth, source, destination) +
+                                                 ", token=" + Narrow(token)))
+            return *status;
+        return owner.MoveTree(overwrite, Path(source), Path(destination));
+    }
+};
+
+Provider::Provider(Recorder& recorder, ProviderSpec spec)
+    : recorder_(recorder), spec_(std::move(spec)), first_(std::make_unique<First>(*this)),
+      second_(std::make_unique<Second>(*this))
+{
+    AddCollection("/" + spec_.name);
+}
+
+Provider::~Provider() = default;
+
+Node& Provider::AddFile(const std::string& path, std::string content)
+{
+    const std::u16string wide = Wide(path);
+    if (const std::u16string parent = Parent(wide); !parent.empty())
+        AddCollection(Narrow(parent));
+    Node& node = nodes_[wide];
+    node.type = Resource;
+    node.content = std::move(content);
+    node.created = kStartDate;
+    node.modified = kStartDate;
+    return node;
+}
+
+Node& Provider::AddCollection(const std::string& path)
+{
+    const std::u16string wide = Wide(path);
+    if (const auto found = nodes_.find(wide); found != nodes_.end())
+        return found->second;
+    if (const std::u16string parent = Parent(wide); !parent.empty())
+        AddCollection(Narrow(parent));
+    Node& node = nodes_[wide];
+    node.type = Collection;
+    node.created = kStartDate;
+    node.modified = kStartDate;
+    return node;
+}
+
+Node* Provider::Find(const std::string& path)
+{
+    return Find(Wide(path));
+}
+
+Node* Provider::Find(const std::u16string& path)
+{
+    const auto found = nodes_.find(path);
+    return found == nodes_.end() ? nullptr : &found->second;
+}
+
+std::string Provider::Content(const std::string& path)
+{
+    const Node* node = Find(path);
+    return node ? node->content : "(missing)";
+}
+
+std::vector<std::string> Provider::Paths() const
+{
+    std::vector<std::string> paths;
+    for (const auto& [path, node] : nodes_)
+        paths.push_back(Narrow(path) + (node.type == Collection ? "/" : ""));
+    return paths;
+}
+
+void Provider::SetOrder(const std::string& collection, std::vector<std::string> names)
+{
+    auto& order = orders_[Wide(collection)];
+    for (const std::string& name : names)
+        order.push_back(Wide(name));
+}
+
+TALSTATUS Provider::CreateObject(const GUID& iid, void** out)
+{
+    const auto make = [&](const char* what, auto create) -> TALSTATUS {
+        if (const auto status = recorder_.Enter(Name("Create"), what))
+            return *status;
+        *out = create();
+        return TAL_STATUS_SUCCESS;
+    };
+    *out = nullptr;
+    const bool has1 = (spec_.generations & 1) != 0;
+    const bool has2 = (spec_.generations & 2) != 0;
+    if (iid == IID_KestDAV_2 && has2)
+        return make("IKestDAV2", [&] {
+            second_->AddRef();
+            return static_cast<IKestDAV2*>(second_.get());
+        });
+    if (iid == IID_KestDAV_1 && has1)
+        return make("IKestDAV", [&] {
+            first_->AddRef();
+            return static_cast<IKestDAV*>(first_.get());
+        });
+    if (iid == IID_KestResource_2 && has2)
+        return make("IKestDAVResource2", [&] { return NewResource2(*this); });
+    if (iid == IID_KestResource_1 && has1)
+        return make("IKestDAVResource", [&] { return NewResource1(*this); });
+    if (iid == IID_KestCollection_2 && has2)
+        return make("IKestDAVCollection2", [&] { return NewCollection2(*this); });
+    if (iid == IID_KestCollection_1 && has1)
+        return make("IKestDAVCollection", [&] { return NewCollection1(*this); });
+    return ProviderFailure(kCodeNoInterface);
+}
+
+bool Provider::Serves(const std::u16string& path) const
+{
+    const std::u16string top = Wide("/" + spec_.name);
+    return path == top || IsBelow(path, top) || (serveRoot && (path.empty() || path == u"/"));
+}
+
+TALSTATUS Provider::GetType(const std::u16string& path, DAV_TYPE* type)
+{
+    const std::lock_guard lock(mutex_);
+    if (!Serves(path))
+        return ProviderFailure(kCodeNotFound);
+    if (path.empty() || path == u"/") {
+        *type = Collection;
+        return TAL_STATUS_SUCCESS;
+    }
+    if (const Node* node = Find(path)) {
+        *type = node->type;
+        return TAL_STATUS_SUCCESS;
+    }
+    *type = Resource;
+    return spec_.servesNew ? TAL_STATUS_SUCCESS : ProviderFailure(kCodeNotFound);
+}
+
+TALSTATUS Provider::MakeCollection(const std::u16string& path)
+{
+    const std::lock_guard lock(mutex_);
+    if (Find(path))
+        return ProviderFailure(kCodeObjectExists);
+    if (!Find(Parent(path)))
+        return ProviderFailure(kCodeConflict);
+    AddCollection(Narrow(path));
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Provider::Remove(const std::u16string& path)
+{
+    const std::lock_guard lock(mutex_);
+    Node* node = Find(path);
+    if (!node)
+        return ProviderFailure(kCodeNotFound);
+    if (node->attributes & kAttributeReadOnly)
+        return ProviderFailure(kCodeAccessDenied);
+    const bool hasChildren = !Children(path).empty();
+    if (hasChildren && !(spec_.caps & kCapsDeletesTrees))
+        return ProviderFailure(kCodeConflict);
+    std::erase_if(nodes_, [&](const auto& entry) {
+        return entry.first == path || IsBelow(entry.first, path);
+    });
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Provider::CopyTree(bool overwrite, const std::u16string& from, const std::u16string& to)
+{
+    const std::lock_guard lock(mutex_);
+    if (!Find(from))
+        return ProviderFailure(kCodeNotFound);
+    if (!Find(Parent(to)))
+        return ProviderFailure(kCodeConflict);
+    if (Find(to) && !overwrite)
+        return ProviderFailure(kCodeObjectExists);
+    std::erase_if(nodes_,
+                  [&](const auto& entry) { return entry.first == to || IsBelow(entry.first, to); });
+    std::map<std::u16string, Node> copies;
+    for (const auto& [path, node] : nodes_)
+        if (path == from || IsBelow(path, from))
+            copies[to + path.substr(from.size())] = node;
+    nodes_.merge(copies);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Provider::MoveTree(bool overwrite, const std::u16string& from, const std::u16string& to)
+{
+    const std::lock_guard lock(mutex_);
+    if (!moveSupported)
+        return ProviderFailure(kCodeNotImplemented);
+    if (const TALSTATUS status = CopyTree(overwrite, from, to); Failed(status))
+        return status;
+    std::erase_if(nodes_, [&](const auto& entry) {
+        return entry.first == from || IsBelow(entry.first, from);
+    });
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Provider::AddLock(const std::u16string& path, LockRecord lock, DAV_LOCK_TOKEN* token)
+{
+    const std::lock_guard guard(mutex_);
+    Node* node = Find(path);
+    if (!node) {
+        if (!Find(Parent(path)))
+            return ProviderFailure(kCodeConflict);
+        node = &AddFile(Narrow(path));
+    }
+    for (const LockRecord& held : node->locks)
+        if (held.scope == Exclusive || lock.scope == Exclusive)
+            return ProviderFailure(kCodeLocked);
+    if (token->MaximumLength < nextToken.size())
+        return ProviderFailure(kCodeBufferTooSmall);
+    std::memcpy(token->Buffer, nextToken.data(), nextToken.size());
+    token->Length = static_cast<UINT16>(nextToken.size());
+    lock.token = nextToken;
+    if (!nextToken.empty() && nextToken.back() < '9')
+        ++nextToken.back();
+    node->locks.push_back(std::move(lock));
+    return TAL_STATUS_SUCCESS;
+}
+
+LockRecord* Provider::FindLock(const std::u16string& path, const DAV_LOCK_TOKEN* token)
+{
+    const std::lock_guard lock(mutex_);
+    Node* node = Find(path);
+    if (!node || !token)
+        return nullptr;
+    for (LockRecord& held : node->locks)
+        if (held.token == Narrow(token))
+            return &held;
+    return nullptr;
+}
+
+TALSTATUS Provider::RemoveLock(const std::u16string& path, const DAV_LOCK_TOKEN* token)
+{
+    const std::lock_guard lock(mutex_);
+    if (!FindLock(path, token))
+        return ProviderFailure(kCodeNotFound);
+    std::erase_if(Find(path)->locks,
+                  [&](const LockRecord& held) { return held.token == Narrow(token); });
+    return TAL_STATUS_SUCCESS;
+}
+
+std::vector<std::u16string> Provider::Children(const std::u16string& path) const
+{
+    std::vector<std::u16string> names;
+    if (const auto order = orders_.find(path); order != orders_.end()) {
+        for (const std::u16string& name : order->second)
+            if (nodes_.contains(path + u"/" + name))
+                names.push_back(name);
+        return names;
+    }
+    for (const auto& [key, node] : nodes_)
+        if (IsBelow(key, path) && key.find(u'/', path.size() + 1) == std::u16string::npos)
+            names.push_back(key.substr(path.size() + 1));
+    return names;
+}
+
+std::u16string_view LastSegment(std::u16string_view path)
+{
+    const size_t slash = path.rfind(u'/');
+    return slash == std::u16string_view::npos ? path : path.substr(slash + 1);
+}
+
+TALSTATUS PackLock(const LockRecord& lock, UINT32* size, DAV_LOCK_2* buffer)
+{
+    const size_t needed = offsetof(DAV_LOCK_2, Token) + lock.token.size();
+    if (needed > *size)
+        return ProviderFailure(kCodeBufferTooSmall);
+    buffer->NextEntryOffset = 0;
+    buffer->Type = lock.type;
+    buffer->Scope = lock.scope;
+    buffer->Depth = lock.depth;
+    buffer->Timeout = lock.timeout;
+    buffer->OwnerLength = static_cast<UINT32>(std::min<size_t>(lock.owner.size(), kLockOwnerBytes));
+    std::memcpy(buffer->Owner, lock.owner.data(), buffer->OwnerLength);
+    buffer->TokenLength = static_cast<UINT32>(lock.token.size());
+    std::memcpy(reinterpret_cast<char*>(buffer) + offsetof(DAV_LOCK_2, Token), lock.token.data(),
+                lock.token.size());
+    *size = static_cast<UINT32>(needed);
+    return TAL_STATUS_SUCCESS;
+}
+
+} // namespace harness

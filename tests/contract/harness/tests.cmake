@@ -1,0 +1,16 @@
+# The harness of the contract tests: scripted host and providers around the built module.
+add_library(kest_harness STATIC
+  ${CMAKE_CURRENT_LIST_DIR}/io.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/opened.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/platform.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/provider.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/recorder.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/services.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/text.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/world.cpp)
+target_include_directories(kest_harness PUBLIC ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(kest_harness PUBLIC kest_contract tolm GTest::gtest GTest::gmock PRIVATE kest_flags ${CMAKE_DL_LIBS})
+target_compile_definitions(kest_harness PRIVATE KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>")
+add_dependencies(kest_harness kestdav)
+
+kest_test(contract_harness SOURCES ${CMAKE_CURRENT_LIST_DIR}/harness_test.cpp LIBS kest_harness)
