@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/call_context.h"
+
+#include "host/server.h"
+#include <kest/host.h>
+#include <kest/identifiers.h>
+#include <kest/status.h>
+
+namespace kestd {
+
+namespace {
+
+thread_local RunningCall* t_call = nullptr;
+
+constexpr TALSTATUS kNoCall = MakeStatus(kFacilityHost, kCodeNotFound);
+constexpr TALSTATUS kNullArgument = MakeStatus(kFacilityHost, kCodeInvalidParameter);
+constexpr TALSTATUS kNoInterface = MakeStatus(kFacilityHost, kCodeNoInterface);
+
+// The object has no state: every thread sees its own call through it, and one is enough.
+class CallContext final : public IKestCallContext {
+  public:
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (!iid || !out)
+            return kNullArgument;
+        const bool isKnown = *iid == IID_KestCallContext_1 || *iid == IID_IUnknown;
+        *out = isKnown ? static_cast<IKestCallContext*>(this) : nullptr;
+        return isKnown ? TAL_STATUS_SUCCESS : kNoInterface;
+    }
+    UINT32 AddRef() override { return 1; }
+    UINT32 Release() override { return 1; }
+
+    TALSTATUS GetRequest(IKestIO_5** request) override
+    {
+        if (!request)
+            return kNullArgument;
+        *request = t_call ? t_call->Request() : nullptr;
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS GetMethod(UINT32* method) override
+    {
+        if (!method)
+            return kNullArgument;
+        *method = t_call ? t_call->Method() : static_cast<UINT32>(KestMethodUnknown);
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS IsBodyComplete(BOOLEAN* complete) override
+    {
+        if (!complete)
+            return kNullArgument;
+        *complete = t_call && t_call->HasBodyArrived();
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS ReportFailure(TALSTATUS failure) override
+    {
+        if (!t_call)
+            return kNoCall;
+        t_call->TakeFailure(failure);
+        return TAL_STATUS_SUCCESS;
+    }
+};
+
+class Factory final : public IClassFactory {
+  public:
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (!iid || !out)
+            return kNullArgument;
+        const bool isKnown = *iid == IID_IClassFactory || *iid == IID_IUnknown;
+        *out = isKnown ? static_cast<IClassFactory*>(this) : nullptr;
+        return isKnown ? TAL_STATUS_SUCCESS : kNoInterface;
+    }
+    UINT32 AddRef() override { return 1; }
+    UINT32 Release() override { return 1; }
+
+    TALSTATUS CreateInstance(IUnknown* outer, const GUID* iid, void** out) override
+    {
+        if (out)
+            *out = nullptr;
+        return outer ? kNullArgument : context_.QueryInterface(iid, out);
+    }
+    TALSTATUS LockServer(BOOLEAN) override { return TAL_STATUS_SUCCESS; }
+
+  private:
+    CallContext context_;
+};
+
+} // namespace
+
+CallScope::CallScope(RunningCall& call) noexcept : before_(t_call)
+{
+    t_call = &call;
+}
+
+CallScope::~CallScope()
+{
+    t_call = before_;
+}
+
+IClassFactory* CallContextFactory()
+{
+    static Factory factory;
+    return &factory;
+}
+
+} // namespace kestd

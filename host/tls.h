@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the transport needs of OpenSSL. The calls never wait, whatever the socket's mode, and leave
+// no errors in the thread's error queue.
+#pragma once
+
+#include <cstddef>
+
+struct ssl_st;
+struct ssl_ctx_st;
+
+namespace kestd {
+
+// A server session over a socket. Throws std::bad_alloc.
+ssl_st* MakeTlsSession(ssl_ctx_st* context, int fd);
+
+// SSL_ERROR_NONE with the number of bytes, or why not.
+int TlsRead(ssl_st* ssl, void* to, size_t size, size_t& got);
+int TlsWrite(ssl_st* ssl, const void* from, size_t size, size_t& written);
+void TlsEnd(ssl_st* ssl); // sends the closure alert as far as it goes
+
+} // namespace kestd
