@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One line per request, in the common log format with the duration behind it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace kestd {
+
+struct AccessRecord {
+    std::string_view remote;
+    std::string_view user; // empty for none
+    std::string_view method;
+    std::string_view target; // as sent
+    unsigned version = 11;
+    int status = 0;
+    uint64_t bodyBytes = 0;
+    std::chrono::microseconds duration{0};
+};
+
+// Lines gather in memory and go out together: with the first full batch, or a moment later when
+// somebody calls Flush. Thread-safe.
+class AccessLog {
+  public:
+    explicit AccessLog(int fd) : fd_(fd) {}
+    ~AccessLog() { Flush(); }
+
+    void Write(const AccessRecord& record) noexcept;
+    void Flush() noexcept;
+
+  private:
+    void Drain(std::string& lines) noexcept;
+
+    const int fd_;
+    std::mutex mutex_;
+    std::mutex order_; // of writes
+    std::string lines_;
+};
+
+// The line without its end; quotes, backslashes and control characters of the client are escaped.
+void FormatAccessLine(const AccessRecord& record, time_t now, std::string& out);
+
+} // namespace kestd

@@ -1,0 +1,426 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/request_io.h"
+
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "host/text.h"
+#include "host/utf.h"
+#include <kest/identifiers.h>
+#include <kest/status.h>
+
+namespace kestd {
+
+namespace {
+
+constexpr TALSTATUS Failure(UINT16 code) noexcept
+{
+    return MakeStatus(kFacilityHost, code);
+}
+
+// The contract knows no exceptions; running out of memory is the only one in here.
+template <class F> TALSTATUS Guarded(F&& body) noexcept
+{
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return Failure(kCodeInsufficientResources);
+    } catch (...) {
+        return Failure(kCodeUnsuccessful);
+    }
+}
+
+// Copies a text with its terminator into a caller's buffer; see IKestIO_3::GetRequestHeader.
+TALSTATUS CopyOut(std::string_view text, UINT32* length, char* buffer) noexcept
+{
+    if (!length)
+        return Failure(kCodeInvalidParameter);
+    const UINT32 room = buffer ? *length : 0;
+    if (text.size() >= room) {
+        *length = static_cast<UINT32>(text.size() + 1);
+        return Failure(kCodeBufferTooSmall);
+    }
+    std::memcpy(buffer, text.data(), text.size());
+    buffer[text.size()] = '\0';
+    *length = static_cast<UINT32>(text.size());
+    return TAL_STATUS_SUCCESS;
+}
+
+// Spare code units behind a request's path. Form uploads build their target names in that room.
+constexpr size_t kSpareUnits = 1024;
+
+// A wide string in request memory. Throws std::bad_alloc when short, or when the text is too long
+// for the string's 16-bit lengths.
+UNICODE_STRING MakeWide(Arena& arena, std::u16string_view text, size_t spare)
+{
+    const size_t bytes = (text.size() + spare + 1) * sizeof(WCHAR);
+    auto* units = bytes - sizeof(WCHAR) <= std::numeric_limits<UINT16>::max() - 3
+                      ? static_cast<WCHAR*>(arena.Allocate(bytes))
+                      : nullptr;
+    if (!units)
+        throw std::bad_alloc();
+    std::memcpy(units, text.data(), text.size() * sizeof(WCHAR));
+    units[text.size()] = 0;
+    return {static_cast<UINT16>(text.size() * sizeof(WCHAR)),
+            static_cast<UINT16>(bytes - sizeof(WCHAR)), units};
+}
+
+TALSTATUS CopyWide(std::string_view text, UNICODE_STRING* out)
+{
+    if (!out || !out->Buffer)
+        return Failure(kCodeInvalidParameter);
+    std::u16string wide;
+    if (!AppendWide(text, wide))
+        return Failure(kCodeUnsuccessful);
+    const size_t bytes = wide.size() * sizeof(WCHAR);
+    if (bytes > out->MaximumLength)
+        return Failure(kCodeBufferTooSmall);
+    std::memcpy(out->Buffer, wide.data(), bytes);
+    out->Length = static_cast<UINT16>(bytes);
+    return TAL_STATUS_SUCCESS;
+}
+
+} // namespace
+
+void RequestIo::Reset() noexcept
+{
+    headText.Release();
+    head.fields.clear();
+    head.method = head.target = head.lines = {};
+    target.path.clear();
+    target.rawPath.clear();
+    target.query = target.host = {};
+    target.isAsterisk = false;
+    method = KestMethodUnknown;
+    body.Reset();
+    reply.Reset();
+    arena.Reset();
+    admission = {};
+    isAdmitted = isSecure = false;
+    remote = {};
+    hostname.clear();
+    port.clear();
+    relocation = {};
+    references_ = 1;
+    failure_ = 0;
+    customStatus_ = 0;
+    customText_ = {};
+    joined_.clear();
+    rawUrl_ = {};
+    url_ = arguments_ = destination_ = {};
+    rawHeaders_ = nullptr;
+}
+
+const std::string_view* RequestIo::FindRequestHeader(std::string_view name)
+{
+    for (const Field& field : joined_)
+        if (EqualsIgnoringCase(field.name, name))
+            return &field.value;
+    const Field* first = head.Find(name);
+    if (!first)
+        return nullptr;
+    if (head.Count(name) == 1)
+        return &first->value;
+    // RFC 9110 section 5.3; cookies are the exception (RFC 6265 section 5.4).
+    const std::string_view separator = EqualsIgnoringCase(name, "Cookie") ? "; " : ", ";
+    std::string value;
+    for (const Field& field : head.fields) {
+        if (!EqualsIgnoringCase(field.name, name))
+            continue;
+        if (!value.empty())
+            value.append(separator);
+        value.append(field.value);
+    }
+    joined_.push_back({first->name, arena.Copy(value)});
+    return &joined_.back().value;
+}
+
+void RequestIo::TakeFailure(TALSTATUS failure) noexcept
+{
+    if (!failure_ && Failed(failure))
+        failure_ = failure;
+}
+
+// A success that has not left yet gives way to a failure that was reported. False when there is
+// nothing to do or it is too late.
+bool RequestIo::ApplyFailure()
+{
+    if (!failure_ || reply.Status() >= 300 || reply.HasLeft())
+        return false;
+    const int status = static_cast<int>(MapTalStatusToHttpStatus(failure_));
+    return reply.Replace(status >= 400 ? status : 500, {}, {});
+}
+
+bool RequestIo::Finish()
+{
+    if (failure_ && reply.HasLeft())
+        reply.Close(); // all that can still be told is that something went wrong
+    ApplyFailure();
+    if (!reply.HasBegun())
+        reply.Replace(500, {}, {});
+    if (customStatus_ && customStatus_ == reply.Status() && reply.IsBodyEmpty())
+        reply.Replace(customStatus_, "text/html; charset=utf-8", customText_);
+    return reply.Finish();
+}
+
+TALSTATUS RequestIo::QueryInterface(const GUID* iid, void** out)
+{
+    if (!iid || !out)
+        return Failure(kCodeInvalidParameter);
+    *out = nullptr;
+    if (!(*iid == IID_KestIO_5 || *iid == IID_KestIO_3 || *iid == IID_IUnknown))
+        return Failure(kCodeNoInterface);
+    *out = static_cast<IKestIO_5*>(this);
+    AddRef();
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS RequestIo::DiscardClientPayload()
+{
+    return Guarded([&] {
+        if (!body.Skip())
+            reply.Close(); // too much to read for nothing
+        body.Abandon();
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::GetCopyInfo(BOOLEAN* overwrite, INT32* depth, UNICODE_STRING** destination)
+{
+    if (!depth)
+        return Failure(kCodeInvalidParameter);
+    *depth = relocation.depth;
+    return GetMoveInfo(overwrite, destination);
+}
+
+TALSTATUS RequestIo::GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination)
+{
+    if (!overwrite || !destination)
+        return Failure(kCodeInvalidParameter);
+    if (relocation.destination.empty())
+        return Failure(kCodeInvalidRequest); // neither COPY nor MOVE
+    return Guarded([&] {
+        if (!destination_.Buffer)
+            destination_ = MakeWide(arena, relocation.destination, 1);
+        *overwrite = relocation.overwrites;
+        *destination = &destination_;
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::GetRawUrl(STRING** url)
+{
+    if (!url)
+        return Failure(kCodeInvalidParameter);
+    const auto length = static_cast<UINT16>(target.rawPath.size()); // bounded with the target
+    rawUrl_ = {length, static_cast<UINT16>(length + 1), target.rawPath.data()};
+    *url = &rawUrl_;
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS RequestIo::GetRemoteAddress(UNICODE_STRING* address)
+{
+    return Guarded([&] { return CopyWide(remote, address); });
+}
+
+TALSTATUS RequestIo::GetRemoteHost(UNICODE_STRING* host)
+{
+    return GetRemoteAddress(host); // names are not looked up: that would wait for another server
+}
+
+TALSTATUS RequestIo::GetUrl(UINT32*, UNICODE_STRING** url)
+{
+    if (!url)
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        if (!url_.Buffer) {
+            std::u16string wide;
+            if (!AppendWide(target.path, wide))
+                return Failure(kCodeInvalidRequest);
+            url_ = MakeWide(arena, wide, kSpareUnits);
+        }
+        *url = &url_;
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
+{
+    if (!arguments)
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        if (!arguments_.Buffer) {
+            std::u16string wide;
+            if (!AppendWide(target.query, wide))
+                return Failure(kCodeInvalidRequest);
+            arguments_ = MakeWide(arena, wide, 1);
+        }
+        *arguments = &arguments_;
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
+{
+    if (!name)
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        const std::string_view* value = FindRequestHeader(name);
+        return value ? CopyOut(*value, length, buffer) : Failure(kCodeNotFound);
+    });
+}
+
+TALSTATUS RequestIo::GetRequestMethod(UINT32* number)
+{
+    if (!number)
+        return Failure(kCodeInvalidParameter);
+    *number = method;
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS RequestIo::GetReplyHeader(char* name, UINT32* length, char* buffer)
+{
+    if (!name)
+        return Failure(kCodeInvalidParameter);
+    const std::string_view* value = reply.FindHeader(name);
+    return value ? CopyOut(*value, length, buffer) : Failure(kCodeNotFound);
+}
+
+TALSTATUS RequestIo::GetUserAgent(UINT32* kind)
+{
+    if (!kind)
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] { // 0: a program; 1: a browser, which is who asks for HTML
+        const std::string_view* accept = FindRequestHeader("Accept");
+        *kind = accept && accept->find("text/html") != std::string_view::npos;
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::IsClientPayloadAvailable(UINT32* available)
+{
+    if (!available)
+        return Failure(kCodeInvalidParameter);
+    *available = body.Available();
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS RequestIo::ReadClientPayload(UINT32 size, UINT8* buffer, UINT32* read)
+{
+    if (!read || (size && !buffer))
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] { return body.Read(size, buffer, read); });
+}
+
+TALSTATUS RequestIo::PutString(char* text)
+{
+    return text ? Write(static_cast<UINT32>(std::strlen(text)), reinterpret_cast<UINT8*>(text))
+                : Failure(kCodeInvalidParameter);
+}
+
+TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
+{
+    return Guarded([&] {
+        if (!reply.Begin(status))
+            return Failure(kCodeInvalidRequest);
+        ApplyFailure();
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::SetRequestHeader(char* name, UINT32 length, char* value)
+{
+    if (!name || !*name || (length && !value))
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        const std::string_view copy = arena.Copy({value, length});
+        for (Field& field : joined_) {
+            if (EqualsIgnoringCase(field.name, name)) {
+                field.value = copy;
+                return TAL_STATUS_SUCCESS;
+            }
+        }
+        joined_.push_back({arena.Copy(name), copy});
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::SetReplyHeader(char* name, UINT32 length, char* value)
+{
+    if (!name || (length && !value))
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        return reply.SetHeader(name, {value, length}) ? TAL_STATUS_SUCCESS
+                                                      : Failure(kCodeInvalidParameter);
+    });
+}
+
+TALSTATUS RequestIo::Working()
+{
+    // Nothing is sent: interim replies for this (102) confuse more clients than they help, and the
+    // limits that end a request count waiting for the client, not work.
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS RequestIo::Write(UINT32 size, UINT8* data)
+{
+    if (size && !data)
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        if (!reply.HasLeft())
+            ApplyFailure();
+        return reply.Append(data, size) ? TAL_STATUS_SUCCESS : Failure(kCodeUnsuccessful);
+    });
+}
+
+void* RequestIo::AllocMemory(UINT32 size)
+{
+    return arena.Allocate(size);
+}
+
+TALSTATUS RequestIo::GetRawHeaders(UINT8** headers)
+{
+    if (!headers)
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        if (!rawHeaders_)
+            rawHeaders_ =
+                reinterpret_cast<UINT8*>(const_cast<char*>(arena.Copy(head.lines).data()));
+        *headers = rawHeaders_;
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::GetHostname(UINT32* length, char* buffer)
+{
+    return CopyOut(hostname, length, buffer);
+}
+
+TALSTATUS RequestIo::GetPort(UINT32* length, char* buffer)
+{
+    return CopyOut(port, length, buffer);
+}
+
+TALSTATUS RequestIo::GetProtocolName(UINT32* length, char* buffer)
+{
+    return CopyOut(isSecure ? "https" : "http", length, buffer);
+}
+
+TALSTATUS RequestIo::SetCustomError(HTTPSTATUS status, char* text)
+{
+    if (!text || status < 400 || status > 599)
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        customText_ = arena.Copy(text);
+        customStatus_ = status;
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS RequestIo::GetAuthRealm(UINT32* length, char* buffer)
+{
+    return CopyOut(realm, length, buffer);
+}
+
+} // namespace kestd

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One request and its reply: the host's IKestIO_5.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "host/body.h"
+#include "host/buffer.h"
+#include "host/call_context.h"
+#include "host/doorkeeper.h"
+#include "host/head.h"
+#include "host/reply.h"
+#include "host/target.h"
+#include <kest/io.h>
+
+namespace kestd {
+
+// COPY's and MOVE's headers (RFC 4918 sections 10.2, 10.3 and 10.6), judged before the module runs.
+struct Relocation {
+    bool overwrites = false;
+    INT32 depth = -1;
+    std::u16string destination; // as GetCopyInfo or GetMoveInfo hands it out
+};
+
+// Filled by the connection, then used by the module on one thread. Pooled: Reset makes it as new
+// but keeps its memory.
+class RequestIo final : public IKestIO_5, public RunningCall {
+  public:
+    RequestIo() = default;
+    ~RequestIo() = default;
+    RequestIo(const RequestIo&) = delete;
+    RequestIo& operator=(const RequestIo&) = delete;
+    void Reset() noexcept;
+
+    Buffer headText; // holds the head when the receive buffer had to move on, else empty
+    RequestHead head;
+    Target target;
+    UINT32 method = KestMethodUnknown;
+    Arena arena;
+    Body body;
+    Reply reply;
+    Admission admission;
+    bool isAdmitted = false;
+    bool isSecure = false;
+    std::string_view remote; // numeric address of the client
+    std::string hostname;    // the name it asked for, or the one it reached
+    std::string port;
+    std::string realm;
+    Relocation relocation;
+    std::chrono::steady_clock::time_point start;
+
+    // A view of a header's value: lines of one name are joined. Null when there is none. Throws
+    // std::bad_alloc.
+    const std::string_view* FindRequestHeader(std::string_view name);
+    // After the handler: custom error texts, failures that came late, and the end of the reply.
+    // True when another request may follow.
+    bool Finish();
+
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override;
+    UINT32 AddRef() override { return ++references_; }
+    UINT32 Release() override { return --references_; }
+    TALSTATUS DiscardClientPayload() override;
+    TALSTATUS GetCopyInfo(BOOLEAN* overwrite, INT32* depth, UNICODE_STRING** destination) override;
+    TALSTATUS GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination) override;
+    TALSTATUS GetRawUrl(STRING** url) override;
+    TALSTATUS GetRemoteAddress(UNICODE_STRING* address) override;
+    TALSTATUS GetRemoteHost(UNICODE_STRING* host) override;
+    TALSTATUS GetUrl(UINT32* reserved, UNICODE_STRING** url) override;
+    TALSTATUS GetUrlArguments(UINT32* reserved, UNICODE_STRING** arguments) override;
+    TALSTATUS GetRequestHeader(char* name, UINT32* length, char* buffer) override;
+    TALSTATUS GetRequestMethod(UINT32* number) override;
+    TALSTATUS GetReplyHeader(char* name, UINT32* length, char* buffer) override;
+    TALSTATUS GetUserAgent(UINT32* kind) override;
+    TALSTATUS IsClientPayloadAvailable(UINT32* available) override;
+    TALSTATUS ReadClientPayload(UINT32 size, UINT8* buffer, UINT32* read) override;
+    TALSTATUS PutString(char* text) override;
+    TALSTATUS SendHeader(HTTPSTATUS status) override;
+    TALSTATUS SetRequestHeader(char* name, UINT32 length, char* value) override;
+    TALSTATUS SetReplyHeader(char* name, UINT32 length, char* value) override;
+    TALSTATUS Working() override;
+    TALSTATUS Write(UINT32 size, UINT8* data) override;
+    void* AllocMemory(UINT32 size) override;
+    TALSTATUS GetRawHeaders(UINT8** headers) override;
+    TALSTATUS GetHostname(UINT32* length, char* buffer) override;
+    TALSTATUS GetPort(UINT32* length, char* buffer) override;
+    TALSTATUS GetProtocolName(UINT32* length, char* buffer) override;
+    TALSTATUS SetCustomError(HTTPSTATUS status, char* text) override;
+    TALSTATUS GetAuthRealm(UINT32* length, char* buffer) override;
+    BOOLEAN IsSecure() override { return isSecure; }
+
+    IKestIO_5* Request() noexcept override { return this; }
+    UINT32 Method() const noexcept override { return method; }
+    bool HasBodyArrived() const noexcept override { return body.HasArrived(); }
+    void TakeFailure(TALSTATUS failure) noexcept override;
+
+  private:
+    bool ApplyFailure();
+
+    UINT32 references_ = 1;
+    TALSTATUS failure_ = 0; // reported late, 0 is none
+    int customStatus_ = 0;
+    std::string_view customText_;
+    std::vector<Field> joined_; // looked up before, or set by the handler
+    STRING rawUrl_{};
+    UNICODE_STRING url_{};
+    UNICODE_STRING arguments_{};
+    UNICODE_STRING destination_{};
+    UINT8* rawHeaders_ = nullptr;
+};
+
+} // namespace kestd
