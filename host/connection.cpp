@@ -1,0 +1,381 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/connection.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
+#include <utility>
+
+#include "host/front.h"
+#include "host/judge.h"
+#include "host/request_io.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// Bodies up to this length are received before the module is called, so that a slow client of a
+// small upload holds no thread.
+constexpr uint64_t kFetchedBody = 64 * 1024;
+// A refused client is listened to for this long and this much, so that it gets to read why instead
+// of having its connection reset.
+constexpr milliseconds kLingerTime{2000};
+constexpr size_t kLingerBytes = 4 * 1024 * 1024;
+
+// Requests that are not in use, kept with their memory. Few: one for each that a thread has open.
+thread_local std::vector<std::unique_ptr<RequestIo>> t_spare;
+
+std::unique_ptr<RequestIo> TakeRequest()
+{
+    if (t_spare.empty())
+        return std::make_unique<RequestIo>();
+    std::unique_ptr<RequestIo> request = std::move(t_spare.back());
+    t_spare.pop_back();
+    return request;
+}
+
+void GiveRequest(std::unique_ptr<RequestIo> request)
+{
+    request->Reset();
+    if (t_spare.size() < 4)
+        t_spare.push_back(std::move(request));
+}
+
+bool IsXmlMethod(UINT32 method) noexcept
+{
+    return method == KestMethodPropFind || method == KestMethodPropPatch ||
+           method == KestMethodLock;
+}
+
+} // namespace
+
+Connection::Connection(Front& front, int fd, const sockaddr_storage& peer, const Live& live)
+    : front_(front), socket_(front.io, fd), transport_(fd, live.tls.get())
+{
+    const int on = 1;
+    (void)setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // replies leave whole anyway
+    const void* address =
+        peer.ss_family == AF_INET6
+            ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in6&>(peer).sin6_addr)
+            : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
+    if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
+        remote_[0] = '-';
+    front_.Add(*this);
+}
+
+Connection::~Connection()
+{
+    if (request_ && request_->isAdmitted)
+        front_.doorkeeper.Leave(request_->admission.session);
+    front_.Remove(*this);
+}
+
+void Connection::Begin()
+{
+    SetDeadline(front_.Current().settings.limits.headTime);
+    Wait();
+}
+
+void Connection::SetDeadline(milliseconds fromNow) noexcept
+{
+    deadline_.store(NowMs() + fromNow.count(), std::memory_order_relaxed);
+}
+
+void Connection::ExpireIfDue(int64_t now) noexcept
+{
+    int64_t due = deadline_.load(std::memory_order_relaxed);
+    if (due > 0 && due <= now && deadline_.compare_exchange_strong(due, -1))
+        (void)shutdown(socket_.native_handle(), SHUT_RD); // makes the wait end
+}
+
+void Connection::ExpireIfIdle() noexcept
+{
+    int64_t due = deadline_.load(std::memory_order_relaxed);
+    if (isIdle_ && due > 0 && deadline_.compare_exchange_strong(due, -1))
+        (void)shutdown(socket_.native_handle(), SHUT_RD);
+}
+
+void Connection::Abort() noexcept
+{
+    (void)shutdown(socket_.native_handle(), SHUT_RDWR);
+}
+
+void Connection::Wait()
+{
+    const auto what = transport_.WantsToSend() ? boost::asio::posix::stream_descriptor::wait_write
+                                               : boost::asio::posix::stream_descriptor::wait_read;
+    socket_.async_wait(what, [this](const boost::system::error_code&) { OnReady(); });
+}
+
+void Connection::OnReady() noexcept
+{
+    const Workers::Busy busy(front_.workers);
+    try {
+        Run();
+    } catch (const std::exception& error) { // out of memory; the client sees its connection close
+        TolmLog(kLogWarning, "kestd", error.what());
+        delete this;
+    }
+}
+
+void Connection::Run()
+{
+    hasExpired_ = deadline_.exchange(0) == -1;
+    isDrained_ = false;
+    for (;;) {
+        Step step = Step::Close;
+        switch (state_) {
+        case State::Head:
+            step = ReadHead();
+            break;
+        case State::Body:
+            step = FetchBody();
+            break;
+        case State::Linger:
+            step = Linger();
+            break;
+        }
+        if (step == Step::Again)
+            continue;
+        if (step == Step::Close) {
+            delete this;
+            return;
+        }
+        Wait();
+        return;
+    }
+}
+
+Connection::Step Connection::ReadHead()
+{
+    const Limits& limits = front_.Current().settings.limits;
+    for (;;) {
+        while (in_.Size() && (in_.Data()[0] == '\r' || in_.Data()[0] == '\n') && scanned_ == 0)
+            in_.Consume(1); // RFC 9112 section 2.2: an empty line before a request is ignored
+        if (in_.Size()) {
+            const size_t end = FindHeadEnd(in_.View(), scanned_);
+            if (end > limits.headBytes || (!end && in_.Size() >= limits.headBytes)) {
+                const size_t line = in_.View().substr(0, limits.headBytes).find('\n');
+                return Refuse(line == std::string_view::npos ? 414 : 431);
+            }
+            if (end)
+                return OnHead(end);
+        }
+        if (hasExpired_)
+            return in_.Size() ? Refuse(408) : Step::Close;
+        if (isDrained_)
+            break;
+        const bool wasIdle = in_.Size() == 0;
+        const size_t room = in_.Reserve(4096);
+        const ssize_t got = transport_.Receive(in_.Tail(), room);
+        if (got == Transport::kWouldBlock) {
+            if (wasIdle)
+                in_.Release();
+            break;
+        }
+        if (got <= 0)
+            return Step::Close;
+        in_.Grew(static_cast<size_t>(got));
+        isDrained_ = !transport_.IsTls() && static_cast<size_t>(got) < room;
+        if (wasIdle && isIdle_)
+            headStart_ = NowMs();
+        isIdle_ = false;
+    }
+    if (front_.isStopping && in_.Size() == 0)
+        return Step::Close;
+    // The time for a head runs from its first byte, however slowly the rest comes.
+    if (isIdle_)
+        SetDeadline(isFirst_ ? limits.headTime : limits.keepAliveTime);
+    else
+        deadline_.store(headStart_ + limits.headTime.count(), std::memory_order_relaxed);
+    return Step::Wait;
+}
+
+void Connection::StartReply(const Live& live)
+{
+    Reply::Terms terms;
+    terms.isHead = request_->method == KestMethodHead;
+    terms.mayChunk = request_->head.version == 11;
+    terms.mayKeepAlive = WantsKeepAlive(request_->head) && !front_.isStopping;
+    terms.saysKeepAlive = request_->head.version == 10;
+    terms.stall = Workers::IsOverloaded() ? milliseconds(0) : live.settings.limits.sendStallTime;
+    request_->reply.Start(terms, request_->arena, request_->body, transport_, front_.workers);
+}
+
+Connection::Step Connection::OnHead(size_t size)
+{
+    const Live& live = front_.Current();
+    request_ = TakeRequest();
+    RequestIo& request = *request_;
+    request.start = std::chrono::steady_clock::now();
+    request.remote = remote_;
+    request.isSecure = transport_.IsTls();
+    request.headText.Append(in_.Data(), size);
+    in_.Consume(size);
+    scanned_ = 0;
+    isFirst_ = false;
+    Framing framing;
+    bool mustClose = false;
+    const int refusal = ReadRequest(request, live, framing, mustClose);
+    const bool expects = request.head.version == 11 && request.head.Find("Expect") != nullptr;
+    request.body.Start(mustClose ? Framing{} : framing, in_, transport_, front_.workers, expects,
+                       live.settings.limits.bodyIdleTime);
+    StartReply(live);
+    if (mustClose)
+        request.reply.Close();
+    if (refusal) {
+        AnswerError(request, refusal);
+        return EndRequest();
+    }
+    if (Decide(request, front_, live) != Route::Module)
+        return EndRequest();
+    const Limits& limits = live.settings.limits;
+    const uint64_t limit = IsXmlMethod(request.method) ? limits.xmlBodyBytes : limits.bodyBytes;
+    if (limit && framing.length > limit) {
+        AnswerError(request, 413);
+        return EndRequest();
+    }
+    const bool isFetched = IsXmlMethod(request.method)
+                               ? framing.kind != Framing::Kind::None
+                               : framing.length && framing.length <= kFetchedBody;
+    if (!isFetched)
+        return CallModule();
+    state_ = State::Body;
+    return Step::Again;
+}
+
+Connection::Step Connection::FetchBody()
+{
+    const Limits& limits = front_.Current().settings.limits;
+    const uint64_t limit = IsXmlMethod(request_->method) ? limits.xmlBodyBytes : kFetchedBody;
+    if (hasExpired_ && !request_->body.IsHere()) {
+        AnswerError(*request_, 408);
+        return EndRequest();
+    }
+    switch (request_->body.Fetch(limit)) {
+    case Body::Fetched::Whole:
+        return CallModule();
+    case Body::Fetched::More:
+        SetDeadline(limits.bodyIdleTime);
+        return Step::Wait;
+    case Body::Fetched::TooLarge:
+        AnswerError(*request_, 413);
+        return EndRequest();
+    case Body::Fetched::Malformed:
+        AnswerError(*request_, 400);
+        return EndRequest();
+    case Body::Fetched::Gone:
+        break;
+    }
+    return Step::Close;
+}
+
+Connection::Step Connection::CallModule()
+{
+    RequestIo& request = *request_;
+    if (Workers::IsOverloaded()) {
+        request.reply.SetHeader("Retry-After", "5");
+        AnswerError(request, 503);
+        return EndRequest();
+    }
+    const CallScope scope(request);
+    (void)front_.module->RequestHandler(&request, request.admission.session,
+                                        request.method); // the reply says it all
+    return EndRequest();
+}
+
+Connection::Step Connection::EndRequest()
+{
+    RequestIo& request = *request_;
+    if (request.reply.Status() >= 400 && !request.body.HasArrived())
+        request.reply.Close();
+    const bool goesOn = request.Finish();
+    const bool isBroken = request.reply.IsBroken();
+    const bool hasUnread = in_.Size() || !request.body.HasArrived();
+    if (request.isAdmitted) {
+        front_.doorkeeper.Leave(request.admission.session);
+        request.isAdmitted = false;
+    }
+    if (front_.Current().settings.accessLog)
+        front_.log.Write({request.remote, request.admission.user, request.head.method,
+                          request.head.target, request.head.version, request.reply.Status(),
+                          request.reply.BodyBytes(),
+                          std::chrono::duration_cast<std::chrono::microseconds>(
+                              std::chrono::steady_clock::now() - request.start)});
+    GiveRequest(std::move(request_));
+    state_ = State::Head;
+    hasExpired_ = false;
+    headStart_ = NowMs();
+    isIdle_ = in_.Size() == 0;
+    if (isIdle_)
+        in_.Release();
+    if (goesOn)
+        return Step::Again;
+    if (isBroken)
+        return Step::Close;
+    transport_.EndSending();
+    return hasUnread ? StartLinger() : Step::Close;
+}
+
+Connection::Step Connection::Refuse(int status)
+{
+    request_ = TakeRequest();
+    request_->start = std::chrono::steady_clock::now();
+    request_->remote = remote_;
+    request_->body.Start({}, in_, transport_, front_.workers, false, milliseconds(0));
+    StartReply(front_.Current());
+    request_->reply.Close();
+    AnswerError(*request_, status);
+    return EndRequest();
+}
+
+Connection::Step Connection::StartLinger()
+{
+    state_ = State::Linger;
+    in_.Release();
+    lingered_ = 0;
+    isDrained_ = false;
+    isIdle_ = true; // nothing is lost when a stop ends it
+    return Step::Again;
+}
+
+Connection::Step Connection::Linger()
+{
+    char scratch[16 * 1024];
+    while (!hasExpired_ && lingered_ < kLingerBytes) {
+        const ssize_t got = transport_.Receive(scratch, sizeof scratch);
+        if (got == Transport::kWouldBlock) {
+            if (lingerEnd_ == 0)
+                lingerEnd_ = NowMs() + kLingerTime.count();
+            deadline_.store(lingerEnd_, std::memory_order_relaxed);
+            return Step::Wait;
+        }
+        if (got <= 0)
+            break;
+        lingered_ += static_cast<size_t>(got);
+    }
+    return Step::Close;
+}
+
+void Connection::TurnAway()
+{
+    static constexpr std::string_view kText =
+        "HTTP/1.1 503 Service Unavailable\r\nRetry-After: 5\r\nContent-Length: 24\r\n"
+        "Content-Type: text/plain; charset=utf-8\r\nConnection: close\r\n\r\n"
+        "503 Service Unavailable\n";
+    if (!transport_.IsTls()) { // a TLS client would need a handshake first
+        const iovec piece{const_cast<char*>(kText.data()), kText.size()};
+        (void)transport_.Send(&piece, 1, milliseconds(0), front_.workers);
+    }
+    transport_.EndSending();
+    StartLinger();
+    lingerEnd_ = NowMs() + 1000;
+    deadline_.store(lingerEnd_, std::memory_order_relaxed);
+    Wait();
+}
+
+} // namespace kestd

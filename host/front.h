@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What all connections of one server share.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <boost/asio/io_context.hpp>
+
+#include "host/access_log.h"
+#include "host/doorkeeper.h"
+#include "host/settings.h"
+#include "host/workers.h"
+#include <kest/req.h>
+
+namespace kestd {
+
+class Connection;
+
+// The settings in force, and what follows from them. Never changed; a reload makes a new one.
+struct Live {
+    ServerSettings settings;
+    std::shared_ptr<ssl_ctx_st> tls;
+    std::string publicHost; // of the public URL; empty for none
+    std::string publicPort;
+    uint64_t version = 0; // unique in the process
+};
+
+class Front {
+  public:
+    Front(Doorkeeper& keeper, IKestReq_2* handler, std::string path)
+        : doorkeeper(keeper), module(handler), location(std::move(path))
+    {
+    }
+
+    // The settings for an event that begins now. The reference holds until the calling thread asks
+    // again.
+    const Live& Current();
+    void Publish(std::shared_ptr<const Live> live);
+    std::shared_ptr<const Live> Snapshot();
+
+    // The list of open connections. Remove comes before the socket is closed, so that whoever goes
+    // through the list can use every socket in it.
+    void Add(Connection& connection);
+    void Remove(Connection& connection);
+    size_t ConnectionCount() const noexcept { return count_.load(std::memory_order_relaxed); }
+    // Ends waits whose time is up.
+    void Sweep(int64_t now);
+    // Ends idle connections, or (with `all`) every one, whatever it does.
+    void Hurry(bool all);
+    // Waits until there are no connections. False when time is up first.
+    bool WaitUntilEmpty(std::chrono::milliseconds time);
+    void DeleteAll(); // no thread runs any more
+
+    boost::asio::io_context io;
+    Workers workers{io};
+    Doorkeeper& doorkeeper;
+    IKestReq_2* const module;
+    const std::string location;
+    AccessLog log{2};
+    std::atomic<bool> isStopping{false};
+
+  private:
+    std::mutex liveMutex_; // guards live_
+    std::shared_ptr<const Live> live_;
+    std::atomic<uint64_t> liveVersion_{0};
+    std::mutex mutex_; // guards the list
+    std::condition_variable isEmpty_;
+    Connection* first_ = nullptr;
+    std::atomic<size_t> count_{0};
+};
+
+// Milliseconds of the clock that deadlines are set by.
+int64_t NowMs() noexcept;
+
+} // namespace kestd

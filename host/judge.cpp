@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/judge.h"
+
+#include "host/method.h"
+#include "host/text.h"
+
+namespace kestd {
+
+namespace {
+
+// Fills the name and port that the client asked for. 0 or 400.
+int ReadHost(RequestIo& request)
+{
+    const size_t count = request.head.Count("Host");
+    if (count > 1 || (count == 0 && request.head.version == 11))
+        return 400;
+    std::string_view text = count ? request.head.Find("Host")->value : std::string_view();
+    if (count && !IsValidHost(text))
+        return 400;
+    if (!request.target.host.empty()) // RFC 9112 section 3.2.2: it takes the place of "Host"
+        text = request.target.host;
+    std::string_view name;
+    std::string_view port;
+    SplitHost(text, name, port);
+    request.hostname = name;
+    request.port = port.empty() ? std::string_view(request.isSecure ? "443" : "80") : port;
+    return 0;
+}
+
+bool IsAncestorOf(std::string_view path, std::string_view location) noexcept
+{
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    return path == "/" || (path != location && IsUnder(location, path));
+}
+
+void AnswerOptions(RequestIo& request)
+{
+    request.reply.SetHeader("DAV", "1, 2");
+    request.reply.SetHeader("MS-Author-Via", "DAV");
+    request.reply.SetHeader("Allow", "OPTIONS, GET, HEAD, DELETE, COPY, MOVE, PROPFIND, PROPPATCH, "
+                                     "MKCOL, LOCK, UNLOCK, PUT, POST");
+    request.reply.Begin(200);
+}
+
+void AnswerText(RequestIo& request, int status, std::string_view type, std::string_view text)
+{
+    request.reply.SetHeader("Content-Type", type);
+    request.reply.Begin(status);
+    request.reply.Append(text.data(), text.size());
+}
+
+// A collection above the module: all it holds is the way down.
+void AnswerAncestor(RequestIo& request, const Front& front)
+{
+    switch (request.method) {
+    case KestMethodOptions:
+        return AnswerOptions(request);
+    case KestMethodGet:
+    case KestMethodHead:
+        request.reply.SetHeader("Location", EscapePath(front.location) + "/");
+        request.reply.SetHeader("Content-Length", "0");
+        request.reply.Begin(302);
+        return;
+    case KestMethodPropFind:
+        break;
+    default:
+        request.reply.SetHeader("Allow", "OPTIONS, GET, HEAD, PROPFIND");
+        return AnswerError(request, 405);
+    }
+    const auto collection = [](std::string_view path) {
+        std::string text = "<D:response><D:href>";
+        text.append(EscapePath(path));
+        if (text.back() != '/')
+            text.push_back('/');
+        return text.append("</D:href><D:propstat><D:prop><D:resourcetype><D:collection/>"
+                           "</D:resourcetype></D:prop><D:status>HTTP/1.1 200 OK</D:status>"
+                           "</D:propstat></D:response>");
+    };
+    std::string text =
+        "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">";
+    text.append(collection(request.target.path));
+    const std::string_view* depth = request.FindRequestHeader("Depth");
+    if (!depth || *depth != "0") {
+        const size_t own = request.target.path.find_last_not_of('/') + 1;
+        const size_t end = front.location.find('/', own + 1);
+        text.append(collection(front.location.substr(0, end)));
+    }
+    text.append("</D:multistatus>\n");
+    AnswerText(request, 207, "application/xml; charset=\"utf-8\"", text);
+}
+
+bool Admit(RequestIo& request, Front& front)
+{
+    Visitor visitor;
+    if (const std::string_view* value = request.FindRequestHeader("Authorization"))
+        visitor.authorization = *value;
+    const std::string_view* accept = request.FindRequestHeader("Accept");
+    visitor.wantsCookie = accept && accept->find("text/html") != std::string_view::npos;
+    if (const std::string_view* value = request.FindRequestHeader("Cookie"))
+        visitor.cookie = *value;
+    if (const Field* first = request.head.Find("Authorization")) // the cookie may have moved it
+        visitor.authorization =
+            request.head.Count("Authorization") == 1 ? first->value : visitor.authorization;
+    visitor.remoteAddress = request.remote;
+    visitor.isSecure = request.isSecure;
+    request.admission = front.doorkeeper.Admit(visitor);
+    switch (request.admission.verdict) {
+    case Admission::Verdict::Granted:
+        request.isAdmitted = true;
+        return true;
+    case Admission::Verdict::Unauthorized:
+        request.reply.SetHeader("WWW-Authenticate", request.admission.challenge);
+        AnswerError(request, 401);
+        return false;
+    case Admission::Verdict::Forbidden:
+        AnswerError(request, 403);
+        return false;
+    case Admission::Verdict::Unavailable:
+        request.reply.SetHeader("Retry-After", "5");
+        AnswerError(request, 503);
+        return false;
+    }
+    return false;
+}
+
+} // namespace
+
+int ReadRequest(RequestIo& request, const Live& live, Framing& framing, bool& mustClose)
+{
+    mustClose = true;
+    if (const int refusal = ParseHead(request.headText.View(), request.head))
+        return refusal;
+    if (const int refusal = ReadFraming(request.head, framing))
+        return refusal;
+    mustClose = false;
+    request.method = MethodNumber(request.head.method);
+    if (request.head.target.size() > live.settings.limits.targetBytes)
+        return 414;
+    if (const int refusal = ParseTarget(request.head.target, request.target))
+        return refusal;
+    if (const int refusal = ReadHost(request))
+        return refusal;
+    if (request.method == KestMethodUnknown)
+        return 501;
+    if (const Field* expect = request.head.Find("Expect"); expect && request.head.version == 11)
+        if (!EqualsIgnoringCase(expect->value, "100-continue"))
+            return 417;
+    return 0;
+}
+
+bool WantsKeepAlive(const RequestHead& head) noexcept
+{
+    if (head.version == 11)
+        return !head.HasToken("Connection", "close");
+    return head.HasToken("Connection", "keep-alive") && !head.HasToken("Connection", "close");
+}
+
+Route Decide(RequestIo& request, Front& front, const Live& live)
+{
+    const Target& target = request.target;
+    if (target.isAsterisk) {
+        if (request.method != KestMethodOptions) {
+            AnswerError(request, 400);
+            return Route::Refused;
+        }
+        AnswerOptions(request);
+        return Route::Answered;
+    }
+    if (IsUnder(target.path, front.location)) {
+        if (!Admit(request, front))
+            return Route::Refused;
+        request.realm = live.settings.realm;
+        if (!request.admission.setCookie.empty())
+            request.reply.SetHeader("Set-Cookie", request.admission.setCookie);
+        return Route::Module;
+    }
+    if (IsAncestorOf(target.path, front.location)) {
+        AnswerAncestor(request, front);
+        return Route::Answered;
+    }
+    AnswerError(request, 404);
+    return Route::Refused;
+}
+
+void AnswerError(RequestIo& request, int status)
+{
+    std::string text = std::to_string(status);
+    text.append(" ").append(ReasonPhrase(status)).append("\n");
+    AnswerText(request, status, "text/plain; charset=utf-8", text);
+}
+
+} // namespace kestd

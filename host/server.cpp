@@ -1,0 +1,335 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include "host/connection.h"
+#include "host/front.h"
+#include "host/target.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kTick{100};
+// Connections over the limit that are told so at the same time; more are just closed.
+constexpr size_t kTurnedAway = 256;
+constexpr int kAcceptBatch = 32;
+
+std::string Reason(const char* what, const ListenAddress& where, int error)
+{
+    return std::string(what) + " " + where.address + ":" + std::to_string(where.port) + ": " +
+           std::strerror(error);
+}
+
+bool FillAddress(const ListenAddress& from, sockaddr_storage& out, socklen_t& size)
+{
+    out = {};
+    auto& v4 = reinterpret_cast<sockaddr_in&>(out);
+    auto& v6 = reinterpret_cast<sockaddr_in6&>(out);
+    if (inet_pton(AF_INET, from.address.c_str(), &v4.sin_addr) == 1) {
+        v4.sin_family = AF_INET;
+        v4.sin_port = htons(from.port);
+        size = sizeof v4;
+        return true;
+    }
+    if (inet_pton(AF_INET6, from.address.c_str(), &v6.sin6_addr) == 1) {
+        v6.sin6_family = AF_INET6;
+        v6.sin6_port = htons(from.port);
+        size = sizeof v6;
+        return true;
+    }
+    return false;
+}
+
+// Turns a settings record into what the server works with. Null with a text in `error`.
+std::shared_ptr<const Live> MakeLive(const ServerSettings& settings, std::string& error)
+{
+    static std::atomic<uint64_t> versions{0};
+    auto live = std::make_shared<Live>();
+    live->settings = settings;
+    live->version = ++versions;
+    // The contract's strings count 16 bits of bytes, two for each code unit, and spare room.
+    live->settings.limits.targetBytes = std::min(live->settings.limits.targetBytes, 28u * 1024);
+    if (!settings.publicUrl.empty()) {
+        std::string_view url = settings.publicUrl;
+        std::string_view scheme;
+        std::string_view host;
+        if (!TakeOrigin(url, scheme, host)) {
+            error = "the public URL " + settings.publicUrl + " is not http(s)://HOST[:PORT]";
+            return nullptr;
+        }
+        std::string_view name;
+        std::string_view port;
+        SplitHost(host, name, port);
+        live->publicHost = name;
+        live->publicPort = port.empty() ? (scheme.size() == 5 ? "443" : "80") : port;
+    }
+    if (settings.tlsCertificate.empty() != settings.tlsKey.empty()) {
+        error = "TLS needs a certificate and a key";
+        return nullptr;
+    }
+    if (!settings.tlsCertificate.empty()) {
+        live->tls = LoadTlsContext(settings.tlsCertificate, settings.tlsKey, error);
+        if (!live->tls)
+            return nullptr;
+    }
+    return live;
+}
+
+// One listening socket.
+class Listener {
+  public:
+    Listener(Front& front, int fd) : front_(front), socket_(front.io, fd), pause_(front.io) {}
+
+    void Wait()
+    {
+        socket_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                           [this](const boost::system::error_code& error) {
+                               if (!error && !front_.isStopping)
+                                   Accept();
+                           });
+    }
+    void Close()
+    {
+        boost::system::error_code ignored;
+        pause_.cancel();
+        socket_.close(ignored);
+    }
+
+  private:
+    void Accept()
+    {
+        for (int i = 0; i < kAcceptBatch; ++i) {
+            sockaddr_storage peer{};
+            socklen_t size = sizeof peer;
+            const int fd = accept4(socket_.native_handle(), reinterpret_cast<sockaddr*>(&peer),
+                                   &size, SOCK_CLOEXEC);
+            if (fd >= 0) {
+                Welcome(fd, peer);
+            } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+                break;
+            } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                // The connection stays in the queue; asking again at once would spin.
+                TolmLog(kLogWarning, "kestd", "cannot accept a connection: too many open files");
+                pause_.expires_after(kTick);
+                pause_.async_wait([this](const boost::system::error_code& error) {
+                    if (!error)
+                        Wait();
+                });
+                return;
+            }
+        }
+        Wait();
+    }
+
+    void Welcome(int fd, const sockaddr_storage& peer)
+    {
+        const Live& live = front_.Current();
+        const size_t limit = live.settings.limits.connections;
+        const size_t open = front_.ConnectionCount();
+        if (open >= limit + kTurnedAway) {
+            close(fd);
+            return;
+        }
+        try {
+            auto* connection = new Connection(front_, fd, peer, live); // deletes itself
+            if (open >= limit)
+                connection->TurnAway();
+            else
+                connection->Begin();
+        } catch (const std::exception& error) {
+            TolmLog(kLogWarning, "kestd", error.what());
+        }
+    }
+
+    Front& front_;
+    boost::asio::posix::stream_descriptor socket_;
+    boost::asio::steady_timer pause_;
+};
+
+} // namespace
+
+class Server::Impl {
+  public:
+    Impl(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_2* module,
+         std::string location)
+        : settings_(settings), front_(doorkeeper, module, std::move(location))
+    {
+    }
+    ~Impl() { Stop(); }
+
+    std::string Start();
+    std::vector<ListenAddress> Addresses() const { return addresses_; }
+    std::string Apply(const ServerSettings& settings);
+    void Stop();
+
+  private:
+    std::string Listen(const ListenAddress& where);
+    void Clock();
+
+    const ServerSettings settings_;
+    Front front_;
+    std::vector<std::unique_ptr<Listener>> listeners_;
+    std::vector<ListenAddress> addresses_;
+    std::thread clock_;
+    std::mutex mutex_; // guards clockEnds_
+    std::condition_variable wake_;
+    bool clockEnds_ = false;
+    std::once_flag stopped_;
+};
+
+std::string Server::Impl::Listen(const ListenAddress& where)
+{
+    sockaddr_storage address{};
+    socklen_t size = 0;
+    if (!FillAddress(where, address, size))
+        return "cannot listen on " + where.address + ": not a numeric address";
+    const int fd = socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return Reason("cannot listen on", where, errno);
+    const int on = 1;
+    (void)setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (address.ss_family == AF_INET6)
+        (void)setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+        listen(fd, SOMAXCONN) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        const int error = errno;
+        close(fd);
+        return Reason("cannot listen on", where, error);
+    }
+    const uint16_t port = address.ss_family == AF_INET6
+                              ? reinterpret_cast<const sockaddr_in6&>(address).sin6_port
+                              : reinterpret_cast<const sockaddr_in&>(address).sin_port;
+    addresses_.push_back({where.address, ntohs(port)});
+    listeners_.push_back(std::make_unique<Listener>(front_, fd));
+    return {};
+}
+
+std::string Server::Impl::Start()
+{
+    std::string error;
+    const std::shared_ptr<const Live> live = MakeLive(settings_, error);
+    if (!live)
+        return error;
+    front_.Publish(live);
+    for (const ListenAddress& where : settings_.listen)
+        if (error = Listen(where); !error.empty())
+            return error;
+    for (const auto& listener : listeners_)
+        listener->Wait();
+    const unsigned cores = std::max(std::thread::hardware_concurrency(), 1u);
+    try {
+        front_.workers.Start(2 * cores, settings_.limits.workerThreads);
+        clock_ = std::thread([this] { Clock(); });
+    } catch (const std::system_error& failure) {
+        return std::string("cannot start threads: ") + failure.what();
+    }
+    return {};
+}
+
+void Server::Impl::Clock()
+{
+    std::unique_lock lock(mutex_);
+    for (unsigned ticks = 0; !clockEnds_; ++ticks) {
+        wake_.wait_for(lock, kTick, [this] { return clockEnds_; });
+        lock.unlock();
+        front_.workers.Tick();
+        if (ticks % 2 == 0)
+            front_.Sweep(NowMs());
+        if (ticks % 5 == 0)
+            front_.log.Flush();
+        lock.lock();
+    }
+}
+
+std::string Server::Impl::Apply(const ServerSettings& settings)
+{
+    std::string error;
+    const std::shared_ptr<const Live> live = MakeLive(settings, error);
+    if (!live)
+        return error;
+    front_.workers.SetLimit(settings.limits.workerThreads);
+    front_.Publish(live);
+    return {};
+}
+
+void Server::Impl::Stop()
+{
+    std::call_once(stopped_, [this] {
+        front_.isStopping = true;
+        if (clock_.joinable()) {
+            boost::asio::post(front_.io, [this] {
+                for (const auto& listener : listeners_)
+                    listener->Close();
+            });
+            const milliseconds time = front_.Snapshot()->settings.limits.shutdownTime;
+            // Again and again: a connection may have been about to become idle.
+            const auto end = std::chrono::steady_clock::now() + time;
+            do
+                front_.Hurry(false);
+            while (!front_.WaitUntilEmpty(kTick / 4) && std::chrono::steady_clock::now() < end);
+            front_.Hurry(true);
+            (void)front_.WaitUntilEmpty(milliseconds(1000)); // for the replies in hand
+            {
+                const std::lock_guard lock(mutex_);
+                clockEnds_ = true;
+            }
+            wake_.notify_all();
+            clock_.join();
+        }
+        front_.io.stop();
+        front_.workers.Join();
+        front_.DeleteAll();
+        front_.log.Flush();
+    });
+}
+
+Server::Server(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_2* module,
+               std::string location)
+    : impl_(std::make_unique<Impl>(settings, doorkeeper, module, std::move(location)))
+{
+}
+
+Server::~Server() = default;
+
+std::string Server::Start()
+{
+    return impl_->Start();
+}
+
+std::vector<ListenAddress> Server::Addresses() const
+{
+    return impl_->Addresses();
+}
+
+std::string Server::Apply(const ServerSettings& settings)
+{
+    return impl_->Apply(settings);
+}
+
+void Server::Stop()
+{
+    impl_->Stop();
+}
+
+} // namespace kestd

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The threads that run an io_context: a few, and more when clients keep them waiting.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "host/transport.h"
+
+namespace boost::asio {
+class io_context;
+}
+
+namespace kestd {
+
+class Workers final : public WaitWatcher {
+  public:
+    explicit Workers(boost::asio::io_context& io) : io_(io) {}
+
+    // Throws std::system_error when not even one thread can be started.
+    void Start(unsigned count, unsigned limit);
+    void SetLimit(unsigned limit) noexcept { limit_.store(limit, std::memory_order_relaxed); }
+    void Join(); // after the io_context has been stopped
+
+    // Marks a thread as busy while it serves something.
+    class Busy {
+      public:
+        explicit Busy(Workers& workers) noexcept;
+        ~Busy();
+        Busy(const Busy&) = delete;
+        Busy& operator=(const Busy&) = delete;
+
+      private:
+        Workers& workers_;
+    };
+
+    // A busy thread is about to wait for a client: makes sure that another one is there.
+    void BeforeWait() override;
+    // Called at regular intervals by a thread that is no worker. Adds threads when all have been
+    // stuck since the last call; once there are as many as there may be and they stay stuck, the
+    // caller itself serves what is ready, overloaded.
+    void Tick();
+    // Whether the calling thread only turns requests away: it must not wait for anything.
+    static bool IsOverloaded() noexcept;
+    unsigned Count() const noexcept { return count_.load(std::memory_order_relaxed); }
+
+  private:
+    void Spawn();
+
+    boost::asio::io_context& io_;
+    std::atomic<unsigned> busy_{0};
+    std::atomic<unsigned> count_{0};
+    std::atomic<unsigned> limit_{1};
+    std::atomic<uint64_t> served_{0};
+    uint64_t servedBefore_ = 0; // of the ticking thread
+    unsigned stuckTicks_ = 0;   // likewise
+    std::mutex mutex_;          // guards threads_
+    std::vector<std::thread> threads_;
+};
+
+} // namespace kestd
