@@ -25,7 +25,7 @@ class Collector final : public http::basic_parser<true> {
     Collector(std::string_view text, RequestHead& head) : text_(text), head_(head)
     {
         header_limit(std::numeric_limits<std::uint32_t>::max()); // bounded by whoever received it
-        body_limit(boost::none);
+        body_limit(std::numeric_limits<std::uint64_t>::max());
     }
 
   private:

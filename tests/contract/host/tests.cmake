@@ -1,0 +1,7 @@
+find_package(OpenSSL REQUIRED)
+find_package(Threads REQUIRED)
+
+kest_test(host_contract
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/store_test.cpp
+  LIBS kestd_front tolm OpenSSL::SSL Threads::Threads)
