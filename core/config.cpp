@@ -111,9 +111,9 @@ UINT16 ReadMoniker()
 bool ConvertMoniker()
 {
     UINT32 length = g_MonikerS.MaximumLength;
-    const TALSTATUS status = pITalpl->TalxWideCharToMultiByte(kCodePageUtf8, g_MonikerU.Buffer,
-                                                              g_MonikerU.Length / sizeof(WCHAR),
-                                                              g_MonikerS.Buffer, &length);
+    const TALSTATUS status = pITalpl->TalxWideCharToMultiByte(
+        kCodePageUtf8, g_MonikerU.Buffer, static_cast<UINT32>(g_MonikerU.Length / sizeof(WCHAR)),
+        g_MonikerS.Buffer, &length);
     if (Failed(status) || length > g_MonikerS.MaximumLength)
         return false;
     g_MonikerS.Length = static_cast<UINT16>(length);

@@ -77,11 +77,11 @@ TALSTATUS AppendName(UNICODE_STRING& target, std::string_view name)
 {
     if (size_t{target.MaximumLength} - target.Length < 2 * name.size() + 2)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
-    UINT32 length = target.Length / sizeof(WCHAR);
+    size_t length = target.Length / sizeof(WCHAR);
     if (length == 0 || target.Buffer[length - 1] != u'/')
         target.Buffer[length++] = u'/';
 
-    const auto room = static_cast<UINT32>(target.MaximumLength / sizeof(WCHAR)) - length;
+    const auto room = static_cast<UINT32>(target.MaximumLength / sizeof(WCHAR) - length);
     UINT32 units = room;
     TALSTATUS status = pITalpl->TalxMultiByteToWideChar(kCodePageUtf8, name.data(),
                                                         static_cast<UINT32>(name.size()),
@@ -171,7 +171,7 @@ TALSTATUS StoreForm(Upload& upload, const char* contentType)
 {
     constexpr char kBoundary[] = "boundary=";
     // Providers take paths without a trailing "/".
-    if (const UINT32 units = upload.target.Length / sizeof(WCHAR);
+    if (const size_t units = upload.target.Length / sizeof(WCHAR);
         units > 1 && upload.target.Buffer[units - 1] == u'/')
         upload.target.Length = static_cast<UINT16>((units - 1) * sizeof(WCHAR));
 
