@@ -346,7 +346,7 @@ class Locks(Workload):
                      f"step LOCK {path}", "header Timeout: Second-600", "header Depth: 0",
                      "header Content-Type: text/xml", f"body {LOCK}",
                      "expect 200 423" if contended else "expect 200",
-                     "capture token Lock-Token", f"takes {name}",
+                     "capture-token token", f"takes {name}",
                      f"step UNLOCK {path}", "needs token", "header Lock-Token: {token}",
                      f"gives {name}", "expect 200 204")
 

@@ -72,6 +72,7 @@ class Load {
     void Send(Connection& c);
     void Receive(Connection& c);
     void TakeBody(Connection& c, const char* data, size_t size);
+    void CaptureToken(Connection& c, const std::string& name);
     void Finish(Connection& c);
     void Retry(Connection& c);
     void Lost(Connection& c, const char* why);
@@ -287,7 +288,7 @@ void Load::TakeBody(Connection& c, const char* data, size_t size)
     }
     if (wanted && !c.differs)
         c.differs = at + size > wanted->size || std::memcmp(wanted->data + at, data, size) != 0;
-    if (!step.replyHas.empty() && c.beginning.size() < 65536)
+    if ((!step.replyHas.empty() || !step.token.empty()) && c.beginning.size() < 65536)
         c.beginning.append(data, std::min<size_t>(size, 65536 - c.beginning.size()));
     c.received += size;
 }
@@ -358,11 +359,29 @@ std::string Load::Check(Connection& c, const Step& step)
     if (wanted >= 0 && c.received != static_cast<uint64_t>(wanted))
         return "the body has " + std::to_string(c.received) + " bytes instead of " +
                std::to_string(wanted);
-    if (!step.replyHas.empty() && c.beginning.find(step.replyHas) == std::string::npos)
+    if ((!step.replyHas.empty() || !step.token.empty()) &&
+        c.beginning.find(step.replyHas) == std::string::npos)
         return "the body lacks what it should contain";
     if (!step.takes.empty() && !held_.insert(Expand(c, step.takes)).second)
         return "two holders at once";
     return "";
+}
+
+// Servers tell a new lock's token in a header, in the body, or in both.
+void Load::CaptureToken(Connection& c, const std::string& name)
+{
+    if (const auto value = c.reply.Header("lock-token"); !value.empty()) {
+        c.captured[name] = std::string(value);
+        return;
+    }
+    for (const char* scheme : {"opaquelocktoken:", "urn:uuid:"}) {
+        const size_t at = c.beginning.find(scheme);
+        if (at == std::string::npos)
+            continue;
+        c.captured[name] = "<" + c.beginning.substr(at, c.beginning.find('<', at) - at) + ">";
+        return;
+    }
+    Wrong(c, "a lock without a token");
 }
 
 void Load::Finish(Connection& c)
@@ -378,6 +397,8 @@ void Load::Finish(Connection& c)
             if (const auto value = c.reply.Header(header); !value.empty())
                 c.captured[name] = std::string(value);
         }
+        if (!step.token.empty())
+            CaptureToken(c, step.token);
     }
     if (!c.reply.Keeps() || c.sent < c.head.size() + c.file.size) {
         ++outcome_.reconnects;

@@ -129,11 +129,12 @@ bool ReadStepLine(const std::string& word, const std::string& rest, Step& step)
         step.captures.emplace_back(name, Lower(header));
         return !header.empty();
     }
-    std::string* text = word == "reply-has" ? &step.replyHas
-                        : word == "needs"   ? &step.needs
-                        : word == "takes"   ? &step.takes
-                        : word == "gives"   ? &step.gives
-                                            : nullptr;
+    std::string* text = word == "reply-has"       ? &step.replyHas
+                        : word == "capture-token" ? &step.token
+                        : word == "needs"         ? &step.needs
+                        : word == "takes"         ? &step.takes
+                        : word == "gives"         ? &step.gives
+                                                  : nullptr;
     if (!text)
         return false;
     *text = rest;

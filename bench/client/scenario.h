@@ -18,9 +18,9 @@
 //   reply-length N         the reply's body has this length
 //   reply-has TEXT         the reply's body contains this text within its first 64 KiB
 //   capture NAME HEADER    keeps a reply header's value as {NAME} for later steps; absent: unset
-//   needs NAME             leaves this step out while {NAME} is unset
-//   takes TEXT             a right reply with status below 300 makes this connection the only
-//   holder
+//   capture-token NAME     keeps a lock's token as "<token>", from the header Lock-Token or the
+//   body needs NAME             leaves this step out while {NAME} is unset takes TEXT             a
+//   right reply with status below 300 makes this connection the only holder
 //                          of TEXT; it is wrong while another one holds it
 //   gives TEXT             sending this step gives TEXT back
 //
@@ -56,6 +56,7 @@ struct Step {
     int64_t replyLength = -1; // -1: any
     std::string replyHas;
     std::vector<std::pair<std::string, std::string>> captures; // name, header in lower case
+    std::string token;                                         // name for the lock's token
     std::string needs;
     std::string takes;
     std::string gives;
