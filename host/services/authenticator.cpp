@@ -47,7 +47,7 @@ bool ReadBasic(std::string_view authorization, std::string& name, std::string& p
 {
     constexpr std::string_view kScheme = "Basic ";
     if (authorization.size() > kLongestHeader || authorization.size() < kScheme.size() ||
-        !EqualIgnoringCase(authorization.substr(0, kScheme.size()), kScheme))
+        !EqualsIgnoringCase(authorization.substr(0, kScheme.size()), kScheme))
         return false;
     auto decoded = DecodeBase64(Trimmed(authorization.substr(kScheme.size())));
     if (!decoded)

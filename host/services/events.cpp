@@ -14,12 +14,18 @@ EventBus::EventBus()
 
 EventBus::~EventBus()
 {
+    Stop();
+}
+
+void EventBus::Stop()
+{
     {
         const std::lock_guard lock(mutex_);
         isStopping_ = true;
     }
     wake_.notify_all();
-    thread_.join();
+    if (thread_.joinable())
+        thread_.join();
 }
 
 EventBus::SubscriptionId EventBus::Subscribe(const GUID& eventClass, Ref<IEventHandler> handler)
@@ -38,7 +44,7 @@ void EventBus::Unsubscribe(SubscriptionId id)
         last = std::move(found->second.handler);
         subscriptions_.erase(found);
     }
-    if (std::this_thread::get_id() == thread_.get_id())
+    if (std::this_thread::get_id() == threadId_)
         return;
     settled_.wait(
         lock, [&] { return std::find(running_.begin(), running_.end(), id) == running_.end(); });
@@ -51,7 +57,7 @@ bool EventBus::Publish(const GUID& eventClass, UINT32 type, void* data)
     std::unique_lock lock(mutex_);
     if (isStopping_)
         return false;
-    if (std::this_thread::get_id() == thread_.get_id()) {
+    if (std::this_thread::get_id() == threadId_) {
         Deliver(lock, event);
         return true;
     }
@@ -64,6 +70,7 @@ bool EventBus::Publish(const GUID& eventClass, UINT32 type, void* data)
 void EventBus::Run()
 {
     std::unique_lock lock(mutex_);
+    threadId_ = std::this_thread::get_id();
     for (;;) {
         wake_.wait(lock, [&] { return isStopping_ || !queue_.empty(); });
         if (isStopping_)

@@ -21,7 +21,7 @@ namespace kestd {
 class EventBus {
   public:
     EventBus();
-    ~EventBus(); // delivers nothing more
+    ~EventBus(); // stops it
     EventBus(const EventBus&) = delete;
     EventBus& operator=(const EventBus&) = delete;
 
@@ -36,6 +36,8 @@ class EventBus {
     // Returns when every subscriber has been called. From within a handler the subscribers are
     // called at once. False when the bus is stopping.
     bool Publish(const GUID& eventClass, UINT32 type, void* data);
+    // Ends the event thread; nothing is delivered any more. Not from within a handler.
+    void Stop();
 
   private:
     struct Event {
@@ -61,6 +63,7 @@ class EventBus {
     std::vector<SubscriptionId> running_; // being called, innermost last
     SubscriptionId lastId_ = 0;
     bool isStopping_ = false;
+    std::thread::id threadId_; // guarded, other than the thread's own object
     std::thread thread_;
 };
 

@@ -43,7 +43,7 @@ Gatekeeper::Gatekeeper(Authenticator& authenticator, SessionTable& sessions)
 
 void Gatekeeper::SetLocation(const std::string& location)
 {
-    cookiePath_ = EscapePath(location);
+    cookiePath_ = EscapeUriPath(location);
 }
 
 void Gatekeeper::SetRealm(const std::string& realm)

@@ -28,9 +28,10 @@ class Gatekeeper final : public Doorkeeper {
     // before the first request; the realm again on a reload.
     void SetLocation(const std::string& location);
     void SetRealm(const std::string& realm);
-    // With users, requests need credentials; without, everybody is the local user. Decided at the
-    // start, so that a users file that is emptied later locks the door instead of opening it.
+    // Whether requests need credentials, or everybody is the local user. The host never opens a
+    // closed door: a users file that is emptied later locks everybody out.
     void RequireCredentials(bool required) { isOpen_ = !required; }
+    bool RequiresCredentials() const { return !isOpen_; }
 
     Admission Admit(const Visitor& visitor) override;
     void Leave(SCHANDLE session) override;
@@ -44,7 +45,7 @@ class Gatekeeper final : public Doorkeeper {
     SessionTable& sessions_;
     const std::shared_ptr<const Principal> local_;
     std::atomic<uint64_t> localSession_{0}; // a guess at the local user's shared session
-    bool isOpen_ = true;
+    std::atomic<bool> isOpen_{true};
     std::string cookiePath_ = "/";
     mutable std::mutex mutex_; // guards challenge_
     std::string challenge_;

@@ -13,22 +13,6 @@ constexpr bool IsUnreserved(unsigned char c)
            c == '.' || c == '_' || c == '~';
 }
 
-constexpr int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
-}
-
-constexpr char LowerAscii(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 // Takes one code point off the front; nothing when the text is malformed.
 std::optional<char32_t> TakeCodePoint(std::string_view& text)
 {
@@ -128,7 +112,7 @@ bool HasControlCharacter(std::string_view text)
                        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
-std::string EscapePath(std::string_view text)
+std::string EscapeUriPath(std::string_view text)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
     std::string out;
@@ -146,7 +130,7 @@ std::string EscapePath(std::string_view text)
     return out;
 }
 
-std::optional<std::string> UnescapePath(std::string_view text)
+std::optional<std::string> UnescapeUriPath(std::string_view text)
 {
     std::string out;
     out.reserve(text.size());
@@ -157,8 +141,8 @@ std::optional<std::string> UnescapePath(std::string_view text)
         }
         if (text.size() - i < 3)
             return std::nullopt;
-        const int high = HexDigit(text[i + 1]);
-        const int low = HexDigit(text[i + 2]);
+        const int high = HexValue(text[i + 1]);
+        const int low = HexValue(text[i + 2]);
         if (high < 0 || low < 0 || (high == 0 && low == 0))
             return std::nullopt;
         out += static_cast<char>(high << 4 | low);
@@ -202,21 +186,6 @@ std::optional<std::string> DecodeBase64(std::string_view text)
     if (bits != 0) // bits behind the last byte must be clear, so that a text has one spelling
         return std::nullopt;
     return out;
-}
-
-bool EqualIgnoringCase(std::string_view a, std::string_view b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return LowerAscii(x) == LowerAscii(y); });
-}
-
-std::string_view Trimmed(std::string_view text)
-{
-    constexpr std::string_view kBlanks = " \t";
-    const size_t begin = text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos)
-        return {};
-    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
 } // namespace kestd

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/text.h"
 #include <kest/types.h>
 
 namespace kestd {
@@ -20,17 +21,12 @@ bool HasControlCharacter(std::string_view text);
 
 // Percent-escapes everything but unreserved characters and "/" (RFC 3986 section 2.3), with
 // upper-case digits.
-std::string EscapePath(std::string_view text);
+std::string EscapeUriPath(std::string_view text);
 // Undoes every percent-escape. Nothing for a malformed escape and for an escaped NUL.
-std::optional<std::string> UnescapePath(std::string_view text);
+std::optional<std::string> UnescapeUriPath(std::string_view text);
 
 // RFC 4648 section 4, padding required, no blanks. Nothing for anything else.
 std::optional<std::string> DecodeBase64(std::string_view text);
-
-// ASCII only.
-bool EqualIgnoringCase(std::string_view a, std::string_view b);
-// Without blanks and tabs at either end.
-std::string_view Trimmed(std::string_view text);
 
 inline std::u16string_view ViewOf(const UNICODE_STRING& text)
 {

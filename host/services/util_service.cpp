@@ -106,7 +106,7 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!HasText(in) || !CanHold(out))
             return kNullArgument;
-        return AtBoundary([&] { return Store(EscapePath(ViewOf(*in)), out); });
+        return AtBoundary([&] { return Store(EscapeUriPath(ViewOf(*in)), out); });
     }
 
     // `flags` is kept for the contract; no bit has a meaning.
@@ -116,7 +116,7 @@ class UtilService final : public ComObject<IKestUtil> {
             return kNullArgument;
         return AtBoundary([&] {
             const auto utf8 = ToUtf8(ViewOf(*in));
-            return utf8 ? Store(EscapePath(*utf8), out) : ServiceFailure(kCodeInvalidRequest);
+            return utf8 ? Store(EscapeUriPath(*utf8), out) : ServiceFailure(kCodeInvalidRequest);
         });
     }
 
@@ -139,7 +139,7 @@ class UtilService final : public ComObject<IKestUtil> {
         if (!HasText(in) || !CanHold(out))
             return kNullArgument;
         return AtBoundary([&] {
-            const auto text = UnescapePath(ViewOf(*in));
+            const auto text = UnescapeUriPath(ViewOf(*in));
             return text ? Store(*text, out) : ServiceFailure(kCodeInvalidRequest);
         });
     }

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdio>
+
+#include "host/commands/commands.h"
+
+namespace kestd {
+
+void PrintHelp()
+{
+    std::fputs(
+        R"(kestd, a WebDAV server
+
+kestd serve [OPTIONS] [[NAME=]DIR ...]
+    Serves each directory as a volume, named NAME or by its last component, at
+    http://ADDRESS:PORT/Ferro/NAME/. Without a directory and without volumes in the configuration
+    it serves the volume "files" of the state directory.
+
+    --config FILE          configuration (TOML); options given here win over it
+    --listen ADDRESS:PORT  where to listen, numeric, [ADDRESS]:PORT for IPv6; may be repeated;
+                           port 0 takes a free one (default 127.0.0.1:8080)
+    --user NAME:PASSWORD   a user besides those of the users file; may be repeated. Other users of
+                           this machine can read command lines: prefer "kestd user add"
+    --public-url URL       the address that clients see, behind a reverse proxy
+    --tls-cert FILE        certificate chain, PEM; with --tls-key the server speaks https
+    --tls-key FILE         its private key, PEM
+    --state-dir DIR        where the users file and the volume "files" are kept
+
+    Without users only loopback addresses are served, and everybody is the local user.
+    Prints "kestd: serving URL" when it accepts connections. SIGTERM and SIGINT stop it when the
+    running requests are done; SIGHUP makes it read configuration, users and certificate again.
+
+kestd check [OPTIONS] [[NAME=]DIR ...]
+    Reads the configuration as "kestd serve" would with the same arguments and says what is wrong.
+
+kestd user add NAME [--dotted-name TEXT] [--tree TEXT] [--mail TEXT]
+kestd user passwd NAME
+kestd user remove NAME
+kestd user list
+    Change the users file. The password is asked for on a terminal, else read from the first line of
+    standard input. --users-file FILE, --state-dir DIR and --config FILE say which file; a running
+    server takes it over on SIGHUP.
+
+kestd --help
+kestd --version
+)",
+        stdout);
+}
+
+int UsageError(const std::string& problem)
+{
+    std::fprintf(stderr, "kestd: %s (see kestd --help)\n", problem.c_str());
+    return kExitUsage;
+}
+
+int Failure(const std::string& problem)
+{
+    std::fprintf(stderr, "kestd: %s\n", problem.c_str());
+    return kExitFailure;
+}
+
+} // namespace kestd

@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "host/commands/arguments.h"
+#include "host/commands/commands.h"
+#include "host/commands/setup.h"
+#include "host/server.h"
+#include "host/services/host_classes.h"
+#include "host/services/text.h"
+#include <kest/req.h>
+#include <kest/tolm.h>
+
+extern char** environ;
+
+namespace kestd {
+namespace {
+
+constexpr std::chrono::seconds kHousekeeping{5}; // between two looks for idle sessions
+constexpr rlim_t kMostFiles = 1 << 20;
+
+void Log(UINT32 severity, const std::string& text)
+{
+    TolmLog(severity, "kestd", text.c_str());
+}
+
+// The signals that Host::Wait takes. Blocked in every thread, and before any is started.
+sigset_t WaitedSignals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaddset(&set, signal);
+    return set;
+}
+
+void PrepareProcess()
+{
+    const sigset_t waited = WaitedSignals();
+    pthread_sigmask(SIG_BLOCK, &waited, nullptr);
+    std::signal(SIGPIPE, SIG_IGN); // a client that went away is a failed write
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0)
+        return;
+    const rlim_t wanted = std::min(files.rlim_max, kMostFiles);
+    if (files.rlim_cur < wanted) {
+        files.rlim_cur = wanted;
+        (void)setrlimit(RLIMIT_NOFILE, &files); // without it there are fewer connections
+    }
+}
+
+void ReportUnread()
+{
+    TolmRegistryReportUnread([](const char* line, void*) { TolmLog(kLogWarning, "kestd", line); },
+                             nullptr);
+}
+
+// Values that components read on first use, or that are kept for older ones, so that the report
+// of unread values does not name them.
+void TouchKnownValues(ITalpl& platform)
+{
+    RegistryReader module(platform, kModuleKey);
+    for (const char16_t* const name :
+         {u"Template Directory", u"Debug Level", u"Moniker", u"Read-Write Block Size"})
+        (void)module.Has(name); // only the reading counts
+}
+
+void WarnOfOpenUsersFile(const std::string& path)
+{
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0 && (info.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        Log(kLogWarning, path + ": others can read the password hashes; its mode should be 0600");
+}
+
+// A running host, from the loaded settings to the last session's end.
+class Host {
+  public:
+    Host(std::vector<std::string> words, ServeArguments arguments, const Places& places)
+        : words_(std::move(words)), setup_(std::move(arguments), places)
+    {
+    }
+
+    // Empty on success.
+    std::string Start();
+    void Wait(); // until it is told to stop
+    void Stop();
+
+  private:
+    std::string StartModule();
+    void MakeServices();
+    void Announce();
+    void Reload();
+    void ReloadUsers(const HostSettings& settings);
+    bool IsNewFileRight();
+    void PublishChange();
+
+    const std::vector<std::string> words_; // the command line behind "serve"
+    Setup setup_;
+    HostSettings settings_;
+    UserMap users_;
+    SteadyClock* clock_ = nullptr;     // these two live as long as the process: components hold
+    HostServices* services_ = nullptr; // references to what is in them
+    Ref<IKestReq_2> module_;
+    std::string location_;
+    std::unique_ptr<Server> server_;
+};
+
+std::string Host::Start()
+{
+    if (std::string problem = setup_.LoadRegistry(false); !problem.empty())
+        return problem;
+    if (std::string problem = setup_.ReadSettings(settings_); !problem.empty())
+        return problem;
+    if (std::string problem = setup_.ReadUsers(settings_, users_); !problem.empty())
+        return problem;
+    if (std::string problem = Setup::CheckDoors(settings_, users_); !problem.empty())
+        return problem;
+    WarnOfOpenUsersFile(UsersFileOf(settings_, setup_.StateDirectory()));
+    MakeServices();
+    if (std::string problem = StartModule(); !problem.empty())
+        return problem;
+    server_ =
+        std::make_unique<Server>(settings_.server, services_->gatekeeper, module_.Get(), location_);
+    if (std::string problem = server_->Start(); !problem.empty())
+        return problem;
+    TouchKnownValues(setup_.Platform());
+    ReportUnread();
+    Announce();
+    return {};
+}
+
+void Host::MakeServices()
+{
+    const HostName name = NameOfHost(settings_.server);
+    HostServices::Settings settings;
+    settings.sessions = settings_.sessions;
+    settings.auth = settings_.auth;
+    settings.objectsPerSession = settings_.objectsPerSession;
+    settings.identity = {name.hostname, name.port, {}};
+    static SteadyClock clock;
+    clock_ = &clock;
+    static HostServices* services = nullptr; // reachable to the end, so that no check calls it lost
+    services = new HostServices(settings, clock);
+    services_ = services;
+    services_->gatekeeper.RequireCredentials(!users_.empty());
+    services_->gatekeeper.SetRealm(settings_.server.realm);
+    services_->authenticator.SetUsers(users_);
+}
+
+// Loads the WebDAV module and asks it where it serves.
+std::string Host::StartModule()
+{
+    const GUID callContext = CLSID_KestCallContext;
+    if (Failed(RegisterHostClasses(*services_)) ||
+        Failed(TolmRegisterClassObject(&callContext, CallContextFactory())))
+        return "the host's classes cannot be registered";
+    if (const TALSTATUS status = Create(CLSID_KestDavHandler, module_); Failed(status))
+        return "the WebDAV module cannot be loaded (status " + std::to_string(status) + ")";
+    std::array<WCHAR, 256> text{};
+    UNICODE_STRING location{0, static_cast<UINT16>((text.size() - 1) * sizeof(WCHAR)), text.data()};
+    KEST_LOCATION_ACCESS access = KestAccessAdmin;
+    GUID id{};
+    if (Failed(module_->ModuleInit({}, &access, &location, &id)))
+        return "the WebDAV module cannot be initialised";
+    const auto utf8 = ToUtf8(ViewOf(location));
+    if (!utf8 || utf8->size() < 2 || utf8->front() != '/' || utf8->back() == '/')
+        return "'Kest\\Configuration\\KestDav' 'Moniker': expected a path such as /Ferro, with a "
+               "leading '/' and without a trailing one";
+    location_ = *utf8;
+    services_->gatekeeper.SetLocation(location_);
+    return {};
+}
+
+// The line that tells whoever started the program that it can be used now.
+void Host::Announce()
+{
+    const std::vector<ListenAddress> addresses = server_->Addresses();
+    const char* const scheme = settings_.server.tlsCertificate.empty() ? "http" : "https";
+    const auto urlOf = [&](const ListenAddress& address) {
+        return std::string(scheme) + "://" + FormatListenAddress(address) +
+               EscapeUriPath(location_) + "/";
+    };
+    for (size_t i = 1; i < addresses.size(); ++i)
+        Log(kLogInfo, "also serving " + urlOf(addresses[i]));
+    if (users_.empty())
+        Log(kLogInfo, "no users: everybody who reaches a loopback address is the local user");
+    std::printf("kestd: serving %s\n", urlOf(addresses.front()).c_str());
+    std::fflush(stdout);
+}
+
+void Host::Wait()
+{
+    const sigset_t waited = WaitedSignals();
+    const timespec tick{kHousekeeping.count(), 0};
+    for (;;) {
+        const int signal = sigtimedwait(&waited, nullptr, &tick);
+        if (signal == SIGTERM || signal == SIGINT)
+            return;
+        if (signal == SIGHUP)
+            Reload();
+        services_->sessions.EndIdle();
+    }
+}
+
+// Looks at the new configuration in another process, with the same command line: what is wrong
+// there is found before anything here has changed.
+bool Host::IsNewFileRight()
+{
+    std::vector<std::string> words = words_;
+    words.insert(words.begin(), {"kestd", "check"});
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    posix_spawnattr_t attributes;
+    if (posix_spawnattr_init(&attributes) != 0)
+        return false;
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    pid_t child = 0;
+    const int error =
+        posix_spawn(&child, "/proc/self/exe", nullptr, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    if (error != 0) {
+        Log(kLogError,
+            std::string("the new configuration cannot be checked: ") + std::strerror(error));
+        return false;
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+void Host::Reload()
+{
+    Log(kLogInfo, "reading the configuration again");
+    if (!IsNewFileRight()) {
+        Log(kLogError, "the new configuration is wrong; the old settings stay");
+        return;
+    }
+    HostSettings fresh;
+    std::string problem = setup_.LoadRegistry(true);
+    if (problem.empty())
+        problem = setup_.ReadSettings(fresh);
+    if (!problem.empty()) {
+        Log(kLogError, problem + "; the old settings stay");
+        return;
+    }
+    ReloadUsers(fresh);
+    services_->sessions.SetLimits(fresh.sessions);
+    services_->gatekeeper.SetRealm(fresh.server.realm);
+    if (fresh.server.listen != settings_.server.listen)
+        Log(kLogWarning, "listening addresses change with the next start only");
+    if (problem = server_->Apply(fresh.server); !problem.empty())
+        Log(kLogError, problem);
+    settings_ = std::move(fresh);
+    PublishChange();
+    TouchKnownValues(setup_.Platform());
+    ReportUnread();
+}
+
+void Host::ReloadUsers(const HostSettings& settings)
+{
+    UserMap fresh;
+    if (const std::string problem = setup_.ReadUsers(settings, fresh); !problem.empty())
+        return Log(kLogError, problem + "; the old users stay");
+    users_ = std::move(fresh);
+    Authenticator& authenticator = services_->authenticator;
+    authenticator.SetUsers(users_);
+    if (!users_.empty()) // never the other way round: a door that was closed stays closed
+        services_->gatekeeper.RequireCredentials(true);
+    const bool isOpen = !services_->gatekeeper.RequiresCredentials();
+    services_->sessions.EndWhere([&](const Principal& principal) {
+        return principal.name.empty() ? !isOpen : !authenticator.IsCurrent(principal);
+    });
+}
+
+void Host::PublishChange()
+{
+    const GUID global = Global_Event_Class;
+    (void)services_->events.Publish(global, kEventConfigurationChanged, nullptr); // not stopping
+}
+
+void Host::Stop()
+{
+    if (server_)
+        server_->Stop();
+    if (services_) {
+        services_->sessions.EndAll();
+        services_->events.Stop();
+    }
+    server_.reset();
+    module_ = {};
+}
+
+} // namespace
+
+int RunServe(const std::vector<std::string>& arguments)
+{
+    ServeArguments parsed;
+    if (const std::string problem = ParseServe(arguments, parsed); !problem.empty())
+        return UsageError(problem);
+    if (parsed.wantsHelp) {
+        PrintHelp();
+        return 0;
+    }
+    PrepareProcess();
+    Host host(arguments, std::move(parsed), FindPlaces());
+    if (const std::string problem = host.Start(); !problem.empty()) {
+        host.Stop();
+        return Failure(problem);
+    }
+    host.Wait();
+    Log(kLogInfo, "stopping");
+    host.Stop();
+    return 0;
+}
+
+int RunCheck(const std::vector<std::string>& arguments)
+{
+    ServeArguments parsed;
+    if (const std::string problem = ParseServe(arguments, parsed); !problem.empty())
+        return UsageError(problem);
+    if (parsed.wantsHelp) {
+        PrintHelp();
+        return 0;
+    }
+    const bool hasUsers = !parsed.users.empty();
+    parsed.users.clear(); // ParseServe has seen all that can be wrong; hashing takes its time
+    Setup setup(std::move(parsed), FindPlaces());
+    HostSettings settings;
+    UserMap users;
+    std::string problem = setup.LoadRegistry(false);
+    if (problem.empty())
+        problem = setup.ReadSettings(settings);
+    if (problem.empty())
+        problem = setup.ReadUsers(settings, users);
+    if (problem.empty() && !hasUsers)
+        problem = Setup::CheckDoors(settings, users);
+    return problem.empty() ? 0 : Failure(problem);
+}
+
+} // namespace kestd

@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/commands/setup.h"
+
+#include <array>
+#include <cstdio>
+
+#include <unistd.h>
+
+#include "host/services/passwords.h"
+#include "host/services/text.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+namespace {
+
+constexpr const char16_t* kProvidersKey = u"Kest\\Policies\\DAV Handlers\\Configured";
+constexpr const char16_t* kClassesKey = u"Tolm\\Classes";
+constexpr const char* kDefaultVolume = "files";
+
+std::u16string Braced(const GUID& id)
+{
+    std::array<char, 40> text{};
+    std::snprintf(text.data(), text.size(), "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
+                  id.Data1, id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3],
+                  id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
+    return ToUtf16(text.data()).value_or(u"");
+}
+
+std::u16string Below(const char16_t* key, const std::u16string& name)
+{
+    return std::u16string(key) + u"\\" + name;
+}
+
+// Lays a text over the registry. Empty on success.
+std::string LayText(const std::u16string& key, const std::u16string& name, const std::string& value)
+{
+    const auto wide = ToUtf16(value);
+    if (!wide)
+        return "'" + value + "' is not valid UTF-8";
+    const auto bytes = static_cast<UINT32>((wide->size() + 1) * sizeof(char16_t));
+    if (Failed(
+            TolmRegistrySetOverride(key.c_str(), name.c_str(), TALX_REG_SZ, wide->c_str(), bytes)))
+        return "the setting '" + ToUtf8(name).value_or("") + "' cannot be held";
+    return {};
+}
+
+std::string LayTexts(const std::u16string& key, const std::u16string& name,
+                     const std::vector<std::string>& values)
+{
+    std::u16string all;
+    for (const std::string& value : values) {
+        all += ToUtf16(value).value_or(u"");
+        all += u'\0';
+    }
+    all += u'\0';
+    const auto bytes = static_cast<UINT32>(all.size() * sizeof(char16_t));
+    if (Failed(TolmRegistrySetOverride(key.c_str(), name.c_str(), TALX_REG_MULTI_SZ, all.data(),
+                                       bytes)))
+        return "the setting '" + ToUtf8(name).value_or("") + "' cannot be held";
+    return {};
+}
+
+// Where a default of the installation was laid over the file: taken away, so that the file's own
+// value shows. Failures mean that there was none.
+void TakeAway(const std::u16string& key, const std::u16string& name)
+{
+    (void)TolmRegistrySetOverride(key.c_str(), name.c_str(), TALX_REG_SZ, nullptr, 0);
+}
+
+std::string Absolute(const std::string& path)
+{
+    if (path.empty() || path.front() == '/')
+        return path;
+    std::array<char, 4096> here{};
+    return getcwd(here.data(), here.size()) ? std::string(here.data()) + "/" + path : path;
+}
+
+} // namespace
+
+Setup::Setup(ServeArguments arguments, const Places& places)
+    : arguments_(std::move(arguments)), places_(places),
+      config_(Absolute(arguments_.config.empty() ? places.config : arguments_.config)),
+      state_(Absolute(arguments_.stateDirectory.empty() ? places.state : arguments_.stateDirectory))
+{
+}
+
+std::string Setup::LoadRegistry(bool isReload)
+{
+    if (!platform_ && Failed(Create(CLSID_HadranTalpl, platform_)))
+        return "the platform layer cannot be made";
+    if (!isReload || !config_.empty()) {
+        std::array<char, 2048> error{};
+        if (Failed(TolmRegistryLoad(config_.empty() ? nullptr : config_.c_str(), error.data(),
+                                    error.size())))
+            return error.data();
+    }
+    if (std::string problem = LayCommandLine(); !problem.empty())
+        return problem;
+    return LayDefaults();
+}
+
+std::string Setup::LayCommandLine()
+{
+    std::string problem;
+    const auto lay = [&](const char16_t* name, const std::string& value) {
+        if (problem.empty() && !value.empty())
+            problem = LayText(kServerKey, name, value);
+    };
+    lay(u"Public URL", arguments_.publicUrl);
+    lay(u"TLS Certificate", Absolute(arguments_.tlsCertificate));
+    lay(u"TLS Key", Absolute(arguments_.tlsKey));
+    if (problem.empty() && !arguments_.listen.empty())
+        problem = LayTexts(kServerKey, u"Listen", arguments_.listen);
+    for (const VolumeArgument& volume : arguments_.volumes) {
+        if (!problem.empty())
+            break;
+        const std::string directory = ExistingDirectory(volume.directory, problem);
+        if (problem.empty())
+            problem = LayText(kVolumesKey, ToUtf16(volume.name).value_or(u""), directory);
+    }
+    return problem;
+}
+
+// What an installation knows without a file: its classes, its provider, its data, its volume.
+std::string Setup::LayDefaults()
+{
+    const std::vector<Default> defaults = {
+        {Below(kClassesKey, Braced(CLSID_KestDavHandler)), u"Library", "kestdav.so"},
+        {Below(kClassesKey, Braced(CLSID_FileStore)), u"Library", "filestore.so"},
+        {kModuleKey, u"Template Directory", places_.templates},
+        {kServerKey, u"Wharf Directory", places_.wharf},
+    };
+    for (const Default& one : defaults) {
+        TakeAway(one.key, one.name);
+        if (one.value.empty() || RegistryReader(Platform(), one.key.c_str()).Has(one.name.c_str()))
+            continue;
+        if (std::string problem = LayText(one.key, one.name, one.value); !problem.empty())
+            return problem;
+    }
+    const std::u16string provider = Below(kProvidersKey, Braced(CLSID_FileStore));
+    if (ownsProvider_)
+        TakeAway(provider, u"Name");
+    ownsProvider_ = !HasSubkey(kProvidersKey);
+    if (ownsProvider_)
+        if (std::string problem = LayText(provider, u"Name", "FileStore"); !problem.empty())
+            return problem;
+    return LayVolumes();
+}
+
+std::string Setup::LayVolumes()
+{
+    const std::u16string name = ToUtf16(kDefaultVolume).value_or(u"");
+    if (ownsVolume_)
+        TakeAway(kVolumesKey, name);
+    ownsVolume_ = arguments_.volumes.empty() && !HasValue(kVolumesKey);
+    if (!ownsVolume_)
+        return {};
+    const std::string directory = state_ + "/" + kDefaultVolume;
+    if (std::string problem = MakeDirectories(directory); !problem.empty())
+        return problem;
+    return LayText(kVolumesKey, name, directory);
+}
+
+bool Setup::HasSubkey(const char16_t* key)
+{
+    HANDLE handle = nullptr;
+    if (Failed(Platform().TalxOpenKey(key, TALX_KEY_READ, &handle)))
+        return false;
+    std::array<uint64_t, 128> info{};
+    UINT32 needed = 0;
+    const TALSTATUS status =
+        Platform().TalxEnumerateKey(handle, 0, info.data(), sizeof info, &needed);
+    (void)Platform().TalxCloseKey(handle); // it was open
+    return !Failed(status) || Code(status) == kCodeBufferTooSmall;
+}
+
+bool Setup::HasValue(const char16_t* key)
+{
+    HANDLE handle = nullptr;
+    if (Failed(Platform().TalxOpenKey(key, TALX_KEY_READ, &handle)))
+        return false;
+    std::array<uint64_t, 128> info{};
+    UINT32 needed = 0;
+    const TALSTATUS status =
+        Platform().TalxEnumerateValueKey(handle, 0, info.data(), sizeof info, &needed);
+    (void)Platform().TalxCloseKey(handle); // it was open
+    return !Failed(status) || Code(status) == kCodeBufferTooSmall;
+}
+
+std::string Setup::ReadSettings(HostSettings& settings)
+{
+    return ReadHostSettings(Platform(), settings);
+}
+
+std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory)
+{
+    return settings.usersFile.empty() ? stateDirectory + "/users" : settings.usersFile;
+}
+
+std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
+{
+    UserMap read;
+    if (std::string problem = LoadUsers(UsersFileOf(settings, state_), read); !problem.empty())
+        return problem;
+    if (!haveHashed_) {
+        for (const auto& [name, password] : arguments_.users) {
+            std::string hash = HashPassword(password);
+            if (hash.empty())
+                return "the password of --user " + name + " cannot be hashed: it has more than " +
+                       std::to_string(kLongestPassword) + " bytes, or memory is short";
+            commandLineUsers_.push_back({name, std::move(hash), {}, {}, {}});
+        }
+        haveHashed_ = true;
+    }
+    for (const User& user : commandLineUsers_) { // they win; names in the directory are kept
+        User merged = user;
+        if (const auto found = read.find(user.name); found != read.end()) {
+            merged = *found->second;
+            merged.hash = user.hash;
+        }
+        read[user.name] = std::make_shared<const User>(std::move(merged));
+    }
+    users = std::move(read);
+    return {};
+}
+
+std::string Setup::CheckDoors(const HostSettings& settings, const UserMap& users)
+{
+    if (!users.empty())
+        return {};
+    for (const ListenAddress& address : settings.server.listen)
+        if (!IsLoopback(address.address))
+            return "refusing to listen on " + FormatListenAddress(address) +
+                   " without users: everybody could read and change everything; add a user "
+                   "(kestd user add NAME, or --user NAME:PASSWORD) or listen on a loopback address";
+    return {};
+}
+
+} // namespace kestd

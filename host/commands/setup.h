@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// From the command line and the configuration file to settings: what "serve", "check" and "user"
+// have in common.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/commands/arguments.h"
+#include "host/commands/places.h"
+#include "host/services/registry_settings.h"
+#include "host/services/users.h"
+#include <kest/com.h>
+
+namespace kestd {
+
+// The registry of this process, filled from a file, the command line and the defaults of the
+// installation.
+class Setup {
+  public:
+    Setup(ServeArguments arguments, const Places& places);
+
+    // Reads the file and lays the command line and the defaults over it. Empty on success. With
+    // `isReload`, a failure to read the file leaves everything as it was.
+    std::string LoadRegistry(bool isReload);
+    // The settings as they are now, checked as a whole; empty on success.
+    std::string ReadSettings(HostSettings& settings);
+    // The users of the file and of the command line. Passwords of the latter are hashed at the
+    // first call.
+    std::string ReadUsers(const HostSettings& settings, UserMap& users);
+    // Refuses what would let anybody in from another machine; empty when all is well.
+    static std::string CheckDoors(const HostSettings& settings, const UserMap& users);
+
+    const std::string& ConfigFile() const { return config_; }
+    const std::string& StateDirectory() const { return state_; }
+    ITalpl& Platform() { return *platform_.Get(); }
+
+  private:
+    struct Default {
+        std::u16string key;
+        std::u16string name;
+        std::string value;
+    };
+
+    std::string LayCommandLine();
+    std::string LayDefaults();
+    std::string LayVolumes();
+    bool HasSubkey(const char16_t* key);
+    bool HasValue(const char16_t* key);
+
+    const ServeArguments arguments_;
+    const Places places_;
+    std::string config_;
+    std::string state_;
+    Ref<ITalpl> platform_;
+    std::vector<User> commandLineUsers_;
+    bool haveHashed_ = false;
+    bool ownsVolume_ = false; // the volume "files" of the state directory is laid over the file
+    bool ownsProvider_ = false;
+};
+
+// The users file that the settings name, or the state directory's.
+std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory);
+
+} // namespace kestd
