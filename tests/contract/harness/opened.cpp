@@ -406,6 +406,12 @@ template <class I> class OpenedCollection : public Opened<I> {
             return *status;
         const std::lock_guard lock(this->owner_.Mutex());
         this->path_.assign(path->Buffer, path->Length / sizeof(WCHAR));
+        if (this->path_ == u"/" && this->owner_.serveRoot) { // above every node, and none itself
+            this->path_.clear();
+            names_ = this->owner_.Children(this->path_);
+            next_ = 0;
+            return TAL_STATUS_SUCCESS;
+        }
         const Node* node = this->owner_.Find(this->path_);
         if (!node)
             return ProviderFailure(kCodeNotFound);

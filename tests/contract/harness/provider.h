@@ -73,7 +73,7 @@ class Provider {
 
     // Knobs.
     bool moveSupported = true; // else Move answers code 13
-    bool serveRoot = false;    // GetType also knows "" and "/"
+    bool serveRoot = false;    // GetType also knows "" and "/", and "/" can be listed
     size_t recordsPerCall = 1; // locks and properties packed into one answer
     UINT32 readLimit = 0;      // Read gives at most that many bytes at once, if not 0
     UINT32 writeLimit = 0;     // Write takes at most that many bytes at once, if not 0
