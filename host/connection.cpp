@@ -4,11 +4,16 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include "host/front.h"
 #include "host/judge.h"
+#include "host/relocation.h"
 #include "host/request_io.h"
 #include <kest/tolm.h>
 
@@ -54,8 +59,19 @@ bool IsXmlMethod(UINT32 method) noexcept
 } // namespace
 
 Connection::Connection(Front& front, int fd, const sockaddr_storage& peer, const Live& live)
-    : front_(front), socket_(front.io, fd), transport_(fd, live.tls.get())
+    : front_(front), socket_(front.io), transport_(fd, live.tls.get())
 {
+    boost::system::error_code error;
+    if (socket_.assign(fd, error); error) {
+        close(fd);
+        throw boost::system::system_error(error);
+    }
+    // Asio would make the socket non-blocking at the first wait and is told that it is already; but
+    // it is only used to wait, and a blocking socket lets the kernel wait within a send or receive.
+    socket_.native_non_blocking(true);
+    int blocking = 0;
+    if (ioctl(fd, FIONBIO, &blocking) != 0)
+        throw std::system_error(errno, std::generic_category(), "ioctl");
     const int on = 1;
     (void)setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // replies leave whole anyway
     const void* address =
@@ -106,8 +122,7 @@ void Connection::Abort() noexcept
 
 void Connection::Wait()
 {
-    const auto what = transport_.WantsToSend() ? boost::asio::posix::stream_descriptor::wait_write
-                                               : boost::asio::posix::stream_descriptor::wait_read;
+    const auto what = transport_.WantsToSend() ? Socket::wait_write : Socket::wait_read;
     socket_.async_wait(what, [this](const boost::system::error_code&) { OnReady(); });
 }
 
@@ -213,7 +228,7 @@ Connection::Step Connection::OnHead(size_t size)
     RequestIo& request = *request_;
     request.start = std::chrono::steady_clock::now();
     request.remote = remote_;
-    request.isSecure = transport_.IsTls();
+    request.isSecure = transport_.IsTls() || live.isPublicSecure;
     request.headText.Append(in_.Data(), size);
     in_.Consume(size);
     scanned_ = 0;
@@ -282,6 +297,8 @@ Connection::Step Connection::CallModule()
         AnswerError(request, 503);
         return EndRequest();
     }
+    if (request.method == KestMethodCopy || request.method == KestMethodMove)
+        ClearMootOverwrite(request, front_);
     const CallScope scope(request);
     (void)front_.module->RequestHandler(&request, request.admission.session,
                                         request.method); // the reply says it all

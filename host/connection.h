@@ -10,7 +10,8 @@
 #include <memory>
 #include <string_view>
 
-#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/basic_stream_descriptor.hpp>
 
 #include "host/buffer.h"
 #include "host/transport.h"
@@ -65,8 +66,12 @@ class Connection {
     void StartReply(const Live& live);
     void SetDeadline(std::chrono::milliseconds fromNow) noexcept;
 
+    // Spares the type-erased executor of the usual alias.
+    using Socket =
+        boost::asio::posix::basic_stream_descriptor<boost::asio::io_context::executor_type>;
+
     Front& front_;
-    boost::asio::posix::stream_descriptor socket_;
+    Socket socket_;
     Transport transport_;
     Buffer in_;
     std::unique_ptr<RequestIo> request_;

@@ -27,6 +27,7 @@ struct Live {
     std::shared_ptr<ssl_ctx_st> tls;
     std::string publicHost; // of the public URL; empty for none
     std::string publicPort;
+    bool isPublicSecure = false;
     uint64_t version = 0; // unique in the process
 };
 

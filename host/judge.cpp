@@ -2,14 +2,17 @@
 #include "host/judge.h"
 
 #include "host/method.h"
+#include "host/relocation.h"
 #include "host/text.h"
+#include "host/wharf.h"
 
 namespace kestd {
 
 namespace {
 
-// Fills the name and port that the client asked for. 0 or 400.
-int ReadHost(RequestIo& request)
+// Fills the name and port that the client asked for, unless the server is known under a name of its
+// own. 0 or 400.
+int ReadHost(RequestIo& request, const Live& live)
 {
     const size_t count = request.head.Count("Host");
     if (count > 1 || (count == 0 && request.head.version == 11))
@@ -19,6 +22,11 @@ int ReadHost(RequestIo& request)
         return 400;
     if (!request.target.host.empty()) // RFC 9112 section 3.2.2: it takes the place of "Host"
         text = request.target.host;
+    if (!live.publicHost.empty()) {
+        request.hostname = live.publicHost;
+        request.port = live.publicPort;
+        return 0;
+    }
     std::string_view name;
     std::string_view port;
     SplitHost(text, name, port);
@@ -93,15 +101,14 @@ void AnswerAncestor(RequestIo& request, const Front& front)
 bool Admit(RequestIo& request, Front& front)
 {
     Visitor visitor;
-    if (const std::string_view* value = request.FindRequestHeader("Authorization"))
-        visitor.authorization = *value;
-    const std::string_view* accept = request.FindRequestHeader("Accept");
-    visitor.wantsCookie = accept && accept->find("text/html") != std::string_view::npos;
-    if (const std::string_view* value = request.FindRequestHeader("Cookie"))
-        visitor.cookie = *value;
-    if (const Field* first = request.head.Find("Authorization")) // the cookie may have moved it
-        visitor.authorization =
-            request.head.Count("Authorization") == 1 ? first->value : visitor.authorization;
+    // Each value is taken on its own: a look-up may move what an earlier one gave.
+    const auto value = [&request](std::string_view name) {
+        const std::string_view* found = request.FindRequestHeader(name);
+        return found ? *found : std::string_view();
+    };
+    visitor.authorization = value("Authorization");
+    visitor.cookie = value("Cookie");
+    visitor.wantsCookie = value("Accept").find("text/html") != std::string_view::npos;
     visitor.remoteAddress = request.remote;
     visitor.isSecure = request.isSecure;
     request.admission = front.doorkeeper.Admit(visitor);
@@ -124,6 +131,34 @@ bool Admit(RequestIo& request, Front& front)
     return false;
 }
 
+// What the host sees to before the module takes an admitted request. False when it has been
+// refused.
+bool Prepare(RequestIo& request, const Front& front, const Live& live)
+{
+    request.realm = live.settings.realm;
+    if (!request.admission.setCookie.empty())
+        request.reply.SetHeader("Set-Cookie", request.admission.setCookie);
+    int refusal = 0;
+    switch (request.method) {
+    case KestMethodOptions:
+        request.reply.SetHeader("MS-Author-Via", "DAV"); // Office saves nothing without it
+        break;
+    case KestMethodCopy:
+    case KestMethodMove:
+        refusal = ReadRelocation(request, front, live);
+        break;
+    case KestMethodPut:
+        // RFC 9110 section 14.5: taking a part for the whole would destroy the rest.
+        refusal = request.head.Find("Content-Range") ? 400 : 0;
+        break;
+    default:
+        break;
+    }
+    if (refusal)
+        AnswerError(request, refusal);
+    return refusal == 0;
+}
+
 } // namespace
 
 int ReadRequest(RequestIo& request, const Live& live, Framing& framing, bool& mustClose)
@@ -139,7 +174,7 @@ int ReadRequest(RequestIo& request, const Live& live, Framing& framing, bool& mu
         return 414;
     if (const int refusal = ParseTarget(request.head.target, request.target))
         return refusal;
-    if (const int refusal = ReadHost(request))
+    if (const int refusal = ReadHost(request, live))
         return refusal;
     if (request.method == KestMethodUnknown)
         return 501;
@@ -170,10 +205,13 @@ Route Decide(RequestIo& request, Front& front, const Live& live)
     if (IsUnder(target.path, front.location)) {
         if (!Admit(request, front))
             return Route::Refused;
-        request.realm = live.settings.realm;
-        if (!request.admission.setCookie.empty())
-            request.reply.SetHeader("Set-Cookie", request.admission.setCookie);
-        return Route::Module;
+        return Prepare(request, front, live) ? Route::Module : Route::Refused;
+    }
+    constexpr std::string_view kWharf = "/Wharf/";
+    if (target.path.compare(0, kWharf.size(), kWharf) == 0 &&
+        !live.settings.wharfDirectory.empty()) {
+        AnswerStatic(request, live.settings.wharfDirectory, target.path.substr(kWharf.size()));
+        return Route::Answered;
     }
     if (IsAncestorOf(target.path, front.location)) {
         AnswerAncestor(request, front);

@@ -21,6 +21,7 @@ namespace kestd {
 struct Relocation {
     bool overwrites = false;
     INT32 depth = -1;
+    std::string path;           // of the destination, decoded
     std::u16string destination; // as GetCopyInfo or GetMoveInfo hands it out
 };
 
@@ -43,7 +44,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     Reply reply;
     Admission admission;
     bool isAdmitted = false;
-    bool isSecure = false;
+    bool isSecure = false;   // what the client sees, which may be a proxy's TLS
     std::string_view remote; // numeric address of the client
     std::string hostname;    // the name it asked for, or the one it reached
     std::string port;
@@ -51,8 +52,8 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     Relocation relocation;
     std::chrono::steady_clock::time_point start;
 
-    // A view of a header's value: lines of one name are joined. Null when there is none. Throws
-    // std::bad_alloc.
+    // A header's value: lines of one name are joined. Null when there is none. Valid until the next
+    // call. Throws std::bad_alloc.
     const std::string_view* FindRequestHeader(std::string_view name);
     // After the handler: custom error texts, failures that came late, and the end of the reply.
     // True when another request may follow.

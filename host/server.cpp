@@ -21,6 +21,7 @@
 #include "host/connection.h"
 #include "host/front.h"
 #include "host/target.h"
+#include "host/text.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -81,7 +82,9 @@ std::shared_ptr<const Live> MakeLive(const ServerSettings& settings, std::string
         std::string_view port;
         SplitHost(host, name, port);
         live->publicHost = name;
-        live->publicPort = port.empty() ? (scheme.size() == 5 ? "443" : "80") : port;
+        live->isPublicSecure = EqualsIgnoringCase(scheme, "https");
+        live->publicPort =
+            !port.empty() ? port : std::string_view(live->isPublicSecure ? "443" : "80");
     }
     if (settings.tlsCertificate.empty() != settings.tlsKey.empty()) {
         error = "TLS needs a certificate and a key";

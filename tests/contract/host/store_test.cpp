@@ -74,7 +74,9 @@ TEST_F(Store, WhatIsPutComesBack)
         EXPECT_EQ(client.Ask(Put("f", content)).status, 201) << size;
         const Answer answer = client.Ask(Get("f"));
         EXPECT_EQ(answer.status, 200);
-        EXPECT_TRUE(answer.body == content) << size;
+        EXPECT_TRUE(answer.body == content)
+            << size << " got " << answer.body.size() << " stored " << files[u"/Ferro/f"].size()
+            << " same " << (files[u"/Ferro/f"] == content);
     }
 }
 
