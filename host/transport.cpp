@@ -2,6 +2,7 @@
 #include "host/transport.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -34,6 +35,14 @@ void SetTimeout(int fd, int option, std::chrono::milliseconds time)
 bool IsWouldBlock(int error) noexcept
 {
     return error == EAGAIN || error == EWOULDBLOCK;
+}
+
+// Waiting for readiness made the socket non-blocking; who wants to wait in a call of its own undoes
+// that. Nothing else relies on the flag: all other calls say MSG_DONTWAIT.
+void MakeBlocking(int fd)
+{
+    int off = 0;
+    (void)ioctl(fd, FIONBIO, &off); // cannot fail for a socket
 }
 
 // Takes `sent` bytes off the front of the pieces.
@@ -107,6 +116,7 @@ ssize_t Transport::ReceiveInTime(void* to, size_t size, std::chrono::millisecond
         receiveTimeout_ = idle;
     }
     watcher.BeforeWait();
+    MakeBlocking(fd_);
     for (;;) {
         // Waiting for a full buffer saves calls into the store; the timeout ends it with what came.
         got = recv(fd_, to, size, fills ? MSG_WAITALL : 0);
@@ -181,6 +191,7 @@ bool Transport::SendPlain(iovec* pieces, int count, std::chrono::milliseconds st
                 sendTimeout_ = stall;
             }
             watcher.BeforeWait();
+            MakeBlocking(fd_);
             flags = MSG_NOSIGNAL;
         }
     }
