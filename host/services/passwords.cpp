@@ -89,7 +89,8 @@ const std::string& DecoyHash()
 {
     static const std::string hash = [] {
         std::array<char, 24> random{};
-        (void)getentropy(random.data(), random.size()); // any password does: nobody may match
+        if (getentropy(random.data(), random.size()) != 0)
+            random.fill('x'); // any password does: it opens nothing
         for (char& c : random)
             c = static_cast<char>('a' + (static_cast<unsigned char>(c) % 26));
         return HashPassword({random.data(), random.size()});
