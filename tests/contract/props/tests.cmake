@@ -2,4 +2,5 @@ kest_test(contract_props
   SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/propfind_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/deadprops_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/proppatch_test.cpp
   LIBS kest_harness)

@@ -1,0 +1,5 @@
+kest_test(contract_lock
+  SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/lock_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/unlock_test.cpp
+  LIBS kest_harness)
