@@ -35,7 +35,8 @@ void Body::Start(const Framing& framing, Buffer& in, Transport& transport, WaitW
 void Body::Reset() noexcept
 {
     framing_ = {};
-    wireLeft_ = delivered_ = 0;
+    wireLeft_ = delivered_ = limit_ = 0;
+    isOverLimit_ = false;
     decoder_.Reset();
     whole_.Release();
     sendsContinue_ = isAbandoned_ = false;
@@ -173,6 +174,10 @@ TALSTATUS Body::Read(UINT32 size, UINT8* to, UINT32* read)
                 decoder_.SkipData(got);
         }
         delivered_ += got;
+        if (limit_ && delivered_ > limit_) {
+            isOverLimit_ = true;
+            return failure_ = HostFailure(kCodeInvalidRequest);
+        }
         *read = static_cast<UINT32>(got);
         return TAL_STATUS_SUCCESS;
     }

@@ -28,6 +28,9 @@ class Body {
     // 10.1.1).
     void Start(const Framing& framing, Buffer& in, Transport& transport, WaitWatcher& watcher,
                bool sendsContinue, std::chrono::milliseconds idle) noexcept;
+    // Bounds what Read hands out, for bodies that do not say their length; 0 is no bound.
+    void SetLimit(uint64_t limit) noexcept { limit_ = limit; }
+    bool IsOverLimit() const noexcept { return isOverLimit_; }
     void Reset() noexcept;
 
     // Receives without waiting until the body is here or nothing comes any more. Afterwards its
@@ -63,6 +66,8 @@ class Body {
     ChunkDecoder decoder_;
     Buffer whole_; // fetched ahead
     uint64_t delivered_ = 0;
+    uint64_t limit_ = 0;
+    bool isOverLimit_ = false;
     bool sendsContinue_ = false;
     bool isAbandoned_ = false;
     TALSTATUS failure_ = 0; // sticky

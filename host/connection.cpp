@@ -254,6 +254,7 @@ Connection::Step Connection::OnHead(size_t size)
         AnswerError(request, 413);
         return EndRequest();
     }
+    request.body.SetLimit(limits.bodyBytes);
     const bool isFetched = IsXmlMethod(request.method)
                                ? framing.kind != Framing::Kind::None
                                : framing.length && framing.length <= kFetchedBody;

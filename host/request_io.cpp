@@ -152,11 +152,28 @@ bool RequestIo::ApplyFailure()
     return reply.Replace(status >= 400 ? status : 500, {}, {});
 }
 
+// The session's cookie is of no use to scripts. The module says so on its pages; elsewhere nobody
+// has.
+void RequestIo::SecureCookie()
+{
+    const std::string_view* cookie = reply.FindHeader("Set-Cookie");
+    if (admission.setCookie.empty() || !cookie)
+        return;
+    std::string value(*cookie);
+    if (value.find("; HttpOnly") == std::string::npos)
+        value.append("; HttpOnly");
+    if (isSecure && value.find("; Secure") == std::string::npos)
+        value.append("; Secure");
+    reply.SetHeader("Set-Cookie", value);
+}
+
 bool RequestIo::Finish()
 {
     if (failure_ && reply.HasLeft())
         reply.Close(); // all that can still be told is that something went wrong
     ApplyFailure();
+    if (body.IsOverLimit() && reply.Status() >= 400)
+        reply.Replace(413, {}, {}); // the contract has no status of that meaning
     if (!reply.HasBegun())
         reply.Replace(500, {}, {});
     if (customStatus_ && customStatus_ == reply.Status() && reply.IsBodyEmpty())
@@ -322,6 +339,7 @@ TALSTATUS RequestIo::PutString(char* text)
 TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
 {
     return Guarded([&] {
+        SecureCookie();
         if (!reply.Begin(status))
             return Failure(kCodeInvalidRequest);
         ApplyFailure();

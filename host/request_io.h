@@ -98,6 +98,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
 
   private:
     bool ApplyFailure();
+    void SecureCookie();
 
     UINT32 references_ = 1;
     TALSTATUS failure_ = 0; // reported late, 0 is none
