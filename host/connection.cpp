@@ -4,11 +4,8 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include "host/front.h"
@@ -66,12 +63,6 @@ Connection::Connection(Front& front, int fd, const sockaddr_storage& peer, const
         close(fd);
         throw boost::system::system_error(error);
     }
-    // Asio would make the socket non-blocking at the first wait and is told that it is already; but
-    // it is only used to wait, and a blocking socket lets the kernel wait within a send or receive.
-    socket_.native_non_blocking(true);
-    int blocking = 0;
-    if (ioctl(fd, FIONBIO, &blocking) != 0)
-        throw std::system_error(errno, std::generic_category(), "ioctl");
     const int on = 1;
     (void)setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // replies leave whole anyway
     const void* address =

@@ -69,6 +69,15 @@ class Collector final : public http::basic_parser<true> {
     RequestHead& head_;
 };
 
+// Whether the request line ends as one of another HTTP version does.
+bool NamesOtherVersion(std::string_view text) noexcept
+{
+    constexpr size_t kSize = 8; // HTTP/d.d
+    const std::string_view line = text.substr(0, text.find("\r\n"));
+    const std::string_view end = line.size() > kSize ? line.substr(line.size() - kSize) : "";
+    return end.substr(0, 5) == "HTTP/" && IsDigit(end[5]) && end[6] == '.' && IsDigit(end[7]);
+}
+
 } // namespace
 
 const Field* RequestHead::Find(std::string_view name) const noexcept
@@ -119,7 +128,7 @@ int ParseHead(std::string_view text, RequestHead& head)
     Collector parser(text, head);
     error_code error;
     parser.put(boost::asio::const_buffer(text.data(), text.size()), error);
-    if (error == http::error::bad_version)
+    if (error == http::error::bad_version && NamesOtherVersion(text))
         return 505;
     if (error || !parser.is_header_done())
         return 400;

@@ -37,14 +37,6 @@ bool IsWouldBlock(int error) noexcept
     return error == EAGAIN || error == EWOULDBLOCK;
 }
 
-// Waiting for readiness made the socket non-blocking; who wants to wait in a call of its own undoes
-// that. Nothing else relies on the flag: all other calls say MSG_DONTWAIT.
-void MakeBlocking(int fd)
-{
-    int off = 0;
-    (void)ioctl(fd, FIONBIO, &off); // cannot fail for a socket
-}
-
 // Takes `sent` bytes off the front of the pieces.
 void Advance(iovec*& pieces, int& count, size_t sent)
 {
@@ -116,7 +108,7 @@ ssize_t Transport::ReceiveInTime(void* to, size_t size, std::chrono::millisecond
         receiveTimeout_ = idle;
     }
     watcher.BeforeWait();
-    MakeBlocking(fd_);
+    MakeBlocking();
     for (;;) {
         // Waiting for a full buffer saves calls into the store; the timeout ends it with what came.
         got = recv(fd_, to, size, fills ? MSG_WAITALL : 0);
@@ -191,7 +183,7 @@ bool Transport::SendPlain(iovec* pieces, int count, std::chrono::milliseconds st
                 sendTimeout_ = stall;
             }
             watcher.BeforeWait();
-            MakeBlocking(fd_);
+            MakeBlocking();
             flags = MSG_NOSIGNAL;
         }
     }
@@ -235,6 +227,17 @@ ssize_t Transport::ReceiveTls(void* to, size_t size)
         isBroken_ = true;
         return kBroken;
     }
+}
+
+// Whoever waits for readiness made the socket non-blocking, once. Nothing else relies on that: all
+// other calls say MSG_DONTWAIT.
+void Transport::MakeBlocking()
+{
+    if (isBlocking_)
+        return;
+    int off = 0;
+    (void)ioctl(fd_, FIONBIO, &off); // cannot fail for a socket
+    isBlocking_ = true;
 }
 
 bool Transport::WaitFor(short events, std::chrono::milliseconds time, WaitWatcher& watcher) const

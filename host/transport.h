@@ -65,12 +65,14 @@ class Transport {
     ssize_t ReceiveTls(void* to, size_t size);
     ssize_t ReceiveInTime(void* to, size_t size, std::chrono::milliseconds idle,
                           WaitWatcher& watcher, bool fills);
+    void MakeBlocking();
     bool WaitFor(short events, std::chrono::milliseconds time, WaitWatcher& watcher) const;
 
     int fd_;
     ssl_st* ssl_ = nullptr;
     bool wantsToSend_ = false;
     bool isBroken_ = false;
+    bool isBlocking_ = false;
     std::chrono::milliseconds sendTimeout_{0}; // as set on the socket, 0 is none
     std::chrono::milliseconds receiveTimeout_{0};
 };

@@ -63,9 +63,9 @@ TEST(ParseHead, RefusesHostileHeads)
         {"GET / HTTP/2.0\r\n\r\n", 505},
         {"GET / HTTP/1.2\r\n\r\n", 505},
         {"GET / HTTP/0.9\r\n\r\n", 505},
-        {"GET / HTTP/1.\r\n\r\n", 505},
-        {"GET / http/1.1\r\n\r\n", 505},
-        {"GET / HTTPS/1.1\r\n\r\n", 505},
+        {"GET / HTTP/1.\r\n\r\n", 400},
+        {"GET / http/1.1\r\n\r\n", 400},
+        {"GET / HTTPS/1.1\r\n\r\n", 400},
     };
     for (const auto& row : kRows) {
         RequestHead head;

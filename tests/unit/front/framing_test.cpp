@@ -11,8 +11,7 @@ namespace {
 
 int Read(const std::string& fields, Framing& framing, const char* version = "1.1")
 {
-    const std::string text =
-        std::string("PUT /a HTTP/") + version + "\r\n" + fields + "\r\n";
+    const std::string text = std::string("PUT /a HTTP/") + version + "\r\n" + fields + "\r\n";
     RequestHead head;
     const int parsed = ParseHead(text, head);
     return parsed ? parsed : ReadFraming(head, framing);
@@ -117,8 +116,8 @@ TEST(ChunkDecoder, RefusesWhatIsNotChunked)
 {
     for (const char* text :
          {"\r\n", "x\r\n", "-1\r\n", "+1\r\n", " 1\r\na\r\n", "1\na\r\n0\r\n\r\n", "1\r\nab\r\n",
-          "1\r\na\n0\r\n\r\n", "1\r\na\r0", "0\r\n\rx", "1000000000000000\r\n",
-          "0x1\r\n", "1;a\nb\r\n", "0\r\nA: b\nC\r\n\r\n", ";\r\n", "1;\x01\r\n"}) {
+          "1\r\na\n0\r\n\r\n", "1\r\na\r0", "0\r\n\rx", "1000000000000000\r\n", "0x1\r\n",
+          "1;a\nb\r\n", "0\r\nA: b\nC\r\n\r\n", ";\r\n", "1;\x01\r\n"}) {
         std::string body;
         size_t used = 0;
         EXPECT_FALSE(Decode(text, 1, 10, body, used)) << text;

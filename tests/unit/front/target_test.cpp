@@ -138,10 +138,34 @@ TEST(IsValidHost, TakesNamesAndAddresses)
 
 TEST(IsValidHost, RefusesEverythingElse)
 {
-    for (const char* text :
-         {"", ":80", "h:65536", "h:123456", "h:x", "h:-1", "u@h", "h h", " h", "h ", "h/", "h?",
-          "h#", "[::1", "::1]", "[::1]x", "[]", "[g::1]", "::1", "h:80:80", "<h>", "h\"", "h\\",
-          "%41", "[::1]:99999", "[fe80::1%25eth0]", "\xC3\xA9", "[1.2.3.4]"})
+    for (const char* text : {"",
+                             ":80",
+                             "h:65536",
+                             "h:123456",
+                             "h:x",
+                             "h:-1",
+                             "u@h",
+                             "h h",
+                             " h",
+                             "h ",
+                             "h/",
+                             "h?",
+                             "h#",
+                             "[::1",
+                             "::1]",
+                             "[::1]x",
+                             "[]",
+                             "[g::1]",
+                             "::1",
+                             "h:80:80",
+                             "<h>",
+                             "h\"",
+                             "h\\",
+                             "%41",
+                             "[::1]:99999",
+                             "[fe80::1%25eth0]",
+                             "\xC3\xA9",
+                             "[1.2.3.4]"})
         EXPECT_FALSE(IsValidHost(text)) << text;
     EXPECT_FALSE(IsValidHost(std::string(256, 'a')));
     EXPECT_TRUE(IsValidHost(std::string(255, 'a')));

@@ -1,0 +1,7 @@
+kest_test(front_unit
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/framing_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/front_text_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/head_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/target_test.cpp
+  LIBS kestd_front tolm)
