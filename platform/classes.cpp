@@ -115,6 +115,7 @@ class ClassManager {
     {
         const std::lock_guard lock(writer_);
         ClassEntry& entry = Ensure(clazz);
+        retired_.reserve(retired_.size() + 1);
         if (factory)
             factory->AddRef();
         IClassFactory* old = entry.registered.exchange(factory, std::memory_order_acq_rel);
@@ -150,16 +151,18 @@ ClassEntry& ClassManager::Ensure(const GUID& clazz)
     ClassTable* table = tables_.back().get();
     if (ClassEntry* entry = table->Find(clazz))
         return *entry;
-    entries_.push_back(std::make_unique<ClassEntry>(clazz));
-    if (2 * entries_.size() > table->mask + 1) {
+    // Whatever can fail for memory comes before the first change.
+    auto entry = std::make_unique<ClassEntry>(clazz);
+    entries_.reserve(entries_.size() + 1);
+    if (2 * (entries_.size() + 1) > table->mask + 1) {
         tables_.push_back(std::make_unique<ClassTable>(2 * (table->mask + 1)));
         table = tables_.back().get();
-        for (const auto& entry : entries_)
-            table->Insert(entry.get());
-        table_.store(table, std::memory_order_release);
-    } else {
-        table->Insert(entries_.back().get());
+        for (const auto& old : entries_)
+            table->Insert(old.get());
     }
+    table->Insert(entry.get());
+    entries_.push_back(std::move(entry));
+    table_.store(table, std::memory_order_release);
     return *entries_.back();
 }
 

@@ -89,7 +89,7 @@ int ReadWholeFile(const std::string& path, std::string& text, UINT64& lastWrite)
     return 0;
 }
 
-int ReplaceFile(const std::string& path, const std::string& text)
+int ReplaceFile(const std::string& path, const std::string& text, UINT64& lastWrite)
 {
     struct stat old {};
     if (stat(path.c_str(), &old) != 0)
@@ -100,7 +100,12 @@ int ReplaceFile(const std::string& path, const std::string& text)
         const File file(mkostemp(temporary.data(), O_CLOEXEC));
         if (file.Get() < 0)
             return errno;
-        if (const int error = FillNewFile(file.Get(), old, text)) {
+        int error = FillNewFile(file.Get(), old, text);
+        struct stat made {};
+        if (error == 0 && fstat(file.Get(), &made) != 0)
+            error = errno;
+        lastWrite = SystemTimeOf(made.st_mtim);
+        if (error != 0) {
             unlink(temporary.c_str());
             return error;
         }

@@ -17,7 +17,8 @@ int ReadWholeFile(const std::string& path, std::string& text, UINT64& lastWrite)
 
 // Puts `text` in the file's place in one step that a crash cannot tear: a new file beside it,
 // written and synced, with the old one's permissions (and owner, where allowed), is renamed over
-// it. 0 or an error number; on failure the old file stands and nothing is left behind.
-int ReplaceFile(const std::string& path, const std::string& text);
+// it. 0 or an error number; on failure the old file stands and nothing is left behind. `path` is
+// absolute and no symbolic link.
+int ReplaceFile(const std::string& path, const std::string& text, UINT64& lastWrite);
 
 } // namespace tolm

@@ -51,15 +51,19 @@ std::shared_ptr<const RegistryTree> Registry::Current() const
     return tree_;
 }
 
-std::string Registry::Label() const
+void Registry::Publish(std::shared_ptr<RegistryTree>&& tree) noexcept
 {
-    const std::lock_guard lock(writer_);
-    return label_;
+    std::shared_ptr<const RegistryTree> old = std::move(tree);
+    {
+        const std::lock_guard lock(current_);
+        tree_.swap(old);
+    }
+    // The old tree goes here, outside of the lock, unless a reader still has it.
 }
 
-void Registry::Publish()
+std::shared_ptr<RegistryTree> Registry::Overlay(const RegistryTree& file) const
 {
-    auto tree = std::make_shared<RegistryTree>(file_);
+    auto tree = std::make_shared<RegistryTree>(file);
     for (const Override& override : overrides_) {
         RegistryKey& key = tree->Ensure(override.key);
         const auto same = [&](const RegistryValue& v) { return v.folded == override.value.folded; };
@@ -72,8 +76,7 @@ void Registry::Publish()
         *place = override.value;
         place->usage = usage;
     }
-    const std::lock_guard lock(current_);
-    tree_ = std::move(tree);
+    return tree;
 }
 
 TALSTATUS Registry::Load(const char* path, std::string& error)
@@ -81,25 +84,24 @@ TALSTATUS Registry::Load(const char* path, std::string& error)
     RegistryTree tree;
     std::string text;
     std::string resolved;
-    const std::string label = path ? path : "";
+    const std::lock_guard lock(writer_);
     if (path) {
         char* real = realpath(path, nullptr);
         const int cause = real ? ReadWholeFile(real, text, tree.lastWrite) : errno;
         resolved = real ? real : "";
         free(real);
         if (cause != 0) {
-            error = label + ": cannot be read: " + ErrorText(cause);
+            error = std::string(path) + ": cannot be read: " + ErrorText(cause);
             return Fail(cause == ENOENT ? kCodeNotFound : kCodeOpenFailed);
         }
-        if (!ParseRegistry(text, label, tree, error))
+        if (!ParseRegistry(text, path, tree, error))
             return Fail(kCodeInvalidRequest);
     }
-    const std::lock_guard lock(writer_);
-    label_ = label;
-    path_ = resolved;
+    std::shared_ptr<RegistryTree> current = Overlay(tree);
+    path_ = std::move(resolved);
     text_ = std::move(text);
     file_ = std::move(tree);
-    Publish();
+    Publish(std::move(current));
     return TAL_STATUS_SUCCESS;
 }
 
@@ -116,13 +118,13 @@ TALSTATUS Registry::SetOverride(std::u16string_view key, std::u16string_view nam
     const std::u16string folded = Folded(key);
     const std::lock_guard lock(writer_);
     std::vector<Override> before = overrides_;
-    std::erase_if(overrides_, [&](const Override& o) {
-        return o.value.folded == value.folded && Folded(o.key) == folded;
-    });
     try {
+        std::erase_if(overrides_, [&](const Override& o) {
+            return o.value.folded == value.folded && Folded(o.key) == folded;
+        });
         if (data)
             overrides_.push_back({std::u16string(key), std::move(value)});
-        Publish();
+        Publish(Overlay(file_));
     } catch (...) {
         overrides_ = std::move(before);
         throw;
@@ -130,7 +132,32 @@ TALSTATUS Registry::SetOverride(std::u16string_view key, std::u16string_view nam
     return TAL_STATUS_SUCCESS;
 }
 
-// `edit` returns the new text of the file.
+// Puts `text` in the file's place, unless somebody edited the file and has not yet asked for it to
+// be read again: that edit must neither be lost nor come into force unasked.
+TALSTATUS Registry::WriteBack(const std::string& text, UINT64& lastWrite)
+{
+    std::string onDisk;
+    int cause = ReadWholeFile(path_, onDisk, lastWrite);
+    if (cause == 0 && onDisk != text_) {
+        TolmLog(kLogError, "registry",
+                (file_.label + " was edited since it was read; reload it before it is written to")
+                    .c_str());
+        return Fail(kCodeConflict);
+    }
+    if (cause == 0)
+        cause = ReplaceFile(path_, text, lastWrite);
+    if (cause == 0)
+        return TAL_STATUS_SUCCESS;
+    TolmLog(kLogError, "registry",
+            (file_.label + " cannot be written: " + ErrorText(cause)).c_str());
+    if (cause == ENOSPC || cause == EDQUOT)
+        return Fail(kCodeStorageFull);
+    return Fail(cause == EACCES || cause == EPERM || cause == EROFS ? kCodeAccessDenied
+                                                                    : kCodeUnsuccessful);
+}
+
+// `edit` returns the new text of the file. Everything that can fail for memory comes before the
+// file is replaced.
 template <class Edit> TALSTATUS Registry::Change(Edit&& edit)
 {
     std::string text = edit();
@@ -138,35 +165,24 @@ template <class Edit> TALSTATUS Registry::Change(Edit&& edit)
         return TAL_STATUS_SUCCESS;
     RegistryTree tree;
     std::string error;
-    if (!ParseRegistry(text, label_, tree, error)) {
+    if (text.size() > kLargestFile)
+        return Fail(kCodeStorageFull);
+    if (!ParseRegistry(text, file_.label, tree, error)) {
         TolmLog(kLogError, "registry", ("a change was refused: " + error).c_str());
         return Fail(kCodeInvalidRequest);
     }
     CarryUsage(file_, tree);
-    std::string onDisk;
+    std::shared_ptr<RegistryTree> current = Overlay(tree);
     if (!path_.empty()) {
-        // Somebody may have edited the file and not yet asked for it to be read again.
-        int cause = ReadWholeFile(path_, onDisk, tree.lastWrite);
-        if (cause == 0 && onDisk != text_) {
-            TolmLog(kLogError, "registry",
-                    (label_ + " was edited since it was read; reload it before it is written to")
-                        .c_str());
-            return Fail(kCodeConflict);
-        }
-        if (cause == 0)
-            cause = ReplaceFile(path_, text);
-        if (cause != 0) {
-            TolmLog(kLogError, "registry",
-                    (label_ + " cannot be written: " + ErrorText(cause)).c_str());
-            return Fail(cause == ENOSPC || cause == EDQUOT  ? kCodeStorageFull
-                        : cause == EACCES || cause == EPERM ? kCodeAccessDenied
-                                                            : kCodeUnsuccessful);
-        }
-        ReadWholeFile(path_, onDisk, tree.lastWrite); // for the time; the text is known
+        UINT64 lastWrite = 0;
+        if (const TALSTATUS status = WriteBack(text, lastWrite); Failed(status))
+            return status;
+        tree.lastWrite = lastWrite;
+        current->lastWrite = lastWrite;
     }
     text_ = std::move(text);
     file_ = std::move(tree);
-    Publish();
+    Publish(std::move(current));
     return TAL_STATUS_SUCCESS;
 }
 
@@ -190,6 +206,8 @@ TALSTATUS Registry::SetValue(std::u16string_view key, std::u16string_view name, 
                              const void* data, UINT32 size)
 {
     const std::lock_guard lock(writer_);
+    if (!Current()->Find(Folded(key))) // deleted since it was opened
+        return Fail(kCodeNotFound);
     return Change([&] { return WithValue(text_, file_, key, name, type, data, size); });
 }
 

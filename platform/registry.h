@@ -32,21 +32,21 @@ class Registry {
                        const void* data, UINT32 size);
     TALSTATUS DeleteValue(std::u16string_view key, std::u16string_view name);
 
-    std::string Label() const; // the file's name for messages; empty without a file
-
   private:
     struct Override {
         std::u16string key;
         RegistryValue value;
     };
     template <class Edit> TALSTATUS Change(Edit&& edit);
-    void Publish(); // under writer_
+    TALSTATUS WriteBack(const std::string& text, UINT64& lastWrite);
+    // `file` with the overrides laid over it. Under writer_.
+    std::shared_ptr<RegistryTree> Overlay(const RegistryTree& file) const;
+    void Publish(std::shared_ptr<RegistryTree>&& tree) noexcept;
 
     // Held by whoever changes something, also while the file is read and written. Guards the next
-    // six.
-    mutable std::mutex writer_;
-    std::string label_; // the path as given
-    std::string path_;  // resolved; empty without a file
+    // four.
+    std::mutex writer_;
+    std::string path_; // resolved; empty without a file
     std::string text_;
     RegistryTree file_;
     std::vector<Override> overrides_;

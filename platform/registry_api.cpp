@@ -38,9 +38,9 @@ TALSTATUS Where(const WCHAR* key, const WCHAR* name, char* text, UINT32* length)
     const RegistryValue* value = found ? found->Find(Folded(name)) : nullptr;
     if (!value)
         return Fail(kCodeNotFound);
-    const std::string where =
-        value->isOverride ? "the command line"
-                          : Registry::Get().Label() + ':' + std::to_string(value->begin.line);
+    const std::string where = value->isOverride
+                                  ? "the command line"
+                                  : tree->label + ':' + std::to_string(value->begin.line);
     const UINT32 room = *length;
     *length = static_cast<UINT32>(where.size());
     if (where.size() > room)
@@ -111,10 +111,9 @@ void TolmRegistryReportUnread(void (*report)(const char* line, void* context), v
     if (!report)
         return;
     (void)Guarded([&] { // short of memory, the report is cut
-        const std::string label = Registry::Get().Label();
         const auto tree = Registry::Get().Current();
         for (const RegistryKey& key : tree->keys)
-            ReportKey(label, key, report, context);
+            ReportKey(tree->label, key, report, context);
         return TAL_STATUS_SUCCESS;
     });
 }

@@ -209,6 +209,7 @@ class Parser {
 bool ParseRegistry(const std::string& text, const std::string& label, RegistryTree& tree,
                    std::string& error)
 {
+    tree.label = label;
     return Parser(label, tree, error).Run(text);
 }
 

@@ -64,6 +64,7 @@ struct RegistryTree {
     std::vector<RegistryKey> keys;
     std::unordered_map<std::u16string, std::size_t> byFoldedPath;
     UINT64 lastWrite = 0; // of the file; 100 ns units since 1601
+    std::string label;    // the file's path as given, for messages; empty without a file
 
     const RegistryKey* Find(const std::u16string& foldedPath) const;
     // The key and its parents, made if need be; throws std::bad_alloc.
@@ -75,7 +76,7 @@ bool IsKeyPath(std::u16string_view path) noexcept;
 
 // Reads the file's text. On failure `error` is "LABEL:LINE: reason". Throws std::bad_alloc.
 bool ParseRegistry(const std::string& text, const std::string& label, RegistryTree& tree,
-                   std::string& error);
+                   std::string& error); // `tree` comes empty
 
 // Strict UTF-8 and UTF-16 that are known to be well formed, or that become U+FFFD where not.
 std::u16string Widen(std::string_view text);

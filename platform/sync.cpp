@@ -36,7 +36,7 @@ struct ReadWriteLock : Object {
     pthread_rwlock_t lock;
 };
 
-struct alignas(64) SpinLock : Object {
+struct SpinLock : Object {
     static constexpr Kind kKind = Kind::SpinLock;
     SpinLock() noexcept : Object(kKind) {}
     std::atomic<bool> held{false};
