@@ -122,7 +122,8 @@ class Tree:
         """Files of unfinished uploads that the file store still keeps below this tree."""
         found = []
         for folder, _, files in os.walk(self / ".kest/tmp"):
-            found += [os.path.join(folder, name) for name in files]
+            # A running server keeps a lock file, by which others know that its files are in use.
+            found += [os.path.join(folder, name) for name in files if not name.endswith(".lock")]
         return found
 
     def remove(self):
@@ -133,10 +134,21 @@ class Tree:
         shutil.rmtree(self.path, ignore_errors=True)
 
 
+def registry_text(settings):
+    """The configuration file that says this much; everything else keeps its default."""
+    lines = []
+    for key, values in settings.items():
+        lines.append(f"['Kest\\Configuration\\{key}']")
+        for name, value in values.items():
+            shown = str(value).lower() if isinstance(value, bool) else repr(value)
+            lines.append(f"'{name}' = {shown}")
+    return "\n".join(lines) + "\n"
+
+
 class TestServer:
     """One kestd over one or more directories, from its ready line to its end.
 
-    volumes: {name: directory}. settings: text of registry tables that follow the defaults.
+    volumes: {name: directory}. settings: {key below 'Kest\\Configuration': {value name: value}}.
     """
 
     __test__ = False
@@ -162,7 +174,7 @@ class TestServer:
         if self.settings is not None:
             path = os.path.join(self.state, "test.toml")
             with open(path, "w", encoding="utf-8") as out:
-                out.write(self.settings)
+                out.write(registry_text(self.settings))
             line += ["--config", path]
         return line + [f"{name}={path}" for name, path in self.volumes.items()]
 
@@ -280,9 +292,13 @@ class TestServer:
             client.close()
 
     def raw(self, data, timeout=PATIENCE):
-        """Sends bytes, and returns all that comes until the server closes."""
+        """Sends bytes as they are and nothing more, and returns all that comes back."""
         with self.connect(timeout) as sock:
-            sock.sendall(data)
+            try:
+                sock.sendall(data)
+                sock.shutdown(socket.SHUT_WR)
+            except OSError:
+                pass  # refused before its end
             return read_all(sock)
 
 
@@ -432,7 +448,11 @@ class ServerCase(unittest.TestCase):
             raise Failure(f"the server ended with {status}; log:\n{log[-4000:]}")
 
     def tearDown(self):
-        self.assertTrue(self.server.alive(), "the server died; log:\n" + self.server.log()[-4000:])
+        if not self.server.alive():
+            status = self.server.process.wait() if self.server.process else None
+            self.server.process = None
+            self.server.start()  # for the cases that follow
+            self.fail(f"the server ended with {status}; log:\n{self.server.log()[-4000:]}")
 
     def docs(self, *parts):
         """URL of something in the volume, for curl."""

@@ -1,0 +1,156 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Many clients at once: busy, slow and idle ones."""
+
+import http.client
+import resource
+import select
+import socket
+import time
+
+from harness import ServerCase, exchange, in_parallel, pattern, url_path
+
+
+def allow_descriptors(count):
+    """This process holds the client's end of every connection."""
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    if soft != resource.RLIM_INFINITY and soft < count + 200:
+        resource.setrlimit(resource.RLIMIT_NOFILE, (min(count + 200, hard), hard))
+
+
+def open_many(server, count, data):
+    """Opens that many connections, sends data on each, and returns them."""
+    allow_descriptors(count)
+    sockets = []
+    for _ in range(count):
+        sock = socket.create_connection(("127.0.0.1", server.port), 60)
+        sock.sendall(data)
+        sockets.append(sock)
+    return sockets
+
+
+class Parallel(ServerCase):
+    settings = {"FileStore": {"Sync": "none"}}
+
+    def test_64_clients_each_read_what_they_wrote(self):
+        def work(i):
+            client = http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=120)
+            for turn in range(20):
+                data = pattern(1000 + i * 4001 + turn * 17, i * 100 + turn)
+                path = self.path(f"client-{i}-{turn % 4}")
+                self.assertEqual(exchange(client, "PUT", path, data).status, 201)
+                self.assertEqual(exchange(client, "GET", path).body, data)
+                low, high = turn * 10, turn * 10 + 500
+                part = exchange(client, "GET", path, headers={"Range": f"bytes={low}-{high}"})
+                self.assertEqual(part.body, data[low:high + 1])
+            client.close()
+
+        in_parallel(64, work)
+        self.assertEqual(self.tree.leftovers(), [])
+
+    def test_64_clients_write_one_file_and_it_is_always_whole(self):
+        versions = [pattern(150_000 + i, i) for i in range(64)]
+        known = {self.sha(data) for data in versions}
+        path = self.path("shared")
+        self.server.request("PUT", path, versions[0])
+
+        def work(i):
+            client = http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=120)
+            for _ in range(5):
+                self.assertEqual(exchange(client, "PUT", path, versions[i]).status, 201)
+                reply = exchange(client, "GET", path)
+                self.assertEqual(reply.status, 200)
+                self.assertIn(self.sha(reply.body), known)
+            client.close()
+
+        in_parallel(64, work)
+        self.assertEqual(self.tree.leftovers(), [])
+
+
+class Slow(ServerCase):
+    settings = {"Server": {"Head Time": 4000}}
+
+    def normal_client(self, rounds=50):
+        """Works as if it were alone; returns the longest time that one request took."""
+        worst = 0.0
+        for i in range(rounds):
+            began = time.monotonic()
+            data = b"round %d" % i
+            self.assertEqual(self.server.request("PUT", self.path("normal"), data).status, 201)
+            self.assertEqual(self.server.request("GET", self.path("normal")).body, data)
+            worst = max(worst, time.monotonic() - began)
+        return worst
+
+    def test_2000_trickling_heads_do_not_keep_a_normal_client_waiting(self):
+        before = self.server.threads()
+        slow = open_many(self.server, 2000, b"GET /Ferro/docs/ HTTP/1.1\r\nHost: h\r\nX-Slow: ")
+        try:
+            for sock in slow[::2]:
+                sock.sendall(b"a")
+            self.assertLess(self.normal_client(), 5.0)
+            self.assertLess(self.server.threads(), before + 100, "slow heads hold threads")
+            # Each is told that it took too long, however often it sends one more byte.
+            waiting = set(slow)
+            end = time.monotonic() + 60
+            while waiting and time.monotonic() < end:
+                for sock in list(waiting)[::50]:
+                    try:
+                        sock.send(b"a")
+                    except OSError:
+                        pass
+                poller = select.poll()
+                by_fd = {sock.fileno(): sock for sock in waiting}
+                for fd in by_fd:
+                    poller.register(fd, select.POLLIN)
+                for fd, _ in poller.poll(200):
+                    try:
+                        got = by_fd[fd].recv(4096)
+                    except ConnectionResetError:
+                        got = b""
+                    self.assertTrue(got == b"" or got.startswith(b"HTTP/1.1 408 "), got[:60])
+                    waiting.discard(by_fd[fd])
+            self.assertEqual(len(waiting), 0, "slow heads are never ended")
+        finally:
+            for sock in slow:
+                sock.close()
+
+    def test_slow_bodies_leave_room_for_others(self):
+        # Small announced bodies that never come: no thread may be lost to them.
+        request = (f"PUT {url_path('docs', 'never')} HTTP/1.1\r\nHost: h\r\n"
+                   "Content-Length: 1000\r\n\r\nabc").encode()
+        slow = open_many(self.server, 300, request)
+        try:
+            self.assertLess(self.normal_client(20), 10.0)
+        finally:
+            for sock in slow:
+                sock.close()
+
+
+class Idle(ServerCase):
+    COUNT = 5000
+
+    def test_5000_idle_connections_cost_little_and_harm_nobody(self):
+        self.tree.write("small", b"small")
+        request = (f"HEAD {url_path('docs', 'small')} HTTP/1.1\r\nHost: h\r\n\r\n").encode()
+        # One round first, so that what is made once is not counted.
+        for sock in open_many(self.server, 50, request):
+            sock.recv(4096)
+            sock.close()
+        before = self.server.memory_now()
+        idle = open_many(self.server, self.COUNT, request)
+        try:
+            for sock in idle:
+                self.assertTrue(sock.recv(4096).startswith(b"HTTP/1.1 200 "))
+            each = (self.server.memory_now() - before) / self.COUNT
+            self.assertLess(each, 8 * 1024, "bytes per idle connection")
+            self.assertLess(self.server.threads(), 100)
+            began = time.monotonic()
+            for _ in range(50):
+                self.assertEqual(self.server.request("GET", self.path("small")).body, b"small")
+            self.assertLess(time.monotonic() - began, 10.0)
+            # They are idle, not forgotten.
+            for sock in idle[::500]:
+                sock.sendall(request)
+                self.assertTrue(sock.recv(4096).startswith(b"HTTP/1.1 200 "))
+        finally:
+            for sock in idle:
+                sock.close()

@@ -1,0 +1,60 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Files of several GiB: every byte, in bounded memory."""
+
+import os
+import subprocess
+
+from harness import ServerCase, current_case, curl
+
+MIB = 1 << 20
+SIZE = 3 << 30
+CHUNK = MIB
+
+
+def mark(index):
+    """The first bytes of the chunk: chunks that change places are found out."""
+    return b"chunk %010d of a large file" % index
+
+
+def chunk(index):
+    return mark(index).ljust(CHUNK, b"\0")
+
+
+def write_sparse(path):
+    with open(path, "wb") as out:
+        out.truncate(SIZE)
+        for i in range(SIZE // CHUNK):
+            out.seek(i * CHUNK)
+            out.write(mark(i))
+
+
+class Large(ServerCase):
+    # The figures under test do not depend on it, and the disk of a test machine may be slow.
+    settings = {"FileStore": {"Sync": "none"}}
+
+    def check(self, stream):
+        for i in range(SIZE // CHUNK):
+            self.assertEqual(stream.read(CHUNK) == chunk(i), True, f"chunk {i} differs")
+        self.assertEqual(stream.read(1), b"")
+
+    def test_three_gib_up_and_down_within_64_mib(self):
+        source = self.tree / "source.bin"
+        write_sparse(source)
+
+        reply = curl("-T", source, self.docs("large.bin"))
+        self.assertEqual((reply.code, reply.status), (0, 201), reply)
+        with open(self.tree / "large.bin", "rb") as stored:
+            self.check(stored)
+        os.unlink(self.tree / "large.bin")
+
+        with subprocess.Popen(["curl", "-sS", "-H", f"X-Test-Case: {current_case}",
+                               self.docs("source.bin")], stdout=subprocess.PIPE) as client:
+            self.check(client.stdout)
+        self.assertEqual(client.returncode, 0)
+
+        # Just below 2 GiB, as far as the numbers of a range reach.
+        first = (1 << 31) - CHUNK
+        reply = curl("-r", f"{first}-{first + 99}", self.docs("source.bin"))
+        self.assertEqual(reply.out, chunk(first // CHUNK)[:100])
+
+        self.assertLess(self.server.memory_peak(), 64 * MIB)
