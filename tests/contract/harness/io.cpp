@@ -35,7 +35,7 @@ ScriptedIo::ScriptedIo(Recorder& recorder, Request request)
     : recorder_(recorder), request_(std::move(request)), url_(Wide(request_.path)),
       arguments_(Wide(request_.arguments)), destination_(Wide(request_.destination)),
       raw_(request_.rawUrl.empty() ? request_.path : request_.rawUrl),
-      body_(request_.body.begin(), request_.body.end())
+      body_(request_.body.begin(), request_.body.end()), replyHeaders_(request_.hostHeaders)
 {
     urlU_ = Roomy(url_, request_.spareUnits);
     argumentsU_ = Counted(arguments_);

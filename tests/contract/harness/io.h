@@ -22,6 +22,8 @@ struct Request {
     UINT32 method = 0;
     std::string path;
     std::vector<std::pair<std::string, std::string>> headers;
+    std::vector<std::pair<std::string, std::string>>
+        hostHeaders;               // of the reply, set before the call
     std::vector<std::string> body; // each piece arrives in a read of its own
     TALSTATUS bodyEnd = MakeStatus(kFacilityHost, kCodeEndOfFile);
     std::string arguments; // the query
@@ -46,6 +48,11 @@ struct Request {
     Request& Header(std::string name, std::string value)
     {
         headers.emplace_back(std::move(name), std::move(value));
+        return *this;
+    }
+    Request& HostSets(std::string name, std::string value)
+    {
+        hostHeaders.emplace_back(std::move(name), std::move(value));
         return *this;
     }
     Request& Body(std::vector<std::string> pieces)

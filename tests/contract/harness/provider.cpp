@@ -317,6 +317,7 @@ std::vector<std::string> Provider::Paths() const
 void Provider::SetOrder(const std::string& collection, std::vector<std::string> names)
 {
     auto& order = orders_[Wide(collection)];
+    order.clear();
     for (const std::string& name : names)
         order.push_back(Wide(name));
 }
