@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/services/registry_settings.h"
+
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "host/commands/setup.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+namespace {
+
+class Settings : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        ASSERT_FALSE(Failed(Create(CLSID_HadranTalpl, platform_)));
+        std::string name = testing::TempDir() + "settings.XXXXXX";
+        const int file = mkstemp(name.data());
+        ASSERT_GE(file, 0);
+        close(file);
+        file_ = name;
+    }
+    void TearDown() override
+    {
+        TolmRegistryLoad(nullptr, nullptr, 0);
+        unlink(file_.c_str());
+    }
+    // Loads the text as the server's key and reads the settings.
+    std::string Read(const std::string& text, HostSettings& settings)
+    {
+        std::ofstream(file_) << "['Kest\\Configuration\\Server']\n" << text;
+        std::string error(1024, '\0');
+        EXPECT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        return ReadHostSettings(*platform_.Get(), settings);
+    }
+
+    Ref<ITalpl> platform_;
+    std::string file_;
+};
+
+TEST_F(Settings, WithoutAFile_AreTheDefaults)
+{
+    HostSettings settings;
+    EXPECT_EQ(ReadHostSettings(*platform_.Get(), settings), "");
+    EXPECT_EQ(settings.server.listen, (std::vector<ListenAddress>{{"127.0.0.1", 8080}}));
+    EXPECT_EQ(settings.server.limits.connections, 10000U);
+    EXPECT_EQ(settings.sessions.idleTime.count(), 1200);
+    EXPECT_GE(settings.auth.hashesAtOnce, 1U);
+}
+
+TEST_F(Settings, EveryValueIsTakenOver)
+{
+    HostSettings s;
+    ASSERT_EQ(Read(R"('Listen' = ['0.0.0.0:80', '[::1]:8081']
+'TLS Certificate' = '/c'
+'TLS Key' = '/k'
+'Public URL' = 'https://files.example.org'
+'Realm' = 'R'
+'Access Log' = false
+'Wharf Directory' = '/w'
+'Connections' = 1
+'Worker Threads' = 2
+'Head Size' = 1025
+'Target Size' = 300
+'XML Body Size' = 1026
+'Body Size' = 5000000000
+'Head Time' = 101
+'Body Idle Time' = 102
+'Send Stall Time' = 103
+'Keep-Alive Time' = 104
+'Shutdown Time' = 105
+'Session Timeout' = 60
+'Sessions' = 7
+'Browser Sessions' = 8
+'Session Objects' = 9
+'Users File' = '/u'
+'Password Hashes' = 3
+'Password Waiters' = 0
+'Credential Cache' = 10
+'Credential Time' = 11
+)",
+                   s),
+              "");
+    EXPECT_EQ(s.server.listen, (std::vector<ListenAddress>{{"0.0.0.0", 80}, {"::1", 8081}}));
+    EXPECT_EQ(s.server.tlsCertificate + s.server.tlsKey + s.server.publicUrl + s.server.realm +
+                  s.server.wharfDirectory + s.usersFile,
+              "/c/khttps://files.example.orgR/w/u");
+    EXPECT_FALSE(s.server.accessLog);
+    const Limits& l = s.server.limits;
+    EXPECT_EQ(l.connections, 1U);
+    EXPECT_EQ(l.workerThreads, 2U);
+    EXPECT_EQ(l.headBytes, 1025U);
+    EXPECT_EQ(l.targetBytes, 300U);
+    EXPECT_EQ(l.xmlBodyBytes, 1026U);
+    EXPECT_EQ(l.bodyBytes, 5000000000U);
+    EXPECT_EQ(l.headTime.count(), 101);
+    EXPECT_EQ(l.bodyIdleTime.count(), 102);
+    EXPECT_EQ(l.sendStallTime.count(), 103);
+    EXPECT_EQ(l.keepAliveTime.count(), 104);
+    EXPECT_EQ(l.shutdownTime.count(), 105);
+    EXPECT_EQ(s.sessions.idleTime.count(), 60);
+    EXPECT_EQ(s.sessions.sessions, 7U);
+    EXPECT_EQ(s.sessions.cookieSessionsPerUser, 8U);
+    EXPECT_EQ(s.objectsPerSession, 9U);
+    EXPECT_EQ(s.auth.hashesAtOnce, 3U);
+    EXPECT_EQ(s.auth.waiters, 0U);
+    EXPECT_EQ(s.auth.cacheEntries, 10U);
+    EXPECT_EQ(s.auth.cacheTime.count(), 11);
+}
+
+TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
+{
+    struct Row {
+        const char* text;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"'Listen' = 'x'", "expected a list of texts"},
+        {"'Listen' = []", "at least one"},
+        {"'Listen' = ['localhost:80']", "not 'localhost:80'"},
+        {"'Realm' = 5", "expected a text"},
+        {"'Realm' = ''", "expected a text"},
+        {"'Access Log' = 2", "true or false"},
+        {"'Access Log' = 'yes'", "true or false"},
+        {"'Connections' = 0", "from 1 to 1000000, not 0"},
+        {"'Connections' = 'many'", "expected a number"},
+        {"'Connections' = 99999999999", "from 1 to"},
+        {"'Session Timeout' = 5", "from 10"},
+        {"'Public URL' = 'x'", "expected http"},
+        {"'TLS Key' = '/k'", "belong together"},
+    };
+    for (const Row& row : rows) {
+        HostSettings settings;
+        const std::string problem = Read(std::string("# first\n") + row.text + "\n", settings);
+        EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
+        EXPECT_TRUE(problem.starts_with(file_ + ":3: ")) << problem;
+    }
+}
+
+TEST(PublicName, IsTheUrlsOrTheFirstAddress)
+{
+    struct Row {
+        const char* url;
+        bool isSecure;
+        ListenAddress listen;
+        const char* hostname;
+        const char* port;
+    };
+    for (const Row& row :
+         {Row{"", false, {"127.0.0.1", 8080}, "127.0.0.1:8080", "8080"},
+          Row{"", false, {"127.0.0.1", 80}, "127.0.0.1", "80"},
+          Row{"", true, {"::1", 443}, "[::1]", "443"}, Row{"", true, {"::1", 80}, "[::1]:80", "80"},
+          Row{"", false, {"127.0.0.1", 0}, "127.0.0.1", "0"},
+          Row{"https://a.example/", false, {"127.0.0.1", 1}, "a.example", "443"},
+          Row{"http://a.example:8080", true, {"127.0.0.1", 1}, "a.example:8080", "8080"},
+          Row{"https://a.example:443", false, {"127.0.0.1", 1}, "a.example", "443"},
+          Row{"http://[::1]", false, {"127.0.0.1", 1}, "[::1]", "80"}}) {
+        ServerSettings settings;
+        settings.publicUrl = row.url;
+        settings.listen = {row.listen};
+        if (row.isSecure)
+            settings.tlsCertificate = "c";
+        const HostName name = NameOfHost(settings);
+        EXPECT_EQ(name.hostname, row.hostname) << row.url;
+        EXPECT_EQ(name.port, row.port) << row.url;
+    }
+}
+
+TEST(Doors, WithoutUsersOnlyLoopbackIsServed)
+{
+    struct Row {
+        const char* address;
+        bool isFine;
+    };
+    for (const Row& row : {Row{"127.0.0.1", true}, Row{"127.9.9.9", true}, Row{"::1", true},
+                           Row{"::ffff:127.0.0.1", true}, Row{"0.0.0.0", false}, Row{"::", false},
+                           Row{"192.168.1.1", false}, Row{"::ffff:10.0.0.1", false}}) {
+        HostSettings settings;
+        settings.server.listen = {{"127.0.0.1", 1}, {row.address, 1}};
+        EXPECT_EQ(Setup::CheckDoors(settings, {}).empty(), row.isFine) << row.address;
+        UserMap users;
+        users["a"] = std::make_shared<const User>();
+        EXPECT_EQ(Setup::CheckDoors(settings, users), "");
+    }
+}
+
+} // namespace
+} // namespace kestd
