@@ -1,0 +1,511 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Files uploaded by a form: what is stored, with which calls, and what the page tells.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "form.h"
+
+using form::Body;
+using form::kBoundary;
+using form::kError;
+using form::kSuccess;
+using form::Pieces;
+using form::Upload;
+using harness::ProviderFailure;
+using harness::Reply;
+using harness::Request;
+using harness::Setup;
+using harness::World;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::unique_ptr<World> MakeWorld(int generations = 2, Setup setup = {})
+{
+    auto world = std::make_unique<World>(
+        std::vector<harness::ProviderSpec>{{.name = "vol", .generations = generations}},
+        std::move(setup));
+    (*world)["vol"].AddCollection("/vol/dir");
+    return world;
+}
+
+std::string Bytes(size_t size, unsigned seed)
+{
+    std::string text(size, '\0');
+    for (char& c : text) {
+        seed = seed * 1664525 + 1013904223;
+        c = static_cast<char>(seed >> 24);
+    }
+    return text;
+}
+
+} // namespace
+
+TEST(FormUpload, Files_AreStoredAndTheWindowCloses)
+{
+    const auto world = MakeWorld();
+    world->Remember("/Ferro/vol/dir");
+    const Reply reply = world->Run(
+        Upload(Body({{.content = "hello", .file = "a.txt"}, {.content = "", .file = "b c"}})));
+    EXPECT_EQ(reply.text, kSuccess);
+    EXPECT_FALSE(Failed(reply.returned));
+    EXPECT_THAT(world->Calls({"vol."}),
+                ElementsAre("vol.Create(IKestDAVResource2)",
+                            "vol.res.Associate(/vol/dir/a.txt, create=1, access=7, share=1, "
+                            "flags=0, token=null)",
+                            "vol.res.Write(0, 5)", "vol.Create(IKestDAVResource2)",
+                            "vol.res.Associate(/vol/dir/b c, create=1, access=7, share=1, "
+                            "flags=0, token=null)"));
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a.txt"), "hello");
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/b c"), "");
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, FirstGeneration_StoresToo)
+{
+    const auto world = MakeWorld(1);
+    EXPECT_EQ(world
+                  ->Run(Upload(Body({{.content = "hello", .file = "a"}}))
+                            .Header("If", "(<opaquelocktoken:abc>)"))
+                  .text,
+              kSuccess);
+    EXPECT_THAT(world->Calls({"vol.res.Associate"}),
+                ElementsAre("vol.res.Associate(/vol/dir/a, create=1, access=7, share=1, flags=0)"));
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "hello");
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, PathThatTheBrowserSent_LeavesItsLastComponent)
+{
+    const char* const names[] = {"C:\\docs\\a.txt", "/home/u/a.txt", "C:\\docs/b\\a.txt",
+                                 "docs\\x/a.txt", "a.txt"};
+    for (const char* name : names) {
+        const auto world = MakeWorld();
+        EXPECT_EQ(world->Run(Upload(Body({{.content = "x", .file = name}}))).text, kSuccess);
+        EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/", "/vol/dir/a.txt"))
+            << name;
+    }
+}
+
+TEST(FormUpload, EmptyFileFieldsAndTextFields_AreSkipped)
+{
+    const auto world = MakeWorld();
+    EXPECT_EQ(world
+                  ->Run(Upload(Body({{.content = "text"},
+                                     {.content = "", .file = ""},
+                                     {.content = "filename=\"no\"", .file = nullptr},
+                                     {.content = "kept", .file = "a"},
+                                     {.content = "more text"}})))
+                  .text,
+              kSuccess);
+    EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/", "/vol/dir/a"));
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "kept");
+}
+
+TEST(FormUpload, BodyCutAtEveryByte_StoresTheSameFiles)
+{
+    const std::string first =
+        "line\r\n--almost\r\n" + std::string("--") + kBoundary[0] + "\r\n\r\n";
+    const std::string body = "preamble\r\n" +
+                             Body({{.content = first, .file = "a"},
+                                   {.content = "field"},
+                                   {.content = "\r\n-", .file = "dir\\b"},
+                                   {.content = "", .file = "c"}}) +
+                             "epilogue";
+    const auto world = MakeWorld();
+    auto& vol = (*world)["vol"];
+    for (size_t cut = 1; cut < body.size(); ++cut) {
+        for (const char* name : {"a", "b", "c"})
+            vol.AddFile(std::string("/vol/dir/") + name, "old");
+        Request request = Upload("");
+        request.Body({body.substr(0, cut), body.substr(cut)});
+        ASSERT_EQ(world->Run(request).text, kSuccess) << cut;
+        ASSERT_EQ(vol.Content("/vol/dir/a"), first) << cut;
+        ASSERT_EQ(vol.Content("/vol/dir/b"), "\r\n-") << cut;
+        ASSERT_EQ(vol.Content("/vol/dir/c"), "") << cut;
+    }
+    for (const size_t size : {1U, 2U, 3U, 7U, 31U}) {
+        Request request = Upload("");
+        request.Body(Pieces(body, size));
+        ASSERT_EQ(world->Run(request).text, kSuccess) << size;
+        ASSERT_EQ(vol.Content("/vol/dir/a"), first) << size;
+        ASSERT_EQ(vol.Content("/vol/dir/b"), "\r\n-") << size;
+    }
+    world->ExpectAtRest();
+}
+
+// The smallest transfer buffer moves its window over the delimiter at every offset.
+TEST(FormUpload, DelimiterAtEveryOffsetOfTheBuffer_EndsTheFileExactly)
+{
+    const auto world = MakeWorld(2, {.moduleValues = "'Read-Write Block Size' = 1024"});
+    auto& vol = (*world)["vol"];
+    for (size_t size = 700; size < 2200; ++size) {
+        std::string content = Bytes(size, static_cast<unsigned>(size));
+        if (size % 3 == 0)
+            content.replace(content.size() - 20, 20, "\r\n--" + std::string(kBoundary, 16));
+        ASSERT_EQ(world
+                      ->Run(Upload(
+                          Body({{.content = content, .file = "a"}, {.content = "z", .file = "b"}})))
+                      .text,
+                  kSuccess)
+            << size;
+        ASSERT_EQ(vol.Content("/vol/dir/a"), content) << size;
+        ASSERT_EQ(vol.Content("/vol/dir/b"), "z") << size;
+        vol.Find("/vol/dir/a")->content.clear();
+        vol.Find("/vol/dir/b")->content.clear();
+    }
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, LargeFile_IsStreamedThroughOneBuffer)
+{
+    const auto world = MakeWorld();
+    const std::string content = Bytes(3000000, 5);
+    Request request = Upload("");
+    request.Body(Pieces(Body({{.content = content, .file = "big"}}), 65536));
+    EXPECT_EQ(world->Run(request).text, kSuccess);
+    EXPECT_TRUE((*world)["vol"].Content("/vol/dir/big") == content);
+    const auto writes = world->Calls({"vol.res.Write"});
+    EXPECT_LE(writes.size(), 13U) << "a buffer at a time";
+    EXPECT_EQ(writes.front().substr(0, 17), "vol.res.Write(0, ");
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, ProviderThatTakesLess_GetsTheRestAgain)
+{
+    const auto world = MakeWorld();
+    (*world)["vol"].writeLimit = 7;
+    EXPECT_EQ(world->Run(Upload(Body({{.content = "twenty bytes, or so!", .file = "a"}}))).text,
+              kSuccess);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "twenty bytes, or so!");
+}
+
+TEST(FormUpload, LockTokenOfThePage_ReachesTheProvider)
+{
+    const struct {
+        const char* query;
+        const char* header;
+    } rows[] = {
+        {"token=xxopaquelocktoken:abc", "(<opaquelocktoken:abc>)"},
+        {"a=b&token=XYopaquelocktoken:abc&overwrite=1", "(<opaquelocktoken:abc>)"},
+        {"token=&&opaquelocktoken:abc", "(<opaquelocktoken:abc>)"},
+        {"token=ab", "(<>)"},
+    };
+    for (const auto& row : rows) {
+        const auto world = MakeWorld();
+        EXPECT_EQ(world->Run(Upload(Body({{.content = "x", .file = "a"}})).Query(row.query)).text,
+                  kSuccess);
+        EXPECT_THAT(world->Calls({"io.SetRequestHeader"}),
+                    ElementsAre("io.SetRequestHeader(If, \"" + std::string(row.header) + "\")"))
+            << row.query;
+        EXPECT_THAT(world->Calls({"vol.res.Associate"}),
+                    ElementsAre("vol.res.Associate(/vol/dir/a, create=1, access=7, share=1, "
+                                "flags=0, token=" +
+                                std::string(row.header == std::string("(<>)") ? "null" : "abc") +
+                                ")"))
+            << row.query;
+    }
+    for (const char* query : {"", "token=", "token=x", "tok=xxabc"}) {
+        const auto world = MakeWorld();
+        world->Run(Upload(Body({{.content = "x", .file = "a"}})).Query(query));
+        EXPECT_THAT(world->Calls({"io.SetRequestHeader"}), IsEmpty()) << query;
+    }
+}
+
+TEST(FormUpload, TokenBehindLongArguments_IsCutNotOverrun)
+{
+    const auto world = MakeWorld();
+    EXPECT_EQ(world
+                  ->Run(Upload(Body({{.content = "x", .file = "a"}}))
+                            .Query("token=xx" + std::string(5000, 'y')))
+                  .text,
+              kSuccess);
+    EXPECT_THAT(world->Calls({"io.SetRequestHeader"}),
+                ElementsAre("io.SetRequestHeader(If, \"(<" + std::string(1012, 'y') + ">)\")"));
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, OverwriteOfZero_KeepsAnExistingFileAndStoresTheOthers)
+{
+    for (const int generation : {1, 2}) {
+        const auto world = MakeWorld(generation);
+        auto& vol = (*world)["vol"];
+        vol.AddFile("/vol/dir/a", "old");
+        const Reply reply = world->Run(
+            Upload(Body({{.content = "new a", .file = "a"}, {.content = "b", .file = "b"}}))
+                .Query("x=1&overwrite=0"));
+        EXPECT_EQ(reply.text, kError);
+        EXPECT_EQ(reply.returned, TAL_STATUS_OBJECT_EXISTS);
+        EXPECT_EQ(vol.Content("/vol/dir/a"), "old");
+        EXPECT_EQ(vol.Content("/vol/dir/b"), "b");
+        const std::string token = generation == 2 ? ", token=null)" : ")";
+        EXPECT_THAT(
+            world->Calls({"vol.res.Associate"}),
+            ElementsAre(
+                "vol.res.Associate(/vol/dir/a, create=0, access=6, share=0, flags=0" + token,
+                "vol.res.Associate(/vol/dir/b, create=0, access=6, share=0, flags=0" + token,
+                "vol.res.Associate(/vol/dir/b, create=1, access=7, share=1, flags=0" + token));
+        world->ExpectAtRest();
+    }
+}
+
+TEST(FormUpload, OverwriteOfZeroBehindLongArguments_StillCounts)
+{
+    const auto world = MakeWorld();
+    (*world)["vol"].AddFile("/vol/dir/a", "old");
+    EXPECT_EQ(world
+                  ->Run(Upload(Body({{.content = "new", .file = "a"}}))
+                            .Query(std::string(3000, 'x') + "&overwrite=0"))
+                  .text,
+              kError);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "old");
+}
+
+TEST(FormUpload, OverwriteOfZero_OtherFailureThanNotFound_FailsThePart)
+{
+    const auto world = MakeWorld();
+    world->Fail("vol.res.Associate", ProviderFailure(kCodeLocked));
+    const Reply reply =
+        world->Run(Upload(Body({{.content = "x", .file = "a"}, {.content = "y", .file = "b"}}))
+                       .Query("overwrite=0"));
+    EXPECT_EQ(reply.text, kError);
+    EXPECT_EQ(Code(reply.returned), kCodeLocked);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "(missing)");
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/b"), "y");
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, PartThatCannotBeWritten_DoesNotStopTheOthers_FirstFailureDecides)
+{
+    const struct {
+        const char* call;
+        UINT16 code;
+    } rows[] = {
+        {"vol.Create", kCodeInsufficientResources},
+        {"vol.res.Associate", kCodeLocked},
+        {"vol.res.Write", kCodeStorageFull},
+    };
+    for (const auto& row : rows) {
+        const auto world = MakeWorld();
+        world->Fail(row.call, ProviderFailure(row.code), 1);
+        world->Fail(row.call, ProviderFailure(kCodeConflict), 2); // of those that did not fail
+        const Reply reply = world->Run(Upload(Body({{.content = "1", .file = "a"},
+                                                    {.content = "2", .file = "b"},
+                                                    {.content = "3", .file = "c"},
+                                                    {.content = "4", .file = "d"}})));
+        EXPECT_EQ(reply.text, kError) << row.call;
+        EXPECT_EQ(Code(reply.returned), row.code) << row.call;
+        EXPECT_EQ((*world)["vol"].Content("/vol/dir/b"), "2") << row.call;
+        EXPECT_EQ((*world)["vol"].Content("/vol/dir/d"), "4") << row.call;
+        world->ExpectAtRest();
+    }
+}
+
+TEST(FormUpload, WriteFailureInTheMiddle_DropsTheRestOfThatFileOnly)
+{
+    const auto world = MakeWorld(2, {.moduleValues = "'Read-Write Block Size' = 1024"});
+    world->Fail("vol.res.Write", ProviderFailure(kCodeStorageFull), 2);
+    const Reply reply = world->Run(Upload(Body(
+        {{.content = std::string(5000, 'x'), .file = "a"}, {.content = "fits", .file = "b"}})));
+    EXPECT_EQ(reply.text, kError);
+    EXPECT_EQ(Code(reply.returned), kCodeStorageFull);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/b"), "fits");
+    EXPECT_EQ(world->Calls({"vol.res.Write"}).size(), 3U);
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, ProviderThatWritesNothing_FailsThePart)
+{
+    const auto world = MakeWorld();
+    world->Fail("vol.res.Write", TAL_STATUS_SUCCESS); // and takes no byte
+    const Reply reply = world->Run(Upload(Body({{.content = "x", .file = "a"}})));
+    EXPECT_EQ(reply.text, kError);
+    EXPECT_EQ(reply.returned, TAL_STATUS_UNSUCCESSFUL);
+}
+
+TEST(FormUpload, WithoutBoundary_StoresNothingAndSucceeds)
+{
+    const auto world = MakeWorld();
+    const Reply reply = world->Run(Request(KestMethodPost, "/Ferro/vol/dir")
+                                       .Header("Content-Type", "multipart/form-data")
+                                       .Body({Body({{.content = "x", .file = "a"}})}));
+    EXPECT_EQ(reply.text, kSuccess);
+    EXPECT_EQ(reply.bodyReads, 0U);
+    EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/"));
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, AnyOtherType_IsAnUploadWhenItNamesABoundary)
+{
+    const auto world = MakeWorld();
+    EXPECT_EQ(
+        world
+            ->Run(Request(KestMethodPost, "/Ferro/vol/dir")
+                      .Header("Content-Type", std::string("something/else; boundary=") + kBoundary)
+                      .Body({Body({{.content = "x", .file = "a"}})}))
+            .text,
+        kSuccess);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "x");
+}
+
+TEST(FormUpload, IntoTheModulesRoot_IsRefused)
+{
+    const auto world = MakeWorld();
+    for (const char* path : {"/Ferro", "/Ferro/"}) {
+        const Reply reply = world->Run(Upload(Body({{.content = "x", .file = "a"}}), path));
+        EXPECT_EQ(reply.text, kError) << path;
+        EXPECT_EQ(reply.returned, TAL_STATUS_ACCESS_DENIED);
+        EXPECT_EQ(reply.bodyReads, 0U);
+    }
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, TrailingSlashAndEscapesOfThePath_ReachTheSameCollection)
+{
+    const auto world = MakeWorld();
+    (*world)["vol"].AddCollection("/vol/a&b");
+    EXPECT_EQ(world->Run(Upload(Body({{.content = "1", .file = "x"}}), "/Ferro/vol/dir/")).text,
+              kSuccess);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/x"), "1");
+    EXPECT_EQ(world->Run(Upload(Body({{.content = "2", .file = "x"}}), "/Ferro/vol/a%26b")).text,
+              kSuccess);
+    EXPECT_EQ((*world)["vol"].Content("/vol/a&b/x"), "2");
+}
+
+TEST(FormUpload, PathThatNoProviderKnows_ShowsTheError)
+{
+    const auto world = MakeWorld();
+    const Reply reply =
+        world->Run(Upload(Body({{.content = "x", .file = "a"}}), "/Ferro/none/dir"));
+    EXPECT_EQ(reply.text, kError);
+    EXPECT_EQ(Code(reply.returned), kCodeNotFound);
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, MissingContentType_IsNotAnsweredHere)
+{
+    const auto world = MakeWorld();
+    const Reply reply = world->Run(Request(KestMethodPost, "/Ferro/vol/dir").Body({"x"}));
+    EXPECT_EQ(reply.heads, 0);
+    EXPECT_EQ(Code(reply.returned), kCodeNotFound);
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, ContentTypeThatDoesNotFit_ShowsTheError)
+{
+    const auto world = MakeWorld();
+    const Reply reply = world->Run(
+        Request(KestMethodPost, "/Ferro/vol/dir")
+            .Header("Content-Type", "multipart/form-data; boundary=" + std::string(1000, 'b')));
+    EXPECT_EQ(reply.text, kError);
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, NamesThatAreNotUtf8_AreTakenAsLatin1)
+{
+    const auto world = MakeWorld();
+    EXPECT_EQ(world
+                  ->Run(Upload(Body({{.content = "1", .file = "caf\xe9"},
+                                     {.content = "2", .file = "caf\xc3\xa9 2"}})))
+                  .text,
+              kSuccess);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/caf\u00e9"), "1");
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/caf\u00e9 2"), "2");
+}
+
+TEST(FormUpload, NameWithoutRoom_FailsThatPartOnly)
+{
+    const auto world = MakeWorld();
+    const std::string longName(1100, 'n');
+    const Reply reply = world->Run(Upload(
+        Body({{.content = "1", .file = longName.c_str()}, {.content = "2", .file = "short"}})));
+    EXPECT_EQ(reply.text, kError);
+    EXPECT_EQ(reply.returned, TAL_STATUS_INSUFFICIENT_RESOURCES);
+    EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/", "/vol/dir/short"));
+    world->ExpectAtRest();
+}
+
+TEST(FormUpload, LongestNameThatFits_IsStored)
+{
+    const auto world = MakeWorld();
+    const std::string name(1000, 'n');
+    EXPECT_EQ(world->Run(Upload(Body({{.content = "1", .file = name.c_str()}}))).text, kSuccess);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/" + name), "1");
+}
+
+TEST(FormUpload, DotNames_DoNotLeaveTheCollection)
+{
+    for (const char* name : {"..", ".", "a\\..", "x/.", "dir/"}) {
+        const auto world = MakeWorld();
+        const Reply reply = world->Run(
+            Upload(Body({{.content = "x", .file = name}, {.content = "y", .file = "b"}})));
+        EXPECT_EQ(reply.text, kError) << name;
+        EXPECT_EQ(reply.returned, TAL_STATUS_INVALID_REQUEST) << name;
+        EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/", "/vol/dir/b"))
+            << name;
+    }
+}
+
+TEST(FormUpload, LengthOfAPart_IsNotTrusted)
+{
+    const auto world = MakeWorld();
+    EXPECT_EQ(
+        world
+            ->Run(Upload(Body(
+                {{.content = "hello", .file = "a", .moreHeaders = "Content-Length: 2\r\n"},
+                 {.content = "x", .file = "b", .moreHeaders = "Content-Length: 99999999999\r\n"}})))
+            .text,
+        kSuccess);
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "hello");
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/b"), "x");
+}
+
+TEST(FormUpload, ShortMemory_ShrinksTheBufferDownTo1024)
+{
+    const auto run = [](int failures) {
+        const auto world = MakeWorld();
+        world->Remember("/Ferro/vol/dir");
+        // The dispatcher's path, the text buffer and the target come first.
+        for (int i = 0; i < failures; ++i)
+            world->Fail("platform.TalxAllocPagedMemory", TAL_STATUS_INSUFFICIENT_RESOURCES, 4);
+        const Reply reply = world->Run(Upload(Body({{.content = "hello", .file = "a"}})));
+        world->ExpectAtRest();
+        return reply;
+    };
+    for (int failures = 0; failures <= 8; ++failures)
+        EXPECT_EQ(run(failures).text, kSuccess) << failures;
+    const Reply reply = run(9); // 262144 halved eight times is 1024
+    EXPECT_EQ(reply.text, kError);
+    EXPECT_EQ(reply.returned, TAL_STATUS_INSUFFICIENT_RESOURCES);
+}
+
+TEST(FormUpload, EveryCall_MayFail)
+{
+    bool whole = false;
+    int stored = 0;
+    for (int n = 1; n < 500 && !whole; ++n) {
+        const auto world = MakeWorld();
+        world->recorder.FailCall(n);
+        const Reply reply = world->Run(
+            Upload(Body({{.content = "hello", .file = "a"}, {.content = "b", .file = "b"}}))
+                .Query("token=xxopaquelocktoken:abc&overwrite=0"));
+        whole = !world->recorder.FailureHappened();
+        SCOPED_TRACE("call " + std::to_string(n) + ": " + world->recorder.FailedCall());
+        EXPECT_LE(reply.heads, 1);
+        if (reply.heads == 0) {
+            EXPECT_EQ(world->recorder.FailedCall(), "io.GetRequestHeader") << "the content type";
+        }
+        if (reply.text == kSuccess) {
+            ++stored;
+            EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "hello");
+            EXPECT_EQ((*world)["vol"].Content("/vol/dir/b"), "b");
+        }
+        world->ExpectAtRest();
+        if (testing::Test::HasFailure())
+            return;
+    }
+    EXPECT_TRUE(whole);
+    EXPECT_GE(stored, 1);
+}
