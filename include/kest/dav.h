@@ -49,6 +49,12 @@ inline constexpr UINT32 kIoctlReverseLookup = 0x7B90001;     // DAV_REVERSE_LOOK
 inline constexpr UINT32 kIoctlFirstDeletedChild = 0x7B90002; // DAV_DELETED_ENTRY
 inline constexpr UINT32 kIoctlNextDeletedChild = 0x7B90003;  // DAV_DELETED_ENTRY
 
+// IoctlRequest codes of a namespace object, for administration. Listing takes an index (UINT32,
+// from 0) and fills a DAV_LOCK_INFO, code 9 past the last, 7 when the output is short; breaking
+// takes a token's bytes and removes that lock whoever holds it, code 11 when there is none.
+inline constexpr UINT32 kIoctlListLocks = 0x7B90010;
+inline constexpr UINT32 kIoctlBreakLock = 0x7B90011;
+
 // The longest owner text and the buffer sizes that callers offer. Timeouts are 100 ns units; -1 is
 // infinite.
 inline constexpr UINT32 kLockOwnerBytes = 260;
@@ -111,6 +117,20 @@ struct DAV_DELETED_ENTRY {
     DAV_DATETIME DeleteTime;
     UINT32 DeletorID;
     DAV_COMMON_ENUM Enum;
+};
+
+// One lock of a namespace. Text holds, one after the other: token, provider path, who made it,
+// owner text, all UTF-8.
+struct DAV_LOCK_INFO {
+    INT64 Timeout; // remaining, 100 ns units, -1 infinite
+    DAV_LOCK_SCOPE Scope;
+    DAV_LOCK_TYPE Type;
+    INT32 Depth;
+    UINT32 TokenLength;
+    UINT32 PathLength;
+    UINT32 CreatorLength;
+    UINT32 OwnerLength;
+    char Text[1]; // variable
 };
 
 // Where a collection really lives, as IoctlRequest returns it: the server's socket address and the

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/collection.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "providers/filestore/node.h"
@@ -10,6 +11,8 @@
 namespace filestore {
 
 namespace {
+
+constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
 
 // Takes the names that are served.
 class ServedNames final : public NameSink {
@@ -33,61 +36,96 @@ class ServedNames final : public NameSink {
     size_t leftOut_ = 0;
 };
 
+bool InspectVolume(const Store& store, std::string_view name, FileInfo* info)
+{
+    Target target;
+    OpenFile top;
+    for (const auto& v : store.Volumes())
+        if (v->Name() == name)
+            target.volume = v.get();
+    return target.volume && !Failed(store.OpenExisting(&target, OpenFor::Locating, &top, info)) &&
+           target.volume->GetCreated(top.Get(), &info->created) == 0;
+}
+
+// All of a record but its name.
+void Fill(const FileInfo& info, DAV_COMMON_ENUM* out)
+{
+    out->NextEntryOffset = 0;
+    out->Type = info.isDirectory ? Collection : Resource;
+    out->Attributes = AttributesOf(info);
+    out->CreationDate = info.created;
+    out->ModificationDate = info.modified;
+    out->ResourceSize = info.isDirectory ? 0 : info.size;
+    out->State = 0;
+    out->URILength = 0;
+    out->pURI = nullptr;
+}
+
 } // namespace
 
-TALSTATUS FileCollection::Associate(SCHANDLE, UNICODE_STRING* path, DAV_LOCK_TOKEN*)
+TALSTATUS FileCollection::Associate(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token)
 {
     return Protected([&] {
-        associated_ = false;
+        node_.Unbind();
         names_.reset();
-        Target target;
-        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
-            return status;
-        volume_ = target.volume;
-        if (volume_) {
-            if (!recent::Take(target, &directory_, &info_))
-                if (const TALSTATUS status =
-                        store_.OpenExisting(&target, OpenFor::Reading, &directory_, &info_);
-                    Failed(status))
-                    return status;
-            if (!info_.isDirectory)
-                return Failure(kCodeNotFound);
-        } else {
-            recent::Drop();
-        }
-        path_ = target.path.View();
-        associated_ = true;
-        return TAL_STATUS_SUCCESS;
+        return Open(hSession, path, token);
     });
+}
+
+TALSTATUS FileCollection::Open(SCHANDLE session, const UNICODE_STRING* path,
+                               const DAV_LOCK_TOKEN* token)
+{
+    Target target;
+    if (const TALSTATUS status = node_.GetStore().Locate(path, &target); Failed(status))
+        return status;
+    if (target.IsRoot()) {
+        recent::Drop();
+    } else {
+        if (!recent::Take(target, &directory_, &info_))
+            if (const TALSTATUS status =
+                    node_.GetStore().OpenExisting(&target, OpenFor::Reading, &directory_, &info_);
+                Failed(status))
+                return status;
+        if (!info_.isDirectory)
+            return Failure(kCodeNotFound);
+    }
+    node_.Bind(session, target, token);
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileCollection::ListNames()
 {
     next_ = 0;
+    hidden_.clear();
     names_.emplace(UpperCaseUnits);
-    if (!volume_) {
-        for (const auto& v : store_.Volumes())
+    if (node_.IsRoot()) {
+        for (const auto& v : node_.GetStore().Volumes())
             names_->Add(v->Name());
         names_->Sort();
         return TAL_STATUS_SUCCESS;
     }
-    ServedNames sink(*names_, path_.empty());
-    if (const int error = volume_->Fs().List(directory_.Get(), sink))
+    const Volume& volume = node_.GetVolume();
+    ServedNames sink(*names_, node_.Path().empty());
+    if (const int error = volume.Fs().List(directory_.Get(), sink))
         return StatusFromErrno(error);
     if (sink.LeftOut())
-        Log(kLogWarning, std::to_string(sink.LeftOut()) + " names in '" + volume_->Name() + "/" +
-                             path_ +
+        Log(kLogWarning, std::to_string(sink.LeftOut()) + " names in '" + volume.Name() + "/" +
+                             node_.Path() +
                              "' are left out of its listing: not UTF-8, or with control "
                              "characters");
     names_->Sort();
-    hasKeptDates_ = volume_->HasKeptDates(directory_.Get());
-    return TAL_STATUS_SUCCESS;
+    hasKeptDates_ = volume.HasKeptDates(directory_.Get());
+    if (!volume.MayHaveProperties())
+        return TAL_STATUS_SUCCESS;
+    std::unique_ptr<MetadataSession> session;
+    const TALSTATUS status = Store::OpenMetadata(volume, &session);
+    return Failed(status) ? status : session->HiddenChildren(node_.Path(), &hidden_);
 }
 
 TALSTATUS FileCollection::GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
+    if (!node_.IsBound())
+        return kNotAssociated;
     return Protected([&] {
         const TALSTATUS status = ListNames();
         return Failed(status) ? status : Emit(size, buffer);
@@ -96,8 +134,8 @@ TALSTATUS FileCollection::GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 
 TALSTATUS FileCollection::GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
-    if (!associated_ || !names_)
-        return Failure(kCodeInvalidParameter);
+    if (!node_.IsBound() || !names_)
+        return kNotAssociated;
     return Protected([&] { return Emit(size, buffer); });
 }
 
@@ -106,40 +144,32 @@ TALSTATUS FileCollection::GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 bool FileCollection::Describe(const char* name, DAV_COMMON_ENUM* out)
 {
     FileInfo info;
-    if (!volume_) {
-        Target target;
-        OpenFile top;
-        for (const auto& v : store_.Volumes())
-            if (v->Name() == name)
-                target.volume = v.get();
-        if (!target.volume ||
-            Failed(store_.OpenExisting(&target, OpenFor::Locating, &top, &info)) ||
-            target.volume->GetCreated(top.Get(), &info.created) != 0)
-            return false;
-    } else {
-        FileSystem& fs = volume_->Fs();
-        if (fs.InspectAt(directory_.Get(), name, &info) != 0)
-            return false;
-        if (info.isLink) {
-            Target target;
-            OpenFile real;
-            target.volume = volume_;
-            if (!target.path.Assign(path_) || !target.path.Append(name) ||
-                Failed(store_.OpenExisting(&target, OpenFor::Locating, &real, &info)) ||
-                volume_->GetCreated(real.Get(), &info.created) != 0)
-                return false;
-        } else if (hasKeptDates_) {
-            info.created = volume_->CreatedOfChild(directory_.Get(), name, info);
-        }
-    }
-    if (!info.isDirectory && !info.isRegular)
+    const bool found =
+        node_.IsRoot() ? InspectVolume(node_.GetStore(), name, &info) : InspectChild(name, &info);
+    if (!found)
         return false;
-    out->Type = info.isDirectory ? Collection : Resource;
-    out->Attributes = AttributesOf(info);
-    out->CreationDate = info.created;
-    out->ModificationDate = info.modified;
-    out->ResourceSize = info.isDirectory ? 0 : info.size;
+    Fill(info, out);
+    if (!hidden_.empty() && hidden_.contains(name))
+        out->Attributes |= kAttributeHidden;
     return true;
+}
+
+bool FileCollection::InspectChild(const char* name, FileInfo* info) const
+{
+    const Volume& volume = node_.GetVolume();
+    if (volume.Fs().InspectAt(directory_.Get(), name, info) != 0)
+        return false;
+    if (info->isLink) {
+        Target target;
+        OpenFile real;
+        target.volume = &node_.GetVolume();
+        return target.path.Assign(node_.Path()) && target.path.Append(name) &&
+               !Failed(node_.GetStore().OpenExisting(&target, OpenFor::Locating, &real, info)) &&
+               volume.GetCreated(real.Get(), &info->created) == 0;
+    }
+    if (hasKeptDates_)
+        info->created = volume.CreatedOfChild(directory_.Get(), name, *info);
+    return info->isDirectory || info->isRegular;
 }
 
 TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
@@ -159,10 +189,6 @@ TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
         }
         if (!Describe(name.data(), buffer))
             continue;
-        buffer->NextEntryOffset = 0;
-        buffer->State = 0;
-        buffer->URILength = 0;
-        buffer->pURI = nullptr;
         buffer->DisplayNameLength = static_cast<UINT32>(units * sizeof(WCHAR));
         std::memcpy(reinterpret_cast<char*>(buffer) + kHead, wide, units * sizeof(WCHAR));
         *size = needed;
@@ -174,104 +200,218 @@ TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
 
 TALSTATUS FileCollection::GetCreationDate(DAV_DATETIME* date)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
-    if (!volume_) {
-        *date = store_.Started();
+    if (!node_.IsBound())
+        return kNotAssociated;
+    if (node_.IsRoot()) {
+        *date = node_.GetStore().Started();
         return TAL_STATUS_SUCCESS;
     }
-    return StatusFromErrno(volume_->GetCreated(directory_.Get(), date));
+    return StatusFromErrno(node_.GetVolume().GetCreated(directory_.Get(), date));
 }
 
 TALSTATUS FileCollection::GetDisplayName(UNICODE_STRING* name)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
-    if (!volume_)
-        return PutName("/", name);
-    return PutName(path_.empty() ? std::string_view(volume_->Name()) : LeafOf(path_), name);
+    return node_.IsBound() ? node_.GetDisplayName(name) : kNotAssociated;
 }
 
 TALSTATUS FileCollection::GetETag(DAV_ETAG* etag)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
+    if (!node_.IsBound())
+        return kNotAssociated;
     *etag = ETagOf(info_);
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileCollection::GetModificationDate(DAV_DATETIME* date)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
-    *date = volume_ ? info_.modified : store_.Started();
+    if (!node_.IsBound())
+        return kNotAssociated;
+    *date = node_.IsRoot() ? node_.GetStore().Started() : info_.modified;
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileCollection::SetCreationDate(DAV_DATETIME date)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
-    return volume_ ? SetCreated(*volume_, path_, directory_.Get(), date)
-                   : Failure(kCodeAccessDenied);
+    return node_.IsBound() ? Protected([&] { return node_.SetCreated(directory_.Get(), date); })
+                           : kNotAssociated;
 }
 
 TALSTATUS FileCollection::SetModificationDate(DAV_DATETIME date)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
-    return volume_ ? SetModified(*volume_, directory_.Get(), date) : Failure(kCodeAccessDenied);
+    return node_.IsBound() ? Protected([&] { return node_.SetModified(directory_.Get(), date); })
+                           : kNotAssociated;
 }
 
 TALSTATUS FileCollection::GetLiveAttributes(UINT32* attributes)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
-    *attributes = volume_ ? AttributesOf(info_) : kAttributeReadOnly;
-    return TAL_STATUS_SUCCESS;
+    return node_.IsBound() ? Protected([&] { return node_.GetAttributes(info_, attributes); })
+                           : kNotAssociated;
 }
 
 TALSTATUS FileCollection::SetLiveAttributes(UINT32 attributes)
 {
-    if (!associated_)
-        return Failure(kCodeInvalidParameter);
-    return volume_ ? SetAttributes(*volume_, directory_.Get(), &info_, attributes)
-                   : Failure(kCodeAccessDenied);
+    return node_.IsBound() ? Protected([&] {
+        return node_.SetAttributes(directory_.Get(), &info_, attributes);
+    })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileCollection::GetFirstLock(UINT32*, DAV_LOCK_2*)
+TALSTATUS FileCollection::GetFirstLock(UINT32* size, DAV_LOCK_2* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetFirstLock(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileCollection::GetNextLock(UINT32*, DAV_LOCK_2*)
+TALSTATUS FileCollection::GetNextLock(UINT32* size, DAV_LOCK_2* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetNextLock(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileCollection::GetFirstProperty(UINT32*, DAV_NAMED_PROPERTY*)
+TALSTATUS FileCollection::GetFirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetFirstProperty(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileCollection::GetNextProperty(UINT32*, DAV_NAMED_PROPERTY*)
+TALSTATUS FileCollection::GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetNextProperty(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileCollection::GetNamedProperty(UNICODE_STRING*, UINT32*, char*)
+TALSTATUS FileCollection::GetNamedProperty(UNICODE_STRING* name, UINT32* length, char* value)
 {
-    return Failure(kCodeNotFound);
+    return node_.IsBound() ? Protected([&] { return node_.GetNamedProperty(name, length, value); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileCollection::SetNamedPropertyEnh(UNICODE_STRING*, UINT32, char*, UINT32*, char*)
+TALSTATUS FileCollection::SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
+                                              UINT32* resultLength, char*)
 {
-    return Failure(kCodeNotImplemented);
+    if (!node_.IsBound())
+        return kNotAssociated;
+    const TALSTATUS status = Protected([&] { return node_.SetNamedProperty(name, length, value); });
+    if (!Failed(status) && resultLength)
+        *resultLength = 0; // there is nothing to tell
+    return status;
 }
 
-TALSTATUS FileCollection::IoctlRequest(SCHANDLE, UINT32, UINT32, void*, UINT32*, void*)
+TALSTATUS FileCollection::IoctlRequest(SCHANDLE, UINT32 code, UINT32, void*, UINT32* outputLength,
+                                       void* output)
 {
-    return Failure(kCodeNotImplemented);
+    if (!node_.IsBound() || !outputLength || !output)
+        return kNotAssociated;
+    return Protected([&] {
+        switch (code) {
+        case kIoctlReverseLookup:
+            return LocateMembers(outputLength, output);
+        case kIoctlFirstDeletedChild:
+            lastDeleted_ = 0;
+            return EmitDeleted(outputLength, output);
+        case kIoctlNextDeletedChild:
+            return EmitDeleted(outputLength, output);
+        default:
+            return Failure(kCodeNotImplemented);
+        }
+    });
+}
+
+// Where the collection really lives: this server's configured address, and the volume's name and
+// path in the form that administrators of file servers know, "VOLUME\\directory\\directory".
+TALSTATUS FileCollection::LocateMembers(UINT32* length, void* out) const
+{
+    if (node_.IsRoot())
+        return Failure(kCodeNotFound);
+    std::string path = node_.GetVolume().Name();
+    if (!node_.Path().empty())
+        path += "/" + node_.Path();
+    std::replace(path.begin(), path.end(), '/', '\\');
+    std::u16string wide(path.size(), u'\0');
+    size_t units = 0;
+    if (!ToUtf16(path.data(), path.size(), wide.data(), wide.size(), &units))
+        return Failure(kCodeUnsuccessful);
+    constexpr size_t kHead = offsetof(DAV_REVERSE_LOOKUP, DirPath);
+    const size_t needed = std::max(kHead + (units + 1) * sizeof(WCHAR), sizeof(DAV_REVERSE_LOOKUP));
+    if (*length < needed) {
+        *length = static_cast<UINT32>(needed);
+        return Failure(kCodeBufferTooSmall);
+    }
+    auto* const record = static_cast<DAV_REVERSE_LOOKUP*>(out);
+    std::memset(out, 0, needed);
+    record->SockaddrLen = 16; // of an IPv4 socket address: family, port, address, padding
+    record->Sockaddr[0] = 2;
+    std::memcpy(record->Sockaddr + 4, node_.GetStore().Settings().serverAddress, 4);
+    std::memcpy(static_cast<char*>(out) + kHead, wide.data(), units * sizeof(WCHAR));
+    *length = static_cast<UINT32>(needed);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS FileCollection::EmitDeleted(UINT32* length, void* out)
+{
+    if (node_.IsRoot() || node_.IsDeleted() || !node_.GetVolume().Meta())
+        return Failure(kCodeNoMoreEntries);
+    const Volume& volume = node_.GetVolume();
+    std::unique_ptr<MetadataSession> session;
+    if (!volume.Meta()->MayHaveDeleted())
+        return Failure(kCodeNoMoreEntries);
+    if (const TALSTATUS status = Store::OpenMetadata(volume, &session); Failed(status))
+        return status;
+    for (DeletedEntry entry{lastDeleted_, {}, {}, 0};; lastDeleted_ = entry.id) {
+        if (const TALSTATUS status = session->NextDeleted(node_.Path(), entry.id, &entry);
+            Failed(status))
+            return status;
+        const std::string stored = std::to_string(entry.id);
+        FileInfo info;
+        // One that is being deleted or purged at this moment has an entry and no file, or none of
+        // a kind that is served.
+        if (volume.Fs().InspectAt(volume.Deleted(), stored.c_str(), &info) != 0 ||
+            (!info.isDirectory && !info.isRegular))
+            continue;
+        info.created = volume.CreatedOfChild(volume.Deleted(), stored.c_str(), info);
+        bool hidden = false;
+        if (volume.MayHaveProperties())
+            (void)session->IsHidden(".kest/deleted/" + stored, &hidden); // else shown
+        const TALSTATUS status = PackDeleted(entry, info, hidden, length, out);
+        if (!Failed(status))
+            lastDeleted_ = entry.id;
+        return status;
+    }
+}
+
+TALSTATUS FileCollection::PackDeleted(const DeletedEntry& entry, const FileInfo& info, bool hidden,
+                                      UINT32* length, void* out)
+{
+    WCHAR name[kMaxNameBytes];
+    size_t units = 0;
+    if (!ToUtf16(entry.name.data(), entry.name.size(), name, kMaxNameBytes, &units))
+        return Failure(kCodeUnsuccessful);
+    constexpr size_t kHead =
+        offsetof(DAV_DELETED_ENTRY, Enum) + offsetof(DAV_COMMON_ENUM, DisplayName);
+    const size_t needed = std::max(kHead + units * sizeof(WCHAR), sizeof(DAV_DELETED_ENTRY));
+    if (*length < needed) {
+        *length = static_cast<UINT32>(needed);
+        return Failure(kCodeBufferTooSmall);
+    }
+    // Escaped: pages put it into links as it is.
+    const std::string uri =
+        Store::ModulePath() + EncodePercent("/" + node_.GetVolume().Name() + "/.kest/deleted/" +
+                                            std::to_string(entry.id) + "/" + entry.name);
+    deletedUri_.assign(uri.begin(), uri.end()); // the moniker apart, all ASCII
+    auto* const record = static_cast<DAV_DELETED_ENTRY*>(out);
+    record->FileID = static_cast<UINT64>(entry.id);
+    record->DeleteTime = entry.time;
+    record->DeletorID = 0; // users have no numbers here
+    Fill(info, &record->Enum);
+    if (hidden)
+        record->Enum.Attributes |= kAttributeHidden;
+    record->Enum.State = 1;
+    record->Enum.URILength = static_cast<UINT32>(deletedUri_.size() * sizeof(WCHAR));
+    record->Enum.pURI = deletedUri_.data();
+    record->Enum.DisplayNameLength = static_cast<UINT32>(units * sizeof(WCHAR));
+    std::memcpy(static_cast<char*>(out) + kHead, name, units * sizeof(WCHAR));
+    *length = static_cast<UINT32>(needed);
+    return TAL_STATUS_SUCCESS;
 }
 
 } // namespace filestore

@@ -5,9 +5,11 @@
 
 #include <optional>
 #include <string>
+#include <unordered_set>
 
 #include <kest/dav.h>
 
+#include "providers/filestore/node.h"
 #include "providers/filestore/object.h"
 #include "providers/filestore/store.h"
 
@@ -15,7 +17,7 @@ namespace filestore {
 
 class FileCollection final : public Object<FileCollection, IKestDAVCollection2> {
   public:
-    explicit FileCollection(Store& store) : store_(store) {}
+    explicit FileCollection(Store& store) : node_(store) {}
 
     TALSTATUS Associate(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override;
     TALSTATUS GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer) override;
@@ -42,11 +44,15 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
     TALSTATUS ListNames();
     TALSTATUS Emit(UINT32* size, DAV_COMMON_ENUM* buffer);
     bool Describe(const char* name, DAV_COMMON_ENUM* out);
+    bool InspectChild(const char* name, FileInfo* info) const;
+    TALSTATUS PackDeleted(const DeletedEntry& entry, const FileInfo& info, bool hidden,
+                          UINT32* length, void* out);
 
-    Store& store_;
-    bool associated_ = false;
-    Volume* volume_ = nullptr; // null: the root
-    std::string path_;
+    TALSTATUS Open(SCHANDLE session, const UNICODE_STRING* path, const DAV_LOCK_TOKEN* token);
+    TALSTATUS LocateMembers(UINT32* length, void* out) const;
+    TALSTATUS EmitDeleted(UINT32* length, void* out);
+
+    Node node_; // bound while associated
     OpenFile directory_;
     FileInfo info_;
     // The listing: names are taken once and sorted, everything else about a child is asked when its
@@ -54,6 +60,10 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
     std::optional<NameList> names_;
     size_t next_ = 0;
     bool hasKeptDates_ = false;
+    std::unordered_set<std::string> hidden_; // children that are
+    // The list of deleted children: the last one given out, and the URI that its record points at.
+    INT64 lastDeleted_ = 0;
+    std::u16string deletedUri_;
 };
 
 } // namespace filestore

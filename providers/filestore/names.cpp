@@ -61,6 +61,13 @@ int HexDigit(char c)
 
 } // namespace
 
+size_t DecodeCodePoint(std::string_view text, UINT32* out)
+{
+    return text.empty()
+               ? 0
+               : DecodeOne(reinterpret_cast<const unsigned char*>(text.data()), text.size(), out);
+}
+
 bool ToUtf8(const WCHAR* in, size_t units, char* out, size_t room, size_t* used)
 {
     size_t n = 0;

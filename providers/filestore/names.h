@@ -23,6 +23,10 @@ inline constexpr std::string_view kPrivateDirectory = ".kest";
 [[nodiscard]] bool ToUtf8(const WCHAR* in, size_t units, char* out, size_t room, size_t* used);
 [[nodiscard]] bool ToUtf16(const char* in, size_t bytes, WCHAR* out, size_t room, size_t* used);
 
+// Reads the first code point of `text` (no overlong forms, no surrogates). The number of its bytes,
+// or 0 when there is none or it is malformed.
+[[nodiscard]] size_t DecodeCodePoint(std::string_view text, UINT32* out);
+
 // Whether a component can be sent in a reply and was not made up to mislead: well-formed UTF-8
 // without control characters and non-characters, 1 to 255 bytes, not "." or "..".
 [[nodiscard]] bool IsServableName(std::string_view name);

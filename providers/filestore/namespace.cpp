@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/namespace.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/guard.h"
+#include "providers/filestore/locks.h"
 #include "providers/filestore/recent.h"
+#include "providers/filestore/trees.h"
 
 namespace filestore {
 
@@ -72,14 +77,15 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
     return status;
 }
 
-TALSTATUS FileNamespace::MkCol(SCHANDLE, DAV_LOCK_TOKEN*, UNICODE_STRING* path)
+TALSTATUS FileNamespace::MkCol(SCHANDLE hSession, DAV_LOCK_TOKEN* token, UNICODE_STRING* path)
 {
     if (!path)
         return Failure(kCodeInvalidParameter);
-    return Protected([&] { return MakeCollection(path); });
+    return Protected([&] { return MakeCollection(hSession, token, path); });
 }
 
-TALSTATUS FileNamespace::MakeCollection(const UNICODE_STRING* path)
+TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* token,
+                                        const UNICODE_STRING* path)
 {
     recent::Drop();
     Target target;
@@ -92,53 +98,194 @@ TALSTATUS FileNamespace::MakeCollection(const UNICODE_STRING* path)
         return Failure(kCodeAccessDenied);
     OpenFile parent;
     int error = volume.OpenParent(target.path.View(), &parent);
-    if (error == ENOENT || error == ENOTDIR)
-        return Failure(kCodeConflict);
-    if (error == 0)
-        error = volume.Fs().MakeDirectory(parent.Get(),
-                                          std::string(LeafOf(target.path.View())).c_str());
+    if (error)
+        return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
+                                                   : StatusFromErrno(error);
+    const Guard guard(store_, session, token);
+    TALSTATUS status = guard.CheckConditions();
+    if (!Failed(status))
+        status = guard.CheckLocks(volume, target.path.View(), Reach::Membership);
+    if (Failed(status))
+        return status;
+    const std::string leaf(LeafOf(target.path.View()));
+    error = volume.Fs().MakeDirectory(parent.Get(), leaf.c_str());
     if (error == 0)
         error = volume.SyncNames(parent.Get());
-    return StatusFromErrno(error);
+    if (error || !volume.MayHaveProperties())
+        return StatusFromErrno(error);
+    // Of something that bore the name and went without our doing.
+    std::unique_ptr<MetadataSession> metadata;
+    bool any = false;
+    status = Store::OpenMetadata(volume, &metadata);
+    if (!Failed(status))
+        status = metadata->HasAny(target.path.View(), &any);
+    return Failed(status) || !any ? status : metadata->ForgetTree(target.path.View());
 }
 
-TALSTATUS FileNamespace::Copy(SCHANDLE, BOOLEAN, INT32, UNICODE_STRING*, UNICODE_STRING*,
-                              DAV_LOCK_TOKEN*, DAV_ERROR_ID*)
+// A source that has been deleted is one that may be restored; a destination never has been.
+TALSTATUS FileNamespace::LocateEnds(const UNICODE_STRING* source, const UNICODE_STRING* destination,
+                                    Target* from, Target* to) const
 {
-    return Failure(kCodeNotImplemented);
+    recent::Drop();
+    const TALSTATUS status = store_.Locate(source, from);
+    return Failed(status) ? status : store_.LocateNew(destination, to);
 }
 
-TALSTATUS FileNamespace::Delete(SCHANDLE, UNICODE_STRING*, DAV_LOCK_TOKEN*, DAV_ERROR_ID*)
+TALSTATUS FileNamespace::Copy(SCHANDLE hSession, BOOLEAN overwrite, INT32 depth,
+                              UNICODE_STRING* source, UNICODE_STRING* destination,
+                              DAV_LOCK_TOKEN* token, DAV_ERROR_ID* errorId)
 {
-    return Failure(kCodeNotImplemented);
+    if (errorId)
+        *errorId = 0;
+    return Protected([&] {
+        Target from, to;
+        const TALSTATUS status = LocateEnds(source, destination, &from, &to);
+        return Failed(status) ? status
+                              : CopyTree(store_, Guard(store_, hSession, token), overwrite != 0,
+                                         depth == 0, from, to);
+    });
 }
 
-TALSTATUS FileNamespace::Move(SCHANDLE, BOOLEAN, INT32, UNICODE_STRING*, UNICODE_STRING*,
-                              DAV_LOCK_TOKEN*, DAV_ERROR_ID*)
+TALSTATUS FileNamespace::Move(SCHANDLE hSession, BOOLEAN overwrite, INT32, UNICODE_STRING* source,
+                              UNICODE_STRING* destination, DAV_LOCK_TOKEN* token,
+                              DAV_ERROR_ID* errorId)
 {
-    return Failure(kCodeNotImplemented);
+    if (errorId)
+        *errorId = 0;
+    return Protected([&] {
+        Target from, to;
+        const TALSTATUS status = LocateEnds(source, destination, &from, &to);
+        return Failed(status)
+                   ? status
+                   : MoveTree(store_, Guard(store_, hSession, token), overwrite != 0, from, to);
+    });
 }
 
-TALSTATUS FileNamespace::Lock(SCHANDLE, INT32, INT64, DAV_LOCK_SCOPE, DAV_LOCK_TYPE,
-                              UNICODE_STRING*, STRING*, DAV_LOCK_TOKEN*, DAV_ERROR_ID*)
+TALSTATUS FileNamespace::Delete(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token,
+                                DAV_ERROR_ID* errorId)
 {
-    return Failure(kCodeNotImplemented);
+    if (errorId)
+        *errorId = 0;
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        const TALSTATUS status = store_.Locate(path, &target);
+        return Failed(status) ? status : DeleteTree(store_, Guard(store_, hSession, token), target);
+    });
 }
 
-TALSTATUS FileNamespace::LockRefresh(SCHANDLE, DAV_DATETIME, UNICODE_STRING*, DAV_LOCK_TOKEN*,
-                                     DAV_LOCK_2*)
+TALSTATUS FileNamespace::Lock(SCHANDLE hSession, INT32 depth, INT64 timeout, DAV_LOCK_SCOPE scope,
+                              DAV_LOCK_TYPE type, UNICODE_STRING* path, STRING* owner,
+                              DAV_LOCK_TOKEN* token, DAV_ERROR_ID* errorId)
 {
-    return Failure(kCodeNotImplemented);
+    constexpr UINT16 kTokenBytes = 36;
+    if (errorId)
+        *errorId = 0;
+    if (!token || !token->Buffer)
+        return Failure(kCodeInvalidParameter);
+    if (token->MaximumLength < kTokenBytes)
+        return Failure(kCodeBufferTooSmall);
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        // The token is where the new one goes; none is handed in.
+        const Guard guard(store_, hSession, nullptr);
+        LockRequest request{depth, timeout, scope, type, {}};
+        if (owner && owner->Buffer)
+            request.owner = {owner->Buffer, owner->Length};
+        std::string made;
+        TALSTATUS status = store_.LocateNew(path, &target);
+        if (!Failed(status))
+            status = MakeLock(store_, guard, target, request, &made);
+        if (Failed(status))
+            return status;
+        std::memcpy(token->Buffer, made.data(), made.size());
+        token->Length = static_cast<UINT16>(made.size());
+        return status;
+    });
 }
 
-TALSTATUS FileNamespace::Unlock(SCHANDLE, UNICODE_STRING*, DAV_LOCK_TOKEN*)
+TALSTATUS FileNamespace::LockRefresh(SCHANDLE hSession, DAV_DATETIME timeout, UNICODE_STRING* path,
+                                     DAV_LOCK_TOKEN* token, DAV_LOCK_2* lock)
 {
-    return Failure(kCodeNotImplemented);
+    if (!lock)
+        return Failure(kCodeInvalidParameter);
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        LockRecord record;
+        const Guard guard(store_, hSession, token);
+        TALSTATUS status = store_.Locate(path, &target);
+        if (!Failed(status))
+            status = RefreshLock(store_, guard, target, static_cast<INT64>(timeout), &record);
+        UINT32 size = kLockRecordBytes;
+        return Failed(status) ? status : DescribeLock(record, store_.Now(), &size, lock);
+    });
 }
 
-TALSTATUS FileNamespace::IoctlRequest(SCHANDLE, UINT32, UINT32, void*, UINT32*, void*)
+TALSTATUS FileNamespace::Unlock(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token)
 {
-    return Failure(kCodeNotImplemented);
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        const Guard guard(store_, hSession, token);
+        const std::string_view text =
+            token && token->Buffer ? std::string_view(token->Buffer, token->Length) : "";
+        const TALSTATUS status = store_.Locate(path, &target);
+        return Failed(status) ? status : ReleaseLock(store_, guard, target, text);
+    });
+}
+
+TALSTATUS FileNamespace::IoctlRequest(SCHANDLE, UINT32 code, UINT32 inputLength, void* input,
+                                      UINT32* outputLength, void* output)
+{
+    return Protected([&] {
+        switch (code) {
+        case kIoctlListLocks: {
+            UINT32 index = 0;
+            if (inputLength != sizeof index || !input || !outputLength || !output)
+                return Failure(kCodeInvalidParameter);
+            std::memcpy(&index, input, sizeof index);
+            return ListLock(index, outputLength, output);
+        }
+        case kIoctlBreakLock:
+            return input ? BreakLock(store_, {static_cast<const char*>(input), inputLength})
+                         : Failure(kCodeInvalidParameter);
+        default:
+            return Failure(kCodeNotImplemented);
+        }
+    });
+}
+
+TALSTATUS FileNamespace::ListLock(UINT32 index, UINT32* length, void* out) const
+{
+    LockRecord lock;
+    const Volume* volume = nullptr;
+    if (const TALSTATUS status = LockByIndex(store_, index, &lock, &volume); Failed(status))
+        return status;
+    const std::string path = "/" + volume->Name() + (lock.path.empty() ? "" : "/") + lock.path;
+    constexpr size_t kHead = offsetof(DAV_LOCK_INFO, Text);
+    const std::string text = lock.token + path + lock.creator + lock.owner;
+    const size_t needed = std::max(kHead + text.size(), sizeof(DAV_LOCK_INFO));
+    if (*length < needed) {
+        *length = static_cast<UINT32>(needed);
+        return Failure(kCodeBufferTooSmall);
+    }
+    const UINT64 now = store_.Now();
+    auto* const record = static_cast<DAV_LOCK_INFO*>(out);
+    record->Timeout = lock.expires == kNever
+                          ? -1
+                          : static_cast<INT64>(lock.expires - std::min(now, lock.expires));
+    record->Scope = lock.scope;
+    record->Type = lock.type;
+    record->Depth = lock.depth;
+    record->TokenLength = static_cast<UINT32>(lock.token.size());
+    record->PathLength = static_cast<UINT32>(path.size());
+    record->CreatorLength = static_cast<UINT32>(lock.creator.size());
+    record->OwnerLength = static_cast<UINT32>(lock.owner.size());
+    std::memcpy(static_cast<char*>(out) + kHead, text.data(), text.size());
+    *length = static_cast<UINT32>(needed);
+    return TAL_STATUS_SUCCESS;
 }
 
 } // namespace filestore

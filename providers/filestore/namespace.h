@@ -40,7 +40,11 @@ class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
 
   private:
     TALSTATUS TypeOf(const UNICODE_STRING* path, DAV_TYPE* type);
-    TALSTATUS MakeCollection(const UNICODE_STRING* path);
+    TALSTATUS MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* token,
+                             const UNICODE_STRING* path);
+    TALSTATUS LocateEnds(const UNICODE_STRING* source, const UNICODE_STRING* destination,
+                         Target* from, Target* to) const;
+    TALSTATUS ListLock(UINT32 index, UINT32* length, void* out) const;
 
     Store& store_;
 };

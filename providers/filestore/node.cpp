@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/node.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "providers/filestore/failures.h"
+#include "providers/filestore/locks.h"
 #include "providers/filestore/upload.h"
 
 namespace filestore {
@@ -19,6 +21,44 @@ TALSTATUS Settle(const Volume& volume, FileHandle file, int error)
             error = 0;
     }
     return StatusFromErrno(error);
+}
+
+TALSTATUS PropertyName(const UNICODE_STRING* name, std::string* out)
+{
+    if (!name || !name->Buffer || name->Length == 0)
+        return Failure(kCodeInvalidParameter);
+    out->resize(name->Length / sizeof(WCHAR) * 3);
+    size_t used = 0;
+    if (!ToUtf8(name->Buffer, name->Length / sizeof(WCHAR), out->data(), out->size(), &used) ||
+        used > kMaxPropertyNameBytes)
+        return Failure(kCodeInvalidRequest);
+    out->resize(used);
+    return TAL_STATUS_SUCCESS;
+}
+
+// Packs a property: the value, then the name on an even offset.
+TALSTATUS PackProperty(const Property& property, UINT32* size, DAV_NAMED_PROPERTY* out)
+{
+    std::u16string name(property.name.size(), u'\0');
+    size_t units = 0;
+    if (!ToUtf16(property.name.data(), property.name.size(), name.data(), name.size(), &units))
+        return Failure(kCodeUnsuccessful);
+    constexpr size_t kHead = offsetof(DAV_NAMED_PROPERTY, Value);
+    const size_t nameOffset = kHead + (property.value.size() + 1) / 2 * 2;
+    const size_t needed = std::max(nameOffset + units * sizeof(WCHAR), sizeof(DAV_NAMED_PROPERTY));
+    if (*size < needed) {
+        *size = static_cast<UINT32>(needed);
+        return Failure(kCodeBufferTooSmall);
+    }
+    char* const record = reinterpret_cast<char*>(out);
+    out->NextEntryOffset = 0;
+    out->NameLength = static_cast<UINT32>(units * sizeof(WCHAR));
+    out->NameOffset = static_cast<UINT32>(nameOffset);
+    out->ValueLength = static_cast<UINT32>(property.value.size());
+    std::memcpy(record + kHead, property.value.data(), property.value.size());
+    std::memcpy(record + nameOffset, name.data(), units * sizeof(WCHAR));
+    *size = static_cast<UINT32>(needed);
+    return TAL_STATUS_SUCCESS;
 }
 
 } // namespace
@@ -52,36 +92,200 @@ UINT32 AttributesOf(const FileInfo& info)
     return IsReadOnly(info) ? kAttributeReadOnly : 0;
 }
 
-TALSTATUS SetCreated(const Volume& volume, std::string_view path, FileHandle file, UINT64 date)
+TALSTATUS SetHidden(const Volume& volume, std::string_view path, bool on)
 {
-    if (!volume.IsWritable())
-        return Failure(kCodeAccessDenied);
-    OpenFile parent;
-    int error = path.empty() ? volume.Fs().Open("", OpenFor::Directory, parent.Out(volume.Fs()))
-                             : volume.OpenParent(path, &parent);
-    if (error == 0)
-        error = volume.KeepCreated(file, parent.Get(), date);
-    return Settle(volume, file, error);
-}
-
-TALSTATUS SetModified(const Volume& volume, FileHandle file, UINT64 date)
-{
-    if (!volume.IsWritable())
-        return Failure(kCodeAccessDenied);
-    return Settle(volume, file, volume.Fs().SetModified(file, date));
-}
-
-TALSTATUS SetAttributes(const Volume& volume, FileHandle file, FileInfo* info, UINT32 attributes)
-{
-    if (!volume.IsWritable())
-        return Failure(kCodeAccessDenied);
-    const UINT32 mode = WithReadOnly(info->mode, (attributes & kAttributeReadOnly) != 0);
-    if (mode == info->mode)
+    if (!on && !volume.MayHaveProperties())
         return TAL_STATUS_SUCCESS;
-    const int error = volume.Fs().SetMode(file, mode);
+    std::unique_ptr<MetadataSession> session;
+    bool isHidden = false;
+    TALSTATUS status = Store::OpenMetadata(volume, &session);
+    if (!Failed(status))
+        status = session->IsHidden(path, &isHidden);
+    return Failed(status) || isHidden == on ? status : session->SetHidden(path, on);
+}
+
+void Node::Bind(SCHANDLE session, const Target& target, const DAV_LOCK_TOKEN* token)
+{
+    volume_ = target.volume;
+    path_ = target.path.View();
+    deletedId_ = target.deletedId;
+    if (target.IsDeletedEntry())
+        shownName_ = target.deletedName;
+    else
+        shownName_.clear();
+    session_ = session;
+    token_.assign(token && token->Buffer ? token->Buffer : "", token ? token->Length : 0);
+    locks_.clear();
+    nextLock_ = 0;
+    lastProperty_ = 0;
+    bound_ = true;
+}
+
+Guard Node::MakeGuard() const
+{
+    DAV_LOCK_TOKEN token{};
+    token.Buffer = const_cast<char*>(token_.data()); // only read
+    token.Length = token.MaximumLength = static_cast<UINT16>(token_.size());
+    return Guard(store_, session_, &token);
+}
+
+TALSTATUS Node::CheckChange() const
+{
+    if (!volume_ || deletedId_ || !volume_->IsWritable())
+        return Failure(kCodeAccessDenied);
+    const Guard guard = MakeGuard();
+    const TALSTATUS status = guard.CheckConditions();
+    return Failed(status) ? status : guard.CheckLocks(*volume_, path_, Reach::Self);
+}
+
+TALSTATUS Node::GetDisplayName(UNICODE_STRING* out) const
+{
+    if (!volume_)
+        return PutName("/", out);
+    if (!shownName_.empty())
+        return PutName(shownName_, out);
+    return PutName(path_.empty() ? std::string_view(volume_->Name()) : LeafOf(path_), out);
+}
+
+TALSTATUS Node::GetAttributes(const FileInfo& info, UINT32* attributes) const
+{
+    if (!volume_) {
+        *attributes = kAttributeReadOnly;
+        return TAL_STATUS_SUCCESS;
+    }
+    *attributes = AttributesOf(info);
+    if (!KeepsProperties())
+        return TAL_STATUS_SUCCESS;
+    std::unique_ptr<MetadataSession> session;
+    bool hidden = false;
+    TALSTATUS status = Store::OpenMetadata(*volume_, &session);
+    if (!Failed(status))
+        status = session->IsHidden(path_, &hidden);
+    if (hidden)
+        *attributes |= kAttributeHidden;
+    return status;
+}
+
+TALSTATUS Node::SetCreated(FileHandle file, UINT64 date) const
+{
+    if (const TALSTATUS status = CheckChange(); Failed(status))
+        return status;
+    OpenFile parent;
+    int error = path_.empty()
+                    ? volume_->Fs().Open("", OpenFor::Directory, parent.Out(volume_->Fs()))
+                    : volume_->OpenParent(path_, &parent);
     if (error == 0)
+        error = volume_->KeepCreated(file, parent.Get(), date);
+    return Settle(*volume_, file, error);
+}
+
+TALSTATUS Node::SetModified(FileHandle file, UINT64 date) const
+{
+    if (const TALSTATUS status = CheckChange(); Failed(status))
+        return status;
+    return Settle(*volume_, file, volume_->Fs().SetModified(file, date));
+}
+
+TALSTATUS Node::SetAttributes(FileHandle file, FileInfo* info, UINT32 attributes) const
+{
+    if (const TALSTATUS status = CheckChange(); Failed(status))
+        return status;
+    const UINT32 mode = WithReadOnly(info->mode, (attributes & kAttributeReadOnly) != 0);
+    if (mode != info->mode) {
+        if (const int error = volume_->Fs().SetMode(file, mode))
+            return StatusFromErrno(error);
         info->mode = mode;
-    return Settle(volume, file, error);
+        if (const TALSTATUS status = Settle(*volume_, file, 0); Failed(status))
+            return status;
+    }
+    return SetHidden(*volume_, path_, (attributes & kAttributeHidden) != 0);
+}
+
+TALSTATUS Node::GetFirstLock(UINT32* size, DAV_LOCK_2* buffer)
+{
+    locks_.clear();
+    nextLock_ = 0;
+    if (volume_ && volume_->MayHaveLocks()) {
+        std::unique_ptr<MetadataSession> session;
+        TALSTATUS status = Store::OpenMetadata(*volume_, &session);
+        if (!Failed(status))
+            status = CoveringLocks(*session, path_, store_.Now(), &locks_);
+        if (Failed(status))
+            return status;
+    }
+    return GetNextLock(size, buffer);
+}
+
+TALSTATUS Node::GetNextLock(UINT32* size, DAV_LOCK_2* buffer)
+{
+    if (nextLock_ == locks_.size())
+        return Failure(kCodeNoMoreEntries);
+    const TALSTATUS status = DescribeLock(locks_[nextLock_], store_.Now(), size, buffer);
+    if (!Failed(status))
+        ++nextLock_;
+    return status;
+}
+
+TALSTATUS Node::GetFirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
+{
+    lastProperty_ = 0;
+    return GetNextProperty(size, buffer);
+}
+
+TALSTATUS Node::GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
+{
+    if (!KeepsProperties())
+        return Failure(kCodeNoMoreEntries);
+    std::unique_ptr<MetadataSession> session;
+    Property property;
+    TALSTATUS status = Store::OpenMetadata(*volume_, &session);
+    if (!Failed(status))
+        status = session->NextProperty(path_, lastProperty_, &property);
+    if (!Failed(status))
+        status = PackProperty(property, size, buffer);
+    if (!Failed(status))
+        lastProperty_ = property.order;
+    return status;
+}
+
+TALSTATUS Node::GetNamedProperty(const UNICODE_STRING* name, UINT32* length, char* value) const
+{
+    std::string key, found;
+    if (const TALSTATUS status = PropertyName(name, &key); Failed(status))
+        return status;
+    if (!KeepsProperties())
+        return Failure(kCodeNotFound);
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = Store::OpenMetadata(*volume_, &session);
+    if (!Failed(status))
+        status = session->GetProperty(path_, key, &found);
+    if (Failed(status))
+        return status;
+    const UINT32 room = *length;
+    *length = static_cast<UINT32>(found.size());
+    if (room < found.size())
+        return Failure(kCodeBufferTooSmall);
+    std::memcpy(value, found.data(), found.size());
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Node::SetNamedProperty(const UNICODE_STRING* name, UINT32 length, const char* value) const
+{
+    std::string key;
+    if (const TALSTATUS status = PropertyName(name, &key); Failed(status))
+        return status;
+    if (value && length > kMaxPropertyBytes)
+        return Failure(kCodeStorageFull);
+    if (const TALSTATUS status = CheckChange(); Failed(status))
+        return status;
+    if (!value && !KeepsProperties())
+        return TAL_STATUS_SUCCESS; // removing what is not there is no failure (RFC 4918 14.23)
+    std::unique_ptr<MetadataSession> session;
+    const TALSTATUS status = Store::OpenMetadata(*volume_, &session);
+    if (Failed(status))
+        return status;
+    return value ? session->SetProperty(path_, key, {value, length})
+                 : session->RemoveProperty(path_, key);
 }
 
 } // namespace filestore

@@ -2,10 +2,15 @@
 #include "providers/filestore/resource.h"
 
 #include "providers/filestore/callcontext.h"
-#include "providers/filestore/node.h"
 #include "providers/filestore/recent.h"
 
 namespace filestore {
+
+namespace {
+
+constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
+
+} // namespace
 
 FileResource::~FileResource()
 {
@@ -15,136 +20,183 @@ FileResource::~FileResource()
 void FileResource::CloseAll()
 {
     if (upload_) {
-        TALSTATUS status = Failure(kCodeInvalidRequest); // a body that broke off
-        if (call::UploadArrived())
-            status = Protected([&] { return upload_->Commit(); });
+        const TALSTATUS status = Protected([&] { return FinishUpload(); });
         if (Failed(status))
             call::ReportFailure(status);
         upload_.reset();
     }
+    uploadHidden_.reset();
     file_.Reset();
-    volume_ = nullptr;
+    node_.Unbind();
 }
 
-TALSTATUS FileResource::Ready() const
+TALSTATUS FileResource::FinishUpload()
 {
-    return volume_ ? TAL_STATUS_SUCCESS : Failure(kCodeInvalidParameter);
+    if (!call::UploadArrived())
+        return Failure(kCodeInvalidRequest); // the body broke off
+    // What may take long comes before the locks are asked again.
+    if (const TALSTATUS status = upload_->Finish(); Failed(status))
+        return status;
+    const TALSTATUS status = PublishUpload();
+    if (!Failed(status) && uploadHidden_)
+        return SetHidden(node_.GetVolume(), node_.Path(), *uploadHidden_);
+    return status;
 }
 
-TALSTATUS FileResource::Associate(SCHANDLE, BOOLEAN create, DAV_OPEN_ACCESS access, DAV_SHARE_MODE,
-                                  DAV_OPEN_FLAGS, UNICODE_STRING* path, DAV_LOCK_TOKEN*)
+// Puts the content in place if no lock has come in between. The question and the rename are one
+// step wherever there are locks; where there are none, the time between the look and the rename is
+// shorter than any client needs to take a lock and hear of it.
+TALSTATUS FileResource::PublishUpload()
+{
+    Volume& volume = node_.GetVolume();
+    const bool isStale = !upload_->IsReplacing() && volume.MayHaveProperties();
+    if (!volume.MayHaveLocks() && !isStale)
+        return upload_->Publish();
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = Store::OpenMetadata(volume, &session);
+    bool forget = false;
+    if (!Failed(status) && isStale) // of a file that went without our doing
+        status = session->HasAny(node_.Path(), &forget);
+    if (!Failed(status))
+        status = session->Begin();
+    if (!Failed(status))
+        status = node_.MakeGuard().CheckLocks(
+            *session, node_.Path(), upload_->IsReplacing() ? Reach::Self : Reach::Membership);
+    if (!Failed(status) && forget)
+        status = session->ForgetTree(node_.Path());
+    if (!Failed(status))
+        status = upload_->Publish();
+    return Failed(status) ? status : session->Commit();
+}
+
+TALSTATUS FileResource::Associate(SCHANDLE hSession, BOOLEAN create, DAV_OPEN_ACCESS access,
+                                  DAV_SHARE_MODE, DAV_OPEN_FLAGS, UNICODE_STRING* path,
+                                  DAV_LOCK_TOKEN* token)
 {
     return Protected([&] {
         CloseAll(); // a second Associate, as after a probe, starts over
-        return create ? Create(path) : Open(access, path);
+        return create ? Create(hSession, path, token) : Open(hSession, access, path, token);
     });
 }
 
-TALSTATUS FileResource::Open(DAV_OPEN_ACCESS access, const UNICODE_STRING* path)
+TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNICODE_STRING* path,
+                             const DAV_LOCK_TOKEN* token)
 {
     Target target;
-    if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+    if (const TALSTATUS status = node_.GetStore().Locate(path, &target); Failed(status))
         return status;
     if (target.IsRoot())
         return Failure(kCodeMethodNotAllowed);
     if (!recent::Take(target, &file_, &info_))
-        if (const TALSTATUS status = store_.OpenExisting(&target, OpenFor::Reading, &file_, &info_);
+        if (const TALSTATUS status =
+                node_.GetStore().OpenExisting(&target, OpenFor::Reading, &file_, &info_);
             Failed(status))
             return status;
     if (info_.isDirectory && access == kAccessReadContent) {
         file_.Reset();
         return Failure(kCodeMethodNotAllowed);
     }
-    path_ = target.path.View();
-    volume_ = target.volume;
+    node_.Bind(session, target, token);
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS FileResource::Create(const UNICODE_STRING* path)
+TALSTATUS FileResource::Create(SCHANDLE session, const UNICODE_STRING* path,
+                               const DAV_LOCK_TOKEN* token)
 {
     recent::Drop();
     Target target;
-    if (const TALSTATUS status = store_.LocateNew(path, &target); Failed(status))
+    if (const TALSTATUS status = node_.GetStore().LocateNew(path, &target); Failed(status))
         return status;
-    path_ = target.path.View();
-    volume_ = target.volume;
+    node_.Bind(session, target, token);
     const TALSTATUS status = StartUpload(false);
     if (Failed(status))
-        volume_ = nullptr;
+        node_.Unbind();
     return status;
 }
 
+// Locks and conditions are asked before a byte is taken: a client is not to send a long body in
+// vain.
 TALSTATUS FileResource::StartUpload(bool keepContent)
 {
-    upload_.emplace(*volume_);
-    const TALSTATUS status = keepContent ? upload_->BeginWithContent(path_, file_.Get(), info_.size)
-                                         : upload_->Begin(path_);
+    if (node_.IsDeleted())
+        return Failure(kCodeAccessDenied);
+    const Guard guard = node_.MakeGuard();
+    if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
+        return status;
+    upload_.emplace(node_.GetVolume());
+    TALSTATUS status = keepContent
+                           ? upload_->BeginWithContent(node_.Path(), file_.Get(), info_.size)
+                           : upload_->Begin(node_.Path());
+    if (!Failed(status))
+        status = guard.CheckLocks(node_.GetVolume(), node_.Path(),
+                                  upload_->IsReplacing() ? Reach::Self : Reach::Membership);
     if (Failed(status))
         upload_.reset();
     return status;
 }
 
+// What is there now: the content on its way in, if there is one.
+TALSTATUS FileResource::Inspect(FileInfo* out) const
+{
+    if (!node_.IsBound())
+        return kNotAssociated;
+    *out = info_;
+    return upload_ ? StatusFromErrno(node_.GetVolume().Fs().Inspect(upload_->File(), out))
+                   : TAL_STATUS_SUCCESS;
+}
+
 TALSTATUS FileResource::GetCreationDate(DAV_DATETIME* date)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
-        return status;
+    if (!node_.IsBound())
+        return kNotAssociated;
     if (upload_ && upload_->Created()) {
         *date = *upload_->Created();
         return TAL_STATUS_SUCCESS;
     }
-    return StatusFromErrno(volume_->GetCreated(upload_ ? upload_->File() : file_.Get(), date));
+    return StatusFromErrno(
+        node_.GetVolume().GetCreated(upload_ ? upload_->File() : file_.Get(), date));
 }
 
 TALSTATUS FileResource::GetDisplayName(UNICODE_STRING* name)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
-        return status;
-    return PutName(path_.empty() ? std::string_view(volume_->Name()) : LeafOf(path_), name);
+    return node_.IsBound() ? node_.GetDisplayName(name) : kNotAssociated;
 }
 
 TALSTATUS FileResource::GetETag(DAV_ETAG* etag)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
+    FileInfo info;
+    if (const TALSTATUS status = Inspect(&info); Failed(status))
         return status;
-    FileInfo info = info_;
-    if (upload_)
-        if (const int error = volume_->Fs().Inspect(upload_->File(), &info))
-            return StatusFromErrno(error);
     *etag = ETagOf(info);
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileResource::GetModificationDate(DAV_DATETIME* date)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
+    FileInfo info;
+    if (const TALSTATUS status = Inspect(&info); Failed(status))
         return status;
-    FileInfo info = info_;
-    if (upload_)
-        if (const int error = volume_->Fs().Inspect(upload_->File(), &info))
-            return StatusFromErrno(error);
     *date = info.modified;
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileResource::GetResourceSize(UINT64* size)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
+    FileInfo info;
+    if (const TALSTATUS status = Inspect(&info); Failed(status))
         return status;
-    FileInfo info = info_;
-    if (upload_)
-        if (const int error = volume_->Fs().Inspect(upload_->File(), &info))
-            return StatusFromErrno(error);
     *size = info.isDirectory ? 0 : info.size;
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileResource::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
-        return status;
+    *read = 0;
+    if (!node_.IsBound())
+        return kNotAssociated;
     size_t got = 0;
-    const int error =
-        volume_->Fs().Read(upload_ ? upload_->File() : file_.Get(), offset, buffer, length, &got);
+    const int error = node_.GetVolume().Fs().Read(upload_ ? upload_->File() : file_.Get(), offset,
+                                                  buffer, length, &got);
     *read = static_cast<UINT32>(got);
     return StatusFromErrno(error);
 }
@@ -152,8 +204,8 @@ TALSTATUS FileResource::Read(UINT64 offset, UINT32 length, char* buffer, UINT32*
 TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32* written)
 {
     *written = 0;
-    if (const TALSTATUS status = Ready(); Failed(status))
-        return status;
+    if (!node_.IsBound())
+        return kNotAssociated;
     return Protected([&] {
         if (!upload_) {
             if (info_.isDirectory)
@@ -170,80 +222,94 @@ TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32
 
 TALSTATUS FileResource::SetCreationDate(DAV_DATETIME date)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
-        return status;
+    if (!node_.IsBound())
+        return kNotAssociated;
     if (!upload_)
-        return SetCreated(*volume_, path_, file_.Get(), date);
+        return Protected([&] { return node_.SetCreated(file_.Get(), date); });
     upload_->SetCreated(date);
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileResource::SetModificationDate(DAV_DATETIME date)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
-        return status;
+    if (!node_.IsBound())
+        return kNotAssociated;
     if (!upload_)
-        return SetModified(*volume_, file_.Get(), date);
+        return Protected([&] { return node_.SetModified(file_.Get(), date); });
     upload_->SetModified(date);
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileResource::GetLiveAttributes(UINT32* attributes)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
+    FileInfo info;
+    if (const TALSTATUS status = Inspect(&info); Failed(status))
         return status;
-    *attributes = AttributesOf(info_);
-    return TAL_STATUS_SUCCESS;
+    return Protected([&] { return node_.GetAttributes(info, attributes); });
 }
 
 TALSTATUS FileResource::SetLiveAttributes(UINT32 attributes)
 {
-    if (const TALSTATUS status = Ready(); Failed(status))
-        return status;
+    if (!node_.IsBound())
+        return kNotAssociated;
     if (!upload_)
-        return SetAttributes(*volume_, file_.Get(), &info_, attributes);
+        return Protected([&] { return node_.SetAttributes(file_.Get(), &info_, attributes); });
     upload_->SetReadOnly((attributes & kAttributeReadOnly) != 0);
+    uploadHidden_ = (attributes & kAttributeHidden) != 0;
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS FileResource::GetFirstLock(UINT32*, DAV_LOCK_2*)
+TALSTATUS FileResource::GetFirstLock(UINT32* size, DAV_LOCK_2* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetFirstLock(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileResource::GetNextLock(UINT32*, DAV_LOCK_2*)
+TALSTATUS FileResource::GetNextLock(UINT32* size, DAV_LOCK_2* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetNextLock(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileResource::GetFirstProperty(UINT32*, DAV_NAMED_PROPERTY*)
+TALSTATUS FileResource::GetFirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetFirstProperty(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileResource::GetNextProperty(UINT32*, DAV_NAMED_PROPERTY*)
+TALSTATUS FileResource::GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
 {
-    return Failure(kCodeNoMoreEntries);
+    return node_.IsBound() ? Protected([&] { return node_.GetNextProperty(size, buffer); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileResource::GetNamedProperty(UNICODE_STRING*, UINT32*, char*)
+TALSTATUS FileResource::GetNamedProperty(UNICODE_STRING* name, UINT32* length, char* value)
 {
-    return Failure(kCodeNotFound);
+    return node_.IsBound() ? Protected([&] { return node_.GetNamedProperty(name, length, value); })
+                           : kNotAssociated;
 }
 
-TALSTATUS FileResource::SetNamedProperty(UNICODE_STRING*, UINT32, char*)
+TALSTATUS FileResource::SetNamedProperty(UNICODE_STRING* name, UINT32 length, char* value)
 {
-    return Failure(kCodeNotImplemented);
+    if (!node_.IsBound())
+        return kNotAssociated;
+    if (upload_) // there is nothing yet that a property could be kept for
+        return Failure(kCodeNotSupported);
+    return Protected([&] { return node_.SetNamedProperty(name, length, value); });
 }
 
-TALSTATUS FileResource::SetNamedPropertyEnh(UNICODE_STRING*, UINT32, char*, UINT32*, char*)
+TALSTATUS FileResource::SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
+                                            UINT32* resultLength, char*)
 {
-    return Failure(kCodeNotImplemented);
+    const TALSTATUS status = SetNamedProperty(name, length, value);
+    if (!Failed(status) && resultLength)
+        *resultLength = 0; // there is nothing to tell
+    return status;
 }
 
 TALSTATUS FileResource::IoctlRequest(SCHANDLE, UINT32, UINT32, void*, UINT32*, void*)
 {
-    return Failure(kCodeNotImplemented);
+    return Failure(kCodeNotImplemented); // control codes are for collections
 }
 
 } // namespace filestore

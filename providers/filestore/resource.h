@@ -5,10 +5,10 @@
 #pragma once
 
 #include <optional>
-#include <string>
 
 #include <kest/dav.h>
 
+#include "providers/filestore/node.h"
 #include "providers/filestore/object.h"
 #include "providers/filestore/store.h"
 #include "providers/filestore/upload.h"
@@ -17,7 +17,7 @@ namespace filestore {
 
 class FileResource final : public Object<FileResource, IKestDAVResource2> {
   public:
-    explicit FileResource(Store& store) : store_(store) {}
+    explicit FileResource(Store& store) : node_(store) {}
     // Puts new content in place. What fails here goes to the host: the module has stopped looking.
     ~FileResource();
 
@@ -47,18 +47,20 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
                                   UINT32* resultLength, char* result) override;
 
   private:
-    TALSTATUS Open(DAV_OPEN_ACCESS access, const UNICODE_STRING* path);
-    TALSTATUS Create(const UNICODE_STRING* path);
+    TALSTATUS Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNICODE_STRING* path,
+                   const DAV_LOCK_TOKEN* token);
+    TALSTATUS Create(SCHANDLE session, const UNICODE_STRING* path, const DAV_LOCK_TOKEN* token);
     TALSTATUS StartUpload(bool keepContent);
-    TALSTATUS Ready() const;
+    TALSTATUS FinishUpload();
+    TALSTATUS PublishUpload();
+    TALSTATUS Inspect(FileInfo* out) const;
     void CloseAll();
 
-    Store& store_;
-    Volume* volume_ = nullptr; // null until associated
-    std::string path_;
+    Node node_;     // bound while associated
     OpenFile file_; // what is there now; none while a new name is made
     FileInfo info_;
     std::optional<Upload> upload_;
+    std::optional<bool> uploadHidden_; // asked for while new content is on its way in
 };
 
 } // namespace filestore

@@ -3,12 +3,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cstdio>
 #include <cstring>
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/posixfs.h"
+#include "providers/filestore/purge.h"
+#include "providers/filestore/sqlitemeta.h"
 
 namespace filestore {
 
@@ -16,6 +20,19 @@ namespace {
 
 constexpr WCHAR kStoreKey[] = u"Kest\\Configuration\\FileStore";
 constexpr WCHAR kVolumesKey[] = u"Kest\\Configuration\\FileStore\\Volumes";
+
+// Four decimal numbers with dots between them.
+bool ParseAddress(const std::string& text, UINT8 (&out)[4])
+{
+    unsigned parts[4];
+    char rest = 0;
+    if (std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%c", &parts[0], &parts[1], &parts[2], &parts[3],
+                    &rest) != 4 ||
+        *std::max_element(parts, parts + 4) > 255)
+        return false;
+    std::copy(parts, parts + 4, out);
+    return true;
+}
 
 Store::Options ReadOptions()
 {
@@ -31,6 +48,12 @@ Store::Options ReadOptions()
             Log(kLogError, "'Sync' is \"" + sync +
                                "\"; expected \"none\", \"data\" or \"full\". Using \"data\"");
     }
+    (void)ReadNumber(kStoreKey, u"Keep Deleted", &options.keepDeletedDays); // else the default
+    std::string address;
+    if (ReadText(kStoreKey, u"Server Address", &address) &&
+        !ParseAddress(address, options.serverAddress))
+        Log(kLogError,
+            "'Server Address' is \"" + address + "\"; expected an IPv4 address. Using 127.0.0.1");
     return options;
 }
 
@@ -49,8 +72,8 @@ std::vector<std::unique_ptr<Volume>> OpenVolumes(const Store::Options& options)
                                "': " + std::strerror(error));
             continue;
         }
-        volumes.push_back(
-            std::make_unique<Volume>(std::move(setting.name), std::move(fs), options.sync));
+        volumes.push_back(std::make_unique<Volume>(std::move(setting.name), std::move(fs),
+                                                   options.sync, OpenSqliteMetadata));
     }
     return volumes;
 }
@@ -77,7 +100,9 @@ Store& Store::OfProcess()
     // Never destroyed: opened objects may be released while the process ends.
     static Store* const store = [] {
         const Options options = ReadOptions();
-        return new Store(OpenVolumes(options), options);
+        Store* const made = new Store(OpenVolumes(options), options);
+        made->SetPurger(std::make_unique<Purger>(*made));
+        return made;
     }();
     return *store;
 }
@@ -90,12 +115,9 @@ Volume* Store::FindVolume(std::string_view name) const
     return nullptr;
 }
 
-// Splits "/volume/a/b".
 TALSTATUS Store::Parse(const UNICODE_STRING* path, Target* out, bool* servable) const
 {
     *servable = true;
-    out->volume = nullptr;
-    out->path.Clear();
     if (!path || (path->Length && !path->Buffer))
         return Failure(kCodeInvalidParameter);
     char buffer[2 * kMaxPathBytes];
@@ -105,7 +127,16 @@ TALSTATUS Store::Parse(const UNICODE_STRING* path, Target* out, bool* servable) 
         *servable = false;
         return units * 3 > sizeof buffer ? Failure(kCodeNameTooLong) : TAL_STATUS_SUCCESS;
     }
-    std::string_view text(buffer, length);
+    return Parse(std::string_view(buffer, length), out, servable);
+}
+
+// Splits "/volume/a/b".
+TALSTATUS Store::Parse(std::string_view text, Target* out, bool* servable) const
+{
+    *servable = true;
+    out->volume = nullptr;
+    out->deletedId = 0;
+    out->path.Clear();
     text.remove_prefix(std::min(text.find_first_not_of('/'), text.size()));
     if (text.empty())
         return TAL_STATUS_SUCCESS;
@@ -113,9 +144,84 @@ TALSTATUS Store::Parse(const UNICODE_STRING* path, Target* out, bool* servable) 
     out->volume = FindVolume(text.substr(0, slash));
     if (!out->volume)
         return Failure(kCodeNotFound);
+    constexpr std::string_view kDeleted = "/.kest/deleted/";
+    if (text.substr(slash).starts_with(kDeleted))
+        return ParseDeleted(text.substr(slash + kDeleted.size()), out, servable);
     const PathFit fit = AppendComponents(text.substr(slash), &out->path);
     *servable = fit != PathFit::NotServable;
     return fit == PathFit::TooLong ? Failure(kCodeNameTooLong) : TAL_STATUS_SUCCESS;
+}
+
+// "ID/NAME/…", where the list of deleted entries must know ID under NAME.
+TALSTATUS Store::ParseDeleted(std::string_view rest, Target* out, bool* servable) const
+{
+    *servable = false;
+    const size_t slash = std::min(rest.find('/'), rest.size());
+    INT64 id = 0;
+    const auto parsed = std::from_chars(rest.data(), rest.data() + slash, id);
+    std::string_view name = rest.substr(std::min(slash + 1, rest.size()));
+    const std::string_view below = name.substr(std::min(name.find('/'), name.size()));
+    name.remove_suffix(below.size());
+    std::unique_ptr<MetadataSession> session;
+    DeletedEntry entry;
+    if (parsed.ec != std::errc() || parsed.ptr != rest.data() + slash ||
+        Failed(OpenMetadata(*out->volume, &session)) || Failed(session->FindDeleted(id, &entry)) ||
+        entry.name != name)
+        return TAL_STATUS_SUCCESS;
+    PathBuffer inside;
+    if (AppendComponents(below, &inside) != PathFit::Ok ||
+        !out->path.Assign(".kest/deleted/" + std::to_string(id)) ||
+        (inside.Length() && !out->path.Append(inside.View())))
+        return TAL_STATUS_SUCCESS;
+    out->deletedId = id;
+    out->deletedName = name;
+    *servable = true;
+    return TAL_STATUS_SUCCESS;
+}
+
+bool Target::IsDeletedEntry() const
+{
+    return deletedId && path.View() == ".kest/deleted/" + std::to_string(deletedId);
+}
+
+std::string Target::ShownName() const
+{
+    if (IsRoot())
+        return "/";
+    if (IsDeletedEntry())
+        return deletedName;
+    return path.Length() ? std::string(LeafOf(path.View())) : volume->Name();
+}
+
+TALSTATUS Store::OpenMetadata(const Volume& volume, std::unique_ptr<MetadataSession>* out)
+{
+    return volume.Meta() ? volume.Meta()->Open(out) : Failure(kCodeAccessDenied);
+}
+
+std::string Store::ModulePath()
+{
+    std::string path;
+    return ReadText(u"Kest\\Configuration\\KestDav", u"Moniker", &path) ? path : "/Ferro";
+}
+
+Store::~Store() = default;
+
+void Store::SetPurger(std::unique_ptr<Purger> purger)
+{
+    purger_ = std::move(purger);
+}
+
+void Store::WakePurger()
+{
+    if (purger_)
+        purger_->Wake();
+}
+
+TALSTATUS Store::Locate(std::string_view path, Target* out) const
+{
+    bool servable = true;
+    const TALSTATUS status = Parse(path, out, &servable);
+    return !Failed(status) && !servable ? Failure(kCodeNotFound) : status;
 }
 
 TALSTATUS Store::Locate(const UNICODE_STRING* path, Target* out) const
@@ -133,6 +239,8 @@ TALSTATUS Store::LocateNew(const UNICODE_STRING* path, Target* out) const
         return Failure(kCodeAccessDenied); // volumes are made by configuration only
     if (!Failed(status) && !servable)
         return Failure(kCodeInvalidRequest);
+    if (!Failed(status) && out->deletedId)
+        return Failure(kCodeAccessDenied); // what has been deleted is read or restored, not changed
     return status;
 }
 

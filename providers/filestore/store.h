@@ -6,6 +6,8 @@
 //   'Kest\Configuration\FileStore\Volumes'   one text value per volume: name = directory
 //   'Kest\Configuration\FileStore'
 //     'Sync'            "none", "data" (default) or "full", see SyncLevel
+//     'Keep Deleted'    days for which deleted entries are kept, default 30; 0: not at all
+//     'Server Address'  IPv4 address that a collection's location is shown with, default 127.0.0.1
 #pragma once
 
 #include <memory>
@@ -23,7 +25,16 @@ namespace filestore {
 struct Target {
     Volume* volume = nullptr; // null: the root, which lists the volumes
     PathBuffer path;          // within the volume
+    // Set for what lies in a deleted entry, which is reached as "/VOLUME/.kest/deleted/ID/NAME" and
+    // lives at ".kest/deleted/ID".
+    INT64 deletedId = 0;
+    std::string deletedName;
+
     bool IsRoot() const { return volume == nullptr; }
+    // The deleted entry itself, not something in it.
+    bool IsDeletedEntry() const;
+    // The name under which the object is shown.
+    std::string ShownName() const;
     bool IsVolumeTop() const { return volume && path.Length() == 0; }
 };
 
@@ -31,9 +42,12 @@ class Store {
   public:
     struct Options {
         SyncLevel sync = SyncLevel::Data;
+        UINT32 keepDeletedDays = 30;
+        UINT8 serverAddress[4] = {127, 0, 0, 1};
         UINT64 (*now)() = nullptr; // 100 ns units since 1601
     };
     Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& options);
+    ~Store();
 
     // The store of this process, made from the registry at the first call.
     static Store& OfProcess();
@@ -46,8 +60,9 @@ class Store {
     // Takes a provider path apart. Code 11 for an unknown volume or a name that is never served,
     // code 38 for a path that is too long.
     TALSTATUS Locate(const UNICODE_STRING* path, Target* out) const;
-    // The same for something to be made: a name that cannot be served is code 16, the root and what
-    // is not in a volume code 6.
+    TALSTATUS Locate(std::string_view path, Target* out) const;
+    // The same for something to be made: a name that cannot be served is code 16, the root, what is
+    // not in a volume and what has been deleted code 6.
     TALSTATUS LocateNew(const UNICODE_STRING* path, Target* out) const;
 
     // Opens what `target` leads to, with its kind: a file or a directory, nothing else is served.
@@ -55,13 +70,25 @@ class Store {
     // literal name and a page is what is asked for (GET, HEAD); `target` then holds the real path.
     TALSTATUS OpenExisting(Target* target, OpenFor purpose, OpenFile* out, FileInfo* info) const;
 
+    // The URI path under which the module serves: its top-level moniker.
+    static std::string ModulePath();
+    // The volume's metadata; code 6 when the volume is read-only.
+    static TALSTATUS OpenMetadata(const Volume& volume, std::unique_ptr<MetadataSession>* out);
+
+    // The thread that removes what need not be kept; null in a store without one.
+    void SetPurger(std::unique_ptr<class Purger> purger);
+    void WakePurger();
+
   private:
     TALSTATUS Parse(const UNICODE_STRING* path, Target* out, bool* servable) const;
+    TALSTATUS Parse(std::string_view path, Target* out, bool* servable) const;
+    TALSTATUS ParseDeleted(std::string_view rest, Target* out, bool* servable) const;
     Volume* FindVolume(std::string_view name) const;
 
     std::vector<std::unique_ptr<Volume>> volumes_; // in listing order
     const Options options_;
     const UINT64 started_;
+    std::unique_ptr<class Purger> purger_;
 };
 
 } // namespace filestore

@@ -35,6 +35,7 @@ TALSTATUS Upload::Begin(std::string_view path)
             return Failure(kCodeAccessDenied); // a device or a pipe is not replaced by a file
         if (info.isRegular && IsReadOnly(info))
             return Failure(kCodeAccessDenied);
+        replaces_ = true;
         if (info.isRegular)
             old_ = info;
     }
@@ -94,18 +95,22 @@ int Upload::ApplyAttributes()
     return modified_ ? fs.SetModified(file_.Get(), *modified_) : 0;
 }
 
-TALSTATUS Upload::Commit()
+TALSTATUS Upload::Finish()
+{
+    if (Failed(failed_))
+        return failed_;
+    int error = ApplyAttributes();
+    if (error == 0 && volume_.Sync() != SyncLevel::None)
+        error = volume_.Fs().Sync(file_.Get(), volume_.Sync() == SyncLevel::Full);
+    return StatusFromErrno(error);
+}
+
+TALSTATUS Upload::Publish()
 {
     if (tmpName_.empty())
         return Failure(kCodeAccessDenied);
-    if (Failed(failed_))
-        return failed_;
-    FileSystem& fs = volume_.Fs();
-    int error = ApplyAttributes();
-    if (error == 0 && volume_.Sync() != SyncLevel::None)
-        error = fs.Sync(file_.Get(), volume_.Sync() == SyncLevel::Full);
-    if (error == 0)
-        error = fs.Rename(volume_.Tmp(), tmpName_.c_str(), parent_.Get(), leaf_.c_str(), true);
+    int error =
+        volume_.Fs().Rename(volume_.Tmp(), tmpName_.c_str(), parent_.Get(), leaf_.c_str(), true);
     if (error == 0) {
         tmpName_.clear();
         error = volume_.SyncNames(parent_.Get());

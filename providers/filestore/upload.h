@@ -26,11 +26,14 @@ class Upload {
     // The same, and fills the file with what is there under the name now.
     TALSTATUS BeginWithContent(std::string_view path, FileHandle content, UINT64 size);
     TALSTATUS Write(UINT64 offset, const void* data, UINT32 size);
+    // The content is whole: gives it what it is to have, and syncs it as the volume wants. The
+    // first write that failed is reported again.
+    TALSTATUS Finish();
     // Puts the content under its name. After a failure nothing has changed.
-    TALSTATUS Commit();
+    TALSTATUS Publish();
     void Discard();
 
-    bool IsReplacing() const { return old_.has_value(); }
+    bool IsReplacing() const { return replaces_; }
     FileHandle File() const { return file_.Get(); }
     // What the file is to have once it is in place; until set, what a replaced file had.
     void SetModified(UINT64 date) { modified_ = date; }
@@ -46,7 +49,8 @@ class Upload {
     OpenFile file_;
     std::string tmpName_; // empty: nothing to put in place or to remove
     std::string leaf_;
-    std::optional<FileInfo> old_;
+    bool replaces_ = false;       // something bears the name now
+    std::optional<FileInfo> old_; // a file does
     std::optional<UINT64> modified_;
     std::optional<UINT64> created_;
     std::optional<bool> readOnly_;

@@ -29,23 +29,81 @@ class NameCollector final : public NameSink {
 
 } // namespace
 
-Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync)
+Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync,
+               const MetadataOpener& openMetadata)
     : name_(std::move(name)), fs_(std::move(fs)), sync_(sync)
 {
-    const int error = Prepare();
-    if (error == 0) {
+    std::string reason;
+    if (const int error = Prepare())
+        reason = std::strerror(error);
+    else
+        reason = PrepareMetadata(openMetadata);
+    if (reason.empty()) {
+        SettleIntents();
         SweepTmp();
         return;
     }
     for (FileHandle* h : {&tmp_, &deleted_, &purge_, &tokenLock_})
         OpenFile(*fs_, std::exchange(*h, kNoFile)).Reset();
     Log(kLogWarning, "volume '" + name_ + "' is served for reading only: its directory '" +
-                         std::string(kPrivateDirectory) + "' cannot be used (" +
-                         std::strerror(error) + ")");
+                         std::string(kPrivateDirectory) + "' cannot be used (" + reason + ")");
+}
+
+// Empty on success, else why not.
+std::string Volume::PrepareMetadata(const MetadataOpener& openMetadata)
+{
+    char directory[256];
+    if (const int error = fs_->ExternalPath(kPrivateDirectory.data(), directory, sizeof directory))
+        return std::strerror(error);
+    std::string reason;
+    meta_ = openMetadata(directory, sync_ != SyncLevel::None, &reason);
+    return meta_ ? std::string() : reason.empty() ? "no metadata" : reason;
+}
+
+bool Volume::IsAlive(const std::string& token) const
+{
+    OpenFile lock;
+    const std::string path =
+        std::string(kPrivateDirectory) + "/tmp/" + token + std::string(kLockSuffix);
+    return fs_->Open(path.c_str(), OpenFor::Reading, lock.Out(*fs_)) == 0 &&
+           fs_->TryLock(lock.Get()) != 0;
+}
+
+// Ends the renames that processes began and did not live to record: where the disk shows that the
+// rename happened, the metadata follows now.
+void Volume::SettleIntents()
+{
+    std::unique_ptr<MetadataSession> session;
+    std::vector<RenameIntent> intents;
+    if (Failed(meta_->Open(&session)) || Failed(session->Intents(&intents)))
+        return; // the next start tries again
+    for (const RenameIntent& intent : intents) {
+        if (IsAlive(intent.owner))
+            continue;
+        OpenFile from, to;
+        const bool gone =
+            fs_->Open(intent.from.c_str(), OpenFor::Locating, from.Out(*fs_)) == ENOENT;
+        const bool arrived = fs_->Open(intent.to.c_str(), OpenFor::Locating, to.Out(*fs_)) == 0;
+        if (Failed(session->Begin()))
+            return;
+        TALSTATUS status = TAL_STATUS_SUCCESS;
+        if (gone) { // not arrived: it was on its way out, and is out
+            status = session->ForgetTree(arrived ? intent.to : intent.from);
+            if (!Failed(status) && arrived)
+                status = session->RenameTree(intent.from, intent.to);
+            if (!Failed(status))
+                status = session->RemoveLocksWithin(intent.from);
+        }
+        if (!Failed(status))
+            status = session->RemoveIntent(intent.id);
+        if (Failed(status) || Failed(session->Commit()))
+            return;
+    }
 }
 
 Volume::~Volume()
 {
+    meta_.reset();
     if (tmp_ != kNoFile)
         (void)fs_->RemoveFile(tmp_, (token_ + std::string(kLockSuffix)).c_str()); // the next start
     for (const FileHandle h : {tmp_, deleted_, purge_, tokenLock_})
@@ -87,6 +145,9 @@ int Volume::Prepare()
          {std::pair{"tmp", &tmp_}, {"deleted", &deleted_}, {"purge", &purge_}})
         if (const int error = OpenPrivate(name, handle))
             return error;
+    // Deleted entries keep their dates.
+    if (const int error = ExpectKeptDates(deleted_); error && error != EOPNOTSUPP)
+        return error;
     return TakeToken();
 }
 
@@ -177,10 +238,14 @@ int Volume::GetCreated(FileHandle handle, UINT64* date) const
 
 int Volume::KeepCreated(FileHandle handle, FileHandle directory, UINT64 date) const
 {
-    if (!HasKeptDates(directory))
-        if (const int error = fs_->SetTag(directory, kDatesTag, "1", 1))
-            return error;
+    if (const int error = ExpectKeptDates(directory))
+        return error;
     return fs_->SetTag(handle, kCreatedTag, &date, sizeof date);
+}
+
+int Volume::ExpectKeptDates(FileHandle directory) const
+{
+    return HasKeptDates(directory) ? 0 : fs_->SetTag(directory, kDatesTag, "1", 1);
 }
 
 bool Volume::HasKeptDates(FileHandle directory) const

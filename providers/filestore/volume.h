@@ -6,13 +6,17 @@
 //   .kest/tmp/       content on its way in; names begin with the writing process's token
 //   .kest/deleted/   deleted entries that are kept, named by their number
 //   .kest/purge/     deleted entries on their way out
+//   .kest/meta.db    properties, hidden marks, locks, the list of deleted entries
+//   .kest/state      which of these there are any of
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "providers/filestore/filesystem.h"
+#include "providers/filestore/metadata.h"
 #include "providers/filestore/names.h"
 
 namespace filestore {
@@ -24,11 +28,16 @@ enum class SyncLevel {
     Full, // dates, permissions and both ends of a move are, too
 };
 
+// Opens the metadata kept in a directory, or says why it cannot.
+using MetadataOpener = std::function<std::unique_ptr<Metadata>(const std::string& directory,
+                                                               bool durable, std::string* reason)>;
+
 class Volume {
   public:
     // Makes the private directories where they are missing and removes what dead processes left in
     // them. A volume that cannot be written is served for reading.
-    Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync);
+    Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync,
+           const MetadataOpener& openMetadata);
     ~Volume();
     Volume(const Volume&) = delete;
     Volume& operator=(const Volume&) = delete;
@@ -43,6 +52,13 @@ class Volume {
     FileHandle Deleted() const { return deleted_; }
     FileHandle Purge() const { return purge_; }
 
+    // Null when the volume is read-only: then it has no locks and no properties.
+    Metadata* Meta() const { return meta_.get(); }
+    bool MayHaveLocks() const { return meta_ && meta_->MayHaveLocks(); }
+    bool MayHaveProperties() const { return meta_ && meta_->MayHaveProperties(); }
+    // Stands for this process as long as it lives, see RenameIntent.
+    const std::string& Token() const { return token_; }
+
     // A name that no other process and no other call uses, for Tmp() and Purge().
     std::string UniqueName();
 
@@ -54,6 +70,8 @@ class Volume {
     // Keeps a creation date with the object. `directory` is the one that holds its name; listings
     // of it then look for kept dates. EOPNOTSUPP where the file system keeps no tags.
     int KeepCreated(FileHandle handle, FileHandle directory, UINT64 date) const;
+    // Makes listings of the directory look for kept dates.
+    int ExpectKeptDates(FileHandle directory) const;
     // Whether children of the directory can have kept dates, so that a listing has to ask each.
     bool HasKeptDates(FileHandle directory) const;
     // The creation date of a child whose info is at hand.
@@ -64,6 +82,9 @@ class Volume {
 
   private:
     int Prepare();
+    std::string PrepareMetadata(const MetadataOpener& openMetadata);
+    void SettleIntents();
+    bool IsAlive(const std::string& token) const;
     int TakeToken();
     void SweepTmp();
     int OpenPrivate(std::string_view name, FileHandle* out);
@@ -76,6 +97,7 @@ class Volume {
     FileHandle purge_ = kNoFile;
     FileHandle tokenLock_ = kNoFile;
     std::string token_;
+    std::unique_ptr<Metadata> meta_;
     std::atomic<UINT64> counter_{0};
 };
 

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/guard.h"
+
+#include <algorithm>
+#include <map>
+
+#include <kest/com.h>
+#include <kest/host.h>
+
+#include "providers/filestore/callcontext.h"
+#include "providers/filestore/failures.h"
+#include "providers/filestore/ifheader.h"
+#include "providers/filestore/node.h"
+
+namespace filestore {
+
+namespace {
+
+// Answers for the resources that the conditions name. Paths come with the module's location.
+class ResourceState final : public IfState {
+  public:
+    ResourceState(const Store& store, size_t locationLength)
+        : store_(store), locationLength_(locationLength)
+    {
+    }
+    bool HasLock(std::string_view path, std::string_view token) override
+    {
+        Target target;
+        std::unique_ptr<MetadataSession> session;
+        std::vector<LockRecord> locks;
+        if (!Locate(path, &target) || !target.volume->MayHaveLocks() ||
+            Failed(Store::OpenMetadata(*target.volume, &session)) ||
+            Failed(CoveringLocks(*session, target.path.View(), store_.Now(), &locks)))
+            return false;
+        return std::any_of(locks.begin(), locks.end(),
+                           [&](const LockRecord& lock) { return lock.token == token; });
+    }
+    bool HasEntityTag(std::string_view path, std::string_view entityTag) override
+    {
+        Target target;
+        OpenFile file;
+        FileInfo info;
+        return Locate(path, &target) &&
+               !Failed(store_.OpenExisting(&target, OpenFor::Locating, &file, &info)) &&
+               ETagText(ETagOf(info)) == entityTag;
+    }
+
+  private:
+    bool Locate(std::string_view path, Target* out) const
+    {
+        path.remove_prefix(std::min(locationLength_, path.size()));
+        return !Failed(store_.Locate(path, out)) && !out->IsRoot();
+    }
+    const Store& store_;
+    const size_t locationLength_;
+};
+
+std::string Narrow(const UNICODE_STRING* text)
+{
+    const size_t units = text && text->Buffer ? text->Length / sizeof(WCHAR) : 0;
+    std::string out(units * 3, '\0');
+    size_t used = 0;
+    if (units == 0 || !ToUtf8(text->Buffer, units, out.data(), out.size(), &used))
+        used = 0;
+    out.resize(used);
+    return out;
+}
+
+std::string SignedInUser(SCHANDLE handle)
+{
+    Ref<IKestSession> session;
+    UNICODE_STRING* name = nullptr;
+    UNICODE_STRING* domain = nullptr;
+    if (Failed(Create(CLSID_KestSrv, session)) || Failed(session->Associate(handle)) ||
+        Failed(session->GetPrimaryCredentials(&name, &domain)))
+        return {}; // the local user has no directory name
+    return Narrow(name) + "@" + Narrow(domain);
+}
+
+} // namespace
+
+Guard::Guard(const Store& store, SCHANDLE session, const DAV_LOCK_TOKEN* token)
+    : store_(store), session_(session)
+{
+    if (token && token->Buffer && token->Length)
+        tokens_.emplace_back(token->Buffer, token->Length);
+    std::string text;
+    if (!call::Header("If", &text))
+        return;
+    header_ = std::move(text);
+    if (const std::optional<IfHeader> parsed = IfHeader::Parse(*header_))
+        for (const std::string_view given : parsed->SubmittedTokens())
+            tokens_.emplace_back(given);
+}
+
+TALSTATUS Guard::CheckConditions() const
+{
+    if (!header_ || call::Method() == KestMethodPost)
+        return TAL_STATUS_SUCCESS;
+    const std::optional<IfHeader> parsed = IfHeader::Parse(*header_);
+    if (!parsed)
+        return Failure(kCodeInvalidRequest);
+    ResourceState state(store_, Store::ModulePath().size());
+    return parsed->Evaluate(call::Path(), state) ? TAL_STATUS_SUCCESS
+                                                 : Failure(kCodePreconditionFailed);
+}
+
+const std::string& Guard::User() const
+{
+    if (!user_)
+        user_ = SignedInUser(session_);
+    return *user_;
+}
+
+// Of the locks on one object one must be opened: an exclusive one is alone, and of shared ones each
+// holder has its own.
+bool Guard::IsOpened(const std::vector<const LockRecord*>& locks) const
+{
+    return std::any_of(locks.begin(), locks.end(), [&](const LockRecord* lock) {
+        return std::find(tokens_.begin(), tokens_.end(), lock->token) != tokens_.end() &&
+               lock->creator == User();
+    });
+}
+
+TALSTATUS Guard::CheckLocks(MetadataSession& session, std::string_view path, Reach reach) const
+{
+    const UINT64 now = store_.Now();
+    std::vector<LockRecord> locks;
+    TALSTATUS status = CoveringLocks(session, path, now, &locks);
+    if (!Failed(status) && reach != Reach::Self && !path.empty())
+        status = session.LocksAt(ParentOf(path), now, &locks);
+    if (!Failed(status) && reach == Reach::Tree)
+        status = session.LocksWithin(path, now, &locks);
+    if (Failed(status))
+        return status;
+    std::map<std::string_view, std::vector<const LockRecord*>> byObject;
+    for (const LockRecord& lock : locks)
+        byObject[lock.path].push_back(&lock);
+    for (const auto& [object, on] : byObject)
+        if (!IsOpened(on))
+            return Failure(kCodeLocked);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Guard::CheckLocks(const Volume& volume, std::string_view path, Reach reach) const
+{
+    if (!volume.MayHaveLocks())
+        return TAL_STATUS_SUCCESS;
+    std::unique_ptr<MetadataSession> session;
+    if (const TALSTATUS status = Store::OpenMetadata(volume, &session); Failed(status))
+        return status;
+    return CheckLocks(*session, path, reach);
+}
+
+TALSTATUS CoveringLocks(MetadataSession& session, std::string_view path, UINT64 now,
+                        std::vector<LockRecord>* out)
+{
+    if (const TALSTATUS status = session.LocksAt(path, now, out); Failed(status))
+        return status;
+    while (!path.empty()) {
+        path = ParentOf(path);
+        std::vector<LockRecord> above;
+        if (const TALSTATUS status = session.LocksAt(path, now, &above); Failed(status))
+            return status;
+        for (LockRecord& lock : above)
+            if (lock.depth != 0)
+                out->push_back(std::move(lock));
+    }
+    return TAL_STATUS_SUCCESS;
+}
+
+std::string ETagText(const DAV_ETAG& etag)
+{
+    std::string text = "\"";
+    for (const UINT8 byte : etag.Bytes) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    return text + "\"";
+}
+
+} // namespace filestore

@@ -1,0 +1,280 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/locks.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "providers/filestore/failures.h"
+#include "providers/filestore/ownertext.h"
+
+namespace filestore {
+
+namespace {
+
+// A random identifier (RFC 9562 section 5.4): 122 bits that nobody can guess.
+int NewToken(FileSystem& fs, std::string* out)
+{
+    UINT8 b[16];
+    if (const int error = fs.Random(b, sizeof b))
+        return error;
+    b[6] = static_cast<UINT8>(0x40 | (b[6] & 0x0F));
+    b[8] = static_cast<UINT8>(0x80 | (b[8] & 0x3F));
+    char text[37];
+    std::snprintf(text, sizeof text,
+                  "%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x", b[0],
+                  b[1], b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13],
+                  b[14], b[15]);
+    *out = text;
+    return 0;
+}
+
+// False for a timeout that is neither without end nor positive.
+bool ExpiryOf(UINT64 now, INT64 timeout, UINT64* out)
+{
+    if (timeout != -1 && timeout <= 0)
+        return false;
+    const UINT64 room = kNever - now;
+    *out = timeout == -1 || static_cast<UINT64>(timeout) >= room
+               ? kNever
+               : now + static_cast<UINT64>(timeout);
+    return true;
+}
+
+TALSTATUS CheckLockable(const Target& target)
+{
+    return target.IsRoot() || target.deletedId || !target.volume->IsWritable()
+               ? Failure(kCodeAccessDenied)
+               : TAL_STATUS_SUCCESS;
+}
+
+bool Covers(const LockRecord& lock, std::string_view path)
+{
+    return lock.path == path || (lock.depth != 0 && IsWithin(path, lock.path));
+}
+
+// Whether another lock keeps this one from being made.
+TALSTATUS CheckConflicts(MetadataSession& session, const LockRecord& wanted, UINT64 now)
+{
+    std::vector<LockRecord> others;
+    TALSTATUS status = CoveringLocks(session, wanted.path, now, &others);
+    if (!Failed(status) && wanted.depth != 0)
+        status = session.LocksWithin(wanted.path, now, &others);
+    if (Failed(status))
+        return status;
+    const bool blocked = std::any_of(others.begin(), others.end(), [&](const LockRecord& other) {
+        return wanted.scope == Exclusive || other.scope == Exclusive;
+    });
+    return blocked ? Failure(kCodeLocked) : TAL_STATUS_SUCCESS;
+}
+
+// The empty file that a lock on a free name makes.
+class NewFile {
+  public:
+    explicit NewFile(const Volume& volume) : volume_(volume) {}
+    ~NewFile()
+    {
+        if (made_)
+            (void)volume_.Fs().RemoveFile(parent_.Get(), leaf_.c_str()); // empty: nothing is lost
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    // `missing` tells whether the name is free.
+    TALSTATUS Look(std::string_view path, bool* missing)
+    {
+        *missing = false;
+        if (path.empty())
+            return TAL_STATUS_SUCCESS;
+        if (const int error = volume_.OpenParent(path, &parent_))
+            return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
+                                                       : StatusFromErrno(error);
+        leaf_ = LeafOf(path);
+        FileInfo info;
+        const int error = volume_.Fs().InspectAt(parent_.Get(), leaf_.c_str(), &info);
+        *missing = error == ENOENT;
+        return *missing ? TAL_STATUS_SUCCESS : StatusFromErrno(error);
+    }
+    TALSTATUS Make()
+    {
+        OpenFile file;
+        const int error =
+            volume_.Fs().CreateFile(parent_.Get(), leaf_.c_str(), file.Out(volume_.Fs()));
+        made_ = error == 0;
+        return StatusFromErrno(error ? error : volume_.SyncNames(parent_.Get()));
+    }
+    void Keep() { made_ = false; }
+
+  private:
+    const Volume& volume_;
+    OpenFile parent_;
+    std::string leaf_;
+    bool made_ = false;
+};
+
+} // namespace
+
+TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
+                   const LockRequest& request, std::string* token)
+{
+    if (const TALSTATUS status = CheckLockable(target); Failed(status))
+        return status;
+    if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
+        return status;
+    Volume& volume = *target.volume;
+    const UINT64 now = store.Now();
+    LockRecord lock;
+    lock.path = target.path.View();
+    lock.scope = request.scope;
+    lock.type = request.type;
+    lock.depth = request.depth ? -1 : 0;
+    lock.owner = OwnerForReplies(request.owner);
+    lock.creator = guard.User();
+    if (!ExpiryOf(now, request.timeout, &lock.expires))
+        return Failure(kCodeInvalidParameter);
+    if (const int error = NewToken(volume.Fs(), &lock.token))
+        return StatusFromErrno(error);
+
+    NewFile file(volume);
+    bool missing = false;
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = file.Look(lock.path, &missing);
+    if (!Failed(status))
+        status = Store::OpenMetadata(volume, &session);
+    if (!Failed(status))
+        status = session->Begin();
+    if (!Failed(status))
+        status = CheckConflicts(*session, lock, now);
+    if (!Failed(status) && missing) {
+        status = guard.CheckLocks(*session, lock.path, Reach::Membership);
+        if (!Failed(status) && volume.MayHaveProperties())
+            status = session->ForgetTree(lock.path); // of something that went without our doing
+        if (!Failed(status))
+            status = file.Make();
+    }
+    if (!Failed(status))
+        status = session->AddLock(lock);
+    if (!Failed(status))
+        status = session->Commit();
+    if (Failed(status))
+        return status;
+    file.Keep();
+    *token = lock.token;
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS RefreshLock(const Store& store, const Guard& guard, const Target& target, INT64 timeout,
+                      LockRecord* out)
+{
+    if (const TALSTATUS status = CheckLockable(target); Failed(status))
+        return status;
+    if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
+        return status;
+    const UINT64 now = store.Now();
+    UINT64 expires = 0;
+    if (!ExpiryOf(now, timeout, &expires))
+        return Failure(kCodeInvalidParameter);
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = Store::OpenMetadata(*target.volume, &session);
+    if (!Failed(status))
+        status = session->Begin(); // the lock is not given up between the look and the change
+    if (Failed(status))
+        return status;
+    for (const std::string& token : guard.Tokens()) {
+        if (status = session->FindLock(token, now, out);
+            Failed(status) || !Covers(*out, target.path.View()))
+            continue;
+        if (out->creator != guard.User())
+            return Failure(kCodeAccessDenied);
+        out->expires = expires;
+        status = session->SetLockExpiry(token, expires);
+        return Failed(status) ? status : session->Commit();
+    }
+    return Failure(kCodePreconditionFailed);
+}
+
+TALSTATUS ReleaseLock(const Store& store, const Guard& guard, const Target& target,
+                      std::string_view token)
+{
+    if (target.IsRoot() || token.empty())
+        return Failure(kCodeNotFound);
+    std::unique_ptr<MetadataSession> session;
+    LockRecord lock;
+    TALSTATUS status = Store::OpenMetadata(*target.volume, &session);
+    if (!Failed(status))
+        status = session->Begin();
+    if (!Failed(status))
+        status = session->FindLock(token, store.Now(), &lock);
+    if (Failed(status))
+        return status;
+    if (!Covers(lock, target.path.View()))
+        return Failure(kCodeNotFound);
+    if (lock.creator != guard.User())
+        return Failure(kCodeAccessDenied);
+    status = session->RemoveLock(token);
+    return Failed(status) ? status : session->Commit();
+}
+
+TALSTATUS DescribeLock(const LockRecord& lock, UINT64 now, UINT32* size, DAV_LOCK_2* out)
+{
+    const size_t used = offsetof(DAV_LOCK_2, Token) + lock.token.size();
+    const auto needed = static_cast<UINT32>(std::max(used, sizeof(DAV_LOCK_2)));
+    if (*size < needed) {
+        *size = needed;
+        return Failure(kCodeBufferTooSmall);
+    }
+    std::memset(out, 0, sizeof *out);
+    out->Type = lock.type;
+    out->Scope = lock.scope;
+    out->Depth = lock.depth;
+    out->Timeout = lock.expires == kNever ? -1
+                   : lock.expires > now   ? static_cast<INT64>(lock.expires - now)
+                                          : 0;
+    out->OwnerLength = static_cast<UINT32>(std::min(lock.owner.size(), kMaxOwnerBytes));
+    std::memcpy(out->Owner, lock.owner.data(), out->OwnerLength);
+    out->TokenLength = static_cast<UINT32>(lock.token.size());
+    std::memcpy(reinterpret_cast<char*>(out) + offsetof(DAV_LOCK_2, Token), lock.token.data(),
+                lock.token.size());
+    *size = needed;
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS LockByIndex(const Store& store, UINT32 index, LockRecord* out, const Volume** volume)
+{
+    for (const auto& v : store.Volumes()) {
+        std::unique_ptr<MetadataSession> session;
+        std::vector<LockRecord> locks;
+        if (!v->MayHaveLocks())
+            continue;
+        TALSTATUS status = Store::OpenMetadata(*v, &session);
+        if (!Failed(status))
+            status = session->LocksWithin({}, store.Now(), &locks);
+        if (Failed(status))
+            return status;
+        if (index < locks.size()) {
+            *out = std::move(locks[index]);
+            *volume = v.get();
+            return TAL_STATUS_SUCCESS;
+        }
+        index -= static_cast<UINT32>(locks.size());
+    }
+    return Failure(kCodeNoMoreEntries);
+}
+
+TALSTATUS BreakLock(const Store& store, std::string_view token)
+{
+    for (const auto& v : store.Volumes()) {
+        std::unique_ptr<MetadataSession> session;
+        LockRecord lock;
+        if (!v->MayHaveLocks())
+            continue;
+        if (const TALSTATUS status = Store::OpenMetadata(*v, &session); Failed(status))
+            return status;
+        if (!Failed(session->FindLock(token, store.Now(), &lock)))
+            return session->RemoveLock(token);
+    }
+    return Failure(kCodeNotFound);
+}
+
+} // namespace filestore

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/purge.h"
+
+#include <cerrno>
+#include <chrono>
+
+#include "providers/filestore/failures.h"
+#include "providers/filestore/platform.h"
+
+namespace filestore {
+
+namespace {
+
+constexpr auto kRound = std::chrono::minutes(1);
+// At most 64 removals every 2 ms: 100,000 files take some three seconds, and leave the disk idle
+// for most of that.
+constexpr int kRemovalsPerPause = 64;
+constexpr auto kPauseTime = std::chrono::milliseconds(2);
+constexpr UINT64 kDay = UINT64{24} * 3600 * 10'000'000;
+
+class NameCollector final : public NameSink {
+  public:
+    bool OnName(std::string_view name) override
+    {
+        names.emplace_back(name);
+        return names.size() < kMost; // the rest comes with the next round
+    }
+    std::vector<std::string> names;
+
+  private:
+    static constexpr size_t kMost = 4096;
+};
+
+// One directory of the purge directory loses its contents, then itself. Subdirectories move up
+// beside it first: so the work needs no recursion, and no path grows too long.
+class Emptying {
+  public:
+    Emptying(Volume& volume, const PurgePause& pause) : volume_(volume), pause_(pause) {}
+
+    // False when the work is to end, or cannot go on.
+    bool Remove(const std::string& name)
+    {
+        const int error = volume_.Fs().RemoveFile(volume_.Purge(), name.c_str());
+        if (error == 0 || error == ENOENT)
+            return Count();
+        return (error == EISDIR || error == EPERM) && RemoveDirectory(name);
+    }
+
+  private:
+    bool RemoveDirectory(const std::string& name)
+    {
+        FileSystem& fs = volume_.Fs();
+        OpenFile directory;
+        FileInfo info;
+        const std::string path = ".kest/purge/" + name;
+        if (fs.Open(path.c_str(), OpenFor::Locating, directory.Out(fs)) != 0 ||
+            fs.Inspect(directory.Get(), &info) != 0)
+            return false;
+        if ((info.mode & 0700) != 0700 && fs.SetMode(directory.Get(), info.mode | 0700) != 0)
+            return false;
+        if (fs.Open(path.c_str(), OpenFor::Directory, directory.Out(fs)) != 0)
+            return false;
+        for (;;) {
+            NameCollector found;
+            if (fs.List(directory.Get(), found) != 0)
+                return false;
+            if (found.names.empty())
+                break;
+            for (const std::string& child : found.names)
+                if (!RemoveChild(directory.Get(), child.c_str()))
+                    return false;
+        }
+        const int error = fs.RemoveDirectory(volume_.Purge(), name.c_str());
+        return (error == 0 || error == ENOENT) && Count();
+    }
+    bool RemoveChild(FileHandle directory, const char* name)
+    {
+        FileSystem& fs = volume_.Fs();
+        int error = fs.RemoveFile(directory, name);
+        if (error == EISDIR || error == EPERM) {
+            const std::string aside = volume_.UniqueName();
+            error = fs.Rename(directory, name, volume_.Purge(), aside.c_str(), false);
+        }
+        return (error == 0 || error == ENOENT) && Count();
+    }
+    bool Count() { return ++removed_ % kRemovalsPerPause != 0 || pause_(); }
+
+    Volume& volume_;
+    const PurgePause& pause_;
+    int removed_ = 0;
+};
+
+} // namespace
+
+TALSTATUS RetireEntry(Volume& volume, MetadataSession& session, INT64 id)
+{
+    const std::string name = std::to_string(id);
+    const int error = volume.Fs().Rename(volume.Deleted(), name.c_str(), volume.Purge(),
+                                         volume.UniqueName().c_str(), false);
+    if (error && error != ENOENT)
+        return StatusFromErrno(error);
+    TALSTATUS status = session.Begin();
+    if (Failed(status))
+        return status;
+    status = session.RemoveDeleted(id);
+    if (!Failed(status) && volume.MayHaveProperties())
+        status = session.ForgetTree(".kest/deleted/" + name);
+    return Failed(status) ? status : session.Commit();
+}
+
+void RetireDeleted(const Store& store, Volume& volume)
+{
+    std::unique_ptr<MetadataSession> session;
+    if (!volume.Meta() || !volume.Meta()->MayHaveDeleted() ||
+        Failed(Store::OpenMetadata(volume, &session)))
+        return;
+    const UINT64 age = store.Settings().keepDeletedDays * kDay;
+    const UINT64 now = store.Now();
+    DeletedEntry entry;
+    while (now > age && !Failed(session->NextExpired(now - age, entry.id, &entry)))
+        if (const TALSTATUS status = RetireEntry(volume, *session, entry.id); Failed(status)) {
+            session->Rollback();
+            Log(kLogWarning, "a deleted entry of volume '" + volume.Name() +
+                                 "' cannot be purged, code " + std::to_string(Code(status)));
+            return;
+        }
+}
+
+void EmptyPurge(Volume& volume, const PurgePause& pause)
+{
+    if (!volume.IsWritable())
+        return;
+    Emptying work(volume, pause);
+    for (;;) {
+        NameCollector found;
+        if (volume.Fs().List(volume.Purge(), found) != 0 || found.names.empty())
+            return;
+        for (const std::string& name : found.names)
+            if (!work.Remove(name))
+                return;
+    }
+}
+
+void DropExpiredLocks(const Store& store, Volume& volume)
+{
+    std::unique_ptr<MetadataSession> session;
+    if (!volume.MayHaveLocks() || Failed(Store::OpenMetadata(volume, &session)))
+        return;
+    (void)session->RemoveExpiredLocks(store.Now()); // they count for nothing anyway
+    session.reset();
+    volume.Meta()->Tidy();
+}
+
+Purger::Purger(const Store& store)
+    : store_(store), thread_([this](std::stop_token stop) { Run(std::move(stop)); })
+{
+}
+
+Purger::~Purger() = default;
+
+void Purger::Wake()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        woken_ = true;
+    }
+    wake_.notify_one();
+}
+
+void Purger::Run(std::stop_token stop)
+{
+    const PurgePause pause = [&] {
+        std::this_thread::sleep_for(kPauseTime);
+        return !stop.stop_requested();
+    };
+    while (!stop.stop_requested()) {
+        (void)Protected([&] {
+            for (const auto& volume : store_.Volumes()) {
+                RetireDeleted(store_, *volume);
+                EmptyPurge(*volume, pause);
+                DropExpiredLocks(store_, *volume);
+            }
+            return TAL_STATUS_SUCCESS;
+        });
+        std::unique_lock lock(mutex_);
+        wake_.wait_for(lock, stop, kRound, [this] { return woken_; });
+        woken_ = false;
+    }
+}
+
+} // namespace filestore

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Removes in the background what need not be kept: deleted entries whose time is over, trees that
+// are on their way out, expired locks.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "providers/filestore/store.h"
+
+namespace filestore {
+
+class Purger {
+  public:
+    // Starts a thread that works through the store's volumes now and then.
+    explicit Purger(const Store& store);
+    ~Purger();
+    // Something is there to be removed at once.
+    void Wake();
+
+  private:
+    void Run(std::stop_token stop);
+
+    const Store& store_;
+    std::mutex mutex_;
+    std::condition_variable_any wake_;
+    bool woken_ = false;
+    std::jthread thread_; // last: it uses the others
+};
+
+// What the thread does. `pause` is called after every so many removals, so that a big tree does not
+// keep the disk from everybody else; returning false ends the work for now.
+using PurgePause = std::function<bool()>;
+void RetireDeleted(const Store& store, Volume& volume); // entries older than they are kept
+void EmptyPurge(Volume& volume, const PurgePause& pause);
+void DropExpiredLocks(const Store& store, Volume& volume);
+
+// Takes a deleted entry out of the list and puts it on its way out.
+TALSTATUS RetireEntry(Volume& volume, MetadataSession& session, INT64 id);
+
+} // namespace filestore

@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/sqlitedb.h"
+
+#include <cstdlib>
+#include <iterator>
+
+#include "providers/filestore/failures.h"
+
+namespace filestore {
+
+namespace {
+
+// How long a statement waits for another process's change. Within this process changes queue before
+// they reach the database.
+constexpr int kBusyMilliseconds = 10000;
+
+constexpr int kSchemaVersion = 1;
+constexpr char kSchema[] = R"(
+CREATE TABLE props (seq INTEGER PRIMARY KEY, path TEXT NOT NULL, name TEXT NOT NULL,
+                    value BLOB NOT NULL, UNIQUE (path, name));
+CREATE INDEX props_order ON props (path, seq);
+CREATE TABLE hidden (parent TEXT NOT NULL, leaf TEXT NOT NULL, PRIMARY KEY (parent, leaf))
+                    WITHOUT ROWID;
+CREATE TABLE deleted (id INTEGER PRIMARY KEY AUTOINCREMENT, parent TEXT NOT NULL,
+                      name TEXT NOT NULL, time INTEGER NOT NULL);
+CREATE INDEX deleted_parent ON deleted (parent, id);
+CREATE INDEX deleted_time ON deleted (time);
+CREATE TABLE locks (seq INTEGER PRIMARY KEY, token TEXT NOT NULL UNIQUE, path TEXT NOT NULL,
+                    scope INTEGER NOT NULL, type INTEGER NOT NULL, depth INTEGER NOT NULL,
+                    expires INTEGER NOT NULL, owner BLOB NOT NULL, creator TEXT NOT NULL);
+CREATE INDEX locks_path ON locks (path);
+CREATE TABLE intents (id INTEGER PRIMARY KEY, owner TEXT NOT NULL, source TEXT NOT NULL,
+                      target TEXT NOT NULL);
+PRAGMA user_version = 1;
+)";
+
+#define LOCK_COLUMNS "token, path, scope, type, depth, expires, owner, creator"
+#define DELETED_COLUMNS "id, parent, name, time"
+// A tree is its top and the range of paths below it: "0" is the character after "/".
+#define WITHIN(column) "(" column " = ?1 OR (" column " > ?1 || '/' AND " column " < ?1 || '0'))"
+#define BELOW(column) "(" column " > ?1 || '/' AND " column " < ?1 || '0')"
+
+constexpr const char* kStatements[] = {
+    "BEGIN IMMEDIATE",
+    "COMMIT",
+    "ROLLBACK",
+    "SELECT value FROM props WHERE path = ?1 AND name = ?2",
+    "SELECT value FROM props WHERE path = ?1 AND instr(name, ':') > 0 "
+    "AND substr(name, instr(name, ':') + 1) = ?2 ORDER BY seq LIMIT 1",
+    "SELECT seq, name, value FROM props WHERE path = ?1 AND seq > ?2 ORDER BY seq LIMIT 1",
+    "INSERT INTO props (path, name, value) VALUES (?1, ?2, ?3) "
+    "ON CONFLICT (path, name) DO UPDATE SET value = excluded.value",
+    "DELETE FROM props WHERE path = ?1 AND name = ?2",
+    "SELECT 1 FROM hidden WHERE parent = ?1 AND leaf = ?2",
+    "INSERT OR IGNORE INTO hidden (parent, leaf) VALUES (?1, ?2)",
+    "DELETE FROM hidden WHERE parent = ?1 AND leaf = ?2",
+    "SELECT leaf FROM hidden WHERE parent = ?1",
+    "SELECT 1 FROM props WHERE " WITHIN("path") " LIMIT 1",
+    "SELECT 1 FROM hidden WHERE (parent = ?2 AND leaf = ?3) OR " WITHIN("parent") " LIMIT 1",
+    "SELECT 1 FROM deleted WHERE " WITHIN("parent") " LIMIT 1",
+    "UPDATE OR REPLACE props SET path = ?2 || substr(path, length(?1) + 1) WHERE " WITHIN("path"),
+    "UPDATE OR REPLACE hidden SET parent = ?3, leaf = ?4 WHERE parent = ?1 AND leaf = ?2",
+    "UPDATE OR REPLACE hidden SET parent = ?2 || substr(parent, length(?1) + 1) "
+    "WHERE " WITHIN("parent"),
+    "UPDATE deleted SET parent = ?2 || substr(parent, length(?1) + 1) WHERE " WITHIN("parent"),
+    "DELETE FROM props WHERE " WITHIN("path"),
+    "DELETE FROM hidden WHERE parent = ?1 AND leaf = ?2",
+    "DELETE FROM hidden WHERE " WITHIN("parent"),
+    "SELECT path, name, value FROM props WHERE path = ?1 OR (?2 AND " BELOW("path") ") "
+                                                                                    "ORDER BY seq",
+    "SELECT parent, leaf FROM hidden WHERE " WITHIN("parent"),
+    "INSERT INTO deleted (parent, name, time) VALUES (?1, ?2, ?3)",
+    "SELECT " DELETED_COLUMNS " FROM deleted WHERE id = ?1",
+    "DELETE FROM deleted WHERE id = ?1",
+    "SELECT " DELETED_COLUMNS " FROM deleted WHERE parent = ?1 AND id > ?2 ORDER BY id LIMIT 1",
+    "SELECT " DELETED_COLUMNS " FROM deleted WHERE time < ?1 AND id > ?2 ORDER BY id LIMIT 1",
+    "SELECT " LOCK_COLUMNS " FROM locks WHERE path = ?1 AND expires > ?2 ORDER BY seq",
+    "SELECT " LOCK_COLUMNS " FROM locks WHERE " WITHIN("path") " AND expires > ?2 ORDER BY seq",
+    "SELECT " LOCK_COLUMNS " FROM locks WHERE ?1 = '' AND expires > ?2 ORDER BY seq",
+    "SELECT " LOCK_COLUMNS " FROM locks WHERE token = ?1 AND expires > ?2",
+    "INSERT INTO locks (" LOCK_COLUMNS ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)",
+    "UPDATE locks SET expires = ?2 WHERE token = ?1",
+    "DELETE FROM locks WHERE token = ?1",
+    "DELETE FROM locks WHERE " WITHIN("path"),
+    "DELETE FROM locks WHERE expires <= ?1",
+    "INSERT INTO intents (owner, source, target) VALUES (?1, ?2, ?3)",
+    "DELETE FROM intents WHERE id = ?1",
+    "SELECT id, owner, source, target FROM intents ORDER BY id",
+    "SELECT 1 FROM locks LIMIT 1",
+    "SELECT 1 FROM props LIMIT 1",
+    "SELECT 1 FROM hidden LIMIT 1",
+    "SELECT 1 FROM deleted LIMIT 1",
+};
+static_assert(std::size(kStatements) == static_cast<size_t>(Sql::Last));
+
+} // namespace
+
+TALSTATUS StatusFromSqlite(int result)
+{
+    switch (result & 0xFF) {
+    case SQLITE_OK:
+    case SQLITE_DONE:
+    case SQLITE_ROW:
+        return TAL_STATUS_SUCCESS;
+    case SQLITE_NOMEM:
+        return Failure(kCodeInsufficientResources);
+    case SQLITE_FULL:
+        return Failure(kCodeStorageFull);
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return Failure(kCodeTimeout);
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+        return Failure(kCodeAccessDenied);
+    default:
+        return Failure(kCodeUnsuccessful);
+    }
+}
+
+Database::~Database()
+{
+    for (sqlite3_stmt* statement : statements_)
+        sqlite3_finalize(statement);
+    sqlite3_close(db_);
+}
+
+int Database::Open(const char* path, bool durable)
+{
+    int result = sqlite3_open_v2(path, &db_,
+                                 SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX |
+                                     SQLITE_OPEN_EXRESCODE,
+                                 nullptr);
+    if (result == SQLITE_OK)
+        result = sqlite3_busy_timeout(db_, kBusyMilliseconds);
+    if (result == SQLITE_OK)
+        result = Execute("PRAGMA journal_mode = WAL; PRAGMA cache_size = -1024;");
+    if (result == SQLITE_OK)
+        result = Execute(durable ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
+    return result;
+}
+
+int Database::Execute(const char* script)
+{
+    return sqlite3_exec(db_, script, nullptr, nullptr, nullptr);
+}
+
+sqlite3_stmt* Database::Statement(Sql which)
+{
+    sqlite3_stmt*& statement = statements_[static_cast<size_t>(which)];
+    if (!statement)
+        sqlite3_prepare_v3(db_, kStatements[static_cast<size_t>(which)], -1,
+                           SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    return statement;
+}
+
+int PrepareSchema(Database& db)
+{
+    int result = db.Execute("BEGIN IMMEDIATE");
+    if (result != SQLITE_OK)
+        return result;
+    int version = 0;
+    result = db.ReadVersion(&version);
+    if (result == SQLITE_OK && version == 0)
+        result = db.Execute(kSchema);
+    else if (result == SQLITE_OK && version != kSchemaVersion)
+        result = SQLITE_MISMATCH;
+    if (result == SQLITE_OK)
+        return db.Execute("COMMIT");
+    (void)db.Execute("ROLLBACK"); // the first failure is the one that counts
+    return result;
+}
+
+int Database::ReadVersion(int* version)
+{
+    const auto take = [](void* out, int, char** values, char**) {
+        *static_cast<int*>(out) = values[0] ? std::atoi(values[0]) : 0;
+        return 0;
+    };
+    return sqlite3_exec(db_, "PRAGMA user_version", take, version, nullptr);
+}
+
+Query::~Query()
+{
+    if (statement_) {
+        sqlite3_reset(statement_);
+        sqlite3_clear_bindings(statement_);
+    }
+}
+
+Query& Query::Bind(std::string_view text)
+{
+    if (statement_)
+        sqlite3_bind_text64(statement_, next_++, text.data() ? text.data() : "", text.size(),
+                            SQLITE_STATIC, SQLITE_UTF8);
+    return *this;
+}
+
+Query& Query::BindBlob(std::string_view bytes)
+{
+    if (statement_)
+        sqlite3_bind_blob64(statement_, next_++, bytes.data() ? bytes.data() : "", bytes.size(),
+                            SQLITE_STATIC);
+    return *this;
+}
+
+Query& Query::Bind(INT64 number)
+{
+    if (statement_)
+        sqlite3_bind_int64(statement_, next_++, number);
+    return *this;
+}
+
+bool Query::Step()
+{
+    result_ = statement_ ? sqlite3_step(statement_) : SQLITE_ERROR;
+    return result_ == SQLITE_ROW;
+}
+
+TALSTATUS Query::Run()
+{
+    (void)Step();
+    return Status();
+}
+
+std::string_view Query::Text(int column) const
+{
+    const void* const bytes = sqlite3_column_blob(statement_, column);
+    const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, column));
+    return bytes ? std::string_view(static_cast<const char*>(bytes), size) : std::string_view();
+}
+
+} // namespace filestore
