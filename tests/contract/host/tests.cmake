@@ -3,5 +3,10 @@ find_package(Threads REQUIRED)
 
 kest_test(host_contract
   SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/io_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/limits_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/rules_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/store_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tls_test.cpp
   LIBS kestd_front tolm OpenSSL::SSL Threads::Threads)

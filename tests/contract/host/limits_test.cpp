@@ -1,0 +1,395 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Limits, slow clients, overload, stop and reload.
+#include <condition_variable>
+#include <thread>
+
+#include "tests/contract/host/harness.h"
+
+namespace kestd::test {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using Limits = ServerTest;
+
+const std::string kGet = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
+
+// Holds module calls until it is opened.
+class Gate {
+  public:
+    void Pass()
+    {
+        std::unique_lock lock(mutex_);
+        ++waiting_;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return isOpen_; });
+    }
+    void WaitFor(int count)
+    {
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, seconds(20), [&] { return waiting_ >= count; }));
+    }
+    void Open()
+    {
+        const std::lock_guard lock(mutex_);
+        isOpen_ = true;
+        changed_.notify_all();
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int waiting_ = 0;
+    bool isOpen_ = false;
+};
+
+TEST_F(Limits, LongTargetsAndHeads)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.targetBytes = 100;
+    settings.limits.headBytes = 4096;
+    Start(settings);
+    const auto get = [](size_t target, size_t header) {
+        return "GET /" + std::string(target - 1, 'a') +
+               " HTTP/1.1\r\nHost: h\r\nX: " + std::string(header, 'x') + "\r\n\r\n";
+    };
+    EXPECT_EQ(Ask(get(100, 1)).status, 404);
+    EXPECT_EQ(Ask(get(101, 1)).status, 414);
+    EXPECT_EQ(Ask(get(1, 4000)).status, 302);
+    EXPECT_EQ(Ask(get(1, 5000)).status, 431);
+    EXPECT_EQ(Ask(get(1, 100000)).status, 431);
+    EXPECT_EQ(Ask(get(100000, 1)).status, 414);
+}
+
+TEST_F(Limits, LargeBodies)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.xmlBodyBytes = 1000;
+    settings.limits.bodyBytes = 100000;
+    module.handler = [](IKestIO_5& io, UINT32) {
+        TALSTATUS status = 0;
+        (void)ReadBody(io, status, 65536);
+        return io.SendHeader(Code(status) == kCodeEndOfFile
+                                 ? 201
+                                 : static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status)));
+    };
+    Start(settings);
+    static constexpr struct {
+        const char* method;
+        size_t size;
+        int status;
+    } kRows[] = {{"PROPFIND", 1000, 201}, {"PROPFIND", 1001, 413}, {"PROPPATCH", 1001, 413},
+                 {"LOCK", 1001, 413},     {"PUT", 100000, 201},    {"PUT", 100001, 413}};
+    for (const auto& row : kRows) {
+        const std::string line = std::string(row.method) + " /Ferro/a HTTP/1.1\r\nHost: h\r\n";
+        const std::string body(row.size, 'x');
+        EXPECT_EQ(
+            Ask(line + "Content-Length: " + std::to_string(row.size) + "\r\n\r\n" + body).status,
+            row.status)
+            << row.method << row.size;
+        char size[32];
+        std::snprintf(size, sizeof size, "%zx\r\n", row.size);
+        EXPECT_EQ(
+            Ask(line + "Transfer-Encoding: chunked\r\n\r\n" + size + body + "\r\n0\r\n\r\n").status,
+            row.status)
+            << row.method << row.size;
+    }
+}
+
+TEST_F(Limits, SlowHeadIsToldSo)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.headTime = milliseconds(300);
+    Start(settings);
+    Client silent(port);
+    Client slow(port);
+    ASSERT_TRUE(slow.Send("GET /Ferro/a HT"));
+    EXPECT_EQ(slow.Receive().status, 408);
+    EXPECT_TRUE(slow.IsClosed());
+    EXPECT_EQ(silent.Receive().status, 0); // nothing was asked, so nothing is said
+    EXPECT_TRUE(silent.IsClosed());
+}
+
+TEST_F(Limits, TricklingDoesNotExtendTheTimeForAHead)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.headTime = milliseconds(500);
+    Start(settings);
+    Client client(port);
+    Answer answer;
+    ASSERT_TRUE(client.Send("GET /Ferro/a HTTP/1.1\r\nX: "));
+    for (int i = 0; i < 200 && answer.status == 0; ++i) {
+        (void)client.Send("x");
+        answer = client.Receive(false, milliseconds(50));
+    }
+    EXPECT_EQ(answer.status, 408);
+}
+
+TEST_F(Limits, IdleConnectionsAreClosedAfterTheirTime)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.keepAliveTime = milliseconds(300);
+    Start(settings);
+    Client client(port);
+    EXPECT_EQ(client.Ask(kGet).status, 200);
+    EXPECT_TRUE(client.IsClosed());
+    EXPECT_TRUE(client.Held().empty());
+}
+
+TEST_F(Limits, SlowBodiesAreToldSo)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.bodyIdleTime = milliseconds(300);
+    module.handler = [](IKestIO_5& io, UINT32) {
+        TALSTATUS status = 0;
+        (void)ReadBody(io, status);
+        return io.SendHeader(static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status)));
+    };
+    Start(settings);
+    for (const char* framing :
+         {"Content-Length: 100", "Content-Length: 1000000", "Transfer-Encoding: chunked\r\nX: "}) {
+        Client client(port);
+        ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\n" + std::string(framing) +
+                                "\r\n\r\n5\r\n"));
+        const Answer answer = client.Receive();
+        EXPECT_EQ(answer.status, 408) << framing;
+        EXPECT_EQ(answer.Header("Connection"), "close");
+    }
+}
+
+TEST_F(Limits, ClientThatTakesNothingIsGivenUp)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.sendStallTime = milliseconds(300);
+    Gate gate;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        SetHeader(io, "Content-Length", "1000000000");
+        io.SendHeader(200);
+        TALSTATUS status = 0;
+        for (int i = 0; i < 4000 && !Failed(status); ++i)
+            status = Write(io, std::string(262144, 'x'));
+        EXPECT_TRUE(Failed(status));
+        gate.Open();
+        gate.Pass();
+        return status;
+    };
+    Start(settings);
+    Client client(port, 4096);
+    ASSERT_TRUE(client.Send(kGet));
+    gate.WaitFor(1);
+}
+
+TEST_F(Limits, ThreadsGrowWhileClientsKeepThemWaiting)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.workerThreads = 40;
+    module.handler = [](IKestIO_5& io, UINT32 method) {
+        TALSTATUS status = 0;
+        if (method == KestMethodPut)
+            (void)ReadBody(io, status);
+        return io.SendHeader(200);
+    };
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> slow;
+    for (int i = 0; i < 30; ++i) {
+        slow.push_back(std::make_unique<Client>(port));
+        ASSERT_TRUE(slow.back()->Send(
+            "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 100000\r\n\r\nx"));
+    }
+    EXPECT_EQ(Ask(kGet).status, 200);
+    const std::string rest(99999, 'x');
+    for (const auto& client : slow)
+        EXPECT_EQ(client->Ask(rest).status, 200);
+}
+
+TEST_F(Limits, SlowSmallUploadsHoldNoThread)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.workerThreads = 1;
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> slow;
+    for (int i = 0; i < 50; ++i) {
+        slow.push_back(std::make_unique<Client>(port));
+        ASSERT_TRUE(slow.back()->Send(i % 2 ? "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: "
+                                              "100\r\n\r\nx"
+                                            : "GET /Ferro/a HT"));
+    }
+    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(module.calls, 1);
+}
+
+TEST_F(Limits, StuckServerTurnsRequestsAwayInsteadOfHanging)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.workerThreads = 2;
+    Gate gate;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        gate.Pass();
+        return io.SendHeader(200);
+    };
+    Start(settings);
+    Client first(port);
+    Client second(port);
+    ASSERT_TRUE(first.Send(kGet));
+    ASSERT_TRUE(second.Send(kGet));
+    gate.WaitFor(2);
+    Client third(port);
+    const Answer answer = third.Ask(kGet);
+    EXPECT_EQ(answer.status, 503);
+    EXPECT_NE(answer.Header("Retry-After"), "(none)");
+    gate.Open();
+    EXPECT_EQ(first.Receive().status, 200);
+    EXPECT_EQ(second.Receive().status, 200);
+    EXPECT_EQ(third.Ask(kGet).status, 200);
+}
+
+TEST_F(Limits, ThreadsGrowWhenTheModuleTakesItsTime)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.workerThreads = 30;
+    Gate gate;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        gate.Pass();
+        return io.SendHeader(200);
+    };
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 20; ++i) {
+        clients.push_back(std::make_unique<Client>(port));
+        ASSERT_TRUE(clients.back()->Send(kGet));
+    }
+    gate.WaitFor(20);
+    gate.Open();
+    for (const auto& client : clients)
+        EXPECT_EQ(client->Receive().status, 200);
+}
+
+TEST_F(Limits, OneConnectionTooManyIsTurnedAway)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.connections = 3;
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.push_back(std::make_unique<Client>(port));
+        EXPECT_EQ(clients.back()->Ask(kGet).status, 200);
+    }
+    {
+        Client over(port);
+        const Answer answer = over.Receive();
+        EXPECT_EQ(answer.status, 503);
+        EXPECT_EQ(answer.body.size(), 24u);
+        EXPECT_TRUE(over.IsClosed());
+    }
+    EXPECT_EQ(clients[0]->Ask(kGet).status, 200);
+    clients[0]->Close();
+    clients[1]->Close();
+    Answer again;
+    for (int i = 0; i < 100 && again.status != 200; ++i) { // until the server has noticed
+        Client client(port);
+        again = client.Ask(kGet);
+    }
+    EXPECT_EQ(again.status, 200);
+}
+
+TEST_F(Limits, StopLetsRunningRequestsFinish)
+{
+    Gate gate;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        gate.Pass();
+        return io.SendHeader(200);
+    };
+    Start();
+    Client idle(port);
+    Client partial(port);
+    Client running(port);
+    ASSERT_TRUE(partial.Send("GET /Ferro/a HT"));
+    ASSERT_TRUE(running.Send(kGet));
+    gate.WaitFor(1);
+    std::thread stopper([&] { server->Stop(); });
+    EXPECT_TRUE(idle.IsClosed());
+    ASSERT_TRUE(partial.Send("TP/1.1\r\nHost: h\r\n\r\n"));
+    gate.WaitFor(2);
+    gate.Open();
+    const Answer answer = running.Receive();
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.Header("Connection"), "(none)"); // it was asked before the stop
+    EXPECT_EQ(partial.Receive().Header("Connection"), "close");
+    EXPECT_TRUE(running.IsClosed());
+    stopper.join();
+    server->Stop(); // does nothing
+}
+
+TEST_F(Limits, StopEndsWhatTakesTooLong)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.shutdownTime = milliseconds(200);
+    std::atomic<bool> ended{false};
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        TALSTATUS status = 0;
+        (void)ReadBody(io, status);
+        ended = true;
+        return io.SendHeader(400);
+    };
+    Start(settings);
+    Client client(port);
+    ASSERT_TRUE(
+        client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 1000000\r\n\r\nx"));
+    while (module.calls == 0)
+        std::this_thread::yield();
+    server->Stop();
+    EXPECT_TRUE(ended);
+}
+
+TEST_F(Limits, ReloadTakesEffectOrNothingChanges)
+{
+    ServerSettings settings = QuietSettings();
+    Start(settings);
+    Client client(port);
+    EXPECT_EQ(client.Ask(kGet).status, 200);
+    settings.limits.targetBytes = 5;
+    EXPECT_EQ(server->Apply(settings), "");
+    EXPECT_EQ(client.Ask(kGet).status, 414);
+    settings.limits.targetBytes = 500;
+    settings.tlsCertificate = settings.tlsKey = "/nonexistent/cert.pem";
+    EXPECT_NE(server->Apply(settings), "");
+    EXPECT_EQ(client.Ask(kGet).status, 414);
+    settings.tlsKey.clear();
+    EXPECT_NE(server->Apply(settings), "");
+    settings.tlsCertificate.clear();
+    settings.publicUrl = "not a URL";
+    EXPECT_NE(server->Apply(settings), "");
+    settings.publicUrl.clear();
+    EXPECT_EQ(server->Apply(settings), "");
+    EXPECT_EQ(client.Ask(kGet).status, 200);
+}
+
+TEST_F(Limits, AddressesThatCannotBeHadAreNamed)
+{
+    Start();
+    ServerSettings settings = QuietSettings();
+    settings.listen = {{"127.0.0.1", port}};
+    Server taken(settings, door, &module, "/Ferro");
+    EXPECT_NE(taken.Start().find("127.0.0.1:" + std::to_string(port)), std::string::npos);
+    settings.listen = {{"localhost", 0}};
+    Server named(settings, door, &module, "/Ferro");
+    EXPECT_NE(named.Start().find("localhost"), std::string::npos);
+}
+
+TEST_F(Limits, SeveralAddressesAreServed)
+{
+    ServerSettings settings = QuietSettings();
+    settings.listen = {{"127.0.0.1", 0}, {"127.0.0.1", 0}};
+    Start(settings);
+    EXPECT_NE(server->Addresses()[0].port, server->Addresses()[1].port);
+    for (const ListenAddress& address : server->Addresses()) {
+        Client client(address.port);
+        EXPECT_EQ(client.Ask(kGet).status, 200);
+    }
+}
+
+} // namespace
+
+} // namespace kestd::test

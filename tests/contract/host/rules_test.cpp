@@ -1,0 +1,349 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the server decides before and around the module.
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "tests/contract/host/harness.h"
+
+namespace kestd::test {
+
+namespace {
+
+using Rules = ServerTest;
+
+std::string Request(std::string_view line, std::string_view fields = "")
+{
+    return std::string(line) + " HTTP/1.1\r\nHost: h\r\n" + std::string(fields) + "\r\n";
+}
+
+TEST_F(Rules, HostileRequestsAreRefusedAndTheConnectionCloses)
+{
+    static constexpr struct {
+        const char* text;
+        int status;
+    } kRows[] = {
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab",
+         400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: x\r\n\r\n", 400},
+        {"PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 3\r\nTransfer-Encoding: "
+         "chunked\r\n\r\n"
+         "0\r\n\r\n",
+         400},
+        {"PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: gzip\r\n\r\n", 501},
+        {"PUT /Ferro/a HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h\r\nX: a\r\n b\r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost : h\r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/2.0\r\nHost: h\r\n\r\n", 505},
+        {"NONSENSE\r\n\r\n", 400},
+    };
+    Start();
+    for (const auto& row : kRows) {
+        Client client(port);
+        const Answer answer = client.Ask(row.text);
+        EXPECT_EQ(answer.status, row.status) << row.text;
+        EXPECT_EQ(answer.Header("Connection"), "close") << row.text;
+        EXPECT_TRUE(answer.isWhole);
+        EXPECT_FALSE(answer.body.empty());
+        EXPECT_TRUE(client.IsClosed()) << row.text;
+    }
+    EXPECT_EQ(module.calls, 0);
+}
+
+TEST_F(Rules, RefusalsThatLeaveTheFramingClearKeepTheConnection)
+{
+    static constexpr struct {
+        const char* text;
+        int status;
+    } kRows[] = {
+        {"GET /Ferro/a HTTP/1.1\r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: a\r\nHost: a\r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: \r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: u@h\r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h h\r\n\r\n", 400},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: \"><script>\r\n\r\n", 400},
+        {"GET /Ferro/a%2Fb HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+        {"GET /Ferro/%zz HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+        {"GET /Ferro/%00 HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+        {"GET /Ferro/%FF HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+        {"DELETE /Ferro/a#b HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+        {"GET Ferro HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+        {"GET * HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+        {"PATCH /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n", 501},
+        {"get /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n", 501},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h\r\nExpect: magic\r\n\r\n", 417},
+        {"PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Range: bytes 0-0/2\r\nContent-Length: "
+         "1\r\n\r\na",
+         400},
+        {"GET /elsewhere HTTP/1.1\r\nHost: h\r\n\r\n", 404},
+        {"GET /Ferrous HTTP/1.1\r\nHost: h\r\n\r\n", 404},
+        {"GET /Ferro/../x HTTP/1.1\r\nHost: h\r\n\r\n", 404},
+        {"GET /Wharf/common.js HTTP/1.1\r\nHost: h\r\n\r\n", 404},
+        {"PUT /new HTTP/1.1\r\nHost: h\r\nContent-Length: 2\r\n\r\nab", 404},
+        {"DELETE / HTTP/1.1\r\nHost: h\r\n\r\n", 405},
+    };
+    Start();
+    Client client(port);
+    for (const auto& row : kRows) {
+        const Answer answer = client.Ask(row.text);
+        EXPECT_EQ(answer.status, row.status) << row.text;
+        EXPECT_EQ(answer.Header("Connection"), "(none)") << row.text;
+        EXPECT_EQ(answer.Header("Content-Length"), std::to_string(answer.body.size()));
+        EXPECT_NE(answer.Header("Date"), "(none)");
+    }
+    EXPECT_EQ(module.calls, 0);
+}
+
+TEST_F(Rules, ModuleSeesDecodedPathsUnderItsLocation)
+{
+    std::mutex mutex;
+    std::u16string seen;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        const std::lock_guard lock(mutex);
+        seen = Url(io);
+        UNICODE_STRING* url = nullptr;
+        EXPECT_EQ(io.GetUrl(nullptr, &url), TAL_STATUS_SUCCESS);
+        EXPECT_GE(url->MaximumLength - url->Length, 2048);
+        return io.SendHeader(200);
+    };
+    Start();
+    Client client(port);
+    static constexpr struct {
+        const char* target;
+        const char16_t* path;
+    } kRows[] = {
+        {"/Ferro", u"/Ferro"},
+        {"/Ferro/", u"/Ferro/"},
+        {"/x/../Ferro/a", u"/Ferro/a"},
+        {"/Ferro/a%20b%C3%A9", u"/Ferro/a b\u00e9"},
+        {"/Ferro/%2520", u"/Ferro/%20"},
+        {"/Ferro/%F0%9F%98%80", u"/Ferro/\U0001F600"},
+        {"/Ferro/a/../../Ferro/b", u"/Ferro/b"},
+        {"http://other/Ferro/c?q", u"/Ferro/c"},
+    };
+    for (const auto& row : kRows) {
+        EXPECT_EQ(client.Ask(Request(std::string("GET ") + row.target)).status, 200) << row.target;
+        EXPECT_EQ(seen, row.path) << row.target;
+    }
+}
+
+TEST_F(Rules, EmptyLinesBeforeARequestAreIgnored)
+{
+    Start();
+    EXPECT_EQ(Ask("\r\n\r\n" + Request("GET /Ferro/a")).status, 200);
+}
+
+TEST_F(Rules, OptionsAboveTheModuleTellWhatIsBelow)
+{
+    Start();
+    for (const char* target : {"*", "/"}) {
+        const Answer answer = Ask(Request(std::string("OPTIONS ") + target));
+        EXPECT_EQ(answer.status, 200) << target;
+        EXPECT_EQ(answer.Header("DAV"), "1, 2");
+        EXPECT_EQ(answer.Header("MS-Author-Via"), "DAV");
+        EXPECT_NE(answer.Header("Allow").find("PROPFIND"), std::string::npos);
+        EXPECT_EQ(answer.Header("Content-Length"), "0");
+    }
+    EXPECT_EQ(module.calls, 0);
+    EXPECT_EQ(Ask(Request("OPTIONS /Ferro/x")).Header("MS-Author-Via"), "DAV");
+    EXPECT_EQ(module.calls, 1);
+}
+
+TEST_F(Rules, RootLeadsToTheModule)
+{
+    Start();
+    const Answer get = Ask(Request("GET /"));
+    EXPECT_EQ(get.status, 302);
+    EXPECT_EQ(get.Header("Location"), "/Ferro/");
+    const Answer none = Ask(Request("PROPFIND /", "Depth: 0\r\n"));
+    EXPECT_EQ(none.status, 207);
+    EXPECT_NE(none.body.find("<D:href>/</D:href>"), std::string::npos);
+    EXPECT_EQ(none.body.find("Ferro"), std::string::npos);
+    const Answer one = Ask(Request("PROPFIND /", "Depth: 1\r\nContent-Length: 3\r\n") + "<a>");
+    EXPECT_EQ(one.status, 207);
+    EXPECT_NE(one.body.find("<D:href>/Ferro/</D:href>"), std::string::npos);
+    EXPECT_EQ(one.Header("Content-Type"), "application/xml; charset=\"utf-8\"");
+    EXPECT_EQ(module.calls, 0);
+}
+
+TEST_F(Rules, AncestorsOfADeeperLocationAreCollections)
+{
+    Start(QuietSettings(), "/dav/deep");
+    EXPECT_NE(Ask(Request("PROPFIND /", "Depth: 1\r\n")).body.find("<D:href>/dav/</D:href>"),
+              std::string::npos);
+    EXPECT_NE(
+        Ask(Request("PROPFIND /dav/", "Depth: 1\r\n")).body.find("<D:href>/dav/deep/</D:href>"),
+        std::string::npos);
+    EXPECT_EQ(Ask(Request("GET /dav")).Header("Location"), "/dav/deep/");
+    EXPECT_EQ(module.calls, 0);
+}
+
+TEST_F(Rules, DoorkeeperDecidesBeforeTheModule)
+{
+    door.judge = [](const Visitor& visitor) {
+        EXPECT_EQ(visitor.remoteAddress, "127.0.0.1");
+        EXPECT_FALSE(visitor.isSecure);
+        Admission admission;
+        if (visitor.authorization == "Basic good") {
+            EXPECT_EQ(visitor.cookie, "a=1; b=2");
+            EXPECT_TRUE(visitor.wantsCookie);
+            admission.verdict = Admission::Verdict::Granted;
+            admission.setCookie = "kest=1; Path=/";
+        } else if (visitor.authorization == "Basic bad") {
+            admission.verdict = Admission::Verdict::Forbidden;
+        } else if (visitor.authorization == "Basic busy") {
+            admission.verdict = Admission::Verdict::Unavailable;
+        } else {
+            admission.verdict = Admission::Verdict::Unauthorized;
+            admission.challenge = "Basic realm=\"Kest\"";
+        }
+        return admission;
+    };
+    Start();
+    const Answer none = Ask(Request("GET /Ferro/a"));
+    EXPECT_EQ(none.status, 401);
+    EXPECT_EQ(none.Header("WWW-Authenticate"), "Basic realm=\"Kest\"");
+    EXPECT_EQ(Ask(Request("GET /Ferro/a", "Authorization: Basic bad\r\n")).status, 403);
+    const Answer busy = Ask(Request("GET /Ferro/a", "Authorization: Basic busy\r\n"));
+    EXPECT_EQ(busy.status, 503);
+    EXPECT_NE(busy.Header("Retry-After"), "(none)");
+    EXPECT_EQ(module.calls, 0);
+    const Answer good = Ask(Request("GET /Ferro/a", "Cookie: a=1\r\nAuthorization: Basic good\r\n"
+                                                    "Cookie: b=2\r\nAccept: text/html,*/*\r\n"));
+    EXPECT_EQ(good.status, 200);
+    EXPECT_EQ(good.Header("Set-Cookie"), "kest=1; Path=/; HttpOnly");
+    EXPECT_EQ(module.calls, 1);
+}
+
+TEST_F(Rules, UnauthorizedUploadIsRefusedBeforeItsBody)
+{
+    door.judge = [](const Visitor&) {
+        Admission admission;
+        admission.verdict = Admission::Verdict::Unauthorized;
+        admission.challenge = "Basic realm=\"Kest\"";
+        return admission;
+    };
+    Start();
+    Client client(port);
+    const Answer answer = client.Ask(
+        Request("PUT /Ferro/big", "Content-Length: 1000000000\r\nExpect: 100-continue\r\n"));
+    EXPECT_EQ(answer.status, 401);
+    EXPECT_EQ(answer.Header("Connection"), "close");
+    EXPECT_TRUE(client.Send(std::string(300000, 'x'))); // some of it is listened to
+    client.EndSending();
+    EXPECT_TRUE(client.IsClosed());
+}
+
+TEST_F(Rules, KeepAliveFollowsVersionAndWish)
+{
+    static constexpr struct {
+        const char* text;
+        const char* connection;
+        bool closes;
+    } kRows[] = {
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n", "(none)", false},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h\r\nConnection: close\r\n\r\n", "close", true},
+        {"GET /Ferro/a HTTP/1.1\r\nHost: h\r\nConnection: x, Close\r\n\r\n", "close", true},
+        {"GET /Ferro/a HTTP/1.0\r\n\r\n", "close", true},
+        {"GET /Ferro/a HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", "keep-alive", false},
+    };
+    Start();
+    for (const auto& row : kRows) {
+        Client client(port);
+        const Answer answer = client.Ask(row.text);
+        EXPECT_EQ(answer.status, 200);
+        EXPECT_EQ(answer.Header("Connection"), row.connection) << row.text;
+        if (row.closes)
+            EXPECT_TRUE(client.IsClosed()) << row.text;
+        else
+            EXPECT_EQ(client.Ask(Request("GET /Ferro/b")).status, 200) << row.text;
+    }
+}
+
+TEST_F(Rules, HostNamesComeFromTheClientUnlessThePublicUrlIsKnown)
+{
+    std::string seen;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        char text[3][300];
+        UINT32 lengths[3] = {300, 300, 300};
+        EXPECT_EQ(io.GetHostname(&lengths[0], text[0]), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(io.GetPort(&lengths[1], text[1]), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(io.GetProtocolName(&lengths[2], text[2]), TAL_STATUS_SUCCESS);
+        seen = std::string(text[2]) + "://" + text[0] + ":" + text[1];
+        return io.SendHeader(200);
+    };
+    ServerSettings settings = QuietSettings();
+    Start(settings);
+    Ask("GET /Ferro/a HTTP/1.1\r\nHost: Example.org:81\r\n\r\n");
+    EXPECT_EQ(seen, "http://Example.org:81");
+    Ask("GET /Ferro/a HTTP/1.1\r\nHost: [::1]\r\n\r\n");
+    EXPECT_EQ(seen, "http://[::1]:80");
+    Ask("GET http://abs:82/Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n");
+    EXPECT_EQ(seen, "http://abs:82");
+    settings.publicUrl = "https://files.example.org";
+    EXPECT_EQ(server->Apply(settings), "");
+    Ask("GET /Ferro/a HTTP/1.1\r\nHost: inner:8080\r\n\r\n");
+    EXPECT_EQ(seen, "https://files.example.org:443");
+}
+
+class Wharf : public ServerTest {
+  protected:
+    void SetUp() override
+    {
+        char name[] = "/tmp/kest-wharf-XXXXXX";
+        directory = mkdtemp(name);
+        std::ofstream(directory + "/common.js") << "alert(1)";
+        std::filesystem::create_directory(directory + "/img");
+        std::ofstream(directory + "/img/big.png") << std::string(200000, 'p');
+        std::filesystem::create_symlink("/etc/passwd", directory + "/leak");
+    }
+    void TearDown() override
+    {
+        ServerTest::TearDown();
+        std::filesystem::remove_all(directory);
+    }
+    std::string directory;
+};
+
+TEST_F(Wharf, StaticFilesAreServedAndRevalidated)
+{
+    ServerSettings settings = QuietSettings();
+    settings.wharfDirectory = directory;
+    Start(settings);
+    Client client(port);
+    const Answer answer = client.Ask(Request("GET /Wharf/common.js"));
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.body, "alert(1)");
+    EXPECT_EQ(answer.Header("Content-Type"), "text/javascript; charset=utf-8");
+    EXPECT_NE(answer.Header("Cache-Control").find("max-age"), std::string::npos);
+    const Answer again = client.Ask(
+        Request("GET /Wharf/common.js", "If-None-Match: " + answer.Header("ETag") + "\r\n"));
+    EXPECT_EQ(again.status, 304);
+    EXPECT_EQ(client
+                  .Ask(Request("GET /Wharf/common.js",
+                               "If-Modified-Since: " + answer.Header("Last-Modified") + "\r\n"))
+                  .status,
+              304);
+    EXPECT_EQ(client.Ask(Request("GET /Wharf/common.js", "If-None-Match: \"x\"\r\n")).status, 200);
+    const Answer head = client.Ask(Request("HEAD /Wharf/img/big.png"), true);
+    EXPECT_EQ(head.status, 200);
+    EXPECT_EQ(head.Header("Content-Length"), "200000");
+    EXPECT_EQ(client.Ask(Request("GET /Wharf/img/big.png")).body, std::string(200000, 'p'));
+    EXPECT_EQ(client.Ask(Request("DELETE /Wharf/common.js")).status, 405);
+    EXPECT_EQ(module.calls, 0);
+}
+
+TEST_F(Wharf, NothingElseIsReachable)
+{
+    ServerSettings settings = QuietSettings();
+    settings.wharfDirectory = directory;
+    Start(settings);
+    for (const char* target : {"/Wharf/", "/Wharf/img", "/Wharf/img/", "/Wharf/leak",
+                               "/Wharf/../../etc/passwd", "/Wharf//etc/passwd", "/Wharf/missing"})
+        EXPECT_EQ(Ask(Request(std::string("GET ") + target)).status, 404) << target;
+}
+
+} // namespace
+
+} // namespace kestd::test
