@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr UINT32 kRootProtocolBytes = 32; // room for the protocol's name in the root's href
-
 void ClearMarks(PROPFIND_REQ* request)
 {
     request->bRoot = FALSE;
@@ -93,9 +91,9 @@ TALSTATUS PropFindSendCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
 
 TALSTATUS SendRootCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
 {
-    Put(pKestIo, "\n<a:response><a:href>");
-    SendModuleUrl(pKestIo, kRootProtocolBytes);
-    Put(pKestIo, "/</a:href>\n<a:propstat><a:status>HTTP/1.1 200 OK</a:status>\n<a:prop>");
+    Put(pKestIo, "\n<a:response>");
+    SendRootHRef(pKestIo);
+    Put(pKestIo, "<a:propstat><a:status>HTTP/1.1 200 OK</a:status>\n<a:prop>");
     ClearMarks(pRequest);
     pRequest->bRoot = TRUE;
     FillRootVitals(pRequest->Enum);

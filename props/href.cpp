@@ -1,18 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
-#include "core/reply.h"
 #include "index/escape.h"
+#include "props/line.h"
 #include "props/propfind.h"
 #include "props/scratch.h"
 
 namespace {
 
-constexpr UINT32 kHeaderBytes = 256; // room for the protocol's name and for "Host"
-constexpr UINT32 kPathBytes = 512;   // a usual path in UTF-8
+constexpr UINT32 kHeaderBytes = 256;      // room for the protocol's name and for "Host"
+constexpr UINT32 kRootProtocolBytes = 32; // for the protocol's name in the root's href
+constexpr UINT32 kPathBytes = 512;        // a usual path in UTF-8
 
-void SendScheme(IKestIO_5* io, UINT32 room)
+using Url = Line<1024>; // an href, unless its parts are unusually long
+
+void AddScheme(IKestIO_5* io, UINT32 room, Url& url)
 {
     char text[kHeaderBytes];
     UINT32 length = room;
@@ -23,34 +27,41 @@ void SendScheme(IKestIO_5* io, UINT32 room)
         if (io3)
             status = io3->GetProtocolName(&length, text);
     }
-    if (Code(status) != kCodeSuccess) {
-        Put(io, "http://");
-        return;
-    }
-    PutBytes(io, text, std::min(length, room));
-    Put(io, "://");
+    if (Code(status) != kCodeSuccess)
+        url << "http://";
+    else
+        url.Add(text, std::min(length, room)) << "://";
 }
 
 // The client's own name for the server, so that its hrefs compare equal to what it asked for.
-void SendHost(IKestIO_5* io)
+void AddHost(IKestIO_5* io, Url& url)
 {
     char host[kHeaderBytes];
     UINT32 length = sizeof(host);
     char name[] = "Host";
     if (Code(io->GetRequestHeader(name, &length, host)) == kCodeSuccess && length < sizeof(host))
-        PutBytes(io, host, length);
+        url.Add(host, length);
     else
-        Put(io, g_szHost);
+        url.Add(g_szHost, static_cast<UINT32>(std::strlen(g_szHost)));
+}
+
+// Scheme, host and the path under which the module is mounted, without a "/" at the end.
+void AddModuleUrl(IKestIO_5* io, UINT32 protocolRoom, Url& url)
+{
+    AddScheme(io, protocolRoom, url);
+    AddHost(io, url);
+    url.Add(g_szKestLocation, static_cast<UINT32>(std::strlen(g_szKestLocation)));
+    url.Add(g_MonikerS.Buffer, g_MonikerS.Length);
 }
 
 } // namespace
 
-void SendModuleUrl(IKestIO_5* pKestIo, UINT32 protocolRoom)
+void SendRootHRef(IKestIO_5* pKestIo)
 {
-    SendScheme(pKestIo, std::min(protocolRoom, kHeaderBytes));
-    SendHost(pKestIo);
-    Put(pKestIo, g_szKestLocation);
-    PutBytes(pKestIo, g_MonikerS.Buffer, g_MonikerS.Length);
+    Url url(pKestIo);
+    url << "<a:href>";
+    AddModuleUrl(pKestIo, kRootProtocolBytes, url);
+    url << "/</a:href>\n";
 }
 
 TALSTATUS PropFindBuildAndSendHRef(IKestIO_5* pKestIo, UNICODE_STRING* pRefU)
@@ -81,11 +92,12 @@ TALSTATUS PropFindBuildAndSendHRef(IKestIO_5* pKestIo, UNICODE_STRING* pRefU)
     if (Failed(status))
         return status;
 
-    Put(pKestIo, "<a:href>");
-    SendModuleUrl(pKestIo, kHeaderBytes);
+    Url url(pKestIo);
+    url << "<a:href>";
+    AddModuleUrl(pKestIo, kHeaderBytes, url);
     if (escaped.Length == 0 || escaped.Buffer[0] != '/')
-        Put(pKestIo, "/");
-    PutBytes(pKestIo, escaped.Buffer, escaped.Length);
-    Put(pKestIo, "</a:href>\n");
+        url << "/";
+    url.Add(escaped.Buffer, escaped.Length);
+    url << "</a:href>\n";
     return status;
 }

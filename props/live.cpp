@@ -7,11 +7,13 @@
 
 #include "core/reply.h"
 #include "index/escape.h"
+#include "props/line.h"
 #include "props/propfind.h"
 
 namespace {
 
 constexpr UINT32 kDateBytes = 512;
+constexpr UINT32 kLineBytes = 512; // one property, unless its value is long
 constexpr UINT32 kLongestNameBytes = kChildRecordBytes - offsetof(DAV_COMMON_ENUM, DisplayName);
 
 // Whether a property is asked for; it counts as answered then.
@@ -38,33 +40,32 @@ void SendContentLength(IKestIO_5* io, PROPFIND_REQ* request)
         Put(io, "<a:getcontentlength b:dt=\"integer\">0</a:getcontentlength>\n");
     } else {
         char digits[kU64Digits];
-        U64ToAscii(request->Enum.ResourceSize, 10, digits);
-        Put(io, "<a:getcontentlength>");
-        Put(io, digits);
-        Put(io, "</a:getcontentlength>\n");
+        const INT32 length = U64ToAscii(request->Enum.ResourceSize, 10, digits);
+        Line<kLineBytes> line(io);
+        line << "<a:getcontentlength>";
+        line.Add(digits, static_cast<UINT32>(length));
+        line << "</a:getcontentlength>\n";
     }
 }
 
 // Writes "&" as its reference while the converted name's buffer would have room for it; what does
 // not fit becomes "_". Kept: nothing else is escaped.
-void SendEscapedName(IKestIO_5* io, const char* name, UINT32 length, UINT32 capacity)
+void AddEscapedName(Line<kLineBytes>& line, const char* name, UINT32 length, UINT32 capacity)
 {
     UINT32 free = capacity - length;
     const char* const end = name + length;
     while (const char* amp =
                static_cast<const char*>(std::memchr(name, '&', static_cast<size_t>(end - name)))) {
-        if (amp != name)
-            PutBytes(io, name, static_cast<UINT32>(amp - name));
+        line.Add(name, static_cast<UINT32>(amp - name));
         if (free >= 4) {
-            Put(io, "&amp;");
+            line << "&amp;";
             free -= 4;
         } else {
-            Put(io, "_");
+            line << "_";
         }
         name = amp + 1;
     }
-    if (name != end)
-        PutBytes(io, name, static_cast<UINT32>(end - name));
+    line.Add(name, static_cast<UINT32>(end - name));
 }
 
 void SendDisplayName(IKestIO_5* io, PROPFIND_REQ* request)
@@ -83,9 +84,10 @@ void SendDisplayName(IKestIO_5* io, PROPFIND_REQ* request)
                                               wideBytes / UINT32{sizeof(WCHAR)}, name, &length)) !=
         kCodeSuccess)
         return;
-    Put(io, "<a:displayname>");
-    SendEscapedName(io, name, std::min(length, capacity), capacity);
-    Put(io, "</a:displayname>\n");
+    Line<kLineBytes> line(io);
+    line << "<a:displayname>";
+    AddEscapedName(line, name, std::min(length, capacity), capacity);
+    line << "</a:displayname>\n";
 }
 
 void SendETag(IKestIO_5* io, PROPFIND_REQ* request)
@@ -169,9 +171,10 @@ TALSTATUS PropFindSendCreationDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
             g_pIKestUtil->SystemTimeTo8601Time(&pRequest->Enum.CreationDate, &date);
         Code(status) != kCodeSuccess)
         return status; // a date that cannot be told is left out
-    Put(pKestIo, "<a:creationdate b:dt=\"dateTime.tz\">");
-    PutBytes(pKestIo, text, std::min<UINT32>(date.Length, sizeof(text)));
-    Put(pKestIo, "</a:creationdate>\n");
+    Line<kLineBytes> line(pKestIo);
+    line << "<a:creationdate b:dt=\"dateTime.tz\">";
+    line.Add(text, std::min<UINT32>(date.Length, sizeof(text)));
+    line << "</a:creationdate>\n";
     return TAL_STATUS_SUCCESS;
 }
 
@@ -189,9 +192,10 @@ TALSTATUS PropFindSendModifiedDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
             g_pIKestUtil->SystemTimeToHttpTime(&pRequest->Enum.ModificationDate, &date);
         Code(status) != kCodeSuccess)
         return status;
-    Put(pKestIo, "<a:getlastmodified b:dt=\"dateTime.rfc1123\">");
-    PutBytes(pKestIo, text, std::min<UINT32>(date.Length, sizeof(text)));
-    Put(pKestIo, "</a:getlastmodified>\n");
+    Line<kLineBytes> line(pKestIo);
+    line << "<a:getlastmodified b:dt=\"dateTime.rfc1123\">";
+    line.Add(text, std::min<UINT32>(date.Length, sizeof(text)));
+    line << "</a:getlastmodified>\n";
     return TAL_STATUS_SUCCESS;
 }
 
@@ -233,12 +237,11 @@ TALSTATUS SendUnreturnedProperties(IKestIO_5* pKestIo, UINT32 uProperties)
         {kLiveLockDiscovery, "<a:lockdiscovery/>\n"},
         {kLiveContentType, "<a:getcontenttype/>\n"},
     };
-    Put(pKestIo, "<a:propstat>"
-                 "<a:status>HTTP/1.1 404 Not Found</a:status>\n"
-                 "<a:prop>");
+    Line<kLineBytes> line(pKestIo);
+    line << "<a:propstat><a:status>HTTP/1.1 404 Not Found</a:status>\n<a:prop>";
     for (const auto& entry : kElements)
         if (uProperties & entry.property)
-            Put(pKestIo, entry.element);
-    Put(pKestIo, "</a:prop></a:propstat>");
+            line.Add(entry.element, static_cast<UINT32>(std::strlen(entry.element)));
+    line << "</a:prop></a:propstat>";
     return TAL_STATUS_SUCCESS;
 }

@@ -114,9 +114,8 @@ void PFEndTagHandler(void* pUserData, const char* pTagName);
 
 // Writes one href element for a provider-relative path. On failure nothing is written.
 [[nodiscard]] TALSTATUS PropFindBuildAndSendHRef(IKestIO_5* pKestIo, UNICODE_STRING* pRefU);
-// Writes scheme, host and the path under which the module is mounted, without a "/" at the end.
-// `protocolRoom` (at most 256) is what GetProtocolName is offered.
-void SendModuleUrl(IKestIO_5* pKestIo, UINT32 protocolRoom);
+// Writes that of the module's root.
+void SendRootHRef(IKestIO_5* pKestIo);
 
 // -- Response elements (element.cpp)
 
