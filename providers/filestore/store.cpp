@@ -244,13 +244,31 @@ TALSTATUS Store::LocateNew(const UNICODE_STRING* path, Target* out) const
     return status;
 }
 
-// The path that a name with one layer of escapes too many stands for. False unless a page asks.
-static bool DecodeForPage(const Target& target, PathBuffer* out)
+// Pages for browsers without scripts escape a path that is escaped already. Where nothing bears a
+// name of `path` as it stands, the name with one layer less is taken; names are looked at one by
+// one, since one of them may be right as it is. False unless a page asks.
+static bool FindForPage(FileSystem& fs, std::string_view path, PathBuffer* out)
 {
     const UINT32 method = call::Method();
-    std::string plain;
-    return (method == KestMethodGet || method == KestMethodHead) &&
-           DecodePercent(target.path.View(), &plain) && AppendComponents(plain, out) == PathFit::Ok;
+    if (method != KestMethodGet && method != KestMethodHead && method != KestMethodPost)
+        return false;
+    out->Clear();
+    while (!path.empty()) {
+        const std::string_view name = path.substr(0, path.find('/'));
+        path.remove_prefix(std::min(path.size(), name.size() + 1));
+        const size_t parent = out->Length();
+        std::string plain;
+        OpenFile literal;
+        if (!out->Append(name))
+            return false;
+        if (name.find('%') == std::string_view::npos ||
+            fs.Open(out->CStr(), OpenFor::Locating, literal.Out(fs)) == 0)
+            continue;
+        out->Cut(parent);
+        if (!DecodePercent(name, &plain) || AppendComponents(plain, out) != PathFit::Ok)
+            return false;
+    }
+    return true;
 }
 
 TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, FileInfo* info) const
@@ -258,10 +276,10 @@ TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, Fi
     FileSystem& fs = target->volume->Fs();
     int error = fs.Open(target->path.CStr(), purpose, out->Out(fs));
     if (error == ENOENT && target->path.View().find('%') != std::string_view::npos) {
-        PathBuffer decoded;
-        if (DecodeForPage(*target, &decoded) &&
-            (error = fs.Open(decoded.CStr(), purpose, out->Out(fs))) == 0)
-            (void)target->path.Assign(decoded.View()); // fits: it is shorter
+        PathBuffer found;
+        if (FindForPage(fs, target->path.View(), &found) &&
+            (error = fs.Open(found.CStr(), purpose, out->Out(fs))) == 0)
+            (void)target->path.Assign(found.View()); // fits: it is shorter
     }
     if (error || (error = fs.Inspect(out->Get(), info)))
         return StatusFromErrno(error);

@@ -318,6 +318,7 @@ TEST_F(FileStoreContent, AnEscapedNameIsFoundForPagesWhenNothingBearsItLiterally
         EXPECT_EQ(Collection, type);
         EXPECT_EQ("x", Get("/docs/a%20b/100%25.txt"));
         EXPECT_EQ("x", Get("/docs/a b/100%.txt"));
+        EXPECT_EQ("x", Get("/docs/a%20b/100%.txt")) << "each name by itself";
         EXPECT_EQ(kCodeNotFound, Code(Type("/docs/%2Ekest", &type)));
         EXPECT_EQ(kCodeNotFound, Code(Type("/docs/a b/..%2F..%2Fother", &type)));
     }
