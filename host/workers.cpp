@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/workers.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
 #include <system_error>
 
 #include <boost/asio/io_context.hpp>
@@ -47,7 +52,13 @@ void Workers::Spawn()
     if (count_ >= limit_ || io_.stopped())
         return;
     try {
-        threads_.emplace_back([this] { io_.run(); });
+        threads_.emplace_back([this] {
+            {
+                const std::lock_guard own(mutex_);
+                ids_.push_back(gettid());
+            }
+            io_.run();
+        });
         ++count_;
     } catch (const std::exception&) { // the system has no thread left: go on with those there are
         TolmLog(kLogWarning, "kestd", "cannot start another worker thread");
@@ -71,18 +82,54 @@ void Workers::BeforeWait()
         Spawn();
 }
 
+// Whether the workers spent most of the time since the last call neither running nor waiting for a
+// processor. Only the latter two say that more threads would be of no use.
+bool Workers::AreWaiting(std::chrono::steady_clock::time_point now)
+{
+    std::vector<pid_t> ids;
+    {
+        const std::lock_guard lock(mutex_);
+        ids = ids_;
+    }
+    uint64_t active = 0; // nanoseconds, all workers
+    for (const pid_t id : ids) {
+        const std::string path = "/proc/self/task/" + std::to_string(id) + "/schedstat";
+        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return false; // not known here: then only BeforeWait adds threads
+        char text[96] = {};
+        const ssize_t size = read(fd, text, sizeof text - 1);
+        close(fd);
+        unsigned long long ran = 0;
+        unsigned long long queued = 0;
+        if (size <= 0 || std::sscanf(text, "%llu %llu", &ran, &queued) != 2)
+            return false;
+        active += ran + queued;
+    }
+    const auto wall = std::chrono::duration_cast<std::chrono::nanoseconds>(now - tickBefore_);
+    const uint64_t all = static_cast<uint64_t>(wall.count()) * ids.size();
+    const bool result =
+        activeBefore_ && active >= activeBefore_ && active - activeBefore_ < all / 2;
+    activeBefore_ = active;
+    tickBefore_ = now;
+    return result;
+}
+
 void Workers::Tick()
 {
     const uint64_t served = served_.load(std::memory_order_relaxed);
-    const bool isStuck =
-        busy_.load(std::memory_order_relaxed) >= Count() && served == servedBefore_;
+    const bool isFull = busy_.load(std::memory_order_relaxed) >= Count();
+    const bool isStuck = isFull && served == servedBefore_;
     servedBefore_ = served;
     stuckTicks_ = isStuck ? stuckTicks_ + 1 : 0;
-    if (!isStuck)
+    if (!isFull) {
+        activeBefore_ = 0;
         return;
+    }
     if (Count() < limit_) {
-        for (unsigned i = 0, more = Count() / 2 + 1; i < more; ++i)
-            Spawn();
+        if (AreWaiting(std::chrono::steady_clock::now()) || isStuck)
+            for (unsigned i = 0, more = Count() / 2 + 1; i < more; ++i)
+                Spawn();
     } else if (stuckTicks_ > kPatience) {
         t_isOverloaded = true;
         io_.poll();

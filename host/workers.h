@@ -3,7 +3,10 @@
 // The threads that run an io_context: a few, and more when clients keep them waiting.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <thread>
@@ -40,9 +43,10 @@ class Workers final : public WaitWatcher {
 
     // A busy thread is about to wait for a client: makes sure that another one is there.
     void BeforeWait() override;
-    // Called at regular intervals by a thread that is no worker. Adds threads when all have been
-    // stuck since the last call; once there are as many as there may be and they stay stuck, the
-    // caller itself serves what is ready, overloaded.
+    // Called at regular intervals by a thread that is no worker. Adds threads when all are busy and
+    // wait (for a disk, say) rather than compute: then more of them get more done. Once there are
+    // as many as there may be and they stay stuck, the caller itself serves what is ready,
+    // overloaded.
     void Tick();
     // Whether the calling thread only turns requests away: it must not wait for anything.
     static bool IsOverloaded() noexcept;
@@ -50,6 +54,7 @@ class Workers final : public WaitWatcher {
 
   private:
     void Spawn();
+    bool AreWaiting(std::chrono::steady_clock::time_point now);
 
     boost::asio::io_context& io_;
     std::atomic<unsigned> busy_{0};
@@ -58,8 +63,11 @@ class Workers final : public WaitWatcher {
     std::atomic<uint64_t> served_{0};
     uint64_t servedBefore_ = 0; // of the ticking thread
     unsigned stuckTicks_ = 0;   // likewise
-    std::mutex mutex_;          // guards threads_
+    uint64_t activeBefore_ = 0; // likewise: AreWaiting's measure of the last tick
+    std::chrono::steady_clock::time_point tickBefore_;
+    std::mutex mutex_; // guards threads_ and ids_
     std::vector<std::thread> threads_;
+    std::vector<pid_t> ids_;
 };
 
 } // namespace kestd
