@@ -75,8 +75,11 @@ UChar32 NextCodePoint(std::string_view text, std::size_t& at) noexcept
 
 void UpperInPlace(WCHAR* text, std::size_t units) noexcept
 {
-    UpperUnits upper({text, units});
-    for (std::size_t i = 0; i < units; ++i)
+    std::size_t i = 0;
+    for (; i < units && text[i] < 0x80; ++i)
+        text[i] = static_cast<WCHAR>(Upper(text[i]));
+    UpperUnits upper({text + i, units - i});
+    for (; i < units; ++i)
         text[i] = upper.Next();
 }
 
@@ -90,9 +93,22 @@ std::u16string Folded(std::u16string_view text)
 int CompareIgnoringCase(std::u16string_view a, std::u16string_view b) noexcept
 {
     const std::size_t common = std::min(a.size(), b.size());
-    UpperUnits ua(a);
-    UpperUnits ub(b);
-    for (std::size_t i = 0; i < common; ++i) {
+    std::size_t i = 0;
+    for (; i < common; ++i) { // as long as each unit is a character of its own
+        const WCHAR ca = a[i];
+        const WCHAR cb = b[i];
+        if (U16_IS_SURROGATE(ca) || U16_IS_SURROGATE(cb))
+            break;
+        if (ca == cb)
+            continue;
+        const UChar32 upperA = Upper(ca);
+        const UChar32 upperB = Upper(cb);
+        if (upperA != upperB)
+            return upperA < upperB ? -1 : 1;
+    }
+    UpperUnits ua(a.substr(i));
+    UpperUnits ub(b.substr(i));
+    for (; i < common; ++i) {
         const WCHAR ca = ua.Next();
         const WCHAR cb = ub.Next();
         if (ca != cb)

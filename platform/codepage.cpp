@@ -4,6 +4,11 @@
 // run is copied directly, and the rest goes through ICU, which is strict about both forms.
 #include <unicode/ustring.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -20,6 +25,16 @@ UINT32 WidenAscii(const char* in, WCHAR* out, UINT32 most) noexcept
 {
     constexpr UINT64 kHighBits = 0x8080808080808080;
     UINT32 i = 0;
+#if defined(__SSE2__)
+    for (; most - i >= 16; i += 16) {
+        const __m128i sixteen = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+        if (_mm_movemask_epi8(sixteen) != 0)
+            break;
+        auto* to = reinterpret_cast<__m128i*>(out + i);
+        _mm_storeu_si128(to, _mm_unpacklo_epi8(sixteen, _mm_setzero_si128()));
+        _mm_storeu_si128(to + 1, _mm_unpackhi_epi8(sixteen, _mm_setzero_si128()));
+    }
+#endif
     for (; most - i >= 8; i += 8) {
         UINT64 eight = 0;
         std::memcpy(&eight, in + i, 8);
@@ -37,6 +52,18 @@ UINT32 NarrowAscii(const WCHAR* in, char* out, UINT32 most) noexcept
 {
     constexpr UINT64 kAboveAscii = 0xFF80FF80FF80FF80;
     UINT32 i = 0;
+#if defined(__SSE2__)
+    for (; most - i >= 16; i += 16) {
+        const auto* from = reinterpret_cast<const __m128i*>(in + i);
+        const __m128i low = _mm_loadu_si128(from);
+        const __m128i high = _mm_loadu_si128(from + 1);
+        const __m128i above =
+            _mm_and_si128(_mm_or_si128(low, high), _mm_set1_epi16(static_cast<short>(0xFF80)));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(above, _mm_setzero_si128())) != 0xFFFF)
+            break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(low, high));
+    }
+#endif
     for (; most - i >= 4; i += 4) {
         UINT64 four = 0;
         std::memcpy(&four, in + i, 8);

@@ -53,8 +53,9 @@ template <class T, class... Args> T* NewObject(Args&&... args)
 
 template <class T> void DeleteObject(T* object) noexcept
 {
-    object->kind = Kind::Dead;
     object->~T();
+    object->kind = Kind::Dead;
+    KeepStores(object);
     FreeObject(object, T::kKind != Kind::Key);
 }
 

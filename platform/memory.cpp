@@ -180,6 +180,7 @@ bool FreeBlock(void* memory) noexcept
     Counts& counts = MyCounts();
     Count(counts, counts.liveAllocations, ~UINT64{0}); // minus one
     Count(counts, counts.liveBytes, UINT64{0} - header->size);
+    KeepStores(header);
     std::free(header);
     return true;
 }

@@ -20,6 +20,13 @@ bool FreeBlock(void* memory) noexcept;
 void* AllocateObject(std::size_t size, bool isSync) noexcept;
 void FreeObject(void* memory, bool isSync) noexcept;
 
+// Makes the compiler carry out the stores into `memory` although it is about to be freed: the marks
+// of dead blocks and objects are there for whoever still has a pointer.
+inline void KeepStores(const void* memory) noexcept
+{
+    __asm__ volatile("" : : "r"(memory) : "memory");
+}
+
 void ReadStatistics(TALPL_STATISTICS& out) noexcept;
 
 // The shared object for tests, or null unless the process was started with TOLM_FAULT_INJECTION=1.

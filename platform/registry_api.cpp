@@ -10,6 +10,7 @@
 #include "platform/caseless.h"
 #include "platform/internal.h"
 #include "platform/registry.h"
+#include "platform/registry_edit.h"
 
 using namespace tolm;
 
@@ -92,9 +93,7 @@ TALSTATUS TolmRegistrySetOverride(const WCHAR* key, const WCHAR* name, UINT32 ty
 {
     if (!key || !IsKeyPath(key) || !IsName(name) || type > TALX_REG_UINT64 || size > kLargestValue)
         return Fail(kCodeInvalidParameter);
-    const bool isSizeWrong = (type == TALX_REG_UINT32 && size != sizeof(UINT32)) ||
-                             (type == TALX_REG_UINT64 && size != sizeof(UINT64));
-    if (data && isSizeWrong)
+    if (data && type != TALX_REG_BINARY && !CanWrite(type, data, size))
         return Fail(kCodeInvalidParameter);
     return Guarded([&] { return Registry::Get().SetOverride(key, name, type, data, size); });
 }

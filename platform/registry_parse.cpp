@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <unordered_map>
 
 #include "platform/caseless.h"
 #include "platform/guid_text.h"
@@ -48,6 +49,28 @@ std::vector<UINT8> EncodeNumber(UINT64 number, bool isLong)
     return data;
 }
 
+// The line whose name would nest tables deeper than their destructors' recursion can stand, or 0.
+// Nothing is lost: the registry has no use for a dot outside of quotes.
+UINT32 LineNestedTooDeep(std::string_view text)
+{
+    constexpr UINT32 kMostDots = 1000;
+    UINT32 line = 1;
+    UINT32 dots = 0;
+    bool inName = true;
+    for (const char c : text) {
+        if (c == '\n') {
+            ++line;
+            dots = 0;
+            inName = true;
+        } else if (c == '=') {
+            inName = false;
+        } else if (c == '.' && inName && ++dots > kMostDots) {
+            return line;
+        }
+    }
+    return 0;
+}
+
 class Parser {
   public:
     Parser(const std::string& label, RegistryTree& tree, std::string& error)
@@ -57,6 +80,8 @@ class Parser {
 
     bool Run(const std::string& text)
     {
+        if (const UINT32 line = LineNestedTooDeep(text))
+            return Refuse(line, "a name with too many dots in it");
         toml::parse_result result = toml::parse(std::string_view(text));
         if (!result)
             return Refuse(result.error().source().begin.line,
@@ -95,13 +120,15 @@ class Parser {
             return Refuse(line, "the key '" + text + "' was given before, in line " +
                                     std::to_string(key.line) + "; names compare without case");
         key.line = line;
+        std::unordered_map<std::u16string, UINT32> seen; // names to lines
         for (const Entry& value : InFileOrder(*table))
-            if (!ReadValue(key, value))
+            if (!ReadValue(key, value, seen))
                 return false;
         return CheckClass(key);
     }
 
-    bool ReadValue(RegistryKey& key, const Entry& entry)
+    bool ReadValue(RegistryKey& key, const Entry& entry,
+                   std::unordered_map<std::u16string, UINT32>& seen)
     {
         const UINT32 line = entry.key->source().begin.line;
         const std::string text(entry.key->str());
@@ -110,9 +137,9 @@ class Parser {
         value.folded = Folded(value.name);
         if (value.name.size() > kLongestName || value.name.find(u'\0') != std::u16string::npos)
             return Refuse(line, "a value's name has at most 1024 characters and no NUL");
-        if (const RegistryValue* before = key.Find(value.folded))
+        if (const auto [before, isNew] = seen.try_emplace(value.folded, line); !isNew)
             return Refuse(line, "the value '" + text + "' was given before, in line " +
-                                    std::to_string(before->begin.line) +
+                                    std::to_string(before->second) +
                                     "; names compare without case");
         value.begin = At(entry.key->source().begin);
         value.valueBegin = At(entry.node->source().begin);

@@ -207,7 +207,9 @@ BOOLEAN Talpl::TalxEqualUnicodeString(const UNICODE_STRING* a, const UNICODE_STR
     const auto vb = View(b);
     if (va.size() != vb.size())
         return FALSE;
-    return ignoreCase ? CompareIgnoringCase(va, vb) == 0 : va == vb;
+    if (va.empty() || std::memcmp(va.data(), vb.data(), va.size() * sizeof(WCHAR)) == 0)
+        return TRUE;
+    return ignoreCase && CompareIgnoringCase(va, vb) == 0 ? TRUE : FALSE;
 }
 
 TALSTATUS Talpl::TalxInitString(STRING* to, const char* text)

@@ -6,25 +6,26 @@
 
 #include <atomic>
 #include <cerrno>
+#include <limits>
 
 #include "platform/internal.h"
 #include "platform/talpl.h"
+#include "platform/wait.h"
 
 namespace tolm {
 namespace {
 
+// What tells one thread from another: the address of something that each has for itself.
+thread_local char t_me;
+
 // Recursive, and it knows its owner: a release by another thread is refused.
 struct Mutex : Object {
     static constexpr Kind kKind = Kind::Mutex;
-    Mutex() noexcept : Object(kKind)
-    {
-        pthread_mutexattr_t attributes;
-        pthread_mutexattr_init(&attributes);
-        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-        pthread_mutex_init(&lock, &attributes);
-        pthread_mutexattr_destroy(&attributes);
-    }
-    pthread_mutex_t lock;
+    Mutex() noexcept : Object(kKind) {}
+    bool IsMine() const noexcept { return owner.load(std::memory_order_relaxed) == &t_me; }
+    Lock lock;
+    std::atomic<const char*> owner{nullptr}; // written by the holder only
+    UINT32 depth = 0;                        // the holder's
 };
 
 // The C library's default prefers readers: a reader enters past a waiting writer. That is needed,
@@ -42,6 +43,15 @@ struct SpinLock : Object {
     std::atomic<bool> held{false};
 };
 
+void Pause() noexcept
+{
+#if defined(__x86_64__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    __asm__ volatile("yield");
+#endif
+}
+
 // A failed acquire or release of the C library as a status.
 TALSTATUS FromError(int error) noexcept
 {
@@ -50,8 +60,6 @@ TALSTATUS FromError(int error) noexcept
         return TAL_STATUS_SUCCESS;
     case EBUSY:
         return Fail(kCodeTimeout);
-    case EPERM:
-        return Fail(kCodeAccessDenied);
     case EAGAIN: // held too often
         return Fail(kCodeInsufficientResources);
     case EDEADLK:
@@ -84,13 +92,33 @@ TALSTATUS Talpl::TalxAcquireMutex(HANDLE mutex, BOOLEAN wait)
     auto* m = FromHandle<Mutex>(mutex);
     if (!m)
         return Fail(kCodeInvalidParameter);
-    return FromError(wait ? pthread_mutex_lock(&m->lock) : pthread_mutex_trylock(&m->lock));
+    if (m->IsMine()) {
+        if (m->depth == std::numeric_limits<UINT32>::max())
+            return Fail(kCodeInsufficientResources);
+        ++m->depth;
+        return TAL_STATUS_SUCCESS;
+    }
+    if (wait)
+        m->lock.lock();
+    else if (!m->lock.try_lock())
+        return Fail(kCodeTimeout);
+    m->owner.store(&t_me, std::memory_order_relaxed);
+    m->depth = 1;
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Talpl::TalxReleaseMutex(HANDLE mutex)
 {
     auto* m = FromHandle<Mutex>(mutex);
-    return m ? FromError(pthread_mutex_unlock(&m->lock)) : Fail(kCodeInvalidParameter);
+    if (!m)
+        return Fail(kCodeInvalidParameter);
+    if (!m->IsMine())
+        return Fail(kCodeAccessDenied);
+    if (--m->depth == 0) {
+        m->owner.store(nullptr, std::memory_order_relaxed);
+        m->lock.unlock();
+    }
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Talpl::TalxDestroyMutex(HANDLE mutex)
@@ -98,11 +126,9 @@ TALSTATUS Talpl::TalxDestroyMutex(HANDLE mutex)
     auto* m = FromHandle<Mutex>(mutex);
     if (!m)
         return Fail(kCodeInvalidParameter);
-    if (pthread_mutex_trylock(&m->lock) != 0)
+    if (m->IsMine() || !m->lock.try_lock())
         return Fail(kCodeConflict);
-    pthread_mutex_unlock(&m->lock);
-    if (pthread_mutex_destroy(&m->lock) != 0) // still held by this thread
-        return Fail(kCodeConflict);
+    m->lock.unlock();
     DeleteObject(m);
     return TAL_STATUS_SUCCESS;
 }
@@ -163,7 +189,7 @@ TALSTATUS Talpl::TalxAcquireSpinLock(HANDLE lock)
             if (turn % 64 == 63)
                 sched_yield();
             else
-                __builtin_ia32_pause();
+                Pause();
         }
     }
     return TAL_STATUS_SUCCESS;

@@ -39,6 +39,7 @@ class Lock {
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
     void lock() noexcept { pthread_mutex_lock(&mutex_); }
+    bool try_lock() noexcept { return pthread_mutex_trylock(&mutex_) == 0; }
     void unlock() noexcept { pthread_mutex_unlock(&mutex_); }
     pthread_mutex_t* Native() noexcept { return &mutex_; }
 

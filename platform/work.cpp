@@ -135,11 +135,9 @@ void* RunPool(void*)
         callback(context);
         t_running = nullptr;
         pool.lock.lock();
-        if (--task->running == 0) {
-            if (task->doomed)
-                Free(task);
-            pool.finished.WakeAll();
-        }
+        if (--task->running == 0 && task->doomed)
+            Free(task);
+        pool.finished.WakeAll();
     }
 }
 
@@ -184,12 +182,12 @@ bool HasThreads(Pool& pool, bool forTimer) noexcept
     return pool.threads > 0 && (!forTimer || pool.watches);
 }
 
-// Waits until no callback of `task` runs on another thread. Its own callback does not wait for
-// itself.
+// Waits until no callback of `task` runs. A callback of the task itself does not wait: two of them
+// would wait for each other.
 void WaitUntilQuiet(Pool& pool, Task& task) noexcept
 {
-    const UINT32 own = t_running == &task ? 1 : 0;
-    pool.finished.WaitFor(pool.lock, kTalxForever, [&] { return task.running <= own; });
+    if (t_running != &task)
+        pool.finished.WaitFor(pool.lock, kTalxForever, [&] { return task.running == 0; });
 }
 
 TALSTATUS Destroy(Task* task) noexcept
