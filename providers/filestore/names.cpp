@@ -144,7 +144,8 @@ bool PathBuffer::Assign(std::string_view text)
 {
     if (text.size() > kMaxPathBytes)
         return false;
-    std::memmove(text_, text.data(), text.size());
+    if (!text.empty())
+        std::memmove(text_, text.data(), text.size());
     Cut(text.size());
     return true;
 }

@@ -265,7 +265,8 @@ TALSTATUS Node::GetNamedProperty(const UNICODE_STRING* name, UINT32* length, cha
     *length = static_cast<UINT32>(found.size());
     if (room < found.size())
         return Failure(kCodeBufferTooSmall);
-    std::memcpy(value, found.data(), found.size());
+    if (!found.empty())
+        std::memcpy(value, found.data(), found.size());
     return TAL_STATUS_SUCCESS;
 }
 
