@@ -15,7 +15,6 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 #include "host/connection.h"
@@ -101,7 +100,9 @@ std::shared_ptr<const Live> MakeLive(const ServerSettings& settings, std::string
 // One listening socket.
 class Listener {
   public:
-    Listener(Front& front, int fd) : front_(front), socket_(front.io, fd), pause_(front.io) {}
+    Listener(Front& front, int fd) : front_(front), fd_(fd), socket_(front.io, fd), pause_(front.io)
+    {
+    }
 
     void Wait()
     {
@@ -111,12 +112,9 @@ class Listener {
                                    Accept();
                            });
     }
-    void Close()
-    {
-        boost::system::error_code ignored;
-        pause_.cancel();
-        socket_.close(ignored);
-    }
+    // From any thread: refuses new connections from now on. The socket itself stays until the
+    // listener goes, so that nobody else gets its number meanwhile.
+    void Close() { (void)shutdown(fd_, SHUT_RDWR); }
 
   private:
     void Accept()
@@ -124,8 +122,7 @@ class Listener {
         for (int i = 0; i < kAcceptBatch; ++i) {
             sockaddr_storage peer{};
             socklen_t size = sizeof peer;
-            const int fd = accept4(socket_.native_handle(), reinterpret_cast<sockaddr*>(&peer),
-                                   &size, SOCK_CLOEXEC);
+            const int fd = accept4(fd_, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
             if (fd >= 0) {
                 Welcome(fd, peer);
             } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
@@ -135,7 +132,7 @@ class Listener {
                 TolmLog(kLogWarning, "kestd", "cannot accept a connection: too many open files");
                 pause_.expires_after(kTick);
                 pause_.async_wait([this](const boost::system::error_code& error) {
-                    if (!error)
+                    if (!error && !front_.isStopping)
                         Wait();
                 });
                 return;
@@ -165,6 +162,7 @@ class Listener {
     }
 
     Front& front_;
+    const int fd_; // the same socket
     boost::asio::posix::stream_descriptor socket_;
     boost::asio::steady_timer pause_;
 };
@@ -281,10 +279,8 @@ void Server::Impl::Stop()
     std::call_once(stopped_, [this] {
         front_.isStopping = true;
         if (clock_.joinable()) {
-            boost::asio::post(front_.io, [this] {
-                for (const auto& listener : listeners_)
-                    listener->Close();
-            });
+            for (const auto& listener : listeners_)
+                listener->Close();
             const milliseconds time = front_.Snapshot()->settings.limits.shutdownTime;
             // Again and again: a connection may have been about to become idle.
             const auto end = std::chrono::steady_clock::now() + time;
@@ -303,6 +299,7 @@ void Server::Impl::Stop()
         front_.io.stop();
         front_.workers.Join();
         front_.DeleteAll();
+        listeners_.clear();
         front_.log.Flush();
     });
 }

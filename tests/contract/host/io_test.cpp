@@ -362,6 +362,7 @@ TEST_F(Io, LargeWritesArriveWhole)
     const Answer answer = Ask(kGet);
     EXPECT_EQ(answer.body.size(), 20 * block.size());
     EXPECT_TRUE(answer.isWhole);
+    server->Stop(); // before what the handler uses goes
 }
 
 TEST_F(Io, ClientThatLeavesFailsTheWrite)

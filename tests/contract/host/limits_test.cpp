@@ -179,6 +179,7 @@ TEST_F(Limits, ClientThatTakesNothingIsGivenUp)
     Client client(port, 4096);
     ASSERT_TRUE(client.Send(kGet));
     gate.WaitFor(1);
+    server->Stop(); // before what the handler uses goes
 }
 
 TEST_F(Limits, ThreadsGrowWhileClientsKeepThemWaiting)
@@ -243,6 +244,7 @@ TEST_F(Limits, StuckServerTurnsRequestsAwayInsteadOfHanging)
     EXPECT_EQ(first.Receive().status, 200);
     EXPECT_EQ(second.Receive().status, 200);
     EXPECT_EQ(third.Ask(kGet).status, 200);
+    server->Stop(); // before what the handler uses goes
 }
 
 TEST_F(Limits, ThreadsGrowWhenTheModuleTakesItsTime)
@@ -264,6 +266,7 @@ TEST_F(Limits, ThreadsGrowWhenTheModuleTakesItsTime)
     gate.Open();
     for (const auto& client : clients)
         EXPECT_EQ(client->Receive().status, 200);
+    server->Stop(); // before what the handler uses goes
 }
 
 TEST_F(Limits, OneConnectionTooManyIsTurnedAway)
