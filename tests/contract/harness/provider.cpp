@@ -399,10 +399,14 @@ TALSTATUS Provider::Remove(const std::u16string& path)
     const bool hasChildren = !Children(path).empty();
     if (hasChildren && !(spec_.caps & kCapsDeletesTrees))
         return ProviderFailure(kCodeConflict);
-    std::erase_if(nodes_, [&](const auto& entry) {
-        return entry.first == path || IsBelow(entry.first, path);
-    });
+    EraseTree(path);
     return TAL_STATUS_SUCCESS;
+}
+
+void Provider::EraseTree(const std::u16string& path)
+{
+    nodes_.erase(path);
+    nodes_.erase(nodes_.lower_bound(path + u"/"), nodes_.lower_bound(path + u"0"));
 }
 
 TALSTATUS Provider::CopyTree(bool overwrite, const std::u16string& from, const std::u16string& to)
@@ -491,9 +495,16 @@ std::vector<std::u16string> Provider::Children(const std::u16string& path) const
                 names.push_back(name);
         return names;
     }
-    for (const auto& [key, node] : nodes_)
-        if (IsBelow(key, path) && key.find(u'/', path.size() + 1) == std::u16string::npos)
-            names.push_back(key.substr(path.size() + 1));
+    const std::u16string below = path + u"/";
+    for (auto at = nodes_.lower_bound(below); at != nodes_.end() && at->first.starts_with(below);) {
+        const size_t slash = at->first.find(u'/', below.size());
+        if (slash == std::u16string::npos) {
+            names.push_back(at->first.substr(below.size()));
+            ++at;
+        } else { // past all that lies below this child: "0" follows "/"
+            at = nodes_.lower_bound(at->first.substr(0, slash) + u"0");
+        }
+    }
     return names;
 }
 

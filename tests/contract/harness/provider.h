@@ -118,6 +118,7 @@ class Provider {
     std::map<std::u16string, std::vector<std::u16string>> orders_;
     int liveObjects_ = 0;
     std::recursive_mutex mutex_;
+    void EraseTree(const std::u16string& path);
     struct First;
     struct Second;
     std::unique_ptr<First> first_;

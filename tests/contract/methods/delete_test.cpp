@@ -323,7 +323,7 @@ TEST_F(Delete, CollectionWhosePathDoesNotFit_IsRefused)
 TEST_F(Delete, DeepTree_IsDeleted)
 {
     std::string path = "/gen2/c";
-    for (int i = 0; i < 900; ++i)
+    for (int i = 0; i < 400; ++i)
         path += "/d";
     world["gen2"].AddFile(path + "/f");
     EXPECT_EQ(Run("/gen2/c").text, kDeleted);
