@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/judge.h"
 
+#include "host/browser_safety.h"
 #include "host/method.h"
 #include "host/relocation.h"
 #include "host/text.h"
@@ -146,6 +147,9 @@ bool Prepare(RequestIo& request, const Front& front, const Live& live)
     case KestMethodCopy:
     case KestMethodMove:
         refusal = ReadRelocation(request, front, live);
+        break;
+    case KestMethodPost: // the one changing method that a foreign page can send with credentials
+        refusal = IsCrossSite(request) ? 403 : 0;
         break;
     case KestMethodPut:
         // RFC 9110 section 14.5: taking a part for the whole would destroy the rest.

@@ -5,6 +5,7 @@
 #include <limits>
 #include <new>
 
+#include "host/browser_safety.h"
 #include "host/text.h"
 #include "host/utf.h"
 #include <kest/identifiers.h>
@@ -340,6 +341,8 @@ TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
 {
     return Guarded([&] {
         SecureCookie();
+        if (method == KestMethodGet || method == KestMethodPost)
+            ConfineBrowser(reply);
         if (!reply.Begin(status))
             return Failure(kCodeInvalidRequest);
         ApplyFailure();

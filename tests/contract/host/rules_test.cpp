@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What the server decides before and around the module.
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -285,6 +286,76 @@ TEST_F(Rules, HostNamesComeFromTheClientUnlessThePublicUrlIsKnown)
     EXPECT_EQ(server->Apply(settings), "");
     Ask("GET /Ferro/a HTTP/1.1\r\nHost: inner:8080\r\n\r\n");
     EXPECT_EQ(seen, "https://files.example.org:443");
+}
+
+TEST_F(Rules, PostsFromPagesOfOtherSitesAreRefused)
+{
+    static constexpr struct {
+        const char* why;
+        const char* fields;
+        int status;
+    } kRows[] = {
+        {"a program", "", 200},
+        {"our page", "Sec-Fetch-Site: same-origin\r\nOrigin: http://h\r\n", 200},
+        {"typed by the user", "Sec-Fetch-Site: none\r\n", 200},
+        {"another site", "Sec-Fetch-Site: cross-site\r\nOrigin: http://h\r\n", 403},
+        {"another host of our site", "Sec-Fetch-Site: same-site\r\n", 403},
+        {"our origin", "Origin: http://h\r\n", 200},
+        {"our origin behind a proxy with TLS", "Origin: https://h\r\n", 200},
+        {"our origin, port written out", "Origin: http://h:80\r\n", 200},
+        {"another origin", "Origin: http://evil.example\r\n", 403},
+        {"another port", "Origin: http://h:81\r\n", 403},
+        {"a hidden origin", "Origin: null\r\n", 403},
+        {"our origin as a prefix", "Origin: http://h.evil.example\r\n", 403},
+        {"our page by its referrer", "Referer: http://h/Ferro/docs/?start=1\r\n", 200},
+        {"another page by its referrer", "Referer: http://evil.example/http://h/\r\n", 403},
+        {"a broken referrer", "Referer: h\r\n", 403},
+    };
+    Start();
+    for (const auto& row : kRows)
+        EXPECT_EQ(Ask(Request("POST /Ferro/docs", row.fields)).status, row.status) << row.why;
+    EXPECT_EQ(Ask(Request("PUT /Ferro/docs/a", "Origin: http://evil.example\r\n")).status, 200)
+        << "browsers ask before they send this one";
+}
+
+TEST_F(Rules, RepliesTellBrowsersWhatTheyAre)
+{
+    const char* type = nullptr;
+    bool isFile = false;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        const auto set = [&io](const char* name, const char* value) {
+            EXPECT_EQ(io.SetReplyHeader(const_cast<char*>(name),
+                                        static_cast<UINT32>(std::strlen(value)),
+                                        const_cast<char*>(value)),
+                      TAL_STATUS_SUCCESS);
+        };
+        if (type)
+            set("Content-Type", type);
+        if (isFile)
+            set("Accept-Ranges", "bytes");
+        return io.SendHeader(200);
+    };
+    Start();
+    const auto ask = [&](const char* newType, bool newIsFile) {
+        type = newType;
+        isFile = newIsFile;
+        return Ask(Request("GET /Ferro/docs/a"));
+    };
+    const Answer page = ask("text/html; charset=\"utf-8\"", false);
+    EXPECT_NE(page.Header("Content-Security-Policy").find("script-src 'self'"), std::string::npos);
+    EXPECT_EQ(page.Header("Content-Security-Policy").find("unsafe"), std::string::npos);
+    EXPECT_EQ(page.Header("X-Frame-Options"), "SAMEORIGIN");
+    EXPECT_EQ(page.Header("X-Content-Type-Options"), "nosniff");
+    for (const char* active : {"text/html", "text/html;charset=utf-8", "image/svg+xml", "TEXT/XML"})
+        EXPECT_EQ(ask(active, true).Header("Content-Security-Policy"),
+                  "sandbox; frame-ancestors 'self'")
+            << active;
+    for (const char* passive : {"text/plain", "image/png", "text/htmlx", "application/pdf"}) {
+        const Answer file = ask(passive, true);
+        EXPECT_EQ(file.Header("Content-Security-Policy"), "(none)") << passive;
+        EXPECT_EQ(file.Header("X-Content-Type-Options"), "nosniff") << passive;
+    }
+    EXPECT_EQ(ask(nullptr, true).Header("X-Content-Type-Options"), "nosniff");
 }
 
 class Wharf : public ServerTest {

@@ -267,7 +267,7 @@ describe("the file page", () => {
         await page.keyboard.press("F2");
         await page.getByRole("dialog").getByRole("textbox").fill("three.txt");
         await page.keyboard.press("Enter");
-        await row("three.txt").waitFor();
+        await row("three.txt").locator("a.open:focus").waitFor();
         await page.keyboard.press("Delete");
         await page.getByRole("dialog").waitFor();
         await page.keyboard.press("Escape");
