@@ -100,6 +100,7 @@ class Host {
   private:
     std::string StartModule();
     void MakeServices();
+    void UseDirectory(const HostSettings& settings);
     void Announce();
     void Reload();
     void ReloadUsers(const HostSettings& settings);
@@ -157,6 +158,16 @@ void Host::MakeServices()
     services_->gatekeeper.RequireCredentials(!users_.empty());
     services_->gatekeeper.SetRealm(settings_.server.realm);
     services_->authenticator.SetUsers(users_);
+    UseDirectory(settings_);
+}
+
+// The names of users come from where the settings say, as of now.
+void Host::UseDirectory(const HostSettings& settings)
+{
+    if (settings.usesLdap)
+        services_->directory.Use(MakeLdapDirectory(settings.ldap, *clock_));
+    else
+        services_->directory.Use(std::make_shared<UserDirectory>(users_));
 }
 
 // Loads the WebDAV module and asks it where it serves.
@@ -262,6 +273,7 @@ void Host::Reload()
         return;
     }
     ReloadUsers(fresh);
+    UseDirectory(fresh);
     services_->sessions.SetLimits(fresh.sessions);
     services_->gatekeeper.SetRealm(fresh.server.realm);
     if (fresh.server.listen != settings_.server.listen)

@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include "host/services/directory_names.h"
 #include "host/services/passwords.h"
 #include "host/services/text.h"
 #include <kest/tolm.h>
@@ -197,6 +198,25 @@ std::string UsersFileOf(const HostSettings& settings, const std::string& stateDi
     return settings.usersFile.empty() ? stateDirectory + "/users" : settings.usersFile;
 }
 
+namespace {
+
+// Who has no name in the directory gets one made of what he signs in with.
+void CompleteNames(const std::string& tree, UserMap& users)
+{
+    for (auto& [name, user] : users) {
+        if (!user->dottedName.empty() && !user->tree.empty())
+            continue;
+        User complete = *user;
+        if (complete.dottedName.empty())
+            complete.dottedName = DottedNameOfUser(name);
+        if (complete.tree.empty())
+            complete.tree = tree;
+        user = std::make_shared<const User>(std::move(complete));
+    }
+}
+
+} // namespace
+
 std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
 {
     UserMap read;
@@ -220,6 +240,7 @@ std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
         }
         read[user.name] = std::make_shared<const User>(std::move(merged));
     }
+    CompleteNames(settings.tree, read);
     users = std::move(read);
     return {};
 }

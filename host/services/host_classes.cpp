@@ -19,7 +19,7 @@ TALSTATUS RegisterClass(const GUID& clazz, ClassObject::Maker make)
 HostServices::HostServices(const Settings& settings, const Clock& clock,
                            Authenticator::Matcher matches)
     : sessions(settings.sessions, clock), attributes(sessions),
-      objects(sessions, settings.objectsPerSession),
+      objects(sessions, settings.objectsPerSession), directory(sessions),
       authenticator(settings.auth, clock, std::move(matches)), gatekeeper(authenticator, sessions),
       identity(std::make_shared<const HostIdentity>(settings.identity))
 {
@@ -53,6 +53,10 @@ TALSTATUS RegisterHostClasses(HostServices& services)
          [&services](const GUID* iid, void** out) {
              return HandOut(services.objects.MakeInterface(), iid, out);
          }},
+        {&CLSID_Directory_1,
+         [&services](const GUID* iid, void** out) {
+             return HandOut(MakeDirectoryInterface(services.directory), iid, out);
+         }},
     };
     for (const auto& [clazz, make] : classes)
         if (const TALSTATUS status = RegisterClass(*clazz, make); Failed(status))
@@ -62,8 +66,9 @@ TALSTATUS RegisterHostClasses(HostServices& services)
 
 void UnregisterHostClasses()
 {
-    for (const GUID* const clazz : {&CLSID_KestSrv, &CLSID_KestUtil, &CLSID_EventMgr,
-                                    &CLSID_SecurityAttributeManager, &CLSID_ObjectManagerDataStore})
+    for (const GUID* const clazz :
+         {&CLSID_KestSrv, &CLSID_KestUtil, &CLSID_EventMgr, &CLSID_SecurityAttributeManager,
+          &CLSID_ObjectManagerDataStore, &CLSID_Directory_1})
         (void)TolmRegisterClassObject(clazz, nullptr);
 }
 

@@ -7,6 +7,7 @@
 
 #include "host/services/attributes.h"
 #include "host/services/authenticator.h"
+#include "host/services/directory.h"
 #include "host/services/events.h"
 #include "host/services/gatekeeper.h"
 #include "host/services/object_store.h"
@@ -33,14 +34,15 @@ struct HostServices {
     AttributeService attributes; // cleans up before the objects of a session go
     ObjectStores objects;
     EventBus events;
+    DirectoryService directory;
     Authenticator authenticator;
     Gatekeeper gatekeeper;
     std::shared_ptr<const HostIdentity> identity;
 };
 
-// Registers CLSID_KestSrv, CLSID_KestUtil, CLSID_EventMgr, CLSID_SecurityAttributeManager and
-// CLSID_ObjectManagerDataStore of `services`, which must outlive their use. Registering again
-// replaces the classes.
+// Registers CLSID_KestSrv, CLSID_KestUtil, CLSID_EventMgr, CLSID_SecurityAttributeManager,
+// CLSID_ObjectManagerDataStore and CLSID_Directory_1 of `services`, which must outlive their use.
+// Registering again replaces the classes.
 TALSTATUS RegisterHostClasses(HostServices& services);
 // Takes the classes away again; objects that exist stay.
 void UnregisterHostClasses();

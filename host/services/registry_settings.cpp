@@ -173,6 +173,34 @@ void RegistryReader::Flag(const char16_t* name, bool& value)
     value = number == 1;
 }
 
+void RegistryReader::AllTexts(std::vector<std::pair<std::string, std::string>>& values)
+{
+    for (UINT32 index = 0; handle_ && problem_.empty(); ++index) {
+        std::array<uint64_t, 1024> record{};
+        UINT32 needed = 0;
+        const TALSTATUS status =
+            platform_.TalxEnumerateValueKey(handle_, index, record.data(), sizeof record, &needed);
+        if (Code(status) == kCodeNoMoreEntries)
+            return;
+        if (Failed(status)) {
+            problem_ = "'" + Narrowed(key_) + "': a value is too long";
+            return;
+        }
+        const auto* const info = reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(record.data());
+        const std::u16string name(info->KeyValueName, info->KeyValueNameLength / sizeof(char16_t));
+        std::string value;
+        Text(name.c_str(), value);
+        const std::string narrow = Narrowed(name);
+        const auto known = std::find_if(values.begin(), values.end(), [&](const auto& one) {
+            return EqualsIgnoringCase(one.first, narrow);
+        });
+        if (known != values.end())
+            known->second = value;
+        else
+            values.emplace_back(narrow, value);
+    }
+}
+
 namespace {
 
 void ReadListen(RegistryReader& in, ServerSettings& server)
@@ -232,6 +260,43 @@ void ReadServer(RegistryReader& in, ServerSettings& server)
 
 } // namespace
 
+namespace {
+
+std::string ReadDirectory(ITalpl& platform, HostSettings& settings)
+{
+    RegistryReader in(platform, kDirectoryKey);
+    LdapSettings& ldap = settings.ldap;
+    std::string backend = "users";
+    in.Text(u"Backend", backend);
+    if (backend != "users" && backend != "ldap")
+        in.Refuse(u"Backend", "expected 'users' or 'ldap'");
+    settings.usesLdap = backend == "ldap";
+    in.Text(u"Tree", settings.tree);
+    if (settings.tree.find_first_of("\\:") != std::string::npos || settings.tree.empty())
+        in.Refuse(u"Tree", "expected a name without '\\' and ':'");
+    in.Text(u"Server", ldap.server);
+    in.Text(u"Base", ldap.base);
+    in.Text(u"Bind Name", ldap.bindName);
+    in.Text(u"Bind Password", ldap.bindPassword);
+    in.Flag(u"Start TLS", ldap.startsTls);
+    in.Text(u"CA Certificate", ldap.caCertificate);
+    in.Time(u"Timeout", ldap.timeout, 100, 60'000);
+    in.Time(u"Cache Time", ldap.cacheTime, 0, 24 * 3600);
+    in.Number(u"Cache Entries", ldap.cacheEntries, 1, 1'000'000);
+    in.Time(u"Retry Time", ldap.retryTime, 0, 3600);
+    const bool isUrl = ldap.server.starts_with("ldap://") || ldap.server.starts_with("ldaps://");
+    if (settings.usesLdap && !isUrl)
+        in.Refuse(ldap.server.empty() ? u"Backend" : u"Server",
+                  "expected 'Server' to be ldap://HOST[:PORT] or ldaps://HOST[:PORT]");
+    if (ldap.startsTls && ldap.server.starts_with("ldaps://"))
+        in.Refuse(u"Start TLS", "an ldaps:// connection has TLS from its beginning");
+    RegistryReader attributes(platform, kDirectoryAttributesKey);
+    attributes.AllTexts(ldap.attributes);
+    return in.Problem().empty() ? attributes.Problem() : in.Problem();
+}
+
+} // namespace
+
 std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
 {
     // Half of the processors may be busy with passwords; the rest serves who is signed in.
@@ -248,7 +313,7 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
     in.Number(u"Password Waiters", settings.auth.waiters, 0, 100'000);
     in.Number(u"Credential Cache", settings.auth.cacheEntries, 1, 1'000'000);
     in.Time(u"Credential Time", settings.auth.cacheTime, 1, 24 * 3600);
-    return in.Problem();
+    return in.Problem().empty() ? ReadDirectory(platform, settings) : in.Problem();
 }
 
 bool ParseListenAddress(std::string_view text, ListenAddress& address)

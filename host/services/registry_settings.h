@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/services/authenticator.h"
+#include "host/services/directory_ldap.h"
 #include "host/services/sessions.h"
 #include "host/settings.h"
 #include <kest/com.h>
@@ -20,6 +21,9 @@ namespace kestd {
 
 inline constexpr const char16_t* kServerKey = u"Kest\\Configuration\\Server";
 inline constexpr const char16_t* kModuleKey = u"Kest\\Configuration\\KestDav";
+inline constexpr const char16_t* kDirectoryKey = u"Kest\\Configuration\\Directory";
+inline constexpr const char16_t* kDirectoryAttributesKey =
+    u"Kest\\Configuration\\Directory\\Attributes";
 inline constexpr const char16_t* kVolumesKey = u"Kest\\Configuration\\FileStore\\Volumes";
 
 // Reads the values of one key. A missing key or value leaves the variable as it is. The first
@@ -46,6 +50,8 @@ class RegistryReader {
         value = std::chrono::duration<Rep, Period>(count);
     }
     bool Has(const char16_t* name);
+    // All values of the key, which are texts, added to or replacing those of the same name.
+    void AllTexts(std::vector<std::pair<std::string, std::string>>& values);
 
     // Adds a problem with a value that was read: "FILE:LINE: 'KEY' 'NAME': reason".
     void Refuse(const char16_t* name, const std::string& reason);
@@ -70,6 +76,10 @@ struct HostSettings {
     AuthLimits auth;
     uint32_t objectsPerSession = 64;
     std::string usersFile; // empty: the state directory's
+
+    bool usesLdap = false;     // 'Backend' of the directory's key: "users" or "ldap"
+    std::string tree = "KEST"; // 'Tree': of users whose record names none
+    LdapSettings ldap;
 };
 
 // Reads them; empty on success, else the first problem. `settings` holds the defaults on entry.
