@@ -1,5 +1,6 @@
 # Build options and what every target is compiled with.
 option(KEST_TESTS "Build the tests" ON)
+option(KEST_FUZZ "Build the fuzz targets (clang)" OFF)
 set(KEST_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefined or thread")
 
 find_program(KEST_CCACHE ccache)
@@ -15,7 +16,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # g++ 12 warns of an overlap in every optimised `"text" + std::string` (its bug 105651).
   target_compile_options(kest_flags INTERFACE -Wno-restrict)
 endif()
-target_link_options(kest_flags INTERFACE -Wl,--as-needed -Wl,-z,defs -Wl,-z,relro,-z,now)
+target_link_options(kest_flags INTERFACE -Wl,--as-needed -Wl,-z,relro,-z,now)
+if(KEST_FUZZ)
+  # clang keeps the sanitizers in the program, where libraries find them when they are loaded.
+  target_compile_options(kest_flags INTERFACE -fsanitize=fuzzer-no-link)
+else()
+  target_link_options(kest_flags INTERFACE -Wl,-z,defs)
+endif()
 if(KEST_SANITIZE)
   target_compile_options(kest_flags INTERFACE -fsanitize=${KEST_SANITIZE})
   target_link_options(kest_flags INTERFACE -fsanitize=${KEST_SANITIZE})

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One request body per input, through RequestHandler. The first byte chooses the object, the depth
+// and whether a lock token is sent; the rest is the body. A run that sends no reply, or leaves a
+// lock, an object or memory behind, is a crash.
+#include <cstdio>
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+#include "world.h"
+
+namespace {
+
+using harness::Node;
+using harness::Reply;
+using harness::Request;
+using harness::World;
+
+#if defined(KEST_FUZZ_PROPFIND)
+constexpr UINT32 kMethod = KestMethodPropFind;
+#elif defined(KEST_FUZZ_PROPPATCH)
+constexpr UINT32 kMethod = KestMethodPropPatch;
+#else
+constexpr UINT32 kMethod = KestMethodLock;
+#endif
+
+void Fill(harness::Provider& provider)
+{
+    provider.serveRoot = true;
+    Node& file = provider.AddFile("/p/c/a", "hello");
+    file.properties = {{u"author", "me"}, {u"large", std::string(40000, 'v')}};
+    file.locks.clear();
+    provider.AddCollection("/p/c").properties = {{u"author", "you"}};
+    provider.AddCollection("/p/c/d");
+}
+
+World& TheWorld()
+{
+    static World* const world = [] {
+        auto* made = new World({{.name = "p", .caps = kCapsNamedProperties}});
+        Fill((*made)["p"]);
+        made->Remember("/Ferro/p/c/a");
+        return made;
+    }();
+    return *world;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
+{
+    testing::InitGoogleTest(argc, *argv);
+    (void)TheWorld();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size == 0)
+        return 0;
+    const uint8_t choice = data[0];
+    static constexpr const char* kPaths[] = {"/Ferro/p/c/a", "/Ferro/p/c", "/Ferro", "/Ferro/p/x"};
+    Request request(kMethod, kPaths[choice & 3]);
+    request.Header("Depth", choice & 4 ? "1" : "0");
+    if (choice & 8)
+        request.Header("If", "(<opaquelocktoken:00000000-0000-4000-8000-000000000001>)");
+    if (size > 1)
+        request.Body({std::string(reinterpret_cast<const char*>(data + 1), size - 1)});
+
+    World& world = TheWorld();
+    const Reply reply = world.Run(request);
+    world.recorder.Clear();
+    Fill(world["p"]);
+    EXPECT_EQ(reply.heads, 1) << reply.text;
+    world.ExpectAtRest();
+    if (testing::Test::HasFailure())
+        std::abort();
+    return 0;
+}
