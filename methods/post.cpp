@@ -56,8 +56,11 @@ void UseToken(IKestIO_5* io, const char* arguments)
 
     char header[kTextBytes + 4]; // the arguments are shorter than kTextBytes
     std::memcpy(header, value, length);
-    std::memcpy(header, "(<", 2);
-    std::memcpy(header + length, ">)", 3);
+    header[0] = '(';
+    header[1] = '<';
+    header[length] = '>';
+    header[length + 1] = ')';
+    header[length + 2] = '\0';
     char name[] = "If";
     (void)io->SetRequestHeader(name, static_cast<UINT32>(length + 2), header);
 }

@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <expat.h>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -108,6 +108,21 @@ std::string Shipped(const std::string& name)
     return text.str();
 }
 
+// The page without what stands in elements of one name.
+std::string WithoutElements(std::string page, const std::string& element)
+{
+    const std::string end = "</" + element + ">";
+    for (size_t at = page.find("<" + element); at != std::string::npos;
+         at = page.find("<" + element, at)) {
+        const size_t stop = page.find(end, at);
+        EXPECT_NE(stop, std::string::npos) << "an element that does not end";
+        if (stop == std::string::npos)
+            return page;
+        page.erase(at, stop + end.size() - at);
+    }
+    return page;
+}
+
 const char* const kHostileNames[] = {
     "<img src=x onerror=alert(1)>",
     "\" onmouseover=\"alert(1)",
@@ -161,11 +176,14 @@ TEST(ShippedTemplates, Directives_AreAllKnownAndWhole)
         std::istringstream text(Shipped(name));
         for (std::string line; std::getline(text, line);) {
             EXPECT_LT(line.size(), 1023U) << name << ": a longer line may split a directive";
-            const std::regex directive("<!--OlmDAV:([A-Za-z]*)(.*?)(-->|$)");
-            for (std::sregex_iterator it(line.begin(), line.end(), directive), end; it != end;
-                 ++it) {
-                EXPECT_EQ(known.count((*it)[1]), 1U) << name << ": " << (*it)[0];
-                EXPECT_EQ((*it)[3], "-->") << name << ": " << line;
+            const std::string mark = "<!--OlmDAV:";
+            for (size_t at = line.find(mark); at != std::string::npos; at = line.find(mark, at)) {
+                at += mark.size();
+                size_t end = at;
+                while (end < line.size() && std::isalpha(static_cast<unsigned char>(line[end])))
+                    ++end;
+                EXPECT_EQ(known.count(line.substr(at, end - at)), 1U) << name << ": " << line;
+                EXPECT_NE(line.find("-->", at), std::string::npos) << name << ": " << line;
             }
         }
     }
@@ -185,8 +203,7 @@ TEST(ShippedTemplates, HostileNames_StayInsideTheirElements)
                                                .Header("Accept", mode.accept));
         EXPECT_THAT(reply.body, Not(HasSubstr("OlmDAV"))) << mode.why;
         // What is left of the page without the elements whose content no parser looks into.
-        const std::string rest =
-            std::regex_replace(reply.body, std::regex("<xmp[^>]*>[^]*?</xmp>"), "");
+        const std::string rest = WithoutElements(reply.body, "xmp");
         EXPECT_THAT(rest, Not(HasSubstr("alert(1)>"))) << mode.why;
         EXPECT_THAT(rest, Not(HasSubstr("\" onmouseover"))) << mode.why;
         EXPECT_THAT(rest, Not(HasSubstr("' onmouseover"))) << mode.why;
