@@ -99,7 +99,23 @@ void Reply::Reset() noexcept
 
 bool Reply::SetHeader(std::string_view name, std::string_view value)
 {
-    if (status_ || !IsHeaderName(name) || !IsHeaderValue(value))
+    return !status_ && StoreHeader(name, value);
+}
+
+bool Reply::AddLateHeader(std::string_view name, std::string_view value)
+{
+    return !hasLeft_ && StoreHeader(name, value);
+}
+
+void Reply::ChangeStatus(int status) noexcept
+{
+    if (!hasLeft_)
+        status_ = status;
+}
+
+bool Reply::StoreHeader(std::string_view name, std::string_view value)
+{
+    if (!IsHeaderName(name) || !IsHeaderValue(value))
         return false;
     value = arena_->Copy(value);
     for (Header& header : headers_) {

@@ -49,6 +49,11 @@ class Reply {
     bool Finish();
     // Another request must not follow, whatever the client wants.
     void Close() noexcept { terms_.mayKeepAlive = false; }
+    // For the host, until the head has left: one more header, another success, and what of the body
+    // is still here.
+    bool AddLateHeader(std::string_view name, std::string_view value);
+    void ChangeStatus(int status) noexcept;
+    std::string_view Gathered() const noexcept { return gathered_.View(); }
     bool IsBodyEmpty() const noexcept { return bodyBytes_ == 0; }
     uint64_t BodyBytes() const noexcept { return bodyBytes_; }
     bool IsBroken() const noexcept { return isBroken_; }
@@ -59,6 +64,7 @@ class Reply {
         std::string_view name;
         std::string_view value;
     };
+    bool StoreHeader(std::string_view name, std::string_view value);
     void DecideMode(bool isFinal, size_t pending);
     void ComposeHead();
     bool Flush(const void* extra, size_t size, bool isFinal);

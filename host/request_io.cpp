@@ -6,6 +6,7 @@
 #include <new>
 
 #include "host/browser_safety.h"
+#include "host/client_needs.h"
 #include "host/text.h"
 #include "host/utf.h"
 #include <kest/identifiers.h>
@@ -177,6 +178,7 @@ bool RequestIo::Finish()
         reply.Replace(413, {}, {}); // the contract has no status of that meaning
     if (!reply.HasBegun())
         reply.Replace(500, {}, {});
+    MeetClientNeeds(*this);
     if (customStatus_ && customStatus_ == reply.Status() && reply.IsBodyEmpty())
         reply.Replace(customStatus_, "text/html; charset=utf-8", customText_);
     return reply.Finish();

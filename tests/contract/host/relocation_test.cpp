@@ -37,6 +37,7 @@ class Relocations : public ServerTest {
     }
 
     int probeStatus = 200;
+    int moduleStatus = 200;
     int probes = 0;
     std::u16string probed;
     std::u16string destination;
@@ -183,6 +184,25 @@ TEST_F(Relocations, PublicNameIsOurs)
     EXPECT_EQ(Status("COPY", "Destination: https://files.example.org:443/Ferro/b\r\n"), 201);
     EXPECT_EQ(Status("COPY", "Destination: http://h:81/Ferro/b\r\n"), 201);
     EXPECT_EQ(Status("COPY", "Destination: https://files.example.org:444/Ferro/b\r\n"), 502);
+}
+
+// What clients take for a success of these methods, whatever the module's own is.
+TEST_F(Relocations, SuccessesTellWhetherSomethingWasReplaced)
+{
+    module.handler = [this](IKestIO_5& io, UINT32 method) {
+        return io.SendHeader(method == KestMethodHead ? probeStatus : moduleStatus);
+    };
+    Start();
+    for (const char* method : {"COPY", "MOVE"}) {
+        probeStatus = 404;
+        EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\n"), 201) << method;
+        probeStatus = 200;
+        EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\n"), 204) << method;
+        EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\nOverwrite: F\r\n"), 201) << method;
+        moduleStatus = 412;
+        EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\n"), 412) << method;
+        moduleStatus = 200;
+    }
 }
 
 } // namespace
