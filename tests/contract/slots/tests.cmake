@@ -1,0 +1,6 @@
+kest_test(contract_slots SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/exports_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/slots_test.cpp)
+target_compile_definitions(contract_slots PRIVATE KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>"
+  KEST_SANITIZED=$<IF:$<BOOL:${KEST_SANITIZE}>,1,0>)
+add_dependencies(contract_slots kestdav)
