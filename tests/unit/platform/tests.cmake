@@ -3,8 +3,18 @@ add_library(platform_support STATIC ${CMAKE_CURRENT_LIST_DIR}/support.cpp)
 target_include_directories(platform_support PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(platform_support PUBLIC kest_contract tolm GTest::gtest PRIVATE kest_flags)
 
+# Libraries for the class manager to load: one that works and two that do not.
+set(kind 0)
+foreach(name component_good component_declines component_empty)
+  add_library(${name} MODULE ${CMAKE_CURRENT_LIST_DIR}/component.cpp)
+  target_compile_definitions(${name} PRIVATE COMPONENT_KIND=${kind})
+  target_link_libraries(${name} PRIVATE kest_contract kest_flags)
+  math(EXPR kind "${kind} + 1")
+endforeach()
+
 kest_test(unit_platform
   SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/classes_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/codepage_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/memory_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/registry_read_test.cpp
@@ -12,4 +22,13 @@ kest_test(unit_platform
     ${CMAKE_CURRENT_LIST_DIR}/strings_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/sync_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/work_test.cpp
+  LIBS platform_support)
+target_compile_definitions(unit_platform PRIVATE
+  COMPONENT_GOOD="$<TARGET_FILE:component_good>"
+  COMPONENT_DECLINES="$<TARGET_FILE:component_declines>"
+  COMPONENT_EMPTY="$<TARGET_FILE:component_empty>")
+add_dependencies(unit_platform component_good component_declines component_empty)
+
+# A process of its own: it runs out of memory on purpose.
+kest_test(unit_platform_faults SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults_test.cpp
   LIBS platform_support)
