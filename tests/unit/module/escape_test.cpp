@@ -10,6 +10,7 @@
 
 #include "core/globals.h"
 #include <kest/com.h>
+#include <kest/status.h>
 
 ITalpl* pITalpl = nullptr;
 
@@ -53,6 +54,21 @@ std::string PathEscape(const std::string& in)
     std::string out;
     EXPECT_EQ(PathEscape(in, static_cast<UINT16>(in.size() * 3 + 1), out), TAL_STATUS_SUCCESS);
     return out;
+}
+
+TEST(Strdup, CopiesIntoPlatformMemory)
+{
+    Ref<ITalpl> platform;
+    ASSERT_EQ(Create(CLSID_HadranTalpl, platform), TAL_STATUS_SUCCESS);
+    pITalpl = platform.Get();
+    for (const char* text : {"", "a", "some longer text"}) {
+        char* const copy = kestdav_strdup(text);
+        ASSERT_NE(copy, nullptr);
+        EXPECT_NE(copy, text);
+        EXPECT_STREQ(copy, text);
+        EXPECT_EQ(pITalpl->TalxFreeMemory(copy), TAL_STATUS_SUCCESS);
+    }
+    pITalpl = nullptr;
 }
 
 TEST(UriEscape, EscapesItsFourteenCharactersInLowerCase)
