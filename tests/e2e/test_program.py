@@ -1,0 +1,205 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The program as an administrator uses it: configuration, users, TLS, reload, stop."""
+
+import base64
+import os
+import signal
+import socket
+import subprocess
+
+import harness
+from harness import Failure, ServerCase, TestServer, Tree, curl, registry_text, run, url_path, \
+    wait_for
+
+
+def basic(name, password):
+    text = base64.b64encode(f"{name}:{password}".encode()).decode()
+    return {"Authorization": f"Basic {text}"}
+
+
+class Commands(ServerCase):
+    def test_help_and_version(self):
+        status, text = run(harness.KESTD, "--help")
+        self.assertEqual(status, 0)
+        self.assertIn("kestd serve", text)
+        status, text = run(harness.KESTD, "--version")
+        self.assertEqual(status, 0)
+        self.assertRegex(text, r"\d+\.\d+")
+
+    def test_unknown_option_is_named(self):
+        status, text = run(harness.KESTD, "serve", "--nonsense")
+        self.assertNotEqual(status, 0)
+        self.assertIn("--nonsense", text)
+
+    def test_taken_port_is_told(self):
+        status, text = run(harness.KESTD, "serve", "--listen", f"127.0.0.1:{self.server.port}",
+                           "--state-dir", self.tree / "state", f"x={self.tree.path}")
+        self.assertNotEqual(status, 0)
+        self.assertIn(str(self.server.port), text)
+
+    def test_other_addresses_need_users(self):
+        status, text = run(harness.KESTD, "serve", "--listen", "0.0.0.0:0",
+                           "--state-dir", self.tree / "state", f"x={self.tree.path}")
+        self.assertNotEqual(status, 0)
+        self.assertIn("user", text)
+
+    def test_wrong_configuration_names_file_and_line(self):
+        cases = {
+            "syntax": "['Kest\\Configuration\\Server']\n'Listen' = [",
+            "type": "['Kest\\Configuration\\Server']\n\n'Connections' = 'many'\n",
+            "range": "['Kest\\Configuration\\Server']\n\n'Connections' = 0\n",
+        }
+        for name, text in cases.items():
+            with self.subTest(name):
+                path = self.tree.write(f"{name}.toml", text)
+                status, said = run(harness.KESTD, "serve", "--config", path, "--listen",
+                                   "127.0.0.1:0", "--state-dir", self.tree / "state",
+                                   f"x={self.tree.path}", timeout=60)
+                self.assertNotEqual(status, 0)
+                self.assertRegex(said, rf"{name}\.toml:\d+")
+        status, said = run(harness.KESTD, "serve", "--config", self.tree / "missing.toml")
+        self.assertNotEqual(status, 0)
+        self.assertIn("missing.toml", said)
+
+    def test_setting_that_nobody_reads_is_reported(self):
+        tree = Tree()
+        try:
+            with TestServer({"t": tree.path}, settings={"Server": {"Conections": 5}}) as server:
+                self.assertIn("Conections", server.log())
+        finally:
+            tree.remove()
+
+    def test_reader_of_the_ready_line_may_go_away(self):
+        # A script that reads one line and closes the pipe must not end the server.
+        self.server.process.stdout.close()
+        self.assertEqual(self.server.request("OPTIONS", "/").status, 200)
+        self.server.process.stdout = open(os.devnull, "rb")
+
+    def test_log_names_requests_without_their_markup(self):
+        self.server.request("GET", self.path("log\"me\x1b[31m"))
+        self.assertNotIn("\x1b", self.server.log())
+
+
+class Users(ServerCase):
+    options = ("--user", "alice:wonder land", "--user", "bob:pässword")
+
+    def test_only_users_with_their_password_get_in(self):
+        path = self.path("file")
+        reply = self.server.request("PUT", path, b"x")
+        self.assertEqual(reply.status, 401)
+        self.assertIn("Basic", reply.headers["www-authenticate"])
+        for name, password in (("alice", "wrong"), ("nobody", "x"), ("", "")):
+            reply = self.server.request("PUT", path, b"x", basic(name, password))
+            self.assertEqual(reply.status, 401)
+        self.assertFalse(os.path.exists(self.tree / "file"))
+        for name, password in (("alice", "wonder land"), ("bob", "pässword"),
+                               ("DOMAIN\\alice", "wonder land")):
+            reply = self.server.request("PUT", path, name.encode(), basic(name, password))
+            self.assertEqual(reply.status, 201, name)
+
+    def test_broken_credentials_are_refused(self):
+        for value in ("Basic", "Basic !!!", "Basic YWxpY2U=", "Bearer x", "Basic " + "A" * 5000):
+            reply = self.server.request("GET", self.path("f"), headers={"Authorization": value})
+            self.assertIn(reply.status, (400, 401), value)
+
+    def test_curl_signs_in(self):
+        source = self.tree.write("source", b"from curl")
+        reply = curl("-u", "alice:wonder land", "-T", source, self.docs("by curl"))
+        self.assertEqual(reply.status, 201)
+
+
+class UsersFile(ServerCase):
+    def setUp(self):
+        self.own = Tree()
+        self.addCleanup(self.own.remove)
+        self.file = self.own / "users"
+
+    def user(self, *arguments, password=None):
+        return run(harness.KESTD, "user", *arguments, "--users-file", self.file,
+                   stdin=None if password is None else (password + "\n").encode())
+
+    def test_users_are_added_changed_and_removed_while_it_runs(self):
+        self.assertEqual(self.user("add", "carol", password="one")[0], 0)
+        self.assertEqual(os.stat(self.file).st_mode & 0o077, 0)
+        with open(self.file, encoding="utf-8") as text:
+            self.assertNotIn("one", text.read().split(":")[1])
+        settings = {"Server": {"Users File": self.file}}
+        with TestServer({"docs": self.tree.path}, settings=settings) as server:
+            def status(password):
+                return server.request("PROPFIND", url_path("docs"),
+                                      headers=basic("carol", password)).status
+
+            self.assertEqual((status("one"), status("two")), (207, 401))
+            self.assertEqual(self.user("passwd", "carol", password="two")[0], 0)
+            server.process.send_signal(signal.SIGHUP)
+            wait_for(lambda: status("two") == 207, "the new password to count")
+            self.assertEqual(status("one"), 401)
+            self.assertIn("carol", self.user("list")[1])
+            self.assertEqual(self.user("add", "dave", password="x")[0], 0)
+            self.assertEqual(self.user("remove", "carol")[0], 0)
+            server.process.send_signal(signal.SIGHUP)
+            wait_for(lambda: status("two") == 401, "the removed user to be refused")
+
+    def test_wrong_use_is_told(self):
+        self.assertNotEqual(self.user("remove", "nobody")[0], 0)
+        self.assertEqual(self.user("add", "eve", password="x")[0], 0)
+        self.assertNotEqual(self.user("add", "eve", password="x")[0], 0)
+
+
+class Reload(ServerCase):
+    def test_wrong_new_settings_leave_the_old_ones(self):
+        own = Tree()
+        path = own.write("kest.toml", registry_text({"Server": {"Access Log": False}}))
+        try:
+            with TestServer({"docs": own.path}, ["--config", path]) as server:
+                server.request("GET", url_path("docs", "quiet"))
+                own.write("kest.toml", "['Kest\\Configuration\\Server']\n'Access Log' = 'maybe'\n")
+                server.process.send_signal(signal.SIGHUP)
+                wait_for(lambda: "kest.toml" in server.log(), "the complaint")
+                server.request("GET", url_path("docs", "quiet"))
+                self.assertNotIn("/docs/quiet", server.log())
+                own.write("kest.toml", registry_text({"Server": {"Access Log": True}}))
+                server.process.send_signal(signal.SIGHUP)
+                wait_for(lambda: server.request("GET", url_path("docs", "loud"))
+                         and "/docs/loud" in server.log(), "the access log")
+        finally:
+            own.remove()
+
+
+class Tls(ServerCase):
+    def certificate(self, folder, name):
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                        "ec_paramgen_curve:P-256", "-nodes", "-days", "1", "-subj", f"/CN={name}",
+                        "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", folder / "key.pem",
+                        "-out", folder / "cert.pem"], check=True, capture_output=True)
+
+    def test_files_travel_over_tls_and_a_new_certificate_is_taken_over(self):
+        own = Tree()
+        try:
+            self.certificate(own, "first")
+            options = ["--tls-cert", own / "cert.pem", "--tls-key", own / "key.pem"]
+            with TestServer({"docs": self.tree.path}, options) as server:
+                self.assertEqual(server.scheme, "https")
+                trust = ("--cacert", own / "cert.pem")
+                data = harness.pattern(3_000_000)
+                source = self.tree.write("source", data)
+                self.assertEqual(curl(*trust, "-T", source, server.url("docs", "tls")).status, 201)
+                self.assertEqual(curl(*trust, server.url("docs", "tls")).out, data)
+                reply = curl(*trust, "-X", "PROPFIND", server.url("docs", "tls"))
+                self.assertIn(server.url("docs", "tls").encode(), reply.out)
+                # Plain text on that port gets no file.
+                with socket.create_connection(("127.0.0.1", server.port), 30) as sock:
+                    sock.sendall(b"GET /Ferro/docs/tls HTTP/1.1\r\nHost: h\r\n\r\n")
+                    self.assertNotIn(b"200 OK", harness.read_all(sock))
+                self.certificate(own, "second")
+                server.process.send_signal(signal.SIGHUP)
+                # Only the new certificate is trusted now.
+                wait_for(lambda: curl(*trust, server.url("docs", "tls")).status == 200,
+                         "the new certificate")
+        finally:
+            own.remove()
+
+    def test_missing_key_stops_the_start(self):
+        with self.assertRaises(Failure):
+            TestServer({"docs": self.tree.path}, ["--tls-cert", self.tree / "no.pem",
+                                                  "--tls-key", self.tree / "no.pem"])
