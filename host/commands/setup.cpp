@@ -190,7 +190,9 @@ bool Setup::HasValue(const char16_t* key)
 
 std::string Setup::ReadSettings(HostSettings& settings)
 {
-    return ReadHostSettings(Platform(), settings);
+    if (std::string problem = ReadHostSettings(Platform(), settings); !problem.empty())
+        return problem;
+    return CheckComponentSettings(Platform());
 }
 
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory)

@@ -3,11 +3,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <thread>
 
 #include <arpa/inet.h>
+#include <sys/stat.h>
 
 #include "host/services/text.h"
 #include <kest/tolm.h>
@@ -314,6 +316,72 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
     in.Number(u"Credential Cache", settings.auth.cacheEntries, 1, 1'000'000);
     in.Time(u"Credential Time", settings.auth.cacheTime, 1, 24 * 3600);
     return in.Problem().empty() ? ReadDirectory(platform, settings) : in.Problem();
+}
+
+namespace {
+
+std::string CheckModule(ITalpl& platform)
+{
+    RegistryReader in(platform, kModuleKey);
+    uint32_t number = 262144;
+    in.Number(u"Read-Write Block Size", number, 1024, 524288);
+    uint64_t level = 0;
+    in.Number(u"Debug Level", level);
+    std::string templates;
+    in.Text(u"Template Directory", templates);
+    std::string moniker = "/Ferro";
+    in.Text(u"Moniker", moniker);
+    const bool isPath = moniker.size() >= 2 && moniker.size() < 200 && moniker.front() == '/' &&
+                        moniker.back() != '/' && !HasControlCharacter(moniker);
+    if (!isPath)
+        in.Refuse(u"Moniker", "expected a path such as '/Ferro', with a '/' at its beginning and "
+                              "none at its end");
+    return in.Problem();
+}
+
+std::string CheckStore(ITalpl& platform)
+{
+    RegistryReader in(platform, kStoreKey);
+    std::string sync = "data";
+    in.Text(u"Sync", sync);
+    if (sync != "none" && sync != "data" && sync != "full")
+        in.Refuse(u"Sync", "expected 'none', 'data' or 'full'");
+    uint32_t days = 0;
+    in.Number(u"Keep Deleted", days, 0, 36'500);
+    std::string address = "127.0.0.1";
+    in.Text(u"Server Address", address);
+    in_addr four{};
+    if (inet_pton(AF_INET, address.c_str(), &four) != 1)
+        in.Refuse(u"Server Address", "expected an IPv4 address");
+    return in.Problem();
+}
+
+std::string CheckVolumes(ITalpl& platform)
+{
+    RegistryReader in(platform, kVolumesKey);
+    std::vector<std::pair<std::string, std::string>> volumes;
+    in.AllTexts(volumes);
+    for (const auto& [name, directory] : volumes) {
+        const std::u16string wide = ToUtf16(name).value_or(u"?");
+        struct stat info {};
+        if (name.find('/') != std::string::npos || name == "." || name == "..")
+            in.Refuse(wide.c_str(), "a volume's name holds no '/' and is neither '.' nor '..'");
+        if (stat(directory.c_str(), &info) != 0)
+            in.Refuse(wide.c_str(), "'" + directory + "': " + std::strerror(errno));
+        else if (!S_ISDIR(info.st_mode))
+            in.Refuse(wide.c_str(), "'" + directory + "' is not a directory");
+    }
+    return in.Problem();
+}
+
+} // namespace
+
+std::string CheckComponentSettings(ITalpl& platform)
+{
+    for (const auto check : {CheckModule, CheckStore, CheckVolumes})
+        if (std::string problem = check(platform); !problem.empty())
+            return problem;
+    return {};
 }
 
 bool ParseListenAddress(std::string_view text, ListenAddress& address)

@@ -24,6 +24,7 @@ inline constexpr const char16_t* kModuleKey = u"Kest\\Configuration\\KestDav";
 inline constexpr const char16_t* kDirectoryKey = u"Kest\\Configuration\\Directory";
 inline constexpr const char16_t* kDirectoryAttributesKey =
     u"Kest\\Configuration\\Directory\\Attributes";
+inline constexpr const char16_t* kStoreKey = u"Kest\\Configuration\\FileStore";
 inline constexpr const char16_t* kVolumesKey = u"Kest\\Configuration\\FileStore\\Volumes";
 
 // Reads the values of one key. A missing key or value leaves the variable as it is. The first
@@ -84,6 +85,10 @@ struct HostSettings {
 
 // Reads them; empty on success, else the first problem. `settings` holds the defaults on entry.
 std::string ReadHostSettings(ITalpl& platform, HostSettings& settings);
+
+// Looks at the settings of the WebDAV module and of the file store, which fall back to defaults in
+// silence: what is wrong there is said before anybody is served. Empty when all is well.
+std::string CheckComponentSettings(ITalpl& platform);
 
 // "ADDR:PORT", "[ADDR]:PORT" for IPv6. False when it is neither; names are not resolved.
 bool ParseListenAddress(std::string_view text, ListenAddress& address);

@@ -141,6 +141,107 @@ TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
     }
 }
 
+// The shipped file with its commented-out settings switched on.
+std::string SampleFile()
+{
+    std::ifstream file(KEST_SAMPLE);
+    std::string text;
+    for (std::string line; std::getline(file, line);)
+        text += (line.starts_with("#'") ? line.substr(1) : line) + "\n";
+    return text;
+}
+
+TEST_F(Settings, ShippedFile_HoldsTheDefaults)
+{
+    HostSettings defaults;
+    ASSERT_EQ(ReadHostSettings(*platform_.Get(), defaults), "");
+    std::ofstream(file_) << SampleFile();
+    std::string error(1024, '\0');
+    ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+    HostSettings s;
+    // Other than the defaults, so that a setting that the file forgets shows.
+    s.server.listen.clear();
+    s.server.realm = "?";
+    s.server.accessLog = false;
+    s.server.limits = {1,
+                       1,
+                       1,
+                       1,
+                       1,
+                       1,
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1)};
+    s.sessions = {1, 1, std::chrono::seconds(1)};
+    s.objectsPerSession = 1;
+    s.auth.waiters = s.auth.cacheEntries = 1;
+    s.auth.cacheTime = std::chrono::seconds(1);
+    s.tree = "?";
+    s.ldap.attributes.clear();
+    ASSERT_EQ(ReadHostSettings(*platform_.Get(), s), "");
+    EXPECT_EQ(s.server.listen, defaults.server.listen);
+    EXPECT_EQ(s.server.realm, defaults.server.realm);
+    EXPECT_EQ(s.server.accessLog, defaults.server.accessLog);
+    const Limits& l = s.server.limits;
+    const Limits& d = defaults.server.limits;
+    EXPECT_EQ(l.connections, d.connections);
+    EXPECT_EQ(l.workerThreads, d.workerThreads);
+    EXPECT_EQ(l.headBytes, d.headBytes);
+    EXPECT_EQ(l.targetBytes, d.targetBytes);
+    EXPECT_EQ(l.xmlBodyBytes, d.xmlBodyBytes);
+    EXPECT_EQ(l.bodyBytes, d.bodyBytes);
+    EXPECT_EQ(l.headTime, d.headTime);
+    EXPECT_EQ(l.bodyIdleTime, d.bodyIdleTime);
+    EXPECT_EQ(l.sendStallTime, d.sendStallTime);
+    EXPECT_EQ(l.keepAliveTime, d.keepAliveTime);
+    EXPECT_EQ(l.shutdownTime, d.shutdownTime);
+    EXPECT_EQ(s.sessions.sessions, defaults.sessions.sessions);
+    EXPECT_EQ(s.sessions.cookieSessionsPerUser, defaults.sessions.cookieSessionsPerUser);
+    EXPECT_EQ(s.sessions.idleTime, defaults.sessions.idleTime);
+    EXPECT_EQ(s.objectsPerSession, defaults.objectsPerSession);
+    EXPECT_EQ(s.auth.waiters, defaults.auth.waiters);
+    EXPECT_EQ(s.auth.cacheEntries, defaults.auth.cacheEntries);
+    EXPECT_EQ(s.auth.cacheTime, defaults.auth.cacheTime);
+    EXPECT_EQ(s.tree, defaults.tree);
+    EXPECT_EQ(s.usesLdap, defaults.usesLdap);
+    EXPECT_EQ(s.ldap.attributes, defaults.ldap.attributes);
+    EXPECT_EQ(CheckComponentSettings(*platform_.Get()), "");
+    std::string unread; // the file names nothing that nobody knows
+    TolmRegistryReportUnread(
+        [](const char* line, void* all) { *static_cast<std::string*>(all) += line; }, &unread);
+    EXPECT_EQ(unread, "");
+}
+
+TEST_F(Settings, WrongSettingsOfComponents_AreNamedWithTheirPlace)
+{
+    struct Row {
+        const char* key;
+        const char* text;
+        const char* expected;
+    };
+    for (const Row& row : {Row{"KestDav", "'Read-Write Block Size' = 1023", "from 1024 to 524288"},
+                           Row{"KestDav", "'Moniker' = 'Ferro'", "expected a path"},
+                           Row{"KestDav", "'Moniker' = '/Ferro/'", "expected a path"},
+                           Row{"KestDav", "'Moniker' = 5", "expected a text"},
+                           Row{"KestDav", "'Template Directory' = true", "expected a text"},
+                           Row{"FileStore", "'Sync' = 'perhaps'", "expected 'none'"},
+                           Row{"FileStore", "'Keep Deleted' = 'week'", "expected a number"},
+                           Row{"FileStore", "'Server Address' = '::1'", "IPv4"},
+                           Row{"FileStore\\Volumes", "'a' = '/nonexistent'", "No such file"},
+                           Row{"FileStore\\Volumes", "'a' = '/dev/null'", "not a directory"},
+                           Row{"FileStore\\Volumes", "'a/b' = '/'", "holds no '/'"},
+                           Row{"FileStore\\Volumes", "'a' = 5", "expected a text"}}) {
+        std::ofstream(file_) << "['Kest\\Configuration\\" << row.key << "']\n" << row.text << "\n";
+        std::string error(1024, '\0');
+        ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        const std::string problem = CheckComponentSettings(*platform_.Get());
+        EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
+        EXPECT_TRUE(problem.starts_with(file_ + ":2: ")) << problem;
+    }
+}
+
 TEST(PublicName, IsTheUrlsOrTheFirstAddress)
 {
     struct Row {

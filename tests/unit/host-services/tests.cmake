@@ -12,3 +12,5 @@ kest_test(unit_host_services
     ${CMAKE_CURRENT_LIST_DIR}/text_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/users_test.cpp
   LIBS kestd_commands kestd_services tolm)
+target_compile_definitions(unit_host_services PRIVATE
+  KEST_SAMPLE="${PROJECT_SOURCE_DIR}/packaging/kest.toml")
