@@ -1,6 +1,10 @@
+set(sanitized 0)
+if(KEST_SANITIZE)
+  set(sanitized 1)
+endif()
 kest_test(contract_slots SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/exports_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/slots_test.cpp)
 target_compile_definitions(contract_slots PRIVATE KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>"
-  KEST_SANITIZED=$<IF:$<BOOL:${KEST_SANITIZE}>,1,0>)
+  KEST_SANITIZED=${sanitized})
 add_dependencies(contract_slots kestdav)
