@@ -8,6 +8,8 @@
 
 #include <utility>
 
+#include <boost/asio/post.hpp>
+
 #include "host/front.h"
 #include "host/judge.h"
 #include "host/relocation.h"
@@ -27,6 +29,9 @@ constexpr uint64_t kFetchedBody = 64 * 1024;
 // of having its connection reset.
 constexpr milliseconds kLingerTime{2000};
 constexpr size_t kLingerBytes = 4 * 1024 * 1024;
+
+// Requests of one client that are served in a row.
+constexpr int kRounds = 64;
 
 // Requests that are not in use, kept with their memory. Few: one for each that a thread has open.
 thread_local std::vector<std::unique_ptr<RequestIo>> t_spare;
@@ -132,7 +137,11 @@ void Connection::Run()
 {
     hasExpired_ = deadline_.exchange(0) == -1;
     isDrained_ = false;
-    for (;;) {
+    for (int rounds = 0;; ++rounds) {
+        if (rounds == kRounds) { // a long pipeline lets others have their turn
+            boost::asio::post(front_.io, [this] { OnReady(); });
+            return;
+        }
         Step step = Step::Close;
         switch (state_) {
         case State::Head:

@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -58,6 +59,25 @@ bool FillAddress(const ListenAddress& from, sockaddr_storage& out, socklen_t& si
         return true;
     }
     return false;
+}
+
+// Asks the system for as many open files as the connections and what they serve may need. The usual
+// limit of 1,024 would turn clients away long before our own does.
+void RaiseFileLimit(uint32_t connections)
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    const rlim_t wanted = rlim_t{connections} * 2 + 1024;
+    if (limit.rlim_cur >= wanted)
+        return;
+    limit.rlim_cur = std::min(wanted, limit.rlim_max);
+    (void)setrlimit(RLIMIT_NOFILE, &limit); // within the hard limit this cannot fail
+    if (limit.rlim_cur < connections)
+        TolmLog(kLogWarning, "kestd",
+                ("only " + std::to_string(limit.rlim_cur) +
+                 " files can be open at once, fewer than the connections that may be")
+                    .c_str());
 }
 
 // Turns a settings record into what the server works with. Null with a text in `error`.
@@ -233,6 +253,7 @@ std::string Server::Impl::Start()
     if (!live)
         return error;
     front_.Publish(live);
+    RaiseFileLimit(settings_.limits.connections);
     for (const ListenAddress& where : settings_.listen)
         if (error = Listen(where); !error.empty())
             return error;

@@ -102,11 +102,11 @@ TEST_F(Store, PipelinedRequestsAreAnsweredInOrder)
     Start();
     Client client(port);
     std::string requests;
-    for (int i = 0; i < 50; ++i)
+    for (int i = 0; i < 150; ++i)
         requests += Put("p" + std::to_string(i), Pattern(static_cast<size_t>(i * 37))) +
                     Get("p" + std::to_string(i));
     ASSERT_TRUE(client.Send(requests));
-    for (int i = 0; i < 50; ++i) {
+    for (int i = 0; i < 150; ++i) {
         EXPECT_EQ(client.Receive().status, 201);
         EXPECT_TRUE(client.Receive().body == Pattern(static_cast<size_t>(i * 37))) << i;
     }
