@@ -149,7 +149,11 @@ class Listener {
                 break;
             } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 // The connection stays in the queue; asking again at once would spin.
-                TolmLog(kLogWarning, "kestd", "cannot accept a connection: too many open files");
+                if (const int64_t now = NowMs(); now >= saysAgain_) {
+                    TolmLog(kLogWarning, "kestd",
+                            "cannot accept a connection: too many open files or no memory");
+                    saysAgain_ = now + 10'000;
+                }
                 pause_.expires_after(kTick);
                 pause_.async_wait([this](const boost::system::error_code& error) {
                     if (!error && !front_.isStopping)
@@ -185,6 +189,7 @@ class Listener {
     const int fd_; // the same socket
     boost::asio::posix::stream_descriptor socket_;
     boost::asio::steady_timer pause_;
+    int64_t saysAgain_ = 0;
 };
 
 } // namespace

@@ -392,6 +392,38 @@ TEST_F(Rules, NewLocksTellTheirTokenInAHeader)
     EXPECT_EQ(lock(), "(none)") << "somebody else's lock";
 }
 
+TEST_F(Rules, EachRequestLeavesOneLineInTheLog)
+{
+    char name[] = "/tmp/kest-log-XXXXXX";
+    const int file = mkstemp(name);
+    ASSERT_GE(file, 0);
+    const int before = dup(STDERR_FILENO); // where the log goes
+    ASSERT_EQ(dup2(file, STDERR_FILENO), STDERR_FILENO);
+    ServerSettings settings = QuietSettings();
+    settings.accessLog = true;
+    Start(settings);
+    Client client(port);
+    EXPECT_EQ(client.Ask(Request("GET /Ferro/a%20b?q=\"x")).status, 200);
+    EXPECT_EQ(client.Ask(Request("GET /nowhere")).status, 404);
+    EXPECT_EQ(client.Ask("NONSENSE\r\n\r\n").status, 400);
+    server->Stop();
+    dup2(before, STDERR_FILENO);
+    close(before);
+    close(file);
+    std::ifstream log(name);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(log, line);)
+        lines.push_back(line);
+    std::filesystem::remove(name);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].find("127.0.0.1 - someone ["), 0u) << lines[0];
+    EXPECT_NE(lines[0].find("] \"GET /Ferro/a%20b?q=\\x22x HTTP/1.1\" 200 0 "), std::string::npos)
+        << lines[0];
+    EXPECT_NE(lines[1].find("- - ["), std::string::npos) << lines[1];
+    EXPECT_NE(lines[1].find("\"GET /nowhere HTTP/1.1\" 404 14 "), std::string::npos) << lines[1];
+    EXPECT_NE(lines[2].find("\" 400 16 "), std::string::npos) << lines[2];
+}
+
 class Wharf : public ServerTest {
   protected:
     void SetUp() override
