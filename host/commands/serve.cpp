@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <optional>
 
@@ -219,9 +220,13 @@ void Host::Wait()
         const int signal = sigtimedwait(&waited, nullptr, &tick);
         if (signal == SIGTERM || signal == SIGINT)
             return;
-        if (signal == SIGHUP)
-            Reload();
-        services_->sessions.EndIdle();
+        try {
+            if (signal == SIGHUP)
+                Reload();
+            services_->sessions.EndIdle();
+        } catch (const std::exception& error) { // memory is short: later, then
+            Log(kLogError, error.what());
+        }
     }
 }
 

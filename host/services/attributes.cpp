@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "host/services/com_object.h"
 
@@ -21,6 +22,7 @@ struct AttributeBlock {
     int32_t access;      // readers, or -1 for the writer
     uint32_t references; // callers that hold or wait
     bool isRemoved;      // no longer the session's; gone with the last reference
+    bool isCleaned;      // its clean-up has been called
 };
 
 namespace {
@@ -193,6 +195,7 @@ TALSTATUS AttributeService::Create(SCHANDLE session, HANDLE registration, void* 
                                         known->freeData,
                                         kWriter,
                                         1,
+                                        false,
                                         false};
         locked.lock.lock();
         const bool isSame = locked->number == SessionTable::NumberOf(session) &&
@@ -327,35 +330,43 @@ TALSTATUS AttributeService::Give(Attribute* attribute)
     return TAL_STATUS_SUCCESS;
 }
 
+// One attribute at a time and without memory of its own: the end of a session cannot fail.
 void AttributeService::EndSession(SCHANDLE session)
 {
-    std::vector<uint64_t> owners;
-    {
-        const SessionTable::Locked locked = sessions_.Lock(session);
-        if (!locked)
-            return;
-        for (const AttributeBlock* const block : locked->attributes)
-            owners.push_back(block->registration);
-    }
-    for (const uint64_t owner : owners) {
-        const auto known = Registered(reinterpret_cast<HANDLE>(owner));
-        if (known && known->cleanup)
-            (void)known->cleanup(session); // the session ends whatever it says
-    }
-    std::vector<AttributeBlock*> gone; // what the callbacks left
-    {
-        const SessionTable::Locked locked = sessions_.Lock(session);
-        gone.reserve(locked->attributes.size());
-        while (!locked->attributes.empty()) {
-            AttributeBlock& block = *locked->attributes.back();
-            ++block.references;
-            RemoveFrom(*locked.session, block);
-            if (DropReference(block))
-                gone.push_back(&block);
+    while (const uint64_t owner = NextToClean(session)) {
+        SA_CLEANUP_CALLBACK cleanup = nullptr;
+        {
+            const std::lock_guard lock(mutex_);
+            if (!registrations_[owner - 1].isGone)
+                cleanup = registrations_[owner - 1].cleanup;
         }
+        if (cleanup)
+            (void)cleanup(session); // the session ends whatever it says
     }
-    for (AttributeBlock* const block : gone)
-        Destroy(block);
+    for (;;) { // what the callbacks left
+        SessionTable::Locked locked = sessions_.Lock(session);
+        if (!locked || locked->attributes.empty())
+            return;
+        AttributeBlock& block = *locked->attributes.back();
+        ++block.references;
+        RemoveFrom(*locked.session, block);
+        const bool isLast = DropReference(block);
+        locked.lock.unlock();
+        if (isLast)
+            Destroy(&block);
+    }
+}
+
+// The registration of an attribute whose clean-up has not been called yet; 0 when there is none.
+uint64_t AttributeService::NextToClean(SCHANDLE session)
+{
+    const SessionTable::Locked locked = sessions_.Lock(session);
+    if (!locked)
+        return 0;
+    for (AttributeBlock* const block : locked->attributes)
+        if (!std::exchange(block->isCleaned, true))
+            return block->registration;
+    return 0;
 }
 
 // Without a lock: nobody knows the attribute any more.

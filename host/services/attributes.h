@@ -56,6 +56,7 @@ class AttributeService {
     TALSTATUS Initialise(AttributeBlock& block, void* data, SA_INIT_CALLBACK init,
                          UINT32 createMode);
     void EndSession(SCHANDLE session);
+    uint64_t NextToClean(SCHANDLE session);
     void Destroy(AttributeBlock* block);
 
     SessionTable& sessions_;

@@ -9,6 +9,7 @@ namespace kestd {
 
 EventBus::EventBus()
 {
+    running_.reserve(kDeepest + 1); // a delivery cannot fail
     thread_ = std::thread([this] { Run(); });
 }
 
@@ -58,6 +59,8 @@ bool EventBus::Publish(const GUID& eventClass, UINT32 type, void* data)
     if (isStopping_)
         return false;
     if (std::this_thread::get_id() == threadId_) {
+        if (running_.size() == kDeepest)
+            return false;
         Deliver(lock, event);
         return true;
     }

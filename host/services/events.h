@@ -33,8 +33,11 @@ class EventBus {
     // the event thread itself: then the running call ends as usual and is the last. The handler's
     // reference is gone.
     void Unsubscribe(SubscriptionId id);
+    // Events that are published by handlers of events, in each other.
+    static constexpr size_t kDeepest = 16;
+
     // Returns when every subscriber has been called. From within a handler the subscribers are
-    // called at once. False when the bus is stopping.
+    // called at once. False when the bus is stopping or the event is nested too deeply.
     bool Publish(const GUID& eventClass, UINT32 type, void* data);
     // Ends the event thread; nothing is delivered any more. Not from within a handler.
     void Stop();

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <thread>
 
 #include "host/services/com_object.h"
 
@@ -414,24 +415,26 @@ void ObjectStore::EndSession(SCHANDLE session)
     }
     if (shape_.cleanup)
         (void)shape_.cleanup(session); // the session ends whatever it says
-    Dead dead;
-    {
-        const SessionTable::Locked locked = sessions_.Lock(session);
-        ObjectList* const list = ListIn(*locked.session);
-        dead.reserve(list->count);
-        while (StoredObject* const object = list->first) {
-            TakeOut(*list, *object);
-            if (Retire(*object)) {
-                dead.push_back(object);
-            } else { // goes with its last reference
-                const std::lock_guard lock(mutex_);
-                handles_.erase(object->handle);
-            }
+    for (;;) { // one at a time and without memory of its own: the end of a session cannot fail
+        SessionTable::Locked locked = sessions_.Lock(session);
+        ObjectList* const list = locked ? ListIn(*locked.session) : nullptr;
+        if (!list)
+            return;
+        StoredObject* const object = list->first;
+        if (!object) {
+            std::erase_if(locked->objects, [&](const ObjectList& l) { return l.store == this; });
+            return;
         }
-        std::erase_if(locked->objects, [&](const ObjectList& l) { return l.store == this; });
+        TakeOut(*list, *object);
+        const bool isDead = Retire(*object);
+        if (!isDead) { // goes with its last reference
+            const std::lock_guard lock(mutex_);
+            handles_.erase(object->handle);
+        }
+        locked.lock.unlock();
+        if (isDead)
+            Destroy(object, true);
     }
-    for (StoredObject* const object : dead)
-        Destroy(object, true);
 }
 
 class ObjectStoreInterface final : public ComObject<ISCOM> {
@@ -558,13 +561,25 @@ void ObjectStores::Forget(ObjectStore* store)
 
 void ObjectStores::EndSession(SCHANDLE session)
 {
-    std::vector<std::shared_ptr<ObjectStore>> stores;
-    {
-        const std::lock_guard lock(mutex_);
-        stores = stores_;
+    for (;;) {
+        const ObjectStore* first = nullptr;
+        if (const SessionTable::Locked locked = sessions_.Lock(session);
+            locked && !locked->objects.empty())
+            first = locked->objects.front().store;
+        if (!first)
+            return;
+        std::shared_ptr<ObjectStore> store;
+        {
+            const std::lock_guard lock(mutex_);
+            for (const auto& known : stores_)
+                if (known.get() == first)
+                    store = known;
+        }
+        if (store)
+            store->EndSession(session);
+        else
+            std::this_thread::yield(); // it is going, and takes its objects along
     }
-    for (const auto& store : stores)
-        store->EndSession(session);
 }
 
 } // namespace kestd

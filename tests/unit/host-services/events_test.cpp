@@ -150,6 +150,22 @@ TEST_F(Events, Handler_MaySubscribeOthersAndPublish)
     EXPECT_EQ(nested, 1);
 }
 
+TEST_F(Events, HandlerThatPublishesWithoutEnd_IsRefusedAtADepth)
+{
+    IEvent* const event = Make();
+    size_t calls = 0;
+    TALSTATUS deepest = 0;
+    ASSERT_EQ(event->RegisterEventHandlerIf(&g_first, Listen([&](auto&&...) {
+        ++calls;
+        if (const TALSTATUS status = event->PublishEvent(&g_first, 1, nullptr); Failed(status))
+            deepest = status;
+    })),
+              0U);
+    EXPECT_EQ(event->PublishEvent(&g_first, 1, nullptr), 0U);
+    EXPECT_EQ(calls, EventBus::kDeepest);
+    EXPECT_EQ(Code(deepest), kCodeUnsuccessful);
+}
+
 TEST_F(Events, DeregistrationFromAnotherThread_WaitsForTheRunningCall)
 {
     IEvent* const event = Make();
