@@ -177,9 +177,7 @@ TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
     for (; next_ < names_->Count(); ++next_) {
         const std::string_view name = names_->At(next_);
         WCHAR wide[kMaxNameBytes];
-        size_t units = 0;
-        if (!ToUtf16(name.data(), name.size(), wide, kMaxNameBytes, &units))
-            continue; // not reached: only servable names are listed
+        const size_t units = names_->WideAt(next_, wide);
         constexpr size_t kHead = offsetof(DAV_COMMON_ENUM, DisplayName);
         const auto needed =
             static_cast<UINT32>(std::max(kHead + units * sizeof(WCHAR), sizeof(DAV_COMMON_ENUM)));

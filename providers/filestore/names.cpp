@@ -252,6 +252,19 @@ void NameList::Add(std::string_view name)
     arena_.push_back('\0');
 }
 
+size_t NameList::WideAt(size_t index, WCHAR* out) const
+{
+    const std::string_view name = At(index);
+    if (entries_[index].ascii) {
+        for (size_t i = 0; i < name.size(); ++i)
+            out[i] = static_cast<WCHAR>(name[i]);
+        return name.size();
+    }
+    size_t units = 0;
+    (void)ToUtf16(name.data(), name.size(), out, kMaxNameBytes, &units); // only servable names
+    return units;
+}
+
 // How many leading bytes all names have in common, so that the keys start where names differ. 0
 // unless every name is ASCII: only then do bytes compare as code units.
 size_t NameList::SharedPrefix() const

@@ -93,6 +93,9 @@ class NameList {
         return {arena_.data() + e.offset, e.length};
     }
 
+    // The same as UTF-16; `out` holds kMaxNameBytes units. The number of units.
+    size_t WideAt(size_t index, WCHAR* out) const;
+
   private:
     struct Entry {
         UINT64 key;

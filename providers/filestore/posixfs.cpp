@@ -244,7 +244,7 @@ class PosixFileSystem final : public FileSystem {
     int GetTagAt(FileHandle directory, const char* name, const char* tag, void* value, size_t room,
                  size_t* size) override
     {
-        const ssize_t n = ::lgetxattr(ProcPath(directory, name).text, tag, value, room);
+        const ssize_t n = GetTagRelative(directory, name, tag, value, room);
         if (n < 0)
             return errno;
         *size = static_cast<size_t>(n);
@@ -323,6 +323,27 @@ class PosixFileSystem final : public FileSystem {
             if (fd >= 0 || attempt == 8 || (errno != EAGAIN && errno != EINTR))
                 return static_cast<int>(fd);
         }
+    }
+    // Listings of 100,000 names ask this for each: the call that takes a descriptor, where the
+    // kernel has it (6.13), takes half the time of the one that looks the descriptor up in /proc.
+    static ssize_t GetTagRelative(int directory, const char* name, const char* tag, void* value,
+                                  size_t room)
+    {
+        constexpr long kGetXattrAt = 464; // the number is the same on every architecture
+        struct {
+            UINT64 value;
+            UINT32 size;
+            UINT32 flags;
+        } arguments{reinterpret_cast<UINT64>(value), static_cast<UINT32>(room), 0};
+        static std::atomic<bool> missing{false};
+        if (!missing.load(std::memory_order_relaxed)) {
+            const long n = ::syscall(kGetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, tag,
+                                     &arguments, sizeof arguments);
+            if (n >= 0 || (errno != ENOSYS && errno != EPERM))
+                return n;
+            missing.store(true, std::memory_order_relaxed);
+        }
+        return ::lgetxattr(ProcPath(directory, name).text, tag, value, room);
     }
     static int Statx(int directory, const char* name, int flags, FileInfo* out)
     {

@@ -1,0 +1,282 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The file system fails at every call in turn: nothing that was there is lost, and nothing is left
+// open or behind.
+#include <cerrno>
+
+#include "tests/unit/filestore/scratch.h"
+
+using namespace filestore;
+namespace fs = std::filesystem;
+
+namespace {
+
+// Passes everything on, until the call that is to fail. Counts what is open.
+class FailingFileSystem final : public FileSystem {
+  public:
+    explicit FailingFileSystem(std::unique_ptr<FileSystem> real) : real_(std::move(real)) {}
+
+    int failAt = 0; // counted down by every call that may fail; 0: never
+    int error = EIO;
+    int open = 0;
+    bool hasFailed = false;
+
+    int Open(const char* path, OpenFor purpose, FileHandle* out) override
+    {
+        return Opened(Fail() ? error : real_->Open(path, purpose, out));
+    }
+    void Close(FileHandle handle) override
+    {
+        --open;
+        real_->Close(handle);
+    }
+    int Inspect(FileHandle h, FileInfo* out) override
+    {
+        return Fail() ? error : real_->Inspect(h, out);
+    }
+    int InspectFully(FileHandle h, FileInfo* out) override
+    {
+        return Fail() ? error : real_->InspectFully(h, out);
+    }
+    int Read(FileHandle h, UINT64 offset, void* buffer, size_t size, size_t* got) override
+    {
+        return Fail() ? error : real_->Read(h, offset, buffer, size, got);
+    }
+    int Write(FileHandle h, UINT64 offset, const void* buffer, size_t size) override
+    {
+        return Fail() ? error : real_->Write(h, offset, buffer, size);
+    }
+    int SetMode(FileHandle h, UINT32 mode) override
+    {
+        return Fail() ? error : real_->SetMode(h, mode);
+    }
+    int SetOwner(FileHandle h, UINT32 owner, UINT32 group) override
+    {
+        return Fail() ? error : real_->SetOwner(h, owner, group);
+    }
+    int SetModified(FileHandle h, UINT64 date) override
+    {
+        return Fail() ? error : real_->SetModified(h, date);
+    }
+    int Sync(FileHandle h, bool everything) override
+    {
+        return Fail() ? error : real_->Sync(h, everything);
+    }
+    int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
+    {
+        return Fail() ? error : real_->CopyContent(from, to, size);
+    }
+    int GetTag(FileHandle h, const char* tag, void* value, size_t room, size_t* size) override
+    {
+        return Fail() ? error : real_->GetTag(h, tag, value, room, size);
+    }
+    int SetTag(FileHandle h, const char* tag, const void* value, size_t size) override
+    {
+        return Fail() ? error : real_->SetTag(h, tag, value, size);
+    }
+    int InspectAt(FileHandle d, const char* name, FileInfo* out) override
+    {
+        return Fail() ? error : real_->InspectAt(d, name, out);
+    }
+    int GetTagAt(FileHandle d, const char* name, const char* tag, void* value, size_t room,
+                 size_t* size) override
+    {
+        return Fail() ? error : real_->GetTagAt(d, name, tag, value, room, size);
+    }
+    int CreateFile(FileHandle d, const char* name, FileHandle* out) override
+    {
+        return Opened(Fail() ? error : real_->CreateFile(d, name, out));
+    }
+    int MakeDirectory(FileHandle d, const char* name) override
+    {
+        return Fail() ? error : real_->MakeDirectory(d, name);
+    }
+    int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
+               bool replace) override
+    {
+        return Fail() ? error : real_->Rename(fromDirectory, from, toDirectory, to, replace);
+    }
+    // Clean-up is let through: a disk that refuses even that is the next start's affair.
+    int RemoveFile(FileHandle d, const char* name) override { return real_->RemoveFile(d, name); }
+    int RemoveDirectory(FileHandle d, const char* name) override
+    {
+        return real_->RemoveDirectory(d, name);
+    }
+    int List(FileHandle d, NameSink& sink) override
+    {
+        return Fail() ? error : real_->List(d, sink);
+    }
+    UINT32 NewFileMode() const override { return real_->NewFileMode(); }
+    int TryLock(FileHandle h) override { return real_->TryLock(h); }
+    int ExternalPath(const char* path, char* out, size_t room) override
+    {
+        return real_->ExternalPath(path, out, room);
+    }
+    int Random(void* out, size_t size) override
+    {
+        return Fail() ? error : real_->Random(out, size);
+    }
+
+  private:
+    bool Fail()
+    {
+        if (failAt == 0 || --failAt != 0)
+            return false;
+        hasFailed = true;
+        return true;
+    }
+    int Opened(int result)
+    {
+        open += result == 0 ? 1 : 0;
+        return result;
+    }
+    std::unique_ptr<FileSystem> real_;
+};
+
+struct World {
+    explicit World(SyncLevel sync = SyncLevel::Full)
+    {
+        std::ofstream(directory.Path() / "a") << "old a";
+        std::ofstream(directory.Path() / "b") << "old b";
+        fs::create_directories(directory.Path() / "dir/sub");
+        std::ofstream(directory.Path() / "dir/sub/c") << "old c";
+        store = MakeStore(directory.Path(), 30, sync, [&](std::unique_ptr<FileSystem> real) {
+            auto wrapped = std::make_unique<FailingFileSystem>(std::move(real));
+            failing = wrapped.get();
+            return wrapped;
+        });
+        Client client(*store);
+        EXPECT_EQ(0u, client.SetProperty("/v/a", "p", "of a"));
+        EXPECT_EQ(0u, client.SetProperty("/v/dir/sub/c", "p", "of c"));
+    }
+    std::string At(const char* path) { return Contents(directory.Path() / path); }
+    bool Has(const char* path) { return fs::exists(directory.Path() / path); }
+
+    TempDirectory directory;
+    FailingFileSystem* failing = nullptr;
+    std::unique_ptr<Store> store;
+};
+
+// Runs `operation` in fresh worlds, with the first, the second, … call failing, until none does.
+template <class Operation, class Check> void FailEveryCall(Operation&& operation, Check&& check)
+{
+    for (int call = 1;; ++call) {
+        ASSERT_LT(call, 500);
+        World world;
+        Client client(*world.store);
+        const int openBefore = world.failing->open;
+        world.failing->failAt = call;
+        const TALSTATUS status = operation(client);
+        const bool failed = world.failing->hasFailed;
+        world.failing->failAt = 0;
+        SCOPED_TRACE("failing call " + std::to_string(call));
+        EXPECT_EQ(openBefore, world.failing->open);
+        EXPECT_TRUE(Leftovers(world.directory.Path() / ".kest/tmp").empty());
+        check(world, client, status);
+        if (!failed) {
+            EXPECT_EQ(0u, status);
+            return;
+        }
+    }
+}
+
+} // namespace
+
+TEST(FileSystemFailures, AnUploadLeavesOldOrNewContent)
+{
+    FailEveryCall([](Client& client) { return client.Put("/v/a", "new"); },
+                  [](World& world, Client& client, TALSTATUS) {
+                      const std::string now = world.At("a");
+                      EXPECT_TRUE(now == "old a" || now == "new") << now;
+                      EXPECT_EQ("of a", client.Property("/v/a", "p"));
+                  });
+}
+
+TEST(FileSystemFailures, AMoveLeavesTheFileAtOneOfItsNames)
+{
+    FailEveryCall([](Client& client) { return client.Move("/v/a", "/v/b"); },
+                  [](World& world, Client& client, TALSTATUS status) {
+                      if (world.Has("a")) {
+                          EXPECT_TRUE(Failed(status));
+                          EXPECT_EQ("old a", world.At("a"));
+                          EXPECT_EQ("old b", world.At("b"));
+                          EXPECT_EQ("of a", client.Property("/v/a", "p"));
+                      } else {
+                          EXPECT_EQ("old a", world.At("b"));
+                          EXPECT_EQ("of a", client.Property("/v/b", "p"));
+                      }
+                  });
+}
+
+TEST(FileSystemFailures, ATreeThatGivesWayIsNeverLost)
+{
+    FailEveryCall([](Client& client) { return client.Move("/v/a", "/v/dir"); },
+                  [](World& world, Client&, TALSTATUS status) {
+                      const bool moved = !world.Has("a");
+                      EXPECT_EQ("old a", world.At(moved ? "dir" : "a"));
+                      const bool inPlace = world.Has("dir/sub/c");
+                      EXPECT_TRUE(inPlace || world.Has(".kest/deleted/1/sub/c"));
+                      EXPECT_TRUE(moved || Failed(status));
+                  });
+}
+
+TEST(FileSystemFailures, ADeletedTreeIsThereOrKept)
+{
+    FailEveryCall([](Client& client) { return client.Delete("/v/dir"); },
+                  [](World& world, Client& client, TALSTATUS status) {
+                      if (world.Has("dir")) {
+                          EXPECT_TRUE(Failed(status));
+                          EXPECT_EQ("of c", client.Property("/v/dir/sub/c", "p"));
+                      } else {
+                          EXPECT_EQ("old c", world.At(".kest/deleted/1/sub/c"));
+                          EXPECT_EQ("of c", client.Property("/v/.kest/deleted/1/dir/sub/c", "p"));
+                      }
+                  });
+}
+
+TEST(FileSystemFailures, ACopyIsWholeOrNotThere)
+{
+    FailEveryCall([](Client& client) { return client.Copy("/v/dir", "/v/copy"); },
+                  [](World& world, Client& client, TALSTATUS status) {
+                      EXPECT_EQ("old c", world.At("dir/sub/c"));
+                      if (!world.Has("copy")) {
+                          EXPECT_TRUE(Failed(status));
+                          return;
+                      }
+                      // A member that was gone for a moment may be missing, nothing else.
+                      if (world.Has("copy/sub/c")) {
+                          EXPECT_EQ("old c", world.At("copy/sub/c"));
+                          EXPECT_EQ("of c", client.Property("/v/copy/sub/c", "p"));
+                      }
+                  });
+}
+
+TEST(FileSystemFailures, ALockThatFailsMakesNoFile)
+{
+    std::string token;
+    FailEveryCall([&](Client& client) { return client.Lock("/v/new", -1, &token); },
+                  [&](World& world, Client& client, TALSTATUS status) {
+                      EXPECT_EQ(Failed(status), !world.Has("new"));
+                      EXPECT_EQ(Failed(status), Code(client.Put("/v/new", "x")) != kCodeLocked);
+                  });
+}
+
+TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)
+{
+    World world;
+    Client client(*world.store);
+    for (const int error : {ENOSPC, EDQUOT}) {
+        auto* const resource = new FileResource(*world.store);
+        ASSERT_EQ(0u, resource->Associate({}, TRUE, 7, 1, 0, Path("/v/a").Get(), nullptr));
+        world.failing->error = error;
+        world.failing->failAt = 1;
+        char text[] = "new";
+        UINT32 written = 0;
+        EXPECT_EQ(kCodeStorageFull, Code(resource->Write(0, 3, text, &written)));
+        EXPECT_EQ(0u, written);
+        EXPECT_EQ(0u, resource->Write(0, 3, text, &written)); // later ones do not make it whole
+        resource->Release();
+        EXPECT_EQ("old a", world.At("a"));
+    }
+    EXPECT_TRUE(Leftovers(world.directory.Path() / ".kest/tmp").empty());
+}

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/names.h"
+
+#include <cerrno>
+
+#include <gtest/gtest.h>
+
+#include "providers/filestore/failures.h"
+
+using namespace filestore;
+
+namespace {
+
+void AsciiUpperUnits(WCHAR* text, UINT32 units)
+{
+    for (UINT32 i = 0; i < units; ++i)
+        if (text[i] >= 'a' && text[i] <= 'z')
+            text[i] = static_cast<WCHAR>(text[i] - 32);
+}
+
+} // namespace
+
+TEST(Names, ConversionsAreStrictAndBounded)
+{
+    char narrow[8];
+    WCHAR wide[4];
+    size_t used = 99;
+    const struct {
+        const char* why;
+        std::u16string in;
+        size_t room;
+        bool fits;
+    } rows[] = {{"plain", u"abc", 3, true},
+                {"a byte short", u"abc", 2, false},
+                {"three bytes", u"\u20ac", 3, true},
+                {"cut inside a character", u"\u20ac", 2, false},
+                {"a pair", u"\U0001F600", 4, true},
+                {"a lone high half", std::u16string(1, 0xD83D), 8, false},
+                {"a lone low half", std::u16string(1, 0xDE00), 8, false},
+                {"halves in the wrong order", std::u16string{0xDE00, 0xD83D}, 8, false}};
+    for (const auto& row : rows)
+        EXPECT_EQ(row.fits, ToUtf8(row.in.data(), row.in.size(), narrow, row.room, &used))
+            << row.why;
+    const std::pair<const char*, bool> bytes[] = {
+        {"ab", true},
+        {"\xc3\xa4", true},
+        {"\xf0\x9f\x98\x80", true},
+        {"\xc0\x80", false},
+        {"\xed\xa0\x80", false},
+        {"\xf4\x90\x80\x80", false},
+        {"\xc3", false},
+        {"\xe2\x82", false},
+        {"\xff", false},
+        {"\xe0\x80\x80", false},
+        {"abcde", false /* five units in room for four */}};
+    for (const auto& [text, ok] : bytes)
+        EXPECT_EQ(ok, ToUtf16(text, strlen(text), wide, 4, &used)) << text;
+}
+
+TEST(Names, OnlyNamesThatCanBeSentAreServed)
+{
+    const std::string longest(255, 'n');
+    for (const std::string& name : {std::string("a"), std::string(".x"), std::string("a b"),
+                                    std::string("\xe6\x97\xa5"), longest, std::string("<&\">")})
+        EXPECT_TRUE(IsServableName(name)) << name;
+    for (const std::string& name :
+         {std::string(), std::string("."), std::string(".."), std::string("a/b"),
+          std::string("a\0b", 3), std::string("\x1f"), std::string("\x7f"), std::string("\xc2\x85"),
+          std::string("\xef\xbf\xbe"), std::string("\xff"), longest + "n"})
+        EXPECT_FALSE(IsServableName(name)) << name;
+}
+
+TEST(Names, ComponentsAreJoinedWithoutEmptyOnes)
+{
+    PathBuffer path;
+    EXPECT_EQ(PathFit::Ok, AppendComponents("//a//b/", &path));
+    EXPECT_EQ("a/b", path.View());
+    EXPECT_EQ(PathFit::NotServable, AppendComponents("c/../d", &path));
+    path.Clear();
+    EXPECT_EQ(PathFit::NotServable, AppendComponents("/.KesT/x", &path));
+    path.Clear();
+    EXPECT_EQ(PathFit::Ok, AppendComponents("/a/.kest", &path)); // private at the top only
+    path.Clear();
+    EXPECT_EQ(PathFit::TooLong, AppendComponents(std::string(256, 'n'), &path));
+    std::string deep;
+    for (int i = 0; i < 17; ++i)
+        deep += "/" + std::string(250, 'd');
+    path.Clear();
+    EXPECT_EQ(PathFit::TooLong, AppendComponents(deep, &path));
+}
+
+TEST(Names, PartsOfPaths)
+{
+    EXPECT_EQ("a/b", ParentOf("a/b/c"));
+    EXPECT_EQ("", ParentOf("a"));
+    EXPECT_EQ("c", LeafOf("a/b/c"));
+    EXPECT_TRUE(IsWithin("a/b", "a"));
+    EXPECT_TRUE(IsWithin("a", "a"));
+    EXPECT_TRUE(IsWithin("a", ""));
+    EXPECT_FALSE(IsWithin("ab", "a"));
+}
+
+TEST(Names, PercentEscapes)
+{
+    std::string out;
+    EXPECT_TRUE(DecodePercent("a%20b%C3%a4", &out));
+    EXPECT_EQ("a b\xc3\xa4", out);
+    for (const char* text : {"plain", "%2F", "%00", "%", "%2", "%zz", "a%20%"})
+        EXPECT_FALSE(DecodePercent(text, &out)) << text;
+    EXPECT_EQ("/a%20b/%25%C3%A4-._~%3C", EncodePercent("/a b/%\xc3\xa4-._~<"));
+}
+
+TEST(NameList, SortsByUpperCaseThenByBytes)
+{
+    NameList names(AsciiUpperUnits);
+    const std::vector<std::string> sorted = {"", "A", "a", "a1", "A10", "a2", "b", "_", "\xc3\xa4"};
+    for (const size_t i : {4u, 8u, 1u, 7u, 2u, 0u, 6u, 3u, 5u})
+        names.Add(sorted[i]);
+    names.Sort();
+    for (size_t i = 0; i < sorted.size(); ++i)
+        EXPECT_EQ(sorted[i], names.At(i)) << i;
+}
+
+TEST(NameList, LongSharedBeginningsDoNotHideTheDifference)
+{
+    NameList names(AsciiUpperUnits);
+    const std::string prefix(200, 'p');
+    for (const char* tail : {"-123456789-b", "-123456789-A", "-123456789", "-12345678"})
+        names.Add(prefix + tail);
+    names.Add(std::string(200, 'P') + "-12345678");
+    names.Sort();
+    EXPECT_EQ(std::string(200, 'P') + "-12345678", names.At(0));
+    EXPECT_EQ(prefix + "-12345678", names.At(1));
+    EXPECT_EQ(prefix + "-123456789", names.At(2));
+    EXPECT_EQ(prefix + "-123456789-A", names.At(3));
+    EXPECT_EQ(prefix + "-123456789-b", names.At(4));
+}
+
+TEST(Failures, ErrorsOfTheSystemBecomeCodes)
+{
+    const std::pair<int, UINT16> rows[] = {{0, kCodeSuccess},
+                                           {ENOENT, kCodeNotFound},
+                                           {ELOOP, kCodeNotFound},
+                                           {EXDEV, kCodeNotFound},
+                                           {EACCES, kCodeAccessDenied},
+                                           {EROFS, kCodeAccessDenied},
+                                           {ENAMETOOLONG, kCodeNameTooLong},
+                                           {EEXIST, kCodeObjectExists},
+                                           {ENOSPC, kCodeStorageFull},
+                                           {EDQUOT, kCodeStorageFull},
+                                           {EMFILE, kCodeInsufficientResources},
+                                           {EISDIR, kCodeMethodNotAllowed},
+                                           {EIO, kCodeUnsuccessful}};
+    for (const auto& [error, code] : rows) {
+        EXPECT_EQ(code, Code(StatusFromErrno(error))) << error;
+        EXPECT_EQ(error != 0, Failed(StatusFromErrno(error))) << error;
+    }
+}

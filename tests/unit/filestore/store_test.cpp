@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What needs a clock, a second process or a start over.
+#include <csignal>
+#include <cstdlib>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "providers/filestore/purge.h"
+#include "tests/unit/filestore/scratch.h"
+
+using namespace filestore;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr UINT64 kSecond = 10'000'000;
+constexpr UINT64 kDay = 24 * 3600 * kSecond;
+const PurgePause kNoPause = [] { return true; };
+
+void PurgeAll(Store& store)
+{
+    for (const auto& volume : store.Volumes()) {
+        RetireDeleted(store, *volume);
+        EmptyPurge(*volume, kNoPause);
+        DropExpiredLocks(store, *volume);
+    }
+}
+
+} // namespace
+
+TEST(FileStoreClock, DeletedEntriesGoWhenTheirTimeIsOver)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path(), 2);
+    Client client(*store);
+    ASSERT_EQ(0u, client.MkCol("/v/tree"));
+    ASSERT_EQ(0u, client.MkCol("/v/tree/sub"));
+    for (int i = 0; i < 10; ++i)
+        ASSERT_EQ(0u, client.Put("/v/tree/sub/" + std::to_string(i), "x"));
+    ASSERT_EQ(0u, client.SetProperty("/v/tree/sub/1", "p", "v"));
+    ASSERT_EQ(0u, client.Delete("/v/tree"));
+    g_now += kDay;
+    ASSERT_EQ(0u, client.Put("/v/late", "x"));
+    ASSERT_EQ(0u, client.Delete("/v/late"));
+    PurgeAll(*store);
+    EXPECT_EQ(2u, Leftovers(directory.Path() / ".kest/deleted").size());
+    g_now += kDay + kSecond;
+    PurgeAll(*store);
+    EXPECT_EQ(1u, Leftovers(directory.Path() / ".kest/deleted").size());
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/purge").empty());
+    g_now += 2 * kDay;
+    PurgeAll(*store);
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/deleted").empty());
+    store->Volumes()[0]->Meta()->Tidy();
+    EXPECT_FALSE(store->Volumes()[0]->MayHaveProperties());
+    EXPECT_FALSE(store->Volumes()[0]->Meta()->MayHaveDeleted());
+}
+
+TEST(FileStoreClock, NothingIsKeptWithoutTime)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path(), 0);
+    Client client(*store);
+    ASSERT_EQ(0u, client.MkCol("/v/dir"));
+    ASSERT_EQ(0u, client.Put("/v/dir/a", "x"));
+    ASSERT_EQ(0u, client.SetProperty("/v/dir/a", "p", "v"));
+    ASSERT_EQ(0u, client.Delete("/v/dir"));
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/deleted").empty());
+    EXPECT_EQ(1u, Leftovers(directory.Path() / ".kest/purge").size());
+    PurgeAll(*store);
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/purge").empty());
+    ASSERT_EQ(0u, client.MkCol("/v/dir"));
+    ASSERT_EQ(0u, client.Put("/v/dir/a", "x"));
+    EXPECT_EQ("(none)", client.Property("/v/dir/a", "p"));
+}
+
+TEST(FileStoreClock, PurgingCopesWithReadOnlyAndDeepTrees)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path(), 0);
+    fs::path deep = directory.Path() / "deep";
+    fs::create_directory(deep);
+    for (int i = 0; i < 12; ++i) {
+        deep /= std::string(200, 'd');
+        fs::create_directory(deep);
+        std::ofstream(deep / "file") << "x";
+    }
+    fs::permissions(deep, fs::perms::owner_read | fs::perms::owner_exec);
+    ASSERT_EQ(0u, Client(*store).Delete("/v/deep"));
+    PurgeAll(*store);
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/purge").empty());
+}
+
+TEST(FileStoreClock, LocksExpireByThemselves)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path());
+    Client client(*store);
+    std::string token, other;
+    ASSERT_EQ(0u, client.Lock("/v/a", 100 * kSecond, &token));
+    g_now += 99 * kSecond;
+    EXPECT_EQ(kCodeLocked, Code(client.Lock("/v/a", 100 * kSecond, &other)));
+    EXPECT_EQ(kCodeLocked, Code(client.Put("/v/a", "x")));
+    g_now += kSecond;
+    EXPECT_EQ(0u, client.Put("/v/a", "x"));
+    EXPECT_EQ(0u, client.Lock("/v/a", -1, &other)); // no sweep came in between
+    g_now += 365 * kDay;
+    EXPECT_EQ(kCodeLocked, Code(client.Put("/v/a", "y")));
+    store->Volumes()[0]->Meta()->Tidy();
+    EXPECT_TRUE(store->Volumes()[0]->MayHaveLocks());
+}
+
+TEST(FileStoreClock, TheLookForLocksIsClearAgainAfterTheLastOne)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path());
+    std::string token;
+    EXPECT_FALSE(store->Volumes()[0]->MayHaveLocks());
+    ASSERT_EQ(0u, Client(*store).Lock("/v/a", kSecond, &token));
+    EXPECT_TRUE(store->Volumes()[0]->MayHaveLocks());
+    g_now += 2 * kSecond;
+    PurgeAll(*store);
+    EXPECT_FALSE(store->Volumes()[0]->MayHaveLocks());
+}
+
+TEST(FileStoreRestart, LocksAndPropertiesOutliveTheStore)
+{
+    const TempDirectory directory;
+    std::string token;
+    {
+        const auto store = MakeStore(directory.Path());
+        Client client(*store);
+        ASSERT_EQ(0u, client.Put("/v/a", "x"));
+        ASSERT_EQ(0u, client.SetProperty("/v/a", "p", "v"));
+        ASSERT_EQ(0u, client.Lock("/v/a", -1, &token));
+    }
+    // What a power cut may leave of the shared word does not matter.
+    fs::resize_file(directory.Path() / ".kest/state", 0);
+    const auto store = MakeStore(directory.Path());
+    EXPECT_EQ("v", Client(*store).Property("/v/a", "p"));
+    EXPECT_EQ(kCodeLocked, Code(Client(*store).Put("/v/a", "y")));
+}
+
+TEST(FileStoreRestart, ASecondStoreSeesTheFirstOnesLocksAtOnce)
+{
+    const TempDirectory directory;
+    const auto first = MakeStore(directory.Path());
+    const auto second = MakeStore(directory.Path());
+    std::string token;
+    ASSERT_EQ(0u, Client(*second).Put("/v/a", "x"));
+    ASSERT_EQ(0u, Client(*first).Lock("/v/a", -1, &token));
+    EXPECT_EQ(kCodeLocked, Code(Client(*second).Put("/v/a", "y")));
+    EXPECT_EQ(kCodeLocked, Code(Client(*second).Delete("/v/a")));
+}
+
+// Dies in the middle of what it is told to do, as with kill -9.
+template <class F> static void DieDuring(const fs::path& directory, F&& work)
+{
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        work();
+        raise(SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFSIGNALED(status)) << directory;
+}
+
+TEST(FileStoreRestart, WhatDeadProcessesLeftIsRemovedAndWhatLivesStays)
+{
+    const TempDirectory directory;
+    fs::create_directory(directory.Path() / "dir");
+    std::ofstream(directory.Path() / "a") << "old";
+    DieDuring(directory.Path(), [&] {
+        const auto store = MakeStore(directory.Path());
+        auto* const resource = new FileResource(*store);
+        char text[] = "half";
+        UINT32 written = 0;
+        (void)resource->Associate({}, TRUE, 7, 1, 0, Path("/v/a").Get(), nullptr);
+        (void)resource->Write(0, 4, text, &written);
+        // A tree that was being copied when the end came.
+        const std::string name = store->Volumes()[0]->UniqueName();
+        fs::create_directories(directory.Path() / ".kest/tmp" / name / "sub");
+        raise(SIGKILL);
+    });
+    EXPECT_EQ(2u, Leftovers(directory.Path() / ".kest/tmp").size());
+    const auto living = MakeStore(directory.Path());
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/tmp").empty());
+    EXPECT_EQ("old", Contents(directory.Path() / "a"));
+    EmptyPurge(*living->Volumes()[0], kNoPause);
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/purge").empty());
+
+    // An upload of a store that lives is not taken for a left-over by the next one.
+    auto* const resource = new FileResource(*living);
+    ASSERT_EQ(0u, resource->Associate({}, TRUE, 7, 1, 0, Path("/v/a").Get(), nullptr));
+    char text[] = "new";
+    UINT32 written = 0;
+    ASSERT_EQ(0u, resource->Write(0, 3, text, &written));
+    const auto another = MakeStore(directory.Path());
+    resource->Release();
+    EXPECT_EQ("new", Contents(directory.Path() / "a"));
+}
+
+TEST(FileStoreRestart, ARenameWhoseProcessDiedIsSettledByTheDisk)
+{
+    for (const bool happened : {true, false}) {
+        const TempDirectory directory;
+        DieDuring(directory.Path(), [&] {
+            const auto store = MakeStore(directory.Path());
+            Client client(*store);
+            (void)client.Put("/v/a", "x");
+            (void)client.SetProperty("/v/a", "p", "v");
+            const Volume& volume = *store->Volumes()[0];
+            std::unique_ptr<MetadataSession> session;
+            (void)Store::OpenMetadata(volume, &session);
+            RenameIntent intent{0, volume.Token(), "a", "b"};
+            (void)session->AddIntent(&intent);
+            if (happened)
+                fs::rename(directory.Path() / "a", directory.Path() / "b");
+            raise(SIGKILL);
+        });
+        const auto store = MakeStore(directory.Path());
+        EXPECT_EQ("v", Client(*store).Property(happened ? "/v/b" : "/v/a", "p"));
+        std::unique_ptr<MetadataSession> session;
+        std::vector<RenameIntent> left;
+        ASSERT_EQ(0u, Store::OpenMetadata(*store->Volumes()[0], &session));
+        ASSERT_EQ(0u, session->Intents(&left));
+        EXPECT_TRUE(left.empty());
+    }
+}
+
+TEST(FileStoreRestart, AnUnwritableVolumeIsServedForReading)
+{
+    const TempDirectory directory;
+    std::ofstream(directory.Path() / "a") << "x";
+    std::ofstream(directory.Path() / ".kest") << "in the way";
+    const auto store = MakeStore(directory.Path());
+    Client client(*store);
+    EXPECT_FALSE(store->Volumes()[0]->IsWritable());
+    EXPECT_EQ(kCodeAccessDenied, Code(client.Put("/v/b", "x")));
+    EXPECT_EQ(kCodeAccessDenied, Code(client.Delete("/v/a")));
+    EXPECT_EQ(kCodeAccessDenied, Code(client.MkCol("/v/dir")));
+    EXPECT_EQ(kCodeAccessDenied, Code(client.SetProperty("/v/a", "p", "v")));
+    EXPECT_EQ("(none)", client.Property("/v/a", "p"));
+    std::string token;
+    EXPECT_EQ(kCodeAccessDenied, Code(client.Lock("/v/a", -1, &token)));
+}
