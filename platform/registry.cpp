@@ -86,10 +86,9 @@ TALSTATUS Registry::Load(const char* path, std::string& error)
     std::string resolved;
     const std::lock_guard lock(writer_);
     if (path) {
-        char* real = realpath(path, nullptr);
-        const int cause = real ? ReadWholeFile(real, text, tree.lastWrite) : errno;
-        resolved = real ? real : "";
-        free(real);
+        const std::unique_ptr<char, decltype(&free)> real(realpath(path, nullptr), &free);
+        const int cause = real ? ReadWholeFile(real.get(), text, tree.lastWrite) : errno;
+        resolved = real ? real.get() : "";
         if (cause != 0) {
             error = std::string(path) + ": cannot be read: " + ErrorText(cause);
             return Fail(cause == ENOENT ? kCodeNotFound : kCodeOpenFailed);

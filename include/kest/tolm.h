@@ -25,26 +25,35 @@ TALSTATUS TolmRegisterClassObject(const GUID* clazz, IClassFactory* factory);
 
 // Reads the registry file and makes it current in one step. On failure (syntax, a value of a type
 // that the registry cannot hold, an unreadable file) the registry stays as it was and `error` holds
-// one NUL-terminated line "FILE:LINE: reason", cut at `errorSize` bytes. Keys written by programs
-// later go back to this file. A null path means an empty registry that is never written.
+// one NUL-terminated line "FILE:LINE: reason", cut at `errorSize` bytes (`error` may be null). Keys
+// written by programs later go back to this file. A null path means an empty registry that is never
+// written. Failures: code 11 (no such file), 15 (it cannot be read, is no regular file, or larger
+// than 16 MiB), 16 (what stands in it), 5.
+//
+// The file is TOML. Each table is a key, headed by its full path as one quoted name, each entry a
+// value: a text, a whole number from 0 to 2^63 - 1 (32 bits wide where that is enough), true or
+// false (1 or 0), or a list of texts that are not empty. Nothing else is allowed.
 TALSTATUS TolmRegistryLoad(const char* path, char* error, UINT32 errorSize);
 
 // Sets a value that wins over the file's, survives TolmRegistryLoad and is never written back (what
-// the command line sets). `type` is a TALX_REG_TYPE; strings are wide with their terminator. A null
-// `data` takes the setting away again.
+// the command line sets). `type` is a TALX_REG_TYPE; strings are well-formed UTF-16 with their
+// terminators; at most 1 MiB. A null `data` takes the setting away again. Fails with code 4 for a
+// malformed key, name or value, 5 without memory; nothing is changed then.
 TALSTATUS TolmRegistrySetOverride(const WCHAR* key, const WCHAR* name, UINT32 type,
                                   const void* data, UINT32 size);
 
 // Where a value was set, as "FILE:LINE" or "the command line"; for messages. `length` is the room
-// on entry and the text's length on return. Fails with code 11 for a value that is not set.
+// on entry and the text's length on return; a terminator follows where there is room. Fails with
+// code 11 for a value that is not set, 7 for too little room (the length is then what is needed).
 TALSTATUS TolmRegistryWhere(const WCHAR* key, const WCHAR* name, char* text, UINT32* length);
 
 // Calls `report` with a line "FILE:LINE: …" for every key and value of the file that nobody has
-// opened or read since it was loaded.
+// opened or read since it was loaded. Where classes come from does not count as unread.
 void TolmRegistryReportUnread(void (*report)(const char* line, void* context), void* context);
 
 // Writes one line to the log (standard error): time, severity, `component`, `text`. Line breaks and
-// control characters in `text` are escaped. Severity 0 is information, 1 a warning, 2 an error.
+// control characters in `text` are escaped; what is longer than 4 KiB is cut. Severity 0 is
+// information, 1 a warning, 2 an error.
 void TolmLog(UINT32 severity, const char* component, const char* text);
 
 } // extern "C"

@@ -30,7 +30,8 @@ std::atomic<bool> g_hasFailed{false};
 
 } // namespace
 
-void* operator new(std::size_t size)
+// Not inlined: the compiler would see malloc'd memory meet delete, and warn.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (g_untilFailure.load() >= 0 && g_untilFailure.fetch_sub(1) == 0) {
         g_hasFailed = true;
@@ -41,12 +42,12 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept
+[[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
 {
     std::free(memory);
 }
