@@ -266,7 +266,7 @@ std::string Server::Impl::Start()
         listener->Wait();
     const unsigned cores = std::max(std::thread::hardware_concurrency(), 1u);
     try {
-        front_.workers.Start(std::max(cores, 2u), settings_.limits.workerThreads);
+        front_.workers.Start(cores, settings_.limits.workerThreads);
         clock_ = std::thread([this] { Clock(); });
     } catch (const std::system_error& failure) {
         return std::string("cannot start threads: ") + failure.what();

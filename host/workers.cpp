@@ -127,7 +127,9 @@ void Workers::Tick()
         return;
     }
     if (Count() < limit_) {
-        if (AreWaiting(std::chrono::steady_clock::now()) || isStuck)
+        // Threads that compute, or wait for a processor, only get in each other's way when there
+        // are more of them; still, short requests must not stand behind long ones for ever.
+        if (AreWaiting(std::chrono::steady_clock::now()) || stuckTicks_ >= kPatience / 2)
             for (unsigned i = 0, more = Count() / 2 + 1; i < more; ++i)
                 Spawn();
     } else if (stuckTicks_ > kPatience) {
