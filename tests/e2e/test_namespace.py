@@ -4,7 +4,6 @@
 import filecmp
 import os
 import threading
-import time
 
 from dav import copy, move
 from harness import HOSTILE_NAMES, ServerCase, TestServer, Tree, run, url_path, wait_for
@@ -64,10 +63,12 @@ class Delete(ServerCase):
 
     def test_tree_of_any_size_goes_at_once(self):
         make_tree(self.tree, "large", 100, 100)
-        began = time.monotonic()
+        inode = os.stat(self.tree / "large").st_ino
         self.assertEqual(self.server.request("DELETE", self.path("large")).status, 200)
-        self.assertLess(time.monotonic() - began, 5)
         self.assertFalse(os.path.exists(self.tree / "large"))
+        # Moved aside as it is, and not walked through.
+        kept = {entry.inode() for entry in os.scandir(self.tree / ".kest/deleted")}
+        self.assertIn(inode, kept)
 
 
 class CopyAndMove(ServerCase):
@@ -173,9 +174,7 @@ class CopyAndMove(ServerCase):
     def test_move_of_100000_files_is_one_rename(self):
         make_tree(self.tree, "huge", 1000, 100)
         inode = os.stat(self.tree / "huge").st_ino
-        began = time.monotonic()
         self.assertIn(move(self.server, self.path("huge"), self.path("huge moved")).status, DONE)
-        self.assertLess(time.monotonic() - began, 5)
         self.assertEqual(os.stat(self.tree / "huge moved").st_ino, inode)
         self.assertEqual(sum(len(files) for _, _, files in os.walk(self.tree / "huge moved")),
                          100_000)
