@@ -17,10 +17,10 @@ constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
 // Takes the names that are served.
 class ServedNames final : public NameSink {
   public:
-    ServedNames(NameList& names, bool isTop) : names_(names), isTop_(isTop) {}
+    explicit ServedNames(NameList& names) : names_(names) {}
     bool OnName(std::string_view name) override
     {
-        if (isTop_ && IsPrivateName(name))
+        if (IsPrivateName(name))
             return true;
         if (IsServableName(name))
             names_.Add(name);
@@ -32,7 +32,6 @@ class ServedNames final : public NameSink {
 
   private:
     NameList& names_;
-    const bool isTop_;
     size_t leftOut_ = 0;
 };
 
@@ -105,7 +104,7 @@ TALSTATUS FileCollection::ListNames()
         return TAL_STATUS_SUCCESS;
     }
     const Volume& volume = node_.GetVolume();
-    ServedNames sink(*names_, node_.Path().empty());
+    ServedNames sink(*names_);
     if (const int error = volume.Fs().List(directory_.Get(), sink))
         return StatusFromErrno(error);
     if (sink.LeftOut())

@@ -133,10 +133,10 @@ bool IsServableName(std::string_view name)
     return true;
 }
 
-bool IsPrivateName(std::string_view first)
+bool IsPrivateName(std::string_view name)
 {
-    return first.size() == kPrivateDirectory.size() &&
-           std::equal(first.begin(), first.end(), kPrivateDirectory.begin(),
+    return name.size() == kPrivateDirectory.size() &&
+           std::equal(name.begin(), name.end(), kPrivateDirectory.begin(),
                       [](char a, char b) { return AsciiLower(a) == b; });
 }
 
@@ -172,7 +172,7 @@ PathFit AppendComponents(std::string_view text, PathBuffer* path)
             continue;
         if (name.size() > kMaxNameBytes)
             return PathFit::TooLong;
-        if (!IsServableName(name) || (path->Length() == 0 && IsPrivateName(name)))
+        if (!IsServableName(name) || IsPrivateName(name))
             return PathFit::NotServable;
         if (!path->Append(name))
             return PathFit::TooLong;

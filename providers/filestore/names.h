@@ -16,7 +16,8 @@ namespace filestore {
 inline constexpr size_t kMaxPathBytes = 4095; // of a path within a volume, as the kernel counts
 inline constexpr size_t kMaxNameBytes = 255;  // of one component
 
-// The directory at a volume's top that holds the store's own files.
+// The directory at a volume's top that holds the store's own files. The name is not served
+// anywhere, since one volume can lie inside another.
 inline constexpr std::string_view kPrivateDirectory = ".kest";
 
 // Strict conversions; false for malformed input and when `room` is short. `used` is set on success.
@@ -31,8 +32,8 @@ inline constexpr std::string_view kPrivateDirectory = ".kest";
 // without control characters and non-characters, 1 to 255 bytes, not "." or "..".
 [[nodiscard]] bool IsServableName(std::string_view name);
 
-// Whether a first component is the store's own, in any letter case.
-[[nodiscard]] bool IsPrivateName(std::string_view first);
+// Whether a component is the store's own, in any letter case.
+[[nodiscard]] bool IsPrivateName(std::string_view name);
 
 // A path within a volume: components joined by "/", none empty; "" is the volume's top. Holds its
 // text in place, so that taking a request's path apart allocates nothing.

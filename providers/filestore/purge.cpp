@@ -37,7 +37,9 @@ class Emptying {
   public:
     Emptying(Volume& volume, const PurgePause& pause) : volume_(volume), pause_(pause) {}
 
-    // False when the work is to end, or cannot go on.
+    bool IsStopped() const { return stopped_; }
+
+    // False when the work is to end, or this one cannot be removed.
     bool Remove(const std::string& name)
     {
         const int error = volume_.Fs().RemoveFile(volume_.Purge(), name.c_str());
@@ -83,11 +85,16 @@ class Emptying {
         }
         return (error == 0 || error == ENOENT) && Count();
     }
-    bool Count() { return ++removed_ % kRemovalsPerPause != 0 || pause_(); }
+    bool Count()
+    {
+        stopped_ = ++removed_ % kRemovalsPerPause == 0 && !pause_();
+        return !stopped_;
+    }
 
     Volume& volume_;
     const PurgePause& pause_;
     int removed_ = 0;
+    bool stopped_ = false;
 };
 
 } // namespace
@@ -135,9 +142,15 @@ void EmptyPurge(Volume& volume, const PurgePause& pause)
         NameCollector found;
         if (volume.Fs().List(volume.Purge(), found) != 0 || found.names.empty())
             return;
-        for (const std::string& name : found.names)
-            if (!work.Remove(name))
+        // One that cannot be removed does not keep the others.
+        bool progress = false;
+        for (const std::string& name : found.names) {
+            progress = work.Remove(name) || progress;
+            if (work.IsStopped())
                 return;
+        }
+        if (!progress)
+            return;
     }
 }
 

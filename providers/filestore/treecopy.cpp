@@ -12,17 +12,13 @@ namespace {
 
 class NameCollector final : public NameSink {
   public:
-    explicit NameCollector(bool isTop) : isTop_(isTop) {}
     bool OnName(std::string_view name) override
     {
-        if (!isTop_ || !IsPrivateName(name))
+        if (!IsPrivateName(name))
             names.emplace_back(name);
         return true;
     }
     std::vector<std::string> names;
-
-  private:
-    const bool isTop_;
 };
 
 } // namespace
@@ -51,7 +47,6 @@ TALSTATUS TreeCopy::Make(const Target& source, bool shallow)
 TALSTATUS TreeCopy::CopyObject(const std::string& source, FileHandle directory,
                                const std::string& path, const std::string& leaf)
 {
-    FileSystem& fs = from_.Fs();
     Target target;
     OpenFile object;
     FileInfo info;
@@ -78,14 +73,13 @@ TALSTATUS TreeCopy::CopyObject(const std::string& source, FileHandle directory,
         error = to_.Fs().SetMode(copy.Get(), info.mode);
     if (error)
         return StatusFromErrno(error);
-    (void)fs; // the source's handle closes with its scope
     return CopyDates(object.Get(), info, copy.Get(), directory);
 }
 
 TALSTATUS TreeCopy::CopyMembers(FileHandle source, const std::string& sourcePath,
                                 const std::string& path)
 {
-    NameCollector found(sourcePath.empty());
+    NameCollector found;
     if (const int error = from_.Fs().List(source, found))
         return StatusFromErrno(error);
     OpenFile directory;
