@@ -20,6 +20,8 @@ int Run(const std::vector<std::string>& arguments)
         return kestd::RunCheck(rest);
     if (command == "user")
         return kestd::RunUser(rest);
+    if (command == "locks")
+        return kestd::RunLocks(rest);
     if (command == "--help" || command == "-h" || command == "help") {
         kestd::PrintHelp();
         return 0;

@@ -16,6 +16,8 @@ int RunServe(const std::vector<std::string>& arguments);
 // Reads the configuration as "serve" would and says what is wrong with it, without listening.
 int RunCheck(const std::vector<std::string>& arguments);
 int RunUser(const std::vector<std::string>& arguments);
+// Lists the locks of the volumes that "serve" would serve, or breaks one.
+int RunLocks(const std::vector<std::string>& arguments);
 
 // Prints the help text of the whole program.
 void PrintHelp();

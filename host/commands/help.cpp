@@ -40,6 +40,11 @@ kestd user list
     standard input. --users-file FILE, --state-dir DIR and --config FILE say which file; a running
     server takes it over on SIGHUP.
 
+kestd locks list [OPTIONS] [[NAME=]DIR ...]
+kestd locks break TOKEN [OPTIONS] [[NAME=]DIR ...]
+    Shows who holds which locks, or takes one away from its holder, on the volumes that "kestd serve"
+    would serve with the same arguments; also while a server is running.
+
 kestd --help
 kestd --version
 )",

@@ -104,6 +104,10 @@ Store& Store::OfProcess()
         made->SetPurger(std::make_unique<Purger>(*made));
         return made;
     }();
+    // The thread ends before what it uses of the process does.
+    static const struct Stop {
+        ~Stop() { store->SetPurger(nullptr); }
+    } stop;
     return *store;
 }
 
