@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/request_io.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -40,6 +41,8 @@ TALSTATUS CopyOut(std::string_view text, UINT32* length, char* buffer) noexcept
         return Failure(kCodeInvalidParameter);
     const UINT32 room = buffer ? *length : 0;
     if (text.size() >= room) {
+        if (room != 0)
+            std::memcpy(buffer, text.data(), std::min<size_t>(room, text.size()));
         *length = static_cast<UINT32>(text.size() + 1);
         return Failure(kCodeBufferTooSmall);
     }

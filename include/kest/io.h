@@ -28,8 +28,9 @@ struct IKestIO_3 : IUnknown {
     // The query, still escaped, without "?". Owned by the host.
     virtual TALSTATUS GetUrlArguments(UINT32* reserved, UNICODE_STRING** arguments) = 0;
     // Copies a request header's value. *length is the room on entry and the value's length on
-    // return; the value and a terminator must fit, else code 7 with *length the room needed. Code
-    // 11 when the header is missing.
+    // return; the value and a terminator must fit, else code 7 with *length the room needed and the
+    // buffer full of the value's first bytes (lock tokens are looked for there). Code 11 when the
+    // header is missing.
     virtual TALSTATUS GetRequestHeader(char* name, UINT32* length, char* buffer) = 0;
     virtual TALSTATUS GetRequestMethod(UINT32* method) = 0;
     // As GetRequestHeader, for a reply header set so far.
