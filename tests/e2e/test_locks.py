@@ -6,7 +6,7 @@ import random
 import sqlite3
 
 from dav import copy, lock, move, propfind, named, proppatch, refresh, unlock
-from harness import ServerCase, in_parallel
+from harness import KESTD, ServerCase, in_parallel, run
 
 DONE = (200, 201, 204)
 
@@ -222,3 +222,31 @@ class Contention(ServerCase):
             held = lock(self.server, self.path(f"counter{i}"))
             self.assertEqual(held.status, 200, "a lock was left behind")
             unlock(self.server, self.path(f"counter{i}"), held.lock.token)
+
+
+class Administration(ServerCase):
+    """An administrator sees and breaks locks beside the running server."""
+
+    def locks(self, *words):
+        return run(KESTD, "locks", *words, "--state-dir", self.server.state,
+                   f"docs={self.tree.path}")
+
+    def test_locks_are_listed_and_broken(self):
+        self.tree.write("held", b"x")
+        self.assertEqual(self.locks("list"), (0, ""))
+        held = lock(self.server, self.path("held"), owner="somebody")
+        token = held.lock.token.removeprefix("opaquelocktoken:")
+        status, printed = self.locks("list")
+        fields = printed.rstrip("\n").split("\t")
+        self.assertEqual(status, 0)
+        self.assertEqual(fields[:3], [token, "/docs/held", "exclusive"])
+        self.assertEqual(fields[4:], ["local user", "somebody"])
+        self.assertEqual(self.locks("break", "no-such-token")[0], 1)
+        self.assertEqual(self.server.request("PUT", self.path("held"), b"y").status, 423)
+        self.assertEqual(self.locks("break", token), (0, ""))
+        self.assertEqual(self.server.request("PUT", self.path("held"), b"y").status, 201)
+        self.assertEqual(self.locks("list"), (0, ""))
+
+    def test_wrong_words_are_refused(self):
+        for words in ((), ("break",), ("lists",), ("break", "--help")):
+            self.assertEqual(self.locks(*words)[0], 2, words)
