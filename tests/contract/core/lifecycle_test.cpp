@@ -176,7 +176,8 @@ INSTANTIATE_TEST_SUITE_P(Calls, StageTwoFailure,
 TEST_F(Lifecycle, WithoutEvents_TheModuleStarts)
 {
     world.Fail("create.EventMgr", kInjected);
-    EXPECT_TRUE(Module());
+    world.module = Module(); // released with the world
+    EXPECT_TRUE(world.module);
     EXPECT_EQ(world.event.handler, nullptr);
 }
 
@@ -188,6 +189,7 @@ TEST_F(Lifecycle, RefusedSubscription_GivesTheHandlerReferenceBack)
     IClassFactory* factory = Factory();
     EXPECT_EQ(factory->CreateInstance(nullptr, &IID_KestReq_2, &out), TAL_STATUS_NO_INTERFACE);
     ASSERT_EQ(factory->CreateInstance(nullptr, &IID_KestReq_2, &out), TAL_STATUS_SUCCESS);
+    world.module = static_cast<IKestReq_2*>(out);
     ASSERT_TRUE(world.event.handler) << "the retry subscribes";
     EXPECT_EQ(world.event.handler->AddRef(), 2U) << "one reference is the subscription's";
     world.event.handler->Release();
@@ -321,7 +323,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, ModuleInitFailure,
 
 TEST_F(Lifecycle, EventHandlerQueryInterface_HasFailureCodesOfItsOwn)
 {
-    Module();
+    world.module = Module();
     IEventHandler* handler = world.event.handler;
     ASSERT_TRUE(handler);
     void* out = nullptr;
