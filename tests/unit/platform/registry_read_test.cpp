@@ -187,6 +187,8 @@ TEST_F(RegistryRead, MistakesAreNamedWithTheirLine)
         {"['A']\n'v' = \"\xFF\"\n", "registry.toml:2: ", ""},
         {"['A']\n'v' = \"\\ud800\"\n", "registry.toml:2: ", ""},
         {"['A']\n'v' = 99999999999999999999\n", "registry.toml:2: ", ""},
+        {"['A']\n[\xC3\xA9\n", "registry.toml:2: ", ""},
+        {"['A']\n\xC3\xA9 = 1\n", "registry.toml:2: ", ""},
         {"'v' = 1\n", "registry.toml:1: 'v' stands outside of a key", "header"},
         {"\n'A' = { x = 1 }\n", "registry.toml:2: 'A' stands outside", ""},
         {"[['A']]\n", "registry.toml:1: 'A' stands outside", ""},
