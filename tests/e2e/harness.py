@@ -7,6 +7,7 @@ the header X-Test-Case, so that a server log or a packet trace can be read.
 """
 
 import contextlib
+import ctypes
 import hashlib
 import http.client
 import os
@@ -32,6 +33,15 @@ SCRATCH = os.environ.get("KEST_TEST_DIR") or None
 PATIENCE = 120
 
 current_case = "none"
+
+_libc = ctypes.CDLL(None)
+PR_SET_PDEATHSIG = 1
+
+
+def _die_with_parent():
+    """Runs in a new server's process: it ends when the tests end, however they end."""
+    _libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+
 
 # Names that have broken servers: each becomes a file in the default tree.
 HOSTILE_NAMES = [
@@ -181,7 +191,8 @@ class TestServer:
     def start(self):
         log = open(self.log_path, "ab")
         self.process = subprocess.Popen(self.command(), stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.PIPE, stderr=log, env=self.env)
+                                        stdout=subprocess.PIPE, stderr=log, env=self.env,
+                                        preexec_fn=_die_with_parent)
         log.close()
         watchdog = threading.Timer(PATIENCE, self.process.kill)
         watchdog.start()
