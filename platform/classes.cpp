@@ -95,7 +95,8 @@ constinit TalplFactory g_talplFactory;
 
 class ClassManager {
   public:
-    static ClassManager& Get() noexcept
+    // The first use allocates, and throws when there is no memory; a later one tries again.
+    static ClassManager& Get()
     {
         static ClassManager* const manager = new ClassManager; // outlives every thread
         return *manager;
@@ -272,13 +273,14 @@ TALSTATUS TolmCreateInstance(const GUID* clazz, IUnknown* outer, const GUID* iid
     *out = nullptr;
     if (!clazz || !iid || outer)
         return Fail(kCodeInvalidParameter);
-    IClassFactory* factory = ClassManager::Get().Find(*clazz);
-    if (!factory) {
-        const TALSTATUS status =
-            Guarded([&] { return ClassManager::Get().LoadClass(*clazz, factory); });
-        if (Failed(status))
-            return status;
-    }
+    IClassFactory* factory = nullptr;
+    const TALSTATUS found = Guarded([&] {
+        ClassManager& manager = ClassManager::Get();
+        factory = manager.Find(*clazz);
+        return factory ? TAL_STATUS_SUCCESS : manager.LoadClass(*clazz, factory);
+    });
+    if (Failed(found))
+        return found;
     const TALSTATUS status = factory->CreateInstance(nullptr, iid, out);
     if (Failed(status))
         *out = nullptr; // whatever the factory left there
