@@ -159,7 +159,7 @@ TEST_F(Classes, WhatCannotBeLoadedIsLoggedOnceWithClassLibraryAndReason)
     WriteFile(text, "no library");
     const struct {
         UINT32 number;
-        std::string library;
+        std::string file;
         UINT16 code;
         std::string logged;
     } cases[] = {
@@ -172,14 +172,14 @@ TEST_F(Classes, WhatCannotBeLoadedIsLoggedOnceWithClassLibraryAndReason)
     };
     std::string registry;
     for (const auto& c : cases)
-        if (!c.library.empty())
-            registry += "['" + KeyOf(c.number) + "']\n'Library' = '" + c.library + "'\n";
+        if (!c.file.empty())
+            registry += "['" + KeyOf(c.number) + "']\n'Library' = '" + c.file + "'\n";
     ASSERT_EQ("", Load(registry));
     for (const auto& c : cases) {
         CapturedLog log;
         for (int i = 0; i < 3; ++i) {
             out = &g_here;
-            EXPECT_EQ(Failure(c.code), CreateObject(Class(c.number), &out)) << c.library;
+            EXPECT_EQ(Failure(c.code), CreateObject(Class(c.number), &out)) << c.file;
             EXPECT_EQ(nullptr, out);
         }
         const std::string lines = log.Text();
