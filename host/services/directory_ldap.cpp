@@ -97,6 +97,13 @@ class LdapDirectory final : public DirectoryBackend {
 
     int Connect(Connection& connection) const
     {
+        // libldap sets itself up at its first use, and looks without a lock whether it has: that
+        // first use is one thread's alone.
+        static const int ready = [] {
+            int version = 0;
+            return ldap_get_option(nullptr, LDAP_OPT_PROTOCOL_VERSION, &version);
+        }();
+        (void)ready; // it reads a default and cannot fail
         LDAP* made = nullptr;
         if (const int result = ldap_initialize(&made, settings_.server.c_str());
             result != LDAP_SUCCESS)
