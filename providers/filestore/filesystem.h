@@ -19,6 +19,8 @@ namespace filestore {
 using FileHandle = int; // -1 is none
 inline constexpr FileHandle kNoFile = -1;
 
+inline constexpr UINT64 kTicksPerSecond = 10'000'000; // dates count 100 ns
+
 struct FileInfo {
     bool isDirectory = false;
     bool isRegular = false;

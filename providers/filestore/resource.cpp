@@ -176,7 +176,9 @@ TALSTATUS FileResource::GetModificationDate(DAV_DATETIME* date)
     FileInfo info;
     if (const TALSTATUS status = Inspect(&info); Failed(status))
         return status;
-    *date = info.modified;
+    // Whole seconds, as HTTP dates: a client that asks whether its copy is current sends back what
+    // it was told, and a fraction would always be later.
+    *date = info.modified - info.modified % kTicksPerSecond;
     return TAL_STATUS_SUCCESS;
 }
 
