@@ -184,8 +184,9 @@ void Slot28To35TimersAndWorkItems()
     EXPECT_EQ(kCodeNotFound, Do<HANDLE>(30, timer));
     EXPECT_EQ(0u, (Do<HANDLE, TALX_CALLBACK, void*, UINT32>(33, timer, Raise, &ran, 1)));
     EXPECT_EQ(0u, (Do<HANDLE, TALX_CALLBACK, void*>(34, item, Raise, &worked)));
-    while (!ran || !worked)
+    do
         EXPECT_EQ(0u, Do<UINT32>(35, 1)); // sleep
+    while (!ran || !worked);
     EXPECT_EQ(kCodeInvalidParameter, Do<HANDLE>(31, item));
     EXPECT_EQ(0u, Do<HANDLE>(31, timer));
     EXPECT_EQ(0u, Do<HANDLE>(32, item));
