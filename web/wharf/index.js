@@ -416,8 +416,9 @@ async function change(run, done, focus) {
 
 // -- Keyboard and messages ------------------------------------------------------------------------
 
+// Moves the keyboard to an entry, but never out of a field or dialog that the person has gone to since.
 function focusEntry(name) {
-    if (name === undefined)
+    if (name === undefined || document.activeElement?.closest("input, textarea, dialog"))
         return;
     for (const row of entries.children)
         if (row.entry.name === name)

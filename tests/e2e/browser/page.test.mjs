@@ -276,6 +276,22 @@ describe("the file page", () => {
         assert.deepEqual(await names(), ["one.txt", "three.txt"]);
     });
 
+    it("leaves the keyboard in the field that was gone to while a dialog closed", async () => {
+        await server.makeFolder("focus");
+        await server.write("focus/one.txt", "1");
+        await page.goto(folderUrl() + "focus/");
+        await row("one.txt").locator("a.open").focus();
+        await page.keyboard.press("Delete");
+        await page.getByRole("dialog").waitFor();
+        // Both in one step, before the page hears that the dialog has closed.
+        await page.evaluate(() => {
+            document.querySelector("dialog").close();
+            document.getElementById("filter-text").focus();
+        });
+        await page.getByRole("dialog").waitFor({ state: "detached" });
+        assert.equal(await page.evaluate(() => document.activeElement.id), "filter-text");
+    });
+
     it("has no serious accessibility findings, light, dark and narrow", async () => {
         for (const options of [{}, { colorScheme: "dark" }, { viewport: { width: 390, height: 844 } }]) {
             await open(options);
