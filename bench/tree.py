@@ -3,6 +3,7 @@
 
 import hashlib
 import os
+import shutil
 
 SMALL = 1 << 10
 MIDDLE = 1 << 20
@@ -20,6 +21,22 @@ def fill(path, size):
         left = size
         while left:
             left -= out.write(unit[:left])
+    os.rename(path + ".part", path)
+    return path
+
+
+def form(path, source, name, boundary):
+    """The body of a form with one file field, whose content is that of `source`."""
+    head = (f'--{boundary}\r\nContent-Disposition: form-data; name="file"; '
+            f'filename="{name}"\r\n\r\n').encode()
+    tail = f"\r\n--{boundary}--\r\n".encode()
+    size = len(head) + os.path.getsize(source) + len(tail)
+    if os.path.exists(path) and os.path.getsize(path) == size:
+        return path
+    with open(path + ".part", "wb") as out, open(source, "rb") as content:
+        out.write(head)
+        shutil.copyfileobj(content, out, 1 << 20)
+        out.write(tail)
     os.rename(path + ".part", path)
     return path
 

@@ -375,26 +375,22 @@ class Index(Workload):
 
 
 class FormUpload(Workload):
-    group, name, fixed = "index", "form-upload-1g", True
+    """The same content, on one connection and for the same time, as put-1g sends."""
+
+    group, name = "index", "form-upload-1g"
     needs = ("forms",)
-    ROUNDS = 3
+    BOUNDARY = "----WebKitFormBoundary7MA4YWxkTrZu0gW"  # of the form and length that browsers send
 
     def prepare(self, ctx):
         ctx.clear()
         self.size = tree.LARGE // ctx.scale
         source = tree.fill(ctx.common("put-1g.bin"), self.size)
-        self.body = ctx.common("form.body")
-        with open(self.body, "wb") as out, open(source, "rb") as file:
-            out.write(b"--bench\r\nContent-Disposition: form-data; name=\"file\"; "
-                      b"filename=\"uploaded.bin\"\r\n\r\n")
-            shutil.copyfileobj(file, out, 1 << 20)
-            out.write(b"\r\n--bench--\r\n")
+        self.body = tree.form(ctx.common("form.body"), source, "uploaded.bin", self.BOUNDARY)
 
     def scenario(self, ctx):
-        return ["connections 1", f"sequences {self.ROUNDS}",
-                f"step POST {ctx.server.path('w')}",
-                "header Content-Type: multipart/form-data; boundary=bench",
-                f"body-file {self.body}", "expect 200 201"]
+        return timed(ctx, 1, f"step POST {ctx.server.path('w')}",
+                     f"header Content-Type: multipart/form-data; boundary={self.BOUNDARY}",
+                     f"body-file {self.body}", "expect 200 201")
 
     def check(self, ctx, outcome):
         if os.path.getsize(ctx.own("uploaded.bin")) != self.size:

@@ -21,6 +21,14 @@ size_t Find(std::string_view bytes, std::string_view what)
                             : static_cast<size_t>(static_cast<const char*>(found) - bytes.data());
 }
 
+// As much of `count` as is whole pages, or all of a smaller one: content that starts at 0 is then
+// written page by page, and no page of the stored file is touched twice.
+size_t WholePages(size_t count)
+{
+    constexpr size_t kPageBytes = 4096;
+    return count < kPageBytes ? count : count - count % kPageBytes;
+}
+
 bool EndsLine(char c)
 {
     return c == '\r' || c == '\n';
@@ -194,10 +202,9 @@ TALSTATUS FormReader::writeOrSkipContent(PartSink* sink)
         const size_t end = scanForBoundary(boundary_, bytes, true);
         const bool found = end != std::string_view::npos;
         const bool last = found || window_.Ended();
-        const size_t ready = found                 ? end
-                             : window_.Ended()     ? bytes.size()
-                             : bytes.size() > keep ? bytes.size() - keep
-                                                   : 0;
+        const size_t ready = found             ? end
+                             : window_.Ended() ? bytes.size()
+                                               : WholePages(bytes.size() - keep);
         if (sink != nullptr && ready > 0 && !Failed(written))
             written = sink->Write(window_.Data(), static_cast<UINT32>(ready));
         window_.Drop(ready);

@@ -169,6 +169,11 @@ TEST(FormUpload, LargeFile_IsStreamedThroughOneBuffer)
     EXPECT_TRUE((*world)["vol"].Content("/vol/dir/big") == content);
     const auto writes = world->Calls({"vol.res.Write"});
     EXPECT_LE(writes.size(), 13U) << "a buffer at a time";
+    for (const std::string& write : writes) {
+        unsigned long long offset = 1;
+        ASSERT_EQ(std::sscanf(write.c_str(), "vol.res.Write(%llu, ", &offset), 1) << write;
+        EXPECT_EQ(offset % 4096, 0U) << "whole pages up to the last: " << write;
+    }
     EXPECT_EQ(writes.front().substr(0, 17), "vol.res.Write(0, ");
     world->ExpectAtRest();
 }
