@@ -29,8 +29,10 @@ constexpr std::string_view kActiveTypes[] = {
 
 bool IsType(std::string_view value, std::string_view type) noexcept
 {
-    return EqualsIgnoringCase(value.substr(0, type.size()), type) &&
-           (value.size() == type.size() || value[type.size()] == ';' || value[type.size()] == ' ');
+    return value.size() >= type.size() &&
+           (value.size() == type.size() || value[type.size()] == ';' ||
+            value[type.size()] == ' ') &&
+           EqualsIgnoringCase(value.substr(0, type.size()), type);
 }
 
 bool IsActive(const std::string_view* type) noexcept

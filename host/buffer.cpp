@@ -91,6 +91,23 @@ void Buffer::Append(const void* bytes, size_t size)
     end_ += size;
 }
 
+void Buffer::MakeHeadroom(size_t size)
+{
+    if (begin_ >= size)
+        return;
+    if (Size() == 0) {
+        Clear();
+        Reserve(size);
+        begin_ = end_ = size;
+        return;
+    }
+    Buffer moved;
+    moved.Reserve(size + Size());
+    moved.begin_ = moved.end_ = size;
+    moved.Append(Data(), Size());
+    *this = std::move(moved);
+}
+
 void Buffer::Consume(size_t size) noexcept
 {
     begin_ += size;
@@ -110,27 +127,24 @@ void Buffer::Release() noexcept
     begin_ = end_ = capacity_ = 0;
 }
 
-void* Arena::Allocate(size_t size) noexcept
+void* Arena::AllocateBlock(size_t size) noexcept
 {
-    constexpr size_t kAlign = alignof(std::max_align_t);
     if (size > kArenaLimit)
         return nullptr;
-    size = std::max<size_t>((size + kAlign - 1) / kAlign * kAlign, kAlign);
-    if (blocks_.empty() || blocks_.back().size - used_ < size) {
-        const size_t bytes = std::max(size, kArenaBlock);
-        if (total_ + bytes > kArenaLimit)
-            return nullptr;
-        try {
-            blocks_.push_back({std::make_unique_for_overwrite<char[]>(bytes), bytes});
-        } catch (const std::bad_alloc&) {
-            return nullptr;
-        }
-        total_ += bytes;
-        used_ = 0;
+    if (size == 0)
+        return Allocate(1);
+    const size_t bytes = std::max(RoundUp(size), kArenaBlock);
+    if (total_ + bytes > kArenaLimit)
+        return nullptr;
+    try {
+        blocks_.push_back({std::make_unique_for_overwrite<char[]>(bytes), bytes});
+    } catch (const std::bad_alloc&) {
+        return nullptr;
     }
-    void* piece = blocks_.back().bytes.get() + used_;
-    used_ += size;
-    return piece;
+    total_ += bytes;
+    at_ = blocks_.back().bytes.get();
+    end_ = at_ + bytes;
+    return Allocate(size);
 }
 
 std::string_view Arena::Copy(std::string_view text)
@@ -149,7 +163,8 @@ void Arena::Reset() noexcept
     const bool keepsFirst = !blocks_.empty() && blocks_.front().size == kArenaBlock;
     blocks_.resize(keepsFirst ? 1 : 0);
     total_ = keepsFirst ? kArenaBlock : 0;
-    used_ = 0;
+    at_ = keepsFirst ? blocks_.front().bytes.get() : nullptr;
+    end_ = at_ + total_;
 }
 
 } // namespace kestd

@@ -29,7 +29,13 @@ class Buffer {
     size_t Room() const noexcept { return capacity_ - end_; }
     void Grew(size_t size) noexcept { end_ += size; } // bytes written at Tail
     void Append(const void* bytes, size_t size);
-    void Consume(size_t size) noexcept; // takes bytes off the front
+    // Room in front of the content, for what is known last. Throws std::bad_alloc.
+    void MakeHeadroom(size_t size);
+    size_t Headroom() const noexcept { return begin_; }
+    // Takes `size` bytes of the headroom into the content, for the caller to fill.
+    char* Prepend(size_t size) noexcept { return data_ + (begin_ -= size); }
+    void Truncate(size_t size) noexcept { end_ = begin_ + size; } // at most Size
+    void Consume(size_t size) noexcept;                           // takes bytes off the front
     void Clear() noexcept { begin_ = end_ = 0; }
     void Release() noexcept; // gives the memory back
 
@@ -44,19 +50,35 @@ class Buffer {
 class Arena {
   public:
     // Null when the system has none left or the request has taken its bound, 16 MiB.
-    void* Allocate(size_t size) noexcept;
+    void* Allocate(size_t size) noexcept
+    {
+        const auto left = static_cast<size_t>(end_ - at_);
+        if (size == 0 || size > left)
+            return AllocateBlock(size);
+        void* piece = at_;
+        at_ += RoundUp(size); // blocks are as large as a number of such pieces
+        return piece;
+    }
     // A NUL-terminated copy. Throws std::bad_alloc.
     std::string_view Copy(std::string_view text);
     // Frees everything but the first block.
     void Reset() noexcept;
 
   private:
+    static constexpr size_t RoundUp(size_t size) noexcept
+    {
+        constexpr size_t kAlign = alignof(std::max_align_t);
+        return (size + kAlign - 1) / kAlign * kAlign;
+    }
     struct Block {
         std::unique_ptr<char[]> bytes;
         size_t size;
     };
+    void* AllocateBlock(size_t size) noexcept;
+
     std::vector<Block> blocks_;
-    size_t used_ = 0; // of the last block
+    char* at_ = nullptr; // the rest of the last block
+    char* end_ = nullptr;
     size_t total_ = 0;
 };
 

@@ -113,10 +113,16 @@ bool RequestHead::HasToken(std::string_view name, std::string_view token) const 
 size_t FindHeadEnd(std::string_view text, size_t& scanned) noexcept
 {
     const size_t from = scanned > 3 ? scanned - 3 : 0; // the end may straddle two receives
-    if (text.size() >= from + 4) {
-        const void* at = memmem(text.data() + from, text.size() - from, "\r\n\r\n", 4);
-        if (at)
-            return static_cast<size_t>(static_cast<const char*>(at) - text.data()) + 4;
+    const char* const end = text.data() + text.size();
+    // Line by line: the empty line is the end.
+    for (const char* at = text.data() + from; end - at >= 4;) {
+        const auto* feed =
+            static_cast<const char*>(std::memchr(at + 1, '\n', static_cast<size_t>(end - at - 1)));
+        if (!feed)
+            break;
+        if (end - feed >= 3 && feed[-1] == '\r' && feed[1] == '\r' && feed[2] == '\n')
+            return static_cast<size_t>(feed + 3 - text.data());
+        at = feed;
     }
     scanned = text.size();
     return 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include "host/text.h"
@@ -12,33 +13,18 @@ namespace kestd {
 
 namespace {
 
-// What is gathered before something leaves. Larger pieces go out from where they are.
-constexpr size_t kGather = 15 * 1024;
+// Room in front of what is gathered, so that a usual head and its body leave in one piece; a longer
+// head gets its own.
+constexpr size_t kHeadRoom = 1024;
+// What is gathered before something leaves. Larger pieces go out from where they are. With the room
+// in front and the end of a chunk it fills a buffer's usual size.
+constexpr size_t kGather = 15 * 1024 - 16;
 
-constexpr bool IsTokenByte(char c) noexcept
-{
-    if (IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z'))
-        return true;
-    return std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
-}
-
-bool IsHeaderName(std::string_view name) noexcept
-{
-    return !name.empty() && std::all_of(name.begin(), name.end(), IsTokenByte);
-}
-
-bool IsHeaderValue(std::string_view value) noexcept
-{
-    return std::none_of(value.begin(), value.end(), [](char c) {
-        return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
-    });
-}
-
-// The value of "Date", formatted once a second by each thread.
-std::string_view DateNow()
+// The lines that every head has, formatted once a second by each thread.
+std::string_view CommonLines()
 {
     thread_local time_t last = -1;
-    thread_local char text[32];
+    thread_local char text[80];
     thread_local size_t size = 0;
     const time_t now = std::time(nullptr);
     if (now != last) {
@@ -47,25 +33,20 @@ std::string_view DateNow()
                                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
         tm t{};
         gmtime_r(&now, &t);
-        const int made = std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d GMT",
-                                       kDays[t.tm_wday], t.tm_mday, kMonths[t.tm_mon],
-                                       t.tm_year + 1900, t.tm_hour, t.tm_min, t.tm_sec);
+        const int made = std::snprintf(
+            text, sizeof text, "\r\nDate: %s, %02d %s %04d %02d:%02d:%02d GMT\r\nServer: Kest\r\n",
+            kDays[t.tm_wday], t.tm_mday, kMonths[t.tm_mon], t.tm_year + 1900, t.tm_hour, t.tm_min,
+            t.tm_sec);
         size = std::min(static_cast<size_t>(std::max(made, 0)), sizeof text - 1);
         last = now;
     }
     return {text, size};
 }
 
-void Put(Buffer& out, std::string_view text)
+char* Put(char* to, std::string_view text)
 {
-    out.Append(text.data(), text.size());
-}
-
-void PutNumber(Buffer& out, uint64_t number)
-{
-    char digits[24];
-    const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-    out.Append(digits, static_cast<size_t>(end - digits));
+    std::memcpy(to, text.data(), text.size());
+    return to + text.size();
 }
 
 constexpr bool HasNoBody(int status) noexcept
@@ -88,8 +69,7 @@ void Reply::Start(const Terms& terms, Arena& arena, Body& body, Transport& trans
 
 void Reply::Reset() noexcept
 {
-    headers_.clear();
-    head_.Release();
+    headers_.Clear();
     gathered_.Release();
     mode_ = Mode::Unknown;
     status_ = 0;
@@ -99,46 +79,18 @@ void Reply::Reset() noexcept
 
 bool Reply::SetHeader(std::string_view name, std::string_view value)
 {
-    return !status_ && StoreHeader(name, value);
+    return !status_ && headers_.Set(*arena_, name, value);
 }
 
 bool Reply::AddLateHeader(std::string_view name, std::string_view value)
 {
-    return !hasLeft_ && StoreHeader(name, value);
+    return !hasLeft_ && headers_.Set(*arena_, name, value);
 }
 
 void Reply::ChangeStatus(int status) noexcept
 {
     if (!hasLeft_)
         status_ = status;
-}
-
-bool Reply::StoreHeader(std::string_view name, std::string_view value)
-{
-    if (!IsHeaderName(name) || !IsHeaderValue(value))
-        return false;
-    value = arena_->Copy(value);
-    for (Header& header : headers_) {
-        if (EqualsIgnoringCase(header.name, name)) {
-            header.value = value;
-            return true;
-        }
-    }
-    headers_.push_back({arena_->Copy(name), value});
-    return true;
-}
-
-const std::string_view* Reply::FindHeader(std::string_view name) const noexcept
-{
-    for (const Header& header : headers_)
-        if (EqualsIgnoringCase(header.name, name))
-            return &header.value;
-    return nullptr;
-}
-
-void Reply::RemoveHeader(std::string_view name) noexcept
-{
-    std::erase_if(headers_, [name](const Header& h) { return EqualsIgnoringCase(h.name, name); });
 }
 
 bool Reply::Begin(int status)
@@ -158,6 +110,8 @@ bool Reply::Append(const void* bytes, size_t size)
     if (size == 0 || drops_ || terms_.isHead || HasNoBody(status_) || status_ == 416)
         return true;
     if (gathered_.Size() + size <= kGather) {
+        if (gathered_.Size() == 0)
+            gathered_.MakeHeadroom(kHeadRoom);
         gathered_.Append(bytes, size);
         bodyBytes_ += size;
         return true;
@@ -170,7 +124,7 @@ bool Reply::Replace(int status, std::string_view type, std::string_view text)
 {
     if (hasLeft_)
         return false;
-    headers_.clear();
+    headers_.Clear();
     gathered_.Clear();
     status_ = 0;
     bodyBytes_ = 0;
@@ -221,9 +175,7 @@ void Reply::DecideMode(bool isFinal, size_t pending)
         length_ = pending;
         char digits[24];
         const auto end = std::to_chars(digits, digits + sizeof digits, length_).ptr;
-        RemoveHeader("Content-Length");
-        headers_.push_back(
-            {"Content-Length", arena_->Copy({digits, static_cast<size_t>(end - digits)})});
+        headers_.Set(*arena_, "Content-Length", {digits, static_cast<size_t>(end - digits)});
         return;
     }
     mode_ = terms_.mayChunk ? Mode::Chunked : Mode::UntilClose;
@@ -231,77 +183,89 @@ void Reply::DecideMode(bool isFinal, size_t pending)
         Close();
 }
 
-void Reply::ComposeHead()
+// How much of what is to leave may leave: a body ends where its announced length does.
+size_t Reply::CutSurplus(size_t pending) noexcept
 {
-    // A body that nobody read stands before the next request.
-    if (terms_.mayKeepAlive && !body_->Skip())
-        Close();
-    Put(head_, "HTTP/1.1 ");
-    PutNumber(head_, static_cast<uint64_t>(status_));
-    Put(head_, " ");
-    Put(head_, ReasonPhrase(status_));
-    Put(head_, "\r\nDate: ");
-    Put(head_, DateNow());
-    Put(head_, "\r\nServer: Kest\r\n");
-    for (const Header& header : headers_) {
-        Put(head_, header.name);
-        Put(head_, ": ");
-        Put(head_, header.value);
-        Put(head_, "\r\n");
+    if (mode_ == Mode::None)
+        return 0;
+    if (mode_ != Mode::Length || bodyBytes_ <= length_)
+        return pending;
+    Close();
+    const uint64_t before = bodyBytes_ - pending;
+    return static_cast<size_t>(length_ - std::min(before, length_));
+}
+
+// Puts what comes before the next piece of the body in front of it: the head, if it has not left,
+// and the size line of a chunk, if `chunk` is not 0.
+void Reply::PutFront(size_t chunk)
+{
+    char sizeLine[24];
+    const size_t sizeLineSize =
+        chunk ? static_cast<size_t>(std::snprintf(sizeLine, sizeof sizeLine, "%zx\r\n", chunk)) : 0;
+    std::string_view ending;
+    size_t size = sizeLineSize;
+    const std::string_view reason = ReasonPhrase(status_);
+    const std::string_view common = CommonLines();
+    constexpr std::string_view kVersion = "HTTP/1.1 ";
+    if (!hasLeft_) {
+        // A body that nobody read stands before the next request.
+        if (terms_.mayKeepAlive && !body_->Skip())
+            Close();
+        const bool isChunked = mode_ == Mode::Chunked;
+        if (!terms_.mayKeepAlive)
+            ending = isChunked ? "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\n"
+                               : "Connection: close\r\n\r\n";
+        else if (terms_.saysKeepAlive) // never chunked: HTTP/1.0
+            ending = "Connection: keep-alive\r\n\r\n";
+        else
+            ending = isChunked ? "Transfer-Encoding: chunked\r\n\r\n" : "\r\n";
+        size += kVersion.size() + 4 + reason.size() + common.size() + headers_.TextSize() +
+                ending.size();
     }
-    if (mode_ == Mode::Chunked)
-        Put(head_, "Transfer-Encoding: chunked\r\n");
-    if (!terms_.mayKeepAlive)
-        Put(head_, "Connection: close\r\n");
-    else if (terms_.saysKeepAlive)
-        Put(head_, "Connection: keep-alive\r\n");
-    Put(head_, "\r\n");
+    if (size == 0)
+        return;
+    gathered_.MakeHeadroom(size);
+    char* at = gathered_.Prepend(size);
+    if (!hasLeft_) {
+        at = Put(at, kVersion);
+        at = std::to_chars(at, at + 3, status_).ptr; // three digits: see Begin
+        *at++ = ' ';
+        at = Put(at, reason);
+        at = Put(at, common);
+        at = headers_.CopyTo(at);
+        at = Put(at, ending);
+    }
+    Put(at, {sizeLine, sizeLineSize});
 }
 
 bool Reply::Flush(const void* extra, size_t size, bool isFinal)
 {
     const size_t pending = gathered_.Size() + size;
-    iovec pieces[6];
-    int count = 0;
-    const auto add = [&](const void* bytes, size_t n) {
-        if (n)
-            pieces[count++] = {const_cast<void*>(bytes), n};
-    };
-    if (!hasLeft_) {
+    if (!hasLeft_)
         DecideMode(isFinal, pending);
-        ComposeHead();
-        add(head_.Data(), head_.Size());
-    }
-    size_t allowed = pending;
-    if (mode_ == Mode::None) {
-        allowed = 0;
-    } else if (mode_ == Mode::Length && bodyBytes_ > length_) { // the surplus is cut
-        const uint64_t before = bodyBytes_ - pending;
-        allowed = static_cast<size_t>(length_ - std::min(before, length_));
-        Close();
-        if (!hasLeft_) { // not announced yet: say so
-            head_.Clear();
-            ComposeHead();
-            pieces[0] = {const_cast<char*>(head_.Data()), head_.Size()};
+    const size_t allowed = CutSurplus(pending);
+    gathered_.Truncate(std::min(allowed, gathered_.Size()));
+    size = std::min(allowed - gathered_.Size(), size);
+    const bool isChunked = mode_ == Mode::Chunked;
+    PutFront(isChunked ? pending : 0);
+    std::string_view end;
+    if (isChunked) {
+        static constexpr std::string_view kEnds[] = {"", "\r\n", "0\r\n\r\n", "\r\n0\r\n\r\n"};
+        end = kEnds[(pending ? 1 : 0) + (isFinal ? 2 : 0)];
+        if (size == 0) {
+            gathered_.Append(end.data(), end.size());
+            end = {};
         }
     }
-    char sizeLine[24];
-    if (mode_ == Mode::Chunked && pending) {
-        const int made = std::snprintf(sizeLine, sizeof sizeLine, "%zx\r\n", pending);
-        add(sizeLine, static_cast<size_t>(made));
-    }
-    const size_t fromGathered = std::min(allowed, gathered_.Size());
-    add(gathered_.Data(), fromGathered);
-    add(extra, std::min(allowed - fromGathered, size));
-    if (mode_ == Mode::Chunked) {
-        static constexpr std::string_view kEnds[] = {"", "\r\n", "0\r\n\r\n", "\r\n0\r\n\r\n"};
-        const std::string_view end = kEnds[(pending ? 1 : 0) + (isFinal ? 2 : 0)];
-        add(end.data(), end.size());
-    }
+    iovec pieces[3];
+    int count = 0;
+    for (const std::string_view piece :
+         {gathered_.View(), {static_cast<const char*>(extra), size}, end})
+        if (!piece.empty())
+            pieces[count++] = {const_cast<char*>(piece.data()), piece.size()};
     hasLeft_ = true;
     if (count && !transport_->Send(pieces, count, terms_.stall, *watcher_))
         isBroken_ = true;
-    head_.Release();
     gathered_.Clear();
     return !isBroken_;
 }

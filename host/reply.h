@@ -6,10 +6,10 @@
 #include <chrono>
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
 #include "host/body.h"
 #include "host/buffer.h"
+#include "host/header_list.h"
 #include "host/transport.h"
 
 namespace kestd {
@@ -32,9 +32,12 @@ class Reply {
     // header can have (line breaks, controls), or after Begin. An empty "Content-Length" stands for
     // whatever the body turns out to be. Throws std::bad_alloc.
     bool SetHeader(std::string_view name, std::string_view value);
-    // Null when it is not set.
-    const std::string_view* FindHeader(std::string_view name) const noexcept;
-    void RemoveHeader(std::string_view name) noexcept;
+    // Null when it is not set. Valid until a header is set or removed.
+    const std::string_view* FindHeader(std::string_view name) const noexcept
+    {
+        return headers_.Find(name);
+    }
+    void RemoveHeader(std::string_view name) noexcept { headers_.Remove(name); }
     // Ends the head. False when it has ended before.
     bool Begin(int status);
     bool HasBegun() const noexcept { return status_ != 0; }
@@ -60,13 +63,9 @@ class Reply {
 
   private:
     enum class Mode { Unknown, Length, Chunked, UntilClose, None };
-    struct Header {
-        std::string_view name;
-        std::string_view value;
-    };
-    bool StoreHeader(std::string_view name, std::string_view value);
     void DecideMode(bool isFinal, size_t pending);
-    void ComposeHead();
+    size_t CutSurplus(size_t pending) noexcept;
+    void PutFront(size_t chunk);
     bool Flush(const void* extra, size_t size, bool isFinal);
 
     Terms terms_;
@@ -74,9 +73,8 @@ class Reply {
     Body* body_ = nullptr;
     Transport* transport_ = nullptr;
     WaitWatcher* watcher_ = nullptr;
-    std::vector<Header> headers_;
-    Buffer head_;
-    Buffer gathered_;
+    HeaderList headers_;
+    Buffer gathered_; // with room in front for the head
     Mode mode_ = Mode::Unknown;
     int status_ = 0;
     uint64_t length_ = 0;    // Length only

@@ -55,20 +55,42 @@ TALSTATUS CopyOut(std::string_view text, UINT32* length, char* buffer) noexcept
 // Spare code units behind a request's path. Form uploads build their target names in that room.
 constexpr size_t kSpareUnits = 1024;
 
-// A wide string in request memory. Throws std::bad_alloc when short, or when the text is too long
-// for the string's 16-bit lengths.
+// A string in request memory with `units` of text, to be filled, and `spare` units behind them.
+// Throws std::bad_alloc when memory is short, or when that is too long for the string's 16-bit
+// lengths.
+UNICODE_STRING MakeRoom(Arena& arena, size_t units, size_t spare)
+{
+    const size_t bytes = (units + spare + 1) * sizeof(WCHAR);
+    auto* text = bytes - sizeof(WCHAR) <= std::numeric_limits<UINT16>::max() - 3
+                     ? static_cast<WCHAR*>(arena.Allocate(bytes))
+                     : nullptr;
+    if (!text)
+        throw std::bad_alloc();
+    text[units] = 0;
+    return {static_cast<UINT16>(units * sizeof(WCHAR)), static_cast<UINT16>(bytes - sizeof(WCHAR)),
+            text};
+}
+
 UNICODE_STRING MakeWide(Arena& arena, std::u16string_view text, size_t spare)
 {
-    const size_t bytes = (text.size() + spare + 1) * sizeof(WCHAR);
-    auto* units = bytes - sizeof(WCHAR) <= std::numeric_limits<UINT16>::max() - 3
-                      ? static_cast<WCHAR*>(arena.Allocate(bytes))
-                      : nullptr;
-    if (!units)
-        throw std::bad_alloc();
-    std::memcpy(units, text.data(), text.size() * sizeof(WCHAR));
-    units[text.size()] = 0;
-    return {static_cast<UINT16>(text.size() * sizeof(WCHAR)),
-            static_cast<UINT16>(bytes - sizeof(WCHAR)), units};
+    const UNICODE_STRING made = MakeRoom(arena, text.size(), spare);
+    std::copy(text.begin(), text.end(), made.Buffer);
+    return made;
+}
+
+// The same from UTF-8. False when it is none.
+bool MakeWide(Arena& arena, std::string_view text, size_t spare, UNICODE_STRING& out)
+{
+    if (IsAscii(text)) {
+        out = MakeRoom(arena, text.size(), spare);
+        std::copy(text.begin(), text.end(), out.Buffer);
+        return true;
+    }
+    std::u16string wide;
+    if (!AppendWide(text, wide))
+        return false;
+    out = MakeWide(arena, wide, spare);
+    return true;
 }
 
 TALSTATUS CopyWide(std::string_view text, UNICODE_STRING* out)
@@ -257,12 +279,8 @@ TALSTATUS RequestIo::GetUrl(UINT32*, UNICODE_STRING** url)
     if (!url)
         return Failure(kCodeInvalidParameter);
     return Guarded([&] {
-        if (!url_.Buffer) {
-            std::u16string wide;
-            if (!AppendWide(target.path, wide))
-                return Failure(kCodeInvalidRequest);
-            url_ = MakeWide(arena, wide, kSpareUnits);
-        }
+        if (!url_.Buffer && !MakeWide(arena, target.path, kSpareUnits, url_))
+            return Failure(kCodeInvalidRequest);
         *url = &url_;
         return TAL_STATUS_SUCCESS;
     });
@@ -273,12 +291,8 @@ TALSTATUS RequestIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
     if (!arguments)
         return Failure(kCodeInvalidParameter);
     return Guarded([&] {
-        if (!arguments_.Buffer) {
-            std::u16string wide;
-            if (!AppendWide(target.query, wide))
-                return Failure(kCodeInvalidRequest);
-            arguments_ = MakeWide(arena, wide, 1);
-        }
+        if (!arguments_.Buffer && !MakeWide(arena, target.query, 1, arguments_))
+            return Failure(kCodeInvalidRequest);
         *arguments = &arguments_;
         return TAL_STATUS_SUCCESS;
     });

@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <array>
 #include <cstring>
 
 #include "host/text.h"
@@ -54,16 +55,34 @@ bool IsUtf8(std::string_view text)
     return true;
 }
 
-bool IsUnreserved(char c) noexcept
+// A path that stands for itself: printable ASCII without escapes and dot segments.
+bool IsPlain(std::string_view path) noexcept
+{
+    char before = 0;
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte <= 0x20 || byte >= 0x7F || c == '%' || c == '#' || (c == '.' && before == '/'))
+            return false;
+        before = c;
+    }
+    return true;
+}
+
+constexpr bool IsUnreserved(char c) noexcept
 {
     return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') || c == '-' || c == '.' || c == '_' ||
            c == '~';
 }
 
-bool IsNameByte(char c) noexcept // reg-name without escapes (RFC 3986 section 3.2.2)
-{
-    return IsUnreserved(c) || (c != '\0' && std::strchr("!$&'()*+,;=", c) != nullptr);
-}
+// The bytes of a reg-name without escapes (RFC 3986 section 3.2.2).
+constexpr std::array<bool, 256> kNameBytes = [] {
+    std::array<bool, 256> table{};
+    for (unsigned char c = 1; c < 0x7F; ++c)
+        table[c] = IsUnreserved(static_cast<char>(c));
+    for (const char c : std::string_view("!$&'()*+,;="))
+        table[static_cast<unsigned char>(c)] = true;
+    return table;
+}();
 
 } // namespace
 
@@ -71,6 +90,10 @@ bool NormalisePath(std::string_view raw, std::string& decoded, std::string& stil
 {
     if (raw.empty() || raw.front() != '/')
         return false;
+    if (IsPlain(raw)) {
+        decoded = stillEscaped = raw;
+        return true;
+    }
     decoded.clear();
     stillEscaped.clear();
     std::string segment;
@@ -151,7 +174,7 @@ bool IsValidHost(std::string_view text) noexcept
         if (name.empty() || name.size() > 255)
             return false;
         for (const char c : name)
-            if (!IsNameByte(c))
+            if (!kNameBytes[static_cast<unsigned char>(c)])
                 return false;
         port = colon == std::string_view::npos ? std::string_view() : text.substr(colon);
     }

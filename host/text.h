@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace kestd {
@@ -17,6 +18,8 @@ constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) noexce
 {
     if (a.size() != b.size())
         return false;
+    if (a == b) // mostly: names are written as they are in the standards
+        return true;
     for (size_t i = 0; i < a.size(); ++i)
         if (Lower(a[i]) != Lower(b[i]))
             return false;
@@ -26,6 +29,35 @@ constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) noexce
 constexpr bool IsDigit(char c) noexcept
 {
     return c >= '0' && c <= '9';
+}
+
+constexpr bool IsAscii(std::string_view text) noexcept
+{
+    unsigned char bits = 0;
+    for (const char c : text)
+        bits |= static_cast<unsigned char>(c);
+    return bits < 0x80;
+}
+
+// Whether a text holds a control character other than a tab.
+inline bool HasControl(std::string_view text) noexcept
+{
+    constexpr uint64_t kEach = 0x0101010101010101;
+    constexpr uint64_t kHigh = 0x80 * kEach;
+    size_t i = 0;
+    for (; text.size() - i >= sizeof(uint64_t); i += sizeof(uint64_t)) {
+        uint64_t eight = 0;
+        std::memcpy(&eight, text.data() + i, sizeof eight);
+        const uint64_t fromDelete = eight ^ 0x7F * kEach;
+        const uint64_t low = (eight - 0x20 * kEach) & ~eight;
+        const uint64_t isDelete = (fromDelete - kEach) & ~fromDelete;
+        if ((low | isDelete) & kHigh) // perhaps: a tab, or a byte beside one of those
+            break;
+    }
+    for (; i < text.size(); ++i)
+        if ((static_cast<unsigned char>(text[i]) < 0x20 && text[i] != '\t') || text[i] == 0x7F)
+            return true;
+    return false;
 }
 
 // The value of a hexadecimal digit, -1 for anything else.

@@ -131,6 +131,9 @@ bool Transport::Send(const iovec* pieces, int count, std::chrono::milliseconds s
         isBroken_ = !SendPlain(copy, count, stall, watcher);
         return !isBroken_;
     }
+    if (count == 1)
+        return !(isBroken_ = !SendTls(static_cast<const char*>(pieces->iov_base), pieces->iov_len,
+                                      stall, watcher));
     // Small pieces share a record: a head and its body then cost one, not two.
     char record[kTlsRecord];
     size_t used = 0;
@@ -167,7 +170,8 @@ bool Transport::SendPlain(iovec* pieces, int count, std::chrono::milliseconds st
         msghdr message{};
         message.msg_iov = pieces;
         message.msg_iovlen = static_cast<size_t>(count);
-        const ssize_t sent = sendmsg(fd_, &message, flags);
+        const ssize_t sent = count == 1 ? send(fd_, pieces->iov_base, pieces->iov_len, flags)
+                                        : sendmsg(fd_, &message, flags);
         if (sent >= 0) {
             Advance(pieces, count, static_cast<size_t>(sent));
         } else if (errno != EINTR && !IsWouldBlock(errno)) {

@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/utf.h"
 
+#include "host/text.h"
+
 namespace kestd {
 
 bool AppendWide(std::string_view text, std::u16string& out)
 {
+    if (IsAscii(text)) {
+        out.append(text.begin(), text.end());
+        return true;
+    }
     out.reserve(out.size() + text.size());
     for (size_t i = 0; i < text.size();) {
         const auto lead = static_cast<unsigned char>(text[i]);
