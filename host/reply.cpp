@@ -16,9 +16,13 @@ namespace {
 // Room in front of what is gathered, so that a usual head and its body leave in one piece; a longer
 // head gets its own.
 constexpr size_t kHeadRoom = 1024;
-// What is gathered before something leaves. Larger pieces go out from where they are. With the room
-// in front and the end of a chunk it fills a buffer's usual size.
-constexpr size_t kGather = 15 * 1024 - 16;
+// What is gathered before something leaves: little at first, so that the client has something to
+// work on, then twice as much each time. Every departure wakes the client, and for a listing of
+// thousands of members that cost as much as all that is said about them. Larger pieces than the
+// first go out from where they are. With the room in front and the end of a chunk the first fills a
+// buffer's usual size.
+constexpr size_t kGatherFirst = 15 * 1024 - 16;
+constexpr size_t kGatherMost = 8 * kGatherFirst;
 
 // The lines that every head has, formatted once a second by each thread.
 std::string_view CommonLines()
@@ -74,6 +78,7 @@ void Reply::Reset() noexcept
     mode_ = Mode::Unknown;
     status_ = 0;
     length_ = bodyBytes_ = 0;
+    gatherLimit_ = kGatherFirst;
     hasLeft_ = isBroken_ = drops_ = false;
 }
 
@@ -109,7 +114,7 @@ bool Reply::Append(const void* bytes, size_t size)
         return false;
     if (size == 0 || drops_ || terms_.isHead || HasNoBody(status_) || status_ == 416)
         return true;
-    if (gathered_.Size() + size <= kGather) {
+    if (size <= kGatherFirst && gathered_.Size() + size <= gatherLimit_) {
         if (gathered_.Size() == 0)
             gathered_.MakeHeadroom(kHeadRoom);
         gathered_.Append(bytes, size);
@@ -117,6 +122,7 @@ bool Reply::Append(const void* bytes, size_t size)
         return true;
     }
     bodyBytes_ += size;
+    gatherLimit_ = std::min(2 * gatherLimit_, kGatherMost);
     return Flush(bytes, size, false);
 }
 

@@ -79,6 +79,7 @@ class Reply {
     int status_ = 0;
     uint64_t length_ = 0;    // Length only
     uint64_t bodyBytes_ = 0; // taken into the reply
+    size_t gatherLimit_ = 0; // how much of the body is gathered before it leaves
     bool hasLeft_ = false;
     bool isBroken_ = false;
     bool drops_ = false; // replaced: the module's body is not wanted

@@ -3,6 +3,9 @@
 // The request object as a module uses it, and what reaches the client of it.
 #include "tests/contract/host/harness.h"
 
+#include <algorithm>
+#include <numeric>
+
 namespace kestd::test {
 
 namespace {
@@ -314,6 +317,35 @@ TEST_F(Io, RepliesAreFramed)
             EXPECT_TRUE(client.Held().empty()) << each.name << client.Held().size();
         }
     }
+}
+
+// The first bytes come early, and few chunks carry the rest.
+TEST_F(Io, SmallTextsLeaveInGrowingChunks)
+{
+    constexpr size_t kPieces = 1000;
+    module.handler = [](IKestIO_5& io, UINT32) {
+        SetHeader(io, "Transfer-Encoding", "chunked");
+        io.SendHeader(207);
+        for (size_t i = 0; i < kPieces; ++i)
+            EXPECT_EQ(Write(io, std::string(1000, 'x')), TAL_STATUS_SUCCESS);
+        return TAL_STATUS_SUCCESS;
+    };
+    Start();
+    Client client(port);
+    ASSERT_TRUE(client.Send("PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nConnection: close\r\n\r\n"));
+    ASSERT_TRUE(client.IsClosed());
+    std::string_view rest = client.Held();
+    rest.remove_prefix(rest.find("\r\n\r\n") + 4);
+    std::vector<size_t> sizes;
+    for (size_t size = 1; size != 0; sizes.push_back(size)) {
+        size = std::stoul(std::string(rest.substr(0, rest.find('\r'))), nullptr, 16);
+        rest.remove_prefix(rest.find('\n') + 1 + size + 2);
+    }
+    EXPECT_EQ(std::accumulate(sizes.begin(), sizes.end(), size_t{0}), kPieces * 1000);
+    EXPECT_LE(sizes.front(), 16384u);
+    EXPECT_TRUE(std::is_sorted(sizes.begin(), sizes.end() - 2)) << "the end is what was left";
+    EXPECT_LE(sizes.size(), 16u);
+    EXPECT_LE(*std::max_element(sizes.begin(), sizes.end()), 131072u) << "memory of one reply";
 }
 
 TEST_F(Io, Http10ClientsGetNoChunks)
