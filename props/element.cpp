@@ -16,13 +16,13 @@ void ClearMarks(PROPFIND_REQ* request)
     request->bSharedLocks = FALSE;
 }
 
-void SendDeadPropsIfAny(IKestIO_5* io, PROPFIND_REQ* request)
+void SendDeadPropsIfAny(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!pITalpl->TalxIsListEmpty(&request->lDeadProperties))
         (void)PropFindSendDeadProps(io, request); // a property that fails is left out
 }
 
-void SendUnreturnedIfAny(IKestIO_5* io, const PROPFIND_REQ* request)
+void SendUnreturnedIfAny(GatheredIo* io, const PROPFIND_REQ* request)
 {
     if (request->LiveProperties != 0)
         (void)SendUnreturnedProperties(io, request->LiveProperties);
@@ -46,7 +46,7 @@ void FillRootVitals(DAV_COMMON_ENUM& vitals)
 
 } // namespace
 
-TALSTATUS PropFindSendResource(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendResource(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "\n<a:response>");
     const TALSTATUS status = PropFindBuildAndSendHRef(pKestIo, &pRequest->HRefU);
@@ -70,7 +70,7 @@ TALSTATUS PropFindSendResource(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
     return status;
 }
 
-TALSTATUS PropFindSendCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "\n<a:response>");
     const TALSTATUS status = PropFindBuildAndSendHRef(pKestIo, &pRequest->HRefU);
@@ -89,7 +89,7 @@ TALSTATUS PropFindSendCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
     return status;
 }
 
-TALSTATUS SendRootCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS SendRootCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "\n<a:response>");
     SendRootHRef(pKestIo);
@@ -102,7 +102,7 @@ TALSTATUS SendRootCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
     return status;
 }
 
-TALSTATUS PropFindSendObjectNotFound(IKestIO_5* pKestIo, UNICODE_STRING* pURI)
+TALSTATUS PropFindSendObjectNotFound(GatheredIo* pKestIo, UNICODE_STRING* pURI)
 {
     Put(pKestIo, "\n<a:response>");
     const TALSTATUS status = PropFindBuildAndSendHRef(pKestIo, pURI);

@@ -4,67 +4,78 @@
 #include <limits>
 
 #include "index/escape.h"
-#include "props/line.h"
 #include "props/propfind.h"
 #include "props/scratch.h"
 
 namespace {
 
-constexpr UINT32 kHeaderBytes = 256;      // room for the protocol's name and for "Host"
+constexpr UINT32 kHeaderBytes = 256;      // room for the protocol's name, and for the host's
 constexpr UINT32 kRootProtocolBytes = 32; // for the protocol's name in the root's href
 constexpr UINT32 kPathBytes = 512;        // a usual path in UTF-8
 
-using Url = Line<1024>; // an href, unless its parts are unusually long
-
-void AddScheme(IKestIO_5* io, UINT32 room, Url& url)
+// Writes the scheme and "://" at `out`, which has room for `room` bytes and those three. Returns
+// the end.
+char* AddScheme(IKestIO_5* io, UINT32 room, char* out)
 {
-    char text[kHeaderBytes];
     UINT32 length = room;
     TALSTATUS status = TAL_STATUS_UNSUCCESSFUL;
     {
         Ref<IKestIO_3> io3;
         (void)Query(io, io3); // an object of an older version leaves io3 empty
         if (io3)
-            status = io3->GetProtocolName(&length, text);
+            status = io3->GetProtocolName(&length, out);
     }
-    if (Code(status) != kCodeSuccess)
-        url << "http://";
-    else
-        url.Add(text, std::min(length, room)) << "://";
+    if (Code(status) != kCodeSuccess) {
+        std::memcpy(out, "http", 4);
+        length = 4;
+    }
+    out += std::min(length, room);
+    std::memcpy(out, "://", 3);
+    return out + 3;
 }
 
-// The client's own name for the server, so that its hrefs compare equal to what it asked for.
-void AddHost(IKestIO_5* io, Url& url)
+// Writes the client's own name for the server, so that its hrefs compare equal to what it asked
+// for. `out` has room for kHeaderBytes.
+char* AddHost(IKestIO_5* io, char* out)
 {
-    char host[kHeaderBytes];
-    UINT32 length = sizeof(host);
+    UINT32 length = kHeaderBytes;
     char name[] = "Host";
-    if (Code(io->GetRequestHeader(name, &length, host)) == kCodeSuccess && length < sizeof(host))
-        url.Add(host, length);
-    else
-        url.Add(g_szHost, static_cast<UINT32>(std::strlen(g_szHost)));
+    if (Code(io->GetRequestHeader(name, &length, out)) != kCodeSuccess || length >= kHeaderBytes) {
+        length = static_cast<UINT32>(std::strlen(g_szHost));
+        std::memcpy(out, g_szHost, length);
+    }
+    return out + length;
 }
 
-// Scheme, host and the path under which the module is mounted, without a "/" at the end.
-void AddModuleUrl(IKestIO_5* io, UINT32 protocolRoom, Url& url)
+// The path under which the module is mounted, without a "/" at the end.
+void PutModulePath(GatheredIo* io)
 {
-    AddScheme(io, protocolRoom, url);
-    AddHost(io, url);
-    url.Add(g_szKestLocation, static_cast<UINT32>(std::strlen(g_szKestLocation)));
-    url.Add(g_MonikerS.Buffer, g_MonikerS.Length);
+    PutText(io, g_szKestLocation);
+    PutBytes(io, g_MonikerS.Buffer, g_MonikerS.Length);
 }
 
 } // namespace
 
-void SendRootHRef(IKestIO_5* pKestIo)
+std::string_view GatheredIo::Origin()
 {
-    Url url(pKestIo);
-    url << "<a:href>";
-    AddModuleUrl(pKestIo, kRootProtocolBytes, url);
-    url << "/</a:href>\n";
+    if (originLength_ == 0)
+        originLength_ =
+            static_cast<UINT32>(AddHost(io_, AddScheme(io_, kHeaderBytes, origin_)) - origin_);
+    return {origin_, originLength_};
 }
 
-TALSTATUS PropFindBuildAndSendHRef(IKestIO_5* pKestIo, UNICODE_STRING* pRefU)
+void SendRootHRef(GatheredIo* pKestIo)
+{
+    char origin[kRootProtocolBytes + 3 + kHeaderBytes];
+    const char* const end =
+        AddHost(pKestIo->Host(), AddScheme(pKestIo->Host(), kRootProtocolBytes, origin));
+    Put(pKestIo, "<a:href>");
+    PutBytes(pKestIo, origin, static_cast<UINT32>(end - origin));
+    PutModulePath(pKestIo);
+    Put(pKestIo, "/</a:href>\n");
+}
+
+TALSTATUS PropFindBuildAndSendHRef(GatheredIo* pKestIo, UNICODE_STRING* pRefU)
 {
     const UINT32 units = pRefU->Length / UINT32{sizeof(WCHAR)};
     Scratch<kPathBytes * 3 + 1> pathRoom;
@@ -92,12 +103,12 @@ TALSTATUS PropFindBuildAndSendHRef(IKestIO_5* pKestIo, UNICODE_STRING* pRefU)
     if (Failed(status))
         return status;
 
-    Url url(pKestIo);
-    url << "<a:href>";
-    AddModuleUrl(pKestIo, kHeaderBytes, url);
+    Put(pKestIo, "<a:href>");
+    PutText(pKestIo, pKestIo->Origin());
+    PutModulePath(pKestIo);
     if (escaped.Length == 0 || escaped.Buffer[0] != '/')
-        url << "/";
-    url.Add(escaped.Buffer, escaped.Length);
-    url << "</a:href>\n";
+        Put(pKestIo, "/");
+    PutBytes(pKestIo, escaped.Buffer, escaped.Length);
+    Put(pKestIo, "</a:href>\n");
     return status;
 }

@@ -7,13 +7,11 @@
 
 #include "core/reply.h"
 #include "index/escape.h"
-#include "props/line.h"
 #include "props/propfind.h"
 
 namespace {
 
 constexpr UINT32 kDateBytes = 512;
-constexpr UINT32 kLineBytes = 512; // one property, unless its value is long
 constexpr UINT32 kLongestNameBytes = kChildRecordBytes - offsetof(DAV_COMMON_ENUM, DisplayName);
 
 // Whether a property is asked for; it counts as answered then.
@@ -29,7 +27,7 @@ bool NamesOnly(const PROPFIND_REQ* request)
     return (request->Flags & kNamesOnly) != 0;
 }
 
-void SendContentLength(IKestIO_5* io, PROPFIND_REQ* request)
+void SendContentLength(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveContentLength))
         return;
@@ -41,34 +39,33 @@ void SendContentLength(IKestIO_5* io, PROPFIND_REQ* request)
     } else {
         char digits[kU64Digits];
         const INT32 length = U64ToAscii(request->Enum.ResourceSize, 10, digits);
-        Line<kLineBytes> line(io);
-        line << "<a:getcontentlength>";
-        line.Add(digits, static_cast<UINT32>(length));
-        line << "</a:getcontentlength>\n";
+        Put(io, "<a:getcontentlength>");
+        PutBytes(io, digits, static_cast<UINT32>(length));
+        Put(io, "</a:getcontentlength>\n");
     }
 }
 
 // Writes "&" as its reference while the converted name's buffer would have room for it; what does
 // not fit becomes "_". Kept: nothing else is escaped.
-void AddEscapedName(Line<kLineBytes>& line, const char* name, UINT32 length, UINT32 capacity)
+void PutEscapedName(GatheredIo* io, const char* name, UINT32 length, UINT32 capacity)
 {
     UINT32 free = capacity - length;
     const char* const end = name + length;
     while (const char* amp =
                static_cast<const char*>(std::memchr(name, '&', static_cast<size_t>(end - name)))) {
-        line.Add(name, static_cast<UINT32>(amp - name));
+        PutBytes(io, name, static_cast<UINT32>(amp - name));
         if (free >= 4) {
-            line << "&amp;";
+            Put(io, "&amp;");
             free -= 4;
         } else {
-            line << "_";
+            Put(io, "_");
         }
         name = amp + 1;
     }
-    line.Add(name, static_cast<UINT32>(end - name));
+    PutBytes(io, name, static_cast<UINT32>(end - name));
 }
 
-void SendDisplayName(IKestIO_5* io, PROPFIND_REQ* request)
+void SendDisplayName(GatheredIo* io, PROPFIND_REQ* request)
 {
     const UINT32 wideBytes = std::min(request->Enum.DisplayNameLength, kLongestNameBytes);
     if (wideBytes == 0 || !Take(request, kLiveDisplayName))
@@ -84,19 +81,18 @@ void SendDisplayName(IKestIO_5* io, PROPFIND_REQ* request)
                                               wideBytes / UINT32{sizeof(WCHAR)}, name, &length)) !=
         kCodeSuccess)
         return;
-    Line<kLineBytes> line(io);
-    line << "<a:displayname>";
-    AddEscapedName(line, name, std::min(length, capacity), capacity);
-    line << "</a:displayname>\n";
+    Put(io, "<a:displayname>");
+    PutEscapedName(io, name, std::min(length, capacity), capacity);
+    Put(io, "</a:displayname>\n");
 }
 
-void SendETag(IKestIO_5* io, PROPFIND_REQ* request)
+void SendETag(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (Take(request, kLiveETag))
         Put(io, "<a:getetag/>\n"); // kept: never a value
 }
 
-void SendResourceType(IKestIO_5* io, PROPFIND_REQ* request)
+void SendResourceType(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveResourceType))
         return;
@@ -108,7 +104,7 @@ void SendResourceType(IKestIO_5* io, PROPFIND_REQ* request)
         Put(io, "<a:resourcetype><a:resource/></a:resourcetype>\n");
 }
 
-void SendIsHidden(IKestIO_5* io, PROPFIND_REQ* request)
+void SendIsHidden(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsHidden))
         return;
@@ -120,7 +116,7 @@ void SendIsHidden(IKestIO_5* io, PROPFIND_REQ* request)
         Put(io, "<a:ishidden b:dt=\"boolean\">0</a:ishidden>\n");
 }
 
-void SendIsReadOnly(IKestIO_5* io, PROPFIND_REQ* request)
+void SendIsReadOnly(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsReadOnly))
         return;
@@ -132,7 +128,7 @@ void SendIsReadOnly(IKestIO_5* io, PROPFIND_REQ* request)
         Put(io, "<a:isreadonly b:dt=\"boolean\">0</a:isreadonly>\n");
 }
 
-void SendIsCollection(IKestIO_5* io, PROPFIND_REQ* request)
+void SendIsCollection(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsCollection))
         return;
@@ -145,7 +141,7 @@ void SendIsCollection(IKestIO_5* io, PROPFIND_REQ* request)
 }
 
 // Everything but the root leaves the property out, and answered.
-void SendIsRoot(IKestIO_5* io, PROPFIND_REQ* request)
+void SendIsRoot(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsRoot) || !request->bRoot)
         return;
@@ -157,7 +153,7 @@ void SendIsRoot(IKestIO_5* io, PROPFIND_REQ* request)
 
 } // namespace
 
-TALSTATUS PropFindSendCreationDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendCreationDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     if (!Take(pRequest, kLiveCreationDate))
         return TAL_STATUS_SUCCESS;
@@ -171,14 +167,13 @@ TALSTATUS PropFindSendCreationDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
             g_pIKestUtil->SystemTimeTo8601Time(&pRequest->Enum.CreationDate, &date);
         Code(status) != kCodeSuccess)
         return status; // a date that cannot be told is left out
-    Line<kLineBytes> line(pKestIo);
-    line << "<a:creationdate b:dt=\"dateTime.tz\">";
-    line.Add(text, std::min<UINT32>(date.Length, sizeof(text)));
-    line << "</a:creationdate>\n";
+    Put(pKestIo, "<a:creationdate b:dt=\"dateTime.tz\">");
+    PutBytes(pKestIo, text, std::min<UINT32>(date.Length, sizeof(text)));
+    Put(pKestIo, "</a:creationdate>\n");
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS PropFindSendModifiedDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendModifiedDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     if (!Take(pRequest, kLiveLastModified))
         return TAL_STATUS_SUCCESS;
@@ -192,14 +187,13 @@ TALSTATUS PropFindSendModifiedDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
             g_pIKestUtil->SystemTimeToHttpTime(&pRequest->Enum.ModificationDate, &date);
         Code(status) != kCodeSuccess)
         return status;
-    Line<kLineBytes> line(pKestIo);
-    line << "<a:getlastmodified b:dt=\"dateTime.rfc1123\">";
-    line.Add(text, std::min<UINT32>(date.Length, sizeof(text)));
-    line << "</a:getlastmodified>\n";
+    Put(pKestIo, "<a:getlastmodified b:dt=\"dateTime.rfc1123\">");
+    PutBytes(pKestIo, text, std::min<UINT32>(date.Length, sizeof(text)));
+    Put(pKestIo, "</a:getlastmodified>\n");
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS PropFindSendLiveProperties(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendLiveProperties(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     SendContentLength(pKestIo, pRequest);
     (void)PropFindSendCreationDate(pKestIo, pRequest); // a missing date costs that property only
@@ -214,11 +208,11 @@ TALSTATUS PropFindSendLiveProperties(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS SendUnreturnedProperties(IKestIO_5* pKestIo, UINT32 uProperties)
+TALSTATUS SendUnreturnedProperties(GatheredIo* pKestIo, UINT32 uProperties)
 {
     static constexpr struct {
         UINT32 property;
-        const char* element;
+        std::string_view element;
     } kElements[] = {
         {kLiveName, "<a:name/>\n"},
         {kLiveParentName, "<a:parentname/>\n"},
@@ -237,11 +231,10 @@ TALSTATUS SendUnreturnedProperties(IKestIO_5* pKestIo, UINT32 uProperties)
         {kLiveLockDiscovery, "<a:lockdiscovery/>\n"},
         {kLiveContentType, "<a:getcontenttype/>\n"},
     };
-    Line<kLineBytes> line(pKestIo);
-    line << "<a:propstat><a:status>HTTP/1.1 404 Not Found</a:status>\n<a:prop>";
+    Put(pKestIo, "<a:propstat><a:status>HTTP/1.1 404 Not Found</a:status>\n<a:prop>");
     for (const auto& entry : kElements)
         if (uProperties & entry.property)
-            line.Add(entry.element, static_cast<UINT32>(std::strlen(entry.element)));
-    line << "</a:prop></a:propstat>";
+            PutText(pKestIo, entry.element);
+    Put(pKestIo, "</a:prop></a:propstat>");
     return TAL_STATUS_SUCCESS;
 }

@@ -34,7 +34,7 @@ TALSTATUS KeepLock(PROPFIND_REQ* request, const UINT8* buffer)
     return TAL_STATUS_SUCCESS;
 }
 
-void SendTimeout(IKestIO_5* io, INT64 timeout)
+void SendTimeout(GatheredIo* io, INT64 timeout)
 {
     if (timeout == -1) {
         Put(io, "Infinite");
@@ -42,11 +42,12 @@ void SendTimeout(IKestIO_5* io, INT64 timeout)
     }
     // Kept: what is left of the last minute wraps around, and no "Second-" stands in front.
     char digits[kU64Digits];
-    U64ToAscii(static_cast<UINT64>(timeout / kUnitsPerSecond - kGraceSeconds), 10, digits);
-    Put(io, digits);
+    const INT32 length =
+        U64ToAscii(static_cast<UINT64>(timeout / kUnitsPerSecond - kGraceSeconds), 10, digits);
+    PutBytes(io, digits, static_cast<UINT32>(length));
 }
 
-void SendLock(IKestIO_5* io, const DAV_LOCK_2& lock)
+void SendLock(GatheredIo* io, const DAV_LOCK_2& lock)
 {
     // Kept: the type is always write.
     Put(io, "<a:activelock>\n<a:locktype><a:write/></a:locktype>\n");
@@ -55,9 +56,9 @@ void SendLock(IKestIO_5* io, const DAV_LOCK_2& lock)
     else
         Put(io, "<a:lockscope><a:shared/></a:lockscope>\n");
     char depth[16];
-    std::snprintf(depth, sizeof(depth), "%d", lock.Depth);
+    const int length = std::snprintf(depth, sizeof(depth), "%d", lock.Depth);
     Put(io, "<a:depth>");
-    Put(io, depth);
+    PutBytes(io, depth, static_cast<UINT32>(length));
     Put(io, "</a:depth>\n<a:owner>");
     PutBytes(io, lock.Owner, lock.OwnerLength);
     Put(io, "</a:owner>\n<a:timeout>");
@@ -87,7 +88,7 @@ TALSTATUS PropFindGetLocks(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest
     }
 }
 
-void PropFindSendLocks(IKestIO_5* pKestIo, const PROPFIND_REQ* pRequest)
+void PropFindSendLocks(GatheredIo* pKestIo, const PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "<a:lockdiscovery>\n");
     const LIST_ENTRY* const head = &pRequest->lLocks;

@@ -24,7 +24,7 @@ constexpr DAV_SHARE_MODE kShareReadingFirst = 1; // what first-generation provid
 // What every step of one request needs.
 struct Call {
     SCHANDLE session;
-    IKestIO_5* io;
+    GatheredIo* io;
     PROPFIND_REQ* request;
     UINT32 mask; // the live properties that the request asked for
 };
@@ -160,9 +160,9 @@ bool SendCollection(const Call& call, const KESTDAV_HANDLER& handler, UNICODE_ST
     return true;
 }
 
-void SendHead(IKestIO_5* io)
+void SendHead(GatheredIo* io)
 {
-    SendMultiStatusHead(io);
+    SendMultiStatusHead(io->Host());
     Put(io, "<a:multistatus xmlns:b=\"urn:uuid:c2f41010-65b3-11d1-a29f-00aa00c14882/\" "
             "xmlns:a=\"DAV:\" xmlns:c=\"xml:\">");
 }
@@ -186,7 +186,7 @@ TALSTATUS AnswerObject(const Call& call, UNICODE_STRING* path)
         DAV_TYPE type = Resource;
         KESTDAV_HANDLER* handler = nullptr;
         if (Failed(ResolveUriToHandler(call.session, path, &type, &handler)))
-            return ReplyEmpty(call.io, 404, TAL_STATUS_SUCCESS);
+            return ReplyEmpty(call.io->Host(), 404, TAL_STATUS_SUCCESS);
         SendHead(call.io);
         (void)pITalpl->TalxCopyUnicodeString(&call.request->HRefU, path);
         found = type == Collection ? SendCollection(call, *handler, path, status)
@@ -209,7 +209,8 @@ TALSTATUS KestDavPropFind(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pK
 
     WCHAR root[2];
     UNICODE_STRING path = RequestPath(*pUrl, root);
-    const Call call = {hSession, pKestIo, request.get(), request->LiveProperties};
+    GatheredIo io(pKestIo);
+    const Call call = {hSession, &io, request.get(), request->LiveProperties};
     const bool isRoot = path.Length == sizeof(WCHAR) && path.Buffer[0] == u'/';
     return isRoot ? AnswerRoot(call, &path) : AnswerObject(call, &path);
 }

@@ -6,6 +6,7 @@
 
 #include "core/kestdav.h"
 #include "core/provider.h"
+#include "props/gather.h"
 
 // Bits of PROPFIND_REQ::Flags. Bits are only ever gained.
 inline constexpr UINT32 kPropFindSeen = 0x00000002;  // a propfind element was seen
@@ -113,24 +114,24 @@ void PFEndTagHandler(void* pUserData, const char* pTagName);
 // -- Hrefs (href.cpp)
 
 // Writes one href element for a provider-relative path. On failure nothing is written.
-[[nodiscard]] TALSTATUS PropFindBuildAndSendHRef(IKestIO_5* pKestIo, UNICODE_STRING* pRefU);
+[[nodiscard]] TALSTATUS PropFindBuildAndSendHRef(GatheredIo* pKestIo, UNICODE_STRING* pRefU);
 // Writes that of the module's root.
-void SendRootHRef(IKestIO_5* pKestIo);
+void SendRootHRef(GatheredIo* pKestIo);
 
 // -- Response elements (element.cpp)
 
-TALSTATUS PropFindSendResource(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS SendRootCollection(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendObjectNotFound(IKestIO_5* pKestIo, UNICODE_STRING* pURI);
+TALSTATUS PropFindSendResource(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS SendRootCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendObjectNotFound(GatheredIo* pKestIo, UNICODE_STRING* pURI);
 
 // -- Live properties (live.cpp). Each clears its bit in LiveProperties.
 
-TALSTATUS PropFindSendLiveProperties(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendCreationDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendModifiedDate(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendLiveProperties(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendCreationDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendModifiedDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
 // The 404 block for the bits of a mask.
-TALSTATUS SendUnreturnedProperties(IKestIO_5* pKestIo, UINT32 uProperties);
+TALSTATUS SendUnreturnedProperties(GatheredIo* pKestIo, UINT32 uProperties);
 
 // -- Dead properties (dead.cpp). The collectors of all properties start over with twice the buffer
 //    when a record does not fit; those of requested ones end at the first that cannot be had.
@@ -139,9 +140,9 @@ TALSTATUS PropFindGetRDeadProps(IKestDAVResource2* pIResource, PROPFIND_REQ* pRe
 TALSTATUS PropFindGetCDeadProps(IKestDAVCollection2* pICollection, PROPFIND_REQ* pRequest);
 TALSTATUS PropFindGetResProps(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest);
 TALSTATUS PropFindGetColProps(IKestDAVCollection2* pICollection, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendDeadProps(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendDeadProps(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
 
 // -- Lock discovery (locks.cpp)
 
 TALSTATUS PropFindGetLocks(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest);
-void PropFindSendLocks(IKestIO_5* pKestIo, const PROPFIND_REQ* pRequest);
+void PropFindSendLocks(GatheredIo* pKestIo, const PROPFIND_REQ* pRequest);

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The request's I/O object as the writers of a multistatus body see it: pieces of text are gathered
+// and go to the host together. A call per piece is what a listing of a hundred thousand members
+// would spend most of its time on.
+#pragma once
+
+#include <cstring>
+#include <string_view>
+
+#include "core/reply.h"
+
+class GatheredIo {
+  public:
+    explicit GatheredIo(IKestIO_5* io) : io_(io) {}
+    ~GatheredIo() { Flush(); }
+    GatheredIo(const GatheredIo&) = delete;
+    GatheredIo& operator=(const GatheredIo&) = delete;
+
+    // The I/O object itself, for all but the body.
+    IKestIO_5* Host() const { return io_; }
+
+    // Appends to the body. What does not fit beside the pieces before it sends them first.
+    void Add(const void* data, UINT32 size)
+    {
+        if (size > kRoom - used_) {
+            Flush();
+            if (size > kRoom) {
+                PutBytes(io_, data, size);
+                return;
+            }
+        }
+        if (size != 0)
+            std::memcpy(text_ + used_, data, size);
+        used_ += size;
+    }
+
+    // What hrefs of this request begin with: scheme, "://" and host. Asked of the host once.
+    std::string_view Origin();
+
+  private:
+    static constexpr UINT32 kRoom = 4096;
+    static constexpr UINT32 kOriginRoom = 256 + 3 + 256; // protocol, ":://", host
+
+    void Flush()
+    {
+        if (used_ != 0)
+            PutBytes(io_, text_, used_);
+        used_ = 0;
+    }
+
+    IKestIO_5* io_;
+    UINT32 used_ = 0;
+    UINT32 originLength_ = 0; // 0: not asked yet
+    char origin_[kOriginRoom];
+    char text_[kRoom];
+};
+
+// Fixed text. Its length is that of the literal; text made at run time goes through PutBytes.
+template <size_t N> void Put(GatheredIo* io, const char (&literal)[N])
+{
+    io->Add(literal, N - 1);
+}
+template <size_t N> void Put(GatheredIo* io, char (&buffer)[N]) = delete;
+
+inline void PutBytes(GatheredIo* io, const void* data, UINT32 size)
+{
+    io->Add(data, size);
+}
+
+inline void PutText(GatheredIo* io, std::string_view text)
+{
+    io->Add(text.data(), static_cast<UINT32>(text.size()));
+}
