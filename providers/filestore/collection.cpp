@@ -43,7 +43,7 @@ bool InspectVolume(const Store& store, std::string_view name, FileInfo* info)
         if (v->Name() == name)
             target.volume = v.get();
     return target.volume && !Failed(store.OpenExisting(&target, OpenFor::Locating, &top, info)) &&
-           target.volume->GetCreated(top.Get(), &info->created) == 0;
+           target.volume->GetCreated(top.Get(), *info, &info->created) == 0;
 }
 
 // All of a record but its name.
@@ -67,6 +67,7 @@ TALSTATUS FileCollection::Associate(SCHANDLE hSession, UNICODE_STRING* path, DAV
     return Protected([&] {
         node_.Unbind();
         names_.reset();
+        directory_.reset();
         return Open(hSession, path, token);
     });
 }
@@ -80,13 +81,18 @@ TALSTATUS FileCollection::Open(SCHANDLE session, const UNICODE_STRING* path,
     if (target.IsRoot()) {
         recent::Drop();
     } else {
-        if (!recent::Take(target, &directory_, &info_))
+        const auto opened = std::make_shared<Directory>();
+        if (!recent::Take(target, &opened->file, &info_))
             if (const TALSTATUS status =
-                    node_.GetStore().OpenExisting(&target, OpenFor::Reading, &directory_, &info_);
+                    node_.GetStore().OpenExisting(&target, OpenFor::Reading, &opened->file, &info_);
                 Failed(status))
                 return status;
         if (!info_.isDirectory)
             return Failure(kCodeNotFound);
+        opened->volume = target.volume;
+        opened->path = target.path.View();
+        directory_ = opened;
+        walked::Offer(directory_);
     }
     node_.Bind(session, target, token);
     return TAL_STATUS_SUCCESS;
@@ -105,7 +111,7 @@ TALSTATUS FileCollection::ListNames()
     }
     const Volume& volume = node_.GetVolume();
     ServedNames sink(*names_);
-    if (const int error = volume.Fs().List(directory_.Get(), sink))
+    if (const int error = volume.Fs().List(directory_->Get(), sink))
         return StatusFromErrno(error);
     if (sink.LeftOut())
         Log(kLogWarning, std::to_string(sink.LeftOut()) + " names in '" + volume.Name() + "/" +
@@ -113,7 +119,7 @@ TALSTATUS FileCollection::ListNames()
                              "' are left out of its listing: not UTF-8, or with control "
                              "characters");
     names_->Sort();
-    hasKeptDates_ = volume.HasKeptDates(directory_.Get());
+    hasKeptDates_ = volume.HasKeptDates(*directory_);
     if (!volume.MayHaveProperties())
         return TAL_STATUS_SUCCESS;
     std::unique_ptr<MetadataSession> session;
@@ -156,7 +162,7 @@ bool FileCollection::Describe(const char* name, DAV_COMMON_ENUM* out)
 bool FileCollection::InspectChild(const char* name, FileInfo* info) const
 {
     const Volume& volume = node_.GetVolume();
-    if (volume.Fs().InspectAt(directory_.Get(), name, info) != 0)
+    if (volume.Fs().InspectAt(directory_->Get(), name, info) != 0)
         return false;
     if (info->isLink) {
         Target target;
@@ -164,10 +170,10 @@ bool FileCollection::InspectChild(const char* name, FileInfo* info) const
         target.volume = &node_.GetVolume();
         return target.path.Assign(node_.Path()) && target.path.Append(name) &&
                !Failed(node_.GetStore().OpenExisting(&target, OpenFor::Locating, &real, info)) &&
-               volume.GetCreated(real.Get(), &info->created) == 0;
+               volume.GetCreated(real.Get(), *info, &info->created) == 0;
     }
     if (hasKeptDates_)
-        info->created = volume.CreatedOfChild(directory_.Get(), name, *info);
+        info->created = volume.CreatedOfChild(directory_->Get(), name, *info);
     return info->isDirectory || info->isRegular;
 }
 
@@ -203,7 +209,7 @@ TALSTATUS FileCollection::GetCreationDate(DAV_DATETIME* date)
         *date = node_.GetStore().Started();
         return TAL_STATUS_SUCCESS;
     }
-    return StatusFromErrno(node_.GetVolume().GetCreated(directory_.Get(), date));
+    return StatusFromErrno(node_.GetVolume().GetCreated(directory_->Get(), info_, date));
 }
 
 TALSTATUS FileCollection::GetDisplayName(UNICODE_STRING* name)
@@ -229,13 +235,13 @@ TALSTATUS FileCollection::GetModificationDate(DAV_DATETIME* date)
 
 TALSTATUS FileCollection::SetCreationDate(DAV_DATETIME date)
 {
-    return node_.IsBound() ? Protected([&] { return node_.SetCreated(directory_.Get(), date); })
+    return node_.IsBound() ? Protected([&] { return node_.SetCreated(Handle(), date); })
                            : kNotAssociated;
 }
 
 TALSTATUS FileCollection::SetModificationDate(DAV_DATETIME date)
 {
-    return node_.IsBound() ? Protected([&] { return node_.SetModified(directory_.Get(), date); })
+    return node_.IsBound() ? Protected([&] { return node_.SetModified(Handle(), date); })
                            : kNotAssociated;
 }
 
@@ -247,10 +253,9 @@ TALSTATUS FileCollection::GetLiveAttributes(UINT32* attributes)
 
 TALSTATUS FileCollection::SetLiveAttributes(UINT32 attributes)
 {
-    return node_.IsBound() ? Protected([&] {
-        return node_.SetAttributes(directory_.Get(), &info_, attributes);
-    })
-                           : kNotAssociated;
+    return node_.IsBound()
+               ? Protected([&] { return node_.SetAttributes(Handle(), &info_, attributes); })
+               : kNotAssociated;
 }
 
 TALSTATUS FileCollection::GetFirstLock(UINT32* size, DAV_LOCK_2* buffer)

@@ -41,6 +41,7 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
                                   UINT32* resultLength, char* result) override;
 
   private:
+    FileHandle Handle() const { return directory_ ? directory_->Get() : kNoFile; }
     TALSTATUS ListNames();
     TALSTATUS Emit(UINT32* size, DAV_COMMON_ENUM* buffer);
     bool Describe(const char* name, DAV_COMMON_ENUM* out);
@@ -52,8 +53,8 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
     TALSTATUS LocateMembers(UINT32* length, void* out) const;
     TALSTATUS EmitDeleted(UINT32* length, void* out);
 
-    Node node_; // bound while associated
-    OpenFile directory_;
+    Node node_;              // bound while associated
+    DirectoryRef directory_; // null for the root
     FileInfo info_;
     // The listing: names are taken once and sorted, everything else about a child is asked when its
     // turn comes, so that memory is the names' and the first child comes early.

@@ -30,8 +30,9 @@ struct FileInfo {
     UINT32 group = 0;
     UINT64 inode = 0;
     UINT64 size = 0;
-    UINT64 modified = 0; // 100 ns units since 1601-01-01 UTC
-    UINT64 created = 0;  // the same; the file system's own idea, or the oldest date that it has
+    UINT64 modified = 0;  // 100 ns units since 1601-01-01 UTC
+    UINT64 created = 0;   // the same; the file system's own idea, or the oldest date that it has
+    bool isBirth = false; // `created` is the date of birth
 };
 
 enum class OpenFor {
@@ -80,10 +81,18 @@ class FileSystem {
 
     // -- Names in an open directory: one component each; links are not followed.
     virtual int InspectAt(FileHandle directory, const char* name, FileInfo* out) = 0;
+    // ELOOP for a link.
+    virtual int OpenAt(FileHandle directory, const char* name, OpenFor purpose,
+                       FileHandle* out) = 0;
     virtual int GetTagAt(FileHandle directory, const char* name, const char* tag, void* value,
                          size_t room, size_t* size) = 0;
     // A new, empty file, open for reading and writing. EEXIST when the name is taken.
     virtual int CreateFile(FileHandle directory, const char* name, FileHandle* out) = 0;
+    // The same without a name: it goes with its handle unless GiveName gives it one. EOPNOTSUPP
+    // where the file system has no such files.
+    virtual int CreateUnnamed(FileHandle directory, FileHandle* out) = 0;
+    // EEXIST when the name is taken.
+    virtual int GiveName(FileHandle file, FileHandle directory, const char* name) = 0;
     virtual int MakeDirectory(FileHandle directory, const char* name) = 0;
     // EEXIST when `replace` is false and the new name is taken.
     virtual int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory,

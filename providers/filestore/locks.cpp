@@ -76,7 +76,7 @@ class NewFile {
     ~NewFile()
     {
         if (made_)
-            (void)volume_.Fs().RemoveFile(parent_.Get(), leaf_.c_str()); // empty: nothing is lost
+            (void)volume_.Fs().RemoveFile(parent_->Get(), leaf_.c_str()); // empty: nothing is lost
     }
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
@@ -92,7 +92,7 @@ class NewFile {
                                                        : StatusFromErrno(error);
         leaf_ = LeafOf(path);
         FileInfo info;
-        const int error = volume_.Fs().InspectAt(parent_.Get(), leaf_.c_str(), &info);
+        const int error = volume_.Fs().InspectAt(parent_->Get(), leaf_.c_str(), &info);
         *missing = error == ENOENT;
         return *missing ? TAL_STATUS_SUCCESS : StatusFromErrno(error);
     }
@@ -100,15 +100,15 @@ class NewFile {
     {
         OpenFile file;
         const int error =
-            volume_.Fs().CreateFile(parent_.Get(), leaf_.c_str(), file.Out(volume_.Fs()));
+            volume_.Fs().CreateFile(parent_->Get(), leaf_.c_str(), file.Out(volume_.Fs()));
         made_ = error == 0;
-        return StatusFromErrno(error ? error : volume_.SyncNames(parent_.Get()));
+        return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
     void Keep() { made_ = false; }
 
   private:
     const Volume& volume_;
-    OpenFile parent_;
+    DirectoryRef parent_;
     std::string leaf_;
     bool made_ = false;
 };

@@ -47,6 +47,25 @@ TALSTATUS FileNamespace::GetType(SCHANDLE, UNICODE_STRING* path, DAV_TYPE* type)
     return Protected([&] { return TypeOf(path, type); });
 }
 
+// What is about to be moved or deleted is looked up by its name in its directory, and both are kept
+// for that. False for anything that takes more than that: a link, a failure.
+static bool FindLeaf(const Target& target, FileInfo* info)
+{
+    const UINT32 method = call::Method();
+    if ((method != KestMethodDelete && method != KestMethodMove) || target.path.Length() == 0)
+        return false;
+    const Volume& volume = *target.volume;
+    const std::string_view path = target.path.View();
+    DirectoryRef directory;
+    if (volume.OpenParent(path, &directory) != 0 ||
+        volume.Fs().InspectAt(directory->Get(), path.data() + (path.size() - LeafOf(path).size()),
+                              info) != 0 ||
+        (!info->isDirectory && !info->isRegular))
+        return false;
+    recent::KeepPlace(target, std::move(directory), *info);
+    return true;
+}
+
 TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
 {
     recent::Drop();
@@ -58,6 +77,10 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
     }
     OpenFile file;
     FileInfo info;
+    if (!Failed(status) && FindLeaf(target, &info)) {
+        *type = info.isDirectory ? Collection : Resource;
+        return TAL_STATUS_SUCCESS;
+    }
     if (!Failed(status))
         status = store_.OpenExisting(&target, OpenFor::Reading, &file, &info);
     if (!Failed(status)) {
@@ -96,7 +119,7 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
     Volume& volume = *target.volume;
     if (!volume.IsWritable())
         return Failure(kCodeAccessDenied);
-    OpenFile parent;
+    DirectoryRef parent;
     int error = volume.OpenParent(target.path.View(), &parent);
     if (error)
         return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
@@ -108,9 +131,9 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
     if (Failed(status))
         return status;
     const std::string leaf(LeafOf(target.path.View()));
-    error = volume.Fs().MakeDirectory(parent.Get(), leaf.c_str());
+    error = volume.Fs().MakeDirectory(parent->Get(), leaf.c_str());
     if (error == 0)
-        error = volume.SyncNames(parent.Get());
+        error = volume.SyncNames(parent->Get());
     if (error || !volume.MayHaveProperties())
         return StatusFromErrno(error);
     // Of something that bore the name and went without our doing.
@@ -126,7 +149,6 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
 TALSTATUS FileNamespace::LocateEnds(const UNICODE_STRING* source, const UNICODE_STRING* destination,
                                     Target* from, Target* to) const
 {
-    recent::Drop();
     const TALSTATUS status = store_.Locate(source, from);
     return Failed(status) ? status : store_.LocateNew(destination, to);
 }
@@ -138,6 +160,7 @@ TALSTATUS FileNamespace::Copy(SCHANDLE hSession, BOOLEAN overwrite, INT32 depth,
     if (errorId)
         *errorId = 0;
     return Protected([&] {
+        recent::Drop();
         Target from, to;
         const TALSTATUS status = LocateEnds(source, destination, &from, &to);
         return Failed(status) ? status
@@ -167,7 +190,6 @@ TALSTATUS FileNamespace::Delete(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOC
     if (errorId)
         *errorId = 0;
     return Protected([&] {
-        recent::Drop();
         Target target;
         const TALSTATUS status = store_.Locate(path, &target);
         return Failed(status) ? status : DeleteTree(store_, Guard(store_, hSession, token), target);

@@ -170,12 +170,10 @@ TALSTATUS Node::SetCreated(FileHandle file, UINT64 date) const
 {
     if (const TALSTATUS status = CheckChange(); Failed(status))
         return status;
-    OpenFile parent;
-    int error = path_.empty()
-                    ? volume_->Fs().Open("", OpenFor::Directory, parent.Out(volume_->Fs()))
-                    : volume_->OpenParent(path_, &parent);
+    DirectoryRef parent;
+    int error = volume_->OpenParent(path_, &parent); // the top's is the top itself
     if (error == 0)
-        error = volume_->KeepCreated(file, parent.Get(), date);
+        error = volume_->KeepCreated(file, *parent, date);
     return Settle(*volume_, file, error);
 }
 

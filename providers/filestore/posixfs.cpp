@@ -61,6 +61,7 @@ void FromStat(const struct stat& s, FileInfo* out)
     out->size = static_cast<UINT64>(s.st_size);
     out->modified = ToSystemTime(s.st_mtim.tv_sec, s.st_mtim.tv_nsec);
     out->created = std::min(out->modified, ToSystemTime(s.st_ctim.tv_sec, s.st_ctim.tv_nsec));
+    out->isBirth = false;
 }
 
 void FromStatx(const struct statx& s, FileInfo* out)
@@ -72,10 +73,10 @@ void FromStatx(const struct statx& s, FileInfo* out)
     out->size = s.stx_size;
     out->modified = ToSystemTime(s.stx_mtime.tv_sec, s.stx_mtime.tv_nsec);
     // Without a date of birth the oldest date that the file system keeps stands in.
-    out->created =
-        s.stx_mask & STATX_BTIME
-            ? ToSystemTime(s.stx_btime.tv_sec, s.stx_btime.tv_nsec)
-            : std::min(out->modified, ToSystemTime(s.stx_ctime.tv_sec, s.stx_ctime.tv_nsec));
+    out->isBirth = (s.stx_mask & STATX_BTIME) != 0;
+    out->created = out->isBirth ? ToSystemTime(s.stx_btime.tv_sec, s.stx_btime.tv_nsec)
+                                : std::min(out->modified,
+                                           ToSystemTime(s.stx_ctime.tv_sec, s.stx_ctime.tv_nsec));
 }
 
 int Result(long r)
@@ -104,26 +105,8 @@ class PosixFileSystem final : public FileSystem {
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
-        const char* name = *path ? path : ".";
-        UINT64 flags = O_CLOEXEC;
-        switch (purpose) {
-        case OpenFor::Reading: // O_NONBLOCK: a pipe in the volume must not hold the thread
-            flags |= O_RDONLY | O_NONBLOCK | O_NOCTTY;
-            break;
-        case OpenFor::Directory:
-            flags |= O_RDONLY | O_DIRECTORY;
-            break;
-        case OpenFor::Locating:
-            flags |= O_PATH;
-            break;
-        }
-        int fd = OpenBeneath(name, flags);
-        if (fd < 0 && errno == EACCES && purpose != OpenFor::Locating)
-            fd = OpenBeneath(name, O_CLOEXEC | O_PATH | (flags & O_DIRECTORY));
-        if (fd < 0)
-            return errno;
-        *out = fd;
-        return 0;
+        return OpenFrom(top_, *path ? path : ".", purpose, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS,
+                        out);
     }
     void Close(FileHandle handle) override { ::close(handle); }
 
@@ -241,6 +224,10 @@ class PosixFileSystem final : public FileSystem {
     {
         return Statx(directory, name, AT_SYMLINK_NOFOLLOW, out);
     }
+    int OpenAt(FileHandle directory, const char* name, OpenFor purpose, FileHandle* out) override
+    {
+        return OpenFrom(directory, name, purpose, RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS, out);
+    }
     int GetTagAt(FileHandle directory, const char* name, const char* tag, void* value, size_t room,
                  size_t* size) override
     {
@@ -258,6 +245,24 @@ class PosixFileSystem final : public FileSystem {
             return errno;
         *out = fd;
         return 0;
+    }
+    int CreateUnnamed(FileHandle directory, FileHandle* out) override
+    {
+        const int fd = ::openat(directory, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0666);
+        if (fd < 0) // EISDIR: from before such files were known
+            return errno == EISDIR || errno == EINVAL ? EOPNOTSUPP : errno;
+        *out = fd;
+        return 0;
+    }
+    int GiveName(FileHandle file, FileHandle directory, const char* name) override
+    {
+        if (::linkat(file, "", directory, name, AT_EMPTY_PATH) == 0)
+            return 0;
+        // ENOENT: before Linux 6.10 only a privileged process may name a file by its handle. Where
+        // it is the directory that has gone, the other way says so, too.
+        if (errno != ENOENT)
+            return errno;
+        return Result(::linkat(AT_FDCWD, ProcPath(file).text, directory, name, AT_SYMLINK_FOLLOW));
     }
     int MakeDirectory(FileHandle directory, const char* name) override
     {
@@ -311,13 +316,36 @@ class PosixFileSystem final : public FileSystem {
     }
 
   private:
-    int OpenBeneath(const char* path, UINT64 flags)
+    static int OpenFrom(int directory, const char* path, OpenFor purpose, UINT64 resolve,
+                        FileHandle* out)
+    {
+        UINT64 flags = O_CLOEXEC;
+        switch (purpose) {
+        case OpenFor::Reading: // O_NONBLOCK: a pipe in the volume must not hold the thread
+            flags |= O_RDONLY | O_NONBLOCK | O_NOCTTY;
+            break;
+        case OpenFor::Directory:
+            flags |= O_RDONLY | O_DIRECTORY;
+            break;
+        case OpenFor::Locating:
+            flags |= O_PATH;
+            break;
+        }
+        int fd = OpenBeneath(directory, path, flags, resolve);
+        if (fd < 0 && errno == EACCES && purpose != OpenFor::Locating)
+            fd = OpenBeneath(directory, path, O_CLOEXEC | O_PATH | (flags & O_DIRECTORY), resolve);
+        if (fd < 0)
+            return errno;
+        *out = fd;
+        return 0;
+    }
+    static int OpenBeneath(int directory, const char* path, UINT64 flags, UINT64 resolve)
     {
         open_how how{};
         how.flags = flags;
-        how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+        how.resolve = resolve;
         for (int attempt = 0;; ++attempt) {
-            const long fd = ::syscall(SYS_openat2, top_, path, &how, sizeof how);
+            const long fd = ::syscall(SYS_openat2, directory, path, &how, sizeof how);
             // EAGAIN: a rename elsewhere raced with the look-up of a path with "..", which only a
             // link can bring in.
             if (fd >= 0 || attempt == 8 || (errno != EAGAIN && errno != EINTR))

@@ -15,11 +15,29 @@ struct Slot {
     {
         if (file != kNoFile)
             volume->Fs().Close(std::exchange(file, kNoFile));
+        directory.reset();
+    }
+    // Notes what is kept. False when no request runs.
+    bool Keep(const Target& target, const FileInfo& about)
+    {
+        Close();
+        request = call::Request();
+        if (!request)
+            return false;
+        path = target.path.View();
+        volume = target.volume;
+        info = about;
+        return true;
+    }
+    bool IsFor(const Target& target) const
+    {
+        return volume == target.volume && path == target.path.View() && request == call::Request();
     }
     const IKestIO_5* request = nullptr;
     Volume* volume = nullptr;
-    std::string path; // keeps its room from request to request
-    FileHandle file = kNoFile;
+    std::string path;          // keeps its room from request to request
+    FileHandle file = kNoFile; // this one or
+    DirectoryRef directory;    // that one, or none
     FileInfo info;
 };
 
@@ -29,26 +47,34 @@ thread_local Slot t_slot;
 
 void Keep(const Target& target, OpenFile file, const FileInfo& info)
 {
-    t_slot.Close();
-    t_slot.request = call::Request();
-    if (!t_slot.request)
-        return;
-    t_slot.path = target.path.View();
-    t_slot.volume = target.volume;
-    t_slot.file = file.Detach();
-    t_slot.info = info;
+    if (t_slot.Keep(target, info))
+        t_slot.file = file.Detach();
+}
+
+void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& info)
+{
+    if (t_slot.Keep(target, info))
+        t_slot.directory = std::move(directory);
 }
 
 bool Take(const Target& target, OpenFile* file, FileInfo* info)
 {
-    if (t_slot.file == kNoFile)
-        return false;
-    if (t_slot.volume != target.volume || t_slot.path != target.path.View() ||
-        t_slot.request != call::Request()) {
+    if (t_slot.file == kNoFile || !t_slot.IsFor(target)) {
         t_slot.Close();
         return false;
     }
     *file = OpenFile(target.volume->Fs(), std::exchange(t_slot.file, kNoFile));
+    *info = t_slot.info;
+    return true;
+}
+
+bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info)
+{
+    if (!t_slot.directory || !t_slot.IsFor(target)) {
+        t_slot.Close();
+        return false;
+    }
+    *directory = std::move(t_slot.directory);
     *info = t_slot.info;
     return true;
 }

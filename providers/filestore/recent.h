@@ -7,6 +7,9 @@
 // The hand-over is good for the very next operation of the store on this thread, for the same
 // request and the same path; every other operation drops it. So nothing is served from it that was
 // not opened by the running request itself.
+//
+// Before a MOVE or a DELETE it is the directory that holds the name, and what the name was seen to
+// be: that is what those work with.
 #pragma once
 
 #include <kest/io.h>
@@ -19,7 +22,10 @@ namespace filestore::recent {
 void Keep(const Target& target, OpenFile file, const FileInfo& info);
 // Takes the file over if it is the one that was kept for the running request. Drops it otherwise.
 [[nodiscard]] bool Take(const Target& target, OpenFile* file, FileInfo* info);
-// Every operation but the two above begins with this.
+// The same for the directory that holds the path's leaf, and what the leaf is.
+void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& info);
+[[nodiscard]] bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info);
+// Every operation but those above begins with this.
 void Drop();
 
 } // namespace filestore::recent

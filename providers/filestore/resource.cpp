@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/resource.h"
 
+#include <utility>
+
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/recent.h"
 
@@ -90,8 +92,11 @@ TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNI
     if (!recent::Take(target, &file_, &info_))
         if (const TALSTATUS status =
                 node_.GetStore().OpenExisting(&target, OpenFor::Reading, &file_, &info_);
-            Failed(status))
+            Failed(status)) {
+            if (Code(status) == kCodeNotFound)
+                KeepMissing(target);
             return status;
+        }
     if (info_.isDirectory && access == kAccessReadContent) {
         file_.Reset();
         return Failure(kCodeMethodNotAllowed);
@@ -108,15 +113,30 @@ TALSTATUS FileResource::Create(SCHANDLE session, const UNICODE_STRING* path,
     if (const TALSTATUS status = node_.GetStore().LocateNew(path, &target); Failed(status))
         return status;
     node_.Bind(session, target, token);
-    const TALSTATUS status = StartUpload(false);
+    const TALSTATUS status = StartUpload(false, TakeMissing(target));
     if (Failed(status))
         node_.Unbind();
     return status;
 }
 
+// A copy looks for its destination with the object that then makes it.
+void FileResource::KeepMissing(const Target& target)
+{
+    missing_.request = call::Request();
+    missing_.volume = target.volume;
+    missing_.path = target.path.View();
+}
+
+bool FileResource::TakeMissing(const Target& target)
+{
+    const IKestIO_5* const request = std::exchange(missing_.request, nullptr);
+    return request && request == call::Request() && missing_.volume == target.volume &&
+           missing_.path == target.path.View();
+}
+
 // Locks and conditions are asked before a byte is taken: a client is not to send a long body in
 // vain.
-TALSTATUS FileResource::StartUpload(bool keepContent)
+TALSTATUS FileResource::StartUpload(bool keepContent, bool seemsFree)
 {
     if (node_.IsDeleted())
         return Failure(kCodeAccessDenied);
@@ -126,7 +146,7 @@ TALSTATUS FileResource::StartUpload(bool keepContent)
     upload_.emplace(node_.GetVolume());
     TALSTATUS status = keepContent
                            ? upload_->BeginWithContent(node_.Path(), file_.Get(), info_.size)
-                           : upload_->Begin(node_.Path());
+                           : upload_->Begin(node_.Path(), seemsFree);
     if (!Failed(status))
         status = guard.CheckLocks(node_.GetVolume(), node_.Path(),
                                   upload_->IsReplacing() ? Reach::Self : Reach::Membership);
@@ -153,8 +173,9 @@ TALSTATUS FileResource::GetCreationDate(DAV_DATETIME* date)
         *date = *upload_->Created();
         return TAL_STATUS_SUCCESS;
     }
-    return StatusFromErrno(
-        node_.GetVolume().GetCreated(upload_ ? upload_->File() : file_.Get(), date));
+    const Volume& volume = node_.GetVolume();
+    return StatusFromErrno(upload_ ? volume.GetCreated(upload_->File(), {}, date)
+                                   : volume.GetCreated(file_.Get(), info_, date));
 }
 
 TALSTATUS FileResource::GetDisplayName(UNICODE_STRING* name)
@@ -212,7 +233,7 @@ TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32
         if (!upload_) {
             if (info_.isDirectory)
                 return Failure(kCodeMethodNotAllowed);
-            if (const TALSTATUS status = StartUpload(true); Failed(status))
+            if (const TALSTATUS status = StartUpload(true, false); Failed(status))
                 return status;
         }
         const TALSTATUS status = upload_->Write(offset, buffer, length);

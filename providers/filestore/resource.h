@@ -50,7 +50,9 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     TALSTATUS Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNICODE_STRING* path,
                    const DAV_LOCK_TOKEN* token);
     TALSTATUS Create(SCHANDLE session, const UNICODE_STRING* path, const DAV_LOCK_TOKEN* token);
-    TALSTATUS StartUpload(bool keepContent);
+    void KeepMissing(const Target& target);
+    bool TakeMissing(const Target& target);
+    TALSTATUS StartUpload(bool keepContent, bool seemsFree);
     TALSTATUS FinishUpload();
     TALSTATUS PublishUpload();
     TALSTATUS Inspect(FileInfo* out) const;
@@ -59,6 +61,12 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     Node node_;     // bound while associated
     OpenFile file_; // what is there now; none while a new name is made
     FileInfo info_;
+    // What the running request has looked for here, and in vain.
+    struct {
+        const IKestIO_5* request = nullptr;
+        const Volume* volume = nullptr;
+        std::string path;
+    } missing_;
     std::optional<Upload> upload_;
     std::optional<bool> uploadHidden_; // asked for while new content is on its way in
 };

@@ -275,9 +275,35 @@ static bool FindForPage(FileSystem& fs, std::string_view path, PathBuffer* out)
     return true;
 }
 
+// Pipes, sockets and devices are nobody's resources.
+static TALSTATUS KindStatus(const FileInfo& info)
+{
+    return info.isDirectory || info.isRegular ? TAL_STATUS_SUCCESS : Failure(kCodeNotFound);
+}
+
+// Opens what lies directly in a collection that the request walks through, with its date of birth:
+// walks ask for all dates. ELOOP for what has to be reached by its whole path: what lies elsewhere,
+// or is a link, or may bear another name (see above).
+static int OpenWalked(const Target& target, OpenFor purpose, OpenFile* out, FileInfo* info)
+{
+    const std::string_view path = target.path.View();
+    if (path.empty())
+        return ELOOP;
+    const DirectoryRef parent = walked::Find(*target.volume, ParentOf(path));
+    if (!parent)
+        return ELOOP;
+    FileSystem& fs = target.volume->Fs();
+    const char* const leaf = target.path.CStr() + (path.size() - LeafOf(path).size());
+    if (const int error = fs.OpenAt(parent->Get(), leaf, purpose, out->Out(fs)))
+        return error == ENOENT && path.find('%') != path.npos ? ELOOP : error;
+    return fs.InspectFully(out->Get(), info);
+}
+
 TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, FileInfo* info) const
 {
     FileSystem& fs = target->volume->Fs();
+    if (const int error = OpenWalked(*target, purpose, out, info); error != ELOOP)
+        return error ? StatusFromErrno(error) : KindStatus(*info);
     int error = fs.Open(target->path.CStr(), purpose, out->Out(fs));
     if (error == ENOENT && target->path.View().find('%') != std::string_view::npos) {
         PathBuffer found;
@@ -287,8 +313,7 @@ TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, Fi
     }
     if (error || (error = fs.Inspect(out->Get(), info)))
         return StatusFromErrno(error);
-    // Pipes, sockets and devices are nobody's resources.
-    return info->isDirectory || info->isRegular ? TAL_STATUS_SUCCESS : Failure(kCodeNotFound);
+    return KindStatus(*info);
 }
 
 } // namespace filestore

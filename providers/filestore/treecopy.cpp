@@ -40,11 +40,15 @@ TALSTATUS TreeCopy::Make(const Target& source, bool shallow)
     sourcePath_ = source.path.View();
     shallow_ = shallow;
     tmpName_ = to_.UniqueName();
-    return CopyObject(sourcePath_, to_.Tmp(), ".kest/tmp/" + tmpName_, tmpName_);
+    const std::string path = ".kest/tmp/" + tmpName_;
+    DirectoryRef tmp;
+    if (const int error = to_.OpenParent(path, &tmp))
+        return StatusFromErrno(error);
+    return CopyObject(sourcePath_, *tmp, path, tmpName_);
 }
 
 // Copies the object at `source` to `leaf` in `directory`, which has the path `path`.
-TALSTATUS TreeCopy::CopyObject(const std::string& source, FileHandle directory,
+TALSTATUS TreeCopy::CopyObject(const std::string& source, const Directory& directory,
                                const std::string& path, const std::string& leaf)
 {
     Target target;
@@ -56,12 +60,12 @@ TALSTATUS TreeCopy::CopyObject(const std::string& source, FileHandle directory,
     if (const TALSTATUS status = store_.OpenExisting(&target, OpenFor::Reading, &object, &info);
         Failed(status))
         return status;
-    const bool isTop = leaf == tmpName_ && directory == to_.Tmp();
+    const bool isTop = source == sourcePath_;
     if (isTop)
         isDirectory_ = info.isDirectory;
     if (!info.isDirectory)
         return CopyFile(object.Get(), info, directory, leaf);
-    if (const int error = to_.Fs().MakeDirectory(directory, leaf.c_str()))
+    if (const int error = to_.Fs().MakeDirectory(directory.Get(), leaf.c_str()))
         return StatusFromErrno(error);
     if (!isTop || !shallow_)
         if (const TALSTATUS status = CopyMembers(object.Get(), source, path); Failed(status))
@@ -82,8 +86,9 @@ TALSTATUS TreeCopy::CopyMembers(FileHandle source, const std::string& sourcePath
     NameCollector found;
     if (const int error = from_.Fs().List(source, found))
         return StatusFromErrno(error);
-    OpenFile directory;
-    if (const int error = to_.Fs().Open(path.c_str(), OpenFor::Directory, directory.Out(to_.Fs())))
+    Directory directory;
+    if (const int error =
+            to_.Fs().Open(path.c_str(), OpenFor::Directory, directory.file.Out(to_.Fs())))
         return StatusFromErrno(error);
     for (const std::string& name : found.names) {
         FileInfo info;
@@ -102,19 +107,19 @@ TALSTATUS TreeCopy::CopyMembers(FileHandle source, const std::string& sourcePath
         } else if (!info.isDirectory && !info.isRegular) {
             continue;
         }
-        const TALSTATUS status = CopyObject(child, directory.Get(), path + "/" + name, name);
+        const TALSTATUS status = CopyObject(child, directory, path + "/" + name, name);
         if (Failed(status) && Code(status) != kCodeNotFound)
             return status;
     }
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS TreeCopy::CopyFile(FileHandle source, const FileInfo& info, FileHandle directory,
+TALSTATUS TreeCopy::CopyFile(FileHandle source, const FileInfo& info, const Directory& directory,
                              const std::string& leaf)
 {
     FileSystem& fs = to_.Fs();
     OpenFile copy;
-    int error = fs.CreateFile(directory, leaf.c_str(), copy.Out(fs));
+    int error = fs.CreateFile(directory.Get(), leaf.c_str(), copy.Out(fs));
     if (error == 0)
         error = fs.CopyContent(source, copy.Get(), info.size);
     if (error == 0 && info.mode != fs.NewFileMode())
@@ -125,10 +130,10 @@ TALSTATUS TreeCopy::CopyFile(FileHandle source, const FileInfo& info, FileHandle
 }
 
 TALSTATUS TreeCopy::CopyDates(FileHandle source, const FileInfo& info, FileHandle copy,
-                              FileHandle directory)
+                              const Directory& directory)
 {
     UINT64 created = 0;
-    int error = from_.GetCreated(source, &created);
+    int error = from_.GetCreated(source, info, &created);
     if (error == 0)
         error = to_.KeepCreated(copy, directory, created);
     if (error == 0 || error == EOPNOTSUPP) // no tags there: the date is the disk's
@@ -151,7 +156,7 @@ TALSTATUS TreeCopy::CopyProperties(MetadataSession& to, const std::string& path)
         });
 }
 
-TALSTATUS TreeCopy::Publish(const Guard& guard, FileHandle directory, const std::string& path,
+TALSTATUS TreeCopy::Publish(const Guard& guard, const Directory& directory, const std::string& path,
                             bool replace)
 {
     std::unique_ptr<MetadataSession> session;
@@ -174,7 +179,7 @@ TALSTATUS TreeCopy::Publish(const Guard& guard, FileHandle directory, const std:
     const std::string leaf(LeafOf(path));
     (void)to_.ExpectKeptDates(directory); // without it: the disk's dates
     if (const int error =
-            to_.Fs().Rename(to_.Tmp(), tmpName_.c_str(), directory, leaf.c_str(), replace))
+            to_.Fs().Rename(to_.Tmp(), tmpName_.c_str(), directory.Get(), leaf.c_str(), replace))
         return StatusFromErrno(error);
     tmpName_.clear();
     return hasMetadata ? session->Commit() : TAL_STATUS_SUCCESS;

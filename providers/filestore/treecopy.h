@@ -23,18 +23,18 @@ class TreeCopy {
     TALSTATUS Make(const Target& source, bool shallow);
     bool IsDirectory() const { return isDirectory_; }
     // Puts the copy in place with a copy of the properties. Code 37 when a lock came in between.
-    TALSTATUS Publish(const Guard& guard, FileHandle directory, const std::string& path,
+    TALSTATUS Publish(const Guard& guard, const Directory& directory, const std::string& path,
                       bool replace);
 
   private:
-    TALSTATUS CopyObject(const std::string& source, FileHandle directory, const std::string& path,
-                         const std::string& leaf);
-    TALSTATUS CopyFile(FileHandle source, const FileInfo& info, FileHandle directory,
+    TALSTATUS CopyObject(const std::string& source, const Directory& directory,
+                         const std::string& path, const std::string& leaf);
+    TALSTATUS CopyFile(FileHandle source, const FileInfo& info, const Directory& directory,
                        const std::string& leaf);
     TALSTATUS CopyMembers(FileHandle source, const std::string& sourcePath,
                           const std::string& path);
     TALSTATUS CopyDates(FileHandle source, const FileInfo& info, FileHandle copy,
-                        FileHandle directory);
+                        const Directory& directory);
     TALSTATUS CopyProperties(MetadataSession& to, const std::string& path);
 
     Store& store_;

@@ -13,49 +13,72 @@ UINT32 WithReadOnly(UINT32 mode, bool on)
     return on ? mode & ~0222u : (mode & 0222 ? mode : mode | 0200);
 }
 
-TALSTATUS Upload::Begin(std::string_view path)
+TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
 {
     if (!volume_.IsWritable())
         return Failure(kCodeAccessDenied);
     if (path.empty())
         return Failure(kCodeMethodNotAllowed);
-    FileSystem& fs = volume_.Fs();
     if (const int error = volume_.OpenParent(path, &parent_))
         return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
                                                    : StatusFromErrno(error);
     leaf_ = LeafOf(path);
-    FileInfo info;
-    const int error = fs.InspectAt(parent_.Get(), leaf_.c_str(), &info);
-    if (error && error != ENOENT)
-        return StatusFromErrno(error);
-    if (error == 0) {
-        if (info.isDirectory)
-            return Failure(kCodeMethodNotAllowed);
-        if (!info.isRegular && !info.isLink)
-            return Failure(kCodeAccessDenied); // a device or a pipe is not replaced by a file
-        if (info.isRegular && IsReadOnly(info))
-            return Failure(kCodeAccessDenied);
-        replaces_ = true;
-        if (info.isRegular)
-            old_ = info;
-    }
+    if (seemsFree && MakeUnnamed() == 0)
+        return TAL_STATUS_SUCCESS;
+    if (const TALSTATUS status = LookAtName(); Failed(status))
+        return status;
+    if (!replaces_)
+        if (const int error = MakeUnnamed(); error != EOPNOTSUPP)
+            return StatusFromErrno(error);
     std::string name = volume_.UniqueName();
-    if (const int made = fs.CreateFile(volume_.Tmp(), name.c_str(), file_.Out(fs)))
-        return StatusFromErrno(made);
+    if (const int error =
+            volume_.Fs().CreateFile(volume_.Tmp(), name.c_str(), file_.Out(volume_.Fs())))
+        return StatusFromErrno(error);
     tmpName_ = std::move(name);
+    return TAL_STATUS_SUCCESS;
+}
+
+// A file for a free name needs none until then, which spares a rename. Where it is to be on the
+// disk before it is answered it has to have one: not every file system keeps the content of a file
+// without a name when it is synced.
+int Upload::MakeUnnamed()
+{
+    if (volume_.Sync() != SyncLevel::None)
+        return EOPNOTSUPP;
+    const int error = volume_.Fs().CreateUnnamed(volume_.Tmp(), file_.Out(volume_.Fs()));
+    isUnnamed_ = error == 0;
+    return error;
+}
+
+// Takes note of what bears the name now, and whether it may be replaced.
+TALSTATUS Upload::LookAtName()
+{
+    FileInfo info;
+    const int error = volume_.Fs().InspectAt(parent_->Get(), leaf_.c_str(), &info);
+    if (error)
+        return error == ENOENT ? TAL_STATUS_SUCCESS : StatusFromErrno(error);
+    if (info.isDirectory)
+        return Failure(kCodeMethodNotAllowed);
+    if (!info.isRegular && !info.isLink)
+        return Failure(kCodeAccessDenied); // a device or a pipe is not replaced by a file
+    if (info.isRegular && IsReadOnly(info))
+        return Failure(kCodeAccessDenied);
+    replaces_ = true;
+    if (info.isRegular)
+        old_ = info;
     return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Upload::BeginWithContent(std::string_view path, FileHandle content, UINT64 size)
 {
-    if (const TALSTATUS status = Begin(path); Failed(status))
+    if (const TALSTATUS status = Begin(path, false); Failed(status))
         return status;
     return StatusFromErrno(volume_.Fs().CopyContent(content, file_.Get(), size));
 }
 
 TALSTATUS Upload::Write(UINT64 offset, const void* data, UINT32 size)
 {
-    if (tmpName_.empty())
+    if (!HasFile())
         return Failure(kCodeAccessDenied);
     const TALSTATUS status = StatusFromErrno(volume_.Fs().Write(file_.Get(), offset, data, size));
     if (Failed(status) && !Failed(failed_))
@@ -77,8 +100,8 @@ int Upload::ApplyAttributes()
             (void)fs.SetOwner(file_.Get(), old_->owner, old_->group);
         mode = old_->mode;
         if (!created_)
-            created_ = volume_.HasKeptDates(parent_.Get())
-                           ? volume_.CreatedOfChild(parent_.Get(), leaf_.c_str(), *old_)
+            created_ = volume_.HasKeptDates(*parent_)
+                           ? volume_.CreatedOfChild(parent_->Get(), leaf_.c_str(), *old_)
                            : old_->created;
     }
     if (readOnly_)
@@ -88,7 +111,7 @@ int Upload::ApplyAttributes()
             return error;
     if (created_) {
         // A file system without tags shows its own date: that is no reason to refuse content.
-        const int error = volume_.KeepCreated(file_.Get(), parent_.Get(), *created_);
+        const int error = volume_.KeepCreated(file_.Get(), *parent_, *created_);
         if (error && error != EOPNOTSUPP)
             return error;
     }
@@ -105,16 +128,15 @@ TALSTATUS Upload::Finish()
     return StatusFromErrno(error);
 }
 
-TALSTATUS Upload::Publish()
+// A rename replaces what bears the name, a new link does not.
+TALSTATUS Upload::TakeName()
 {
-    if (tmpName_.empty())
-        return Failure(kCodeAccessDenied);
-    int error =
-        volume_.Fs().Rename(volume_.Tmp(), tmpName_.c_str(), parent_.Get(), leaf_.c_str(), true);
-    if (error == 0) {
-        tmpName_.clear();
-        error = volume_.SyncNames(parent_.Get());
-    }
+    FileSystem& fs = volume_.Fs();
+    const int error = isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), leaf_.c_str())
+                                 : fs.Rename(volume_.Tmp(), tmpName_.c_str(), parent_->Get(),
+                                             leaf_.c_str(), true);
+    if (error == EEXIST && isUnnamed_)
+        return Replace();
     // The leaf became a directory, or its directory went, while the content arrived.
     if (error == EISDIR || error == ENOENT)
         return Failure(kCodeConflict);
@@ -122,11 +144,39 @@ TALSTATUS Upload::Publish()
     return error == EXDEV ? Failure(kCodeAccessDenied) : StatusFromErrno(error);
 }
 
+// Somebody else was faster with the name that was free: the later one stays.
+TALSTATUS Upload::Replace()
+{
+    if (const TALSTATUS status = LookAtName(); Failed(status))
+        return status;
+    std::string name = volume_.UniqueName();
+    int error = ApplyAttributes();
+    if (error == 0)
+        error = volume_.Fs().GiveName(file_.Get(), volume_.Tmp(), name.c_str());
+    if (error)
+        return StatusFromErrno(error);
+    tmpName_ = std::move(name);
+    isUnnamed_ = false;
+    return TakeName();
+}
+
+TALSTATUS Upload::Publish()
+{
+    if (!HasFile())
+        return Failure(kCodeAccessDenied);
+    if (const TALSTATUS status = TakeName(); Failed(status))
+        return status;
+    tmpName_.clear();
+    isUnnamed_ = false;
+    return StatusFromErrno(volume_.SyncNames(parent_->Get()));
+}
+
 void Upload::Discard()
 {
     if (!tmpName_.empty())
         (void)volume_.Fs().RemoveFile(volume_.Tmp(), tmpName_.c_str()); // else the next start does
     tmpName_.clear();
+    isUnnamed_ = false;
     file_.Reset();
 }
 

@@ -21,15 +21,16 @@ class Upload {
     Upload& operator=(const Upload&) = delete;
 
     // Prepares to write the file at `path`. Code 33 when its parent is missing, 39 when it is a
-    // collection, 6 when it is read-only or the volume is.
-    TALSTATUS Begin(std::string_view path);
+    // collection, 6 when it is read-only or the volume is. `seemsFree`: the caller has just looked
+    // for the name in vain; what does bear it is then met in Publish.
+    TALSTATUS Begin(std::string_view path, bool seemsFree);
     // The same, and fills the file with what is there under the name now.
     TALSTATUS BeginWithContent(std::string_view path, FileHandle content, UINT64 size);
     TALSTATUS Write(UINT64 offset, const void* data, UINT32 size);
     // The content is whole: gives it what it is to have, and syncs it as the volume wants. The
     // first write that failed is reported again.
     TALSTATUS Finish();
-    // Puts the content under its name. After a failure nothing has changed.
+    // Puts the content under its name. After a failure nothing has changed. Codes as Begin.
     TALSTATUS Publish();
     void Discard();
 
@@ -42,12 +43,18 @@ class Upload {
     std::optional<UINT64> Created() const { return created_; }
 
   private:
+    TALSTATUS LookAtName();
+    int MakeUnnamed();
+    TALSTATUS TakeName();
+    TALSTATUS Replace();
+    bool HasFile() const { return isUnnamed_ || !tmpName_.empty(); }
     int ApplyAttributes();
 
     Volume& volume_;
-    OpenFile parent_;
+    DirectoryRef parent_;
     OpenFile file_;
-    std::string tmpName_; // empty: nothing to put in place or to remove
+    std::string tmpName_;    // empty: nothing to put in place or to remove, or
+    bool isUnnamed_ = false; // a file that goes by itself
     std::string leaf_;
     bool replaces_ = false;       // something bears the name now
     std::optional<FileInfo> old_; // a file does

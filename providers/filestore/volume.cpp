@@ -146,7 +146,7 @@ int Volume::Prepare()
         if (const int error = OpenPrivate(name, handle))
             return error;
     // Deleted entries keep their dates.
-    if (const int error = ExpectKeptDates(deleted_); error && error != EOPNOTSUPP)
+    if (const int error = fs_->SetTag(deleted_, kDatesTag, "1", 1); error && error != EOPNOTSUPP)
         return error;
     return TakeToken();
 }
@@ -213,15 +213,22 @@ std::string Volume::UniqueName()
     return token_ + text;
 }
 
-int Volume::OpenParent(std::string_view path, OpenFile* out) const
+int Volume::OpenParent(std::string_view path, DirectoryRef* out) const
 {
-    PathBuffer parent;
-    if (!parent.Assign(ParentOf(path)))
-        return ENAMETOOLONG;
-    return fs_->Open(parent.CStr(), OpenFor::Directory, out->Out(*fs_));
+    const std::string_view parent = ParentOf(path);
+    if ((*out = walked::Find(*this, parent)))
+        return 0;
+    const auto opened = std::make_shared<Directory>();
+    opened->volume = this;
+    opened->path = parent;
+    if (const int error =
+            fs_->Open(opened->path.c_str(), OpenFor::Directory, opened->file.Out(*fs_)))
+        return error;
+    *out = opened;
+    return 0;
 }
 
-int Volume::GetCreated(FileHandle handle, UINT64* date) const
+int Volume::GetCreated(FileHandle handle, const FileInfo& known, UINT64* date) const
 {
     size_t size = 0;
     UINT64 kept = 0;
@@ -229,30 +236,34 @@ int Volume::GetCreated(FileHandle handle, UINT64* date) const
         *date = kept;
         return 0;
     }
-    FileInfo info;
-    if (const int error = fs_->InspectFully(handle, &info))
-        return error;
+    FileInfo info = known;
+    if (!info.isBirth)
+        if (const int error = fs_->InspectFully(handle, &info))
+            return error;
     *date = info.created;
     return 0;
 }
 
-int Volume::KeepCreated(FileHandle handle, FileHandle directory, UINT64 date) const
+int Volume::KeepCreated(FileHandle handle, const Directory& directory, UINT64 date) const
 {
     if (const int error = ExpectKeptDates(directory))
         return error;
     return fs_->SetTag(handle, kCreatedTag, &date, sizeof date);
 }
 
-int Volume::ExpectKeptDates(FileHandle directory) const
+int Volume::ExpectKeptDates(const Directory& directory) const
 {
-    return HasKeptDates(directory) ? 0 : fs_->SetTag(directory, kDatesTag, "1", 1);
+    return HasKeptDates(directory) ? 0 : fs_->SetTag(directory.Get(), kDatesTag, "1", 1);
 }
 
-bool Volume::HasKeptDates(FileHandle directory) const
+bool Volume::HasKeptDates(const Directory& directory) const
 {
     char mark = 0;
     size_t size = 0;
-    return fs_->GetTag(directory, kDatesTag, &mark, sizeof mark, &size) == 0;
+    if (!directory.hasKeptDates.load(std::memory_order_relaxed) &&
+        fs_->GetTag(directory.Get(), kDatesTag, &mark, sizeof mark, &size) == 0)
+        directory.hasKeptDates.store(true, std::memory_order_relaxed);
+    return directory.hasKeptDates.load(std::memory_order_relaxed);
 }
 
 UINT64 Volume::CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const

@@ -15,6 +15,7 @@
 #include <memory>
 #include <string>
 
+#include "providers/filestore/directory.h"
 #include "providers/filestore/filesystem.h"
 #include "providers/filestore/metadata.h"
 #include "providers/filestore/names.h"
@@ -63,17 +64,18 @@ class Volume {
     std::string UniqueName();
 
     // Opens the directory that holds `path`'s leaf. ENOENT or ENOTDIR when there is none.
-    int OpenParent(std::string_view path, OpenFile* out) const;
+    int OpenParent(std::string_view path, DirectoryRef* out) const;
 
-    // The creation date: the one kept for the object, else the file system's.
-    int GetCreated(FileHandle handle, UINT64* date) const;
+    // The creation date: the one kept for the object, else the file system's, which is asked for
+    // unless `info` has it.
+    int GetCreated(FileHandle handle, const FileInfo& info, UINT64* date) const;
     // Keeps a creation date with the object. `directory` is the one that holds its name; listings
     // of it then look for kept dates. EOPNOTSUPP where the file system keeps no tags.
-    int KeepCreated(FileHandle handle, FileHandle directory, UINT64 date) const;
+    int KeepCreated(FileHandle handle, const Directory& directory, UINT64 date) const;
     // Makes listings of the directory look for kept dates.
-    int ExpectKeptDates(FileHandle directory) const;
+    int ExpectKeptDates(const Directory& directory) const;
     // Whether children of the directory can have kept dates, so that a listing has to ask each.
-    bool HasKeptDates(FileHandle directory) const;
+    bool HasKeptDates(const Directory& directory) const;
     // The creation date of a child whose info is at hand.
     UINT64 CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const;
 

@@ -18,6 +18,7 @@ class FailingFileSystem final : public FileSystem {
 
     int failAt = 0; // counted down by every call that may fail; 0: never
     int error = EIO;
+    bool hasUnnamed = true; // files without a name
     int open = 0;
     bool hasFailed = false;
 
@@ -86,6 +87,20 @@ class FailingFileSystem final : public FileSystem {
     int CreateFile(FileHandle d, const char* name, FileHandle* out) override
     {
         return Opened(Fail() ? error : real_->CreateFile(d, name, out));
+    }
+    int OpenAt(FileHandle d, const char* name, OpenFor purpose, FileHandle* out) override
+    {
+        return Opened(Fail() ? error : real_->OpenAt(d, name, purpose, out));
+    }
+    int CreateUnnamed(FileHandle d, FileHandle* out) override
+    {
+        if (!hasUnnamed)
+            return EOPNOTSUPP;
+        return Opened(Fail() ? error : real_->CreateUnnamed(d, out));
+    }
+    int GiveName(FileHandle file, FileHandle d, const char* name) override
+    {
+        return Fail() ? error : real_->GiveName(file, d, name);
     }
     int MakeDirectory(FileHandle d, const char* name) override
     {
@@ -158,11 +173,14 @@ struct World {
 };
 
 // Runs `operation` in fresh worlds, with the first, the second, … call failing, until none does.
-template <class Operation, class Check> void FailEveryCall(Operation&& operation, Check&& check)
+template <class Operation, class Check>
+void FailEveryCall(Operation&& operation, Check&& check, SyncLevel sync = SyncLevel::Full,
+                   bool hasUnnamed = true)
 {
     for (int call = 1;; ++call) {
         ASSERT_LT(call, 500);
-        World world;
+        World world(sync);
+        world.failing->hasUnnamed = hasUnnamed;
         Client client(*world.store);
         const int openBefore = world.failing->open;
         world.failing->failAt = call;
@@ -190,6 +208,34 @@ TEST(FileSystemFailures, AnUploadLeavesOldOrNewContent)
                       EXPECT_TRUE(now == "old a" || now == "new") << now;
                       EXPECT_EQ("of a", client.Property("/v/a", "p"));
                   });
+}
+
+TEST(FileSystemFailures, AnUploadOfANewNameIsWholeOrNotThere)
+{
+    for (const SyncLevel sync : {SyncLevel::None, SyncLevel::Full})
+        for (const bool hasUnnamed : {true, false})
+            FailEveryCall([](Client& client) { return client.Put("/v/new", "new"); },
+                          [](World& world, Client&, TALSTATUS status) {
+                              if (world.Has("new"))
+                                  EXPECT_EQ("new", world.At("new"));
+                              else
+                                  EXPECT_TRUE(Failed(status) || world.failing->hasFailed);
+                          },
+                          sync, hasUnnamed);
+}
+
+TEST(FileSystemFailures, AMoveThatReplacesNothingLeavesBothFiles)
+{
+    FailEveryCall(
+        [](Client& client) {
+            const TALSTATUS status = client.Move("/v/a", "/v/b", false);
+            return Code(status) == kCodeObjectExists ? 0 : status;
+        },
+        [](World& world, Client& client, TALSTATUS) {
+            EXPECT_EQ("old a", world.At("a"));
+            EXPECT_EQ("old b", world.At("b"));
+            EXPECT_EQ("of a", client.Property("/v/a", "p"));
+        });
 }
 
 TEST(FileSystemFailures, AMoveLeavesTheFileAtOneOfItsNames)

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Directories that are open, and those of them that a request has open anyway.
+//
+// A walk over a tree names every object by its whole path, while it holds the collections that it
+// walks through open. What lies directly in one of those is reached through it, in one step and not
+// by the way down from the volume's top.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <kest/io.h>
+
+#include "providers/filestore/filesystem.h"
+
+namespace filestore {
+
+class Volume;
+
+struct Directory {
+    const Volume* volume = nullptr;
+    std::string path; // within the volume
+    OpenFile file;
+    // Once seen, see Volume::ExpectKeptDates: the mark is never taken off.
+    mutable std::atomic<bool> hasKeptDates{false};
+
+    FileHandle Get() const { return file.Get(); }
+};
+
+using DirectoryRef = std::shared_ptr<const Directory>;
+
+// The directories that the running request has open as collections. Each thread has its own: a
+// request is worked on by one. None is offered while no request runs.
+namespace walked {
+
+// Lets later look-ups of the running request find the directory, for as long as somebody holds it.
+void Offer(const DirectoryRef& directory);
+// Null when the running request has none of that path open.
+[[nodiscard]] DirectoryRef Find(const Volume& volume, std::string_view path);
+// The tree at `path` moves or goes: from now on its directories are looked up anew.
+void Forget(const Volume& volume, std::string_view path);
+
+} // namespace walked
+
+} // namespace filestore
