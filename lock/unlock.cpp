@@ -7,32 +7,28 @@
 #include "lock/token.h"
 #include "props/multistatus.h"
 
-// Finds the provider, and the token in the request, and gives the lock up. `http` is what the
-// client is told: it never learns why a provider refused.
+// Finds the provider, and the token in the request, gives the lock up and answers.
 static TALSTATUS UnlockPath(SCHANDLE session, UNICODE_STRING* path, LOCK_REQ* request,
-                            IKestIO_5* io, HTTPSTATUS& http)
+                            IKestIO_5* io)
 {
     const ProviderGuard providers;
     DAV_TYPE type = Resource;
     KESTDAV_HANDLER* handler = nullptr;
-    http = 404;
     if (Failed(ResolveUriToHandler(session, path, &type, &handler)))
-        return TAL_STATUS_NOT_FOUND;
-    http = 405;
+        return Reply(io, 404, TAL_STATUS_NOT_FOUND);
     if (!handler->pIKestDav2)
-        return TAL_STATUS_NOT_SUPPORTED;
+        return Reply(io, 405, TAL_STATUS_NOT_SUPPORTED);
 
-    http = 400;
     char header[kTokenHeaderBytes + 1];
     if (!ReadTokenHeader(io, "Lock-Token", header))
-        return TAL_STATUS_NOT_FOUND;
+        return Reply(io, 400, TAL_STATUS_NOT_FOUND);
     UINT32 length = 0;
     const bool named = CopyToken(header, request->cToken, sizeof(request->cToken), &length);
     pITalpl->TalxInitString(&request->TokenS, named ? request->cToken : nullptr);
 
     const TALSTATUS status = handler->pIKestDav2->Unlock(session, path, &request->TokenS);
-    http = Failed(status) ? 404 : 200;
-    return status;
+    // Kept: the client never learns why a provider refused.
+    return Reply(io, Failed(status) ? 404 : 200, status);
 }
 
 TALSTATUS KestDavUnlock(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
@@ -40,9 +36,8 @@ TALSTATUS KestDavUnlock(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKes
     const std::unique_ptr<LOCK_REQ, FreeLock> request(AllocLockRequest());
     if (!request)
         return ReplyEmptyMapped(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
+    SetNoContent(pKestIo); // every reply from here on has no body
     WCHAR root[2];
     UNICODE_STRING path = RequestPath(*pUrl, root);
-    HTTPSTATUS http = 0;
-    const TALSTATUS status = UnlockPath(hSession, &path, request.get(), pKestIo, http);
-    return ReplyEmpty(pKestIo, http, status);
+    return UnlockPath(hSession, &path, request.get(), pKestIo);
 }

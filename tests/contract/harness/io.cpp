@@ -31,9 +31,10 @@ UNICODE_STRING Roomy(std::u16string& text, size_t spare)
 
 } // namespace
 
-ScriptedIo::ScriptedIo(Recorder& recorder, Request request)
-    : recorder_(recorder), request_(std::move(request)), url_(Wide(request_.path)),
-      arguments_(Wide(request_.arguments)), destination_(Wide(request_.destination)),
+ScriptedIo::ScriptedIo(Recorder& recorder, const WatchedPlatform& platform, Request request)
+    : recorder_(recorder), platform_(platform), request_(std::move(request)),
+      url_(Wide(request_.path)), arguments_(Wide(request_.arguments)),
+      destination_(Wide(request_.destination)),
       raw_(request_.rawUrl.empty() ? request_.path : request_.rawUrl),
       body_(request_.body.begin(), request_.body.end()), replyHeaders_(request_.hostHeaders)
 {
@@ -48,6 +49,12 @@ Reply ScriptedIo::TakeReply() const
     Reply reply = reply_;
     reply.text = (head_.empty() ? std::string("none\n") : head_) + late_ + "\n" + reply.body;
     return reply;
+}
+
+void ScriptedIo::Leave(std::string_view text)
+{
+    if (platform_.HeldLocks() == 0)
+        reply_.unguarded += text;
 }
 
 TALSTATUS ScriptedIo::QueryInterface(const GUID* iid, void** out)
@@ -142,10 +149,16 @@ TALSTATUS ScriptedIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
     if (const auto status = recorder_.Enter("io.GetRequestHeader", name))
         return *status;
-    for (const auto& [key, value] : request_.headers)
-        if (strcasecmp(key.c_str(), name) == 0)
-            return CopyOut(value, length, buffer) ? TAL_STATUS_SUCCESS
-                                                  : HostFailure(kCodeBufferTooSmall);
+    for (const auto& [key, value] : request_.headers) {
+        if (strcasecmp(key.c_str(), name) != 0)
+            continue;
+        if (request_.exactHeaders && value.size() == *length) {
+            std::memcpy(buffer, value.data(), value.size());
+            return TAL_STATUS_SUCCESS;
+        }
+        return CopyOut(value, length, buffer) ? TAL_STATUS_SUCCESS
+                                              : HostFailure(kCodeBufferTooSmall);
+    }
     return HostFailure(kCodeNotFound);
 }
 
@@ -211,6 +224,7 @@ TALSTATUS ScriptedIo::PutString(char* text)
     if (const auto status = recorder_.Enter("io.PutString", Quoted(text)))
         return *status;
     reply_.body += text;
+    Leave(text);
     return TAL_STATUS_SUCCESS;
 }
 
@@ -220,6 +234,7 @@ TALSTATUS ScriptedIo::SendHeader(HTTPSTATUS status)
     if (const auto failure = recorder_.Enter("io.SendHeader", std::to_string(status)))
         return *failure;
     head_ += std::to_string(status) + "\n";
+    Leave(std::to_string(status) + "\n");
     for (const auto& [name, value] : replyHeaders_)
         head_ += name + ": " + value + "\n";
     return TAL_STATUS_SUCCESS;
@@ -263,7 +278,9 @@ TALSTATUS ScriptedIo::Write(UINT32 size, UINT8* data)
 {
     if (const auto status = recorder_.Enter("io.Write", std::to_string(size)))
         return *status;
-    reply_.body.append(reinterpret_cast<const char*>(data), size);
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    reply_.body += text;
+    Leave(text);
     reply_.writes.push_back(size);
     return TAL_STATUS_SUCCESS;
 }

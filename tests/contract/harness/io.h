@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform.h"
 #include "recorder.h"
 #include <kest/com.h>
 #include <kest/io.h>
@@ -38,7 +39,8 @@ struct Request {
     std::optional<UINT32> payloadAvailable; // what the host announces; the body's size when unset
     BOOLEAN overwrite = TRUE;
     INT32 depth = -1;
-    std::string destination; // of COPY a URL, of MOVE a path
+    std::string destination;   // of COPY a URL, of MOVE a path
+    bool exactHeaders = false; // a header value needs no room for its terminator, and has none
     int session = 1;
 
     Request(UINT32 methodCode, std::string requestPath)
@@ -87,6 +89,11 @@ struct Request {
         depth = wantedDepth;
         return *this;
     }
+    Request& ExactHeaders()
+    {
+        exactHeaders = true;
+        return *this;
+    }
     Request& Session(int number)
     {
         session = number;
@@ -104,12 +111,13 @@ struct Reply {
     TALSTATUS returned = 0;     // by RequestHandler
     size_t bodyReads = 0;       // bytes of body that were read
     std::vector<size_t> writes; // sizes of the Write calls
+    std::string unguarded; // what left while no read/write lock was held: "STATUS\n", then the body
 };
 
 // IKestIO_5 over a Request. Everything that it hands out lives as long as it does.
 class ScriptedIo final : public IKestIO_5 {
   public:
-    ScriptedIo(Recorder& recorder, Request request);
+    ScriptedIo(Recorder& recorder, const WatchedPlatform& platform, Request request);
 
     Reply TakeReply() const;
     int References() const { return references_; }
@@ -149,7 +157,10 @@ class ScriptedIo final : public IKestIO_5 {
   private:
     TALSTATUS Text(const char* call, const std::string& value, UINT32* length, char* buffer);
 
+    void Leave(std::string_view text);
+
     Recorder& recorder_;
+    const WatchedPlatform& platform_;
     Request request_;
     std::u16string url_;
     UNICODE_STRING urlU_{};

@@ -447,7 +447,8 @@ template <class I> class OpenedCollection : public Opened<I> {
         char* bytes = reinterpret_cast<char*>(buffer);
         buffer->NextEntryOffset = 0;
         buffer->Type = node->type;
-        buffer->Attributes = node->attributes;
+        if (this->owner_.listsAttributes)
+            buffer->Attributes = node->attributes;
         buffer->CreationDate = node->created;
         buffer->ModificationDate = node->modified;
         buffer->ResourceSize = node->sizeShown ? node->sizeShown : node->content.size();

@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 namespace harness {
 
@@ -177,12 +178,21 @@ void* WatchedPlatform::TalxAllocPagedMemory(UINT32 size)
         return nullptr;
     void* memory = real_->TalxAllocPagedMemory(size);
     liveAllocations_ += memory != nullptr;
+    const std::lock_guard lock(sizesMutex_);
+    sizes_[memory] = size;
     return memory;
 }
 
 TALSTATUS WatchedPlatform::TalxFreeMemory(void* memory)
 {
     liveAllocations_ -= memory != nullptr;
+    {
+        const std::lock_guard lock(sizesMutex_);
+        const auto known = sizes_.extract(memory);
+        const UINT64 marks[] = {0xBAADF00D, 0xBAADF00D};
+        markedFrees_ += known && known.mapped() >= sizeof marks &&
+                        std::memcmp(memory, marks, sizeof marks) == 0;
+    }
     return real_->TalxFreeMemory(memory);
 }
 

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <atomic>
+#include <map>
+#include <mutex>
 #include <string>
 
 #include "recorder.h"
@@ -24,6 +26,8 @@ class WatchedPlatform final : public ITalpl {
     int HeldLocks() const { return heldLocks_; } // acquired minus released read/write locks
     int LiveLocks() const { return liveLocks_; } // read/write locks allocated and not destroyed
     int OpenKeys() const { return openKeys_; }
+    // Allocations that began with two links of 0xBAADF00D when they were freed.
+    int MarkedFrees() const { return markedFrees_; }
     int References() const { return references_; }
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override;
@@ -137,6 +141,9 @@ class WatchedPlatform final : public ITalpl {
     std::atomic<int> liveLocks_{0};
     std::atomic<int> openKeys_{0};
     std::atomic<int> references_{0};
+    std::atomic<int> markedFrees_{0};
+    std::mutex sizesMutex_;
+    std::map<void*, UINT32> sizes_; // of what is allocated
 };
 
 } // namespace harness

@@ -529,6 +529,8 @@ TALSTATUS PackLock(const LockRecord& lock, UINT32* size, DAV_LOCK_2* buffer)
     buffer->TokenLength = static_cast<UINT32>(lock.token.size());
     std::memcpy(reinterpret_cast<char*>(buffer) + offsetof(DAV_LOCK_2, Token), lock.token.data(),
                 lock.token.size());
+    if (lock.claimsMore)
+        buffer->OwnerLength = buffer->TokenLength = 0xFFFFFFFF;
     *size = static_cast<UINT32>(needed);
     return TAL_STATUS_SUCCESS;
 }

@@ -25,6 +25,7 @@ struct LockRecord {
     INT64 timeout = -1; // 100 ns units
     std::string owner;
     std::string token;
+    bool claimsMore = false; // the lengths that are told reach far beyond the record
 };
 
 struct Node {
@@ -72,12 +73,13 @@ class Provider {
     void SetOrder(const std::string& collection, std::vector<std::string> names);
 
     // Knobs.
-    bool moveSupported = true; // else Move answers code 13
-    bool serveRoot = false;    // GetType also knows "" and "/", and "/" can be listed
-    size_t recordsPerCall = 1; // locks and properties packed into one answer
-    UINT32 readLimit = 0;      // Read gives at most that many bytes at once, if not 0
-    UINT32 writeLimit = 0;     // Write takes at most that many bytes at once, if not 0
-    std::string enhResult;     // what SetNamedPropertyEnh writes as its result text
+    bool moveSupported = true;   // else Move answers code 13
+    bool serveRoot = false;      // GetType also knows "" and "/", and "/" can be listed
+    size_t recordsPerCall = 1;   // locks and properties packed into one answer
+    UINT32 readLimit = 0;        // Read gives at most that many bytes at once, if not 0
+    UINT32 writeLimit = 0;       // Write takes at most that many bytes at once, if not 0
+    std::string enhResult;       // what SetNamedPropertyEnh writes as its result text
+    bool listsAttributes = true; // else listings leave the field as it was
     std::string nextToken = "00000000-0000-4000-8000-000000000001";
     // IoctlRequest of the namespace ("/", no path) and of opened objects (their path).
     std::function<TALSTATUS(const std::string& path, UINT32 code, UINT32* size, void* output)>

@@ -255,7 +255,7 @@ Provider& World::operator[](const std::string& name)
 
 Reply World::Run(const Request& request)
 {
-    ScriptedIo io(recorder, request);
+    ScriptedIo io(recorder, platform, request);
     const TALSTATUS status =
         module->RequestHandler(&io, SessionHandle(request.session), request.method);
     Reply reply = io.TakeReply();

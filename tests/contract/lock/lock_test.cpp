@@ -334,6 +334,17 @@ TEST_F(Lock, UnendedToken_StopsAtTheHeadersEnd)
     world.ExpectAtRest();
 }
 
+TEST_F(Lock, HeadersThatFillTheirBuffers_AreReadToTheirEnds)
+{
+    const std::string longest = "opaquelocktoken:" + std::string(112, 't');
+    ASSERT_EQ(longest.size(), 128u);
+    (void)world.Run(Ask().Header("If", longest).ExactHeaders());
+    EXPECT_THAT(world.Calls({"p.LockRefresh"}),
+                ElementsAre("p.LockRefresh(/p/a, timeout=3600000000, token=" +
+                            std::string(112, 't') + ")"));
+    world.ExpectAtRest();
+}
+
 TEST_F(Lock, TokenWithoutAColon_IsAnEmptyOne)
 {
     (void)world.Run(Ask().Header("If", "(<opaquelocktoken>)"));
@@ -419,6 +430,16 @@ TEST_F(Lock, ConflictWithTheLongestOwnerAndToken_IsCut)
     world.ExpectAtRest();
 }
 
+TEST_F(Lock, ConflictThatClaimsMoreThanItsRecord_IsCut)
+{
+    Hold("t", 100, "me").claimsMore = true;
+    EXPECT_EQ(world.Run(Ask(LockInfo())).text, LockReply({.status = "423",
+                                                          .owner = Owner("me"),
+                                                          .timeout = "Second-40",
+                                                          .token = "t" + std::string(127, '\0')}));
+    world.ExpectAtRest();
+}
+
 TEST_F(Lock, ConflictOfARefresh_IsReportedAlike)
 {
     Hold("tok-1", 1000);
@@ -500,6 +521,14 @@ TEST_F(Lock, NoMemory_GrantsNothing)
         world.ExpectAtRest();
     }
     EXPECT_THAT(world.Calls({"p.Lock"}), IsEmpty());
+}
+
+TEST_F(Lock, ProvidersAreHeldUntilTheReplyHasLeft)
+{
+    EXPECT_EQ(world.Run(Ask(LockInfo())).unguarded, "");
+    EXPECT_EQ(world.Run(Ask(LockInfo())).unguarded, "") << "the conflict";
+    EXPECT_EQ(world.Run(Ask(LockInfo(), "/Ferro/none")).unguarded, "");
+    EXPECT_EQ(world.Run(Ask(LockInfo(), "/Ferro")).unguarded, "403\n");
 }
 
 TEST_F(Lock, HostileBodies_AreSurvived)

@@ -113,6 +113,18 @@ TEST_F(Unlock, NoReadableToken_Answers400)
     world.ExpectAtRest();
 }
 
+TEST_F(Unlock, LengthIsSetFirstAndProvidersAreHeldUntilTheReplyHasLeft)
+{
+    world.Remember("/Ferro/p/a");
+    EXPECT_EQ(Send("<opaquelocktoken:abc>").unguarded, "");
+    EXPECT_THAT(world.Calls({"io.", "p."}),
+                ElementsAre("io.GetUrl()", "io.SetReplyHeader(Content-Length, \"0\")",
+                            "p.GetType(/p/a)", "io.GetRequestHeader(Lock-Token)",
+                            "p.Unlock(/p/a, token=abc)", "io.SendHeader(404)"));
+    EXPECT_EQ(Send("<opaquelocktoken:abc>", "/Ferro/p/none").unguarded, "");
+    EXPECT_EQ(world.Run(Request(KestMethodUnlock, "/Ferro/p/a")).unguarded, "");
+}
+
 TEST_F(Unlock, NoMemory_Answers507)
 {
     world.Remember("/Ferro/p/a");
