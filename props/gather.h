@@ -35,19 +35,20 @@ class GatheredIo {
         used_ += size;
     }
 
-    // What hrefs of this request begin with: scheme, "://" and host. Asked of the host once.
-    std::string_view Origin();
-
-  private:
-    static constexpr UINT32 kRoom = 4096;
-    static constexpr UINT32 kOriginRoom = 256 + 3 + 256; // protocol, ":://", host
-
+    // Sends what was gathered.
     void Flush()
     {
         if (used_ != 0)
             PutBytes(io_, text_, used_);
         used_ = 0;
     }
+
+    // What hrefs of this request begin with: scheme, "://" and host. Asked of the host once.
+    std::string_view Origin();
+
+  private:
+    static constexpr UINT32 kRoom = 4096;
+    static constexpr UINT32 kOriginRoom = 256 + 3 + 256; // protocol, ":://", host
 
     IKestIO_5* io_;
     UINT32 used_ = 0;

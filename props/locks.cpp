@@ -88,11 +88,14 @@ TALSTATUS PropFindGetLocks(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest
     }
 }
 
-void PropFindSendLocks(GatheredIo* pKestIo, const PROPFIND_REQ* pRequest)
+void PropFindSendLocks(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "<a:lockdiscovery>\n");
     const LIST_ENTRY* const head = &pRequest->lLocks;
-    for (const LIST_ENTRY* entry = head->Flink; entry != head; entry = entry->Flink)
-        SendLock(pKestIo, reinterpret_cast<const PROPFIND_LOCK_RECORD*>(entry)->Lock);
+    for (const LIST_ENTRY* entry = head->Flink; entry != head; entry = entry->Flink) {
+        const DAV_LOCK_2& lock = reinterpret_cast<const PROPFIND_LOCK_RECORD*>(entry)->Lock;
+        (lock.Scope == Exclusive ? pRequest->bExclusiveLocks : pRequest->bSharedLocks) = TRUE;
+        SendLock(pKestIo, lock);
+    }
     Put(pKestIo, "</a:lockdiscovery>");
 }

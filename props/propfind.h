@@ -89,7 +89,7 @@ struct PROPFIND_REQ {
     LIST_ENTRY lDeadProperties; // DAV_PROP and DAV_PROP_VALUE
     LIST_ENTRY lLocks;          // PROPFIND_LOCK_RECORD
     BOOLEAN bRoot;
-    BOOLEAN bExclusiveLocks;
+    BOOLEAN bExclusiveLocks; // among the locks of the element being written
     BOOLEAN bSharedLocks;
     UNICODE_STRING HRefU; // of the element being written, over wRef
     WCHAR wRef[512];
@@ -145,4 +145,5 @@ TALSTATUS PropFindSendDeadProps(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
 // -- Lock discovery (locks.cpp)
 
 TALSTATUS PropFindGetLocks(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest);
-void PropFindSendLocks(GatheredIo* pKestIo, const PROPFIND_REQ* pRequest);
+// Writes the element for the locks that were collected, and marks which scopes are among them.
+void PropFindSendLocks(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);

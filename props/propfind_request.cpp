@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "core/memory.h"
 #include "props/list.h"
@@ -42,8 +43,10 @@ static UINT32 ReadDepth(IKestIO_5* io)
     if (Code(io->GetRequestHeader(name, &length, text)) != kCodeSuccess)
         return 0;
     text[std::min<UINT32>(length, sizeof(text) - 1)] = 0;
-    // Kept: "infinity" has no digits and reads as 0. No listing ever recurses.
-    return static_cast<UINT32>(std::strtol(text, nullptr, 10));
+    // Kept: "infinity" has no digits and reads as 0. No listing ever recurses. A number beyond 32
+    // bits is none the less not 0.
+    constexpr long kMost = std::numeric_limits<UINT32>::max();
+    return static_cast<UINT32>(std::min(std::strtol(text, nullptr, 10), kMost));
 }
 
 static UINT32 FindLiveProperty(const char* name)

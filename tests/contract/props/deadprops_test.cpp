@@ -102,7 +102,14 @@ TEST_F(DeadProperties, ProviderWithoutThem_IsNeverAsked)
     EXPECT_EQ(plain.Run(Request(KestMethodPropFind, "/Ferro/p/a").Body({Asking("<x:a/>")})).text,
               MultiStatus(ResourceElement("/p/a", "")));
     EXPECT_EQ(plain.Run(Request(KestMethodPropFind, "/Ferro/p/a").Body({kAllProp})).text, All(""));
-    EXPECT_THAT(plain.Calls({"p.res.GetFirstProperty", "p.res.GetNamedProperty"}), IsEmpty());
+    plain["p"].AddCollection("/p/c").properties = {{u"a", "one"}};
+    EXPECT_EQ(plain.Run(Request(KestMethodPropFind, "/Ferro/p/c").Body({Asking("<x:a/>")})).text,
+              MultiStatus(CollectionElement("/p/c/", "")));
+    EXPECT_EQ(plain.Run(Request(KestMethodPropFind, "/Ferro/p/c").Body({kAllProp})).text,
+              MultiStatus(DefaultCollection("/p/c/", "c")));
+    EXPECT_THAT(plain.Calls({"p.res.GetFirstProperty", "p.res.GetNamedProperty",
+                             "p.col.GetFirstProperty", "p.col.GetNamedProperty"}),
+                IsEmpty());
 }
 
 TEST_F(DeadProperties, RecordBeyondTheBuffer_DoublesItAndStartsOver)
@@ -330,6 +337,17 @@ TEST_F(DeadProperties, LongestOwnerAndToken_AreShownWhole)
     world.ExpectAtRest();
 }
 
+TEST_F(DeadProperties, LocksThatClaimMoreThanTheirRecord_AreCut)
+{
+    file.locks = {Lock(Exclusive, 100, "me", "t")};
+    file.locks[0].claimsMore = true;
+    const std::string body = Ask(Asking(kLockDiscovery)).body;
+    EXPECT_THAT(body,
+                HasSubstr("<a:owner>me" + std::string(258, '\0') + "</a:owner>\n<a:timeout>40<"));
+    EXPECT_THAT(body, HasSubstr("opaquelocktoken:t" + std::string(131, '\0') + "</a:href>"));
+    world.ExpectAtRest();
+}
+
 TEST_F(DeadProperties, NoLocks_MakeLockDiscoveryMissing)
 {
     const std::string missing =
@@ -363,6 +381,18 @@ TEST_F(DeadProperties, DefaultRequest_NeverAsksForLocks)
     file.locks = {Lock(Exclusive, 100, "", "t")};
     EXPECT_EQ(Ask(kAllProp).text, All(""));
     EXPECT_THAT(world.Calls({"p.res.GetFirstLock"}), IsEmpty());
+}
+
+TEST_F(DeadProperties, ListedEntries_AreMarkedWhenTheyAreFreed)
+{
+    file.properties = {{u"a", "one"}, {u"b", "two"}};
+    file.locks = {Lock(Shared, 100, "", "t1"), Lock(Shared, 100, "", "t2")};
+    world.Remember("/Ferro/p/a");
+    const int before = world.platform.MarkedFrees();
+    // Two names as asked for, two with their values, one without, and two locks.
+    (void)Ask(Asking("<a/><b/><none/><D:lockdiscovery/>"));
+    EXPECT_EQ(world.platform.MarkedFrees() - before, 7);
+    world.ExpectAtRest();
 }
 
 // -- Bodies that mean harm

@@ -510,6 +510,23 @@ TEST_F(PropPatch, LockTokenInIf_IsReadAndHandedToNobody)
     world.ExpectAtRest();
 }
 
+TEST_F(PropPatch, ProvidersAreHeldUntilTheReplyHasLeft)
+{
+    EXPECT_EQ(Patch(Update(Set("<a>1</a>"))).unguarded, "");
+    EXPECT_EQ(Patch(Update(Set("<a>1</a>")), "/Ferro/p/none").unguarded, "");
+    world.Fail("p.res.Associate", ProviderFailure(kCodeAccessDenied));
+    EXPECT_EQ(Patch(Update(Set("<a>1</a>"))).unguarded, "");
+    EXPECT_EQ(Patch("").unguarded, "400\n");
+}
+
+TEST_F(PropPatch, Properties_AreMarkedWhenTheyAreFreed)
+{
+    world.Remember("/Ferro/p/a");
+    const int before = world.platform.MarkedFrees();
+    (void)Patch(Update(Set("<a>1</a>") + Remove("<b/>")));
+    EXPECT_EQ(world.platform.MarkedFrees() - before, 2);
+}
+
 TEST_F(PropPatch, PropertiesThatOnlyEntitiesRepeat_AreDropped)
 {
     std::string uses;
