@@ -82,7 +82,11 @@ class Listing {
     UINT32 Count() const { return count_; }
 
   private:
-    void Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot);
+    void AddLive(const DAV_COMMON_ENUM& record, bool isRoot)
+    {
+        Add(record, 0, isRoot, record.Type == Collection ? folders_ : files_);
+    }
+    void Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot, NodeList& group);
     void GatherDeleted(IKestDAVCollection2* collection);
 
     NodeContext* context_;
@@ -93,7 +97,7 @@ class Listing {
     UINT32 count_ = 0;
 };
 
-void Listing::Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot)
+void Listing::Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot, NodeList& group)
 {
     if (fileMatchesFilter(context_->dHead->filter, record) == 0)
         return;
@@ -101,10 +105,7 @@ void Listing::Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot)
     SortNode* node = nullptr;
     if (Failed(newSortNode(context_, record, deleted, isRoot, &node)))
         return; // left out, but counted
-    if (deleted != 0)
-        deleted_.Append(node);
-    else
-        (record.Type == Collection ? folders_ : files_).Append(node);
+    group.Append(node);
 }
 
 // The roots of all providers. One that cannot be opened is skipped.
@@ -123,7 +124,7 @@ void Listing::GatherRoots()
             continue;
         Children children(collection, buffer_);
         while (const DAV_COMMON_ENUM* record = children.Next())
-            Add(*record, 0, true);
+            AddLive(*record, true);
     }
 }
 
@@ -148,7 +149,7 @@ TALSTATUS Listing::GatherCollection()
 
     Children children(collection, buffer_);
     while (const DAV_COMMON_ENUM* record = children.Next())
-        Add(*record, 0, false);
+        AddLive(*record, false);
     if (collection.Second() != nullptr && (context_->flags & kShowDeleted) != 0)
         GatherDeleted(collection.Second());
     return TAL_STATUS_SUCCESS;
@@ -158,7 +159,7 @@ void Listing::GatherDeleted(IKestDAVCollection2* collection)
 {
     DeletedChildren children(collection, context_->hSession, buffer_);
     while (const DAV_DELETED_ENTRY* record = children.Next())
-        Add(record->Enum, record->FileID, false);
+        Add(record->Enum, record->FileID, false, deleted_);
 }
 
 // Folders come first in an ascending list and last in a descending one.

@@ -28,7 +28,8 @@ void ToVolumeForm(char* path)
         *first = ':';
 }
 
-void PutLocation(IKestIO_5* io, const char* record, UINT32 used, char* text)
+// `record` is a whole result buffer, and `text` another one for work.
+void PutLocation(IKestIO_5* io, const char* record, char* text)
 {
     const auto* address = reinterpret_cast<const UINT8*>(record + kAddressAt);
     char server[20];
@@ -36,11 +37,11 @@ void PutLocation(IKestIO_5* io, const char* record, UINT32 used, char* text)
                         address[3]);
     Put(io, server);
 
-    // The path ends at its terminator, at the latest where the provider's answer ends.
+    // The path ends at its terminator, at the latest with the buffer.
+    constexpr size_t kMostUnits = (kIndexBuffer - kPathAt) / sizeof(WCHAR);
     const auto* path = reinterpret_cast<const WCHAR*>(record + kPathAt);
-    const size_t most = used > kPathAt ? (used - kPathAt) / sizeof(WCHAR) : 0;
     size_t units = 0;
-    while (units < most && path[units] != 0)
+    while (units < kMostUnits && path[units] != 0)
         ++units;
     WideToUtf8Cut(path, units, text, kIndexBuffer);
     ToVolumeForm(text);
@@ -74,7 +75,7 @@ TALSTATUS PutLocationOf(IKestIO_5* io, SCHANDLE session, UNICODE_STRING* uri)
                                                                nullptr, &size, record.get());
     if (Failed(status))
         return status;
-    PutLocation(io, record.get(), kIndexBuffer, text.get());
+    PutLocation(io, record.get(), text.get());
     return status;
 }
 

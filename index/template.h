@@ -3,9 +3,8 @@
 // Template files: where they are, how they are read, and how their directives are found.
 //
 // A template is read in lines of at most 1023 bytes; a longer line is handled as several. In a
-// line,
-// "<!--OlmDAV:KEYWORD…-->" is a directive: what stands before it is written to the page as it is,
-// the directive acts, and output goes on behind its "-->". A directive does not span lines: one
+// line, "<!--OlmDAV:KEYWORD…-->" is a directive: what stands before it is written to the page as it
+// is, the directive acts, and output goes on behind its "-->". A directive does not span lines: one
 // whose "-->" is not on its line does nothing, and the rest of that line is dropped.
 #pragma once
 

@@ -27,6 +27,8 @@ std::optional<TALSTATUS> Recorder::Decide(std::string_view name)
 
 std::optional<TALSTATUS> Recorder::Enter(std::string_view name, std::string_view arguments)
 {
+    if (onCall)
+        onCall(name);
     const std::lock_guard lock(mutex_);
     names_.emplace_back(name);
     texts_.push_back(std::string(name) + "(" + std::string(arguments) + ")");

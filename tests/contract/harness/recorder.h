@@ -3,6 +3,7 @@
 // What the module under test called, in order, and which of its calls are to fail.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -25,6 +26,9 @@ class Recorder {
     std::optional<TALSTATUS> Enter(std::string_view name, std::string_view arguments = {});
     // The same for calls that are counted and can fail but are not listed: the platform's.
     std::optional<TALSTATUS> EnterUnlisted(std::string_view name);
+    // Looks at every listed call as it is made; called without the recorder's lock. Set before the
+    // first call and not changed.
+    std::function<void(std::string_view name)> onCall;
 
     // The `nth` call (1 is the next) named `name` returns `status`; once.
     void Fail(std::string name, TALSTATUS status, int nth = 1);

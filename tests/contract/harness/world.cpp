@@ -158,10 +158,21 @@ World::World(std::vector<ProviderSpec> providers, Setup setup) : platform(record
           Serve<ISA>(recorder, attributes, "create.SecurityAttributeManager"));
     Offer(CLSID_ObjectManagerDataStore,
           Serve<ISCOM>(recorder, objects, "create.ObjectManagerDataStore"));
+    recorder.onCall = [this](std::string_view name) { ExpectProvidersGuarded(name); };
     LoadRegistry(setup);
     LoadModule();
     if (setup.start)
         Start();
+}
+
+// The list of providers must not change under whoever uses one.
+void World::ExpectProvidersGuarded(std::string_view call) const
+{
+    for (const auto& provider : providers_) {
+        if (call.starts_with(provider->Spec().name + ".")) {
+            EXPECT_GT(platform.HeldLocks(), 0) << call << " without the lock of the providers";
+        }
+    }
 }
 
 World::~World()

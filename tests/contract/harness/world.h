@@ -94,6 +94,7 @@ class World {
     static std::string ProviderKeyName(size_t index); // "{…}"
 
   private:
+    void ExpectProvidersGuarded(std::string_view call) const;
     void LoadModule();
     void LoadRegistry(const Setup& setup);
 

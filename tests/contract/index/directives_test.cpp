@@ -48,6 +48,29 @@ TEST(PageTemplate, Keywords_AreComparedWithoutCaseOverTheirPrefix)
         << "the mark itself has its case";
 }
 
+TEST(PageTemplate, Keywords_ActFromTheirShortestSpellingOn)
+{
+    Site site;
+    site.world["vol"].AddFile("/vol/f");
+    // A directive acts when it writes something, or at least asks for it.
+    const auto acts = [&site](const std::string& keyword) {
+        site.world.recorder.Clear();
+        return site.Render(D(keyword)) != "" ||
+               !site.world.Calls({"create.KestSrv", "vol.Create"}).empty();
+    };
+    for (const std::string shortest :
+         {"currentFolder", "ParentURL", "DevicePath", "Filter", "WharfRoot", "NumberOfFiles",
+          "Showi", "Files", "UserAge", "EmailAddress", "UserName"}) {
+        EXPECT_TRUE(acts(shortest)) << shortest;
+        EXPECT_FALSE(acts(shortest.substr(0, shortest.size() - 1))) << shortest;
+    }
+    EXPECT_EQ(site.Render(D("SetFirstFil:1") + D("Files")), "[f]");
+    EXPECT_EQ(site.Render(D("SetFirstFile 1") + D("Files")), "");
+    EXPECT_EQ(site.Render(D("SetMaxFile:0") + D("Files")), "[f]");
+    EXPECT_EQ(site.Render(D("SetMaxFiles 0") + D("Files")), "0");
+    EXPECT_EQ(site.Render(D("SetFiletyp:default=x") + D("SetFiletype default=y")), "");
+}
+
 TEST(PageTemplate, DirectiveOverTwoLines_IsNeverExecuted)
 {
     Site site;

@@ -353,8 +353,10 @@ TEST(DevicePath, OfEntries_IsShownForProviderRootsOnly)
     site.Entry("[" + D("DisplayName") + D("DevicePath") + "]");
     EXPECT_EQ(site.Body("/Ferro"), "[one192.0.2.255:A:1][two]")
         << "a provider without the control code shows nothing";
-    site.world["one"].AddCollection("/one/dir");
-    EXPECT_EQ(site.Body("/Ferro/one"), "[dir]");
+    // The name of the first of these is that of a root.
+    site.world["one"].AddCollection("/one/one");
+    site.world["one"].AddCollection("/one/two");
+    EXPECT_EQ(site.Body("/Ferro/one"), "[one][two]");
     site.world.ExpectAtRest();
 }
 

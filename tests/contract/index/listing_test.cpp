@@ -175,6 +175,17 @@ TEST(Listing, DeletedFoldersAndFilesMixed_AreAllListed)
     }
 }
 
+TEST(Listing, DeletedEntryWithoutIdentifier_StandsAmongTheDeleted)
+{
+    const std::vector<Deleted> deleted = {{.id = 0, .name = "a", .type = Collection},
+                                          {.id = 1, .name = "c"}};
+    Site site;
+    site.world["vol"].AddFile("/vol/b");
+    site::KeepDeleted(site.world["vol"], deleted);
+    site.Preferences(0x01);
+    EXPECT_EQ(site.Body(), "[b][a][c]");
+}
+
 TEST(Listing, DeletedEntries_PassTheFilterToo)
 {
     const std::vector<Deleted> deleted = {{.id = 1, .name = "alpha"}, {.id = 2, .name = "beta"}};

@@ -297,6 +297,23 @@ TEST(IndexRequest, UnusableTemplateDirectory_LooksWhereNothingIs)
     });
 }
 
+TEST(IndexRequest, TemplateDirectory_MayBeLong)
+{
+    // The registry tells the value together with its name, in one buffer.
+    for (const size_t length : {230U, 256U}) {
+        harness::InChild([length] {
+            const site::TemplateDir dir;
+            // One more folder, whose name fills up what is left with the "/" at the end.
+            const std::string name(length - dir.Path().size() - 1, 'x');
+            ASSERT_TRUE(std::filesystem::create_directory(dir.Path() + name));
+            dir.Write(name + "/ecmaindex.html", "here");
+            harness::World world({{.name = "vol"}}, {.moduleValues = "'Template Directory' = '" +
+                                                                     dir.Path() + name + "/'"});
+            EXPECT_EQ(world.Run(Site::Asks()).body, length == 230 ? "here" : "");
+        });
+    }
+}
+
 TEST(IndexRequest, ManyThreads_RenderAtOnce)
 {
     Site site;
