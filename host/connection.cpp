@@ -8,8 +8,6 @@
 
 #include <utility>
 
-#include <boost/asio/post.hpp>
-
 #include "host/front.h"
 #include "host/judge.h"
 #include "host/relocation.h"
@@ -61,13 +59,8 @@ bool IsXmlMethod(UINT32 method) noexcept
 } // namespace
 
 Connection::Connection(Front& front, int fd, const sockaddr_storage& peer, const Live& live)
-    : front_(front), socket_(front.io), transport_(fd, live.tls.get())
+    : front_(front), socket_(fd), transport_(fd, live.tls.get())
 {
-    boost::system::error_code error;
-    if (socket_.assign(fd, error); error) {
-        close(fd);
-        throw boost::system::system_error(error);
-    }
     const int on = 1;
     (void)setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // replies leave whole anyway
     const void* address =
@@ -76,7 +69,13 @@ Connection::Connection(Front& front, int fd, const sockaddr_storage& peer, const
             : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
     if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
         remote_[0] = '-';
+    ticket_ = front_.poller.Add(fd, *this);
     front_.Add(*this);
+}
+
+Connection::Socket::~Socket()
+{
+    close(fd);
 }
 
 Connection::~Connection()
@@ -84,12 +83,14 @@ Connection::~Connection()
     if (request_ && request_->isAdmitted)
         front_.doorkeeper.Leave(request_->admission.session);
     front_.Remove(*this);
+    front_.poller.Remove(ticket_);
 }
 
 void Connection::Begin()
 {
     SetDeadline(front_.Current().settings.limits.headTime);
-    Wait();
+    if (!Wait())
+        OnReady(true);
 }
 
 void Connection::SetDeadline(milliseconds fromNow) noexcept
@@ -101,68 +102,83 @@ void Connection::ExpireIfDue(int64_t now) noexcept
 {
     int64_t due = deadline_.load(std::memory_order_relaxed);
     if (due > 0 && due <= now && deadline_.compare_exchange_strong(due, -1))
-        (void)shutdown(socket_.native_handle(), SHUT_RD); // makes the wait end
+        (void)shutdown(socket_.fd, SHUT_RD); // makes the wait end
 }
 
 void Connection::ExpireIfIdle() noexcept
 {
     int64_t due = deadline_.load(std::memory_order_relaxed);
     if (isIdle_ && due > 0 && deadline_.compare_exchange_strong(due, -1))
-        (void)shutdown(socket_.native_handle(), SHUT_RD);
+        (void)shutdown(socket_.fd, SHUT_RD);
 }
 
 void Connection::Abort() noexcept
 {
-    (void)shutdown(socket_.native_handle(), SHUT_RDWR);
+    (void)shutdown(socket_.fd, SHUT_RDWR);
 }
 
-void Connection::Wait()
+void Connection::Expect(Poller::Interest interest) noexcept
 {
-    const auto what = transport_.WantsToSend() ? Socket::wait_write : Socket::wait_read;
-    socket_.async_wait(what, [this](const boost::system::error_code&) { OnReady(); });
+    if (interest_ != interest)
+        front_.poller.Expect(ticket_, socket_.fd, interest);
+    interest_ = interest;
 }
 
-void Connection::OnReady() noexcept
+// Lets go of the connection, which another thread may run from here on. False when there is
+// something to do already.
+bool Connection::Wait()
 {
-    const Workers::Busy busy(front_.workers);
+    Expect(transport_.WantsToSend() ? Poller::Interest::InputAndOutput : Poller::Interest::Input);
+    return front_.poller.LetGo(ticket_);
+}
+
+// The running thread is going to wait for the client by itself: what comes need not wake others.
+void Connection::BeforeWait()
+{
+    Expect(Poller::Interest::Nothing);
+    front_.workers.BeforeWait();
+}
+
+void Connection::OnReady(bool mayHaveEnded) noexcept
+{
     try {
-        Run();
+        Run(mayHaveEnded);
     } catch (const std::exception& error) { // out of memory; the client sees its connection close
         TolmLog(kLogWarning, "kestd", error.what());
         delete this;
     }
 }
 
-void Connection::Run()
+void Connection::Run(bool mayHaveEnded)
 {
-    hasExpired_ = deadline_.exchange(0) == -1;
-    isDrained_ = false;
-    for (int rounds = 0;; ++rounds) {
-        if (rounds == kRounds) { // a long pipeline lets others have their turn
-            boost::asio::post(front_.io, [this] { OnReady(); });
-            return;
-        }
-        Step step = Step::Close;
-        switch (state_) {
-        case State::Head:
-            step = ReadHead();
-            break;
-        case State::Body:
-            step = FetchBody();
-            break;
-        case State::Linger:
-            step = Linger();
-            break;
-        }
-        if (step == Step::Again)
-            continue;
+    do {
+        hasExpired_ = deadline_.exchange(0) == -1;
+        mayHaveEnded_ = mayHaveEnded;
+        isDrained_ = false;
+        Step step = Step::Again;
+        for (int rounds = 0; step == Step::Again && rounds < kRounds; ++rounds)
+            step = Serve();
         if (step == Step::Close) {
             delete this;
             return;
         }
-        Wait();
-        return;
+        if (step == Step::Again) // a long pipeline lets others have their turn
+            front_.poller.Poke(ticket_);
+        mayHaveEnded = true; // if it goes on at once: nobody has said
+    } while (!Wait());
+}
+
+Connection::Step Connection::Serve()
+{
+    switch (state_) {
+    case State::Head:
+        return ReadHead();
+    case State::Body:
+        return FetchBody();
+    case State::Linger:
+        return Linger();
     }
+    return Step::Close;
 }
 
 Connection::Step Connection::ReadHead()
@@ -195,7 +211,8 @@ Connection::Step Connection::ReadHead()
         if (got <= 0)
             return Step::Close;
         in_.Grew(static_cast<size_t>(got));
-        isDrained_ = !transport_.IsTls() && static_cast<size_t>(got) < room;
+        // Less than there was room for is all there was; an end behind it would not be told again.
+        isDrained_ = !transport_.IsTls() && !mayHaveEnded_ && static_cast<size_t>(got) < room;
         if (wasIdle && isIdle_)
             headStart_ = NowMs();
         isIdle_ = false;
@@ -218,7 +235,7 @@ void Connection::StartReply(const Live& live)
     terms.mayKeepAlive = WantsKeepAlive(request_->head) && !front_.isStopping;
     terms.saysKeepAlive = request_->head.version == 10;
     terms.stall = Workers::IsOverloaded() ? milliseconds(0) : live.settings.limits.sendStallTime;
-    request_->reply.Start(terms, request_->arena, request_->body, transport_, front_.workers);
+    request_->reply.Start(terms, request_->arena, request_->body, transport_, *this);
 }
 
 Connection::Step Connection::OnHead(size_t size)
@@ -237,7 +254,7 @@ Connection::Step Connection::OnHead(size_t size)
     bool mustClose = false;
     const int refusal = ReadRequest(request, live, framing, mustClose);
     const bool expects = request.head.version == 11 && request.head.Find("Expect") != nullptr;
-    request.body.Start(mustClose ? Framing{} : framing, in_, transport_, front_.workers, expects,
+    request.body.Start(mustClose ? Framing{} : framing, in_, transport_, *this, expects,
                        live.settings.limits.bodyIdleTime);
     StartReply(live);
     if (mustClose)
@@ -344,7 +361,7 @@ Connection::Step Connection::Refuse(int status)
     request_ = TakeRequest();
     request_->start = std::chrono::steady_clock::now();
     request_->remote = remote_;
-    request_->body.Start({}, in_, transport_, front_.workers, false, milliseconds(0));
+    request_->body.Start({}, in_, transport_, *this, false, milliseconds(0));
     StartReply(front_.Current());
     request_->reply.Close();
     AnswerError(*request_, status);
@@ -387,13 +404,14 @@ void Connection::TurnAway()
         "503 Service Unavailable\n";
     if (!transport_.IsTls()) { // a TLS client would need a handshake first
         const iovec piece{const_cast<char*>(kText.data()), kText.size()};
-        (void)transport_.Send(&piece, 1, milliseconds(0), front_.workers);
+        (void)transport_.Send(&piece, 1, milliseconds(0), *this);
     }
     transport_.EndSending();
     StartLinger();
     lingerEnd_ = NowMs() + 1000;
     deadline_.store(lingerEnd_, std::memory_order_relaxed);
-    Wait();
+    if (!Wait())
+        OnReady(true);
 }
 
 } // namespace kestd

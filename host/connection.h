@@ -10,10 +10,8 @@
 #include <memory>
 #include <string_view>
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/basic_stream_descriptor.hpp>
-
 #include "host/buffer.h"
+#include "host/poller.h"
 #include "host/transport.h"
 
 namespace kestd {
@@ -24,12 +22,11 @@ struct Live;
 
 // Waits for the socket to become readable, then runs on whichever worker picks that up, and waits
 // again: no thread while the client is silent or trickles, and no buffer while it is idle. At any
-// time either one wait is pending or one thread runs the connection, so its members need no lock;
-// the exceptions are said. Deletes itself.
-class Connection {
+// time either nobody or one thread runs the connection, so its members need no lock; the exceptions
+// are said. Deletes itself.
+class Connection final : public Watched, public WaitWatcher {
   public:
-    // Takes the socket. Throws std::bad_alloc or boost::system::system_error; the socket is closed
-    // then.
+    // Takes the socket. Throws std::bad_alloc or std::system_error; the socket is closed then.
     Connection(Front& front, int fd, const sockaddr_storage& peer, const Live& live);
     ~Connection();
     Connection(const Connection&) = delete;
@@ -44,6 +41,9 @@ class Connection {
     void ExpireIfIdle() noexcept;
     void Abort() noexcept; // whatever it does fails from now on
 
+    void OnReady(bool mayHaveEnded) noexcept override;
+    void BeforeWait() override;
+
     // The list of the front; guarded by its lock.
     Connection* next = nullptr;
     Connection* previous = nullptr;
@@ -51,10 +51,18 @@ class Connection {
   private:
     enum class State { Head, Body, Linger };
     enum class Step { Again, Wait, Close };
+    struct Socket {
+        explicit Socket(int number) noexcept : fd(number) {}
+        ~Socket();
+        Socket(const Socket&) = delete;
+        Socket& operator=(const Socket&) = delete;
+        const int fd;
+    };
 
-    void Wait();
-    void OnReady() noexcept;
-    void Run();
+    bool Wait();
+    void Expect(Poller::Interest interest) noexcept;
+    void Run(bool mayHaveEnded);
+    Step Serve();
     Step ReadHead();
     Step OnHead(size_t size);
     Step FetchBody();
@@ -66,12 +74,10 @@ class Connection {
     void StartReply(const Live& live);
     void SetDeadline(std::chrono::milliseconds fromNow) noexcept;
 
-    // Spares the type-erased executor of the usual alias.
-    using Socket =
-        boost::asio::posix::basic_stream_descriptor<boost::asio::io_context::executor_type>;
-
     Front& front_;
     Socket socket_;
+    Poller::Ticket ticket_;
+    Poller::Interest interest_ = Poller::Interest::Input;
     Transport transport_;
     Buffer in_;
     std::unique_ptr<RequestIo> request_;
@@ -81,7 +87,8 @@ class Connection {
     int64_t lingerEnd_ = 0;
     bool isFirst_ = true; // no request yet
     State state_ = State::Head;
-    bool isDrained_ = false; // the last receive took all there was
+    bool mayHaveEnded_ = false; // the client may have sent its last
+    bool isDrained_ = false;    // the last receive took all there was
     bool hasExpired_ = false;
     // When the pending wait has lasted too long; 0 while a thread runs the connection, -1 once it
     // has expired. Set by the connection, compared and exchanged by others.

@@ -9,10 +9,9 @@
 #include <mutex>
 #include <string>
 
-#include <boost/asio/io_context.hpp>
-
 #include "host/access_log.h"
 #include "host/doorkeeper.h"
+#include "host/poller.h"
 #include "host/settings.h"
 #include "host/workers.h"
 #include <kest/req.h>
@@ -57,8 +56,8 @@ class Front {
     bool WaitUntilEmpty(std::chrono::milliseconds time);
     void DeleteAll(); // no thread runs any more
 
-    boost::asio::io_context io;
-    Workers workers{io};
+    Poller poller;
+    Workers workers{poller};
     Doorkeeper& doorkeeper;
     IKestReq_2* const module;
     const std::string location;

@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,10 +14,6 @@
 #include <mutex>
 #include <system_error>
 #include <thread>
-
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "host/connection.h"
 #include "host/front.h"
@@ -59,6 +56,15 @@ bool FillAddress(const ListenAddress& from, sockaddr_storage& out, socklen_t& si
         return true;
     }
     return false;
+}
+
+// The processors that this process may run on; there may be more that it may not.
+unsigned UsableCores()
+{
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof set, &set) == 0)
+        return static_cast<unsigned>(std::max(CPU_COUNT(&set), 1));
+    return std::max(std::thread::hardware_concurrency(), 1u); // more than the set has room for
 }
 
 // Asks the system for as many open files as the connections and what they serve may need. The usual
@@ -118,26 +124,50 @@ std::shared_ptr<const Live> MakeLive(const ServerSettings& settings, std::string
 }
 
 // One listening socket.
-class Listener {
+class Listener final : public Watched {
   public:
-    Listener(Front& front, int fd) : front_(front), fd_(fd), socket_(front.io, fd), pause_(front.io)
+    // Takes the socket. Throws std::bad_alloc or std::system_error; the socket is closed then.
+    Listener(Front& front, int fd) : front_(front), fd_(fd)
     {
+        try {
+            ticket_ = front_.poller.Add(fd, *this);
+        } catch (...) {
+            close(fd);
+            throw;
+        }
     }
-
-    void Wait()
+    ~Listener()
     {
-        socket_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
-                           [this](const boost::system::error_code& error) {
-                               if (!error && !front_.isStopping)
-                                   Accept();
-                           });
+        front_.poller.Remove(ticket_);
+        close(fd_);
+    }
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    void Begin() { OnReady(false); }
+    // From any thread: goes on after a pause.
+    void Resume()
+    {
+        if (isPaused_.exchange(false))
+            front_.poller.Poke(ticket_);
     }
     // From any thread: refuses new connections from now on. The socket itself stays until the
     // listener goes, so that nobody else gets its number meanwhile.
     void Close() { (void)shutdown(fd_, SHUT_RDWR); }
 
+    void OnReady(bool) noexcept override
+    {
+        do {
+            if (front_.isStopping)
+                continue;
+            if (Accept())
+                front_.poller.Poke(ticket_); // others have their turn
+        } while (!front_.poller.LetGo(ticket_));
+    }
+
   private:
-    void Accept()
+    // Takes connections. True when there may be more to take now.
+    bool Accept()
     {
         for (int i = 0; i < kAcceptBatch; ++i) {
             sockaddr_storage peer{};
@@ -145,8 +175,6 @@ class Listener {
             const int fd = accept4(fd_, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
             if (fd >= 0) {
                 Welcome(fd, peer);
-            } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-                break;
             } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 // The connection stays in the queue; asking again at once would spin.
                 if (const int64_t now = NowMs(); now >= saysAgain_) {
@@ -154,15 +182,13 @@ class Listener {
                             "cannot accept a connection: too many open files or no memory");
                     saysAgain_ = now + 10'000;
                 }
-                pause_.expires_after(kTick);
-                pause_.async_wait([this](const boost::system::error_code& error) {
-                    if (!error && !front_.isStopping)
-                        Wait();
-                });
-                return;
-            }
+                isPaused_ = true;
+                return false;
+            } else if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINVAL) {
+                return false; // nobody is there, or the listener is closed
+            }                 // else a connection went away, or its network did
         }
-        Wait();
+        return true;
     }
 
     void Welcome(int fd, const sockaddr_storage& peer)
@@ -186,9 +212,9 @@ class Listener {
     }
 
     Front& front_;
-    const int fd_; // the same socket
-    boost::asio::posix::stream_descriptor socket_;
-    boost::asio::steady_timer pause_;
+    const int fd_;
+    Poller::Ticket ticket_ = 0;
+    std::atomic<bool> isPaused_{false}; // no memory, or no number for another descriptor
     int64_t saysAgain_ = 0;
 };
 
@@ -263,8 +289,8 @@ std::string Server::Impl::Start()
         if (error = Listen(where); !error.empty())
             return error;
     for (const auto& listener : listeners_)
-        listener->Wait();
-    const unsigned cores = std::max(std::thread::hardware_concurrency(), 1u);
+        listener->Begin();
+    const unsigned cores = UsableCores();
     try {
         front_.workers.Start(cores, settings_.limits.workerThreads);
         clock_ = std::thread([this] { Clock(); });
@@ -281,6 +307,8 @@ void Server::Impl::Clock()
         wake_.wait_for(lock, kTick, [this] { return clockEnds_; });
         lock.unlock();
         front_.workers.Tick();
+        for (const auto& listener : listeners_)
+            listener->Resume();
         if (ticks % 2 == 0)
             front_.Sweep(NowMs());
         if (ticks % 5 == 0)
@@ -322,7 +350,7 @@ void Server::Impl::Stop()
             wake_.notify_all();
             clock_.join();
         }
-        front_.io.stop();
+        front_.poller.Stop();
         front_.workers.Join();
         front_.DeleteAll();
         listeners_.clear();

@@ -2,7 +2,6 @@
 #include "host/transport.h"
 
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -108,7 +107,6 @@ ssize_t Transport::ReceiveInTime(void* to, size_t size, std::chrono::millisecond
         receiveTimeout_ = idle;
     }
     watcher.BeforeWait();
-    MakeBlocking();
     for (;;) {
         // Waiting for a full buffer saves calls into the store; the timeout ends it with what came.
         got = recv(fd_, to, size, fills ? MSG_WAITALL : 0);
@@ -187,7 +185,6 @@ bool Transport::SendPlain(iovec* pieces, int count, std::chrono::milliseconds st
                 sendTimeout_ = stall;
             }
             watcher.BeforeWait();
-            MakeBlocking();
             flags = MSG_NOSIGNAL;
         }
     }
@@ -231,17 +228,6 @@ ssize_t Transport::ReceiveTls(void* to, size_t size)
         isBroken_ = true;
         return kBroken;
     }
-}
-
-// Whoever waits for readiness made the socket non-blocking, once. Nothing else relies on that: all
-// other calls say MSG_DONTWAIT.
-void Transport::MakeBlocking()
-{
-    if (isBlocking_)
-        return;
-    int off = 0;
-    (void)ioctl(fd_, FIONBIO, &off); // cannot fail for a socket
-    isBlocking_ = true;
 }
 
 bool Transport::WaitFor(short events, std::chrono::milliseconds time, WaitWatcher& watcher) const

@@ -24,8 +24,8 @@ class WaitWatcher {
     ~WaitWatcher() = default;
 };
 
-// One socket. The file descriptor belongs to somebody else and outlives the transport. One thread
-// at a time.
+// One socket, in waiting mode. The file descriptor belongs to somebody else and outlives the
+// transport. One thread at a time.
 class Transport {
   public:
     static constexpr ssize_t kWouldBlock = -1;
@@ -65,14 +65,12 @@ class Transport {
     ssize_t ReceiveTls(void* to, size_t size);
     ssize_t ReceiveInTime(void* to, size_t size, std::chrono::milliseconds idle,
                           WaitWatcher& watcher, bool fills);
-    void MakeBlocking();
     bool WaitFor(short events, std::chrono::milliseconds time, WaitWatcher& watcher) const;
 
     int fd_;
     ssl_st* ssl_ = nullptr;
     bool wantsToSend_ = false;
     bool isBroken_ = false;
-    bool isBlocking_ = false;
     std::chrono::milliseconds sendTimeout_{0}; // as set on the socket, 0 is none
     std::chrono::milliseconds receiveTimeout_{0};
 };

@@ -8,8 +8,7 @@
 #include <string>
 #include <system_error>
 
-#include <boost/asio/io_context.hpp>
-
+#include "host/poller.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -23,20 +22,6 @@ constexpr unsigned kPatience = 10;
 
 } // namespace
 
-Workers::Busy::Busy(Workers& workers) noexcept : workers_(workers)
-{
-    if (!t_isOverloaded)
-        workers_.busy_.fetch_add(1, std::memory_order_relaxed);
-}
-
-Workers::Busy::~Busy()
-{
-    if (t_isOverloaded)
-        return;
-    workers_.busy_.fetch_sub(1, std::memory_order_relaxed);
-    workers_.served_.fetch_add(1, std::memory_order_relaxed);
-}
-
 void Workers::Start(unsigned count, unsigned limit)
 {
     limit_ = std::max(limit, 1u);
@@ -49,18 +34,24 @@ void Workers::Start(unsigned count, unsigned limit)
 void Workers::Spawn()
 {
     const std::lock_guard lock(mutex_);
-    if (count_ >= limit_ || io_.stopped())
+    if (count_ >= limit_ || poller_.IsStopped())
         return;
+    Poller::Batch* batch = nullptr;
     try {
-        threads_.emplace_back([this] {
+        ids_.reserve(threads_.size() + 1);
+        threads_.reserve(threads_.size() + 1);
+        batch = &poller_.AddThread();
+        threads_.emplace_back([this, batch] {
             {
                 const std::lock_guard own(mutex_);
                 ids_.push_back(gettid());
             }
-            io_.run();
+            poller_.Run(*batch);
         });
         ++count_;
     } catch (const std::exception&) { // the system has no thread left: go on with those there are
+        if (batch)
+            poller_.DropThread();
         TolmLog(kLogWarning, "kestd", "cannot start another worker thread");
     }
 }
@@ -78,8 +69,12 @@ void Workers::Join()
 
 void Workers::BeforeWait()
 {
-    if (!t_isOverloaded && busy_.load(std::memory_order_relaxed) >= Count() && Count() < limit_)
+    if (t_isOverloaded)
+        return;
+    if (poller_.IsFull() && Count() < limit_)
         Spawn();
+    else
+        poller_.RescueWaiting();
 }
 
 // Whether the workers spent most of the time since the last call neither running nor waiting for a
@@ -117,12 +112,13 @@ bool Workers::AreWaiting(std::chrono::steady_clock::time_point now)
 
 void Workers::Tick()
 {
-    const uint64_t served = served_.load(std::memory_order_relaxed);
-    const bool isFull = busy_.load(std::memory_order_relaxed) >= Count();
+    const uint64_t served = poller_.Served();
+    const bool isFull = poller_.IsFull();
     const bool isStuck = isFull && served == servedBefore_;
     servedBefore_ = served;
     stuckTicks_ = isStuck ? stuckTicks_ + 1 : 0;
     if (!isFull) {
+        poller_.RescueWaiting();
         activeBefore_ = 0;
         return;
     }
@@ -134,7 +130,7 @@ void Workers::Tick()
                 Spawn();
     } else if (stuckTicks_ > kPatience) {
         t_isOverloaded = true;
-        io_.poll();
+        poller_.RunReady();
         t_isOverloaded = false;
     }
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The threads that run an io_context: a few, and more when clients keep them waiting.
+// The threads that serve a poller: a few, and more when clients keep them waiting.
 #pragma once
 
 #include <sys/types.h>
@@ -14,32 +14,18 @@
 
 #include "host/transport.h"
 
-namespace boost::asio {
-class io_context;
-}
-
 namespace kestd {
+
+class Poller;
 
 class Workers final : public WaitWatcher {
   public:
-    explicit Workers(boost::asio::io_context& io) : io_(io) {}
+    explicit Workers(Poller& poller) : poller_(poller) {}
 
     // Throws std::system_error when not even one thread can be started.
     void Start(unsigned count, unsigned limit);
     void SetLimit(unsigned limit) noexcept { limit_.store(limit, std::memory_order_relaxed); }
-    void Join(); // after the io_context has been stopped
-
-    // Marks a thread as busy while it serves something.
-    class Busy {
-      public:
-        explicit Busy(Workers& workers) noexcept;
-        ~Busy();
-        Busy(const Busy&) = delete;
-        Busy& operator=(const Busy&) = delete;
-
-      private:
-        Workers& workers_;
-    };
+    void Join(); // after the poller has been stopped
 
     // A busy thread is about to wait for a client: makes sure that another one is there.
     void BeforeWait() override;
@@ -56,11 +42,9 @@ class Workers final : public WaitWatcher {
     void Spawn();
     bool AreWaiting(std::chrono::steady_clock::time_point now);
 
-    boost::asio::io_context& io_;
-    std::atomic<unsigned> busy_{0};
+    Poller& poller_;
     std::atomic<unsigned> count_{0};
     std::atomic<unsigned> limit_{1};
-    std::atomic<uint64_t> served_{0};
     uint64_t servedBefore_ = 0; // of the ticking thread
     unsigned stuckTicks_ = 0;   // likewise
     uint64_t activeBefore_ = 0; // likewise: AreWaiting's measure of the last tick

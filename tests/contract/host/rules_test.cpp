@@ -236,6 +236,39 @@ TEST_F(Rules, UnauthorizedUploadIsRefusedBeforeItsBody)
     EXPECT_TRUE(client.IsClosed());
 }
 
+// The end may arrive with the last request, and is not told again.
+TEST_F(Rules, EndOfAClientThatHasSaidAllIsSeen)
+{
+    Start();
+    for (int i = 0; i < 20; ++i) {
+        Client client(port);
+        ASSERT_TRUE(client.Send(Request("GET /Ferro/a") + Request("GET /Ferro/b")));
+        client.EndSending();
+        EXPECT_EQ(client.Receive().status, 200);
+        EXPECT_EQ(client.Receive().status, 200);
+        EXPECT_TRUE(client.IsClosed());
+    }
+}
+
+TEST_F(Rules, LongPipelineIsAnsweredInOrder)
+{
+    module.handler = [](IKestIO_5& io, UINT32) {
+        STRING* url = nullptr;
+        EXPECT_EQ(io.GetRawUrl(&url), TAL_STATUS_SUCCESS);
+        io.SendHeader(200);
+        return io.PutString(url->Buffer);
+    };
+    Start();
+    constexpr int kRequests = 300; // several turns of one connection
+    std::string all;
+    for (int i = 0; i < kRequests; ++i)
+        all.append(Request("GET /Ferro/" + std::to_string(i)));
+    Client client(port);
+    ASSERT_TRUE(client.Send(all));
+    for (int i = 0; i < kRequests; ++i)
+        EXPECT_EQ(client.Receive().body, "/Ferro/" + std::to_string(i));
+}
+
 TEST_F(Rules, KeepAliveFollowsVersionAndWish)
 {
     static constexpr struct {

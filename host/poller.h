@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Waits for many descriptors and has each served by one thread at a time.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace kestd {
+
+// Something with a descriptor.
+class Watched {
+  public:
+    // Something has happened at the descriptor. The calling thread holds the object from here on,
+    // until it lets go of it (Poller::LetGo) or removes it. `mayHaveEnded`: the other side may have
+    // sent its last, so that what is there must be read to its end.
+    virtual void OnReady(bool mayHaveEnded) noexcept = 0;
+
+  protected:
+    ~Watched() = default;
+};
+
+// One epoll set that any number of threads serve. Descriptors are registered once, edge-triggered:
+// waiting again costs no system call. What a thread finds ready beyond its first piece of work
+// stands in its batch, from which threads without work take it.
+class Poller {
+  public:
+    // Names a registration. None ever gets the name of another, so an event that comes late for one
+    // that is gone is found out.
+    using Ticket = uint64_t;
+    enum class Interest { Nothing, Input, InputAndOutput };
+
+    // Throws std::system_error.
+    Poller();
+    ~Poller(); // no thread is in Run any more
+    Poller(const Poller&) = delete;
+    Poller& operator=(const Poller&) = delete;
+
+    // Registers a descriptor for input. The calling thread holds `watched`. Throws std::bad_alloc
+    // or std::system_error.
+    Ticket Add(int fd, Watched& watched);
+    // For the holder: forgets the registration. Before the descriptor is closed.
+    void Remove(Ticket ticket) noexcept;
+    // For the holder: changes what it waits for. Tells what is ready already once more.
+    void Expect(Ticket ticket, int fd, Interest interest) noexcept;
+    // For the holder: stops holding. False when something came meanwhile: then the caller still
+    // holds and has to look again. After true it must not touch the object any more.
+    [[nodiscard]] bool LetGo(Ticket ticket) noexcept;
+    // Has the object served as if something had happened, after what is ready already. For anybody.
+    void Poke(Ticket ticket) noexcept;
+
+    // A thread's ready events, which it works through and others may take from.
+    class Batch;
+    // Announces a thread that will call Run; from any thread. Throws std::bad_alloc.
+    Batch& AddThread();
+    void DropThread() noexcept { --threads_; } // it could not be started
+    // Serves events until Stop.
+    void Run(Batch& mine);
+    // Serves what is ready, and what stands in batches of threads that are stuck, without waiting;
+    // a bounded number, for a caller with other things to do.
+    void RunReady();
+    void Stop() noexcept;
+    bool IsStopped() const noexcept { return isStopped_.load(std::memory_order_acquire); }
+
+    // Whether all announced threads serve something.
+    bool IsFull() const noexcept { return busy_.load() >= threads_.load(); }
+    // The events served so far.
+    uint64_t Served() const noexcept;
+    // Wakes a thread if events stand behind something that takes its time.
+    void RescueWaiting() noexcept;
+
+  private:
+    struct Slot;
+    static constexpr unsigned kSlotBits = 10; // of one chunk
+    static constexpr size_t kChunks = 4096;
+
+    Slot& SlotOf(Ticket ticket) const noexcept;
+    void Dispatch(uint64_t event) noexcept;
+    uint64_t Steal() noexcept;
+    uint64_t TakePoked() noexcept;
+    bool Fetch(Batch& mine, int most, int timeout) noexcept;
+    void ServeAll(Batch& mine) noexcept;
+    void Nudge() noexcept;
+
+    int epoll_ = -1;
+    int nudge_ = -1;
+    std::atomic<bool> isStopped_{false};
+    std::atomic<unsigned> threads_{0};
+    std::atomic<unsigned> busy_{0}; // threads that do not wait here
+    std::atomic<Batch*> batches_{nullptr};
+
+    std::mutex slotsMutex_; // guards the three
+    std::vector<uint32_t> freeSlots_;
+    uint32_t madeSlots_ = 0;
+    std::vector<std::unique_ptr<Slot[]>> chunkOwners_;
+    const std::unique_ptr<std::atomic<Slot*>[]> chunks_;
+
+    std::mutex pokedMutex_; // guards poked_
+    std::vector<Ticket> poked_;
+    std::atomic<size_t> pokedCount_{0};
+};
+
+} // namespace kestd
