@@ -16,11 +16,12 @@ namespace filestore {
 
 namespace {
 
-// Answers for the resources that the conditions name. Paths come with the module's location.
+// Answers for the resources that the conditions name. Paths come with the module's location, as the
+// request spells it; what lies elsewhere is nothing that this store knows.
 class ResourceState final : public IfState {
   public:
-    ResourceState(const Store& store, size_t locationLength)
-        : store_(store), locationLength_(locationLength)
+    ResourceState(const Store& store, std::string_view location)
+        : store_(store), location_(location)
     {
     }
     bool HasLock(std::string_view path, std::string_view token) override
@@ -48,11 +49,13 @@ class ResourceState final : public IfState {
   private:
     bool Locate(std::string_view path, Target* out) const
     {
-        path.remove_prefix(std::min(locationLength_, path.size()));
-        return !Failed(store_.Locate(path, out)) && !out->IsRoot();
+        if (!path.starts_with(location_))
+            return false;
+        path.remove_prefix(location_.size());
+        return path.starts_with('/') && !Failed(store_.Locate(path, out)) && !out->IsRoot();
     }
     const Store& store_;
-    const size_t locationLength_;
+    const std::string_view location_;
 };
 
 std::string Narrow(const UNICODE_STRING* text)
@@ -100,9 +103,9 @@ TALSTATUS Guard::CheckConditions() const
     const std::optional<IfHeader> parsed = IfHeader::Parse(*header_);
     if (!parsed)
         return Failure(kCodeInvalidRequest);
-    ResourceState state(store_, Store::ModulePath().size());
-    return parsed->Evaluate(call::Path(), state) ? TAL_STATUS_SUCCESS
-                                                 : Failure(kCodePreconditionFailed);
+    const std::string path = call::Path();
+    ResourceState state(store_, std::string_view(path).substr(0, Store::ModulePath().size()));
+    return parsed->Evaluate(path, state) ? TAL_STATUS_SUCCESS : Failure(kCodePreconditionFailed);
 }
 
 const std::string& Guard::User() const

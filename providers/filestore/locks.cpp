@@ -75,7 +75,7 @@ class NewFile {
     explicit NewFile(const Volume& volume) : volume_(volume) {}
     ~NewFile()
     {
-        if (made_)
+        if (made_ && IsAsMade())
             (void)volume_.Fs().RemoveFile(parent_->Get(), leaf_.c_str()); // empty: nothing is lost
     }
     NewFile(const NewFile&) = delete;
@@ -98,17 +98,26 @@ class NewFile {
     }
     TALSTATUS Make()
     {
-        OpenFile file;
         const int error =
-            volume_.Fs().CreateFile(parent_->Get(), leaf_.c_str(), file.Out(volume_.Fs()));
+            volume_.Fs().CreateFile(parent_->Get(), leaf_.c_str(), file_.Out(volume_.Fs()));
         made_ = error == 0;
         return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
     void Keep() { made_ = false; }
 
   private:
+    // Nobody has written it or put something else in its place meanwhile.
+    bool IsAsMade() const
+    {
+        FileInfo made, there;
+        return volume_.Fs().Inspect(file_.Get(), &made) == 0 &&
+               volume_.Fs().InspectAt(parent_->Get(), leaf_.c_str(), &there) == 0 &&
+               there.inode == made.inode && there.size == 0;
+    }
+
     const Volume& volume_;
     DirectoryRef parent_;
+    OpenFile file_;
     std::string leaf_;
     bool made_ = false;
 };
@@ -164,14 +173,13 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS RefreshLock(const Store& store, const Guard& guard, const Target& target, INT64 timeout,
+TALSTATUS RefreshLock(const Guard& guard, const Target& target, UINT64 now, INT64 timeout,
                       LockRecord* out)
 {
     if (const TALSTATUS status = CheckLockable(target); Failed(status))
         return status;
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
-    const UINT64 now = store.Now();
     UINT64 expires = 0;
     if (!ExpiryOf(now, timeout, &expires))
         return Failure(kCodeInvalidParameter);

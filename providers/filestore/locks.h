@@ -22,9 +22,9 @@ struct LockRequest {
 TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
                    const LockRequest& request, std::string* token);
 
-// Extends the lock that covers `target` and whose token was given. Code 40 when there is none, 6
-// when it is somebody else's.
-TALSTATUS RefreshLock(const Store& store, const Guard& guard, const Target& target, INT64 timeout,
+// Extends the lock that covers `target` and whose token was given, to `timeout` from `now`. Code 40
+// when there is none, 6 when it is somebody else's, 4 for a timeout that is not positive.
+TALSTATUS RefreshLock(const Guard& guard, const Target& target, UINT64 now, INT64 timeout,
                       LockRecord* out);
 
 // Code 11 for a token that covers nothing at `target`, 6 when the lock is somebody else's.

@@ -237,11 +237,13 @@ TALSTATUS FileNamespace::LockRefresh(SCHANDLE hSession, DAV_DATETIME timeout, UN
         Target target;
         LockRecord record;
         const Guard guard(store_, hSession, token);
+        // One time for both: what is described is what was granted, to the second.
+        const UINT64 now = store_.Now();
         TALSTATUS status = store_.Locate(path, &target);
         if (!Failed(status))
-            status = RefreshLock(store_, guard, target, static_cast<INT64>(timeout), &record);
+            status = RefreshLock(guard, target, now, static_cast<INT64>(timeout), &record);
         UINT32 size = kLockRecordBytes;
-        return Failed(status) ? status : DescribeLock(record, store_.Now(), &size, lock);
+        return Failed(status) ? status : DescribeLock(record, now, &size, lock);
     });
 }
 

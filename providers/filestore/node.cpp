@@ -129,10 +129,16 @@ Guard Node::MakeGuard() const
     return Guard(store_, session_, &token);
 }
 
+TALSTATUS Node::CheckObject() const
+{
+    return !volume_ || deletedId_ || !volume_->IsWritable() ? Failure(kCodeAccessDenied)
+                                                            : TAL_STATUS_SUCCESS;
+}
+
 TALSTATUS Node::CheckChange() const
 {
-    if (!volume_ || deletedId_ || !volume_->IsWritable())
-        return Failure(kCodeAccessDenied);
+    if (const TALSTATUS status = CheckObject(); Failed(status))
+        return status;
     const Guard guard = MakeGuard();
     const TALSTATUS status = guard.CheckConditions();
     return Failed(status) ? status : guard.CheckLocks(*volume_, path_, Reach::Self);
@@ -275,16 +281,24 @@ TALSTATUS Node::SetNamedProperty(const UNICODE_STRING* name, UINT32 length, cons
         return status;
     if (value && length > kMaxPropertyBytes)
         return Failure(kCodeStorageFull);
-    if (const TALSTATUS status = CheckChange(); Failed(status))
+    if (!value && volume_ && !KeepsProperties())
+        return CheckChange(); // removing what is not there is no failure (RFC 4918 14.23)
+    if (const TALSTATUS status = CheckObject(); Failed(status))
         return status;
-    if (!value && !KeepsProperties())
-        return TAL_STATUS_SUCCESS; // removing what is not there is no failure (RFC 4918 14.23)
+    const Guard guard = MakeGuard();
+    if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
+        return status;
+    // In one transaction: no lock comes between the question and the change.
     std::unique_ptr<MetadataSession> session;
-    const TALSTATUS status = Store::OpenMetadata(*volume_, &session);
-    if (Failed(status))
-        return status;
-    return value ? session->SetProperty(path_, key, {value, length})
-                 : session->RemoveProperty(path_, key);
+    TALSTATUS status = Store::OpenMetadata(*volume_, &session);
+    if (!Failed(status))
+        status = session->Begin();
+    if (!Failed(status) && volume_->MayHaveLocks())
+        status = guard.CheckLocks(*session, path_, Reach::Self);
+    if (!Failed(status))
+        status = value ? session->SetProperty(path_, key, {value, length})
+                       : session->RemoveProperty(path_, key);
+    return Failed(status) ? status : session->Commit();
 }
 
 } // namespace filestore

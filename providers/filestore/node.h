@@ -57,6 +57,7 @@ class Node {
     TALSTATUS SetNamedProperty(const UNICODE_STRING* name, UINT32 length, const char* value) const;
 
   private:
+    TALSTATUS CheckObject() const; // CheckChange without the guard
     bool KeepsProperties() const { return volume_ && volume_->MayHaveProperties(); }
 
     Store& store_;

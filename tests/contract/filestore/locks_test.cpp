@@ -237,6 +237,45 @@ TEST_F(FileStoreLocks, AFalseConditionIsNoLock)
     EXPECT_EQ(0u, Unlock("/docs/a", token));
 }
 
+TEST_F(FileStoreLocks, AFalseConditionTakesAndRefreshesNoLock)
+{
+    ASSERT_EQ(0u, Put("/docs/a", "x"));
+    const std::string token = MustLock("/docs/a");
+    const std::string wrong = "(<opaquelocktoken:" + token + "> [\"wrong\"])";
+    alignas(DAV_LOCK_2) char buffer[kLockRecordBytes];
+    auto* const lock = reinterpret_cast<DAV_LOCK_2*>(buffer);
+    const auto refresh = [&] { return Refresh("/docs/a", token, kSecond, lock); };
+    EXPECT_EQ(kCodePreconditionFailed, Code(WithIf("/docs/a", wrong, refresh, KestMethodLock)));
+    std::string other;
+    const auto take = [&] { return Lock("/docs/new", &other); };
+    EXPECT_EQ(kCodePreconditionFailed, Code(WithIf("/docs/new", wrong, take, KestMethodLock)));
+    EXPECT_FALSE(std::filesystem::exists(Docs() / "new"));
+    EXPECT_EQ(0u, Unlock("/docs/a", token));
+}
+
+TEST_F(FileStoreLocks, ATagCountsBelowTheRequestsOwnLocation)
+{
+    ASSERT_EQ(0u, Put("/docs/a", "x"));
+    const std::string token = MustLock("/docs/a");
+    const std::string list = " (<opaquelocktoken:" + token + ">)";
+    const struct {
+        const char* tag;
+        UINT16 code;
+    } rows[] = {{"</Ferro/docs/a>", 0},
+                {"<http://any.host:1/Ferro/docs/a>", 0},
+                {"</Other/docs/a>", kCodePreconditionFailed}, // as long as the location
+                {"</docs/a>", kCodePreconditionFailed},
+                {"</Ferrodocs/a>", kCodePreconditionFailed},
+                {"</Ferro>", kCodePreconditionFailed},
+                {"</Ferro/docs/b>", kCodePreconditionFailed},
+                {"</Fer>", kCodePreconditionFailed}};
+    for (const auto& row : rows)
+        EXPECT_EQ(row.code,
+                  Code(WithIf("/docs/a", row.tag + list, [&] { return Put("/docs/a", "y"); })))
+            << row.tag;
+    EXPECT_EQ(0u, Unlock("/docs/a", token));
+}
+
 TEST_F(FileStoreLocks, AnEntityTagConditionAsksTheResource)
 {
     ASSERT_EQ(0u, Put("/docs/a", "x"));
@@ -309,11 +348,18 @@ TEST_F(FileStoreLocks, RefreshExtendsAndDescribes)
     alignas(DAV_LOCK_2) char buffer[kLockRecordBytes];
     auto* const lock = reinterpret_cast<DAV_LOCK_2*>(buffer);
     EXPECT_EQ(0u, Refresh("/docs/a", token, 5000 * kSecond, lock));
-    EXPECT_GT(lock->Timeout, 4990 * kSecond);
+    EXPECT_EQ(5000 * kSecond, lock->Timeout) << "what was granted, not what is left of it";
+    DAV_LOCK_2 kept{};
+    EXPECT_EQ(1u, Found("/docs/a", &kept).size());
+    EXPECT_GT(kept.Timeout, 4990 * kSecond);
     EXPECT_EQ("me", std::string(lock->Owner, lock->OwnerLength));
     EXPECT_EQ(token, std::string(buffer + offsetof(DAV_LOCK_2, Token), lock->TokenLength));
     EXPECT_EQ(kCodePreconditionFailed, Code(Refresh("/docs/a", "wrong", kSecond, lock)));
     EXPECT_EQ(kCodePreconditionFailed, Code(Refresh("/docs/b", token, kSecond, lock)));
+    EXPECT_EQ(kCodeInvalidParameter, Code(Refresh("/docs/a", token, 0, lock)));
+    ASSERT_EQ(0u, Put("/docs/b", "x"));
+    EXPECT_EQ(kCodePreconditionFailed, Code(Refresh("/docs/b", token, kSecond, lock)));
+    EXPECT_EQ(kCodeNotFound, Code(Unlock("/docs/b", token))) << "a lock of something else";
     EXPECT_EQ(0u, Unlock("/docs/a", token));
 }
 

@@ -110,6 +110,9 @@ TEST_F(FileStoreProperties, ShortBuffersAreToldTheSizeAndLoseNothing)
     EXPECT_EQ(16u + 100 + 8, length);
     length = sizeof buffer;
     EXPECT_EQ(0u, resource->GetNextProperty(&length, record));
+    length = sizeof buffer;
+    EXPECT_EQ(kCodeNoMoreEntries, Code(resource->GetNextProperty(&length, record)));
+    EXPECT_EQ(0u, resource->GetFirstProperty(&length, record)) << "from the beginning";
 }
 
 TEST_F(FileStoreProperties, AMebibyteIsTheMost)
@@ -142,6 +145,16 @@ TEST_F(FileStoreProperties, StayWhenContentIsReplacedAndGoWithTheFile)
     EXPECT_TRUE(All("/docs/a").empty());
     EXPECT_EQ(0u, Opened("/docs/a")->GetLiveAttributes(&attributes));
     EXPECT_EQ(0u, attributes);
+    // Nor does one that a lock makes.
+    ASSERT_EQ(0u, Set("/docs/a", "p", "v"));
+    std::filesystem::remove(Docs() / "a");
+    Wstr path("/docs/a");
+    char token[64];
+    DAV_LOCK_TOKEN out{0, sizeof token, token};
+    ASSERT_EQ(0u,
+              Namespace()->Lock(session_, 0, -1, Exclusive, Write, &path, nullptr, &out, nullptr));
+    EXPECT_TRUE(All("/docs/a").empty());
+    EXPECT_EQ(0u, Namespace()->Unlock(session_, &path, &out));
 }
 
 TEST_F(FileStoreProperties, TheHiddenMarkIsSetListedAndCleared)

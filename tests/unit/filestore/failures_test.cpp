@@ -21,6 +21,7 @@ class FailingFileSystem final : public FileSystem {
     bool hasUnnamed = true; // files without a name
     int open = 0;
     bool hasFailed = false;
+    std::function<void()> onFailure; // what happens at that moment
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
@@ -138,6 +139,8 @@ class FailingFileSystem final : public FileSystem {
         if (failAt == 0 || --failAt != 0)
             return false;
         hasFailed = true;
+        if (onFailure)
+            onFailure();
         return true;
     }
     int Opened(int result)
@@ -305,6 +308,34 @@ TEST(FileSystemFailures, ALockThatFailsMakesNoFile)
                       EXPECT_EQ(Failed(status), !world.Has("new"));
                       EXPECT_EQ(Failed(status), Code(client.Put("/v/new", "x")) != kCodeLocked);
                   });
+}
+
+TEST(FileSystemFailures, ALockThatFailsLeavesWhatTookItsNameMeanwhile)
+{
+    for (const bool inPlace : {false, true}) {
+        int taken = 0;
+        for (int call = 1;; ++call) {
+            ASSERT_LT(call, 100);
+            World world;
+            const fs::path made = world.directory.Path() / "new";
+            world.failing->onFailure = [&] {
+                if (!fs::exists(made))
+                    return;
+                ++taken;
+                const fs::path other = inPlace ? made : world.directory.Path() / "other";
+                std::ofstream(other) << "theirs";
+                fs::rename(other, made);
+            };
+            world.failing->failAt = call;
+            std::string token;
+            const TALSTATUS status = Client(*world.store).Lock("/v/new", -1, &token);
+            if (!world.failing->hasFailed)
+                break;
+            EXPECT_TRUE(Failed(status)) << call;
+            EXPECT_EQ(fs::exists(made) ? "theirs" : "", Contents(made)) << call;
+        }
+        EXPECT_GT(taken, 0);
+    }
 }
 
 TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)

@@ -149,6 +149,23 @@ class Client {
         return status;
     }
 
+    TALSTATUS Unlock(const std::string& path, std::string token)
+    {
+        const auto size = static_cast<UINT16>(token.size());
+        DAV_LOCK_TOKEN given{size, size, token.data()};
+        return WithNamespace([&](auto& ns) { return ns.Unlock({}, Path(path).Get(), &given); });
+    }
+    TALSTATUS Refresh(const std::string& path, UINT64 timeout, std::string token)
+    {
+        const auto size = static_cast<UINT16>(token.size());
+        DAV_LOCK_TOKEN given{size, size, token.data()};
+        alignas(DAV_LOCK_2) char record[kLockRecordBytes];
+        return WithNamespace([&](auto& ns) {
+            return ns.LockRefresh({}, timeout, Path(path).Get(), &given,
+                                  reinterpret_cast<DAV_LOCK_2*>(record));
+        });
+    }
+
   private:
     template <class F> TALSTATUS WithNamespace(F&& call)
     {

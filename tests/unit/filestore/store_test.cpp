@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "providers/filestore/locks.h"
 #include "providers/filestore/purge.h"
 #include "tests/unit/filestore/scratch.h"
 
@@ -103,7 +104,13 @@ TEST(FileStoreClock, LocksExpireByThemselves)
     g_now += 99 * kSecond;
     EXPECT_EQ(kCodeLocked, Code(client.Lock("/v/a", 100 * kSecond, &other)));
     EXPECT_EQ(kCodeLocked, Code(client.Put("/v/a", "x")));
-    g_now += kSecond;
+    EXPECT_EQ(0u, client.Refresh("/v/a", 2 * kSecond, token));
+    g_now += 2 * kSecond - 1;
+    EXPECT_EQ(kCodeLocked, Code(client.Put("/v/a", "x")));
+    g_now += 1;
+    EXPECT_EQ(kCodePreconditionFailed, Code(client.Refresh("/v/a", kSecond, token)));
+    EXPECT_EQ(kCodeNotFound, Code(client.Unlock("/v/a", token)));
+    EXPECT_EQ(kCodeNotFound, Code(BreakLock(*store, token)));
     EXPECT_EQ(0u, client.Put("/v/a", "x"));
     EXPECT_EQ(0u, client.Lock("/v/a", -1, &other)); // no sweep came in between
     g_now += 365 * kDay;
