@@ -318,8 +318,10 @@ Connection::Step Connection::CallModule()
     if (request.method == KestMethodCopy || request.method == KestMethodMove)
         ClearMootOverwrite(request, front_);
     const CallScope scope(request);
-    (void)front_.module->RequestHandler(&request, request.admission.session,
-                                        request.method); // the reply says it all
+    do {
+        (void)front_.module->RequestHandler(&request, request.admission.session,
+                                            request.method); // the reply says it all
+    } while (request.MustAskAgain());
     return EndRequest();
 }
 

@@ -132,6 +132,15 @@ bool Admit(RequestIo& request, Front& front)
     return false;
 }
 
+void ReadRange(RequestIo& request)
+{
+    const std::string_view* found = request.FindRequestHeader("Range");
+    if (!found)
+        return;
+    const std::string_view range = *found;
+    request.range.Read(range, request.FindRequestHeader("If-Range"));
+}
+
 // What the host sees to before the module takes an admitted request. False when it has been
 // refused.
 bool Prepare(RequestIo& request, const Front& front, const Live& live)
@@ -143,6 +152,9 @@ bool Prepare(RequestIo& request, const Front& front, const Live& live)
     switch (request.method) {
     case KestMethodOptions:
         request.reply.SetHeader("MS-Author-Via", "DAV"); // Office saves nothing without it
+        break;
+    case KestMethodGet:
+        ReadRange(request);
         break;
     case KestMethodCopy:
     case KestMethodMove:

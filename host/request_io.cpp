@@ -129,6 +129,8 @@ void RequestIo::Reset() noexcept
     hostname.clear();
     port.clear();
     relocation = {};
+    range.Reset();
+    mustAskAgain_ = false;
     references_ = 1;
     failure_ = 0;
     customStatus_ = 0;
@@ -177,6 +179,41 @@ bool RequestIo::ApplyFailure()
         return false;
     const int status = static_cast<int>(MapTalStatusToHttpStatus(failure_));
     return reply.Replace(status >= 400 ? status : 500, {}, {});
+}
+
+// Fits the reply to the range that the client wants. False when the module has to be asked again.
+bool RequestIo::FitRange(HTTPSTATUS& status)
+{
+    const auto told = [this](std::string_view name) {
+        const std::string_view* value = reply.FindHeader(name);
+        return value ? *value : std::string_view();
+    };
+    constexpr size_t kMostDigitsOf32Bits = 9; // fewer than 2^32 bytes in any case
+    const std::string_view length = told("Content-Length");
+    if (range.IsWhole() && length.size() <= kMostDigitsOf32Bits)
+        return true;
+    switch (range.Judge({status, length, told("Content-Range"), told("Last-Modified")})) {
+    case RangeRequest::Verdict::Send:
+        break;
+    case RangeRequest::Verdict::SendPart:
+        reply.SetHeader("Content-Length", range.ContentLength());
+        reply.SetHeader("Content-Range", range.ContentRange());
+        break;
+    case RangeRequest::Verdict::SendWhole:
+        reply.RemoveHeader("Content-Range");
+        status = 200;
+        break;
+    case RangeRequest::Verdict::Unsatisfiable:
+        reply.SetHeader("Content-Length", "0");
+        reply.SetHeader("Content-Range", range.ContentRange());
+        status = 416;
+        break;
+    case RangeRequest::Verdict::AskAgain:
+        reply.RemoveHeader("Content-Length");
+        reply.RemoveHeader("Content-Range");
+        return false;
+    }
+    return true;
 }
 
 // The session's cookie is of no use to scripts. The module says so on its pages; elsewhere nobody
@@ -303,6 +340,9 @@ TALSTATUS RequestIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
     if (!name)
         return Failure(kCodeInvalidParameter);
     return Guarded([&] {
+        if (method == KestMethodGet && EqualsIgnoringCase(name, "Range"))
+            return range.ForModule().empty() ? Failure(kCodeNotFound)
+                                             : CopyOut(range.ForModule(), length, buffer);
         const std::string_view* value = FindRequestHeader(name);
         return value ? CopyOut(*value, length, buffer) : Failure(kCodeNotFound);
     });
@@ -359,6 +399,10 @@ TALSTATUS RequestIo::PutString(char* text)
 TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
 {
     return Guarded([&] {
+        if (method == KestMethodGet && !reply.HasBegun() && !FitRange(status)) {
+            mustAskAgain_ = true;
+            return Failure(kCodeUnsuccessful);
+        }
         SecureCookie();
         if (method == KestMethodGet || method == KestMethodPost)
             ConfineBrowser(reply);
@@ -408,9 +452,16 @@ TALSTATUS RequestIo::Write(UINT32 size, UINT8* data)
     if (size && !data)
         return Failure(kCodeInvalidParameter);
     return Guarded([&] {
+        if (mustAskAgain_)
+            return Failure(kCodeUnsuccessful);
         if (!reply.HasLeft())
             ApplyFailure();
-        return reply.Append(data, size) ? TAL_STATUS_SUCCESS : Failure(kCodeUnsuccessful);
+        bool isOver = false;
+        const std::string_view piece =
+            range.Cut({reinterpret_cast<const char*>(data), size}, isOver);
+        if (!reply.Append(piece.data(), piece.size()) || isOver)
+            return Failure(kCodeUnsuccessful);
+        return TAL_STATUS_SUCCESS;
     });
 }
 

@@ -5,9 +5,11 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "host/body.h"
 #include "host/buffer.h"
+#include "host/byte_range.h"
 #include "host/call_context.h"
 #include "host/doorkeeper.h"
 #include "host/head.h"
@@ -50,11 +52,14 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     std::string port;
     std::string realm;
     Relocation relocation;
+    RangeRequest range; // of a GET
     std::chrono::steady_clock::time_point start;
 
     // A header's value: lines of one name are joined. Null when there is none. Valid until the next
     // call. Throws std::bad_alloc.
     const std::string_view* FindRequestHeader(std::string_view name);
+    // After the handler: whether it has to run once more, as if it had not run. Tells it once.
+    bool MustAskAgain() noexcept { return std::exchange(mustAskAgain_, false); }
     // After the handler: custom error texts, failures that came late, and the end of the reply.
     // True when another request may follow.
     bool Finish();
@@ -98,10 +103,12 @@ class RequestIo final : public IKestIO_5, public RunningCall {
 
   private:
     bool ApplyFailure();
+    bool FitRange(HTTPSTATUS& status);
     void SecureCookie();
 
     UINT32 references_ = 1;
     TALSTATUS failure_ = 0; // reported late, 0 is none
+    bool mustAskAgain_ = false;
     int customStatus_ = 0;
     std::string_view customText_;
     std::vector<Field> joined_; // looked up before, or set by the handler

@@ -52,9 +52,30 @@ class Large(ServerCase):
             self.check(client.stdout)
         self.assertEqual(client.returncode, 0)
 
-        # Just below 2 GiB, as far as the numbers of a range reach.
-        first = (1 << 31) - CHUNK
-        reply = curl("-r", f"{first}-{first + 99}", self.docs("source.bin"))
-        self.assertEqual(reply.out, chunk(first // CHUNK)[:100])
+        for first in ((1 << 31) - CHUNK, 1 << 31, SIZE - CHUNK):
+            reply = curl("-r", f"{first}-{first + 99}", self.docs("source.bin"))
+            self.assertEqual(reply.out, chunk(first // CHUNK)[:100])
 
+        self.assertLess(self.server.memory_peak(), 64 * MIB)
+
+    def test_more_than_4_gib_down_whole_and_in_parts(self):
+        size = (4 << 30) + CHUNK
+        mark = b"the end"
+        with open(self.tree / "huge.bin", "wb") as out:
+            out.truncate(size - len(mark))
+            out.seek(0, os.SEEK_END)
+            out.write(mark)
+        with subprocess.Popen(["curl", "-sS", "-H", f"X-Test-Case: {current_case}",
+                               self.docs("huge.bin")], stdout=subprocess.PIPE) as client:
+            count, last = 0, b""
+            while part := client.stdout.read(CHUNK):
+                count, last = count + len(part), part
+        self.assertEqual((client.returncode, count), (0, size))
+        self.assertTrue(last.endswith(mark))
+        first = size - len(mark)
+        for text in (f"{first}-{size - 1}", f"-{len(mark)}"):
+            reply = curl("-r", text, self.docs("huge.bin"))
+            self.assertEqual((reply.code, reply.status, reply.out), (0, 206, mark), text)
+            self.assertEqual(reply.headers["content-range"], f"bytes {first}-{size - 1}/{size}")
+        self.assertEqual(curl("-I", self.docs("huge.bin")).headers["content-length"], str(size))
         self.assertLess(self.server.memory_peak(), 64 * MIB)
