@@ -29,7 +29,8 @@ class Installed(unittest.TestCase):
     def test_layout(self):
         for path in ("bin/kestd", "lib/kest/libtolm.so", "lib/kest/kestdav.so",
                      "lib/kest/filestore.so", "include/kest/dav.h", "share/kest/templates",
-                     "share/kest/wharf", "share/kest/examples/kestd.service"):
+                     "share/kest/wharf", "share/kest/examples/kestd.service",
+                     "share/doc/kest/operations.md"):
             self.assertTrue(os.path.exists(self.prefix / ("moved/" + path)), path)
 
     def test_nothing_leads_back_to_the_build_tree(self):

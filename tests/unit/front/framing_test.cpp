@@ -116,8 +116,9 @@ TEST(ChunkDecoder, RefusesWhatIsNotChunked)
 {
     for (const char* text :
          {"\r\n", "x\r\n", "-1\r\n", "+1\r\n", " 1\r\na\r\n", "1\na\r\n0\r\n\r\n", "1\r\nab\r\n",
-          "1\r\na\n0\r\n\r\n", "1\r\na\r0", "0\r\n\rx", "1000000000000000\r\n", "0x1\r\n",
-          "1;a\nb\r\n", "0\r\nA: b\nC\r\n\r\n", ";\r\n", "1;\x01\r\n"}) {
+          "1\r\na\n0\r\n\r\n", "1\r\na\r0", "0\r\n\rx", "1000000000000000\r\n",
+          "0000000000000001\r\na\r\n0\r\n\r\n", "0x1\r\n", "1;a\nb\r\n", "0\r\nA: b\nC\r\n\r\n",
+          ";\r\n", "1;\x01\r\n"}) {
         std::string body;
         size_t used = 0;
         EXPECT_FALSE(Decode(text, 1, 10, body, used)) << text;
