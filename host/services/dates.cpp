@@ -73,10 +73,23 @@ Moment MomentOf(uint64_t systemTime)
             static_cast<int>(rest / 60 % 60), static_cast<int>(rest % 60)};
 }
 
+// "00" to "99".
+struct TwoDigits {
+    char text[100][2] = {};
+
+    constexpr TwoDigits()
+    {
+        for (int i = 0; i < 100; ++i) {
+            text[i][0] = static_cast<char>('0' + i / 10);
+            text[i][1] = static_cast<char>('0' + i % 10);
+        }
+    }
+};
+constexpr TwoDigits kTwoDigits;
+
 void PutTwo(char* out, int value)
 {
-    out[0] = static_cast<char>('0' + value / 10);
-    out[1] = static_cast<char>('0' + value % 10);
+    std::memcpy(out, kTwoDigits.text[value], 2);
 }
 
 void PutFour(char* out, int64_t value)
@@ -85,13 +98,72 @@ void PutFour(char* out, int64_t value)
     PutTwo(out + 2, static_cast<int>(value % 100));
 }
 
-void PutTimeOfDay(char* out, const Moment& moment)
+void PutTimeOfDay(char* out, int second)
 {
-    PutTwo(out, moment.hour);
+    PutTwo(out, second / 3600);
     out[2] = ':';
-    PutTwo(out + 3, moment.minute);
+    PutTwo(out + 3, second / 60 % 60);
     out[5] = ':';
-    PutTwo(out + 6, moment.second);
+    PutTwo(out + 6, second % 60);
+}
+
+// The text of a date up to its time of day. Most members of a collection were made on few days, so
+// each thread keeps the last one of each form.
+template <size_t Size> struct DayText {
+    uint64_t day = std::numeric_limits<uint64_t>::max(); // since 1601; at first none
+    char text[Size];
+};
+
+constexpr uint64_t kUnitsPerDay = static_cast<uint64_t>(kSecondsPerDay * kUnitsPerSecond);
+
+int SecondOfDay(uint64_t systemTime)
+{
+    return static_cast<int>(systemTime % kUnitsPerDay / static_cast<uint64_t>(kUnitsPerSecond));
+}
+
+bool PutHttpDay(uint64_t systemTime, char* out)
+{
+    const Moment moment = MomentOf(systemTime);
+    if (moment.date.year > 9999)
+        return false;
+    std::memcpy(out, kDays[static_cast<size_t>(moment.weekday)], 3);
+    std::memcpy(out + 3, ", ", 2);
+    PutTwo(out + 5, moment.date.day);
+    out[7] = ' ';
+    std::memcpy(out + 8, kMonths[static_cast<size_t>(moment.date.month - 1)], 3);
+    out[11] = ' ';
+    PutFour(out + 12, moment.date.year);
+    out[16] = ' ';
+    return true;
+}
+
+bool PutIsoDay(uint64_t systemTime, char* out)
+{
+    const Moment moment = MomentOf(systemTime);
+    if (moment.date.year > 9999)
+        return false;
+    PutFour(out, moment.date.year);
+    out[4] = '-';
+    PutTwo(out + 5, moment.date.month);
+    out[7] = '-';
+    PutTwo(out + 8, moment.date.day);
+    out[10] = 'T';
+    return true;
+}
+
+// Writes the day and the time of day. `put` makes the text of a day that is not the last one.
+template <size_t Size, class PutDay>
+bool PutDate(uint64_t systemTime, DayText<Size>& last, PutDay put, char* out)
+{
+    const uint64_t day = systemTime / kUnitsPerDay;
+    if (day != last.day) {
+        if (!put(systemTime, last.text))
+            return false;
+        last.day = day;
+    }
+    std::memcpy(out, last.text, Size);
+    PutTimeOfDay(out + Size, SecondOfDay(systemTime));
+    return true;
 }
 
 // A reader of fixed forms: each step takes what it expects or fails for good.
@@ -197,34 +269,18 @@ bool AreInRange(const Fields& f)
 
 bool FormatHttpDate(uint64_t systemTime, char* out)
 {
-    const Moment moment = MomentOf(systemTime);
-    if (moment.date.year > 9999)
+    thread_local DayText<17> last;
+    if (!PutDate(systemTime, last, PutHttpDay, out))
         return false;
-    std::memcpy(out, kDays[static_cast<size_t>(moment.weekday)], 3);
-    std::memcpy(out + 3, ", ", 2);
-    PutTwo(out + 5, moment.date.day);
-    out[7] = ' ';
-    std::memcpy(out + 8, kMonths[static_cast<size_t>(moment.date.month - 1)], 3);
-    out[11] = ' ';
-    PutFour(out + 12, moment.date.year);
-    out[16] = ' ';
-    PutTimeOfDay(out + 17, moment);
     std::memcpy(out + 25, " GMT", 4);
     return true;
 }
 
 bool FormatIsoDate(uint64_t systemTime, char* out)
 {
-    const Moment moment = MomentOf(systemTime);
-    if (moment.date.year > 9999)
+    thread_local DayText<11> last;
+    if (!PutDate(systemTime, last, PutIsoDay, out))
         return false;
-    PutFour(out, moment.date.year);
-    out[4] = '-';
-    PutTwo(out + 5, moment.date.month);
-    out[7] = '-';
-    PutTwo(out + 8, moment.date.day);
-    out[10] = 'T';
-    PutTimeOfDay(out + 11, moment);
     out[19] = 'Z';
     return true;
 }

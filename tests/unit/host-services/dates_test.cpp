@@ -47,6 +47,35 @@ TEST(HttpDate, YearWithFiveDigits_IsRefused)
     EXPECT_FALSE(FormatIsoDate(UINT64_MAX, text.data()));
 }
 
+// Each thread keeps the text of the last day: it must not outlive the day.
+TEST(Dates, OfNeighbouringDaysAndBackAgain)
+{
+    struct Row {
+        int64_t unix;
+        const char* http;
+        const char* iso;
+    };
+    constexpr Row rows[] = {
+        {1582934399, "Fri, 28 Feb 2020 23:59:59 GMT", "2020-02-28T23:59:59Z"},
+        {1582934400, "Sat, 29 Feb 2020 00:00:00 GMT", "2020-02-29T00:00:00Z"},
+        {1583020799, "Sat, 29 Feb 2020 23:59:59 GMT", "2020-02-29T23:59:59Z"},
+        {1583020800, "Sun, 01 Mar 2020 00:00:00 GMT", "2020-03-01T00:00:00Z"},
+        {1582934399, "Fri, 28 Feb 2020 23:59:59 GMT", "2020-02-28T23:59:59Z"},
+    };
+    std::string refused(kHttpDateLength, '?');
+    for (const Row& row : rows) {
+        std::string http(kHttpDateLength, '?');
+        std::string iso(kIsoDateLength, '?');
+        EXPECT_TRUE(FormatHttpDate(At(row.unix), http.data()));
+        EXPECT_TRUE(FormatIsoDate(At(row.unix), iso.data()));
+        EXPECT_EQ(http, row.http);
+        EXPECT_EQ(iso, row.iso);
+        // Neither does one that has no text.
+        EXPECT_FALSE(FormatHttpDate(UINT64_MAX, refused.data()));
+        EXPECT_FALSE(FormatIsoDate(UINT64_MAX, refused.data()));
+    }
+}
+
 TEST(IsoDate, HasNoFractions)
 {
     std::string text(kIsoDateLength, '?');
