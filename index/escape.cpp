@@ -2,6 +2,7 @@
 #include "index/escape.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
@@ -114,22 +115,26 @@ TALSTATUS ConvertUTF8PathToUTF8EscapedUri(STRING* pPath, STRING* pUri)
     const UINT32 room = pUri->MaximumLength;
     char* const out = pUri->Buffer;
     UINT32 used = 0;
-    for (UINT32 i = 0; i < pPath->Length; ++i) {
-        const auto byte = static_cast<UINT8>(pPath->Buffer[i]);
-        if (kPathEscapes.escaped[byte]) {
-            if (used + 3 >= room)
-                return TAL_STATUS_BUFFER_TOO_SMALL;
-            out[used++] = '%';
-            out[used++] = kUpperHex[byte >> 4];
-            out[used++] = kUpperHex[byte & 0x0F];
-        } else {
-            if (used >= room)
-                return TAL_STATUS_BUFFER_TOO_SMALL;
-            out[used++] = static_cast<char>(byte);
-        }
+    const char* const end = pPath->Buffer + pPath->Length;
+    for (const char* at = pPath->Buffer;;) {
+        const char* const plain = at;
+        while (at != end && !kPathEscapes.escaped[static_cast<UINT8>(*at)])
+            ++at;
+        const auto length = static_cast<UINT32>(at - plain);
+        if (length >= room - used) // the last byte is for what follows, be it the terminator
+            return TAL_STATUS_BUFFER_TOO_SMALL;
+        if (length != 0)
+            std::memcpy(out + used, plain, length);
+        used += length;
+        if (at == end)
+            break;
+        if (used + 3 >= room)
+            return TAL_STATUS_BUFFER_TOO_SMALL;
+        const auto byte = static_cast<UINT8>(*at++);
+        out[used++] = '%';
+        out[used++] = kUpperHex[byte >> 4];
+        out[used++] = kUpperHex[byte & 0x0F];
     }
-    if (used >= room)
-        return TAL_STATUS_BUFFER_TOO_SMALL;
     out[used] = 0;
     pUri->Length = static_cast<UINT16>(used);
     return TAL_STATUS_SUCCESS;
@@ -141,6 +146,11 @@ INT32 U64ToAscii(UINT64 Value, UINT32 Base, char* pBuffer)
     if (Base < 2) { // no such numbers
         *end = 0;
         return 0;
+    }
+    if (Base == 10) { // the usual one, without a division by a variable for each digit
+        end = std::to_chars(pBuffer, pBuffer + kU64Digits - 1, Value).ptr;
+        *end = 0;
+        return static_cast<INT32>(end - pBuffer);
     }
     do {
         *end++ = static_cast<char>('0' + Value % Base);
