@@ -12,6 +12,7 @@ namespace filestore {
 
 namespace {
 
+constexpr size_t kNamesAhead = 4; // that are fetched before their turn comes
 constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
 
 // Takes the names that are served.
@@ -180,9 +181,8 @@ bool FileCollection::InspectChild(const char* name, FileInfo* info) const
 TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     for (; next_ < names_->Count(); ++next_) {
-        const std::string_view name = names_->At(next_);
-        WCHAR wide[kMaxNameBytes];
-        const size_t units = names_->WideAt(next_, wide);
+        names_->Expect(next_ + kNamesAhead);
+        const size_t units = names_->UnitsAt(next_);
         constexpr size_t kHead = offsetof(DAV_COMMON_ENUM, DisplayName);
         const auto needed =
             static_cast<UINT32>(std::max(kHead + units * sizeof(WCHAR), sizeof(DAV_COMMON_ENUM)));
@@ -190,10 +190,10 @@ TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
             *size = needed;
             return Failure(kCodeBufferTooSmall);
         }
-        if (!Describe(name.data(), buffer))
+        if (!Describe(names_->At(next_).data(), buffer))
             continue;
         buffer->DisplayNameLength = static_cast<UINT32>(units * sizeof(WCHAR));
-        std::memcpy(reinterpret_cast<char*>(buffer) + kHead, wide, units * sizeof(WCHAR));
+        names_->WideAt(next_, reinterpret_cast<WCHAR*>(reinterpret_cast<char*>(buffer) + kHead));
         *size = needed;
         ++next_;
         return TAL_STATUS_SUCCESS;

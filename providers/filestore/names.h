@@ -94,8 +94,15 @@ class NameList {
         return {arena_.data() + e.offset, e.length};
     }
 
-    // The same as UTF-16; `out` holds kMaxNameBytes units. The number of units.
-    size_t WideAt(size_t index, WCHAR* out) const;
+    // The same as UTF-16: how many units it has, and the units themselves.
+    size_t UnitsAt(size_t index) const;
+    void WideAt(size_t index, WCHAR* out) const;
+    // The name will be asked for soon. Sorted names lie scattered in memory.
+    void Expect(size_t index) const
+    {
+        if (index < entries_.size())
+            __builtin_prefetch(arena_.data() + entries_[index].offset);
+    }
 
   private:
     struct Entry {
@@ -106,6 +113,8 @@ class NameList {
     };
     bool Less(const Entry& a, const Entry& b) const;
     size_t SharedPrefix() const;
+    void SetKeys();
+    void SortByKeys();
 
     UpperCase upper_;
     std::vector<char> arena_;

@@ -384,7 +384,7 @@ class PosixFileSystem final : public FileSystem {
     }
     static int ListEntries(int fd, NameSink& sink)
     {
-        alignas(dirent64) char buffer[32768];
+        alignas(dirent64) char buffer[65536];
         for (;;) {
             const ssize_t bytes = ::getdents64(fd, buffer, sizeof buffer);
             if (bytes <= 0)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/names.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include <gtest/gtest.h>
@@ -70,6 +71,27 @@ TEST(Names, OnlyNamesThatCanBeSentAreServed)
         EXPECT_FALSE(IsServableName(name)) << name;
 }
 
+// Plain names are looked at eight bytes at a time: no length and no place hides anything.
+TEST(Names, WhatCannotBeSentIsFoundAnywhereInAName)
+{
+    for (size_t length = 1; length <= 33; ++length) {
+        for (int c = 0x20; c < 0x7F; ++c)
+            EXPECT_EQ(c != '/' && (length > 2 || c != '.'),
+                      IsServableName(std::string(length, static_cast<char>(c))))
+                << length << " of " << c;
+        for (size_t at = 0; at < length; ++at) {
+            for (const char bad : {'\0', '\x01', '\x1f', '/', '\x7f', '\x80', '\xff'}) {
+                std::string name(length, '0'); // the next above "/", which borrows
+                name[at] = bad;
+                EXPECT_FALSE(IsServableName(name)) << length << ", " << at << ": " << int{bad};
+            }
+            EXPECT_TRUE(
+                IsServableName(std::string(at, '~') + "\xc3\xa4" + std::string(length - at, ' ')))
+                << length << ", " << at;
+        }
+    }
+}
+
 TEST(Names, ComponentsAreJoinedWithoutEmptyOnes)
 {
     PathBuffer path;
@@ -134,6 +156,57 @@ TEST(NameList, LongSharedBeginningsDoNotHideTheDifference)
     EXPECT_EQ(prefix + "-123456789", names.At(2));
     EXPECT_EQ(prefix + "-123456789-A", names.At(3));
     EXPECT_EQ(prefix + "-123456789-b", names.At(4));
+}
+
+// Whatever way is taken for long lists, the order is the same.
+TEST(NameList, ManyNamesComeInTheSameOrderAsFew)
+{
+    UINT32 random = 1;
+    const auto draw = [&](UINT32 below) {
+        random = random * 1664525 + 1013904223;
+        return (random >> 8) % below;
+    };
+    for (const bool foreign : {false, true}) {
+        std::vector<std::string> wanted;
+        NameList names(AsciiUpperUnits);
+        for (int i = 0; i < 3000; ++i) {
+            std::string name = "Doc-";
+            for (UINT32 k = draw(14); k > 0; --k)
+                name += "aAbB_{"[draw(6)];
+            wanted.push_back(name);
+        }
+        if (foreign)
+            wanted.push_back("Doc-\xc3\xa4");
+        for (const std::string& name : wanted)
+            names.Add(name);
+        names.Sort();
+        const auto upper = [](std::string text) {
+            for (char& c : text)
+                c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+            return text;
+        };
+        std::sort(wanted.begin(), wanted.end(), [&](const std::string& a, const std::string& b) {
+            return upper(a) != upper(b) ? upper(a) < upper(b) : a < b;
+        });
+        ASSERT_EQ(wanted.size(), names.Count());
+        for (size_t i = 0; i < wanted.size(); ++i)
+            ASSERT_EQ(wanted[i], names.At(i)) << i;
+    }
+}
+
+TEST(NameList, NamesAreToldInUtf16)
+{
+    NameList names(AsciiUpperUnits);
+    const std::u16string wide[] = {u"plain", u"\u00e4\u65e5 x", u"\U0001f600z"};
+    for (const char* name : {"plain", "\xc3\xa4\xe6\x97\xa5 x", "\xf0\x9f\x98\x80z"})
+        names.Add(name);
+    for (size_t i = 0; i < std::size(wide); ++i) {
+        ASSERT_EQ(wide[i].size(), names.UnitsAt(i)) << i;
+        std::u16string text(wide[i].size(), u'?');
+        names.WideAt(i, text.data());
+        EXPECT_TRUE(wide[i] == text) << i;
+    }
+    names.Expect(3); // one behind the last is none
 }
 
 TEST(Failures, ErrorsOfTheSystemBecomeCodes)
