@@ -212,7 +212,8 @@ Query& Query::Bind(INT64 number)
 
 bool Query::Step()
 {
-    result_ = statement_ ? sqlite3_step(statement_) : SQLITE_ERROR;
+    if (statement_)
+        result_ = sqlite3_step(statement_);
     return result_ == SQLITE_ROW;
 }
 

@@ -92,7 +92,11 @@ int PrepareSchema(Database& db);
 // One run of a prepared statement; resets it on scope end. Texts that are bound must outlive it.
 class Query {
   public:
-    Query(Database& db, Sql which) : statement_(db.Statement(which)) {}
+    // Without a connection every run fails for lack of resources.
+    Query(Database* db, Sql which)
+        : statement_(db ? db->Statement(which) : nullptr), result_(db ? SQLITE_ERROR : SQLITE_NOMEM)
+    {
+    }
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
     ~Query();
@@ -113,7 +117,7 @@ class Query {
   private:
     sqlite3_stmt* statement_;
     int next_ = 1;
-    int result_ = 0;
+    int result_;
 };
 
 } // namespace filestore

@@ -82,6 +82,7 @@ class SqliteMetadata final : public Metadata {
     std::unique_ptr<Database> Take(); // null when a connection cannot be opened
     void GiveBack(std::unique_ptr<Database> db);
     std::mutex& Writers() { return writers_; }
+    Database* Writer(); // the same; the caller holds Writers() for as long as it uses it
     SharedState& State() { return state_; }
     void Recount(Database& db);
 
@@ -94,31 +95,35 @@ class SqliteMetadata final : public Metadata {
     // Changes of this process queue here: the database's own queue between connections sleeps
     // and tries again, which costs milliseconds where this costs nothing.
     std::mutex writers_;
+    // The connection that they use, one and the same: what it has read stays good from change to
+    // change, and connections of one process do not get in each other's way.
+    std::unique_ptr<Database> writer_;
 };
 
 class SqliteSession final : public MetadataSession {
   public:
-    SqliteSession(SqliteMetadata& owner, std::unique_ptr<Database> db)
-        : owner_(owner), db_(std::move(db)), writer_(owner.Writers(), std::defer_lock)
+    explicit SqliteSession(SqliteMetadata& owner)
+        : owner_(owner), writer_(owner.Writers(), std::defer_lock)
     {
     }
     ~SqliteSession() override
     {
         Rollback();
-        owner_.GiveBack(std::move(db_));
+        if (reader_)
+            owner_.GiveBack(std::move(reader_));
     }
 
     TALSTATUS Begin() override
     {
         writer_.lock();
-        const TALSTATUS status = Query(*db_, Sql::Begin).Run();
+        const TALSTATUS status = Query(Db(), Sql::Begin).Run();
         if (Failed(status))
             writer_.unlock();
         return status;
     }
     TALSTATUS Commit() override
     {
-        const TALSTATUS status = Query(*db_, Sql::Commit).Run();
+        const TALSTATUS status = Query(Db(), Sql::Commit).Run();
         if (Failed(status))
             Rollback();
         else
@@ -129,7 +134,7 @@ class SqliteSession final : public MetadataSession {
     {
         if (!writer_.owns_lock())
             return;
-        (void)Query(*db_, Sql::Rollback).Run(); // fails where a failed commit did it already
+        (void)Query(Db(), Sql::Rollback).Run(); // fails where a failed commit did it already
         writer_.unlock();
     }
 
@@ -139,7 +144,7 @@ class SqliteSession final : public MetadataSession {
             // Only a name without a prefix is looked for behind other prefixes.
             if (which == Sql::GetPropertyByLocalName && name.find(':') != name.npos)
                 break;
-            Query query(*db_, which);
+            Query query(Db(), which);
             if (query.Bind(path).Bind(name).Step()) {
                 *value = query.Text(0);
                 return TAL_STATUS_SUCCESS;
@@ -151,7 +156,7 @@ class SqliteSession final : public MetadataSession {
     }
     TALSTATUS NextProperty(std::string_view path, INT64 order, Property* out) override
     {
-        Query query(*db_, Sql::NextProperty);
+        Query query(Db(), Sql::NextProperty);
         if (!query.Bind(path).Bind(order).Step())
             return End(query, kCodeNoMoreEntries);
         out->order = query.Number(0);
@@ -164,16 +169,16 @@ class SqliteSession final : public MetadataSession {
     {
         return Change([&] {
             owner_.State().Set(kHasProperties);
-            return Query(*db_, Sql::SetProperty).Bind(path).Bind(name).BindBlob(value).Run();
+            return Query(Db(), Sql::SetProperty).Bind(path).Bind(name).BindBlob(value).Run();
         });
     }
     TALSTATUS RemoveProperty(std::string_view path, std::string_view name) override
     {
-        return Change([&] { return Query(*db_, Sql::RemoveProperty).Bind(path).Bind(name).Run(); });
+        return Change([&] { return Query(Db(), Sql::RemoveProperty).Bind(path).Bind(name).Run(); });
     }
     TALSTATUS IsHidden(std::string_view path, bool* out) override
     {
-        Query query(*db_, Sql::IsHidden);
+        Query query(Db(), Sql::IsHidden);
         *out = query.Bind(ParentOf(path)).Bind(LeafOf(path)).Step();
         return query.Status();
     }
@@ -182,7 +187,7 @@ class SqliteSession final : public MetadataSession {
         return Change([&] {
             if (on)
                 owner_.State().Set(kHasProperties);
-            return Query(*db_, on ? Sql::AddHidden : Sql::RemoveHidden)
+            return Query(Db(), on ? Sql::AddHidden : Sql::RemoveHidden)
                 .Bind(ParentOf(path))
                 .Bind(LeafOf(path))
                 .Run();
@@ -191,7 +196,7 @@ class SqliteSession final : public MetadataSession {
     TALSTATUS HiddenChildren(std::string_view parent,
                              std::unordered_set<std::string>* names) override
     {
-        Query query(*db_, Sql::HiddenChildren);
+        Query query(Db(), Sql::HiddenChildren);
         query.Bind(parent);
         while (query.Step())
             names->emplace(query.Text(0));
@@ -200,22 +205,24 @@ class SqliteSession final : public MetadataSession {
 
     TALSTATUS HasAny(std::string_view tree, bool* out) override
     {
-        Query props(*db_, Sql::AnyProperty), hidden(*db_, Sql::AnyHidden),
-            deleted(*db_, Sql::AnyDeleted);
-        *out = props.Bind(tree).Step() ||
-               hidden.Bind(tree).Bind(ParentOf(tree)).Bind(LeafOf(tree)).Step() ||
-               deleted.Bind(tree).Step();
-        for (const Query* query : {&props, &hidden, &deleted})
-            if (Failed(query->Status()))
-                return query->Status();
-        return TAL_STATUS_SUCCESS;
+        *out = false;
+        TALSTATUS status = TAL_STATUS_SUCCESS;
+        if (owner_.MayHaveDeleted())
+            status = Exists(Query(Db(), Sql::AnyDeleted).Bind(tree), out);
+        if (Failed(status) || *out || !owner_.MayHaveProperties())
+            return status;
+        status = Exists(Query(Db(), Sql::AnyProperty).Bind(tree), out);
+        if (Failed(status) || *out)
+            return status;
+        return Exists(
+            Query(Db(), Sql::AnyHidden).Bind(tree).Bind(ParentOf(tree)).Bind(LeafOf(tree)), out);
     }
     TALSTATUS RenameTree(std::string_view from, std::string_view to) override
     {
         return Change([&] {
-            TALSTATUS status = Query(*db_, Sql::RenameProperties).Bind(from).Bind(to).Run();
+            TALSTATUS status = Query(Db(), Sql::RenameProperties).Bind(from).Bind(to).Run();
             if (!Failed(status))
-                status = Query(*db_, Sql::RenameHiddenSelf)
+                status = Query(Db(), Sql::RenameHiddenSelf)
                              .Bind(ParentOf(from))
                              .Bind(LeafOf(from))
                              .Bind(ParentOf(to))
@@ -223,21 +230,21 @@ class SqliteSession final : public MetadataSession {
                              .Run();
             for (const Sql which : {Sql::RenameHiddenBelow, Sql::RenameDeleted})
                 if (!Failed(status))
-                    status = Query(*db_, which).Bind(from).Bind(to).Run();
+                    status = Query(Db(), which).Bind(from).Bind(to).Run();
             return status;
         });
     }
     TALSTATUS ForgetTree(std::string_view tree) override
     {
         return Change([&] {
-            TALSTATUS status = Query(*db_, Sql::ForgetProperties).Bind(tree).Run();
+            TALSTATUS status = Query(Db(), Sql::ForgetProperties).Bind(tree).Run();
             if (!Failed(status))
-                status = Query(*db_, Sql::ForgetHiddenSelf)
+                status = Query(Db(), Sql::ForgetHiddenSelf)
                              .Bind(ParentOf(tree))
                              .Bind(LeafOf(tree))
                              .Run();
             if (!Failed(status))
-                status = Query(*db_, Sql::ForgetHiddenBelow).Bind(tree).Run();
+                status = Query(Db(), Sql::ForgetHiddenBelow).Bind(tree).Run();
             return status;
         });
     }
@@ -246,7 +253,7 @@ class SqliteSession final : public MetadataSession {
                const std::function<TALSTATUS(std::string_view, const Property*)>& each) override
     {
         Property property;
-        Query props(*db_, Sql::ExportProperties);
+        Query props(Db(), Sql::ExportProperties);
         props.Bind(from).Bind(INT64{deep});
         while (props.Step()) {
             property.name = props.Text(1);
@@ -264,7 +271,7 @@ class SqliteSession final : public MetadataSession {
                 return status;
         if (!deep)
             return TAL_STATUS_SUCCESS;
-        Query below(*db_, Sql::ExportHiddenBelow);
+        Query below(Db(), Sql::ExportHiddenBelow);
         below.Bind(from);
         while (below.Step()) {
             const std::string path = std::string(below.Text(0)) + "/" + std::string(below.Text(1));
@@ -278,50 +285,50 @@ class SqliteSession final : public MetadataSession {
     {
         return Change([&] {
             owner_.State().Set(kHasDeleted);
-            const TALSTATUS status = Query(*db_, Sql::AddDeleted)
+            const TALSTATUS status = Query(Db(), Sql::AddDeleted)
                                          .Bind(entry->parent)
                                          .Bind(entry->name)
                                          .Bind(static_cast<INT64>(entry->time))
                                          .Run();
-            entry->id = db_->LastId();
+            entry->id = Db()->LastId();
             return status;
         });
     }
     TALSTATUS FindDeleted(INT64 id, DeletedEntry* out) override
     {
-        Query query(*db_, Sql::FindDeleted);
+        Query query(Db(), Sql::FindDeleted);
         return ReadDeleted(query.Bind(id), kCodeNotFound, out);
     }
     TALSTATUS RemoveDeleted(INT64 id) override
     {
-        return Change([&] { return Query(*db_, Sql::RemoveDeleted).Bind(id).Run(); });
+        return Change([&] { return Query(Db(), Sql::RemoveDeleted).Bind(id).Run(); });
     }
     TALSTATUS NextDeleted(std::string_view parent, INT64 afterId, DeletedEntry* out) override
     {
-        Query query(*db_, Sql::NextDeleted);
+        Query query(Db(), Sql::NextDeleted);
         return ReadDeleted(query.Bind(parent).Bind(afterId), kCodeNoMoreEntries, out);
     }
     TALSTATUS NextExpired(UINT64 time, INT64 afterId, DeletedEntry* out) override
     {
-        Query query(*db_, Sql::NextExpired);
+        Query query(Db(), Sql::NextExpired);
         return ReadDeleted(query.Bind(static_cast<INT64>(time)).Bind(afterId), kCodeNoMoreEntries,
                            out);
     }
 
     TALSTATUS LocksAt(std::string_view path, UINT64 now, std::vector<LockRecord>* out) override
     {
-        Query query(*db_, Sql::LocksAt);
+        Query query(Db(), Sql::LocksAt);
         return ReadLocks(query.Bind(path).Bind(static_cast<INT64>(now)), out);
     }
     TALSTATUS LocksWithin(std::string_view tree, UINT64 now, std::vector<LockRecord>* out) override
     {
-        Query query(*db_, tree.empty() ? Sql::AllLocks : Sql::LocksWithin);
+        Query query(Db(), tree.empty() ? Sql::AllLocks : Sql::LocksWithin);
         return ReadLocks(query.Bind(tree).Bind(static_cast<INT64>(now)), out);
     }
     TALSTATUS FindLock(std::string_view token, UINT64 now, LockRecord* out) override
     {
         std::vector<LockRecord> found;
-        Query query(*db_, Sql::FindLock);
+        Query query(Db(), Sql::FindLock);
         const TALSTATUS status = ReadLocks(query.Bind(token).Bind(static_cast<INT64>(now)), &found);
         if (Failed(status) || found.empty())
             return Failed(status) ? status : Failure(kCodeNotFound);
@@ -332,7 +339,7 @@ class SqliteSession final : public MetadataSession {
     {
         return Change([&] {
             owner_.State().Set(kHasLocks);
-            return Query(*db_, Sql::AddLock)
+            return Query(Db(), Sql::AddLock)
                 .Bind(lock.token)
                 .Bind(lock.path)
                 .Bind(INT64{lock.scope})
@@ -347,7 +354,7 @@ class SqliteSession final : public MetadataSession {
     TALSTATUS SetLockExpiry(std::string_view token, UINT64 expires) override
     {
         return Change([&] {
-            return Query(*db_, Sql::SetLockExpiry)
+            return Query(Db(), Sql::SetLockExpiry)
                 .Bind(token)
                 .Bind(static_cast<INT64>(expires))
                 .Run();
@@ -355,38 +362,38 @@ class SqliteSession final : public MetadataSession {
     }
     TALSTATUS RemoveLock(std::string_view token) override
     {
-        return Change([&] { return Query(*db_, Sql::RemoveLock).Bind(token).Run(); });
+        return Change([&] { return Query(Db(), Sql::RemoveLock).Bind(token).Run(); });
     }
     TALSTATUS RemoveLocksWithin(std::string_view tree) override
     {
-        return Change([&] { return Query(*db_, Sql::RemoveLocksWithin).Bind(tree).Run(); });
+        return Change([&] { return Query(Db(), Sql::RemoveLocksWithin).Bind(tree).Run(); });
     }
     TALSTATUS RemoveExpiredLocks(UINT64 now) override
     {
         return Change([&] {
-            return Query(*db_, Sql::RemoveExpiredLocks).Bind(static_cast<INT64>(now)).Run();
+            return Query(Db(), Sql::RemoveExpiredLocks).Bind(static_cast<INT64>(now)).Run();
         });
     }
 
     TALSTATUS AddIntent(RenameIntent* intent) override
     {
         return Change([&] {
-            const TALSTATUS status = Query(*db_, Sql::AddIntent)
+            const TALSTATUS status = Query(Db(), Sql::AddIntent)
                                          .Bind(intent->owner)
                                          .Bind(intent->from)
                                          .Bind(intent->to)
                                          .Run();
-            intent->id = db_->LastId();
+            intent->id = Db()->LastId();
             return status;
         });
     }
     TALSTATUS RemoveIntent(INT64 id) override
     {
-        return Change([&] { return Query(*db_, Sql::RemoveIntent).Bind(id).Run(); });
+        return Change([&] { return Query(Db(), Sql::RemoveIntent).Bind(id).Run(); });
     }
     TALSTATUS Intents(std::vector<RenameIntent>* out) override
     {
-        Query query(*db_, Sql::Intents);
+        Query query(Db(), Sql::Intents);
         while (query.Step())
             out->push_back({query.Number(0), std::string(query.Text(1)), std::string(query.Text(2)),
                             std::string(query.Text(3))});
@@ -407,6 +414,11 @@ class SqliteSession final : public MetadataSession {
             return Commit();
         Rollback();
         return status;
+    }
+    static TALSTATUS Exists(Query& query, bool* out)
+    {
+        *out = query.Step();
+        return query.Status();
     }
     static TALSTATUS End(const Query& query, UINT16 code)
     {
@@ -439,8 +451,18 @@ class SqliteSession final : public MetadataSession {
         return query.Status();
     }
 
+    // The connection to use now; null when there is none to be had.
+    Database* Db()
+    {
+        if (writer_.owns_lock())
+            return owner_.Writer();
+        if (!reader_)
+            reader_ = owner_.Take();
+        return reader_.get();
+    }
+
     SqliteMetadata& owner_;
-    std::unique_ptr<Database> db_;
+    std::unique_ptr<Database> reader_;    // from the first use outside a change
     std::unique_lock<std::mutex> writer_; // held from Begin to Commit
 };
 
@@ -472,7 +494,7 @@ int SqliteMetadata::Prepare(const std::string& directory, bool durable, std::str
 void SqliteMetadata::Recount(Database& db)
 {
     const std::lock_guard writer(writers_);
-    if (Failed(Query(db, Sql::Begin).Run()))
+    if (Failed(Query(&db, Sql::Begin).Run()))
         return; // bits that stay set cost time only
     const std::pair<UINT32, Sql> tables[] = {{kHasLocks, Sql::CountLocks},
                                              {kHasDeleted, Sql::CountDeleted},
@@ -481,7 +503,7 @@ void SqliteMetadata::Recount(Database& db)
     UINT32 present = 0;
     bool known = true;
     for (const auto& [bit, which] : tables) {
-        Query query(db, which);
+        Query query(&db, which);
         if (query.Step())
             present |= bit;
         known = known && !Failed(query.Status());
@@ -491,7 +513,7 @@ void SqliteMetadata::Recount(Database& db)
     state_.Set(kHasProperties & present);
     if (known)
         state_.Clear(~present);
-    (void)Query(db, Sql::Rollback).Run(); // nothing was changed
+    (void)Query(&db, Sql::Rollback).Run(); // nothing was changed
 }
 
 void SqliteMetadata::Tidy()
@@ -516,6 +538,13 @@ std::unique_ptr<Database> SqliteMetadata::Take()
     return db->Open(path_.c_str(), durable_) == SQLITE_OK ? std::move(db) : nullptr;
 }
 
+Database* SqliteMetadata::Writer()
+{
+    if (!writer_)
+        writer_ = Take();
+    return writer_.get();
+}
+
 void SqliteMetadata::GiveBack(std::unique_ptr<Database> db)
 {
     constexpr size_t kKept = 16; // as many as threads that are busy with metadata at once
@@ -526,10 +555,7 @@ void SqliteMetadata::GiveBack(std::unique_ptr<Database> db)
 
 TALSTATUS SqliteMetadata::Open(std::unique_ptr<MetadataSession>* out)
 {
-    std::unique_ptr<Database> db = Take();
-    if (!db)
-        return Failure(kCodeInsufficientResources);
-    *out = std::make_unique<SqliteSession>(*this, std::move(db));
+    *out = std::make_unique<SqliteSession>(*this);
     return TAL_STATUS_SUCCESS;
 }
 

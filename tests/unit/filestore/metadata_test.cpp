@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Sessions of the metadata: what they see of each other's changes, and many at once.
+#include <thread>
+
+#include "tests/unit/filestore/scratch.h"
+
+using namespace filestore;
+
+namespace {
+
+struct World {
+    World() : store(MakeStore(directory.Path())) {}
+    std::unique_ptr<MetadataSession> Session()
+    {
+        std::unique_ptr<MetadataSession> out;
+        EXPECT_EQ(0u, store->Volumes()[0]->Meta()->Open(&out));
+        return out;
+    }
+    static std::string Read(MetadataSession& session, const char* path)
+    {
+        std::string value;
+        return Failed(session.GetProperty(path, "p", &value)) ? "(none)" : value;
+    }
+
+    TempDirectory directory;
+    std::unique_ptr<Store> store;
+};
+
+} // namespace
+
+TEST(MetadataSessions, SeeTheirOwnChangesAtOnceAndOthersWhenTheyAreCommitted)
+{
+    World world;
+    const auto writer = world.Session(), reader = world.Session();
+    ASSERT_EQ(0u, writer->SetProperty("a", "p", "old"));
+    EXPECT_EQ("old", World::Read(*writer, "a"));
+    ASSERT_EQ(0u, writer->Begin());
+    ASSERT_EQ(0u, writer->SetProperty("a", "p", "new"));
+    EXPECT_EQ("new", World::Read(*writer, "a"));
+    EXPECT_EQ("old", World::Read(*reader, "a"));
+    ASSERT_EQ(0u, writer->Commit());
+    EXPECT_EQ("new", World::Read(*reader, "a"));
+    EXPECT_EQ("new", World::Read(*writer, "a"));
+}
+
+TEST(MetadataSessions, LeaveNothingOfWhatTheyTakeBack)
+{
+    World world;
+    {
+        const auto session = world.Session();
+        ASSERT_EQ(0u, session->Begin());
+        ASSERT_EQ(0u, session->SetProperty("a", "p", "new"));
+        session->Rollback();
+        EXPECT_EQ("(none)", World::Read(*session, "a"));
+        ASSERT_EQ(0u, session->Begin());
+        ASSERT_EQ(0u, session->SetProperty("b", "p", "new"));
+    }
+    const auto session = world.Session();
+    EXPECT_EQ("(none)", World::Read(*session, "b"));
+    EXPECT_EQ(0u, session->SetProperty("c", "p", "others go on"));
+}
+
+TEST(MetadataSessions, FindWhatATreeHolds)
+{
+    World world;
+    const auto session = world.Session();
+    const auto has = [&](const char* tree) {
+        bool any = true;
+        EXPECT_EQ(0u, session->HasAny(tree, &any));
+        return any;
+    };
+    EXPECT_FALSE(has("a"));
+    DeletedEntry entry{0, "a/b", "gone", 1};
+    ASSERT_EQ(0u, session->AddDeleted(&entry));
+    EXPECT_TRUE(has("a"));
+    EXPECT_TRUE(has("a/b"));
+    EXPECT_FALSE(has("a/b/gone"));
+    EXPECT_FALSE(has("a/c"));
+    ASSERT_EQ(0u, session->SetProperty("c/d", "p", "v"));
+    ASSERT_EQ(0u, session->SetHidden("e/f", true));
+    EXPECT_TRUE(has("c"));
+    EXPECT_TRUE(has("e"));
+    EXPECT_TRUE(has("e/f"));
+    EXPECT_FALSE(has("c-"));
+    EXPECT_FALSE(has("g"));
+}
+
+TEST(MetadataSessions, OfManyThreadsLoseNothing)
+{
+    constexpr int kThreads = 8, kRounds = 25;
+    World world;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&world, t] {
+            Client client(*world.store);
+            for (int i = 0; i < kRounds; ++i) {
+                const std::string name = "/v/" + std::to_string(t) + "-" + std::to_string(i);
+                EXPECT_EQ(0u, client.Put(name, name));
+                EXPECT_EQ(0u, client.SetProperty(name, "p", name));
+                EXPECT_EQ(0u, client.Move(name, name + "-moved"));
+                EXPECT_EQ(name, client.Property(name + "-moved", "p"));
+                if (i % 2 == 0) {
+                    EXPECT_EQ(0u, client.Delete(name + "-moved"));
+                }
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    const auto session = world.Session();
+    DeletedEntry entry;
+    int kept = 0;
+    for (; !Failed(session->NextDeleted("", entry.id, &entry)); ++kept)
+        EXPECT_EQ("/v/" + entry.name.substr(0, entry.name.find("-moved")),
+                  World::Read(*session, (".kest/deleted/" + std::to_string(entry.id)).c_str()));
+    EXPECT_EQ(kThreads * ((kRounds + 1) / 2), kept);
+    std::vector<RenameIntent> intents;
+    ASSERT_EQ(0u, session->Intents(&intents));
+    EXPECT_TRUE(intents.empty());
+}
