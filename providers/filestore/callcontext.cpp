@@ -21,19 +21,6 @@ IKestCallContext* Context()
     return context;
 }
 
-std::string Narrow(const UNICODE_STRING* text)
-{
-    if (!text || !text->Buffer)
-        return {};
-    const size_t units = text->Length / sizeof(WCHAR);
-    std::string out(units * 3, '\0');
-    size_t used = 0;
-    if (!ToUtf8(text->Buffer, units, out.data(), out.size(), &used))
-        return {};
-    out.resize(used);
-    return out;
-}
-
 void TrimSlash(std::string* path)
 {
     while (path->ends_with('/'))
@@ -121,7 +108,7 @@ std::string Path()
     IKestIO_5* const request = Request();
     if (!request || Failed(request->GetUrl(nullptr, &url)))
         return {};
-    std::string path = Narrow(url);
+    std::string path = Utf8Of(url);
     TrimSlash(&path);
     return path;
 }
@@ -145,10 +132,10 @@ bool IsAboutToCreate(std::string_view path)
     }
     case KestMethodCopy:
         return !Failed(request->GetCopyInfo(&overwrite, &depth, &destination)) &&
-               EndsWithEscaped(Narrow(destination), path);
+               EndsWithEscaped(Utf8Of(destination), path);
     case KestMethodMove:
         return !Failed(request->GetMoveInfo(&overwrite, &destination)) &&
-               EndsWithEscaped(Narrow(destination), path);
+               EndsWithEscaped(Utf8Of(destination), path);
     default:
         return false;
     }

@@ -10,6 +10,7 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/ifheader.h"
+#include "providers/filestore/names.h"
 #include "providers/filestore/node.h"
 
 namespace filestore {
@@ -58,17 +59,6 @@ class ResourceState final : public IfState {
     const std::string_view location_;
 };
 
-std::string Narrow(const UNICODE_STRING* text)
-{
-    const size_t units = text && text->Buffer ? text->Length / sizeof(WCHAR) : 0;
-    std::string out(units * 3, '\0');
-    size_t used = 0;
-    if (units == 0 || !ToUtf8(text->Buffer, units, out.data(), out.size(), &used))
-        used = 0;
-    out.resize(used);
-    return out;
-}
-
 std::string SignedInUser(SCHANDLE handle)
 {
     Ref<IKestSession> session;
@@ -77,7 +67,7 @@ std::string SignedInUser(SCHANDLE handle)
     if (Failed(Create(CLSID_KestSrv, session)) || Failed(session->Associate(handle)) ||
         Failed(session->GetPrimaryCredentials(&name, &domain)))
         return {}; // the local user has no directory name
-    return Narrow(name) + "@" + Narrow(domain);
+    return Utf8Of(name) + "@" + Utf8Of(domain);
 }
 
 } // namespace

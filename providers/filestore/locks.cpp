@@ -190,8 +190,10 @@ TALSTATUS RefreshLock(const Guard& guard, const Target& target, UINT64 now, INT6
     if (Failed(status))
         return status;
     for (const std::string& token : guard.Tokens()) {
-        if (status = session->FindLock(token, now, out);
-            Failed(status) || !Covers(*out, target.path.View()))
+        status = session->FindLock(token, now, out);
+        if (Failed(status) && Code(status) != kCodeNotFound)
+            return status;
+        if (Failed(status) || !Covers(*out, target.path.View()))
             continue;
         if (out->creator != guard.User())
             return Failure(kCodeAccessDenied);

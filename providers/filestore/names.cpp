@@ -270,6 +270,22 @@ bool DecodePercent(std::string_view in, std::string* out)
     return found;
 }
 
+std::string Utf8Of(const WCHAR* text, size_t units)
+{
+    std::string out(units * 3, '\0');
+    size_t used = 0;
+    if (!ToUtf8(text, units, out.data(), out.size(), &used))
+        used = 0;
+    out.resize(used);
+    return out;
+}
+
+std::string Utf8Of(const UNICODE_STRING* text)
+{
+    return text && text->Buffer ? Utf8Of(text->Buffer, text->Length / sizeof(WCHAR))
+                                : std::string();
+}
+
 std::string EncodePercent(std::string_view in)
 {
     std::string out;

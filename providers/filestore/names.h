@@ -23,6 +23,9 @@ inline constexpr std::string_view kPrivateDirectory = ".kest";
 // Strict conversions; false for malformed input and when `room` is short. `used` is set on success.
 [[nodiscard]] bool ToUtf8(const WCHAR* in, size_t units, char* out, size_t room, size_t* used);
 [[nodiscard]] bool ToUtf16(const char* in, size_t bytes, WCHAR* out, size_t room, size_t* used);
+// The text as UTF-8; empty for malformed text, and for none.
+[[nodiscard]] std::string Utf8Of(const WCHAR* text, size_t units);
+[[nodiscard]] std::string Utf8Of(const UNICODE_STRING* text);
 
 // Reads the first code point of `text` (no overlong forms, no surrogates). The number of its bytes,
 // or 0 when there is none or it is malformed.

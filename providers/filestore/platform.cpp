@@ -59,16 +59,12 @@ class Key {
     HANDLE key_ = nullptr;
 };
 
+// Values of the registry may carry terminators.
 std::string Narrow(const WCHAR* text, size_t units)
 {
     while (units > 0 && text[units - 1] == 0)
         --units;
-    std::string out(units * 3, '\0');
-    size_t used = 0;
-    if (!ToUtf8(text, units, out.data(), out.size(), &used))
-        used = 0;
-    out.resize(used);
-    return out;
+    return Utf8Of(text, units);
 }
 
 const TALX_KEY_VALUE_INFORMATION& Record(const std::vector<char>& bytes)

@@ -58,6 +58,21 @@ TEST(Names, ConversionsAreStrictAndBounded)
         EXPECT_EQ(ok, ToUtf16(text, strlen(text), wide, 4, &used)) << text;
 }
 
+TEST(Names, TextOfTheContractIsEmptyWhereItIsMalformedOrMissing)
+{
+    std::u16string text = u"a\u20ac\U0001F600";
+    EXPECT_EQ("a\xe2\x82\xac\xf0\x9f\x98\x80", Utf8Of(text.data(), text.size()));
+    UNICODE_STRING counted{2, 8, text.data()};
+    EXPECT_EQ("a", Utf8Of(&counted));
+    counted = {8, 8, text.data()};
+    EXPECT_EQ("a\xe2\x82\xac\xf0\x9f\x98\x80", Utf8Of(&counted));
+    counted.Length = 6; // cut inside the pair
+    EXPECT_EQ("", Utf8Of(&counted));
+    counted.Buffer = nullptr;
+    EXPECT_EQ("", Utf8Of(&counted));
+    EXPECT_EQ("", Utf8Of(nullptr));
+}
+
 TEST(Names, OnlyNamesThatCanBeSentAreServed)
 {
     const std::string longest(255, 'n');
