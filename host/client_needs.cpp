@@ -32,6 +32,8 @@ void MeetClientNeeds(RequestIo& request)
         const bool isRefresh = request.body.BytesRead() == 0;
         if (!token.empty() && !isRefresh)
             reply.AddLateHeader("Lock-Token", "<" + std::string(token) + ">");
+        if (request.isKnownNew)
+            reply.ChangeStatus(201);
         break;
     }
     case KestMethodCopy:

@@ -10,6 +10,7 @@
 
 #include "host/front.h"
 #include "host/judge.h"
+#include "host/preconditions.h"
 #include "host/relocation.h"
 #include "host/request_io.h"
 #include <kest/tolm.h>
@@ -313,6 +314,10 @@ Connection::Step Connection::CallModule()
     if (Workers::IsOverloaded()) {
         request.reply.SetHeader("Retry-After", "5");
         AnswerError(request, 503);
+        return EndRequest();
+    }
+    if (!MeetsPreconditions(request, front_)) {
+        AnswerError(request, 412);
         return EndRequest();
     }
     if (request.method == KestMethodCopy || request.method == KestMethodMove)

@@ -2,6 +2,7 @@
 #include "host/probe.h"
 
 #include "host/request_io.h"
+#include "host/text.h"
 #include "host/utf.h"
 #include <kest/identifiers.h>
 #include <kest/status.h>
@@ -40,6 +41,12 @@ Probe::Probe(RequestIo& behind, std::string_view path, UINT32 method)
     arguments_ = {0, 0, &noArguments_};
     rawUrl_ = {static_cast<UINT16>(escaped_.size()), static_cast<UINT16>(escaped_.size()),
                escaped_.data()};
+}
+
+void Probe::Run(Front& front, SCHANDLE session)
+{
+    const CallScope scope(*this);
+    (void)front.module->RequestHandler(this, session, method_); // the reply says it all
 }
 
 TALSTATUS Probe::QueryInterface(const GUID* iid, void** out)
@@ -143,9 +150,19 @@ TALSTATUS Probe::SetRequestHeader(char*, UINT32, char*)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::SetReplyHeader(char*, UINT32, char*)
+TALSTATUS Probe::SetReplyHeader(char* name, UINT32 length, char* value)
 {
-    return status_ ? Failure(kCodeInvalidRequest) : TAL_STATUS_SUCCESS;
+    if (status_)
+        return Failure(kCodeInvalidRequest);
+    if (!name || (length && !value))
+        return Failure(kCodeInvalidParameter);
+    try {
+        if (EqualsIgnoringCase(name, "Last-Modified"))
+            lastModified_.assign(value, length);
+        return TAL_STATUS_SUCCESS;
+    } catch (const std::bad_alloc&) {
+        return Failure(kCodeInsufficientResources);
+    }
 }
 
 TALSTATUS Probe::Working()

@@ -8,14 +8,15 @@
 
 #include "host/buffer.h"
 #include "host/call_context.h"
+#include "host/front.h"
 #include <kest/io.h>
 
 namespace kestd {
 
 class RequestIo;
 
-// A request without headers and body, on behalf of another one; of the reply only the status is
-// kept.
+// A request without headers and body, on behalf of another one; of the reply only the status and
+// the date are kept.
 class Probe final : public IKestIO_5, public RunningCall {
   public:
     // `path` is unescaped and begins with the location. Throws std::bad_alloc.
@@ -24,7 +25,10 @@ class Probe final : public IKestIO_5, public RunningCall {
     Probe(const Probe&) = delete;
     Probe& operator=(const Probe&) = delete;
 
+    // Has the module answer, in the session.
+    void Run(Front& front, SCHANDLE session);
     int Status() const noexcept { return status_; } // 0 when the handler sent none
+    const std::string& LastModified() const noexcept { return lastModified_; } // empty: untold
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override;
     UINT32 AddRef() override { return ++references_; }
@@ -46,7 +50,7 @@ class Probe final : public IKestIO_5, public RunningCall {
     TALSTATUS PutString(char*) override;
     TALSTATUS SendHeader(HTTPSTATUS status) override;
     TALSTATUS SetRequestHeader(char*, UINT32, char*) override;
-    TALSTATUS SetReplyHeader(char*, UINT32, char*) override;
+    TALSTATUS SetReplyHeader(char* name, UINT32 length, char* value) override;
     TALSTATUS Working() override;
     TALSTATUS Write(UINT32, UINT8*) override;
     void* AllocMemory(UINT32 size) override;
@@ -71,6 +75,7 @@ class Probe final : public IKestIO_5, public RunningCall {
     TALSTATUS failure_ = 0;
     Arena arena_;
     std::string escaped_;
+    std::string lastModified_;
     std::u16string path_; // with spare room behind
     UINT8 noHeaders_ = 0;
     WCHAR noArguments_ = 0;

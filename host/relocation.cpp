@@ -125,9 +125,7 @@ void ClearMootOverwrite(RequestIo& request, Front& front)
     if (!request.relocation.overwrites)
         return;
     Probe probe(request, request.relocation.path, KestMethodHead);
-    const CallScope scope(probe);
-    (void)front.module->RequestHandler(&probe, request.admission.session,
-                                       KestMethodHead); // the reply says it all
+    probe.Run(front, request.admission.session);
     if (probe.Status() == 404)
         request.relocation.overwrites = false;
 }

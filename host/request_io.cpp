@@ -130,7 +130,7 @@ void RequestIo::Reset() noexcept
     port.clear();
     relocation = {};
     range.Reset();
-    mustAskAgain_ = false;
+    isKnownNew = mustAskAgain_ = false;
     references_ = 1;
     failure_ = 0;
     customStatus_ = 0;

@@ -52,7 +52,8 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     std::string port;
     std::string realm;
     Relocation relocation;
-    RangeRequest range; // of a GET
+    RangeRequest range;      // of a GET
+    bool isKnownNew = false; // nothing was there when the client's conditions were judged
     std::chrono::steady_clock::time_point start;
 
     // A header's value: lines of one name are joined. Null when there is none. Valid until the next

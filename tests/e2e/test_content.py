@@ -215,6 +215,17 @@ class Download(ServerCase):
         with open(out, "rb") as file:
             self.assertEqual(file.read(), self.data)
 
+    def test_upload_on_condition_replaces_nothing_newer(self):
+        path = self.path("guarded.txt")
+        ask = lambda body, **headers: self.server.request("PUT", path, body, headers={
+            name.replace("_", "-"): value for name, value in headers.items()}).status
+        self.assertEqual(ask(b"mine", If_None_Match="*"), 201)
+        self.assertEqual(ask(b"yours", If_None_Match="*"), 412)
+        date = self.get("guarded.txt").headers["last-modified"]
+        self.assertEqual(ask(b"ours", If_Match="*", If_Unmodified_Since=date), 201)
+        self.assertEqual(ask(b"late", If_Unmodified_Since="Sun, 06 Nov 1994 08:49:37 GMT"), 412)
+        self.assertEqual(self.get("guarded.txt").body, b"ours")
+
     def test_range_on_condition_of_the_same_date(self):
         date = self.get("thousand.bin").headers["last-modified"]
         for condition, status in ((date, 206), ("Sun, 06 Nov 1994 08:49:37 GMT", 200),

@@ -6,5 +6,6 @@ kest_test(front_unit
     ${CMAKE_CURRENT_LIST_DIR}/head_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/header_list_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/poller_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/preconditions_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/target_test.cpp
   LIBS kestd_front tolm)

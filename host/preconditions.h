@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Conditions under which a client wants a resource changed (RFC 9110 section 13). The module knows
+// those of "If" only; the others protect a client from replacing what somebody else has made
+// meanwhile, and are judged here by an internal HEAD in the same session. The look and the change
+// are two steps: who must rule out everything in between takes a lock.
+#pragma once
+
+#include "host/front.h"
+#include "host/request_io.h"
+
+namespace kestd {
+
+// Judges "If-Match", "If-Unmodified-Since" and "If-None-Match" of a request that changes something.
+// There are no entity tags: a list of them matches nothing, "*" whatever exists. False when the
+// answer has to be 412. Throws std::bad_alloc.
+bool MeetsPreconditions(RequestIo& request, Front& front);
+
+// A date of RFC 9110's preferred form as a number that grows with time; 0 for any other text.
+uint64_t DateOrder(std::string_view date) noexcept;
+
+} // namespace kestd
