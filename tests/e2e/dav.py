@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What a WebDAV client makes of replies: strict where the strictest clients are."""
 
+import re
 import xml.etree.ElementTree as ElementTree
 import xml.parsers.expat
 from urllib.parse import quote
@@ -47,8 +48,25 @@ class Entry:
         return self.found[D + "resourcetype"].find(D + "collection") is not None
 
 
+def strict(body):
+    """Fails where the strictest clients lose an entry or give up on a 207 reply."""
+    if b"<!" in body:
+        raise Failure("a declaration: clients refuse entities")
+    for response in re.split(rb"<\w+:response>", body)[1:]:
+        # Clients that read as they receive want to know first what the rest is about.
+        match = re.match(rb"\s*<\w+:href>([^<]*)</\w+:href>", response)
+        if not match:
+            raise Failure(f"no href first: {response[:200]!r}")
+        if not re.fullmatch(rb"[A-Za-z0-9._~:/!$'()*+,;=@|{}%-]+", match[1]):
+            raise Failure(f"an href that is no URI: {match[1]!r}")
+        for status in re.findall(rb"<\w+:status>([^<]*)<", response):
+            if not re.fullmatch(rb"HTTP/1\.1 [1-5]\d\d .*", status):
+                raise Failure(f"a status line that is none: {status!r}")
+
+
 def multistatus(body):
     """The entries of a 207 reply, in its order."""
+    strict(body)
     root = ElementTree.fromstring(body)
     if root.tag != D + "multistatus":
         raise Failure(f"this is no multistatus: {root.tag}")

@@ -140,6 +140,16 @@ class UsersFile(ServerCase):
             server.process.send_signal(signal.SIGHUP)
             wait_for(lambda: status("two") == 401, "the removed user to be refused")
 
+    def test_command_line_wins_over_the_file(self):
+        self.assertEqual(self.user("add", "frank", password="of the file")[0], 0)
+        settings = {"Server": {"Users File": self.file}}
+        with TestServer({"docs": self.tree.path}, ["--user", "frank:of the line"],
+                        settings) as server:
+            for password, status in (("of the line", 207), ("of the file", 401)):
+                reply = server.request("PROPFIND", url_path("docs"),
+                                       headers=basic("frank", password))
+                self.assertEqual(reply.status, status, password)
+
     def test_wrong_use_is_told(self):
         self.assertNotEqual(self.user("remove", "nobody")[0], 0)
         self.assertEqual(self.user("add", "eve", password="x")[0], 0)

@@ -1,0 +1,540 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What well-known clients send, in their order, and what each of them insists on in the replies.
+
+Clients that are at hand are driven for real in the other modules; here are the words of those that
+are not, and of the strict parts of those that are.
+"""
+
+import re
+import unittest
+
+from dav import D, multistatus, strict
+from harness import ServerCase, TestServer, Tree, curl, url_path
+
+XML = {"Content-Type": 'text/xml; charset="utf-8"'}
+
+
+def asks(*names, namespace="D", others=()):
+    """A PROPFIND body of properties of the protocol, and of elements written out."""
+    prefix = namespace + ":" if namespace else ""
+    declared = f'xmlns:{namespace}="DAV:"' if namespace else 'xmlns="DAV:"'
+    inner = "".join(f"<{prefix}{name}/>" for name in names) + "".join(others)
+    return (f'<?xml version="1.0" encoding="utf-8"?>\n<{prefix}propfind {declared}><{prefix}prop>'
+            f"{inner}</{prefix}prop></{prefix}propfind>\n").encode()
+
+
+def wants_lock(owner):
+    return ('<?xml version="1.0" encoding="utf-8"?>\n<D:lockinfo xmlns:D="DAV:">'
+            "<D:lockscope><D:exclusive/></D:lockscope><D:locktype><D:write/></D:locktype>"
+            f"<D:owner>{owner}</D:owner></D:lockinfo>\n").encode()
+
+
+class ClientCase(ServerCase):
+    """Requests with the headers that every request of one client has."""
+
+    always = {}
+
+    def ask(self, method, path, body=None, **headers):
+        given = {name.replace("_", "-"): value for name, value in headers.items()}
+        return self.server.request(method, path, body, {**self.always, **given})
+
+    def listing(self, path, depth, body):
+        reply = self.ask("PROPFIND", path, body, Depth=str(depth), **self.xml())
+        self.assertEqual(reply.status, 207)
+        self.assertRegex(reply.headers["content-type"], r"^(text/xml|application/xml)")
+        strict(reply.body)
+        return multistatus(reply.body)
+
+    @staticmethod
+    def xml():
+        return {"Content_Type": XML["Content-Type"]}
+
+    def token_in(self, reply):
+        """The token of a LOCK reply, as the clients that look into the body find it."""
+        tokens = re.findall(rb"<a:locktoken>\s*<a:href>([^<]*)</a:href>", reply.body)
+        self.assertEqual(len(tokens), 1, reply)
+        self.assertRegex(tokens[0], rb"^\S{1,255}$")
+        return tokens[0].decode()
+
+
+class Neon(ClientCase):
+    """The library below cadaver and davfs2."""
+
+    always = {"User-Agent": "cadaver/0.24 neon/0.32.4", "Connection": "TE", "TE": "trailers"}
+
+    LOCK = (b'<?xml version="1.0" encoding="utf-8"?>\n<lockinfo xmlns=\'DAV:\'>\n'
+            b" <lockscope><exclusive/></lockscope>\n<locktype><write/></locktype>"
+            b"<owner><href>mailto:me</href></owner>\n</lockinfo>\n")
+
+    def url(self, path):
+        return self.server.base() + path
+
+    def locked(self, path, **headers):
+        reply = self.ask("LOCK", path, self.LOCK, Content_Type="application/xml", Depth="0",
+                         **headers)
+        self.assertEqual(reply.status, 200)
+        return reply
+
+    def test_lock_tells_its_token_in_header_and_body(self):
+        self.tree.write("locked.txt", b"x")
+        path = self.path("locked.txt")
+        reply = self.locked(path, Timeout="Second-1800")
+        token = self.token_in(reply)
+        self.assertEqual(reply.headers["lock-token"], f"<{token}>")
+        self.assertEqual(re.findall(rb"<a:timeout>([^<]*)", reply.body), [b"Second-1800"])
+        self.assertEqual(re.findall(rb"<a:depth>([^<]*)", reply.body), [b"0"])
+        # Found again with its owner's text as it was given.
+        found = self.ask("PROPFIND", path, asks("lockdiscovery", namespace=""), Depth="0")
+        self.assertEqual(found.status, 207)
+        self.assertEqual(self.token_in(found), token)
+        self.assertIn(b"<href>mailto:me</href>", found.body)
+        # Kept alive without a body.
+        again = self.ask("LOCK", path, None, If=f"(<{token}>)", Timeout="Second-1800")
+        self.assertEqual((again.status, self.token_in(again)), (200, token))
+        # A change names the resource that its token is of, whole or by its path.
+        for name in (self.url(path), path):
+            put = self.ask("PUT", path, b"y", If=f"<{name}> (<{token}>)")
+            self.assertIn(put.status, (200, 201, 204))
+        self.assertEqual(self.ask("PUT", path, b"z").status, 423)
+        gone = self.ask("UNLOCK", path, None, Lock_Token=f"<{token}>")
+        self.assertIn(gone.status, (200, 204))
+
+    def test_folder_is_made_with_a_slash_at_its_end(self):
+        path = self.path("made") + "/"
+        self.assertEqual(self.ask("MKCOL", path).status, 201)
+        self.assertEqual(self.ask("MKCOL", path).status, 405)
+        self.assertEqual(self.ask("MKCOL", self.path("not", "there") + "/").status, 409)
+
+    def test_fragment_in_the_target_deletes_nothing(self):
+        self.tree.write("whole", b"x")
+        self.assertEqual(self.ask("DELETE", self.path("whole") + "#part").status, 400)
+        self.assertEqual(self.tree.read("whole"), b"x")
+
+    def test_cadaver_lists_with_its_own_question(self):
+        self.tree.write("ls/file", b"12345")
+        entries = self.listing(
+            self.path("ls") + "/", 1,
+            asks("getcontentlength", "getlastmodified", "resourcetype", "checked-in",
+                 "checked-out", others=['<e:executable xmlns:e="http://apache.org/dav/props/"/>']))
+        self.assertTrue(entries[0].is_collection())
+        self.assertEqual(entries[1].text("getcontentlength"), "5")
+        self.assertRegex(entries[1].text("getlastmodified"), r"^\w{3}, \d\d \w{3} \d{4} \S+ GMT$")
+
+    def test_davfs2_creates_under_a_lock(self):
+        path = self.path("davfs new")
+        options = self.ask("OPTIONS", self.path() + "/")
+        self.assertEqual(options.headers["dav"].replace(" ", "").split(","), ["1", "2"])
+        self.assertEqual(self.ask("HEAD", path).status, 404)
+        lock = self.locked(path, Timeout="Second-1800", If_None_Match="*")
+        token = self.token_in(lock)
+        # Kept: the answer is 200, although the lock made the file; so the condition stays on what
+        # follows, and that must not fail.
+        put = self.ask("PUT", path, b"content", If=f"<{self.url(path)}> (<{token}>)",
+                       If_None_Match="*", Expect="100-continue")
+        self.assertIn(put.status, (200, 201, 204))
+        head = self.ask("HEAD", path)
+        self.assertEqual((head.status, head.headers["content-length"]), (200, "7"))
+        self.assertIn("last-modified", head.headers)
+        self.assertNotIn("w/", head.headers.get("etag", "").lower(), "only strong tags come back")
+        self.assertIn(self.ask("UNLOCK", path, None, Lock_Token=f"<{token}>").status, (200, 204))
+
+    def test_davfs2_recognises_folders_by_a_word(self):
+        # It looks for the word in all that the type says.
+        self.tree.write("types/file", b"x")
+        reply = self.ask("PROPFIND", self.path("types") + "/", asks("resourcetype", "getetag"),
+                         Depth="1")
+        own, file = re.findall(rb"<a:resourcetype>(.*?)</a:resourcetype>", reply.body)
+        self.assertIn(b"collection", own)
+        self.assertNotIn(b"collection", file)
+
+
+class Rclone(ClientCase):
+    always = {"User-Agent": "rclone/v1.60.1-DEV"}
+
+    QUESTION = (b'<?xml version="1.0" encoding="utf-8"?>\n<d:propfind  xmlns:d="DAV:" xmlns:oc="'
+                b'http://owncloud.org/ns" xmlns:nc="http://nextcloud.org/ns">\n <d:prop>\n'
+                b"  <d:displayname />\n  <d:getlastmodified />\n  <d:getcontentlength />\n"
+                b"  <d:resourcetype />\n  <d:getcontenttype />\n  <oc:checksums />\n </d:prop>\n"
+                b"</d:propfind>\n")
+
+    def test_upload_is_looked_at_again(self):
+        path = self.path("up", "file 1%.bin")
+        self.assertEqual(self.ask("MKCOL", self.path("up") + "/").status, 201)
+        self.assertIn(self.ask("MKCOL", self.path("up") + "/").status, (405, 406, 423))
+        put = self.ask("PUT", path, b"12345", X_OC_Mtime="1700000000",
+                       Content_Type="application/octet-stream")
+        self.assertIn(put.status, (200, 201, 204))
+        entries = self.listing(path, 0, self.QUESTION)
+        self.assertEqual(entries[0].path, "/Ferro/docs/up/file 1%.bin")
+        self.assertEqual(int(entries[0].text("getcontentlength")), 5)
+        self.assertEqual(entries[0].text("getlastmodified").strip(),
+                         entries[0].text("getlastmodified"))
+
+    def test_part_is_read_with_a_stray_depth(self):
+        self.tree.write("part", b"0123456789")
+        reply = self.ask("GET", self.path("part"), None, Range="bytes=2-4", Depth="0")
+        self.assertEqual((reply.status, reply.body), (206, b"234"))
+        self.assertEqual(reply.headers["content-range"], "bytes 2-4/10")
+
+    def test_missing_folder_above_is_told_by_409(self):
+        self.assertEqual(self.ask("PUT", self.path("no", "file"), b"x").status, 409)
+        self.assertEqual(self.ask("MKCOL", self.path("no", "folder") + "/").status, 409)
+        self.assertEqual(self.ask("PROPFIND", self.path("no"), self.QUESTION,
+                                  Depth="0").status, 404)
+
+    def test_server_side_copy_and_move(self):
+        self.tree.write("source", b"x")
+        for method, name in (("COPY", "copied"), ("MOVE", "moved")):
+            reply = self.ask(method, self.path("source"), None, Overwrite="T",
+                             Destination=self.server.url("docs", name))
+            self.assertIn(reply.status, (201, 204))
+            self.assertEqual(self.tree.read(name), b"x")
+
+
+class Gvfs(ClientCase):
+    """The file manager of GNOME."""
+
+    always = {"User-Agent": "gvfs/1.50.3", "Accept-Encoding": "gzip, deflate"}
+
+    def test_mount_finds_a_folder(self):
+        self.tree.write("mount/file", b"x")
+        path = self.path("mount") + "/"
+        options = self.ask("OPTIONS", path)
+        self.assertEqual(options.status, 200)
+        self.assertIn("dav", options.headers)
+        reply = self.ask("PROPFIND", path, asks("resourcetype", "getcontentlength"), Depth="1",
+                         **self.xml())
+        own = multistatus(reply.body)[0]
+        # Only the first element of the type is looked at.
+        self.assertEqual(own.found[D + "resourcetype"][0].tag, D + "collection")
+        # It climbs as long as there are folders.
+        for above in ("/Ferro/", "/"):
+            self.assertEqual(self.ask("OPTIONS", above).status, 200)
+            entries = self.listing(above, 0, asks("resourcetype"))
+            self.assertTrue(entries[0].is_collection(), above)
+
+    def test_shown_names_are_the_names(self):
+        self.tree.write("names/ünï & 1%.txt", b"x")
+        entries = self.listing(self.path("names") + "/", 1,
+                               asks("displayname", "resourcetype", "getcontenttype", "getetag",
+                                    "creationdate", "getlastmodified", "getcontentlength"))
+        for entry in entries:
+            self.assertEqual(entry.text("displayname"), entry.path.rstrip("/").rsplit("/")[-1])
+            self.assertRegex(entry.href, r"^[^a-f%]*(%[0-9A-F]{2}|[^%])*$", "upper-case escapes")
+            self.assertNotIn("%2F", entry.href)
+
+    def test_new_file_is_looked_for_first(self):
+        path = self.path("created.txt")
+        self.assertEqual(self.ask("HEAD", path).status, 404)
+        self.assertIn(self.ask("PUT", path, b"x", Overwrite="F").status, (200, 201, 204))
+        self.assertEqual(self.ask("HEAD", path).status, 200)
+
+    def test_rename_does_not_replace(self):
+        self.tree.write("a", b"a")
+        self.tree.write("b", b"b")
+        reply = self.ask("MOVE", self.path("a"), None, Overwrite="F",
+                         Apply_To_Redirect_Ref="T", Destination=self.server.url("docs", "b"))
+        self.assertEqual(reply.status, 412)
+        self.assertEqual(self.tree.read("b"), b"b")
+        gone = self.ask("DELETE", self.path("a"), None, Apply_To_Redirect_Ref="T")
+        self.assertIn(gone.status, (200, 204))
+
+
+class Kio(ClientCase):
+    """The file manager of KDE, which takes few statuses for success."""
+
+    always = {"User-Agent": "Mozilla/5.0 (X11; Linux x86_64) KIO/5.103", "Accept": "*/*"}
+
+    def test_every_answer_is_one_that_it_takes(self):
+        self.assertEqual(self.ask("MKCOL", self.path("kio")).status, 201)
+        self.assertEqual(self.ask("PUT", self.path("kio", "one"), b"1").status // 100, 2)
+        target = self.server.url("docs", "kio", "two").replace("http:", "webdav:")
+        for method in ("COPY", "MOVE"):
+            reply = self.ask(method, self.path("kio", "one"), None, Destination=target,
+                             Overwrite="T", Depth="infinity")
+            self.assertIn(reply.status, (201, 204), method)
+        self.assertEqual(self.tree.read("kio/two"), b"1")
+        self.assertIn(self.ask("DELETE", self.path("kio", "two")).status, (200, 204))
+        self.assertIn(self.ask("DELETE", self.path("kio")).status, (200, 204))
+
+    def test_every_entry_has_a_status_of_exactly_200(self):
+        self.tree.write("list/file.txt", b"x")
+        reply = self.ask("PROPFIND", self.path("list") + "/",
+                         asks("creationdate", "getcontentlength", "displayname", "source",
+                              "getcontentlanguage", "getcontenttype", "getlastmodified",
+                              "getetag", "supportedlock", "lockdiscovery", "resourcetype"),
+                         Depth="1", **self.xml())
+        for entry in reply.body.split(b"<a:response>")[1:]:
+            self.assertIn(b"<a:status>HTTP/1.1 200 OK</a:status>", entry)
+        self.assertEqual([e.is_collection() for e in multistatus(reply.body)], [True, False])
+
+
+class Finder(ClientCase):
+    """WebDAVFS of macOS. It knows elements by their local names, at any depth."""
+
+    always = {"User-Agent": "WebDAVFS/3.0.0 (03008000) Darwin/22.0.0 (x86_64)", "Accept": "*/*"}
+    STAT = asks("getlastmodified", "getcontentlength", "creationdate", "resourcetype")
+
+    def test_mount_may_write(self):
+        options = self.ask("OPTIONS", self.path() + "/")
+        self.assertIn("2", options.headers["dav"].replace(" ", "").split(","))
+        entry = self.listing(self.path() + "/", 0, self.STAT)[0]
+        self.assertTrue(entry.is_collection())
+        # It asks how much room there is; without an answer it shows none.
+        quota = self.listing(self.path() + "/", 0,
+                             asks("quota-available-bytes", "quota-used-bytes", "quota",
+                                  "quotaused"))
+        self.assertEqual(len(quota), 1)
+
+    def test_probes_are_plain_404s(self):
+        for name in ("._x", ".DS_Store", ".hidden", ".metadata_never_index", ".Spotlight-V100",
+                     "Backups.backupdb", "mach_kernel"):
+            reply = self.ask("PROPFIND", self.path(name), self.STAT, Depth="0", **self.xml())
+            self.assertEqual((reply.status, reply.body), (404, b""), name)
+
+    def test_save_of_a_new_file(self):
+        # Names come decomposed.
+        for name in ("Dru\u0308ber & dru\u0308nter.txt", "._Dru\u0308ber & dru\u0308nter.txt"):
+            path = self.path(name)
+            self.assertEqual(self.ask("PUT", path, b"").status, 201)
+            reply = self.ask("LOCK", path, wants_lock("<D:href>http://www.apple.com/webdav_fs/"
+                                                      "</D:href>"),
+                             Depth="0", Timeout="Second-600", **self.xml())
+            self.assertEqual(reply.status, 200)
+            token = self.token_in(reply)
+            self.assertLess(reply.body.index(b"<a:locktoken>"), reply.body.index(token.encode()))
+            chunks = b"5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n"
+            put = self.ask("PUT", path, chunks, Transfer_Encoding="chunked",
+                           X_Expected_Entity_Length="11", If=f"(<{token}>)")
+            self.assertIn(put.status, (200, 201, 204))
+            again = self.ask("LOCK", path, None, If=f"(<{token}>)", Timeout="Second-600",
+                             **self.xml())
+            self.assertEqual((again.status, self.token_in(again)), (200, token))
+            self.assertIn(self.ask("UNLOCK", path, None, Lock_Token=f"<{token}>").status,
+                          (200, 204))
+            self.assertEqual(self.tree.read(name), b"hello world")
+
+    def test_listing_holds_only_what_was_asked_for(self):
+        self.tree.write("only/a & b.txt", b"x")
+        self.tree.write("only/c.txt", b"y")
+        reply = self.ask("PROPFIND", self.path("only") + "/", self.STAT, Depth="1", **self.xml())
+        for element in (b"lockdiscovery", b"supportedlock", b"displayname", b"getcontenttype"):
+            self.assertNotIn(element, reply.body)
+        hrefs = re.findall(rb"<[^<>]*href[^<>]*>([^<]*)", reply.body)
+        hrefs = [href for href in hrefs if href.strip()]
+        self.assertEqual(len(hrefs), 3, "one for each entry")
+        for href in hrefs:
+            self.assertNotIn(b"&", href)
+            self.assertEqual(href, href.strip())
+        self.assertEqual(len(re.findall(rb"<a:collection/>", reply.body)), 1)
+        for date in re.findall(rb"<a:getlastmodified[^>]*>([^<]*)", reply.body):
+            self.assertRegex(date, rb"^\w{3}, \d\d \w{3} \d{4} \d\d:\d\d:\d\d GMT$")
+
+    def test_what_is_missing_is_left_empty(self):
+        # The status of a property is not looked at.
+        self.tree.write("untyped", b"x")
+        reply = self.ask("PROPFIND", self.path("untyped"), asks("getcontenttype", "getetag"),
+                         Depth="0", **self.xml())
+        self.assertEqual(reply.status, 207)
+        for name in (b"getcontenttype", b"getetag"):
+            self.assertEqual(re.findall(b"<a:" + name + b"[^>]*>", reply.body),
+                             [b"<a:" + name + b"/>"])
+
+    def test_move_without_overwrite_replaces(self):
+        self.tree.write("from", b"new")
+        self.tree.write("to", b"old")
+        reply = self.ask("MOVE", self.path("from"), None,
+                         Destination=self.server.url("docs", "to"))
+        self.assertIn(reply.status, (201, 204))
+        self.assertEqual(self.tree.read("to"), b"new")
+
+    def test_refused_change_of_one_file_is_no_multistatus(self):
+        # One that is makes it wait for ever.
+        self.tree.write("held", b"x")
+        path = self.path("held")
+        token = self.token_in(self.ask("LOCK", path, wants_lock("other"), Depth="0",
+                                       Timeout="Second-600", **self.xml()))
+        self.assertEqual(self.ask("DELETE", path).status, 423)
+        self.assertEqual(self.ask("LOCK", path, wants_lock("me"), Depth="0", Timeout="Second-600",
+                                  **self.xml()).status, 423)
+        self.ask("UNLOCK", path, None, Lock_Token=f"<{token}>")
+
+    def test_reads_go_on_where_they_stopped(self):
+        self.tree.write("resumed", b"0123456789")
+        path = self.path("resumed")
+        first = self.ask("GET", path)
+        self.assertEqual(first.headers["content-length"], "10")
+        date = first.headers["last-modified"]
+        self.assertEqual(self.ask("GET", path, None, If_Modified_Since=date).status, 304)
+        part = self.ask("GET", path, None, Range="bytes=5-9", If_Range=date)
+        self.assertEqual((part.status, part.body), (206, b"56789"))
+
+
+class MiniRedirector(ClientCase):
+    """The network drive of Windows."""
+
+    always = {"User-Agent": "Microsoft-WebDAV-MiniRedir/10.0.22621", "translate": "f",
+              "Connection": "Keep-Alive", "Pragma": "no-cache"}
+    TIMES = (b'<?xml version="1.0" encoding="utf-8" ?><D:propertyupdate xmlns:D="DAV:" '
+             b'xmlns:Z="urn:schemas-microsoft-com:"><D:set><D:prop>'
+             b"<Z:Win32CreationTime>Tue, 14 Nov 2023 22:13:20 GMT</Z:Win32CreationTime>"
+             b"<Z:Win32LastAccessTime>Tue, 14 Nov 2023 22:13:20 GMT</Z:Win32LastAccessTime>"
+             b"<Z:Win32LastModifiedTime>Tue, 14 Nov 2023 22:13:20 GMT</Z:Win32LastModifiedTime>"
+             b"<Z:Win32FileAttributes>00000020</Z:Win32FileAttributes>"
+             b"</D:prop></D:set></D:propertyupdate>")
+
+    def locked(self, path):
+        # Without a depth.
+        reply = self.ask("LOCK", path, wants_lock("<D:href>PC\\anna</D:href>"),
+                         Timeout="Second-3600", **self.xml())
+        self.assertEqual(reply.status, 200)
+        token = self.token_in(reply)
+        self.assertEqual(reply.headers["lock-token"], f"<{token}>")
+        return token
+
+    def unlock(self, path, token):
+        self.assertIn(self.ask("UNLOCK", path, None, Lock_Token=f"<{token}>").status, (200, 204))
+
+    def test_every_step_down_to_the_folder_answers(self):
+        for path in ("/", "/Ferro", self.path()):
+            options = self.ask("OPTIONS", path)
+            self.assertEqual(options.status, 200, path)
+            self.assertEqual(options.headers["dav"].replace(" ", ""), "1,2")
+            self.assertEqual(options.headers["ms-author-via"], "DAV")
+            self.assertIn("PROPFIND", options.headers["allow"])
+            # Without a body: everything is asked for.
+            reply = self.ask("PROPFIND", path, b"", Depth="0")
+            self.assertEqual(reply.status, 207, path)
+            self.assertTrue(multistatus(reply.body)[0].is_collection())
+
+    def test_new_file_is_made_step_by_step(self):
+        path = self.path("New Text Document.txt")
+        self.assertEqual(self.ask("PROPFIND", path, b"", Depth="0").status, 404)
+        self.assertEqual(self.ask("PUT", path, b"").status, 201)
+        token = self.locked(path)
+        mine = {"If": f"(<{token}>)"}
+        # An empty answer would be shown as a full disk.
+        times = self.ask("PROPPATCH", path, self.TIMES, **mine, **self.xml())
+        self.assertEqual(times.status, 207)
+        self.assertIn(b"HTTP/1.1 200 OK", times.body)
+        self.assertEqual(self.ask("HEAD", path).status, 200)
+        self.assertIn(self.ask("PUT", path, b"text", **mine).status, (200, 201, 204))
+        self.assertEqual(self.ask("PROPPATCH", path, self.TIMES, **mine, **self.xml()).status, 207)
+        self.unlock(path, token)
+        entry = multistatus(self.ask("PROPFIND", path, b"", Depth="0").body)[0]
+        self.assertEqual(entry.text("getcontentlength"), "4")
+        self.assertRegex(entry.text("creationdate"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
+
+    def test_file_is_replaced_by_another(self):
+        self.tree.write("doc.docx", b"old")
+        doc, temporary = self.path("doc.docx"), self.path("~temp.tmp")
+        first = self.locked(doc)
+        second = self.locked(temporary)
+        put = self.ask("PUT", temporary, b"new", If=f"(<{second}>)")
+        self.assertIn(put.status, (200, 201, 204))
+        self.unlock(doc, first)
+        self.unlock(temporary, second)
+        token = self.locked(temporary)
+        move = self.ask("MOVE", temporary, None, Overwrite="T", If=f"(<{token}>)",
+                        Destination=self.server.url("docs", "doc.docx"))
+        self.assertIn(move.status, (201, 204))
+        self.assertEqual(self.tree.read("doc.docx"), b"new")
+        self.assertEqual(self.ask("PUT", doc, b"free").status // 100, 2, "the lock does not travel")
+
+    def test_old_forms_of_the_depth_are_taken(self):
+        self.tree.write("depth/file", b"x")
+        reply = self.ask("PROPFIND", self.path("depth"), b"", Depth="1,noroot")
+        self.assertEqual(reply.status, 207)
+        # Kept: the folder itself is listed all the same.
+        self.assertEqual(len(multistatus(reply.body)), 2)
+        reply = self.ask("PROPFIND", self.path("depth"), b"", Depth="infinity,noroot")
+        self.assertEqual(len(multistatus(reply.body)), 1)
+
+    def test_office_saves(self):
+        self.tree.write("office.docx", b"old")
+        path = self.path("office.docx")
+        # "Existence Discovery" asks for the folder.
+        for method in ("OPTIONS", "HEAD"):
+            reply = self.ask(method, self.path() + "/",
+                             User_Agent="Microsoft Office Existence Discovery")
+            self.assertEqual(reply.status, 200)
+        reply = self.ask("LOCK", path, wants_lock("Anna"), Timeout="Second-120", Depth="0",
+                         **self.xml())
+        token = self.token_in(reply)
+        self.assertIn(b"<a:timeout>Second-120</a:timeout>", reply.body)
+        again = self.ask("LOCK", path, b"", If=f"(<{token}>)", Timeout="Second-120")
+        self.assertEqual((again.status, self.token_in(again)), (200, token))
+        self.assertIn(self.ask("PUT", path, b"new", If=f"(<{token}>)").status, (200, 201, 204))
+        # Sometimes without the angle brackets.
+        self.assertIn(self.ask("UNLOCK", path, None, Lock_Token=token).status, (200, 204))
+        self.assertEqual(self.ask("PUT", path, b"free").status // 100, 2)
+
+
+class Curl(ClientCase):
+    def test_large_upload_waits_to_be_invited(self):
+        local = Tree()
+        self.addCleanup(local.remove)
+        file = local.write("big", b"x" * (3 << 20))
+        reply = curl("-H", "Expect: 100-continue", "-T", file, self.docs("big"))
+        self.assertEqual((reply.status, reply.code), (201, 0))
+        reply = curl("-T", "-", self.docs("piped"), stdin=b"from a pipe")
+        self.assertEqual((reply.status, reply.code), (201, 0))
+        self.assertEqual(self.tree.read("piped"), b"from a pipe")
+
+    def test_resumed_upload_is_refused_and_destroys_nothing(self):
+        self.tree.write("resume", b"first half, ")
+        local = Tree()
+        self.addCleanup(local.remove)
+        file = local.write("resume", b"first half, second half")
+        reply = curl("-C", "12", "-T", file, self.docs("resume"))
+        self.assertEqual(reply.status, 400)
+        self.assertEqual(self.tree.read("resume"), b"first half, ")
+
+
+class CurlSignsIn(unittest.TestCase):
+    def test_upload_with_any_scheme_is_asked_to_sign_in_first(self):
+        tree = Tree()
+        self.addCleanup(tree.remove)
+        local = Tree()
+        self.addCleanup(local.remove)
+        file = local.write("file", b"content")
+        with TestServer({"docs": tree.path}, ["--user", "anna:secret"]) as server:
+            # The first upload is empty and must not be taken for the file.
+            empty = server.request("PUT", url_path("docs", "file"), b"")
+            self.assertEqual(empty.status, 401)
+            self.assertRegex(empty.headers["www-authenticate"], r"^Basic realm=")
+            reply = curl("--anyauth", "-u", "anna:secret", "-T", file, server.url("docs", "file"))
+            self.assertEqual((reply.status, reply.code), (201, 0))
+            # Windows puts the machine's name in front.
+            reply = curl("-u", "PC\\anna:secret", server.url("docs", "file"))
+            self.assertEqual(reply.out, b"content")
+
+
+class Phones(ClientCase):
+    def test_android_reads_any_place_of_a_file(self):
+        self.tree.write("film", bytes(range(256)))
+        head = self.ask("HEAD", self.path("film"))
+        self.assertEqual(head.headers["accept-ranges"], "bytes")
+        self.assertEqual(head.headers["content-length"], "256")
+        part = self.ask("GET", self.path("film"), None, Range="bytes=250-255")
+        self.assertEqual((part.status, part.body), (206, bytes(range(250, 256))))
+
+    def test_zotero_tries_the_place_out(self):
+        folder = self.path("zotero") + "/"
+        self.assertEqual(self.ask("OPTIONS", folder).status, 200)
+        self.assertEqual(self.ask("PROPFIND", folder, asks("getcontentlength"),
+                                  Depth="0").status, 404)
+        self.assertEqual(self.ask("MKCOL", folder).status, 201)
+        self.assertEqual(self.ask("PROPFIND", folder, asks("getcontentlength"),
+                                  Depth="0").status, 207)
+        probe = self.path("zotero", "zotero-test-file.prop")
+        self.assertEqual(self.ask("GET", self.path("zotero", "nonexistent.prop")).status, 404)
+        self.assertIn(self.ask("PUT", probe, b" ").status, (200, 201, 204))
+        self.assertEqual(self.ask("GET", probe).body, b" ")
+        self.assertIn(self.ask("DELETE", probe).status, (200, 204))
+
+    def test_players_know_folders_by_their_slash(self):
+        self.tree.write("media/album/song.mp3", b"x")
+        own, album = self.listing(self.path("media"), 1, asks("resourcetype"))
+        for entry in (own, album):
+            self.assertTrue(entry.href.endswith("/") and entry.is_collection())
