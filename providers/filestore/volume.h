@@ -3,7 +3,8 @@
 // One volume: a directory tree that is served, and the private directory at its top in which the
 // store keeps what clients do not see:
 //
-//   .kest/tmp/       content on its way in; names begin with the writing process's token
+//   .kest/tmp/       content on its way in; names begin with the writing process's token, or there
+//                    is none yet (upload.h)
 //   .kest/deleted/   deleted entries that are kept, named by their number
 //   .kest/purge/     deleted entries on their way out
 //   .kest/meta.db    properties, hidden marks, locks, the list of deleted entries

@@ -197,3 +197,10 @@ class PowerCut(ServerCase):
         except OSError:
             time.sleep(0.01)
             return False
+
+
+class UnsyncedPowerCut(PowerCut):
+    """The same where new files have no name until they are whole."""
+
+    settings = {"FileStore": {"Sync": "none"}}
+    test_clean_stop_lets_a_running_upload_finish = None  # waits for a name that is not there

@@ -250,7 +250,8 @@ class PowerCut(ServerCase):
             for i in range(4):
                 make_tree(self.tree, f"copied {i}", 10, 60)
                 make_tree(self.tree, f"moved {i}", 10, 60)
-            with TestServer({"docs": self.tree.path, "other": other.path}) as server:
+            with TestServer({"docs": self.tree.path, "other": other.path},
+                            settings=self.settings) as server:
                 def work(i):
                     try:
                         if i < 4:
@@ -291,3 +292,13 @@ class PowerCut(ServerCase):
                         if os.path.exists(tree / part):
                             found.append(tree.read(part))
                     self.assertIn(wanted, found, f"{part} is lost")
+                    # Of a copy each file is there or not, and whole.
+                    part = f"copy {i}/{folder}/{name}"
+                    if os.path.exists(self.tree / part):
+                        self.assertEqual(wanted, self.tree.read(part), f"{part} is not whole")
+
+
+class UnsyncedPowerCut(PowerCut):
+    """The same where new files have no name until they are whole."""
+
+    settings = {"FileStore": {"Sync": "none"}}
