@@ -69,10 +69,10 @@ class Neon(ClientCase):
     def url(self, path):
         return self.server.base() + path
 
-    def locked(self, path, **headers):
+    def locked(self, path, status=200, **headers):
         reply = self.ask("LOCK", path, self.LOCK, Content_Type="application/xml", Depth="0",
                          **headers)
-        self.assertEqual(reply.status, 200)
+        self.assertEqual(reply.status, status)
         return reply
 
     def test_lock_tells_its_token_in_header_and_body(self):
@@ -125,12 +125,13 @@ class Neon(ClientCase):
         options = self.ask("OPTIONS", self.path() + "/")
         self.assertEqual(options.headers["dav"].replace(" ", "").split(","), ["1", "2"])
         self.assertEqual(self.ask("HEAD", path).status, 404)
-        lock = self.locked(path, Timeout="Second-1800", If_None_Match="*")
+        # Any other status than 201, and it goes on to ask that there be no file.
+        lock = self.locked(path, 201, Timeout="Second-1800", If_None_Match="*")
         token = self.token_in(lock)
-        # Kept: the answer is 200, although the lock made the file; so the condition stays on what
-        # follows, and that must not fail.
+        self.assertEqual(self.ask("LOCK", path, self.LOCK, Depth="0", If_None_Match="*").status,
+                         412, "somebody else's file")
         put = self.ask("PUT", path, b"content", If=f"<{self.url(path)}> (<{token}>)",
-                       If_None_Match="*", Expect="100-continue")
+                       Expect="100-continue")
         self.assertIn(put.status, (200, 201, 204))
         head = self.ask("HEAD", path)
         self.assertEqual((head.status, head.headers["content-length"]), (200, "7"))
