@@ -320,6 +320,22 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
 
 namespace {
 
+// The module puts the names of its templates right behind the value, which it keeps as UTF-8; and
+// it reads it from a record that has to hold the value's name, too. What it cannot take it replaces
+// by another place, where nothing is found.
+std::string WhatIsWrongWithTemplates(const std::string& directory)
+{
+    constexpr size_t kMostUnits = 239;
+    constexpr size_t kMostBytes = 255;
+    if (!directory.empty() && directory.back() != '/')
+        return "expected a directory with a '/' at its end";
+    const auto wide = ToUtf16(directory);
+    if (!wide || wide->size() > kMostUnits || directory.size() > kMostBytes)
+        return "expected at most " + std::to_string(kMostUnits) + " characters (" +
+               std::to_string(kMostBytes) + " bytes); name it by a shorter path";
+    return {};
+}
+
 std::string CheckModule(ITalpl& platform)
 {
     RegistryReader in(platform, kModuleKey);
@@ -329,6 +345,8 @@ std::string CheckModule(ITalpl& platform)
     in.Number(u"Debug Level", level);
     std::string templates;
     in.Text(u"Template Directory", templates);
+    if (const std::string wrong = WhatIsWrongWithTemplates(templates); !wrong.empty())
+        in.Refuse(u"Template Directory", wrong);
     std::string moniker = "/Ferro";
     in.Text(u"Moniker", moniker);
     const bool isPath = moniker.size() >= 2 && moniker.size() < 200 && moniker.front() == '/' &&

@@ -226,6 +226,7 @@ TEST_F(Settings, WrongSettingsOfComponents_AreNamedWithTheirPlace)
                            Row{"KestDav", "'Moniker' = '/Ferro/'", "expected a path"},
                            Row{"KestDav", "'Moniker' = 5", "expected a text"},
                            Row{"KestDav", "'Template Directory' = true", "expected a text"},
+                           Row{"KestDav", "'Template Directory' = '/srv'", "a '/' at its end"},
                            Row{"FileStore", "'Sync' = 'perhaps'", "expected 'none'"},
                            Row{"FileStore", "'Keep Deleted' = 'week'", "expected a number"},
                            Row{"FileStore", "'Server Address' = '::1'", "IPv4"},
@@ -239,6 +240,27 @@ TEST_F(Settings, WrongSettingsOfComponents_AreNamedWithTheirPlace)
         const std::string problem = CheckComponentSettings(*platform_.Get());
         EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
         EXPECT_TRUE(problem.starts_with(file_ + ":2: ")) << problem;
+    }
+}
+
+TEST_F(Settings, TemplateDirectory_IsNoLongerThanTheModuleTakes)
+{
+    struct Row {
+        const char* character;
+        size_t count; // and one more for the "/"
+        bool isRight;
+    };
+    for (const Row& row : {Row{"x", 238, true}, Row{"x", 239, false}, Row{"\u00e4", 127, true},
+                           Row{"\u00e4", 128, false}, Row{"", 0, true}}) {
+        std::string directory;
+        for (size_t i = 0; i < row.count; ++i)
+            directory += row.character;
+        std::ofstream(file_) << "['Kest\\Configuration\\KestDav']\n'Template Directory' = '"
+                             << directory << "/'\n";
+        std::string error(1024, '\0');
+        ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        const std::string problem = CheckComponentSettings(*platform_.Get());
+        EXPECT_EQ(problem.empty(), row.isRight) << row.count << ": " << problem;
     }
 }
 
