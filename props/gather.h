@@ -48,7 +48,7 @@ class GatheredIo {
 
   private:
     static constexpr UINT32 kRoom = 4096;
-    static constexpr UINT32 kOriginRoom = 256 + 3 + 256; // protocol, ":://", host
+    static constexpr UINT32 kOriginRoom = 256 + 3 + 256; // protocol, "://", host
 
     IKestIO_5* io_;
     UINT32 used_ = 0;

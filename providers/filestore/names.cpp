@@ -343,16 +343,14 @@ void NameList::WideAt(size_t index, WCHAR* out) const
     (void)ToUtf16(name.data(), name.size(), out, kMaxNameBytes, &units); // only servable names
 }
 
-// How many leading bytes all names have in common, so that the keys start where names differ. 0
-// unless every name is ASCII: only then do bytes compare as code units.
+// How many leading bytes all names have in common but for their case, so that the keys start where
+// names differ. All names are ASCII.
 size_t NameList::SharedPrefix() const
 {
     const std::string_view first = At(0);
     size_t shared = first.size();
     for (size_t i = 0; i < entries_.size(); ++i) {
         const std::string_view name = At(i);
-        if (!entries_[i].ascii)
-            return 0;
         shared = std::min(shared, name.size());
         for (size_t k = 0; k < shared; ++k)
             if (AsciiUpper(name[k]) != AsciiUpper(first[k]))
@@ -361,39 +359,22 @@ size_t NameList::SharedPrefix() const
     return shared;
 }
 
-// The full comparison, for names whose keys are equal.
+// The full comparison, for ASCII names whose keys are equal.
 bool NameList::Less(const Entry& a, const Entry& b) const
 {
     const std::string_view x(arena_.data() + a.offset, a.length);
     const std::string_view y(arena_.data() + b.offset, b.length);
-    int order = 0;
-    if (a.ascii && b.ascii) {
-        const size_t shared = std::min(x.size(), y.size());
-        for (size_t i = 0; i < shared && order == 0; ++i)
-            order = AsciiUpper(x[i]) - AsciiUpper(y[i]);
-        if (order == 0)
-            order = x.size() < y.size() ? -1 : x.size() > y.size() ? 1 : 0;
-    } else {
-        WCHAR wide[2][kMaxNameBytes];
-        size_t units[2] = {};
-        // Only servable names are added, so neither conversion fails.
-        (void)ToUtf16(x.data(), x.size(), wide[0], kMaxNameBytes, &units[0]);
-        (void)ToUtf16(y.data(), y.size(), wide[1], kMaxNameBytes, &units[1]);
-        upper_(wide[0], static_cast<UINT32>(units[0]));
-        upper_(wide[1], static_cast<UINT32>(units[1]));
-        order =
-            std::u16string_view(wide[0], units[0]).compare(std::u16string_view(wide[1], units[1]));
-    }
-    return order ? order < 0 : x < y;
+    const size_t shared = std::min(x.size(), y.size());
+    for (size_t i = 0; i < shared; ++i)
+        if (const int order = AsciiUpper(x[i]) - AsciiUpper(y[i]))
+            return order < 0;
+    return x.size() != y.size() ? x.size() < y.size() : x < y;
 }
 
 // Eight bytes from where the names begin to differ decide nearly every comparison without a look at
-// the text. A short name is filled up with zeros, which no name contains. The keys stay equal when
-// not all names are ASCII.
+// the text. A short name is filled up with zeros, which no name contains.
 void NameList::SetKeys()
 {
-    if (!std::all_of(entries_.begin(), entries_.end(), [](const Entry& e) { return e.ascii; }))
-        return;
     const size_t shared = SharedPrefix();
     for (size_t i = 0; i < entries_.size(); ++i) {
         const std::string_view rest = At(i).substr(shared);
@@ -427,10 +408,9 @@ void NameList::SortByKeys()
     }
 }
 
-void NameList::Sort()
+// The order of ASCII names, in which bytes compare as code units do.
+void NameList::SortAscii()
 {
-    if (entries_.size() < 2)
-        return;
     SetKeys();
     const auto less = [this](const Entry& a, const Entry& b) {
         return a.key != b.key ? a.key < b.key : Less(a, b);
@@ -447,6 +427,47 @@ void NameList::Sort()
             std::sort(first, last, less);
         first = last;
     }
+}
+
+// The order of any names: all of them are converted once, and not for every comparison.
+void NameList::SortWide()
+{
+    struct Folded {
+        size_t offset; // in `text`
+        size_t units;
+        Entry entry;
+    };
+    std::vector<WCHAR> text;
+    std::vector<Folded> names;
+    names.reserve(entries_.size());
+    for (size_t i = 0; i < entries_.size(); ++i) {
+        const size_t offset = text.size();
+        names.push_back({offset, UnitsAt(i), entries_[i]});
+        text.resize(offset + names.back().units);
+        WideAt(i, text.data() + offset);
+    }
+    for (const Folded& name : names) // no name is longer than a count of 32 bits
+        upper_(text.data() + name.offset, static_cast<UINT32>(name.units));
+    std::sort(names.begin(), names.end(), [&](const Folded& a, const Folded& b) {
+        const std::u16string_view x(text.data() + a.offset, a.units);
+        const std::u16string_view y(text.data() + b.offset, b.units);
+        if (const int order = x.compare(y))
+            return order < 0;
+        return std::string_view(arena_.data() + a.entry.offset, a.entry.length) <
+               std::string_view(arena_.data() + b.entry.offset, b.entry.length);
+    });
+    std::transform(names.begin(), names.end(), entries_.begin(),
+                   [](const Folded& name) { return name.entry; });
+}
+
+void NameList::Sort()
+{
+    if (entries_.size() < 2)
+        return;
+    if (std::all_of(entries_.begin(), entries_.end(), [](const Entry& e) { return e.ascii; }))
+        SortAscii();
+    else
+        SortWide();
 }
 
 } // namespace filestore
