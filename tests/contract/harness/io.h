@@ -115,9 +115,10 @@ struct Reply {
 };
 
 // IKestIO_5 over a Request. Everything that it hands out lives as long as it does.
-class ScriptedIo final : public IKestIO_5 {
+class ScriptedIo : public IKestIO_5 {
   public:
     ScriptedIo(Recorder& recorder, const WatchedPlatform& platform, Request request);
+    virtual ~ScriptedIo() = default; // behind the contract's slots
 
     Reply TakeReply() const;
     int References() const { return references_; }

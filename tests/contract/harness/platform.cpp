@@ -357,6 +357,8 @@ TALSTATUS WatchedPlatform::TalxAcquireLockForWriteAccess(HANDLE lock, BOOLEAN wa
 {
     const TALSTATUS status = real_->TalxAcquireLockForWriteAccess(lock, wait);
     heldLocks_ += !Failed(status);
+    if (!Failed(status))
+        heldForWriting_ = true;
     return status;
 }
 
@@ -443,6 +445,7 @@ TALSTATUS WatchedPlatform::TalxReleaseMutex(HANDLE mutex)
 TALSTATUS WatchedPlatform::TalxReleaseReadWriteLock(HANDLE lock)
 {
     --heldLocks_;
+    heldForWriting_ = false;
     return real_->TalxReleaseReadWriteLock(lock);
 }
 

@@ -15,15 +15,17 @@
 
 namespace harness {
 
-class WatchedPlatform final : public ITalpl {
+class WatchedPlatform : public ITalpl {
   public:
     WatchedPlatform(Recorder& recorder, ITalpl* real) : recorder_(recorder), real_(real) {}
+    virtual ~WatchedPlatform() = default; // behind the contract's slots
 
     UINT64 fixedTime = 0;   // TalxGetSystemTime's answer, if not 0
     std::string moduleName; // what TalxRegisterModuleName was told
 
     int LiveAllocations() const { return liveAllocations_; } // made here and not freed here
     int HeldLocks() const { return heldLocks_; } // acquired minus released read/write locks
+    bool HeldForWriting() const { return heldForWriting_; } // of the one lock that a module makes
     int LiveLocks() const { return liveLocks_; } // read/write locks allocated and not destroyed
     int OpenKeys() const { return openKeys_; }
     // Allocations that began with two links of 0xBAADF00D when they were freed.
@@ -138,6 +140,7 @@ class WatchedPlatform final : public ITalpl {
     ITalpl* real_; // owned by the process
     std::atomic<int> liveAllocations_{0};
     std::atomic<int> heldLocks_{0};
+    std::atomic<bool> heldForWriting_{false};
     std::atomic<int> liveLocks_{0};
     std::atomic<int> openKeys_{0};
     std::atomic<int> references_{0};

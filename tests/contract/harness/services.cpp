@@ -27,6 +27,15 @@ TALSTATUS Give(const std::string& text, UINT32* length, char* buffer)
     return CopyOut(text, length, buffer) ? TAL_STATUS_SUCCESS : HostFailure(kCodeBufferTooSmall);
 }
 
+// The same by a host that leaves the terminator to the caller.
+TALSTATUS GiveUnterminated(const std::string& text, UINT32* length, char* buffer)
+{
+    const TALSTATUS status = Give(text, length, buffer);
+    if (!Failed(status))
+        buffer[text.size()] = '?';
+    return status;
+}
+
 TALSTATUS Give(const std::string& text, STRING* out)
 {
     if (text.size() + 1 > out->MaximumLength)
@@ -68,13 +77,13 @@ TALSTATUS ConfigService::GetHostname(UINT32* length, char* buffer)
 {
     if (const auto status = recorder_.Enter("config.GetHostname", std::to_string(*length)))
         return *status;
-    return Give(hostname, length, buffer);
+    return GiveUnterminated(hostname, length, buffer);
 }
 TALSTATUS ConfigService::GetLocation(UINT32* length, char* buffer)
 {
     if (const auto status = recorder_.Enter("config.GetLocation", std::to_string(*length)))
         return *status;
-    return Give(location, length, buffer);
+    return GiveUnterminated(location, length, buffer);
 }
 TALSTATUS ConfigService::GetPort(UINT32* length, char* buffer)
 {
