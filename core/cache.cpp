@@ -149,6 +149,11 @@ TALSTATUS DavUriCacheBufferDestructor(void*)
     return TAL_STATUS_SUCCESS; // an entry owns nothing
 }
 
+TALSTATUS DavCacheSessionCleanup(SCHANDLE)
+{
+    return TAL_STATUS_SUCCESS; // the store takes the session's entries with it
+}
+
 BOOLEAN DavCompareUri(void* object, void* key)
 {
     const auto* entry = static_cast<const URI_CACHE_BUFFER*>(object);

@@ -37,3 +37,5 @@ TALSTATUS DavAddUriPrefixToCache(SCHANDLE hSc, UNICODE_STRING* pUriU, KESTDAV_HA
 TALSTATUS DavUriCacheBufferConstructor(void* pData1, void* pData2);
 TALSTATUS DavUriCacheBufferDestructor(void* pData);
 BOOLEAN DavCompareUri(void* object, void* key);
+// For the end of a session. Not registered: there is nothing to do.
+TALSTATUS DavCacheSessionCleanup(SCHANDLE hSc);

@@ -68,6 +68,28 @@ const char* ValueData(const char* record, UINT32 size, UINT32& length)
     return record + info.ValueOffset;
 }
 
+// Reads a number of the module's key, whatever type it was stored as. Without one, or with less
+// data than a number has, `value` stays.
+TALSTATUS ReadNumber(const WCHAR* name, UINT32& value)
+{
+    Key key;
+    if (const TALSTATUS status = key.Open(kModuleKey); Failed(status))
+        return status;
+    const Paged<char> record = AllocPaged<char>(kNumberRecordBytes);
+    if (!record)
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    UINT32 used = 0;
+    const TALSTATUS status =
+        pITalpl->TalxQueryValueKey(key.Get(), name, record.get(), kNumberRecordBytes, &used);
+    if (Failed(status))
+        return status;
+    UINT32 length = 0;
+    const char* data = ValueData(record.get(), kNumberRecordBytes, length);
+    if (data && length >= sizeof value)
+        std::memcpy(&value, data, sizeof value);
+    return status;
+}
+
 // Points g_MonikerU at the default text.
 void UseDefaultMoniker()
 {
@@ -92,7 +114,7 @@ bool TakeMoniker(const char* data, UINT32 bytes)
 UINT16 ReadMoniker()
 {
     Key key;
-    if (const TALSTATUS status = key.Open(kModuleKey); Code(status) != 0)
+    if (const TALSTATUS status = key.Open(kModuleKey); Failed(status))
         return Code(status);
     const Paged<char> record = AllocPaged<char>(kMonikerRecordBytes);
     if (!record)
@@ -134,26 +156,17 @@ TALSTATUS GetGlobalConfiguration()
 TALSTATUS GetReadWriteBlockSize()
 {
     g_RWBlockSize = kDefaultBlockSize;
-    Key key;
-    if (const TALSTATUS status = key.Open(kModuleKey); Failed(status))
-        return status;
-    const Paged<char> record = AllocPaged<char>(kNumberRecordBytes);
-    if (!record)
-        return TAL_STATUS_INSUFFICIENT_RESOURCES;
-    UINT32 used = 0;
-    const TALSTATUS status = pITalpl->TalxQueryValueKey(key.Get(), u"Read-Write Block Size",
-                                                        record.get(), kNumberRecordBytes, &used);
-    if (Failed(status))
-        return status;
-    UINT32 length = 0;
-    const char* data = ValueData(record.get(), kNumberRecordBytes, length);
-    if (data && length >= sizeof(UINT32)) {
-        UINT32 value = 0;
-        std::memcpy(&value, data, sizeof value);
-        if (value >= kSmallestBlockSize && value <= kLargestBlockSize)
-            g_RWBlockSize = value;
-    }
+    UINT32 value = 0;
+    const TALSTATUS status = ReadNumber(u"Read-Write Block Size", value);
+    if (value >= kSmallestBlockSize && value <= kLargestBlockSize)
+        g_RWBlockSize = value;
     return status;
+}
+
+TALSTATUS GetDebugLevel()
+{
+    UINT32 level = 0;
+    return ReadNumber(u"Debug Level", level);
 }
 
 TALSTATUS GetTopLevelMoniker()

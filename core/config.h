@@ -12,8 +12,12 @@ inline constexpr UINT32 kLargestBlockSize = 524288;
 // Reads the settings and subscribes to configuration changes. Once, in stage two. Always 0.
 TALSTATUS GetGlobalConfiguration();
 
-// Sets g_RWBlockSize: bytes, kSmallestBlockSize to kLargestBlockSize, else the default.
+// Sets g_RWBlockSize: bytes, kSmallestBlockSize to kLargestBlockSize, else the default. The status
+// is the reading's.
 TALSTATUS GetReadWriteBlockSize();
+
+// Reads the value "Debug Level" and discards it: the module writes no log, and nobody calls this.
+[[nodiscard]] TALSTATUS GetDebugLevel();
 
 // Sets g_MonikerU and g_MonikerS. The text is used as stored; every user of it assumes a leading
 // "/" and no trailing one. Always 0.

@@ -30,7 +30,7 @@ struct KESTREQ_OBJECT final : IKestReq_2 {
     TALSTATUS RequestHandler(IKestIO_5* pKestIo, SCHANDLE hSession, UINT32 Method) override;
 
     UINT32 cReference = 0;
-    UINT32 Type = 0;
+    UINT32 Type = 0; // read by nothing
 };
 
 // The dispatcher (in core/kestdav.cpp).

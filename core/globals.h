@@ -17,6 +17,7 @@ struct KESTDAV_HANDLER {
     IKestDAV* pIKestDav;
     GUID ClassId;
 };
+static_assert(offsetof(KESTDAV_HANDLER, ListLink) == 0); // entries are reached through their links
 
 extern ITalpl* pITalpl;          // stage one, under g_hModuleMutex
 extern IKestUtil* g_pIKestUtil;  // stage two, under g_hModuleMutex

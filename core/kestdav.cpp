@@ -43,7 +43,7 @@ __attribute__((visibility("default"))) int DllGetClassObject(const GUID* pClassI
     if (!g_bInitialized) {
         const ModuleMutex lock;
         if (!g_bInitialized) {
-            if (Failed(KestDavInitialization()))
+            if (Code(KestDavInitialization()) != 0) // informational ones are as final
                 std::fputs("KestDav -DllGetClassObject- Module initialization failed\n", stderr);
             else
                 g_bInitialized = true;
@@ -114,8 +114,7 @@ TALSTATUS KestDavInitialization()
     if (const TALSTATUS status = MakePlatform(); Code(status) != 0) {
         g_KestDavUnloading = true;
         KestDavCleanup();
-        // An informational status is as final as a failure: the platform is gone.
-        g_InitStatus = Failed(status) ? status : TAL_STATUS_UNSUCCESSFUL;
+        g_InitStatus = status;
         return g_InitStatus;
     }
     g_IClassFactory.cReference = 0;
@@ -222,11 +221,6 @@ namespace {
 
 using MethodHandler = TALSTATUS (*)(SCHANDLE, UNICODE_STRING*, IKestIO_5*);
 
-TALSTATUS NotServed(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
-{
-    return Reply(pKestIo, 501, TAL_STATUS_SUCCESS);
-}
-
 TALSTATUS Refused(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)
 {
     return ReplyEmpty(pKestIo, 400, TAL_STATUS_NOT_SUPPORTED);
@@ -237,15 +231,16 @@ TALSTATUS Post(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
     return KestDavPost(pKestIo, hSession, pUrl);
 }
 
-// By method code; what is not in the table is refused.
+// By method code. Null for what the host numbers and nobody serves; what is not in the table is
+// refused.
 constexpr MethodHandler kHandlers[] = {
     KestDavGet,       // 0
     KestDavPut,       // 1
     Post,             // 2
     KestDavDelete,    // 3
-    NotServed,        // 4
+    nullptr,          // 4
     KestDavOptions,   // 5
-    NotServed,        // 6
+    nullptr,          // 6
     KestDavPropPatch, // 7
     KestDavPropFind,  // 8
     KestDavPropPatch, // 9
@@ -299,9 +294,11 @@ TALSTATUS KestDavRequestHandler(IKestReq_2*, IKestIO_5* pKestIo, SCHANDLE hSessi
         return ReplyMapped(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
     UNICODE_STRING path = CopyPath(*url, buffer.get(), bytes);
 
-    if (const TALSTATUS status = KestDavCreateSession(hSession); Failed(status))
+    const TALSTATUS status = KestDavCreateSession(hSession);
+    if (Failed(status))
         return Reply(pKestIo, 405, status);
-    return FindHandler(Method)(hSession, &path, pKestIo);
+    const MethodHandler handler = FindHandler(Method);
+    return handler ? handler(hSession, &path, pKestIo) : Reply(pKestIo, 501, status);
 }
 
 TALSTATUS KestDavOptions(SCHANDLE, UNICODE_STRING*, IKestIO_5* pKestIo)

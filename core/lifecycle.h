@@ -32,7 +32,7 @@ class ModuleMutex {
 };
 
 // Stage one: platform layer, start time, provider lock, factory, resolution cache. Attempted once;
-// later calls return how that ended. Under g_hModuleMutex.
+// later calls return how that ended. Any code but 0 is a failure. Under g_hModuleMutex.
 [[nodiscard]] TALSTATUS KestDavInitialization();
 
 // Gives back what stage one made. Only after a failed start.

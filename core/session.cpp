@@ -5,6 +5,7 @@
 
 #include "core/config.h"
 #include "core/lifecycle.h"
+#include "core/list.h"
 #include "core/memory.h"
 #include "core/provider.h"
 
@@ -54,7 +55,6 @@ template <class F> void ForEachProvider(F visit)
     for (LIST_ENTRY* link = g_HandlerList.Flink; link != &g_HandlerList; link = link->Flink)
         visit(*reinterpret_cast<KESTDAV_HANDLER*>(link));
 }
-static_assert(offsetof(KESTDAV_HANDLER, ListLink) == 0);
 
 } // namespace
 
@@ -84,7 +84,7 @@ void KestDavReleaseHandlers()
             entry->pIKestDav2->Release();
         else if (entry->pIKestDav)
             entry->pIKestDav->Release();
-        pITalpl->TalxFreeMemory(entry);
+        FreeListEntry(&entry->ListLink);
     }
     pITalpl->TalxReleaseReadWriteLock(g_hHandlerLock);
 }

@@ -2,6 +2,7 @@
 //
 // DELETE, and the walk that deletes a tree for providers that cannot.
 #include "core/kestdav.h"
+#include "core/list.h"
 #include "core/memory.h"
 #include "core/provider.h"
 #include "core/reply.h"
@@ -161,7 +162,7 @@ TALSTATUS KestDavDeleteMultiStatusList(LIST_ENTRY* pMultiStatus)
 {
     while (LIST_ENTRY* link = pITalpl->TalxRemoveHeadList(pMultiStatus)) {
         static_assert(offsetof(DAV_STATUS_ENTRY, ListLink) == 0);
-        pITalpl->TalxFreeMemory(link);
+        FreeListEntry(link);
     }
     return TAL_STATUS_SUCCESS;
 }

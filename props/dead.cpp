@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/list.h"
 #include "core/memory.h"
 #include "core/reply.h"
-#include "props/list.h"
 #include "props/propfind.h"
 
 namespace {

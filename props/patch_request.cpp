@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/list.h"
 #include "core/memory.h"
 #include "index/escape.h"
 #include "lock/token.h"
-#include "props/list.h"
 #include "props/patch.h"
 #include "props/xmlbody.h"
 

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <limits>
 
+#include "core/list.h"
 #include "core/memory.h"
-#include "props/list.h"
 #include "props/propfind.h"
 #include "props/xmlbody.h"
 

@@ -102,6 +102,15 @@ TEST(Dispatcher, MethodsThatTheHostNumbersButNobodyServes_Answer501)
     }
 }
 
+TEST(Dispatcher, MethodThatNobodyServes_ReturnsTheSessionsStatus)
+{
+    World world;
+    world.Fail("sa.SACreate", TAL_STATUS_INFO_END_OF_FILE);
+    const Reply reply = world.Run(Request(4, "/Ferro"));
+    EXPECT_EQ(reply.text, "501\n\n") << "informational is no failure";
+    EXPECT_EQ(reply.returned, TAL_STATUS_INFO_END_OF_FILE);
+}
+
 TEST(Dispatcher, UnknownMethods_Answer400)
 {
     World world;

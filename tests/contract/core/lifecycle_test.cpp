@@ -134,6 +134,21 @@ INSTANTIATE_TEST_SUITE_P(Calls, StageOneFailure,
                                                                                     : "Lock";
                          });
 
+TEST_F(Lifecycle, InformationalStatusOfThePlatform_EndsStageOneToo)
+{
+    world.Offer(CLSID_HadranTalpl, [this](const GUID& iid, void** out) {
+        EXPECT_EQ(world.platform.QueryInterface(&iid, out), TAL_STATUS_SUCCESS);
+        return TAL_STATUS_INFO_END_OF_FILE;
+    });
+    void* out = nullptr;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(GetClassObject(CLSID_KestDavHandler, IID_IClassFactory, &out), -1);
+    EXPECT_EQ(GetClassObject(CLSID_KestDavHandler, IID_IClassFactory, &out), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(kFailureLine) + kFailureLine);
+    EXPECT_EQ(world.platform.References(), 0);
+    EXPECT_EQ(world.platform.LiveLocks(), 0) << "nothing was made with it";
+}
+
 TEST_F(Lifecycle, InformationalStatusOfTheLock_EndsStageOneToo)
 {
     world.Fail("platform.TalxAllocReadWriteLock", TAL_STATUS_INFO_END_OF_FILE);
@@ -141,6 +156,29 @@ TEST_F(Lifecycle, InformationalStatusOfTheLock_EndsStageOneToo)
     testing::internal::CaptureStderr();
     EXPECT_EQ(GetClassObject(CLSID_KestDavHandler, IID_IClassFactory, &out), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), kFailureLine);
+}
+
+TEST_F(Lifecycle, Services_AreKeptByOneReferenceEach)
+{
+    world.Start();
+    EXPECT_EQ(world.platform.References(), 1);
+    EXPECT_EQ(world.objects.References(), 1);
+    EXPECT_EQ(world.attributes.References(), 1);
+    EXPECT_EQ(world.util.References(), 1);
+    EXPECT_EQ(world.event.References(), 1);
+}
+
+TEST_F(Lifecycle, ProvidersAreMade_WhileNobodyCanReadTheirList)
+{
+    std::vector<std::pair<std::string, bool>> seen;
+    world.recorder.onCall = [&](std::string_view name) {
+        seen.emplace_back(name, world.platform.HeldForWriting());
+    };
+    Module()->Release();
+    EXPECT_THAT(seen, testing::Contains(std::pair(std::string("create.KestUtil"), false)));
+    EXPECT_THAT(seen, testing::Contains(std::pair(std::string("gen2.Create"), true)));
+    EXPECT_THAT(seen, testing::Contains(std::pair(std::string("gen2.GetDAVSupport"), true)));
+    EXPECT_EQ(world.platform.HeldLocks(), 0);
 }
 
 class StageTwoFailure : public Lifecycle, public testing::WithParamInterface<const char*> {};
@@ -278,6 +316,44 @@ TEST_F(Lifecycle, ModuleInit_ReportsLocationAccessAndIdentifier)
     EXPECT_EQ(world.access, KestAccessUser);
     EXPECT_EQ(world.moduleId, KESTDAV_MODULE_ID);
     EXPECT_EQ(world.config.References(), 0);
+}
+
+TEST_F(Lifecycle, ModuleInit_AsksForHostAndLocationAndTerminatesThem)
+{
+    world.config.hostname = "dav.example:8443";
+    world.config.location = "/mounted";
+    world.module = Module();
+    world.recorder.Clear();
+    WCHAR buffer[64];
+    UNICODE_STRING where = {0, sizeof buffer, buffer};
+    KEST_LOCATION_ACCESS access{};
+    GUID id{};
+    ASSERT_EQ(world.module->ModuleInit(harness::SessionHandle(0), &access, &where, &id),
+              TAL_STATUS_SUCCESS);
+    EXPECT_THAT(world.Calls(), ElementsAre("create.KestSrv()", "config.GetHostname(257)",
+                                           "config.GetLocation(257)"));
+    world["gen2"].AddFile("/gen2/a", "x");
+    EXPECT_THAT(
+        world.Run(Request(KestMethodPropFind, "/Ferro/gen2/a")).body,
+        testing::HasSubstr("<a:href>http://dav.example:8443/mounted/Ferro/gen2/a</a:href>"));
+}
+
+TEST_F(Lifecycle, ModuleInitWithTheLongestTexts_TakesThemWhole)
+{
+    world.config.hostname = std::string(256, 'h');
+    world.module = Module();
+    WCHAR buffer[64];
+    UNICODE_STRING where = {0, sizeof buffer, buffer};
+    KEST_LOCATION_ACCESS access{};
+    GUID id{};
+    ASSERT_EQ(world.module->ModuleInit(harness::SessionHandle(0), &access, &where, &id),
+              TAL_STATUS_SUCCESS);
+    world["gen2"].AddFile("/gen2/a", "x");
+    EXPECT_THAT(world.Run(Request(KestMethodPropFind, "/Ferro/gen2/a")).body,
+                testing::HasSubstr("//" + world.config.hostname + "/Ferro/gen2/a<"));
+    world.config.hostname += 'h';
+    EXPECT_EQ(Code(world.module->ModuleInit(harness::SessionHandle(0), &access, &where, &id)),
+              kCodeBufferTooSmall);
 }
 
 TEST_F(Lifecycle, ModuleInitWithLittleRoom_CutsTheLocation)

@@ -69,7 +69,10 @@ TEST(Resolution, RootsThatDifferInCase_ShareOneEntry)
     World world({{.name = "gen2"}});
     world.Remember("/Ferro/gen2");
     Head(world, "/Ferro/GEN2/x");
-    EXPECT_EQ(world.recorder.Count("om.CreateObject"), 0);
+    EXPECT_THAT(world.Calls({"om.", "gen2."}),
+                ElementsAre("om.FindObject(/GEN2, 0, 2)", "om.DereferenceObject(2)",
+                            "gen2.GetType(/GEN2/x)"))
+        << "the entry is found, and only the type is asked for";
     EXPECT_EQ(world.objects.Objects(1), 1U);
 }
 

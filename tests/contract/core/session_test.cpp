@@ -32,6 +32,13 @@ TEST(ProviderList, KeyThatNamesNoClass_IsSkippedSilently)
     EXPECT_EQ(world.Run(Request(KestMethodHead, "/Ferro/gen2")).text.substr(0, 3), "200");
 }
 
+TEST(ProviderList, KeyShorterThanAClass_IsNotReadPastItsEnd)
+{
+    World world({{.name = "gen2"}}, {.configuredKeys = {World::ProviderKeyName(0).substr(0, 37)}});
+    world.Run(Request(KestMethodOptions, "/Ferro"));
+    EXPECT_EQ(world.recorder.Count("gen2.BeginSession"), 1) << "one entry";
+}
+
 TEST(ProviderList, ClassInLowerCase_IsTheSameClass)
 {
     World world({}, {.configuredKeys = {"{50726f76-6964-6572-0000-000000000001}"}, .start = false});
@@ -124,6 +131,21 @@ TEST(Session, SecondRequest_DoesNotBeginItAgain)
     world.Run(Request(KestMethodOptions, "/Ferro/a"));
     EXPECT_THAT(world.Calls({"sa.", "a."}),
                 ElementsAre("sa.SACreate(session=1, 1, 2)", "sa.SADereference(2)"));
+}
+
+TEST(Session, Bracket_HoldsTheProviderListForReading)
+{
+    World world({{.name = "a"}});
+    std::vector<std::string> seen;
+    world.recorder.onCall = [&](std::string_view name) {
+        if (name.ends_with("Session") || name.starts_with("sa."))
+            seen.push_back(std::string(name) + " " + std::to_string(world.platform.HeldLocks()) +
+                           (world.platform.HeldForWriting() ? " writing" : ""));
+    };
+    world.Run(Request(KestMethodOptions, "/Ferro/a").Session(2));
+    world.attributes.EndSession(2);
+    EXPECT_THAT(seen, ElementsAre("sa.SACreate 0", "a.BeginSession 1", "sa.SADereference 0",
+                                  "sa.SAReference 0", "sa.SADelete 0", "a.EndSession 1"));
 }
 
 TEST(Session, FailingBeginSession_IsIgnored)

@@ -40,6 +40,16 @@ TEST(ConvertUriToDavStoreUri, GoesOnBehindWhatItLeaves)
     EXPECT_EQ(Convert(u"x%20"), u"x ");
 }
 
+TEST(ConvertUriToDavStoreUri, LooksAtNothingBehindItsLength)
+{
+    WCHAR text[] = u"a%20";
+    UNICODE_STRING in = {6, sizeof text, text};
+    WCHAR out[8] = {};
+    UNICODE_STRING result = {0, sizeof out, out};
+    ConvertUriToDavStoreUri(&in, &result);
+    EXPECT_EQ(std::u16string(out, result.Length / sizeof(WCHAR)), u"a%2");
+}
+
 TEST(ConvertUriToDavStoreUri, EmptyStaysEmpty)
 {
     EXPECT_EQ(Convert(u""), u"");
