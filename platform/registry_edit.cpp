@@ -24,11 +24,11 @@ std::vector<std::size_t> LineStarts(const std::string& text)
     return starts;
 }
 
+// Of a value's end or beginning. A key's header stands on a line before, so that a byte-order mark
+// is never in the way.
 std::size_t OffsetOf(const std::string& text, const std::vector<std::size_t>& lines, Place place)
 {
     std::size_t at = lines[place.line];
-    if (place.line == 1 && text.starts_with("\xEF\xBB\xBF"))
-        at += 3; // a byte-order mark is no column
     for (UINT32 column = 1; column < place.column && at < text.size(); ++column)
         do
             ++at;

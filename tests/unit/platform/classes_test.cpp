@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <thread>
@@ -189,6 +191,20 @@ TEST_F(Classes, WhatCannotBeLoadedIsLoggedOnceWithClassLibraryAndReason)
         std::snprintf(guid, sizeof guid, "{%08x-7465-7374-0102-030405060708}", c.number);
         EXPECT_NE(std::string::npos, lines.find(guid)) << lines;
     }
+}
+
+// In a process of its own: this one's log of classes would stay full.
+TEST_F(Classes, MadeUpClassesFillNoLog)
+{
+    const auto ask = [&] {
+        CapturedLog log;
+        for (UINT32 number = 5000; number < 5400; ++number)
+            if (CreateObject(Class(number), &out) != Failure(kCodeNotFound))
+                return false;
+        const std::string lines = log.Text();
+        return std::count(lines.begin(), lines.end(), '\n') <= 256;
+    };
+    EXPECT_EXIT(_exit(ask() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Classes, AFailedClassWorksOnceTheRegistryIsRight)

@@ -216,6 +216,17 @@ TEST(CodePage, UnknownSelectorsAreNotSupported)
     }
 }
 
+TEST(CodePage, TextsWhoseLengthCouldNotBeCountedAreRefusedUnread)
+{
+    constexpr UINT32 kTooLong = 715827883;
+    UINT32 room = 0;
+    EXPECT_EQ(Failure(kCodeInvalidParameter),
+              Platform().TalxMultiByteToWideChar(kCodePageUtf8, "\x80", kTooLong, nullptr, &room));
+    EXPECT_EQ(
+        Failure(kCodeInvalidParameter),
+        Platform().TalxWideCharToMultiByte(kCodePageUtf8, u"\xD800", kTooLong, nullptr, &room));
+}
+
 TEST(CodePage, NullArgumentsAreRefusedUnlessNothingIsThere)
 {
     UINT32 room = 4;

@@ -366,6 +366,39 @@ TEST_F(RegistryRead, WhatNobodyReadsIsReported)
     TolmRegistryReportUnread(nullptr, nullptr);
 }
 
+TEST_F(RegistryRead, AValueThatWasReadUnderAnOverrideCountsAsRead)
+{
+    ASSERT_EQ("", Load("['A']\n'v' = 'file'\n"));
+    ASSERT_EQ(0u, TolmRegistrySetOverride(u"A", u"v", TALX_REG_SZ, u"set", 8));
+    EXPECT_EQ("SZ:set", Query(u"A", u"v"));
+    ASSERT_EQ(0u, TolmRegistrySetOverride(u"A", u"v", TALX_REG_SZ, nullptr, 0));
+    EXPECT_EQ(std::vector<std::string>{}, Unread());
+    EXPECT_EQ("SZ:file", Query(u"A", u"v"));
+}
+
+TEST_F(RegistryRead, DataStandsAtItsTypesAlignment)
+{
+    ASSERT_EQ("", Load("['A']\n'num' = 5\n'wide' = 4294967296\n'str' = 'x'\n"));
+    const UINT64 bytes = 0x0102030405060708;
+    ASSERT_EQ(0u, TolmRegistrySetOverride(u"A", u"bin", TALX_REG_BINARY, &bytes, sizeof bytes));
+    HANDLE key = Open(u"A");
+    const struct {
+        const WCHAR* name;
+        UINT32 offset; // behind 20 bytes of record and the name
+    } cases[] = {{u"num", 28}, {u"wide", 32}, {u"str", 26}, {u"bin", 32}};
+    for (const auto& c : cases) {
+        char record[64];
+        UINT32 used = 0;
+        ASSERT_EQ(0u, Platform().TalxQueryValueKey(key, c.name, record, sizeof record, &used));
+        TALX_KEY_VALUE_INFORMATION info;
+        std::memcpy(&info, record, sizeof info);
+        EXPECT_EQ(c.offset, info.ValueOffset) << static_cast<int>(info.ValueType);
+        EXPECT_EQ(used, info.ValueOffset + info.ValueLength);
+    }
+    EXPECT_EQ(0u, Platform().TalxCloseKey(key));
+    ASSERT_EQ(0u, TolmRegistrySetOverride(u"A", u"bin", TALX_REG_BINARY, nullptr, 0));
+}
+
 TEST_F(RegistryRead, ReadersSeeOneRegistryWhileItIsLoadedAgain)
 {
     ASSERT_EQ("", Load("['A']\n'x' = 0\n'y' = 0\n"));

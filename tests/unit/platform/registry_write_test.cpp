@@ -272,6 +272,20 @@ TEST_F(RegistryWrite, WhenTheFileCannotBeReplacedNothingChanges)
     EXPECT_EQ(0, FileCount());
 }
 
+TEST_F(RegistryWrite, WhatWouldMakeTheFileTooLargeIsRefused)
+{
+    constexpr size_t kLargest = 16 * 1024 * 1024;
+    std::string text = "['A']\n'v' = 'x'\n";
+    while (text.size() < kLargest - 300)
+        text +=
+            '#' + std::string(std::min<size_t>(60000, kLargest - 200 - text.size()), 'c') + '\n';
+    ASSERT_EQ("", Load(text));
+    EXPECT_EQ(Failure(kCodeStorageFull), SetText(u"A", u"v", std::u16string(300, u'y')));
+    EXPECT_EQ("SZ:x", Query(u"A", u"v"));
+    EXPECT_EQ(0u, SetText(u"A", u"v", u"zz")) << "what fits is written";
+    EXPECT_EQ("SZ:zz", Query(u"A", u"v"));
+}
+
 TEST_F(RegistryWrite, WithoutAFileChangesStayInMemory)
 {
     ASSERT_EQ(0u, TolmRegistryLoad(nullptr, nullptr, 0));

@@ -116,6 +116,16 @@ TEST(ReadWriteLock, WritersExcludeEverybody)
     EXPECT_EQ(0u, destroy());
 }
 
+TEST(ReadWriteLock, ItsWriterIsToldThatItWouldWaitForItself)
+{
+    HANDLE l = nullptr;
+    ASSERT_EQ(0u, Platform().TalxAllocReadWriteLock(&l));
+    ASSERT_EQ(0u, Platform().TalxAcquireLockForWriteAccess(l, TRUE));
+    EXPECT_EQ(Failure(kCodeConflict), Platform().TalxAcquireLockForReadAccess(l, TRUE));
+    EXPECT_EQ(0u, Platform().TalxReleaseReadWriteLock(l));
+    EXPECT_EQ(0u, Platform().TalxDestroyReadWriteLock(l));
+}
+
 TEST(ReadWriteLock, ANestedReaderPassesAWaitingWriter)
 {
     HANDLE l = nullptr;
