@@ -87,7 +87,8 @@ template <class I> struct NamespaceCommon : I {
     }
     TALSTATUS Unlock(SCHANDLE, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
     {
-        if (const auto status = Note("Unlock", Narrow(path) + ", token=" + Narrow(token)))
+        const std::string text = token && !token->Buffer ? "(null text)" : Narrow(token);
+        if (const auto status = Note("Unlock", Narrow(path) + ", token=" + text))
             return *status;
         return owner.RemoveLock(Path(path), token);
     }

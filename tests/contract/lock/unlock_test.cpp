@@ -51,9 +51,9 @@ TEST_F(Unlock, TokenForms)
         {"<x:y> opaquelocktoken", "y"},
         {"<opaquelocktoken:>", ""},
         {"<opaquelocktoken>", ""},
-        {"<abc:def>", ""},
-        {"<OpaqueLockToken:abc>", ""},
-        {"", ""},
+        {"<abc:def>", "(null text)"},
+        {"<OpaqueLockToken:abc>", "(null text)"},
+        {"", "(null text)"},
         {"opaquelocktoken:" + longest, longest},
     };
     for (const auto& c : cases) {
