@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "core/kestdav.h"
+#include "io.h"
+#include "platform.h"
 
 namespace {
 
@@ -53,6 +55,21 @@ TEST(ConvertUriToDavStoreUri, LooksAtNothingBehindItsLength)
 TEST(ConvertUriToDavStoreUri, EmptyStaysEmpty)
 {
     EXPECT_EQ(Convert(u""), u"");
+}
+
+TEST(ConvertPathUriToDavStoreUri, ConvertsTheRequestsPathBehindTheMoniker)
+{
+    harness::Recorder recorder;
+    const harness::WatchedPlatform platform(recorder, nullptr);
+    WCHAR moniker[] = u"/Ferro";
+    g_MonikerU = {12, 14, moniker};
+    WCHAR out[16];
+    UNICODE_STRING result = {0, sizeof out, out};
+    harness::ScriptedIo io(recorder, platform, harness::Request(0, "/Ferro/a%20b%2f"));
+    EXPECT_EQ(ConvertPathUriToDavStoreUri(&io, &result), TAL_STATUS_SUCCESS);
+    EXPECT_EQ(std::u16string(out, result.Length / sizeof(WCHAR)), u"/a b%2f");
+    recorder.Fail("io.GetUrl", TAL_STATUS_INFO_END_OF_FILE);
+    EXPECT_EQ(ConvertPathUriToDavStoreUri(&io, &result), TAL_STATUS_INFO_END_OF_FILE);
 }
 
 TEST(ProviderPath, CutsTheMonikersLength)

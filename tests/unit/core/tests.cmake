@@ -1,6 +1,7 @@
 # Logic of the module's frame, compiled into the test as the module has it.
 kest_test(unit_core SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/cacheentry_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/factory_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/guidtext_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/locktoken_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/providers_test.cpp
