@@ -12,8 +12,7 @@
 // Sets a header whose value is a literal.
 template <size_t N> void SetHeader(IKestIO_5* io, const char* name, const char (&value)[N])
 {
-    // A header that the host cannot take is missing from the reply; the reply itself still goes
-    // out.
+    // A header that the host cannot take is missing from the reply, which still goes out.
     (void)io->SetReplyHeader(const_cast<char*>(name), N - 1, const_cast<char*>(value));
 }
 

@@ -142,40 +142,73 @@ struct DAV_REVERSE_LOOKUP {
     WCHAR DirPath[1];   // NUL-terminated, variable
 };
 
-static_assert(sizeof(DAV_LOCK_2) == 296 && offsetof(DAV_LOCK_2, Timeout) == 16 &&
-              offsetof(DAV_LOCK_2, Owner) == 28 && offsetof(DAV_LOCK_2, TokenLength) == 288 &&
-              offsetof(DAV_LOCK_2, Token) == 292);
-static_assert(sizeof(DAV_NAMED_PROPERTY) == 20 && offsetof(DAV_NAMED_PROPERTY, Value) == 16);
+static_assert(sizeof(DAV_LOCK_2) == 296 && offsetof(DAV_LOCK_2, NextEntryOffset) == 0 &&
+              offsetof(DAV_LOCK_2, Type) == 4 && offsetof(DAV_LOCK_2, Scope) == 8 &&
+              offsetof(DAV_LOCK_2, Depth) == 12 && offsetof(DAV_LOCK_2, Timeout) == 16 &&
+              offsetof(DAV_LOCK_2, OwnerLength) == 24 && offsetof(DAV_LOCK_2, Owner) == 28 &&
+              offsetof(DAV_LOCK_2, TokenLength) == 288 && offsetof(DAV_LOCK_2, Token) == 292);
+static_assert(sizeof(DAV_NAMED_PROPERTY) == 20 &&
+              offsetof(DAV_NAMED_PROPERTY, NextEntryOffset) == 0 &&
+              offsetof(DAV_NAMED_PROPERTY, NameLength) == 4 &&
+              offsetof(DAV_NAMED_PROPERTY, NameOffset) == 8 &&
+              offsetof(DAV_NAMED_PROPERTY, ValueLength) == 12 &&
+              offsetof(DAV_NAMED_PROPERTY, Value) == 16);
 static_assert(sizeof(DAV_ETAG) == 16);
-static_assert(sizeof(DAV_MULTI_STATUS) == 16 && offsetof(DAV_MULTI_STATUS, Object) == 12);
-static_assert(sizeof(DAV_COMMON_ENUM) == 64 && offsetof(DAV_COMMON_ENUM, CreationDate) == 16 &&
+static_assert(sizeof(DAV_MULTI_STATUS) == 16 && offsetof(DAV_MULTI_STATUS, NextEntryOffset) == 0 &&
+              offsetof(DAV_MULTI_STATUS, status) == 4 &&
+              offsetof(DAV_MULTI_STATUS, ObjectLength) == 8 &&
+              offsetof(DAV_MULTI_STATUS, Object) == 12);
+static_assert(sizeof(DAV_COMMON_ENUM) == 64 && offsetof(DAV_COMMON_ENUM, NextEntryOffset) == 0 &&
+              offsetof(DAV_COMMON_ENUM, Type) == 4 && offsetof(DAV_COMMON_ENUM, Attributes) == 8 &&
+              offsetof(DAV_COMMON_ENUM, CreationDate) == 16 &&
+              offsetof(DAV_COMMON_ENUM, ModificationDate) == 24 &&
               offsetof(DAV_COMMON_ENUM, ResourceSize) == 32 &&
-              offsetof(DAV_COMMON_ENUM, pURI) == 48 &&
+              offsetof(DAV_COMMON_ENUM, State) == 40 &&
+              offsetof(DAV_COMMON_ENUM, URILength) == 44 && offsetof(DAV_COMMON_ENUM, pURI) == 48 &&
+              offsetof(DAV_COMMON_ENUM, DisplayNameLength) == 56 &&
               offsetof(DAV_COMMON_ENUM, DisplayName) == 60);
-static_assert(sizeof(DAV_DELETED_ENTRY) == 88 && offsetof(DAV_DELETED_ENTRY, Enum) == 24);
-static_assert(offsetof(DAV_REVERSE_LOOKUP, Sockaddr) == 20 &&
+static_assert(sizeof(DAV_DELETED_ENTRY) == 88 && offsetof(DAV_DELETED_ENTRY, FileID) == 0 &&
+              offsetof(DAV_DELETED_ENTRY, DeleteTime) == 8 &&
+              offsetof(DAV_DELETED_ENTRY, DeletorID) == 16 &&
+              offsetof(DAV_DELETED_ENTRY, Enum) == 24);
+static_assert(sizeof(DAV_LOCK_INFO) == 40 && offsetof(DAV_LOCK_INFO, Timeout) == 0 &&
+              offsetof(DAV_LOCK_INFO, Scope) == 8 && offsetof(DAV_LOCK_INFO, Type) == 12 &&
+              offsetof(DAV_LOCK_INFO, Depth) == 16 && offsetof(DAV_LOCK_INFO, TokenLength) == 20 &&
+              offsetof(DAV_LOCK_INFO, PathLength) == 24 &&
+              offsetof(DAV_LOCK_INFO, CreatorLength) == 28 &&
+              offsetof(DAV_LOCK_INFO, OwnerLength) == 32 && offsetof(DAV_LOCK_INFO, Text) == 36);
+static_assert(sizeof(DAV_REVERSE_LOOKUP) == 56 && offsetof(DAV_REVERSE_LOOKUP, Header) == 0 &&
+              offsetof(DAV_REVERSE_LOOKUP, SockaddrLen) == 16 &&
+              offsetof(DAV_REVERSE_LOOKUP, Sockaddr) == 20 &&
               offsetof(DAV_REVERSE_LOOKUP, DirPath) == 52);
 
 // First generation, namespace.
 struct IKestDAV : IUnknown {
+    // Copies an object, with its contents unless `depth` is 0. Code 22 when the destination exists
+    // and `overwrite` is 0, code 33 when its parent does not exist. *errorId names a list of what
+    // failed below, or is 0.
     virtual TALSTATUS Copy(SCHANDLE hSession, BOOLEAN overwrite, INT32 depth,
                            UNICODE_STRING* source, UNICODE_STRING* destination,
                            DAV_ERROR_ID* errorId) = 0;
+    // Deletes an object; a collection with its contents only where kCapsDeletesTrees is reported.
     virtual TALSTATUS Delete(SCHANDLE hSession, UNICODE_STRING* path, DAV_ERROR_ID* errorId) = 0;
     // The bracket of a user session: before its first request and after its last.
     virtual TALSTATUS BeginSession(SCHANDLE hSession) = 0;
     virtual TALSTATUS EndSession(SCHANDLE hSession) = 0;
     virtual TALSTATUS GetDAVSupport(UINT32* caps) = 0; // kCaps bits
+    // The failures that *errorId names, packed; *size is the room on entry, the bytes used on
+    // return. Code 9 when there are none.
     virtual TALSTATUS GetMultiStatus(SCHANDLE hSession, DAV_ERROR_ID* errorId, UINT32* size,
                                      DAV_MULTI_STATUS* buffer) = 0;
     // Whether the path exists and what it is. Must fail for what does not exist (code 11).
     virtual TALSTATUS GetType(SCHANDLE hSession, UNICODE_STRING* path, DAV_TYPE* type) = 0;
-    virtual void Janitor(INT64 time) = 0;
+    virtual void Janitor(INT64 time) = 0; // a chance to tidy up; the module never calls it
     // Makes a lock and writes its token (at most token->MaximumLength bytes). Code 37 when another
     // lock is in the way.
     virtual TALSTATUS Lock(SCHANDLE hSession, INT32 depth, INT64 timeout, DAV_LOCK_SCOPE scope,
                            DAV_LOCK_TYPE type, UNICODE_STRING* path, DAV_LOCK_TOKEN* token,
                            DAV_ERROR_ID* errorId) = 0;
+    // Gives the lock `timeout` (a span of 100 ns units, not a date) from now.
     virtual TALSTATUS LockRefresh(SCHANDLE hSession, DAV_DATETIME timeout, UNICODE_STRING* path,
                                   DAV_LOCK_TOKEN* token) = 0;
     virtual TALSTATUS Unlock(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) = 0;
@@ -239,15 +272,18 @@ struct IKestDAVResource : IUnknown {
     virtual TALSTATUS GetDisplayName(UNICODE_STRING* name) = 0; // buffer set by the caller
     virtual TALSTATUS GetETag(DAV_ETAG* etag) = 0;
     virtual TALSTATUS GetModificationDate(DAV_DATETIME* date) = 0;
+    // A dead property's value, no terminator. *length is the room on entry, the value's length on
+    // return, also with code 7 when it does not fit. Code 11 when the property is not set.
     virtual TALSTATUS GetNamedProperty(UNICODE_STRING* name, UINT32* length, char* value) = 0;
-    virtual TALSTATUS GetResourceSize(UINT64* size) = 0;
+    virtual TALSTATUS GetResourceSize(UINT64* size) = 0; // bytes
     // Reads up to `length` bytes; *read 0 is the end.
     virtual TALSTATUS Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read) = 0;
     virtual TALSTATUS SetNamedProperty(UNICODE_STRING* name, UINT32 length, char* value) = 0;
+    // Writes. A provider takes all of it or fails: not every caller comes back for a rest.
     virtual TALSTATUS Write(UINT64 offset, UINT32 length, char* buffer, UINT32* written) = 0;
     virtual TALSTATUS SetCreationDate(DAV_DATETIME date) = 0;
     virtual TALSTATUS SetModificationDate(DAV_DATETIME date) = 0;
-    virtual TALSTATUS GetLiveAttributes(UINT32* attributes) = 0;
+    virtual TALSTATUS GetLiveAttributes(UINT32* attributes) = 0; // kAttribute bits
     virtual TALSTATUS SetLiveAttributes(UINT32 attributes) = 0;
 
   protected:

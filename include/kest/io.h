@@ -20,7 +20,10 @@ struct IKestIO_3 : IUnknown {
     virtual TALSTATUS GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination) = 0;
     // The request's path as sent, still escaped, without the query. Owned by the host.
     virtual TALSTATUS GetRawUrl(STRING** url) = 0;
+    // The client's address as text, in the caller's buffer without a terminator. Code 7 when it
+    // does not fit.
     virtual TALSTATUS GetRemoteAddress(UNICODE_STRING* address) = 0;
+    // The client's name where the host knows it, else its address; as GetRemoteAddress.
     virtual TALSTATUS GetRemoteHost(UNICODE_STRING* host) = 0;
     // The request's path, unescaped once, dot segments removed. Owned by the host; MaximumLength
     // exceeds Length by at least 2048 bytes. `reserved` may be null.
@@ -32,9 +35,10 @@ struct IKestIO_3 : IUnknown {
     // buffer full of the value's first bytes (lock tokens are looked for there). Code 11 when the
     // header is missing.
     virtual TALSTATUS GetRequestHeader(char* name, UINT32* length, char* buffer) = 0;
-    virtual TALSTATUS GetRequestMethod(UINT32* method) = 0;
+    virtual TALSTATUS GetRequestMethod(UINT32* method) = 0; // a KEST_METHOD
     // As GetRequestHeader, for a reply header set so far.
     virtual TALSTATUS GetReplyHeader(char* name, UINT32* length, char* buffer) = 0;
+    // What the host takes the client for: 1 a browser, 0 anything else.
     virtual TALSTATUS GetUserAgent(UINT32* kind) = 0;
     // Bytes of body that are announced and not yet read; 0 when there is no body. For a body whose
     // length is not known yet (chunked), at least 1 while some may be left.
@@ -47,6 +51,7 @@ struct IKestIO_3 : IUnknown {
     virtual TALSTATUS PutString(char* text) = 0;
     // Ends the head: status line and the headers set so far. The body follows.
     virtual TALSTATUS SendHeader(HTTPSTATUS status) = 0;
+    // Replaces a request header for later reads, or adds it; `length` bytes are copied.
     virtual TALSTATUS SetRequestHeader(char* name, UINT32 length, char* value) = 0;
     // Sets a reply header; `length` is the number of bytes of `value`.
     virtual TALSTATUS SetReplyHeader(char* name, UINT32 length, char* value) = 0;
@@ -58,6 +63,7 @@ struct IKestIO_3 : IUnknown {
     virtual void* AllocMemory(UINT32 size) = 0;
     // The head's header lines as received, NUL-terminated. Owned by the host.
     virtual TALSTATUS GetRawHeaders(UINT8** headers) = 0;
+    // The name and the port that the client used; *length as in GetRequestHeader.
     virtual TALSTATUS GetHostname(UINT32* length, char* buffer) = 0;
     virtual TALSTATUS GetPort(UINT32* length, char* buffer) = 0;
     // "http" or "https", with a terminator; *length as in GetRequestHeader.
@@ -70,8 +76,9 @@ struct IKestIO_3 : IUnknown {
 struct IKestIO_5 : IKestIO_3 {
     // The body to send with an error reply that the handler leaves without one.
     virtual TALSTATUS SetCustomError(HTTPSTATUS status, char* text) = 0;
+    // The realm of the host's sign-in; *length as in GetRequestHeader.
     virtual TALSTATUS GetAuthRealm(UINT32* length, char* buffer) = 0;
-    virtual BOOLEAN IsSecure() = 0;
+    virtual BOOLEAN IsSecure() = 0; // 1 when the request came over TLS
 
   protected:
     ~IKestIO_5() = default;

@@ -47,10 +47,16 @@ struct TALX_KEY_VALUE_INFORMATION {
 };
 
 static_assert(sizeof(TALX_KEY_INFORMATION) == 24 &&
+              offsetof(TALX_KEY_INFORMATION, LastWriteTime) == 0 &&
+              offsetof(TALX_KEY_INFORMATION, Reserved) == 8 &&
               offsetof(TALX_KEY_INFORMATION, KeyNameLength) == 12 &&
               offsetof(TALX_KEY_INFORMATION, KeyName) == 16);
 static_assert(sizeof(TALX_KEY_VALUE_INFORMATION) == 24 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, Reserved) == 0 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, ValueType) == 4 &&
               offsetof(TALX_KEY_VALUE_INFORMATION, ValueOffset) == 8 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, ValueLength) == 12 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, KeyValueNameLength) == 16 &&
               offsetof(TALX_KEY_VALUE_INFORMATION, KeyValueName) == 20);
 
 // Counts since the process started, and what is live now. Approximate only while other threads
@@ -153,8 +159,7 @@ struct ITalpl : IUnknown {
                                               UINT32* bytes) = 0;
 
     // -- Memory. Blocks of `size` bytes (0 gives a block of its own), aligned for every scalar
-    // type,
-    //    not cleared. Null when memory is short. "Paged" and "non-paged" are the same here.
+    //    type, not cleared. Null when memory is short. "Paged" and "non-paged" are the same here.
     virtual void* TalxAllocNonPagedMemory(UINT32 size) = 0;
     virtual void* TalxAllocPagedMemory(UINT32 size) = 0;
     // Any thread may free any block. Null is allowed. Code 4 for what is recognised as no live
@@ -183,7 +188,9 @@ struct ITalpl : IUnknown {
     virtual TALSTATUS TalxSleep(UINT32 time) = 0; // at least `time` milliseconds
 
     // -- Raw memory and NUL-terminated strings. A size of 0 needs no pointers; else null is code 4.
-    virtual INT32 TalxCompareMemory(const void* a, const void* b, UINT32 size) = 0; // as memcmp
+
+    // As memcmp: below 0, 0 or above 0. Has no status, so the pointers must be good.
+    virtual INT32 TalxCompareMemory(const void* a, const void* b, UINT32 size) = 0;
     virtual TALSTATUS TalxCopyMemory(void* to, const void* from, UINT32 size) = 0;
     virtual TALSTATUS TalxFillMemory(void* to, UINT32 size, UINT8 value) = 0;
     virtual TALSTATUS TalxMoveMemory(void* to, const void* from, UINT32 size) = 0; // may overlap
@@ -196,10 +203,9 @@ struct ITalpl : IUnknown {
     virtual TALSTATUS TalxZeroMemory(void* to, UINT32 size) = 0;
 
     // -- Counted strings. Copies and appends take at most MaximumLength bytes (of wide strings
-    // whole
-    //    units) and write no terminator. Comparisons give exactly -1, 0 or 1; a null string or
-    //    Buffer is the empty text. Wide texts are ordered by code unit, 8-bit texts by byte. With
-    //    `ignoreCase` the upper-cased texts are compared (Unicode's simple mappings, pairs of
+    //    whole units) and write no terminator. Comparisons give exactly -1, 0 or 1; a null string
+    //    or Buffer is the empty text. Wide texts are ordered by code unit, 8-bit texts by byte.
+    //    With `ignoreCase` the upper-cased texts are compared (Unicode's simple mappings, pairs of
     //    surrogates included): wide texts by code unit, 8-bit texts as UTF-8 by code point, where a
     //    byte that is no part of well-formed UTF-8 comes after every code point. So "_" is after
     //    "a" without case and before it with.
