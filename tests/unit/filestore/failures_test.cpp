@@ -312,18 +312,23 @@ TEST(FileSystemFailures, ALockThatFailsMakesNoFile)
 
 TEST(FileSystemFailures, ALockThatFailsLeavesWhatTookItsNameMeanwhile)
 {
-    for (const bool inPlace : {false, true}) {
+    const struct {
+        bool inPlace;
+        const char* text;
+    } cases[] = {{false, "theirs"}, {false, ""}, {true, "theirs"}};
+    for (const auto& c : cases) {
         int taken = 0;
         for (int call = 1;; ++call) {
             ASSERT_LT(call, 100);
             World world;
+            const int before = taken;
             const fs::path made = world.directory.Path() / "new";
             world.failing->onFailure = [&] {
                 if (!fs::exists(made))
                     return;
                 ++taken;
-                const fs::path other = inPlace ? made : world.directory.Path() / "other";
-                std::ofstream(other) << "theirs";
+                const fs::path other = c.inPlace ? made : world.directory.Path() / "other";
+                std::ofstream(other) << c.text;
                 fs::rename(other, made);
             };
             world.failing->failAt = call;
@@ -332,7 +337,8 @@ TEST(FileSystemFailures, ALockThatFailsLeavesWhatTookItsNameMeanwhile)
             if (!world.failing->hasFailed)
                 break;
             EXPECT_TRUE(Failed(status)) << call;
-            EXPECT_EQ(fs::exists(made) ? "theirs" : "", Contents(made)) << call;
+            EXPECT_EQ(taken > before, fs::exists(made)) << call;
+            EXPECT_EQ(taken > before ? c.text : "", Contents(made)) << call;
         }
         EXPECT_GT(taken, 0);
     }
