@@ -273,6 +273,12 @@ TEST_F(Io, RepliesAreFramed)
              Write(io, "x");
          },
          416, "", "0", "(none)", true},
+        {"416 with the length of what there is",
+         [](IKestIO_5& io) {
+             SetHeader(io, "Content-Length", "1000");
+             io.SendHeader(416);
+         },
+         416, "", "0", "(none)", true},
         {"no reply at all", [](IKestIO_5&) {}, 500, "", "0", "(none)", true},
         {"a body before the head", [](IKestIO_5& io) { Write(io, "x"); }, 200, "x", "1", "(none)",
          true},
