@@ -94,8 +94,12 @@ TALSTATUS GetCollectionVitals(SCHANDLE hSc, UNICODE_STRING* pUri, const KESTDAV_
                               UINT32* pAttributes, DAV_DATETIME* pCreationDate,
                               DAV_DATETIME* pModificationDate);
 
-// Deletes a tree depth first, children before their parent. (in methods/delete.cpp)
+// Deletes a tree depth first, children before their parent, and stops at the first failure, whose
+// status it returns. Code 38 when a path grows beyond 4096 bytes, code 5 when memory is short; in
+// the latter case nothing has been deleted. (in methods/delete.cpp)
+inline constexpr UINT32 kDeleteAllFlags = 0xFFFFFFFF; // what callers pass for Flags
 TALSTATUS KestDavDeleteCollection(KESTDAV_HANDLER* pHandler, SCHANDLE hSession, UINT32 Flags,
                                   DAV_LOCK_TOKEN* pToken, UNICODE_STRING* pUri,
                                   LIST_ENTRY* pMultiStatus);
+// Frees the entries of a list of results. Always succeeds.
 TALSTATUS KestDavDeleteMultiStatusList(LIST_ENTRY* pMultiStatus);

@@ -5,6 +5,7 @@
 
 #include "core/provider.h"
 #include "methods/copy.h"
+#include "methods/statuslist.h"
 #include "methods/treepath.h"
 
 namespace {
@@ -229,11 +230,9 @@ TALSTATUS CopyACollection(const CopyJob& job, LIST_ENTRY* multiStatus)
         Failed(status))
         return status;
     if (!Failed(result) && job.deleteSource) {
-        LIST_ENTRY results;
-        pITalpl->TalxInitializeListHead(&results);
-        (void)KestDavDeleteCollection(job.sourceHandler, job.session, 0xFFFFFFFF, job.token,
-                                      job.source, &results);
-        KestDavDeleteMultiStatusList(&results);
+        StatusList results; // kept: also when children were left out
+        (void)KestDavDeleteCollection(job.sourceHandler, job.session, kDeleteAllFlags, job.token,
+                                      job.source, results.Head());
     }
     return result;
 }
@@ -242,9 +241,6 @@ TALSTATUS CopyByType(DAV_TYPE type, const CopyJob& job)
 {
     if (type != Collection)
         return CopyAResource2(job);
-    LIST_ENTRY results;
-    pITalpl->TalxInitializeListHead(&results);
-    const TALSTATUS status = CopyACollection(job, &results);
-    KestDavDeleteMultiStatusList(&results);
-    return status;
+    StatusList results;
+    return CopyACollection(job, results.Head());
 }

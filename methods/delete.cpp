@@ -6,6 +6,7 @@
 #include "core/memory.h"
 #include "core/provider.h"
 #include "core/reply.h"
+#include "methods/statuslist.h"
 #include "methods/treepath.h"
 
 namespace {
@@ -17,16 +18,6 @@ constexpr UINT32 kEnumBytes = 4096 + 1088;
 // Room behind the longest path for the last "/" and the terminator, which the path's bound does not
 // count.
 constexpr UINT32 kPathSlackUnits = 2;
-
-constexpr UINT32 kAllFlags = 0xFFFFFFFF;
-
-// One object's result in a list that a walk hands back.
-struct DAV_STATUS_ENTRY {
-    LIST_ENTRY ListLink;
-    TALSTATUS Status;
-    UINT32 ObjectLength; // bytes
-    WCHAR Object[1];     // variable
-};
 
 // One walk: what stays the same on all its levels. The path is extended and cut back in place, and
 // all levels share the enumeration buffer: a child's record is used up before the walk goes down.
@@ -117,12 +108,9 @@ TALSTATUS DeletePath(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io)
         Failed(status))
         return status;
     if (type == Collection && !(handler->Caps & kCapsDeletesTrees)) {
-        LIST_ENTRY results;
-        pITalpl->TalxInitializeListHead(&results);
-        const TALSTATUS status =
-            KestDavDeleteCollection(handler, session, kAllFlags, nullptr, path, &results);
-        KestDavDeleteMultiStatusList(&results);
-        return status;
+        StatusList results;
+        return KestDavDeleteCollection(handler, session, kDeleteAllFlags, nullptr, path,
+                                       results.Head());
     }
     if (!handler->pIKestDav2)
         return DavNamespace(*handler).Delete(session, path, nullptr);

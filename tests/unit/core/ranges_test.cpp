@@ -126,6 +126,9 @@ TEST(ParseRequestRanges, LineBreaksAndBlanksBetweenRangesAreSkipped)
     EXPECT_THAT(Parse("bytes=0-99,   ", 1000).ranges, ElementsAre(Pair(0U, 100)));
     EXPECT_THAT(Parse("bytes=0-99,\r\n\r\n", 1000).ranges, ElementsAre(Pair(0U, 100)));
     EXPECT_THAT(Parse("bytes=0-99\r", 1000).ranges, ElementsAre(Pair(0U, 100)));
+    EXPECT_THAT(Parse("bytes=0-99\n,101-199", 1000).ranges,
+                ElementsAre(Pair(0U, 100), Pair(101U, 99)))
+        << "a line feed alone does not end a range";
 }
 
 TEST(ParseRequestRanges, FirstCharacterIsNotLookedAt)

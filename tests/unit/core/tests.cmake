@@ -9,5 +9,6 @@ kest_test(unit_core SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/requestpath_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/settings_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/status_test.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/statuslist_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/storeuri_test.cpp
   LIBS kestdav_objects kest_harness)

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The list of results that a walk over a tree takes along.
+#pragma once
+
+#include "core/kestdav.h"
+
+// One object's result.
+struct DAV_STATUS_ENTRY {
+    LIST_ENTRY ListLink;
+    TALSTATUS Status;
+    UINT32 ObjectLength; // bytes
+    WCHAR Object[1];     // variable
+};
+
+// An empty list that gives back what a walk has put into it.
+class StatusList {
+  public:
+    StatusList() { pITalpl->TalxInitializeListHead(&head_); }
+    ~StatusList() { KestDavDeleteMultiStatusList(&head_); }
+    StatusList(const StatusList&) = delete;
+    StatusList& operator=(const StatusList&) = delete;
+
+    LIST_ENTRY* Head() { return &head_; }
+
+  private:
+    LIST_ENTRY head_{};
+};
