@@ -3,6 +3,9 @@
 // POST on a collection: files uploaded by a form, or a change of the index preferences.
 #include <algorithm>
 #include <cstring>
+#include <optional>
+#include <string_view>
+#include <strings.h>
 
 #include "core/kestdav.h"
 #include "core/memory.h"
@@ -96,26 +99,41 @@ TALSTATUS ReadContentType(IKestIO_5* io, char* text)
     return status;
 }
 
-// The flags after a preference body, which sets one thing with its beginning. Other bodies change
-// nothing.
-UINT32 ApplyPreference(UINT32 flags, const char* body, UINT32 size)
+// One index preference and the character that chooses its value.
+struct Preference {
+    enum class Kind { kShowDeleted, kSort } kind;
+    char value;
+};
+
+// What a body sets with its beginning. Other bodies set nothing.
+std::optional<Preference> ReadPreference(std::string_view body)
 {
-    constexpr char kShowDeleted[] = "ShowDeleted=";
-    constexpr char kSort[] = "Sort=";
+    struct Field {
+        Preference::Kind kind;
+        std::string_view name;
+    };
+    static constexpr Field kFields[] = {{Preference::Kind::kShowDeleted, "ShowDeleted="},
+                                        {Preference::Kind::kSort, "Sort="}};
+    for (const Field& field : kFields)
+        if (body.size() > field.name.size() &&
+            strncasecmp(body.data(), field.name.data(), field.name.size()) == 0)
+            return Preference{field.kind, body[field.name.size()]};
+    return std::nullopt;
+}
+
+// The flags after the preference is set.
+UINT32 ApplyPreference(UINT32 flags, Preference preference)
+{
     constexpr UINT32 kShowBit = 0x01;
     constexpr UINT32 kSortBits = 0xF0;
     constexpr UINT32 kDirection = 0x10;
 
-    if (constexpr UINT32 at = sizeof(kShowDeleted) - 1;
-        size > at && strncasecmp(body, kShowDeleted, at) == 0)
-        return body[at] == '1' ? flags | kShowBit : flags & ~kShowBit;
-    if (constexpr UINT32 at = sizeof(kSort) - 1; size > at && strncasecmp(body, kSort, at) == 0) {
-        UINT32 sort = (static_cast<UINT32>(static_cast<UINT8>(body[at])) << 4) & kSortBits;
-        if ((flags & kSortBits) == sort) // asked for again: the other direction
-            sort = (sort + kDirection) & kSortBits;
-        return (flags & ~kSortBits) | sort;
-    }
-    return flags;
+    if (preference.kind == Preference::Kind::kShowDeleted)
+        return preference.value == '1' ? flags | kShowBit : flags & ~kShowBit;
+    UINT32 sort = (static_cast<UINT32>(static_cast<UINT8>(preference.value)) << 4) & kSortBits;
+    if ((flags & kSortBits) == sort) // asked for again: the other direction
+        sort = (sort + kDirection) & kSortBits;
+    return (flags & ~kSortBits) | sort;
 }
 
 TALSTATUS ChangePreference(IKestIO_5* io, SCHANDLE session)
@@ -128,6 +146,9 @@ TALSTATUS ChangePreference(IKestIO_5* io, SCHANDLE session)
             io->ReadClientPayload(g_RWBlockSize, reinterpret_cast<UINT8*>(body.get()), &read);
         Code(status) != 0)
         return Failed(status) ? status : TAL_STATUS_END_OF_FILE;
+    const std::optional<Preference> preference = ReadPreference({body.get(), read});
+    if (!preference)
+        return TAL_STATUS_SUCCESS; // the page as it is
 
     Attribute* attribute = nullptr;
     if (const TALSTATUS status =
@@ -135,7 +156,7 @@ TALSTATUS ChangePreference(IKestIO_5* io, SCHANDLE session)
         Failed(status))
         return status;
     auto* data = static_cast<KESTDAV_SESSION*>(attribute->pData);
-    data->Flags = ApplyPreference(data->Flags, body.get(), read);
+    data->Flags = ApplyPreference(data->Flags, *preference);
     return g_pIAttr->SADereference(kAttributeExclusive, attribute);
 }
 
