@@ -72,7 +72,9 @@ void PayloadWindow::Fill()
                                    reinterpret_cast<UINT8*>(buffer_.data.get() + used_), &read);
         if (Code(status) != 0) {
             ended_ = true;
-            endStatus_ = Code(status) == kCodeEndOfFile ? TAL_STATUS_END_OF_FILE : status;
+            // A status that does not fail has not brought any bytes either.
+            endStatus_ =
+                Failed(status) && Code(status) != kCodeEndOfFile ? status : TAL_STATUS_END_OF_FILE;
         } else if (read == 0) {
             ended_ = true;
         } else {

@@ -84,6 +84,21 @@ TEST(HostileForm, ClientThatGoesAway_EndsTheUpload)
     world->ExpectAtRest();
 }
 
+// A status that neither fails nor brings bytes ends the body as well.
+TEST(HostileForm, BodyThatEndsWithAnInformationalStatus_IsNotTakenForWhole)
+{
+    for (const TALSTATUS status : {TALSTATUS{TAL_STATUS_INFO_END_OF_FILE}, TALSTATUS{0x47BE0006}}) {
+        const auto world = MakeWorld();
+        const Reply reply = world->Run(Upload(FileHead("a") + "half").BodyEndsWith(status));
+        EXPECT_EQ(reply.text, kError) << status;
+        EXPECT_EQ(reply.returned, TAL_STATUS_END_OF_FILE) << status;
+        EXPECT_EQ(
+            world->Run(Upload(Body({{.content = "x", .file = "b"}})).BodyEndsWith(status)).text,
+            kSuccess)
+            << "all parts were there";
+    }
+}
+
 TEST(HostileForm, BodyWithoutAnyDelimiter_StoresNothingAndTells)
 {
     const auto world = MakeWorld("'Read-Write Block Size' = 1024");
