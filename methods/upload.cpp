@@ -13,7 +13,6 @@ namespace {
 // Opened for its content (see kest/dav.h for the values).
 constexpr DAV_SHARE_MODE kShareForReplacing = 1;
 constexpr DAV_SHARE_MODE kShareForLooking = 0;
-constexpr UINT16 kTokenBytes = 128;
 
 // One file on its way to the provider.
 class FileSink final : public PartSink {
@@ -29,26 +28,21 @@ class FileSink final : public PartSink {
 
 TALSTATUS FileSink::Open(const Upload& upload, const KESTDAV_HANDLER& handler, UNICODE_STRING* path)
 {
-    char tokenText[kTokenBytes];
-    DAV_LOCK_TOKEN token = {0, kTokenBytes, tokenText};
-    DAV_LOCK_TOKEN* pToken =
-        Failed(GetLockTokenFromRequestHeader(upload.io, &token)) ? nullptr : &token;
-
+    if (const TALSTATUS status = resource_.Open(handler); Failed(status))
+        return status;
+    RequestToken token(upload.io);
     if (!upload.overwrite) {
-        DavResource existing;
-        if (const TALSTATUS status = existing.Open(handler); Failed(status))
-            return status;
-        const TALSTATUS status = existing.Associate(upload.session, FALSE, kAccessWriteContent,
-                                                    kShareForLooking, path, pToken);
-        if (!Failed(status))
+        const TALSTATUS status = resource_.Associate(upload.session, FALSE, kAccessWriteContent,
+                                                     kShareForLooking, path, token.Get());
+        if (!Failed(status)) {
+            resource_.Close(); // not held while its content is passed over
             return TAL_STATUS_OBJECT_EXISTS;
+        }
         if (Code(status) != kCodeNotFound)
             return status;
     }
-    if (const TALSTATUS status = resource_.Open(handler); Failed(status))
-        return status;
     return resource_.Associate(upload.session, TRUE, kAccessReplaceContent, kShareForReplacing,
-                               path, pToken);
+                               path, token.Get());
 }
 
 TALSTATUS FileSink::Write(char* data, UINT32 size)

@@ -453,7 +453,8 @@ template <class I> class OpenedCollection : public Opened<I> {
         buffer->ModificationDate = node->modified;
         buffer->ResourceSize = node->sizeShown ? node->sizeShown : node->content.size();
         buffer->State = node->state;
-        buffer->DisplayNameLength = static_cast<UINT32>(nameBytes);
+        buffer->DisplayNameLength =
+            node->nameBytesShown ? node->nameBytesShown : static_cast<UINT32>(nameBytes);
         std::memcpy(bytes + offsetof(DAV_COMMON_ENUM, DisplayName), name.data(), nameBytes);
         buffer->URILength = static_cast<UINT32>(uriBytes);
         buffer->pURI = uriBytes ? reinterpret_cast<WCHAR*>(bytes + uriAt) : nullptr;

@@ -42,6 +42,7 @@ struct Node {
     DAV_PROVIDER_STATE state = 0; // of its entry in a listing
     std::u16string uri;           // of its entry in a listing, when state is not 0
     std::u16string displayName;   // the last path segment when empty
+    UINT32 nameBytesShown = 0;    // listings tell it as the name's length, if not 0
 };
 
 // What a test says about a provider before the module starts.

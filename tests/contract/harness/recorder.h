@@ -47,6 +47,9 @@ class Recorder {
     int Count(std::string_view name) const;
     void Clear(); // forgets calls and planned failures
 
+    // Told each listed call, before it is noted; for what holds while a call is made.
+    std::function<void(std::string_view name)> onCall;
+
   private:
     struct Plan {
         std::string name;

@@ -159,6 +159,27 @@ TEST(FormUpload, DelimiterAtEveryOffsetOfTheBuffer_EndsTheFileExactly)
     world->ExpectAtRest();
 }
 
+// The same for the first delimiter behind a preamble, and for the end of a part's headers.
+TEST(FormUpload, EveryMarkAtEveryOffsetOfTheBuffer_IsFound)
+{
+    const auto world = MakeWorld(2, {.moduleValues = "'Read-Write Block Size' = 1024"});
+    auto& vol = (*world)["vol"];
+    const std::string form = Body({{.content = "hello", .file = "a"}});
+    for (size_t size = 900; size < 1100; ++size) {
+        const std::string filler(size, 'x');
+        for (const std::string& body :
+             {filler + "\r\n" + form,
+              Body({{.content = "hello", .file = "a", .moreHeaders = "X: " + filler + "\r\n"}}),
+              Body({{.content = "field", .moreHeaders = "X: " + filler + "\r\n"},
+                    {.content = "hello", .file = "a"}})}) {
+            ASSERT_EQ(world->Run(Upload(body)).text, kSuccess) << size;
+            ASSERT_EQ(vol.Content("/vol/dir/a"), "hello") << size;
+            vol.Find("/vol/dir/a")->content.clear();
+        }
+    }
+    world->ExpectAtRest();
+}
+
 TEST(FormUpload, LargeFile_IsStreamedThroughOneBuffer)
 {
     const auto world = MakeWorld();
@@ -254,6 +275,58 @@ TEST(FormUpload, OverwriteOfZero_KeepsAnExistingFileAndStoresTheOthers)
                 "vol.res.Associate(/vol/dir/b, create=1, access=7, share=1, flags=0" + token));
         world->ExpectAtRest();
     }
+}
+
+TEST(FormUpload, OverwriteOfZero_LooksAndCreatesWithOneObject)
+{
+    const auto world = MakeWorld();
+    world->Remember("/Ferro/vol/dir");
+    EXPECT_EQ(world
+                  ->Run(Upload(Body({{.content = "x", .file = "a"}}))
+                            .Query("token=xxopaquelocktoken:abc&overwrite=0"))
+                  .text,
+              kSuccess);
+    EXPECT_THAT(
+        world->Calls({"vol.", "io.GetRequestHeader"}),
+        ElementsAre(
+            "io.GetRequestHeader(Content-Type)", "vol.Create(IKestDAVResource2)",
+            "io.GetRequestHeader(If)",
+            "vol.res.Associate(/vol/dir/a, create=0, access=6, share=0, flags=0, token=abc)",
+            "vol.res.Associate(/vol/dir/a, create=1, access=7, share=1, flags=0, token=abc)",
+            "vol.res.Write(0, 1)"));
+}
+
+TEST(FormUpload, ExistingFileThatIsKept_IsNotHeldWhileItsContentIsPassedOver)
+{
+    const auto world = MakeWorld(2, {.moduleValues = "'Read-Write Block Size' = 1024"});
+    (*world)["vol"].AddFile("/vol/dir/a", "old");
+    int readsAfterwards = 0;
+    world->recorder.onCall = [&](std::string_view name) {
+        if (name == "io.ReadClientPayload" && world->recorder.Count("vol.res.Associate") > 0) {
+            ++readsAfterwards;
+            EXPECT_EQ((*world)["vol"].LiveObjects(), 0);
+        }
+    };
+    EXPECT_EQ(world
+                  ->Run(Upload(Body({{.content = std::string(5000, 'x'), .file = "a"}}))
+                            .Query("overwrite=0"))
+                  .text,
+              kError);
+    EXPECT_GT(readsAfterwards, 3);
+}
+
+TEST(FormUpload, FieldThatIsCalledFilename_IsNoFileName)
+{
+    const std::string body =
+        std::string("--") + kBoundary +
+        "\r\nContent-Disposition: form-data; name=\"filename\"; "
+        "filename=\"a\"\r\n\r\nx\r\n--" +
+        kBoundary + "\r\nContent-Disposition: form-data; name=\"filename\"\r\n\r\ny\r\n--" +
+        kBoundary + "--\r\n";
+    const auto world = MakeWorld();
+    EXPECT_EQ(world->Run(Upload(body)).text, kSuccess);
+    EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/", "/vol/dir/a"));
+    EXPECT_EQ((*world)["vol"].Content("/vol/dir/a"), "x");
 }
 
 TEST(FormUpload, OverwriteOfZeroBehindLongArguments_StillCounts)
@@ -432,12 +505,28 @@ TEST(FormUpload, NameWithoutRoom_FailsThatPartOnly)
     world->ExpectAtRest();
 }
 
+// The host's room is the URL's 14 units and 1024 more, the dispatcher adds one: 2078 bytes, of
+// which the collection's path takes 16. A name is counted twice, with "/" before it.
 TEST(FormUpload, LongestNameThatFits_IsStored)
 {
     const auto world = MakeWorld();
-    const std::string name(1000, 'n');
+    const std::string name(1030, 'n');
     EXPECT_EQ(world->Run(Upload(Body({{.content = "1", .file = name.c_str()}}))).text, kSuccess);
     EXPECT_EQ((*world)["vol"].Content("/vol/dir/" + name), "1");
+    const Reply reply = world->Run(Upload(Body({{.content = "2", .file = (name + "x").c_str()}})));
+    EXPECT_EQ(reply.text, kError);
+    EXPECT_EQ(reply.returned, TAL_STATUS_INSUFFICIENT_RESOURCES);
+}
+
+// The last "/" of the path goes, and one that is left stands before the name already.
+TEST(FormUpload, PathThatEndsWithASlash_GetsNoSecondOne)
+{
+    const auto world = MakeWorld();
+    (*world)["vol"].serveRoot = true;
+    world->Run(Upload(Body({{.content = "x", .file = "a"}}), "/Ferro//"));
+    EXPECT_THAT(world->Calls({"vol.res.Associate"}),
+                ElementsAre("vol.res.Associate(/a, create=1, access=7, share=1, flags=0, "
+                            "token=null)"));
 }
 
 TEST(FormUpload, DotNames_DoNotLeaveTheCollection)
