@@ -133,6 +133,13 @@ TEST_F(Copy, OntoItself_SucceedsWithoutACall)
     EXPECT_EQ(world["gen2"].Content("/gen2/f"), "hello");
 }
 
+TEST_F(Copy, OntoItsNameInAnotherCase_IsAnotherResource)
+{
+    world["gen2"].AddFile("/gen2/f", "hello");
+    EXPECT_EQ(Run("/gen2/f", "/gen2/F").text, Answer(200));
+    EXPECT_EQ(world["gen2"].Content("/gen2/F"), "hello");
+}
+
 TEST_F(Copy, WithoutOverwriteOntoAnExistingResource_Answers412)
 {
     world["gen2"].AddFile("/gen2/f", "new");
@@ -177,7 +184,9 @@ TEST_F(Copy, WhoseHeadersTheHostRefuses_IsMapped)
     world.Fail("io.GetCopyInfo", TAL_STATUS_INVALID_REQUEST);
     EXPECT_EQ(Run("/gen2/f", "/gen2/g").text, Answer(400));
     world.Fail("io.GetCopyInfo", TAL_STATUS_INFO_END_OF_FILE);
-    EXPECT_EQ(Run("/gen2/f", "/gen2/g").text, Answer(417));
+    const Reply reply = Run("/gen2/f", "/gen2/g");
+    EXPECT_EQ(reply.text, Answer(417));
+    EXPECT_EQ(reply.returned, TAL_STATUS_INFO_END_OF_FILE);
     EXPECT_FALSE(world["gen2"].Has("/gen2/g"));
 }
 
@@ -523,6 +532,18 @@ INSTANTIATE_TEST_SUITE_P(Rows, CopyLength,
                                          LengthRow{"DestinationAtItsLimit", 100, 2000, 82, 200},
                                          LengthRow{"DestinationBeyond", 100, 2000, 83, 414}),
                          [](const auto& row) { return row.param.name; });
+
+// A name cannot be longer than the record that it comes in, whatever the provider tells.
+TEST_F(Copy, NameBeyondItsRecord_StopsTheWalkWith414)
+{
+    for (const UINT32 bytes : {2176U, 4000U, 0xFFFFFF00U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(bytes);
+        world["gen2"].AddFile("/gen2/c/f").nameBytesShown = bytes;
+        EXPECT_EQ(Run("/gen2/c", "/gen1/n" + std::to_string(bytes), kKeep).text, Answer(414));
+        EXPECT_EQ(world.recorder.Count("gen2.res.Associate"), 0);
+        world.ExpectAtRest();
+    }
+}
 
 TEST_F(Copy, PathsThatDoNotFit_AreRefused)
 {

@@ -161,6 +161,24 @@ TEST_F(Delete, ReadOnlyBitThatStays_DoesNotStopTheAttempt)
     }
 }
 
+TEST_F(Delete, AttributesThatCannotBeRead_DoNotStopTheAttempt)
+{
+    world["gen2"].AddFile("/gen2/c/f");
+    world.Fail("gen2.col.GetLiveAttributes", kInjected);
+    EXPECT_EQ(Run("/gen2/c").text, kDeleted);
+    EXPECT_FALSE(world["gen2"].Has("/gen2/c"));
+    EXPECT_EQ(world.recorder.Count("gen2.col.SetLiveAttributes"), 0);
+}
+
+TEST_F(Delete, IgnoresTheDepth)
+{
+    world["gen2"].AddFile("/gen2/c/f");
+    EXPECT_EQ(world.Run(Request(KestMethodDelete, "/Ferro/gen2/c").Header("Depth", "0")).text,
+              kDeleted);
+    EXPECT_FALSE(world["gen2"].Has("/gen2/c"));
+    EXPECT_EQ(world.recorder.Count("io.GetRequestHeader"), 0);
+}
+
 TEST_F(Delete, WhatIsMissing_Is404)
 {
     EXPECT_EQ(Run("/gen2/none").text, "404\nContent-Length: 0\n\n");
@@ -271,6 +289,19 @@ TEST_F(Delete, NameOf513Units_StopsTheWalkWith414)
     EXPECT_FALSE(world["gen2"].Has("/gen2/c/a")) << "what went before stays deleted";
     EXPECT_TRUE(world["gen2"].Has("/gen2/c/z"));
     world.ExpectAtRest();
+}
+
+// Lengths that a provider tells and no name has.
+TEST_F(Delete, NameOf1025BytesAndMore_StopsTheWalkWith414)
+{
+    for (const UINT32 bytes : {1025U, 4096U, 5184U, 0xFFFFFF00U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(bytes);
+        world["gen2"].AddFile("/gen2/c/f").nameBytesShown = bytes;
+        EXPECT_EQ(Run("/gen2/c").text, "414\nContent-Length: 0\n\n");
+        EXPECT_TRUE(world["gen2"].Has("/gen2/c/f"));
+        EXPECT_EQ(world.recorder.Count("gen2.Delete"), 0);
+        world.ExpectAtRest();
+    }
 }
 
 // A path of exactly `units` units that ends in a collection.

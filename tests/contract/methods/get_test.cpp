@@ -12,9 +12,10 @@ using harness::ProviderFailure;
 using harness::Reply;
 using harness::Request;
 using harness::World;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -226,14 +227,32 @@ TEST_F(Get, UnderMemoryPressure_HalvesItsBuffer)
     EXPECT_THAT(reply.writes, ElementsAre(131072, 131072, 37856));
 }
 
+TEST_F(Get, WriteWithAnInformationalStatus_EndsTheBodyToo)
+{
+    world["gen2"].readLimit = 300;
+    world.Fail("io.Write", TAL_STATUS_INFO_END_OF_FILE, 2);
+    const Reply reply = world.Run(Request(KestMethodGet, "/Ferro/gen2/f"));
+    EXPECT_EQ(reply.body, Digits(300));
+    EXPECT_EQ(reply.returned, TAL_STATUS_INFO_END_OF_FILE);
+    EXPECT_EQ(world.recorder.Count("gen2.res.Read"), 2);
+}
+
 // -- If-Modified-Since.
 
 struct SinceRow {
     const char* name;
-    const char* header;
+    std::string header;
     UINT64 extraTicks; // on top of 12:00:00
     int status;
 };
+
+// Any blank may be many. With a terminator, 127 bytes fill the room.
+std::string DateOf(size_t bytes)
+{
+    const std::string day = "Sat, ";
+    const std::string rest = "31 Jan 2026 12:00:00 GMT";
+    return day + std::string(bytes - day.size() - rest.size(), ' ') + rest;
+}
 
 class GetSince : public Get, public testing::WithParamInterface<SinceRow> {};
 
@@ -257,7 +276,9 @@ INSTANTIATE_TEST_SUITE_P(
                     SinceRow{"Earlier", "Sat, 31 Jan 2026 11:59:59 GMT", 0, 200},
                     SinceRow{"LastTickOfTheStep", "Sat, 31 Jan 2026 12:00:00 GMT", 99999, 304},
                     SinceRow{"NextStep", "Sat, 31 Jan 2026 12:00:00 GMT", 100000, 200},
-                    SinceRow{"NoDate", "yesterday", 0, 200}, SinceRow{"Empty", "", 0, 200}),
+                    SinceRow{"NoDate", "yesterday", 0, 200}, SinceRow{"Empty", "", 0, 200},
+                    SinceRow{"LongestHeader", DateOf(127), 0, 304},
+                    SinceRow{"HeaderThatDoesNotFit", DateOf(128), 0, 200}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(Get, UnmodifiedAnswersGoBeforeRanges)
@@ -350,7 +371,14 @@ TEST_F(Get, RangeHeaderOfMoreThan32Bytes_IsReadAgain)
     EXPECT_EQ(Range("bytes=0-99,                              101-199").text,
               Partial("0-199/1000", 199, Digits(100) + Digits(1000).substr(101, 99)));
     EXPECT_EQ(world.recorder.Count("io.AllocMemory"), 2);
-    EXPECT_EQ(Range("bytes=0-99" + std::string(2000, ' ')).text, Whole(Digits(1000)))
+}
+
+TEST_F(Get, RangeHeader_IsReadUpTo1023Bytes)
+{
+    const std::string range = "bytes=0-99";
+    EXPECT_EQ(Range(range + std::string(1023 - range.size(), ' ')).text,
+              Partial("0-99/1000", 100, Digits(100)));
+    EXPECT_EQ(Range(range + std::string(1024 - range.size(), ' ')).text, Whole(Digits(1000)))
         << "too long even for the second reading";
 }
 
@@ -390,10 +418,21 @@ TEST_F(Get, ReadWithAnInformationalCode_GoesOnWithTheNextRange)
 TEST_F(Get, OfTheRootOrAnIndexDocument_IsNotResolved)
 {
     world.Run(Request(KestMethodGet, "/Ferro/gen2/none/.index_xml"));
-    EXPECT_THAT(world.Calls({"gen2.GetType(/gen2/none/.index_xml)"}), IsEmpty());
+    EXPECT_THAT(world.Calls({"gen2.GetType"}),
+                Not(Contains("gen2.GetType(/gen2/none/.index_xml)")));
+    EXPECT_THAT(world.Calls({"io.SetReplyHeader"}),
+                ElementsAre("io.SetReplyHeader(Cache-Control, \"no-store\")"))
+        << "what the page is preceded by";
     world.Run(Request(KestMethodGet, "/gen2xx")); // as long as the moniker
     EXPECT_EQ(world.recorder.Count("gen2.Create"), 0);
     world.ExpectAtRest();
+}
+
+// The suffix may be all that there is; anything shorter is a path as any other.
+TEST_F(Get, IndexSuffixAlone_GoesToTheIndex)
+{
+    EXPECT_EQ(world.Run(Request(KestMethodGet, ".index_xml")).heads, 0) << "no templates here";
+    EXPECT_EQ(world.Run(Request(KestMethodGet, "index_xml")).text, kNotFound);
 }
 
 TEST_F(Get, IndexSuffixInAnotherCase_IsAResource)

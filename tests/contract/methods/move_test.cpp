@@ -110,6 +110,17 @@ TEST_F(Move, OfAResourceWhereMoveIsNotSupported_CopiesAndDeletes)
     world.ExpectAtRest();
 }
 
+TEST_F(Move, AnyStatusWithTheNotSupportedCode_IsDoneByCopying)
+{
+    for (const TALSTATUS status : {TALSTATUS{0xC7A3000D}, TALSTATUS{0x47A3000D}}) {
+        world["gen2"].AddFile("/gen2/f", "content");
+        world.Fail("gen2.Move", status);
+        EXPECT_EQ(Run("/gen2/f", "/gen2/n", kOverwrite).text, Answer(200)) << status;
+        EXPECT_EQ(world["gen2"].Content("/gen2/n"), "content") << status;
+        EXPECT_FALSE(world["gen2"].Has("/gen2/f")) << status;
+    }
+}
+
 TEST_F(Move, OfAResourceBetweenProviders_CarriesItAndDeletesTheSource)
 {
     harness::Node* source = world["gen1"].Find("/gen1/f");
@@ -172,6 +183,51 @@ TEST_F(Move, OfACollectionBetweenProviders_CopiesAndDeletesTheTree)
     world.ExpectAtRest();
 }
 
+// Kept: the source tree goes also when children were left out.
+TEST_F(Move, OfACollectionWhoseChildFails_StillDeletesTheSource)
+{
+    world.Fail("gen1.res.Read", ProviderFailure(kCodeUnsuccessful));
+    EXPECT_EQ(Run("/gen1/c", "/gen2/n").text, Answer(200));
+    EXPECT_FALSE(world["gen2"].Has("/gen2/n/d/g"));
+    EXPECT_THAT(world["gen1"].Paths(), ElementsAre("/gen1/", "/gen1/f"));
+    world.ExpectAtRest();
+}
+
+TEST_F(Move, OfACollectionWhoseSourceCannotBeDeleted_StillSucceeds)
+{
+    // The child goes by itself right after its copy, d and the rest of c with the tree.
+    world.Fail("gen1.Delete", ProviderFailure(kCodeLocked), 3);
+    EXPECT_EQ(Run("/gen1/c", "/gen2/n").text, Answer(200));
+    EXPECT_EQ(world["gen2"].Content("/gen2/n/d/g"), "deep");
+    EXPECT_TRUE(world["gen1"].Has("/gen1/c"));
+    world.ExpectAtRest();
+}
+
+TEST_F(Move, OfACollectionWithTooLongAPath_KeepsTheSource)
+{
+    std::string destination = "/gen2";
+    for (int i = 0; i < 5; ++i)
+        destination += "/" + std::string(399, 'q');
+    world["gen2"].AddCollection(destination.substr(0, destination.rfind('/')));
+    world["gen1"].AddFile("/gen1/t/" + std::string(90, 'n'), "kept");
+    EXPECT_EQ(Run("/gen1/t", destination).text, Answer(414));
+    EXPECT_TRUE(world["gen1"].Has("/gen1/t/" + std::string(90, 'n')));
+    world.ExpectAtRest();
+}
+
+// Nothing is copied onto itself, and so nothing deleted.
+TEST_F(Move, OntoItselfWhereMoveIsNotSupported_KeepsIt)
+{
+    world["gen2"].moveSupported = false;
+    for (const BOOLEAN overwrite : {kKeep, kOverwrite}) {
+        EXPECT_EQ(Run("/gen2/f", "/gen2/f", overwrite).text, Answer(200));
+        EXPECT_EQ(world["gen2"].Content("/gen2/f"), "content");
+        EXPECT_EQ(Run("/gen2/c", "/gen2/c", overwrite).text, Answer(412));
+        EXPECT_EQ(world["gen2"].Content("/gen2/c/d/g"), "deep");
+    }
+    world.ExpectAtRest();
+}
+
 TEST_F(Move, OfACollectionWhoseDestinationExists_MergesWithOverwriteAndKeepsTheSource)
 {
     world["gen2"].AddFile("/gen2/n/own", "kept");
@@ -208,6 +264,8 @@ TEST_F(Move, WhatOrWhereNothingResolves_IsMapped)
     EXPECT_EQ(Run("/gen2/f", "/nowhere/x").text, Answer(404));
     world.Fail("io.GetMoveInfo", TAL_STATUS_INVALID_REQUEST);
     EXPECT_EQ(Run("/gen2/f", "/gen2/x").text, Answer(400));
+    world.Fail("io.GetMoveInfo", TAL_STATUS_INFO_END_OF_FILE);
+    EXPECT_EQ(Run("/gen2/f", "/gen2/x").returned, TAL_STATUS_INFO_END_OF_FILE);
     EXPECT_TRUE(world["gen2"].Has("/gen2/f"));
     world.ExpectAtRest();
 }

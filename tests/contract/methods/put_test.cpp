@@ -112,6 +112,45 @@ TEST_F(Put, WriteThatTakesLess_MovesTheOffsetByWhatWasTaken)
                 ElementsAre("gen2.res.Write(0, 5)", "gen2.res.Write(3, 1)"));
 }
 
+// Only a failure ends the transfer; the last write's status is the request's.
+TEST_F(Put, WriteWithAnInformationalStatus_GoesOn)
+{
+    world.Fail("gen2.res.Write", TAL_STATUS_INFO_END_OF_FILE, 2); // takes no byte
+    const Reply reply = world.Run(Request(KestMethodPut, "/Ferro/gen2/a").Body({"a", "b"}));
+    EXPECT_EQ(reply.text, kCreated);
+    EXPECT_EQ(reply.returned, TAL_STATUS_INFO_END_OF_FILE);
+    EXPECT_EQ(world["gen2"].Content("/gen2/a"), "a");
+}
+
+TEST_F(Put, IgnoresWhatTheHeadSaysOfTheBody)
+{
+    EXPECT_EQ(world
+                  .Run(Request(KestMethodPut, "/Ferro/gen2/a")
+                           .Header("Content-Length", "3")
+                           .Header("Content-Type", "text/plain")
+                           .Header("Transfer-Encoding", "chunked")
+                           .Body({"more than three"}))
+                  .text,
+              kCreated);
+    EXPECT_EQ(world["gen2"].Content("/gen2/a"), "more than three");
+    EXPECT_THAT(world.Calls({"io.GetRequestHeader", "io.IsClientPayloadAvailable"}),
+                ElementsAre("io.GetRequestHeader(If)"));
+}
+
+// Halves are tried as long as they hold 1024 bytes, whatever the size began with.
+TEST_F(Put, BlockSizeThatIsNoPowerOfTwo_IsHalvedDownTo1024)
+{
+    World odd{{{.name = "gen2"}}, {.moduleValues = "'Read-Write Block Size' = 3000"}};
+    odd.Remember("/Ferro/gen2");
+    odd.Fail("platform.TalxAllocPagedMemory", kInjected, 2);
+    EXPECT_EQ(odd.Run(Request(KestMethodPut, "/Ferro/gen2/a").Body({"x"})).text, kCreated);
+    EXPECT_EQ(odd.Calls({"io.ReadClientPayload"}).front(), "io.ReadClientPayload(1500)");
+    odd.Fail("platform.TalxAllocPagedMemory", kInjected, 2);
+    odd.Fail("platform.TalxAllocPagedMemory", kInjected, 2); // 750 is not tried
+    EXPECT_EQ(odd.Run(Request(KestMethodPut, "/Ferro/gen2/a").Body({"x"})).text,
+              "507\nContent-Length: 0\n\n");
+}
+
 struct FailureRow {
     const char* name;
     const char* call;
@@ -259,13 +298,20 @@ TEST_F(MkCol, WhereNothingResolves_IsMapped)
     world.ExpectAtRest();
 }
 
-// A resolution that reports "exists" is taken for the collection's.
-TEST_F(MkCol, AnyStatusWithTheExistsCode_Answers405)
+// The code counts, whatever its facility.
+TEST_F(MkCol, AnyFailureWithTheExistsCode_Answers405)
 {
-    world.Fail("gen2.MkCol", 0xC7A30016);
-    EXPECT_EQ(world.Run(Request(KestMethodMkCol, "/Ferro/gen2/c")).text, "405\n\n");
-    world.Fail("gen2.MkCol", ProviderFailure(kCodeStorageFull));
-    EXPECT_EQ(world.Run(Request(KestMethodMkCol, "/Ferro/gen2/c")).text, "507\n\n");
+    for (const std::string generation : {"gen2", "gen1"}) {
+        world.Fail(generation + ".MkCol", 0xC7A30016);
+        EXPECT_EQ(world.Run(Request(KestMethodMkCol, "/Ferro/" + generation + "/c")).text,
+                  "405\n\n");
+        world.Fail(generation + ".MkCol", ProviderFailure(kCodeStorageFull));
+        EXPECT_EQ(world.Run(Request(KestMethodMkCol, "/Ferro/" + generation + "/c")).text,
+                  "507\n\n");
+    }
+    world.Fail("gen2.MkCol", 0x00000016);
+    EXPECT_EQ(world.Run(Request(KestMethodMkCol, "/Ferro/gen2/c")).text, "201\n\n")
+        << "a status that does not fail";
 }
 
 } // namespace
