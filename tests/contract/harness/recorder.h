@@ -26,8 +26,8 @@ class Recorder {
     std::optional<TALSTATUS> Enter(std::string_view name, std::string_view arguments = {});
     // The same for calls that are counted and can fail but are not listed: the platform's.
     std::optional<TALSTATUS> EnterUnlisted(std::string_view name);
-    // Looks at every listed call as it is made; called without the recorder's lock. Set before the
-    // first call and not changed.
+    // Looks at every listed call as it is made; called without the recorder's lock. Set while no
+    // request runs.
     std::function<void(std::string_view name)> onCall;
 
     // The `nth` call (1 is the next) named `name` returns `status`; once.
@@ -46,9 +46,6 @@ class Recorder {
     std::vector<std::string> Calls(std::vector<std::string> prefixes = {}) const;
     int Count(std::string_view name) const;
     void Clear(); // forgets calls and planned failures
-
-    // Told each listed call, before it is noted; for what holds while a call is made.
-    std::function<void(std::string_view name)> onCall;
 
   private:
     struct Plan {
