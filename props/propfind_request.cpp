@@ -51,8 +51,10 @@ static UINT32 ReadDepth(IKestIO_5* io)
 
 static UINT32 FindLiveProperty(const char* name)
 {
+    // The first letter, small as all are in the table, rules out most rows at once.
+    const char first = static_cast<char>(*name | 0x20);
     for (const LIVE_PROPERTY* row = g_LiveProperties; row->pName; ++row)
-        if (SameName(row->pName, name))
+        if (*row->pName == first && SameName(row->pName, name))
             return row->Property;
     return 0;
 }
