@@ -237,7 +237,7 @@ TEST_F(FileStoreLocks, AFalseConditionIsNoLock)
     EXPECT_EQ(0u, Unlock("/docs/a", token));
 }
 
-TEST_F(FileStoreLocks, AFalseConditionTakesAndRefreshesNoLock)
+TEST_F(FileStoreLocks, AFalseConditionTakesAndRefreshesNoLockAndSetsNoProperty)
 {
     ASSERT_EQ(0u, Put("/docs/a", "x"));
     const std::string token = MustLock("/docs/a");
@@ -250,6 +250,8 @@ TEST_F(FileStoreLocks, AFalseConditionTakesAndRefreshesNoLock)
     const auto take = [&] { return Lock("/docs/new", &other); };
     EXPECT_EQ(kCodePreconditionFailed, Code(WithIf("/docs/new", wrong, take, KestMethodLock)));
     EXPECT_FALSE(std::filesystem::exists(Docs() / "new"));
+    const auto set = [&] { return SetProperty("/docs/a"); };
+    EXPECT_EQ(kCodePreconditionFailed, Code(WithIf("/docs/a", wrong, set, KestMethodPropPatch)));
     EXPECT_EQ(0u, Unlock("/docs/a", token));
 }
 

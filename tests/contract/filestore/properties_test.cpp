@@ -87,6 +87,8 @@ TEST_F(FileStoreProperties, ANameWithoutPrefixFindsTheOneStoredWithIt)
     EXPECT_EQ("prefixed", Find("/docs/a", "color"));
     EXPECT_EQ("prefixed", Find("/docs/a", "Z:color"));
     EXPECT_EQ("(none)", Find("/docs/a", "Y:color"));
+    ASSERT_EQ(0u, Set("/docs/a", "Y:color", "later"));
+    EXPECT_EQ("prefixed", Find("/docs/a", "color")) << "the one that was set first";
     EXPECT_EQ("(none)", Find("/docs/a", "olor"));
     ASSERT_EQ(0u, Set("/docs/a", "color", "plain"));
     EXPECT_EQ("plain", Find("/docs/a", "color"));

@@ -114,6 +114,17 @@ class Client {
         resource->Release();
         return status;
     }
+    TALSTATUS RemoveProperty(const std::string& path, const std::string& name)
+    {
+        auto* const resource = new FileResource(store_);
+        UINT32 length = 0;
+        TALSTATUS status =
+            resource->Associate({}, FALSE, kAccessAttributesOnly, 3, 0, Path(path).Get(), nullptr);
+        if (!Failed(status))
+            status = resource->SetNamedPropertyEnh(Path(name).Get(), 0, nullptr, &length, nullptr);
+        resource->Release();
+        return status;
+    }
     TALSTATUS Delete(const std::string& path)
     {
         return WithNamespace(

@@ -119,6 +119,19 @@ TEST(FileStoreClock, LocksExpireByThemselves)
     EXPECT_TRUE(store->Volumes()[0]->MayHaveLocks());
 }
 
+TEST(FileStoreClock, RemovingAPropertyThatNobodyKeepsAsksTheLocksToo)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path());
+    Client client(*store);
+    ASSERT_EQ(0u, client.Put("/v/a", "x"));
+    EXPECT_EQ(0u, client.RemoveProperty("/v/a", "p"));
+    std::string token;
+    ASSERT_EQ(0u, client.Lock("/v/a", -1, &token));
+    EXPECT_FALSE(store->Volumes()[0]->MayHaveProperties());
+    EXPECT_EQ(kCodeLocked, Code(client.RemoveProperty("/v/a", "p")));
+}
+
 TEST(FileStoreClock, TheLookForLocksIsClearAgainAfterTheLastOne)
 {
     const TempDirectory directory;
