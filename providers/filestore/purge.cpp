@@ -12,6 +12,9 @@ namespace filestore {
 namespace {
 
 constexpr auto kRound = std::chrono::minutes(1);
+// Entries are kept for days, and the whole list is read for those whose time is over: an index by
+// time would cost more with every deletion.
+constexpr auto kRetireRound = std::chrono::minutes(15);
 // At most 64 removals every 2 ms: 100,000 files take some three seconds, and leave the disk idle
 // for most of that.
 constexpr int kRemovalsPerPause = 64;
@@ -186,10 +189,16 @@ void Purger::Run(std::stop_token stop)
         std::this_thread::sleep_for(kPauseTime);
         return !stop.stop_requested();
     };
+    auto nextRetirement = std::chrono::steady_clock::now();
     while (!stop.stop_requested()) {
+        const auto now = std::chrono::steady_clock::now();
+        const bool retires = now >= nextRetirement;
+        if (retires)
+            nextRetirement = now + kRetireRound;
         (void)Protected([&] {
             for (const auto& volume : store_.Volumes()) {
-                RetireDeleted(store_, *volume);
+                if (retires)
+                    RetireDeleted(store_, *volume);
                 EmptyPurge(*volume, pause);
                 DropExpiredLocks(store_, *volume);
             }

@@ -24,7 +24,6 @@ CREATE TABLE hidden (parent TEXT NOT NULL, leaf TEXT NOT NULL, PRIMARY KEY (pare
 CREATE TABLE deleted (id INTEGER PRIMARY KEY AUTOINCREMENT, parent TEXT NOT NULL,
                       name TEXT NOT NULL, time INTEGER NOT NULL);
 CREATE INDEX deleted_parent ON deleted (parent, id);
-CREATE INDEX deleted_time ON deleted (time);
 CREATE TABLE locks (seq INTEGER PRIMARY KEY, token TEXT NOT NULL UNIQUE, path TEXT NOT NULL,
                     scope INTEGER NOT NULL, type INTEGER NOT NULL, depth INTEGER NOT NULL,
                     expires INTEGER NOT NULL, owner BLOB NOT NULL, creator TEXT NOT NULL);
@@ -164,6 +163,8 @@ int PrepareSchema(Database& db)
         result = db.Execute(kSchema);
     else if (result == SQLITE_OK && version != kSchemaVersion)
         result = SQLITE_MISMATCH;
+    else if (result == SQLITE_OK) // from when there was one: it cost every deletion two writes
+        result = db.Execute("DROP INDEX IF EXISTS deleted_time");
     if (result == SQLITE_OK)
         return db.Execute("COMMIT");
     (void)db.Execute("ROLLBACK"); // the first failure is the one that counts

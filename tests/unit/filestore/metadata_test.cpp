@@ -3,6 +3,8 @@
 // Sessions of the metadata: what they see of each other's changes, and many at once.
 #include <thread>
 
+#include <sqlite3.h>
+
 #include "tests/unit/filestore/scratch.h"
 
 using namespace filestore;
@@ -84,6 +86,46 @@ TEST(MetadataSessions, FindWhatATreeHolds)
     EXPECT_TRUE(has("e/f"));
     EXPECT_FALSE(has("c-"));
     EXPECT_FALSE(has("g"));
+}
+
+TEST(MetadataSessions, FindAllThatIsOverInAnyOrderOfTimes)
+{
+    World world;
+    const auto session = world.Session();
+    for (const UINT64 time : {UINT64{30}, UINT64{10}, UINT64{40}, UINT64{20}}) {
+        DeletedEntry entry{0, "", std::to_string(time), time};
+        ASSERT_EQ(0u, session->AddDeleted(&entry));
+    }
+    std::vector<std::string> over;
+    DeletedEntry entry;
+    while (!Failed(session->NextExpired(31, entry.id, &entry)))
+        over.push_back(entry.name);
+    EXPECT_EQ((std::vector<std::string>{"30", "10", "20"}), over);
+}
+
+TEST(MetadataDatabase, LosesTheIndexByTimeThatOlderOnesHave)
+{
+    World world;
+    DeletedEntry entry{0, "", "kept", 7};
+    ASSERT_EQ(0u, world.Session()->AddDeleted(&entry));
+    world.store.reset();
+    sqlite3* db = nullptr;
+    const std::string path = world.directory.Path() / ".kest/meta.db";
+    const auto run = [&](const char* script, int (*take)(void*, int, char**, char**), void* out) {
+        return sqlite3_exec(db, script, take, out, nullptr);
+    };
+    const auto count = [](void* out, int, char**, char**) { return ++*static_cast<int*>(out), 0; };
+    const char kIndexes[] = "SELECT 1 FROM sqlite_master WHERE name = 'deleted_time'";
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
+    ASSERT_EQ(SQLITE_OK, run("CREATE INDEX deleted_time ON deleted (time)", nullptr, nullptr));
+    world.store = MakeStore(world.directory.Path());
+    int indexes = 0;
+    EXPECT_EQ(SQLITE_OK, run(kIndexes, count, &indexes));
+    EXPECT_EQ(0, indexes);
+    DeletedEntry found;
+    EXPECT_EQ(0u, world.Session()->FindDeleted(entry.id, &found));
+    EXPECT_EQ("kept", found.name);
+    sqlite3_close(db);
 }
 
 TEST(MetadataSessions, OfManyThreadsLoseNothing)
