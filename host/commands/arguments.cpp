@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/commands/arguments.h"
 
+#include <filesystem>
+
 #include "host/services/registry_settings.h"
 #include "host/services/text.h"
 #include "host/services/users.h"
@@ -74,6 +76,10 @@ bool ParseVolume(const std::string& text, VolumeArgument& out)
         while (path.size() > 1 && path.ends_with('/'))
             path.pop_back();
         out = {path.substr(path.rfind('/') + 1), text};
+        if (out.name == "." || out.name == "..") { // named by what it stands for
+            std::error_code error;
+            out.name = std::filesystem::canonical(path, error).filename().string();
+        }
     }
     const bool isPlain = out.name != "." && out.name != ".." &&
                          out.name.find('/') == std::string::npos && IsValidUtf8(out.name) &&

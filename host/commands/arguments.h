@@ -73,7 +73,8 @@ struct UserArguments {
 
 std::string ParseUser(std::vector<std::string> arguments, UserArguments& out);
 
-// "NAME=DIR", or "DIR" for a volume named by its last component. False when that gives no name.
+// "NAME=DIR", or "DIR" for a volume named by its last component ("." and ".." by that of the
+// directory they stand for). False when that gives no name.
 bool ParseVolume(const std::string& text, VolumeArgument& out);
 
 } // namespace kestd

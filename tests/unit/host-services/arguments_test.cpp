@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/commands/arguments.h"
 
+#include <filesystem>
+
 #include <gtest/gtest.h>
 
 namespace kestd {
@@ -59,7 +61,7 @@ TEST(ServeArguments, WhatIsWrong_IsSaid)
         {{"a=/x", "a=/y"}, "two volumes"},
         {{"=/x"}, "names no volume"},
         {{"/"}, "names no volume"},
-        {{"."}, "names no volume"},
+        {{"./no such directory/.."}, "names no volume"},
         {{"a="}, "names no volume"},
     };
     for (const Row& row : rows) {
@@ -67,6 +69,19 @@ TEST(ServeArguments, WhatIsWrong_IsSaid)
         const std::string problem = ParseServe(row.words, a);
         EXPECT_NE(problem.find(row.part), std::string::npos) << row.words[0] << ": " << problem;
     }
+}
+
+TEST(VolumeArgument, Dots_AreNamedByTheDirectoryTheyStandFor)
+{
+    const std::filesystem::path here = std::filesystem::current_path();
+    VolumeArgument volume;
+    for (const char* text : {".", "./", "./."}) {
+        ASSERT_TRUE(ParseVolume(text, volume)) << text;
+        EXPECT_EQ(volume.name, here.filename().string()) << text;
+        EXPECT_EQ(volume.directory, text);
+    }
+    ASSERT_TRUE(ParseVolume("..", volume));
+    EXPECT_EQ(volume.name, here.parent_path().filename().string());
 }
 
 TEST(VolumeArgument, EqualsBehindASlash_IsPartOfTheDirectory)
