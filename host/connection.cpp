@@ -244,7 +244,8 @@ Connection::Step Connection::OnHead(size_t size)
     const Live& live = front_.Current();
     request_ = TakeRequest();
     RequestIo& request = *request_;
-    request.start = std::chrono::steady_clock::now();
+    if (live.settings.accessLog)
+        request.start = std::chrono::steady_clock::now();
     request.remote = remote_;
     request.isSecure = transport_.IsTls() || live.isPublicSecure;
     request.headText.Append(in_.Data(), size);
@@ -342,7 +343,7 @@ Connection::Step Connection::EndRequest()
         front_.doorkeeper.Leave(request.admission.session);
         request.isAdmitted = false;
     }
-    if (front_.Current().settings.accessLog)
+    if (front_.Current().settings.accessLog && request.start != decltype(request.start)())
         front_.log.Write({request.remote, request.admission.user, request.head.method,
                           request.head.target, request.head.version, request.reply.Status(),
                           request.reply.BodyBytes(),
@@ -366,7 +367,8 @@ Connection::Step Connection::EndRequest()
 Connection::Step Connection::Refuse(int status)
 {
     request_ = TakeRequest();
-    request_->start = std::chrono::steady_clock::now();
+    if (front_.Current().settings.accessLog)
+        request_->start = std::chrono::steady_clock::now();
     request_->remote = remote_;
     request_->body.Start({}, in_, transport_, *this, false, milliseconds(0));
     StartReply(front_.Current());

@@ -22,10 +22,21 @@ constexpr std::array<bool, 256> kTokenBytes = [] {
 
 bool IsName(std::string_view name) noexcept
 {
-    bool isToken = !name.empty();
     for (const char c : name)
-        isToken &= kTokenBytes[static_cast<unsigned char>(c)];
-    return isToken;
+        if (!kTokenBytes[static_cast<unsigned char>(c)])
+            return false;
+    return !name.empty();
+}
+
+// Tells most names apart without comparing them: the length and both ends, without case.
+uint32_t KeyOf(std::string_view name) noexcept
+{
+    if (name.empty())
+        return 0;
+    const auto end = [](char c) {
+        return static_cast<uint32_t>(static_cast<unsigned char>(Lower(c)));
+    };
+    return static_cast<uint32_t>(name.size()) << 16 | end(name.front()) << 8 | end(name.back());
 }
 
 // No field of a reply comes near; keeps the sums below from wrapping.
@@ -33,10 +44,11 @@ constexpr size_t kLongest = 1U << 24;
 
 } // namespace
 
-HeaderList::Line* HeaderList::FindLine(std::string_view name) noexcept
+const HeaderList::Line* HeaderList::FindLine(std::string_view name) const noexcept
 {
-    for (Line& line : lines_)
-        if (EqualsIgnoringCase(line.Name(), name))
+    const uint32_t key = KeyOf(name);
+    for (const Line& line : lines_)
+        if (line.key == key && EqualsIgnoringCase(line.Name(), name))
             return &line;
     return nullptr;
 }
@@ -49,19 +61,22 @@ bool HeaderList::Set(Arena& arena, std::string_view name, std::string_view value
     auto* const text = static_cast<char*>(arena.Allocate(size));
     if (!text)
         throw std::bad_alloc();
-    Line* line = FindLine(name);
-    if (!line)
-        line = &lines_.emplace_back();
+    const Line* const known = FindLine(name);
+    Line& line = known ? lines_[static_cast<size_t>(known - lines_.data())] : lines_.emplace_back();
+    if (known)
+        name = known->Name(); // written as it was first
     else
-        name = line->Name(); // written as it was first
+        line.key = KeyOf(name);
     std::memcpy(text, name.data(), name.size());
     char* at = text + name.size();
     *at++ = ':';
     *at++ = ' ';
     if (!value.empty())
         std::memcpy(at, value.data(), value.size());
-    *line = {
-        {at, value.size()}, text, static_cast<uint32_t>(name.size()), static_cast<uint32_t>(size)};
+    line.value = {at, value.size()};
+    line.text = text;
+    line.nameSize = static_cast<uint32_t>(name.size());
+    line.size = static_cast<uint32_t>(size);
     at += value.size();
     *at++ = '\r';
     *at = '\n';
@@ -70,10 +85,8 @@ bool HeaderList::Set(Arena& arena, std::string_view name, std::string_view value
 
 const std::string_view* HeaderList::Find(std::string_view name) const noexcept
 {
-    for (const Line& line : lines_)
-        if (EqualsIgnoringCase(line.Name(), name))
-            return &line.value;
-    return nullptr;
+    const Line* const line = FindLine(name);
+    return line ? &line->value : nullptr;
 }
 
 void HeaderList::Remove(std::string_view name) noexcept

@@ -33,9 +33,10 @@ class HeaderList {
         const char* text; // "Name: value\r\n"
         uint32_t nameSize;
         uint32_t size;
+        uint32_t key; // of the name: see KeyOf
         std::string_view Name() const noexcept { return {text, nameSize}; }
     };
-    Line* FindLine(std::string_view name) noexcept;
+    const Line* FindLine(std::string_view name) const noexcept;
 
     std::vector<Line> lines_;
 };

@@ -162,9 +162,10 @@ void Reply::DecideMode(bool isFinal, size_t pending)
     const bool wantsChunks = coding && EqualsIgnoringCase(*coding, "chunked");
     uint64_t announced = 0;
     const bool hasLength = length && !wantsChunks && ParseDecimal(*length, announced);
-    if (!hasLength)
+    if (length && !hasLength)
         RemoveHeader("Content-Length");
-    RemoveHeader("Transfer-Encoding");
+    if (coding)
+        RemoveHeader("Transfer-Encoding");
     if (terms_.isHead || HasNoBody(status_)) {
         mode_ = Mode::None;
         if (HasNoBody(status_)) // RFC 9110 sections 8.6 and 15.4.5: it would describe another body

@@ -131,6 +131,7 @@ void RequestIo::Reset() noexcept
     relocation = {};
     range.Reset();
     isKnownNew = mustAskAgain_ = false;
+    start = {};
     references_ = 1;
     failure_ = 0;
     customStatus_ = 0;
@@ -220,8 +221,10 @@ bool RequestIo::FitRange(HTTPSTATUS& status)
 // has.
 void RequestIo::SecureCookie()
 {
+    if (admission.setCookie.empty())
+        return;
     const std::string_view* cookie = reply.FindHeader("Set-Cookie");
-    if (admission.setCookie.empty() || !cookie)
+    if (!cookie)
         return;
     std::string value(*cookie);
     if (value.find("; HttpOnly") == std::string::npos)

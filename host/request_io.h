@@ -54,7 +54,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     Relocation relocation;
     RangeRequest range;      // of a GET
     bool isKnownNew = false; // nothing was there when the client's conditions were judged
-    std::chrono::steady_clock::time_point start;
+    std::chrono::steady_clock::time_point start; // only where it is logged
 
     // A header's value: lines of one name are joined. Null when there is none. Valid until the next
     // call. Throws std::bad_alloc.

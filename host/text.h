@@ -3,6 +3,7 @@
 // Small ASCII helpers for header fields. Never locale-dependent.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -43,16 +44,23 @@ constexpr bool IsAscii(std::string_view text) noexcept
 inline bool HasControl(std::string_view text) noexcept
 {
     constexpr uint64_t kEach = 0x0101010101010101;
-    constexpr uint64_t kHigh = 0x80 * kEach;
-    size_t i = 0;
-    for (; text.size() - i >= sizeof(uint64_t); i += sizeof(uint64_t)) {
+    constexpr size_t kWord = sizeof(uint64_t);
+    const auto mayHold = [](const char* at) { // or a tab, or a byte beside one of those
         uint64_t eight = 0;
-        std::memcpy(&eight, text.data() + i, sizeof eight);
+        std::memcpy(&eight, at, kWord);
         const uint64_t fromDelete = eight ^ 0x7F * kEach;
         const uint64_t low = (eight - 0x20 * kEach) & ~eight;
         const uint64_t isDelete = (fromDelete - kEach) & ~fromDelete;
-        if ((low | isDelete) & kHigh) // perhaps: a tab, or a byte beside one of those
-            break;
+        return ((low | isDelete) & 0x80 * kEach) != 0;
+    };
+    size_t i = 0;
+    if (text.size() >= kWord) {
+        const size_t last = text.size() - kWord;
+        while (i < last && !mayHold(text.data() + i))
+            i += kWord;
+        if (i >= last && !mayHold(text.data() + last))
+            return false;
+        i = std::min(i, last);
     }
     for (; i < text.size(); ++i)
         if ((static_cast<unsigned char>(text[i]) < 0x20 && text[i] != '\t') || text[i] == 0x7F)

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "platform/internal.h"
 #include "platform/talpl.h"
@@ -22,6 +23,17 @@ struct alignas(16) Header {
 };
 static_assert(sizeof(Header) == 16);
 
+// Sizes of which a thread keeps a freed block. The sanitizer is to see every use after the end.
+constexpr UINT32 kLeastSpare = 64 * 1024;
+constexpr UINT32 kMostSpare = 512 * 1024;
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kKeepsSpare = false;
+#elif defined(__has_feature)
+constexpr bool kKeepsSpare = !__has_feature(address_sanitizer);
+#else
+constexpr bool kKeepsSpare = true;
+#endif
+
 constexpr UINT64 kLive = 0x6B65737462306C6B;
 constexpr UINT64 kFreed = 0xBAADF00DBAADF00D;
 
@@ -34,6 +46,7 @@ struct alignas(64) Counts {
     std::atomic<UINT64> liveBytes{0};
     std::atomic<UINT64> totalAllocations{0};
     std::atomic<UINT64> failedAllocations{0};
+    void* spare = nullptr; // its thread's large block, marked as freed; see FreeBlock
     Counts* nextInList = nullptr;
     Counts* nextFree = nullptr; // under g_countsLock
 };
@@ -49,6 +62,7 @@ void LeaveCounts(void* counts)
 {
     auto* block = static_cast<Counts*>(counts);
     t_counts = &g_sharedCounts; // later destructors of this thread may still free memory
+    std::free(std::exchange(block->spare, nullptr));
     const std::lock_guard lock(g_countsLock);
     block->nextFree = g_freeCounts;
     g_freeCounts = block;
@@ -159,7 +173,13 @@ constinit FaultInjectionObject g_faultInjection;
 void* AllocateBlock(UINT32 size) noexcept
 {
     Counts& counts = MyCounts();
-    void* memory = FailsOnDemand() ? nullptr : std::malloc(sizeof(Header) + size);
+    void* memory = nullptr;
+    if (!FailsOnDemand()) {
+        if (counts.spare && static_cast<Header*>(counts.spare)->size == size)
+            memory = std::exchange(counts.spare, nullptr);
+        else
+            memory = std::malloc(sizeof(Header) + size);
+    }
     if (!memory) {
         Count(counts, counts.failedAllocations, 1);
         return nullptr;
@@ -181,7 +201,13 @@ bool FreeBlock(void* memory) noexcept
     Count(counts, counts.liveAllocations, ~UINT64{0}); // minus one
     Count(counts, counts.liveBytes, UINT64{0} - header->size);
     KeepStores(header);
-    std::free(header);
+    // Every transfer takes a large block of the same size. To the allocator that is the costliest
+    // of all sizes: it is cut off and joined again each time.
+    if (kKeepsSpare && header->size >= kLeastSpare && header->size <= kMostSpare && !counts.spare &&
+        &counts != &g_sharedCounts)
+        counts.spare = header;
+    else
+        std::free(header);
     return true;
 }
 

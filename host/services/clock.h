@@ -3,6 +3,8 @@
 // The time that services use for idle limits, injected so that tests move it.
 #pragma once
 
+#include <time.h>
+
 #include <chrono>
 
 namespace kestd {
@@ -17,7 +19,13 @@ class Clock {
 
 class SteadyClock final : public Clock {
   public:
-    TimePoint Now() const override { return std::chrono::steady_clock::now(); }
+    // A few milliseconds coarse, which is enough for idle limits, and asked in every request.
+    TimePoint Now() const override
+    {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC_COARSE, &now); // the steady clock's time
+        return TimePoint(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
+    }
 };
 
 } // namespace kestd

@@ -2,10 +2,12 @@
 #include "providers/filestore/store.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
@@ -32,6 +34,26 @@ bool ParseAddress(const std::string& text, UINT8 (&out)[4])
         return false;
     std::copy(parts, parts + 4, out);
     return true;
+}
+
+std::atomic<UINT64> g_stores{0};
+
+// The path that a thread took apart last. A request asks what a path is and then opens it; where a
+// path leads within a store never changes, so the second time is a copy.
+struct LastPath {
+    static constexpr size_t kMostUnits = 512;
+    UINT64 store = 0;
+    size_t units = 0;
+    WCHAR text[kMostUnits];
+    Volume* volume = nullptr;
+    PathBuffer path;
+};
+
+// Null when memory is short.
+LastPath* Last()
+{
+    thread_local const std::unique_ptr<LastPath> last(new (std::nothrow) LastPath);
+    return last.get();
 }
 
 Store::Options ReadOptions()
@@ -81,7 +103,8 @@ std::vector<std::unique_ptr<Volume>> OpenVolumes(const Store::Options& options)
 } // namespace
 
 Store::Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& options)
-    : volumes_(std::move(volumes)), options_(options), started_(options.now())
+    : number_(g_stores.fetch_add(1) + 1), volumes_(std::move(volumes)), options_(options),
+      started_(options.now())
 {
     NameList order(UpperCaseUnits);
     for (const auto& v : volumes_)
@@ -124,14 +147,29 @@ TALSTATUS Store::Parse(const UNICODE_STRING* path, Target* out, bool* servable) 
     *servable = true;
     if (!path || (path->Length && !path->Buffer))
         return Failure(kCodeInvalidParameter);
+    const size_t units = path->Length / sizeof(WCHAR);
+    LastPath* const last = units <= LastPath::kMostUnits ? Last() : nullptr;
+    if (last && last->store == number_ && last->units == units &&
+        std::equal(path->Buffer, path->Buffer + units, last->text)) {
+        out->volume = last->volume;
+        out->deletedId = 0;
+        return out->path.Assign(last->path.View()) ? TAL_STATUS_SUCCESS : Failure(kCodeNameTooLong);
+    }
     char buffer[2 * kMaxPathBytes];
     size_t length = 0;
-    const size_t units = path->Length / sizeof(WCHAR);
     if (!ToUtf8(path->Buffer, units, buffer, sizeof buffer, &length)) {
         *servable = false;
         return units * 3 > sizeof buffer ? Failure(kCodeNameTooLong) : TAL_STATUS_SUCCESS;
     }
-    return Parse(std::string_view(buffer, length), out, servable);
+    const TALSTATUS status = Parse(std::string_view(buffer, length), out, servable);
+    if (last && !Failed(status) && *servable && out->deletedId == 0) {
+        last->store = number_;
+        last->units = units;
+        std::copy(path->Buffer, path->Buffer + units, last->text);
+        last->volume = out->volume;
+        (void)last->path.Assign(out->path.View()); // as long as the one it is from
+    }
+    return status;
 }
 
 // Splits "/volume/a/b".

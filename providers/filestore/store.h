@@ -85,6 +85,7 @@ class Store {
     TALSTATUS ParseDeleted(std::string_view rest, Target* out, bool* servable) const;
     Volume* FindVolume(std::string_view name) const;
 
+    const UINT64 number_;                          // no other store of this process has it
     std::vector<std::unique_ptr<Volume>> volumes_; // in listing order
     const Options options_;
     const UINT64 started_;

@@ -35,6 +35,33 @@ TEST(Memory, WhatIsNoBlockIsRefused)
     EXPECT_EQ(0u, Platform().TalxFreeMemory(block));
 }
 
+// A thread keeps one of its large blocks for its next use.
+TEST(Memory, LargeBlocksAreNobodyElsesUntilFreed)
+{
+    const TALPL_STATISTICS before = Statistics();
+    constexpr UINT32 kSizes[] = {262144, 262144, 131072, 262144, 524289};
+    for (int round = 0; round < 3; ++round) {
+        std::vector<char*> blocks;
+        for (const UINT32 size : kSizes) {
+            blocks.push_back(static_cast<char*>(Platform().TalxAllocPagedMemory(size)));
+            ASSERT_TRUE(blocks.back());
+            std::memset(blocks.back(), static_cast<int>(blocks.size()), size);
+        }
+        for (size_t i = 0; i < blocks.size(); ++i) {
+            EXPECT_EQ(static_cast<char>(i + 1), blocks[i][0]);
+            EXPECT_EQ(static_cast<char>(i + 1), blocks[i][kSizes[i] - 1]);
+            EXPECT_EQ(0u, Platform().TalxFreeMemory(blocks[i]));
+        }
+    }
+    std::thread([] { // takes its spare with it
+        void* block = Platform().TalxAllocPagedMemory(262144);
+        EXPECT_EQ(0u, Platform().TalxFreeMemory(block));
+    })
+        .join();
+    EXPECT_EQ(before.LiveAllocations, Statistics().LiveAllocations);
+    EXPECT_EQ(before.LiveBytes, Statistics().LiveBytes);
+}
+
 TEST(Statistics, FollowEveryBlock)
 {
     const TALPL_STATISTICS before = Statistics();
