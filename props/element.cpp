@@ -16,6 +16,13 @@ void ClearMarks(PROPFIND_REQ* request)
     request->bSharedLocks = FALSE;
 }
 
+// The element leaves here, while the provider is held and however many are to follow.
+void EndResponse(GatheredIo* io)
+{
+    Put(io, "</a:response>");
+    io->Flush();
+}
+
 void SendDeadPropsIfAny(GatheredIo* io, PROPFIND_REQ* request)
 {
     if (!pITalpl->TalxIsListEmpty(&request->lDeadProperties))
@@ -66,7 +73,7 @@ TALSTATUS PropFindSendResource(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
         Put(pKestIo, "</a:prop><a:status>HTTP/1.1 200 OK</a:status>\n</a:propstat>");
         SendUnreturnedIfAny(pKestIo, pRequest);
     }
-    Put(pKestIo, "</a:response>");
+    EndResponse(pKestIo);
     return status;
 }
 
@@ -85,7 +92,7 @@ TALSTATUS PropFindSendCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
         Put(pKestIo, "</a:prop></a:propstat>");
         SendUnreturnedIfAny(pKestIo, pRequest);
     }
-    Put(pKestIo, "</a:response>");
+    EndResponse(pKestIo);
     return status;
 }
 
@@ -98,7 +105,8 @@ TALSTATUS SendRootCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
     pRequest->bRoot = TRUE;
     FillRootVitals(pRequest->Enum);
     const TALSTATUS status = PropFindSendLiveProperties(pKestIo, pRequest);
-    Put(pKestIo, "</a:prop></a:propstat></a:response>");
+    Put(pKestIo, "</a:prop></a:propstat>");
+    EndResponse(pKestIo);
     return status;
 }
 
@@ -108,6 +116,6 @@ TALSTATUS PropFindSendObjectNotFound(GatheredIo* pKestIo, UNICODE_STRING* pURI)
     const TALSTATUS status = PropFindBuildAndSendHRef(pKestIo, pURI);
     if (Code(status) == kCodeSuccess)
         Put(pKestIo, "<a:status>HTTP/1.1 404 Not Found</a:status>\n");
-    Put(pKestIo, "</a:response>");
+    EndResponse(pKestIo);
     return status;
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The request's I/O object as the writers of a multistatus body see it: pieces of text are gathered
-// and go to the host together. A call per piece is what a listing of a hundred thousand members
-// would spend most of its time on.
+// The request's I/O object as the writers of a multistatus body see it: the pieces of a response
+// element are gathered and go to the host together, as soon as it is complete. A call per piece is
+// what a listing of a hundred thousand members would spend most of its time on.
 #pragma once
 
 #include <cstring>
@@ -35,11 +35,14 @@ class GatheredIo {
         used_ += size;
     }
 
-    // Sends what was gathered.
+    // Sends what was gathered. A value that a provider gave may have a NUL in it.
     void Flush()
     {
-        if (used_ != 0)
+        text_[used_] = '\0';
+        if (std::memchr(text_, '\0', used_))
             PutBytes(io_, text_, used_);
+        else if (used_ != 0)
+            ::Put(io_, text_);
         used_ = 0;
     }
 
@@ -54,7 +57,7 @@ class GatheredIo {
     UINT32 used_ = 0;
     UINT32 originLength_ = 0; // 0: not asked yet
     char origin_[kOriginRoom];
-    char text_[kRoom];
+    char text_[kRoom + 1]; // and a terminator
 };
 
 // Fixed text. Its length is that of the literal; text made at run time goes through PutBytes.

@@ -80,7 +80,6 @@ void SendRootMembers(const Call& call, UNICODE_STRING* root)
             (void)SendChild(call); // a member that fails does not end the listing
         });
     }
-    call.io->Flush(); // while the providers are held
 }
 
 void SendMembers(const Call& call, DavCollection& collection)
@@ -192,7 +191,6 @@ TALSTATUS AnswerObject(const Call& call, UNICODE_STRING* path)
         (void)pITalpl->TalxCopyUnicodeString(&call.request->HRefU, path);
         found = type == Collection ? SendCollection(call, *handler, path, status)
                                    : SendResource(call, *handler, path, status);
-        call.io->Flush(); // while the providers are held
     }
     if (!found)
         status = PropFindSendObjectNotFound(call.io, path);

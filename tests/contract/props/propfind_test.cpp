@@ -289,12 +289,23 @@ TEST_P(PropFindOf, ElementsLeaveWhileTheListingRuns)
         provider.AddFile("/p/c/" + std::to_string(i), "x");
     const Reply reply = world.Run(PropFind("/Ferro/p/c", 1));
     EXPECT_GT(reply.body.size(), 100000u);
-    for (const size_t written : reply.writes)
-        EXPECT_LE(written, 4096u);
-    const std::vector<std::string> calls = world.Calls({"io.Write", "p.col.GetNextChild"});
-    const auto isWrite = [](const std::string& call) { return call.starts_with("io.Write"); };
-    const auto first = std::find_if(calls.begin(), calls.end(), isWrite);
-    EXPECT_LT(first - calls.begin(), 10) << "members that are read before anything leaves";
+    const std::vector<std::string> calls = world.Calls({"io.PutString", "p.col.GetNextChild"});
+    const auto isNext = [](const std::string& call) { return call.starts_with("p.col."); };
+    ASSERT_EQ(std::count_if(calls.begin(), calls.end(), isNext), 200);
+    ASSERT_FALSE(isNext(calls.front())) << "the collection itself";
+    for (size_t i = 1; i < calls.size(); ++i)
+        ASSERT_FALSE(isNext(calls[i]) && isNext(calls[i - 1]))
+            << "a member is read before the one in front of it has left";
+}
+
+TEST(PropFind, ValueWithANulByte_LeavesWhole)
+{
+    World world({{.name = "p", .caps = kCapsNamedProperties}});
+    world["p"].AddFile("/p/a", "x").properties.emplace_back(u"author", std::string("a\0b", 3));
+    world.Remember("/Ferro/p/a");
+    const Reply reply = world.Run(PropFind("/Ferro/p/a", Asking("<x:author/>")));
+    EXPECT_THAT(reply.text, HasSubstr(std::string("a\0b</author>", 12)));
+    EXPECT_THAT(reply.text, EndsWith("</a:multistatus>\n"));
 }
 
 // Another thread may not change the provider list before what its entries said has left.
