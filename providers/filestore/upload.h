@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // New content on its way in: a file beside the volume's tree that takes its place under its name in
-// one step, when all of it has arrived, or goes without a trace. The step is a rename or, for a free
-// name where nothing is synced, the first link to a file that had no name.
+// one step, when all of it has arrived, or goes without a trace. The step is a rename or, for a
+// free name where nothing is synced, the first link to a file that had no name.
 #pragma once
 
 #include <optional>
