@@ -90,8 +90,10 @@ Connection::~Connection()
 void Connection::Begin()
 {
     SetDeadline(front_.Current().settings.limits.headTime);
-    if (!Wait())
-        OnReady(true);
+    // What has come already is told once more, to whoever is free: the listener must not wait for
+    // what its client asks for.
+    while (!Wait())
+        front_.poller.Expect(ticket_, socket_.fd, Poller::Interest::Input);
 }
 
 void Connection::SetDeadline(milliseconds fromNow) noexcept
