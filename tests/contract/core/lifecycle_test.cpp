@@ -415,7 +415,7 @@ TEST_F(Lifecycle, EventHandlerQueryInterface_HasFailureCodesOfItsOwn)
     // Through the table with no object at all.
     using QueryFn = TALSTATUS (*)(IEventHandler*, const GUID*, void**);
     void* const* table = nullptr;
-    std::memcpy(&table, handler, sizeof table);
+    std::memcpy(&table, static_cast<const void*>(handler), sizeof table);
     EXPECT_EQ(reinterpret_cast<QueryFn>(table[0])(nullptr, &IID_IUnknown, &out), 0xC7AE0004U);
 }
 

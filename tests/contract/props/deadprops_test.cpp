@@ -66,7 +66,7 @@ TEST_F(DeadProperties, PackedRecords_AreAllTaken)
         file.properties.emplace_back(harness::Wide("n" + std::to_string(i)),
                                      std::string(static_cast<size_t>(i), 'v'));
     const std::string one = Ask(kAllProp).text;
-    for (const size_t packed : {2, 3, 10, 11}) {
+    for (const size_t packed : {2u, 3u, 10u, 11u}) {
         provider.recordsPerCall = packed;
         EXPECT_EQ(Ask(kAllProp).text, one) << packed;
     }

@@ -246,7 +246,7 @@ TEST_F(PropPatch, LongestBody_Is7999Bytes)
     ASSERT_EQ(body(7999).size(), 7999u);
     EXPECT_EQ(Patch(body(7999)).text, Patched(Done("a")));
     EXPECT_EQ(file.properties.at(0).second.size(), 7999 - Update(Set("<a></a>")).size());
-    for (const size_t size : {8000, 8001, 100000}) {
+    for (const size_t size : {8000u, 8001u, 100000u}) {
         EXPECT_EQ(Patch(body(size)).text, "417\nContent-Length: 0\n\n") << size;
         world.ExpectAtRest();
     }
