@@ -32,6 +32,10 @@ SCRATCH = os.environ.get("KEST_TEST_DIR") or None
 # How long anything may take that is not a figure under test. Generous: the machine may be busy.
 PATIENCE = 120
 
+# How the report of a sanitizer begins, in a server that was built with one.
+SANITIZER = re.compile(
+    r"^(==\d+==\s*ERROR: |WARNING: ThreadSanitizer|\S+:\d+:\d+: runtime error: )", re.MULTILINE)
+
 current_case = "none"
 
 _libc = ctypes.CDLL(None)
@@ -74,6 +78,17 @@ HOSTILE_NAMES = [
 
 class Failure(Exception):
     """Something outside of what a case asserts went wrong."""
+
+
+class SanitizerReport(AssertionError):
+    """A program under test broke a rule of the language. No case expects that."""
+
+
+def refuse_reports(text):
+    """Raises where a program printed what a sanitizer found."""
+    found = SANITIZER.search(text)
+    if found:
+        raise SanitizerReport(text[found.start():found.start() + 12000])
 
 
 def wait_for(condition, what, seconds=PATIENCE):
@@ -174,6 +189,7 @@ class TestServer:
         self.port = 0
         self.scheme = "http"
         self.log_path = os.path.join(self.state, "server.log")
+        self.searched = 0  # so much of the log holds no report, or one that was told
         self.start()
 
     # -- life ---------------------------------------------------------------------------------
@@ -203,6 +219,7 @@ class TestServer:
             self.process.kill()
             self.process.wait()
             self.process.stdout.close()
+            self.refuse_reports()
             raise Failure(f"no ready line but {line!r}; log:\n{self.log()}")
         self.scheme = match[1]
         self.port = int(match[3])
@@ -222,6 +239,7 @@ class TestServer:
         finally:
             self.process.stdout.close()
             self.process = None
+        self.refuse_reports()
         return status
 
     def kill(self):
@@ -230,14 +248,21 @@ class TestServer:
         self.process.wait()
         self.process.stdout.close()
         self.process = None
+        self.refuse_reports()
+
+    def end(self):
+        """Asks it to end, and fails unless it ends well."""
+        status = self.stop()
+        if status not in (None, 0):
+            raise Failure(f"the server ended with {status}; log:\n{self.log()[-4000:]}")
 
     def restart(self):
-        self.stop()
+        self.end()
         self.start()
 
     def close(self):
         try:
-            self.stop()
+            self.end()
         finally:
             shutil.rmtree(self.state, ignore_errors=True)
 
@@ -255,6 +280,12 @@ class TestServer:
     def log(self):
         with open(self.log_path, encoding="utf-8", errors="replace") as file:
             return file.read()
+
+    def refuse_reports(self):
+        """Raises where a sanitizer found something since the last call."""
+        new = self.log()[self.searched:]
+        self.searched += len(new)
+        refuse_reports(new)
 
     def memory_peak(self):
         """The largest resident size so far, in bytes."""
@@ -403,7 +434,9 @@ def run(*command, cwd=None, stdin=None, timeout=PATIENCE * 5, env=None):
     done = subprocess.run(command, cwd=cwd, input=stdin, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, timeout=timeout, check=False,
                           env=dict(os.environ, **(env or {})))
-    return done.returncode, done.stdout.decode(errors="replace")
+    text = done.stdout.decode(errors="replace")
+    refuse_reports(text)
+    return done.returncode, text
 
 
 def in_parallel(count, work):
@@ -450,19 +483,18 @@ class ServerCase(unittest.TestCase):
     @classmethod
     def tearDownClass(cls):
         try:
-            status = cls.server.stop()
-            log = cls.server.log()
-        finally:
             cls.server.close()
+        finally:
             cls.tree.remove()
-        if status != 0:
-            raise Failure(f"the server ended with {status}; log:\n{log[-4000:]}")
 
     def tearDown(self):
-        if not self.server.alive():
+        status, alive = None, self.server.alive()
+        if not alive:
             status = self.server.process.wait() if self.server.process else None
             self.server.process = None
             self.server.start()  # for the cases that follow
+        self.server.refuse_reports()
+        if not alive:
             self.fail(f"the server ended with {status}; log:\n{self.server.log()[-4000:]}")
 
     def docs(self, *parts):
