@@ -28,7 +28,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kTick{100};
-// Connections over the limit that are told so at the same time; more are just closed.
+// Connections over the limit that are told so at the same time, fewer where the limit is low; more
+// are just closed.
 constexpr size_t kTurnedAway = 256;
 constexpr int kAcceptBatch = 32;
 
@@ -67,23 +68,34 @@ unsigned UsableCores()
     return std::max(std::thread::hardware_concurrency(), 1u); // more than the set has room for
 }
 
-// Asks the system for as many open files as the connections and what they serve may need. The usual
-// limit of 1,024 would turn clients away long before our own does.
-void RaiseFileLimit(uint32_t connections)
+// Files that may be open beside those for connections and content.
+constexpr rlim_t kOwnFiles = 32;
+// Enough for the content that any number of threads has in hand.
+constexpr rlim_t kContentFiles = 1024;
+
+// Asks the system for as many open files as the connections and what they serve may need; the usual
+// limit of 1,024 would turn clients away long before our own does. Returns how many connections
+// there may be: where the system allows less, connections must not take what content needs.
+uint32_t FitToFileLimit(uint32_t connections)
 {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        return;
-    const rlim_t wanted = rlim_t{connections} * 2 + 1024;
-    if (limit.rlim_cur >= wanted)
-        return;
-    limit.rlim_cur = std::min(wanted, limit.rlim_max);
-    (void)setrlimit(RLIMIT_NOFILE, &limit); // within the hard limit this cannot fail
-    if (limit.rlim_cur < connections)
-        TolmLog(kLogWarning, "kestd",
-                ("only " + std::to_string(limit.rlim_cur) +
-                 " files can be open at once, fewer than the connections that may be")
-                    .c_str());
+        return connections;
+    const rlim_t wanted = rlim_t{connections} * 2 + kContentFiles;
+    if (limit.rlim_cur < wanted) {
+        limit.rlim_cur = std::min(wanted, limit.rlim_max);
+        (void)setrlimit(RLIMIT_NOFILE, &limit); // within the hard limit this cannot fail
+    }
+    const rlim_t others = kOwnFiles + std::min(limit.rlim_cur / 4, kContentFiles);
+    const rlim_t allowed = limit.rlim_cur > others ? limit.rlim_cur - others : 1;
+    if (allowed >= connections)
+        return connections;
+    TolmLog(kLogWarning, "kestd",
+            ("only " + std::to_string(limit.rlim_cur) +
+             " files can be open at once: no more than " + std::to_string(allowed) +
+             " connections are served")
+                .c_str());
+    return static_cast<uint32_t>(allowed);
 }
 
 // Turns a settings record into what the server works with. Null with a text in `error`.
@@ -92,6 +104,7 @@ std::shared_ptr<const Live> MakeLive(const ServerSettings& settings, std::string
     static std::atomic<uint64_t> versions{0};
     auto live = std::make_shared<Live>();
     live->settings = settings;
+    live->settings.limits.connections = FitToFileLimit(settings.limits.connections);
     live->version = ++versions;
     // The contract's strings count 16 bits of bytes, two for each code unit, and spare room.
     live->settings.limits.targetBytes = std::min(live->settings.limits.targetBytes, 28u * 1024);
@@ -196,7 +209,7 @@ class Listener final : public Watched {
         const Live& live = front_.Current();
         const size_t limit = live.settings.limits.connections;
         const size_t open = front_.ConnectionCount();
-        if (open >= limit + kTurnedAway) {
+        if (open >= limit + std::min(kTurnedAway, limit / 4 + 8)) {
             close(fd);
             return;
         }
@@ -284,7 +297,6 @@ std::string Server::Impl::Start()
     if (!live)
         return error;
     front_.Publish(live);
-    RaiseFileLimit(settings_.limits.connections);
     for (const ListenAddress& where : settings_.listen)
         if (error = Listen(where); !error.empty())
             return error;

@@ -7,7 +7,7 @@ import select
 import socket
 import time
 
-from harness import ServerCase, exchange, in_parallel, pattern, url_path
+from harness import ServerCase, TestServer, exchange, in_parallel, pattern, url_path, wait_for
 
 
 def allow_descriptors(count):
@@ -156,3 +156,51 @@ class Idle(ServerCase):
         finally:
             for sock in idle:
                 sock.close()
+
+
+class FewDescriptors(ServerCase):
+    """200 clients of a server that may open 64 files."""
+
+    def setUp(self):
+        self.tree.write("file", pattern(100_000))
+        self.few = TestServer({"docs": self.tree.path}, wrapper=["prlimit", "--nofile=64:64"])
+        self.addCleanup(self.few.close)
+
+    def ask(self, method, name, body=None):
+        """The status, or None where the server just closed the connection."""
+        try:
+            return self.few.request(method, url_path("docs", name), body).status
+        except (ConnectionError, http.client.HTTPException):
+            return None
+
+    def test_who_is_let_in_is_served_and_others_are_told(self):
+        def work(i):
+            return {(method, self.ask(method, name, body))
+                    for method, name, body in (("GET", "file", None), ("PUT", f"new {i}", b"x"),
+                                               ("PROPFIND", "file", None))}
+
+        seen = set().union(*in_parallel(200, work))
+        good = {("GET", 200), ("PUT", 201), ("PROPFIND", 207)}
+        self.assertLessEqual(good, seen)
+        self.assertLessEqual({status for _, status in seen - good}, {503, None}, seen)
+        self.assertIn("only 64 files can be open", self.few.log())
+
+    def test_idle_clients_do_not_take_the_descriptors_of_content(self):
+        idle = open_many(self.few, 200, b"")
+        try:
+            # All have been looked at: those over the limit have been closed, or told and closed.
+            wait_for(lambda: len(select.select(idle, [], [], 0)[0]) > 150,
+                     "the server to turn away", 30)
+            kept = next(sock for sock in idle if not select.select([sock], [], [], 0)[0])
+            for _ in range(20):
+                kept.sendall(f"GET {url_path('docs', 'file')} HTTP/1.1\r\nHost: h\r\n\r\n".encode())
+                got = b""
+                while not got.endswith(pattern(100_000)[-100:]):
+                    part = kept.recv(65536)
+                    self.assertTrue(part, got[:100])
+                    got += part
+                self.assertTrue(got.startswith(b"HTTP/1.1 200 "), got[:100])
+        finally:
+            for sock in idle:
+                sock.close()
+        wait_for(lambda: self.ask("PUT", "after", b"x") in (201, 204), "the clients to be gone")
