@@ -82,6 +82,8 @@ TALSTATUS FileCollection::Open(SCHANDLE session, const UNICODE_STRING* path,
     if (target.IsRoot()) {
         recent::Drop();
     } else {
+        if (const TALSTATUS status = recent::TakeFailure(target); Failed(status))
+            return status;
         const auto opened = std::make_shared<Directory>();
         if (!recent::Take(target, &opened->file, &info_))
             if (const TALSTATUS status =

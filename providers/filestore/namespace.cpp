@@ -97,6 +97,15 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
             return TAL_STATUS_SUCCESS;
         }
     }
+    // Out of descriptors, or a disk that fails: whether it is there cannot be told now. A client
+    // that is told that it is not may drop its copy, so it counts as there; to open it gives the
+    // reason.
+    const bool isUntold =
+        Code(status) == kCodeInsufficientResources || Code(status) == kCodeUnsuccessful;
+    if (isUntold && target.volume && recent::KeepFailure(target, status)) {
+        *type = Resource;
+        return TAL_STATUS_SUCCESS;
+    }
     return status;
 }
 

@@ -16,6 +16,7 @@ struct Slot {
         if (file != kNoFile)
             volume->Fs().Close(std::exchange(file, kNoFile));
         directory.reset();
+        failure = TAL_STATUS_SUCCESS;
     }
     // Notes what is kept. False when no request runs.
     bool Keep(const Target& target, const FileInfo& about)
@@ -38,6 +39,7 @@ struct Slot {
     std::string path;          // keeps its room from request to request
     FileHandle file = kNoFile; // this one or
     DirectoryRef directory;    // that one, or none
+    TALSTATUS failure = TAL_STATUS_SUCCESS;
     FileInfo info;
 };
 
@@ -77,6 +79,23 @@ bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info)
     *directory = std::move(t_slot.directory);
     *info = t_slot.info;
     return true;
+}
+
+bool KeepFailure(const Target& target, TALSTATUS status)
+{
+    if (!t_slot.Keep(target, {}))
+        return false;
+    t_slot.failure = status;
+    return true;
+}
+
+TALSTATUS TakeFailure(const Target& target)
+{
+    if (!Failed(t_slot.failure))
+        return TAL_STATUS_SUCCESS;
+    const TALSTATUS status = t_slot.IsFor(target) ? t_slot.failure : TAL_STATUS_SUCCESS;
+    t_slot.Close();
+    return status;
 }
 
 void Drop()

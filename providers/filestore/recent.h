@@ -8,6 +8,9 @@
 // request and the same path; every other operation drops it. So nothing is served from it that was
 // not opened by the running request itself.
 //
+// Where the look itself failed it is that failure: the path may well exist, and what is opened next
+// fails the same way, so that nobody is told that it is gone, or is something else.
+//
 // Before a MOVE or a DELETE it is the directory that holds the name, and what the name was seen to
 // be: that is what those work with.
 #pragma once
@@ -25,6 +28,10 @@ void Keep(const Target& target, OpenFile file, const FileInfo& info);
 // The same for the directory that holds the path's leaf, and what the leaf is.
 void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& info);
 [[nodiscard]] bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info);
+// The same for a failure. False when no request runs.
+[[nodiscard]] bool KeepFailure(const Target& target, TALSTATUS status);
+// The failure that was kept for the path, or success. To be asked before the other two.
+[[nodiscard]] TALSTATUS TakeFailure(const Target& target);
 // Every operation but those above begins with this.
 void Drop();
 

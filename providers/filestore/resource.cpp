@@ -89,6 +89,8 @@ TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNI
         return status;
     if (target.IsRoot())
         return Failure(kCodeMethodNotAllowed);
+    if (const TALSTATUS status = recent::TakeFailure(target); Failed(status))
+        return status;
     if (!recent::Take(target, &file_, &info_))
         if (const TALSTATUS status =
                 node_.GetStore().OpenExisting(&target, OpenFor::Reading, &file_, &info_);

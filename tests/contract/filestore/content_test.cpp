@@ -3,6 +3,7 @@
 // Files: types, reading, writing, dates and attributes.
 #include "tests/contract/filestore/fixture.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -101,6 +102,68 @@ TEST_F(FileStoreContent, WhatARequestIsAboutToMakeCountsAsAResource)
         if (row.found) {
             EXPECT_EQ(Resource, type);
         }
+    }
+}
+
+namespace {
+
+// As long as it lives nothing more can be opened.
+class NoDescriptors {
+  public:
+    NoDescriptors()
+    {
+        EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &before_));
+        rlimit none = before_;
+        none.rlim_cur = 0;
+        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    }
+    ~NoDescriptors() { (void)setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+  private:
+    rlimit before_{};
+};
+
+} // namespace
+
+TEST_F(FileStoreContent, WhatCannotBeLookedAtIsNotSaidToBeMissing)
+{
+    WriteFile(Docs() / "file", "content");
+    fs::create_directory(Docs() / "dir");
+    for (const char* path : {"/docs/file", "/docs/dir"}) {
+        SCOPED_TRACE(path);
+        ScriptedRequest request;
+        request.path = std::string("/Ferro") + path;
+        const RunningRequest running(request);
+        Wstr name(path);
+        const Ref<IKestDAVResource2> resource = NewResource();
+        const Ref<IKestDAVCollection2> collection = NewCollection();
+        DAV_TYPE type = Collection;
+        const auto look = [&] {
+            const NoDescriptors none;
+            EXPECT_EQ(0u, Type(path, &type));
+            DAV_TYPE other = Collection;
+            EXPECT_EQ(kCodeNotFound, Code(Type("/no volume/file", &other)));
+            EXPECT_EQ(0u, Type(path, &type));
+        };
+        // What is opened next would be taken for what `type` says, even if it can be by now.
+        look();
+        EXPECT_EQ(Resource, type);
+        EXPECT_EQ(kCodeInsufficientResources,
+                  Code(resource->Associate(session_, FALSE, kAccessRead, 1, 0, &name, nullptr)));
+        look();
+        EXPECT_EQ(kCodeInsufficientResources,
+                  Code(collection->Associate(session_, &name, nullptr)));
+        // Once: the next look tells.
+        EXPECT_EQ(0u, resource->Associate(session_, FALSE, kAccessRead, 1, 0, &name, nullptr));
+        look();
+        EXPECT_EQ(0u, Type(path, &type));
+        EXPECT_EQ(std::string_view(path) == "/docs/dir" ? Collection : Resource, type);
+        EXPECT_EQ(0u, resource->Associate(session_, FALSE, kAccessRead, 1, 0, &name, nullptr));
+        // Of another path nothing is known.
+        look();
+        EXPECT_EQ(std::nullopt, Get("/docs/nothing"));
     }
 }
 
