@@ -311,12 +311,17 @@ void Poller::Run(Batch& mine)
 void Poller::RunReady()
 {
     Batch mine;
-    while (const uint64_t event = Steal())
-        Dispatch(event);
-    for (int rounds = 0; rounds < 64 && Fetch(mine, kBatch, 0); ++rounds)
+    const auto serve = [this](uint64_t event) {
+        if (event)
+            Dispatch(event);
+        return event != 0;
+    };
+    while (IsFull() && serve(Steal()))
+        ;
+    for (int rounds = 0; rounds < 64 && IsFull() && Fetch(mine, kBatch, 0); ++rounds)
         ServeAll(mine);
-    while (const uint64_t event = TakePoked())
-        Dispatch(event);
+    while (IsFull() && serve(TakePoked()))
+        ;
 }
 
 void Poller::Stop() noexcept

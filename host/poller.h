@@ -59,8 +59,9 @@ class Poller {
     void DropThread() noexcept { --threads_; } // it could not be started
     // Serves events until Stop.
     void Run(Batch& mine);
-    // Serves what is ready, and what stands in batches of threads that are stuck, without waiting;
-    // a bounded number, for a caller with other things to do.
+    // Serves what is ready, and what stands in batches of threads that are stuck, without waiting,
+    // as long as all announced threads are busy; a bounded number, for a caller with other things
+    // to do.
     void RunReady();
     void Stop() noexcept;
     bool IsStopped() const noexcept { return isStopped_.load(std::memory_order_acquire); }

@@ -70,6 +70,22 @@ class End final : public Watched {
     std::atomic<bool> running_{false};
 };
 
+TEST(PollerEvents, AreLeftToAThreadThatIsFree)
+{
+    Poller poller;
+    End end(poller);
+    ASSERT_TRUE(poller.LetGo(end.ticket));
+    Poller::Batch& batch = poller.AddThread(); // and it is not busy
+    end.Send('a');
+    poller.Poke(end.ticket);
+    poller.RunReady();
+    EXPECT_EQ(end.calls, 0);
+    end.work = [&] { poller.Stop(); };
+    std::thread thread([&] { poller.Run(batch); });
+    thread.join();
+    EXPECT_GE(end.calls, 1);
+}
+
 TEST(PollerEvents, ComeOncePerArrivalWhileNobodyHolds)
 {
     Poller poller;
