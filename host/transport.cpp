@@ -172,10 +172,8 @@ bool Transport::SendPlain(iovec* pieces, int count, std::chrono::milliseconds st
                                         : sendmsg(fd_, &message, flags);
         if (sent >= 0) {
             Advance(pieces, count, static_cast<size_t>(sent));
-        } else if (errno != EINTR && !IsWouldBlock(errno)) {
-            return false;
-        } else if (errno != EINTR && !(flags & MSG_DONTWAIT)) {
-            return false; // took nothing for the whole time
+        } else if (errno != EINTR && (!IsWouldBlock(errno) || !(flags & MSG_DONTWAIT))) {
+            return false; // gone, or took nothing for the whole time
         }
         if (count && (flags & MSG_DONTWAIT)) {
             if (stall.count() == 0)

@@ -81,7 +81,7 @@ void xml_escape(char* destination, const char* source)
         const bool printable = *source >= 0x20 && *source <= 0x7E;
         if (!printable || std::strchr("\"&'<>", *source)) {
             // Kept: the value is that of a signed character, whatever the platform's `char` is.
-            const int value = static_cast<signed char>(*source);
+            const auto value = static_cast<signed char>(*source);
             destination += std::snprintf(destination, kXmlEscapeBytes + 1, "&#x%2X",
                                          static_cast<unsigned>(value));
         }

@@ -55,16 +55,14 @@ int testMatch(const WCHAR* filter, const WCHAR* displayName, size_t units)
         if (*filter == u'*') {
             afterStar = ++filter;
             retry = at;
-        } else if (at == units) {
-            return 0; // what a later try would need is even longer than what is left
-        } else if (*filter == u'?' || *filter == displayName[at]) {
+        } else if (at < units && (*filter == u'?' || *filter == displayName[at])) {
             ++filter;
             ++at;
-        } else if (afterStar != nullptr) {
+        } else if (at < units && afterStar != nullptr) {
             filter = afterStar;
             at = ++retry;
         } else {
-            return 0;
+            return 0; // at the end a later try would need even more than what is left
         }
     }
     return 1;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <system_error>
 
 #include <kest/tolm.h>
@@ -41,7 +42,9 @@ void CarryUsage(const RegistryTree& from, RegistryTree& to)
 
 Registry& Registry::Get() noexcept
 {
-    static Registry* const registry = new Registry; // outlives every thread
+    // Never destroyed: it outlives every thread.
+    alignas(Registry) static unsigned char room[sizeof(Registry)];
+    static Registry* const registry = new (room) Registry;
     return *registry;
 }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include <kest/tolm.h>
@@ -61,7 +62,8 @@ struct Pool {
 // Never destroyed: its threads outlive every destructor.
 Pool& ThePool() noexcept
 {
-    static Pool* const pool = new Pool;
+    alignas(Pool) static unsigned char room[sizeof(Pool)];
+    static Pool* const pool = new (room) Pool;
     return *pool;
 }
 

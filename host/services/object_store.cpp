@@ -198,11 +198,7 @@ TALSTATUS ObjectStore::Create(SCHANDLE session, void* initData, SC_CONSTRUCTOR c
                 dead.reserve(objectsPerSession_ + 1);
                 if (!ListIn(*locked.session))
                     locked->objects.push_back({this});
-                {
-                    const std::lock_guard lock(mutex_);
-                    handles_.emplace(lastHandle_ + 1, made);
-                    made->handle = ++lastHandle_;
-                }
+                GiveHandle(*made);
                 PushFront(*ListIn(*locked.session), *made);
                 EvictOver(*locked.session, dead);
                 taken = made;
@@ -221,6 +217,13 @@ TALSTATUS ObjectStore::Create(SCHANDLE session, void* initData, SC_CONSTRUCTOR c
     *object = BodyOf(*taken);
     *mode = taken == made ? kObjectCreated : kObjectExisted;
     return TAL_STATUS_SUCCESS;
+}
+
+void ObjectStore::GiveHandle(StoredObject& object)
+{
+    const std::lock_guard lock(mutex_);
+    handles_.emplace(lastHandle_ + 1, &object);
+    object.handle = ++lastHandle_;
 }
 
 // With the session's lock: takes the object out of the list, if it is there.

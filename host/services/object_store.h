@@ -68,6 +68,7 @@ class ObjectStore {
     StoredObject* Search(Session& session, void* key, SC_COMPARE compare);
     bool Unhook(Session& session, StoredObject& object);
     void EvictOver(Session& session, Dead& dead);
+    void GiveHandle(StoredObject& object);
     bool Retire(StoredObject& object);
     void Destroy(StoredObject* object, bool isConstructed);
 

@@ -208,8 +208,7 @@ void Volume::SweepTmp()
 std::string Volume::UniqueName()
 {
     char text[24];
-    std::snprintf(text, sizeof text, "-%llx",
-                  static_cast<unsigned long long>(counter_.fetch_add(1) + 1));
+    std::snprintf(text, sizeof text, "-%llx", static_cast<unsigned long long>(++counter_));
     return token_ + text;
 }
 
