@@ -39,6 +39,7 @@ enum class Sql {
     ExportHiddenBelow,
     AddDeleted,
     FindDeleted,
+    NoteLastDeleted,
     RemoveDeleted,
     NextDeleted,
     NextExpired,
@@ -71,9 +72,8 @@ class Database {
     Database& operator=(const Database&) = delete;
     ~Database();
 
-    // An SQLite result code; `Reason` tells more.
+    // An SQLite result code, as all that follow.
     int Open(const char* path, bool durable);
-    const char* Reason() const { return sqlite3_errmsg(db_); }
     int Execute(const char* script);
     int ReadVersion(int* version);      // of the schema; 0 for a new database
     sqlite3_stmt* Statement(Sql which); // null when it cannot be prepared
@@ -85,8 +85,8 @@ class Database {
     std::array<sqlite3_stmt*, static_cast<size_t>(Sql::Last)> statements_{};
 };
 
-// Creates what is missing of the tables. An SQLite result code; SQLITE_MISMATCH for a database of a
-// later version.
+// Creates the tables, or brings those of an earlier version up to date. An SQLite result code;
+// SQLITE_MISMATCH for a database of a later version.
 int PrepareSchema(Database& db);
 
 // One run of a prepared statement; resets it on scope end. Texts that are bound must outlive it.

@@ -301,7 +301,10 @@ class SqliteSession final : public MetadataSession {
     }
     TALSTATUS RemoveDeleted(INT64 id) override
     {
-        return Change([&] { return Query(Db(), Sql::RemoveDeleted).Bind(id).Run(); });
+        return Change([&] {
+            const TALSTATUS status = Query(Db(), Sql::NoteLastDeleted).Bind(id).Run();
+            return Failed(status) ? status : Query(Db(), Sql::RemoveDeleted).Bind(id).Run();
+        });
     }
     TALSTATUS NextDeleted(std::string_view parent, INT64 afterId, DeletedEntry* out) override
     {
@@ -481,7 +484,7 @@ int SqliteMetadata::Prepare(const std::string& directory, bool durable, std::str
     if (result != SQLITE_OK) {
         *reason = "meta.db: " + std::string(result == SQLITE_MISMATCH
                                                 ? "made by a later version of this program"
-                                                : db->Reason());
+                                                : sqlite3_errstr(result));
         return result;
     }
     Recount(*db);

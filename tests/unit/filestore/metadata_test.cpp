@@ -3,8 +3,6 @@
 // Sessions of the metadata: what they see of each other's changes, and many at once.
 #include <thread>
 
-#include <sqlite3.h>
-
 #include "tests/unit/filestore/scratch.h"
 
 using namespace filestore;
@@ -103,29 +101,42 @@ TEST(MetadataSessions, FindAllThatIsOverInAnyOrderOfTimes)
     EXPECT_EQ((std::vector<std::string>{"30", "10", "20"}), over);
 }
 
-TEST(MetadataDatabase, LosesTheIndexByTimeThatOlderOnesHave)
+TEST(MetadataSessions, NeverGiveTheNumberOfADeletedEntryAgain)
 {
     World world;
-    DeletedEntry entry{0, "", "kept", 7};
-    ASSERT_EQ(0u, world.Session()->AddDeleted(&entry));
-    world.store.reset();
-    sqlite3* db = nullptr;
-    const std::string path = world.directory.Path() / ".kest/meta.db";
-    const auto run = [&](const char* script, int (*take)(void*, int, char**, char**), void* out) {
-        return sqlite3_exec(db, script, take, out, nullptr);
+    const auto add = [&] {
+        DeletedEntry entry{0, "a", "gone", 1};
+        EXPECT_EQ(0u, world.Session()->AddDeleted(&entry));
+        return entry.id;
     };
-    const auto count = [](void* out, int, char**, char**) { return ++*static_cast<int*>(out), 0; };
-    const char kIndexes[] = "SELECT 1 FROM sqlite_master WHERE name = 'deleted_time'";
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
-    ASSERT_EQ(SQLITE_OK, run("CREATE INDEX deleted_time ON deleted (time)", nullptr, nullptr));
+    const auto remove = [&](INT64 id) { EXPECT_EQ(0u, world.Session()->RemoveDeleted(id)); };
+    for (const INT64 id : {1, 2, 3})
+        EXPECT_EQ(id, add());
+    remove(2); // not the newest
+    EXPECT_EQ(4, add());
+    remove(4); // the newest
+    EXPECT_EQ(5, add());
+    for (const INT64 id : {5, 3, 1}) // all, the newest first
+        remove(id);
+    world.store = nullptr;
     world.store = MakeStore(world.directory.Path());
-    int indexes = 0;
-    EXPECT_EQ(SQLITE_OK, run(kIndexes, count, &indexes));
-    EXPECT_EQ(0, indexes);
-    DeletedEntry found;
-    EXPECT_EQ(0u, world.Session()->FindDeleted(entry.id, &found));
-    EXPECT_EQ("kept", found.name);
-    sqlite3_close(db);
+    EXPECT_EQ(6, add());
+    remove(17); // not there
+    EXPECT_EQ(7, add());
+}
+
+TEST(MetadataSessions, GiveNoNumberForWhatTheyTakeBack)
+{
+    World world;
+    const auto session = world.Session();
+    DeletedEntry first{0, "", "a", 1}, second{0, "", "b", 1}, none;
+    ASSERT_EQ(0u, session->AddDeleted(&first));
+    ASSERT_EQ(0u, session->Begin());
+    ASSERT_EQ(0u, session->RemoveDeleted(first.id));
+    session->Rollback();
+    ASSERT_EQ(0u, session->AddDeleted(&second));
+    EXPECT_EQ(first.id + 1, second.id);
+    EXPECT_EQ(0u, session->FindDeleted(first.id, &none));
 }
 
 TEST(MetadataSessions, OfManyThreadsLoseNothing)
