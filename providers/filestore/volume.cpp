@@ -126,10 +126,9 @@ int Volume::OpenPrivate(std::string_view name, FileHandle* out)
 
 int Volume::Prepare()
 {
-    OpenFile top;
-    if (const int error = fs_->Open("", OpenFor::Directory, top.Out(*fs_)))
+    if (const int error = OpenDirectory("", &top_))
         return error;
-    const int made = fs_->MakeDirectory(top.Get(), kPrivateDirectory.data());
+    const int made = fs_->MakeDirectory(top_->Get(), kPrivateDirectory.data());
     if (made && made != EEXIST)
         return made;
     if (made == 0) {
@@ -215,11 +214,19 @@ std::string Volume::UniqueName()
 int Volume::OpenParent(std::string_view path, DirectoryRef* out) const
 {
     const std::string_view parent = ParentOf(path);
-    if ((*out = walked::Find(*this, parent)))
+    if (parent.empty() && top_) {
+        *out = top_;
         return 0;
+    }
+    *out = walked::Find(*this, parent);
+    return *out ? 0 : OpenDirectory(parent, out);
+}
+
+int Volume::OpenDirectory(std::string_view path, DirectoryRef* out) const
+{
     const auto opened = std::make_shared<Directory>();
     opened->volume = this;
-    opened->path = parent;
+    opened->path = path;
     if (const int error =
             fs_->Open(opened->path.c_str(), OpenFor::Directory, opened->file.Out(*fs_)))
         return error;

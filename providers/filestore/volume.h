@@ -90,11 +90,13 @@ class Volume {
     bool IsAlive(const std::string& token) const;
     int TakeToken();
     void SweepTmp();
+    int OpenDirectory(std::string_view path, DirectoryRef* out) const;
     int OpenPrivate(std::string_view name, FileHandle* out);
 
     const std::string name_;
     const std::unique_ptr<FileSystem> fs_;
     const SyncLevel sync_;
+    DirectoryRef top_; // open as long as this object, if it can be opened
     FileHandle tmp_ = kNoFile;
     FileHandle deleted_ = kNoFile;
     FileHandle purge_ = kNoFile;

@@ -20,6 +20,7 @@ class FailingFileSystem final : public FileSystem {
     int error = EIO;
     bool hasUnnamed = true; // files without a name
     int open = 0;
+    int opened = 0; // ever
     bool hasFailed = false;
     std::function<void()> onFailure; // what happens at that moment
 
@@ -146,6 +147,7 @@ class FailingFileSystem final : public FileSystem {
     int Opened(int result)
     {
         open += result == 0 ? 1 : 0;
+        opened += result == 0 ? 1 : 0;
         return result;
     }
     std::unique_ptr<FileSystem> real_;
@@ -213,18 +215,29 @@ TEST(FileSystemFailures, AnUploadLeavesOldOrNewContent)
                   });
 }
 
+// At the top of the volume, which is open already, and below it.
 TEST(FileSystemFailures, AnUploadOfANewNameIsWholeOrNotThere)
 {
-    for (const SyncLevel sync : {SyncLevel::None, SyncLevel::Full})
-        for (const bool hasUnnamed : {true, false})
-            FailEveryCall([](Client& client) { return client.Put("/v/new", "new"); },
-                          [](World& world, Client&, TALSTATUS status) {
-                              if (world.Has("new"))
-                                  EXPECT_EQ("new", world.At("new"));
-                              else
-                                  EXPECT_TRUE(Failed(status) || world.failing->hasFailed);
-                          },
-                          sync, hasUnnamed);
+    for (const std::string name : {"new", "dir/sub/new"})
+        for (const SyncLevel sync : {SyncLevel::None, SyncLevel::Full})
+            for (const bool hasUnnamed : {true, false})
+                FailEveryCall([&](Client& client) { return client.Put("/v/" + name, "new"); },
+                              [&](World& world, Client&, TALSTATUS status) {
+                                  if (world.Has(name.c_str()))
+                                      EXPECT_EQ("new", world.At(name.c_str()));
+                                  else
+                                      EXPECT_TRUE(Failed(status) || world.failing->hasFailed);
+                              },
+                              sync, hasUnnamed);
+}
+
+TEST(FileSystemFailures, ANewCollectionIsThereOrNot)
+{
+    for (const std::string name : {"new", "dir/sub/new"})
+        FailEveryCall([&](Client& client) { return client.MkCol("/v/" + name); },
+                      [&](World& world, Client&, TALSTATUS status) {
+                          EXPECT_TRUE(Failed(status) || world.Has(name.c_str()));
+                      });
 }
 
 TEST(FileSystemFailures, AMoveThatReplacesNothingLeavesBothFiles)
@@ -271,16 +284,22 @@ TEST(FileSystemFailures, ATreeThatGivesWayIsNeverLost)
 
 TEST(FileSystemFailures, ADeletedTreeIsThereOrKept)
 {
-    FailEveryCall([](Client& client) { return client.Delete("/v/dir"); },
-                  [](World& world, Client& client, TALSTATUS status) {
-                      if (world.Has("dir")) {
-                          EXPECT_TRUE(Failed(status));
-                          EXPECT_EQ("of c", client.Property("/v/dir/sub/c", "p"));
-                      } else {
-                          EXPECT_EQ("old c", world.At(".kest/deleted/1/sub/c"));
-                          EXPECT_EQ("of c", client.Property("/v/.kest/deleted/1/dir/sub/c", "p"));
-                      }
-                  });
+    for (const std::string tree : {"dir", "dir/sub"}) {
+        const std::string member = tree == "dir" ? "sub/c" : "c";
+        const std::string kept = ".kest/deleted/1/";
+        FailEveryCall([&](Client& client) { return client.Delete("/v/" + tree); },
+                      [&](World& world, Client& client, TALSTATUS status) {
+                          if (world.Has(tree.c_str())) {
+                              EXPECT_TRUE(Failed(status));
+                              EXPECT_EQ("of c", client.Property("/v/dir/sub/c", "p"));
+                              return;
+                          }
+                          EXPECT_EQ("old c", world.At((kept + member).c_str()));
+                          const std::string leaf(LeafOf(tree));
+                          EXPECT_EQ("of c",
+                                    client.Property("/v/" + kept + leaf + "/" + member, "p"));
+                      });
+    }
 }
 
 TEST(FileSystemFailures, ACopyIsWholeOrNotThere)
@@ -342,6 +361,17 @@ TEST(FileSystemFailures, ALockThatFailsLeavesWhatTookItsNameMeanwhile)
         }
         EXPECT_GT(taken, 0);
     }
+}
+
+TEST(FileSystemUse, NamesAtTheTopOfAVolumeAreMadeAndRemovedWithoutOpeningIt)
+{
+    World world(SyncLevel::None);
+    Client client(*world.store);
+    const int before = world.failing->opened;
+    EXPECT_EQ(0u, client.MkCol("/v/new"));
+    EXPECT_EQ(0u, client.Move("/v/new", "/v/other"));
+    EXPECT_EQ(0u, client.Delete("/v/other"));
+    EXPECT_EQ(before, world.failing->opened);
 }
 
 TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)
