@@ -20,12 +20,14 @@ namespace filestore {
 
 class Volume;
 
+// Whether children of a directory have kept creation dates, as the last look found it.
+enum class KeptDates : UINT8 { Unknown, None, Some };
+
 struct Directory {
     const Volume* volume = nullptr;
     std::string path; // within the volume
     OpenFile file;
-    // Once seen, see Volume::ExpectKeptDates: the mark is never taken off.
-    mutable std::atomic<bool> hasKeptDates{false};
+    mutable std::atomic<KeptDates> keptDates{KeptDates::Unknown}; // see Volume::HasKeptDates
 
     FileHandle Get() const { return file.Get(); }
 };

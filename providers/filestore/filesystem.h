@@ -30,9 +30,11 @@ struct FileInfo {
     UINT32 group = 0;
     UINT64 inode = 0;
     UINT64 size = 0;
-    UINT64 modified = 0;  // 100 ns units since 1601-01-01 UTC
-    UINT64 created = 0;   // the same; the file system's own idea, or the oldest date that it has
-    bool isBirth = false; // `created` is the date of birth
+    UINT64 modified = 0; // 100 ns units since 1601-01-01 UTC
+    // The same: the date of birth or of the content, whichever is older, since nothing is younger
+    // than what is in it; without a date of birth, the oldest date at hand.
+    UINT64 created = 0;
+    bool isBirth = false; // the date of birth has been asked for and is known
 };
 
 enum class OpenFor {

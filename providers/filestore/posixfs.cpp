@@ -72,11 +72,9 @@ void FromStatx(const struct statx& s, FileInfo* out)
     out->inode = s.stx_ino;
     out->size = s.stx_size;
     out->modified = ToSystemTime(s.stx_mtime.tv_sec, s.stx_mtime.tv_nsec);
-    // Without a date of birth the oldest date that the file system keeps stands in.
     out->isBirth = (s.stx_mask & STATX_BTIME) != 0;
-    out->created = out->isBirth ? ToSystemTime(s.stx_btime.tv_sec, s.stx_btime.tv_nsec)
-                                : std::min(out->modified,
-                                           ToSystemTime(s.stx_ctime.tv_sec, s.stx_ctime.tv_nsec));
+    const auto& first = out->isBirth ? s.stx_btime : s.stx_ctime;
+    out->created = std::min(out->modified, ToSystemTime(first.tv_sec, first.tv_nsec));
 }
 
 int Result(long r)

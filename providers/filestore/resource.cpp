@@ -145,7 +145,7 @@ TALSTATUS FileResource::StartUpload(bool keepContent, bool seemsFree)
     const Guard guard = node_.MakeGuard();
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
-    upload_.emplace(node_.GetVolume());
+    upload_.emplace(node_.GetStore(), node_.GetVolume());
     TALSTATUS status = keepContent
                            ? upload_->BeginWithContent(node_.Path(), file_.Get(), info_.size)
                            : upload_->Begin(node_.Path(), seemsFree);
@@ -167,6 +167,13 @@ TALSTATUS FileResource::Inspect(FileInfo* out) const
                    : TAL_STATUS_SUCCESS;
 }
 
+// The request walks through the collection, and has seen that nothing in it keeps a date.
+bool FileResource::IsListedWithoutDates() const
+{
+    const DirectoryRef directory = walked::Find(node_.GetVolume(), ParentOf(node_.Path()));
+    return directory && directory->keptDates.load(std::memory_order_relaxed) == KeptDates::None;
+}
+
 TALSTATUS FileResource::GetCreationDate(DAV_DATETIME* date)
 {
     if (!node_.IsBound())
@@ -176,6 +183,10 @@ TALSTATUS FileResource::GetCreationDate(DAV_DATETIME* date)
         return TAL_STATUS_SUCCESS;
     }
     const Volume& volume = node_.GetVolume();
+    if (!upload_ && info_.isBirth && IsListedWithoutDates()) {
+        *date = info_.created;
+        return TAL_STATUS_SUCCESS;
+    }
     return StatusFromErrno(upload_ ? volume.GetCreated(upload_->File(), {}, date)
                                    : volume.GetCreated(file_.Get(), info_, date));
 }

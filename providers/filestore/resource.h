@@ -56,6 +56,7 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     TALSTATUS FinishUpload();
     TALSTATUS PublishUpload();
     TALSTATUS Inspect(FileInfo* out) const;
+    bool IsListedWithoutDates() const;
     void CloseAll();
 
     Node node_;     // bound while associated

@@ -38,14 +38,15 @@ TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
     return TAL_STATUS_SUCCESS;
 }
 
-// A file for a free name needs none until then, which spares a rename. Where it is to be on the
-// disk before it is answered it has to have one: not every file system keeps the content of a file
-// without a name when it is synced.
+// A file for a free name needs none until then, which spares a rename. It is made in the directory
+// that it is for: file systems keep what one directory holds together on the disk. Where it is to
+// be on the disk before it is answered it has to have one: not every file system keeps the content
+// of a file without a name when it is synced.
 int Upload::MakeUnnamed()
 {
     if (volume_.Sync() != SyncLevel::None)
         return EOPNOTSUPP;
-    const int error = volume_.Fs().CreateUnnamed(volume_.Tmp(), file_.Out(volume_.Fs()));
+    const int error = volume_.Fs().CreateUnnamed(parent_->Get(), file_.Out(volume_.Fs()));
     isUnnamed_ = error == 0;
     return error;
 }
@@ -109,13 +110,21 @@ int Upload::ApplyAttributes()
     if (mode != fs.NewFileMode())
         if (const int error = fs.SetMode(file_.Get(), mode))
             return error;
-    if (created_) {
+    if (created_ && !ShowsByItself(*created_)) {
         // A file system without tags shows its own date: that is no reason to refuse content.
         const int error = volume_.KeepCreated(file_.Get(), *parent_, *created_);
         if (error && error != EOPNOTSUPP)
             return error;
     }
     return modified_ ? fs.SetModified(file_.Get(), *modified_) : 0;
+}
+
+// Whether the file will be told to be from `created` without that being kept: a new file shows the
+// date of its content if that is older. Dates are told in whole seconds.
+bool Upload::ShowsByItself(UINT64 created) const
+{
+    return !old_ && modified_ && *modified_ / kTicksPerSecond == created / kTicksPerSecond &&
+           *modified_ <= store_.Now();
 }
 
 TALSTATUS Upload::Finish()

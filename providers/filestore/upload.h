@@ -16,7 +16,7 @@ namespace filestore {
 
 class Upload {
   public:
-    explicit Upload(Volume& volume) : volume_(volume) {}
+    Upload(const Store& store, Volume& volume) : store_(store), volume_(volume) {}
     ~Upload() { Discard(); }
     Upload(const Upload&) = delete;
     Upload& operator=(const Upload&) = delete;
@@ -50,7 +50,9 @@ class Upload {
     TALSTATUS Replace();
     bool HasFile() const { return isUnnamed_ || !tmpName_.empty(); }
     int ApplyAttributes();
+    bool ShowsByItself(UINT64 created) const;
 
+    const Store& store_;
     Volume& volume_;
     DirectoryRef parent_;
     OpenFile file_;

@@ -259,17 +259,27 @@ int Volume::KeepCreated(FileHandle handle, const Directory& directory, UINT64 da
 
 int Volume::ExpectKeptDates(const Directory& directory) const
 {
-    return HasKeptDates(directory) ? 0 : fs_->SetTag(directory.Get(), kDatesTag, "1", 1);
+    if (HasKeptDates(directory))
+        return 0;
+    const int error = fs_->SetTag(directory.Get(), kDatesTag, "1", 1);
+    if (error == 0)
+        directory.keptDates.store(KeptDates::Some, std::memory_order_relaxed);
+    return error;
 }
 
 bool Volume::HasKeptDates(const Directory& directory) const
 {
-    char mark = 0;
-    size_t size = 0;
-    if (!directory.hasKeptDates.load(std::memory_order_relaxed) &&
-        fs_->GetTag(directory.Get(), kDatesTag, &mark, sizeof mark, &size) == 0)
-        directory.hasKeptDates.store(true, std::memory_order_relaxed);
-    return directory.hasKeptDates.load(std::memory_order_relaxed);
+    // The mark is never taken off, but others may put it there at any time.
+    KeptDates found = directory.keptDates.load(std::memory_order_relaxed);
+    if (found != KeptDates::Some) {
+        char mark = 0;
+        size_t size = 0;
+        found = fs_->GetTag(directory.Get(), kDatesTag, &mark, sizeof mark, &size) == 0
+                    ? KeptDates::Some
+                    : KeptDates::None;
+        directory.keptDates.store(found, std::memory_order_relaxed);
+    }
+    return found == KeptDates::Some;
 }
 
 UINT64 Volume::CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const

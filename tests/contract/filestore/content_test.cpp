@@ -5,6 +5,7 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 using namespace filestore_test;
@@ -315,6 +316,53 @@ TEST_F(FileStoreContent, DatesAndAttributesOfACopysDestinationHoldAfterItsReleas
     EXPECT_EQ(modified, children[0].modified);
     EXPECT_EQ(kAttributeReadOnly, children[0].attributes);
     EXPECT_EQ(7u, children[0].size);
+}
+
+TEST_F(FileStoreContent, ACopysCreationDateIsKeptOnlyWhereItsContentDoesNotTellIt)
+{
+    constexpr UINT64 kDate = 120'000'000'000'000'000, kSecond = 10'000'000;
+    constexpr UINT64 kFuture = 160'000'000'000'000'000; // in the year 2108
+    const struct {
+        std::string name;
+        UINT64 modified, created, told;
+        bool isKept;
+    } cases[] = {
+        {"same", kDate, kDate, kDate, false},
+        {"same-second", kDate, kDate + kSecond - 1, kDate, false},
+        {"older", kDate, kDate - 1, kDate - 1, true},
+        {"younger", kDate, kDate + kSecond, kDate + kSecond, true},
+        {"future", kFuture, kFuture, kFuture, true},
+    };
+    for (const auto& c : cases) {
+        Ref<IKestDAVResource2> copy = NewResource();
+        Wstr path("/docs/" + c.name);
+        ASSERT_EQ(0u, copy->Associate(session_, TRUE, kAccessWriteContent, 1, 0, &path, nullptr));
+        EXPECT_EQ(0u, copy->SetModificationDate(c.modified));
+        EXPECT_EQ(0u, copy->SetCreationDate(c.created));
+    }
+    std::map<std::string, UINT64> listed;
+    for (const Child& child : Children("/docs"))
+        listed[child.name] = child.created;
+    for (const auto& c : cases) {
+        UINT64 opened = 0;
+        EXPECT_EQ(0u, Opened("/docs/" + c.name)->GetCreationDate(&opened));
+        EXPECT_EQ(c.told, opened) << c.name;
+        EXPECT_EQ(c.told, listed[c.name]) << c.name;
+        EXPECT_EQ(c.isKept,
+                  getxattr((Docs() / c.name).c_str(), "user.kest.created", nullptr, 0) >= 0)
+            << c.name;
+    }
+}
+
+TEST_F(FileStoreContent, AFileIsNoYoungerThanWhatIsInIt)
+{
+    const UINT64 modified = 120'000'000'000'000'000;
+    ASSERT_EQ(0u, Put("/docs/a", "old"));
+    ASSERT_EQ(0u, Opened("/docs/a", kAccessWrite)->SetModificationDate(modified));
+    UINT64 created = 0;
+    EXPECT_EQ(0u, Opened("/docs/a")->GetCreationDate(&created));
+    EXPECT_EQ(modified, created);
+    EXPECT_EQ(modified, Children("/docs")[0].created);
 }
 
 TEST_F(FileStoreContent, AReadOnlyFileIsNotReplacedUntilItIsWritableAgain)

@@ -141,6 +141,29 @@ TEST_F(FileStoreWalks, CreationDatesOfManyChildrenAreKept)
     }
 }
 
+TEST_F(FileStoreWalks, AnOpenedChildTellsTheDateThatTheListingTold)
+{
+    constexpr UINT64 kDate = 120'000'000'000'000'000;
+    const auto list = [&](IKestDAVCollection2& collection) {
+        alignas(DAV_COMMON_ENUM) char record[2176];
+        UINT32 size = sizeof record;
+        auto* const child = reinterpret_cast<DAV_COMMON_ENUM*>(record);
+        EXPECT_EQ(0u, collection.GetFirstChild(&size, child)); // "file" comes before "sub"
+        return child->CreationDate;
+    };
+    const auto opened = [&] {
+        UINT64 date = 0;
+        EXPECT_EQ(0u, Opened("/docs/dir/file")->GetCreationDate(&date));
+        return date;
+    };
+    const RunningRequest running(request_);
+    const Ref<IKestDAVCollection2> held = OpenedCollection("/docs/dir");
+    EXPECT_EQ(list(*held.Get()), opened());
+    ASSERT_EQ(0u, Opened("/docs/dir/file", kAccessWrite)->SetCreationDate(kDate));
+    EXPECT_EQ(kDate, opened());
+    EXPECT_EQ(kDate, list(*held.Get()));
+}
+
 // -- The source of a MOVE or DELETE, whose type is asked right before.
 
 TEST_F(FileStoreWalks, WhatGetTypeSawIsWhatIsMoved)

@@ -107,7 +107,7 @@ TEST(NewContent, IsDroppedWhenItsDirectoryGoes)
 TEST(NewContent, IsNotWrittenAnyMoreOnceItIsInPlace)
 {
     Scratch scratch;
-    Upload content(*scratch.store->Volumes()[0]);
+    Upload content(*scratch.store, *scratch.store->Volumes()[0]);
     ASSERT_EQ(0u, content.Begin("file", false));
     ASSERT_EQ(0u, content.Write(0, "new", 3));
     ASSERT_EQ(0u, content.Finish());
@@ -124,7 +124,7 @@ TEST(NewContent, IsCheckedAgainstWhatBearsANameThatSeemedFree)
     fs::permissions(scratch / "taken", fs::perms(0444));
     for (const SyncLevel sync : {SyncLevel::None, SyncLevel::Data}) {
         const std::unique_ptr<Store> store = MakeStore(scratch.directory.Path(), 30, sync);
-        Upload content(*store->Volumes()[0]);
+        Upload content(*store, *store->Volumes()[0]);
         TALSTATUS status = content.Begin("taken", true);
         if (!Failed(status))
             status = content.Publish();
