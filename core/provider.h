@@ -7,15 +7,66 @@
 
 #include "core/globals.h"
 
-// An opened resource. Open() creates the object, Associate() binds it to a path.
-class DavResource {
+// What resources and collections have in common. Open() creates the object, Associate() binds it to
+// a path.
+template <class Interface2, class Interface1> class DavObject {
   public:
-    // Creates the provider's resource object of its generation.
+    // Creates the provider's object of its generation.
     [[nodiscard]] TALSTATUS Open(const KESTDAV_HANDLER& handler)
     {
         return handler.pIKestDav2 ? Create(handler.ClassId, second_)
                                   : Create(handler.ClassId, first_);
     }
+    TALSTATUS GetDisplayName(UNICODE_STRING* name)
+    {
+        return Call(&Interface2::GetDisplayName, &Interface1::GetDisplayName, name);
+    }
+    TALSTATUS GetCreationDate(DAV_DATETIME* date)
+    {
+        return Call(&Interface2::GetCreationDate, &Interface1::GetCreationDate, date);
+    }
+    TALSTATUS GetModificationDate(DAV_DATETIME* date)
+    {
+        return Call(&Interface2::GetModificationDate, &Interface1::GetModificationDate, date);
+    }
+    TALSTATUS SetCreationDate(DAV_DATETIME date)
+    {
+        return Call(&Interface2::SetCreationDate, &Interface1::SetCreationDate, date);
+    }
+    TALSTATUS SetModificationDate(DAV_DATETIME date)
+    {
+        return Call(&Interface2::SetModificationDate, &Interface1::SetModificationDate, date);
+    }
+    TALSTATUS GetLiveAttributes(UINT32* attributes)
+    {
+        return Call(&Interface2::GetLiveAttributes, &Interface1::GetLiveAttributes, attributes);
+    }
+    TALSTATUS SetLiveAttributes(UINT32 attributes)
+    {
+        return Call(&Interface2::SetLiveAttributes, &Interface1::SetLiveAttributes, attributes);
+    }
+
+    // The second-generation object, borrowed; null for a first-generation provider.
+    Interface2* Second() const { return second_.Get(); }
+    // Releases the object before the scope ends.
+    void Close()
+    {
+        second_ = {};
+        first_ = {};
+    }
+
+  protected:
+    template <class F2, class F1, class... A> TALSTATUS Call(F2 f2, F1 f1, A... a)
+    {
+        return second_ ? (second_.Get()->*f2)(a...) : (first_.Get()->*f1)(a...);
+    }
+
+    Ref<Interface2> second_;
+    Ref<Interface1> first_;
+};
+
+class DavResource : public DavObject<IKestDAVResource2, IKestDAVResource> {
+  public:
     // The first generation takes no token.
     [[nodiscard]] TALSTATUS Associate(SCHANDLE session, BOOLEAN create, DAV_OPEN_ACCESS access,
                                       DAV_SHARE_MODE share, UNICODE_STRING* path,
@@ -34,70 +85,15 @@ class DavResource {
         return Call(&IKestDAVResource2::Write, &IKestDAVResource::Write, offset, length, buffer,
                     written);
     }
-    TALSTATUS GetDisplayName(UNICODE_STRING* name)
-    {
-        return Call(&IKestDAVResource2::GetDisplayName, &IKestDAVResource::GetDisplayName, name);
-    }
     TALSTATUS GetResourceSize(UINT64* size)
     {
         return Call(&IKestDAVResource2::GetResourceSize, &IKestDAVResource::GetResourceSize, size);
     }
-    TALSTATUS GetCreationDate(DAV_DATETIME* date)
-    {
-        return Call(&IKestDAVResource2::GetCreationDate, &IKestDAVResource::GetCreationDate, date);
-    }
-    TALSTATUS GetModificationDate(DAV_DATETIME* date)
-    {
-        return Call(&IKestDAVResource2::GetModificationDate, &IKestDAVResource::GetModificationDate,
-                    date);
-    }
-    TALSTATUS SetCreationDate(DAV_DATETIME date)
-    {
-        return Call(&IKestDAVResource2::SetCreationDate, &IKestDAVResource::SetCreationDate, date);
-    }
-    TALSTATUS SetModificationDate(DAV_DATETIME date)
-    {
-        return Call(&IKestDAVResource2::SetModificationDate, &IKestDAVResource::SetModificationDate,
-                    date);
-    }
-    TALSTATUS GetLiveAttributes(UINT32* attributes)
-    {
-        return Call(&IKestDAVResource2::GetLiveAttributes, &IKestDAVResource::GetLiveAttributes,
-                    attributes);
-    }
-    TALSTATUS SetLiveAttributes(UINT32 attributes)
-    {
-        return Call(&IKestDAVResource2::SetLiveAttributes, &IKestDAVResource::SetLiveAttributes,
-                    attributes);
-    }
-
-    // The second-generation object, borrowed; null for a first-generation provider.
-    IKestDAVResource2* Second() const { return second_.Get(); }
-    // Releases the object before the scope ends.
-    void Close()
-    {
-        second_ = {};
-        first_ = {};
-    }
-
-  private:
-    template <class F2, class F1, class... A> TALSTATUS Call(F2 f2, F1 f1, A... a)
-    {
-        return second_ ? (second_.Get()->*f2)(a...) : (first_.Get()->*f1)(a...);
-    }
-
-    Ref<IKestDAVResource2> second_;
-    Ref<IKestDAVResource> first_;
 };
 
-// An opened collection.
-class DavCollection {
+class DavCollection : public DavObject<IKestDAVCollection2, IKestDAVCollection> {
   public:
-    [[nodiscard]] TALSTATUS Open(const KESTDAV_HANDLER& handler)
-    {
-        return handler.pIKestDav2 ? Create(handler.ClassId, second_)
-                                  : Create(handler.ClassId, first_);
-    }
+    // The first generation takes no token.
     [[nodiscard]] TALSTATUS Associate(SCHANDLE session, UNICODE_STRING* path, DAV_LOCK_TOKEN* token)
     {
         return second_ ? second_->Associate(session, path, token)
@@ -113,57 +109,6 @@ class DavCollection {
         return Call(&IKestDAVCollection2::GetNextChild, &IKestDAVCollection::GetNextChild, size,
                     buffer);
     }
-    TALSTATUS GetDisplayName(UNICODE_STRING* name)
-    {
-        return Call(&IKestDAVCollection2::GetDisplayName, &IKestDAVCollection::GetDisplayName,
-                    name);
-    }
-    TALSTATUS GetCreationDate(DAV_DATETIME* date)
-    {
-        return Call(&IKestDAVCollection2::GetCreationDate, &IKestDAVCollection::GetCreationDate,
-                    date);
-    }
-    TALSTATUS GetModificationDate(DAV_DATETIME* date)
-    {
-        return Call(&IKestDAVCollection2::GetModificationDate,
-                    &IKestDAVCollection::GetModificationDate, date);
-    }
-    TALSTATUS SetCreationDate(DAV_DATETIME date)
-    {
-        return Call(&IKestDAVCollection2::SetCreationDate, &IKestDAVCollection::SetCreationDate,
-                    date);
-    }
-    TALSTATUS SetModificationDate(DAV_DATETIME date)
-    {
-        return Call(&IKestDAVCollection2::SetModificationDate,
-                    &IKestDAVCollection::SetModificationDate, date);
-    }
-    TALSTATUS GetLiveAttributes(UINT32* attributes)
-    {
-        return Call(&IKestDAVCollection2::GetLiveAttributes, &IKestDAVCollection::GetLiveAttributes,
-                    attributes);
-    }
-    TALSTATUS SetLiveAttributes(UINT32 attributes)
-    {
-        return Call(&IKestDAVCollection2::SetLiveAttributes, &IKestDAVCollection::SetLiveAttributes,
-                    attributes);
-    }
-
-    IKestDAVCollection2* Second() const { return second_.Get(); }
-    void Close()
-    {
-        second_ = {};
-        first_ = {};
-    }
-
-  private:
-    template <class F2, class F1, class... A> TALSTATUS Call(F2 f2, F1 f1, A... a)
-    {
-        return second_ ? (second_.Get()->*f2)(a...) : (first_.Get()->*f1)(a...);
-    }
-
-    Ref<IKestDAVCollection2> second_;
-    Ref<IKestDAVCollection> first_;
 };
 
 // Namespace operations. Tokens reach second-generation providers only.

@@ -76,6 +76,19 @@ std::string Absolute(const std::string& path)
     return getcwd(here.data(), here.size()) ? std::string(here.data()) + "/" + path : path;
 }
 
+// Whether the key has any of what the operation enumerates: subkeys or values.
+bool HasAny(ITalpl& platform, const char16_t* key, decltype(&ITalpl::TalxEnumerateKey) enumerate)
+{
+    HANDLE handle = nullptr;
+    if (Failed(platform.TalxOpenKey(key, TALX_KEY_READ, &handle)))
+        return false;
+    std::array<uint64_t, 128> info{};
+    UINT32 needed = 0;
+    const TALSTATUS status = (platform.*enumerate)(handle, 0, info.data(), sizeof info, &needed);
+    (void)platform.TalxCloseKey(handle); // it was open
+    return !Failed(status) || Code(status) == kCodeBufferTooSmall;
+}
+
 } // namespace
 
 Setup::Setup(ServeArguments arguments, const Places& places)
@@ -141,7 +154,7 @@ std::string Setup::LayDefaults()
     const std::u16string provider = Below(kProvidersKey, Braced(CLSID_FileStore));
     if (ownsProvider_)
         TakeAway(provider, u"Name");
-    ownsProvider_ = !HasSubkey(kProvidersKey);
+    ownsProvider_ = !HasAny(Platform(), kProvidersKey, &ITalpl::TalxEnumerateKey);
     if (ownsProvider_)
         if (std::string problem = LayText(provider, u"Name", "FileStore"); !problem.empty())
             return problem;
@@ -153,39 +166,14 @@ std::string Setup::LayVolumes()
     const std::u16string name = ToUtf16(kDefaultVolume).value_or(u"");
     if (ownsVolume_)
         TakeAway(kVolumesKey, name);
-    ownsVolume_ = arguments_.volumes.empty() && !HasValue(kVolumesKey);
+    ownsVolume_ = arguments_.volumes.empty() &&
+                  !HasAny(Platform(), kVolumesKey, &ITalpl::TalxEnumerateValueKey);
     if (!ownsVolume_)
         return {};
     const std::string directory = state_ + "/" + kDefaultVolume;
     if (std::string problem = MakeDirectories(directory); !problem.empty())
         return problem;
     return LayText(kVolumesKey, name, directory);
-}
-
-bool Setup::HasSubkey(const char16_t* key)
-{
-    HANDLE handle = nullptr;
-    if (Failed(Platform().TalxOpenKey(key, TALX_KEY_READ, &handle)))
-        return false;
-    std::array<uint64_t, 128> info{};
-    UINT32 needed = 0;
-    const TALSTATUS status =
-        Platform().TalxEnumerateKey(handle, 0, info.data(), sizeof info, &needed);
-    (void)Platform().TalxCloseKey(handle); // it was open
-    return !Failed(status) || Code(status) == kCodeBufferTooSmall;
-}
-
-bool Setup::HasValue(const char16_t* key)
-{
-    HANDLE handle = nullptr;
-    if (Failed(Platform().TalxOpenKey(key, TALX_KEY_READ, &handle)))
-        return false;
-    std::array<uint64_t, 128> info{};
-    UINT32 needed = 0;
-    const TALSTATUS status =
-        Platform().TalxEnumerateValueKey(handle, 0, info.data(), sizeof info, &needed);
-    (void)Platform().TalxCloseKey(handle); // it was open
-    return !Failed(status) || Code(status) == kCodeBufferTooSmall;
 }
 
 std::string Setup::ReadSettings(HostSettings& settings)

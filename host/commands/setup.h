@@ -46,8 +46,6 @@ class Setup {
     std::string LayCommandLine();
     std::string LayDefaults();
     std::string LayVolumes();
-    bool HasSubkey(const char16_t* key);
-    bool HasValue(const char16_t* key);
 
     const ServeArguments arguments_;
     const Places places_;
