@@ -121,8 +121,8 @@ TALSTATUS ParseDavLockRequest(IKestIO_5* pKestIo, LOCK_REQ* pRequest)
         kCodeSuccess)
         return TAL_STATUS_SUCCESS;
     pRequest->Flags &= ~kLockRefresh; // a request with a body asks for a new lock
-    if (!ParseXmlBody(body.get(), std::min(read, available), pRequest, LRStartTagHandler,
-                      LREndTagHandler, LRDataHandler))
+    if (ParseXmlBody(body.get(), std::min(read, available), pRequest, LRStartTagHandler,
+                     LREndTagHandler, LRDataHandler) == XmlBody::NoParser)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     return TAL_STATUS_SUCCESS;
 }

@@ -4,6 +4,8 @@
 // state of one request is in its record; the reply is streamed element by element.
 #pragma once
 
+#include <string_view>
+
 #include "core/kestdav.h"
 #include "core/provider.h"
 #include "props/gather.h"
@@ -97,8 +99,9 @@ struct PROPFIND_REQ {
         DAV_COMMON_ENUM Enum;
         UINT8 EnumRoom[kChildRecordBytes];
     };
-    UINT64 NameBudget; // bytes of dead names that the body may still ask for
-    UINT32 DeadBytes;  // bytes of the dead values kept so far
+    UINT64 NameBudget;    // bytes of dead names that the body may still ask for
+    UINT32 DeadBytes;     // bytes of the dead values kept so far
+    BOOLEAN bNameDropped; // memory was short for a dead property that the body asks for
 };
 
 // -- Request (propfind_request.cpp)
@@ -110,6 +113,18 @@ void FreePropfindRequest(PROPFIND_REQ* pRequest);
 TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest);
 void PFStartTagHandler(void* pUserData, const char* pTagName, const char** ppAttr);
 void PFEndTagHandler(void* pUserData, const char* pTagName);
+// Records a name that is no live property. Without memory the name is dropped, and so is one that
+// the body did not name itself.
+void AddDeadProperty(PROPFIND_REQ* pRequest, const char* pName);
+
+// -- The last body (lastbody.cpp). A client sends the same few bodies again and again, and reading
+//    one costs as much as the whole answer about a file. So each thread keeps the last one that it
+//    read, and what it asks for.
+
+// Fills a record that has its NameBudget as reading `body` would. False when it is another body.
+[[nodiscard]] bool RecallBody(std::string_view body, PROPFIND_REQ* pRequest);
+// Keeps a body that has been read to its end.
+void RememberBody(std::string_view body, const PROPFIND_REQ& request);
 
 // -- Hrefs (href.cpp)
 

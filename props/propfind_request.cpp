@@ -59,22 +59,22 @@ static UINT32 FindLiveProperty(const char* name)
     return 0;
 }
 
-// Records a name that is no live property. Without memory the name is dropped, and so is one that
-// the body did not name itself.
-static void AddDeadProperty(PROPFIND_REQ* request, const char* name)
+void AddDeadProperty(PROPFIND_REQ* pRequest, const char* pName)
 {
-    const size_t length = std::strlen(name);
-    if (length + kElementCost > request->NameBudget)
+    const size_t length = std::strlen(pName);
+    if (length + kElementCost > pRequest->NameBudget)
         return;
     Paged<UINT8> memory = AllocPaged<UINT8>(sizeof(DAV_PROP) + length);
-    if (!memory)
+    if (!memory) {
+        pRequest->bNameDropped = TRUE;
         return;
-    request->NameBudget -= length + kElementCost;
+    }
+    pRequest->NameBudget -= length + kElementCost;
 
     auto* property = reinterpret_cast<DAV_PROP*>(memory.release());
     property->Flags = 0;
-    std::memcpy(property->szName, name, length + 1);
-    pITalpl->TalxInsertTailList(&request->lDeadProperties, &property->ListLink);
+    std::memcpy(property->szName, pName, length + 1);
+    pITalpl->TalxInsertTailList(&pRequest->lDeadProperties, &property->ListLink);
 }
 
 void PFStartTagHandler(void* pUserData, const char* pTagName, const char** /*ppAttr*/)
@@ -130,9 +130,18 @@ TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
     }
     read = std::min(read, available);
     pRequest->NameBudget = NameBudget(read);
-    if (!ParseXmlBody(body.get(), read, pRequest, PFStartTagHandler, PFEndTagHandler, nullptr)) {
+    const std::string_view text(body.get(), read);
+    if (RecallBody(text, pRequest))
+        return TAL_STATUS_SUCCESS;
+    switch (ParseXmlBody(body.get(), read, pRequest, PFStartTagHandler, PFEndTagHandler, nullptr)) {
+    case XmlBody::NoParser:
         pRequest->LiveProperties = kLiveFallback;
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    case XmlBody::Whole:
+        RememberBody(text, *pRequest);
+        break;
+    case XmlBody::Broken: // memory may have been short: the next one may read more of it
+        break;
     }
     return TAL_STATUS_SUCCESS;
 }

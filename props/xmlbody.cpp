@@ -47,22 +47,22 @@ bool SameName(const char* a, const char* b) noexcept
     return Lower(*a) == Lower(*b);
 }
 
-bool ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartElementHandler start,
-                  XML_EndElementHandler end, XML_CharacterDataHandler text)
+XmlBody ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartElementHandler start,
+                     XML_EndElementHandler end, XML_CharacterDataHandler text)
 {
     const std::unique_ptr<XML_ParserStruct, FreeParser> parser(XML_ParserCreate(nullptr));
     if (!parser)
-        return false;
+        return XmlBody::NoParser;
     // A body beyond what one call takes is a malformed one.
     if (size > static_cast<UINT32>(std::numeric_limits<int>::max()))
-        return true;
+        return XmlBody::Broken;
 
     (void)XML_SetHashSalt(parser.get(), NameSalt()); // nothing was parsed yet: it cannot fail
     XML_SetUserData(parser.get(), userData);
     XML_SetElementHandler(parser.get(), start, end);
     if (text)
         XML_SetCharacterDataHandler(parser.get(), text);
-    // Kept: the result says nothing to the caller, see above.
-    (void)XML_Parse(parser.get(), body, static_cast<int>(size), 1);
-    return true;
+    return XML_Parse(parser.get(), body, static_cast<int>(size), 1) == XML_STATUS_OK
+               ? XmlBody::Whole
+               : XmlBody::Broken;
 }

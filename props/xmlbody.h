@@ -14,12 +14,17 @@ const char* LocalName(const char* tag) noexcept;
 // Compares ASCII letters without case.
 bool SameName(const char* a, const char* b) noexcept;
 
-// Parses `size` bytes as one document, in the encoding that the body itself names. A malformed body
-// is no failure: what the handlers heard up to the error stands. `text` may be null. False when no
-// parser could be made; nothing was parsed then.
-[[nodiscard]] bool ParseXmlBody(const char* body, UINT32 size, void* userData,
-                                XML_StartElementHandler start, XML_EndElementHandler end,
-                                XML_CharacterDataHandler text);
+enum class XmlBody {
+    NoParser, // none could be made; nothing was parsed
+    Broken,   // malformed, or memory was short; what the handlers heard up to there stands
+    Whole,
+};
+
+// Parses `size` bytes as one document, in the encoding that the body itself names. `text` may be
+// null. A malformed body is no failure of a request.
+[[nodiscard]] XmlBody ParseXmlBody(const char* body, UINT32 size, void* userData,
+                                   XML_StartElementHandler start, XML_EndElementHandler end,
+                                   XML_CharacterDataHandler text);
 
 // How many bytes of element names a body of `size` bytes can name itself, whatever its encoding.
 // Handlers stop recording names beyond that: more can only come from entities that repeat

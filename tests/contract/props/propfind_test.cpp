@@ -659,6 +659,74 @@ TEST_P(PropFindOf, ShortRead_ParsesWhatCame)
     EXPECT_THAT(world.Calls({"io.ReadClientPayload"}), ElementsAre("io.ReadClientPayload(33)"));
 }
 
+// -- The same body again
+
+class PropFindAgain : public testing::Test {
+  protected:
+    PropFindAgain()
+    {
+        world["p"].AddFile("/p/a", "x").properties = {{u"author", "me"}, {u"reader", "all"}};
+        world["p"].AddFile("/p/b", "x").properties = {{u"author", "you"}};
+        world.Remember("/Ferro/p/a");
+    }
+    std::string Ask(const std::string& path, const std::string& body)
+    {
+        std::string text = world.Run(PropFind("/Ferro" + path, body)).text;
+        world.ExpectAtRest();
+        return text;
+    }
+    World world{{{.name = "p", .caps = kCapsNamedProperties}}};
+};
+
+TEST_F(PropFindAgain, AsksForTheSame)
+{
+    const std::string body = Asking("<D:getetag/><x:author/><x:reader/>");
+    const std::string first = Ask("/p/a", body);
+    EXPECT_THAT(first, HasSubstr("<a:getetag/>\n<author>\nme</author>\n<reader>\nall</reader>\n"));
+    EXPECT_EQ(Ask("/p/a", body), first);
+    EXPECT_THAT(Ask("/p/b", body), HasSubstr("<a:getetag/>\n<author>\nyou</author>\n"));
+    EXPECT_EQ(Ask("/p/a", Asking("<D:getetag/>")),
+              MultiStatus(ResourceElement("/p/a", "<a:getetag/>\n")));
+    EXPECT_EQ(Ask("/p/a", body), first);
+}
+
+TEST_F(PropFindAgain, NamesOnly_GivesEmptyElementsAgain)
+{
+    const std::string body = "<propfind><propname/></propfind>";
+    const std::string first = Ask("/p/a", body);
+    EXPECT_THAT(first, HasSubstr("<a:displayname/>"));
+    EXPECT_EQ(Ask("/p/a", body), first);
+}
+
+TEST_F(PropFindAgain, PartOfTheBody_AsksForItsOwn)
+{
+    const std::string body = Asking("<D:getetag/><x:author/>");
+    EXPECT_THAT(Ask("/p/a", body), HasSubstr("author"));
+    const std::string part = body.substr(0, body.find("<x:author/>"));
+    EXPECT_EQ(Ask("/p/a", part), MultiStatus(ResourceElement("/p/a", "<a:getetag/>\n")));
+    EXPECT_THAT(Ask("/p/a", body + " "), HasSubstr("author"));
+}
+
+TEST_F(PropFindAgain, LongBodiesAndNames_AreReadEachTime)
+{
+    const std::string name(600, 'n');
+    for (const std::string& body : {Asking("<x:author/><!--" + std::string(2000, '-' + 1) + "-->"),
+                                    Asking("<x:author/><x:" + name + "/>")}) {
+        const std::string first = Ask("/p/a", body);
+        EXPECT_THAT(first, HasSubstr("<author>\nme</author>\n"));
+        EXPECT_EQ(Ask("/p/a", body), first);
+    }
+}
+
+TEST_F(PropFindAgain, NameThatFoundNoMemory_IsReadAgain)
+{
+    // Behind the dispatcher's path, the request's record and the body.
+    world.Fail("platform.TalxAllocPagedMemory", TAL_STATUS_INSUFFICIENT_RESOURCES, 4);
+    const std::string body = Asking("<x:author/>");
+    EXPECT_EQ(Ask("/p/b", body), MultiStatus(ResourceElement("/p/b", "")));
+    EXPECT_THAT(Ask("/p/b", body), HasSubstr("<author>\nyou</author>\n"));
+}
+
 // -- The root
 
 class PropFindRoot : public testing::Test {
