@@ -59,6 +59,9 @@ class FileSystem {
     // -- By path. The caller closes the handle.
     virtual int Open(const char* path, OpenFor purpose, FileHandle* out) = 0;
     virtual void Close(FileHandle handle) = 0;
+    // As Inspect tells it of what Open would open, but without opening it. ELOOP where that takes
+    // more than one look: for several names, and for a link.
+    virtual int Look(const char* path, FileInfo* out) = 0;
 
     // -- An open object. Inspect leaves `created` at the oldest date at hand; InspectFully asks the
     //    file system for the date of birth, at a higher price.

@@ -66,6 +66,16 @@ static bool FindLeaf(const Target& target, FileInfo* info)
     return true;
 }
 
+// A HEAD tells of a file what one look at it shows. False for anything that takes more.
+static bool LookAtFile(const Target& target, FileInfo* info)
+{
+    if (call::Method() != KestMethodHead ||
+        target.volume->Fs().Look(target.path.CStr(), info) != 0 || !info->isRegular)
+        return false;
+    recent::KeepLook(target, *info);
+    return true;
+}
+
 TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
 {
     recent::Drop();
@@ -77,7 +87,7 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
     }
     OpenFile file;
     FileInfo info;
-    if (!Failed(status) && FindLeaf(target, &info)) {
+    if (!Failed(status) && (FindLeaf(target, &info) || LookAtFile(target, &info))) {
         *type = info.isDirectory ? Collection : Resource;
         return TAL_STATUS_SUCCESS;
     }

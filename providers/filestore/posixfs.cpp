@@ -107,6 +107,18 @@ class PosixFileSystem final : public FileSystem {
                         out);
     }
     void Close(FileHandle handle) override { ::close(handle); }
+    int Look(const char* path, FileInfo* out) override
+    {
+        if (!IsOneName(path))
+            return ELOOP;
+        struct stat s;
+        if (::fstatat(top_, path, &s, AT_SYMLINK_NOFOLLOW) != 0)
+            return errno;
+        if (S_ISLNK(s.st_mode))
+            return ELOOP;
+        FromStat(s, out);
+        return 0;
+    }
 
     int Inspect(FileHandle handle, FileInfo* out) override
     {
@@ -220,7 +232,7 @@ class PosixFileSystem final : public FileSystem {
 
     int InspectAt(FileHandle directory, const char* name, FileInfo* out) override
     {
-        return Statx(directory, name, AT_SYMLINK_NOFOLLOW, out);
+        return Statx(directory, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, out);
     }
     int OpenAt(FileHandle directory, const char* name, OpenFor purpose, FileHandle* out) override
     {
@@ -337,11 +349,15 @@ class PosixFileSystem final : public FileSystem {
         *out = fd;
         return 0;
     }
+    static bool IsOneName(const char* path)
+    {
+        return *path && !std::strchr(path, '/') && std::strcmp(path, "..") != 0;
+    }
     static int OpenBeneath(int directory, const char* path, UINT64 flags, UINT64 resolve)
     {
         // A single name leads to what bears it and nowhere else, unless that is a link. The plain
         // call refuses those, and takes less time than the one that watches every step.
-        if (!(flags & O_PATH) && !std::strchr(path, '/') && std::strcmp(path, "..") != 0) {
+        if (!(flags & O_PATH) && IsOneName(path)) {
             const int fd = ::openat(directory, path, static_cast<int>(flags) | O_NOFOLLOW);
             if (fd >= 0 || (errno != ELOOP && errno != ENOTDIR && errno != EINTR))
                 return fd;
@@ -381,8 +397,7 @@ class PosixFileSystem final : public FileSystem {
     static int Statx(int directory, const char* name, int flags, FileInfo* out)
     {
         struct statx s;
-        if (::statx(directory, name, flags | AT_STATX_DONT_SYNC, STATX_BASIC_STATS | STATX_BTIME,
-                    &s) != 0)
+        if (::statx(directory, name, flags, STATX_BASIC_STATS | STATX_BTIME, &s) != 0)
             return errno;
         FromStatx(s, out);
         return 0;

@@ -17,6 +17,7 @@ struct Slot {
             volume->Fs().Close(std::exchange(file, kNoFile));
         directory.reset();
         failure = TAL_STATUS_SUCCESS;
+        isLook = false;
     }
     // Notes what is kept. False when no request runs.
     bool Keep(const Target& target, const FileInfo& about)
@@ -40,6 +41,7 @@ struct Slot {
     FileHandle file = kNoFile; // this one or
     DirectoryRef directory;    // that one, or none
     TALSTATUS failure = TAL_STATUS_SUCCESS;
+    bool isLook = false; // none, but `info` is good
     FileInfo info;
 };
 
@@ -59,14 +61,20 @@ void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& inf
         t_slot.directory = std::move(directory);
 }
 
+void KeepLook(const Target& target, const FileInfo& info)
+{
+    t_slot.isLook = t_slot.Keep(target, info);
+}
+
 bool Take(const Target& target, OpenFile* file, FileInfo* info)
 {
-    if (t_slot.file == kNoFile || !t_slot.IsFor(target)) {
+    if ((t_slot.file == kNoFile && !t_slot.isLook) || !t_slot.IsFor(target)) {
         t_slot.Close();
         return false;
     }
     *file = OpenFile(target.volume->Fs(), std::exchange(t_slot.file, kNoFile));
     *info = t_slot.info;
+    t_slot.isLook = false;
     return true;
 }
 

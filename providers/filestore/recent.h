@@ -12,7 +12,7 @@
 // fails the same way, so that nobody is told that it is gone, or is something else.
 //
 // Before a MOVE or a DELETE it is the directory that holds the name, and what the name was seen to
-// be: that is what those work with.
+// be: that is what those work with. For a HEAD it is only what the file was seen to be.
 #pragma once
 
 #include <kest/io.h>
@@ -25,6 +25,8 @@ namespace filestore::recent {
 void Keep(const Target& target, OpenFile file, const FileInfo& info);
 // Takes the file over if it is the one that was kept for the running request. Drops it otherwise.
 [[nodiscard]] bool Take(const Target& target, OpenFile* file, FileInfo* info);
+// The same for a file that was looked at and not opened. Take then leaves `file` without one.
+void KeepLook(const Target& target, const FileInfo& info);
 // The same for the directory that holds the path's leaf, and what the leaf is.
 void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& info);
 [[nodiscard]] bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info);

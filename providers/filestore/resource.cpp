@@ -146,9 +146,8 @@ TALSTATUS FileResource::StartUpload(bool keepContent, bool seemsFree)
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
     upload_.emplace(node_.GetStore(), node_.GetVolume());
-    TALSTATUS status = keepContent
-                           ? upload_->BeginWithContent(node_.Path(), file_.Get(), info_.size)
-                           : upload_->Begin(node_.Path(), seemsFree);
+    TALSTATUS status = keepContent ? upload_->BeginWithContent(node_.Path(), Handle(), info_.size)
+                                   : upload_->Begin(node_.Path(), seemsFree);
     if (!Failed(status))
         status = guard.CheckLocks(node_.GetVolume(), node_.Path(),
                                   upload_->IsReplacing() ? Reach::Self : Reach::Membership);
@@ -174,6 +173,16 @@ bool FileResource::IsListedWithoutDates() const
     return directory && directory->keptDates.load(std::memory_order_relaxed) == KeptDates::None;
 }
 
+// What is there now, opened at last if it has only been looked at. kNoFile, which every use of it
+// fails with, when it cannot be opened any more.
+FileHandle FileResource::Handle()
+{
+    FileSystem& fs = node_.GetVolume().Fs();
+    if (!file_)
+        (void)fs.Open(node_.Path().c_str(), OpenFor::Reading, file_.Out(fs)); // see above
+    return file_.Get();
+}
+
 TALSTATUS FileResource::GetCreationDate(DAV_DATETIME* date)
 {
     if (!node_.IsBound())
@@ -188,7 +197,7 @@ TALSTATUS FileResource::GetCreationDate(DAV_DATETIME* date)
         return TAL_STATUS_SUCCESS;
     }
     return StatusFromErrno(upload_ ? volume.GetCreated(upload_->File(), {}, date)
-                                   : volume.GetCreated(file_.Get(), info_, date));
+                                   : volume.GetCreated(Handle(), info_, date));
 }
 
 TALSTATUS FileResource::GetDisplayName(UNICODE_STRING* name)
@@ -231,7 +240,7 @@ TALSTATUS FileResource::Read(UINT64 offset, UINT32 length, char* buffer, UINT32*
     if (!node_.IsBound())
         return kNotAssociated;
     size_t got = 0;
-    const int error = node_.GetVolume().Fs().Read(upload_ ? upload_->File() : file_.Get(), offset,
+    const int error = node_.GetVolume().Fs().Read(upload_ ? upload_->File() : Handle(), offset,
                                                   buffer, length, &got);
     *read = static_cast<UINT32>(got);
     return StatusFromErrno(error);
@@ -261,7 +270,7 @@ TALSTATUS FileResource::SetCreationDate(DAV_DATETIME date)
     if (!node_.IsBound())
         return kNotAssociated;
     if (!upload_)
-        return Protected([&] { return node_.SetCreated(file_.Get(), date); });
+        return Protected([&] { return node_.SetCreated(Handle(), date); });
     upload_->SetCreated(date);
     return TAL_STATUS_SUCCESS;
 }
@@ -271,7 +280,7 @@ TALSTATUS FileResource::SetModificationDate(DAV_DATETIME date)
     if (!node_.IsBound())
         return kNotAssociated;
     if (!upload_)
-        return Protected([&] { return node_.SetModified(file_.Get(), date); });
+        return Protected([&] { return node_.SetModified(Handle(), date); });
     upload_->SetModified(date);
     return TAL_STATUS_SUCCESS;
 }
@@ -289,7 +298,7 @@ TALSTATUS FileResource::SetLiveAttributes(UINT32 attributes)
     if (!node_.IsBound())
         return kNotAssociated;
     if (!upload_)
-        return Protected([&] { return node_.SetAttributes(file_.Get(), &info_, attributes); });
+        return Protected([&] { return node_.SetAttributes(Handle(), &info_, attributes); });
     upload_->SetReadOnly((attributes & kAttributeReadOnly) != 0);
     uploadHidden_ = (attributes & kAttributeHidden) != 0;
     return TAL_STATUS_SUCCESS;

@@ -57,10 +57,11 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     TALSTATUS PublishUpload();
     TALSTATUS Inspect(FileInfo* out) const;
     bool IsListedWithoutDates() const;
+    FileHandle Handle();
     void CloseAll();
 
     Node node_;     // bound while associated
-    OpenFile file_; // what is there now; none while a new name is made
+    OpenFile file_; // what is there now; none while a new name is made, or nothing but looked at
     FileInfo info_;
     // What the running request has looked for here, and in vain.
     struct {

@@ -349,7 +349,11 @@ TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, Fi
             (error = fs.Open(found.CStr(), purpose, out->Out(fs))) == 0)
             (void)target->path.Assign(found.View()); // fits: it is shorter
     }
-    if (error || (error = fs.Inspect(out->Get(), info)))
+    // What asks for properties asks for the date of birth, too.
+    if (!error)
+        error = call::Method() == KestMethodPropFind ? fs.InspectFully(out->Get(), info)
+                                                     : fs.Inspect(out->Get(), info);
+    if (error)
         return StatusFromErrno(error);
     return KindStatus(*info);
 }

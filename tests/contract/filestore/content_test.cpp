@@ -438,6 +438,83 @@ TEST_F(FileStoreContent, AnEscapedNameIsFoundForPagesWhenNothingBearsItLiterally
     EXPECT_EQ(kCodeNotFound, Code(Type("/docs/a%20b", &type)));
 }
 
+TEST_F(FileStoreContent, AHeadFindsWhatAGetFinds)
+{
+    WriteFile(Docs() / "a.txt", "inside");
+    WriteFile(Docs() / "plain name", "x");
+    fs::create_directory(Docs() / "dir");
+    WriteFile(Docs() / "dir" / "b", "four");
+    fs::create_symlink("a.txt", Docs() / "in");
+    fs::create_symlink("dir", Docs() / "indir");
+    fs::create_symlink("/etc/passwd", Docs() / "absolute");
+    fs::create_symlink("../other", Docs() / "relative");
+    mkfifo((Docs() / "pipe").c_str(), 0666);
+    const struct {
+        const char* path;
+        UINT64 size;
+    } files[] = {{"/docs/a.txt", 6},
+                 {"/docs/in", 6},
+                 {"/docs/dir/b", 4},
+                 {"/docs/indir/b", 4},
+                 {"/docs/plain%20name", 1}};
+    for (const UINT32 method : {KestMethodGet, KestMethodHead}) {
+        ScriptedRequest request;
+        request.method = method;
+        const RunningRequest running(request);
+        for (const auto& file : files) {
+            DAV_TYPE type = Collection;
+            EXPECT_EQ(0u, Type(file.path, &type)) << file.path;
+            EXPECT_EQ(Resource, type) << file.path;
+            const auto resource = Opened(file.path);
+            UINT64 size = 0;
+            ASSERT_TRUE(resource) << file.path;
+            EXPECT_EQ(0u, resource->GetResourceSize(&size));
+            EXPECT_EQ(file.size, size) << file.path;
+        }
+        for (const char* path : {"/docs", "/docs/dir", "/docs/indir"}) {
+            DAV_TYPE type = Resource;
+            EXPECT_EQ(0u, Type(path, &type)) << path;
+            EXPECT_EQ(Collection, type) << path;
+        }
+        for (const char* path : {"/docs/absolute", "/docs/relative", "/docs/pipe", "/docs/none"}) {
+            DAV_TYPE type = Resource;
+            EXPECT_EQ(kCodeNotFound, Code(Type(path, &type))) << path;
+        }
+    }
+}
+
+TEST_F(FileStoreContent, AFileThatAHeadLookedAtIsOpenedWhenItIsUsed)
+{
+    ASSERT_EQ(0u, Put("/docs/a", "content"));
+    ScriptedRequest request;
+    request.method = KestMethodHead;
+    const RunningRequest running(request);
+    DAV_TYPE type = Collection;
+    UINT64 date = 0;
+    UINT64 size = 0;
+    UINT32 read = 0;
+    char buffer[16];
+
+    ASSERT_EQ(0u, Type("/docs/a", &type));
+    const auto used = Opened("/docs/a", kAccessReadContent);
+    ASSERT_TRUE(used);
+    EXPECT_EQ(0u, used->Read(0, sizeof buffer, buffer, &read));
+    EXPECT_EQ("content", std::string_view(buffer, read));
+    EXPECT_EQ(0u, used->GetCreationDate(&date));
+    EXPECT_NE(0u, date);
+
+    ASSERT_EQ(0u, Type("/docs/a", &type));
+    const auto gone = Opened("/docs/a", kAccessReadContent);
+    ASSERT_TRUE(gone);
+    fs::remove(Docs() / "a");
+    EXPECT_EQ(0u, gone->GetResourceSize(&size));
+    EXPECT_EQ(7u, size);
+    EXPECT_TRUE(Failed(gone->Read(0, sizeof buffer, buffer, &read)));
+    EXPECT_EQ(0u, read);
+    EXPECT_TRUE(Failed(gone->GetCreationDate(&date)));
+    EXPECT_TRUE(Failed(gone->SetModificationDate(date)));
+}
+
 TEST_F(FileStoreContent, AFileOpenedForItsTypeIsNotServedToALaterRequest)
 {
     ASSERT_EQ(0u, Put("/docs/a", "old"));

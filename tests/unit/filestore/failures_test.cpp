@@ -33,6 +33,10 @@ class FailingFileSystem final : public FileSystem {
         --open;
         real_->Close(handle);
     }
+    int Look(const char* path, FileInfo* out) override
+    {
+        return Fail() ? error : real_->Look(path, out);
+    }
     int Inspect(FileHandle h, FileInfo* out) override
     {
         return Fail() ? error : real_->Inspect(h, out);
