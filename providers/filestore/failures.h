@@ -17,7 +17,8 @@ constexpr TALSTATUS Failure(UINT16 code) noexcept
 }
 
 // The status for an errno value; 0 gives success. What would tell a client about the world outside
-// a volume (a link that leads out, a loop) is reported as "not found".
+// a volume (a link that leads out, a loop) is reported as "not found". What is the system's fault
+// and not the request's stands in the log, too.
 [[nodiscard]] TALSTATUS StatusFromErrno(int error) noexcept;
 
 // Runs an operation of an interface. Memory that runs out becomes code 5, anything else that is

@@ -115,6 +115,9 @@ class FileSystem {
     // Where the path is for programs beside the store (a database), valid as long as this object.
     virtual int ExternalPath(const char* path, char* out, size_t room) = 0;
     virtual int Random(void* out, size_t size) = 0;
+    // Whether the volume's top still bears the name that it was opened by: false once it has been
+    // removed, moved or mounted over.
+    virtual bool IsInPlace() = 0;
 };
 
 // Closes on scope end.

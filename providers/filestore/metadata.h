@@ -93,6 +93,8 @@ class MetadataSession {
 
     // -- Deleted entries.
     virtual TALSTATUS AddDeleted(DeletedEntry* entry) = 0; // sets id, never used before
+    // Ids up to this one are not given any more.
+    virtual TALSTATUS SkipDeletedIds(INT64 upTo) = 0;
     virtual TALSTATUS FindDeleted(INT64 id, DeletedEntry* out) = 0;
     virtual TALSTATUS RemoveDeleted(INT64 id) = 0;
     // The next one of a collection, or the oldest one deleted before `time`. Code 9 past the last.

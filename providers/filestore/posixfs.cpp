@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -98,7 +99,10 @@ UINT32 ReadUmask()
 
 class PosixFileSystem final : public FileSystem {
   public:
-    explicit PosixFileSystem(int top) : top_(top), newFileMode_(0666 & ~ReadUmask()) {}
+    PosixFileSystem(int top, const char* name)
+        : top_(top), name_(name), newFileMode_(0666 & ~ReadUmask())
+    {
+    }
     ~PosixFileSystem() override { ::close(top_); }
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
@@ -324,6 +328,12 @@ class PosixFileSystem final : public FileSystem {
     {
         return ::getrandom(out, size, 0) == static_cast<ssize_t>(size) ? 0 : EIO;
     }
+    bool IsInPlace() override
+    {
+        struct stat own, named;
+        return ::fstat(top_, &own) == 0 && ::stat(name_.c_str(), &named) == 0 &&
+               own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+    }
 
   private:
     static int OpenFrom(int directory, const char* path, OpenFor purpose, UINT64 resolve,
@@ -437,6 +447,7 @@ class PosixFileSystem final : public FileSystem {
 
     static constexpr size_t kCopyBlock = 262144;
     const int top_;
+    const std::string name_; // as it was given
     const UINT32 newFileMode_;
 };
 
@@ -449,7 +460,7 @@ std::unique_ptr<FileSystem> OpenPosixFileSystem(const char* directory, int* erro
         *error = errno;
         return nullptr;
     }
-    return std::make_unique<PosixFileSystem>(top);
+    return std::make_unique<PosixFileSystem>(top, directory);
 }
 
 } // namespace filestore

@@ -197,6 +197,7 @@ void Purger::Run(std::stop_token stop)
             nextRetirement = now + kRetireRound;
         (void)Protected([&] {
             for (const auto& volume : store_.Volumes()) {
+                volume->CheckPlace();
                 if (retires)
                     RetireDeleted(store_, *volume);
                 EmptyPurge(*volume, pause);

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/sqlitedb.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <iterator>
+#include <thread>
 
 #include "providers/filestore/failures.h"
+#include "providers/filestore/platform.h"
 
 namespace filestore {
 
@@ -13,6 +17,21 @@ namespace {
 // How long a statement waits for another process's change. Within this process changes queue before
 // they reach the database.
 constexpr int kBusyMilliseconds = 10000;
+constexpr int kBlockedMilliseconds = 100; // the same after one that waited in vain
+
+// SQLite asks, with the number of times that it did before, whether to try again.
+int WaitForOthers(void* trouble, int count)
+{
+    static constexpr int kPauses[] = {1, 2, 5, 10, 15, 20, 25, 25, 25, 50, 50, 100}; // ms
+    constexpr int kLast = static_cast<int>(std::size(kPauses)) - 1;
+    int waited = std::max(count - kLast, 0) * kPauses[kLast];
+    for (int i = 0; i < std::min(count, kLast); ++i)
+        waited += kPauses[i];
+    if (!static_cast<Trouble*>(trouble)->GoesOnWaiting(waited))
+        return 0;
+    std::this_thread::sleep_for(std::chrono::milliseconds(kPauses[std::min(count, kLast)]));
+    return 1;
+}
 
 // A change writes whole pages, and rows are small: pages of this size take less time to write and
 // to sum up than larger ones. A database that is there keeps the size that it has.
@@ -90,6 +109,7 @@ constexpr const char* kStatements[] = {
     "SELECT parent, leaf FROM hidden WHERE " WITHIN("parent"),
     "INSERT INTO deleted (" DELETED_COLUMNS ") VALUES (1 + max("
     "ifnull((SELECT max(id) FROM deleted), 0), (SELECT id FROM deleted_last)), ?1, ?2, ?3)",
+    "UPDATE deleted_last SET id = ?1 WHERE id < ?1",
     "SELECT " DELETED_COLUMNS " FROM deleted WHERE id = ?1",
     "UPDATE deleted_last SET id = ?1 WHERE id < ?1 AND ?1 = (SELECT max(id) FROM deleted)",
     "DELETE FROM deleted WHERE id = ?1",
@@ -138,6 +158,28 @@ TALSTATUS StatusFromSqlite(int result)
     }
 }
 
+void Trouble::Tell(const char* reason) noexcept
+{
+    constexpr auto kPause = std::chrono::minutes(1);
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    INT64 again = tellsAgain_.load(std::memory_order_relaxed);
+    if (now.count() < again || !tellsAgain_.compare_exchange_strong(again, (now + kPause).count()))
+        return;
+    try {
+        Log(kLogError, "'" + name_ + "': " + reason);
+    } catch (...) { // the status says it, too
+    }
+}
+
+bool Trouble::GoesOnWaiting(int milliseconds) noexcept
+{
+    if (milliseconds <
+        (isBlocked_.load(std::memory_order_relaxed) ? kBlockedMilliseconds : kBusyMilliseconds))
+        return true;
+    isBlocked_.store(true, std::memory_order_relaxed);
+    return false;
+}
+
 Database::~Database()
 {
     for (sqlite3_stmt* statement : statements_)
@@ -152,7 +194,7 @@ int Database::Open(const char* path, bool durable)
                                      SQLITE_OPEN_EXRESCODE,
                                  nullptr);
     if (result == SQLITE_OK)
-        result = sqlite3_busy_timeout(db_, kBusyMilliseconds);
+        result = sqlite3_busy_handler(db_, WaitForOthers, &trouble_);
     if (result == SQLITE_OK)
         result = Execute(PAGE_SIZE "PRAGMA journal_mode = WAL; PRAGMA cache_size = -1024;");
     if (result == SQLITE_OK)
@@ -202,6 +244,15 @@ int Database::ReadVersion(int* version)
     return sqlite3_exec(db_, "PRAGMA user_version", take, version, nullptr);
 }
 
+Query::Query(Database* db, Sql which)
+    : db_(db), statement_(db ? db->Statement(which) : nullptr), result_(SQLITE_NOMEM)
+{
+    if (!db_ || statement_)
+        return;
+    result_ = db_->LastResult();
+    db_->Troubles().Tell(db_->Reason());
+}
+
 Query::~Query()
 {
     if (statement_) {
@@ -235,8 +286,11 @@ Query& Query::Bind(INT64 number)
 
 bool Query::Step()
 {
-    if (statement_)
-        result_ = sqlite3_step(statement_);
+    if (!statement_)
+        return false;
+    result_ = sqlite3_step(statement_);
+    if (result_ != SQLITE_ROW && result_ != SQLITE_DONE)
+        db_->Troubles().Tell(db_->Reason());
     return result_ == SQLITE_ROW;
 }
 

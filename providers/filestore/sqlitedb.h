@@ -4,6 +4,8 @@
 #pragma once
 
 #include <array>
+#include <atomic>
+#include <string>
 #include <string_view>
 
 #include <sqlite3.h>
@@ -38,6 +40,7 @@ enum class Sql {
     ExportProperties,
     ExportHiddenBelow,
     AddDeleted,
+    SkipDeletedIds,
     FindDeleted,
     NoteLastDeleted,
     RemoveDeleted,
@@ -64,10 +67,28 @@ enum class Sql {
 
 [[nodiscard]] TALSTATUS StatusFromSqlite(int result);
 
+// What all connections of this process to one database know about its failures. Any thread.
+class Trouble {
+  public:
+    void SetName(std::string name) { name_ = std::move(name); } // for the log; before any other use
+    // Tells the log why something failed, at most once a minute.
+    void Tell(const char* reason) noexcept;
+    // Whether a statement that has waited so long for a change of another process goes on waiting.
+    // One that has waited in vain is enough: from then on the others give up soon, so that requests
+    // do not queue behind a process that stands still, until the database has been free again.
+    bool GoesOnWaiting(int milliseconds) noexcept;
+    void WasFree() noexcept { isBlocked_.store(false, std::memory_order_relaxed); }
+
+  private:
+    std::string name_;
+    std::atomic<INT64> tellsAgain_{0};
+    std::atomic<bool> isBlocked_{false};
+};
+
 // One connection, used by one thread at a time.
 class Database {
   public:
-    Database() = default;
+    explicit Database(Trouble& trouble) : trouble_(trouble) {}
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
     ~Database();
@@ -75,12 +96,18 @@ class Database {
     // An SQLite result code, as all that follow.
     int Open(const char* path, bool durable);
     int Execute(const char* script);
-    int ReadVersion(int* version);      // of the schema; 0 for a new database
+    int ReadVersion(int* version); // of the schema; 0 for a new database
+    bool IsInTransaction() const { return sqlite3_get_autocommit(db_) == 0; }
+    bool IsReadOnly() const { return sqlite3_db_readonly(db_, "main") != 0; }
     sqlite3_stmt* Statement(Sql which); // null when it cannot be prepared
+    int LastResult() const { return sqlite3_extended_errcode(db_); }
+    const char* Reason() const { return sqlite3_errmsg(db_); } // for LastResult
+    Trouble& Troubles() { return trouble_; }
     INT64 LastId() const { return sqlite3_last_insert_rowid(db_); }
     int Changes() const { return sqlite3_changes(db_); }
 
   private:
+    Trouble& trouble_;
     sqlite3* db_ = nullptr;
     std::array<sqlite3_stmt*, static_cast<size_t>(Sql::Last)> statements_{};
 };
@@ -93,10 +120,7 @@ int PrepareSchema(Database& db);
 class Query {
   public:
     // Without a connection every run fails for lack of resources.
-    Query(Database* db, Sql which)
-        : statement_(db ? db->Statement(which) : nullptr), result_(db ? SQLITE_ERROR : SQLITE_NOMEM)
-    {
-    }
+    Query(Database* db, Sql which);
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
     ~Query();
@@ -115,7 +139,8 @@ class Query {
     INT64 Number(int column) const { return sqlite3_column_int64(statement_, column); }
 
   private:
-    sqlite3_stmt* statement_;
+    Database* const db_;
+    sqlite3_stmt* const statement_;
     int next_ = 1;
     int result_;
 };

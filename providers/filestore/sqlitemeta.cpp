@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -84,12 +86,14 @@ class SqliteMetadata final : public Metadata {
     std::mutex& Writers() { return writers_; }
     Database* Writer(); // the same; the caller holds Writers() for as long as it uses it
     SharedState& State() { return state_; }
+    Trouble& Troubles() { return trouble_; }
     void Recount(Database& db);
 
   private:
     std::string path_;
     bool durable_ = true;
     SharedState state_;
+    Trouble trouble_;
     std::mutex poolMutex_;
     std::vector<std::unique_ptr<Database>> pool_;
     // Changes of this process queue here: the database's own queue between connections sleeps
@@ -119,6 +123,8 @@ class SqliteSession final : public MetadataSession {
         const TALSTATUS status = Query(Db(), Sql::Begin).Run();
         if (Failed(status))
             writer_.unlock();
+        else
+            owner_.Troubles().WasFree();
         return status;
     }
     TALSTATUS Commit() override
@@ -134,7 +140,8 @@ class SqliteSession final : public MetadataSession {
     {
         if (!writer_.owns_lock())
             return;
-        (void)Query(Db(), Sql::Rollback).Run(); // fails where a failed commit did it already
+        if (Database* const db = Db(); db && db->IsInTransaction()) // else a failure ended it
+            (void)Query(db, Sql::Rollback).Run();
         writer_.unlock();
     }
 
@@ -293,6 +300,10 @@ class SqliteSession final : public MetadataSession {
             entry->id = Db()->LastId();
             return status;
         });
+    }
+    TALSTATUS SkipDeletedIds(INT64 upTo) override
+    {
+        return Change([&] { return Query(Db(), Sql::SkipDeletedIds).Bind(upTo).Run(); });
     }
     TALSTATUS FindDeleted(INT64 id, DeletedEntry* out) override
     {
@@ -477,8 +488,15 @@ int SqliteMetadata::Prepare(const std::string& directory, bool durable, std::str
         *reason = "state: " + std::string(std::strerror(error));
         return error;
     }
-    auto db = std::make_unique<Database>();
+    const std::unique_ptr<char, void (*)(void*)> real(::realpath(directory.c_str(), nullptr),
+                                                      std::free);
+    trouble_.SetName((real ? real.get() : directory) + "/meta.db");
+    auto db = std::make_unique<Database>(trouble_);
     int result = db->Open(path_.c_str(), durable);
+    if (result == SQLITE_OK && db->IsReadOnly()) { // changes of the disk would fail half-way
+        *reason = "meta.db: it cannot be written";
+        return SQLITE_READONLY;
+    }
     if (result == SQLITE_OK)
         result = PrepareSchema(*db);
     if (result != SQLITE_OK) {
@@ -537,8 +555,11 @@ std::unique_ptr<Database> SqliteMetadata::Take()
             return db;
         }
     }
-    auto db = std::make_unique<Database>();
-    return db->Open(path_.c_str(), durable_) == SQLITE_OK ? std::move(db) : nullptr;
+    auto db = std::make_unique<Database>(trouble_);
+    if (db->Open(path_.c_str(), durable_) == SQLITE_OK)
+        return db;
+    trouble_.Tell(db->Reason());
+    return nullptr;
 }
 
 Database* SqliteMetadata::Writer()

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/volume.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -39,6 +41,7 @@ Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync,
     else
         reason = PrepareMetadata(openMetadata);
     if (reason.empty()) {
+        SkipKeptIds();
         SettleIntents();
         SweepTmp();
         return;
@@ -67,6 +70,26 @@ bool Volume::IsAlive(const std::string& token) const
         std::string(kPrivateDirectory) + "/tmp/" + token + std::string(kLockSuffix);
     return fs_->Open(path.c_str(), OpenFor::Reading, lock.Out(*fs_)) == 0 &&
            fs_->TryLock(lock.Get()) != 0;
+}
+
+// Where the metadata was lost, deleted files are there that it does not know: new ones must not
+// come under their numbers.
+void Volume::SkipKeptIds()
+{
+    NameCollector found;
+    std::unique_ptr<MetadataSession> session;
+    if (fs_->List(deleted_, found) != 0)
+        return;
+    INT64 highest = 0;
+    for (const std::string& name : found.names) {
+        INT64 id = 0;
+        const auto parsed = std::from_chars(name.data(), name.data() + name.size(), id);
+        if (parsed.ec == std::errc() && parsed.ptr == name.data() + name.size())
+            highest = std::max(highest, id);
+    }
+    if (highest && !Failed(meta_->Open(&session)))
+        (void)session->SkipDeletedIds(
+            highest); // without it: a deletion says that the name is taken
 }
 
 // Ends the renames that processes began and did not live to record: where the disk shows that the
@@ -288,6 +311,19 @@ UINT64 Volume::CreatedOfChild(FileHandle directory, const char* name, const File
     size_t size = 0;
     const int error = fs_->GetTagAt(directory, name, kCreatedTag, &kept, sizeof kept, &size);
     return error == 0 && size == sizeof kept ? kept : info.created;
+}
+
+void Volume::CheckPlace()
+{
+    if (fs_->IsInPlace() == isInPlace_)
+        return;
+    isInPlace_ = !isInPlace_;
+    if (isInPlace_)
+        Log(kLogInfo, "volume '" + name_ + "': its directory is in its place again");
+    else
+        Log(kLogError, "volume '" + name_ +
+                           "': its directory has been removed, moved or mounted over; what is in "
+                           "its place now is served from the next start on");
 }
 
 int Volume::SyncNames(FileHandle directory) const

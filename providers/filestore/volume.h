@@ -80,12 +80,17 @@ class Volume {
     // The creation date of a child whose info is at hand.
     UINT64 CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const;
 
+    // Tells the log when the volume's directory has gone from its place, and when it is there
+    // again: as long as this object lives it serves the one that it began with. For one thread.
+    void CheckPlace();
+
     // Syncs a directory whose names have changed, as the volume's setting wants it.
     int SyncNames(FileHandle directory) const;
 
   private:
     int Prepare();
     std::string PrepareMetadata(const MetadataOpener& openMetadata);
+    void SkipKeptIds();
     void SettleIntents();
     bool IsAlive(const std::string& token) const;
     int TakeToken();
@@ -104,6 +109,7 @@ class Volume {
     std::string token_;
     std::unique_ptr<Metadata> meta_;
     std::atomic<UINT64> counter_{0};
+    bool isInPlace_ = true; // when CheckPlace looked last
 };
 
 } // namespace filestore

@@ -2,8 +2,11 @@
 //
 // The file system fails at every call in turn: nothing that was there is lost, and nothing is left
 // open or behind.
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
+#include "providers/filestore/failures.h"
 #include "tests/unit/filestore/scratch.h"
 
 using namespace filestore;
@@ -137,6 +140,7 @@ class FailingFileSystem final : public FileSystem {
     {
         return Fail() ? error : real_->Random(out, size);
     }
+    bool IsInPlace() override { return real_->IsInPlace(); }
 
   private:
     bool Fail()
@@ -396,4 +400,42 @@ TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)
         EXPECT_EQ("old a", world.At("a"));
     }
     EXPECT_TRUE(Leftovers(world.directory.Path() / ".kest/tmp").empty());
+}
+
+TEST(FileSystemFailures, AreTheSystemsFaultInTheLogOnceAMinute)
+{
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 3; ++i)
+        for (const int error : {ESTALE, ENOENT, EACCES, EEXIST})
+            EXPECT_TRUE(Failed(StatusFromErrno(error)));
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(log.ends_with(" error filestore: an operation on files failed: " +
+                              std::string(std::strerror(ESTALE)) + "\n"))
+        << log;
+    EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
+}
+
+TEST(VolumeDirectory, ThatGoesFromItsPlaceIsTold)
+{
+    TempDirectory parent;
+    const fs::path top = parent.Path() / "top", moved = parent.Path() / "moved";
+    fs::create_directory(top);
+    const std::unique_ptr<Store> store = MakeStore(top);
+    Volume& volume = *store->Volumes()[0];
+    const auto check = [&] {
+        testing::internal::CaptureStderr();
+        volume.CheckPlace();
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EQ("", check());
+    fs::rename(top, moved);
+    EXPECT_NE(std::string::npos, check().find("error filestore: volume 'v': its directory"));
+    EXPECT_EQ("", check()); // once
+    EXPECT_EQ(0u, Client(*store).Put("/v/a", "content"));
+    EXPECT_EQ("content", Contents(moved / "a"));
+    fs::create_directory(top);
+    EXPECT_EQ("", check()); // another one
+    fs::remove(top);
+    fs::rename(moved, top);
+    EXPECT_NE(std::string::npos, check().find("in its place again"));
 }

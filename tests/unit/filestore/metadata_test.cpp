@@ -3,9 +3,16 @@
 // Sessions of the metadata: what they see of each other's changes, and many at once.
 #include <thread>
 
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "tests/unit/filestore/scratch.h"
 
+#include "providers/filestore/sqlitedb.h"
+
 using namespace filestore;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -170,4 +177,123 @@ TEST(MetadataSessions, OfManyThreadsLoseNothing)
     std::vector<RenameIntent> intents;
     ASSERT_EQ(0u, session->Intents(&intents));
     EXPECT_TRUE(intents.empty());
+}
+
+namespace {
+
+size_t Count(const std::string& text, const std::string& part)
+{
+    size_t count = 0;
+    for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+// Files that only root owns or may write are nobody's here: as root everything could be written.
+class WithoutRights {
+  public:
+    WithoutRights() { EXPECT_TRUE(::geteuid() != 0 || ::seteuid(kNobody) == 0); }
+    ~WithoutRights() { (void)::seteuid(::getuid()); }
+    WithoutRights(const WithoutRights&) = delete;
+    WithoutRights& operator=(const WithoutRights&) = delete;
+    static constexpr uid_t kNobody = 65534;
+};
+
+} // namespace
+
+TEST(MetadataTrouble, IsToldOnceAMinuteWithTheDatabasesName)
+{
+    Trouble trouble;
+    trouble.SetName("/srv/docs/.kest/meta.db");
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 3; ++i)
+        trouble.Tell("disk I/O error");
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(1u, Count(log, "error filestore: '/srv/docs/.kest/meta.db': disk I/O error\n"))
+        << log;
+    EXPECT_EQ(1u, Count(log, "\n")) << log;
+}
+
+TEST(MetadataTrouble, OneWaitInVainMakesTheNextOnesShortUntilTheDatabaseWasFree)
+{
+    Trouble trouble;
+    EXPECT_TRUE(trouble.GoesOnWaiting(0));
+    EXPECT_TRUE(trouble.GoesOnWaiting(9999));
+    EXPECT_FALSE(trouble.GoesOnWaiting(10000));
+    EXPECT_TRUE(trouble.GoesOnWaiting(99));
+    EXPECT_FALSE(trouble.GoesOnWaiting(100));
+    trouble.WasFree();
+    EXPECT_TRUE(trouble.GoesOnWaiting(9999));
+}
+
+TEST(MetadataTrouble, ABrokenDatabaseFailsRequestsAndSaysWhy)
+{
+    World world;
+    ASSERT_EQ(0u, world.Session()->SetProperty("a", "p", std::string(100'000, 'x')));
+    const std::string path = world.directory.Path() / ".kest/meta.db";
+    world.store.reset();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
+    ASSERT_EQ(SQLITE_OK,
+              sqlite3_exec(db, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr));
+    sqlite3_close(db);
+    {
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(-50'000, std::ios::end); // the middle of the value
+        file << std::string(50'000, 'x');
+    }
+    testing::internal::CaptureStderr();
+    world.store = MakeStore(world.directory.Path());
+    std::string value;
+    EXPECT_EQ(kCodeUnsuccessful, Code(world.Session()->GetProperty("a", "p", &value)));
+    EXPECT_EQ(kCodeUnsuccessful, Code(world.Session()->SetProperty("a", "p", "new")));
+    EXPECT_EQ(0u, Client(*world.store).Put("/v/a", "content does not need it"));
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(1u, Count(log, "/.kest/meta.db': database disk image is malformed")) << log;
+}
+
+TEST(MetadataTrouble, ADatabaseThatCannotBeWrittenMakesTheVolumeReadOnly)
+{
+    World world;
+    world.store.reset();
+    for (const auto& entry : fs::recursive_directory_iterator(world.directory.Path()))
+        ASSERT_TRUE(::geteuid() != 0 ||
+                    ::chown(entry.path().c_str(), WithoutRights::kNobody, ::getgid()) == 0);
+    ASSERT_TRUE(::geteuid() != 0 ||
+                ::chown(world.directory.Path().c_str(), WithoutRights::kNobody, ::getgid()) == 0);
+    ASSERT_EQ(0, ::chmod((world.directory.Path() / ".kest/meta.db").c_str(), 0400));
+    const WithoutRights without;
+    testing::internal::CaptureStderr();
+    world.store = MakeStore(world.directory.Path());
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(1u, Count(log, "is served for reading only")) << log;
+    EXPECT_EQ(1u, Count(log, "meta.db: it cannot be written")) << log;
+    EXPECT_EQ(kCodeAccessDenied, Code(Client(*world.store).Put("/v/a", "x")));
+    world.store.reset();
+}
+
+TEST(MetadataTrouble, DeletionsGoOnWhereTheDatabaseWasLost)
+{
+    World world;
+    const fs::path top = world.directory.Path();
+    const auto remove = [&](const char* name) {
+        std::ofstream(top / name) << name;
+        return Client(*world.store).Delete(std::string("/v/") + name);
+    };
+    ASSERT_EQ(0u, remove("first"));
+    ASSERT_EQ(0u, remove("second"));
+    world.store.reset();
+    for (const char* file : {"meta.db", "meta.db-wal", "meta.db-shm"})
+        fs::remove(top / ".kest" / file);
+    for (int i = 0; i < 2; ++i) { // the second time it is known
+        world.store = MakeStore(top);
+        EXPECT_EQ(0u, remove("third"));
+    }
+    EXPECT_EQ("first", Contents(top / ".kest/deleted/1"));
+    EXPECT_EQ("second", Contents(top / ".kest/deleted/2"));
+    EXPECT_EQ("third", Contents(top / ".kest/deleted/3"));
+    EXPECT_EQ("third", Contents(top / ".kest/deleted/4"));
+    DeletedEntry entry;
+    EXPECT_EQ(kCodeNotFound, Code(world.Session()->FindDeleted(2, &entry)));
+    EXPECT_EQ(0u, world.Session()->FindDeleted(4, &entry));
 }

@@ -67,6 +67,7 @@ class Earlier {
             << sqlite3_errmsg(beside_);
     }
     std::string Ask(const std::string& query) { return QueryFirst(beside_, query); }
+    void RemoveFile(const char* file) { std::filesystem::remove(directory_.Path() / file); }
     std::unique_ptr<Store> Open() { return MakeStore(directory_.Path()); }
 
   private:
@@ -142,6 +143,8 @@ TEST(MetadataOfVersion1, StartsWithTheFirstNumberWhereNothingWasDeleted)
 {
     Earlier earlier;
     earlier.Run("DELETE FROM deleted; DELETE FROM sqlite_sequence;");
+    for (const char* file : {".kest/deleted/1", ".kest/deleted/3"})
+        earlier.RemoveFile(file);
     const auto store = earlier.Open();
     DeletedEntry entry{0, "b", "one", 15};
     ASSERT_EQ(0u, SessionOf(*store)->AddDeleted(&entry));
