@@ -237,7 +237,9 @@ std::string Volume::UniqueName()
 int Volume::OpenParent(std::string_view path, DirectoryRef* out) const
 {
     const std::string_view parent = ParentOf(path);
-    if (parent.empty() && top_) {
+    // What is synced takes a descriptor of its own: the system reports a failed write-back once to
+    // each, and of those who share one it is told to the first alone.
+    if (parent.empty() && top_ && sync_ == SyncLevel::None) {
         *out = top_;
         return 0;
     }
