@@ -261,20 +261,16 @@ TALSTATUS AttributeService::Reference(SCHANDLE session, HANDLE registration, UIN
 
 TALSTATUS AttributeService::Dereference(UINT32 mode, Attribute* attribute)
 {
-    if (!attribute || !IsMode(mode))
-        return ServiceFailure(kCodeInvalidParameter);
-    AttributeBlock& block = BlockOf(attribute);
-    std::unique_lock lock(block.session->mutex);
-    if (!GiveBack(block, mode))
-        return ServiceFailure(kCodeInvalidParameter);
-    const bool isLast = DropReference(block);
-    lock.unlock();
-    if (isLast)
-        Destroy(&block);
-    return TAL_STATUS_SUCCESS;
+    return End(mode, attribute, false);
 }
 
 TALSTATUS AttributeService::Delete(UINT32 mode, Attribute* attribute)
+{
+    return End(mode, attribute, true);
+}
+
+// Ends one reference, and with `remove` the attribute's place in its session.
+TALSTATUS AttributeService::End(UINT32 mode, Attribute* attribute, bool remove)
 {
     if (!attribute || !IsMode(mode))
         return ServiceFailure(kCodeInvalidParameter);
@@ -282,7 +278,7 @@ TALSTATUS AttributeService::Delete(UINT32 mode, Attribute* attribute)
     std::unique_lock lock(block.session->mutex);
     if (!GiveBack(block, mode))
         return ServiceFailure(kCodeInvalidParameter);
-    if (!block.isRemoved)
+    if (remove && !block.isRemoved)
         RemoveFrom(*block.session, block);
     const bool isLast = DropReference(block);
     lock.unlock();

@@ -55,6 +55,7 @@ class AttributeService {
     Found Take(std::unique_lock<std::mutex>& lock, AttributeBlock& block, UINT32 mode);
     TALSTATUS Initialise(AttributeBlock& block, void* data, SA_INIT_CALLBACK init,
                          UINT32 createMode);
+    TALSTATUS End(UINT32 mode, Attribute* attribute, bool remove);
     void EndSession(SCHANDLE session);
     uint64_t NextToClean(SCHANDLE session);
     void Destroy(AttributeBlock* block);
