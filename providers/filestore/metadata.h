@@ -131,6 +131,9 @@ class Metadata {
     virtual bool MayHaveDeleted() const = 0;
     // Makes the looks exact again. Called now and then.
     virtual void Tidy() = 0;
+    // The process ends: what is kept now stands in one place, for whoever copies it. What is still
+    // in use stays open, and everything can go on as before.
+    virtual void Rest() = 0;
 };
 
 } // namespace filestore

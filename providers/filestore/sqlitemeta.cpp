@@ -80,6 +80,7 @@ class SqliteMetadata final : public Metadata {
     bool MayHaveProperties() const override { return state_.Has(kHasProperties); }
     bool MayHaveDeleted() const override { return state_.Has(kHasDeleted); }
     void Tidy() override;
+    void Rest() override;
 
     std::unique_ptr<Database> Take(); // null when a connection cannot be opened
     void GiveBack(std::unique_ptr<Database> db);
@@ -543,6 +544,15 @@ void SqliteMetadata::Tidy()
         Recount(*db);
         GiveBack(std::move(db));
     }
+}
+
+// The last connection that closes brings the log into the database and removes it.
+void SqliteMetadata::Rest()
+{
+    if (const std::unique_lock writer(writers_, std::try_to_lock); writer)
+        writer_.reset();
+    const std::lock_guard lock(poolMutex_);
+    pool_.clear();
 }
 
 std::unique_ptr<Database> SqliteMetadata::Take()

@@ -129,7 +129,13 @@ Store& Store::OfProcess()
     }();
     // The thread ends before what it uses of the process does.
     static const struct Stop {
-        ~Stop() { store->SetPurger(nullptr); }
+        ~Stop()
+        {
+            store->SetPurger(nullptr);
+            for (const auto& volume : store->Volumes())
+                if (volume->Meta())
+                    volume->Meta()->Rest();
+        }
     } stop;
     return *store;
 }

@@ -143,6 +143,19 @@ class Editing(ServerCase):
         self.assertEqual(self.server.request("PUT", path, b"mine", mine).status, 201)
         self.assertEqual(unlock(self.server, path, token).status, 200)
 
+    def test_a_stopped_server_leaves_all_in_one_file(self):
+        token = lock(self.server, self.fresh("backup"), "Second-1000").lock.token
+        self.server.end()
+        private = self.tree / ".kest"
+        self.assertEqual([name for name in os.listdir(private) if name.startswith("meta.db")],
+                         ["meta.db"])
+        store = sqlite3.connect(f"file:{private}/meta.db?immutable=1", uri=True)
+        kept = [row[0] for row in store.execute("SELECT token FROM locks")]
+        store.close()
+        self.assertIn(token.removeprefix("opaquelocktoken:"), kept)
+        self.server.start()
+        self.assertEqual(self.server.request("PUT", self.path("backup"), b"x").status, 423)
+
     def test_if_conditions(self):
         path = self.fresh("conditions")
         token = lock(self.server, path).lock.token

@@ -108,6 +108,27 @@ TEST(MetadataSessions, FindAllThatIsOverInAnyOrderOfTimes)
     EXPECT_EQ((std::vector<std::string>{"30", "10", "20"}), over);
 }
 
+TEST(MetadataSessions, GoOnWhenTheMetadataHasGoneToRest)
+{
+    World world;
+    const std::filesystem::path log = world.directory.Path() / ".kest/meta.db-wal";
+    Metadata& metadata = *world.store->Volumes()[0]->Meta();
+    const auto changing = world.Session();
+    ASSERT_EQ(0u, world.Session()->SetProperty("a", "p", "v"));
+    EXPECT_TRUE(std::filesystem::exists(log));
+    metadata.Rest();
+    EXPECT_FALSE(std::filesystem::exists(log));
+    ASSERT_EQ(0u, changing->Begin());
+    ASSERT_EQ(0u, changing->SetProperty("b", "p", "v"));
+    metadata.Rest(); // while a change is on its way
+    ASSERT_EQ(0u, changing->Commit());
+    for (const char* const path : {"a", "b"}) {
+        bool any = false;
+        EXPECT_EQ(0u, world.Session()->HasAny(path, &any));
+        EXPECT_TRUE(any) << path;
+    }
+}
+
 TEST(MetadataSessions, NeverGiveTheNumberOfADeletedEntryAgain)
 {
     World world;
