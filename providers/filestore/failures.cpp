@@ -2,11 +2,8 @@
 #include "providers/filestore/failures.h"
 
 #include <array>
-#include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <string>
 
 #include "providers/filestore/platform.h"
 
@@ -14,20 +11,11 @@ namespace filestore {
 
 namespace {
 
-// Of each kind one a minute: a disk that is full or fails does so for many requests.
 void TellReason(int error) noexcept
 {
-    constexpr auto kPause = std::chrono::minutes(1);
-    static std::array<std::atomic<INT64>, 160> tellsAgain{};
-    std::atomic<INT64>& own = tellsAgain[static_cast<unsigned>(error) % tellsAgain.size()];
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    INT64 again = own.load(std::memory_order_relaxed);
-    if (now.count() < again || !own.compare_exchange_strong(again, (now + kPause).count()))
-        return;
-    try {
-        Log(kLogError, std::string("an operation on files failed: ") + std::strerror(error));
-    } catch (...) { // the status says it, too
-    }
+    static std::array<RareLog, 160> logs; // one for each kind
+    logs[static_cast<unsigned>(error) % logs.size()].Tell(
+        kLogError, "an operation on files failed: ", std::strerror(error));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/platform.h"
 
+#include <chrono>
 #include <cstring>
 
 #include <kest/com.h>
@@ -109,6 +110,19 @@ void UpperCaseUnits(WCHAR* text, UINT32 units)
 void Log(UINT32 severity, const std::string& text)
 {
     TolmLog(severity, "filestore", text.c_str());
+}
+
+void RareLog::Tell(UINT32 severity, std::string_view before, std::string_view reason) noexcept
+{
+    constexpr auto kPause = std::chrono::minutes(1);
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    INT64 again = tellsAgain_.load(std::memory_order_relaxed);
+    if (now.count() < again || !tellsAgain_.compare_exchange_strong(again, (now + kPause).count()))
+        return;
+    try {
+        Log(severity, std::string(before).append(reason));
+    } catch (...) { // the request's status says that something is wrong, too
+    }
 }
 
 bool ReadText(const WCHAR* key, const WCHAR* name, std::string* out)

@@ -3,6 +3,7 @@
 // What the store uses of the platform layer: settings, time, upper case, the log.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,16 @@ void UpperCaseUnits(WCHAR* text, UINT32 units);
 
 // One line in the log under the store's name.
 void Log(UINT32 severity, const std::string& text);
+
+// The same for what many requests meet at once, such as a full disk: one line a minute. Any thread.
+class RareLog {
+  public:
+    // `before` and `reason` make up the line. Dropped when there is no memory for it.
+    void Tell(UINT32 severity, std::string_view before, std::string_view reason) noexcept;
+
+  private:
+    std::atomic<INT64> tellsAgain_{0}; // steady time
+};
 
 // Registry values; false when the value is not set or of another type.
 [[nodiscard]] bool ReadText(const WCHAR* key, const WCHAR* name, std::string* out);

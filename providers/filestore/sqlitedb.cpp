@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "providers/filestore/failures.h"
-#include "providers/filestore/platform.h"
 
 namespace filestore {
 
@@ -155,19 +154,6 @@ TALSTATUS StatusFromSqlite(int result)
         return Failure(kCodeAccessDenied);
     default:
         return Failure(kCodeUnsuccessful);
-    }
-}
-
-void Trouble::Tell(const char* reason) noexcept
-{
-    constexpr auto kPause = std::chrono::minutes(1);
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    INT64 again = tellsAgain_.load(std::memory_order_relaxed);
-    if (now.count() < again || !tellsAgain_.compare_exchange_strong(again, (now + kPause).count()))
-        return;
-    try {
-        Log(kLogError, "'" + name_ + "': " + reason);
-    } catch (...) { // the status says it, too
     }
 }
 

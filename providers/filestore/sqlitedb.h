@@ -12,6 +12,8 @@
 
 #include <kest/status.h>
 
+#include "providers/filestore/platform.h"
+
 namespace filestore {
 
 enum class Sql {
@@ -70,9 +72,9 @@ enum class Sql {
 // What all connections of this process to one database know about its failures. Any thread.
 class Trouble {
   public:
-    void SetName(std::string name) { name_ = std::move(name); } // for the log; before any other use
+    void SetName(const std::string& name) { name_ = "'" + name + "': "; } // before any other use
     // Tells the log why something failed, at most once a minute.
-    void Tell(const char* reason) noexcept;
+    void Tell(const char* reason) noexcept { log_.Tell(kLogError, name_, reason); }
     // Whether a statement that has waited so long for a change of another process goes on waiting.
     // One that has waited in vain is enough: from then on the others give up soon, so that requests
     // do not queue behind a process that stands still, until the database has been free again.
@@ -80,8 +82,8 @@ class Trouble {
     void WasFree() noexcept { isBlocked_.store(false, std::memory_order_relaxed); }
 
   private:
-    std::string name_;
-    std::atomic<INT64> tellsAgain_{0};
+    std::string name_; // as lines of the log begin
+    RareLog log_;
     std::atomic<bool> isBlocked_{false};
 };
 
