@@ -117,11 +117,12 @@ void PFEndTagHandler(void* pUserData, const char* pTagName);
 // the body did not name itself.
 void AddDeadProperty(PROPFIND_REQ* pRequest, const char* pName);
 
-// -- The last body (lastbody.cpp). A client sends the same few bodies again and again, and reading
-//    one costs as much as the whole answer about a file. So each thread keeps the last one that it
-//    read, and what it asks for.
+// -- Known bodies (knownbodies.cpp). A client sends the same few bodies again and again, and
+// reading
+//    one costs as much as the whole answer about a file. So the last few are kept, and what they
+//    ask for. Any thread.
 
-// Fills a record that has its NameBudget as reading `body` would. False when it is another body.
+// Fills a record that has its NameBudget as reading `body` would. False when it is not known.
 [[nodiscard]] bool RecallBody(std::string_view body, PROPFIND_REQ* pRequest);
 // Keeps a body that has been read to its end.
 void RememberBody(std::string_view body, const PROPFIND_REQ& request);

@@ -8,7 +8,7 @@ import time
 import xml.etree.ElementTree as ElementTree
 
 from dav import ALLPROP, D, multistatus, named, propfind, proppatch, well_formed
-from harness import HOSTILE_NAMES, ServerCase, Tree, curl, run, url_path
+from harness import HOSTILE_NAMES, ServerCase, Tree, curl, in_parallel, run, url_path
 
 MIB = 1 << 20
 
@@ -109,6 +109,21 @@ class Listing(ServerCase):
         self.assertIsNone(entry.text("getcontentlength"))
         entry = propfind(self.server, path, 0, named("getcontentlength", "nosuch")).entries[0]
         self.assertEqual(set(entry.found), {D + "getcontentlength"})
+
+    def test_clients_at_once_get_what_each_asks_for(self):
+        self.tree.write("asked")
+        names = ["author", "editor", "reader", "writer"]  # bodies of one length
+        proppatch(self.server, self.path("asked"), [(name, "of " + name) for name in names])
+
+        def ask(i):
+            name = names[i % len(names)]
+            body = f'<D:propfind xmlns:D="DAV:"><D:prop><D:{name}/></D:prop></D:propfind>'
+            for _ in range(50):
+                reply = propfind(self.server, self.path("asked"), 0, body.encode())
+                text = reply.body.decode()
+                self.assertEqual([other for other in names if "of " + other in text], [name])
+
+        in_parallel(16, ask)
 
     def test_100000_entries_are_listed_in_bounded_memory(self):
         folder = self.tree / "many"
