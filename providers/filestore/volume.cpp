@@ -87,9 +87,9 @@ void Volume::SkipKeptIds()
         if (parsed.ec == std::errc() && parsed.ptr == name.data() + name.size())
             highest = std::max(highest, id);
     }
+    // Should it fail, a deletion finds its number's place taken, and says so.
     if (highest && !Failed(meta_->Open(&session)))
-        (void)session->SkipDeletedIds(
-            highest); // without it: a deletion says that the name is taken
+        (void)session->SkipDeletedIds(highest);
 }
 
 // Ends the renames that processes began and did not live to record: where the disk shows that the

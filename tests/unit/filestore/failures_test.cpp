@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <sys/stat.h>
+
 #include "providers/filestore/failures.h"
 #include "tests/unit/filestore/scratch.h"
 
@@ -23,7 +25,8 @@ class FailingFileSystem final : public FileSystem {
     int error = EIO;
     bool hasUnnamed = true; // files without a name
     int open = 0;
-    int opened = 0; // ever
+    int opened = 0;       // ever
+    UINT64 unnamedIn = 0; // the directory that the last file without a name was made in
     bool hasFailed = false;
     std::function<void()> onFailure; // what happens at that moment
 
@@ -105,6 +108,9 @@ class FailingFileSystem final : public FileSystem {
     {
         if (!hasUnnamed)
             return EOPNOTSUPP;
+        FileInfo in;
+        EXPECT_EQ(0, real_->Inspect(d, &in));
+        unnamedIn = in.inode;
         return Opened(Fail() ? error : real_->CreateUnnamed(d, out));
     }
     int GiveName(FileHandle file, FileHandle d, const char* name) override
@@ -380,6 +386,27 @@ TEST(FileSystemUse, NamesAtTheTopOfAVolumeAreMadeAndRemovedWithoutOpeningIt)
     EXPECT_EQ(0u, client.Move("/v/new", "/v/other"));
     EXPECT_EQ(0u, client.Delete("/v/other"));
     EXPECT_EQ(before, world.failing->opened);
+}
+
+TEST(FileSystemUse, NamesThatAreSyncedTakeADescriptorOfTheirOwn)
+{
+    World world(SyncLevel::Data);
+    Client client(*world.store);
+    const int before = world.failing->opened;
+    EXPECT_EQ(0u, client.MkCol("/v/new"));
+    EXPECT_LT(before, world.failing->opened);
+}
+
+TEST(FileSystemUse, AFileWithoutANameIsMadeInTheDirectoryThatItIsFor)
+{
+    World world(SyncLevel::None);
+    Client client(*world.store);
+    struct stat directory;
+    for (const std::string name : {"", "dir", "dir/sub"}) {
+        EXPECT_EQ(0u, client.Put("/v/" + name + "/new", "new"));
+        ASSERT_EQ(0, ::stat((world.directory.Path() / name).c_str(), &directory));
+        EXPECT_EQ(directory.st_ino, world.failing->unnamedIn) << name;
+    }
 }
 
 TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)
