@@ -23,6 +23,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "providers/filestore/systemcalls.h"
+
 namespace filestore {
 
 namespace {
@@ -116,7 +118,7 @@ class PosixFileSystem final : public FileSystem {
         if (!IsOneName(path))
             return ELOOP;
         struct stat s;
-        if (::fstatat(top_, path, &s, AT_SYMLINK_NOFOLLOW) != 0)
+        if (Retry([&] { return ::fstatat(top_, path, &s, AT_SYMLINK_NOFOLLOW); }) != 0)
             return errno;
         if (S_ISLNK(s.st_mode))
             return ELOOP;
@@ -127,7 +129,7 @@ class PosixFileSystem final : public FileSystem {
     int Inspect(FileHandle handle, FileInfo* out) override
     {
         struct stat s;
-        if (::fstat(handle, &s) != 0)
+        if (Retry([&] { return ::fstat(handle, &s); }) != 0)
             return errno;
         FromStat(s, out);
         return 0;
@@ -138,23 +140,19 @@ class PosixFileSystem final : public FileSystem {
     }
     int Read(FileHandle handle, UINT64 offset, void* buffer, size_t size, size_t* got) override
     {
-        for (;;) {
-            const ssize_t n = ::pread(handle, buffer, size, static_cast<off_t>(offset));
-            if (n >= 0) {
-                *got = static_cast<size_t>(n);
-                return 0;
-            }
-            if (errno != EINTR)
-                return errno == EBADF ? EACCES : errno; // opened by a fallback, without content
-        }
+        const ssize_t n =
+            Retry([&] { return ::pread(handle, buffer, size, static_cast<off_t>(offset)); });
+        if (n < 0)
+            return errno == EBADF ? EACCES : errno; // opened by a fallback, without content
+        *got = static_cast<size_t>(n);
+        return 0;
     }
     int Write(FileHandle handle, UINT64 offset, const void* buffer, size_t size) override
     {
         const char* p = static_cast<const char*>(buffer);
         while (size > 0) {
-            const ssize_t n = ::pwrite(handle, p, size, static_cast<off_t>(offset));
-            if (n < 0 && errno == EINTR)
-                continue;
+            const ssize_t n =
+                Retry([&] { return ::pwrite(handle, p, size, static_cast<off_t>(offset)); });
             if (n <= 0)
                 return n < 0 ? errno : ENOSPC;
             p += n;
@@ -165,13 +163,15 @@ class PosixFileSystem final : public FileSystem {
     }
     int SetMode(FileHandle handle, UINT32 mode) override
     {
-        if (::fchmod(handle, mode) == 0)
+        if (Retry([&] { return ::fchmod(handle, mode); }) == 0)
             return 0;
-        return errno == EBADF ? Result(::chmod(ProcPath(handle).text, mode)) : errno;
+        if (errno != EBADF)
+            return errno;
+        return Result(Retry([&] { return ::chmod(ProcPath(handle).text, mode); }));
     }
     int SetOwner(FileHandle handle, UINT32 owner, UINT32 group) override
     {
-        return Result(::fchownat(handle, "", owner, group, AT_EMPTY_PATH));
+        return Result(Retry([&] { return ::fchownat(handle, "", owner, group, AT_EMPTY_PATH); }));
     }
     int SetModified(FileHandle handle, UINT64 date) override
     {
@@ -183,33 +183,34 @@ class PosixFileSystem final : public FileSystem {
             --seconds;
         }
         const timespec times[2] = {{0, UTIME_OMIT}, {seconds, rest * 100}};
-        if (::futimens(handle, times) == 0)
+        if (Retry([&] { return ::futimens(handle, times); }) == 0)
             return 0;
-        return errno == EBADF ? Result(::utimensat(AT_FDCWD, ProcPath(handle).text, times, 0))
-                              : errno;
+        if (errno != EBADF)
+            return errno;
+        return Result(
+            Retry([&] { return ::utimensat(AT_FDCWD, ProcPath(handle).text, times, 0); }));
     }
     int Sync(FileHandle handle, bool everything) override
     {
-        return Result(everything ? ::fsync(handle) : ::fdatasync(handle));
+        return Result(Retry([&] { return everything ? ::fsync(handle) : ::fdatasync(handle); }));
     }
     int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
     {
-        if (::ioctl(to, FICLONE, from) == 0)
+        if (Retry([&] { return ::ioctl(to, FICLONE, from); }) == 0)
             return 0;
         UINT64 done = 0;
         while (done < size) {
             const auto piece = static_cast<size_t>(std::min<UINT64>(size - done, 1u << 30));
             off64_t in = static_cast<off64_t>(done);
             off64_t out = in;
-            const ssize_t n = ::copy_file_range(from, &in, to, &out, piece, 0);
+            const ssize_t n =
+                Retry([&] { return ::copy_file_range(from, &in, to, &out, piece, 0); });
             if (n > 0) {
                 done += static_cast<UINT64>(n);
                 continue;
             }
             if (n == 0)
                 return 0; // the source became shorter meanwhile
-            if (errno == EINTR)
-                continue;
             return errno == ENOSYS || errno == EXDEV || errno == EOPNOTSUPP || errno == EINVAL
                        ? CopyByHand(from, to, done, size)
                        : errno;
@@ -218,9 +219,9 @@ class PosixFileSystem final : public FileSystem {
     }
     int GetTag(FileHandle handle, const char* tag, void* value, size_t room, size_t* size) override
     {
-        ssize_t n = ::fgetxattr(handle, tag, value, room);
+        ssize_t n = Retry([&] { return ::fgetxattr(handle, tag, value, room); });
         if (n < 0 && errno == EBADF)
-            n = ::getxattr(ProcPath(handle).text, tag, value, room);
+            n = Retry([&] { return ::getxattr(ProcPath(handle).text, tag, value, room); });
         if (n < 0)
             return errno;
         *size = static_cast<size_t>(n);
@@ -228,10 +229,12 @@ class PosixFileSystem final : public FileSystem {
     }
     int SetTag(FileHandle handle, const char* tag, const void* value, size_t size) override
     {
-        if (::fsetxattr(handle, tag, value, size, 0) == 0)
+        if (Retry([&] { return ::fsetxattr(handle, tag, value, size, 0); }) == 0)
             return 0;
-        return errno == EBADF ? Result(::setxattr(ProcPath(handle).text, tag, value, size, 0))
-                              : errno;
+        if (errno != EBADF)
+            return errno;
+        return Result(
+            Retry([&] { return ::setxattr(ProcPath(handle).text, tag, value, size, 0); }));
     }
 
     int InspectAt(FileHandle directory, const char* name, FileInfo* out) override
@@ -253,8 +256,8 @@ class PosixFileSystem final : public FileSystem {
     }
     int CreateFile(FileHandle directory, const char* name, FileHandle* out) override
     {
-        const int fd =
-            ::openat(directory, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        const int fd = Retry([&] { return ::openat(directory, name, kFlags, 0666); });
         if (fd < 0)
             return errno;
         *out = fd;
@@ -262,7 +265,8 @@ class PosixFileSystem final : public FileSystem {
     }
     int CreateUnnamed(FileHandle directory, FileHandle* out) override
     {
-        const int fd = ::openat(directory, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0666);
+        const int fd =
+            Retry([&] { return ::openat(directory, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0666); });
         if (fd < 0) // EISDIR: from before such files were known
             return errno == EISDIR || errno == EINVAL ? EOPNOTSUPP : errno;
         *out = fd;
@@ -270,55 +274,63 @@ class PosixFileSystem final : public FileSystem {
     }
     int GiveName(FileHandle file, FileHandle directory, const char* name) override
     {
-        if (::linkat(file, "", directory, name, AT_EMPTY_PATH) == 0)
+        if (Retry([&] { return ::linkat(file, "", directory, name, AT_EMPTY_PATH); }) == 0)
             return 0;
         // ENOENT: before Linux 6.10 only a privileged process may name a file by its handle. Where
         // it is the directory that has gone, the other way says so, too.
         if (errno != ENOENT)
             return errno;
-        return Result(::linkat(AT_FDCWD, ProcPath(file).text, directory, name, AT_SYMLINK_FOLLOW));
+        return Result(Retry([&] {
+            return ::linkat(AT_FDCWD, ProcPath(file).text, directory, name, AT_SYMLINK_FOLLOW);
+        }));
     }
     int MakeDirectory(FileHandle directory, const char* name) override
     {
-        return Result(::mkdirat(directory, name, 0777));
+        return Result(Retry([&] { return ::mkdirat(directory, name, 0777); }));
     }
     int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
                bool replace) override
     {
+        const auto rename = [&](unsigned flags) {
+            return Retry([&] { return ::renameat2(fromDirectory, from, toDirectory, to, flags); });
+        };
         if (replace)
-            return Result(::renameat(fromDirectory, from, toDirectory, to));
-        if (::renameat2(fromDirectory, from, toDirectory, to, RENAME_NOREPLACE) == 0)
+            return Result(rename(0));
+        if (rename(RENAME_NOREPLACE) == 0)
             return 0;
         if (errno != EINVAL && errno != ENOSYS)
             return errno;
         // A file system without that flag: the look before the rename leaves a gap in which
         // another process can take the name.
         struct stat s;
-        if (::fstatat(toDirectory, to, &s, AT_SYMLINK_NOFOLLOW) == 0)
+        if (Retry([&] { return ::fstatat(toDirectory, to, &s, AT_SYMLINK_NOFOLLOW); }) == 0)
             return EEXIST;
-        return Result(::renameat(fromDirectory, from, toDirectory, to));
+        return errno == ENOENT ? Result(rename(0)) : errno;
     }
     int RemoveFile(FileHandle directory, const char* name) override
     {
-        return Result(::unlinkat(directory, name, 0));
+        return Result(Retry([&] { return ::unlinkat(directory, name, 0); }));
     }
     int RemoveDirectory(FileHandle directory, const char* name) override
     {
-        return Result(::unlinkat(directory, name, AT_REMOVEDIR));
+        return Result(Retry([&] { return ::unlinkat(directory, name, AT_REMOVEDIR); }));
     }
     int List(FileHandle directory, NameSink& sink) override
     {
         // A descriptor of its own, so that two listings of one handle do not share a position.
-        const int fd = ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const int fd =
+            Retry([&] { return ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
         if (fd < 0)
             return errno;
-        const int error = ListEntries(fd, sink);
-        ::close(fd);
-        return error;
+        const ScopedDescriptor own(fd); // a sink can run out of memory
+        return ListEntries(own.Get(), sink);
     }
 
     UINT32 NewFileMode() const override { return newFileMode_; }
-    int TryLock(FileHandle handle) override { return Result(::flock(handle, LOCK_EX | LOCK_NB)); }
+    int TryLock(FileHandle handle) override
+    {
+        return Result(Retry([&] { return ::flock(handle, LOCK_EX | LOCK_NB); }));
+    }
     int ExternalPath(const char* path, char* out, size_t room) override
     {
         const int n = std::snprintf(out, room, "/proc/self/fd/%d/%s", top_, path);
@@ -326,12 +338,14 @@ class PosixFileSystem final : public FileSystem {
     }
     int Random(void* out, size_t size) override
     {
-        return ::getrandom(out, size, 0) == static_cast<ssize_t>(size) ? 0 : EIO;
+        const ssize_t got = Retry([&] { return ::getrandom(out, size, 0); });
+        return got == static_cast<ssize_t>(size) ? 0 : EIO;
     }
     bool IsInPlace() override
     {
         struct stat own, named;
-        return ::fstat(top_, &own) == 0 && ::stat(name_.c_str(), &named) == 0 &&
+        return Retry([&] { return ::fstat(top_, &own); }) == 0 &&
+               Retry([&] { return ::stat(name_.c_str(), &named); }) == 0 &&
                own.st_dev == named.st_dev && own.st_ino == named.st_ino;
     }
 
@@ -368,18 +382,20 @@ class PosixFileSystem final : public FileSystem {
         // A single name leads to what bears it and nowhere else, unless that is a link. The plain
         // call refuses those, and takes less time than the one that watches every step.
         if (!(flags & O_PATH) && IsOneName(path)) {
-            const int fd = ::openat(directory, path, static_cast<int>(flags) | O_NOFOLLOW);
-            if (fd >= 0 || (errno != ELOOP && errno != ENOTDIR && errno != EINTR))
+            const int fd = Retry(
+                [&] { return ::openat(directory, path, static_cast<int>(flags) | O_NOFOLLOW); });
+            if (fd >= 0 || (errno != ELOOP && errno != ENOTDIR))
                 return fd;
         }
         open_how how{};
         how.flags = flags;
         how.resolve = resolve;
         for (int attempt = 0;; ++attempt) {
-            const long fd = ::syscall(SYS_openat2, directory, path, &how, sizeof how);
+            const long fd =
+                Retry([&] { return ::syscall(SYS_openat2, directory, path, &how, sizeof how); });
             // EAGAIN: a rename elsewhere raced with the look-up of a path with "..", which only a
             // link can bring in.
-            if (fd >= 0 || attempt == 8 || (errno != EAGAIN && errno != EINTR))
+            if (fd >= 0 || attempt == 8 || errno != EAGAIN)
                 return static_cast<int>(fd);
         }
     }
@@ -396,18 +412,21 @@ class PosixFileSystem final : public FileSystem {
         } arguments{reinterpret_cast<UINT64>(value), static_cast<UINT32>(room), 0};
         static std::atomic<bool> missing{false};
         if (!missing.load(std::memory_order_relaxed)) {
-            const long n = ::syscall(kGetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, tag,
-                                     &arguments, sizeof arguments);
+            const long n = Retry([&] {
+                return ::syscall(kGetXattrAt, directory, name, AT_SYMLINK_NOFOLLOW, tag, &arguments,
+                                 sizeof arguments);
+            });
             if (n >= 0 || (errno != ENOSYS && errno != EPERM))
                 return n;
             missing.store(true, std::memory_order_relaxed);
         }
-        return ::lgetxattr(ProcPath(directory, name).text, tag, value, room);
+        return Retry([&] { return ::lgetxattr(ProcPath(directory, name).text, tag, value, room); });
     }
     static int Statx(int directory, const char* name, int flags, FileInfo* out)
     {
         struct statx s;
-        if (::statx(directory, name, flags, STATX_BASIC_STATS | STATX_BTIME, &s) != 0)
+        constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_BTIME;
+        if (Retry([&] { return ::statx(directory, name, flags, kWanted, &s); }) != 0)
             return errno;
         FromStatx(s, out);
         return 0;
@@ -416,7 +435,7 @@ class PosixFileSystem final : public FileSystem {
     {
         alignas(dirent64) char buffer[65536];
         for (;;) {
-            const ssize_t bytes = ::getdents64(fd, buffer, sizeof buffer);
+            const ssize_t bytes = Retry([&] { return ::getdents64(fd, buffer, sizeof buffer); });
             if (bytes <= 0)
                 return Result(bytes);
             for (ssize_t at = 0; at < bytes;) {
@@ -455,7 +474,7 @@ class PosixFileSystem final : public FileSystem {
 
 std::unique_ptr<FileSystem> OpenPosixFileSystem(const char* directory, int* error)
 {
-    const int top = ::open(directory, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const int top = Retry([&] { return ::open(directory, O_PATH | O_DIRECTORY | O_CLOEXEC); });
     if (top < 0) {
         *error = errno;
         return nullptr;

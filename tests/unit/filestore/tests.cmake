@@ -4,3 +4,7 @@ kest_test(filestore_unit_test
           ${CMAKE_CURRENT_LIST_DIR}/upload_test.cpp ${CMAKE_CURRENT_LIST_DIR}/metadata_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/upgrade_test.cpp
   LIBS filestore_objects)
+# Apart from the others: it has system calls of its own.
+kest_test(filestore_posixfs_test
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/posixfs_test.cpp
+  LIBS filestore_objects ${CMAKE_DL_LIBS})

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A file system over another one that fails when a test says so.
+#pragma once
+
+#include <cerrno>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "providers/filestore/filesystem.h"
+
+namespace filestore {
+
+// Passes everything on, until the call that is to fail. Counts what is open.
+class FailingFileSystem final : public FileSystem {
+  public:
+    explicit FailingFileSystem(std::unique_ptr<FileSystem> real) : real_(std::move(real)) {}
+
+    int failAt = 0; // counted down by every call that may fail; 0: never
+    int error = EIO;
+    bool hasUnnamed = true; // files without a name
+    int open = 0;
+    int opened = 0;       // ever
+    UINT64 unnamedIn = 0; // the directory that the last file without a name was made in
+    bool hasFailed = false;
+    std::function<void()> onFailure; // what happens at that moment
+
+    int Open(const char* path, OpenFor purpose, FileHandle* out) override
+    {
+        return Opened(Fail() ? error : real_->Open(path, purpose, out));
+    }
+    void Close(FileHandle handle) override
+    {
+        --open;
+        real_->Close(handle);
+    }
+    int Look(const char* path, FileInfo* out) override
+    {
+        return Fail() ? error : real_->Look(path, out);
+    }
+    int Inspect(FileHandle h, FileInfo* out) override
+    {
+        return Fail() ? error : real_->Inspect(h, out);
+    }
+    int InspectFully(FileHandle h, FileInfo* out) override
+    {
+        return Fail() ? error : real_->InspectFully(h, out);
+    }
+    int Read(FileHandle h, UINT64 offset, void* buffer, size_t size, size_t* got) override
+    {
+        return Fail() ? error : real_->Read(h, offset, buffer, size, got);
+    }
+    int Write(FileHandle h, UINT64 offset, const void* buffer, size_t size) override
+    {
+        return Fail() ? error : real_->Write(h, offset, buffer, size);
+    }
+    int SetMode(FileHandle h, UINT32 mode) override
+    {
+        return Fail() ? error : real_->SetMode(h, mode);
+    }
+    int SetOwner(FileHandle h, UINT32 owner, UINT32 group) override
+    {
+        return Fail() ? error : real_->SetOwner(h, owner, group);
+    }
+    int SetModified(FileHandle h, UINT64 date) override
+    {
+        return Fail() ? error : real_->SetModified(h, date);
+    }
+    int Sync(FileHandle h, bool everything) override
+    {
+        return Fail() ? error : real_->Sync(h, everything);
+    }
+    int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
+    {
+        return Fail() ? error : real_->CopyContent(from, to, size);
+    }
+    int GetTag(FileHandle h, const char* tag, void* value, size_t room, size_t* size) override
+    {
+        return Fail() ? error : real_->GetTag(h, tag, value, room, size);
+    }
+    int SetTag(FileHandle h, const char* tag, const void* value, size_t size) override
+    {
+        return Fail() ? error : real_->SetTag(h, tag, value, size);
+    }
+    int InspectAt(FileHandle d, const char* name, FileInfo* out) override
+    {
+        return Fail() ? error : real_->InspectAt(d, name, out);
+    }
+    int GetTagAt(FileHandle d, const char* name, const char* tag, void* value, size_t room,
+                 size_t* size) override
+    {
+        return Fail() ? error : real_->GetTagAt(d, name, tag, value, room, size);
+    }
+    int CreateFile(FileHandle d, const char* name, FileHandle* out) override
+    {
+        return Opened(Fail() ? error : real_->CreateFile(d, name, out));
+    }
+    int OpenAt(FileHandle d, const char* name, OpenFor purpose, FileHandle* out) override
+    {
+        return Opened(Fail() ? error : real_->OpenAt(d, name, purpose, out));
+    }
+    int CreateUnnamed(FileHandle d, FileHandle* out) override
+    {
+        if (!hasUnnamed)
+            return EOPNOTSUPP;
+        FileInfo in;
+        EXPECT_EQ(0, real_->Inspect(d, &in));
+        unnamedIn = in.inode;
+        return Opened(Fail() ? error : real_->CreateUnnamed(d, out));
+    }
+    int GiveName(FileHandle file, FileHandle d, const char* name) override
+    {
+        return Fail() ? error : real_->GiveName(file, d, name);
+    }
+    int MakeDirectory(FileHandle d, const char* name) override
+    {
+        return Fail() ? error : real_->MakeDirectory(d, name);
+    }
+    int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
+               bool replace) override
+    {
+        return Fail() ? error : real_->Rename(fromDirectory, from, toDirectory, to, replace);
+    }
+    // Clean-up is let through: a disk that refuses even that is the next start's affair.
+    int RemoveFile(FileHandle d, const char* name) override { return real_->RemoveFile(d, name); }
+    int RemoveDirectory(FileHandle d, const char* name) override
+    {
+        return real_->RemoveDirectory(d, name);
+    }
+    int List(FileHandle d, NameSink& sink) override
+    {
+        return Fail() ? error : real_->List(d, sink);
+    }
+    UINT32 NewFileMode() const override { return real_->NewFileMode(); }
+    int TryLock(FileHandle h) override { return real_->TryLock(h); }
+    int ExternalPath(const char* path, char* out, size_t room) override
+    {
+        return real_->ExternalPath(path, out, room);
+    }
+    int Random(void* out, size_t size) override
+    {
+        return Fail() ? error : real_->Random(out, size);
+    }
+    bool IsInPlace() override { return real_->IsInPlace(); }
+
+  private:
+    bool Fail()
+    {
+        if (failAt == 0 || --failAt != 0)
+            return false;
+        hasFailed = true;
+        if (onFailure)
+            onFailure();
+        return true;
+    }
+    int Opened(int result)
+    {
+        open += result == 0 ? 1 : 0;
+        opened += result == 0 ? 1 : 0;
+        return result;
+    }
+    std::unique_ptr<FileSystem> real_;
+};
+
+} // namespace filestore
