@@ -188,9 +188,9 @@ Connection::Step Connection::ReadHead()
 {
     const Limits& limits = front_.Current().settings.limits;
     for (;;) {
-        while (in_.Size() && (in_.Data()[0] == '\r' || in_.Data()[0] == '\n') && scanned_ == 0)
-            in_.Consume(1); // RFC 9112 section 2.2: an empty line before a request is ignored
-        if (in_.Size()) {
+        while (scanned_ == 0 && in_.View().substr(0, 2) == "\r\n")
+            in_.Consume(2); // RFC 9112 section 2.2: an empty line before a request is ignored
+        if (in_.Size() > 1) {
             const size_t end = FindHeadEnd(in_.View(), scanned_);
             if (end > limits.headBytes || (!end && in_.Size() >= limits.headBytes)) {
                 const size_t line = in_.View().substr(0, limits.headBytes).find('\n');

@@ -77,40 +77,16 @@ void ChunkDecoder::SkipData(uint64_t bytes) noexcept
         state_ = State::DataCr;
 }
 
-bool ChunkDecoder::Step(char c)
+bool ChunkDecoder::Step(char c) noexcept
 {
-    const bool isControl = static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
     switch (state_) {
     case State::SizeStart:
     case State::Size:
-        if (const int value = HexValue(c); value >= 0) {
-            if (++digits_ > 15) // 60 bits
-                return false;
-            left_ = left_ << 4 | static_cast<uint64_t>(value);
-            state_ = State::Size;
-            return true;
-        }
-        if (state_ == State::SizeStart)
-            return false;
-        if (c == '\r')
-            state_ = State::SizeLf;
-        else if (c == ';' || c == ' ' || c == '\t')
-            state_ = State::Extension;
-        else
-            return false;
-        return true;
-    case State::Extension:
-        if (c == '\r')
-            state_ = State::SizeLf;
-        else if (isControl && c != '\t')
-            return false;
-        return ++overhead_ <= kOverheadLimit;
+        return StepSize(c);
     case State::SizeLf:
-        if (c != '\n')
-            return false;
         digits_ = 0;
         state_ = left_ ? State::Data : State::TrailerStart;
-        return true;
+        return c == '\n';
     case State::DataCr:
         state_ = State::DataLf;
         return c == '\r';
@@ -118,18 +94,9 @@ bool ChunkDecoder::Step(char c)
         state_ = State::SizeStart;
         return c == '\n';
     case State::TrailerStart:
-        if (c == '\r') {
-            state_ = State::LastLf;
-            return true;
-        }
-        state_ = State::Trailer;
-        [[fallthrough]];
+    case State::TrailerName:
     case State::Trailer:
-        if (c == '\r')
-            state_ = State::TrailerLf;
-        else if (isControl && c != '\t')
-            return false;
-        return ++overhead_ <= kOverheadLimit;
+        return ++overhead_ <= kOverheadLimit && StepTrailer(c);
     case State::TrailerLf:
         state_ = State::TrailerStart;
         return c == '\n';
@@ -138,9 +105,83 @@ bool ChunkDecoder::Step(char c)
         return c == '\n';
     case State::Data:
     case State::Done:
-        break;
+        return false;
+    default:
+        return ++overhead_ <= kOverheadLimit && StepExtension(c);
     }
-    return false;
+}
+
+bool ChunkDecoder::StepSize(char c) noexcept
+{
+    if (const int value = HexValue(c); value >= 0) {
+        if (++digits_ > 15) // 60 bits
+            return false;
+        left_ = left_ << 4 | static_cast<uint64_t>(value);
+        return Become(State::Size);
+    }
+    if (state_ == State::SizeStart)
+        return false;
+    if (c == '\r')
+        return Become(State::SizeLf);
+    if (c == ';')
+        return Become(State::ExtensionStart);
+    return IsBlank(c) && Become(State::ExtensionGap);
+}
+
+// RFC 9112 section 7.1.1. Blanks stand around ";" and "=" only, never at the line's end.
+bool ChunkDecoder::StepExtension(char c) noexcept
+{
+    const bool isText = static_cast<unsigned char>(c) >= 0x20 ? c != 0x7F : c == '\t';
+    const auto goesOn = [&] { // behind a name or a value that may be the last
+        if (c == '\r')
+            return Become(State::SizeLf);
+        return c == ';' && Become(State::ExtensionStart);
+    };
+    switch (state_) {
+    case State::ExtensionGap:
+        return IsBlank(c) || (c == ';' && Become(State::ExtensionStart));
+    case State::ExtensionStart:
+        return IsBlank(c) || (IsTokenChar(c) && Become(State::ExtensionName));
+    case State::ExtensionName:
+        if (IsBlank(c))
+            return Become(State::ExtensionEquals);
+        if (c == '=')
+            return Become(State::ExtensionValueStart);
+        return IsTokenChar(c) || goesOn();
+    case State::ExtensionEquals:
+        if (c == '=')
+            return Become(State::ExtensionValueStart);
+        return IsBlank(c) || (c == ';' && Become(State::ExtensionStart));
+    case State::ExtensionValueStart:
+        if (c == '"')
+            return Become(State::ExtensionQuoted);
+        return IsBlank(c) || (IsTokenChar(c) && Become(State::ExtensionValue));
+    case State::ExtensionQuoted:
+        if (c == '"')
+            return Become(State::ExtensionEnd);
+        return isText && (c != '\\' || Become(State::ExtensionEscape));
+    case State::ExtensionEscape:
+        return isText && Become(State::ExtensionQuoted);
+    default: // ExtensionValue, ExtensionEnd
+        if (IsBlank(c))
+            return Become(State::ExtensionGap);
+        return (state_ == State::ExtensionValue && IsTokenChar(c)) || goesOn();
+    }
+}
+
+bool ChunkDecoder::StepTrailer(char c) noexcept
+{
+    const bool isText = static_cast<unsigned char>(c) >= 0x20 ? c != 0x7F : c == '\t';
+    switch (state_) {
+    case State::TrailerStart:
+        if (c == '\r')
+            return Become(State::LastLf);
+        return IsTokenChar(c) && Become(State::TrailerName);
+    case State::TrailerName:
+        return IsTokenChar(c) || (c == ':' && Become(State::Trailer));
+    default:
+        return isText || (c == '\r' && Become(State::TrailerLf));
+    }
 }
 
 } // namespace kestd

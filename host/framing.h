@@ -22,8 +22,8 @@ struct Framing {
 // "chunked".
 int ReadFraming(const RequestHead& head, Framing& out);
 
-// Takes the chunks of a body apart, in pieces of any size. Trailer fields are checked for their
-// form and dropped.
+// Takes the chunks of a body apart, in pieces of any size. Chunk extensions and trailer fields are
+// checked for their form and dropped.
 class ChunkDecoder {
   public:
     // Decodes from `in` to `out` until either is used up or the body ends. `used` and `made` say
@@ -40,18 +40,36 @@ class ChunkDecoder {
     enum class State {
         SizeStart,
         Size,
-        Extension,
+        ExtensionGap, // blanks, of which ";" has to follow
+        ExtensionStart,
+        ExtensionName,
+        ExtensionEquals, // blanks behind a name
+        ExtensionValueStart,
+        ExtensionValue,
+        ExtensionQuoted,
+        ExtensionEscape,
+        ExtensionEnd, // behind a quoted value
         SizeLf,
         Data,
         DataCr,
         DataLf,
         TrailerStart,
+        TrailerName,
         Trailer,
         TrailerLf,
         LastLf,
         Done
     };
-    bool Step(char c); // one byte outside of data
+    // Each takes one byte outside of data; false when it does not belong there.
+    bool Step(char c) noexcept;
+    bool StepSize(char c) noexcept;
+    bool StepExtension(char c) noexcept;
+    bool StepTrailer(char c) noexcept;
+    bool Become(State state) noexcept
+    {
+        state_ = state;
+        return true;
+    }
 
     State state_ = State::SizeStart;
     uint64_t left_ = 0;

@@ -32,6 +32,18 @@ constexpr bool IsDigit(char c) noexcept
     return c >= '0' && c <= '9';
 }
 
+constexpr bool IsBlank(char c) noexcept
+{
+    return c == ' ' || c == '\t';
+}
+
+// What tokens consist of (RFC 9110 section 5.6.2).
+constexpr bool IsTokenChar(char c) noexcept
+{
+    return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') ||
+           (c != '\0' && std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos);
+}
+
 constexpr bool IsAscii(std::string_view text) noexcept
 {
     unsigned char bits = 0;

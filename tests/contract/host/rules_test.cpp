@@ -52,6 +52,52 @@ TEST_F(Rules, HostileRequestsAreRefusedAndTheConnectionCloses)
     EXPECT_EQ(module.calls, 0);
 }
 
+// Whatever an intermediary would read another way, so that one of the two takes a part of a request
+// for the next one: refused, wherever the text is cut, and nothing behind it is served.
+TEST_F(Rules, WhatTwoReadersTakeDifferentlyIsRefusedWhereverItIsCut)
+{
+    static constexpr const char* kRows[] = {
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding:\r\n chunked\r\n\r\n0\r\n\r\n",
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: \r\n\tchunked\r\n\r\n0\r\n\r\n",
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: \r\n 5\r\n\r\n12345",
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nX:\r\n \r\nContent-Length: 5\r\n\r\n12345",
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\n Content-Length: 5\r\n\r\n12345",
+        "\rGET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n",
+        "\nGET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n",
+        "\r\n\rGET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n",
+        "\r\n\nGET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n",
+        "GET /Ferro/a HTTP/1.1\r\nHost: h\nX: y\r\n\r\n",
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 5\r\nContent-Length: 5\r\n\r\n12345",
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length : 5\r\n\r\n12345",
+        "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 5, 5\r\n\r\n12345",
+        "PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "1 \r\na\r\n0\r\n\r\n",
+        "PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "1 x\r\na\r\n0\r\n\r\n",
+        "PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "1;\na\r\n0\r\n\r\n",
+        "PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "0x1\r\na\r\n0\r\n\r\n",
+        "PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "1\na\r\n0\r\n\r\n",
+        "PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "0\r\n\n",
+    };
+    Start();
+    for (const std::string_view row : kRows) {
+        const std::string text = std::string(row) + "GET /Ferro/behind HTTP/1.1\r\nHost: h\r\n\r\n";
+        for (size_t cut = 0; cut < row.size(); ++cut) {
+            Client client(port);
+            ASSERT_TRUE(client.Send(std::string_view(text).substr(0, cut)));
+            // It may have been refused by now, and be closed.
+            (void)client.Send(std::string_view(text).substr(cut));
+            EXPECT_EQ(client.Receive().status, 400) << row << cut;
+            EXPECT_EQ(client.Receive().status, 0) << row << cut;
+        }
+    }
+    EXPECT_EQ(module.calls, 0);
+}
+
 TEST_F(Rules, RefusalsThatLeaveTheFramingClearKeepTheConnection)
 {
     static constexpr struct {
@@ -132,7 +178,12 @@ TEST_F(Rules, ModuleSeesDecodedPathsUnderItsLocation)
 TEST_F(Rules, EmptyLinesBeforeARequestAreIgnored)
 {
     Start();
-    EXPECT_EQ(Ask("\r\n\r\n" + Request("GET /Ferro/a")).status, 200);
+    const std::string text = "\r\n\r\n" + Request("GET /Ferro/a");
+    for (size_t cut = 0; cut < text.size(); ++cut) {
+        Client client(port);
+        ASSERT_TRUE(client.Send(std::string_view(text).substr(0, cut)));
+        EXPECT_EQ(client.Ask(std::string_view(text).substr(cut)).status, 200) << cut;
+    }
 }
 
 TEST_F(Rules, OptionsAboveTheModuleTellWhatIsBelow)

@@ -99,8 +99,9 @@ bool Decode(std::string_view text, size_t step, size_t room, std::string& body, 
 
 TEST(ChunkDecoder, DecodesWhateverThePieces)
 {
-    const std::string_view text = "5\r\nhello\r\n00A;name=\"v\"\r\n, everyone\r\n1 \r\n!\r\n"
-                                  "000\r\nTrailer: x\r\nOther: y\r\n\r\nGET /next";
+    const std::string_view text =
+        "5\r\nhello\r\n00A;name=\"v\"\r\n, everyone\r\n1 ; a = b ;c\r\n!\r\n"
+        "000\r\nTrailer: x\r\nOther: y\r\n\r\nGET /next";
     for (size_t step = 1; step <= text.size(); ++step) {
         for (const size_t room : {1u, 2u, 7u, 100u}) {
             std::string body;
@@ -122,6 +123,83 @@ TEST(ChunkDecoder, RefusesWhatIsNotChunked)
         std::string body;
         size_t used = 0;
         EXPECT_FALSE(Decode(text, 1, 10, body, used)) << text;
+    }
+}
+
+// What stands between a chunk's size and the end of its line is an extension (RFC 9112 section
+// 7.1.1) or nothing: some readers skip anything there, others end the line at it.
+TEST(ChunkDecoder, TakesNothingButAnExtensionBehindTheSize)
+{
+    for (const char* line :
+         {"1", "01", "1;a", "1;a=b", "1;a=\"b\"", "1;a=\"\"", "1;a;b", "1;a=b;c=\"d;e\\\"f\";g",
+          "1 ;a", "1\t;\ta\t=\tb", "1;a ;b", "1;a=\"\xC3\xA9\t\"", "1;!#$%&'*+-.^_`|~0aZ"}) {
+        const std::string text = std::string(line) + "\r\nx\r\n0\r\n\r\n";
+        std::string body;
+        size_t used = 0;
+        EXPECT_TRUE(Decode(text, 1, 10, body, used)) << line;
+        EXPECT_EQ(body, "x") << line;
+    }
+    for (const char* line : {"1 ",
+                             "1\t",
+                             "1 x",
+                             "1 1",
+                             "1,",
+                             "1.0",
+                             "1h",
+                             "1_",
+                             "1+",
+                             "1;",
+                             "1;;",
+                             "1; ",
+                             "1;=b",
+                             "1;a=",
+                             "1;a=;",
+                             "1;a= ",
+                             "1;a b",
+                             "1;a ",
+                             "1;a=b ",
+                             "1;a=\"b",
+                             "1;a=\"b\" ",
+                             "1;a=\"b\"c",
+                             "1;a=b\"",
+                             "1;\"a\"",
+                             "1;a=\"\r",
+                             "1;a=\"\\\r",
+                             "1;a=\"\n\"",
+                             "1;a(",
+                             "1;a=\xC3",
+                             "1\r",
+                             "1;a\r",
+                             "1;a\x7F",
+                             "1\v",
+                             "1\f",
+                             "0x1",
+                             "-0",
+                             "\xEF\xBB\xBF"
+                             "1"}) {
+        const std::string text = std::string(line) + "\r\nx\r\n0\r\n\r\n";
+        std::string body;
+        size_t used = 0;
+        EXPECT_FALSE(Decode(text, 1, 10, body, used)) << line;
+    }
+}
+
+TEST(ChunkDecoder, TakesNothingButFieldsBehindTheLastChunk)
+{
+    for (const char* lines : {"", "A: b\r\n", "A:\r\n", "A:b\tc\r\nD: e\r\n"}) {
+        const std::string text = std::string("0\r\n") + lines + "\r\n";
+        std::string body;
+        size_t used = 0;
+        EXPECT_TRUE(Decode(text, 1, 10, body, used)) << lines;
+        EXPECT_EQ(used, text.size()) << lines;
+    }
+    for (const char* lines :
+         {" \r\n", "\t\r\n", "A\r\n", ": b\r\n", "A : b\r\n", " A: b\r\n", "A: b\r\n c\r\n",
+          "A: b\n", "A: b\rC: d\r\n", "A: \x01\r\n", "\n", "GET / HTTP/1.1\r\n"}) {
+        const std::string text = std::string("0\r\n") + lines + "\r\n";
+        std::string body;
+        size_t used = 0;
+        EXPECT_FALSE(Decode(text, 1, 10, body, used)) << lines;
     }
 }
 
