@@ -14,6 +14,7 @@ thread_local RunningCall* t_call = nullptr;
 
 constexpr TALSTATUS kNoCall = MakeStatus(kFacilityHost, kCodeNotFound);
 constexpr TALSTATUS kNullArgument = MakeStatus(kFacilityHost, kCodeInvalidParameter);
+constexpr TALSTATUS kTooMany = MakeStatus(kFacilityHost, kCodeInsufficientResources);
 constexpr TALSTATUS kNoInterface = MakeStatus(kFacilityHost, kCodeNoInterface);
 
 // The object has no state: every thread sees its own call through it, and one is enough.
@@ -58,6 +59,28 @@ class CallContext final : public IKestCallContext {
         t_call->TakeFailure(failure);
         return TAL_STATUS_SUCCESS;
     }
+    TALSTATUS IsCancelled(BOOLEAN* cancelled) override
+    {
+        if (!cancelled)
+            return kNullArgument;
+        *cancelled = t_call && t_call->IsCancelled();
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS SetAttachment(const GUID* key, IUnknown* object) override
+    {
+        if (!key)
+            return kNullArgument;
+        if (!t_call)
+            return kNoCall;
+        return t_call->attachments.Set(*key, object) ? TAL_STATUS_SUCCESS : kTooMany;
+    }
+    TALSTATUS GetAttachment(const GUID* key, IUnknown** object) override
+    {
+        if (!key || !object)
+            return kNullArgument;
+        *object = t_call ? t_call->attachments.Get(*key) : nullptr;
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
 };
 
 class Factory final : public IClassFactory {
@@ -87,13 +110,51 @@ class Factory final : public IClassFactory {
 
 } // namespace
 
-CallScope::CallScope(RunningCall& call) noexcept : before_(t_call)
+bool Attachments::Set(const GUID& key, IUnknown* object) noexcept
+{
+    if (object)
+        object->AddRef();
+    for (size_t i = 0; i < count_; ++i) {
+        if (!(entries_[i].key == key))
+            continue;
+        IUnknown* const before = entries_[i].object;
+        entries_[i] = object ? Entry{key, object} : entries_[--count_];
+        before->Release();
+        return true;
+    }
+    if (!object)
+        return true;
+    if (count_ == kMost) {
+        object->Release();
+        return false;
+    }
+    entries_[count_++] = {key, object};
+    return true;
+}
+
+IUnknown* Attachments::Get(const GUID& key) const noexcept
+{
+    for (size_t i = 0; i < count_; ++i)
+        if (entries_[i].key == key)
+            return entries_[i].object;
+    return nullptr;
+}
+
+// An object may tie another one while it goes.
+void Attachments::ReleaseAll() noexcept
+{
+    while (count_)
+        entries_[--count_].object->Release();
+}
+
+CallScope::CallScope(RunningCall& call) noexcept : call_(call), before_(t_call)
 {
     t_call = &call;
 }
 
 CallScope::~CallScope()
 {
+    call_.attachments.ReleaseAll();
     t_call = before_;
 }
 

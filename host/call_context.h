@@ -3,10 +3,36 @@
 // The request that runs on the calling thread, as components see it.
 #pragma once
 
+#include <array>
+#include <cstddef>
+
 #include <kest/io.h>
 #include <kest/types.h>
 
 namespace kestd {
+
+// The objects that components tie to one call, each under a key; holds a reference to each.
+class Attachments {
+  public:
+    Attachments() = default;
+    ~Attachments() { ReleaseAll(); }
+    Attachments(const Attachments&) = delete;
+    Attachments& operator=(const Attachments&) = delete;
+
+    // Adds a reference. False when there are too many keys.
+    bool Set(const GUID& key, IUnknown* object) noexcept;
+    IUnknown* Get(const GUID& key) const noexcept; // borrowed; null when there is none
+    void ReleaseAll() noexcept;
+
+  private:
+    struct Entry {
+        GUID key;
+        IUnknown* object;
+    };
+    static constexpr size_t kMost = 8;
+    std::array<Entry, kMost> entries_;
+    size_t count_ = 0;
+};
 
 class RunningCall {
   public:
@@ -14,13 +40,17 @@ class RunningCall {
     virtual UINT32 Method() const noexcept = 0;
     virtual bool HasBodyArrived() const noexcept = 0;
     virtual void TakeFailure(TALSTATUS failure) noexcept = 0;
+    // Whether the reply can reach nobody any more.
+    virtual bool IsCancelled() noexcept = 0;
+
+    Attachments attachments;
 
   protected:
     ~RunningCall() = default;
 };
 
-// Makes a call the thread's running one for as long as the scope lasts. Scopes nest: the call that
-// ran before runs again afterwards.
+// Makes a call the thread's running one for as long as the scope lasts, and releases what was tied
+// to it at the end. Scopes nest: the call that ran before runs again afterwards.
 class CallScope {
   public:
     explicit CallScope(RunningCall& call) noexcept;
@@ -29,6 +59,7 @@ class CallScope {
     CallScope& operator=(const CallScope&) = delete;
 
   private:
+    RunningCall& call_;
     RunningCall* before_;
 };
 

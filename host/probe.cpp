@@ -49,6 +49,11 @@ void Probe::Run(Front& front, SCHANDLE session)
     (void)front.module->RequestHandler(this, session, method_); // the reply says it all
 }
 
+bool Probe::IsCancelled() noexcept
+{
+    return behind_.IsCancelled();
+}
+
 TALSTATUS Probe::QueryInterface(const GUID* iid, void** out)
 {
     if (!iid || !out)

@@ -66,6 +66,7 @@ class Probe final : public IKestIO_5, public RunningCall {
     UINT32 Method() const noexcept override { return method_; }
     bool HasBodyArrived() const noexcept override { return true; }
     void TakeFailure(TALSTATUS failure) noexcept override { failure_ = failure; }
+    bool IsCancelled() noexcept override;
 
   private:
     RequestIo& behind_;

@@ -197,6 +197,18 @@ struct IKestCallContext : IUnknown {
     // object was released. If no reply has left yet, the host sends its status in place of a
     // success.
     virtual TALSTATUS ReportFailure(TALSTATUS failure) = 0;
+    // 1 when the reply can reach nobody any more: the client has left, or the server is stopping.
+    // Long work (a copy, a walk, a long read) asks between two steps and ends with a failure; it
+    // has at most a second for that. Costs no system call in the usual case.
+    virtual TALSTATUS IsCancelled(BOOLEAN* cancelled) = 0;
+    // Ties an object to the running request under a key of the caller's choice, such as its class
+    // identifier, in place of one that was there; null takes that away. The request holds a
+    // reference from here on and releases it on the thread on which the handler returns, after it
+    // has returned. Code 5 without memory, or with more than 8 keys.
+    virtual TALSTATUS SetAttachment(const GUID* key, IUnknown* object) = 0;
+    // Borrowed: no reference is added, valid until the call ends or another takes its place. Null
+    // with success when there is none.
+    virtual TALSTATUS GetAttachment(const GUID* key, IUnknown** object) = 0;
 
   protected:
     ~IKestCallContext() = default;

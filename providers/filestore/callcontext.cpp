@@ -82,6 +82,23 @@ void ReportFailure(TALSTATUS failure)
         (void)Context()->ReportFailure(failure); // without a request there is nobody to tell
 }
 
+bool IsCancelled()
+{
+    BOOLEAN cancelled = FALSE;
+    return Context() && !Failed(Context()->IsCancelled(&cancelled)) && cancelled;
+}
+
+bool Attach(const GUID& key, IUnknown* object)
+{
+    return Context() && !Failed(Context()->SetAttachment(&key, object));
+}
+
+IUnknown* Attached(const GUID& key)
+{
+    IUnknown* object = nullptr;
+    return Context() && !Failed(Context()->GetAttachment(&key, &object)) ? object : nullptr;
+}
+
 bool Header(const char* name, std::string* value)
 {
     IKestIO_5* const request = Request();

@@ -21,6 +21,14 @@ namespace filestore::call {
 [[nodiscard]] bool UploadArrived();
 // Tells the host of a failure that the module can no longer see.
 void ReportFailure(TALSTATUS failure);
+// Whether the reply can reach nobody any more: long work ends with a failure then. False when no
+// request runs.
+[[nodiscard]] bool IsCancelled();
+// Ties an object to the running request under a key; the request releases it at its end. False
+// when no request runs, or without memory.
+[[nodiscard]] bool Attach(const GUID& key, IUnknown* object);
+// Borrowed; null when there is none.
+[[nodiscard]] IUnknown* Attached(const GUID& key);
 // The value of a request header; false when it is missing.
 [[nodiscard]] bool Header(const char* name, std::string* value);
 // The request's path as UTF-8, unescaped, with the module's location, without trailing "/"; empty

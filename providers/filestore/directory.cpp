@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/directory.h"
 
-#include <algorithm>
 #include <vector>
 
-#include "providers/filestore/callcontext.h"
 #include "providers/filestore/names.h"
+#include "providers/filestore/requeststate.h"
 
 namespace filestore::walked {
 
@@ -15,50 +14,46 @@ namespace {
 // ones, which are looked up again when the walk comes back to them.
 constexpr size_t kMost = 64;
 
-struct Offered {
-    const IKestIO_5* request;
-    std::weak_ptr<const Directory> directory;
-};
+using Open = std::vector<std::weak_ptr<const Directory>>;
 
-thread_local std::vector<Offered> t_offered;
-
-void DropReleased()
+void DropReleased(Open& open)
 {
-    while (!t_offered.empty() && t_offered.back().directory.expired())
-        t_offered.pop_back();
+    while (!open.empty() && open.back().expired())
+        open.pop_back();
 }
 
 } // namespace
 
 void Offer(const DirectoryRef& directory)
 {
-    const IKestIO_5* const request = call::Request();
-    if (!request)
+    RequestState* const state = RequestState::Current();
+    if (!state)
         return;
-    DropReleased();
-    if (t_offered.size() == kMost)
-        t_offered.erase(t_offered.begin());
-    t_offered.push_back({request, directory});
+    DropReleased(state->open);
+    if (state->open.size() == kMost)
+        state->open.erase(state->open.begin());
+    state->open.push_back(directory);
 }
 
 DirectoryRef Find(const Volume& volume, std::string_view path)
 {
-    DropReleased();
-    if (t_offered.empty())
+    RequestState* const state = RequestState::Find();
+    if (!state)
         return nullptr;
-    const IKestIO_5* const request = call::Request();
-    for (auto each = t_offered.rbegin(); each != t_offered.rend(); ++each)
-        if (each->request == request)
-            if (DirectoryRef held = each->directory.lock();
-                held && held->volume == &volume && held->path == path)
-                return held;
+    DropReleased(state->open);
+    for (auto each = state->open.rbegin(); each != state->open.rend(); ++each)
+        if (DirectoryRef held = each->lock(); held && held->volume == &volume && held->path == path)
+            return held;
     return nullptr;
 }
 
 void Forget(const Volume& volume, std::string_view path)
 {
-    std::erase_if(t_offered, [&](const Offered& each) {
-        const DirectoryRef held = each.directory.lock();
+    RequestState* const state = RequestState::Find();
+    if (!state)
+        return;
+    std::erase_if(state->open, [&](const std::weak_ptr<const Directory>& each) {
+        const DirectoryRef held = each.lock();
         return !held || (held->volume == &volume && IsWithin(held->path, path));
     });
 }

@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include <kest/io.h>
+#include <kest/types.h>
 
 #include "providers/filestore/filesystem.h"
 
@@ -34,8 +34,8 @@ struct Directory {
 
 using DirectoryRef = std::shared_ptr<const Directory>;
 
-// The directories that the running request has open as collections. Each thread has its own: a
-// request is worked on by one. None is offered while no request runs.
+// The directories that the running request has open as collections (RequestState). None is offered
+// while no request runs.
 namespace walked {
 
 // Lets later look-ups of the running request find the directory, for as long as somebody holds it.

@@ -3,112 +3,89 @@
 
 #include <utility>
 
-#include "providers/filestore/callcontext.h"
+#include "providers/filestore/requeststate.h"
 
 namespace filestore::recent {
 
-namespace {
-
-struct Slot {
-    ~Slot() { Close(); }
-    void Close()
-    {
-        if (file != kNoFile)
-            volume->Fs().Close(std::exchange(file, kNoFile));
-        directory.reset();
-        failure = TAL_STATUS_SUCCESS;
-        isLook = false;
-    }
-    // Notes what is kept. False when no request runs.
-    bool Keep(const Target& target, const FileInfo& about)
-    {
-        Close();
-        request = call::Request();
-        if (!request)
-            return false;
-        path = target.path.View();
-        volume = target.volume;
-        info = about;
-        return true;
-    }
-    bool IsFor(const Target& target) const
-    {
-        return volume == target.volume && path == target.path.View() && request == call::Request();
-    }
-    const IKestIO_5* request = nullptr;
-    Volume* volume = nullptr;
-    std::string path;          // keeps its room from request to request
-    FileHandle file = kNoFile; // this one or
-    DirectoryRef directory;    // that one, or none
-    TALSTATUS failure = TAL_STATUS_SUCCESS;
-    bool isLook = false; // none, but `info` is good
-    FileInfo info;
-};
-
-thread_local Slot t_slot;
-
-} // namespace
-
 void Keep(const Target& target, OpenFile file, const FileInfo& info)
 {
-    if (t_slot.Keep(target, info))
-        t_slot.file = file.Detach();
+    if (RequestState* const state = RequestState::Current()) {
+        state->found.Note(target, info);
+        state->found.file = file.Detach();
+    }
 }
 
 void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& info)
 {
-    if (t_slot.Keep(target, info))
-        t_slot.directory = std::move(directory);
+    if (RequestState* const state = RequestState::Current()) {
+        state->found.Note(target, info);
+        state->found.directory = std::move(directory);
+    }
 }
 
 void KeepLook(const Target& target, const FileInfo& info)
 {
-    t_slot.isLook = t_slot.Keep(target, info);
+    if (RequestState* const state = RequestState::Current()) {
+        state->found.Note(target, info);
+        state->found.isLook = true;
+    }
 }
 
 bool Take(const Target& target, OpenFile* file, FileInfo* info)
 {
-    if ((t_slot.file == kNoFile && !t_slot.isLook) || !t_slot.IsFor(target)) {
-        t_slot.Close();
+    RequestState* const state = RequestState::Find();
+    if (!state)
+        return false;
+    RequestState::Found& found = state->found;
+    if ((found.file == kNoFile && !found.isLook) || !found.IsFor(target)) {
+        found.Close();
         return false;
     }
-    *file = OpenFile(target.volume->Fs(), std::exchange(t_slot.file, kNoFile));
-    *info = t_slot.info;
-    t_slot.isLook = false;
+    *file = OpenFile(target.volume->Fs(), std::exchange(found.file, kNoFile));
+    *info = found.info;
+    found.isLook = false;
     return true;
 }
 
 bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info)
 {
-    if (!t_slot.directory || !t_slot.IsFor(target)) {
-        t_slot.Close();
+    RequestState* const state = RequestState::Find();
+    if (!state)
+        return false;
+    RequestState::Found& found = state->found;
+    if (!found.directory || !found.IsFor(target)) {
+        found.Close();
         return false;
     }
-    *directory = std::move(t_slot.directory);
-    *info = t_slot.info;
+    *directory = std::move(found.directory);
+    *info = found.info;
     return true;
 }
 
 bool KeepFailure(const Target& target, TALSTATUS status)
 {
-    if (!t_slot.Keep(target, {}))
+    RequestState* const state = RequestState::Current();
+    if (!state)
         return false;
-    t_slot.failure = status;
+    state->found.Note(target, {});
+    state->found.failure = status;
     return true;
 }
 
 TALSTATUS TakeFailure(const Target& target)
 {
-    if (!Failed(t_slot.failure))
+    RequestState* const state = RequestState::Find();
+    if (!state || !Failed(state->found.failure))
         return TAL_STATUS_SUCCESS;
-    const TALSTATUS status = t_slot.IsFor(target) ? t_slot.failure : TAL_STATUS_SUCCESS;
-    t_slot.Close();
+    const TALSTATUS status = state->found.IsFor(target) ? state->found.failure : TAL_STATUS_SUCCESS;
+    state->found.Close();
     return status;
 }
 
 void Drop()
 {
-    t_slot.Close();
+    if (RequestState* const state = RequestState::Find())
+        state->found.Close();
 }
 
 } // namespace filestore::recent

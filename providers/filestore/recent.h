@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The file that GetType opened last on this thread. The module asks for a path's type and then
-// opens it, in one request and with nothing in between; handing the open file over saves the second
-// walk down the path, which is a good part of what a small GET costs.
+// The file that the running request's GetType opened last. The module asks for a path's type and
+// then opens it, in one request and with nothing in between; handing the open file over saves the
+// second walk down the path, which is a good part of what a small GET costs.
 //
-// The hand-over is good for the very next operation of the store on this thread, for the same
-// request and the same path; every other operation drops it. So nothing is served from it that was
-// not opened by the running request itself.
+// The hand-over is good for the request's very next operation, and for the same path; every other
+// operation drops it. It belongs to the request (RequestState) and dies with it, so nothing is
+// served from it that was not opened by the running request itself.
 //
 // Where the look itself failed it is that failure: the path may well exist, and what is opened next
 // fails the same way, so that nobody is told that it is gone, or is something else.

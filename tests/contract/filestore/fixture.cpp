@@ -139,6 +139,28 @@ class ScriptedContext final : public IKestCallContext {
         t_request->failures.push_back(failure);
         return 0;
     }
+    TALSTATUS IsCancelled(BOOLEAN* cancelled) override
+    {
+        if (!t_request)
+            return TAL_STATUS_NOT_FOUND;
+        *cancelled = t_request->isCancelled && t_request->isCancelled() ? TRUE : FALSE;
+        return 0;
+    }
+    // The store is the only one that ties something, so the key tells nothing here.
+    TALSTATUS SetAttachment(const GUID*, IUnknown* object) override
+    {
+        if (!t_request)
+            return TAL_STATUS_NOT_FOUND;
+        t_request->attachment = Ref<IUnknown>::Share(object);
+        return 0;
+    }
+    TALSTATUS GetAttachment(const GUID*, IUnknown** object) override
+    {
+        if (!t_request)
+            return TAL_STATUS_NOT_FOUND;
+        *object = t_request->attachment.Get();
+        return 0;
+    }
 };
 
 // The signed-in user of the request that runs.
@@ -261,6 +283,7 @@ RunningRequest::RunningRequest(ScriptedRequest& request)
 
 RunningRequest::~RunningRequest()
 {
+    t_request->attachment = {};
     t_request = nullptr;
 }
 

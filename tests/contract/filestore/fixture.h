@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -48,9 +49,11 @@ struct ScriptedRequest {
     UINT32 bodyLeft = 0;
     std::vector<TALSTATUS> failures; // reported by components
     std::string user = "local";
+    std::function<bool()> isCancelled; // none: never
+    Ref<IUnknown> attachment;          // tied to it by the store
 };
 
-// Makes `request` the one that runs on this thread.
+// Makes `request` the one that runs on this thread; what the store tied to it goes at the end.
 class RunningRequest {
   public:
     explicit RunningRequest(ScriptedRequest& request);

@@ -633,6 +633,80 @@ TEST_F(Context, NamesTheRunningCallAndNoOther)
     EXPECT_EQ(Ask(kGet).status, 200);
 }
 
+// Counts its references; whoever made it owns one.
+class Counted final : public IUnknown {
+  public:
+    TALSTATUS QueryInterface(const GUID*, void** out) override
+    {
+        *out = nullptr;
+        return TAL_STATUS_NOT_SUPPORTED;
+    }
+    UINT32 AddRef() override { return ++references; }
+    UINT32 Release() override { return --references; }
+    std::atomic<UINT32> references{1};
+};
+
+TEST_F(Context, AttachedObjectsBelongToTheRequestAndGoWithIt)
+{
+    constexpr GUID kFirst{1, 2, 3, {4}};
+    constexpr GUID kSecond{5, 6, 7, {8}};
+    Counted first;
+    Counted second;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        IUnknown* found = &second;
+        EXPECT_EQ(Get()->GetAttachment(&kFirst, &found), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(found, nullptr) << "left by the request before";
+        EXPECT_EQ(Get()->SetAttachment(&kFirst, &first), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(Get()->SetAttachment(&kSecond, &second), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(Get()->GetAttachment(&kFirst, &found), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(found, &first);
+        EXPECT_EQ(Get()->SetAttachment(&kFirst, &second), TAL_STATUS_SUCCESS) << "in its place";
+        EXPECT_EQ(first.references, 1u);
+        EXPECT_EQ(second.references, 3u);
+        EXPECT_EQ(Get()->SetAttachment(&kFirst, nullptr), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(second.references, 2u);
+        return io.SendHeader(200);
+    };
+    Start();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(Ask(kGet).status, 200);
+        server->Stop(); // the handler releases them after its reply
+        EXPECT_EQ(first.references, 1u);
+        EXPECT_EQ(second.references, 1u);
+        Start();
+    }
+    server->Stop();
+}
+
+TEST_F(Context, AttachmentsAreBoundedAndCheckTheirArguments)
+{
+    Counted object;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        GUID key{};
+        for (key.Data1 = 1; key.Data1 <= 8; ++key.Data1)
+            EXPECT_EQ(Get()->SetAttachment(&key, &object), TAL_STATUS_SUCCESS);
+        EXPECT_EQ(Code(Get()->SetAttachment(&key, &object)), kCodeInsufficientResources);
+        EXPECT_EQ(object.references, 9u);
+        IUnknown* found = nullptr;
+        EXPECT_EQ(Code(Get()->SetAttachment(nullptr, &object)), kCodeInvalidParameter);
+        EXPECT_EQ(Code(Get()->GetAttachment(nullptr, &found)), kCodeInvalidParameter);
+        EXPECT_EQ(Code(Get()->GetAttachment(&key, nullptr)), kCodeInvalidParameter);
+        EXPECT_EQ(Code(Get()->IsCancelled(nullptr)), kCodeInvalidParameter);
+        return io.SendHeader(200);
+    };
+    Start();
+    EXPECT_EQ(Ask(kGet).status, 200);
+    GUID key{};
+    IUnknown* found = nullptr;
+    BOOLEAN cancelled = TRUE;
+    EXPECT_EQ(Code(Get()->SetAttachment(&key, &object)), kCodeNotFound) << "no request runs here";
+    EXPECT_EQ(Code(Get()->GetAttachment(&key, &found)), kCodeNotFound);
+    EXPECT_EQ(Code(Get()->IsCancelled(&cancelled)), kCodeNotFound);
+    EXPECT_FALSE(cancelled);
+    server->Stop(); // the handler releases the object after its reply
+    EXPECT_EQ(object.references, 1u);
+}
+
 TEST_F(Context, LateFailureTakesThePlaceOfASuccess)
 {
     int moment = 0;

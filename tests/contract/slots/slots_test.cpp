@@ -271,7 +271,9 @@ TEST(Slots, IKestCallContext)
 {
     ExpectOrder<IKestCallContext>(&IKestCallContext::GetRequest, &IKestCallContext::GetMethod,
                                   &IKestCallContext::IsBodyComplete,
-                                  &IKestCallContext::ReportFailure);
+                                  &IKestCallContext::ReportFailure, &IKestCallContext::IsCancelled,
+                                  &IKestCallContext::SetAttachment,
+                                  &IKestCallContext::GetAttachment);
 }
 
 TEST(Slots, IDirectory)
