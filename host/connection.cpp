@@ -4,8 +4,8 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <unistd.h>
 
+#include <cstring>
 #include <utility>
 
 #include "host/front.h"
@@ -59,24 +59,21 @@ bool IsXmlMethod(UINT32 method) noexcept
 
 } // namespace
 
-Connection::Connection(Front& front, int fd, const sockaddr_storage& peer, const Live& live)
-    : front_(front), socket_(fd), transport_(fd, live.tls.get())
+Connection::Connection(Front& front, Descriptor socket, const sockaddr_storage& peer,
+                       const Live& live)
+    : front_(front), socket_(std::move(socket)), transport_(socket_.Number(), live.tls.get())
 {
     const int on = 1;
-    (void)setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // replies leave whole anyway
+    (void)setsockopt(socket_.Number(), IPPROTO_TCP, TCP_NODELAY, &on,
+                     sizeof on); // replies leave whole anyway
     const void* address =
         peer.ss_family == AF_INET6
             ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in6&>(peer).sin6_addr)
             : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
     if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
         remote_[0] = '-';
-    ticket_ = front_.poller.Add(fd, *this);
+    ticket_ = front_.poller.Reserve(*this);
     front_.Add(*this);
-}
-
-Connection::Socket::~Socket()
-{
-    close(fd);
 }
 
 Connection::~Connection()
@@ -87,13 +84,20 @@ Connection::~Connection()
     front_.poller.Remove(ticket_);
 }
 
-void Connection::Begin()
+void Connection::Begin() noexcept
 {
     SetDeadline(front_.Current().settings.limits.headTime);
-    // What has come already is told once more, to whoever is free: the listener must not wait for
-    // what its client asks for.
-    while (!Wait())
-        front_.poller.Expect(ticket_, socket_.fd, Poller::Interest::Input);
+    Watch();
+}
+
+// Whoever is free serves what has come already: the listener must not wait for what its client asks
+// for.
+void Connection::Watch() noexcept
+{
+    if (const int error = front_.poller.Watch(ticket_, socket_.Number())) {
+        TolmLog(kLogWarning, "kestd", std::strerror(error));
+        delete this;
+    }
 }
 
 void Connection::SetDeadline(milliseconds fromNow) noexcept
@@ -105,25 +109,25 @@ void Connection::ExpireIfDue(int64_t now) noexcept
 {
     int64_t due = deadline_.load(std::memory_order_relaxed);
     if (due > 0 && due <= now && deadline_.compare_exchange_strong(due, -1))
-        (void)shutdown(socket_.fd, SHUT_RD); // makes the wait end
+        (void)shutdown(socket_.Number(), SHUT_RD); // makes the wait end
 }
 
 void Connection::ExpireIfIdle() noexcept
 {
     int64_t due = deadline_.load(std::memory_order_relaxed);
     if (isIdle_ && due > 0 && deadline_.compare_exchange_strong(due, -1))
-        (void)shutdown(socket_.fd, SHUT_RD);
+        (void)shutdown(socket_.Number(), SHUT_RD);
 }
 
 void Connection::Abort() noexcept
 {
-    (void)shutdown(socket_.fd, SHUT_RDWR);
+    (void)shutdown(socket_.Number(), SHUT_RDWR);
 }
 
 void Connection::Expect(Poller::Interest interest) noexcept
 {
     if (interest_ != interest)
-        front_.poller.Expect(ticket_, socket_.fd, interest);
+        front_.poller.Expect(ticket_, socket_.Number(), interest);
     interest_ = interest;
 }
 
@@ -421,8 +425,7 @@ void Connection::TurnAway()
     StartLinger();
     lingerEnd_ = NowMs() + 1000;
     deadline_.store(lingerEnd_, std::memory_order_relaxed);
-    if (!Wait())
-        OnReady(true);
+    Watch();
 }
 
 } // namespace kestd

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "host/buffer.h"
+#include "host/descriptor.h"
 #include "host/poller.h"
 #include "host/transport.h"
 
@@ -26,13 +27,14 @@ struct Live;
 // are said. Deletes itself.
 class Connection final : public Watched, public WaitWatcher {
   public:
-    // Takes the socket. Throws std::bad_alloc or std::system_error; the socket is closed then.
-    Connection(Front& front, int fd, const sockaddr_storage& peer, const Live& live);
+    // Throws std::bad_alloc.
+    Connection(Front& front, Descriptor socket, const sockaddr_storage& peer, const Live& live);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    void Begin();
+    // Serves the client from here on.
+    void Begin() noexcept;
     // Says 503 and goes: there are too many connections.
     void TurnAway();
 
@@ -51,14 +53,7 @@ class Connection final : public Watched, public WaitWatcher {
   private:
     enum class State { Head, Body, Linger };
     enum class Step { Again, Wait, Close };
-    struct Socket {
-        explicit Socket(int number) noexcept : fd(number) {}
-        ~Socket();
-        Socket(const Socket&) = delete;
-        Socket& operator=(const Socket&) = delete;
-        const int fd;
-    };
-
+    void Watch() noexcept;
     bool Wait();
     void Expect(Poller::Interest interest) noexcept;
     void Run(bool mayHaveEnded);
@@ -75,7 +70,7 @@ class Connection final : public Watched, public WaitWatcher {
     void SetDeadline(std::chrono::milliseconds fromNow) noexcept;
 
     Front& front_;
-    Socket socket_;
+    const Descriptor socket_;
     Poller::Ticket ticket_;
     Poller::Interest interest_ = Poller::Interest::Input;
     Transport transport_;

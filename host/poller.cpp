@@ -122,7 +122,7 @@ Poller::Slot& Poller::SlotOf(Ticket ticket) const noexcept
         std::memory_order_acquire)[place & ((1U << kSlotBits) - 1)];
 }
 
-Poller::Ticket Poller::Add(int fd, Watched& watched)
+Poller::Ticket Poller::Reserve(Watched& watched)
 {
     uint32_t place = 0;
     {
@@ -148,10 +148,34 @@ Poller::Ticket Poller::Add(int fd, Watched& watched)
     const Ticket ticket = uint64_t{generation} << kPlaceBits | place;
     slot.watched = &watched;
     slot.word.store(Word(ticket, kHeld), std::memory_order_release);
+    return ticket;
+}
+
+bool Poller::Register(Ticket ticket, int fd) noexcept
+{
     epoll_event event{};
     event.events = EPOLLIN | EPOLLRDHUP | EPOLLET;
     event.data.u64 = ticket;
-    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) != 0) {
+    return epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
+// Free before it is known to the set: whoever gets the first event finds nobody who holds, so the
+// caller need not look again.
+int Poller::Watch(Ticket ticket, int fd) noexcept
+{
+    std::atomic<uint64_t>& word = SlotOf(ticket).word;
+    word.store(Word(ticket, kFree), std::memory_order_release);
+    if (Register(ticket, fd))
+        return 0;
+    const int error = errno;
+    word.store(Word(ticket, kHeld), std::memory_order_relaxed);
+    return error;
+}
+
+Poller::Ticket Poller::Add(int fd, Watched& watched)
+{
+    const Ticket ticket = Reserve(watched);
+    if (!Register(ticket, fd)) {
         const int error = errno;
         Remove(ticket);
         throw std::system_error(error, std::generic_category(), "epoll");

@@ -39,8 +39,14 @@ class Poller {
     Poller(const Poller&) = delete;
     Poller& operator=(const Poller&) = delete;
 
-    // Registers a descriptor for input. The calling thread holds `watched`. Throws std::bad_alloc
-    // or std::system_error.
+    // Names `watched`, which the calling thread holds; nothing comes for it before Watch. Throws
+    // std::bad_alloc.
+    Ticket Reserve(Watched& watched);
+    // For the holder, once: lets go and has the descriptor watched for input, in one step. What has
+    // come already is told. After 0 the caller must not touch the object any more; after an error
+    // (an errno value) it still holds, and nobody will come.
+    [[nodiscard]] int Watch(Ticket ticket, int fd) noexcept;
+    // Both, for a caller that goes on holding. Throws std::bad_alloc or std::system_error.
     Ticket Add(int fd, Watched& watched);
     // For the holder: forgets the registration. Before the descriptor is closed.
     void Remove(Ticket ticket) noexcept;
@@ -79,6 +85,7 @@ class Poller {
     static constexpr size_t kChunks = 4096;
 
     Slot& SlotOf(Ticket ticket) const noexcept;
+    bool Register(Ticket ticket, int fd) noexcept;
     void Dispatch(uint64_t event) noexcept;
     uint64_t Steal() noexcept;
     uint64_t TakePoked() noexcept;

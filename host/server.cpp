@@ -6,7 +6,6 @@
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <condition_variable>
@@ -139,21 +138,13 @@ std::shared_ptr<const Live> MakeLive(const ServerSettings& settings, std::string
 // One listening socket.
 class Listener final : public Watched {
   public:
-    // Takes the socket. Throws std::bad_alloc or std::system_error; the socket is closed then.
-    Listener(Front& front, int fd) : front_(front), fd_(fd)
+    // Throws std::bad_alloc or std::system_error.
+    Listener(Front& front, Descriptor socket)
+        : front_(front), socket_(std::move(socket)),
+          ticket_(front_.poller.Add(socket_.Number(), *this))
     {
-        try {
-            ticket_ = front_.poller.Add(fd, *this);
-        } catch (...) {
-            close(fd);
-            throw;
-        }
     }
-    ~Listener()
-    {
-        front_.poller.Remove(ticket_);
-        close(fd_);
-    }
+    ~Listener() { front_.poller.Remove(ticket_); }
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
@@ -166,7 +157,7 @@ class Listener final : public Watched {
     }
     // From any thread: refuses new connections from now on. The socket itself stays until the
     // listener goes, so that nobody else gets its number meanwhile.
-    void Close() { (void)shutdown(fd_, SHUT_RDWR); }
+    void Close() { (void)shutdown(socket_.Number(), SHUT_RDWR); }
 
     void OnReady(bool) noexcept override
     {
@@ -185,9 +176,10 @@ class Listener final : public Watched {
         for (int i = 0; i < kAcceptBatch; ++i) {
             sockaddr_storage peer{};
             socklen_t size = sizeof peer;
-            const int fd = accept4(fd_, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
-            if (fd >= 0) {
-                Welcome(fd, peer);
+            Descriptor client(
+                accept4(socket_.Number(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
+            if (client.Number() >= 0) {
+                Welcome(std::move(client), peer);
             } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 // The connection stays in the queue; asking again at once would spin.
                 if (const int64_t now = NowMs(); now >= saysAgain_) {
@@ -204,17 +196,16 @@ class Listener final : public Watched {
         return true;
     }
 
-    void Welcome(int fd, const sockaddr_storage& peer)
+    void Welcome(Descriptor client, const sockaddr_storage& peer)
     {
         const Live& live = front_.Current();
         const size_t limit = live.settings.limits.connections;
         const size_t open = front_.ConnectionCount();
-        if (open >= limit + std::min(kTurnedAway, limit / 4 + 8)) {
-            close(fd);
+        if (open >= limit + std::min(kTurnedAway, limit / 4 + 8))
             return;
-        }
         try {
-            auto* connection = new Connection(front_, fd, peer, live); // deletes itself
+            // deletes itself
+            auto* connection = new Connection(front_, std::move(client), peer, live);
             if (open >= limit)
                 connection->TurnAway();
             else
@@ -225,8 +216,8 @@ class Listener final : public Watched {
     }
 
     Front& front_;
-    const int fd_;
-    Poller::Ticket ticket_ = 0;
+    const Descriptor socket_;
+    const Poller::Ticket ticket_;
     std::atomic<bool> isPaused_{false}; // no memory, or no number for another descriptor
     int64_t saysAgain_ = 0;
 };
@@ -268,7 +259,8 @@ std::string Server::Impl::Listen(const ListenAddress& where)
     socklen_t size = 0;
     if (!FillAddress(where, address, size))
         return "cannot listen on " + where.address + ": not a numeric address";
-    const int fd = socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    Descriptor listening(socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const int fd = listening.Number();
     if (fd < 0)
         return Reason("cannot listen on", where, errno);
     const int on = 1;
@@ -277,16 +269,13 @@ std::string Server::Impl::Listen(const ListenAddress& where)
         (void)setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
         listen(fd, SOMAXCONN) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        const int error = errno;
-        close(fd);
-        return Reason("cannot listen on", where, error);
-    }
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        return Reason("cannot listen on", where, errno);
     const uint16_t port = address.ss_family == AF_INET6
                               ? reinterpret_cast<const sockaddr_in6&>(address).sin6_port
                               : reinterpret_cast<const sockaddr_in&>(address).sin_port;
     addresses_.push_back({where.address, ntohs(port)});
-    listeners_.push_back(std::make_unique<Listener>(front_, fd));
+    listeners_.push_back(std::make_unique<Listener>(front_, std::move(listening)));
     return {};
 }
 

@@ -12,3 +12,8 @@ kest_test(host_contract
     ${CMAKE_CURRENT_LIST_DIR}/store_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/tls_test.cpp
   LIBS kestd_front tolm OpenSSL::SSL Threads::Threads)
+
+# A program of its own: it takes the place of the allocator and of epoll_ctl.
+kest_test(host_accept
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/accept_test.cpp
+  LIBS kestd_front tolm OpenSSL::SSL Threads::Threads)
