@@ -329,6 +329,8 @@ Connection::Step Connection::CallModule()
     }
     if (request.method == KestMethodCopy || request.method == KestMethodMove)
         ClearMootOverwrite(request, front_);
+    if (request.HasFailed()) // what there is could not be looked at
+        return EndRequest();
     const CallScope scope(request);
     do {
         (void)front_.module->RequestHandler(&request, request.admission.session,

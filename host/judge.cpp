@@ -2,6 +2,7 @@
 #include "host/judge.h"
 
 #include "host/browser_safety.h"
+#include "host/failures.h"
 #include "host/method.h"
 #include "host/relocation.h"
 #include "host/text.h"
@@ -239,9 +240,7 @@ Route Decide(RequestIo& request, Front& front, const Live& live)
 
 void AnswerError(RequestIo& request, int status)
 {
-    std::string text = std::to_string(status);
-    text.append(" ").append(ReasonPhrase(status)).append("\n");
-    AnswerText(request, status, "text/plain; charset=utf-8", text);
+    AnswerText(request, status, kErrorType, ErrorText(status));
 }
 
 } // namespace kestd

@@ -68,6 +68,8 @@ bool MeetsPreconditions(RequestIo& request, Front& front)
 
     Probe probe(request, request.target.path, KestMethodHead);
     probe.Run(front, request.admission.session);
+    if (request.HasFailed())
+        return false; // nobody knows; the failure is what the client hears of
     const bool exists = probe.Status() == 200;
     request.isKnownNew = !exists;
     if (match) {

@@ -146,8 +146,13 @@ TALSTATUS Probe::SendHeader(HTTPSTATUS status)
 {
     if (status_)
         return Failure(kCodeInvalidRequest);
-    status_ = Failed(failure_) ? static_cast<int>(MapTalStatusToHttpStatus(failure_)) : status;
+    status_ = status;
     return TAL_STATUS_SUCCESS;
+}
+
+void Probe::TakeFailure(TALSTATUS failure) noexcept
+{
+    behind_.TakeFailure(failure);
 }
 
 TALSTATUS Probe::SetRequestHeader(char*, UINT32, char*)
@@ -166,6 +171,7 @@ TALSTATUS Probe::SetReplyHeader(char* name, UINT32 length, char* value)
             lastModified_.assign(value, length);
         return TAL_STATUS_SUCCESS;
     } catch (const std::bad_alloc&) {
+        TakeFailure(Failure(kCodeInsufficientResources));
         return Failure(kCodeInsufficientResources);
     }
 }

@@ -27,7 +27,9 @@ class Probe final : public IKestIO_5, public RunningCall {
 
     // Has the module answer, in the session.
     void Run(Front& front, SCHANDLE session);
-    int Status() const noexcept { return status_; } // 0 when the handler sent none
+    // 0 when the handler sent none. A failure that a component reports is the request's: then this
+    // tells nothing.
+    int Status() const noexcept { return status_; }
     const std::string& LastModified() const noexcept { return lastModified_; } // empty: untold
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override;
@@ -65,7 +67,7 @@ class Probe final : public IKestIO_5, public RunningCall {
     IKestIO_5* Request() noexcept override { return this; }
     UINT32 Method() const noexcept override { return method_; }
     bool HasBodyArrived() const noexcept override { return true; }
-    void TakeFailure(TALSTATUS failure) noexcept override { failure_ = failure; }
+    void TakeFailure(TALSTATUS failure) noexcept override;
     bool IsCancelled() noexcept override;
 
   private:
@@ -73,7 +75,6 @@ class Probe final : public IKestIO_5, public RunningCall {
     const UINT32 method_;
     UINT32 references_ = 1;
     int status_ = 0;
-    TALSTATUS failure_ = 0;
     Arena arena_;
     std::string escaped_;
     std::string lastModified_;

@@ -144,6 +144,15 @@ bool Reply::Replace(int status, std::string_view type, std::string_view text)
     return true;
 }
 
+void Reply::Cut() noexcept
+{
+    if (isBroken_)
+        return;
+    isBroken_ = true;
+    if (mode_ == Mode::UntilClose)
+        transport_->ResetAtEnd();
+}
+
 bool Reply::Finish()
 {
     if (!status_)

@@ -48,6 +48,9 @@ class Reply {
     // Forgets headers and body, if nothing has left: another status and body take their place, and
     // what is appended from now on is dropped.
     bool Replace(int status, std::string_view type, std::string_view text);
+    // Ends the message where it is: nothing more is sent, and the connection closes in a way that
+    // no client can take for the end of the body.
+    void Cut() noexcept;
     // Sends what is left. True when another request may follow on the connection.
     bool Finish();
     // Another request must not follow, whatever the client wants.

@@ -8,6 +8,7 @@
 
 #include "host/browser_safety.h"
 #include "host/client_needs.h"
+#include "host/failures.h"
 #include "host/text.h"
 #include "host/utf.h"
 #include <kest/identifiers.h>
@@ -20,18 +21,6 @@ namespace {
 constexpr TALSTATUS Failure(UINT16 code) noexcept
 {
     return MakeStatus(kFacilityHost, code);
-}
-
-// The contract knows no exceptions; running out of memory is the only one in here.
-template <class F> TALSTATUS Guarded(F&& body) noexcept
-{
-    try {
-        return body();
-    } catch (const std::bad_alloc&) {
-        return Failure(kCodeInsufficientResources);
-    } catch (...) {
-        return Failure(kCodeUnsuccessful);
-    }
 }
 
 // Copies a text with its terminator into a caller's buffer; see IKestIO_3::GetRequestHeader.
@@ -110,6 +99,22 @@ TALSTATUS CopyWide(std::string_view text, UNICODE_STRING* out)
 
 } // namespace
 
+// The contract knows no exceptions; running out of memory is the only one in here. The module may
+// go on without what it asked for (a header, a piece of the reply), but what it says then is not
+// the whole truth.
+template <class F> TALSTATUS RequestIo::Guarded(F&& operation) noexcept
+{
+    try {
+        return operation();
+    } catch (const std::bad_alloc&) {
+        TakeFailure(Failure(kCodeInsufficientResources));
+        return Failure(kCodeInsufficientResources);
+    } catch (...) {
+        TakeFailure(Failure(kCodeUnsuccessful));
+        return Failure(kCodeUnsuccessful);
+    }
+}
+
 void RequestIo::Reset() noexcept
 {
     headText.Release();
@@ -166,20 +171,35 @@ const std::string_view* RequestIo::FindRequestHeader(std::string_view name)
     return &joined_.back().value;
 }
 
+// The first one counts, but a fault of the system comes before a refusal.
 void RequestIo::TakeFailure(TALSTATUS failure) noexcept
 {
-    if (!failure_ && Failed(failure))
+    if (Failed(failure) &&
+        (!failure_ || (HttpStatusOf(failure_) < 500 && HttpStatusOf(failure) >= 500)))
         failure_ = failure;
 }
 
-// A success that has not left yet gives way to a failure that was reported. False when there is
-// nothing to do or it is too late.
-bool RequestIo::ApplyFailure()
+// What the module says gives way to a failure that was reported: it may have taken for missing what
+// could not be looked at, and have left it out. While nothing has left, another reply takes the
+// place of its own; from then on the message is cut, so that nobody takes it for whole.
+void RequestIo::ApplyFailure()
 {
-    if (!failure_ || reply.Status() >= 300 || reply.HasLeft())
-        return false;
-    const int status = static_cast<int>(MapTalStatusToHttpStatus(failure_));
-    return reply.Replace(status >= 400 ? status : 500, {}, {});
+    if (!failure_)
+        return;
+    const int status = HttpStatusOf(failure_);
+    const int said = reply.Status();
+    if (reply.HasLeft())
+        reply.Cut();
+    else if (said < 300 || said == 404 || (status >= 500 && said != status))
+        TellFailure(status);
+}
+
+void RequestIo::TellFailure(int status)
+{
+    const bool isSeen = method == KestMethodGet || method == KestMethodPost; // in a browser
+    reply.Replace(status, kErrorType, isSeen ? ErrorText(status) : std::string());
+    if (status == 503)
+        reply.AddLateHeader("Retry-After", kRetrySeconds);
 }
 
 // Fits the reply to the range that the client wants. False when the module has to be asked again.
@@ -236,8 +256,6 @@ void RequestIo::SecureCookie()
 
 bool RequestIo::Finish()
 {
-    if (failure_ && reply.HasLeft())
-        reply.Close(); // all that can still be told is that something went wrong
     ApplyFailure();
     if (body.IsOverLimit() && reply.Status() >= 400)
         reply.Replace(413, {}, {}); // the contract has no status of that meaning
@@ -457,8 +475,7 @@ TALSTATUS RequestIo::Write(UINT32 size, UINT8* data)
     return Guarded([&] {
         if (mustAskAgain_)
             return Failure(kCodeUnsuccessful);
-        if (!reply.HasLeft())
-            ApplyFailure();
+        ApplyFailure();
         bool isOver = false;
         const std::string_view piece =
             range.Cut({reinterpret_cast<const char*>(data), size}, isOver);

@@ -64,6 +64,8 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     // After the handler: custom error texts, failures that came late, and the end of the reply.
     // True when another request may follow.
     bool Finish();
+    // Whether a failure was reported, so that nothing that the handler says can be taken for true.
+    bool HasFailed() const noexcept { return failure_ != 0; }
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override;
     UINT32 AddRef() override { return ++references_; }
@@ -104,12 +106,14 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     bool IsCancelled() noexcept override { return reply.IsBroken(); }
 
   private:
-    bool ApplyFailure();
+    template <class F> TALSTATUS Guarded(F&& operation) noexcept;
+    void ApplyFailure();
+    void TellFailure(int status);
     bool FitRange(HTTPSTATUS& status);
     void SecureCookie();
 
     UINT32 references_ = 1;
-    TALSTATUS failure_ = 0; // reported late, 0 is none
+    TALSTATUS failure_ = 0; // reported by a component, 0 is none
     bool mustAskAgain_ = false;
     int customStatus_ = 0;
     std::string_view customText_;

@@ -254,4 +254,10 @@ void Transport::EndSending()
     (void)shutdown(fd_, SHUT_WR); // fails when the client is gone, which is as good
 }
 
+void Transport::ResetAtEnd() noexcept
+{
+    const linger atOnce{1, 0};
+    (void)setsockopt(fd_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce); // cannot fail
+}
+
 } // namespace kestd

@@ -57,6 +57,8 @@ class Transport {
     bool WantsToSend() const noexcept { return wantsToSend_; }
     // Tells the client that nothing more will be sent.
     void EndSending();
+    // Makes the end of the connection an error for the client. Before the descriptor is closed.
+    void ResetAtEnd() noexcept;
 
   private:
     bool SendPlain(iovec* pieces, int count, std::chrono::milliseconds stall, WaitWatcher& watcher);

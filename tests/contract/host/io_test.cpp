@@ -730,9 +730,9 @@ TEST_F(Context, LateFailureTakesThePlaceOfASuccess)
         const Answer answer = Ask(kGet);
         EXPECT_EQ(answer.status, 507) << moment;
         EXPECT_EQ(answer.Header("ETag"), "(none)");
-        EXPECT_EQ(answer.body, "");
+        EXPECT_EQ(answer.body, "507 Insufficient Storage\n");
     }
-    EXPECT_EQ(Ask(kGet).status, 404);
+    EXPECT_EQ(Ask(kGet).status, 507); // what could not be looked at is not missing
     ++moment;
     EXPECT_EQ(Ask(kGet).status, 201);
 }
