@@ -41,6 +41,8 @@ class Doorkeeper {
     // Judges a request and holds its session open. Thread-safe; may take the time of one password
     // hash when the credentials are not in the cache.
     virtual Admission Admit(const Visitor& visitor) = 0;
+    // Whether anybody is let in, whatever he shows. Thread-safe, without a lock.
+    virtual bool IsOpen() const noexcept { return false; }
     // The request is over: gives the hold on a granted session back.
     virtual void Leave(SCHANDLE session) = 0;
 };

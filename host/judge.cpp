@@ -37,6 +37,27 @@ int ReadHost(RequestIo& request, const Live& live)
     return 0;
 }
 
+// Whether a request without credentials may be served under the name it asks for. A page of another
+// site reaches this machine by letting its own name lead to a loopback address; browsers then take
+// what is served here for that site's own.
+bool IsOwnName(std::string_view host, const Live& live)
+{
+    std::string_view name;
+    std::string_view port;
+    SplitHost(host, name, port);
+    return IsLoopbackHost(name) ||
+           (!live.publicHost.empty() && EqualsIgnoringCase(name, live.publicHost));
+}
+
+bool IsMisdirected(const RequestIo& request, const Front& front, const Live& live)
+{
+    if (!front.doorkeeper.IsOpen())
+        return false;
+    const Field* host = request.head.Find("Host");
+    return (host && !IsOwnName(host->value, live)) ||
+           (!request.target.host.empty() && !IsOwnName(request.target.host, live));
+}
+
 bool IsAncestorOf(std::string_view path, std::string_view location) noexcept
 {
     while (path.size() > 1 && path.back() == '/')
@@ -210,6 +231,10 @@ bool WantsKeepAlive(const RequestHead& head) noexcept
 
 Route Decide(RequestIo& request, Front& front, const Live& live)
 {
+    if (IsMisdirected(request, front, live)) {
+        AnswerError(request, 421);
+        return Route::Refused;
+    }
     const Target& target = request.target;
     if (target.isAsterisk) {
         if (request.method != KestMethodOptions) {

@@ -327,6 +327,10 @@ std::string_view ReasonPhrase(int status) noexcept
         return "Content Too Large";
     case 414:
         return "URI Too Long";
+    case 421:
+        return "Misdirected Request";
+    case 429:
+        return "Too Many Requests";
     case 415:
         return "Unsupported Media Type";
     case 416:

@@ -193,6 +193,28 @@ void SplitHost(std::string_view text, std::string_view& name, std::string_view& 
     port = colon == std::string_view::npos ? std::string_view() : text.substr(colon + 1);
 }
 
+bool IsLoopbackHost(std::string_view name) noexcept
+{
+    constexpr std::string_view kName = "localhost";
+    if (name.size() > 1 && name.back() == '.') // the same name, fully qualified
+        name.remove_suffix(1);
+    if (name.size() >= kName.size() &&
+        EqualsIgnoringCase(name.substr(name.size() - kName.size()), kName))
+        return name.size() == kName.size() || name[name.size() - kName.size() - 1] == '.';
+    char text[INET6_ADDRSTRLEN] = {};
+    const bool isBracketed = name.size() > 2 && name.front() == '[' && name.back() == ']';
+    if (isBracketed)
+        name = name.substr(1, name.size() - 2);
+    if (name.size() >= sizeof text)
+        return false;
+    std::memcpy(text, name.data(), name.size());
+    in6_addr six{};
+    if (isBracketed)
+        return inet_pton(AF_INET6, text, &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
+    in_addr four{};
+    return inet_pton(AF_INET, text, &four) == 1 && (ntohl(four.s_addr) >> 24) == 127;
+}
+
 bool TakeOrigin(std::string_view& url, std::string_view& scheme, std::string_view& host) noexcept
 {
     const size_t colon = url.find(':');

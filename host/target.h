@@ -34,6 +34,10 @@ bool IsValidHost(std::string_view text) noexcept;
 // Splits a valid host[:port]; the port is empty when there is none. Brackets stay.
 void SplitHost(std::string_view text, std::string_view& name, std::string_view& port) noexcept;
 
+// Whether a host's name or address, as SplitHost gives it, can be nothing but this machine:
+// "localhost" and the names below it (RFC 6761 section 6.3), 127.0.0.0/8, [::1].
+bool IsLoopbackHost(std::string_view name) noexcept;
+
 // Takes "scheme://host[:port]" off an absolute URL and leaves the rest in `url` (which may be
 // empty). False for anything else, schemes other than http, https, webdav and webdavs included:
 // WebDAV clients use the latter for the former.

@@ -32,6 +32,7 @@ class Gatekeeper final : public Doorkeeper {
     // closed door: a users file that is emptied later locks everybody out.
     void RequireCredentials(bool required) { isOpen_ = !required; }
     bool RequiresCredentials() const { return !isOpen_; }
+    bool IsOpen() const noexcept override { return isOpen_; }
 
     Admission Admit(const Visitor& visitor) override;
     void Leave(SCHANDLE session) override;

@@ -279,7 +279,7 @@ class Download(ServerCase):
     def test_pipelined_requests_are_answered_in_order(self):
         with self.server.connect() as sock:
             sock.sendall(b"".join(
-                b"GET %s HTTP/1.1\r\nHost: h\r\nRange: bytes=%d-%d\r\n%s\r\n"
+                b"GET %s HTTP/1.1\r\nHost: localhost\r\nRange: bytes=%d-%d\r\n%s\r\n"
                 % (self.path("thousand.bin").encode(), i, i + 9,
                    b"Connection: close\r\n" if i == 99 else b"")
                 for i in range(100)))

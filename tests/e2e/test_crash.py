@@ -192,7 +192,7 @@ class PowerCut(ServerCase):
     def accepts(self):
         try:
             with socket.create_connection(("127.0.0.1", self.server.port), 5) as sock:
-                sock.sendall(b"OPTIONS / HTTP/1.1\r\nHost: h\r\n\r\n")
+                sock.sendall(b"OPTIONS / HTTP/1.1\r\nHost: localhost\r\n\r\n")
                 return sock.recv(100) != b""
         except OSError:
             time.sleep(0.01)

@@ -89,7 +89,8 @@ class Slow(ServerCase):
 
     def test_2000_trickling_heads_do_not_keep_a_normal_client_waiting(self):
         before = self.server.threads()
-        slow = open_many(self.server, 2000, b"GET /Ferro/docs/ HTTP/1.1\r\nHost: h\r\nX-Slow: ")
+        slow = open_many(self.server, 2000,
+                         b"GET /Ferro/docs/ HTTP/1.1\r\nHost: localhost\r\nX-Slow: ")
         try:
             self.trickle(slow[::2])
             self.assertLess(self.normal_client(), 15.0)
@@ -117,7 +118,7 @@ class Slow(ServerCase):
 
     def test_slow_bodies_leave_room_for_others(self):
         # Small announced bodies that never come: no thread may be lost to them.
-        request = (f"PUT {url_path('docs', 'never')} HTTP/1.1\r\nHost: h\r\n"
+        request = (f"PUT {url_path('docs', 'never')} HTTP/1.1\r\nHost: localhost\r\n"
                    "Content-Length: 1000\r\n\r\nabc").encode()
         slow = open_many(self.server, 300, request)
         try:
@@ -132,7 +133,7 @@ class Idle(ServerCase):
 
     def test_5000_idle_connections_cost_little_and_harm_nobody(self):
         self.tree.write("small", b"small")
-        request = (f"HEAD {url_path('docs', 'small')} HTTP/1.1\r\nHost: h\r\n\r\n").encode()
+        request = (f"HEAD {url_path('docs', 'small')} HTTP/1.1\r\nHost: localhost\r\n\r\n").encode()
         # One round first, so that what is made once is not counted.
         for sock in open_many(self.server, 50, request):
             sock.recv(4096)
@@ -193,7 +194,8 @@ class FewDescriptors(ServerCase):
                      "the server to turn away", 30)
             kept = next(sock for sock in idle if not select.select([sock], [], [], 0)[0])
             for _ in range(20):
-                kept.sendall(f"GET {url_path('docs', 'file')} HTTP/1.1\r\nHost: h\r\n\r\n".encode())
+                kept.sendall((f"GET {url_path('docs', 'file')} HTTP/1.1\r\n"
+                              "Host: localhost\r\n\r\n").encode())
                 got = b""
                 while not got.endswith(pattern(100_000)[-100:]):
                     part = kept.recv(65536)

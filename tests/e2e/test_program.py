@@ -199,7 +199,7 @@ class Tls(ServerCase):
                 self.assertIn(server.url("docs", "tls").encode(), reply.out)
                 # Plain text on that port gets no file.
                 with socket.create_connection(("127.0.0.1", server.port), 30) as sock:
-                    sock.sendall(b"GET /Ferro/docs/tls HTTP/1.1\r\nHost: h\r\n\r\n")
+                    sock.sendall(b"GET /Ferro/docs/tls HTTP/1.1\r\nHost: localhost\r\n\r\n")
                     self.assertNotIn(b"200 OK", harness.read_all(sock))
                 self.certificate(own, "second")
                 server.process.send_signal(signal.SIGHUP)

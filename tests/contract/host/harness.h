@@ -65,7 +65,9 @@ class ScriptedDoor final : public Doorkeeper {
         return admission;
     };
     std::atomic<int> inside{0};
+    std::atomic<bool> isOpen{false};
 
+    bool IsOpen() const noexcept override { return isOpen; }
     Admission Admit(const Visitor& visitor) override
     {
         Admission admission = judge(visitor);

@@ -234,6 +234,67 @@ TEST_F(Rules, AncestorsOfADeeperLocationAreCollections)
     EXPECT_EQ(module.calls, 0);
 }
 
+// A page elsewhere must not reach a server that asks for no password by letting its own name lead
+// to this machine.
+TEST_F(Rules, WithoutUsersOnlyNamesOfThisMachineAreServed)
+{
+    ServerSettings settings = QuietSettings();
+    settings.publicUrl = "https://Files.example.org:8443";
+    door.isOpen = true;
+    Start(settings);
+    static constexpr const char* kOwn[] = {
+        "localhost",
+        "LOCALHOST:8080",
+        "localhost.",
+        "a.b.localhost:1",
+        "127.0.0.1",
+        "127.255.255.254:65535",
+        "[::1]",
+        "[::1]:8080",
+        "[0:0::1]:80",
+        "files.example.org",
+        "FILES.example.ORG",
+        "files.example.org:80",
+    };
+    static constexpr const char* kOthers[] = {
+        "evil.example",      "localhost.evil.example",
+        "notlocalhost",      "127.0.0.1.evil.example",
+        "128.0.0.1",         "10.0.0.1",
+        "0.0.0.0",           "[::]",
+        "[::2]:80",          "x.files.example.org",
+        "example.org",       "127.1",
+        "2130706433",        "0x7f.0.0.1",
+        ".localhost.evil",   "localhost..",
+        "evil.example:8080",
+    };
+    Client client(port);
+    const auto ask = [&client](const char* method, const char* target, const std::string& host) {
+        return client
+            .Ask(std::string(method) + " " + target + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n")
+            .status;
+    };
+    for (const char* host : kOwn) {
+        EXPECT_EQ(ask("GET", "/Ferro/a", host), 200) << host;
+        EXPECT_EQ(ask("GET", (std::string("http://") + host + "/Ferro/a").c_str(), "localhost"),
+                  200)
+            << host;
+    }
+    const int served = module.calls;
+    for (const char* host : kOthers) {
+        for (const char* target : {"/Ferro/a", "/", "/Wharf/common.js", "/elsewhere"})
+            EXPECT_EQ(ask("GET", target, host), 421) << host << target;
+        EXPECT_EQ(ask("DELETE", "/Ferro/a", host), 421) << host;
+        EXPECT_EQ(ask("OPTIONS", "*", host), 421) << host;
+        EXPECT_EQ(ask("GET", (std::string("http://") + host + "/Ferro/a").c_str(), "localhost"),
+                  421)
+            << host;
+        EXPECT_EQ(ask("GET", "http://localhost/Ferro/a", host), 421) << host;
+    }
+    EXPECT_EQ(module.calls, served);
+    door.isOpen = false; // who has to sign in may use any name
+    EXPECT_EQ(ask("GET", "/Ferro/a", "evil.example"), 200);
+}
+
 TEST_F(Rules, DoorkeeperDecidesBeforeTheModule)
 {
     door.judge = [](const Visitor& visitor) {
