@@ -107,14 +107,13 @@ UINT32 KESTREQ_OBJECT::Release()
 namespace {
 
 // Asks for one text of the host's configuration and terminates it.
-template <size_t N>
 TALSTATUS ReadConfigText(IKestConfig* config, TALSTATUS (IKestConfig::*ask)(UINT32*, char*),
-                         char (&text)[N])
+                         char (&text)[kConfigTextBytes + 1])
 {
-    UINT32 length = N;
+    UINT32 length = kConfigTextBytes;
     const TALSTATUS status = (config->*ask)(&length, text);
     if (!Failed(status))
-        text[std::min<size_t>(length, N - 1)] = 0;
+        text[std::min(length, kConfigTextBytes)] = 0;
     return status;
 }
 

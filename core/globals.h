@@ -25,8 +25,10 @@ extern UINT64 g_StartupTime;     // stage one
 extern HANDLE g_hHandlerLock;    // stage one; guards g_HandlerList
 extern LIST_ENTRY g_HandlerList; // stage two, under g_hHandlerLock for writing
 
-extern char g_szHost[257];         // ModuleInit, NUL-terminated
-extern char g_szKestLocation[257]; // ModuleInit, NUL-terminated
+// The room that the host is offered for these; a byte for the terminator stands behind it.
+inline constexpr UINT32 kConfigTextBytes = 257;
+extern char g_szHost[kConfigTextBytes + 1];         // ModuleInit, NUL-terminated
+extern char g_szKestLocation[kConfigTextBytes + 1]; // ModuleInit, NUL-terminated
 
 // Stage two, under g_hModuleMutex; never re-read.
 extern UINT32 g_RWBlockSize;

@@ -23,8 +23,8 @@ IKestUtil* g_pIKestUtil;
 UINT64 g_StartupTime;
 HANDLE g_hHandlerLock;
 LIST_ENTRY g_HandlerList;
-char g_szHost[257];
-char g_szKestLocation[257];
+char g_szHost[kConfigTextBytes + 1];
+char g_szKestLocation[kConfigTextBytes + 1];
 
 pthread_mutex_t g_hModuleMutex = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<bool> g_bInitialized;
@@ -152,6 +152,15 @@ TALSTATUS KestDavStageTwo()
 
 // -- URI helpers.
 
+TALSTATUS RequestUrl(IKestIO_5* pKestIo, UNICODE_STRING** ppUrl)
+{
+    *ppUrl = nullptr;
+    const TALSTATUS status = pKestIo->GetUrl(nullptr, ppUrl);
+    if (Code(status) != 0)
+        return status;
+    return IsMissing(*ppUrl) ? TAL_STATUS_INVALID_PARAMETER : status;
+}
+
 UNICODE_STRING ProviderPath(const UNICODE_STRING& url)
 {
     // A moniker that has changed since the host learnt it may be longer than the path.
@@ -209,7 +218,7 @@ TALSTATUS ConvertUriToDavStoreUri(UNICODE_STRING* pSrcU, UNICODE_STRING* pDavUri
 TALSTATUS ConvertPathUriToDavStoreUri(IKestIO_5* pKestIo, UNICODE_STRING* pDavUriU)
 {
     UNICODE_STRING* url = nullptr;
-    if (const TALSTATUS status = pKestIo->GetUrl(nullptr, &url); Code(status) != 0)
+    if (const TALSTATUS status = RequestUrl(pKestIo, &url); Code(status) != 0)
         return status;
     UNICODE_STRING path = ProviderPath(*url);
     return ConvertUriToDavStoreUri(&path, pDavUriU);
@@ -285,7 +294,7 @@ TALSTATUS KestDavRequestHandler(IKestReq_2*, IKestIO_5* pKestIo, SCHANDLE hSessi
     if (!pKestIo)
         return TAL_STATUS_INVALID_PARAMETER;
     UNICODE_STRING* url = nullptr;
-    if (const TALSTATUS status = pKestIo->GetUrl(nullptr, &url); Code(status) != 0)
+    if (const TALSTATUS status = RequestUrl(pKestIo, &url); Code(status) != 0)
         return ReplyMapped(pKestIo, status);
 
     const UINT32 bytes = url->MaximumLength + kTerminatorBytes;

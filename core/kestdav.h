@@ -12,6 +12,15 @@
 // -- URI mapping and resolution. Callers hold g_hHandlerLock for reading (ProviderGuard) around a
 //    resolution and for as long as they use the entry.
 
+// The request's path, owned by the host. A host that succeeds without one has sent no path: code 4.
+[[nodiscard]] TALSTATUS RequestUrl(IKestIO_5* pKestIo, UNICODE_STRING** ppUrl);
+
+// True for a text that is missing, or names bytes that are not there.
+inline bool IsMissing(const UNICODE_STRING* text)
+{
+    return text == nullptr || (text->Length != 0 && text->Buffer == nullptr);
+}
+
 // True when the request path is as long as the moniker: the module's root. Only lengths count.
 inline bool IsMonikerRoot(const UNICODE_STRING& url)
 {

@@ -85,7 +85,7 @@ void IndexRequest::ReadArguments()
 {
     RequestBlock& block = block_[0];
     UNICODE_STRING* query = nullptr;
-    if (Code(block.context.pKestIo->GetUrlArguments(nullptr, &query)) != 0 || query == nullptr ||
+    if (Code(block.context.pKestIo->GetUrlArguments(nullptr, &query)) != 0 || IsMissing(query) ||
         query->Length == 0)
         return;
     // Arguments of more than 1024 bytes are cut.
@@ -140,7 +140,8 @@ TALSTATUS IndexRequest::ChooseMode(UNICODE_STRING* url)
     context.interfaceMode = SelectMode(context.pKestIo, block.agent);
 
     STRING* raw = nullptr;
-    if (Code(context.pKestIo->GetRawUrl(&raw)) != 0 || raw == nullptr)
+    if (Code(context.pKestIo->GetRawUrl(&raw)) != 0 || raw == nullptr ||
+        (raw->Length != 0 && raw->Buffer == nullptr))
         return TAL_STATUS_OPEN_FAILED;
     srcUrl_ = AllocPaged<char>(size_t{raw->Length} + 1);
     if (!srcUrl_)
@@ -169,8 +170,9 @@ TALSTATUS AppendToCookie(IKestIO_5* io, const char* attribute)
     UINT32 length = kIndexBuffer;
     Paged<char> value;
     TALSTATUS status;
+    UINT32 room;
     do {
-        const UINT32 room = length;
+        room = length;
         value = AllocPaged<char>(room + std::strlen(attribute) + 1);
         if (!value)
             return TAL_STATUS_INSUFFICIENT_RESOURCES;
@@ -178,7 +180,7 @@ TALSTATUS AppendToCookie(IKestIO_5* io, const char* attribute)
         if (Code(status) != kCodeBufferTooSmall || length <= room)
             break;
     } while (true);
-    if (Code(status) != 0)
+    if (Code(status) != 0 || length > room)
         return TAL_STATUS_SUCCESS;
     std::strcpy(value.get() + length, attribute);
     SetHeaderText(io, name, value.get());

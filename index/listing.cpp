@@ -178,7 +178,7 @@ void Listing::Write()
 TALSTATUS StoreUri::Convert(IKestIO_5* pKestIo, bool indexXml)
 {
     UNICODE_STRING* url = nullptr;
-    if (const TALSTATUS status = pKestIo->GetUrl(nullptr, &url); Code(status) != 0)
+    if (const TALSTATUS status = RequestUrl(pKestIo, &url); Code(status) != 0)
         return status;
     const size_t units = url->Length / sizeof(WCHAR);
     buffer_ = AllocPaged<WCHAR>(units + 1);

@@ -148,9 +148,8 @@ TALSTATUS KestDavDeleteCollection(KESTDAV_HANDLER* pHandler, SCHANDLE hSession, 
 
 TALSTATUS KestDavDeleteMultiStatusList(LIST_ENTRY* pMultiStatus)
 {
-    while (LIST_ENTRY* link = pITalpl->TalxRemoveHeadList(pMultiStatus)) {
-        static_assert(offsetof(DAV_STATUS_ENTRY, ListLink) == 0);
-        FreeListEntry(link);
-    }
+    static_assert(offsetof(DAV_STATUS_ENTRY, ListLink) == 0);
+    while (!pITalpl->TalxIsListEmpty(pMultiStatus))
+        FreeListEntry(pMultiStatus->Flink);
     return TAL_STATUS_SUCCESS;
 }

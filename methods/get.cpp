@@ -82,11 +82,11 @@ bool IsUnmodified(IKestIO_5* io, DAV_DATETIME modified)
     return modified - modified % kDateStep <= since;
 }
 
-// Reads the "Range" header. It stands in `small` or, when longer, in request memory; null when
-// there is none.
+// Reads the "Range" header. It stands in `small` or, when longer, in request memory, with a byte
+// behind the room that the host is offered for the terminator; null when there is none.
 constexpr UINT32 kShortRangeBytes = 32;
 constexpr UINT32 kLongRangeBytes = 1024;
-char* ReadRangeHeader(IKestIO_5* io, char (&small)[kShortRangeBytes])
+char* ReadRangeHeader(IKestIO_5* io, char (&small)[kShortRangeBytes + 1])
 {
     char name[] = "Range";
     char* text = small;
@@ -94,7 +94,7 @@ char* ReadRangeHeader(IKestIO_5* io, char (&small)[kShortRangeBytes])
     UINT32 length = room;
     TALSTATUS status = io->GetRequestHeader(name, &length, text);
     if (Code(status) == kCodeBufferTooSmall) {
-        if (void* memory = io->AllocMemory(kLongRangeBytes)) {
+        if (void* memory = io->AllocMemory(kLongRangeBytes + 1)) {
             text = static_cast<char*>(memory);
             room = kLongRangeBytes;
             length = room;
@@ -103,7 +103,7 @@ char* ReadRangeHeader(IKestIO_5* io, char (&small)[kShortRangeBytes])
     }
     if (Failed(status))
         return nullptr;
-    text[std::min(length, room - 1)] = 0;
+    text[std::min(length, room)] = 0;
     return text;
 }
 
@@ -126,7 +126,7 @@ bool SetContentRange(IKestIO_5* io, const KESTDAV_RANGE& record)
 // number when the whole body is to be sent. The record lives in request memory.
 UINT32 SetupRangeRead(IKestIO_5* io, UINT64 size, KESTDAV_RANGE*& record)
 {
-    char small[kShortRangeBytes];
+    char small[kShortRangeBytes + 1] = {}; // a host may leave it untouched
     char* text = ReadRangeHeader(io, small);
     if (!text)
         return 404;

@@ -31,6 +31,8 @@ TALSTATUS MovePathTo(SCHANDLE session, const UNICODE_STRING& url, IKestIO_5* io)
     UNICODE_STRING* target = nullptr;
     if (const TALSTATUS status = io->GetMoveInfo(&overwrite, &target); Code(status) != 0)
         return status;
+    if (IsMissing(target))
+        return TAL_STATUS_INVALID_PARAMETER;
     // Unlike COPY's, this destination is a path that begins with the moniker.
     if (const TALSTATUS status = destination.Set(ProviderPath(*target)); Failed(status))
         return status;
@@ -42,6 +44,9 @@ TALSTATUS MovePathTo(SCHANDLE session, const UNICODE_STRING& url, IKestIO_5* io)
     if (const TALSTATUS status = ResolveUriToHandler(session, source.Get(), &type, &sourceHandler);
         Failed(status))
         return status;
+    // Of a shorter one nothing would be left but a provider's root.
+    if (target->Length < g_MonikerU.Length)
+        return TAL_STATUS_INVALID_REQUEST;
     if (const TALSTATUS status = DavUriToHandler(session, destination.Get(), &destinationHandler);
         Failed(status))
         return status;

@@ -48,11 +48,24 @@ size_t ContentEnd(std::string_view bytes, size_t boundaryAt)
     return at > 0 && bytes[at] == '\n' && bytes[at - 1] == '\r' ? at - 1 : at;
 }
 
-// A quoted name from its first character on. Names do not span lines.
+bool IsEscaped(std::string_view bytes, size_t begin, size_t at)
+{
+    return at > begin && bytes[at - 1] == '\\';
+}
+
+// A quoted name from its first character on. Names do not span lines. A quote behind a backslash
+// ends a path ("C:\temp\") where the value ends; elsewhere it is a part of a name that would be
+// lost.
 HeaderScan ReadName(std::string_view bytes, size_t markerAt)
 {
     const size_t nameAt = markerAt + kNameMarker;
     for (size_t i = nameAt; i < bytes.size(); ++i) {
+        if (bytes[i] == '"' && IsEscaped(bytes, nameAt, i)) {
+            if (i + 1 == bytes.size())
+                break; // what follows tells
+            if (bytes[i + 1] != ';' && bytes[i + 1] != ' ' && !EndsLine(bytes[i + 1]))
+                return {HeaderFind::kBadName, i + 1, {}};
+        }
         if (bytes[i] == '"')
             return {HeaderFind::kFileName, i + 1, bytes.substr(nameAt, i - nameAt)};
         if (EndsLine(bytes[i]))

@@ -83,7 +83,7 @@ bool Contains(const UNICODE_STRING& text, const char* part)
 bool ReadArguments(IKestIO_5* io, char* text)
 {
     UNICODE_STRING* query = nullptr;
-    if (Code(io->GetUrlArguments(nullptr, &query)) != 0 || query == nullptr || query->Length == 0)
+    if (Code(io->GetUrlArguments(nullptr, &query)) != 0 || IsMissing(query) || query->Length == 0)
         return true;
     WideToUtf8Cut(query->Buffer, query->Length / sizeof(WCHAR), text, kArgumentBytes + 1);
     UseToken(io, text);

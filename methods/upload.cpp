@@ -118,11 +118,10 @@ class FormUpload {
 
 FormUpload::Part FormUpload::NameTarget(UNICODE_STRING& target, std::string_view sentName)
 {
-    if (sentName.empty())
-        return {false, TAL_STATUS_SUCCESS}; // a file field in which no file was chosen
     const std::string_view name = LastComponent(sentName);
-    // A dot name would lead out of the collection; nothing but a path names no file.
-    if (name.empty() || IsDotName(name))
+    if (name.empty())
+        return {false, TAL_STATUS_SUCCESS}; // a file field in which no file was chosen
+    if (IsDotName(name))                    // would lead out of the collection
         return {false, TAL_STATUS_INVALID_REQUEST};
     const TALSTATUS status = AppendName(target, name);
     return {!Failed(status), status};

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "core/globals.h"
 #include "core/reply.h"
 
 class GatheredIo {
@@ -51,7 +52,7 @@ class GatheredIo {
 
   private:
     static constexpr UINT32 kRoom = 4096;
-    static constexpr UINT32 kOriginRoom = 256 + 3 + 256; // protocol, "://", host
+    static constexpr UINT32 kOriginRoom = 256 + 3 + kConfigTextBytes; // protocol, "://", host
 
     IKestIO_5* io_;
     UINT32 used_ = 0;

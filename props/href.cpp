@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr UINT32 kHeaderBytes = 256;      // room for the protocol's name, and for the host's
+constexpr UINT32 kHeaderBytes = 256; // room for the protocol's name, and for the host header
+constexpr UINT32 kHostBytes = std::max(kHeaderBytes, kConfigTextBytes);
 constexpr UINT32 kRootProtocolBytes = 32; // for the protocol's name in the root's href
 constexpr UINT32 kPathBytes = 512;        // a usual path in UTF-8
 
@@ -35,13 +36,13 @@ char* AddScheme(IKestIO_5* io, UINT32 room, char* out)
 }
 
 // Writes the client's own name for the server, so that its hrefs compare equal to what it asked
-// for. `out` has room for kHeaderBytes.
+// for. `out` has room for kHostBytes.
 char* AddHost(IKestIO_5* io, char* out)
 {
     UINT32 length = kHeaderBytes;
     char name[] = "Host";
     if (Code(io->GetRequestHeader(name, &length, out)) != kCodeSuccess || length >= kHeaderBytes) {
-        length = static_cast<UINT32>(std::strlen(g_szHost));
+        length = static_cast<UINT32>(std::strlen(g_szHost)); // at most kHostBytes
         std::memcpy(out, g_szHost, length);
     }
     return out + length;
@@ -66,7 +67,7 @@ std::string_view GatheredIo::Origin()
 
 void SendRootHRef(GatheredIo* pKestIo)
 {
-    char origin[kRootProtocolBytes + 3 + kHeaderBytes];
+    char origin[kRootProtocolBytes + 3 + kHostBytes];
     const char* const end =
         AddHost(pKestIo->Host(), AddScheme(pKestIo->Host(), kRootProtocolBytes, origin));
     Put(pKestIo, "<a:href>");

@@ -57,6 +57,13 @@ void ScriptedIo::Leave(std::string_view text)
         reply_.unguarded += text;
 }
 
+template <class Counted> Counted* ScriptedIo::Given(Counted& text)
+{
+    if (request_.nullBuffers)
+        text = {};
+    return request_.nullTexts ? nullptr : &text;
+}
+
 TALSTATUS ScriptedIo::QueryInterface(const GUID* iid, void** out)
 {
     *out = nullptr;
@@ -98,7 +105,7 @@ TALSTATUS ScriptedIo::GetCopyInfo(BOOLEAN* overwrite, INT32* depth, UNICODE_STRI
         return *status;
     *overwrite = request_.overwrite;
     *depth = request_.depth;
-    *destination = &destinationU_;
+    *destination = Given(destinationU_);
     return TAL_STATUS_SUCCESS;
 }
 
@@ -107,7 +114,7 @@ TALSTATUS ScriptedIo::GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destinati
     if (const auto status = recorder_.Enter("io.GetMoveInfo"))
         return *status;
     *overwrite = request_.overwrite;
-    *destination = &destinationU_;
+    *destination = Given(destinationU_);
     return TAL_STATUS_SUCCESS;
 }
 
@@ -115,7 +122,7 @@ TALSTATUS ScriptedIo::GetRawUrl(STRING** url)
 {
     if (const auto status = recorder_.Enter("io.GetRawUrl"))
         return *status;
-    *url = &rawS_;
+    *url = Given(rawS_);
     return TAL_STATUS_SUCCESS;
 }
 
@@ -133,7 +140,7 @@ TALSTATUS ScriptedIo::GetUrl(UINT32*, UNICODE_STRING** url)
 {
     if (const auto status = recorder_.Enter("io.GetUrl"))
         return *status;
-    *url = &urlU_;
+    *url = request_.nullUrl ? nullptr : &urlU_;
     return TAL_STATUS_SUCCESS;
 }
 
@@ -141,7 +148,7 @@ TALSTATUS ScriptedIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
 {
     if (const auto status = recorder_.Enter("io.GetUrlArguments"))
         return *status;
-    *arguments = &argumentsU_;
+    *arguments = Given(argumentsU_);
     return TAL_STATUS_SUCCESS;
 }
 

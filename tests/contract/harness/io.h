@@ -41,6 +41,9 @@ struct Request {
     INT32 depth = -1;
     std::string destination;   // of COPY a URL, of MOVE a path
     bool exactHeaders = false; // a header value needs no room for its terminator, and has none
+    bool nullUrl = false;      // GetUrl succeeds without a path
+    bool nullTexts = false; // the other texts that the host gives by pointer are null, with success
+    bool nullBuffers = false; // they are there, but empty and without a buffer
     int session = 1;
 
     Request(UINT32 methodCode, std::string requestPath)
@@ -159,6 +162,8 @@ class ScriptedIo : public IKestIO_5 {
     TALSTATUS Text(const char* call, const std::string& value, UINT32* length, char* buffer);
 
     void Leave(std::string_view text);
+    // What the host gives for a text of its own, by the request's wish.
+    template <class Text> Text* Given(Text& text);
 
     Recorder& recorder_;
     const WatchedPlatform& platform_;

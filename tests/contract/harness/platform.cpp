@@ -132,11 +132,15 @@ TALSTATUS WatchedPlatform::TalxRemoveEntryList(LIST_ENTRY* entry)
 
 LIST_ENTRY* WatchedPlatform::TalxRemoveHeadList(LIST_ENTRY* head)
 {
+    if (emptyListGivesHead && real_->TalxIsListEmpty(head))
+        return head;
     return real_->TalxRemoveHeadList(head);
 }
 
 LIST_ENTRY* WatchedPlatform::TalxRemoveTailList(LIST_ENTRY* head)
 {
+    if (emptyListGivesHead && real_->TalxIsListEmpty(head))
+        return head;
     return real_->TalxRemoveTailList(head);
 }
 

@@ -20,8 +20,9 @@ class WatchedPlatform : public ITalpl {
     WatchedPlatform(Recorder& recorder, ITalpl* real) : recorder_(recorder), real_(real) {}
     virtual ~WatchedPlatform() = default; // behind the contract's slots
 
-    UINT64 fixedTime = 0;   // TalxGetSystemTime's answer, if not 0
-    std::string moduleName; // what TalxRegisterModuleName was told
+    UINT64 fixedTime = 0;            // TalxGetSystemTime's answer, if not 0
+    std::string moduleName;          // what TalxRegisterModuleName was told
+    bool emptyListGivesHead = false; // removing from an empty list gives its head, not null
 
     int LiveAllocations() const { return liveAllocations_; } // made here and not freed here
     int HeldLocks() const { return heldLocks_; } // acquired minus released read/write locks

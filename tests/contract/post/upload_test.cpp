@@ -531,7 +531,7 @@ TEST(FormUpload, PathThatEndsWithASlash_GetsNoSecondOne)
 
 TEST(FormUpload, DotNames_DoNotLeaveTheCollection)
 {
-    for (const char* name : {"..", ".", "a\\..", "x/.", "dir/"}) {
+    for (const char* name : {"..", ".", "a\\..", "x/."}) {
         const auto world = MakeWorld();
         const Reply reply = world->Run(
             Upload(Body({{.content = "x", .file = name}, {.content = "y", .file = "b"}})));
@@ -539,6 +539,21 @@ TEST(FormUpload, DotNames_DoNotLeaveTheCollection)
         EXPECT_EQ(reply.returned, TAL_STATUS_INVALID_REQUEST) << name;
         EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/", "/vol/dir/b"))
             << name;
+    }
+}
+
+// Nothing is left of such a name, as of that of a field in which no file was chosen.
+TEST(FormUpload, NameThatIsOnlyAPath_IsSkippedWithoutAnError)
+{
+    for (const char* name : {"dir/", "/", "C:\\temp\\", "a/b\\"}) {
+        const auto world = MakeWorld();
+        const Reply reply = world->Run(
+            Upload(Body({{.content = "x", .file = name}, {.content = "y", .file = "b"}})));
+        EXPECT_EQ(reply.text, kSuccess) << name;
+        EXPECT_EQ(reply.returned, TAL_STATUS_SUCCESS) << name;
+        EXPECT_THAT((*world)["vol"].Paths(), ElementsAre("/vol/", "/vol/dir/", "/vol/dir/b"))
+            << name;
+        world->ExpectAtRest();
     }
 }
 
