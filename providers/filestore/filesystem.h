@@ -102,6 +102,9 @@ class FileSystem {
     // EEXIST when `replace` is false and the new name is taken.
     virtual int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory,
                        const char* to, bool replace) = 0;
+    // The two names trade what they bear, in one step. EOPNOTSUPP where the file system cannot.
+    virtual int Exchange(FileHandle directory, const char* name, FileHandle otherDirectory,
+                         const char* otherName) = 0;
     virtual int RemoveFile(FileHandle directory, const char* name) = 0;
     virtual int RemoveDirectory(FileHandle directory, const char* name) = 0;
     virtual int List(FileHandle directory, NameSink& sink) = 0;

@@ -54,6 +54,10 @@ struct RenameIntent {
     std::string owner; // the token of the process, see Volume
     std::string from;
     std::string to;
+    // Where what bore the new name is put aside, after the two have traded names. Empty: nothing
+    // did.
+    std::string aside = {};
+    UINT64 inode = 0; // of what moves: shows which of two names it bears
 };
 
 class MetadataSession {

@@ -300,12 +300,16 @@ class PosixFileSystem final : public FileSystem {
             return 0;
         if (errno != EINVAL && errno != ENOSYS)
             return errno;
-        // A file system without that flag: the look before the rename leaves a gap in which
-        // another process can take the name.
-        struct stat s;
-        if (Retry([&] { return ::fstatat(toDirectory, to, &s, AT_SYMLINK_NOFOLLOW); }) == 0)
-            return EEXIST;
-        return errno == ENOENT ? Result(rename(0)) : errno;
+        return RenameByLink(fromDirectory, from, toDirectory, to);
+    }
+    int Exchange(FileHandle directory, const char* name, FileHandle otherDirectory,
+                 const char* otherName) override
+    {
+        if (Retry([&] {
+                return ::renameat2(directory, name, otherDirectory, otherName, RENAME_EXCHANGE);
+            }) == 0)
+            return 0;
+        return errno == EINVAL || errno == ENOSYS ? EOPNOTSUPP : errno;
     }
     int RemoveFile(FileHandle directory, const char* name) override
     {
@@ -372,6 +376,22 @@ class PosixFileSystem final : public FileSystem {
             return errno;
         *out = fd;
         return 0;
+    }
+    // A file system that cannot refuse a taken name when it renames: a second link does. What is
+    // not a file cannot be linked, and the look before the rename leaves a gap in which another
+    // process can take the name.
+    static int RenameByLink(int fromDirectory, const char* from, int toDirectory, const char* to)
+    {
+        if (Retry([&] { return ::linkat(fromDirectory, from, toDirectory, to, 0); }) == 0)
+            return Result(Retry([&] { return ::unlinkat(fromDirectory, from, 0); }));
+        if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS && errno != EMLINK)
+            return errno;
+        struct stat s;
+        if (Retry([&] { return ::fstatat(toDirectory, to, &s, AT_SYMLINK_NOFOLLOW); }) == 0)
+            return EEXIST;
+        if (errno != ENOENT)
+            return errno;
+        return Result(Retry([&] { return ::renameat(fromDirectory, from, toDirectory, to); }));
     }
     static bool IsOneName(const char* path)
     {

@@ -19,6 +19,8 @@ constexpr auto kRetireRound = std::chrono::minutes(15);
 // for most of that.
 constexpr int kRemovalsPerPause = 64;
 constexpr auto kPauseTime = std::chrono::milliseconds(2);
+// Entries that leave the list in one transaction, after one sync.
+constexpr size_t kRetiredAtOnce = 64;
 constexpr UINT64 kDay = UINT64{24} * 3600 * 10'000'000;
 
 class NameCollector final : public NameSink {
@@ -102,20 +104,35 @@ class Emptying {
 
 } // namespace
 
-TALSTATUS RetireEntry(Volume& volume, MetadataSession& session, INT64 id)
+// The names are on the disk before the list says so: no power cut leaves files that nobody knows
+// of.
+static int PutOnTheirWayOut(Volume& volume, const std::vector<INT64>& ids)
 {
-    const std::string name = std::to_string(id);
-    const int error = volume.Fs().Rename(volume.Deleted(), name.c_str(), volume.Purge(),
-                                         volume.UniqueName().c_str(), false);
-    if (error && error != ENOENT)
+    for (const INT64 id : ids) {
+        const int error = volume.Fs().Rename(volume.Deleted(), std::to_string(id).c_str(),
+                                             volume.Purge(), volume.UniqueName().c_str(), false);
+        if (error && error != ENOENT)
+            return error;
+    }
+    const int error = volume.SyncNames(volume.Purge());
+    return error ? error : volume.SyncNames(volume.Deleted());
+}
+
+TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vector<INT64>& ids)
+{
+    if (const int error = PutOnTheirWayOut(volume, ids))
         return StatusFromErrno(error);
     TALSTATUS status = session.Begin();
-    if (Failed(status))
-        return status;
-    status = session.RemoveDeleted(id);
-    if (!Failed(status) && volume.MayHaveProperties())
-        status = session.ForgetTree(".kest/deleted/" + name);
-    return Failed(status) ? status : session.Commit();
+    for (const INT64 id : ids) {
+        if (!Failed(status))
+            status = session.RemoveDeleted(id);
+        if (!Failed(status) && volume.MayHaveProperties())
+            status = session.ForgetTree(".kest/deleted/" + std::to_string(id));
+    }
+    if (!Failed(status))
+        status = session.Commit();
+    session.Rollback();
+    return status;
 }
 
 void RetireDeleted(const Store& store, Volume& volume)
@@ -127,13 +144,20 @@ void RetireDeleted(const Store& store, Volume& volume)
     const UINT64 age = store.Settings().keepDeletedDays * kDay;
     const UINT64 now = store.Now();
     DeletedEntry entry;
-    while (now > age && !Failed(session->NextExpired(now - age, entry.id, &entry)))
-        if (const TALSTATUS status = RetireEntry(volume, *session, entry.id); Failed(status)) {
-            session->Rollback();
-            Log(kLogWarning, "a deleted entry of volume '" + volume.Name() +
+    std::vector<INT64> ids;
+    do {
+        ids.clear();
+        while (now > age && ids.size() < kRetiredAtOnce &&
+               !Failed(session->NextExpired(now - age, entry.id, &entry)))
+            ids.push_back(entry.id);
+        const TALSTATUS status =
+            ids.empty() ? TAL_STATUS_SUCCESS : RetireEntries(volume, *session, ids);
+        if (Failed(status)) {
+            Log(kLogWarning, "deleted entries of volume '" + volume.Name() +
                                  "' cannot be purged, code " + std::to_string(Code(status)));
             return;
         }
+    } while (ids.size() == kRetiredAtOnce);
 }
 
 void EmptyPurge(Volume& volume, const PurgePause& pause)

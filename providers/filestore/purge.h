@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "providers/filestore/store.h"
 
@@ -37,7 +38,8 @@ void RetireDeleted(const Store& store, Volume& volume); // entries older than th
 void EmptyPurge(Volume& volume, const PurgePause& pause);
 void DropExpiredLocks(const Store& store, Volume& volume);
 
-// Takes a deleted entry out of the list and puts it on its way out.
-TALSTATUS RetireEntry(Volume& volume, MetadataSession& session, INT64 id);
+// Takes deleted entries out of the list and puts them on their way out. One that is gone already
+// is none that fails.
+TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vector<INT64>& ids);
 
 } // namespace filestore

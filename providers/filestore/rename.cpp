@@ -16,6 +16,36 @@ std::string Join(std::string_view parent, const std::string& leaf)
     return parent.empty() ? leaf : std::string(parent) + "/" + leaf;
 }
 
+// A directory that moves is written to (its way up changes): being read-only must not keep it where
+// it is. Moved or not, it ends as it was.
+class MadeWritable {
+  public:
+    MadeWritable(FileSystem& fs, const std::string& path) : fs_(fs)
+    {
+        FileInfo info;
+        if (fs.Open(path.c_str(), OpenFor::Locating, self_.Out(fs)) == 0 &&
+            fs.Inspect(self_.Get(), &info) == 0 && info.isDirectory && IsReadOnly(info) &&
+            fs.SetMode(self_.Get(), info.mode | 0200) == 0) {
+            mode_ = info.mode;
+            isChanged_ = true;
+        }
+    }
+    ~MadeWritable()
+    {
+        if (isChanged_)
+            (void)fs_.SetMode(self_.Get(), mode_); // else it stays writable, which loses nothing
+    }
+    MadeWritable(const MadeWritable&) = delete;
+    MadeWritable& operator=(const MadeWritable&) = delete;
+    bool IsChanged() const { return isChanged_; }
+
+  private:
+    FileSystem& fs_;
+    OpenFile self_;
+    UINT32 mode_ = 0;
+    bool isChanged_ = false;
+};
+
 } // namespace
 
 TALSTATUS Rename::To(std::string leaf)
@@ -23,10 +53,9 @@ TALSTATUS Rename::To(std::string leaf)
     toLeaf_ = std::move(leaf);
     toPath_ = Join(toParent_, toLeaf_);
     std::unique_ptr<MetadataSession> session;
-    bool any = restored != 0;
+    bool any = restored != 0 || putsAside_;
     TALSTATUS status = TAL_STATUS_SUCCESS;
-    if (any || added || volume_.MayHaveLocks() || volume_.MayHaveProperties() ||
-        volume_.Meta()->MayHaveDeleted())
+    if (any || NeedsSession())
         status = Store::OpenMetadata(volume_, &session);
     if (!Failed(status) && session && !any && !added)
         status = HasMetadata(*session, &any);
@@ -34,12 +63,18 @@ TALSTATUS Rename::To(std::string leaf)
         status = Announce(*session, &any);
     if (Failed(status))
         return status;
-    status = any ? MoveAll(*session) : StatusFromErrno(MoveName());
-    if (!Failed(status))
+    status = any ? MoveAll(*session) : MoveAlone();
+    if (hasMoved_)
         walked::Forget(volume_, from_.path);
-    else if (session)
+    else if (session && !isStuck_)
         Withdraw(*session);
     return status;
+}
+
+bool Rename::NeedsSession() const
+{
+    return added || volume_.MayHaveLocks() || volume_.MayHaveProperties() ||
+           volume_.Meta()->MayHaveDeleted();
 }
 
 TALSTATUS Rename::HasMetadata(MetadataSession& session, bool* any) const
@@ -74,14 +109,23 @@ TALSTATUS Rename::WriteDown(MetadataSession& session, bool* any)
     if (!Failed(status) && !*any)
         status = HasMetadata(session, any);
     *any = *any || volume_.MayHaveLocks();
-    if (!Failed(status) && added) {
+    if (!Failed(status) && added)
         status = session.AddDeleted(added);
+    if (Failed(status))
+        return status;
+    if (putsAside_) {
+        asideLeaf_ = added ? std::to_string(added->id) : volume_.UniqueName();
+    } else if (added) {
         toLeaf_ = std::to_string(added->id);
         toPath_ = Join(toParent_, toLeaf_);
     }
-    if (Failed(status) || !*any)
+    if (!*any)
         return status;
-    intent_ = {0, volume_.Token(), from_.path, toPath_};
+    intent_ = {0, volume_.Token(), from_.path, toPath_, {}, 0};
+    if (putsAside_) {
+        intent_.aside = Join(added ? ".kest/deleted" : ".kest/purge", asideLeaf_);
+        intent_.inode = from_.info.inode;
+    }
     return session.AddIntent(&intent_);
 }
 
@@ -100,6 +144,14 @@ void Rename::Withdraw(MetadataSession& session) const
     session.Rollback();
 }
 
+TALSTATUS Rename::MoveAlone()
+{
+    const int error = MoveName();
+    return StatusFromErrno(error ? error : SyncNames(false));
+}
+
+// The names are on the disk before the metadata says so, and the intent stands until then: whatever
+// a power cut leaves of either, the two can be brought together again.
 TALSTATUS Rename::MoveAll(MetadataSession& session)
 {
     TALSTATUS status = session.Begin();
@@ -109,6 +161,7 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
         status = StatusFromErrno(MoveName());
     if (Failed(status))
         return status;
+    const int notSynced = SyncNames(true);
     status = MoveRows(session);
     if (!Failed(status))
         status = session.Commit();
@@ -119,13 +172,17 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
                            "' stay behind until the next start, code " +
                            std::to_string(Code(status)));
     }
-    return TAL_STATUS_SUCCESS;
+    return StatusFromErrno(notSynced);
 }
 
 TALSTATUS Rename::MoveRows(MetadataSession& session) const
 {
-    TALSTATUS status = session.ForgetTree(forget ? from_.path : toPath_);
-    if (!Failed(status) && !forget)
+    TALSTATUS status = TAL_STATUS_SUCCESS;
+    if (putsAside_ && !forget)
+        status = session.RenameTree(toPath_, intent_.aside);
+    if (!Failed(status))
+        status = session.ForgetTree(forget && !putsAside_ ? from_.path : toPath_);
+    if (!Failed(status) && (putsAside_ || !forget))
         status = session.RenameTree(from_.path, toPath_);
     for (const std::string_view tree : {std::string_view(from_.path), std::string_view(toPath_)})
         if (!Failed(status))
@@ -145,21 +202,70 @@ TALSTATUS Rename::CheckLocks(MetadataSession& session) const
 
 int Rename::MoveName()
 {
-    FileSystem& fs = volume_.Fs();
-    const auto rename = [&] {
-        return fs.Rename(from_.directory->Get(), from_.leaf.c_str(), toDirectory_, toLeaf_.c_str(),
-                         replace);
-    };
-    int error = rename();
-    // A directory that moves is written to (its way up changes): being read-only must not keep it
-    // where it is.
-    OpenFile self;
-    if (error == EACCES && from_.info.isDirectory && IsReadOnly(from_.info) &&
-        fs.Open(from_.path.c_str(), OpenFor::Locating, self.Out(fs)) == 0 &&
-        fs.SetMode(self.Get(), from_.info.mode | 0200) == 0) {
-        error = rename();
-        (void)fs.SetMode(self.Get(), from_.info.mode); // moved or not, it is as it was
+    int error = RenameOrTrade();
+    if (error == EACCES) {
+        const MadeWritable moving(volume_.Fs(), from_.path);
+        const MadeWritable replaced(volume_.Fs(), putsAside_ ? toPath_ : from_.path);
+        if (moving.IsChanged() || replaced.IsChanged())
+            error = RenameOrTrade();
     }
+    hasMoved_ = error == 0;
+    return error;
+}
+
+int Rename::RenameOrTrade()
+{
+    return putsAside_ ? TradeNames()
+                      : volume_.Fs().Rename(from_.directory->Get(), from_.leaf.c_str(),
+                                            toDirectory_, toLeaf_.c_str(), replace);
+}
+
+// Both names are borne by one or the other all the time.
+int Rename::TradeNames()
+{
+    FileSystem& fs = volume_.Fs();
+    const FileHandle fromDirectory = from_.directory->Get();
+    const auto trade = [&] {
+        return fs.Exchange(fromDirectory, from_.leaf.c_str(), toDirectory_, toLeaf_.c_str());
+    };
+    int error = trade();
+    if (error == EOPNOTSUPP)
+        return PutAsideFirst();
+    if (error)
+        return error;
+    error =
+        fs.Rename(fromDirectory, from_.leaf.c_str(), AsideDirectory(), asideLeaf_.c_str(), false);
+    if (error)
+        isStuck_ = trade() != 0;
+    return error;
+}
+
+// The same where names cannot be traded: in between the new name is free.
+int Rename::PutAsideFirst()
+{
+    FileSystem& fs = volume_.Fs();
+    if (const int error =
+            fs.Rename(toDirectory_, toLeaf_.c_str(), AsideDirectory(), asideLeaf_.c_str(), false))
+        return error;
+    const int error =
+        fs.Rename(from_.directory->Get(), from_.leaf.c_str(), toDirectory_, toLeaf_.c_str(), false);
+    if (error)
+        isStuck_ =
+            fs.Rename(AsideDirectory(), asideLeaf_.c_str(), toDirectory_, toLeaf_.c_str(), false);
+    return error;
+}
+
+// The new name first: no power cut leaves neither. Without metadata the end that clients see is
+// enough, unless the setting wants both.
+int Rename::SyncNames(bool rowsFollow) const
+{
+    const FileHandle fromDirectory = from_.directory->Get();
+    const bool wantsBoth = rowsFollow || (toServed && volume_.Sync() == SyncLevel::Full);
+    int error = toServed || wantsBoth ? volume_.SyncNames(toDirectory_) : 0;
+    if (error == 0 && putsAside_)
+        error = volume_.SyncNames(AsideDirectory());
+    if (error == 0 && (!toServed || wantsBoth) && fromDirectory != toDirectory_)
+        error = volume_.SyncNames(fromDirectory);
     return error;
 }
 

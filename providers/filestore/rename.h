@@ -19,8 +19,10 @@ struct Place {
     FileInfo info;
 };
 
-// What there is no metadata for costs none. Where there is some, the rename is written down first:
-// if the process dies in between, the next start sees by the disk whether it happened.
+// What there is no metadata for costs none. Where there is some, the rename is written down first,
+// and the names are on the disk, as the volume's setting wants it, before the metadata follows: if
+// the process dies or the power fails in between, the next start sees by the disk whether it
+// happened (settle.h).
 class Rename {
   public:
     // `toDirectory` has the path `toParent`, and is within the same volume.
@@ -31,25 +33,43 @@ class Rename {
     {
     }
 
-    bool replace = false;          // the new name may be taken by a file
-    bool forget = false;           // the metadata goes instead of following
-    bool toServed = true;          // clients see the new name: it can have locks and metadata
-    INT64 restored = 0;            // the deleted entry that it takes out of the list
-    DeletedEntry* added = nullptr; // the one that it makes, whose number is the new name
+    bool replace = false; // the new name may be taken by a file
+    bool forget = false;  // the metadata goes instead of following, also that of what is put aside
+    bool toServed = true; // clients see the new name: it can have locks and metadata
+    INT64 restored = 0;   // the deleted entry that it takes out of the list
+    // The deleted entry that it makes. Its number becomes a name: the new one, or that of what is
+    // put aside.
+    DeletedEntry* added = nullptr;
 
-    // `leaf` counts without `added` only. Code 22 when the new name is taken, 37 when a lock stands
-    // in the way; nothing has changed then.
+    // What bears the new name trades it with what moves, and is put aside with its metadata: under
+    // `added`'s number among the deleted entries, or else on its way out. Nobody finds the name
+    // free in between. `from` has been looked at.
+    void PutAside() { putsAside_ = true; }
+
+    // `leaf` counts without `added` only, or with PutAside. Code 22 when the new name is taken, 37
+    // when a lock stands in the way; nothing has changed then. A failure of the sync is reported
+    // when everything has moved.
     TALSTATUS To(std::string leaf);
+    // After a failure: what was to be put aside bears the old name, or is aside. Both are to be
+    // left as they are, the next start ends it.
+    bool IsStuck() const { return isStuck_; }
 
   private:
+    bool NeedsSession() const;
     TALSTATUS HasMetadata(MetadataSession& session, bool* any) const;
     TALSTATUS Announce(MetadataSession& session, bool* any);
     TALSTATUS WriteDown(MetadataSession& session, bool* any);
     void Withdraw(MetadataSession& session) const;
+    TALSTATUS MoveAlone();
     TALSTATUS MoveAll(MetadataSession& session);
     TALSTATUS MoveRows(MetadataSession& session) const;
     TALSTATUS CheckLocks(MetadataSession& session) const;
     int MoveName();
+    int RenameOrTrade();
+    int TradeNames();
+    int PutAsideFirst();
+    FileHandle AsideDirectory() const { return added ? volume_.Deleted() : volume_.Purge(); }
+    int SyncNames(bool rowsFollow) const;
 
     const Guard& guard_;
     Volume& volume_;
@@ -58,7 +78,11 @@ class Rename {
     const std::string_view toParent_;
     std::string toLeaf_;
     std::string toPath_;
+    bool putsAside_ = false;
+    std::string asideLeaf_;
     RenameIntent intent_;
+    bool hasMoved_ = false;
+    bool isStuck_ = false;
 };
 
 } // namespace filestore

@@ -36,7 +36,7 @@ int WaitForOthers(void* trouble, int count)
 // to sum up than larger ones. A database that is there keeps the size that it has.
 #define PAGE_SIZE "PRAGMA page_size = 1024;"
 
-constexpr int kSchemaVersion = 2;
+constexpr int kSchemaVersion = 3;
 // Deleted entries are numbered one by one, and a number is never given again. The last one given is
 // that of the newest entry, or in deleted_last if that has left the list: noting it with every
 // entry, as AUTOINCREMENT does, would cost each deletion one more page.
@@ -46,8 +46,13 @@ constexpr int kSchemaVersion = 2;
     "CREATE TABLE deleted_last (id INTEGER NOT NULL);"
 #define DELETED_INDEX "CREATE INDEX deleted_parent ON deleted (parent, id);"
 
-constexpr char kSchema[] = DELETED_TABLES DELETED_INDEX "INSERT INTO deleted_last VALUES (0);"
-                                                        R"(
+#define INTENTS_TABLE                                                                              \
+    "CREATE TABLE intents (id INTEGER PRIMARY KEY, owner TEXT NOT NULL, source TEXT NOT NULL,"     \
+    "                      target TEXT NOT NULL, aside TEXT NOT NULL, inode INTEGER NOT NULL);"
+
+constexpr char kSchema[] =
+    DELETED_TABLES DELETED_INDEX INTENTS_TABLE "INSERT INTO deleted_last VALUES (0);"
+                                               R"(
 CREATE TABLE props (seq INTEGER PRIMARY KEY, path TEXT NOT NULL, name TEXT NOT NULL,
                     value BLOB NOT NULL, UNIQUE (path, name));
 CREATE INDEX props_order ON props (path, seq);
@@ -57,9 +62,7 @@ CREATE TABLE locks (seq INTEGER PRIMARY KEY, token TEXT NOT NULL UNIQUE, path TE
                     scope INTEGER NOT NULL, type INTEGER NOT NULL, depth INTEGER NOT NULL,
                     expires INTEGER NOT NULL, owner BLOB NOT NULL, creator TEXT NOT NULL);
 CREATE INDEX locks_path ON locks (path);
-CREATE TABLE intents (id INTEGER PRIMARY KEY, owner TEXT NOT NULL, source TEXT NOT NULL,
-                      target TEXT NOT NULL);
-PRAGMA user_version = 2;
+PRAGMA user_version = 3;
 )";
 
 // Version 1 had the numbers from AUTOINCREMENT, and at first an index by time.
@@ -70,6 +73,13 @@ constexpr char kFromVersion1[] =
     "INSERT INTO deleted SELECT id, parent, name, time FROM deleted_before ORDER BY id;"
     "INSERT INTO deleted_last SELECT ifnull(max(seq), 0) FROM sqlite_sequence;"
     "DROP TABLE deleted_before;" DELETED_INDEX "PRAGMA user_version = 2;";
+
+// Version 2 put nothing aside in the step that takes the name.
+constexpr char kFromVersion2[] =
+    "ALTER TABLE intents RENAME TO intents_before;" INTENTS_TABLE
+    "INSERT INTO intents SELECT id, owner, source, target, '', 0 FROM intents_before ORDER BY id;"
+    "DROP TABLE intents_before;"
+    "PRAGMA user_version = 3;";
 
 #define LOCK_COLUMNS "token, path, scope, type, depth, expires, owner, creator"
 #define DELETED_COLUMNS "id, parent, name, time"
@@ -123,9 +133,9 @@ constexpr const char* kStatements[] = {
     "DELETE FROM locks WHERE token = ?1",
     "DELETE FROM locks WHERE " WITHIN("path"),
     "DELETE FROM locks WHERE expires <= ?1",
-    "INSERT INTO intents (owner, source, target) VALUES (?1, ?2, ?3)",
+    "INSERT INTO intents (owner, source, target, aside, inode) VALUES (?1, ?2, ?3, ?4, ?5)",
     "DELETE FROM intents WHERE id = ?1",
-    "SELECT id, owner, source, target FROM intents ORDER BY id",
+    "SELECT id, owner, source, target, aside, inode FROM intents ORDER BY id",
     "SELECT 1 FROM locks LIMIT 1",
     "SELECT 1 FROM props LIMIT 1",
     "SELECT 1 FROM hidden LIMIT 1",
@@ -211,10 +221,12 @@ int PrepareSchema(Database& db)
     result = db.ReadVersion(&version);
     if (result == SQLITE_OK && version == 0)
         result = db.Execute(kSchema);
-    else if (result == SQLITE_OK && version == 1)
-        result = db.Execute(kFromVersion1);
-    else if (result == SQLITE_OK && version != kSchemaVersion)
+    else if (result == SQLITE_OK && (version < 1 || version > kSchemaVersion))
         result = SQLITE_MISMATCH;
+    if (result == SQLITE_OK && version == 1)
+        result = db.Execute(kFromVersion1);
+    if (result == SQLITE_OK && (version == 1 || version == 2))
+        result = db.Execute(kFromVersion2);
     if (result == SQLITE_OK)
         return db.Execute("COMMIT");
     (void)db.Execute("ROLLBACK"); // the first failure is the one that counts

@@ -397,6 +397,8 @@ class SqliteSession final : public MetadataSession {
                                          .Bind(intent->owner)
                                          .Bind(intent->from)
                                          .Bind(intent->to)
+                                         .Bind(intent->aside)
+                                         .Bind(static_cast<INT64>(intent->inode))
                                          .Run();
             intent->id = Db()->LastId();
             return status;
@@ -411,7 +413,8 @@ class SqliteSession final : public MetadataSession {
         Query query(Db(), Sql::Intents);
         while (query.Step())
             out->push_back({query.Number(0), std::string(query.Text(1)), std::string(query.Text(2)),
-                            std::string(query.Text(3))});
+                            std::string(query.Text(3)), std::string(query.Text(4)),
+                            static_cast<UINT64>(query.Number(5))});
         return query.Status();
     }
 

@@ -71,14 +71,6 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from
     return status;
 }
 
-TALSTATUS SyncPlaces(const Volume& volume, const Place& changed, const Place* other)
-{
-    int error = volume.SyncNames(changed.directory->Get());
-    if (error == 0 && other && volume.Sync() == SyncLevel::Full)
-        error = volume.SyncNames(other->directory->Get());
-    return StatusFromErrno(error);
-}
-
 // What both a move and a copy ask of their two ends.
 TALSTATUS CheckEnds(const Target& from, const Target& to)
 {
@@ -92,20 +84,34 @@ TALSTATUS CheckEnds(const Target& from, const Target& to)
     return TAL_STATUS_SUCCESS;
 }
 
-// Decides about what is at the destination. `*inPlace` is set when a rename may replace it; else it
-// is put aside if it is there.
-TALSTATUS ClearDestination(Store& store, const Guard& guard, Volume& volume, bool overwrite,
-                           bool isDirectory, Place& to, bool* inPlace)
+// Whether what is at the destination may give way.
+TALSTATUS CheckReplaceable(bool overwrite, const Place& to)
 {
-    *inPlace = false;
     if (!to.exists)
         return TAL_STATUS_SUCCESS;
     if (!overwrite)
         return Failure(kCodeObjectExists);
-    if (to.info.isRegular && IsReadOnly(to.info))
-        return Failure(kCodeAccessDenied);
-    *inPlace = !isDirectory && !to.info.isDirectory;
-    return *inPlace ? TAL_STATUS_SUCCESS : PutAside(store, guard, volume, to);
+    return to.info.isRegular && IsReadOnly(to.info) ? Failure(kCodeAccessDenied)
+                                                    : TAL_STATUS_SUCCESS;
+}
+
+// Renames to a name that is free, or that a file gives to a file, or whose bearer is put aside: a
+// collection is not lost because something takes its place.
+TALSTATUS TakeName(Store& store, const Place& from, const Place& to, Rename* rename)
+{
+    const bool keep = store.Settings().keepDeletedDays > 0;
+    DeletedEntry entry{0, std::string(ParentOf(to.path)), to.leaf, store.Now()};
+    rename->replace = to.exists && !from.info.isDirectory && !to.info.isDirectory;
+    const bool putsAside = to.exists && !rename->replace;
+    if (putsAside) {
+        rename->PutAside();
+        rename->added = keep ? &entry : nullptr;
+        rename->forget = !keep;
+    }
+    const TALSTATUS status = rename->To(to.leaf);
+    if (!Failed(status) && putsAside && !keep)
+        store.WakePurger();
+    return status;
 }
 
 } // namespace
@@ -121,7 +127,7 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target)
         std::unique_ptr<MetadataSession> session;
         TALSTATUS status = Store::OpenMetadata(volume, &session);
         if (!Failed(status))
-            status = RetireEntry(volume, *session, target.deletedId);
+            status = RetireEntries(volume, *session, {target.deletedId});
         store.WakePurger();
         return status;
     }
@@ -130,8 +136,7 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target)
     Place from;
     if (const TALSTATUS status = FindSource(target, &from); Failed(status))
         return status;
-    const TALSTATUS status = PutAside(store, guard, volume, from);
-    return Failed(status) ? status : SyncPlaces(volume, from, nullptr);
+    return PutAside(store, guard, volume, from);
 }
 
 TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Target& from,
@@ -162,19 +167,14 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
     for (const std::string* path : {&source.path, &destination.path})
         if (status = guard.CheckLocks(volume, *path, Reach::Tree); Failed(status))
             return status;
-    bool inPlace = false;
-    status = ClearDestination(store, guard, volume, overwrite, source.info.isDirectory, destination,
-                              &inPlace);
-    if (Failed(status))
+    if (status = CheckReplaceable(overwrite, destination); Failed(status))
         return status;
     if (source.directory != destination.directory &&
         (from.deletedId || volume.HasKeptDates(*source.directory)))
         (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
     Rename rename(guard, volume, source, destination.directory->Get(), ParentOf(destination.path));
-    rename.replace = inPlace;
     rename.restored = from.deletedId;
-    status = rename.To(destination.leaf);
-    return Failed(status) ? status : SyncPlaces(volume, destination, &source);
+    return TakeName(store, source, destination, &rename);
 }
 
 TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, bool shallow,
@@ -195,18 +195,19 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, bool shallo
         return status;
     if (from.volume == to.volume && from.path.View() == to.path.View())
         return TAL_STATUS_SUCCESS;
-    if (destination.exists && !overwrite)
-        return Failure(kCodeObjectExists);
+    if (status = CheckReplaceable(overwrite, destination); Failed(status))
+        return status;
 
     TreeCopy copy(store, *from.volume, volume);
     if (status = copy.Make(from, shallow); Failed(status))
         return status;
-    bool inPlace = false;
-    status = ClearDestination(store, guard, volume, overwrite, copy.IsDirectory(), destination,
-                              &inPlace);
+    const bool inPlace = destination.exists && !copy.IsDirectory() && !destination.info.isDirectory;
+    if (destination.exists && !inPlace)
+        status = PutAside(store, guard, volume, destination);
     if (!Failed(status))
         status = copy.Publish(guard, *destination.directory, destination.path, inPlace);
-    return Failed(status) ? status : SyncPlaces(volume, destination, nullptr);
+    return Failed(status) ? status
+                          : StatusFromErrno(volume.SyncNames(destination.directory->Get()));
 }
 
 } // namespace filestore

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "providers/filestore/platform.h"
+#include "providers/filestore/settle.h"
 
 namespace filestore {
 
@@ -42,8 +43,8 @@ Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync,
         reason = PrepareMetadata(openMetadata);
     if (reason.empty()) {
         SkipKeptIds();
-        SettleIntents();
-        SweepTmp();
+        if (SettleIntents())
+            SweepTmp();
         return;
     }
     for (FileHandle* h : {&tmp_, &deleted_, &purge_, &tokenLock_})
@@ -92,36 +93,20 @@ void Volume::SkipKeptIds()
         (void)session->SkipDeletedIds(highest);
 }
 
-// Ends the renames that processes began and did not live to record: where the disk shows that the
-// rename happened, the metadata follows now.
-void Volume::SettleIntents()
+// Ends the renames that processes began and did not live to record. False when one of them is left
+// for the next start: what lies in the private directories may be part of it.
+bool Volume::SettleIntents()
 {
     std::unique_ptr<MetadataSession> session;
     std::vector<RenameIntent> intents;
     if (Failed(meta_->Open(&session)) || Failed(session->Intents(&intents)))
-        return; // the next start tries again
-    for (const RenameIntent& intent : intents) {
-        if (IsAlive(intent.owner))
-            continue;
-        OpenFile from, to;
-        const bool gone =
-            fs_->Open(intent.from.c_str(), OpenFor::Locating, from.Out(*fs_)) == ENOENT;
-        const bool arrived = fs_->Open(intent.to.c_str(), OpenFor::Locating, to.Out(*fs_)) == 0;
-        if (Failed(session->Begin()))
-            return;
-        TALSTATUS status = TAL_STATUS_SUCCESS;
-        if (gone) { // not arrived: it was on its way out, and is out
-            status = session->ForgetTree(arrived ? intent.to : intent.from);
-            if (!Failed(status) && arrived)
-                status = session->RenameTree(intent.from, intent.to);
-            if (!Failed(status))
-                status = session->RemoveLocksWithin(intent.from);
-        }
-        if (!Failed(status))
-            status = session->RemoveIntent(intent.id);
-        if (Failed(status) || Failed(session->Commit()))
-            return;
-    }
+        return false;
+    bool areSettled = true;
+    for (const RenameIntent& intent : intents)
+        if (!IsAlive(intent.owner) &&
+            Failed(SettleRename(*fs_, *session, intent, sync_ != SyncLevel::None)))
+            areSettled = false;
+    return areSettled;
 }
 
 Volume::~Volume()

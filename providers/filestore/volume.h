@@ -91,7 +91,7 @@ class Volume {
     int Prepare();
     std::string PrepareMetadata(const MetadataOpener& openMetadata);
     void SkipKeptIds();
-    void SettleIntents();
+    bool SettleIntents();
     bool IsAlive(const std::string& token) const;
     int TakeToken();
     void SweepTmp();

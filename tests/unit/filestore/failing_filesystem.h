@@ -22,11 +22,14 @@ class FailingFileSystem final : public FileSystem {
     int failAt = 0; // counted down by every call that may fail; 0: never
     int error = EIO;
     bool hasUnnamed = true; // files without a name
+    bool hasExchange = true;
     int open = 0;
     int opened = 0;       // ever
     UINT64 unnamedIn = 0; // the directory that the last file without a name was made in
     bool hasFailed = false;
     std::function<void()> onFailure; // what happens at that moment
+    bool onlyWatches = false;        // and nothing else does
+    std::function<void(FileHandle)> onSync;
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
@@ -71,6 +74,8 @@ class FailingFileSystem final : public FileSystem {
     }
     int Sync(FileHandle h, bool everything) override
     {
+        if (onSync)
+            onSync(h);
         return Fail() ? error : real_->Sync(h, everything);
     }
     int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
@@ -124,6 +129,13 @@ class FailingFileSystem final : public FileSystem {
     {
         return Fail() ? error : real_->Rename(fromDirectory, from, toDirectory, to, replace);
     }
+    int Exchange(FileHandle directory, const char* name, FileHandle otherDirectory,
+                 const char* otherName) override
+    {
+        if (!hasExchange)
+            return EOPNOTSUPP;
+        return Fail() ? error : real_->Exchange(directory, name, otherDirectory, otherName);
+    }
     // Clean-up is let through: a disk that refuses even that is the next start's affair.
     int RemoveFile(FileHandle d, const char* name) override { return real_->RemoveFile(d, name); }
     int RemoveDirectory(FileHandle d, const char* name) override
@@ -154,7 +166,7 @@ class FailingFileSystem final : public FileSystem {
         hasFailed = true;
         if (onFailure)
             onFailure();
-        return true;
+        return !onlyWatches;
     }
     int Opened(int result)
     {

@@ -97,7 +97,7 @@ TEST(MetadataOfVersion1, KeepsItsPropertiesMarksAndLocks)
 {
     Earlier earlier;
     const auto store = earlier.Open();
-    EXPECT_EQ("2 ", earlier.Ask("PRAGMA user_version"));
+    EXPECT_EQ("3 ", earlier.Ask("PRAGMA user_version"));
     const auto session = SessionOf(*store);
     std::string value;
     bool hidden = false;
