@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/callcontext.h"
 
+#include <new>
+
 #include <kest/com.h>
 #include <kest/host.h>
 
@@ -76,7 +78,7 @@ bool UploadArrived()
     return request && !Failed(request->IsClientPayloadAvailable(&available)) && available > 0;
 }
 
-void ReportFailure(TALSTATUS failure)
+void ReportFailure(TALSTATUS failure) noexcept
 {
     if (Context())
         (void)Context()->ReportFailure(failure); // without a request there is nobody to tell
@@ -113,6 +115,8 @@ bool Header(const char* name, std::string* value)
         length = static_cast<UINT32>(value->size());
         status = request->GetRequestHeader(key, &length, value->data());
     }
+    if (Code(status) == kCodeInsufficientResources)
+        throw std::bad_alloc(); // whether there is one is not known
     if (Failed(status) || length > value->size())
         return false;
     value->resize(length);
@@ -123,8 +127,13 @@ std::string Path()
 {
     UNICODE_STRING* url = nullptr;
     IKestIO_5* const request = Request();
-    if (!request || Failed(request->GetUrl(nullptr, &url)))
+    if (!request)
         return {};
+    if (const TALSTATUS status = request->GetUrl(nullptr, &url); Failed(status)) {
+        if (Code(status) == kCodeInsufficientResources)
+            throw std::bad_alloc();
+        return {};
+    }
     std::string path = Utf8Of(url);
     TrimSlash(&path);
     return path;

@@ -19,8 +19,8 @@ namespace filestore::call {
 // Whether everything that an upload should hold has been handed out. True for requests that do not
 // store their body, and when no request runs.
 [[nodiscard]] bool UploadArrived();
-// Tells the host of a failure that the module can no longer see.
-void ReportFailure(TALSTATUS failure);
+// Tells the host of a failure that the module cannot see, or takes for something else.
+void ReportFailure(TALSTATUS failure) noexcept;
 // Whether the reply can reach nobody any more: long work ends with a failure then. False when no
 // request runs.
 [[nodiscard]] bool IsCancelled();
@@ -29,7 +29,7 @@ void ReportFailure(TALSTATUS failure);
 [[nodiscard]] bool Attach(const GUID& key, IUnknown* object);
 // Borrowed; null when there is none.
 [[nodiscard]] IUnknown* Attached(const GUID& key);
-// The value of a request header; false when it is missing.
+// The value of a request header; false when it is missing. Throws std::bad_alloc, as Path does.
 [[nodiscard]] bool Header(const char* name, std::string* value);
 // The request's path as UTF-8, unescaped, with the module's location, without trailing "/"; empty
 // when no request runs.

@@ -2,6 +2,7 @@
 #include "providers/filestore/collection.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "providers/filestore/node.h"
@@ -36,15 +37,19 @@ class ServedNames final : public NameSink {
     size_t leftOut_ = 0;
 };
 
-bool InspectVolume(const Store& store, std::string_view name, FileInfo* info)
+TALSTATUS InspectVolume(const Store& store, std::string_view name, FileInfo* info)
 {
     Target target;
     OpenFile top;
     for (const auto& v : store.Volumes())
         if (v->Name() == name)
             target.volume = v.get();
-    return target.volume && !Failed(store.OpenExisting(&target, OpenFor::Locating, &top, info)) &&
-           target.volume->GetCreated(top.Get(), *info, &info->created) == 0;
+    if (!target.volume)
+        return Failure(kCodeNotFound);
+    const TALSTATUS status = store.OpenExisting(&target, OpenFor::Locating, &top, info);
+    return Failed(status)
+               ? status
+               : StatusFromErrno(target.volume->GetCreated(top.Get(), *info, &info->created));
 }
 
 // All of a record but its name.
@@ -89,7 +94,7 @@ TALSTATUS FileCollection::Open(SCHANDLE session, const UNICODE_STRING* path,
             if (const TALSTATUS status =
                     node_.GetStore().OpenExisting(&target, OpenFor::Reading, &opened->file, &info_);
                 Failed(status))
-                return status;
+                return ToldIfDenied(status);
         if (!info_.isDirectory)
             return Failure(kCodeNotFound);
         opened->volume = target.volume;
@@ -122,7 +127,8 @@ TALSTATUS FileCollection::ListNames()
                              "' are left out of its listing: not UTF-8, or with control "
                              "characters");
     names_->Sort();
-    hasKeptDates_ = volume.HasKeptDates(*directory_);
+    if (const int error = volume.HasKeptDates(*directory_, &hasKeptDates_))
+        return StatusFromErrno(error);
     if (!volume.MayHaveProperties())
         return TAL_STATUS_SUCCESS;
     std::unique_ptr<MetadataSession> session;
@@ -134,50 +140,55 @@ TALSTATUS FileCollection::GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     if (!node_.IsBound())
         return kNotAssociated;
-    return Protected([&] {
+    return ToldIfDenied(Protected([&] {
         const TALSTATUS status = ListNames();
         return Failed(status) ? status : Emit(size, buffer);
-    });
+    }));
 }
 
 TALSTATUS FileCollection::GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     if (!node_.IsBound() || !names_)
         return kNotAssociated;
-    return Protected([&] { return Emit(size, buffer); });
+    return ToldIfDenied(Protected([&] { return Emit(size, buffer); }));
 }
 
-// Fills in what there is to say about a child. False for what is gone meanwhile, leads outside or
-// is neither file nor directory.
-bool FileCollection::Describe(const char* name, DAV_COMMON_ENUM* out)
+// Fills in what there is to say about a child. Code 11 for what is gone meanwhile, leads outside or
+// is neither file nor directory, and for nothing else: the others are told of, or none is.
+TALSTATUS FileCollection::Describe(const char* name, DAV_COMMON_ENUM* out)
 {
     FileInfo info;
-    const bool found =
+    const TALSTATUS status =
         node_.IsRoot() ? InspectVolume(node_.GetStore(), name, &info) : InspectChild(name, &info);
-    if (!found)
-        return false;
+    if (Failed(status))
+        return status;
     Fill(info, out);
     if (!hidden_.empty() && hidden_.contains(name))
         out->Attributes |= kAttributeHidden;
-    return true;
+    return status;
 }
 
-bool FileCollection::InspectChild(const char* name, FileInfo* info) const
+TALSTATUS FileCollection::InspectChild(const char* name, FileInfo* info) const
 {
     const Volume& volume = node_.GetVolume();
-    if (volume.Fs().InspectAt(directory_->Get(), name, info) != 0)
-        return false;
+    if (const int error = volume.Fs().InspectAt(directory_->Get(), name, info))
+        return StatusFromErrno(error);
     if (info->isLink) {
         Target target;
         OpenFile real;
         target.volume = &node_.GetVolume();
-        return target.path.Assign(node_.Path()) && target.path.Append(name) &&
-               !Failed(node_.GetStore().OpenExisting(&target, OpenFor::Locating, &real, info)) &&
-               volume.GetCreated(real.Get(), *info, &info->created) == 0;
+        if (!target.path.Assign(node_.Path()) || !target.path.Append(name))
+            return Failure(kCodeNotFound); // no request can name it
+        const TALSTATUS status =
+            node_.GetStore().OpenExisting(&target, OpenFor::Locating, &real, info);
+        return Failed(status)
+                   ? status
+                   : StatusFromErrno(volume.GetCreated(real.Get(), *info, &info->created));
     }
-    if (hasKeptDates_)
-        info->created = volume.CreatedOfChild(directory_->Get(), name, *info);
-    return info->isDirectory || info->isRegular;
+    if (!info->isDirectory && !info->isRegular)
+        return Failure(kCodeNotFound);
+    return hasKeptDates_ ? StatusFromErrno(volume.GetCreatedOfChild(directory_->Get(), name, info))
+                         : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
@@ -192,8 +203,11 @@ TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
             *size = needed;
             return Failure(kCodeBufferTooSmall);
         }
-        if (!Describe(names_->At(next_).data(), buffer))
+        const TALSTATUS status = Describe(names_->At(next_).data(), buffer);
+        if (Code(status) == kCodeNotFound)
             continue;
+        if (Failed(status))
+            return status;
         buffer->DisplayNameLength = static_cast<UINT32>(units * sizeof(WCHAR));
         names_->WideAt(next_, reinterpret_cast<WCHAR*>(reinterpret_cast<char*>(buffer) + kHead));
         *size = needed;
@@ -367,16 +381,19 @@ TALSTATUS FileCollection::EmitDeleted(UINT32* length, void* out)
             return status;
         const std::string stored = std::to_string(entry.id);
         FileInfo info;
+        int error = volume.Fs().InspectAt(volume.Deleted(), stored.c_str(), &info);
         // One that is being deleted or purged at this moment has an entry and no file, or none of
         // a kind that is served.
-        if (volume.Fs().InspectAt(volume.Deleted(), stored.c_str(), &info) != 0 ||
-            (!info.isDirectory && !info.isRegular))
+        if (error == ENOENT || (error == 0 && !info.isDirectory && !info.isRegular))
             continue;
-        info.created = volume.CreatedOfChild(volume.Deleted(), stored.c_str(), info);
+        if (error == 0)
+            error = volume.GetCreatedOfChild(volume.Deleted(), stored.c_str(), &info);
+        TALSTATUS status = StatusFromErrno(error);
         bool hidden = false;
-        if (volume.MayHaveProperties())
-            (void)session->IsHidden(".kest/deleted/" + stored, &hidden); // else shown
-        const TALSTATUS status = PackDeleted(entry, info, hidden, length, out);
+        if (!Failed(status) && volume.MayHaveProperties())
+            status = session->IsHidden(".kest/deleted/" + stored, &hidden);
+        if (!Failed(status))
+            status = PackDeleted(entry, info, hidden, length, out);
         if (!Failed(status))
             lastDeleted_ = entry.id;
         return status;

@@ -44,8 +44,8 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
     FileHandle Handle() const { return directory_ ? directory_->Get() : kNoFile; }
     TALSTATUS ListNames();
     TALSTATUS Emit(UINT32* size, DAV_COMMON_ENUM* buffer);
-    bool Describe(const char* name, DAV_COMMON_ENUM* out);
-    bool InspectChild(const char* name, FileInfo* info) const;
+    TALSTATUS Describe(const char* name, DAV_COMMON_ENUM* out);
+    TALSTATUS InspectChild(const char* name, FileInfo* info) const;
     TALSTATUS PackDeleted(const DeletedEntry& entry, const FileInfo& info, bool hidden,
                           UINT32* length, void* out);
 

@@ -5,11 +5,53 @@
 #include <cerrno>
 #include <cstring>
 
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/platform.h"
 
 namespace filestore {
 
 namespace {
+
+UINT16 CodeOf(int error) noexcept
+{
+    switch (error) {
+    case 0:
+        return kCodeSuccess;
+    case ENOENT:
+    case ENOTDIR:
+    case ELOOP: // too many links, or one that the kernel must not follow
+    case EXDEV: // the path leaves the volume
+    case ENXIO: // a socket or a pipe without a peer
+    case EINVAL:
+    case ENODATA: // no such tag
+    case ERANGE:  // a longer one, which is not ours
+        return kCodeNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case ETXTBSY:
+        return kCodeAccessDenied;
+    case ENAMETOOLONG:
+        return kCodeNameTooLong;
+    case EEXIST:
+    case ENOTEMPTY:
+        return kCodeObjectExists;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG: // the file system cannot hold a file of that size
+        return kCodeStorageFull;
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+        return kCodeInsufficientResources;
+    case EISDIR:
+        return kCodeMethodNotAllowed;
+    case EOPNOTSUPP:
+        return kCodeNotImplemented;
+    default:
+        return kCodeUnsuccessful;
+    }
+}
 
 void TellReason(int error) noexcept
 {
@@ -20,47 +62,35 @@ void TellReason(int error) noexcept
 
 } // namespace
 
+TALSTATUS Fault(UINT16 code) noexcept
+{
+    const TALSTATUS status = Failure(code);
+    call::ReportFailure(status);
+    return status;
+}
+
+TALSTATUS ToldIfDenied(TALSTATUS status) noexcept
+{
+    if (Failed(status) && Code(status) == kCodeAccessDenied)
+        call::ReportFailure(status);
+    return status;
+}
+
+bool IsFault(int error) noexcept
+{
+    const UINT16 code = CodeOf(error);
+    return error == ENOSPC || error == EDQUOT || code == kCodeInsufficientResources ||
+           code == kCodeUnsuccessful;
+}
+
 TALSTATUS StatusFromErrno(int error) noexcept
 {
-    switch (error) {
-    case 0:
+    if (error == 0)
         return TAL_STATUS_SUCCESS;
-    case ENOENT:
-    case ENOTDIR:
-    case ELOOP: // too many links, or one that the kernel must not follow
-    case EXDEV: // the path leaves the volume
-    case ENXIO: // a socket or a pipe without a peer
-    case EINVAL:
-        return Failure(kCodeNotFound);
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case ETXTBSY:
-        return Failure(kCodeAccessDenied);
-    case ENAMETOOLONG:
-        return Failure(kCodeNameTooLong);
-    case EEXIST:
-    case ENOTEMPTY:
-        return Failure(kCodeObjectExists);
-    case ENOSPC:
-    case EDQUOT:
-        TellReason(error);
-        return Failure(kCodeStorageFull);
-    case EFBIG: // the file system cannot hold a file of that size
-        return Failure(kCodeStorageFull);
-    case EMFILE:
-    case ENFILE:
-    case ENOMEM:
-        TellReason(error);
-        return Failure(kCodeInsufficientResources);
-    case EISDIR:
-        return Failure(kCodeMethodNotAllowed);
-    case EOPNOTSUPP:
-        return Failure(kCodeNotImplemented);
-    default:
-        TellReason(error);
-        return Failure(kCodeUnsuccessful);
-    }
+    if (!IsFault(error))
+        return Failure(CodeOf(error));
+    TellReason(error);
+    return Fault(CodeOf(error));
 }
 
 } // namespace filestore

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 
 #include <kest/com.h>
 #include <kest/host.h>
@@ -31,8 +32,8 @@ class ResourceState final : public IfState {
         std::unique_ptr<MetadataSession> session;
         std::vector<LockRecord> locks;
         if (!Locate(path, &target) || !target.volume->MayHaveLocks() ||
-            Failed(Store::OpenMetadata(*target.volume, &session)) ||
-            Failed(CoveringLocks(*session, target.path.View(), store_.Now(), &locks)))
+            !IsKnown(Store::OpenMetadata(*target.volume, &session)) ||
+            !IsKnown(CoveringLocks(*session, target.path.View(), store_.Now(), &locks)))
             return false;
         return std::any_of(locks.begin(), locks.end(),
                            [&](const LockRecord& lock) { return lock.token == token; });
@@ -43,20 +44,30 @@ class ResourceState final : public IfState {
         OpenFile file;
         FileInfo info;
         return Locate(path, &target) &&
-               !Failed(store_.OpenExisting(&target, OpenFor::Locating, &file, &info)) &&
+               IsKnown(store_.OpenExisting(&target, OpenFor::Locating, &file, &info)) &&
                ETagText(ETagOf(info)) == entityTag;
     }
+    // Why an answer was not to be had: then none of them counts.
+    TALSTATUS Status() const { return failure_; }
 
   private:
-    bool Locate(std::string_view path, Target* out) const
+    bool Locate(std::string_view path, Target* out)
     {
         if (!path.starts_with(location_))
             return false;
         path.remove_prefix(location_.size());
-        return path.starts_with('/') && !Failed(store_.Locate(path, out)) && !out->IsRoot();
+        return path.starts_with('/') && IsKnown(store_.Locate(path, out)) && !out->IsRoot();
+    }
+    // False for what is not there, and for what cannot be told.
+    bool IsKnown(TALSTATUS status)
+    {
+        if (Failed(status) && Code(status) != kCodeNotFound && Code(status) != kCodeNameTooLong)
+            failure_ = status;
+        return !Failed(status);
     }
     const Store& store_;
     const std::string_view location_;
+    TALSTATUS failure_ = TAL_STATUS_SUCCESS;
 };
 
 std::string SignedInUser(SCHANDLE handle)
@@ -64,8 +75,14 @@ std::string SignedInUser(SCHANDLE handle)
     Ref<IKestSession> session;
     UNICODE_STRING* name = nullptr;
     UNICODE_STRING* domain = nullptr;
-    if (Failed(Create(CLSID_KestSrv, session)) || Failed(session->Associate(handle)) ||
-        Failed(session->GetPrimaryCredentials(&name, &domain)))
+    TALSTATUS status = Create(CLSID_KestSrv, session);
+    if (!Failed(status))
+        status = session->Associate(handle);
+    if (!Failed(status))
+        status = session->GetPrimaryCredentials(&name, &domain);
+    if (Code(status) == kCodeInsufficientResources)
+        throw std::bad_alloc(); // who it is is not known
+    if (Failed(status))
         return {}; // the local user has no directory name
     return Utf8Of(name) + "@" + Utf8Of(domain);
 }
@@ -95,7 +112,10 @@ TALSTATUS Guard::CheckConditions() const
         return Failure(kCodeInvalidRequest);
     const std::string path = call::Path();
     ResourceState state(store_, std::string_view(path).substr(0, Store::ModulePath().size()));
-    return parsed->Evaluate(path, state) ? TAL_STATUS_SUCCESS : Failure(kCodePreconditionFailed);
+    const bool isMet = parsed->Evaluate(path, state);
+    if (Failed(state.Status()))
+        return state.Status();
+    return isMet ? TAL_STATUS_SUCCESS : Failure(kCodePreconditionFailed);
 }
 
 const std::string& Guard::User() const

@@ -116,7 +116,7 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
         *type = Resource;
         return TAL_STATUS_SUCCESS;
     }
-    return status;
+    return ToldIfDenied(status);
 }
 
 TALSTATUS FileNamespace::MkCol(SCHANDLE hSession, DAV_LOCK_TOKEN* token, UNICODE_STRING* path)

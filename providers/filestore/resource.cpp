@@ -97,7 +97,7 @@ TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNI
             Failed(status)) {
             if (Code(status) == kCodeNotFound)
                 KeepMissing(target);
-            return status;
+            return ToldIfDenied(status);
         }
     if (info_.isDirectory && access == kAccessReadContent) {
         file_.Reset();
@@ -243,7 +243,7 @@ TALSTATUS FileResource::Read(UINT64 offset, UINT32 length, char* buffer, UINT32*
     const int error = node_.GetVolume().Fs().Read(upload_ ? upload_->File() : Handle(), offset,
                                                   buffer, length, &got);
     *read = static_cast<UINT32>(got);
-    return StatusFromErrno(error);
+    return ToldIfDenied(StatusFromErrno(error)); // the reply's head promises the content
 }
 
 TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32* written)

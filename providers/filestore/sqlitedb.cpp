@@ -153,17 +153,17 @@ TALSTATUS StatusFromSqlite(int result)
     case SQLITE_ROW:
         return TAL_STATUS_SUCCESS;
     case SQLITE_NOMEM:
-        return Failure(kCodeInsufficientResources);
+        return Fault(kCodeInsufficientResources);
     case SQLITE_FULL:
-        return Failure(kCodeStorageFull);
+        return Fault(kCodeStorageFull);
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-        return Failure(kCodeTimeout);
+        return Fault(kCodeTimeout);
     case SQLITE_READONLY:
     case SQLITE_PERM:
-        return Failure(kCodeAccessDenied);
+        return Fault(kCodeAccessDenied);
     default:
-        return Failure(kCodeUnsuccessful);
+        return Fault(kCodeUnsuccessful);
     }
 }
 
@@ -262,23 +262,23 @@ Query::~Query()
 Query& Query::Bind(std::string_view text)
 {
     if (statement_)
-        sqlite3_bind_text64(statement_, next_++, text.data() ? text.data() : "", text.size(),
-                            SQLITE_STATIC, SQLITE_UTF8);
+        Bound(sqlite3_bind_text64(statement_, next_++, text.data() ? text.data() : "", text.size(),
+                                  SQLITE_STATIC, SQLITE_UTF8));
     return *this;
 }
 
 Query& Query::BindBlob(std::string_view bytes)
 {
     if (statement_)
-        sqlite3_bind_blob64(statement_, next_++, bytes.data() ? bytes.data() : "", bytes.size(),
-                            SQLITE_STATIC);
+        Bound(sqlite3_bind_blob64(statement_, next_++, bytes.data() ? bytes.data() : "",
+                                  bytes.size(), SQLITE_STATIC));
     return *this;
 }
 
 Query& Query::Bind(INT64 number)
 {
     if (statement_)
-        sqlite3_bind_int64(statement_, next_++, number);
+        Bound(sqlite3_bind_int64(statement_, next_++, number));
     return *this;
 }
 
@@ -286,7 +286,7 @@ bool Query::Step()
 {
     if (!statement_)
         return false;
-    result_ = sqlite3_step(statement_);
+    result_ = unbound_ == SQLITE_OK ? sqlite3_step(statement_) : unbound_;
     if (result_ != SQLITE_ROW && result_ != SQLITE_DONE)
         db_->Troubles().Tell(db_->Reason());
     return result_ == SQLITE_ROW;

@@ -143,7 +143,14 @@ class Query {
   private:
     Database* const db_;
     sqlite3_stmt* const statement_;
+    void Bound(int result)
+    {
+        if (result != SQLITE_OK)
+            unbound_ = result;
+    }
+
     int next_ = 1;
+    int unbound_ = SQLITE_OK; // why a value could not be bound: a run would look for another one
     int result_;
 };
 

@@ -212,9 +212,14 @@ TALSTATUS Store::ParseDeleted(std::string_view rest, Target* out, bool* servable
     name.remove_suffix(below.size());
     std::unique_ptr<MetadataSession> session;
     DeletedEntry entry;
-    if (parsed.ec != std::errc() || parsed.ptr != rest.data() + slash ||
-        Failed(OpenMetadata(*out->volume, &session)) || Failed(session->FindDeleted(id, &entry)) ||
-        entry.name != name)
+    if (parsed.ec != std::errc() || parsed.ptr != rest.data() + slash || !out->volume->Meta())
+        return TAL_STATUS_SUCCESS;
+    TALSTATUS status = OpenMetadata(*out->volume, &session);
+    if (!Failed(status))
+        status = session->FindDeleted(id, &entry);
+    if (Failed(status) && Code(status) != kCodeNotFound)
+        return status; // whether it is kept cannot be told
+    if (Failed(status) || entry.name != name)
         return TAL_STATUS_SUCCESS;
     PathBuffer inside;
     if (AppendComponents(below, &inside) != PathFit::Ok ||
@@ -294,12 +299,12 @@ TALSTATUS Store::LocateNew(const UNICODE_STRING* path, Target* out) const
 
 // Pages for browsers without scripts escape a path that is escaped already. Where nothing bears a
 // name of `path` as it stands, the name with one layer less is taken; names are looked at one by
-// one, since one of them may be right as it is. False unless a page asks.
-static bool FindForPage(FileSystem& fs, std::string_view path, PathBuffer* out)
+// one, since one of them may be right as it is. ENOENT unless a page asks.
+static int FindForPage(FileSystem& fs, std::string_view path, PathBuffer* out)
 {
     const UINT32 method = call::Method();
     if (method != KestMethodGet && method != KestMethodHead && method != KestMethodPost)
-        return false;
+        return ENOENT;
     out->Clear();
     while (!path.empty()) {
         const std::string_view name = path.substr(0, path.find('/'));
@@ -308,15 +313,19 @@ static bool FindForPage(FileSystem& fs, std::string_view path, PathBuffer* out)
         std::string plain;
         OpenFile literal;
         if (!out->Append(name))
-            return false;
-        if (name.find('%') == std::string_view::npos ||
-            fs.Open(out->CStr(), OpenFor::Locating, literal.Out(fs)) == 0)
+            return ENOENT;
+        if (name.find('%') == std::string_view::npos)
             continue;
+        const int error = fs.Open(out->CStr(), OpenFor::Locating, literal.Out(fs));
+        if (error == 0)
+            continue;
+        if (IsFault(error))
+            return error;
         out->Cut(parent);
         if (!DecodePercent(name, &plain) || AppendComponents(plain, out) != PathFit::Ok)
-            return false;
+            return ENOENT;
     }
-    return true;
+    return 0;
 }
 
 // Pipes, sockets and devices are nobody's resources.
@@ -351,8 +360,10 @@ TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, Fi
     int error = fs.Open(target->path.CStr(), purpose, out->Out(fs));
     if (error == ENOENT && target->path.View().find('%') != std::string_view::npos) {
         PathBuffer found;
-        if (FindForPage(fs, target->path.View(), &found) &&
-            (error = fs.Open(found.CStr(), purpose, out->Out(fs))) == 0)
+        error = FindForPage(fs, target->path.View(), &found);
+        if (!error)
+            error = fs.Open(found.CStr(), purpose, out->Out(fs));
+        if (!error)
             (void)target->path.Assign(found.View()); // fits: it is shorter
     }
     // What asks for properties asks for the date of birth, too.

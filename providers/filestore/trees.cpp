@@ -169,8 +169,10 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
             return status;
     if (status = CheckReplaceable(overwrite, destination); Failed(status))
         return status;
-    if (source.directory != destination.directory &&
-        (from.deletedId || volume.HasKeptDates(*source.directory)))
+    bool keepsDates = from.deletedId != 0;
+    if (!keepsDates && source.directory != destination.directory)
+        (void)volume.HasKeptDates(*source.directory, &keepsDates); // as with what follows
+    if (keepsDates && source.directory != destination.directory)
         (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
     Rename rename(guard, volume, source, destination.directory->Get(), ParentOf(destination.path));
     rename.restored = from.deletedId;

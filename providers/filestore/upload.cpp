@@ -100,10 +100,16 @@ int Upload::ApplyAttributes()
         if (made.owner != old_->owner || made.group != old_->group)
             (void)fs.SetOwner(file_.Get(), old_->owner, old_->group);
         mode = old_->mode;
-        if (!created_)
-            created_ = volume_.HasKeptDates(*parent_)
-                           ? volume_.CreatedOfChild(parent_->Get(), leaf_.c_str(), *old_)
-                           : old_->created;
+        if (!created_) {
+            bool isKept = false;
+            if (const int error = volume_.HasKeptDates(*parent_, &isKept))
+                return error;
+            if (isKept)
+                if (const int error =
+                        volume_.GetCreatedOfChild(parent_->Get(), leaf_.c_str(), &*old_))
+                    return error;
+            created_ = old_->created;
+        }
     }
     if (readOnly_)
         mode = WithReadOnly(mode, *readOnly_);

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/settle.h"
 
@@ -248,14 +249,17 @@ int Volume::GetCreated(FileHandle handle, const FileInfo& known, UINT64* date) c
 {
     size_t size = 0;
     UINT64 kept = 0;
-    if (fs_->GetTag(handle, kCreatedTag, &kept, sizeof kept, &size) == 0 && size == sizeof kept) {
+    const int error = fs_->GetTag(handle, kCreatedTag, &kept, sizeof kept, &size);
+    if (IsFault(error))
+        return error;
+    if (error == 0 && size == sizeof kept) {
         *date = kept;
         return 0;
     }
     FileInfo info = known;
     if (!info.isBirth)
-        if (const int error = fs_->InspectFully(handle, &info))
-            return error;
+        if (const int failed = fs_->InspectFully(handle, &info))
+            return failed;
     *date = info.created;
     return 0;
 }
@@ -269,35 +273,41 @@ int Volume::KeepCreated(FileHandle handle, const Directory& directory, UINT64 da
 
 int Volume::ExpectKeptDates(const Directory& directory) const
 {
-    if (HasKeptDates(directory))
-        return 0;
-    const int error = fs_->SetTag(directory.Get(), kDatesTag, "1", 1);
+    bool isExpected = false;
+    int error = HasKeptDates(directory, &isExpected);
+    if (error || isExpected)
+        return error;
+    error = fs_->SetTag(directory.Get(), kDatesTag, "1", 1);
     if (error == 0)
         directory.keptDates.store(KeptDates::Some, std::memory_order_relaxed);
     return error;
 }
 
-bool Volume::HasKeptDates(const Directory& directory) const
+int Volume::HasKeptDates(const Directory& directory, bool* out) const
 {
     // The mark is never taken off, but others may put it there at any time.
     KeptDates found = directory.keptDates.load(std::memory_order_relaxed);
     if (found != KeptDates::Some) {
         char mark = 0;
         size_t size = 0;
-        found = fs_->GetTag(directory.Get(), kDatesTag, &mark, sizeof mark, &size) == 0
-                    ? KeptDates::Some
-                    : KeptDates::None;
+        const int error = fs_->GetTag(directory.Get(), kDatesTag, &mark, sizeof mark, &size);
+        if (IsFault(error))
+            return error;
+        found = error == 0 ? KeptDates::Some : KeptDates::None;
         directory.keptDates.store(found, std::memory_order_relaxed);
     }
-    return found == KeptDates::Some;
+    *out = found == KeptDates::Some;
+    return 0;
 }
 
-UINT64 Volume::CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const
+int Volume::GetCreatedOfChild(FileHandle directory, const char* name, FileInfo* info) const
 {
     UINT64 kept = 0;
     size_t size = 0;
     const int error = fs_->GetTagAt(directory, name, kCreatedTag, &kept, sizeof kept, &size);
-    return error == 0 && size == sizeof kept ? kept : info.created;
+    if (error == 0 && size == sizeof kept)
+        info->created = kept;
+    return IsFault(error) ? error : 0;
 }
 
 void Volume::CheckPlace()

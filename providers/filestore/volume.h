@@ -76,9 +76,9 @@ class Volume {
     // Makes listings of the directory look for kept dates.
     int ExpectKeptDates(const Directory& directory) const;
     // Whether children of the directory can have kept dates, so that a listing has to ask each.
-    bool HasKeptDates(const Directory& directory) const;
-    // The creation date of a child whose info is at hand.
-    UINT64 CreatedOfChild(FileHandle directory, const char* name, const FileInfo& info) const;
+    int HasKeptDates(const Directory& directory, bool* out) const;
+    // Puts the kept creation date of a child, if there is one, into its info.
+    int GetCreatedOfChild(FileHandle directory, const char* name, FileInfo* info) const;
 
     // Tells the log when the volume's directory has gone from its place, and when it is there
     // again: as long as this object lives it serves the one that it began with. For one thread.
