@@ -74,7 +74,11 @@ class DeletedChildren {
 // Everything that one listing gathers. Each group is sorted for itself.
 class Listing {
   public:
-    Listing(NodeContext* context, char* buffer) : context_(context), buffer_(buffer) {}
+    Listing(NodeContext* context, char* buffer)
+        : context_(context), buffer_(buffer), folders_(LastShown(*context), context->flags),
+          files_(LastShown(*context), context->flags), deleted_(LastShown(*context), context->flags)
+    {
+    }
 
     void GatherRoots();
     TALSTATUS GatherCollection();
@@ -86,22 +90,31 @@ class Listing {
     {
         Add(record, 0, isRoot, record.Type == Collection ? folders_ : files_);
     }
-    void Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot, NodeList& group);
+    // Where the page ends: nothing behind it in its own group can be on it.
+    static UINT64 LastShown(const NodeContext& context)
+    {
+        return UINT64{context.dHead->firstFile} + context.dHead->maxFiles;
+    }
+    void Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot, FirstNodes& group);
     void GatherDeleted(IKestDAVCollection2* collection);
 
     NodeContext* context_;
     char* buffer_;
-    NodeList folders_;
-    NodeList files_;
-    NodeList deleted_;
+    FirstNodes folders_;
+    FirstNodes files_;
+    FirstNodes deleted_;
     UINT32 count_ = 0;
 };
 
-void Listing::Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot, NodeList& group)
+void Listing::Add(const DAV_COMMON_ENUM& record, UINT64 deleted, bool isRoot, FirstNodes& group)
 {
     if (fileMatchesFilter(context_->dHead->filter, record) == 0)
         return;
     ++count_;
+    if (!group.Wants(record)) {
+        group.Skip();
+        return;
+    }
     SortNode* node = nullptr;
     if (Failed(newSortNode(context_, record, deleted, isRoot, &node)))
         return; // left out, but counted
@@ -165,12 +178,15 @@ void Listing::GatherDeleted(IKestDAVCollection2* collection)
 // Folders come first in an ascending list and last in a descending one.
 void Listing::Write()
 {
-    NodeList* groups[] = {&folders_, &files_, &deleted_};
+    FirstNodes* groups[] = {&folders_, &files_, &deleted_};
     if ((context_->flags & kSortDescending) != 0)
         std::swap(groups[0], groups[2]);
     context_->fileSeq = 0;
-    for (NodeList* group : groups)
-        writeNodesHTML(SortNodes(group->Take(), context_->flags));
+    for (FirstNodes* group : groups) {
+        const UINT32 before = context_->fileSeq;
+        writeNodesHTML(group->Take());
+        context_->fileSeq = before + static_cast<UINT32>(group->Count());
+    }
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "index/nodes.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "core/memory.h"
@@ -8,21 +9,21 @@
 
 namespace {
 
-using Comparison = INT32 (*)(const SortNode& node1, const SortNode& node2);
+using Comparison = INT32 (*)(const DAV_COMMON_ENUM& entry1, const DAV_COMMON_ENUM& entry2);
 
 template <class T> INT32 CompareNumbers(T a, T b)
 {
     return a < b ? -1 : a > b ? 1 : 0;
 }
 
-INT32 CompareTime(const SortNode& node1, const SortNode& node2)
+INT32 CompareTime(const DAV_COMMON_ENUM& entry1, const DAV_COMMON_ENUM& entry2)
 {
-    return CompareNumbers(node1.resInfo.ModificationDate, node2.resInfo.ModificationDate);
+    return CompareNumbers(entry1.ModificationDate, entry2.ModificationDate);
 }
 
-INT32 CompareSize(const SortNode& node1, const SortNode& node2)
+INT32 CompareSize(const DAV_COMMON_ENUM& entry1, const DAV_COMMON_ENUM& entry2)
 {
-    return CompareNumbers(node1.resInfo.ResourceSize, node2.resInfo.ResourceSize);
+    return CompareNumbers(entry1.ResourceSize, entry2.ResourceSize);
 }
 
 // What decides, in turn, for each key.
@@ -55,6 +56,10 @@ class Order {
 
     // True when `later`, which comes after `earlier`, has to move before it.
     bool Inverted(const SortNode& earlier, const SortNode& later) const
+    {
+        return Inverted(earlier.resInfo, later.resInfo);
+    }
+    bool Inverted(const DAV_COMMON_ENUM& earlier, const DAV_COMMON_ENUM& later) const
     {
         INT32 result = 0;
         for (const Comparison compare : chain_.step) {
@@ -111,21 +116,26 @@ SortNode* Merge(SortNode* left, SortNode* right, const Order& order)
     return merged;
 }
 
-UNICODE_STRING NameOf(const SortNode& node)
+UNICODE_STRING NameOf(const DAV_COMMON_ENUM& entry)
 {
-    const auto length = static_cast<UINT16>(node.resInfo.DisplayNameLength);
-    return {length, length, const_cast<WCHAR*>(node.resInfo.DisplayName)};
+    const auto length = static_cast<UINT16>(entry.DisplayNameLength);
+    return {length, length, const_cast<WCHAR*>(entry.DisplayName)};
+}
+
+void FreeNodes(SortNode* node)
+{
+    while (node != nullptr) {
+        SortNode* next = node->next;
+        FreeNode(node);
+        node = next;
+    }
 }
 
 } // namespace
 
 NodeList::~NodeList()
 {
-    for (SortNode* node = first_; node != nullptr;) {
-        SortNode* next = node->next;
-        FreeNode(node);
-        node = next;
-    }
+    FreeNodes(first_);
 }
 
 void NodeList::Append(SortNode* node)
@@ -180,16 +190,16 @@ void FreeNode(SortNode* node)
     pITalpl->TalxFreeMemory(node);
 }
 
-INT32 compareName(const SortNode& node1, const SortNode& node2)
+INT32 compareName(const DAV_COMMON_ENUM& entry1, const DAV_COMMON_ENUM& entry2)
 {
-    const UNICODE_STRING name1 = NameOf(node1);
-    const UNICODE_STRING name2 = NameOf(node2);
+    const UNICODE_STRING name1 = NameOf(entry1);
+    const UNICODE_STRING name2 = NameOf(entry2);
     return pITalpl->TalxCompareUnicodeString(&name1, &name2, TRUE);
 }
 
-INT32 compareType(const SortNode& node1, const SortNode& node2)
+INT32 compareType(const DAV_COMMON_ENUM& entry1, const DAV_COMMON_ENUM& entry2)
 {
-    return compareName(node1, node2);
+    return compareName(entry1, entry2);
 }
 
 SortNode* SortNodes(SortNode* nodes, UINT32 flags)
@@ -214,6 +224,44 @@ SortNode* SortNodes(SortNode* nodes, UINT32 flags)
         if (earlier != nullptr)
             sorted = Merge(earlier, sorted, order);
     return sorted;
+}
+
+bool FirstNodes::Wants(const DAV_COMMON_ENUM& entry) const
+{
+    if (wanted_ == 0)
+        return false;
+    return last_ == nullptr || Order(flags_).Inverted(last_->resInfo, entry);
+}
+
+void FirstNodes::Append(SortNode* node)
+{
+    ++count_;
+    batch_.Append(node);
+    if (++batched_ >= std::max(wanted_, kLeastBatch))
+        Settle();
+}
+
+// Sorts what came since in among the first ones, and lets go of those behind them.
+void FirstNodes::Settle()
+{
+    const Order order(flags_);
+    SortNode* node = Merge(sorted_.Take(), SortNodes(batch_.Take(), flags_), order);
+    batched_ = 0;
+    UINT64 kept = 0;
+    while (node != nullptr && kept < wanted_) {
+        SortNode* next = node->next;
+        sorted_.Append(node);
+        last_ = ++kept == wanted_ ? node : nullptr;
+        node = next;
+    }
+    FreeNodes(node);
+}
+
+SortNode* FirstNodes::Take()
+{
+    Settle();
+    last_ = nullptr;
+    return sorted_.Take();
 }
 
 void writeNodesHTML(SortNode* topnode)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The entries of one listing: made from enumeration records, kept in the order they came, sorted
-// once, written and freed.
+// The entries of one listing: made from enumeration records, kept as far as they can be on the
+// page, sorted, written and freed.
 #pragma once
 
 #include "index/context.h"
@@ -28,15 +28,48 @@ class NodeList {
                                     UINT64 deleted, bool root, SortNode** newNode);
 void FreeNode(SortNode* node);
 
-// Negative, 0 or positive as node1 sorts before, with or after node2. Types have no order of their
-// own: sorting by type is sorting by name.
-INT32 compareName(const SortNode& node1, const SortNode& node2);
-INT32 compareType(const SortNode& node1, const SortNode& node2);
+// Negative, 0 or positive as entry1 sorts before, with or after entry2. Types have no order of
+// their own: sorting by type is sorting by name.
+INT32 compareName(const DAV_COMMON_ENUM& entry1, const DAV_COMMON_ENUM& entry2);
+INT32 compareType(const DAV_COMMON_ENUM& entry1, const DAV_COMMON_ENUM& entry2);
 
 // Sorts by the key and in the direction of the context's preferences. Entries that compare equal
 // keep their order in BOTH directions. n log n comparisons at most, n when the entries come in
 // order or in the reverse order; no memory.
 SortNode* SortNodes(SortNode* nodes, UINT32 flags);
+
+// The first entries of one group in its order, out of any number that come in one by one. Holds at
+// most twice as many as are wanted, or kLeastBatch more where that is more, and compares about
+// three times per entry where entries come in order or in the reverse order.
+class FirstNodes {
+  public:
+    FirstNodes(UINT64 wanted, UINT32 flags) : wanted_(wanted), flags_(flags) {}
+    FirstNodes(const FirstNodes&) = delete;
+    FirstNodes& operator=(const FirstNodes&) = delete;
+
+    // False when the entry, coming next, cannot be among the first any more: it needs no node.
+    bool Wants(const DAV_COMMON_ENUM& entry) const;
+    void Append(SortNode* node);
+    // One that is not wanted.
+    void Skip() { ++count_; }
+    // All that came, wanted or not.
+    UINT64 Count() const { return count_; }
+    // Gives the first ones to the caller, in order, linked by `next`.
+    SortNode* Take();
+
+    static constexpr UINT64 kLeastBatch = 1024;
+
+  private:
+    void Settle();
+
+    const UINT64 wanted_;
+    const UINT32 flags_;
+    UINT64 count_ = 0;
+    NodeList sorted_;                // at most wanted_
+    const SortNode* last_ = nullptr; // of sorted_, once it holds wanted_
+    NodeList batch_;                 // came since
+    UINT64 batched_ = 0;
+};
 
 // Writes those of the nodes that are on the page, counting all of them in fileSeq, and frees them.
 void writeNodesHTML(SortNode* topnode);

@@ -286,6 +286,73 @@ TEST(ListingOfRoots, DeletedEntries_AreNotAskedFor)
     EXPECT_THAT(site.world.Calls({"vol.col.Ioctl"}), ElementsAre());
 }
 
+// The page is cut out of the whole order, of which no more is kept than can stand on it.
+TEST(Listing, PageOfManyEntries_IsASliceOfTheWholeList)
+{
+    constexpr int kEntries = 1300; // more than one batch of what is kept
+    const std::vector<Deleted> deleted = {{.id = 1, .name = "gone1"}, {.id = 2, .name = "gone2"}};
+    Site site;
+    auto& vol = site.world["vol"];
+    site::KeepDeleted(vol, deleted);
+    std::mt19937 random(11);
+    std::vector<std::string> names;
+    for (int i = 0; i < kEntries; ++i) {
+        names.push_back("n" + std::to_string(100000 + i));
+        const std::string path = "/vol/" + names.back();
+        auto& node = i % 16 == 0 ? vol.AddCollection(path) : vol.AddFile(path);
+        node.sizeShown = random() % 5; // many are equal
+        node.modified += random() % 5;
+    }
+    const auto pages = [&](const std::string& range, const std::string& start) {
+        site.Page(D("SetMaxFiles:" + range) + ":" + D("Files") + D("NumberOfFiles"));
+        return site.Body("/Ferro/vol", "start=" + start);
+    };
+    for (const char* order : {"ascending", "descending", "shuffled"}) {
+        std::ranges::sort(names);
+        if (*order == 'd')
+            std::ranges::reverse(names);
+        if (*order == 's')
+            std::ranges::shuffle(names, random);
+        vol.SetOrder("/vol", names);
+        for (UINT32 flags = 0x01; flags < 0x80; flags += 0x10) {
+            site.Preferences(flags);
+            const std::string whole = pages("100000", "1").substr(7);
+            for (const char* start : {"1", "78", "1299"}) {
+                const std::string page = pages("9", start);
+                // An entry is its name in brackets.
+                size_t begin = 0;
+                for (int skip = std::stoi(start) - 1; skip > 0 && whole[begin] == '['; --skip)
+                    begin = whole.find(']', begin) + 1;
+                size_t end = begin;
+                for (int taken = 0; taken < 9 && whole[end] == '['; ++taken)
+                    end = whole.find(']', end) + 1;
+                ASSERT_EQ(page, "9:" + whole.substr(begin, end - begin) + "1302")
+                    << order << " " << flags << " " << start;
+            }
+        }
+    }
+}
+
+TEST(Listing, EntriesThatCannotBeOnThePage_AreNotKept)
+{
+    for (const UINT32 flags : {0x00U, 0x10U, 0x20U}) {
+        Site site;
+        for (int i = 0; i < 3000; ++i)
+            site.world["vol"].AddFile("/vol/" + std::to_string(100000 + i)).sizeShown = 7;
+        site.Preferences(flags);
+        site.Page(D("Files") + D("NumberOfFiles"));
+        int most = 0;
+        site.world.recorder.onCall = [&](std::string_view) {
+            most = std::max(most, site.world.platform.LiveAllocations());
+        };
+        EXPECT_THAT(site.Body("/Ferro/vol", "start=101"), testing::EndsWith("3000"));
+        site.world.recorder.onCall = nullptr;
+        // Two pages and a batch, beside the buffers of a request.
+        EXPECT_LT(most, 1024 + 2 * 200 + 50) << flags;
+        site.world.ExpectAtRest();
+    }
+}
+
 TEST(Listing, TenThousandEntries_InShuffledOrder_AreSortedAndFreed)
 {
     Site site;
