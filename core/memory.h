@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "core/globals.h"
+#include "core/trouble.h"
 
 struct TalxFree {
     void operator()(void* p) const noexcept { pITalpl->TalxFreeMemory(p); }
@@ -16,13 +17,23 @@ struct TalxFree {
 // An array from TalxAllocPagedMemory; null when memory is short.
 template <class T> using Paged = std::unique_ptr<T[], TalxFree>;
 
-// `count` elements, not initialised. Null when memory is short or the size passes 32 bits.
-template <class T> [[nodiscard]] Paged<T> AllocPaged(size_t count)
+// `count` elements, not initialised. Null when memory is short or the size passes 32 bits. For a
+// caller that makes do with less.
+template <class T> [[nodiscard]] Paged<T> TryAllocPaged(size_t count)
 {
     if (count > std::numeric_limits<UINT32>::max() / sizeof(T))
         return nullptr;
     return Paged<T>(
         static_cast<T*>(pITalpl->TalxAllocPagedMemory(static_cast<UINT32>(count * sizeof(T)))));
+}
+
+// The same for all others: what they leave out for it, the host hears of.
+template <class T> [[nodiscard]] Paged<T> AllocPaged(size_t count)
+{
+    Paged<T> memory = TryAllocPaged<T>(count);
+    if (!memory)
+        ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
+    return memory;
 }
 
 // A transfer buffer that shrinks instead of failing: g_RWBlockSize bytes, or half of that, and so
@@ -34,8 +45,9 @@ struct TransferBuffer {
     [[nodiscard]] static TransferBuffer Allocate()
     {
         for (UINT32 size = g_RWBlockSize; size >= kSmallest; size /= 2)
-            if (Paged<char> data = AllocPaged<char>(size))
+            if (Paged<char> data = TryAllocPaged<char>(size))
                 return {std::move(data), size};
+        ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
         return {};
     }
     explicit operator bool() const { return data != nullptr; }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <strings.h>
 
 namespace {
@@ -38,6 +39,15 @@ const WCHAR* QueryTemplateDir(char* buffer, UINT32& units)
     while (units > 0 && value[units - 1] == 0)
         --units;
     return value;
+}
+
+// A template that nobody has installed is no failure: what it would show is left out.
+void ReportUnlessMissing(int error)
+{
+    if (error == EMFILE || error == ENFILE || error == ENOMEM)
+        ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
+    else if (error != ENOENT && error != ENOTDIR && error != EACCES && error != ENAMETOOLONG)
+        ReportFailure(TAL_STATUS_UNSUCCESSFUL);
 }
 
 } // namespace
@@ -84,16 +94,23 @@ TALSTATUS TemplateFile::Open(const char* name)
     char path[kTemplateDirBytes + kLongestName];
     TemplateDirectory(path);
     std::strncat(path, name, kLongestName - 1);
-    file_.reset(std::fopen(path, "r"));
-    if (!file_)
+    do
+        file_.reset(std::fopen(path, "r"));
+    while (!file_ && errno == EINTR);
+    if (!file_) {
+        ReportUnlessMissing(errno);
         return TAL_STATUS_OPEN_FAILED;
+    }
     line_ = AllocPaged<char>(kIndexBuffer);
     return line_ ? TAL_STATUS_SUCCESS : TAL_STATUS_INSUFFICIENT_RESOURCES;
 }
 
 char* TemplateFile::NextLine()
 {
-    return std::fgets(line_.get(), kIndexBuffer, file_.get());
+    char* const line = std::fgets(line_.get(), kIndexBuffer, file_.get());
+    if (line == nullptr && std::ferror(file_.get()) != 0)
+        ReportFailure(TAL_STATUS_UNSUCCESSFUL); // the rest of the page is missing
+    return line;
 }
 
 bool IsDirective(const char* text, const char* name, size_t prefix)

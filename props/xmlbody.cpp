@@ -7,6 +7,8 @@
 
 #include <sys/random.h>
 
+#include "core/trouble.h"
+
 namespace {
 
 char Lower(char c) noexcept
@@ -51,8 +53,10 @@ XmlBody ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartEle
                      XML_EndElementHandler end, XML_CharacterDataHandler text)
 {
     const std::unique_ptr<XML_ParserStruct, FreeParser> parser(XML_ParserCreate(nullptr));
-    if (!parser)
+    if (!parser) {
+        ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
         return XmlBody::NoParser;
+    }
     // A body beyond what one call takes is a malformed one.
     if (size > static_cast<UINT32>(std::numeric_limits<int>::max()))
         return XmlBody::Broken;
@@ -62,7 +66,9 @@ XmlBody ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartEle
     XML_SetElementHandler(parser.get(), start, end);
     if (text)
         XML_SetCharacterDataHandler(parser.get(), text);
-    return XML_Parse(parser.get(), body, static_cast<int>(size), 1) == XML_STATUS_OK
-               ? XmlBody::Whole
-               : XmlBody::Broken;
+    if (XML_Parse(parser.get(), body, static_cast<int>(size), 1) == XML_STATUS_OK)
+        return XmlBody::Whole;
+    if (XML_GetErrorCode(parser.get()) == XML_ERROR_NO_MEMORY)
+        ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
+    return XmlBody::Broken;
 }

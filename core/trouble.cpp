@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/trouble.h"
+
+#include <kest/com.h>
+#include <kest/host.h>
+#include <kest/identifiers.h>
+
+void ReportFailure(TALSTATUS failure) noexcept
+{
+    Ref<IKestCallContext> context;
+    if (!Failed(Create(CLSID_KestCallContext, context)))
+        (void)context->ReportFailure(failure); // without a running request there is nobody to tell
+}
