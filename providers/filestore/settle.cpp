@@ -64,7 +64,7 @@ class Settlement {
         if (error == 0)
             error = Find(intent_.to, &to);
         *happened = error == 0 && !from;
-        isAway_ = !to; // it was on its way out, and is out
+        isAway_ = !to || intent_.to.starts_with(kPurge); // it was on its way out, and is out
         return error;
     }
 

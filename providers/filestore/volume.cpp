@@ -65,13 +65,14 @@ std::string Volume::PrepareMetadata(const MetadataOpener& openMetadata)
     return meta_ ? std::string() : reason.empty() ? "no metadata" : reason;
 }
 
+// Where that cannot be told, it is.
 bool Volume::IsAlive(const std::string& token) const
 {
     OpenFile lock;
     const std::string path =
         std::string(kPrivateDirectory) + "/tmp/" + token + std::string(kLockSuffix);
-    return fs_->Open(path.c_str(), OpenFor::Reading, lock.Out(*fs_)) == 0 &&
-           fs_->TryLock(lock.Get()) != 0;
+    const int error = fs_->Open(path.c_str(), OpenFor::Reading, lock.Out(*fs_));
+    return error ? error != ENOENT : fs_->TryLock(lock.Get()) != 0;
 }
 
 // Where the metadata was lost, deleted files are there that it does not know: new ones must not
@@ -188,28 +189,21 @@ int Volume::TakeToken()
     return EAGAIN;
 }
 
+// A power cut can take an owner's lock file and leave what it was writing: without that file nobody
+// lives, either.
 void Volume::SweepTmp()
 {
     NameCollector found;
     if (fs_->List(tmp_, found) != 0)
         return;
-    for (const std::string& file : found.names) {
-        if (!file.ends_with(kLockSuffix))
+    for (const std::string& name : found.names) {
+        const size_t end = std::min(name.find('-'), name.find(kLockSuffix));
+        if (end == name.npos || IsAlive(name.substr(0, end)))
             continue;
-        OpenFile lock;
-        const std::string path = std::string(kPrivateDirectory) + "/tmp/" + file;
-        if (fs_->Open(path.c_str(), OpenFor::Reading, lock.Out(*fs_)) != 0 ||
-            fs_->TryLock(lock.Get()) != 0)
-            continue; // its owner lives
-        const std::string prefix = file.substr(0, file.size() - kLockSuffix.size()) + "-";
-        for (const std::string& name : found.names) {
-            if (!name.starts_with(prefix))
-                continue;
-            // A half-made copy of a tree is a directory: it goes out like a deleted one.
-            if (fs_->RemoveFile(tmp_, name.c_str()) == EISDIR)
-                (void)fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
-        }
-        (void)fs_->RemoveFile(tmp_, file.c_str()); // if it stays, the next start removes it
+        // A half-made copy of a tree is a directory: it goes out like a deleted one. What stays the
+        // next start removes.
+        if (fs_->RemoveFile(tmp_, name.c_str()) == EISDIR)
+            (void)fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "providers/filestore/locks.h"
 #include "providers/filestore/purge.h"
+#include "tests/unit/filestore/failing_filesystem.h"
 #include "tests/unit/filestore/scratch.h"
 
 using namespace filestore;
@@ -222,6 +223,38 @@ TEST(FileStoreRestart, WhatDeadProcessesLeftIsRemovedAndWhatLivesStays)
     const auto another = MakeStore(directory.Path());
     resource->Release();
     EXPECT_EQ("new", Contents(directory.Path() / "a"));
+}
+
+// A power cut can take the lock files and leave what lay beside them.
+TEST(FileStoreRestart, WhatIsLeftWithoutALockFileIsRemoved)
+{
+    const TempDirectory directory;
+    const fs::path tmp = directory.Path() / ".kest/tmp";
+    fs::create_directories(tmp / "0123456789abcdef-2/sub");
+    std::ofstream(tmp / "0123456789abcdef-1") << "half";
+    std::ofstream(tmp / "of somebody else") << "x";
+    const auto store = MakeStore(directory.Path());
+    EXPECT_EQ(std::vector<std::string>{"of somebody else"}, Leftovers(tmp));
+}
+
+// Out of descriptors, it cannot be told whether another store lives.
+TEST(FileStoreRestart, WhatMayBeSomebodysIsLeftAlone)
+{
+    const TempDirectory directory;
+    const auto living = MakeStore(directory.Path(), 30, SyncLevel::Data);
+    auto* const resource = new FileResource(*living);
+    ASSERT_EQ(0u, resource->Associate({}, TRUE, 7, 1, 0, Path("/v/a").Get(), nullptr));
+    ASSERT_EQ(1u, Leftovers(directory.Path() / ".kest/tmp").size());
+    for (int call = 1; call < 40; ++call) {
+        const auto another = MakeStore(directory.Path(), 30, SyncLevel::Data, [&](auto real) {
+            auto failing = std::make_unique<FailingFileSystem>(std::move(real));
+            failing->failAt = call;
+            return failing;
+        });
+        EXPECT_EQ(1u, Leftovers(directory.Path() / ".kest/tmp").size()) << call;
+    }
+    resource->Release();
+    EXPECT_TRUE(fs::exists(directory.Path() / "a"));
 }
 
 TEST(FileStoreRestart, ARenameWhoseProcessDiedIsSettledByTheDisk)
