@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/access_log.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <new>
-
-#include <kest/tolm.h>
 
 namespace kestd {
 
@@ -105,8 +106,19 @@ void AccessLog::Flush() noexcept
         const std::lock_guard lock(mutex_);
         batch.swap(lines_);
     }
-    if (!batch.empty())
-        TolmLogAccess(batch.data(), static_cast<UINT32>(batch.size()));
+    Drain(batch);
+}
+
+void AccessLog::Drain(std::string& lines) noexcept
+{
+    std::string_view left = lines;
+    while (!left.empty()) {
+        const ssize_t wrote = write(fd_, left.data(), left.size());
+        if (wrote > 0)
+            left.remove_prefix(static_cast<size_t>(wrote));
+        else if (wrote == 0 || errno != EINTR)
+            return; // nowhere to complain to
+    }
 }
 
 } // namespace kestd

@@ -22,21 +22,22 @@ struct AccessRecord {
     std::chrono::microseconds duration{0};
 };
 
-// Lines gather in memory and go to the log together: with the first full batch, or a moment later
-// when somebody calls Flush. Thread-safe.
+// Lines gather in memory and go out together: with the first full batch, or a moment later when
+// somebody calls Flush. Thread-safe.
 class AccessLog {
   public:
-    AccessLog() = default;
-    AccessLog(const AccessLog&) = delete;
-    AccessLog& operator=(const AccessLog&) = delete;
+    explicit AccessLog(int fd) : fd_(fd) {}
     ~AccessLog() { Flush(); }
 
     void Write(const AccessRecord& record) noexcept;
     void Flush() noexcept;
 
   private:
-    std::mutex mutex_; // guards lines_
-    std::mutex order_; // of batches
+    void Drain(std::string& lines) noexcept;
+
+    const int fd_;
+    std::mutex mutex_;
+    std::mutex order_; // of writes
     std::string lines_;
 };
 

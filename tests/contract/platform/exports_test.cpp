@@ -78,8 +78,7 @@ class Library {
 
 TEST(TolmLibrary, ExportsItsSevenFunctionsAndNothingElse)
 {
-    EXPECT_EQ((std::vector<std::string>{"TolmCreateInstance", "TolmLog", "TolmLogAccess",
-                                        "TolmLogQueue", "TolmRegisterClassObject",
+    EXPECT_EQ((std::vector<std::string>{"TolmCreateInstance", "TolmLog", "TolmRegisterClassObject",
                                         "TolmRegistryLoad", "TolmRegistryReportUnread",
                                         "TolmRegistrySetOverride", "TolmRegistryWhere"}),
               Library().Exports());

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// usage: crashstates [--full | --pairs N] [--seed N] [--limit N] [--without WORD]
+//
+// Checks every state that a power cut can leave in the course of every single operation and of
+// drawn pairs (N for each setting, default 40), or with --full of every sequence of up to three.
+// --limit: so many faults are told in detail (default 12). --without: leaves out the operations
+// whose names hold WORD. The exit status is not 0 when a fault was found.
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "tests/crashstates/check.h"
+
+namespace {
+
+using namespace crashstates;
+
+struct Options {
+    bool full = false;
+    size_t pairs = 40;
+    uint64_t seed = 1;
+    size_t limit = 12;
+    const char* without = nullptr;
+};
+
+using Sequence = std::vector<const Operation*>;
+
+double Seconds()
+{
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+void Print(const Setting& setting, const Checker& checker, size_t length, double seconds)
+{
+    std::printf("%-30s %zu operations: %6zu sequences, %8zu states, %7zu while starting, "
+                "%8zu met again, %5.1f s, %zu faults\n",
+                setting.name, length, checker.counts.sequences, checker.counts.states,
+                checker.counts.repairs, checker.counts.repeats, seconds, checker.faults.size());
+    std::fflush(stdout);
+}
+
+// Every sequence of up to `length` operations that begins with `sequence`, which was whole.
+void All(Checker& checker, const Sequence& operations, Sequence& sequence, size_t length)
+{
+    for (const Operation* operation : operations) {
+        sequence.push_back(operation);
+        if (sequence.size() == length) {
+            checker.Check(sequence, 0);
+        } else {
+            Sequence copy = sequence;
+            All(checker, operations, copy, length);
+        }
+        sequence.pop_back();
+    }
+}
+
+void Run(const Setting& setting, Checker& checker, const Options& options)
+{
+    const double began = Seconds();
+    Sequence operations;
+    for (const Operation& operation : kOperations)
+        if (!options.without || !std::strstr(operation.name, options.without))
+            operations.push_back(&operation);
+    for (const Operation* operation : operations)
+        checker.Check({operation}, options.full ? 1 : 16);
+    Print(setting, checker, 1, Seconds() - began);
+    Sequence sequence;
+    if (options.full) {
+        for (const size_t length : {2, 3}) {
+            All(checker, operations, sequence, length);
+            Print(setting, checker, length, Seconds() - began);
+        }
+        return;
+    }
+    std::mt19937_64 dice(options.seed);
+    for (size_t i = 0; i < options.pairs; ++i)
+        checker.Check(
+            {operations[dice() % operations.size()], operations[dice() % operations.size()]}, 0);
+    Print(setting, checker, 2, Seconds() - began);
+}
+
+// Each kind of fault once, with the number of its states.
+void Tell(const std::vector<Fault>& faults, size_t limit)
+{
+    std::map<std::string, size_t> kinds;
+    for (const Fault& fault : faults)
+        if (kinds[fault.what]++ == 0 && kinds.size() <= limit)
+            std::printf("\nFAULT %s\n%s", fault.what.c_str(), fault.detail.c_str());
+    std::printf("\n");
+    size_t told = 0;
+    for (const auto& [what, count] : kinds)
+        if (++told <= 10 * limit)
+            std::printf("%6zu states: %s\n", count, what.c_str());
+    if (told > 10 * limit)
+        std::printf("... and %zu more kinds\n", told - 10 * limit);
+}
+
+bool Parse(int count, char** words, Options* out)
+{
+    for (int i = 1; i < count; ++i) {
+        const auto number = [&](const char* name, auto* value) {
+            if (std::strcmp(words[i], name) != 0 || i + 1 == count)
+                return false;
+            *value = std::strtoull(words[++i], nullptr, 10);
+            return true;
+        };
+        if (std::strcmp(words[i], "--full") == 0)
+            out->full = true;
+        else if (std::strcmp(words[i], "--without") == 0 && i + 1 < count)
+            out->without = words[++i];
+        else if (!number("--pairs", &out->pairs) && !number("--seed", &out->seed) &&
+                 !number("--limit", &out->limit))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int count, char** words)
+{
+    Options options;
+    if (!Parse(count, words, &options)) {
+        std::fprintf(stderr, "usage: crashstates [--full | --pairs N] [--seed N] [--limit N] "
+                             "[--without WORD]\n");
+        return 2;
+    }
+    RegisterMemoryVfs();
+    const filestore::TempDirectory directory;
+    for (const char* const volume : {"v/.kest", "w/.kest"})
+        std::filesystem::create_directories(directory.Path() / volume);
+    std::vector<Fault> faults;
+    for (const Setting& setting : kSettings) {
+        Checker checker(setting, directory.Path(), {options.full ? 4096u : 256u, options.seed});
+        Run(setting, checker, options);
+        faults.insert(faults.end(), checker.faults.begin(), checker.faults.end());
+    }
+    if (FilesOpened() == 0) {
+        std::fprintf(stderr, "crashstates: the database was not opened on the disk in memory\n");
+        return 1;
+    }
+    if (!faults.empty())
+        Tell(faults, options.limit);
+    std::printf("%zu faults\n", faults.size());
+    return faults.empty() && !testing::Test::HasFailure() ? 0 : 1;
+}
