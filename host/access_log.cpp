@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/access_log.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <new>
+
+#include <kest/tolm.h>
 
 namespace kestd {
 
@@ -106,19 +105,8 @@ void AccessLog::Flush() noexcept
         const std::lock_guard lock(mutex_);
         batch.swap(lines_);
     }
-    Drain(batch);
-}
-
-void AccessLog::Drain(std::string& lines) noexcept
-{
-    std::string_view left = lines;
-    while (!left.empty()) {
-        const ssize_t wrote = write(fd_, left.data(), left.size());
-        if (wrote > 0)
-            left.remove_prefix(static_cast<size_t>(wrote));
-        else if (wrote == 0 || errno != EINTR)
-            return; // nowhere to complain to
-    }
+    if (!batch.empty())
+        TolmLogAccess(batch.data(), static_cast<UINT32>(batch.size()));
 }
 
 } // namespace kestd

@@ -22,22 +22,21 @@ struct AccessRecord {
     std::chrono::microseconds duration{0};
 };
 
-// Lines gather in memory and go out together: with the first full batch, or a moment later when
-// somebody calls Flush. Thread-safe.
+// Lines gather in memory and go to the log together: with the first full batch, or a moment later
+// when somebody calls Flush. Thread-safe.
 class AccessLog {
   public:
-    explicit AccessLog(int fd) : fd_(fd) {}
+    AccessLog() = default;
+    AccessLog(const AccessLog&) = delete;
+    AccessLog& operator=(const AccessLog&) = delete;
     ~AccessLog() { Flush(); }
 
     void Write(const AccessRecord& record) noexcept;
     void Flush() noexcept;
 
   private:
-    void Drain(std::string& lines) noexcept;
-
-    const int fd_;
-    std::mutex mutex_;
-    std::mutex order_; // of writes
+    std::mutex mutex_; // guards lines_
+    std::mutex order_; // of batches
     std::string lines_;
 };
 

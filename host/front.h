@@ -61,7 +61,7 @@ class Front {
     Doorkeeper& doorkeeper;
     IKestReq_2* const module;
     const std::string location;
-    AccessLog log{2};
+    AccessLog log;
     std::atomic<bool> isStopping{false};
 
   private:

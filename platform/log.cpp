@@ -1,23 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The log: one write to standard error per line, so that lines of several threads do not mix.
+// The log: one write to standard error per line, so that lines of several threads do not mix, or a
+// queue that another thread writes.
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string_view>
 
+#include <kest/status.h>
 #include <kest/tolm.h>
 
 #include "platform/caseless.h"
+#include "platform/internal.h"
+#include "platform/log_queue.h"
 
 namespace {
+
+constexpr std::size_t kQueueRoom = 512 * 1024;
+constexpr std::chrono::milliseconds kLastFlush{1000}; // when the process ends
+
+// Reachable to the end: threads may log while the process ends.
+std::atomic<tolm::LogQueue*> g_queue{nullptr};
+
+void Emit(std::string_view lines, tolm::LogQueue::Kind kind) noexcept
+{
+    if (tolm::LogQueue* const queue = g_queue.load(std::memory_order_acquire))
+        queue->Put(lines, kind);
+    else
+        (void)tolm::WriteLog(STDERR_FILENO, lines); // there is nowhere to report a failure
+}
 
 // A line in the making, bounded: a text that does not fit is cut and ends in "...".
 class Line {
   public:
+    explicit Line(char (&buffer)[tolm::kLogLine]) : buffer_(buffer) {}
+
     void Append(std::string_view text) noexcept
     {
         if (cut_)
@@ -52,19 +75,11 @@ class Line {
         }
     }
 
-    void Write() noexcept
+    // Returns the line's bytes.
+    std::size_t End() noexcept
     {
         buffer_[length_++] = '\n';
-        const char* at = buffer_;
-        while (length_ > 0) {
-            const ssize_t written = write(STDERR_FILENO, at, length_);
-            if (written < 0 && errno != EINTR)
-                return; // there is nowhere to report it
-            if (written > 0) {
-                at += written;
-                length_ -= static_cast<std::size_t>(written);
-            }
-        }
+        return length_;
     }
 
   private:
@@ -75,17 +90,17 @@ class Line {
         Append({text, sizeof text});
     }
 
-    static constexpr std::size_t kRoom = 4096;
-    char buffer_[kRoom + 8]; // room for the mark of a cut and the line's end
+    static constexpr std::size_t kRoom = tolm::kLogLine - 8;
+    char (&buffer_)[tolm::kLogLine];
     std::size_t length_ = 0;
     bool cut_ = false;
 };
 
 } // namespace
 
-extern "C" void TolmLog(UINT32 severity, const char* component, const char* text)
+std::size_t tolm::FormatLogLine(UINT32 severity, const char* component, const char* text,
+                                char (&out)[kLogLine]) noexcept
 {
-    const int kept = errno; // callers log and then look at what failed
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     tm utc{};
@@ -94,12 +109,43 @@ extern "C" void TolmLog(UINT32 severity, const char* component, const char* text
     const std::size_t length = strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S", &utc);
     std::snprintf(stamp + length, sizeof stamp - length, ".%03ldZ ", now.tv_nsec / 1'000'000);
 
-    Line line;
+    Line line(out);
     line.Append(stamp);
     line.Append(severity >= kLogError ? "error " : severity == kLogWarning ? "warning " : "info ");
     line.AppendEscaped(component ? component : "");
     line.Append(": ");
     line.AppendEscaped(text ? text : "");
-    line.Write();
+    return line.End();
+}
+
+extern "C" {
+
+void TolmLog(UINT32 severity, const char* component, const char* text)
+{
+    const int kept = errno; // callers log and then look at what failed
+    char line[tolm::kLogLine];
+    Emit({line, tolm::FormatLogLine(severity, component, text, line)}, tolm::LogQueue::Kind::Event);
     errno = kept;
 }
+
+void TolmLogAccess(const char* lines, UINT32 size)
+{
+    const int kept = errno;
+    Emit({lines, size}, tolm::LogQueue::Kind::Access);
+    errno = kept;
+}
+
+TALSTATUS TolmLogQueue()
+{
+    static std::mutex mutex;
+    return tolm::Guarded([] {
+        const std::lock_guard lock(mutex);
+        if (g_queue.load())
+            return TAL_STATUS_SUCCESS;
+        g_queue = new tolm::LogQueue(STDERR_FILENO, kQueueRoom);
+        (void)std::atexit([] { (void)g_queue.load()->Flush(kLastFlush); });
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+} // extern "C"

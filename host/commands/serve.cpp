@@ -337,6 +337,8 @@ int RunServe(const std::vector<std::string>& arguments)
         return 0;
     }
     PrepareProcess();
+    if (Failed(TolmLogQueue()))
+        return Failure("the log cannot be started: no memory or no thread");
     Host host(arguments, std::move(parsed), FindPlaces());
     if (const std::string problem = host.Start(); !problem.empty()) {
         host.Stop();

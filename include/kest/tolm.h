@@ -56,6 +56,15 @@ void TolmRegistryReportUnread(void (*report)(const char* line, void* context), v
 // information, 1 a warning, 2 an error.
 void TolmLog(UINT32 severity, const char* component, const char* text);
 
+// Writes whole lines to the log as they are; for the lines of requests.
+void TolmLogAccess(const char* lines, UINT32 size);
+
+// From now on the log is written by a thread of its own, and nobody who logs waits for its reader:
+// up to 512 KiB of lines wait, later ones are dropped and counted in a line of their own. When the
+// process ends by exit, it waits for the reader for at most a second. Fails with code 5; every line
+// is written by whoever logs it then, as before.
+TALSTATUS TolmLogQueue();
+
 } // extern "C"
 #pragma GCC visibility pop
 

@@ -2,10 +2,13 @@
 """The program as an administrator uses it: configuration, users, TLS, reload, stop."""
 
 import base64
+import http.client
 import os
+import re
 import signal
 import socket
 import subprocess
+import threading
 
 import harness
 from harness import Failure, ServerCase, TestServer, Tree, curl, registry_text, run, url_path, \
@@ -174,6 +177,61 @@ class Reload(ServerCase):
                          and "/docs/loud" in server.log(), "the access log")
         finally:
             own.remove()
+
+
+class UnreadLog(ServerCase):
+    """Nobody reads standard error: requests go on, and the server ends when it is told to."""
+
+    def serve(self, tree):
+        process = subprocess.Popen(
+            [harness.KESTD, "serve", "--listen", "127.0.0.1:0", "--state-dir", tree.path,
+             f"docs={tree.path}"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        port = int(process.stdout.readline().rsplit(b":", 1)[1].split(b"/")[0])
+        return process, port
+
+    def ask(self, port, times):
+        """Sends requests over one connection, each of which makes a line of the log."""
+        connection = http.client.HTTPConnection("127.0.0.1", port, timeout=harness.PATIENCE)
+        for _ in range(times):
+            connection.request("OPTIONS", "/" + "a" * 1000)
+            connection.getresponse().read()
+        connection.close()
+
+    def test_requests_and_the_end_do_not_wait_for_its_reader(self):
+        tree = Tree()
+        self.addCleanup(tree.remove)
+        process, port = self.serve(tree)
+        self.ask(port, 2000)  # 2 MB of lines
+        process.send_signal(signal.SIGHUP)
+        self.ask(port, 10)
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(harness.PATIENCE), 0)
+
+    def test_lines_that_nobody_took_are_counted(self):
+        tree = Tree()
+        self.addCleanup(tree.remove)
+        process, port = self.serve(tree)
+        self.ask(port, 2000)
+        pieces = []
+        reader = threading.Thread(
+            target=lambda: pieces.extend(iter(lambda: process.stderr.read1(65536), b"")))
+        reader.start()
+        self.ask(port, 1)
+
+        def counted():
+            text = b"".join(list(pieces)).decode(errors="replace")
+            lost = sum(int(n) for n in re.findall(r" (\d+) log lines lost", text))
+            return lost and text.count("OPTIONS /aaa") + lost == 2001
+
+        wait_for(counted, "each line, or word of its loss")
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(harness.PATIENCE), 0)
+        reader.join()
 
 
 class Tls(ServerCase):

@@ -78,7 +78,8 @@ class Library {
 
 TEST(TolmLibrary, ExportsItsSevenFunctionsAndNothingElse)
 {
-    EXPECT_EQ((std::vector<std::string>{"TolmCreateInstance", "TolmLog", "TolmRegisterClassObject",
+    EXPECT_EQ((std::vector<std::string>{"TolmCreateInstance", "TolmLog", "TolmLogAccess",
+                                        "TolmLogQueue", "TolmRegisterClassObject",
                                         "TolmRegistryLoad", "TolmRegistryReportUnread",
                                         "TolmRegistrySetOverride", "TolmRegistryWhere"}),
               Library().Exports());

@@ -29,6 +29,10 @@ target_compile_definitions(unit_platform PRIVATE
   COMPONENT_EMPTY="$<TARGET_FILE:component_empty>")
 add_dependencies(unit_platform component_good component_declines component_empty)
 
+# What the library does not export.
+kest_test(unit_platform_log SOURCES ${CMAKE_CURRENT_LIST_DIR}/log_test.cpp
+  LIBS tolm_objects kest_contract Threads::Threads)
+
 # A process of its own: it runs out of memory on purpose.
 kest_test(unit_platform_faults SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults_test.cpp
   LIBS platform_support)
