@@ -1,0 +1,108 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The sweep of failing calls (tests/faults) notices what it has to."""
+
+import os
+import sys
+import unittest
+
+import harness
+from harness import ROOT
+
+sys.path.append(os.path.join(ROOT, "tests", "faults"))
+
+import judge  # noqa: E402
+import scenarios  # noqa: E402
+import sweep  # noqa: E402
+from control import ONCE, SHORT  # noqa: E402
+from peer import parse  # noqa: E402
+from world import World  # noqa: E402
+
+LIBRARY = os.path.join(ROOT, "build", "dev", "lib", "libfailing_calls.so")
+
+
+class Replies(unittest.TestCase):
+    """A cut reply is told from a whole one."""
+
+    def test_by_its_framing(self):
+        for text, whole in (
+                (b"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc", True),
+                (b"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nab", False),
+                (b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", True),
+                (b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n", False),
+                (b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nab", False),
+                (b"HTTP/1.1 200 OK\r\nContent-Le", False),
+                (b"", False)):
+            with self.subTest(text):
+                self.assertEqual(parse(text, "GET").told(), whole)
+
+
+class Truth(unittest.TestCase):
+    """Every kind of untrue reply is complained about, and no true one."""
+
+    OLD = {("docs", ""): (None, (), None), ("docs", "f"): ("old", (), "blue")}
+    NEW = {("docs", ""): (None, (), None), ("docs", "f"): ("new", (), "blue")}
+    TORN = {("docs", ""): (None, (), None)}
+
+    def complaints(self, status, state, kept=(), body=b"", clean_status=201, must_go_on=False,
+                   name="PUT over", whole=True):
+        head = b"HTTP/1.1 %d X\r\nContent-Length: %d\r\n\r\n"
+        clean = parse(head % (clean_status, 4) + b"body", "PUT")
+        after = self.NEW if clean_status < 400 else self.OLD
+        known = [("docs", "f", "old")] if clean_status < 400 else []
+        reference = judge.Reference(self.OLD, clean, after, [], known)
+        item = type("Item", (), {})()
+        item.scenario = next(found for found in scenarios.ALL if found.name == name)
+        item.injection = sweep.Injection("read", ("read",), 1, SHORT if must_go_on else ONCE, 5)
+        item.answer = parse(head % (status, len(body) + (not whole)) + body, "PUT")
+        item.same = state
+        return list(judge.judge_reply(item, reference)) + \
+            list(judge.judge_state(item, state, list(kept), reference))
+
+    def test_what_is_true(self):
+        kept = [("docs", "f", "old")]
+        self.assertEqual(self.complaints(201, self.NEW, kept, b"body"), [])
+        self.assertEqual(self.complaints(500, self.OLD), [])
+        self.assertEqual(self.complaints(500, self.NEW, kept), [])
+        self.assertEqual(self.complaints(201, self.OLD, (), whole=False), [])
+
+    def test_what_is_not(self):
+        kept = [("docs", "f", "old")]
+        for what, found in (
+                ("success that did nothing", self.complaints(201, self.OLD, (), b"body")),
+                ("not found", self.complaints(404, self.OLD)),
+                ("expectation failed", self.complaints(417, self.OLD)),
+                ("torn after a failure", self.complaints(500, self.TORN)),
+                ("torn without a reply", self.complaints(201, self.TORN, (), whole=False)),
+                ("a stray kept entry", self.complaints(500, self.OLD, kept)),
+                ("another body", self.complaints(201, self.NEW, kept, b"bod")),
+                ("EINTR told as a failure", self.complaints(500, self.OLD, must_go_on=True))):
+            with self.subTest(what):
+                self.assertNotEqual(found, [])
+
+    def test_an_ignored_lock(self):
+        self.assertEqual(self.complaints(423, self.OLD, (), b"body", 423), [])
+        self.assertNotEqual(self.complaints(201, self.NEW, (), b"body", 423), [])
+
+
+class Library(unittest.TestCase):
+    """The call that was picked fails, and no other."""
+
+    def setUp(self):
+        self.world = World(LIBRARY)
+        self.addCleanup(self.world.close)
+
+    def test_only_the_picked_call_fails(self):
+        runner = sweep.Runner(self.world, [], None)
+        scenario = next(found for found in scenarios.ALL if found.name == "GET small")
+        runner.measure(scenario)
+        counts = runner.counts[scenario]
+        self.assertGreaterEqual(counts["openat2"] + counts["open"], 1)
+        kind = "openat2" if counts["openat2"] else "open"
+        for error, told in ((5, 500), (24, 503)):
+            item = self.world.item(scenario)
+            runner.run(item, sweep.Injection(kind, (kind,), 1, ONCE, error))
+            self.assertEqual((item.hits, item.answer.status), (1, told), harness.KESTD)
+            self.assertTrue(item.places)
+        item = self.world.item(scenario)
+        runner.run(item, None)
+        self.assertEqual((item.hits, item.answer.status), (0, 200))

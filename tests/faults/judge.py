@@ -1,0 +1,146 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Whether a reply that a failure ran into was true.
+
+A request may end as it does without the failure; or with 5xx, or without a whole reply, and then
+what was there before is there, or what should come, and nothing in between. No other status is
+true: a 4xx says that the request was wrong, and 404 that there is nothing.
+"""
+
+import re
+
+VARIES = [  # what differs between two runs of one request, or with its headers
+    (rb"i\d{6}", b"ITEM"),
+    (rb"opaquelocktoken:[0-9a-f-]+", b"TOKEN"),
+    (rb"127\.0\.0\.1:\d+", b"HOST"),
+    (rb"Second-\d+", b"SECONDS"),
+    (rb"\d{4}-\d\d-\d\dT[\d:.]+Z", b"DATE"),
+    (rb"\d{4}-\d\d-\d\d \d\d:\d\d(:\d\d)?", b"DATE"),
+    (rb"\w{3}, \d\d \w{3} \d{4} [\d:]{8} GMT", b"DATE"),
+    (rb"\b1[0-9]{9,18}\b", b"TICKS"),
+    (rb"\bfile\d+\b", b"FILE"),  # numbered for the scripts of a page
+]
+
+
+def steady(body):
+    """A body without what may differ."""
+    for pattern, text in VARIES:
+        body = re.sub(pattern, text, body)
+    return body
+
+
+def inner_statuses(body):
+    return {int(status) for status in re.findall(rb"HTTP/1\.1 (\d\d\d)", body)}
+
+
+def is_success(answer):
+    return 200 <= answer.status < 300
+
+
+def tells_failure(answer, clean):
+    """A reply that says of itself that something failed on the server's side."""
+    if answer.status >= 500:
+        return True
+    return answer.status == 207 and any(
+        status >= 500 for status in inner_statuses(answer.body) - inner_statuses(clean.body))
+
+
+def without_tokens(state):
+    return {key: (content, tuple(sorted(lock[:3] for lock in locks)), colour)
+            for key, (content, locks, colour) in state.items()}
+
+
+class Reference:
+    """How a scenario goes without a failure: what was there before, the reply, what is there
+    after."""
+
+    def __init__(self, before, answer, after, before_kept, after_kept):
+        self.before = (without_tokens(before), before_kept)
+        self.after = (without_tokens(after), after_kept)
+        self.answer = answer
+        self.body = steady(answer.body)
+
+
+def compare(state, other):
+    """What differs, in a few words."""
+    (shown, kept), (wanted, wanted_kept) = state, other
+    names = sorted(":".join(key) for key in set(shown) | set(wanted)
+                   if shown.get(key) != wanted.get(key))
+    words = [f"{name}: {shown.get(tuple(name.split(':', 1)))} instead of "
+             f"{wanted.get(tuple(name.split(':', 1)))}" for name in names[:3]]
+    if kept != wanted_kept:
+        words.append(f"kept {kept} instead of {wanted_kept}")
+    return "; ".join(words)
+
+
+def judge_reply(item, reference):
+    """Complaints about the reply alone."""
+    answer, clean = item.answer, reference.answer
+    method = item.scenario.name.split(" ")[0]
+    if answer.hung:
+        yield "no end of the reply while the failure lasted"
+    if not answer.told():
+        if item.injection and item.injection.must_go_on:
+            yield "given up where it had only to go on"
+        return
+    if tells_failure(answer, clean):
+        if item.injection and item.injection.must_go_on:
+            yield f"{answer.status} where it had only to go on"
+        return
+    if clean.status == 206 and answer.status == 200:
+        return  # the whole file for a part of it is an answer, too (RFC 9110 section 14.2)
+    if answer.status != clean.status:
+        yield f"told {answer.status} instead of {clean.status} or a failure"
+        return
+    same = steady(answer.body) == reference.body
+    if method == "LOCK" and answer.status in (200, 201):
+        same = b"activelock" in answer.body
+    if not same:
+        yield f"{answer.status} with another body: {difference(answer.body, reference.body)}"
+    if method == "HEAD" or (method == "GET" and answer.status == 200):
+        for name in ("content-length", "content-type", "content-range"):
+            if answer.headers.get(name) != clean.headers.get(name):
+                yield f"{answer.status} with {name} {answer.headers.get(name)}"
+
+
+def difference(body, wanted):
+    """Where two bodies part."""
+    body = steady(body)
+    at = next((i for i, pair in enumerate(zip(body, wanted)) if pair[0] != pair[1]),
+              min(len(body), len(wanted)))
+    return f"{len(body)} bytes for {len(wanted)}, at {at}: {body[max(at - 30, 0):at + 50]!r}"
+
+
+def judge_state(item, fresh, kept, reference):
+    """Complaints about what is there after the reply."""
+    state = (without_tokens(fresh), kept)
+    answer = item.answer
+    if item.same is not None and item.same != fresh:
+        yield "a fresh server sees something else than the one that answered"
+    if answer.told() and not tells_failure(answer, reference.answer):
+        if state != reference.after:
+            yield f"after {answer.status}: {compare(state, reference.after)}"
+        yield from judge_token(item, fresh)
+    elif state not in (reference.before, reference.after):
+        nearest = min((reference.before, reference.after),
+                      key=lambda other: len(compare(state, other)))
+        yield f"after {answer.status or 'no reply'}, neither old nor new: {compare(state, nearest)}"
+    elif item.scenario.name.startswith("LOCK") and answer.status >= 500 and \
+            state != reference.before:
+        yield f"after {answer.status} the lock is there"
+
+
+def judge_token(item, fresh):
+    """A lock that was granted bears the token that the reply tells."""
+    if not item.scenario.name.startswith("LOCK") or not is_success(item.answer):
+        return
+    told = re.findall(rb"opaquelocktoken:[0-9a-f-]+", item.answer.text)
+    held = {lock[3].encode() for _, locks, _ in fresh.values() for lock in locks}
+    if not told or told[0] not in held:
+        yield "the token told is that of no lock"
+
+
+def is_late(item, fresh, kept, reference):
+    """Told as a failure, yet done: true, but worth counting."""
+    return (not item.answer.told() or tells_failure(item.answer, reference.answer)) and \
+        reference.before != reference.after and \
+        (without_tokens(fresh), kept) == reference.after

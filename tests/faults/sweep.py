@@ -1,0 +1,398 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Fails each call of each request in turn, and looks whether every reply was true.
+
+usage: tests/faults/run [--full] [--budget N] [--scenario TEXT]… [--call TEXT]… [--world NAME]…
+                        [--server KESTD] [--library FILE] [--junit FILE] [--list] [-v]
+
+Without --full, a sample of N injections that is the same in every run. The exit status is not 0 when
+a reply was not true.
+"""
+
+import argparse
+import collections
+import errno
+import hashlib
+import os
+import re
+import sys
+import tempfile
+import time
+from xml.sax.saxutils import quoteattr
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [HERE, os.path.join(os.path.dirname(HERE), "e2e")]
+
+import harness  # noqa: E402
+import judge  # noqa: E402
+import scenarios  # noqa: E402
+from control import FROM_THEN, ONCE, SHORT, SHORT_FROM, describe  # noqa: E402
+from world import World, Wrong  # noqa: E402
+
+E = errno
+# What each kind of call can fail with. EINTR and a short count are no failures: the caller goes on.
+ERRORS = {
+    "open": (E.EIO, E.EMFILE, E.EINTR), "create": (E.ENOSPC, E.EIO, E.EMFILE),
+    "openat2": (E.EIO, E.ENOMEM, E.EMFILE, E.EINTR), "close": (E.EIO,),
+    "read": (E.EIO, E.EINTR), "write": (E.ENOSPC, E.EIO, E.EINTR),
+    "getdents64": (E.EIO, E.ENOMEM, E.EINTR), "stat": (E.EIO, E.ENOMEM), "fstat": (E.EIO,),
+    "statx": (E.EIO, E.ENOMEM), "access": (E.EIO,), "rename": (E.EIO, E.ENOSPC),
+    "link": (E.EIO, E.ENOSPC), "unlink": (E.EIO,), "mkdir": (E.ENOSPC, E.EIO),
+    "fsync": (E.EIO, E.ENOSPC), "ftruncate": (E.EIO, E.ENOSPC),
+    "fallocate": (E.ENOSPC, E.EIO), "copy_file_range": (E.EIO, E.ENOSPC, E.EINTR),
+    "ioctl": (E.EIO,), "fcntl": (E.EIO, E.ENOLCK), "flock": (E.EIO,), "setattr": (E.EIO, E.EPERM),
+    "getxattr": (E.EIO,), "setxattr": (E.EIO, E.ENOSPC), "getrandom": (E.EIO, E.EINTR),
+    "mmap": (E.ENOMEM,), "malloc": (E.ENOMEM,), "recv": (E.ECONNRESET, E.EINTR),
+    "send": (E.ECONNRESET, E.EINTR), "epoll": (E.ENOMEM,), "thread": (E.EAGAIN,),
+}
+SHORTENED = ("read", "write", "copy_file_range", "getdents64", "recv", "send")
+# Calls that may end with EINTR although no data has moved; those of the database go on by themselves.
+DISK = ("open", "create", "openat2", "read", "write", "getdents64", "stat", "fstat", "statx",
+        "access", "rename", "link", "unlink", "mkdir", "fsync", "ftruncate", "fallocate",
+        "copy_file_range", "setattr", "getxattr", "setxattr")
+GROUPS = {  # several kinds from one moment on: a state that the whole machine comes into
+    "disk-full": (("create", "write", "rename", "link", "mkdir", "ftruncate", "fallocate",
+                   "copy_file_range", "setxattr", "fsync"), E.ENOSPC),
+    "disk-dead": (DISK, E.EIO),
+    "no-descriptors": (("open", "create", "openat2"), E.EMFILE),
+    "no-memory": (("malloc", "mmap"), E.ENOMEM),
+}
+WORLDS = {
+    "plain": {},
+    "unsynced": {"settings": {"FileStore": {"Sync": "none"}}},
+    "final": {"settings": {"FileStore": {"Keep Deleted": 0, "Sync": "full"}}},
+    "crossing": {"other": os.environ.get("KEST_TEST_DIR") or tempfile.gettempdir()},
+}
+MANY = 4  # complaints of one injection that are kept
+MOST_PLACES = 200  # injections of one fault that are looked up in the program
+HANGS = 3  # of one scenario with one kind of call; the rest is left out, and told
+
+
+class Injection:
+    """The nth call of some kinds, and what becomes of it."""
+
+    def __init__(self, kind, calls, nth, mode, error):
+        self.kind = kind
+        self.calls = calls
+        self.nth = nth
+        self.mode = mode
+        self.error = error
+        self.must_go_on = mode in (SHORT, SHORT_FROM) or error == E.EINTR
+
+    def __str__(self):
+        what = {ONCE: "", FROM_THEN: " on", SHORT: " short", SHORT_FROM: " on short"}[self.mode]
+        error = "" if self.mode in (SHORT, SHORT_FROM) else " " + E.errorcode[self.error]
+        return f"{self.kind} {self.nth}{what}{error}"
+
+
+def injections(counts):
+    """All there are for a request that calls each kind so often."""
+    for kind, errors in ERRORS.items():
+        count = counts.get(kind, 0)
+        for nth in range(1, count + 1):
+            for error in errors:
+                yield Injection(kind, (kind,), nth, ONCE, error)
+            if kind in SHORTENED:
+                yield Injection(kind, (kind,), nth, SHORT, 0)
+            if (nth <= 2 or nth * 2 == count) and kind != "fcntl":  # a lock is waited for: 10 s
+                yield Injection(kind, (kind,), nth, FROM_THEN, errors[0])
+        if count and kind in SHORTENED:
+            yield Injection(kind, (kind,), 1, SHORT_FROM, 0)
+    for group, (kinds, error) in GROUPS.items():
+        total = sum(counts.get(kind, 0) for kind in kinds)
+        step = max(total // 40, 1)
+        for nth in range(1, total + 1, step):
+            yield Injection(group, kinds, nth, FROM_THEN, error)
+
+
+class Runner:
+    """One world with the scenarios that want it."""
+
+    def __init__(self, world, chosen, options):
+        self.world = world
+        self.chosen = chosen
+        self.options = options
+        self.items = []       # of injections
+        self.references = {}  # scenario: (item before, items without a failure)
+        self.counts = {}
+        self.left_out = 0
+
+    def measure(self, scenario):
+        """Runs the scenario without failures: first without its request, then often enough that the
+        count of its calls is that of a server that knows it."""
+        before = self.world.item(scenario)
+        clean = []
+        for _ in range(3):
+            item = self.world.item(scenario)
+            self.run(item, None)
+            if item.answer.status not in scenario.status or not item.answer.whole:
+                raise Wrong(f"{scenario.name} without a failure: {item.answer}")
+            clean.append(item)
+        counts = self.world.control.counts()
+        self.counts[scenario] = dict(zip(self.world.names, counts))
+        self.references[scenario] = (before, clean)
+
+    def run(self, item, injection):
+        world, control = self.world, self.world.control
+        method, path, headers, body = item.scenario.request(item)
+        world.peer.ask("OPTIONS", "/")  # a connection that the server waits for
+        mask = 0
+        for name in injection.calls if injection else ():
+            mask |= 1 << world.names.index(name)
+        plan = (injection.nth, injection.mode, injection.error) if injection else (0, 0, 0)
+        with control.armed(mask, *plan):
+            item.answer = world.peer.last(method, path, headers, body, control.disarm)
+        item.injection = injection
+        item.hits = control.hits()
+        if item.hits:
+            item.places = world.symbols.places(control.frames())
+
+    def check_now(self, item):
+        """What the server that has answered shows, and what it holds on to."""
+        world = self.world
+        try:
+            item.same = world.look(world.peer, item)
+        except (Wrong, OSError, SyntaxError) as wrong:
+            item.notes.append(f"then: {wrong}"[:300])
+        for what, found in (("is left", world.leftovers), ("stays open", world.lost_files)):
+            try:
+                harness.wait_for(lambda: not found(), what, 0.5) if found() else None
+            except harness.Failure:
+                lost = found()
+                if what == "is left" and item.injection.kind in ("unlink", "disk-dead", "rename"):
+                    continue  # it could not be removed; the next start does it
+                item.notes.append(f"{what}: {', '.join(lost)[:200]}")
+                self.forget(lost)
+
+    def forget(self, lost):
+        """What has been told once is not told for every injection that follows."""
+        for path in lost:
+            if path in self.world.open_files():
+                self.world.files = self.world.open_files()
+            elif "/.kest/tmp/" in path and os.path.isfile(path):
+                os.unlink(path)
+
+    def prepared(self, scenario):
+        """An item whose preparation went well; if it does not, the failure before it lasts."""
+        try:
+            return self.world.item(scenario)
+        except (Wrong, OSError) as wrong:
+            if self.items:
+                self.items[-1].notes.append(f"lasts: {wrong}"[:300])
+            self.world.revive()
+            return self.world.item(scenario)
+
+    def inject(self, scenario, injection):
+        world = self.world
+        item = self.prepared(scenario)
+        self.run(item, injection)
+        if not item.hits:
+            return None
+        if world.server.alive():
+            self.check_now(item)
+        else:
+            item.notes.append("the server has died: " + world.revive()[-300:])
+        self.items.append(item)
+        return item
+
+    def go(self, plan):
+        hangs = collections.Counter()
+        for scenario, injection in plan:
+            if hangs[scenario, injection.kind] >= HANGS:
+                self.left_out += 1
+                continue
+            started = time.monotonic()
+            item = self.inject(scenario, injection)
+            if time.monotonic() - started > 0.3 and self.options.verbose:
+                print(f"{scenario.name}, {injection}: {time.monotonic() - started:.1f} s",
+                      flush=True)
+            if item and item.answer.hung:
+                hangs[scenario, injection.kind] += 1
+
+    def settle(self):
+        """Judges everything by a fresh server. Yields (item, complaints, whether it was late)."""
+        with self.world.fresh() as peer:
+            left = self.world.left_on_disk()
+            kept, strays = self.world.kept()
+            if left:
+                yield None, [f"left for ever: {path}" for path in left[:MANY]], False
+            if strays:
+                yield None, strays[:MANY], False
+            for scenario, (before, clean) in self.references.items():
+                yield from self.settle_scenario(peer, scenario, before, clean, kept)
+
+    def settle_scenario(self, peer, scenario, before, clean, kept):
+        look = self.world.look
+        found = [(look(peer, item), kept.get(item.name, [])) for item in clean]
+        reference = judge.Reference(look(peer, before), clean[-1].answer, found[-1][0],
+                                    kept.get(before.name, []), found[-1][1])
+        for item, (state, known) in zip(clean, found):
+            if (judge.without_tokens(state), known) != reference.after or \
+                    judge.steady(item.answer.body) != reference.body and scenario.name[:4] != "LOCK":
+                raise Wrong(f"{scenario.name} is not the same in every run: "
+                            + judge.compare((judge.without_tokens(state), known), reference.after)
+                            + judge.difference(item.answer.body, reference.body))
+        if clean[-1].answer.status >= 400 and reference.before != reference.after:
+            yield clean[-1], [judge.compare(reference.after, reference.before)], False
+        for item in self.items:
+            if item.scenario is scenario:
+                yield self.verdict(peer, item, reference, kept.get(item.name, []))
+
+    def verdict(self, peer, item, reference, kept):
+        complaints = list(item.notes) + list(judge.judge_reply(item, reference))
+        try:
+            fresh = self.world.look(peer, item)
+        except (Wrong, OSError, SyntaxError) as wrong:
+            return item, complaints + [f"fresh: {wrong}"[:300]], False
+        complaints += judge.judge_state(item, fresh, kept, reference)
+        return item, complaints, judge.is_late(item, fresh, kept, reference)
+
+
+def order(seed, scenario, injection):
+    """A place in the sample that depends on nothing but what is asked."""
+    return hashlib.sha1(f"{seed} {scenario.name} {injection}".encode()).digest()
+
+
+def make_plan(runner, options, share):
+    """Every injection of these scenarios, or a sample of `share` of them: at least one for each
+    kind of call in each scenario comes first, then the rest as the hash has it."""
+    everything = [(scenario, injection) for scenario in runner.chosen
+                  for injection in injections(runner.counts[scenario])
+                  if not options.call or any(text in str(injection) for text in options.call)]
+    if share is None:
+        return everything, len(everything)
+    ranked = sorted(everything, key=lambda pair: order(options.seed, *pair))
+    picked = set(map(id, ranked[:share]))
+    return [pair for pair in everything if id(pair) in picked], len(everything)
+
+
+class Tally:
+    """Counts, and prints each distinct fault once with how often it came."""
+
+    def __init__(self, root):
+        self.root = root
+        self.total = 0
+        self.untrue = 0
+        self.late = 0
+        self.statuses = collections.Counter()
+        self.faults = {}
+        self.by_scenario = collections.Counter()
+        self.failed = collections.Counter()
+
+    def add(self, item, complaints, late):
+        self.late += late
+        if item is not None:
+            self.total += 1
+            self.by_scenario[item.scenario.name] += 1
+            status = item.answer.status
+            self.statuses[f"{status // 100}xx" if item.answer.told() else "cut"] += 1
+        if not complaints:
+            return
+        self.untrue += 1
+        self.failed[item.scenario.name if item else "at the end"] += 1
+        text = re.sub(r"\d+", "#", complaints[0].split(":")[0])
+        request = item.scenario.name.split(" [")[0] if item else ""
+        self.faults.setdefault((text[:60], request), []).append((item, complaints))
+
+    def report(self, verbose):
+        for (_, request), found in sorted(self.faults.items(), key=lambda row: -len(row[1])):
+            item, complaints = found[0]
+            print(f"\n{request}, {len(found)} times: {complaints[0][:300]}")
+            for complaint in complaints[1:MANY]:
+                print(f"    and {complaint[:300]}")
+            places = collections.Counter(
+                describe(item.places, self.root) for item, _ in found[:MOST_PLACES] if item)
+            for place, count in places.most_common(None if verbose else 3):
+                print(f"    {count} at {place}")
+            for other, _ in found[:20 if verbose else 3]:
+                if other:
+                    print(f"    {other.scenario.name}: {other.injection}: {other.answer}"[:180])
+        if verbose:
+            for name, count in self.by_scenario.items():
+                print(f"{count:6}, {self.failed[name]:6} untrue  {name}")
+
+    def write_junit(self, path):
+        names = sorted({*self.by_scenario, *self.failed})
+        bad = len(self.failed)
+        with open(path, "w", encoding="utf-8") as out:
+            out.write('<?xml version="1.0" encoding="UTF-8"?>\n')
+            out.write(f'<testsuite name="faults" tests="{len(names)}" failures="{bad}">\n')
+            for name in names:
+                mark = "><failure/></testcase>" if name in self.failed else "/>"
+                out.write(f"<testcase name={quoteattr(name)}{mark}\n")
+            out.write("</testsuite>\n")
+
+
+def arguments():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--full", action="store_true")
+    parser.add_argument("--budget", type=int, default=4000, help="injections of the sample")
+    parser.add_argument("--seed", default="1", help="another sample")
+    parser.add_argument("--scenario", action="append", help="only those with this in their name")
+    parser.add_argument("--call", action="append", help="only injections that read like this")
+    parser.add_argument("--world", action="append", choices=sorted(WORLDS))
+    parser.add_argument("--server", help="the kestd to test (default: the release build)")
+    parser.add_argument("--library", help="default: that of the development build")
+    parser.add_argument("--junit")
+    parser.add_argument("--list", action="store_true", help="what each request calls, and end")
+    parser.add_argument("-v", "--verbose", action="store_true")
+    return parser.parse_args()
+
+
+def run_world(name, options, share, tally):
+    chosen = [scenario for scenario in scenarios.ALL if scenario.world == name and
+              (not options.scenario or any(text in scenario.name for text in options.scenario))]
+    if not chosen or (options.world and name not in options.world):
+        return 0, 0
+    started = time.monotonic()
+    world = World(options.library, **WORLDS[name])
+    try:
+        runner = Runner(world, chosen, options)
+        for scenario in chosen:
+            runner.measure(scenario)
+        if options.list:
+            for scenario, counts in runner.counts.items():
+                called = " ".join(f"{kind}={count}" for kind, count in counts.items() if count)
+                print(f"{scenario.name}: {called}")
+            return 0, 0
+        plan, possible = make_plan(runner, options, share)
+        runner.go(plan)
+        for row in runner.settle():
+            tally.add(*row)
+        print(f"{name}: {len(runner.items)} of {possible} injections in {len(chosen)} requests, "
+              f"{runner.left_out} left out after hangs, {time.monotonic() - started:.0f} s",
+              flush=True)
+        return len(runner.items), possible
+    finally:
+        world.close()
+
+
+def main():
+    options = arguments()
+    root = os.path.dirname(os.path.dirname(HERE))
+    if options.server:
+        harness.KESTD = os.path.abspath(options.server)
+    options.library = os.path.abspath(options.library or os.path.join(
+        root, "build/dev/lib/libfailing_calls.so"))
+    for path in (harness.KESTD, options.library):
+        if not os.path.exists(path):
+            print(f"run: there is no {path}", file=sys.stderr)
+            return 2
+    tally = Tally(os.path.dirname(os.path.dirname(harness.KESTD)))
+    for name in WORLDS:
+        weight = sum(scenario.world == name for scenario in scenarios.ALL) / len(scenarios.ALL)
+        share = None if options.full else int(options.budget * weight)
+        run_world(name, options, share, tally)
+    if options.list:
+        return 0
+    tally.report(options.verbose)
+    if options.junit:
+        tally.write_junit(options.junit)
+    told = ", ".join(f"{count} {status}" for status, count in sorted(tally.statuses.items()))
+    print(f"\n{tally.total} injections ({told}; {tally.late} told as failed and done), "
+          f"{tally.untrue} untrue, {len(tally.faults)} distinct")
+    return 1 if tally.faults or not tally.total else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
