@@ -7,6 +7,7 @@
 #include <kest/host.h>
 
 #include "providers/filestore/names.h"
+#include "providers/filestore/store.h"
 
 namespace filestore::call {
 
@@ -139,6 +140,13 @@ std::string Path()
     return path;
 }
 
+// Whether the request is about `path` itself: nothing is made out of what is missing, not even by
+// copying it onto itself.
+static bool IsSource(std::string_view path)
+{
+    return Path() == Store::ModulePath().append(path);
+}
+
 bool IsAboutToCreate(std::string_view path)
 {
     IKestIO_5* const request = Request();
@@ -158,10 +166,10 @@ bool IsAboutToCreate(std::string_view path)
     }
     case KestMethodCopy:
         return !Failed(request->GetCopyInfo(&overwrite, &depth, &destination)) &&
-               EndsWithEscaped(Utf8Of(destination), path);
+               EndsWithEscaped(Utf8Of(destination), path) && !IsSource(path);
     case KestMethodMove:
         return !Failed(request->GetMoveInfo(&overwrite, &destination)) &&
-               EndsWithEscaped(Utf8Of(destination), path);
+               EndsWithEscaped(Utf8Of(destination), path) && !IsSource(path);
     default:
         return false;
     }

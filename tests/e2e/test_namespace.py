@@ -133,6 +133,14 @@ class CopyAndMove(ServerCase):
                     self.assertIn(reply.status, (400, 403, 409), reply)
         self.assertEqual(sorted(os.listdir(self.tree / "outer")), ["folder 000", "folder 001"])
 
+    def test_what_is_missing_is_not_copied_onto_itself(self):
+        for method in (copy, move):
+            for overwrite in ("T", "F"):
+                with self.subTest(method=method.__name__, overwrite=overwrite):
+                    reply = method(self.server, self.path("nobody"), self.path("nobody"),
+                                   Overwrite=overwrite)
+                    self.assertEqual(reply.status, 404)
+
     def test_parent_that_is_missing_answers_409(self):
         self.tree.write("child", b"x")
         for method in (copy, move):
