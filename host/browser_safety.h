@@ -13,9 +13,13 @@ namespace kestd {
 // else "Origin" (RFC 6454 section 7), else "Referer"; programs send none of them and pass.
 bool IsCrossSite(RequestIo& request);
 
+// True when a browser says that it wants the reply to run as a script ("Sec-Fetch-Dest"). Nothing
+// that is stored is one of ours.
+bool IsStoredScript(RequestIo& request);
+
 // Sets the headers that hold a browser to what a module's reply is: a page with the shipped scripts
-// and styles, or a stored file, which may be anybody's and therefore runs nothing. The headers set
-// so far tell which. Called before the head is complete.
-void ConfineBrowser(Reply& reply);
+// and styles, or stored content, which may be anybody's and therefore runs nothing. The reply's
+// headers set so far tell which. Called before the head is complete.
+void ConfineBrowser(RequestIo& request);
 
 } // namespace kestd

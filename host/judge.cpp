@@ -176,6 +176,7 @@ bool Prepare(RequestIo& request, const Front& front, const Live& live)
         request.reply.SetHeader("MS-Author-Via", "DAV"); // Office saves nothing without it
         break;
     case KestMethodGet:
+        refusal = IsStoredScript(request) ? 403 : 0;
         ReadRange(request);
         break;
     case KestMethodCopy:

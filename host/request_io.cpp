@@ -426,7 +426,7 @@ TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
         }
         SecureCookie();
         if (method == KestMethodGet || method == KestMethodPost)
-            ConfineBrowser(reply);
+            ConfineBrowser(*this);
         if (!reply.Begin(status))
             return Failure(kCodeInvalidRequest);
         ApplyFailure();

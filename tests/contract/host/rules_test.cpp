@@ -490,20 +490,76 @@ TEST_F(Rules, RepliesTellBrowsersWhatTheyAre)
         return Ask(Request("GET /Ferro/docs/a"));
     };
     const Answer page = ask("text/html; charset=\"utf-8\"", false);
-    EXPECT_NE(page.Header("Content-Security-Policy").find("script-src 'self'"), std::string::npos);
-    EXPECT_EQ(page.Header("Content-Security-Policy").find("unsafe"), std::string::npos);
+    const std::string policy = page.Header("Content-Security-Policy");
+    EXPECT_NE(policy.find("script-src h/Wharf/ 'sha256-"), std::string::npos) << policy;
+    EXPECT_NE(policy.find("style-src h/Wharf/;"), std::string::npos) << policy;
+    EXPECT_EQ(policy.find("unsafe"), std::string::npos);
     EXPECT_EQ(page.Header("X-Frame-Options"), "SAMEORIGIN");
     EXPECT_EQ(page.Header("X-Content-Type-Options"), "nosniff");
-    for (const char* active : {"text/html", "text/html;charset=utf-8", "image/svg+xml", "TEXT/XML"})
-        EXPECT_EQ(ask(active, true).Header("Content-Security-Policy"),
-                  "sandbox; frame-ancestors 'self'")
-            << active;
-    for (const char* passive : {"text/plain", "image/png", "text/htmlx", "application/pdf"}) {
-        const Answer file = ask(passive, true);
-        EXPECT_EQ(file.Header("Content-Security-Policy"), "(none)") << passive;
-        EXPECT_EQ(file.Header("X-Content-Type-Options"), "nosniff") << passive;
+    for (const char* stored : {"text/html", "text/html;charset=utf-8", "image/svg+xml", "TEXT/XML",
+                               "text/plain", "image/png", "application/pdfx", "x/y", ""}) {
+        const Answer file = ask(*stored ? stored : nullptr, true);
+        EXPECT_EQ(file.Header("Content-Security-Policy"), "sandbox; frame-ancestors 'self'")
+            << stored;
+        EXPECT_EQ(file.Header("X-Content-Type-Options"), "nosniff") << stored;
     }
-    EXPECT_EQ(ask(nullptr, true).Header("X-Content-Type-Options"), "nosniff");
+    for (const char* media : {"video/mp4", "Audio/x-wav"}) // no player may fetch it without
+        EXPECT_EQ(ask(media, true).Header("Content-Security-Policy"),
+                  "sandbox allow-same-origin; frame-ancestors 'self'");
+    const Answer document = ask("application/pdf", true); // browsers show no sandboxed one
+    EXPECT_EQ(document.Header("Content-Security-Policy"), "(none)");
+    EXPECT_EQ(document.Header("X-Content-Type-Options"), "nosniff");
+
+    type = "text/html; charset=\"utf-8\"";
+    isFile = false;
+    const Answer data = Ask(Request("GET /Ferro/docs/.index_xml"));
+    EXPECT_EQ(data.Header("Content-Security-Policy").find("sandbox; default-src 'none';"), 0u);
+}
+
+// A policy that names the whole server would take stored content for our scripts.
+TEST_F(Rules, PagesRunScriptsOfTheWharfOnlyWhateverTheServerIsCalled)
+{
+    module.handler = [](IKestIO_5& io, UINT32) {
+        SetHeader(io, "Content-Type", "text/html");
+        return io.SendHeader(200);
+    };
+    ServerSettings settings = QuietSettings();
+    settings.publicUrl = "https://files.example.org:8443";
+    Start(settings);
+    const auto scripts = [this](const std::string& host, const char* fields = "") {
+        const std::string policy =
+            Ask("GET /Ferro/a HTTP/1.1\r\nHost: " + host + "\r\n" + fields + "\r\n")
+                .Header("Content-Security-Policy");
+        const std::string mark = "script-src ";
+        const size_t from = policy.find(mark) + mark.size();
+        return policy.substr(from, policy.find("'sha256", from) - from);
+    };
+    EXPECT_EQ(scripts("files.example.org:8443"), "files.example.org:8443/Wharf/ ");
+    EXPECT_EQ(scripts("10.0.0.1:80"), "10.0.0.1:80/Wharf/ files.example.org:8443/Wharf/ ");
+    EXPECT_EQ(scripts("a;b"), "files.example.org:8443/Wharf/ ");
+    EXPECT_EQ(scripts("a,'self'"), "files.example.org:8443/Wharf/ ");
+    server->Stop();
+    Start();
+    EXPECT_EQ(scripts("Name:8080"), "Name:8080/Wharf/ ");
+    EXPECT_EQ(scripts("[::1]:8080"), ""); // it could only be called the whole server
+    EXPECT_EQ(scripts("a;script-src*"), "");
+    EXPECT_EQ(scripts("[::1]:8080", "Sec-Fetch-Dest: document\r\n"), "'self' ");
+}
+
+TEST_F(Rules, StoredContentIsNoScriptForABrowserThatAsksForOne)
+{
+    Start();
+    for (const char* use : {"script", "worker", "serviceworker", "sharedworker", "audioworklet"})
+        EXPECT_EQ(
+            Ask(Request("GET /Ferro/a.js", std::string("Sec-Fetch-Dest: ") + use + "\r\n")).status,
+            403)
+            << use;
+    EXPECT_EQ(module.calls, 0);
+    for (const char* use : {"document", "empty", "image", "video", "style", "iframe"})
+        EXPECT_EQ(
+            Ask(Request("GET /Ferro/a.js", std::string("Sec-Fetch-Dest: ") + use + "\r\n")).status,
+            200)
+            << use;
 }
 
 TEST_F(Rules, NewLocksTellTheirTokenInAHeader)

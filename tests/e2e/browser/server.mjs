@@ -33,11 +33,12 @@ export const hostileNames = [
     "javascript:pwned().txt",
 ];
 
-export async function startServer() {
+// `options` go behind "serve"; without a --listen among them it is a loopback address.
+export async function startServer(options = ["--listen", "127.0.0.1:0"]) {
     const home = await mkdtemp(path.join(tmpdir(), "kestd-browser-"));
     const folder = path.join(home, "files");
     await mkdir(folder);
-    const child = spawn(program, ["serve", "--listen", "127.0.0.1:0", "files=" + folder], {
+    const child = spawn(program, ["serve", "--state-dir", home, ...options, "files=" + folder], {
         cwd: home,
         stdio: ["ignore", "pipe", "pipe"],
     });
