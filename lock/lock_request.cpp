@@ -121,10 +121,10 @@ TALSTATUS ParseDavLockRequest(IKestIO_5* pKestIo, LOCK_REQ* pRequest)
         kCodeSuccess)
         return TAL_STATUS_SUCCESS;
     pRequest->Flags &= ~kLockRefresh; // a request with a body asks for a new lock
-    if (ParseXmlBody(body.get(), std::min(read, available), pRequest, LRStartTagHandler,
-                     LREndTagHandler, LRDataHandler) == XmlBody::NoParser)
-        return TAL_STATUS_INSUFFICIENT_RESOURCES;
-    return TAL_STATUS_SUCCESS;
+    return WasShortOfMemory(ParseXmlBody(body.get(), std::min(read, available), pRequest,
+                                         LRStartTagHandler, LREndTagHandler, LRDataHandler))
+               ? TAL_STATUS_INSUFFICIENT_RESOURCES
+               : TAL_STATUS_SUCCESS;
 }
 
 LOCK_REQ* AllocLockRequest()

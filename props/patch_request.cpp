@@ -184,8 +184,8 @@ TALSTATUS ParsePropPatchRequest(IKestIO_5* pKestIo, PATCH_REQ* pRequest)
     body[size] = 0;
 
     pRequest->NameBudget = NameBudget(size);
-    if (ParseXmlBody(body.get(), size, pRequest, PPStartTagHandler, PPEndTagHandler, nullptr) ==
-        XmlBody::NoParser)
+    if (WasShortOfMemory(
+            ParseXmlBody(body.get(), size, pRequest, PPStartTagHandler, PPEndTagHandler, nullptr)))
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     return ExtractPatchValues(pRequest, body.get(), size);
 }

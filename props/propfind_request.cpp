@@ -140,7 +140,8 @@ TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
     case XmlBody::Whole:
         RememberBody(text, *pRequest);
         break;
-    case XmlBody::Broken: // memory may have been short: the next one may read more of it
+    case XmlBody::NoMemory: // the next one may read more of it
+    case XmlBody::Broken:
         break;
     }
     return TAL_STATUS_SUCCESS;

@@ -68,7 +68,8 @@ XmlBody ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartEle
         XML_SetCharacterDataHandler(parser.get(), text);
     if (XML_Parse(parser.get(), body, static_cast<int>(size), 1) == XML_STATUS_OK)
         return XmlBody::Whole;
-    if (XML_GetErrorCode(parser.get()) == XML_ERROR_NO_MEMORY)
-        ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
-    return XmlBody::Broken;
+    if (XML_GetErrorCode(parser.get()) != XML_ERROR_NO_MEMORY)
+        return XmlBody::Broken;
+    ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
+    return XmlBody::NoMemory;
 }

@@ -16,9 +16,16 @@ bool SameName(const char* a, const char* b) noexcept;
 
 enum class XmlBody {
     NoParser, // none could be made; nothing was parsed
-    Broken,   // malformed, or memory was short; what the handlers heard up to there stands
+    NoMemory, // memory was short; what the handlers heard is a part of what was asked for
+    Broken,   // malformed; what the handlers heard up to there stands
     Whole,
 };
+
+// Nobody knows what was asked for: a change does not happen.
+[[nodiscard]] constexpr bool WasShortOfMemory(XmlBody result) noexcept
+{
+    return result == XmlBody::NoParser || result == XmlBody::NoMemory;
+}
 
 // Parses `size` bytes as one document, in the encoding that the body itself names. `text` may be
 // null. A malformed body is no failure of a request.

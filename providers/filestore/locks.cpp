@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "providers/filestore/failures.h"
 #include "providers/filestore/ownertext.h"
@@ -169,7 +170,7 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     if (Failed(status))
         return status;
     file.Keep();
-    *token = lock.token;
+    *token = std::move(lock.token); // takes no memory: the lock stands
     return TAL_STATUS_SUCCESS;
 }
 

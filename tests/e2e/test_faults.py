@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The sweep of failing calls (tests/faults) notices what it has to."""
 
+import argparse
 import os
 import sys
 import unittest
@@ -82,6 +83,29 @@ class Truth(unittest.TestCase):
     def test_an_ignored_lock(self):
         self.assertEqual(self.complaints(423, self.OLD, (), b"body", 423), [])
         self.assertNotEqual(self.complaints(201, self.NEW, (), b"body", 423), [])
+
+
+def faults_of(name, calls):
+    """What a sweep of these calls of one request complains about."""
+    world = World(LIBRARY)
+    try:
+        runner = sweep.Runner(world, [found for found in scenarios.ALL if found.name == name],
+                              argparse.Namespace(call=calls, verbose=False))
+        for scenario in runner.chosen:
+            runner.measure(scenario)
+        runner.go(sweep.make_plan(runner, runner.options, None)[0])
+        return [(str(item.injection), complaints) for item, complaints, _ in runner.settle()
+                if complaints], len(runner.items)
+    finally:
+        world.close()
+
+
+class Locks(unittest.TestCase):
+    def test_none_is_granted_when_memory_runs_out_in_the_body(self):
+        for name in ("LOCK file", "LOCK refresh"):
+            faults, count = faults_of(name, ["malloc"])
+            self.assertEqual(faults, [])
+            self.assertGreater(count, 10)
 
 
 class Library(unittest.TestCase):

@@ -40,7 +40,7 @@ ERRORS = {
     "link": (E.EIO, E.ENOSPC), "unlink": (E.EIO,), "mkdir": (E.ENOSPC, E.EIO),
     "fsync": (E.EIO, E.ENOSPC), "ftruncate": (E.EIO, E.ENOSPC),
     "fallocate": (E.ENOSPC, E.EIO), "copy_file_range": (E.EIO, E.ENOSPC, E.EINTR),
-    "ioctl": (E.EIO,), "fcntl": (E.EIO, E.ENOLCK), "flock": (E.EIO,), "setattr": (E.EIO, E.EPERM),
+    "ioctl": (E.EIO,), "fcntl": (E.EIO, E.ENOLCK), "flock": (E.EIO,), "setattr": (E.EIO,),
     "getxattr": (E.EIO,), "setxattr": (E.EIO, E.ENOSPC), "getrandom": (E.EIO, E.EINTR),
     "mmap": (E.ENOMEM,), "malloc": (E.ENOMEM,), "recv": (E.ECONNRESET, E.EINTR),
     "send": (E.ECONNRESET, E.EINTR), "epoll": (E.ENOMEM,), "thread": (E.EAGAIN,),
@@ -77,6 +77,7 @@ class Injection:
         self.nth = nth
         self.mode = mode
         self.error = error
+        self.lasts = mode == FROM_THEN
         self.must_go_on = mode in (SHORT, SHORT_FROM) or error == E.EINTR
 
     def __str__(self):
@@ -159,10 +160,10 @@ class Runner:
                 harness.wait_for(lambda: not found(), what, 0.5) if found() else None
             except harness.Failure:
                 lost = found()
+                self.forget(lost)
                 if what == "is left" and item.injection.kind in ("unlink", "disk-dead", "rename"):
                     continue  # it could not be removed; the next start does it
                 item.notes.append(f"{what}: {', '.join(lost)[:200]}")
-                self.forget(lost)
 
     def forget(self, lost):
         """What has been told once is not told for every injection that follows."""
