@@ -81,6 +81,13 @@ class CallContext final : public IKestCallContext {
         *object = t_call ? t_call->attachments.Get(*key) : nullptr;
         return t_call ? TAL_STATUS_SUCCESS : kNoCall;
     }
+    TALSTATUS GetConditions(KEST_CONDITIONS* conditions) override
+    {
+        if (!conditions)
+            return kNullArgument;
+        *conditions = t_call ? t_call->Conditions() : KEST_CONDITIONS{};
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
 };
 
 class Factory final : public IClassFactory {

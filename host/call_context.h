@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 
+#include <kest/host.h>
 #include <kest/io.h>
 #include <kest/types.h>
 
@@ -42,6 +43,8 @@ class RunningCall {
     virtual void TakeFailure(TALSTATUS failure) noexcept = 0;
     // Whether the reply can reach nobody any more.
     virtual bool IsCancelled() noexcept = 0;
+    // See IKestCallContext.
+    virtual KEST_CONDITIONS Conditions() const noexcept = 0;
 
     Attachments attachments;
 

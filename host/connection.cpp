@@ -327,12 +327,12 @@ Connection::Step Connection::CallModule()
         AnswerError(request, 412);
         return EndRequest();
     }
-    if (request.method == KestMethodCopy || request.method == KestMethodMove)
-        ClearMootOverwrite(request, front_);
-    if (request.HasFailed()) // what there is could not be looked at
-        return EndRequest();
-    const CallScope scope(request);
     do {
+        if (request.method == KestMethodCopy || request.method == KestMethodMove)
+            ClearMootOverwrite(request, front_);
+        if (request.HasFailed()) // what there is could not be looked at
+            return EndRequest();
+        const CallScope scope(request);
         (void)front_.module->RequestHandler(&request, request.admission.session,
                                             request.method); // the reply says it all
     } while (request.MustAskAgain());

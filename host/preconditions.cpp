@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/preconditions.h"
 
+#include <chrono>
+
 #include "host/probe.h"
 #include "host/text.h"
 
@@ -46,9 +48,19 @@ uint64_t DateOrder(std::string_view date) noexcept
         return 0;
     constexpr uint64_t kTime = 1'000'000;
     constexpr uint64_t kYear = 10'000;
-    const uint64_t day = digits / kTime / kYear;
-    const uint64_t year = digits / kTime % kYear;
-    return ((year * 12 + month / 3) * 32 + day) * kTime + digits % kTime;
+    const auto year = static_cast<int>(digits / kTime % kYear);
+    if (year < 1601)
+        return 0;
+    namespace chrono = std::chrono;
+    const chrono::sys_days day = chrono::year(year) /
+                                 chrono::month(static_cast<unsigned>(month / 3 + 1)) /
+                                 chrono::day(static_cast<unsigned>(digits / kTime / kYear));
+    const chrono::sys_days first = chrono::year(1601) / chrono::January / chrono::day(1);
+    const uint64_t time = digits % kTime;
+    const uint64_t seconds = (time / 10'000 * 60 + time / 100 % 100) * 60 + time % 100;
+    constexpr uint64_t kTicks = 10'000'000; // of 100 ns
+    constexpr uint64_t kSecondsOfADay = 86'400;
+    return (static_cast<uint64_t>((day - first).count()) * kSecondsOfADay + seconds) * kTicks;
 }
 
 bool MeetsPreconditions(RequestIo& request, Front& front)
@@ -65,6 +77,11 @@ bool MeetsPreconditions(RequestIo& request, Front& front)
     const auto since = value("If-Unmodified-Since");
     if (!match && !noneMatch && !since)
         return true;
+    const uint64_t limit = since ? DateOrder(*since) : 0;
+    request.preconditions.match = match.value_or("");
+    request.preconditions.noneMatch = noneMatch.value_or("");
+    if (limit != 0 && !match)
+        request.preconditions.unmodifiedSince = limit;
 
     Probe probe(request, request.target.path, KestMethodHead);
     probe.Run(front, request.admission.session);
@@ -76,7 +93,6 @@ bool MeetsPreconditions(RequestIo& request, Front& front)
         if (*match != "*" || !exists)
             return false;
     } else if (since) {
-        const uint64_t limit = DateOrder(*since);
         if (limit != 0 && DateOrder(probe.LastModified()) > limit)
             return false;
     }

@@ -65,7 +65,10 @@ class Probe final : public IKestIO_5, public RunningCall {
     BOOLEAN IsSecure() override;
 
     IKestIO_5* Request() noexcept override { return this; }
-    UINT32 Method() const noexcept override { return method_; }
+    // As PROPFIND it asks for what bears the literal name: a HEAD may be answered for a page's link
+    // that escapes a name once too often.
+    UINT32 Method() const noexcept override { return KestMethodPropFind; }
+    KEST_CONDITIONS Conditions() const noexcept override { return {}; }
     bool HasBodyArrived() const noexcept override { return true; }
     void TakeFailure(TALSTATUS failure) noexcept override;
     bool IsCancelled() noexcept override;

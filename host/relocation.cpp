@@ -77,7 +77,7 @@ int ReadRelocation(RequestIo& request, const Front& front, const Live& live)
     const std::string_view* overwrite = request.FindRequestHeader("Overwrite");
     if (overwrite && *overwrite != "T" && *overwrite != "F")
         return 400;
-    relocation.overwrites = !overwrite || *overwrite == "T";
+    relocation.mayReplace = relocation.overwrites = !overwrite || *overwrite == "T";
     const std::string_view* depth = request.FindRequestHeader("Depth");
     const bool isCopy = request.method == KestMethodCopy;
     if (!depth || EqualsIgnoringCase(*depth, "infinity"))
@@ -120,8 +120,19 @@ std::u16string CopyUrlPath(std::u16string_view path)
     return out;
 }
 
+bool IsOutrun(const RequestIo& request, int status) noexcept
+{
+    constexpr int kMostRounds = 8; // whoever is outrun so often is told so
+    const Relocation& relocation = request.relocation;
+    return status == 412 &&
+           (request.method == KestMethodCopy || request.method == KestMethodMove) &&
+           relocation.mayReplace && !relocation.overwrites && relocation.rounds < kMostRounds &&
+           !request.HasFailed() && !request.reply.HasBegun();
+}
+
 void ClearMootOverwrite(RequestIo& request, Front& front)
 {
+    request.relocation.overwrites = request.relocation.mayReplace;
     if (!request.relocation.overwrites)
         return;
     Probe probe(request, request.relocation.path, KestMethodHead);

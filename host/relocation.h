@@ -26,6 +26,11 @@ int ReadRelocation(RequestIo& request, const Front& front, const Live& live);
 // module and in the same session; when the answer is neither yes nor no, the flag stays.
 void ClearMootOverwrite(RequestIo& request, Front& front);
 
+// Whether a reply that the module is about to begin says that the destination has changed between
+// the look at it and the module's own: then it is looked at again, and the module asked again. A
+// client that allows overwriting is not told that the name was taken.
+bool IsOutrun(const RequestIo& request, int status) noexcept;
+
 // `path` as the path of the URL that GetCopyInfo hands out. The module decodes some escapes of it
 // once, of which "%25" is one: escaping "%" and nothing else gives every name back as it was.
 std::u16string CopyUrlPath(std::u16string_view path);

@@ -9,6 +9,7 @@
 #include "host/browser_safety.h"
 #include "host/client_needs.h"
 #include "host/failures.h"
+#include "host/relocation.h"
 #include "host/text.h"
 #include "host/utf.h"
 #include <kest/identifiers.h>
@@ -134,6 +135,7 @@ void RequestIo::Reset() noexcept
     hostname.clear();
     port.clear();
     relocation = {};
+    preconditions = {};
     range.Reset();
     isKnownNew = mustAskAgain_ = false;
     start = {};
@@ -420,6 +422,11 @@ TALSTATUS RequestIo::PutString(char* text)
 TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
 {
     return Guarded([&] {
+        if (IsOutrun(*this, status)) {
+            ++relocation.rounds;
+            mustAskAgain_ = true;
+            return Failure(kCodeUnsuccessful);
+        }
         if (method == KestMethodGet && !reply.HasBegun() && !FitRange(status)) {
             mustAskAgain_ = true;
             return Failure(kCodeUnsuccessful);
@@ -432,6 +439,17 @@ TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
         ApplyFailure();
         return TAL_STATUS_SUCCESS;
     });
+}
+
+KEST_CONDITIONS RequestIo::Conditions() const noexcept
+{
+    const auto text = [](std::string_view value) {
+        const auto size =
+            static_cast<UINT16>(std::min<size_t>(value.size(), std::numeric_limits<UINT16>::max()));
+        return STRING{size, size, const_cast<char*>(value.data())}; // only read
+    };
+    return {text(preconditions.match), text(preconditions.noneMatch), preconditions.unmodifiedSince,
+            relocation.mayReplace};
 }
 
 TALSTATUS RequestIo::SetRequestHeader(char* name, UINT32 length, char* value)

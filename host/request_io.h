@@ -21,10 +21,19 @@ namespace kestd {
 
 // COPY's and MOVE's headers (RFC 4918 sections 10.2, 10.3 and 10.6), judged before the module runs.
 struct Relocation {
-    bool overwrites = false;
+    bool mayReplace = false; // what the client wants
+    bool overwrites = false; // what the module is told: clear also where nothing is to be replaced
+    int rounds = 0;          // for which the destination has changed under the module's hands
     INT32 depth = -1;
     std::string path;           // of the destination, decoded
     std::u16string destination; // as GetCopyInfo or GetMoveInfo hands it out
+};
+
+// What the client wants to be so for a change to happen. Empty: it has not said.
+struct Preconditions {
+    std::string_view match;       // "If-Match"
+    std::string_view noneMatch;   // "If-None-Match"
+    uint64_t unmodifiedSince = 0; // "If-Unmodified-Since", as a system time; counts without a match
 };
 
 // Filled by the connection, then used by the module on one thread. Pooled: Reset makes it as new
@@ -52,6 +61,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     std::string port;
     std::string realm;
     Relocation relocation;
+    Preconditions preconditions;
     RangeRequest range;      // of a GET
     bool isKnownNew = false; // nothing was there when the client's conditions were judged
     std::chrono::steady_clock::time_point start; // only where it is logged
@@ -104,6 +114,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     bool HasBodyArrived() const noexcept override { return body.HasArrived(); }
     void TakeFailure(TALSTATUS failure) noexcept override;
     bool IsCancelled() noexcept override { return reply.IsBroken(); }
+    KEST_CONDITIONS Conditions() const noexcept override;
 
   private:
     template <class F> TALSTATUS Guarded(F&& operation) noexcept;

@@ -184,6 +184,21 @@ struct ISCOM : IUnknown {
     ~ISCOM() = default;
 };
 
+// Conditions under which a client wants its change to happen. Texts are as they were sent and valid
+// until the call ends; with Length 0 the client sent none.
+struct KEST_CONDITIONS {
+    // "If-Match", "If-None-Match" and "If-Unmodified-Since" (RFC 9110 section 13) of a request that
+    // changes something, for what bears the request's own path.
+    STRING Match;
+    STRING NoneMatch;
+    UINT64 UnmodifiedSince; // as TalxGetSystemTime counts, whole seconds; 0: none
+    // COPY and MOVE: whether the client lets them replace what is at the destination ("Overwrite",
+    // RFC 4918 section 10.6). The flag of GetCopyInfo and GetMoveInfo is also clear where nothing
+    // was there to replace.
+    BOOLEAN MayReplace;
+};
+static_assert(sizeof(KEST_CONDITIONS) == 48 && offsetof(KEST_CONDITIONS, MayReplace) == 40);
+
 // CLSID_KestCallContext as IID_KestCallContext_1: the request that runs on the calling thread.
 // Every operation fails with code 11 on a thread that runs none. Components may use it; none may
 // need it.
@@ -209,6 +224,10 @@ struct IKestCallContext : IUnknown {
     // Borrowed: no reference is added, valid until the call ends or another takes its place. Null
     // with success when there is none.
     virtual TALSTATUS GetAttachment(const GUID* key, IUnknown** object) = 0;
+    // The host has judged the conditions before the call, which says nothing about what others do
+    // meanwhile: a provider that judges them again in the step that takes or changes the name fails
+    // it, or reports, with code 40.
+    virtual TALSTATUS GetConditions(KEST_CONDITIONS* conditions) = 0;
 
   protected:
     ~IKestCallContext() = default;

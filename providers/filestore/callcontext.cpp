@@ -4,7 +4,6 @@
 #include <new>
 
 #include <kest/com.h>
-#include <kest/host.h>
 
 #include "providers/filestore/names.h"
 #include "providers/filestore/store.h"
@@ -145,6 +144,11 @@ std::string Path()
 static bool IsSource(std::string_view path)
 {
     return Path() == Store::ModulePath().append(path);
+}
+
+bool GetConditions(KEST_CONDITIONS* out)
+{
+    return Context() && !Failed(Context()->GetConditions(out));
 }
 
 bool IsAboutToCreate(std::string_view path)

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include <kest/host.h>
 #include <kest/io.h>
 #include <kest/status.h>
 
@@ -37,5 +38,9 @@ void ReportFailure(TALSTATUS failure) noexcept;
 // Whether the running request is about to bring `path` (a provider path) into being: PUT, MKCOL and
 // LOCK their own path, COPY and MOVE their destination, an upload form names in its folder.
 [[nodiscard]] bool IsAboutToCreate(std::string_view path);
+
+// What the client wants to be so for its change to happen; false when no request runs, or the host
+// does not tell.
+[[nodiscard]] bool GetConditions(KEST_CONDITIONS* out);
 
 } // namespace filestore::call

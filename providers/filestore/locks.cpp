@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "providers/filestore/conditions.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/ownertext.h"
 
@@ -82,8 +83,9 @@ class NewFile {
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
-    // `missing` tells whether the name is free.
-    TALSTATUS Look(std::string_view path, bool* missing)
+    // `missing` tells whether the name is free. Code 40 unless the conditions hold for what is
+    // there.
+    TALSTATUS Look(std::string_view path, const Conditions& conditions, bool* missing)
     {
         *missing = false;
         if (path.empty())
@@ -95,13 +97,18 @@ class NewFile {
         FileInfo info;
         const int error = volume_.Fs().InspectAt(parent_->Get(), leaf_.c_str(), &info);
         *missing = error == ENOENT;
-        return *missing ? TAL_STATUS_SUCCESS : StatusFromErrno(error);
+        if (error && !*missing)
+            return StatusFromErrno(error);
+        return conditions.Judge(*missing ? nullptr : &info);
     }
-    TALSTATUS Make()
+    // Somebody else may have been faster: then there is something to lock, too.
+    TALSTATUS Make(const Conditions& conditions)
     {
         const int error =
             volume_.Fs().CreateFile(parent_->Get(), leaf_.c_str(), file_.Out(volume_.Fs()));
         made_ = error == 0;
+        if (error == EEXIST)
+            return conditions.JudgeName(volume_.Fs(), parent_->Get(), leaf_.c_str());
         return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
     void Keep() { made_ = false; }
@@ -149,11 +156,12 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     NewFile file(volume);
     bool missing = false;
     std::unique_ptr<MetadataSession> session;
-    TALSTATUS status = file.Look(lock.path, &missing);
-    if (!Failed(status))
-        status = Store::OpenMetadata(volume, &session);
+    const Conditions conditions = Conditions::Of(volume, lock.path);
+    TALSTATUS status = Store::OpenMetadata(volume, &session);
     if (!Failed(status))
         status = session->Begin();
+    if (!Failed(status))
+        status = file.Look(lock.path, conditions, &missing);
     if (!Failed(status))
         status = CheckConflicts(*session, lock, now);
     if (!Failed(status) && missing) {
@@ -161,7 +169,7 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
         if (!Failed(status) && volume.MayHaveProperties())
             status = session->ForgetTree(lock.path); // of something that went without our doing
         if (!Failed(status))
-            status = file.Make();
+            status = file.Make(conditions);
     }
     if (!Failed(status))
         status = session->AddLock(lock);
@@ -188,6 +196,9 @@ TALSTATUS RefreshLock(const Guard& guard, const Target& target, UINT64 now, INT6
     TALSTATUS status = Store::OpenMetadata(*target.volume, &session);
     if (!Failed(status))
         status = session->Begin(); // the lock is not given up between the look and the change
+    if (!Failed(status))
+        status = Conditions::Of(*target.volume, target.path.View())
+                     .JudgePath(target.volume->Fs(), target.path.CStr());
     if (Failed(status))
         return status;
     for (const std::string& token : guard.Tokens()) {

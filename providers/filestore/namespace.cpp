@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/conditions.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/recent.h"
@@ -150,7 +151,12 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
     if (Failed(status))
         return status;
     const std::string leaf(LeafOf(target.path.View()));
+    const Conditions conditions = Conditions::Of(volume, target.path.View());
+    if (status = conditions.JudgeName(volume.Fs(), parent->Get(), leaf.c_str()); Failed(status))
+        return status;
     error = volume.Fs().MakeDirectory(parent->Get(), leaf.c_str());
+    if (error == EEXIST && conditions.NeedFree())
+        return Failure(kCodePreconditionFailed);
     if (error == 0)
         error = volume.SyncNames(parent->Get());
     if (error || !volume.MayHaveProperties())

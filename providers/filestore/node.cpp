@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "providers/filestore/callcontext.h"
+#include "providers/filestore/conditions.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/upload.h"
@@ -140,8 +142,20 @@ TALSTATUS Node::CheckChange() const
     if (const TALSTATUS status = CheckObject(); Failed(status))
         return status;
     const Guard guard = MakeGuard();
-    const TALSTATUS status = guard.CheckConditions();
-    return Failed(status) ? status : guard.CheckLocks(*volume_, path_, Reach::Self);
+    TALSTATUS status = guard.CheckConditions();
+    if (!Failed(status))
+        status = guard.CheckLocks(*volume_, path_, Reach::Self);
+    return Failed(status) ? status : JudgeConditions();
+}
+
+// What a PROPPATCH changes is told one by one: only the host can make the whole of it fail.
+TALSTATUS Node::JudgeConditions() const
+{
+    const TALSTATUS status =
+        Conditions::Of(*volume_, path_).JudgePath(volume_->Fs(), path_.c_str());
+    if (Failed(status))
+        call::ReportFailure(status);
+    return status;
 }
 
 TALSTATUS Node::GetDisplayName(UNICODE_STRING* out) const
@@ -295,6 +309,8 @@ TALSTATUS Node::SetNamedProperty(const UNICODE_STRING* name, UINT32 length, cons
         status = session->Begin();
     if (!Failed(status) && volume_->MayHaveLocks())
         status = guard.CheckLocks(*session, path_, Reach::Self);
+    if (!Failed(status))
+        status = JudgeConditions();
     if (!Failed(status))
         status = value ? session->SetProperty(path_, key, {value, length})
                        : session->RemoveProperty(path_, key);

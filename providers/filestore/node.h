@@ -58,6 +58,7 @@ class Node {
 
   private:
     TALSTATUS CheckObject() const; // CheckChange without the guard
+    TALSTATUS JudgeConditions() const;
     bool KeepsProperties() const { return volume_ && volume_->MayHaveProperties(); }
 
     Store& store_;

@@ -146,8 +146,8 @@ void Rename::Withdraw(MetadataSession& session) const
 
 TALSTATUS Rename::MoveAlone()
 {
-    const int error = MoveName();
-    return StatusFromErrno(error ? error : SyncNames(false));
+    const TALSTATUS status = MoveName();
+    return Failed(status) ? status : StatusFromErrno(SyncNames(false));
 }
 
 // The names are on the disk before the metadata says so, and the intent stands until then: whatever
@@ -158,7 +158,7 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
     if (!Failed(status))
         status = CheckLocks(session);
     if (!Failed(status))
-        status = StatusFromErrno(MoveName());
+        status = MoveName();
     if (Failed(status))
         return status;
     const int notSynced = SyncNames(true);
@@ -200,8 +200,13 @@ TALSTATUS Rename::CheckLocks(MetadataSession& session) const
     return Failed(status) || !toServed ? status : guard_.CheckLocks(session, toPath_, Reach::Tree);
 }
 
-int Rename::MoveName()
+TALSTATUS Rename::MoveName()
 {
+    const NameGuard names(volume_.MutexOf(from_.path), volume_.MutexOf(toPath_));
+    if (const TALSTATUS status =
+            conditions.JudgeName(volume_.Fs(), from_.directory->Get(), from_.leaf.c_str());
+        Failed(status))
+        return status;
     int error = RenameOrTrade();
     if (error == EACCES) {
         const MadeWritable moving(volume_.Fs(), from_.path);
@@ -210,7 +215,7 @@ int Rename::MoveName()
             error = RenameOrTrade();
     }
     hasMoved_ = error == 0;
-    return error;
+    return StatusFromErrno(error);
 }
 
 int Rename::RenameOrTrade()

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "providers/filestore/conditions.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/store.h"
 
@@ -33,10 +34,11 @@ class Rename {
     {
     }
 
-    bool replace = false; // the new name may be taken by a file
-    bool forget = false;  // the metadata goes instead of following, also that of what is put aside
-    bool toServed = true; // clients see the new name: it can have locks and metadata
-    INT64 restored = 0;   // the deleted entry that it takes out of the list
+    bool replace = false;  // the new name may be taken by a file
+    bool forget = false;   // the metadata goes instead of following, also that of what is put aside
+    bool toServed = true;  // clients see the new name: it can have locks and metadata
+    Conditions conditions; // on what moves, judged when it does
+    INT64 restored = 0;    // the deleted entry that it takes out of the list
     // The deleted entry that it makes. Its number becomes a name: the new one, or that of what is
     // put aside.
     DeletedEntry* added = nullptr;
@@ -47,8 +49,8 @@ class Rename {
     void PutAside() { putsAside_ = true; }
 
     // `leaf` counts without `added` only, or with PutAside. Code 22 when the new name is taken, 37
-    // when a lock stands in the way; nothing has changed then. A failure of the sync is reported
-    // when everything has moved.
+    // when a lock stands in the way, 40 when the conditions do not hold; nothing has changed then.
+    // A failure of the sync is reported when everything has moved.
     TALSTATUS To(std::string leaf);
     // After a failure: what was to be put aside bears the old name, or is aside. Both are to be
     // left as they are, the next start ends it.
@@ -64,7 +66,7 @@ class Rename {
     TALSTATUS MoveAll(MetadataSession& session);
     TALSTATUS MoveRows(MetadataSession& session) const;
     TALSTATUS CheckLocks(MetadataSession& session) const;
-    int MoveName();
+    TALSTATUS MoveName();
     int RenameOrTrade();
     int TradeNames();
     int PutAsideFirst();

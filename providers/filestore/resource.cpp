@@ -103,6 +103,13 @@ TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNI
         file_.Reset();
         return Failure(kCodeMethodNotAllowed);
     }
+    if (call::Method() == KestMethodCopy) // what is open now is what is copied
+        if (const TALSTATUS status =
+                Conditions::Of(*target.volume, target.path.View()).Judge(&info_);
+            Failed(status)) {
+            file_.Reset();
+            return status;
+        }
     node_.Bind(session, target, token);
     return TAL_STATUS_SUCCESS;
 }
@@ -146,6 +153,9 @@ TALSTATUS FileResource::StartUpload(bool keepContent, bool seemsFree)
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
     upload_.emplace(node_.GetStore(), node_.GetVolume());
+    upload_->SetConditions(Conditions::Of(node_.GetVolume(), node_.Path()));
+    if (seemsFree && !MayReplaceDestination())
+        upload_->SetMustBeFree(); // who looked first wants to replace nothing
     TALSTATUS status = keepContent ? upload_->BeginWithContent(node_.Path(), Handle(), info_.size)
                                    : upload_->Begin(node_.Path(), seemsFree);
     if (!Failed(status))

@@ -65,6 +65,7 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from
     rename.added = keep ? &entry : nullptr;
     rename.forget = !keep;
     rename.toServed = false;
+    rename.conditions = Conditions::Of(volume, from.path);
     const TALSTATUS status = rename.To(keep ? std::string() : volume.UniqueName());
     if (!Failed(status) && !keep)
         store.WakePurger();
@@ -176,6 +177,7 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
         (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
     Rename rename(guard, volume, source, destination.directory->Get(), ParentOf(destination.path));
     rename.restored = from.deletedId;
+    rename.conditions = Conditions::Of(volume, source.path);
     return TakeName(store, source, destination, &rename);
 }
 

@@ -22,7 +22,7 @@ TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
     if (const int error = volume_.OpenParent(path, &parent_))
         return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
                                                    : StatusFromErrno(error);
-    leaf_ = LeafOf(path);
+    path_ = path;
     if (seemsFree && MakeUnnamed() == 0)
         return TAL_STATUS_SUCCESS;
     if (const TALSTATUS status = LookAtName(); Failed(status))
@@ -55,19 +55,21 @@ int Upload::MakeUnnamed()
 TALSTATUS Upload::LookAtName()
 {
     FileInfo info;
-    const int error = volume_.Fs().InspectAt(parent_->Get(), leaf_.c_str(), &info);
+    const int error = volume_.Fs().InspectAt(parent_->Get(), Leaf(), &info);
     if (error)
-        return error == ENOENT ? TAL_STATUS_SUCCESS : StatusFromErrno(error);
+        return error == ENOENT ? conditions_.Judge(nullptr) : StatusFromErrno(error);
     if (info.isDirectory)
         return Failure(kCodeMethodNotAllowed);
     if (!info.isRegular && !info.isLink)
         return Failure(kCodeAccessDenied); // a device or a pipe is not replaced by a file
     if (info.isRegular && IsReadOnly(info))
         return Failure(kCodeAccessDenied);
+    if (mustBeFree_)
+        return Failure(kCodePreconditionFailed);
     replaces_ = true;
     if (info.isRegular)
         old_ = info;
-    return TAL_STATUS_SUCCESS;
+    return conditions_.Judge(&info);
 }
 
 TALSTATUS Upload::BeginWithContent(std::string_view path, FileHandle content, UINT64 size)
@@ -105,8 +107,7 @@ int Upload::ApplyAttributes()
             if (const int error = volume_.HasKeptDates(*parent_, &isKept))
                 return error;
             if (isKept)
-                if (const int error =
-                        volume_.GetCreatedOfChild(parent_->Get(), leaf_.c_str(), &*old_))
+                if (const int error = volume_.GetCreatedOfChild(parent_->Get(), Leaf(), &*old_))
                     return error;
             created_ = old_->created;
         }
@@ -143,15 +144,10 @@ TALSTATUS Upload::Finish()
     return StatusFromErrno(error);
 }
 
-// A rename replaces what bears the name, a new link does not.
-TALSTATUS Upload::TakeName()
+TALSTATUS Upload::StatusOfTaking(int error) const
 {
-    FileSystem& fs = volume_.Fs();
-    const int error = isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), leaf_.c_str())
-                                 : fs.Rename(volume_.Tmp(), tmpName_.c_str(), parent_->Get(),
-                                             leaf_.c_str(), true);
-    if (error == EEXIST && isUnnamed_)
-        return Replace();
+    if (error == EEXIST)
+        return Failure(kCodePreconditionFailed); // it had to be free
     // The leaf became a directory, or its directory went, while the content arrived.
     if (error == EISDIR || error == ENOENT)
         return Failure(kCodeConflict);
@@ -159,11 +155,30 @@ TALSTATUS Upload::TakeName()
     return error == EXDEV ? Failure(kCodeAccessDenied) : StatusFromErrno(error);
 }
 
+// A rename replaces what bears the name, a new link does not.
+TALSTATUS Upload::TakeName()
+{
+    FileSystem& fs = volume_.Fs();
+    const int error = isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), Leaf())
+                                 : fs.Rename(volume_.Tmp(), tmpName_.c_str(), parent_->Get(),
+                                             Leaf(), !mustBeFree_);
+    return error == EEXIST && !mustBeFree_ ? Replace() : StatusOfTaking(error);
+}
+
 // Somebody else was faster with the name that was free: the later one stays.
 TALSTATUS Upload::Replace()
 {
     if (const TALSTATUS status = LookAtName(); Failed(status))
         return status;
+    const TALSTATUS status = NameInTmp();
+    return Failed(status) ? status : TakeName();
+}
+
+// From here on the file has a name, and can take the place of another.
+TALSTATUS Upload::NameInTmp()
+{
+    if (!isUnnamed_)
+        return TAL_STATUS_SUCCESS;
     std::string name = volume_.UniqueName();
     int error = ApplyAttributes();
     if (error == 0)
@@ -172,15 +187,61 @@ TALSTATUS Upload::Replace()
         return StatusFromErrno(error);
     tmpName_ = std::move(name);
     isUnnamed_ = false;
-    return TakeName();
+    return TAL_STATUS_SUCCESS;
+}
+
+// The caller holds the name against other changes of this process.
+TALSTATUS Upload::TakeJudgedName()
+{
+    FileInfo there;
+    const int error = volume_.Fs().InspectAt(parent_->Get(), Leaf(), &there);
+    if (error && error != ENOENT)
+        return StatusFromErrno(error);
+    if (const TALSTATUS status = conditions_.Judge(error ? nullptr : &there); Failed(status))
+        return status;
+    if (error) {
+        mustBeFree_ = true; // as it was when that was judged
+        return TakeName();
+    }
+    TALSTATUS status = LookAtName();
+    if (!Failed(status))
+        status = NameInTmp();
+    return Failed(status) ? status : ReplaceJudged(there);
+}
+
+// Changes of other processes show by what comes out when the names trade: another than was judged
+// goes back.
+TALSTATUS Upload::ReplaceJudged(const FileInfo& there)
+{
+    FileSystem& fs = volume_.Fs();
+    const auto trade = [&] {
+        return fs.Exchange(volume_.Tmp(), tmpName_.c_str(), parent_->Get(), Leaf());
+    };
+    const int error = trade();
+    if (error == EOPNOTSUPP)
+        return TakeName();
+    if (error)
+        return StatusOfTaking(error);
+    FileInfo out;
+    if (fs.InspectAt(volume_.Tmp(), tmpName_.c_str(), &out) != 0 || out.inode != there.inode ||
+        out.modified != there.modified || out.size != there.size) {
+        const TALSTATUS back = StatusFromErrno(trade());
+        return Failed(back) ? back : Failure(kCodePreconditionFailed);
+    }
+    (void)fs.RemoveFile(volume_.Tmp(), tmpName_.c_str()); // else the next start does
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Upload::Publish()
 {
     if (!HasFile())
         return Failure(kCodeAccessDenied);
-    if (const TALSTATUS status = TakeName(); Failed(status))
-        return status;
+    {
+        const NameGuard name(volume_.MutexOf(path_));
+        const TALSTATUS status = conditions_.Any() ? TakeJudgedName() : TakeName();
+        if (Failed(status))
+            return status;
+    }
     tmpName_.clear();
     isUnnamed_ = false;
     return StatusFromErrno(volume_.SyncNames(parent_->Get()));

@@ -10,6 +10,7 @@
 
 #include <kest/dav.h>
 
+#include "providers/filestore/conditions.h"
 #include "providers/filestore/store.h"
 
 namespace filestore {
@@ -20,6 +21,11 @@ class Upload {
     ~Upload() { Discard(); }
     Upload(const Upload&) = delete;
     Upload& operator=(const Upload&) = delete;
+
+    // Before Begin: what must hold for the name when the content is put under it, else code 40.
+    void SetConditions(const Conditions& conditions) { conditions_ = conditions; }
+    // Before Begin: the name must be free then, too.
+    void SetMustBeFree() { mustBeFree_ = true; }
 
     // Prepares to write the file at `path`. Code 33 when its parent is missing, 39 when it is a
     // collection, 6 when it is read-only or the volume is. `seemsFree`: the caller has just looked
@@ -47,7 +53,12 @@ class Upload {
     TALSTATUS LookAtName();
     int MakeUnnamed();
     TALSTATUS TakeName();
+    TALSTATUS TakeJudgedName();
+    TALSTATUS ReplaceJudged(const FileInfo& there);
+    TALSTATUS StatusOfTaking(int error) const;
     TALSTATUS Replace();
+    TALSTATUS NameInTmp();
+    const char* Leaf() const { return path_.c_str() + (path_.size() - LeafOf(path_).size()); }
     bool HasFile() const { return isUnnamed_ || !tmpName_.empty(); }
     int ApplyAttributes();
     bool ShowsByItself(UINT64 created) const;
@@ -58,7 +69,9 @@ class Upload {
     OpenFile file_;
     std::string tmpName_;    // empty: nothing to put in place or to remove, or
     bool isUnnamed_ = false; // a file that goes by itself
-    std::string leaf_;
+    std::string path_;
+    Conditions conditions_;
+    bool mustBeFree_ = false;
     bool replaces_ = false;       // something bears the name now
     std::optional<FileInfo> old_; // a file does
     std::optional<UINT64> modified_;

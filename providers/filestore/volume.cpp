@@ -207,6 +207,22 @@ void Volume::SweepTmp()
     }
 }
 
+NameGuard::NameGuard(std::mutex& name, std::mutex& other)
+    : first_(std::less<>()(&name, &other) ? name : other),
+      second_(std::less<>()(&name, &other) ? other : name)
+{
+    first_.lock(); // in one order, so that two guards do not wait for each other
+    if (&second_ != &first_)
+        second_.lock();
+}
+
+NameGuard::~NameGuard()
+{
+    if (&second_ != &first_)
+        second_.unlock();
+    first_.unlock();
+}
+
 std::string Volume::UniqueName()
 {
     char text[24];

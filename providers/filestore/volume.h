@@ -11,9 +11,11 @@
 //   .kest/state      which of these there are any of
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "providers/filestore/directory.h"
@@ -33,6 +35,20 @@ enum class SyncLevel {
 // Opens the metadata kept in a directory, or says why it cannot.
 using MetadataOpener = std::function<std::unique_ptr<Metadata>(const std::string& directory,
                                                                bool durable, std::string* reason)>;
+
+// Holds up to two names against other changes of this process, from construction to destruction.
+class NameGuard {
+  public:
+    NameGuard(std::mutex& name, std::mutex& other);
+    explicit NameGuard(std::mutex& name) : NameGuard(name, name) {}
+    ~NameGuard();
+    NameGuard(const NameGuard&) = delete;
+    NameGuard& operator=(const NameGuard&) = delete;
+
+  private:
+    std::mutex& first_;
+    std::mutex& second_; // the same, or another
+};
 
 class Volume {
   public:
@@ -63,6 +79,14 @@ class Volume {
 
     // A name that no other process and no other call uses, for Tmp() and Purge().
     std::string UniqueName();
+
+    // Held over the look at a name and the change that depends on it. Names share a few of them:
+    // who wants two at once takes a NameGuard of both. Taken after the metadata's transaction has
+    // begun, where there is one.
+    std::mutex& MutexOf(std::string_view path) const
+    {
+        return names_[std::hash<std::string_view>()(path) % names_.size()];
+    }
 
     // Opens the directory that holds `path`'s leaf. ENOENT or ENOTDIR when there is none.
     int OpenParent(std::string_view path, DirectoryRef* out) const;
@@ -109,6 +133,7 @@ class Volume {
     std::string token_;
     std::unique_ptr<Metadata> meta_;
     std::atomic<UINT64> counter_{0};
+    mutable std::array<std::mutex, 64> names_;
     bool isInPlace_ = true; // when CheckPlace looked last
 };
 

@@ -161,6 +161,18 @@ class ScriptedContext final : public IKestCallContext {
         *object = t_request->attachment.Get();
         return 0;
     }
+    TALSTATUS GetConditions(KEST_CONDITIONS* conditions) override
+    {
+        if (!t_request)
+            return TAL_STATUS_NOT_FOUND;
+        const auto text = [](std::string& value) {
+            const auto size = static_cast<UINT16>(value.size());
+            return STRING{size, size, value.data()};
+        };
+        *conditions = {text(t_request->match), text(t_request->noneMatch),
+                       t_request->unmodifiedSince, t_request->mayReplace};
+        return 0;
+    }
 };
 
 // The signed-in user of the request that runs.

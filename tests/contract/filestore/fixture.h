@@ -48,6 +48,9 @@ struct ScriptedRequest {
     bool bodyComplete = true;
     UINT32 bodyLeft = 0;
     std::vector<TALSTATUS> failures; // reported by components
+    std::string match, noneMatch;    // conditions, empty: none
+    UINT64 unmodifiedSince = 0;
+    bool mayReplace = false;
     std::string user = "local";
     std::function<bool()> isCancelled; // none: never
     Ref<IUnknown> attachment;          // tied to it by the store

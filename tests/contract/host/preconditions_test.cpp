@@ -33,6 +33,7 @@ class Preconditions : public ServerTest {
             .status;
     }
 
+    std::string match, noneMatch;
     bool exists = true;
     int looks = 0;
     int changes = 0;
@@ -85,6 +86,35 @@ TEST_F(Preconditions, EveryMethodThatChangesIsHeldToThem)
         EXPECT_EQ(Status("If-None-Match: *\r\n", method), 201) << method;
         EXPECT_EQ(looks, 0) << method;
     }
+}
+
+TEST_F(Preconditions, ComponentsAreToldOfThem)
+{
+    KEST_CONDITIONS told{};
+    const auto inner = module.handler;
+    module.handler = [&](IKestIO_5& io, UINT32 method) {
+        void* out = nullptr;
+        EXPECT_EQ(CallContextFactory()->CreateInstance(nullptr, &IID_KestCallContext_1, &out),
+                  TAL_STATUS_SUCCESS);
+        EXPECT_EQ(static_cast<IKestCallContext*>(out)->GetConditions(&told), TAL_STATUS_SUCCESS);
+        if (method == KestMethodHead) { // the server's own look asks for nothing
+            EXPECT_EQ(told.Match.Length + told.NoneMatch.Length, 0);
+            return inner(io, method);
+        }
+        match.assign(told.Match.Buffer, told.Match.Length);
+        noneMatch.assign(told.NoneMatch.Buffer, told.NoneMatch.Length);
+        return inner(io, method);
+    };
+    EXPECT_EQ(Status("If-Match: *\r\nIf-None-Match: \"a\"\r\nIf-None-Match: \"b\"\r\n"), 201);
+    EXPECT_EQ(match, "*");
+    EXPECT_EQ(noneMatch, "\"a\", \"b\"");
+    EXPECT_EQ(told.UnmodifiedSince, 0u);
+    EXPECT_EQ(Status("If-Unmodified-Since: Mon, 07 Nov 1994 08:49:37 GMT\r\n"), 201);
+    EXPECT_EQ(told.UnmodifiedSince, 124'286'717'770'000'000u);
+    EXPECT_EQ(Status("If-Match: *\r\n", "MOVE"), 201);
+    EXPECT_EQ(told.MayReplace, 0); // "Overwrite: F", see Status
+    EXPECT_EQ(Status("", "PUT"), 201);
+    EXPECT_EQ(match + noneMatch, "");
 }
 
 TEST_F(Preconditions, LockThatMakesAFileSaysSo)

@@ -171,7 +171,47 @@ TEST_F(Relocations, ProbeIsACallOfItsOwn)
     };
     Start();
     EXPECT_EQ(Status("MOVE", "Destination: /Ferro/b\r\n"), 201);
-    EXPECT_EQ(methods, (std::vector<UINT32>{KestMethodHead, KestMethodMove}));
+    // A look that is answered as PROPFIND is: for the literal name only.
+    EXPECT_EQ(methods, (std::vector<UINT32>{KestMethodPropFind, KestMethodMove}));
+}
+
+// The destination comes to be between the look and the module's own.
+TEST_F(Relocations, ATakenNameIsNoRefusalForAClientThatAllowsOverwriting)
+{
+    std::vector<BOOLEAN> told;
+    module.handler = [&](IKestIO_5& io, UINT32 method) {
+        if (method == KestMethodHead)
+            return io.SendHeader(told.empty() ? 404 : 200);
+        UNICODE_STRING* text = nullptr;
+        EXPECT_EQ(method == KestMethodCopy ? io.GetCopyInfo(&overwrites, &depth, &text)
+                                           : io.GetMoveInfo(&overwrites, &text),
+                  TAL_STATUS_SUCCESS);
+        told.push_back(overwrites);
+        return io.SendHeader(overwrites ? 200 : 412);
+    };
+    Start();
+    for (const char* method : {"COPY", "MOVE"}) {
+        told.clear();
+        EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\n"), 204) << method;
+        EXPECT_EQ(told, (std::vector<BOOLEAN>{0, 1})) << method;
+        told.clear();
+        EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\nOverwrite: F\r\n"), 412) << method;
+        EXPECT_EQ(told, (std::vector<BOOLEAN>{0})) << method;
+    }
+}
+
+// A destination that comes and goes with each look is an answer in the end.
+TEST_F(Relocations, ANameThatIsTakenEveryTimeEndsInARefusal)
+{
+    int asked = 0;
+    module.handler = [&](IKestIO_5& io, UINT32 method) {
+        asked += method != KestMethodHead;
+        return io.SendHeader(method == KestMethodHead ? 404 : 412);
+    };
+    Start();
+    EXPECT_EQ(Status("COPY", "Destination: /Ferro/b\r\n"), 412);
+    EXPECT_GT(asked, 1);
+    EXPECT_LT(asked, 20);
 }
 
 TEST_F(Relocations, PublicNameIsOurs)

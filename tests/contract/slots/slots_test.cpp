@@ -273,7 +273,8 @@ TEST(Slots, IKestCallContext)
                                   &IKestCallContext::IsBodyComplete,
                                   &IKestCallContext::ReportFailure, &IKestCallContext::IsCancelled,
                                   &IKestCallContext::SetAttachment,
-                                  &IKestCallContext::GetAttachment);
+                                  &IKestCallContext::GetAttachment,
+                                  &IKestCallContext::GetConditions);
 }
 
 TEST(Slots, IDirectory)

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/conditions.h"
+
+#include <cerrno>
+#include <string>
+
+#include "providers/filestore/callcontext.h"
+#include "providers/filestore/failures.h"
+#include "providers/filestore/guard.h"
+#include "providers/filestore/node.h"
+
+namespace filestore {
+
+namespace {
+
+std::string_view TextOf(const STRING& text)
+{
+    return {text.Buffer, text.Length};
+}
+
+// Whether `list` names the tag of `there`. A weak tag equals a strong one only where that is
+// enough.
+bool Names(std::string_view list, const FileInfo& there, bool mayBeWeak)
+{
+    const std::string tag = ETagText(ETagOf(there));
+    for (size_t at = 0; (at = list.find(tag, at)) != list.npos; at += tag.size())
+        if (mayBeWeak || at < 2 || list.substr(at - 2, 2) != "W/")
+            return true;
+    return false;
+}
+
+} // namespace
+
+Conditions Conditions::Of(const Volume& volume, std::string_view path)
+{
+    Conditions out;
+    if (!call::GetConditions(&out.values_))
+        return out;
+    if (!out.values_.Match.Length && !out.values_.NoneMatch.Length && !out.values_.UnmodifiedSince)
+        return out;
+    const std::string own = call::Path();
+    std::string asked = Store::ModulePath() + "/" + volume.Name();
+    if (!path.empty())
+        asked.append("/").append(path);
+    // The location is compared by its length: letter case in it is the client's.
+    const size_t location = Store::ModulePath().size();
+    out.any_ = own.size() == asked.size() &&
+               own.compare(location, own.npos, asked, location, asked.npos) == 0;
+    return out;
+}
+
+std::string_view Conditions::NoneMatch() const
+{
+    return TextOf(values_.NoneMatch);
+}
+
+TALSTATUS Conditions::Judge(const FileInfo* there) const
+{
+    if (!any_)
+        return TAL_STATUS_SUCCESS;
+    const std::string_view match = TextOf(values_.Match);
+    const UINT64 since = values_.UnmodifiedSince;
+    bool holds = true;
+    if (!match.empty())
+        holds = there && (match == "*" || Names(match, *there, false));
+    else if (since && there) // dates are told in whole seconds
+        holds = there->modified - there->modified % kTicksPerSecond <= since;
+    if (there && !NoneMatch().empty())
+        holds = holds && NoneMatch() != "*" && !Names(NoneMatch(), *there, true);
+    return holds ? TAL_STATUS_SUCCESS : Failure(kCodePreconditionFailed);
+}
+
+TALSTATUS Conditions::JudgeName(FileSystem& fs, FileHandle directory, const char* leaf) const
+{
+    if (!any_)
+        return TAL_STATUS_SUCCESS;
+    FileInfo info;
+    const int error = fs.InspectAt(directory, leaf, &info);
+    if (error && error != ENOENT)
+        return StatusFromErrno(error);
+    return Judge(error ? nullptr : &info);
+}
+
+TALSTATUS Conditions::JudgePath(FileSystem& fs, const char* path) const
+{
+    if (!any_)
+        return TAL_STATUS_SUCCESS;
+    OpenFile file;
+    FileInfo info;
+    int error = fs.Open(path, OpenFor::Locating, file.Out(fs));
+    if (error == ENOENT || error == ENOTDIR)
+        return Judge(nullptr);
+    if (error == 0)
+        error = fs.Inspect(file.Get(), &info);
+    return error ? StatusFromErrno(error) : Judge(&info);
+}
+
+bool MayReplaceDestination()
+{
+    const UINT32 method = call::Method();
+    KEST_CONDITIONS values;
+    return (method == KestMethodCopy || method == KestMethodMove) && call::GetConditions(&values) &&
+           values.MayReplace;
+}
+
+} // namespace filestore
