@@ -153,14 +153,19 @@ TALSTATUS FileResource::StartUpload(bool keepContent, bool seemsFree)
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
     upload_.emplace(node_.GetStore(), node_.GetVolume());
-    upload_->SetConditions(Conditions::Of(node_.GetVolume(), node_.Path()));
-    if (seemsFree && !MayReplaceDestination())
-        upload_->SetMustBeFree(); // who looked first wants to replace nothing
-    TALSTATUS status = keepContent ? upload_->BeginWithContent(node_.Path(), Handle(), info_.size)
-                                   : upload_->Begin(node_.Path(), seemsFree);
-    if (!Failed(status))
-        status = guard.CheckLocks(node_.GetVolume(), node_.Path(),
-                                  upload_->IsReplacing() ? Reach::Self : Reach::Membership);
+    // Whatever stops it here, want of memory included, no empty upload may be left to be published.
+    const TALSTATUS status = Protected([&] {
+        upload_->SetConditions(Conditions::Of(node_.GetVolume(), node_.Path()));
+        if (seemsFree && !MayReplaceDestination())
+            upload_->SetMustBeFree(); // who looked first wants to replace nothing
+        const TALSTATUS begun = keepContent
+                                    ? upload_->BeginWithContent(node_.Path(), Handle(), info_.size)
+                                    : upload_->Begin(node_.Path(), seemsFree);
+        if (Failed(begun))
+            return begun;
+        return guard.CheckLocks(node_.GetVolume(), node_.Path(),
+                                upload_->IsReplacing() ? Reach::Self : Reach::Membership);
+    });
     if (Failed(status))
         upload_.reset();
     return status;
