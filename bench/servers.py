@@ -120,8 +120,10 @@ class Kestd(Server):
 ['Kest\\Configuration\\FileStore']
 'Sync' = '{self.sync}'
 """)
+        state = os.path.join(self.run, "state")
+        os.makedirs(state, exist_ok=True)
         return [self.available(), "serve", "--config", config, "--listen", f"127.0.0.1:{self.port}",
-                "--state-dir", os.path.join(self.run, "state"),
+                "--state-dir", state,
                 f"r={self.read}", f"w={self.write}"]
 
 

@@ -98,12 +98,11 @@ uint32_t FitToFileLimit(uint32_t connections)
 }
 
 // Turns a settings record into what the server works with. Null with a text in `error`.
-std::shared_ptr<const Live> MakeLive(const ServerSettings& settings, std::string& error)
+std::shared_ptr<Live> MakeLive(const ServerSettings& settings, std::string& error)
 {
     static std::atomic<uint64_t> versions{0};
     auto live = std::make_shared<Live>();
     live->settings = settings;
-    live->settings.limits.connections = FitToFileLimit(settings.limits.connections);
     live->version = ++versions;
     // The contract's strings count 16 bits of bytes, two for each code unit, and spare room.
     live->settings.limits.targetBytes = std::min(live->settings.limits.targetBytes, 28u * 1024);
@@ -282,9 +281,10 @@ std::string Server::Impl::Listen(const ListenAddress& where)
 std::string Server::Impl::Start()
 {
     std::string error;
-    const std::shared_ptr<const Live> live = MakeLive(settings_, error);
+    const std::shared_ptr<Live> live = MakeLive(settings_, error);
     if (!live)
         return error;
+    live->settings.limits.connections = FitToFileLimit(settings_.limits.connections);
     front_.Publish(live);
     for (const ListenAddress& where : settings_.listen)
         if (error = Listen(where); !error.empty())
@@ -321,9 +321,10 @@ void Server::Impl::Clock()
 std::string Server::Impl::Apply(const ServerSettings& settings)
 {
     std::string error;
-    const std::shared_ptr<const Live> live = MakeLive(settings, error);
+    const std::shared_ptr<Live> live = MakeLive(settings, error);
     if (!live)
         return error;
+    live->settings.limits.connections = FitToFileLimit(settings.limits.connections);
     front_.workers.SetLimit(settings.limits.workerThreads);
     front_.Publish(live);
     return {};
@@ -366,6 +367,13 @@ Server::Server(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_
 }
 
 Server::~Server() = default;
+
+std::string Server::Check(const ServerSettings& settings)
+{
+    std::string error;
+    (void)MakeLive(settings, error); // without one, the text says why
+    return error;
+}
 
 std::string Server::Start()
 {

@@ -25,6 +25,9 @@ class Server {
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
+    // Whether the server could start with these settings, as far as that can be told without
+    // listening: loads the certificate. Returns a text on failure, as Start.
+    static std::string Check(const ServerSettings& settings);
     // Binds and listens on every address, loads the certificate, starts the threads. On failure
     // returns a text that says what could not be done; empty on success.
     std::string Start();

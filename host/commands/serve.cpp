@@ -9,13 +9,12 @@
 #include <memory>
 #include <optional>
 
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "host/commands/arguments.h"
+#include "host/commands/check_process.h"
 #include "host/commands/commands.h"
 #include "host/commands/setup.h"
 #include "host/server.h"
@@ -23,8 +22,6 @@
 #include "host/services/text.h"
 #include <kest/req.h>
 #include <kest/tolm.h>
-
-extern char** environ;
 
 namespace kestd {
 namespace {
@@ -101,6 +98,7 @@ class Host {
   private:
     std::string StartModule();
     void MakeServices();
+    bool WantsUsers(const HostSettings& settings) const;
     void UseDirectory(const HostSettings& settings);
     void Announce();
     void Reload();
@@ -121,9 +119,13 @@ class Host {
 
 std::string Host::Start()
 {
+    if (std::string problem = setup_.CheckState(); !problem.empty())
+        return problem;
     if (std::string problem = setup_.LoadRegistry(false); !problem.empty())
         return problem;
     if (std::string problem = setup_.ReadSettings(settings_); !problem.empty())
+        return problem;
+    if (std::string problem = setup_.CheckPaths(); !problem.empty())
         return problem;
     if (std::string problem = setup_.ReadUsers(settings_, users_); !problem.empty())
         return problem;
@@ -139,8 +141,20 @@ std::string Host::Start()
         return problem;
     TouchKnownValues(setup_.Platform());
     ReportUnread();
+    // What was said so far has been read before the line that says that all is ready.
+    if (Failed(TolmLogQueue()))
+        return "the log cannot be started: no memory or no thread";
     Announce();
     return {};
+}
+
+// Whether somebody has to sign in. A users file that the settings name says so even when nobody
+// stands in it, as when it was cut short.
+bool Host::WantsUsers(const HostSettings& settings) const
+{
+    if (users_.empty() && !settings.usersFile.empty())
+        Log(kLogWarning, settings.usersFile + ": there are no users, so that nobody can sign in");
+    return !users_.empty() || !settings.usersFile.empty();
 }
 
 void Host::MakeServices()
@@ -156,7 +170,7 @@ void Host::MakeServices()
     static HostServices* services = nullptr; // reachable to the end, so that no check calls it lost
     services = new HostServices(settings, clock);
     services_ = services;
-    services_->gatekeeper.RequireCredentials(!users_.empty());
+    services_->gatekeeper.RequireCredentials(WantsUsers(settings_));
     services_->gatekeeper.SetRealm(settings_.server.realm);
     services_->authenticator.SetUsers(users_);
     UseDirectory(settings_);
@@ -206,7 +220,7 @@ void Host::Announce()
     };
     for (size_t i = 1; i < addresses.size(); ++i)
         Log(kLogInfo, "also serving " + urlOf(addresses[i]));
-    if (users_.empty())
+    if (services_->gatekeeper.IsOpen())
         Log(kLogInfo, "no users: everybody who reaches a loopback address is the local user");
     std::printf("kestd: serving %s\n", urlOf(addresses.front()).c_str());
     std::fflush(stdout);
@@ -230,36 +244,17 @@ void Host::Wait()
     }
 }
 
-// Looks at the new configuration in another process, with the same command line: what is wrong
-// there is found before anything here has changed.
+// Whether the configuration as it is now would do for a start. The log says what would not.
 bool Host::IsNewFileRight()
 {
-    std::vector<std::string> words = words_;
-    words.insert(words.begin(), {"kestd", "check"});
-    std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-    posix_spawnattr_t attributes;
-    if (posix_spawnattr_init(&attributes) != 0)
-        return false;
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    pid_t child = 0;
-    const int error =
-        posix_spawn(&child, "/proc/self/exe", nullptr, &attributes, argv.data(), environ);
-    posix_spawnattr_destroy(&attributes);
-    if (error != 0) {
-        Log(kLogError,
-            std::string("the new configuration cannot be checked: ") + std::strerror(error));
-        return false;
+    std::string problems = CheckInOtherProcess(words_);
+    const bool isRight = problems.empty();
+    while (!problems.empty()) {
+        const size_t end = std::min(problems.find('\n'), problems.size());
+        Log(kLogError, problems.substr(0, end));
+        problems.erase(0, end + 1);
     }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return isRight;
 }
 
 void Host::Reload()
@@ -299,7 +294,7 @@ void Host::ReloadUsers(const HostSettings& settings)
     users_ = std::move(fresh);
     Authenticator& authenticator = services_->authenticator;
     authenticator.SetUsers(users_);
-    if (!users_.empty()) // never the other way round: a door that was closed stays closed
+    if (WantsUsers(settings)) // never the other way round: a door that was closed stays closed
         services_->gatekeeper.RequireCredentials(true);
     const bool isOpen = !services_->gatekeeper.RequiresCredentials();
     services_->sessions.EndWhere([&](const Principal& principal) {
@@ -337,8 +332,6 @@ int RunServe(const std::vector<std::string>& arguments)
         return 0;
     }
     PrepareProcess();
-    if (Failed(TolmLogQueue()))
-        return Failure("the log cannot be started: no memory or no thread");
     Host host(arguments, std::move(parsed), FindPlaces());
     if (const std::string problem = host.Start(); !problem.empty()) {
         host.Stop();
@@ -364,9 +357,15 @@ int RunCheck(const std::vector<std::string>& arguments)
     Setup setup(std::move(parsed), FindPlaces());
     HostSettings settings;
     UserMap users;
-    std::string problem = setup.LoadRegistry(false);
+    std::string problem = setup.CheckState();
+    if (problem.empty())
+        problem = setup.LoadRegistry(false);
     if (problem.empty())
         problem = setup.ReadSettings(settings);
+    if (problem.empty())
+        problem = setup.CheckPaths();
+    if (problem.empty())
+        problem = Server::Check(settings.server);
     if (problem.empty())
         problem = setup.ReadUsers(settings, users);
     if (problem.empty() && !hasUsers)

@@ -3,9 +3,11 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 
 #include <unistd.h>
 
+#include "host/services/configured_paths.h"
 #include "host/services/directory_names.h"
 #include "host/services/passwords.h"
 #include "host/services/text.h"
@@ -183,6 +185,19 @@ std::string Setup::ReadSettings(HostSettings& settings)
     return CheckComponentSettings(Platform());
 }
 
+std::string Setup::CheckPaths()
+{
+    return CheckConfiguredPaths(Platform());
+}
+
+std::string Setup::CheckState() const
+{
+    const bool isNamed = !arguments_.stateDirectory.empty() ||
+                         (!places_.isCheckout && std::getenv("STATE_DIRECTORY") != nullptr);
+    const std::string wrong = isNamed ? WhatIsWrongWithDirectory(state_) : std::string();
+    return wrong.empty() ? wrong : "the state directory " + wrong;
+}
+
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory)
 {
     return settings.usersFile.empty() ? stateDirectory + "/users" : settings.usersFile;
@@ -210,6 +225,9 @@ void CompleteNames(const std::string& tree, UserMap& users)
 std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
 {
     UserMap read;
+    if (!settings.usersFile.empty())
+        if (std::string problem = WhatIsWrongWithFile(settings.usersFile); !problem.empty())
+            return "'Users File': " + problem;
     if (std::string problem = LoadUsers(UsersFileOf(settings, state_), read); !problem.empty())
         return problem;
     if (!haveHashed_) {

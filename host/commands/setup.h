@@ -21,11 +21,18 @@ class Setup {
   public:
     Setup(ServeArguments arguments, const Places& places);
 
+    // A state directory that is named has to be there, since users in it would be missed in
+    // silence. The one that is used by itself is made when something is kept in it. Empty when all
+    // is well.
+    std::string CheckState() const;
     // Reads the file and lays the command line and the defaults over it. Empty on success. With
     // `isReload`, a failure to read the file leaves everything as it was.
     std::string LoadRegistry(bool isReload);
     // The settings as they are now, checked as a whole; empty on success.
     std::string ReadSettings(HostSettings& settings);
+    // Whether the files and directories that the settings and the command line name are there;
+    // empty when they are. ReadUsers says it of the users file.
+    std::string CheckPaths();
     // The users of the file and of the command line. Passwords of the latter are hashed at the
     // first call.
     std::string ReadUsers(const HostSettings& settings, UserMap& users);

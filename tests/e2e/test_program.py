@@ -36,13 +36,13 @@ class Commands(ServerCase):
 
     def test_taken_port_is_told(self):
         status, text = run(harness.KESTD, "serve", "--listen", f"127.0.0.1:{self.server.port}",
-                           "--state-dir", self.tree / "state", f"x={self.tree.path}")
+                           "--state-dir", self.tree.path, f"x={self.tree.path}")
         self.assertNotEqual(status, 0)
         self.assertIn(str(self.server.port), text)
 
     def test_other_addresses_need_users(self):
         status, text = run(harness.KESTD, "serve", "--listen", "0.0.0.0:0",
-                           "--state-dir", self.tree / "state", f"x={self.tree.path}")
+                           "--state-dir", self.tree.path, f"x={self.tree.path}")
         self.assertNotEqual(status, 0)
         self.assertIn("user", text)
 
@@ -56,7 +56,7 @@ class Commands(ServerCase):
             with self.subTest(name):
                 path = self.tree.write(f"{name}.toml", text)
                 status, said = run(harness.KESTD, "serve", "--config", path, "--listen",
-                                   "127.0.0.1:0", "--state-dir", self.tree / "state",
+                                   "127.0.0.1:0", "--state-dir", self.tree.path,
                                    f"x={self.tree.path}", timeout=60)
                 self.assertNotEqual(status, 0)
                 self.assertRegex(said, rf"{name}\.toml:\d+")
@@ -177,6 +177,102 @@ class Reload(ServerCase):
                          and "/docs/loud" in server.log(), "the access log")
         finally:
             own.remove()
+
+
+class MissingFiles(ServerCase):
+    """Whatever the configuration names has to be there: to be served without it is not wanted."""
+
+    def setUp(self):
+        self.own = Tree()
+        self.addCleanup(self.own.remove)
+
+    def certificate(self):
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                        "ec_paramgen_curve:P-256", "-nodes", "-days", "1", "-subj", "/CN=x",
+                        "-keyout", self.own / "key.pem", "-out", self.own / "cert.pem"],
+                       check=True, capture_output=True)
+
+    def cases(self):
+        """Text of a configuration for each setting, with a place for a path, and a path that
+        serves."""
+        self.certificate()
+        cert, key = self.own / "cert.pem", self.own / "key.pem"
+        os.makedirs(self.own / "folder", exist_ok=True)
+        self.own.write("users", "")
+        server = "['Kest\\Configuration\\Server']\n"
+        class_id = "{B3AE2BF6-28BB-4DFC-8CB2-5AE85E2B16A6}"
+        return {
+            "Users File": (server + "'Users File' = '%s'\n", self.own / "users"),
+            "TLS Certificate":
+                (server + f"'TLS Certificate' = '%s'\n'TLS Key' = '{key}'\n", cert),
+            "TLS Key": (server + f"'TLS Certificate' = '{cert}'\n'TLS Key' = '%s'\n", key),
+            "Wharf Directory": (server + "'Wharf Directory' = '%s'\n", self.own / "folder"),
+            "Template Directory": ("['Kest\\Configuration\\KestDav']\n"
+                                   "'Template Directory' = '%s/'\n", self.own / "folder"),
+            "CA Certificate": ("['Kest\\Configuration\\Directory']\n"
+                               "'CA Certificate' = '%s'\n", cert),
+            "vol": ("['Kest\\Configuration\\FileStore\\Volumes']\n'vol' = '%s'\n",
+                    self.own / "folder"),
+            "Library": (f"['Tolm\\Classes\\{class_id}']\n'Library' = '%s'\n",
+                        os.path.join(os.path.dirname(harness.KESTD), "..", "lib", "filestore.so")),
+        }
+
+    def test_each_stops_the_start_and_is_named(self):
+        for name, (text, _) in self.cases().items():
+            with self.subTest(name):
+                path = self.own.write("kest.toml", text % (self.own / "missing"))
+                for command in ("check", "serve"):
+                    status, said = run(harness.KESTD, command, "--config", path, "--listen",
+                                       "127.0.0.1:0", "--state-dir", self.own.path,
+                                       f"x={self.tree.path}", timeout=60)
+                    self.assertEqual(status, 1, said)
+                    self.assertIn(self.own / "missing", said)
+                    self.assertIn(name, said)
+        self.assertEqual(os.listdir(self.own / "folder"), [])
+
+    def test_a_file_of_the_wrong_kind_stops_the_start(self):
+        for name, (text, path) in self.cases().items():
+            with self.subTest(name):
+                wrong = self.own / ("kest.toml" if os.path.isdir(path) else "folder")
+                config = self.own.write("kest.toml", text % wrong)
+                status, said = run(harness.KESTD, "check", "--config", config)
+                self.assertEqual(status, 1, said)
+                self.assertIn(name, said)
+
+    def test_a_named_state_directory_is_there(self):
+        for command in ("check", "serve"):
+            status, said = run(harness.KESTD, command, "--state-dir", self.own / "missing",
+                               "--listen", "127.0.0.1:0", timeout=60)
+            self.assertEqual(status, 1)
+            self.assertIn(self.own / "missing", said)
+        self.assertFalse(os.path.exists(self.own / "missing"))
+
+    def test_none_is_lost_by_a_reload(self):
+        users = self.own / "users"
+        self.assertEqual(run(harness.KESTD, "user", "add", "carol", "--users-file", users,
+                             stdin=b"one\n")[0], 0)
+        config = self.own / "kest.toml"
+        self.own.write("kest.toml", registry_text({"Server": {"Users File": users}}))
+        with TestServer({"docs": self.own.path}, ["--config", config]) as server:
+            for name, (text, _) in self.cases().items():
+                with self.subTest(name):
+                    said = len(server.log())
+                    self.own.write("kest.toml", text % (self.own / "missing"))
+                    server.process.send_signal(signal.SIGHUP)
+                    wait_for(lambda: "the old settings stay" in server.log()[said:], "the refusal")
+                    self.assertIn(self.own / "missing", server.log()[said:])
+                    reply = server.request("PROPFIND", url_path("docs"))
+                    self.assertEqual(reply.status, 401)
+                    reply = server.request("PROPFIND", url_path("docs"),
+                                           headers=basic("carol", "one"))
+                    self.assertEqual(reply.status, 207)
+
+    def test_a_users_file_without_users_lets_nobody_in(self):
+        users = self.own.write("users", "")
+        with TestServer({"docs": self.own.path}, settings={"Server": {"Users File": users}}) \
+                as server:
+            self.assertEqual(server.request("PROPFIND", url_path("docs")).status, 401)
+            self.assertIn("nobody can sign in", server.log())
 
 
 class UnreadLog(ServerCase):
