@@ -19,14 +19,14 @@ constexpr TALSTATUS HostFailure(UINT16 code) noexcept
 
 } // namespace
 
-void Body::Start(const Framing& framing, Buffer& in, Transport& transport, WaitWatcher& watcher,
+void Body::Start(const Framing& framing, Buffer& in, Transport& transport, Waiter& waiter,
                  bool sendsContinue, std::chrono::milliseconds idle) noexcept
 {
     Reset();
     framing_ = framing;
     in_ = &in;
     transport_ = &transport;
-    watcher_ = &watcher;
+    waiter_ = &waiter;
     idle_ = idle;
     wireLeft_ = framing.length;
     sendsContinue_ = sendsContinue && framing.kind != Framing::Kind::None && in.Size() == 0;
@@ -56,31 +56,38 @@ bool Body::IsHere() const noexcept
     return true;
 }
 
-Body::Fetched Body::Fetch(uint64_t limit)
+// Decodes what has come of a chunked body. More: nothing is left to decode.
+Body::Fetched Body::DecodeAhead(uint64_t limit)
 {
-    if (framing_.kind == Framing::Kind::Length && wireLeft_ > limit)
+    while (in_->Size() && !decoder_.IsDone()) {
+        const size_t room = whole_.Reserve(1);
+        size_t used = 0;
+        size_t made = 0;
+        if (!decoder_.Decode(in_->Data(), in_->Size(), used, whole_.Tail(), room, made))
+            return Fetched::Malformed;
+        in_->Consume(used);
+        whole_.Grew(made);
+        if (whole_.Size() > limit)
+            return Fetched::TooLarge;
+    }
+    return decoder_.IsDone() ? Fetched::Whole : Fetched::More;
+}
+
+Body::Fetched Body::Fetch(uint64_t limit, size_t enough)
+{
+    const bool isChunked = framing_.kind == Framing::Kind::Chunked;
+    if (!isChunked && wireLeft_ > limit)
         return Fetched::TooLarge;
     SendContinue();
     while (!IsHere()) {
-        if (framing_.kind == Framing::Kind::Chunked) {
-            while (in_->Size() && !decoder_.IsDone()) {
-                const size_t room = whole_.Reserve(1);
-                size_t used = 0;
-                size_t made = 0;
-                if (!decoder_.Decode(in_->Data(), in_->Size(), used, whole_.Tail(), room, made))
-                    return Fetched::Malformed;
-                in_->Consume(used);
-                whole_.Grew(made);
-                if (whole_.Size() > limit)
-                    return Fetched::TooLarge;
-            }
-            if (decoder_.IsDone())
-                break;
-        }
-        // The length is bounded by `limit`; a chunked body arrives in pieces of the usual size.
-        const size_t want = framing_.kind == Framing::Kind::Length
-                                ? static_cast<size_t>(wireLeft_) - in_->Size()
-                                : 4096;
+        if (isChunked)
+            if (const Fetched decoded = DecodeAhead(limit); decoded != Fetched::More)
+                return decoded;
+        if ((isChunked ? whole_ : *in_).Size() >= enough)
+            return Fetched::Enough;
+        // Bounded by `limit` or `enough`; a chunked body arrives in pieces of the usual size.
+        const auto goal = static_cast<size_t>(std::min<uint64_t>(wireLeft_, enough));
+        const size_t want = isChunked ? 4096 : goal - in_->Size();
         const size_t room = in_->Reserve(want);
         const ssize_t got = transport_->Receive(in_->Tail(), room);
         if (got == Transport::kWouldBlock)
@@ -157,9 +164,8 @@ TALSTATUS Body::Read(UINT32 size, UINT8* to, UINT32* read)
                 room = in_->Reserve(4096);
                 place = in_->Tail();
             }
-            const ssize_t came = isDirect
-                                     ? transport_->ReceiveWaiting(place, room, idle_, *watcher_)
-                                     : transport_->ReceiveSome(place, room, idle_, *watcher_);
+            const ssize_t came = isDirect ? transport_->ReceiveFull(place, room, idle_, *waiter_)
+                                          : transport_->ReceiveSome(place, room, idle_, *waiter_);
             if (came <= 0)
                 return failure_ = HostFailure(came == Transport::kTooSlow ? kCodeTimeout
                                                                           : kCodeUnsuccessful);
@@ -241,7 +247,8 @@ void Body::SendContinue()
     sendsContinue_ = false;
     static constexpr char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
     const iovec piece{const_cast<char*>(kContinue), sizeof kContinue - 1};
-    (void)transport_->Send(&piece, 1, idle_, *watcher_); // a client that is gone shows on reading
+    (void)transport_->Send(&piece, 1, false, idle_,
+                           *waiter_); // a client that is gone shows on reading
 }
 
 } // namespace kestd

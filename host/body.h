@@ -17,6 +17,7 @@ class Body {
   public:
     enum class Fetched {
         Whole,     // everything has arrived
+        Enough,    // as much as was asked for
         More,      // wait for the client
         TooLarge,  // over the limit
         Malformed, // not chunked coding
@@ -26,16 +27,18 @@ class Body {
     // Begins a request's body. What `in` holds is its first part (and perhaps the next request).
     // `sendsContinue`: the client waits for "100 Continue" before it sends (RFC 9110 section
     // 10.1.1).
-    void Start(const Framing& framing, Buffer& in, Transport& transport, WaitWatcher& watcher,
+    void Start(const Framing& framing, Buffer& in, Transport& transport, Waiter& waiter,
                bool sendsContinue, std::chrono::milliseconds idle) noexcept;
     // Bounds what Read hands out, for bodies that do not say their length; 0 is no bound.
     void SetLimit(uint64_t limit) noexcept { limit_ = limit; }
     bool IsOverLimit() const noexcept { return isOverLimit_; }
     void Reset() noexcept;
 
-    // Receives without waiting until the body is here or nothing comes any more. Afterwards its
-    // length is known exactly. Throws std::bad_alloc.
-    Fetched Fetch(uint64_t limit);
+    // Receives without waiting until the body is here, `enough` bytes of it are, or nothing comes
+    // any more. Once it is here its length is known exactly. Throws std::bad_alloc.
+    Fetched Fetch(uint64_t limit, size_t enough);
+    uint64_t AnnouncedLength() const noexcept { return framing_.length; } // 0 when unknown, too
+    bool AwaitsContinue() const noexcept { return sendsContinue_; }
     // True when Fetch has nothing to receive.
     bool IsHere() const noexcept;
 
@@ -53,6 +56,7 @@ class Body {
     uint64_t BytesRead() const noexcept { return delivered_; }
 
   private:
+    Fetched DecodeAhead(uint64_t limit);
     size_t TakeReceived(UINT8* to, size_t room, bool& malformed);
     void SendContinue();
     bool IsAtEnd() const noexcept;
@@ -60,7 +64,7 @@ class Body {
     Framing framing_;
     Buffer* in_ = nullptr;
     Transport* transport_ = nullptr;
-    WaitWatcher* watcher_ = nullptr;
+    Waiter* waiter_ = nullptr;
     std::chrono::milliseconds idle_{0};
     uint64_t wireLeft_ = 0; // Length: not yet taken from `in_` or the transport
     ChunkDecoder decoder_;

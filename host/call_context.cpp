@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/call_context.h"
 
+#include <utility>
+
 #include "host/server.h"
 #include <kest/host.h>
 #include <kest/identifiers.h>
@@ -152,6 +154,11 @@ void Attachments::ReleaseAll() noexcept
 {
     while (count_)
         entries_[--count_].object->Release();
+}
+
+RunningCall* ExchangeRunningCall(RunningCall* call) noexcept
+{
+    return std::exchange(t_call, call);
 }
 
 CallScope::CallScope(RunningCall& call) noexcept : call_(call), before_(t_call)

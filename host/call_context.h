@@ -52,6 +52,10 @@ class RunningCall {
     ~RunningCall() = default;
 };
 
+// Puts a call in the place of the thread's running one and returns that; null is none. For a call
+// that stops on one thread and goes on on another.
+RunningCall* ExchangeRunningCall(RunningCall* call) noexcept;
+
 // Makes a call the thread's running one for as long as the scope lasts, and releases what was tied
 // to it at the end. Scopes nest: the call that ran before runs again afterwards.
 class CallScope {

@@ -12,6 +12,7 @@
 
 #include "host/buffer.h"
 #include "host/descriptor.h"
+#include "host/fiber.h"
 #include "host/poller.h"
 #include "host/transport.h"
 
@@ -19,16 +20,19 @@ namespace kestd {
 
 class Front;
 class RequestIo;
+class RunningCall;
 struct Live;
 
-// Waits for the socket to become readable, then runs on whichever worker picks that up, and waits
-// again: no thread while the client is silent or trickles, and no buffer while it is idle. At any
-// time either nobody or one thread runs the connection, so its members need no lock; the exceptions
-// are said. Deletes itself.
-class Connection final : public Watched, public WaitWatcher {
+// Waits for the socket to become ready, then runs on whichever worker picks that up, and waits
+// again. No thread waits for a client: a head and the beginning of a body are gathered, what is
+// left of a reply is sent as the client takes it, and a handler in between runs on a fiber, which
+// stops where it would wait. At any time either nobody or one thread runs the connection, so its
+// members need no lock; the exceptions are said. Deletes itself.
+class Connection final : public Watched, public Waiter {
   public:
     // Throws std::bad_alloc.
     Connection(Front& front, Descriptor socket, const sockaddr_storage& peer, const Live& live);
+    // A handler that has stopped runs to its end first, as if its client had left.
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -43,48 +47,83 @@ class Connection final : public Watched, public WaitWatcher {
     void ExpireIfIdle() noexcept;
     void Abort() noexcept; // whatever it does fails from now on
 
-    void OnReady(bool mayHaveEnded) noexcept override;
-    void BeforeWait() override;
+    void OnReady(Event event) noexcept override;
+    bool Wait(For what, int64_t deadline) override;
 
     // The list of the front; guarded by its lock.
     Connection* next = nullptr;
     Connection* previous = nullptr;
 
   private:
-    enum class State { Head, Body, Linger };
+    enum class State {
+        Head,   // receives a head
+        Body,   // gathers the body, or its beginning, before the handler is called
+        Call,   // the handler has stopped and waits for the client
+        Flush,  // the reply is complete, and its end waits for the client
+        Linger, // nothing more is answered
+    };
     enum class Step { Again, Wait, Close };
+    using Work = void (Connection::*)();
+
     void Watch() noexcept;
-    bool Wait();
-    void Expect(Poller::Interest interest) noexcept;
-    void Run(bool mayHaveEnded);
+    bool LetGo() noexcept;
+    void Run(Event event);
     Step Serve();
+    Step WaitFor(For what, int64_t deadline) noexcept;
+    Waiter::For ToReceive() const noexcept;
     Step ReadHead();
-    Step OnHead(size_t size);
-    Step FetchBody();
+    ssize_t ReceiveHead();
+    Step WaitForHead();
     Step Linger();
-    Step CallModule();
-    Step EndRequest();
     Step StartLinger();
+
+    // connection_request.cpp
+    Step OnHead(size_t size);
     Step Refuse(int status);
-    void StartReply(const Live& live);
-    void SetDeadline(std::chrono::milliseconds fromNow) noexcept;
+    Step TurnRequestAway();
+    void StartReply();
+    Step StartCall(Work work);
+    static void RunWork(void* self) noexcept;
+    bool RunCall() noexcept;
+    Step GoOn();
+    void Handle();
+    void CallModule();
+    bool MustGather(uint64_t& limit, size_t& enough) const;
+    Step GatherBody();
+    Step AnswerAndEnd(int status);
+    void FinishReply();
+    Step EndRequest();
+    Step Flush();
+    Step AfterReply();
 
     Front& front_;
     const Descriptor socket_;
-    Poller::Ticket ticket_;
-    Poller::Interest interest_ = Poller::Interest::Input;
+    Poller::Ticket ticket_ = 0;
+    Poller::Interest interest_ = Poller::Interest::Input; // as the poller knows it
+    For waitsFor_ = For::Input;
     Transport transport_;
     Buffer in_;
+    std::shared_ptr<const Live> live_; // changes between requests only
     std::unique_ptr<RequestIo> request_;
-    size_t scanned_ = 0; // of the head in `in_`
+    std::unique_ptr<Fiber> fiber_; // while a handler runs or has stopped
+    Work work_ = nullptr;          // what runs on it
+    RunningCall* call_ = nullptr;  // of the handler that has stopped
+    int64_t callDeadline_ = 0;     // likewise
+    size_t scanned_ = 0;           // of the head in `in_`
     size_t lingered_ = 0;
     int64_t headStart_ = 0; // when the first byte of a head came
     int64_t lingerEnd_ = 0;
-    bool isFirst_ = true; // no request yet
     State state_ = State::Head;
-    bool mayHaveEnded_ = false; // the client may have sent its last
-    bool isDrained_ = false;    // the last receive took all there was
+    bool isFirst_ = true;    // no request yet
+    Event event_;            // that the thread serves
+    bool isDrained_ = false; // the last receive took all there was
     bool hasExpired_ = false;
+    bool hasFailed_ = false;  // the handler, for lack of memory
+    bool isToGather_ = false; // the body, before the module is called
+    // Of the last reply:
+    bool goesOn_ = false; // another request may follow
+    bool hasUnread_ = false;
+    std::atomic<bool> isGivenUp_{false}; // set by anybody; the handler must not wait any more
     // When the pending wait has lasted too long; 0 while a thread runs the connection, -1 once it
     // has expired. Set by the connection, compared and exchanged by others.
     std::atomic<int64_t> deadline_{0};

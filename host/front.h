@@ -11,10 +11,13 @@
 
 #include "host/access_log.h"
 #include "host/doorkeeper.h"
+#include "host/now.h"
 #include "host/poller.h"
 #include "host/settings.h"
 #include "host/workers.h"
 #include <kest/req.h>
+
+struct ssl_ctx_st;
 
 namespace kestd {
 
@@ -37,11 +40,17 @@ class Front {
     {
     }
 
-    // The settings for an event that begins now. The reference holds until the calling thread asks
-    // again.
+    // The settings for what begins now, which waits for nothing. The reference holds until the
+    // calling thread asks again.
     const Live& Current();
     void Publish(std::shared_ptr<const Live> live);
     std::shared_ptr<const Live> Snapshot();
+    // Brings a reference that its owner keeps up to date; costs nothing while nothing changes.
+    void Refresh(std::shared_ptr<const Live>& live)
+    {
+        if (live->version != liveVersion_.load(std::memory_order_acquire))
+            live = Snapshot();
+    }
 
     // The list of open connections. Remove comes before the socket is closed, so that whoever goes
     // through the list can use every socket in it.
@@ -73,8 +82,5 @@ class Front {
     Connection* first_ = nullptr;
     std::atomic<size_t> count_{0};
 };
-
-// Milliseconds of the clock that deadlines are set by.
-int64_t NowMs() noexcept;
 
 } // namespace kestd

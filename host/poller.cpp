@@ -194,11 +194,8 @@ void Poller::Remove(Ticket ticket) noexcept
 void Poller::Expect(Ticket ticket, int fd, Interest interest) noexcept
 {
     epoll_event event{};
-    event.events = EPOLLET;
-    if (interest != Interest::Nothing)
-        event.events |= EPOLLIN | EPOLLRDHUP;
-    if (interest == Interest::InputAndOutput)
-        event.events |= EPOLLOUT;
+    event.events = EPOLLET | EPOLLRDHUP; // a time limit ends a wait by ending the input
+    event.events |= interest == Interest::Input ? EPOLLIN : EPOLLOUT;
     event.data.u64 = ticket;
     (void)epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &event); // takes no memory, so it cannot fail
 }
@@ -213,7 +210,7 @@ bool Poller::LetGo(Ticket ticket) noexcept
     return false;
 }
 
-void Poller::Dispatch(uint64_t event) noexcept
+void Poller::Dispatch(uint64_t event, bool isOverload) noexcept
 {
     Slot& slot = SlotOf(event);
     uint64_t word = slot.word.load(std::memory_order_acquire);
@@ -224,7 +221,7 @@ void Poller::Dispatch(uint64_t event) noexcept
         if (slot.word.compare_exchange_weak(word, Word(event, isFree ? kHeld : kHeldMore),
                                             std::memory_order_acq_rel, std::memory_order_acquire)) {
             if (isFree)
-                slot.watched->OnReady((event & kMayHaveEnded) != 0);
+                slot.watched->OnReady({(event & kMayHaveEnded) != 0, isOverload});
             return;
         }
     }
@@ -251,7 +248,7 @@ uint64_t Poller::TakePoked() noexcept
     if (poked_.empty())
         return 0;
     const Ticket first = poked_.front();
-    poked_.erase(poked_.begin()); // there are never more than a few
+    poked_.pop_front();
     pokedCount_.store(poked_.size(), std::memory_order_release);
     return first | kMayHaveEnded;
 }
@@ -337,15 +334,17 @@ void Poller::RunReady()
     Batch mine;
     const auto serve = [this](uint64_t event) {
         if (event)
-            Dispatch(event);
+            Dispatch(event, true);
         return event != 0;
     };
     while (IsFull() && serve(Steal()))
         ;
     for (int rounds = 0; rounds < 64 && IsFull() && Fetch(mine, kBatch, 0); ++rounds)
-        ServeAll(mine);
-    while (IsFull() && serve(TakePoked()))
-        ;
+        while (serve(mine.Take()))
+            ;
+    // No more than there are now: some are put back for the threads that are stuck.
+    for (size_t left = pokedCount_.load(std::memory_order_acquire); left && IsFull(); --left)
+        (void)serve(TakePoked());
 }
 
 void Poller::Stop() noexcept

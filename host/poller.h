@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -14,10 +15,16 @@ namespace kestd {
 // Something with a descriptor.
 class Watched {
   public:
+    struct Event {
+        // The other side may have sent its last, so that what is there must be read to its end.
+        bool mayHaveEnded = false;
+        // All threads are stuck, and one with other things to do helps out: nothing may be begun
+        // that takes its time.
+        bool isOverload = false;
+    };
     // Something has happened at the descriptor. The calling thread holds the object from here on,
-    // until it lets go of it (Poller::LetGo) or removes it. `mayHaveEnded`: the other side may have
-    // sent its last, so that what is there must be read to its end.
-    virtual void OnReady(bool mayHaveEnded) noexcept = 0;
+    // until it lets go of it (Poller::LetGo) or removes it.
+    virtual void OnReady(Event event) noexcept = 0;
 
   protected:
     ~Watched() = default;
@@ -31,7 +38,7 @@ class Poller {
     // Names a registration. None ever gets the name of another, so an event that comes late for one
     // that is gone is found out.
     using Ticket = uint64_t;
-    enum class Interest { Nothing, Input, InputAndOutput };
+    enum class Interest { Input, Output };
 
     // Throws std::system_error.
     Poller();
@@ -86,7 +93,7 @@ class Poller {
 
     Slot& SlotOf(Ticket ticket) const noexcept;
     bool Register(Ticket ticket, int fd) noexcept;
-    void Dispatch(uint64_t event) noexcept;
+    void Dispatch(uint64_t event, bool isOverload = false) noexcept;
     uint64_t Steal() noexcept;
     uint64_t TakePoked() noexcept;
     bool Fetch(Batch& mine, int most, int timeout) noexcept;
@@ -107,7 +114,7 @@ class Poller {
     const std::unique_ptr<std::atomic<Slot*>[]> chunks_;
 
     std::mutex pokedMutex_; // guards poked_
-    std::vector<Ticket> poked_;
+    std::deque<Ticket> poked_;
     std::atomic<size_t> pokedCount_{0};
 };
 

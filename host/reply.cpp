@@ -61,14 +61,14 @@ constexpr bool HasNoBody(int status) noexcept
 } // namespace
 
 void Reply::Start(const Terms& terms, Arena& arena, Body& body, Transport& transport,
-                  WaitWatcher& watcher) noexcept
+                  Waiter& waiter) noexcept
 {
     Reset();
     terms_ = terms;
     arena_ = &arena;
     body_ = &body;
     transport_ = &transport;
-    watcher_ = &watcher;
+    waiter_ = &waiter;
 }
 
 void Reply::Reset() noexcept
@@ -280,7 +280,8 @@ bool Reply::Flush(const void* extra, size_t size, bool isFinal)
         if (!piece.empty())
             pieces[count++] = {const_cast<char*>(piece.data()), piece.size()};
     hasLeft_ = true;
-    if (count && !transport_->Send(pieces, count, terms_.stall, *watcher_))
+    const bool isLast = isFinal || (mode_ == Mode::Length && bodyBytes_ >= length_);
+    if (count && !transport_->Send(pieces, count, isLast, terms_.stall, *waiter_))
         isBroken_ = true;
     gathered_.Clear();
     return !isBroken_;

@@ -25,7 +25,7 @@ class Reply {
     };
 
     void Start(const Terms& terms, Arena& arena, Body& body, Transport& transport,
-               WaitWatcher& watcher) noexcept;
+               Waiter& waiter) noexcept;
     void Reset() noexcept;
 
     // Sets a header, in place of an earlier one of that name. False for a name or value that no
@@ -75,7 +75,7 @@ class Reply {
     Arena* arena_ = nullptr;
     Body* body_ = nullptr;
     Transport* transport_ = nullptr;
-    WaitWatcher* watcher_ = nullptr;
+    Waiter* waiter_ = nullptr;
     HeaderList headers_;
     Buffer gathered_; // with room in front for the head
     Mode mode_ = Mode::Unknown;

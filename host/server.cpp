@@ -147,7 +147,7 @@ class Listener final : public Watched {
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
-    void Begin() { OnReady(false); }
+    void Begin() { OnReady({}); }
     // From any thread: goes on after a pause.
     void Resume()
     {
@@ -158,7 +158,7 @@ class Listener final : public Watched {
     // listener goes, so that nobody else gets its number meanwhile.
     void Close() { (void)shutdown(socket_.Number(), SHUT_RDWR); }
 
-    void OnReady(bool) noexcept override
+    void OnReady(Event) noexcept override
     {
         do {
             if (front_.isStopping)

@@ -18,8 +18,7 @@ namespace kestd {
 
 namespace {
 
-// A socket BIO that never waits: the socket itself is in waiting mode, because plain connections
-// let the kernel do the waiting.
+// A socket BIO that never waits, whatever the socket's mode.
 int BioFd(BIO* bio)
 {
     return static_cast<int>(reinterpret_cast<intptr_t>(BIO_get_data(bio)));

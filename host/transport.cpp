@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/transport.h"
 
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +11,7 @@
 
 #include <openssl/ssl.h>
 
+#include "host/now.h"
 #include "host/tls.h"
 
 namespace kestd {
@@ -22,22 +21,49 @@ namespace {
 constexpr int kPieces = 8;           // of one call
 constexpr size_t kTlsRecord = 16384; // plain bytes in one TLS record
 
-void SetTimeout(int fd, int option, std::chrono::milliseconds time)
+// The two system calls stand in functions of their own: errno's address, which differs between
+// threads, must not stay in a function that waits. They return what the call does, kWouldBlock or
+// kBroken.
+ssize_t Outcome(ssize_t result) noexcept
 {
-    const auto ms = std::max<int64_t>(time.count(), 1);
-    timeval value{};
-    value.tv_sec = ms / 1000;
-    value.tv_usec = ms % 1000 * 1000;
-    (void)setsockopt(fd, SOL_SOCKET, option, &value, sizeof value); // cannot fail for a socket
+    if (result >= 0)
+        return result;
+    return errno == EAGAIN || errno == EWOULDBLOCK ? Transport::kWouldBlock : Transport::kBroken;
 }
 
-bool IsWouldBlock(int error) noexcept
+[[gnu::noinline]] ssize_t ReceiveNow(int fd, void* to, size_t size) noexcept
 {
-    return error == EAGAIN || error == EWOULDBLOCK;
+    ssize_t got = 0;
+    do
+        got = recv(fd, to, size, MSG_DONTWAIT);
+    while (got < 0 && errno == EINTR);
+    return Outcome(got);
 }
 
-// Takes `sent` bytes off the front of the pieces.
-void Advance(iovec*& pieces, int& count, size_t sent)
+[[gnu::noinline]] ssize_t SendNow(int fd, iovec* pieces, int count) noexcept
+{
+    constexpr int kFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
+    msghdr message{};
+    message.msg_iov = pieces;
+    message.msg_iovlen = static_cast<size_t>(count);
+    ssize_t sent = 0;
+    do
+        sent = count == 1 ? send(fd, pieces->iov_base, pieces->iov_len, kFlags)
+                          : sendmsg(fd, &message, kFlags);
+    while (sent < 0 && errno == EINTR);
+    return Outcome(sent);
+}
+
+size_t SizeOf(const iovec* pieces, int count) noexcept
+{
+    size_t size = 0;
+    for (int i = 0; i < count; ++i)
+        size += pieces[i].iov_len;
+    return size;
+}
+
+// Takes `sent` bytes off the front of the pieces, and empty pieces.
+void Advance(iovec*& pieces, int& count, size_t sent) noexcept
 {
     while (count && sent >= pieces->iov_len) {
         sent -= pieces->iov_len;
@@ -65,147 +91,145 @@ Transport::~Transport()
 
 ssize_t Transport::Receive(void* to, size_t size)
 {
-    if (ssl_)
-        return ReceiveTls(to, size);
-    for (;;) {
-        const ssize_t got = recv(fd_, to, size, MSG_DONTWAIT);
-        if (got >= 0)
-            return got;
-        if (errno != EINTR)
-            return IsWouldBlock(errno) ? kWouldBlock : kBroken;
-    }
+    const ssize_t got = ssl_ ? ReceiveTls(to, size) : ReceivePlain(to, size);
+    if (got > 0)
+        moved_ += static_cast<uint64_t>(got);
+    return got;
 }
 
-ssize_t Transport::ReceiveWaiting(void* to, size_t size, std::chrono::milliseconds idle,
-                                  WaitWatcher& watcher)
+ssize_t Transport::ReceivePlain(void* to, size_t size)
 {
-    return ReceiveInTime(to, size, idle, watcher, true);
+    return ReceiveNow(fd_, to, size);
 }
 
 ssize_t Transport::ReceiveSome(void* to, size_t size, std::chrono::milliseconds idle,
-                               WaitWatcher& watcher)
-{
-    return ReceiveInTime(to, size, idle, watcher, false);
-}
-
-ssize_t Transport::ReceiveInTime(void* to, size_t size, std::chrono::milliseconds idle,
-                                 WaitWatcher& watcher, bool fills)
+                               Waiter& waiter)
 {
     ssize_t got = Receive(to, size);
-    if (ssl_) {
-        while (got == kWouldBlock) {
-            if (!WaitFor(wantsToSend_ ? POLLOUT : POLLIN, idle, watcher))
-                return kTooSlow;
-            got = Receive(to, size);
-        }
-        return got;
-    }
     if (got != kWouldBlock)
         return got;
-    if (receiveTimeout_ != idle) {
-        SetTimeout(fd_, SO_RCVTIMEO, idle);
-        receiveTimeout_ = idle;
+    const int64_t deadline = NowMs() + idle.count();
+    while (got == kWouldBlock) {
+        if (!waiter.Wait(ToReceive(), deadline))
+            return kTooSlow;
+        got = Receive(to, size);
     }
-    watcher.BeforeWait();
-    for (;;) {
-        // Waiting for a full buffer saves calls into the store; the timeout ends it with what came.
-        got = recv(fd_, to, size, fills ? MSG_WAITALL : 0);
-        if (got >= 0)
-            return got;
-        if (errno != EINTR)
-            return IsWouldBlock(errno) ? kTooSlow : kBroken;
+    return got;
+}
+
+ssize_t Transport::ReceiveFull(void* to, size_t size, std::chrono::milliseconds idle,
+                               Waiter& waiter)
+{
+    const ssize_t first = Receive(to, size);
+    if (first != kWouldBlock)
+        return first;
+    // A full buffer saves calls into the store.
+    ssize_t got = 0;
+    for (size_t used = 0;; used += static_cast<size_t>(got)) {
+        got =
+            used < size ? ReceiveSome(static_cast<char*>(to) + used, size - used, idle, waiter) : 0;
+        if (got <= 0)
+            return used ? static_cast<ssize_t>(used) : got;
     }
 }
 
-bool Transport::Send(const iovec* pieces, int count, std::chrono::milliseconds stall,
-                     WaitWatcher& watcher)
+bool Transport::Send(const iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
+                     Waiter& waiter)
 {
-    if (isBroken_)
-        return false;
-    if (!ssl_) {
-        iovec copy[kPieces];
-        count = std::min(count, kPieces);
-        std::copy(pieces, pieces + count, copy);
-        isBroken_ = !SendPlain(copy, count, stall, watcher);
-        return !isBroken_;
-    }
-    if (count == 1)
-        return !(isBroken_ = !SendTls(static_cast<const char*>(pieces->iov_base), pieces->iov_len,
-                                      stall, watcher));
-    // Small pieces share a record: a head and its body then cost one, not two.
-    char record[kTlsRecord];
-    size_t used = 0;
-    for (int i = 0; i < count && !isBroken_; ++i) {
-        const char* bytes = static_cast<const char*>(pieces[i].iov_base);
-        size_t left = pieces[i].iov_len;
-        while (left && !isBroken_) {
-            if (used == 0 && left >= kTlsRecord) {
-                isBroken_ = !SendTls(bytes, left, stall, watcher);
-                break;
-            }
-            const size_t take = std::min(left, kTlsRecord - used);
-            std::memcpy(record + used, bytes, take);
-            used += take;
-            bytes += take;
-            left -= take;
-            if (used == kTlsRecord) {
-                isBroken_ = !SendTls(record, used, stall, watcher);
-                used = 0;
-            }
-        }
-    }
-    if (used && !isBroken_)
-        isBroken_ = !SendTls(record, used, stall, watcher);
+    iovec rest[kPieces + 1];
+    int used = 0;
+    if (HasUnsent())
+        rest[used++] = {const_cast<char*>(unsent_.Data()), unsent_.Size()};
+    count = std::min(count, kPieces);
+    std::copy(pieces, pieces + count, rest + used);
+    Buffer earlier = std::move(unsent_); // stays where `rest` points to
+    if (!isBroken_)
+        isBroken_ = !SendAll(rest, used + count, isLast, stall, waiter);
     return !isBroken_;
 }
 
-bool Transport::SendPlain(iovec* pieces, int count, std::chrono::milliseconds stall,
-                          WaitWatcher& watcher)
+bool Transport::SendAll(iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
+                        Waiter& waiter)
 {
-    Advance(pieces, count, 0); // drops empty pieces
-    int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
-    while (count) {
-        msghdr message{};
-        message.msg_iov = pieces;
-        message.msg_iovlen = static_cast<size_t>(count);
-        const ssize_t sent = count == 1 ? send(fd_, pieces->iov_base, pieces->iov_len, flags)
-                                        : sendmsg(fd_, &message, flags);
-        if (sent >= 0) {
+    int64_t deadline = 0; // while the client takes nothing
+    for (Advance(pieces, count, 0); count;) {
+        const size_t size = SizeOf(pieces, count);
+        const ssize_t sent = SendSome(pieces, count);
+        if (sent == kBroken)
+            return false;
+        if (sent > 0) {
             Advance(pieces, count, static_cast<size_t>(sent));
-        } else if (errno != EINTR && (!IsWouldBlock(errno) || !(flags & MSG_DONTWAIT))) {
-            return false; // gone, or took nothing for the whole time
+            deadline = 0;
+            if (ssl_ || static_cast<size_t>(sent) == size)
+                continue; // TLS takes a part at a time
         }
-        if (count && (flags & MSG_DONTWAIT)) {
-            if (stall.count() == 0)
-                return false;
-            if (sendTimeout_ != stall) {
-                SetTimeout(fd_, SO_SNDTIMEO, stall);
-                sendTimeout_ = stall;
-            }
-            watcher.BeforeWait();
-            flags = MSG_NOSIGNAL;
+        if (isLast && SizeOf(pieces, count) <= kMostUnsent) {
+            Keep(pieces, count);
+            return !isBroken_;
         }
+        if (deadline == 0)
+            deadline = NowMs() + stall.count();
+        if (!waiter.Wait(ToSend(), deadline))
+            return false;
     }
     return true;
 }
 
-bool Transport::SendTls(const char* bytes, size_t size, std::chrono::milliseconds stall,
-                        WaitWatcher& watcher)
+void Transport::Keep(const iovec* pieces, int count)
 {
-    while (size) {
-        size_t written = 0;
-        const int result = TlsWrite(ssl_, bytes, size, written);
-        if (result == SSL_ERROR_NONE) {
-            bytes += written;
-            size -= written;
-        } else if (result == SSL_ERROR_WANT_WRITE || result == SSL_ERROR_WANT_READ) {
-            const short events = result == SSL_ERROR_WANT_WRITE ? POLLOUT : POLLIN;
-            if (stall.count() == 0 || !WaitFor(events, stall, watcher))
-                return false;
-        } else {
-            return false;
-        }
+    try {
+        for (int i = 0; i < count; ++i)
+            unsent_.Append(pieces[i].iov_base, pieces[i].iov_len);
+    } catch (const std::bad_alloc&) {
+        isBroken_ = true;
     }
+}
+
+// The number of bytes, kWouldBlock or kBroken.
+ssize_t Transport::SendSome(iovec* pieces, int count)
+{
+    ssize_t sent = kBroken;
+    if (!ssl_) {
+        sent = SendNow(fd_, pieces, count);
+    } else {
+        // Small pieces share a record: a head and its body then cost one, not two.
+        char record[kTlsRecord];
+        const char* from = static_cast<const char*>(pieces->iov_base);
+        size_t size = pieces->iov_len;
+        if (size < kTlsRecord && count > 1) {
+            size = 0;
+            for (int i = 0; i < count && size < kTlsRecord; ++i) {
+                const size_t take = std::min(pieces[i].iov_len, kTlsRecord - size);
+                std::memcpy(record + size, pieces[i].iov_base, take);
+                size += take;
+            }
+            from = record;
+        }
+        size_t written = 0;
+        const int result = TlsWrite(ssl_, from, size, written);
+        wantsToReceive_ = result == SSL_ERROR_WANT_READ;
+        if (result == SSL_ERROR_NONE)
+            sent = static_cast<ssize_t>(written);
+        else if (result == SSL_ERROR_WANT_WRITE || wantsToReceive_)
+            sent = kWouldBlock;
+    }
+    if (sent > 0)
+        moved_ += static_cast<uint64_t>(sent);
+    return sent;
+}
+
+bool Transport::Flush()
+{
+    while (HasUnsent() && !isBroken_) {
+        iovec piece{const_cast<char*>(unsent_.Data()), unsent_.Size()};
+        const ssize_t sent = SendSome(&piece, 1);
+        if (sent == kWouldBlock)
+            return false;
+        isBroken_ = sent < 0;
+        if (sent > 0)
+            unsent_.Consume(static_cast<size_t>(sent));
+    }
+    unsent_.Release();
     return true;
 }
 
@@ -225,25 +249,6 @@ ssize_t Transport::ReceiveTls(void* to, size_t size)
     default:
         isBroken_ = true;
         return kBroken;
-    }
-}
-
-bool Transport::WaitFor(short events, std::chrono::milliseconds time, WaitWatcher& watcher) const
-{
-    watcher.BeforeWait();
-    const auto end = std::chrono::steady_clock::now() + time;
-    for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return false;
-        pollfd entry{fd_, events, 0};
-        const int ready =
-            poll(&entry, 1, static_cast<int>(std::min<int64_t>(left.count(), 1 << 30)));
-        if (ready > 0)
-            return true;
-        if (ready == 0 || errno != EINTR)
-            return false;
     }
 }
 

@@ -7,32 +7,41 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
+
+#include "host/buffer.h"
 
 struct ssl_st;
 struct ssl_ctx_st;
 
 namespace kestd {
 
-// Told before a thread starts to wait for a client, so that another can take its place.
-class WaitWatcher {
+// Lets a call wait for its client. No thread waits with it.
+class Waiter {
   public:
-    virtual void BeforeWait() = 0;
+    enum class For { Input, Output };
+
+    // Returns when the socket may be ready, or perhaps for nothing. False when `deadline` (of
+    // NowMs) has passed, the client is given up, or nobody can wait here.
+    [[nodiscard]] virtual bool Wait(For what, int64_t deadline) = 0;
 
   protected:
-    ~WaitWatcher() = default;
+    ~Waiter() = default;
 };
 
-// One socket, in waiting mode. The file descriptor belongs to somebody else and outlives the
-// transport. One thread at a time.
+// One socket, which belongs to somebody else and outlives the transport. No call keeps its thread
+// waiting. One thread at a time.
 class Transport {
   public:
     static constexpr ssize_t kWouldBlock = -1;
     static constexpr ssize_t kBroken = -2; // the client is gone, or violates TLS
     static constexpr ssize_t kTooSlow = -3;
+    // Of the end of a reply, what the client does not take at once and is kept; bytes.
+    static constexpr size_t kMostUnsent = 64 * 1024;
 
-    // With a context the connection is TLS.
+    // With a context the connection is TLS. Throws std::bad_alloc.
     Transport(int fd, ssl_ctx_st* context);
     ~Transport();
     Transport(const Transport&) = delete;
@@ -42,39 +51,52 @@ class Transport {
     // Without waiting: the number of bytes, 0 at the end, kWouldBlock or kBroken. Performs the TLS
     // handshake as far as it gets.
     ssize_t Receive(void* to, size_t size);
-    // As Receive, but waits up to `idle` for something to come (else kTooSlow). Fills as much of
-    // `to` as comes in that time.
-    ssize_t ReceiveWaiting(void* to, size_t size, std::chrono::milliseconds idle,
-                           WaitWatcher& watcher);
-    // As ReceiveWaiting, but content with what comes first.
-    ssize_t ReceiveSome(void* to, size_t size, std::chrono::milliseconds idle,
-                        WaitWatcher& watcher);
-    // Sends everything, waiting whenever the client takes nothing, at most `stall` each time. With
-    // a `stall` of 0 it does not wait at all. False when not all could be sent.
-    bool Send(const iovec* pieces, int count, std::chrono::milliseconds stall,
-              WaitWatcher& watcher);
+    // As Receive, but waits up to `idle` for something to come (else kTooSlow).
+    ssize_t ReceiveSome(void* to, size_t size, std::chrono::milliseconds idle, Waiter& waiter);
+    // As ReceiveSome. Where it has to wait, it goes on until `to` is full or nothing has come for
+    // `idle`.
+    ssize_t ReceiveFull(void* to, size_t size, std::chrono::milliseconds idle, Waiter& waiter);
+    // Sends everything, waiting whenever the client takes nothing, at most `stall` each time. False
+    // when not all could be sent. `isLast`: nothing follows before Flush; then up to kMostUnsent
+    // bytes are kept instead of waited for.
+    bool Send(const iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
+              Waiter& waiter);
+    // Whether something is kept, and its sending without waiting: true when all has left, or the
+    // client is gone.
+    bool HasUnsent() const noexcept { return unsent_.Size() != 0; }
+    bool Flush();
+    Waiter::For ToSend() const noexcept
+    {
+        return wantsToReceive_ ? Waiter::For::Input : Waiter::For::Output;
+    }
     // Whether TLS has to send before it can receive (during a handshake).
     bool WantsToSend() const noexcept { return wantsToSend_; }
     // Tells the client that nothing more will be sent.
     void EndSending();
     // Makes the end of the connection an error for the client. Before the descriptor is closed.
     void ResetAtEnd() noexcept;
+    // The bytes that the client has sent and taken so far.
+    uint64_t Moved() const noexcept { return moved_; }
 
   private:
-    bool SendPlain(iovec* pieces, int count, std::chrono::milliseconds stall, WaitWatcher& watcher);
-    bool SendTls(const char* bytes, size_t size, std::chrono::milliseconds stall,
-                 WaitWatcher& watcher);
+    ssize_t SendSome(iovec* pieces, int count);
+    bool SendAll(iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
+                 Waiter& waiter);
+    void Keep(const iovec* pieces, int count);
     ssize_t ReceiveTls(void* to, size_t size);
-    ssize_t ReceiveInTime(void* to, size_t size, std::chrono::milliseconds idle,
-                          WaitWatcher& watcher, bool fills);
-    bool WaitFor(short events, std::chrono::milliseconds time, WaitWatcher& watcher) const;
+    ssize_t ReceivePlain(void* to, size_t size);
+    Waiter::For ToReceive() const noexcept
+    {
+        return wantsToSend_ ? Waiter::For::Output : Waiter::For::Input;
+    }
 
-    int fd_;
+    const int fd_;
     ssl_st* ssl_ = nullptr;
     bool wantsToSend_ = false;
+    bool wantsToReceive_ = false; // TLS, before it can send
     bool isBroken_ = false;
-    std::chrono::milliseconds sendTimeout_{0}; // as set on the socket, 0 is none
-    std::chrono::milliseconds receiveTimeout_{0};
+    uint64_t moved_ = 0;
+    Buffer unsent_;
 };
 
 // A server context from PEM files: TLS 1.2 and later, HTTP/1.1 by ALPN. Null with a reason in

@@ -100,13 +100,21 @@ bool IsFresh(RequestIo& request, std::string_view tag, std::string_view date)
     return since && *since == date;
 }
 
+// A function of its own: errno is another one after a wait for the client.
+[[gnu::noinline]] ssize_t ReadAt(int fd, char* bytes, size_t size, uint64_t offset)
+{
+    ssize_t got = 0;
+    do
+        got = pread(fd, bytes, size, static_cast<off_t>(offset));
+    while (got < 0 && errno == EINTR);
+    return got;
+}
+
 void SendContent(RequestIo& request, int fd, uint64_t size)
 {
     char bytes[64 * 1024];
     for (uint64_t sent = 0; sent < size;) {
-        const ssize_t got = pread(fd, bytes, sizeof bytes, static_cast<off_t>(sent));
-        if (got < 0 && errno == EINTR)
-            continue;
+        const ssize_t got = ReadAt(fd, bytes, sizeof bytes, sent);
         if (got <= 0 || !request.reply.Append(bytes, static_cast<size_t>(got)))
             return; // short: the reply ends the connection
         sent += static_cast<uint64_t>(got);

@@ -15,8 +15,6 @@ namespace kestd {
 
 namespace {
 
-thread_local bool t_isOverloaded = false;
-
 // Ticks without any progress before waiting requests are turned away: a second.
 constexpr unsigned kPatience = 10;
 
@@ -67,16 +65,6 @@ void Workers::Join()
         thread.join();
 }
 
-void Workers::BeforeWait()
-{
-    if (t_isOverloaded)
-        return;
-    if (poller_.IsFull() && Count() < limit_)
-        Spawn();
-    else
-        poller_.RescueWaiting();
-}
-
 // Whether the workers spent most of the time since the last call neither running nor waiting for a
 // processor. Only the latter two say that more threads would be of no use.
 bool Workers::AreWaiting(std::chrono::steady_clock::time_point now)
@@ -91,7 +79,7 @@ bool Workers::AreWaiting(std::chrono::steady_clock::time_point now)
         const std::string path = "/proc/self/task/" + std::to_string(id) + "/schedstat";
         const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
         if (fd < 0)
-            return false; // not known here: then only BeforeWait adds threads
+            return false; // not known here: then only those that stay stuck add threads
         char text[96] = {};
         const ssize_t size = read(fd, text, sizeof text - 1);
         close(fd);
@@ -129,15 +117,8 @@ void Workers::Tick()
             for (unsigned i = 0, more = Count() / 2 + 1; i < more; ++i)
                 Spawn();
     } else if (stuckTicks_ > kPatience) {
-        t_isOverloaded = true;
         poller_.RunReady();
-        t_isOverloaded = false;
     }
-}
-
-bool Workers::IsOverloaded() noexcept
-{
-    return t_isOverloaded;
 }
 
 } // namespace kestd

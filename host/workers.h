@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The threads that serve a poller: a few, and more when clients keep them waiting.
+// The threads that serve a poller: a few, and more when the store keeps them waiting. Clients keep
+// none waiting.
 #pragma once
 
 #include <sys/types.h>
@@ -12,13 +13,11 @@
 #include <thread>
 #include <vector>
 
-#include "host/transport.h"
-
 namespace kestd {
 
 class Poller;
 
-class Workers final : public WaitWatcher {
+class Workers {
   public:
     explicit Workers(Poller& poller) : poller_(poller) {}
 
@@ -27,15 +26,10 @@ class Workers final : public WaitWatcher {
     void SetLimit(unsigned limit) noexcept { limit_.store(limit, std::memory_order_relaxed); }
     void Join(); // after the poller has been stopped
 
-    // A busy thread is about to wait for a client: makes sure that another one is there.
-    void BeforeWait() override;
     // Called at regular intervals by a thread that is no worker. Adds threads when all are busy and
     // wait (for a disk, say) rather than compute: then more of them get more done. Once there are
-    // as many as there may be and they stay stuck, the caller itself serves what is ready,
-    // overloaded.
+    // as many as there may be and they stay stuck, the caller itself turns away what is ready.
     void Tick();
-    // Whether the calling thread only turns requests away: it must not wait for anything.
-    static bool IsOverloaded() noexcept;
     unsigned Count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
   private:

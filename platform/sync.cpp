@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Mutexes, spin locks, read/write locks and interlocked operations.
-#include <pthread.h>
 #include <sched.h>
 
 #include <atomic>
-#include <cerrno>
 #include <limits>
 
 #include "platform/internal.h"
@@ -28,13 +26,21 @@ struct Mutex : Object {
     UINT32 depth = 0;                        // the holder's
 };
 
-// The C library's default prefers readers: a reader enters past a waiting writer. That is needed,
-// not only fast: a thread that holds the lock for reading may take it once more further down, and
-// would wait forever behind a writer that waits for the first hold.
+// Prefers readers: a reader enters past a waiting writer. That is needed: a call that holds the
+// lock for reading may take it once more further down, and would wait forever behind a writer that
+// waits for the first hold. Reading is held by a call, not by a thread: a call that waits for its
+// client goes on, and releases, on another one, which the C library's locks do not allow.
 struct ReadWriteLock : Object {
     static constexpr Kind kKind = Kind::ReadWriteLock;
-    ReadWriteLock() noexcept : Object(kKind) { pthread_rwlock_init(&lock, nullptr); }
-    pthread_rwlock_t lock;
+    static constexpr UINT32 kWriting = std::numeric_limits<UINT32>::max();
+    ReadWriteLock() noexcept : Object(kKind) {}
+    bool IsMine() const noexcept { return writer.load(std::memory_order_relaxed) == &t_me; }
+    TALSTATUS Read(bool waits) noexcept;
+    TALSTATUS Write(bool waits) noexcept;
+    TALSTATUS Release() noexcept;
+
+    std::atomic<UINT32> state{0};             // readers, or kWriting
+    std::atomic<const char*> writer{nullptr}; // written by the writer only
 };
 
 struct SpinLock : Object {
@@ -52,21 +58,61 @@ void Pause() noexcept
 #endif
 }
 
-// A failed acquire or release of the C library as a status.
-TALSTATUS FromError(int error) noexcept
+TALSTATUS ReadWriteLock::Read(bool waits) noexcept
 {
-    switch (error) {
-    case 0:
-        return TAL_STATUS_SUCCESS;
-    case EBUSY:
-        return Fail(kCodeTimeout);
-    case EAGAIN: // held too often
-        return Fail(kCodeInsufficientResources);
-    case EDEADLK:
-        return Fail(kCodeConflict);
-    default:
-        return Fail(kCodeUnsuccessful);
+    UINT32 now = state.load(std::memory_order_relaxed);
+    for (;;) {
+        if (now == kWriting) {
+            if (!waits)
+                return Fail(kCodeTimeout);
+            if (IsMine())
+                return Fail(kCodeConflict);
+            state.wait(now, std::memory_order_relaxed);
+            now = state.load(std::memory_order_relaxed);
+        } else if (now == kWriting - 1) {
+            return Fail(kCodeInsufficientResources); // held too often
+        } else if (state.compare_exchange_weak(now, now + 1, std::memory_order_acquire,
+                                               std::memory_order_relaxed)) {
+            return TAL_STATUS_SUCCESS;
+        }
     }
+}
+
+TALSTATUS ReadWriteLock::Write(bool waits) noexcept
+{
+    UINT32 now = 0;
+    while (!state.compare_exchange_strong(now, kWriting, std::memory_order_acquire,
+                                          std::memory_order_relaxed)) {
+        if (!waits)
+            return Fail(kCodeTimeout);
+        if (now == kWriting && IsMine())
+            return Fail(kCodeConflict);
+        state.wait(now, std::memory_order_relaxed);
+        now = 0;
+    }
+    writer.store(&t_me, std::memory_order_relaxed);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ReadWriteLock::Release() noexcept
+{
+    UINT32 now = state.load(std::memory_order_relaxed);
+    if (now == kWriting) {
+        if (!IsMine())
+            return Fail(kCodeAccessDenied);
+        writer.store(nullptr, std::memory_order_relaxed);
+        state.store(0, std::memory_order_release);
+        state.notify_all();
+        return TAL_STATUS_SUCCESS;
+    }
+    do {
+        if (now == 0)
+            return Fail(kCodeAccessDenied);
+    } while (!state.compare_exchange_weak(now, now - 1, std::memory_order_release,
+                                          std::memory_order_relaxed));
+    if (now == 1)
+        state.notify_all(); // writers
+    return TAL_STATUS_SUCCESS;
 }
 
 template <class T> TALSTATUS Make(HANDLE* out) noexcept
@@ -143,7 +189,7 @@ TALSTATUS Talpl::TalxAcquireLockForReadAccess(HANDLE lock, BOOLEAN wait)
     auto* l = FromHandle<ReadWriteLock>(lock);
     if (!l)
         return Fail(kCodeInvalidParameter);
-    return FromError(wait ? pthread_rwlock_rdlock(&l->lock) : pthread_rwlock_tryrdlock(&l->lock));
+    return l->Read(wait);
 }
 
 TALSTATUS Talpl::TalxAcquireLockForWriteAccess(HANDLE lock, BOOLEAN wait)
@@ -151,13 +197,13 @@ TALSTATUS Talpl::TalxAcquireLockForWriteAccess(HANDLE lock, BOOLEAN wait)
     auto* l = FromHandle<ReadWriteLock>(lock);
     if (!l)
         return Fail(kCodeInvalidParameter);
-    return FromError(wait ? pthread_rwlock_wrlock(&l->lock) : pthread_rwlock_trywrlock(&l->lock));
+    return l->Write(wait);
 }
 
 TALSTATUS Talpl::TalxReleaseReadWriteLock(HANDLE lock)
 {
     auto* l = FromHandle<ReadWriteLock>(lock);
-    return l ? FromError(pthread_rwlock_unlock(&l->lock)) : Fail(kCodeInvalidParameter);
+    return l ? l->Release() : Fail(kCodeInvalidParameter);
 }
 
 TALSTATUS Talpl::TalxDestroyReadWriteLock(HANDLE lock)
@@ -165,10 +211,8 @@ TALSTATUS Talpl::TalxDestroyReadWriteLock(HANDLE lock)
     auto* l = FromHandle<ReadWriteLock>(lock);
     if (!l)
         return Fail(kCodeInvalidParameter);
-    if (pthread_rwlock_trywrlock(&l->lock) != 0)
+    if (l->state.load(std::memory_order_acquire) != 0)
         return Fail(kCodeConflict);
-    pthread_rwlock_unlock(&l->lock);
-    pthread_rwlock_destroy(&l->lock);
     DeleteObject(l);
     return TAL_STATUS_SUCCESS;
 }

@@ -558,7 +558,7 @@ TEST_F(Io, ClientThatLeavesInItsBodyIsAFailure)
     std::atomic<int> isComplete{2};
     module.handler = [&](IKestIO_5& io, UINT32) {
         TALSTATUS status = 0;
-        EXPECT_EQ(ReadBody(io, status).size(), 10u);
+        EXPECT_EQ(ReadBody(io, status).size(), 10000u);
         code = Code(status);
         void* out = nullptr;
         EXPECT_EQ(CallContextFactory()->CreateInstance(nullptr, &IID_KestCallContext_1, &out),
@@ -573,7 +573,8 @@ TEST_F(Io, ClientThatLeavesInItsBodyIsAFailure)
     {
         Client client(port);
         ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: "
-                                "1000000\r\n\r\n0123456789"));
+                                "1000000\r\n\r\n" +
+                                std::string(10000, 'x')));
         client.EndSending();
         EXPECT_EQ(client.Receive().status, 400);
     }

@@ -183,27 +183,109 @@ TEST_F(Limits, ClientThatTakesNothingIsGivenUp)
     server->Stop(); // before what the handler uses goes
 }
 
-TEST_F(Limits, ThreadsGrowWhileClientsKeepThemWaiting)
+TEST_F(Limits, SlowUploadsInTheModuleHoldNoThread)
 {
     ServerSettings settings = QuietSettings();
-    settings.limits.workerThreads = 40;
-    module.handler = [](IKestIO_5& io, UINT32 method) {
+    settings.limits.workerThreads = 1;
+    std::atomic<int> inside{0};
+    module.handler = [&](IKestIO_5& io, UINT32 method) {
         TALSTATUS status = 0;
-        if (method == KestMethodPut)
-            (void)ReadBody(io, status);
+        ++inside;
+        const size_t size = method == KestMethodPut ? ReadBody(io, status).size() : 0;
+        EXPECT_EQ(size, method == KestMethodPut ? 100000u : 0u);
+        --inside;
         return io.SendHeader(200);
     };
     Start(settings);
     std::vector<std::unique_ptr<Client>> slow;
     for (int i = 0; i < 30; ++i) {
         slow.push_back(std::make_unique<Client>(port));
-        ASSERT_TRUE(slow.back()->Send(
-            "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 100000\r\n\r\nx"));
+        ASSERT_TRUE(
+            slow.back()->Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 100000\r\n\r\n" +
+                              std::string(10000, 'x')));
     }
     EXPECT_EQ(Ask(kGet).status, 200);
-    const std::string rest(99999, 'x');
+    while (inside < 30)
+        std::this_thread::yield();
+    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(inside, 30);
+    const std::string rest(90000, 'x');
     for (const auto& client : slow)
         EXPECT_EQ(client->Ask(rest).status, 200);
+}
+
+TEST_F(Limits, UploadThatSendsNothingReachesNoModule)
+{
+    Start();
+    std::vector<std::unique_ptr<Client>> slow;
+    for (int i = 0; i < 30; ++i) {
+        slow.push_back(std::make_unique<Client>(port));
+        ASSERT_TRUE(slow.back()->Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\n" +
+                                      std::string(i % 2 ? "Content-Length: 100000\r\n\r\nx"
+                                                        : "Transfer-Encoding: chunked\r\n\r\n"
+                                                          "100000\r\nx")));
+    }
+    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(module.calls, 1);
+}
+
+TEST_F(Limits, SlowDownloadsHoldNoThread)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.workerThreads = 1;
+    std::atomic<int> inside{0};
+    const std::string block(1 << 20, 'x');
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        if (Url(io) != u"/Ferro/large")
+            return io.SendHeader(200);
+        ++inside;
+        SetHeader(io, "Content-Length", std::to_string(16 * block.size()));
+        io.SendHeader(200);
+        TALSTATUS status = 0;
+        for (int i = 0; i < 16 && !Failed(status); ++i)
+            status = Write(io, block);
+        --inside;
+        return status;
+    };
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> slow;
+    for (int i = 0; i < 30; ++i) {
+        slow.push_back(std::make_unique<Client>(port, 4096));
+        ASSERT_TRUE(slow.back()->Send("GET /Ferro/large HTTP/1.1\r\nHost: h\r\n\r\n"));
+    }
+    while (inside < 30)
+        std::this_thread::yield();
+    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(inside, 30);
+    for (size_t i = 0; i < slow.size(); i += 10)
+        EXPECT_EQ(slow[i]->Receive().body.size(), 16 * block.size());
+}
+
+// Requests that are sent ahead, whose replies nobody reads: what is not taken is kept without a
+// handler, and the next request waits for it.
+TEST_F(Limits, UnreadRepliesHoldNoThreadAndStopThePipeline)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.workerThreads = 1;
+    const std::string body(60'000, 'x');
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        SetHeader(io, "Content-Length", std::to_string(body.size()));
+        io.SendHeader(200);
+        return Write(io, body);
+    };
+    Start(settings);
+    constexpr int kAhead = 200;
+    std::string requests;
+    for (int i = 0; i < kAhead; ++i)
+        requests += kGet;
+    Client ahead(port, 4096);
+    ASSERT_TRUE(ahead.Send(requests));
+    const int before = module.calls;
+    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_LT(module.calls, kAhead) << before;
+    for (int i = 0; i < kAhead; ++i)
+        EXPECT_EQ(ahead.Receive().body.size(), body.size()) << i;
 }
 
 TEST_F(Limits, SlowSmallUploadsHoldNoThread)
@@ -378,8 +460,8 @@ TEST_F(Limits, StopEndsWhatTakesTooLong)
     };
     Start(settings);
     Client client(port);
-    ASSERT_TRUE(
-        client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 1000000\r\n\r\nx"));
+    ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 1000000\r\n\r\n" +
+                            std::string(10000, 'x')));
     while (module.calls == 0)
         std::this_thread::yield();
     server->Stop();

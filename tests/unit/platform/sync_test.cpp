@@ -126,6 +126,30 @@ TEST(ReadWriteLock, ItsWriterIsToldThatItWouldWaitForItself)
     EXPECT_EQ(0u, Platform().TalxDestroyReadWriteLock(l));
 }
 
+TEST(ReadWriteLock, ReadingEndsOnAnyThread)
+{
+    HANDLE l = nullptr;
+    ASSERT_EQ(0u, Platform().TalxAllocReadWriteLock(&l));
+    const auto release = [&] { return Platform().TalxReleaseReadWriteLock(l); };
+    EXPECT_EQ(Failure(kCodeAccessDenied), release()); // nobody holds it
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(0u, Platform().TalxAcquireLockForReadAccess(l, TRUE));
+        EXPECT_EQ(
+            0u, OnAnotherThread([&] { return Platform().TalxAcquireLockForReadAccess(l, TRUE); }));
+        std::thread writer([&] {
+            EXPECT_EQ(0u, Platform().TalxAcquireLockForWriteAccess(l, TRUE));
+            EXPECT_EQ(0u, release());
+        });
+        EXPECT_EQ(0u, OnAnotherThread(release));
+        EXPECT_EQ(0u, release());
+        writer.join();
+    }
+    EXPECT_EQ(0u, Platform().TalxAcquireLockForWriteAccess(l, TRUE));
+    EXPECT_EQ(Failure(kCodeAccessDenied), OnAnotherThread(release));
+    EXPECT_EQ(0u, release());
+    EXPECT_EQ(0u, Platform().TalxDestroyReadWriteLock(l));
+}
+
 TEST(ReadWriteLock, ANestedReaderPassesAWaitingWriter)
 {
     HANDLE l = nullptr;
