@@ -63,7 +63,7 @@ TALSTATUS Rename::To(std::string leaf)
         status = Announce(*session, &any);
     if (Failed(status))
         return status;
-    status = any ? MoveAll(*session) : MoveAlone();
+    status = Protected([&] { return any ? MoveAll(*session) : MoveAlone(); });
     if (hasMoved_)
         walked::Forget(volume_, from_.path);
     else if (session && !isStuck_)
@@ -162,17 +162,57 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
     if (Failed(status))
         return status;
     const int notSynced = SyncNames(true);
-    status = MoveRows(session);
-    if (!Failed(status))
-        status = session.Commit();
-    // The name has moved, and the intent stands: the metadata follows at the next start.
-    if (Failed(status)) {
-        session.Rollback();
-        Log(kLogError, "volume '" + volume_.Name() + "': the properties of '" + from_.path +
-                           "' stay behind until the next start, code " +
-                           std::to_string(Code(status)));
+    status = Follow(session);
+    if (Failed(status)) { // once more: what has moved cannot always be taken back
+        status = session.Begin();
+        if (!Failed(status))
+            status = Follow(session);
     }
+    if (!Failed(status))
+        return StatusFromErrno(notSynced);
+    if (MoveBack())
+        return status;
+    // The name has moved, and the intent stands: the metadata follows at the next start.
+    Log(kLogError, "volume '" + volume_.Name() + "': the properties of '" + from_.path +
+                       "' stay behind until the next start, code " + std::to_string(Code(status)));
     return StatusFromErrno(notSynced);
+}
+
+// Ends the transaction with the rows where the names are; a failure rolls it back.
+TALSTATUS Rename::Follow(MetadataSession& session) const
+{
+    const TALSTATUS status = Protected([&] {
+        const TALSTATUS moved = MoveRows(session);
+        return Failed(moved) ? moved : session.Commit();
+    });
+    if (Failed(status))
+        session.Rollback();
+    return status;
+}
+
+// Takes the names back to where the metadata still has them. False where they stay as they are:
+// what a file has replaced is gone, and what is on its way out may be gone in part.
+bool Rename::MoveBack()
+{
+    if (replace || toDirectory_ == volume_.Purge() ||
+        (putsAside_ && AsideDirectory() == volume_.Purge()))
+        return false;
+    FileSystem& fs = volume_.Fs();
+    const FileHandle fromDirectory = from_.directory->Get();
+    const NameGuard names(volume_.MutexOf(from_.path), volume_.MutexOf(toPath_));
+    int error = 0;
+    if (putsAside_) {
+        error = fs.Rename(AsideDirectory(), asideLeaf_.c_str(), fromDirectory, from_.leaf.c_str(),
+                          false);
+        if (error == 0)
+            error = fs.Exchange(fromDirectory, from_.leaf.c_str(), toDirectory_, toLeaf_.c_str());
+    } else {
+        error = fs.Rename(toDirectory_, toLeaf_.c_str(), fromDirectory, from_.leaf.c_str(), false);
+    }
+    if (error == 0) // else the intent would go before what it is there for
+        error = SyncNames(true);
+    hasMoved_ = error != 0;
+    return error == 0;
 }
 
 TALSTATUS Rename::MoveRows(MetadataSession& session) const

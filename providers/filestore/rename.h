@@ -67,6 +67,8 @@ class Rename {
     TALSTATUS MoveRows(MetadataSession& session) const;
     TALSTATUS CheckLocks(MetadataSession& session) const;
     TALSTATUS MoveName();
+    TALSTATUS Follow(MetadataSession& session) const;
+    bool MoveBack();
     int RenameOrTrade();
     int TradeNames();
     int PutAsideFirst();

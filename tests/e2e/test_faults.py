@@ -115,6 +115,14 @@ class Uploads(unittest.TestCase):
         self.assertGreater(count, 20)
 
 
+class Renames(unittest.TestCase):
+    def test_properties_and_locks_stay_with_their_files(self):
+        faults, count = faults_of(("DELETE file", "DELETE with token", "MOVE file", "MOVE tree over"),
+                                  ["write", "malloc"])
+        self.assertEqual(faults, [])
+        self.assertGreater(count, 100)
+
+
 class Library(unittest.TestCase):
     """The call that was picked fails, and no other."""
 

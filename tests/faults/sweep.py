@@ -154,7 +154,9 @@ class Runner:
         try:
             item.same = world.look(world.peer, item)
         except (Wrong, OSError, SyntaxError) as wrong:
-            item.notes.append(f"then: {wrong}"[:300])
+            item.same = None
+            if not item.injection.lasts:  # else the next start may set it right
+                item.notes.append(f"then: {wrong}"[:300])
         for what, found in (("is left", world.leftovers), ("stays open", world.lost_files)):
             try:
                 harness.wait_for(lambda: not found(), what, 0.5) if found() else None
