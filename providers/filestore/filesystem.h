@@ -110,6 +110,8 @@ class FileSystem {
     virtual int List(FileHandle directory, NameSink& sink) = 0;
 
     // -- The rest.
+    // From now on no link leads into this directory, by whatever way: ENOENT.
+    virtual int KeepPrivate(FileHandle) { return 0; }
     // The permission bits that CreateFile gives.
     virtual UINT32 NewFileMode() const = 0;
     // Takes an exclusive lock on an open file that ends with the handle, or with the process.

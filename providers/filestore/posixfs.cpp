@@ -23,6 +23,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "providers/filestore/linkwalk.h"
 #include "providers/filestore/systemcalls.h"
 
 namespace filestore {
@@ -330,6 +331,7 @@ class PosixFileSystem final : public FileSystem {
         return ListEntries(own.Get(), sink);
     }
 
+    int KeepPrivate(FileHandle directory) override { return filestore::KeepPrivate(directory); }
     UINT32 NewFileMode() const override { return newFileMode_; }
     int TryLock(FileHandle handle) override
     {
@@ -407,6 +409,14 @@ class PosixFileSystem final : public FileSystem {
             if (fd >= 0 || (errno != ELOOP && errno != ENOTDIR))
                 return fd;
         }
+        // Without a link on the way the names alone say what is private.
+        const int fd = OpenResolving(directory, path, flags, resolve | RESOLVE_NO_SYMLINKS);
+        if (fd >= 0 || errno != ELOOP || (resolve & RESOLVE_NO_SYMLINKS))
+            return fd;
+        return OpenThroughLinks(directory, path, static_cast<int>(flags));
+    }
+    static int OpenResolving(int directory, const char* path, UINT64 flags, UINT64 resolve)
+    {
         open_how how{};
         how.flags = flags;
         how.resolve = resolve;

@@ -141,18 +141,18 @@ int Volume::Prepare()
     const int made = fs_->MakeDirectory(top_->Get(), kPrivateDirectory.data());
     if (made && made != EEXIST)
         return made;
-    if (made == 0) {
-        // Contents, properties and deleted files of everybody: for the serving account only.
-        OpenFile own;
-        if (const int error =
-                fs_->Open(kPrivateDirectory.data(), OpenFor::Directory, own.Out(*fs_)))
-            return error;
-        if (const int error = fs_->SetMode(own.Get(), 0700))
-            return error;
-    }
+    OpenFile own;
+    if (const int error = fs_->Open(kPrivateDirectory.data(), OpenFor::Directory, own.Out(*fs_)))
+        return error;
+    // Contents, properties and deleted files of everybody: for the serving account only.
+    if (const int error = made == 0 ? fs_->SetMode(own.Get(), 0700) : 0)
+        return error;
     for (const auto& [name, handle] :
          {std::pair{"tmp", &tmp_}, {"deleted", &deleted_}, {"purge", &purge_}})
         if (const int error = OpenPrivate(name, handle))
+            return error;
+    for (const FileHandle handle : {own.Get(), tmp_, deleted_, purge_})
+        if (const int error = fs_->KeepPrivate(handle))
             return error;
     // Deleted entries keep their dates.
     if (const int error = fs_->SetTag(deleted_, kDatesTag, "1", 1); error && error != EOPNOTSUPP)

@@ -525,3 +525,40 @@ TEST_F(FileStoreContent, AFileOpenedForItsTypeIsNotServedToALaterRequest)
     ASSERT_EQ(0u, Put("/docs/a", "new")); // another operation on this thread
     EXPECT_EQ("new", Get("/docs/a"));
 }
+
+// What the store keeps for itself is not served by way of a link either, whatever the method.
+TEST_F(FileStoreContent, LinksToTheStoresOwnDirectoryLeadNowhere)
+{
+    ASSERT_EQ(0u, Put("/docs/a.txt", "x"));
+    fs::create_directories(Docs() / "sub/nested/.kest");
+    WriteFile(Docs() / "sub/nested/.kest/meta.db", "of a volume that lies in this one");
+    fs::create_symlink(".kest", Docs() / "own");
+    fs::create_symlink("../.kest/tmp", Docs() / "sub/tmp");
+    fs::create_symlink(".kest/meta.db", Docs() / "database");
+    fs::create_symlink(".", Docs() / "self");
+    fs::create_symlink("sub/nested/.kest", Docs() / "nested");
+    const std::vector<std::string> before = Entries(Docs() / ".kest");
+    for (const std::string path :
+         {"/docs/own", "/docs/own/meta.db", "/docs/own/tmp", "/docs/OWN/.kest", "/docs/sub/tmp",
+          "/docs/database", "/docs/self/own", "/docs/self/.kest", "/docs/self/.KEST/meta.db",
+          "/docs/self/self/own/meta.db", "/docs/nested", "/docs/nested/meta.db"}) {
+        SCOPED_TRACE(path);
+        DAV_TYPE type{};
+        EXPECT_EQ(kCodeNotFound, Code(Type(path, &type)));
+        EXPECT_FALSE(Get(path));
+        EXPECT_FALSE(OpenedCollection(path));
+        EXPECT_TRUE(Failed(Put(path + "/new", "x")));
+        EXPECT_TRUE(Failed(MkCol(path + "/made")));
+        Wstr inside(path + "/meta.db"), out("/docs/stolen"), from("/docs/a.txt"), into(path + "/b");
+        DAV_ERROR_ID error = 0;
+        EXPECT_TRUE(Failed(Namespace()->Copy(session_, TRUE, -1, &inside, &out, nullptr, &error)));
+        EXPECT_TRUE(Failed(Namespace()->Move(session_, TRUE, -1, &inside, &out, nullptr, &error)));
+        EXPECT_TRUE(Failed(Namespace()->Delete(session_, &inside, nullptr, &error)));
+        EXPECT_TRUE(Failed(Namespace()->Copy(session_, TRUE, -1, &from, &into, nullptr, &error)));
+        EXPECT_TRUE(Failed(Namespace()->Move(session_, TRUE, -1, &from, &into, nullptr, &error)));
+    }
+    EXPECT_EQ((std::vector<std::string>{"a.txt", "self", "sub"}), Names("/docs"));
+    EXPECT_EQ(before, Entries(Docs() / ".kest"));
+    EXPECT_EQ("x", Get("/docs/self/a.txt"));
+    EXPECT_EQ("of a volume that lies in this one", ReadFile(Docs() / "sub/nested/.kest/meta.db"));
+}
