@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/recent.h"
@@ -14,6 +15,8 @@ namespace filestore {
 namespace {
 
 constexpr size_t kNamesAhead = 4; // that are fetched before their turn comes
+// Nobody waits for the reply any more.
+constexpr TALSTATUS kCancelled = Failure(kCodeTimeout);
 constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
 
 // Takes the names that are served.
@@ -22,6 +25,8 @@ class ServedNames final : public NameSink {
     explicit ServedNames(NameList& names) : names_(names) {}
     bool OnName(std::string_view name) override
     {
+        if (call::IsCancelled())
+            return false;
         if (IsPrivateName(name))
             return true;
         if (IsServableName(name))
@@ -121,6 +126,8 @@ TALSTATUS FileCollection::ListNames()
     ServedNames sink(*names_);
     if (const int error = volume.Fs().List(directory_->Get(), sink))
         return StatusFromErrno(error);
+    if (call::IsCancelled())
+        return kCancelled; // the list may be short
     if (sink.LeftOut())
         Log(kLogWarning, std::to_string(sink.LeftOut()) + " names in '" + volume.Name() + "/" +
                              node_.Path() +
@@ -194,6 +201,8 @@ TALSTATUS FileCollection::InspectChild(const char* name, FileInfo* info) const
 TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     for (; next_ < names_->Count(); ++next_) {
+        if (call::IsCancelled())
+            return kCancelled;
         names_->Expect(next_ + kNamesAhead);
         const size_t units = names_->UnitsAt(next_);
         constexpr size_t kHead = offsetof(DAV_COMMON_ENUM, DisplayName);
@@ -376,6 +385,8 @@ TALSTATUS FileCollection::EmitDeleted(UINT32* length, void* out)
     if (const TALSTATUS status = Store::OpenMetadata(volume, &session); Failed(status))
         return status;
     for (DeletedEntry entry{lastDeleted_, {}, {}, 0};; lastDeleted_ = entry.id) {
+        if (call::IsCancelled())
+            return kCancelled;
         if (const TALSTATUS status = session->NextDeleted(node_.Path(), entry.id, &entry);
             Failed(status))
             return status;

@@ -157,3 +157,32 @@ TEST_F(FileStoreListing, ACollectionKeepsItsDatesAndName)
     WriteFile(Docs() / "file", "");
     EXPECT_FALSE(OpenedCollection("/docs/file"));
 }
+
+TEST_F(FileStoreListing, AListingWhoseClientHasLeftEndsAtTheNextStep)
+{
+    for (int i = 0; i < 100; ++i)
+        WriteFile(Docs() / ("f" + std::to_string(i)), "");
+    const auto collection = OpenedCollection("/docs");
+    ASSERT_TRUE(collection);
+    alignas(DAV_COMMON_ENUM) char buffer[1024];
+    auto* const record = reinterpret_cast<DAV_COMMON_ENUM*>(buffer);
+    bool gone = false;
+    int asked = 0;
+    ScriptedRequest request;
+    request.isCancelled = [&] {
+        ++asked;
+        return gone;
+    };
+    const RunningRequest running(request);
+    UINT32 size = sizeof buffer;
+    ASSERT_EQ(0u, collection->GetFirstChild(&size, record));
+    EXPECT_GT(asked, 100) << "also while the names are read";
+    gone = true;
+    size = sizeof buffer;
+    EXPECT_EQ(kCodeTimeout, Code(collection->GetNextChild(&size, record)));
+    size = sizeof buffer;
+    EXPECT_EQ(kCodeTimeout, Code(collection->GetFirstChild(&size, record)));
+    size = sizeof buffer;
+    EXPECT_TRUE(Failed(
+        collection->IoctlRequest(session_, kIoctlFirstDeletedChild, 0, nullptr, &size, buffer)));
+}
