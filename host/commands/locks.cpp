@@ -48,14 +48,15 @@ void PrintLock(const DAV_LOCK_INFO& lock)
                 owner.c_str());
 }
 
-// Each provider is asked by number until it has no more.
+// The provider is asked for one after the other until it has no more.
 int ListLocks(IKestDAV2& provider)
 {
     std::vector<UINT64> buffer(1024);
-    for (UINT32 index = 0;; ++index) {
+    DAV_LOCK_PLACE place{};
+    for (;;) {
         auto size = static_cast<UINT32>(buffer.size() * sizeof(UINT64));
         const TALSTATUS status =
-            provider.IoctlRequest({}, kIoctlListLocks, sizeof index, &index, &size, buffer.data());
+            provider.IoctlRequest({}, kIoctlListLocks, sizeof place, &place, &size, buffer.data());
         if (Code(status) == kCodeNoMoreEntries)
             return 0;
         if (Failed(status))

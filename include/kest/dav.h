@@ -49,9 +49,10 @@ inline constexpr UINT32 kIoctlReverseLookup = 0x7B90001;     // DAV_REVERSE_LOOK
 inline constexpr UINT32 kIoctlFirstDeletedChild = 0x7B90002; // DAV_DELETED_ENTRY
 inline constexpr UINT32 kIoctlNextDeletedChild = 0x7B90003;  // DAV_DELETED_ENTRY
 
-// IoctlRequest codes of a namespace object, for administration. Listing takes an index (UINT32,
-// from 0) and fills a DAV_LOCK_INFO, code 9 past the last, 7 when the output is short; breaking
-// takes a token's bytes and removes that lock whoever holds it, code 11 when there is none.
+// IoctlRequest codes of a namespace object, for administration. Listing takes a DAV_LOCK_PLACE,
+// zeroed for the first call, fills a DAV_LOCK_INFO and moves the place behind that lock; code 9
+// past the last, 7 when the output is short: the place stays then. Breaking takes a token's bytes
+// and removes that lock whoever holds it, code 11 when there is none.
 inline constexpr UINT32 kIoctlListLocks = 0x7B90010;
 inline constexpr UINT32 kIoctlBreakLock = 0x7B90011;
 
@@ -119,6 +120,12 @@ struct DAV_DELETED_ENTRY {
     DAV_COMMON_ENUM Enum;
 };
 
+// How far a listing of all locks has come. Only the provider reads it.
+struct DAV_LOCK_PLACE {
+    UINT64 Volume;
+    INT64 Lock; // the last one told of
+};
+
 // One lock of a namespace. Text holds, one after the other: token, provider path, who made it,
 // owner text, all UTF-8.
 struct DAV_LOCK_INFO {
@@ -171,6 +178,8 @@ static_assert(sizeof(DAV_DELETED_ENTRY) == 88 && offsetof(DAV_DELETED_ENTRY, Fil
               offsetof(DAV_DELETED_ENTRY, DeleteTime) == 8 &&
               offsetof(DAV_DELETED_ENTRY, DeletorID) == 16 &&
               offsetof(DAV_DELETED_ENTRY, Enum) == 24);
+static_assert(sizeof(DAV_LOCK_PLACE) == 16 && offsetof(DAV_LOCK_PLACE, Volume) == 0 &&
+              offsetof(DAV_LOCK_PLACE, Lock) == 8);
 static_assert(sizeof(DAV_LOCK_INFO) == 40 && offsetof(DAV_LOCK_INFO, Timeout) == 0 &&
               offsetof(DAV_LOCK_INFO, Scope) == 8 && offsetof(DAV_LOCK_INFO, Type) == 12 &&
               offsetof(DAV_LOCK_INFO, Depth) == 16 && offsetof(DAV_LOCK_INFO, TokenLength) == 20 &&

@@ -262,24 +262,22 @@ TALSTATUS DescribeLock(const LockRecord& lock, UINT64 now, UINT32* size, DAV_LOC
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS LockByIndex(const Store& store, UINT32 index, LockRecord* out, const Volume** volume)
+TALSTATUS NextLock(const Store& store, DAV_LOCK_PLACE* place, LockRecord* out,
+                   const Volume** volume)
 {
-    for (const auto& v : store.Volumes()) {
+    const auto& volumes = store.Volumes();
+    for (; place->Volume < volumes.size(); *place = {place->Volume + 1, 0}) {
+        const auto& v = volumes[place->Volume];
         std::unique_ptr<MetadataSession> session;
-        std::vector<LockRecord> locks;
         if (!v->MayHaveLocks())
             continue;
         TALSTATUS status = Store::OpenMetadata(*v, &session);
         if (!Failed(status))
-            status = session->LocksWithin({}, store.Now(), &locks);
-        if (Failed(status))
-            return status;
-        if (index < locks.size()) {
-            *out = std::move(locks[index]);
-            *volume = v.get();
-            return TAL_STATUS_SUCCESS;
-        }
-        index -= static_cast<UINT32>(locks.size());
+            status = session->NextLock(store.Now(), &place->Lock, out);
+        if (Code(status) == kCodeNoMoreEntries)
+            continue;
+        *volume = v.get();
+        return status;
     }
     return Failure(kCodeNoMoreEntries);
 }

@@ -35,9 +35,10 @@ TALSTATUS ReleaseLock(const Store& store, const Guard& guard, const Target& targ
 // that is too little.
 TALSTATUS DescribeLock(const LockRecord& lock, UINT64 now, UINT32* size, DAV_LOCK_2* out);
 
-// The `index`-th lock of all volumes, for administrators. `volume` is where it is. Code 9 past the
-// last.
-TALSTATUS LockByIndex(const Store& store, UINT32 index, LockRecord* out, const Volume** volume);
+// The next lock of all volumes behind *place, for administrators; moves *place to it. `volume` is
+// where it is. Code 9 past the last.
+TALSTATUS NextLock(const Store& store, DAV_LOCK_PLACE* place, LockRecord* out,
+                   const Volume** volume);
 // Removes a lock of any user. Code 11 for an unknown token.
 TALSTATUS BreakLock(const Store& store, std::string_view token);
 

@@ -109,6 +109,9 @@ class MetadataSession {
     virtual TALSTATUS LocksAt(std::string_view path, UINT64 now, std::vector<LockRecord>* out) = 0;
     virtual TALSTATUS LocksWithin(std::string_view tree, UINT64 now,
                                   std::vector<LockRecord>* out) = 0;
+    // The lock that was made next after the `*order`-th, which is 0 at first; sets *order. Code 9
+    // past the last.
+    virtual TALSTATUS NextLock(UINT64 now, INT64* order, LockRecord* out) = 0;
     virtual TALSTATUS FindLock(std::string_view token, UINT64 now, LockRecord* out) = 0;
     virtual TALSTATUS AddLock(const LockRecord& lock) = 0;
     virtual TALSTATUS SetLockExpiry(std::string_view token, UINT64 expires) = 0;

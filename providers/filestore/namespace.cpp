@@ -290,13 +290,10 @@ TALSTATUS FileNamespace::IoctlRequest(SCHANDLE, UINT32 code, UINT32 inputLength,
 {
     return Protected([&] {
         switch (code) {
-        case kIoctlListLocks: {
-            UINT32 index = 0;
-            if (inputLength != sizeof index || !input || !outputLength || !output)
+        case kIoctlListLocks:
+            if (inputLength != sizeof(DAV_LOCK_PLACE) || !input || !outputLength || !output)
                 return Failure(kCodeInvalidParameter);
-            std::memcpy(&index, input, sizeof index);
-            return ListLock(index, outputLength, output);
-        }
+            return ListLock(static_cast<DAV_LOCK_PLACE*>(input), outputLength, output);
         case kIoctlBreakLock:
             return input ? BreakLock(store_, {static_cast<const char*>(input), inputLength})
                          : Failure(kCodeInvalidParameter);
@@ -306,11 +303,12 @@ TALSTATUS FileNamespace::IoctlRequest(SCHANDLE, UINT32 code, UINT32 inputLength,
     });
 }
 
-TALSTATUS FileNamespace::ListLock(UINT32 index, UINT32* length, void* out) const
+TALSTATUS FileNamespace::ListLock(DAV_LOCK_PLACE* place, UINT32* length, void* out) const
 {
     LockRecord lock;
     const Volume* volume = nullptr;
-    if (const TALSTATUS status = LockByIndex(store_, index, &lock, &volume); Failed(status))
+    DAV_LOCK_PLACE next = *place;
+    if (const TALSTATUS status = NextLock(store_, &next, &lock, &volume); Failed(status))
         return status;
     const std::string path = "/" + volume->Name() + (lock.path.empty() ? "" : "/") + lock.path;
     constexpr size_t kHead = offsetof(DAV_LOCK_INFO, Text);
@@ -334,6 +332,7 @@ TALSTATUS FileNamespace::ListLock(UINT32 index, UINT32* length, void* out) const
     record->OwnerLength = static_cast<UINT32>(lock.owner.size());
     std::memcpy(static_cast<char*>(out) + kHead, text.data(), text.size());
     *length = static_cast<UINT32>(needed);
+    *place = next;
     return TAL_STATUS_SUCCESS;
 }
 

@@ -44,7 +44,7 @@ class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
                              const UNICODE_STRING* path);
     TALSTATUS LocateEnds(const UNICODE_STRING* source, const UNICODE_STRING* destination,
                          Target* from, Target* to) const;
-    TALSTATUS ListLock(UINT32 index, UINT32* length, void* out) const;
+    TALSTATUS ListLock(DAV_LOCK_PLACE* place, UINT32* length, void* out) const;
 
     Store& store_;
 };

@@ -127,6 +127,7 @@ constexpr const char* kStatements[] = {
     "SELECT " LOCK_COLUMNS " FROM locks WHERE path = ?1 AND expires > ?2 ORDER BY seq",
     "SELECT " LOCK_COLUMNS " FROM locks WHERE " WITHIN("path") " AND expires > ?2 ORDER BY seq",
     "SELECT " LOCK_COLUMNS " FROM locks WHERE ?1 = '' AND expires > ?2 ORDER BY seq",
+    "SELECT " LOCK_COLUMNS ", seq FROM locks WHERE seq > ?1 AND expires > ?2 ORDER BY seq LIMIT 1",
     "SELECT " LOCK_COLUMNS " FROM locks WHERE token = ?1 AND expires > ?2",
     "INSERT INTO locks (" LOCK_COLUMNS ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)",
     "UPDATE locks SET expires = ?2 WHERE token = ?1",

@@ -51,6 +51,7 @@ enum class Sql {
     LocksAt,
     LocksWithin,
     AllLocks,
+    NextLock,
     FindLock,
     AddLock,
     SetLockExpiry,

@@ -340,6 +340,15 @@ class SqliteSession final : public MetadataSession {
         Query query(Db(), tree.empty() ? Sql::AllLocks : Sql::LocksWithin);
         return ReadLocks(query.Bind(tree).Bind(static_cast<INT64>(now)), out);
     }
+    TALSTATUS NextLock(UINT64 now, INT64* order, LockRecord* out) override
+    {
+        Query query(Db(), Sql::NextLock);
+        if (!query.Bind(*order).Bind(static_cast<INT64>(now)).Step())
+            return End(query, kCodeNoMoreEntries);
+        *out = LockOf(query);
+        *order = query.Number(8);
+        return TAL_STATUS_SUCCESS;
+    }
     TALSTATUS FindLock(std::string_view token, UINT64 now, LockRecord* out) override
     {
         std::vector<LockRecord> found;
@@ -452,20 +461,24 @@ class SqliteSession final : public MetadataSession {
         out->time = static_cast<UINT64>(query.Number(3));
         return TAL_STATUS_SUCCESS;
     }
+    // The row that a query of the columns of locks stands on.
+    static LockRecord LockOf(const Query& query)
+    {
+        LockRecord lock;
+        lock.token = query.Text(0);
+        lock.path = query.Text(1);
+        lock.scope = static_cast<DAV_LOCK_SCOPE>(query.Number(2));
+        lock.type = static_cast<DAV_LOCK_TYPE>(query.Number(3));
+        lock.depth = static_cast<INT32>(query.Number(4));
+        lock.expires = static_cast<UINT64>(query.Number(5));
+        lock.owner = query.Text(6);
+        lock.creator = query.Text(7);
+        return lock;
+    }
     static TALSTATUS ReadLocks(Query& query, std::vector<LockRecord>* out)
     {
-        while (query.Step()) {
-            LockRecord lock;
-            lock.token = query.Text(0);
-            lock.path = query.Text(1);
-            lock.scope = static_cast<DAV_LOCK_SCOPE>(query.Number(2));
-            lock.type = static_cast<DAV_LOCK_TYPE>(query.Number(3));
-            lock.depth = static_cast<INT32>(query.Number(4));
-            lock.expires = static_cast<UINT64>(query.Number(5));
-            lock.owner = query.Text(6);
-            lock.creator = query.Text(7);
-            out->push_back(std::move(lock));
-        }
+        while (query.Step())
+            out->push_back(LockOf(query));
         return query.Status();
     }
 

@@ -428,21 +428,55 @@ TEST_F(FileStoreLocks, AnUploadUnderWayLosesAgainstALockTakenMeanwhile)
     EXPECT_EQ(0u, Unlock("/docs/a", token));
 }
 
+// Each call goes on where the last one stopped: none looks through the locks before.
+TEST_F(FileStoreLocks, AllVolumesLocksAreListedInTheOrderInWhichTheyWereMade)
+{
+    std::vector<std::string> expected;
+    std::vector<std::string> tokens;
+    for (const char* volume : {"/docs/", "/Other/"})
+        for (int i = 0; i < 3; ++i) {
+            const std::string path = volume + std::to_string(9 - i);
+            ASSERT_EQ(0u, Put(path, "x"));
+            tokens.push_back(MustLock(path));
+            expected.push_back(path);
+        }
+    alignas(DAV_LOCK_INFO) char buffer[1024];
+    const auto* const info = reinterpret_cast<const DAV_LOCK_INFO*>(buffer);
+    DAV_LOCK_PLACE place{};
+    std::vector<std::string> paths;
+    for (UINT32 size = sizeof buffer;
+         !Failed(Namespace()->IoctlRequest(session_, kIoctlListLocks, sizeof place, &place, &size,
+                                           buffer)) &&
+         paths.size() < 100;
+         size = sizeof buffer)
+        paths.emplace_back(buffer + offsetof(DAV_LOCK_INFO, Text) + info->TokenLength,
+                           info->PathLength);
+    EXPECT_EQ(expected, paths);
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(0u, Unlock(expected[i], tokens[i]));
+}
+
 TEST_F(FileStoreLocks, AdministratorsListAndBreakLocks)
 {
     ASSERT_EQ(0u, Put("/docs/a", "x"));
     const std::string token = MustLock("/docs/a");
     alignas(DAV_LOCK_INFO) char buffer[1024];
     auto* const info = reinterpret_cast<DAV_LOCK_INFO*>(buffer);
-    UINT32 index = 0, size = sizeof buffer;
-    ASSERT_EQ(0u, Namespace()->IoctlRequest(session_, kIoctlListLocks, 4, &index, &size, buffer));
+    DAV_LOCK_PLACE place{};
+    UINT32 size = 8;
+    const auto list = [&] {
+        return Namespace()->IoctlRequest(session_, kIoctlListLocks, sizeof place, &place, &size,
+                                         buffer);
+    };
+    EXPECT_EQ(kCodeBufferTooSmall, Code(list()));
+    EXPECT_EQ(0, place.Lock) << "it is told of again";
+    size = sizeof buffer;
+    ASSERT_EQ(0u, list());
     const char* const text = buffer + offsetof(DAV_LOCK_INFO, Text);
     EXPECT_EQ(token, std::string(text, info->TokenLength));
     EXPECT_EQ("/docs/a", std::string(text + info->TokenLength, info->PathLength));
-    index = 1;
     size = sizeof buffer;
-    EXPECT_EQ(kCodeNoMoreEntries,
-              Code(Namespace()->IoctlRequest(session_, kIoctlListLocks, 4, &index, &size, buffer)));
+    EXPECT_EQ(kCodeNoMoreEntries, Code(list()));
     EXPECT_EQ(0u, Namespace()->IoctlRequest(session_, kIoctlBreakLock,
                                             static_cast<UINT32>(token.size()),
                                             const_cast<char*>(token.data()), nullptr, nullptr));
