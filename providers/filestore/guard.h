@@ -32,6 +32,7 @@ class Guard {
     // carries something else. A form upload's header is the module's own: its conditions are not
     // asked.
     TALSTATUS CheckConditions() const;
+    bool HasConditions() const { return header_.has_value(); }
 
     // Code 37 when a lock stands in the way for which no token was given, or one of somebody
     // else's. `session` is the volume's metadata; inside a transaction the answer holds until it

@@ -45,15 +45,17 @@ TALSTATUS FileResource::FinishUpload()
     return status;
 }
 
-// Puts the content in place if no lock has come in between. The question and the rename are one
+// Puts the content in place if no lock has come in between, and none has gone that the request's
+// conditions ask for. The question and the rename are one
 // step wherever there are locks; where there are none, the time between the look and the rename is
 // shorter than any client needs to take a lock and hear of it.
 TALSTATUS FileResource::PublishUpload()
 {
     Volume& volume = node_.GetVolume();
     const bool isStale = !upload_->IsReplacing() && volume.MayHaveProperties();
-    if (!volume.MayHaveLocks() && !isStale)
+    if (!volume.MayHaveLocks() && !isStale && !isUploadConditional_)
         return upload_->Publish();
+    const Guard guard = node_.MakeGuard();
     std::unique_ptr<MetadataSession> session;
     TALSTATUS status = Store::OpenMetadata(volume, &session);
     bool forget = false;
@@ -61,9 +63,11 @@ TALSTATUS FileResource::PublishUpload()
         status = session->HasAny(node_.Path(), &forget);
     if (!Failed(status))
         status = session->Begin();
+    if (!Failed(status) && isUploadConditional_)
+        status = guard.CheckConditions();
     if (!Failed(status))
-        status = node_.MakeGuard().CheckLocks(
-            *session, node_.Path(), upload_->IsReplacing() ? Reach::Self : Reach::Membership);
+        status = guard.CheckLocks(*session, node_.Path(),
+                                  upload_->IsReplacing() ? Reach::Self : Reach::Membership);
     if (!Failed(status) && forget)
         status = session->ForgetTree(node_.Path());
     if (!Failed(status))
@@ -152,6 +156,8 @@ TALSTATUS FileResource::StartUpload(bool keepContent, bool seemsFree)
     const Guard guard = node_.MakeGuard();
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
+    // A COPY makes many objects, and its own changes are not to fail its conditions.
+    isUploadConditional_ = guard.HasConditions() && call::Method() == KestMethodPut;
     upload_.emplace(node_.GetStore(), node_.GetVolume());
     // Whatever stops it here, want of memory included, no empty upload may be left to be published.
     const TALSTATUS status = Protected([&] {

@@ -70,6 +70,7 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
         std::string path;
     } missing_;
     std::optional<Upload> upload_;
+    bool isUploadConditional_ = false; // by an "If" header
     std::optional<bool> uploadHidden_; // asked for while new content is on its way in
 };
 

@@ -316,3 +316,26 @@ TEST_F(FileStoreConditions, OfManyWhoReplaceWhatTheyHaveSeenOneDoes)
         EXPECT_EQ(1, won) << round;
     }
 }
+
+TEST_F(FileStoreConditions, ALockThatIsGivenUpWhileContentArrivesFailsWhatAskedForIt)
+{
+    for (const bool isDeleted : {false, true}) {
+        Theirs();
+        Wstr path("/docs/name");
+        char token[64];
+        DAV_LOCK_TOKEN made{0, sizeof token, token};
+        STRING owner{};
+        ASSERT_EQ(0u, Namespace()->Lock(session_, 0, 1'000'000'000, Exclusive, Write, &path, &owner,
+                                        &made, nullptr));
+        const std::string header = "(<opaquelocktoken:" + std::string(token, made.Length) + ">)";
+        const TALSTATUS status = PutUnder(
+            [&](ScriptedRequest& request) { request.headers["If"] = header; },
+            [&] {
+                EXPECT_EQ(0u, isDeleted ? Namespace()->Delete(session_, &path, nullptr, nullptr)
+                                        : Namespace()->Unlock(session_, &path, &made));
+            });
+        EXPECT_EQ(kCodePreconditionFailed, Code(status)) << isDeleted;
+        EXPECT_EQ(isDeleted ? "(none)" : "theirs", Now());
+        EXPECT_TRUE(Entries(Docs() / ".kest/tmp").empty());
+    }
+}
