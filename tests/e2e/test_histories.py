@@ -1,0 +1,40 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What many clients see of one server, checked as a whole: the bounded forms of what
+tests/histories runs for as long as it is asked to."""
+
+import os
+import sys
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(HERE), "histories"))
+
+import chaos  # noqa: E402
+import locks  # noqa: E402
+from harness import TestServer, Tree  # noqa: E402
+from test_checker import Illegal, Legal, Random  # noqa: E402,F401 (the checker's own cases)
+
+
+class Histories(unittest.TestCase):
+    def test_locks_and_conditions_have_a_legal_order_kills_or_not(self):
+        tree = Tree()
+        self.addCleanup(tree.remove)
+        settings = {"FileStore": {"Sync": "none"}, "Server": {"Access Log": False}}
+        with TestServer({"docs": tree.path}, settings=settings) as server:
+            result = locks.run(server, rounds=45, clients=6, requests=12, seed=2026)
+        print(result)
+        self.assertEqual([], result.illegal, "\n".join(result.illegal))
+        self.assertGreater(result.kills, 10)
+
+
+class Chaos(unittest.TestCase):
+    def check(self, **how):
+        world = chaos.run(clients=16, **how)
+        print(chaos.summary(world))
+        self.assertEqual([], world.faults, "\n".join(world.faults))
+
+    def test_nothing_is_mixed_lost_or_ignored(self):
+        self.check(seconds=6, seed=1)
+
+    def test_nor_is_it_with_kills_and_full_disks(self):
+        self.check(seconds=10, seed=2, kills=True, full_disk=True)
