@@ -189,7 +189,7 @@ int Database::Open(const char* path, bool durable)
     int result = sqlite3_open_v2(path, &db_,
                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX |
                                      SQLITE_OPEN_EXRESCODE,
-                                 nullptr);
+                                 "unix-excl"); // no file is mapped: sqliteshare.h
     if (result == SQLITE_OK)
         result = sqlite3_busy_handler(db_, WaitForOthers, &trouble_);
     if (result == SQLITE_OK)

@@ -1,113 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "providers/filestore/sqlitemeta.h"
 
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "providers/filestore/failures.h"
 #include "providers/filestore/names.h"
-#include "providers/filestore/sqlitedb.h"
+#include "providers/filestore/sqliteshare.h"
 
 namespace filestore {
 
 namespace {
 
-// One word that all processes of the machine share by mapping the file "state". A bit is set inside
-// the transaction that makes the first row of its kind, before that commits, and cleared only
-// inside one that found no row: whoever sees it clear knows that there was no committed row. It is
-// made exact whenever a process opens the database, so what a power cut leaves in the file is of no
-// consequence.
-enum StateBits : UINT32 { kHasLocks = 1, kHasProperties = 2, kHasDeleted = 4 };
-
-class SharedState {
-  public:
-    SharedState() = default;
-    SharedState(const SharedState&) = delete;
-    SharedState& operator=(const SharedState&) = delete;
-    ~SharedState()
-    {
-        if (word_)
-            ::munmap(word_, kSize);
-    }
-    int Open(const char* path)
-    {
-        const int fd = ::open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-        if (fd < 0)
-            return errno;
-        void* map = MAP_FAILED;
-        // posix_fallocate: a page without a block behind it would be a bus error on a full disk.
-        int error = ::posix_fallocate(fd, 0, kSize);
-        if (error == 0) {
-            map = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-            error = map == MAP_FAILED ? errno : 0;
-        }
-        ::close(fd);
-        if (error == 0)
-            word_ = static_cast<UINT32*>(map);
-        return error;
-    }
-    bool Has(UINT32 bits) const
-    {
-        return (std::atomic_ref(*word_).load(std::memory_order_acquire) & bits) != 0;
-    }
-    void Set(UINT32 bits)
-    {
-        if (!Has(bits))
-            std::atomic_ref(*word_).fetch_or(bits, std::memory_order_acq_rel);
-    }
-    void Clear(UINT32 bits) { std::atomic_ref(*word_).fetch_and(~bits, std::memory_order_acq_rel); }
-
-  private:
-    static constexpr size_t kSize = 4096;
-    UINT32* word_ = nullptr;
-};
-
-class SqliteMetadata final : public Metadata {
-  public:
-    int Prepare(const std::string& directory, bool durable, std::string* reason);
-
-    TALSTATUS Open(std::unique_ptr<MetadataSession>* out) override;
-    bool MayHaveLocks() const override { return state_.Has(kHasLocks); }
-    bool MayHaveProperties() const override { return state_.Has(kHasProperties); }
-    bool MayHaveDeleted() const override { return state_.Has(kHasDeleted); }
-    void Tidy() override;
-    void Rest() override;
-
-    std::unique_ptr<Database> Take(); // null when a connection cannot be opened
-    void GiveBack(std::unique_ptr<Database> db);
-    std::mutex& Writers() { return writers_; }
-    Database* Writer(); // the same; the caller holds Writers() for as long as it uses it
-    SharedState& State() { return state_; }
-    Trouble& Troubles() { return trouble_; }
-    void Recount(Database& db);
-
-  private:
-    std::string path_;
-    bool durable_ = true;
-    SharedState state_;
-    Trouble trouble_;
-    std::mutex poolMutex_;
-    std::vector<std::unique_ptr<Database>> pool_;
-    // Changes of this process queue here: the database's own queue between connections sleeps
-    // and tries again, which costs milliseconds where this costs nothing.
-    std::mutex writers_;
-    // The connection that they use, one and the same: what it has read stays good from change to
-    // change, and connections of one process do not get in each other's way.
-    std::unique_ptr<Database> writer_;
-};
-
 class SqliteSession final : public MetadataSession {
   public:
-    explicit SqliteSession(SqliteMetadata& owner)
+    explicit SqliteSession(SharedDatabase& owner)
         : owner_(owner), writer_(owner.Writers(), std::defer_lock)
     {
     }
@@ -120,6 +29,7 @@ class SqliteSession final : public MetadataSession {
 
     TALSTATUS Begin() override
     {
+        Enter();
         writer_.lock();
         const TALSTATUS status = Query(Db(), Sql::Begin).Run();
         if (Failed(status))
@@ -176,7 +86,7 @@ class SqliteSession final : public MetadataSession {
                           std::string_view value) override
     {
         return Change([&] {
-            owner_.State().Set(kHasProperties);
+            owner_.Expect(kHasProperties);
             return Query(Db(), Sql::SetProperty).Bind(path).Bind(name).BindBlob(value).Run();
         });
     }
@@ -194,7 +104,7 @@ class SqliteSession final : public MetadataSession {
     {
         return Change([&] {
             if (on)
-                owner_.State().Set(kHasProperties);
+                owner_.Expect(kHasProperties);
             return Query(Db(), on ? Sql::AddHidden : Sql::RemoveHidden)
                 .Bind(ParentOf(path))
                 .Bind(LeafOf(path))
@@ -215,9 +125,9 @@ class SqliteSession final : public MetadataSession {
     {
         *out = false;
         TALSTATUS status = TAL_STATUS_SUCCESS;
-        if (owner_.MayHaveDeleted())
+        if (owner_.MayHave(kHasDeleted))
             status = Exists(Query(Db(), Sql::AnyDeleted).Bind(tree), out);
-        if (Failed(status) || *out || !owner_.MayHaveProperties())
+        if (Failed(status) || *out || !owner_.MayHave(kHasProperties))
             return status;
         status = Exists(Query(Db(), Sql::AnyProperty).Bind(tree), out);
         if (Failed(status) || *out)
@@ -292,7 +202,7 @@ class SqliteSession final : public MetadataSession {
     TALSTATUS AddDeleted(DeletedEntry* entry) override
     {
         return Change([&] {
-            owner_.State().Set(kHasDeleted);
+            owner_.Expect(kHasDeleted);
             const TALSTATUS status = Query(Db(), Sql::AddDeleted)
                                          .Bind(entry->parent)
                                          .Bind(entry->name)
@@ -362,7 +272,7 @@ class SqliteSession final : public MetadataSession {
     TALSTATUS AddLock(const LockRecord& lock) override
     {
         return Change([&] {
-            owner_.State().Set(kHasLocks);
+            owner_.Expect(kHasLocks);
             return Query(Db(), Sql::AddLock)
                 .Bind(lock.token)
                 .Bind(lock.path)
@@ -482,142 +392,57 @@ class SqliteSession final : public MetadataSession {
         return query.Status();
     }
 
+    void Enter()
+    {
+        if (!use_)
+            use_.emplace(owner_);
+    }
     // The connection to use now; null when there is none to be had.
     Database* Db()
     {
         if (writer_.owns_lock())
             return owner_.Writer();
+        Enter();
         if (!reader_)
             reader_ = owner_.Take();
         return reader_.get();
     }
 
-    SqliteMetadata& owner_;
-    std::unique_ptr<Database> reader_;    // from the first use outside a change
-    std::unique_lock<std::mutex> writer_; // held from Begin to Commit
+    SharedDatabase& owner_;
+    std::optional<SharedDatabase::Use> use_; // from the first use
+    std::unique_ptr<Database> reader_;       // from the first use outside a change
+    std::unique_lock<std::mutex> writer_;    // held from Begin to Commit
 };
 
-int SqliteMetadata::Prepare(const std::string& directory, bool durable, std::string* reason)
-{
-    path_ = directory + "/meta.db";
-    durable_ = durable;
-    if (const int error = state_.Open((directory + "/state").c_str())) {
-        *reason = "state: " + std::string(std::strerror(error));
-        return error;
-    }
-    const std::unique_ptr<char, void (*)(void*)> real(::realpath(directory.c_str(), nullptr),
-                                                      std::free);
-    trouble_.SetName((real ? real.get() : directory) + "/meta.db");
-    auto db = std::make_unique<Database>(trouble_);
-    int result = db->Open(path_.c_str(), durable);
-    if (result == SQLITE_OK && db->IsReadOnly()) { // changes of the disk would fail half-way
-        *reason = "meta.db: it cannot be written";
-        return SQLITE_READONLY;
-    }
-    if (result == SQLITE_OK)
-        result = PrepareSchema(*db);
-    if (result != SQLITE_OK) {
-        *reason = "meta.db: " + std::string(result == SQLITE_MISMATCH
-                                                ? "made by a later version of this program"
-                                                : sqlite3_errstr(result));
-        return result;
-    }
-    Recount(*db);
-    GiveBack(std::move(db));
-    return 0;
-}
-
-// Sets the bits to what the tables hold. Inside a transaction that excludes other writers, so that
-// no row can be on its way while a bit is cleared.
-void SqliteMetadata::Recount(Database& db)
-{
-    const std::lock_guard writer(writers_);
-    if (Failed(Query(&db, Sql::Begin).Run()))
-        return; // bits that stay set cost time only
-    const std::pair<UINT32, Sql> tables[] = {{kHasLocks, Sql::CountLocks},
-                                             {kHasDeleted, Sql::CountDeleted},
-                                             {kHasProperties, Sql::CountProperties},
-                                             {kHasProperties, Sql::CountHidden}};
-    UINT32 present = 0;
-    bool known = true;
-    for (const auto& [bit, which] : tables) {
-        Query query(&db, which);
-        if (query.Step())
-            present |= bit;
-        known = known && !Failed(query.Status());
-    }
-    state_.Set(kHasLocks & present);
-    state_.Set(kHasDeleted & present);
-    state_.Set(kHasProperties & present);
-    if (known)
-        state_.Clear(~present);
-    (void)Query(&db, Sql::Rollback).Run(); // nothing was changed
-}
-
-void SqliteMetadata::Tidy()
-{
-    if (std::unique_ptr<Database> db = Take()) {
-        Recount(*db);
-        GiveBack(std::move(db));
-    }
-}
-
-// The last connection that closes brings the log into the database and removes it.
-void SqliteMetadata::Rest()
-{
-    if (const std::unique_lock writer(writers_, std::try_to_lock); writer)
-        writer_.reset();
-    const std::lock_guard lock(poolMutex_);
-    pool_.clear();
-}
-
-std::unique_ptr<Database> SqliteMetadata::Take()
-{
+class SqliteMetadata final : public Metadata {
+  public:
+    explicit SqliteMetadata(std::shared_ptr<SharedDatabase> database)
+        : database_(std::move(database))
     {
-        const std::lock_guard lock(poolMutex_);
-        if (!pool_.empty()) {
-            std::unique_ptr<Database> db = std::move(pool_.back());
-            pool_.pop_back();
-            return db;
-        }
     }
-    auto db = std::make_unique<Database>(trouble_);
-    if (db->Open(path_.c_str(), durable_) == SQLITE_OK)
-        return db;
-    trouble_.Tell(db->Reason());
-    return nullptr;
-}
 
-Database* SqliteMetadata::Writer()
-{
-    if (!writer_)
-        writer_ = Take();
-    return writer_.get();
-}
+    TALSTATUS Open(std::unique_ptr<MetadataSession>* out) override
+    {
+        *out = std::make_unique<SqliteSession>(*database_);
+        return TAL_STATUS_SUCCESS;
+    }
+    bool MayHaveLocks() const override { return database_->MayHave(kHasLocks); }
+    bool MayHaveProperties() const override { return database_->MayHave(kHasProperties); }
+    bool MayHaveDeleted() const override { return database_->MayHave(kHasDeleted); }
+    void Tidy() override { database_->Tidy(); }
+    void Rest() override { database_->Rest(); }
 
-void SqliteMetadata::GiveBack(std::unique_ptr<Database> db)
-{
-    constexpr size_t kKept = 16; // as many as threads that are busy with metadata at once
-    const std::lock_guard lock(poolMutex_);
-    if (pool_.size() < kKept)
-        pool_.push_back(std::move(db));
-}
-
-TALSTATUS SqliteMetadata::Open(std::unique_ptr<MetadataSession>* out)
-{
-    *out = std::make_unique<SqliteSession>(*this);
-    return TAL_STATUS_SUCCESS;
-}
+  private:
+    const std::shared_ptr<SharedDatabase> database_;
+};
 
 } // namespace
 
 std::unique_ptr<Metadata> OpenSqliteMetadata(const std::string& directory, bool durable,
                                              std::string* reason)
 {
-    auto metadata = std::make_unique<SqliteMetadata>();
-    if (metadata->Prepare(directory, durable, reason) != 0)
-        return nullptr;
-    return metadata;
+    std::shared_ptr<SharedDatabase> database = SharedDatabase::Of(directory, durable, reason);
+    return database ? std::make_unique<SqliteMetadata>(std::move(database)) : nullptr;
 }
 
 } // namespace filestore

@@ -8,7 +8,7 @@
 //   .kest/deleted/   deleted entries that are kept, named by their number
 //   .kest/purge/     deleted entries on their way out
 //   .kest/meta.db    properties, hidden marks, locks, the list of deleted entries
-//   .kest/state      which of these there are any of
+//   .kest/state      empty; who waits for the database has a lock on it
 #pragma once
 
 #include <array>

@@ -4,6 +4,8 @@
 import os
 import random
 import sqlite3
+import threading
+import time
 
 from dav import copy, lock, move, propfind, named, proppatch, refresh, unlock
 from harness import KESTD, ServerCase, in_parallel, run
@@ -141,6 +143,44 @@ class Editing(ServerCase):
         self.assertEqual(self.server.request("PUT", path, b"x").status, 423)
         mine = {"If": f"(<{token}>)"}
         self.assertEqual(self.server.request("PUT", path, b"mine", mine).status, 201)
+        self.assertEqual(unlock(self.server, path, token).status, 200)
+
+    def test_files_cut_short_under_the_running_server_do_no_harm(self):
+        path = self.fresh("cut short")
+        token = lock(self.server, path, "Second-1000").lock.token
+        private = self.tree / ".kest"
+        stop = threading.Event()
+        rounds = []
+
+        def cut():
+            while not stop.is_set():
+                for name in ("state", "meta.db-shm"):
+                    file = os.path.join(private, name)
+                    if os.path.exists(file):
+                        with open(file, "rb") as before:
+                            content = before.read()
+                        os.truncate(file, 0)
+                        time.sleep(0.002)
+                        with open(file, "wb") as after:
+                            after.write(content)
+                rounds.append(time.monotonic())
+                time.sleep(0.001)
+
+        cutter = threading.Thread(target=cut)
+        cutter.start()
+        try:
+            for i in range(200):
+                other = self.path(f"beside {i}")
+                held = lock(self.server, other).lock.token
+                self.assertEqual(self.server.request("PUT", other, b"x").status, 423)
+                self.assertEqual(unlock(self.server, other, held).status, 200)
+        finally:
+            stop.set()
+            cutter.join()
+        self.assertGreater(len(rounds), 10)
+        for _ in range(2):
+            self.assertEqual(self.server.request("PUT", path, b"x").status, 423)
+            self.server.restart()
         self.assertEqual(unlock(self.server, path, token).status, 200)
 
     def test_a_stopped_server_leaves_all_in_one_file(self):

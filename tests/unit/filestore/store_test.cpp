@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What needs a clock, a second process or a start over.
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 
@@ -174,6 +175,66 @@ TEST(FileStoreRestart, ASecondStoreSeesTheFirstOnesLocksAtOnce)
     ASSERT_EQ(0u, Client(*first).Lock("/v/a", -1, &token));
     EXPECT_EQ(kCodeLocked, Code(Client(*second).Put("/v/a", "y")));
     EXPECT_EQ(kCodeLocked, Code(Client(*second).Delete("/v/a")));
+}
+
+// One process has the metadata at a time, and gives it to another that asks even while it is busy.
+TEST(FileStoreProcesses, TakeTurnsAtTheMetadata)
+{
+    const TempDirectory directory;
+    std::ofstream(directory.Path() / "a") << "x";
+    std::ofstream(directory.Path() / "b") << "x";
+    int go[2];
+    ASSERT_EQ(0, pipe(go));
+    const pid_t child = fork(); // before this process opens anything
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        char byte = 0;
+        std::string token;
+        bool locked = read(go[0], &byte, 1) == 1;
+        {
+            const auto other = MakeStore(directory.Path());
+            locked = locked && Client(*other).Lock("/v/a", -1, &token) == 0;
+        }
+        _exit(locked ? 0 : 1);
+    }
+    const auto store = MakeStore(directory.Path());
+    std::string token;
+    ASSERT_EQ(0u, Client(*store).Lock("/v/b", -1, &token));
+    ASSERT_EQ(1, write(go[1], "!", 1));
+    int status = -1;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (waitpid(child, &status, WNOHANG) == 0 && std::chrono::steady_clock::now() < end)
+        EXPECT_EQ(kCodeLocked, Code(Client(*store).Put("/v/b", "y")));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(kCodeLocked, Code(Client(*store).Put("/v/a", "y"))) << "the other one's lock counts";
+    EXPECT_EQ(kCodeLocked, Code(Client(*store).Put("/v/b", "y")));
+    close(go[0]);
+    close(go[1]);
+}
+
+// What another program does to the files beside the database does not reach the process.
+TEST(FileStoreProcesses, SurviveFilesThatAreCutShortOrWrittenOver)
+{
+    const TempDirectory directory;
+    std::ofstream(directory.Path() / "a") << "x";
+    const auto store = MakeStore(directory.Path());
+    std::string token;
+    ASSERT_EQ(0u, Client(*store).Lock("/v/a", -1, &token));
+    for (const char* name : {"state", "meta.db-shm"}) {
+        const fs::path file = directory.Path() / ".kest" / name;
+        for (int round = 0; round < 3; ++round) {
+            if (round == 0 && fs::exists(file))
+                fs::resize_file(file, 0);
+            else if (round == 1)
+                std::ofstream(file) << std::string(40000, '\xFF');
+            else
+                fs::remove(file);
+            EXPECT_EQ(kCodeLocked, Code(Client(*store).Put("/v/a", "y"))) << name << round;
+            ASSERT_EQ(0u, Client(*store).Unlock("/v/a", token)) << name << round;
+            EXPECT_EQ(0u, Client(*store).Put("/v/a", "y")) << name << round;
+            ASSERT_EQ(0u, Client(*store).Lock("/v/a", -1, &token)) << name << round;
+        }
+    }
 }
 
 // Dies in the middle of what it is told to do, as with kill -9.
