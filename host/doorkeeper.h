@@ -4,6 +4,7 @@
 // session services, which judge them.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -26,12 +27,14 @@ struct Admission {
         Unauthorized, // 401 with `challenge`
         Forbidden,    // 403
         Unavailable,  // 503: no session can be made now
+        Throttled,    // 429: too many wrong passwords, after `retryAfter`
     };
     Verdict verdict = Verdict::Forbidden;
     SCHANDLE session{};    // Granted only; valid until Leave
     std::string user;      // for the access log; empty for none
     std::string setCookie; // value of "Set-Cookie" to send, empty for none
     std::string challenge; // value of "WWW-Authenticate"
+    std::chrono::seconds retryAfter{0};
 };
 
 class Doorkeeper {

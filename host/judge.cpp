@@ -150,6 +150,11 @@ bool Admit(RequestIo& request, Front& front)
         request.reply.SetHeader("Retry-After", "5");
         AnswerError(request, 503);
         return false;
+    case Admission::Verdict::Throttled:
+        request.reply.SetHeader("Retry-After",
+                                std::to_string(request.admission.retryAfter.count()));
+        AnswerError(request, 429);
+        return false;
     }
     return false;
 }

@@ -4,12 +4,15 @@
 #include <cstring>
 #include <stdexcept>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <sys/random.h>
 
 #include "host/services/passwords.h"
 #include "host/services/text.h"
+#include <kest/tolm.h>
 
 namespace kestd {
 namespace {
@@ -68,19 +71,21 @@ bool ReadBasic(std::string_view authorization, std::string& name, std::string& p
     return true;
 }
 
-size_t Authenticator::DigestHash::operator()(const Digest& digest) const
-{
-    size_t value = 0;
-    std::memcpy(&value, digest.data(), sizeof value); // salted, so nobody chooses it
-    return value;
-}
-
 Authenticator::Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches)
-    : limits_(limits), clock_(clock), matches_(std::move(matches)),
+    : clock_(clock), matches_(std::move(matches)), limits_(limits), guesses_(clock),
       users_(std::make_shared<const UserMap>())
 {
     if (getentropy(salt_.data(), salt_.size()) != 0)
         throw std::runtime_error("no random numbers");
+    guesses_.SetLongestDelay(limits.guessDelay);
+}
+
+void Authenticator::SetLimits(const AuthLimits& limits)
+{
+    const std::lock_guard lock(mutex_);
+    limits_ = limits;
+    guesses_.SetLongestDelay(limits.guessDelay);
+    changed_.notify_all(); // more may be hashed at once
 }
 
 std::shared_ptr<const Principal> Authenticator::MakePrincipal(const User& user)
@@ -134,10 +139,103 @@ bool Authenticator::IsCurrent(const Principal& principal) const
     return now && now->key == principal.key;
 }
 
-Authenticator::Digest Authenticator::DigestOf(std::string_view authorization) const
+Digest Authenticator::DigestOf(std::string_view text) const
 {
-    return Sha256({reinterpret_cast<const char*>(salt_.data()), salt_.size()}, authorization);
+    return Sha256({reinterpret_cast<const char*>(salt_.data()), salt_.size()}, text);
 }
+
+namespace {
+
+// What stands for a client: an IPv4 address, or the network of an IPv6 one, of which each client
+// has a whole one. Empty for loopback and what is no address.
+std::string NetworkOf(std::string_view remote)
+{
+    const std::string text(remote);
+    in_addr four{};
+    if (inet_pton(AF_INET, text.c_str(), &four) == 1)
+        return (ntohl(four.s_addr) >> 24) == 127 ? std::string() : text;
+    in6_addr six{};
+    if (inet_pton(AF_INET6, text.c_str(), &six) != 1 || IN6_IS_ADDR_LOOPBACK(&six))
+        return {};
+    if (IN6_IS_ADDR_V4MAPPED(&six))
+        return text;
+    return {reinterpret_cast<const char*>(six.s6_addr), 8};
+}
+
+} // namespace
+
+Guesser Authenticator::GuesserOf(const std::string& name, std::string_view remote) const
+{
+    const std::string network = NetworkOf(remote);
+    Guesser guesser;
+    guesser.hasAddress = !network.empty();
+    guesser.name = DigestOf("n" + name);
+    guesser.address = DigestOf("a" + network);
+    guesser.pair = DigestOf("p" + std::string(remote) + '\0' + name);
+    return guesser;
+}
+
+namespace {
+
+// The line that tools which lock addresses out look for: its form is documented.
+void TellWrong(const std::string& name, std::string_view remote, const Guesses::Count& count)
+{
+    const std::string text = "wrong password from " + std::string(remote.empty() ? "-" : remote) +
+                             " for '" + name + "': " + std::to_string(count.wrong) +
+                             " so far, next try in " + std::to_string(count.next.count()) + " s";
+    TolmLog(kLogWarning, "kestd", text.c_str());
+}
+
+} // namespace
+
+// Made and destroyed with mutex_ held.
+class Authenticator::Pending {
+  public:
+    Pending(Authenticator& self, std::unique_lock<std::mutex>& lock, const Guesser& guesser)
+        : self_(self), lock_(lock), name_(self.guesses_.KeyOf(guesser)), address_(guesser.address),
+          hasAddress_(guesser.hasAddress)
+    {
+        isTooMany_ =
+            Count(name_) >= kGuessesAtOnce || (hasAddress_ && Count(address_) >= kGuessesAtOnce);
+        ++self_.pending_[name_];
+        try {
+            ++self_.pending_[address_];
+        } catch (...) {
+            Leave(name_);
+            throw;
+        }
+    }
+    ~Pending()
+    {
+        if (!lock_.owns_lock())
+            lock_.lock();
+        Leave(name_);
+        Leave(address_);
+    }
+    Pending(const Pending&) = delete;
+    Pending& operator=(const Pending&) = delete;
+    bool IsTooMany() const { return isTooMany_; }
+
+  private:
+    uint32_t Count(const Digest& key) const
+    {
+        const auto found = self_.pending_.find(key);
+        return found == self_.pending_.end() ? 0 : found->second;
+    }
+    void Leave(const Digest& key)
+    {
+        const auto found = self_.pending_.find(key);
+        if (--found->second == 0)
+            self_.pending_.erase(found);
+    }
+
+    Authenticator& self_;
+    std::unique_lock<std::mutex>& lock_;
+    const Digest name_;
+    const Digest address_;
+    const bool hasAddress_;
+    bool isTooMany_ = false;
+};
 
 // With mutex_ held.
 std::shared_ptr<Verified> Authenticator::FindCached(const Digest& digest)
@@ -151,6 +249,7 @@ std::shared_ptr<Verified> Authenticator::FindCached(const Digest& digest)
         entries_.erase(entry);
         return nullptr;
     }
+    entry->until = clock_.Now() + limits_.cacheTime; // what is in use stays
     if (entry != entries_.begin())
         entries_.splice(entries_.begin(), entries_, entry);
     return entry->who;
@@ -174,8 +273,9 @@ void Authenticator::Remember(const Digest& digest, const std::shared_ptr<Verifie
     }
 }
 
-Authenticator::Result Authenticator::Check(std::string_view authorization,
-                                           std::shared_ptr<Verified>& who)
+Authenticator::Result Authenticator::Check(std::string_view authorization, std::string_view remote,
+                                           std::shared_ptr<Verified>& who,
+                                           std::chrono::seconds& wait)
 {
     if (authorization.size() > kLongestHeader)
         return Result::Denied;
@@ -185,23 +285,25 @@ Authenticator::Result Authenticator::Check(std::string_view authorization,
         return Result::Granted;
     if (const auto found = flights_.find(digest); found != flights_.end()) {
         const auto flight = found->second; // outlives its place in the table
-        return WaitFor(lock, flight, who);
+        return WaitFor(lock, flight, who, wait);
     }
     lock.unlock();
     std::string name;
     WipedText password;
     if (!ReadBasic(authorization, name, password.text))
         return Result::Denied;
+    const Guesser guesser = GuesserOf(name, remote);
     auto flight = std::make_shared<Flight>();
     lock.lock();
+    if ((wait = guesses_.Wait(guesser)).count() > 0)
+        return Result::Throttled;
     if (!flights_.emplace(digest, flight).second) { // somebody was faster
         const auto other = flights_.find(digest)->second;
-        return WaitFor(lock, other, who);
+        return WaitFor(lock, other, who, wait);
     }
     Result result = Result::Busy;
     try {
-        if (WaitForHash(lock))
-            result = Verify(lock, name, password.text, who);
+        result = Judge(lock, {guesser, name, remote}, password.text, who, wait);
         if (result == Result::Granted)
             Remember(digest, who);
     } catch (...) {
@@ -214,18 +316,50 @@ Authenticator::Result Authenticator::Check(std::string_view authorization,
     }
     flight->isDone = true;
     flight->result = result;
+    flight->wait = wait;
     flight->who = who;
     flights_.erase(digest);
     changed_.notify_all();
     return result;
 }
 
+// With mutex_ held: hashes the password if it may be, and counts what came of it.
+Authenticator::Result Authenticator::Judge(std::unique_lock<std::mutex>& lock, const Guess& guess,
+                                           std::string_view password,
+                                           std::shared_ptr<Verified>& who,
+                                           std::chrono::seconds& wait)
+{
+    const auto& [guesser, name, remote] = guess;
+    const Pending pending(*this, lock, guesser);
+    wait = std::chrono::seconds(1);
+    if (pending.IsTooMany() && limits_.guessDelay.count() > 0)
+        return Result::Throttled;
+    if (!WaitForHash(lock, users_->find(name) != users_->end()))
+        return Result::Busy;
+    // Others may have guessed wrong meanwhile.
+    if ((wait = guesses_.Wait(guesser)).count() > 0) {
+        --running_;
+        changed_.notify_all();
+        return Result::Throttled;
+    }
+    const Result result = Verify(lock, name, password, who);
+    if (!lock.owns_lock())
+        lock.lock();
+    if (result == Result::Granted)
+        guesses_.Right(guesser);
+    else if (result == Result::Denied)
+        TellWrong(name, remote, guesses_.Wrong(guesser));
+    return result;
+}
+
 // With mutex_ held: the result of a check of the same credentials.
 Authenticator::Result Authenticator::WaitFor(std::unique_lock<std::mutex>& lock,
                                              const std::shared_ptr<Flight>& flight,
-                                             std::shared_ptr<Verified>& who)
+                                             std::shared_ptr<Verified>& who,
+                                             std::chrono::seconds& wait)
 {
-    if (waiting_ >= limits_.waiters)
+    // Some places are left for others: one client may bring the same credentials many times.
+    if (waiting_ >= limits_.waiters - limits_.waiters / 4)
         return Result::Busy;
     ++waiting_;
     const bool isDone =
@@ -234,21 +368,30 @@ Authenticator::Result Authenticator::WaitFor(std::unique_lock<std::mutex>& lock,
     if (!isDone)
         return Result::Busy;
     who = flight->who;
+    wait = flight->wait;
     return flight->result;
 }
 
-// With mutex_ held: takes the right to hash. False when too many want it.
-bool Authenticator::WaitForHash(std::unique_lock<std::mutex>& lock)
+// With mutex_ held: takes the right to hash. False when too many want it. Names that belong to
+// nobody come last and take half of the places at most: whoever makes names up cannot keep users
+// out. While many wait, the time therefore tells whether a name is one.
+bool Authenticator::WaitForHash(std::unique_lock<std::mutex>& lock, bool isKnown)
 {
-    if (running_ >= limits_.hashesAtOnce) {
-        if (waiting_ >= limits_.waiters)
+    const auto isFree = [&] {
+        return running_ < limits_.hashesAtOnce && (isKnown || waitingKnown_ == 0);
+    };
+    if (!isFree()) {
+        if (waiting_ >= (isKnown ? limits_.waiters : (limits_.waiters + 1) / 2))
             return false;
         ++waiting_;
-        const bool isFree = changed_.wait_for(lock, limits_.longestWait,
-                                              [&] { return running_ < limits_.hashesAtOnce; });
+        waitingKnown_ += isKnown;
+        const bool isMine = changed_.wait_for(lock, limits_.longestWait, isFree);
         --waiting_;
-        if (!isFree)
+        waitingKnown_ -= isKnown;
+        if (!isMine) {
+            changed_.notify_all(); // others may have waited for this one
             return false;
+        }
     }
     ++running_;
     return true;

@@ -18,6 +18,7 @@
 #include <unordered_map>
 
 #include "host/services/clock.h"
+#include "host/services/guesses.h"
 #include "host/services/sessions.h"
 #include "host/services/users.h"
 
@@ -28,7 +29,8 @@ struct AuthLimits {
     uint32_t waiters = 32;     // requests that wait for a hash; one more is turned away
     std::chrono::milliseconds longestWait{5000}; // for a hash to be free, or for another's result
     uint32_t cacheEntries = 4096;
-    std::chrono::seconds cacheTime{600}; // after which a password is hashed again
+    std::chrono::seconds cacheTime{600}; // unused for so long, a password is hashed again
+    std::chrono::seconds guessDelay{60}; // the longest wait between wrong guesses; 0 for none
     std::chrono::milliseconds SlowestHash() const { return 2 * longestWait; }
 };
 
@@ -44,6 +46,9 @@ class Authenticator {
     // Whether a password fits a hash; replaced in tests.
     using Matcher = std::function<bool(std::string_view password, const std::string& hash)>;
 
+    // The most requests that hash, or wait to, for guesses at one name or from one address.
+    static constexpr uint32_t kGuessesAtOnce = 2;
+
     Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches);
     Authenticator(const Authenticator&) = delete;
     Authenticator& operator=(const Authenticator&) = delete;
@@ -52,6 +57,7 @@ class Authenticator {
     // any more are forgotten at once, those of checks that run now included.
     void SetUsers(UserMap users);
     bool HasUsers() const;
+    void SetLimits(const AuthLimits& limits);
     // The principal of a user as it is known now; null when there is none.
     std::shared_ptr<const Principal> PrincipalOf(std::string_view name) const;
     // Whether a principal still stands for a user as he is.
@@ -60,24 +66,29 @@ class Authenticator {
     enum class Result {
         Granted,
         Denied,
-        Busy // too many passwords are being checked
+        Busy,     // too many passwords are being checked
+        Throttled // too many wrong ones came; nothing was checked
     };
-    // Judges the value of an "Authorization" header.
-    Result Check(std::string_view authorization, std::shared_ptr<Verified>& who);
+    // Judges the value of an "Authorization" header that came from a numeric address (empty for an
+    // unknown one). `wait` is how long a throttled client should.
+    Result Check(std::string_view authorization, std::string_view remote,
+                 std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
 
     // A principal for a user's record.
     static std::shared_ptr<const Principal> MakePrincipal(const User& user);
 
   private:
-    using Digest = std::array<unsigned char, 32>;
-    struct DigestHash {
-        size_t operator()(const Digest& digest) const;
-    };
     // A check that runs; who brings the same credentials waits for it.
     struct Flight {
         bool isDone = false;
         Result result = Result::Busy;
+        std::chrono::seconds wait{0};
         std::shared_ptr<Verified> who;
+    };
+    struct Guess {
+        const Guesser& guesser;
+        const std::string& name;
+        std::string_view remote;
     };
     struct Entry {
         Digest digest;
@@ -86,28 +97,37 @@ class Authenticator {
     };
     using Entries = std::list<Entry>;
 
-    Digest DigestOf(std::string_view authorization) const;
+    // A guess on its way to a hash; counted among those of its name and address while it lives.
+    class Pending;
+
+    Digest DigestOf(std::string_view text) const;
+    Guesser GuesserOf(const std::string& name, std::string_view remote) const;
+    Result Judge(std::unique_lock<std::mutex>& lock, const Guess& guess, std::string_view password,
+                 std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
     std::shared_ptr<Verified> FindCached(const Digest& digest);
     void Remember(const Digest& digest, const std::shared_ptr<Verified>& who);
     Result WaitFor(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Flight>& flight,
-                   std::shared_ptr<Verified>& who);
-    bool WaitForHash(std::unique_lock<std::mutex>& lock);
+                   std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
+    bool WaitForHash(std::unique_lock<std::mutex>& lock, bool isKnown);
     Result Verify(std::unique_lock<std::mutex>& lock, const std::string& name,
                   std::string_view password, std::shared_ptr<Verified>& who);
 
-    const AuthLimits limits_;
     const Clock& clock_;
     const Matcher matches_;
     std::array<unsigned char, 32> salt_{};
 
     mutable std::mutex mutex_; // guards the rest; never held during a hash
     std::condition_variable changed_;
+    AuthLimits limits_;
+    Guesses guesses_;
+    std::unordered_map<Digest, uint32_t, DigestHash> pending_; // guesses on their way to a hash
     std::shared_ptr<const UserMap> users_;
     Entries entries_; // the last used first
     std::unordered_map<Digest, Entries::iterator, DigestHash> cache_;
     std::unordered_map<Digest, std::shared_ptr<Flight>, DigestHash> flights_;
     uint32_t running_ = 0;
     uint32_t waiting_ = 0;
+    uint32_t waitingKnown_ = 0; // of them, those that name a user
 };
 
 // Name and password of a Basic header; false when it is none. A domain before the last "\" of the

@@ -69,12 +69,17 @@ Admission Gatekeeper::Admit(const Visitor& visitor)
         std::shared_ptr<Verified> who;
         const auto result = visitor.authorization.empty()
                                 ? Authenticator::Result::Denied
-                                : authenticator_.Check(visitor.authorization, who);
+                                : authenticator_.Check(visitor.authorization, visitor.remoteAddress,
+                                                       who, refused.retryAfter);
         if (result == Authenticator::Result::Granted)
             return Enter(visitor, who->principal, who->session);
         if (result == Authenticator::Result::Denied) {
             refused.challenge = Challenge();
             refused.verdict = Admission::Verdict::Unauthorized;
+            return refused;
+        }
+        if (result == Authenticator::Result::Throttled) {
+            refused.verdict = Admission::Verdict::Throttled;
             return refused;
         }
     } catch (const std::exception& error) {

@@ -315,6 +315,7 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
     in.Number(u"Password Waiters", settings.auth.waiters, 0, 100'000);
     in.Number(u"Credential Cache", settings.auth.cacheEntries, 1, 1'000'000);
     in.Time(u"Credential Time", settings.auth.cacheTime, 1, 24 * 3600);
+    in.Time(u"Guess Delay", settings.auth.guessDelay, 0, 24 * 3600);
     return in.Problem().empty() ? ReadDirectory(platform, settings) : in.Problem();
 }
 

@@ -111,6 +111,69 @@ class Users(ServerCase):
         self.assertEqual(reply.status, 201)
 
 
+class Guessing(ServerCase):
+    """Somebody guesses passwords as fast as he can: nobody else notices."""
+
+    options = [word for i in range(12) for word in ("--user", f"user{i}:right{i}")]
+
+    def guess(self, source, names, stop, statuses):
+        connection = http.client.HTTPConnection("127.0.0.1", self.server.port,
+                                                timeout=harness.PATIENCE,
+                                                source_address=(source, 0))
+        turn = 0
+        while not stop.is_set():
+            turn += 1
+            name = names[turn % len(names)]
+            try:
+                connection.request("PROPFIND", url_path("docs"),
+                                   headers=basic(name, f"wrong{turn}"))
+                reply = connection.getresponse()
+                reply.read()
+                statuses.append((reply.status, reply.headers.get("retry-after")))
+                if reply.status == 429 or reply.status == 503:
+                    stop.wait(0.02)
+            except OSError:
+                connection.close()
+        connection.close()
+
+    def test_users_sign_in_while_forty_connections_guess(self):
+        # Names that exist and names that do not, each guess another one.
+        names = ["root", "admin"] + [f"made up {i}" for i in range(400)]
+        stop, statuses = threading.Event(), []
+        guessers = [threading.Thread(target=self.guess, args=("127.0.0.9", names, stop, statuses))
+                    for _ in range(40)]
+        for thread in guessers:
+            thread.start()
+        try:
+            wait_for(lambda: len(statuses) > 100, "the guesses")
+            for i in range(12):
+                reply = self.server.request("PROPFIND", url_path("docs"),
+                                            headers=basic(f"user{i}", f"right{i}"))
+                self.assertEqual(reply.status, 207, f"user{i}")
+        finally:
+            stop.set()
+            for thread in guessers:
+                thread.join()
+
+    def test_a_guesser_is_told_when_to_come_again(self):
+        replies = []
+        for i in range(12):
+            replies.append(self.server.request("PROPFIND", url_path("docs"),
+                                               headers=basic("victim", f"wrong{i}")))
+        self.assertEqual([reply.status for reply in replies[:6]], [401] * 6)
+        self.assertIn(429, [reply.status for reply in replies])
+        told = next(reply for reply in replies if reply.status == 429)
+        self.assertGreaterEqual(int(told.headers["retry-after"]), 1)
+        # The documented expression finds the address.
+        with open(os.path.join(harness.ROOT, "docs", "operations.md"), encoding="utf-8") as text:
+            pattern = re.search(r"^(\^\\S\+ warning .*<HOST>.*)$", text.read(), re.MULTILINE)[1]
+        pattern = pattern.replace("<HOST>", r"(?P<host>\S+)")
+        found = wait_for(lambda: [match for line in self.server.log().splitlines()
+                                  if (match := re.search(pattern, line)) and "victim" in line],
+                         "the lines of the log")
+        self.assertEqual({match["host"] for match in found}, {"127.0.0.1"})
+
+
 class UsersFile(ServerCase):
     def setUp(self):
         self.own = Tree()

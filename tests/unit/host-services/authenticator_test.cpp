@@ -46,15 +46,27 @@ class Authentication : public testing::Test {
         auth_->SetUsers(Users());
     }
     void SetUp() override { Make(); }
-    Result Check(std::string_view header)
+    Result Check(std::string_view header, std::string_view remote = {})
     {
         std::shared_ptr<Verified> who;
-        const Result result = auth_->Check(header, who);
+        std::chrono::seconds wait{0};
+        const Result result = auth_->Check(header, remote, who, wait);
         EXPECT_EQ(result == Result::Granted, who != nullptr);
+        if (result == Result::Throttled)
+            wait_ = wait;
         return result;
+    }
+    // Guesses wrong until guesses have to wait, and returns how many that took.
+    int GuessUntilThrottled(const char* header, std::string_view remote)
+    {
+        int guesses = 0;
+        while (Check(header, remote) == Result::Denied && guesses < 1000)
+            ++guesses;
+        return guesses;
     }
 
     ManualClock clock_;
+    std::chrono::seconds wait_{0}; // of the last throttled check
     std::atomic<int> hashes_{0};
     std::atomic<int> running_{0};
     std::atomic<int> most_{0};
@@ -65,7 +77,8 @@ class Authentication : public testing::Test {
 TEST_F(Authentication, RightPassword_IsHashedOnce)
 {
     std::shared_ptr<Verified> who;
-    EXPECT_EQ(auth_->Check(kAnna, who), Result::Granted);
+    std::chrono::seconds wait{0};
+    EXPECT_EQ(auth_->Check(kAnna, {}, who, wait), Result::Granted);
     EXPECT_EQ(who->principal->name, "anna");
     EXPECT_EQ(who->principal->dottedName, "CN=anna.O=org");
     EXPECT_EQ(who->principal->mail, "a@b.c");
@@ -108,21 +121,145 @@ TEST(BasicHeader, DomainIsCutOffAndThePasswordKeepsItsColons)
     EXPECT_FALSE(ReadBasic("Basic RE9NQUlOXDph", name, password)); // a domain alone
 }
 
-TEST_F(Authentication, CachedCredentials_Expire)
+TEST_F(Authentication, CachedCredentials_StayWhileTheyAreUsed)
 {
-    EXPECT_EQ(Check(kAnna), Result::Granted);
-    clock_.Advance(std::chrono::seconds(599));
-    EXPECT_EQ(Check(kAnna), Result::Granted);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(Check(kAnna), Result::Granted);
+        clock_.Advance(std::chrono::seconds(599));
+    }
     EXPECT_EQ(hashes_, 1);
     clock_.Advance(std::chrono::seconds(1));
     EXPECT_EQ(Check(kAnna), Result::Granted);
     EXPECT_EQ(hashes_, 2);
 }
 
+TEST_F(Authentication, WrongGuesses_WaitLongerAndLongerWithoutAHash)
+{
+    EXPECT_EQ(GuessUntilThrottled(kAnnaWrong, {}), 6); // five are free, the sixth sets the delay
+    for (const int delay : {1, 2, 4, 8, 16, 32, 60, 60, 60}) {
+        const int before = hashes_;
+        for (int i = 0; i < 100; ++i)
+            EXPECT_EQ(Check(kAnnaWrong), Result::Throttled);
+        EXPECT_EQ(Check(kAnna), Result::Throttled) << "the right one says nothing either";
+        EXPECT_EQ(hashes_, before);
+        EXPECT_EQ(wait_.count(), delay);
+        clock_.Advance(wait_);
+        EXPECT_EQ(Check(kAnnaWrong), Result::Denied) << delay;
+        EXPECT_EQ(hashes_, before + 1);
+    }
+    clock_.Advance(std::chrono::hours(1)); // forgotten
+    EXPECT_EQ(GuessUntilThrottled(kAnnaWrong, {}), 6);
+}
+
+TEST_F(Authentication, UnknownNames_AreThrottledAlike)
+{
+    EXPECT_EQ(GuessUntilThrottled(kNobody, {}), 6);
+}
+
+TEST_F(Authentication, RememberedCredentials_AreNeverThrottled)
+{
+    EXPECT_EQ(Check(kAnna, "192.0.2.1"), Result::Granted);
+    (void)GuessUntilThrottled(kAnnaWrong, "192.0.2.1");
+    (void)GuessUntilThrottled(kAnnaWrong, "192.0.2.2");
+    EXPECT_EQ(Check(kAnna, "192.0.2.1"), Result::Granted);
+    EXPECT_EQ(Check(kAnna, "192.0.2.3"), Result::Granted);
+}
+
+TEST_F(Authentication, StrangersWhoGuessAtAName_DoNotKeepItsOwnerOut)
+{
+    EXPECT_EQ(Check(kAnna, "192.0.2.1"), Result::Granted);
+    clock_.Advance(std::chrono::seconds(600)); // to be hashed again
+    (void)GuessUntilThrottled(kAnnaWrong, "198.51.100.7");
+    EXPECT_EQ(Check(kAnna, "198.51.100.8"), Result::Throttled);
+    EXPECT_EQ(Check(kAnna, "192.0.2.1"), Result::Granted);
+    // But they are throttled there, too.
+    clock_.Advance(std::chrono::hours(2));
+    EXPECT_EQ(GuessUntilThrottled(kAnnaWrong, "192.0.2.1"), 6);
+}
+
+std::string BasicOf(const std::string& name)
+{
+    static constexpr char kDigits[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text = name + ":x";
+    while (text.size() % 3)
+        text += 'x';
+    std::string out = "Basic ";
+    for (size_t i = 0; i < text.size(); i += 3) {
+        const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+        const unsigned bits = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
+        for (const int shift : {18, 12, 6, 0})
+            out += kDigits[bits >> shift & 63];
+    }
+    return out;
+}
+
+TEST_F(Authentication, ManyNamesFromOneAddress_AreThrottledToo)
+{
+    const auto tries = [this](const std::string& prefix, const std::string& remote) {
+        int i = 0;
+        while (i < 100 && Check(BasicOf(prefix + std::to_string(i)), remote) == Result::Denied)
+            ++i;
+        return i;
+    };
+    EXPECT_EQ(tries("a", "192.0.2.1"), 21);
+    EXPECT_EQ(tries("b", "192.0.2.2"), 21);
+    EXPECT_EQ(tries("c", "2001:db8:1:2::1"), 21);
+    EXPECT_EQ(tries("d", "2001:db8:1:2:3:4:5:6"), 0) << "the same network";
+    EXPECT_EQ(tries("e", "2001:db8:1:3::1"), 21);
+    EXPECT_EQ(tries("f", "127.0.0.1"), 100) << "it stands for everybody behind a proxy";
+    EXPECT_EQ(tries("g", "::1"), 100);
+    EXPECT_EQ(Check(kAnna, "192.0.2.9"), Result::Granted);
+}
+
+TEST_F(Authentication, GuessesAtOneName_TakeFewPlaces)
+{
+    AuthLimits limits;
+    limits.hashesAtOnce = 1;
+    limits.longestWait = std::chrono::minutes(5);
+    Make(limits);
+    std::promise<void> open;
+    gate_ = open.get_future().share();
+    std::atomic<int> throttled{0};
+    std::vector<std::future<Result>> guesses;
+    for (int i = 0; i < 8; ++i)
+        guesses.push_back(std::async(std::launch::async, [&, i] {
+            std::shared_ptr<Verified> who;
+            std::chrono::seconds wait{0};
+            const Result result = auth_->Check(BasicOf("anna:" + std::to_string(i)), {}, who, wait);
+            if (result == Result::Throttled && wait == std::chrono::seconds(1))
+                ++throttled;
+            return result;
+        }));
+    while (throttled < 6) // one hashes, one waits, the others are told at once
+        std::this_thread::yield();
+    open.set_value();
+    int denied = 0;
+    for (auto& guess : guesses)
+        denied += guess.get() == Result::Denied;
+    EXPECT_EQ(denied, 2);
+    EXPECT_EQ(throttled, 6);
+}
+
+TEST_F(Authentication, CountsAreBounded)
+{
+    BoundedTable<int> table(3);
+    for (unsigned char i = 0; i < 10; ++i)
+        table.Touch(Digest{i}) = i;
+    EXPECT_EQ(table.Size(), 3u);
+    EXPECT_EQ(table.Find(Digest{6}), nullptr);
+    EXPECT_EQ(*table.Find(Digest{7}), 7);
+    table.Touch(Digest{7});
+    table.Touch(Digest{20});
+    EXPECT_NE(table.Find(Digest{7}), nullptr);
+    EXPECT_EQ(table.Find(Digest{8}), nullptr);
+}
+
 TEST_F(Authentication, ChangedOrRemovedUser_LosesHisCredentialsAtOnce)
 {
     std::shared_ptr<Verified> who;
-    ASSERT_EQ(auth_->Check(kAnna, who), Result::Granted);
+    std::chrono::seconds wait{0};
+    ASSERT_EQ(auth_->Check(kAnna, {}, who, wait), Result::Granted);
     EXPECT_TRUE(auth_->IsCurrent(*who->principal));
     auth_->SetUsers(Users()); // nothing has changed
     EXPECT_EQ(Check(kAnna), Result::Granted);
@@ -188,7 +325,11 @@ TEST_F(Authentication, FloodOfPasswords_HashesFewAtOnceAndTurnsTheRestAway)
     limits.hashesAtOnce = 2;
     limits.waiters = 3;
     limits.longestWait = std::chrono::minutes(5);
+    limits.guessDelay = std::chrono::seconds(0);
     Make(limits);
+    UserMap users = Users();
+    users["a"] = std::make_shared<const User>(User{"a", "hash", {}, {}, {}});
+    auth_->SetUsers(users);
     std::promise<void> open;
     gate_ = open.get_future().share();
     constexpr const char* kHeaders[] = {"Basic YTox", "Basic YToy", "Basic YToz", "Basic YTo0",
@@ -213,6 +354,33 @@ TEST_F(Authentication, FloodOfPasswords_HashesFewAtOnceAndTurnsTheRestAway)
     EXPECT_EQ(busy, 5);
     EXPECT_LE(most_, 2);
     EXPECT_EQ(Check(kAnna), Result::Granted); // all is as before
+}
+
+TEST_F(Authentication, FloodOfMadeUpNames_LeavesPlacesToUsers)
+{
+    AuthLimits limits;
+    limits.hashesAtOnce = 1;
+    limits.waiters = 8;
+    limits.longestWait = std::chrono::minutes(5);
+    Make(limits);
+    std::promise<void> open;
+    gate_ = open.get_future().share();
+    std::vector<std::future<Result>> clients;
+    std::atomic<int> busy{0};
+    for (int i = 0; i < 40; ++i)
+        clients.push_back(std::async(std::launch::async, [&, i] {
+            const Result result = Check(BasicOf("nobody" + std::to_string(i)), "127.0.0.1");
+            busy += result == Result::Busy;
+            return result;
+        }));
+    while (busy < 35 || hashes_ < 1) // one hashes, four wait
+        std::this_thread::yield();
+    auto anna = std::async(std::launch::async, [this] { return Check(kAnna, "127.0.0.1"); });
+    open.set_value();
+    EXPECT_EQ(anna.get(), Result::Granted);
+    for (auto& client : clients)
+        (void)client.get();
+    EXPECT_EQ(busy, 35);
 }
 
 TEST_F(Authentication, WhoIsSignedIn_IsServedDuringAFlood)
