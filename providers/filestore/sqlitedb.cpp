@@ -7,7 +7,11 @@
 #include <iterator>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include "providers/filestore/failures.h"
+#include "providers/filestore/systemcalls.h"
 
 namespace filestore {
 
@@ -144,6 +148,54 @@ constexpr const char* kStatements[] = {
 };
 static_assert(std::size(kStatements) == static_cast<size_t>(Sql::Last));
 
+// The library makes reads and writes again that a signal interrupts, and takes these for failures.
+int RetriedFcntl(int fd, int command, void* argument)
+{
+    return Retry([&] { return ::fcntl(fd, command, argument); });
+}
+
+int RetriedFstat(int fd, struct stat* out)
+{
+    return Retry([&] { return ::fstat(fd, out); });
+}
+
+int RetriedStat(const char* path, struct stat* out)
+{
+    return Retry([&] { return ::stat(path, out); });
+}
+
+int RetriedLstat(const char* path, struct stat* out)
+{
+    return Retry([&] { return ::lstat(path, out); });
+}
+
+ssize_t RetriedReadlink(const char* path, char* out, size_t room)
+{
+    return Retry([&] { return ::readlink(path, out, room); });
+}
+
+template <class F> void Replace(sqlite3_vfs& vfs, const char* name, F* call)
+{
+    // A library that does not know the name goes on with its own.
+    (void)vfs.xSetSystemCall(&vfs, name, reinterpret_cast<sqlite3_syscall_ptr>(call));
+}
+
+void RetryItsSystemCalls()
+{
+    static const bool isDone = [] {
+        sqlite3_vfs* const vfs = sqlite3_vfs_find(nullptr);
+        if (!vfs || vfs->iVersion < 3)
+            return false;
+        Replace(*vfs, "fcntl", RetriedFcntl);
+        Replace(*vfs, "fstat", RetriedFstat);
+        Replace(*vfs, "stat", RetriedStat);
+        Replace(*vfs, "lstat", RetriedLstat);
+        Replace(*vfs, "readlink", RetriedReadlink);
+        return true;
+    }();
+    (void)isDone;
+}
+
 } // namespace
 
 TALSTATUS StatusFromSqlite(int result)
@@ -186,6 +238,7 @@ Database::~Database()
 
 int Database::Open(const char* path, bool durable)
 {
+    RetryItsSystemCalls();
     int result = sqlite3_open_v2(path, &db_,
                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX |
                                      SQLITE_OPEN_EXRESCODE,
