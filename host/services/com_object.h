@@ -22,16 +22,20 @@ constexpr TALSTATUS ServiceFailure(UINT16 code) noexcept
     return MakeStatus(kFacilityHost, code);
 }
 
-// Runs the body of an operation of the contract. What the library throws becomes a status: code 5
+// The same for one that is the system's fault: the running request's host is told, since the module
+// takes it for something else.
+[[nodiscard]] TALSTATUS ServiceFault(UINT16 code) noexcept;
+
+// Runs the body of an operation of the contract. What the library throws becomes a fault: code 5
 // for memory, code 1 for everything else.
 template <class Body> TALSTATUS AtBoundary(Body&& body) noexcept
 {
     try {
         return std::forward<Body>(body)();
     } catch (const std::bad_alloc&) {
-        return ServiceFailure(kCodeInsufficientResources);
+        return ServiceFault(kCodeInsufficientResources);
     } catch (...) {
-        return ServiceFailure(kCodeUnsuccessful);
+        return ServiceFault(kCodeUnsuccessful);
     }
 }
 
