@@ -1,129 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The file system over system calls that fail: this program's own definitions of them stand before
-// the C library's.
-#include <cstdarg>
+// The file system over system calls that a signal interrupts, and listings that memory is short
+// for.
 #include <fstream>
-#include <functional>
 #include <new>
 #include <set>
 #include <sstream>
-
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <gtest/gtest.h>
 
 #include "providers/filestore/posixfs.h"
 #include "tests/unit/filestore/scratch.h"
-
-namespace {
-
-int g_calls = 0;     // made since they were counted anew
-int g_interrupt = 0; // the number of the call that a signal interrupts; 0 is none
-
-bool IsInterrupted()
-{
-    if (++g_calls != g_interrupt)
-        return false;
-    errno = EINTR;
-    return true;
-}
-
-template <class F> F* Next(const char* name)
-{
-    return reinterpret_cast<F*>(dlsym(RTLD_NEXT, name));
-}
-
-} // namespace
-
-// The real one, unless the call is to be interrupted.
-#define INTERRUPTIBLE(result, name, parameters, arguments)                                         \
-    extern "C" result name parameters                                                              \
-    {                                                                                              \
-        static auto* const real = Next<result parameters>(#name);                                  \
-        return IsInterrupted() ? -1 : real arguments;                                              \
-    }
-
-INTERRUPTIBLE(int, fstatat,
-              (int directory, const char* __restrict path, struct stat* __restrict out, int flags),
-              (directory, path, out, flags))
-INTERRUPTIBLE(int, fstat, (int fd, struct stat* out), (fd, out))
-INTERRUPTIBLE(int, stat, (const char* __restrict path, struct stat* __restrict out), (path, out))
-INTERRUPTIBLE(int, statx,
-              (int directory, const char* __restrict path, int flags, unsigned mask,
-               struct statx* __restrict out),
-              (directory, path, flags, mask, out))
-INTERRUPTIBLE(ssize_t, pread, (int fd, void* to, size_t size, off_t at), (fd, to, size, at))
-INTERRUPTIBLE(ssize_t, pwrite, (int fd, const void* from, size_t size, off_t at),
-              (fd, from, size, at))
-INTERRUPTIBLE(int, fchmod, (int fd, mode_t mode), (fd, mode))
-INTERRUPTIBLE(int, chmod, (const char* path, mode_t mode), (path, mode))
-INTERRUPTIBLE(int, fchownat, (int directory, const char* path, uid_t owner, gid_t group, int flags),
-              (directory, path, owner, group, flags))
-INTERRUPTIBLE(int, futimens, (int fd, const timespec times[2]), (fd, times))
-INTERRUPTIBLE(int, utimensat, (int directory, const char* path, const timespec times[2], int flags),
-              (directory, path, times, flags))
-INTERRUPTIBLE(int, fsync, (int fd), (fd))
-INTERRUPTIBLE(int, fdatasync, (int fd), (fd))
-INTERRUPTIBLE(ssize_t, copy_file_range,
-              (int from, off64_t* at, int to, off64_t* out, size_t size, unsigned flags),
-              (from, at, to, out, size, flags))
-INTERRUPTIBLE(ssize_t, fgetxattr, (int fd, const char* name, void* value, size_t size),
-              (fd, name, value, size))
-INTERRUPTIBLE(ssize_t, getxattr, (const char* path, const char* name, void* value, size_t size),
-              (path, name, value, size))
-INTERRUPTIBLE(ssize_t, lgetxattr, (const char* path, const char* name, void* value, size_t size),
-              (path, name, value, size))
-INTERRUPTIBLE(int, fsetxattr, (int fd, const char* name, const void* value, size_t size, int flags),
-              (fd, name, value, size, flags))
-INTERRUPTIBLE(int, setxattr,
-              (const char* path, const char* name, const void* value, size_t size, int flags),
-              (path, name, value, size, flags))
-INTERRUPTIBLE(int, linkat, (int from, const char* path, int to, const char* name, int flags),
-              (from, path, to, name, flags))
-INTERRUPTIBLE(int, mkdirat, (int directory, const char* name, mode_t mode), (directory, name, mode))
-INTERRUPTIBLE(int, renameat2,
-              (int from, const char* path, int to, const char* name, unsigned flags),
-              (from, path, to, name, flags))
-INTERRUPTIBLE(int, unlinkat, (int directory, const char* name, int flags), (directory, name, flags))
-INTERRUPTIBLE(ssize_t, getrandom, (void* to, size_t size, unsigned flags), (to, size, flags))
-INTERRUPTIBLE(ssize_t, getdents64, (int fd, void* to, size_t size), (fd, to, size))
-
-extern "C" int openat(int directory, const char* path, int flags, ...)
-{
-    static auto* const real = Next<int(int, const char*, int, ...)>("openat");
-    va_list rest;
-    va_start(rest, flags);
-    const mode_t mode =
-        flags & (O_CREAT | O_TMPFILE) ? static_cast<mode_t>(va_arg(rest, unsigned)) : 0;
-    va_end(rest);
-    return IsInterrupted() ? -1 : real(directory, path, flags, mode);
-}
-
-extern "C" int ioctl(int fd, unsigned long request, ...)
-{
-    static auto* const real = Next<int(int, unsigned long, ...)>("ioctl");
-    va_list rest;
-    va_start(rest, request);
-    void* const argument = va_arg(rest, void*);
-    va_end(rest);
-    return IsInterrupted() ? -1 : real(fd, request, argument);
-}
-
-extern "C" long syscall(long number, ...)
-{
-    static auto* const real = Next<long(long, ...)>("syscall");
-    va_list rest;
-    va_start(rest, number);
-    long a[6];
-    for (long& each : a)
-        each = va_arg(rest, long); // more than some have: what is there is passed on unread
-    va_end(rest);
-    return IsInterrupted() ? -1 : real(number, a[0], a[1], a[2], a[3], a[4], a[5]);
-}
+#include "tests/unit/filestore/system_calls.h"
 
 namespace {
 
@@ -218,21 +106,22 @@ size_t OpenDescriptors()
 
 TEST(FileStorePosixFs, NothingChangesWhenASignalInterruptsAnyCall)
 {
-    std::string undisturbed;
-    {
+    // What all operations gave, when the call of that number was interrupted; 0: none was.
+    const auto use = [](int number, int* calls) {
         const TempDirectory scratch;
-        g_calls = 0;
-        undisturbed = UseAll(scratch.Path());
-    }
-    const int calls = g_calls;
+        system_calls::FailAt(number, EINTR);
+        std::string told = UseAll(scratch.Path());
+        *calls = system_calls::Made();
+        EXPECT_EQ(number != 0, system_calls::HasFailed());
+        system_calls::FailAt(0, 0);
+        return told;
+    };
+    int calls = 0;
+    int again = 0;
+    const std::string undisturbed = use(0, &calls);
     EXPECT_GT(calls, 30);
-    for (int n = 1; n <= calls; ++n) {
-        const TempDirectory scratch;
-        g_calls = 0;
-        g_interrupt = n;
-        EXPECT_EQ(undisturbed, UseAll(scratch.Path())) << "call " << n << " of " << calls;
-        g_interrupt = 0;
-    }
+    for (int n = 1; n <= calls; ++n)
+        EXPECT_EQ(undisturbed, use(n, &again)) << "call " << n << " of " << calls;
 }
 
 TEST(FileStorePosixFs, AListingThatRunsOutOfMemoryLeavesNothingOpen)

@@ -8,5 +8,5 @@ kest_test(filestore_unit_test
   LIBS filestore_objects)
 # Apart from the others: it has system calls of its own.
 kest_test(filestore_posixfs_test
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/posixfs_test.cpp
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/posixfs_test.cpp ${CMAKE_CURRENT_LIST_DIR}/system_calls.cpp
   LIBS filestore_objects ${CMAKE_DL_LIBS})

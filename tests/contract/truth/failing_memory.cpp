@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/contract/truth/failing_memory.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<int> g_asked{0};
+std::atomic<int> g_failAt{0};
+thread_local constinit bool t_isExempt = false;
+
+bool Fails() noexcept
+{
+    return g_failAt.load(std::memory_order_relaxed) != 0 && !t_isExempt && ++g_asked == g_failAt;
+}
+
+} // namespace
+
+namespace failing_memory {
+
+void FailAt(int number)
+{
+    g_failAt = 0;
+    g_asked = 0;
+    g_failAt = number;
+}
+
+bool HasFailed()
+{
+    return g_failAt != 0 && g_asked >= g_failAt;
+}
+
+void ExemptThisThread()
+{
+    t_isExempt = true;
+}
+
+} // namespace failing_memory
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+
+// Not inlined: the compiler would see malloc'd memory meet delete, and warn.
+[[gnu::noinline]] void* operator new(std::size_t size)
+{
+    void* const memory = Fails() ? nullptr : std::malloc(size ? size : 1);
+    if (!memory)
+        throw std::bad_alloc();
+    return memory;
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+#else
+
+// Not calloc: the C library takes from it what a thread keeps for itself, and ends the process when
+// it gets none.
+extern "C" {
+
+void* __libc_malloc(std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+
+__attribute__((visibility("default"))) void* malloc(std::size_t size)
+{
+    if (!Fails())
+        return __libc_malloc(size);
+    errno = ENOMEM;
+    return nullptr;
+}
+
+__attribute__((visibility("default"))) void* realloc(void* memory, std::size_t size)
+{
+    if (!Fails())
+        return __libc_realloc(memory, size);
+    errno = ENOMEM;
+    return nullptr;
+}
+
+} // extern "C"
+
+#endif
