@@ -16,6 +16,7 @@
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
 #include "host/commands/commands.h"
+#include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
 #include "host/server.h"
 #include "host/services/host_classes.h"
@@ -102,6 +103,7 @@ class Host {
     void UseDirectory(const HostSettings& settings);
     void Announce();
     void Reload();
+    void TellChanges();
     void ReloadUsers(const HostSettings& settings);
     bool IsNewFileRight();
     void PublishChange();
@@ -109,6 +111,7 @@ class Host {
     const std::vector<std::string> words_; // the command line behind "serve"
     Setup setup_;
     HostSettings settings_;
+    SettingChanges changes_;
     UserMap users_;
     SteadyClock* clock_ = nullptr;     // these two live as long as the process: components hold
     HostServices* services_ = nullptr; // references to what is in them
@@ -140,6 +143,7 @@ std::string Host::Start()
     if (std::string problem = server_->Start(); !problem.empty())
         return problem;
     TouchKnownValues(setup_.Platform());
+    changes_.Begin(setup_.Platform());
     ReportUnread();
     // What was said so far has been read before the line that says that all is ready.
     if (Failed(TolmLogQueue()))
@@ -265,9 +269,13 @@ void Host::Reload()
         return;
     }
     HostSettings fresh;
+    changes_.Release();
     std::string problem = setup_.LoadRegistry(true);
     if (problem.empty())
         problem = setup_.ReadSettings(fresh);
+    if (problem.empty())
+        TellChanges();
+    changes_.Hold(location_);
     if (!problem.empty()) {
         Log(kLogError, problem + "; the old settings stay");
         return;
@@ -275,15 +283,24 @@ void Host::Reload()
     ReloadUsers(fresh);
     UseDirectory(fresh);
     services_->sessions.SetLimits(fresh.sessions);
+    services_->authenticator.SetLimits(fresh.auth);
     services_->gatekeeper.SetRealm(fresh.server.realm);
-    if (fresh.server.listen != settings_.server.listen)
-        Log(kLogWarning, "listening addresses change with the next start only");
     if (problem = server_->Apply(fresh.server); !problem.empty())
         Log(kLogError, problem);
     settings_ = std::move(fresh);
     PublishChange();
     TouchKnownValues(setup_.Platform());
     ReportUnread();
+}
+
+// Each setting that is not as it was: whether it counts from now on or from the next start on.
+void Host::TellChanges()
+{
+    for (const SettingChanges::Change& change : changes_.Compare(setup_.Platform()))
+        if (change.waits)
+            Log(kLogWarning, change.name + " has changed: it waits for the next start");
+        else
+            Log(kLogInfo, change.name + " has changed: it is taken over");
 }
 
 void Host::ReloadUsers(const HostSettings& settings)
