@@ -367,6 +367,9 @@ std::string CheckStore(ITalpl& platform)
         in.Refuse(u"Sync", "expected 'none', 'data' or 'full'");
     uint32_t days = 0;
     in.Number(u"Keep Deleted", days, 0, 36'500);
+    uint32_t size = 0;
+    in.Number(u"Keep Free", size, 0, 1U << 30);
+    in.Number(u"Reserve", size, 0, 1U << 20);
     std::string address = "127.0.0.1";
     in.Text(u"Server Address", address);
     in_addr four{};

@@ -78,9 +78,25 @@ bool UploadArrived()
     return request && !Failed(request->IsClientPayloadAvailable(&available)) && available > 0;
 }
 
+static thread_local HeldReports* t_held = nullptr;
+
+HeldReports::HeldReports() noexcept : outer_(t_held)
+{
+    t_held = this;
+}
+
+HeldReports::~HeldReports()
+{
+    t_held = outer_;
+    for (size_t i = 0; i < count_; ++i)
+        ReportFailure(held_[i]);
+}
+
 void ReportFailure(TALSTATUS failure) noexcept
 {
-    if (Context())
+    if (t_held && t_held->count_ < HeldReports::kMost)
+        t_held->held_[t_held->count_++] = failure;
+    else if (!t_held && Context())
         (void)Context()->ReportFailure(failure); // without a request there is nobody to tell
 }
 

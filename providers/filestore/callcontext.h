@@ -5,6 +5,7 @@
 // the harmless default.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include <kest/host.h>
@@ -22,6 +23,23 @@ namespace filestore::call {
 [[nodiscard]] bool UploadArrived();
 // Tells the host of a failure that the module cannot see, or takes for something else.
 void ReportFailure(TALSTATUS failure) noexcept;
+// Holds back what is reported on this thread while it lives: for a try that may be followed by
+// another one. Scopes nest.
+class HeldReports {
+  public:
+    HeldReports() noexcept;
+    ~HeldReports(); // reports what was not dropped
+    HeldReports(const HeldReports&) = delete;
+    HeldReports& operator=(const HeldReports&) = delete;
+    void Drop() noexcept { count_ = 0; }
+
+  private:
+    friend void ReportFailure(TALSTATUS failure) noexcept;
+    static constexpr size_t kMost = 8; // the first ones say it all
+    HeldReports* const outer_;
+    TALSTATUS held_[kMost];
+    size_t count_ = 0;
+};
 // Whether the reply can reach nobody any more: long work ends with a failure then. False when no
 // request runs.
 [[nodiscard]] bool IsCancelled();

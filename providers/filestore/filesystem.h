@@ -120,6 +120,10 @@ class FileSystem {
     // Where the path is for programs beside the store (a database), valid as long as this object.
     virtual int ExternalPath(const char* path, char* out, size_t room) = 0;
     virtual int Random(void* out, size_t size) = 0;
+    // Makes a new file `size` bytes long, with room on the disk for all of them.
+    virtual int Allocate(FileHandle handle, UINT64 size) = 0;
+    // Bytes that this process can still write, and bytes of the whole disk.
+    virtual int FreeSpace(UINT64* free, UINT64* total) = 0;
     // Whether the volume's top still bears the name that it was opened by: false once it has been
     // removed, moved or mounted over.
     virtual bool IsInPlace() = 0;

@@ -10,6 +10,7 @@
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/ownertext.h"
+#include "providers/filestore/room.h"
 
 namespace filestore {
 
@@ -292,7 +293,7 @@ TALSTATUS BreakLock(const Store& store, std::string_view token)
         if (const TALSTATUS status = Store::OpenMetadata(*v, &session); Failed(status))
             return status;
         if (!Failed(session->FindLock(token, store.Now(), &lock)))
-            return session->RemoveLock(token);
+            return WithReserve(store, *v, [&] { return session->RemoveLock(token); });
     }
     return Failure(kCodeNotFound);
 }

@@ -10,6 +10,7 @@
 #include "providers/filestore/guard.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/recent.h"
+#include "providers/filestore/room.h"
 #include "providers/filestore/trees.h"
 
 namespace filestore {
@@ -154,7 +155,8 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
     const Conditions conditions = Conditions::Of(volume, target.path.View());
     if (status = conditions.JudgeName(volume.Fs(), parent->Get(), leaf.c_str()); Failed(status))
         return status;
-    error = volume.Fs().MakeDirectory(parent->Get(), leaf.c_str());
+    error = WithRoom(store_, volume, 0,
+                     [&] { return volume.Fs().MakeDirectory(parent->Get(), leaf.c_str()); });
     if (error == EEXIST && conditions.NeedFree())
         return Failure(kCodePreconditionFailed);
     if (error == 0)
@@ -203,9 +205,10 @@ TALSTATUS FileNamespace::Move(SCHANDLE hSession, BOOLEAN overwrite, INT32, UNICO
     return Protected([&] {
         Target from, to;
         const TALSTATUS status = LocateEnds(source, destination, &from, &to);
-        return Failed(status)
-                   ? status
-                   : MoveTree(store_, Guard(store_, hSession, token), overwrite != 0, from, to);
+        const Guard guard(store_, hSession, token);
+        return Failed(status) ? status : WithRoomForRows(store_, *to.volume, [&] {
+            return MoveTree(store_, guard, overwrite != 0, from, to);
+        });
     });
 }
 
@@ -243,7 +246,9 @@ TALSTATUS FileNamespace::Lock(SCHANDLE hSession, INT32 depth, INT64 timeout, DAV
         std::string made;
         TALSTATUS status = store_.LocateNew(path, &target);
         if (!Failed(status))
-            status = MakeLock(store_, guard, target, request, &made);
+            status = WithRoomForRows(store_, *target.volume, [&] {
+                return MakeLock(store_, guard, target, request, &made);
+            });
         if (Failed(status))
             return status;
         std::memcpy(token->Buffer, made.data(), made.size());
@@ -266,7 +271,11 @@ TALSTATUS FileNamespace::LockRefresh(SCHANDLE hSession, DAV_DATETIME timeout, UN
         const UINT64 now = store_.Now();
         TALSTATUS status = store_.Locate(path, &target);
         if (!Failed(status))
-            status = RefreshLock(guard, target, now, static_cast<INT64>(timeout), &record);
+            status = target.IsRoot() ? Failure(kCodeAccessDenied)
+                                     : ToldIfFull(WithReserve(store_, *target.volume, [&] {
+                                           return RefreshLock(guard, target, now,
+                                                              static_cast<INT64>(timeout), &record);
+                                       }));
         UINT32 size = kLockRecordBytes;
         return Failed(status) ? status : DescribeLock(record, now, &size, lock);
     });
@@ -281,7 +290,10 @@ TALSTATUS FileNamespace::Unlock(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOC
         const std::string_view text =
             token && token->Buffer ? std::string_view(token->Buffer, token->Length) : "";
         const TALSTATUS status = store_.Locate(path, &target);
-        return Failed(status) ? status : ReleaseLock(store_, guard, target, text);
+        if (Failed(status) || target.IsRoot())
+            return Failed(status) ? status : Failure(kCodeNotFound);
+        return ToldIfFull(WithReserve(store_, *target.volume,
+                                      [&] { return ReleaseLock(store_, guard, target, text); }));
     });
 }
 

@@ -9,6 +9,7 @@
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/locks.h"
+#include "providers/filestore/room.h"
 #include "providers/filestore/upload.h"
 
 namespace filestore {
@@ -302,7 +303,13 @@ TALSTATUS Node::SetNamedProperty(const UNICODE_STRING* name, UINT32 length, cons
     const Guard guard = MakeGuard();
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
-    // In one transaction: no lock comes between the question and the change.
+    return WithRoomForRows(store_, *volume_, [&] { return Patch(guard, key, value, length); });
+}
+
+// In one transaction: no lock comes between the question and the change.
+TALSTATUS Node::Patch(const Guard& guard, const std::string& key, const char* value,
+                      UINT32 length) const
+{
     std::unique_ptr<MetadataSession> session;
     TALSTATUS status = Store::OpenMetadata(*volume_, &session);
     if (!Failed(status))

@@ -59,6 +59,8 @@ class Node {
   private:
     TALSTATUS CheckObject() const; // CheckChange without the guard
     TALSTATUS JudgeConditions() const;
+    TALSTATUS Patch(const Guard& guard, const std::string& key, const char* value,
+                    UINT32 length) const;
     bool KeepsProperties() const { return volume_ && volume_->MayHaveProperties(); }
 
     Store& store_;

@@ -19,6 +19,7 @@
 #include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -346,6 +347,22 @@ class PosixFileSystem final : public FileSystem {
     {
         const ssize_t got = Retry([&] { return ::getrandom(out, size, 0); });
         return got == static_cast<ssize_t>(size) ? 0 : EIO;
+    }
+    int Allocate(FileHandle handle, UINT64 size) override
+    {
+        int error = EINTR;
+        while (error == EINTR)
+            error = ::posix_fallocate(handle, 0, static_cast<off_t>(size));
+        return error;
+    }
+    int FreeSpace(UINT64* free, UINT64* total) override
+    {
+        struct statvfs s;
+        if (Retry([&] { return ::fstatvfs(top_, &s); }) != 0)
+            return errno;
+        *free = static_cast<UINT64>(s.f_bavail) * s.f_frsize;
+        *total = static_cast<UINT64>(s.f_blocks) * s.f_frsize;
+        return 0;
     }
     bool IsInPlace() override
     {

@@ -4,8 +4,10 @@
 #include <cerrno>
 #include <chrono>
 
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
+#include "providers/filestore/room.h"
 
 namespace filestore {
 
@@ -43,6 +45,7 @@ class Emptying {
     Emptying(Volume& volume, const PurgePause& pause) : volume_(volume), pause_(pause) {}
 
     bool IsStopped() const { return stopped_; }
+    bool HasRemoved() const { return removed_ != 0; }
 
     // False when the work is to end, or this one cannot be removed.
     bool Remove(const std::string& name)
@@ -118,10 +121,9 @@ static int PutOnTheirWayOut(Volume& volume, const std::vector<INT64>& ids)
     return error ? error : volume.SyncNames(volume.Deleted());
 }
 
-TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vector<INT64>& ids)
+static TALSTATUS RemoveFromList(const Volume& volume, MetadataSession& session,
+                                const std::vector<INT64>& ids)
 {
-    if (const int error = PutOnTheirWayOut(volume, ids))
-        return StatusFromErrno(error);
     TALSTATUS status = session.Begin();
     for (const INT64 id : ids) {
         if (!Failed(status))
@@ -133,6 +135,23 @@ TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vec
         status = session.Commit();
     session.Rollback();
     return status;
+}
+
+TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vector<INT64>& ids)
+{
+    if (const int error = PutOnTheirWayOut(volume, ids))
+        return StatusFromErrno(error);
+    call::HeldReports reports;
+    TALSTATUS status = RemoveFromList(volume, session, ids);
+    while (Code(status) == kCodeStorageFull && volume.GiveUpReserve())
+        status = RemoveFromList(volume, session, ids);
+    // The files are gone, which is what was asked for; the list is brought up to date in time.
+    reports.Drop();
+    if (Failed(status))
+        Log(kLogWarning, "deleted entries of volume '" + volume.Name() +
+                             "' stay in the list without files, code " +
+                             std::to_string(Code(status)));
+    return TAL_STATUS_SUCCESS;
 }
 
 void RetireDeleted(const Store& store, Volume& volume)
@@ -160,25 +179,26 @@ void RetireDeleted(const Store& store, Volume& volume)
     } while (ids.size() == kRetiredAtOnce);
 }
 
-void EmptyPurge(Volume& volume, const PurgePause& pause)
+bool EmptyPurge(Volume& volume, const PurgePause& pause)
 {
     if (!volume.IsWritable())
-        return;
+        return false;
     Emptying work(volume, pause);
     for (;;) {
         NameCollector found;
         if (volume.Fs().List(volume.Purge(), found) != 0 || found.names.empty())
-            return;
+            break;
         // One that cannot be removed does not keep the others.
         bool progress = false;
         for (const std::string& name : found.names) {
             progress = work.Remove(name) || progress;
             if (work.IsStopped())
-                return;
+                return work.HasRemoved();
         }
         if (!progress)
-            return;
+            break;
     }
+    return work.HasRemoved();
 }
 
 void DropExpiredLocks(const Store& store, Volume& volume)
@@ -224,7 +244,9 @@ void Purger::Run(std::stop_token stop)
                 volume->CheckPlace();
                 if (retires)
                     RetireDeleted(store_, *volume);
-                EmptyPurge(*volume, pause);
+                (void)EmptyPurge(*volume, pause);
+                KeepRoom(store_, *volume, pause);
+                volume->FillReserve();
                 DropExpiredLocks(store_, *volume);
             }
             return TAL_STATUS_SUCCESS;

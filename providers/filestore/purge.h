@@ -34,12 +34,12 @@ class Purger {
 // What the thread does. `pause` is called after every so many removals, so that a big tree does not
 // keep the disk from everybody else; returning false ends the work for now.
 using PurgePause = std::function<bool()>;
-void RetireDeleted(const Store& store, Volume& volume); // entries older than they are kept
-void EmptyPurge(Volume& volume, const PurgePause& pause);
+void RetireDeleted(const Store& store, Volume& volume);   // entries older than they are kept
+bool EmptyPurge(Volume& volume, const PurgePause& pause); // whether anything was removed
 void DropExpiredLocks(const Store& store, Volume& volume);
 
-// Takes deleted entries out of the list and puts them on their way out. One that is gone already
-// is none that fails.
+// Takes deleted entries out of the list and puts them on their way out. Fails only where files
+// cannot be moved.
 TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vector<INT64>& ids);
 
 } // namespace filestore

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/upload.h"
@@ -162,12 +163,7 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
     if (Failed(status))
         return status;
     const int notSynced = SyncNames(true);
-    status = Follow(session);
-    if (Failed(status)) { // once more: what has moved cannot always be taken back
-        status = session.Begin();
-        if (!Failed(status))
-            status = Follow(session);
-    }
+    status = FollowAtLast(session);
     if (!Failed(status))
         return StatusFromErrno(notSynced);
     if (MoveBack())
@@ -176,6 +172,22 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
     Log(kLogError, "volume '" + volume_.Name() + "': the properties of '" + from_.path +
                        "' stay behind until the next start, code " + std::to_string(Code(status)));
     return StatusFromErrno(notSynced);
+}
+
+// Tried once more: what has moved cannot always be taken back. A full disk is worth the reserve.
+TALSTATUS Rename::FollowAtLast(MetadataSession& session)
+{
+    call::HeldReports reports;
+    TALSTATUS status = Follow(session);
+    for (bool goesOn = true; Failed(status) && goesOn;) {
+        goesOn = Code(status) == kCodeStorageFull && volume_.GiveUpReserve();
+        status = session.Begin();
+        if (!Failed(status))
+            status = Follow(session);
+    }
+    if (!Failed(status))
+        reports.Drop();
+    return status;
 }
 
 // Ends the transaction with the rows where the names are; a failure rolls it back.

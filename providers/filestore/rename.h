@@ -64,6 +64,7 @@ class Rename {
     void Withdraw(MetadataSession& session) const;
     TALSTATUS MoveAlone();
     TALSTATUS MoveAll(MetadataSession& session);
+    TALSTATUS FollowAtLast(MetadataSession& session);
     TALSTATUS MoveRows(MetadataSession& session) const;
     TALSTATUS CheckLocks(MetadataSession& session) const;
     TALSTATUS MoveName();

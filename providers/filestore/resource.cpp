@@ -5,6 +5,7 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/recent.h"
+#include "providers/filestore/room.h"
 
 namespace filestore {
 
@@ -37,9 +38,11 @@ TALSTATUS FileResource::FinishUpload()
     if (!call::UploadArrived())
         return Failure(kCodeInvalidRequest); // the body broke off
     // What may take long comes before the locks are asked again.
-    if (const TALSTATUS status = upload_->Finish(); Failed(status))
-        return status;
-    const TALSTATUS status = PublishUpload();
+    const Store& store = node_.GetStore();
+    Volume& volume = node_.GetVolume();
+    TALSTATUS status = WithRoomForRows(store, volume, [&] { return upload_->Finish(); });
+    if (!Failed(status))
+        status = WithRoomForRows(store, volume, [&] { return PublishUpload(); });
     if (!Failed(status) && uploadHidden_)
         return SetHidden(node_.GetVolume(), node_.Path(), *uploadHidden_);
     return status;

@@ -71,6 +71,12 @@ Store::Options ReadOptions()
                                "\"; expected \"none\", \"data\" or \"full\". Using \"data\"");
     }
     (void)ReadNumber(kStoreKey, u"Keep Deleted", &options.keepDeletedDays); // else the default
+    UINT32 keepFreeMiB = 256;
+    UINT32 reserveKiB = 1024;
+    (void)ReadNumber(kStoreKey, u"Keep Free", &keepFreeMiB);
+    (void)ReadNumber(kStoreKey, u"Reserve", &reserveKiB);
+    options.keepFreeBytes = UINT64{keepFreeMiB} << 20;
+    options.reserveBytes = UINT64{reserveKiB} << 10;
     std::string address;
     if (ReadText(kStoreKey, u"Server Address", &address) &&
         !ParseAddress(address, options.serverAddress))
@@ -116,6 +122,8 @@ Store::Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& option
             std::move(*std::find_if(volumes_.begin(), volumes_.end(),
                                     [&](const auto& v) { return v && v->Name() == order.At(i); })));
     volumes_ = std::move(sorted);
+    for (const auto& v : volumes_)
+        v->SetReserve(options_.reserveBytes);
 }
 
 Store& Store::OfProcess()
@@ -264,7 +272,7 @@ void Store::SetPurger(std::unique_ptr<Purger> purger)
     purger_ = std::move(purger);
 }
 
-void Store::WakePurger()
+void Store::WakePurger() const
 {
     if (purger_)
         purger_->Wake();

@@ -7,6 +7,8 @@
 //   'Kest\Configuration\FileStore'
 //     'Sync'            "none", "data" (default) or "full", see SyncLevel
 //     'Keep Deleted'    days for which deleted entries are kept, default 30; 0: not at all
+//     'Keep Free'       MiB; while less is free, kept entries give way, default 256
+//     'Reserve'         KiB that deletions and unlocking can use on a full disk, default 1024
 //     'Server Address'  IPv4 address that a collection's location is shown with, default 127.0.0.1
 #pragma once
 
@@ -44,6 +46,9 @@ class Store {
         SyncLevel sync = SyncLevel::Data;
         UINT32 keepDeletedDays = 30;
         UINT8 serverAddress[4] = {127, 0, 0, 1};
+        // What a full disk is spared for, see room.h. A small disk gives less.
+        UINT64 reserveBytes = 0;
+        UINT64 keepFreeBytes = 0;
         UINT64 (*now)() = nullptr; // 100 ns units since 1601
     };
     Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& options);
@@ -77,7 +82,7 @@ class Store {
 
     // The thread that removes what need not be kept; null in a store without one.
     void SetPurger(std::unique_ptr<class Purger> purger);
-    void WakePurger();
+    void WakePurger() const;
 
   private:
     TALSTATUS Parse(const UNICODE_STRING* path, Target* out, bool* servable) const;

@@ -3,12 +3,14 @@
 
 #include <cerrno>
 
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/purge.h"
 #include "providers/filestore/recent.h"
 #include "providers/filestore/rename.h"
+#include "providers/filestore/room.h"
 #include "providers/filestore/treecopy.h"
 #include "providers/filestore/upload.h"
 
@@ -70,6 +72,52 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from
     if (!Failed(status) && !keep)
         store.WakePurger();
     return status;
+}
+
+// What goes without a trace of its metadata is forgotten when there is room again: nothing that is
+// made under its name later shows it.
+void ForgetRemoved(Volume& volume, const Place& from)
+{
+    call::HeldReports reports;
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = Store::OpenMetadata(volume, &session);
+    if (!Failed(status))
+        status = session->Begin();
+    if (!Failed(status))
+        status = session->ForgetTree(from.path);
+    if (!Failed(status))
+        status = session->RemoveLocksWithin(from.path);
+    if (!Failed(status))
+        status = session->Commit();
+    reports.Drop(); // the deletion has happened
+    Log(kLogWarning, "volume '" + volume.Name() + "': the disk is full, '" + from.path +
+                         "' has been removed for good, code " + std::to_string(Code(status)));
+}
+
+// Removes the object at `from` and what is in it, without writing anything down before.
+TALSTATUS RemoveForGood(const Guard& guard, Volume& volume, const Place& from)
+{
+    if (const TALSTATUS status = guard.CheckLocks(volume, from.path, Reach::Tree); Failed(status))
+        return status;
+    FileSystem& fs = volume.Fs();
+    const FileHandle directory = from.directory->Get();
+    {
+        const NameGuard name(volume.MutexOf(from.path));
+        if (const TALSTATUS status =
+                Conditions::Of(volume, from.path).JudgeName(fs, directory, from.leaf.c_str());
+            Failed(status))
+            return status;
+        int error = fs.Rename(directory, from.leaf.c_str(), volume.Purge(),
+                              volume.UniqueName().c_str(), false);
+        if (IsFull(error) && !from.info.isDirectory) // even for one name more
+            error = fs.RemoveFile(directory, from.leaf.c_str());
+        if (error)
+            return StatusFromErrno(error);
+    }
+    walked::Forget(volume, from.path);
+    (void)EmptyPurge(volume, [] { return !call::IsCancelled(); }); // else the purger does
+    ForgetRemoved(volume, from);
+    return StatusFromErrno(volume.SyncNames(directory));
 }
 
 // What both a move and a copy ask of their two ends.
@@ -135,9 +183,12 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target)
     if (target.deletedId)
         return Failure(kCodeAccessDenied); // a deleted entry is kept, restored or dropped whole
     Place from;
-    if (const TALSTATUS status = FindSource(target, &from); Failed(status))
+    TALSTATUS status = FindSource(target, &from);
+    if (Failed(status))
         return status;
-    return PutAside(store, guard, volume, from);
+    status = WithReserve(store, volume, [&] { return PutAside(store, guard, volume, from); });
+    // There is no room to write down what could be brought back: it goes all the same.
+    return Code(status) == kCodeStorageFull ? RemoveForGood(guard, volume, from) : status;
 }
 
 TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Target& from,

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "providers/filestore/failures.h"
+#include "providers/filestore/room.h"
 
 namespace filestore {
 
@@ -28,11 +29,13 @@ TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
     if (const TALSTATUS status = LookAtName(); Failed(status))
         return status;
     if (!replaces_)
-        if (const int error = MakeUnnamed(); error != EOPNOTSUPP)
+        if (const int error = WithRoom(store_, volume_, 0, [&] { return MakeUnnamed(); });
+            error != EOPNOTSUPP)
             return StatusFromErrno(error);
     std::string name = volume_.UniqueName();
-    if (const int error =
-            volume_.Fs().CreateFile(volume_.Tmp(), name.c_str(), file_.Out(volume_.Fs())))
+    if (const int error = WithRoom(store_, volume_, 0, [&] {
+            return volume_.Fs().CreateFile(volume_.Tmp(), name.c_str(), file_.Out(volume_.Fs()));
+        }))
         return StatusFromErrno(error);
     tmpName_ = std::move(name);
     return TAL_STATUS_SUCCESS;
@@ -76,14 +79,18 @@ TALSTATUS Upload::BeginWithContent(std::string_view path, FileHandle content, UI
 {
     if (const TALSTATUS status = Begin(path, false); Failed(status))
         return status;
-    return StatusFromErrno(volume_.Fs().CopyContent(content, file_.Get(), size));
+    return StatusFromErrno(WithRoom(store_, volume_, size, [&] {
+        return volume_.Fs().CopyContent(content, file_.Get(), size);
+    }));
 }
 
 TALSTATUS Upload::Write(UINT64 offset, const void* data, UINT32 size)
 {
     if (!HasFile())
         return Failure(kCodeAccessDenied);
-    const TALSTATUS status = StatusFromErrno(volume_.Fs().Write(file_.Get(), offset, data, size));
+    const TALSTATUS status = StatusFromErrno(WithRoom(store_, volume_, size, [&] {
+        return volume_.Fs().Write(file_.Get(), offset, data, size);
+    }));
     if (Failed(status) && !Failed(failed_))
         failed_ = status;
     return status;

@@ -20,6 +20,7 @@ namespace {
 constexpr char kCreatedTag[] = "user.kest.created"; // 8 bytes, little-endian, as DAV_DATETIME
 constexpr char kDatesTag[] = "user.kest.dates";     // on a directory: a child may have the above
 constexpr std::string_view kLockSuffix = ".lock";
+constexpr UINT64 kReservePiece = 64 * 1024; // some ten changes of the database
 
 class NameCollector final : public NameSink {
   public:
@@ -116,7 +117,7 @@ Volume::~Volume()
     meta_.reset();
     if (tmp_ != kNoFile)
         (void)fs_->RemoveFile(tmp_, (token_ + std::string(kLockSuffix)).c_str()); // the next start
-    for (const FileHandle h : {tmp_, deleted_, purge_, tokenLock_})
+    for (const FileHandle h : {tmp_, deleted_, purge_, reserve_, tokenLock_})
         if (h != kNoFile)
             fs_->Close(h);
 }
@@ -221,6 +222,46 @@ NameGuard::~NameGuard()
     if (&second_ != &first_)
         second_.unlock();
     first_.unlock();
+}
+
+void Volume::SetReserve(UINT64 bytes)
+{
+    constexpr UINT64 kLeastShare = 16;
+    UINT64 free = 0, total = 0;
+    if (bytes == 0 || !IsWritable() || fs_->FreeSpace(&free, &total) != 0 ||
+        OpenPrivate("reserve", &reserve_) != 0)
+        return; // without one a full disk is full sooner
+    reserveBytes_ = std::min(bytes, total / kLeastShare);
+    FillReserve();
+}
+
+void Volume::FillReserve()
+{
+    NameCollector found;
+    if (reserve_ == kNoFile || !isReserveShort_ || fs_->List(reserve_, found) != 0)
+        return;
+    for (size_t have = found.names.size(); have < reserveBytes_ / kReservePiece; ++have) {
+        OpenFile piece;
+        const std::string name = UniqueName();
+        if (fs_->CreateFile(reserve_, name.c_str(), piece.Out(*fs_)) != 0)
+            return;
+        if (fs_->Allocate(piece.Get(), kReservePiece) != 0) {
+            (void)fs_->RemoveFile(reserve_, name.c_str()); // shorter than a piece
+            return;
+        }
+    }
+    isReserveShort_ = false;
+}
+
+bool Volume::GiveUpReserve()
+{
+    NameCollector found;
+    if (reserve_ == kNoFile || fs_->List(reserve_, found) != 0)
+        return false;
+    isReserveShort_ = true;
+    return std::any_of(found.names.begin(), found.names.end(), [this](const std::string& name) {
+        return fs_->RemoveFile(reserve_, name.c_str()) == 0;
+    });
 }
 
 std::string Volume::UniqueName()

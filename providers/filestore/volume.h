@@ -7,6 +7,7 @@
 //                    is none yet (upload.h)
 //   .kest/deleted/   deleted entries that are kept, named by their number
 //   .kest/purge/     deleted entries on their way out
+//   .kest/reserve/   files that are given up on a full disk
 //   .kest/meta.db    properties, hidden marks, locks, the list of deleted entries
 //   .kest/state      empty; who waits for the database has a lock on it
 #pragma once
@@ -80,6 +81,14 @@ class Volume {
     // A name that no other process and no other call uses, for Tmp() and Purge().
     std::string UniqueName();
 
+    // Room on the disk that is given up when it is full: see room.h. In pieces, each a file of its
+    // own, that all processes share. At most a sixteenth of the disk.
+    void SetReserve(UINT64 bytes);      // and fills it
+    void FillReserve();                 // as far as there is room
+    [[nodiscard]] bool GiveUpReserve(); // a piece; false when there is none left
+    // Held while entries give way.
+    std::mutex& RoomMutex() { return room_; }
+
     // Held over the look at a name and the change that depends on it. Names share a few of them:
     // who wants two at once takes a NameGuard of both. Taken after the metadata's transaction has
     // begun, where there is one.
@@ -134,6 +143,10 @@ class Volume {
     std::unique_ptr<Metadata> meta_;
     std::atomic<UINT64> counter_{0};
     mutable std::array<std::mutex, 64> names_;
+    std::mutex room_;
+    UINT64 reserveBytes_ = 0;
+    FileHandle reserve_ = kNoFile;
+    std::atomic<bool> isReserveShort_{true};
     bool isInPlace_ = true; // when CheckPlace looked last
 };
 

@@ -10,6 +10,7 @@ import subprocess
 import threading
 import time
 
+from dav import lock, unlock
 from harness import ServerCase, TestServer, Tree, exchange, head, in_parallel, pattern, \
     url_path, wait_for
 
@@ -118,6 +119,44 @@ class DiskFull(ServerCase):
         if self.mounted:
             self.assertEqual(statuses, {201, 507})
         wait_for(lambda: not self.small.leftovers(), "the clean-up")
+
+    def fill(self):
+        """Uploads until nothing fits any more; the names that are there."""
+        names = []
+        for size in (60_000, 4_000, 100):
+            for i in range(60):
+                name = f"{size}-{i}"
+                status = self.full.request("PUT", url_path("small", name), b"x" * size).status
+                if status == 507:
+                    break
+                self.assertEqual(status, 201)
+                names.append(name)
+        return names
+
+    def test_a_disk_that_is_full_of_deleted_files_takes_new_ones(self):
+        for _ in range(2):
+            names = self.fill()
+            self.assertGreater(len(names), 10)
+            for name in names:
+                reply = self.full.request("DELETE", url_path("small", name))
+                self.assertEqual(reply.status, 200, name)
+        for i in range(5):
+            reply = self.full.request("PUT", url_path("small", f"new{i}"), b"new" * 50_000)
+            self.assertEqual(reply.status, 201)
+            self.assertEqual(self.small.read(f"new{i}"), b"new" * 50_000)
+
+    def test_deleting_and_unlocking_work_on_a_full_disk(self):
+        path = url_path("small", "held")
+        self.assertEqual(self.full.request("PUT", path, OLD).status, 201)
+        held = lock(self.full, path)
+        self.assertEqual(held.status, 200)
+        names = self.fill()
+        self.assertEqual(unlock(self.full, path, held.lock.token).status, 200)
+        self.assertEqual(self.full.request("DELETE", path).status, 200)
+        self.assertEqual(self.full.request("GET", path).status, 404)
+        for name in names:
+            self.assertEqual(self.small.read(name), b"x" * int(name.split("-")[0]))
+            self.assertEqual(self.full.request("DELETE", url_path("small", name)).status, 200)
 
 
 class PowerCut(ServerCase):

@@ -30,6 +30,7 @@ class FailingFileSystem final : public FileSystem {
     std::function<void()> onFailure; // what happens at that moment
     bool onlyWatches = false;        // and nothing else does
     std::function<void(FileHandle)> onSync;
+    std::function<bool()> isFull; // the disk; asked where it is set
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
@@ -58,7 +59,7 @@ class FailingFileSystem final : public FileSystem {
     }
     int Write(FileHandle h, UINT64 offset, const void* buffer, size_t size) override
     {
-        return Fail() ? error : real_->Write(h, offset, buffer, size);
+        return IsFull() ? ENOSPC : Fail() ? error : real_->Write(h, offset, buffer, size);
     }
     int SetMode(FileHandle h, UINT32 mode) override
     {
@@ -80,7 +81,7 @@ class FailingFileSystem final : public FileSystem {
     }
     int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
     {
-        return Fail() ? error : real_->CopyContent(from, to, size);
+        return IsFull() ? ENOSPC : Fail() ? error : real_->CopyContent(from, to, size);
     }
     int GetTag(FileHandle h, const char* tag, void* value, size_t room, size_t* size) override
     {
@@ -101,7 +102,7 @@ class FailingFileSystem final : public FileSystem {
     }
     int CreateFile(FileHandle d, const char* name, FileHandle* out) override
     {
-        return Opened(Fail() ? error : real_->CreateFile(d, name, out));
+        return Opened(IsFull() ? ENOSPC : Fail() ? error : real_->CreateFile(d, name, out));
     }
     int OpenAt(FileHandle d, const char* name, OpenFor purpose, FileHandle* out) override
     {
@@ -114,7 +115,7 @@ class FailingFileSystem final : public FileSystem {
         FileInfo in;
         EXPECT_EQ(0, real_->Inspect(d, &in));
         unnamedIn = in.inode;
-        return Opened(Fail() ? error : real_->CreateUnnamed(d, out));
+        return Opened(IsFull() ? ENOSPC : Fail() ? error : real_->CreateUnnamed(d, out));
     }
     int GiveName(FileHandle file, FileHandle d, const char* name) override
     {
@@ -122,7 +123,7 @@ class FailingFileSystem final : public FileSystem {
     }
     int MakeDirectory(FileHandle d, const char* name) override
     {
-        return Fail() ? error : real_->MakeDirectory(d, name);
+        return IsFull() ? ENOSPC : Fail() ? error : real_->MakeDirectory(d, name);
     }
     int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
                bool replace) override
@@ -156,9 +157,21 @@ class FailingFileSystem final : public FileSystem {
     {
         return Fail() ? error : real_->Random(out, size);
     }
+    int Allocate(FileHandle h, UINT64 size) override
+    {
+        return IsFull() ? ENOSPC : Fail() ? error : real_->Allocate(h, size);
+    }
+    int FreeSpace(UINT64* free, UINT64* total) override
+    {
+        const int result = real_->FreeSpace(free, total);
+        if (result == 0 && isFull)
+            *free = IsFull() ? 0 : *total;
+        return result;
+    }
     bool IsInPlace() override { return real_->IsInPlace(); }
 
   private:
+    bool IsFull() const { return isFull && isFull(); }
     bool Fail()
     {
         if (failAt == 0 || --failAt != 0)

@@ -41,7 +41,8 @@ using Wrapper = std::function<std::unique_ptr<FileSystem>(std::unique_ptr<FileSy
 // A store with the one volume "v".
 inline std::unique_ptr<Store> MakeStore(const std::filesystem::path& directory,
                                         UINT32 keepDays = 30, SyncLevel sync = SyncLevel::None,
-                                        const Wrapper& wrap = {})
+                                        const Wrapper& wrap = {}, UINT64 reserve = 0,
+                                        UINT64 keepFree = 0)
 {
     int error = 0;
     std::unique_ptr<FileSystem> fs = OpenPosixFileSystem(directory.c_str(), &error);
@@ -53,6 +54,8 @@ inline std::unique_ptr<Store> MakeStore(const std::filesystem::path& directory,
     Store::Options options;
     options.sync = sync;
     options.keepDeletedDays = keepDays;
+    options.reserveBytes = reserve;
+    options.keepFreeBytes = keepFree;
     options.now = [] { return g_now; };
     return std::make_unique<Store>(std::move(volumes), options);
 }

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/room.h"
+
+#include <algorithm>
+
+#include "providers/filestore/callcontext.h"
+#include "providers/filestore/platform.h"
+
+namespace filestore {
+
+namespace {
+
+// Beyond what is asked for: directories and the database grow, too.
+constexpr UINT64 kSlack = 64 * 1024;
+
+bool HasFree(Volume& volume, UINT64 bytes)
+{
+    UINT64 free = 0, total = 0;
+    return volume.Fs().FreeSpace(&free, &total) == 0 && free >= bytes;
+}
+
+// Puts the oldest kept entry after the one numbered `*after` on its way out. False when there is
+// none. Entries are numbered in the order in which they were deleted.
+bool DropNext(Volume& volume, INT64* after)
+{
+    std::unique_ptr<MetadataSession> session;
+    DeletedEntry entry;
+    if (!volume.Meta() || !volume.Meta()->MayHaveDeleted() ||
+        Failed(Store::OpenMetadata(volume, &session)) ||
+        Failed(session->NextExpired(kNever, *after, &entry)) ||
+        Failed(RetireEntries(volume, *session, {entry.id})))
+        return false;
+    *after = entry.id;
+    return true;
+}
+
+// Removes entries one by one until `isEnough`, which is not asked before the first one.
+template <class F> bool DropEntries(Volume& volume, const PurgePause& pause, F&& isEnough)
+{
+    bool hasRemoved = EmptyPurge(volume, pause);
+    INT64 last = 0;
+    while (!(hasRemoved && isEnough()) && pause() && DropNext(volume, &last))
+        hasRemoved = EmptyPurge(volume, pause) || hasRemoved;
+    if (last)
+        Log(kLogWarning, "volume '" + volume.Name() +
+                             "': the disk is full, deleted entries up to number " +
+                             std::to_string(last) + " are not kept any longer");
+    return hasRemoved;
+}
+
+} // namespace
+
+bool MakeRoom(const Store& store, Volume& volume, UINT64 bytes)
+{
+    call::HeldReports reports;
+    std::unique_lock making(volume.RoomMutex(), std::try_to_lock);
+    if (!making) {
+        making.lock();
+        return true; // somebody else has just made some
+    }
+    const bool hasRemoved = DropEntries(
+        volume, [] { return !call::IsCancelled(); },
+        [&] { return HasFree(volume, bytes + kSlack); });
+    reports.Drop();     // what fails here is not what was asked for
+    store.WakePurger(); // it goes on until as much is free as is wanted
+    return hasRemoved;
+}
+
+void KeepRoom(const Store& store, Volume& volume, const PurgePause& pause)
+{
+    constexpr UINT64 kLeastShare = 20; // of a small disk not more than a twentieth
+    UINT64 free = 0, total = 0;
+    const UINT64 setting = store.Settings().keepFreeBytes;
+    const auto isEnough = [&] {
+        return volume.Fs().FreeSpace(&free, &total) != 0 ||
+               free >= std::min(setting, total / kLeastShare);
+    };
+    if (!volume.IsWritable() || setting == 0 || isEnough())
+        return;
+    const std::lock_guard making(volume.RoomMutex());
+    (void)DropEntries(volume, pause, isEnough);
+}
+
+} // namespace filestore
