@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,16 @@
 #include "tests/crashstates/disk.h"
 
 namespace crashstates {
+
+// Held by whoever uses a machine: the store closes a database that is idle on a thread of its own.
+class Busy {
+  public:
+    Busy();
+
+  private:
+    static std::recursive_mutex& Mutex();
+    const std::lock_guard<std::recursive_mutex> lock_;
+};
 
 class Machine {
   public:
@@ -55,8 +66,9 @@ class Machine {
     std::map<InodeId, std::unique_ptr<Shared>> shared_;
 };
 
-// Makes a file system of SQLite the default one that looks into the machine mounted at a path. It
-// has to be called once, before anything else uses SQLite. Nothing else is found by it.
+// Makes a file system of SQLite the default one, and the one that the store asks for by name, that
+// looks into the machine mounted at a path. It has to be called once, before anything else uses
+// SQLite. Nothing else is found by it.
 void RegisterMemoryVfs();
 void MapDirectory(const std::string& directory, Machine* machine, InodeId top); // null: no more
 // How many files it has opened so far.

@@ -34,6 +34,14 @@ uint64_t Machine::Random()
     return x ^ (x >> 31);
 }
 
+Busy::Busy() : lock_(Mutex()) {}
+
+std::recursive_mutex& Busy::Mutex()
+{
+    static std::recursive_mutex mutex;
+    return mutex;
+}
+
 namespace {
 
 class MemoryFileSystem final : public FileSystem {
@@ -47,10 +55,12 @@ class MemoryFileSystem final : public FileSystem {
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
+        const Busy busy;
         return OpenInode(Disk().Resolve(top_, path), purpose, out);
     }
     void Close(FileHandle handle) override
     {
+        const Busy busy;
         const auto held = machine_.locked.find(InodeOf(handle));
         if (held != machine_.locked.end() && held->second == handle)
             machine_.locked.erase(held);
@@ -58,16 +68,23 @@ class MemoryFileSystem final : public FileSystem {
     }
     int Look(const char* path, FileInfo* out) override
     {
+        const Busy busy;
         return std::strchr(path, '/') || !*path ? ELOOP : Tell(Disk().Resolve(top_, path), out);
     }
 
-    int Inspect(FileHandle handle, FileInfo* out) override { return Tell(InodeOf(handle), out); }
+    int Inspect(FileHandle handle, FileInfo* out) override
+    {
+        const Busy busy;
+        return Tell(InodeOf(handle), out);
+    }
     int InspectFully(FileHandle handle, FileInfo* out) override
     {
+        const Busy busy;
         return Tell(InodeOf(handle), out);
     }
     int Read(FileHandle handle, UINT64 offset, void* buffer, size_t size, size_t* got) override
     {
+        const Busy busy;
         const Inode* const inode = Disk().Find(InodeOf(handle));
         if (!inode || inode->isDirectory)
             return EISDIR;
@@ -78,6 +95,7 @@ class MemoryFileSystem final : public FileSystem {
     }
     int Write(FileHandle handle, UINT64 offset, const void* buffer, size_t size) override
     {
+        const Busy busy;
         machine_.Do({.kind = Event::Write,
                      .inode = InodeOf(handle),
                      .number = offset,
@@ -86,22 +104,26 @@ class MemoryFileSystem final : public FileSystem {
     }
     int SetMode(FileHandle handle, UINT32 mode) override
     {
+        const Busy busy;
         machine_.Do({.kind = Event::SetMode, .inode = InodeOf(handle), .number = mode});
         return 0;
     }
     int SetOwner(FileHandle, UINT32, UINT32) override { return 0; }
     int SetModified(FileHandle handle, UINT64 date) override
     {
+        const Busy busy;
         machine_.Do({.kind = Event::SetDate, .inode = InodeOf(handle), .number = date});
         return 0;
     }
     int Sync(FileHandle handle, bool everything) override
     {
+        const Busy busy;
         machine_.Do({.kind = Event::Sync, .inode = InodeOf(handle), .number = everything});
         return 0;
     }
     int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
     {
+        const Busy busy;
         const Inode* const inode = Disk().Find(InodeOf(from));
         if (!inode || inode->isDirectory)
             return EISDIR;
@@ -110,10 +132,12 @@ class MemoryFileSystem final : public FileSystem {
     }
     int GetTag(FileHandle handle, const char* tag, void* value, size_t room, size_t* size) override
     {
+        const Busy busy;
         return TagOf(InodeOf(handle), tag, value, room, size);
     }
     int SetTag(FileHandle handle, const char* tag, const void* value, size_t size) override
     {
+        const Busy busy;
         machine_.Do({.kind = Event::SetTag,
                      .inode = InodeOf(handle),
                      .name = tag,
@@ -123,19 +147,23 @@ class MemoryFileSystem final : public FileSystem {
 
     int InspectAt(FileHandle directory, const char* name, FileInfo* out) override
     {
+        const Busy busy;
         return Tell(At(directory, name), out);
     }
     int OpenAt(FileHandle directory, const char* name, OpenFor purpose, FileHandle* out) override
     {
+        const Busy busy;
         return OpenInode(At(directory, name), purpose, out);
     }
     int GetTagAt(FileHandle directory, const char* name, const char* tag, void* value, size_t room,
                  size_t* size) override
     {
+        const Busy busy;
         return TagOf(At(directory, name), tag, value, room, size);
     }
     int CreateFile(FileHandle directory, const char* name, FileHandle* out) override
     {
+        const Busy busy;
         if (At(directory, name) != kNoInode)
             return EEXIST;
         if (const int error = CreateUnnamed(directory, out))
@@ -144,17 +172,20 @@ class MemoryFileSystem final : public FileSystem {
     }
     int CreateUnnamed(FileHandle, FileHandle* out) override
     {
+        const Busy busy;
         *out = NewHandle(machine_.MakeInode(false, NewFileMode()));
         return 0;
     }
     int GiveName(FileHandle file, FileHandle directory, const char* name) override
     {
+        const Busy busy;
         if (At(directory, name) != kNoInode)
             return EEXIST;
         return Link(InodeOf(file), directory, name);
     }
     int MakeDirectory(FileHandle directory, const char* name) override
     {
+        const Busy busy;
         if (At(directory, name) != kNoInode)
             return EEXIST;
         return Link(machine_.MakeInode(true, 0755), directory, name);
@@ -162,6 +193,7 @@ class MemoryFileSystem final : public FileSystem {
     int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
                bool replace) override
     {
+        const Busy busy;
         if (machine_.handles[fromDirectory].top != machine_.handles[toDirectory].top)
             return EXDEV;
         const Inode* const moved = Disk().Find(At(fromDirectory, from));
@@ -179,6 +211,7 @@ class MemoryFileSystem final : public FileSystem {
     int Exchange(FileHandle oneDirectory, const char* one, FileHandle otherDirectory,
                  const char* other) override
     {
+        const Busy busy;
         if (machine_.handles[oneDirectory].top != machine_.handles[otherDirectory].top)
             return EXDEV;
         if (At(oneDirectory, one) == kNoInode || At(otherDirectory, other) == kNoInode)
@@ -187,6 +220,7 @@ class MemoryFileSystem final : public FileSystem {
     }
     int RemoveFile(FileHandle directory, const char* name) override
     {
+        const Busy busy;
         const Inode* const inode = Disk().Find(At(directory, name));
         if (!inode || inode->isDirectory)
             return inode ? EISDIR : ENOENT;
@@ -194,6 +228,7 @@ class MemoryFileSystem final : public FileSystem {
     }
     int RemoveDirectory(FileHandle directory, const char* name) override
     {
+        const Busy busy;
         const Inode* const inode = Disk().Find(At(directory, name));
         if (!inode || !inode->isDirectory)
             return inode ? ENOTDIR : ENOENT;
@@ -201,6 +236,7 @@ class MemoryFileSystem final : public FileSystem {
     }
     int List(FileHandle directory, NameSink& sink) override
     {
+        const Busy busy;
         const Inode* const inode = Disk().Find(InodeOf(directory));
         if (!inode || !inode->isDirectory)
             return ENOTDIR;
@@ -214,11 +250,13 @@ class MemoryFileSystem final : public FileSystem {
     UINT32 NewFileMode() const override { return 0644; }
     int TryLock(FileHandle handle) override
     {
+        const Busy busy;
         const auto [held, isNew] = machine_.locked.emplace(InodeOf(handle), handle);
         return isNew || held->second == handle ? 0 : EWOULDBLOCK;
     }
     int ExternalPath(const char* path, char* out, size_t room) override
     {
+        const Busy busy;
         const std::string whole = directory_ + "/" + path;
         if (whole.size() >= room)
             return ENAMETOOLONG;
@@ -227,6 +265,7 @@ class MemoryFileSystem final : public FileSystem {
     }
     int Random(void* out, size_t size) override
     {
+        const Busy busy;
         for (size_t i = 0; i < size; ++i)
             static_cast<unsigned char*>(out)[i] = static_cast<unsigned char>(machine_.Random());
         return 0;

@@ -205,6 +205,7 @@ class Description {
     }
     void AddTree(InodeId id, const std::string& path, const std::string& mark)
     {
+        const Busy busy;
         const Inode& inode = *machine_.Now().Find(id);
         std::string line =
             mark + path + (inode.isDirectory ? "/" : " holds '" + inode.content + "'");
