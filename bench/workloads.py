@@ -418,8 +418,9 @@ class Idle(Workload):
 
         def connect(count):
             made = []
-            for _ in range(count):
-                sock = socket.create_connection(("127.0.0.1", ctx.server.port), 30)
+            for i in range(count):  # 200 from an address: one alone may not have so many
+                sock = socket.create_connection(("127.0.0.1", ctx.server.port), 30,
+                                                (f"127.0.{1 + i // 200}.1", 0))
                 made.append(sock)
                 sock.sendall(request)
             for sock in made:

@@ -23,15 +23,18 @@ using std::chrono::milliseconds;
 constexpr milliseconds kLingerTime{2000};
 constexpr size_t kLingerBytes = 4 * 1024 * 1024;
 
+// Where few more connections may be opened, one gives way whose next head takes longer than this.
+constexpr milliseconds kCrowdedTime{2000};
+
 // Requests of one client that are served in a row.
 constexpr int kRounds = 64;
 
 } // namespace
 
-Connection::Connection(Front& front, Descriptor socket, const sockaddr_storage& peer,
-                       const Live& live)
-    : front_(front), socket_(std::move(socket)), transport_(socket_.Number(), live.tls.get()),
-      live_(front.Snapshot())
+Connection::Connection(Front& front, Descriptor socket, Clients::Place place,
+                       const sockaddr_storage& peer, const Live& live)
+    : front_(front), place_(std::move(place)), socket_(std::move(socket)),
+      transport_(socket_.Number(), live.tls.get()), live_(front.Snapshot())
 {
     const int on = 1;
     (void)setsockopt(socket_.Number(), IPPROTO_TCP, TCP_NODELAY, &on,
@@ -49,6 +52,8 @@ Connection::Connection(Front& front, Descriptor socket, const sockaddr_storage& 
 Connection::~Connection()
 {
     isGivenUp_ = true;
+    if (isListed_)
+        front_.clients.EndWait(*this);
     if (state_ == State::Call)
         while (!RunCall())
             ;
@@ -60,7 +65,9 @@ Connection::~Connection()
 
 void Connection::Begin() noexcept
 {
-    deadline_ = NowMs() + live_->settings.limits.headTime.count();
+    idleStart_ = NowMs();
+    headWaitStart_ = idleStart_;
+    deadline_ = idleStart_ + live_->settings.limits.headTime.count();
     Watch();
 }
 
@@ -74,21 +81,45 @@ void Connection::Watch() noexcept
     }
 }
 
-void Connection::ExpireIfDue(int64_t now) noexcept
+void Connection::Expire(int64_t due) noexcept
 {
-    int64_t due = deadline_.load(std::memory_order_relaxed);
-    if (due > 0 && due <= now && deadline_.compare_exchange_strong(due, -1))
+    if (deadline_.compare_exchange_strong(due, -1))
         (void)shutdown(socket_.Number(), SHUT_RD); // makes the wait end
+}
+
+void Connection::Check(const Moment& moment, const Limits& limits) noexcept
+{
+    const int64_t due = deadline_.load(std::memory_order_relaxed);
+    if (due <= 0)
+        return;
+    const int64_t headWaitStart = headWaitStart_.load(std::memory_order_relaxed);
+    const bool keepsOut =
+        moment.isCrowded && headWaitStart && moment.now - headWaitStart >= kCrowdedTime.count();
+    if (IsTooSlow(moment.elapsed, limits) || due <= moment.now || keepsOut)
+        Expire(due);
+}
+
+bool Connection::IsTooSlow(int64_t elapsed, const Limits& limits) noexcept
+{
+    const uint64_t moved = movedAndOne_.load(std::memory_order_relaxed);
+    if (waited_ == 0 || moved == 0)
+        movedBefore_ = moved;
+    waited_ = moved ? waited_ + elapsed : 0;
+    if (moved == 0 || waited_ < limits.rateTime.count())
+        return false;
+    const auto least = static_cast<uint64_t>(waited_) * limits.leastRate / 1000;
+    waited_ = 0;
+    return moved - movedBefore_ < least;
 }
 
 void Connection::ExpireIfIdle() noexcept
 {
-    int64_t due = deadline_.load(std::memory_order_relaxed);
-    if (isIdle_ && due > 0 && deadline_.compare_exchange_strong(due, -1))
-        (void)shutdown(socket_.Number(), SHUT_RD);
+    const int64_t due = deadline_.load(std::memory_order_relaxed);
+    if (isIdle_ && due > 0)
+        Expire(due);
 }
 
-void Connection::Abort() noexcept
+void Connection::GiveUp() noexcept
 {
     isGivenUp_ = true;
     (void)shutdown(socket_.Number(), SHUT_RDWR);
@@ -112,6 +143,9 @@ void Connection::Run(Event event)
             continue;
         }
         hasExpired_ = deadline_.exchange(0) == -1;
+        if (isListed_)
+            front_.clients.EndWait(*this);
+        isListed_ = false;
         event_ = event;
         isDrained_ = false;
         if (!request_)
@@ -138,7 +172,22 @@ bool Connection::LetGo() noexcept
     if (interest_ != wanted)
         front_.poller.Expect(ticket_, socket_.Number(), wanted);
     interest_ = wanted;
+    PublishWait();
     return front_.poller.LetGo(ticket_);
+}
+
+// Says what others must know of the wait that begins.
+void Connection::PublishWait() noexcept
+{
+    const bool isRequest = request_ || state_ == State::Flush;
+    if (isRequest && !isListed_) {
+        isListed_ = true;
+        const Limits& limits = live_->settings.limits;
+        front_.clients.BeginWait(*this, place_, {limits.waitingRequests, limits.waitingPerAddress});
+    }
+    const int64_t start = isIdle_ ? idleStart_ : headStart_;
+    headWaitStart_.store(state_ == State::Head ? start : 0, std::memory_order_relaxed);
+    movedAndOne_.store(isRequest ? transport_.Moved() + 1 : 0, std::memory_order_relaxed);
 }
 
 Connection::Step Connection::Serve()
@@ -225,7 +274,8 @@ Connection::Step Connection::WaitForHead()
     if (!isIdle_)
         return WaitFor(ToReceive(), headStart_ + limits.headTime.count());
     const milliseconds time = isFirst_ ? limits.headTime : limits.keepAliveTime;
-    return WaitFor(ToReceive(), NowMs() + time.count());
+    idleStart_ = NowMs();
+    return WaitFor(ToReceive(), idleStart_ + time.count());
 }
 
 Connection::Step Connection::StartLinger()

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "host/buffer.h"
+#include "host/clients.h"
 #include "host/descriptor.h"
 #include "host/fiber.h"
 #include "host/poller.h"
@@ -21,6 +22,7 @@ namespace kestd {
 class Front;
 class RequestIo;
 class RunningCall;
+struct Limits;
 struct Live;
 
 // Waits for the socket to become ready, then runs on whichever worker picks that up, and waits
@@ -28,10 +30,19 @@ struct Live;
 // left of a reply is sent as the client takes it, and a handler in between runs on a fiber, which
 // stops where it would wait. At any time either nobody or one thread runs the connection, so its
 // members need no lock; the exceptions are said. Deletes itself.
-class Connection final : public Watched, public Waiter {
+class Connection final : public Watched, public Waiter, public WaitingRequest {
   public:
+    // What the clock's thread looks at: the time, since it last looked, and whether few more
+    // connections may be opened. Milliseconds.
+    struct Moment {
+        int64_t now;
+        int64_t elapsed;
+        bool isCrowded;
+    };
+
     // Throws std::bad_alloc.
-    Connection(Front& front, Descriptor socket, const sockaddr_storage& peer, const Live& live);
+    Connection(Front& front, Descriptor socket, Clients::Place place, const sockaddr_storage& peer,
+               const Live& live);
     // A handler that has stopped runs to its end first, as if its client had left.
     ~Connection();
     Connection(const Connection&) = delete;
@@ -43,9 +54,11 @@ class Connection final : public Watched, public Waiter {
     void TurnAway();
 
     // From any thread, while the connection is in the list:
-    void ExpireIfDue(int64_t now) noexcept; // ends a wait whose time is up
+    // Ends a wait whose time is up, that keeps others out, or whose client is too slow. For the
+    // clock's thread only.
+    void Check(const Moment& moment, const Limits& limits) noexcept;
     void ExpireIfIdle() noexcept;
-    void Abort() noexcept; // whatever it does fails from now on
+    void GiveUp() noexcept override; // whatever it does fails from now on
 
     void OnReady(Event event) noexcept override;
     bool Wait(For what, int64_t deadline) override;
@@ -67,6 +80,9 @@ class Connection final : public Watched, public Waiter {
 
     void Watch() noexcept;
     bool LetGo() noexcept;
+    void PublishWait() noexcept;
+    void Expire(int64_t due) noexcept;
+    bool IsTooSlow(int64_t elapsed, const Limits& limits) noexcept;
     void Run(Event event);
     Step Serve();
     Step WaitFor(For what, int64_t deadline) noexcept;
@@ -97,6 +113,7 @@ class Connection final : public Watched, public Waiter {
     Step AfterReply();
 
     Front& front_;
+    const Clients::Place place_;
     const Descriptor socket_;
     Poller::Ticket ticket_ = 0;
     Poller::Interest interest_ = Poller::Interest::Input; // as the poller knows it
@@ -112,6 +129,7 @@ class Connection final : public Watched, public Waiter {
     size_t scanned_ = 0;           // of the head in `in_`
     size_t lingered_ = 0;
     int64_t headStart_ = 0; // when the first byte of a head came
+    int64_t idleStart_ = 0; // when the wait for it began
     int64_t lingerEnd_ = 0;
     State state_ = State::Head;
     bool isFirst_ = true;    // no request yet
@@ -128,7 +146,15 @@ class Connection final : public Watched, public Waiter {
     // has expired. Set by the connection, compared and exchanged by others.
     std::atomic<int64_t> deadline_{0};
     std::atomic<bool> isIdle_{true};
-    char remote_[46] = {}; // INET6_ADDRSTRLEN
+    // Of the pending wait, for the clock's thread: since when it has been for a head (0: it is for
+    // something else), and how much the client has moved so far, and one (0: no request waits).
+    std::atomic<int64_t> headWaitStart_{0};
+    std::atomic<uint64_t> movedAndOne_{0};
+    // The clock's: how long the request has waited since this much had been moved.
+    int64_t waited_ = 0;
+    uint64_t movedBefore_ = 0;
+    bool isListed_ = false; // as a waiting request, unless it was given up
+    char remote_[46] = {};  // INET6_ADDRSTRLEN
 };
 
 } // namespace kestd

@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include "host/connection.h"
+#include <kest/tolm.h>
 
 namespace kestd {
 
@@ -61,9 +62,29 @@ void Front::Remove(Connection& connection)
 
 void Front::Sweep(int64_t now)
 {
-    const std::lock_guard lock(mutex_);
-    for (Connection* each = first_; each; each = each->next)
-        each->ExpireIfDue(now);
+    const Limits& limits = Current().settings.limits;
+    const int64_t elapsed = sweptBefore_ ? now - sweptBefore_ : 0;
+    sweptBefore_ = now;
+    const bool isCrowded = ConnectionCount() > limits.connections - limits.connections / 8;
+    {
+        const std::lock_guard lock(mutex_);
+        for (Connection* each = first_; each; each = each->next)
+            each->Check({now, elapsed, isCrowded}, limits);
+    }
+    ReportGivenUp(now);
+}
+
+void Front::ReportGivenUp(int64_t now)
+{
+    const uint64_t all = clients.GivenUp();
+    if (all == givenUpBefore_ || now < saysAgain_)
+        return;
+    TolmLog(kLogWarning, "kestd",
+            (std::to_string(all - givenUpBefore_) +
+             " requests were ended that waited longest for their clients: too many waited")
+                .c_str());
+    givenUpBefore_ = all;
+    saysAgain_ = now + 10'000;
 }
 
 void Front::Hurry(bool all)
@@ -72,7 +93,7 @@ void Front::Hurry(bool all)
     for (Connection* each = first_; each; each = each->next) {
         each->ExpireIfIdle();
         if (all)
-            each->Abort();
+            each->GiveUp();
     }
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "host/access_log.h"
+#include "host/clients.h"
 #include "host/doorkeeper.h"
 #include "host/now.h"
 #include "host/poller.h"
@@ -57,7 +58,7 @@ class Front {
     void Add(Connection& connection);
     void Remove(Connection& connection);
     size_t ConnectionCount() const noexcept { return count_.load(std::memory_order_relaxed); }
-    // Ends waits whose time is up.
+    // Ends waits whose time is up. For one thread, at regular intervals.
     void Sweep(int64_t now);
     // Ends idle connections, or (with `all`) every one, whatever it does.
     void Hurry(bool all);
@@ -65,6 +66,7 @@ class Front {
     bool WaitUntilEmpty(std::chrono::milliseconds time);
     void DeleteAll(); // no thread runs any more
 
+    Clients clients;
     Poller poller;
     Workers workers{poller};
     Doorkeeper& doorkeeper;
@@ -81,6 +83,10 @@ class Front {
     std::condition_variable isEmpty_;
     Connection* first_ = nullptr;
     std::atomic<size_t> count_{0};
+    int64_t sweptBefore_ = 0;
+    uint64_t givenUpBefore_ = 0;
+    int64_t saysAgain_ = 0;
+    void ReportGivenUp(int64_t now);
 };
 
 } // namespace kestd

@@ -97,6 +97,12 @@ uint32_t FitToFileLimit(uint32_t connections)
     return static_cast<uint32_t>(allowed);
 }
 
+// Whether a connection beside as many as this is not even told that there are too many.
+bool IsFarOver(size_t connections, size_t limit)
+{
+    return connections >= limit + std::min(kTurnedAway, limit / 4 + 8);
+}
+
 // Turns a settings record into what the server works with. Null with a text in `error`.
 std::shared_ptr<Live> MakeLive(const ServerSettings& settings, std::string& error)
 {
@@ -198,14 +204,17 @@ class Listener final : public Watched {
     void Welcome(Descriptor client, const sockaddr_storage& peer)
     {
         const Live& live = front_.Current();
-        const size_t limit = live.settings.limits.connections;
-        const size_t open = front_.ConnectionCount();
-        if (open >= limit + std::min(kTurnedAway, limit / 4 + 8))
-            return;
+        const Limits& limits = live.settings.limits;
         try {
+            Clients::Place place = front_.clients.Enter(peer);
+            const size_t open = front_.ConnectionCount();
+            const size_t own = place.Connections() - 1;
+            if (IsFarOver(open, limits.connections) || IsFarOver(own, limits.connectionsPerAddress))
+                return;
             // deletes itself
-            auto* connection = new Connection(front_, std::move(client), peer, live);
-            if (open >= limit)
+            auto* connection =
+                new Connection(front_, std::move(client), std::move(place), peer, live);
+            if (open >= limits.connections || own >= limits.connectionsPerAddress)
                 connection->TurnAway();
             else
                 connection->Begin();

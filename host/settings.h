@@ -11,10 +11,16 @@
 
 namespace kestd {
 
-// Bounds on what one client, or all of them, can take. Registry key 'Kest\Configuration\Server',
-// value names as given behind each member.
+// Bounds on what one client, or all of them, can take. A request waits while its client sends or
+// takes nothing; where too many do, the one that has waited longest without getting on is ended.
+// Registry key 'Kest\Configuration\Server', value names as given behind each member.
 struct Limits {
-    uint32_t connections = 10000;               // 'Connections'; one more gets 503
+    uint32_t connections = 10000;          // 'Connections'; one more gets 503
+    uint32_t connectionsPerAddress = 1000; // 'Connections Per Address'; likewise
+    uint32_t waitingRequests = 4096;       // 'Waiting Requests'; one more: see below
+    uint32_t waitingPerAddress = 256;      // 'Waiting Requests Per Address'
+    uint32_t leastRate = 500; // 'Least Rate': bytes a second, 0 = any; less: closed (or 408)
+    std::chrono::milliseconds rateTime{60'000}; // 'Rate Time': of waiting, to measure it over
     uint32_t workerThreads = 64;                // 'Worker Threads'; grown on demand up to this
     uint32_t headBytes = 32 * 1024;             // 'Head Size'; more: 431 (414 for the target)
     uint32_t targetBytes = 8 * 1024;            // 'Target Size'; more: 414

@@ -105,12 +105,13 @@ ssize_t Transport::ReceivePlain(void* to, size_t size)
 ssize_t Transport::ReceiveSome(void* to, size_t size, std::chrono::milliseconds idle,
                                Waiter& waiter)
 {
-    ssize_t got = Receive(to, size);
+    ssize_t got = isTooSlow_ ? kTooSlow : Receive(to, size);
     if (got != kWouldBlock)
         return got;
     const int64_t deadline = NowMs() + idle.count();
     while (got == kWouldBlock) {
-        if (!waiter.Wait(ToReceive(), deadline))
+        isTooSlow_ = !waiter.Wait(ToReceive(), deadline);
+        if (isTooSlow_)
             return kTooSlow;
         got = Receive(to, size);
     }
@@ -120,7 +121,7 @@ ssize_t Transport::ReceiveSome(void* to, size_t size, std::chrono::milliseconds 
 ssize_t Transport::ReceiveFull(void* to, size_t size, std::chrono::milliseconds idle,
                                Waiter& waiter)
 {
-    const ssize_t first = Receive(to, size);
+    const ssize_t first = isTooSlow_ ? kTooSlow : Receive(to, size);
     if (first != kWouldBlock)
         return first;
     // A full buffer saves calls into the store.

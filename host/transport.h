@@ -95,6 +95,7 @@ class Transport {
     bool wantsToSend_ = false;
     bool wantsToReceive_ = false; // TLS, before it can send
     bool isBroken_ = false;
+    bool isTooSlow_ = false; // to send
     uint64_t moved_ = 0;
     Buffer unsent_;
 };

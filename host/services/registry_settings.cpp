@@ -229,6 +229,11 @@ void ReadLimits(RegistryReader& in, Limits& limits)
 {
     constexpr uint32_t kMostTime = 24 * 3600 * 1000; // ms
     in.Number(u"Connections", limits.connections, 1, 1'000'000);
+    in.Number(u"Connections Per Address", limits.connectionsPerAddress, 1, 1'000'000);
+    in.Number(u"Waiting Requests", limits.waitingRequests, 1, 1'000'000);
+    in.Number(u"Waiting Requests Per Address", limits.waitingPerAddress, 1, 1'000'000);
+    in.Number(u"Least Rate", limits.leastRate, 0, 1'000'000'000);
+    in.Time(u"Rate Time", limits.rateTime, 100, kMostTime);
     in.Number(u"Worker Threads", limits.workerThreads, 1, 4096);
     in.Number(u"Head Size", limits.headBytes, 1024, 1024 * 1024);
     in.Number(u"Target Size", limits.targetBytes, 256, 60 * 1024);

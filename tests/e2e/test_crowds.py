@@ -17,12 +17,17 @@ def allow_descriptors(count):
         resource.setrlimit(resource.RLIMIT_NOFILE, (min(count + 200, hard), hard))
 
 
-def open_many(server, count, data):
-    """Opens that many connections, sends data on each, and returns them."""
+def open_many(server, count, data, receive_buffer=0):
+    """Opens that many connections, 200 from an address, sends data on each, and returns them."""
     allow_descriptors(count)
     sockets = []
-    for _ in range(count):
-        sock = socket.create_connection(("127.0.0.1", server.port), 60)
+    for i in range(count):
+        sock = socket.socket()
+        sock.settimeout(60)
+        if receive_buffer:
+            sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
+        sock.bind((f"127.0.{1 + i // 200}.1", 0))
+        sock.connect(("127.0.0.1", server.port))
         sock.sendall(data)
         sockets.append(sock)
     return sockets

@@ -104,7 +104,7 @@ struct Answer {
 // How a client gets its bytes: plain here, TLS in the TLS tests.
 class Client {
   public:
-    explicit Client(uint16_t port, int receiveBuffer = 0)
+    explicit Client(uint16_t port, int receiveBuffer = 0, const char* from = "127.0.0.1")
     {
         fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (receiveBuffer)
@@ -113,6 +113,8 @@ class Client {
         setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         sockaddr_in address{};
         address.sin_family = AF_INET;
+        inet_pton(AF_INET, from, &address.sin_addr);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);

@@ -419,6 +419,109 @@ TEST_F(Limits, OneConnectionTooManyIsTurnedAway)
     EXPECT_EQ(again.status, 200);
 }
 
+TEST_F(Limits, OneAddressHasSoManyConnections)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.connectionsPerAddress = 3;
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.push_back(std::make_unique<Client>(port));
+        EXPECT_EQ(clients.back()->Ask(kGet).status, 200);
+    }
+    EXPECT_EQ(Client(port).Receive().status, 503);
+    Client other(port, 0, "127.0.0.2");
+    EXPECT_EQ(other.Ask(kGet).status, 200);
+}
+
+// A client that sends or takes a little now and then, never so long silent that a time limit ends
+// it.
+TEST_F(Limits, ClientBelowTheLeastRateIsEnded)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.leastRate = 100'000;
+    settings.limits.rateTime = milliseconds(600);
+    module.handler = [](IKestIO_5& io, UINT32) {
+        TALSTATUS status = 0;
+        (void)ReadBody(io, status);
+        return io.SendHeader(static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status)));
+    };
+    Start(settings);
+    for (const size_t before : {size_t{1}, size_t{10'000}}) { // gathered, and in the module
+        Client client(port);
+        ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: "
+                                "1000000\r\n\r\n" +
+                                std::string(before, 'x')));
+        Answer answer;
+        for (int i = 0; i < 400 && answer.status == 0; ++i) {
+            (void)client.Send("x");
+            answer = client.Receive(false, milliseconds(50));
+        }
+        EXPECT_EQ(answer.status, 408) << before;
+    }
+}
+
+TEST_F(Limits, FastClientThatTakesLongIsNotEnded)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.leastRate = 10'000;
+    settings.limits.rateTime = milliseconds(300);
+    module.handler = [](IKestIO_5& io, UINT32) {
+        TALSTATUS status = 0;
+        return io.SendHeader(ReadBody(io, status).size() == 400'000 ? 200 : 500);
+    };
+    Start(settings);
+    Client client(port);
+    ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 400000\r\n\r\n"));
+    for (int i = 0; i < 40; ++i) {
+        ASSERT_TRUE(client.Send(std::string(10'000, 'x')));
+        std::this_thread::sleep_for(milliseconds(25)); // 400 kB/s at the most
+    }
+    EXPECT_EQ(client.Receive().status, 200);
+}
+
+TEST_F(Limits, OfTooManyWaitingRequestsTheOldestIsEnded)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.workerThreads = 1;
+    settings.limits.waitingRequests = 5;
+    module.handler = [](IKestIO_5& io, UINT32) {
+        TALSTATUS status = 0;
+        return io.SendHeader(ReadBody(io, status).size() == 100'000 ? 200 : 400);
+    };
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 8; ++i) {
+        clients.push_back(std::make_unique<Client>(port));
+        ASSERT_TRUE(clients.back()->Send(
+            "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 100000\r\n\r\n" +
+            std::string(i % 2 ? 10'000 : 10, 'x')));
+        EXPECT_EQ(Ask("OPTIONS * HTTP/1.1\r\nHost: h\r\n\r\n").status, 200); // it waits by now
+    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(clients[static_cast<size_t>(i)]->IsClosed()) << i;
+    for (size_t i = 3; i < 8; ++i)
+        EXPECT_EQ(clients[i]->Ask(std::string(i % 2 ? 90'000 : 99'990, 'x')).status, 200) << i;
+}
+
+TEST_F(Limits, FullHouseLetsSilentConnectionsGo)
+{
+    ServerSettings settings = QuietSettings();
+    settings.limits.connections = 16;
+    Start(settings);
+    std::vector<std::unique_ptr<Client>> silent;
+    for (int i = 0; i < 16; ++i) {
+        silent.push_back(std::make_unique<Client>(port));
+        ASSERT_TRUE(silent.back()->Send(i % 2 ? "GET /Ferro/a HT" : ""));
+    }
+    Answer answer;
+    for (int i = 0; i < 1000 && answer.status != 200; ++i) {
+        std::this_thread::sleep_for(milliseconds(10));
+        answer = Ask(kGet);
+    }
+    EXPECT_EQ(answer.status, 200);
+}
+
 TEST_F(Limits, StopLetsRunningRequestsFinish)
 {
     Gate gate;

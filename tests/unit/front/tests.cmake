@@ -1,6 +1,7 @@
 kest_test(front_unit
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/byte_range_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/clients_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/fiber_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/framing_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/front_text_test.cpp

@@ -63,6 +63,11 @@ TEST_F(Settings, EveryValueIsTakenOver)
 'Access Log' = false
 'Wharf Directory' = '/w'
 'Connections' = 1
+'Connections Per Address' = 106
+'Waiting Requests' = 107
+'Waiting Requests Per Address' = 108
+'Least Rate' = 0
+'Rate Time' = 109
 'Worker Threads' = 2
 'Head Size' = 1025
 'Target Size' = 300
@@ -92,6 +97,11 @@ TEST_F(Settings, EveryValueIsTakenOver)
     EXPECT_FALSE(s.server.accessLog);
     const Limits& l = s.server.limits;
     EXPECT_EQ(l.connections, 1U);
+    EXPECT_EQ(l.connectionsPerAddress, 106U);
+    EXPECT_EQ(l.waitingRequests, 107U);
+    EXPECT_EQ(l.waitingPerAddress, 108U);
+    EXPECT_EQ(l.leastRate, 0U);
+    EXPECT_EQ(l.rateTime.count(), 109);
     EXPECT_EQ(l.workerThreads, 2U);
     EXPECT_EQ(l.headBytes, 1025U);
     EXPECT_EQ(l.targetBytes, 300U);
@@ -168,6 +178,11 @@ TEST_F(Settings, ShippedFile_HoldsTheDefaults)
                        1,
                        1,
                        1,
+                       std::chrono::milliseconds(1),
+                       1,
+                       1,
+                       1,
+                       1,
                        1,
                        std::chrono::milliseconds(1),
                        std::chrono::milliseconds(1),
@@ -187,6 +202,11 @@ TEST_F(Settings, ShippedFile_HoldsTheDefaults)
     const Limits& l = s.server.limits;
     const Limits& d = defaults.server.limits;
     EXPECT_EQ(l.connections, d.connections);
+    EXPECT_EQ(l.connectionsPerAddress, d.connectionsPerAddress);
+    EXPECT_EQ(l.waitingRequests, d.waitingRequests);
+    EXPECT_EQ(l.waitingPerAddress, d.waitingPerAddress);
+    EXPECT_EQ(l.leastRate, d.leastRate);
+    EXPECT_EQ(l.rateTime, d.rateTime);
     EXPECT_EQ(l.workerThreads, d.workerThreads);
     EXPECT_EQ(l.headBytes, d.headBytes);
     EXPECT_EQ(l.targetBytes, d.targetBytes);
