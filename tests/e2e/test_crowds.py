@@ -2,6 +2,7 @@
 """Many clients at once: busy, slow and idle ones."""
 
 import http.client
+import itertools
 import resource
 import select
 import socket
@@ -17,16 +18,20 @@ def allow_descriptors(count):
         resource.setrlimit(resource.RLIMIT_NOFILE, (min(count + 200, hard), hard))
 
 
+opened = itertools.count()  # by all cases
+
+
 def open_many(server, count, data, receive_buffer=0):
-    """Opens that many connections, 200 from an address, sends data on each, and returns them."""
+    """Opens that many connections, 100 from an address, sends data on each, and returns them."""
     allow_descriptors(count)
     sockets = []
-    for i in range(count):
+    for _ in range(count):
         sock = socket.socket()
         sock.settimeout(60)
         if receive_buffer:
             sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
-        sock.bind((f"127.0.{1 + i // 200}.1", 0))
+        group = next(opened) // 100
+        sock.bind((f"127.0.{1 + group % 250}.{1 + group // 250 % 250}", 0))
         sock.connect(("127.0.0.1", server.port))
         sock.sendall(data)
         sockets.append(sock)
@@ -130,6 +135,84 @@ class Slow(ServerCase):
             self.assertLess(self.normal_client(20), 20.0)
         finally:
             for sock in slow:
+                sock.close()
+
+
+class SlowWithFewThreads(ServerCase):
+    """More slow clients than threads, of every kind: all stay, and others are served."""
+
+    COUNT = 40  # of each kind
+    settings = {"Server": {"Worker Threads": 2, "Access Log": False, "Head Time": 600_000,
+                           "Body Idle Time": 600_000, "Send Stall Time": 600_000,
+                           "Rate Time": 600_000},
+                "FileStore": {"Sync": "none"}}
+
+    def setUp(self):
+        self.large = pattern(8_000_000)
+        self.medium = pattern(60_000)
+        self.tree.write("large", self.large)
+        self.tree.write("medium", self.medium)
+
+    def head(self, method, name, more=""):
+        return f"{method} {url_path('docs', name)} HTTP/1.1\r\nHost: 127.0.0.1\r\n{more}\r\n".encode()
+
+    def serve_honest(self):
+        for i in range(30):
+            data = b"round %d" % i
+            self.assertIn(self.server.request("PUT", self.path("normal"), data).status, (201, 204))
+            self.assertEqual(self.server.request("GET", self.path("normal")).body, data)
+            self.assertEqual(self.server.request("PROPFIND", self.path("normal")).status, 207)
+
+    def read_body(self, sock, size):
+        """One reply's body; the status must be 200."""
+        got = b""
+        while b"\r\n\r\n" not in got:
+            part = sock.recv(65536)
+            self.assertTrue(part, got[:100])
+            got += part
+        head, _, body = got.partition(b"\r\n\r\n")
+        self.assertTrue(head.startswith(b"HTTP/1.1 200 "), head[:60])
+        while len(body) < size:
+            part = sock.recv(size - len(body))
+            self.assertTrue(part, "the reply ends early")
+            body += part
+        return body
+
+    def test_all_kinds_at_once_keep_nobody_waiting(self):
+        count = self.COUNT
+        kinds = {
+            "heads": (b"GET /Ferro/docs/medium HTTP/1.1\r\nHost: 127", 0),
+            "uploads": (self.head("PUT", "slow", "Content-Length: 100000\r\n") + b"x" * 10_000, 0),
+            "gathered": (self.head("PUT", "slow", "Content-Length: 1000\r\n") + b"x", 0),
+            "downloads": (self.head("GET", "large"), 65536),
+            "pipelines": (self.head("GET", "medium") * 100, 65536),
+        }
+        clients = {}
+        try:
+            for kind, (data, receive_buffer) in kinds.items():
+                clients[kind] = open_many(self.server, count, data, receive_buffer)
+                self.serve_honest()
+            # Nobody was ended for it: who has sent too little has heard nothing ...
+            silent = clients["heads"] + clients["uploads"] + clients["gathered"]
+            poller = select.poll()
+            for sock in silent:
+                poller.register(sock, select.POLLIN)
+            self.assertEqual(poller.poll(0), [])
+            # ... and who goes on is served to the end.
+            for sock in clients["uploads"][::10]:
+                sock.sendall(b"x" * 90_000)
+                self.assertRegex(sock.recv(4096), b"^HTTP/1.1 20[14] ")
+            for sock in clients["downloads"][::10]:
+                self.assertEqual(self.read_body(sock, len(self.large)), self.large)
+            for sock in clients["pipelines"][::10]:
+                got = b""
+                while len(got) < 100 * len(self.medium):
+                    part = sock.recv(1 << 20)
+                    self.assertTrue(part, "the pipeline ends early")
+                    got += part
+            self.serve_honest()
+        finally:
+            for sock in [sock for kind in clients.values() for sock in kind]:
                 sock.close()
 
 
