@@ -136,6 +136,9 @@ class Metadata {
     virtual bool MayHaveLocks() const = 0;
     virtual bool MayHaveProperties() const = 0; // or hidden marks
     virtual bool MayHaveDeleted() const = 0;
+    // False while this process has let the metadata go: what can wait does not take it back. The
+    // looks say true then.
+    virtual bool IsInUse() const { return true; }
     // Makes the looks exact again. Called now and then.
     virtual void Tidy() = 0;
     // The process ends: what is kept now stands in one place, for whoever copies it. What is still

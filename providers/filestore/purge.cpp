@@ -204,7 +204,8 @@ bool EmptyPurge(Volume& volume, const PurgePause& pause)
 void DropExpiredLocks(const Store& store, Volume& volume)
 {
     std::unique_ptr<MetadataSession> session;
-    if (!volume.MayHaveLocks() || Failed(Store::OpenMetadata(volume, &session)))
+    if (!volume.MayHaveLocks() || !volume.Meta()->IsInUse() ||
+        Failed(Store::OpenMetadata(volume, &session)))
         return;
     (void)session->RemoveExpiredLocks(store.Now()); // they count for nothing anyway
     session.reset();

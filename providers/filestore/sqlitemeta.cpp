@@ -429,6 +429,7 @@ class SqliteMetadata final : public Metadata {
     bool MayHaveLocks() const override { return database_->MayHave(kHasLocks); }
     bool MayHaveProperties() const override { return database_->MayHave(kHasProperties); }
     bool MayHaveDeleted() const override { return database_->MayHave(kHasDeleted); }
+    bool IsInUse() const override { return database_->IsOwned(); }
     void Tidy() override { database_->Tidy(); }
     void Rest() override { database_->Rest(); }
 

@@ -61,6 +61,8 @@ class SharedDatabase {
     {
         return (bits_.load(std::memory_order_acquire) & (bits | kUnknown)) != 0;
     }
+    // Whether this process has the database now.
+    bool IsOwned() const { return isOwned_; }
     Trouble& Troubles() { return trouble_; }
     void Tidy();
     void Rest();

@@ -212,6 +212,27 @@ TEST(FileStoreProcesses, TakeTurnsAtTheMetadata)
     close(go[1]);
 }
 
+TEST(FileStoreProcesses, LetTheMetadataGoWhenItIsNotUsed)
+{
+    const TempDirectory directory;
+    std::ofstream(directory.Path() / "a") << "x";
+    const auto store = MakeStore(directory.Path());
+    const Volume& volume = *store->Volumes()[0];
+    EXPECT_FALSE(volume.MayHaveLocks()) << "there are none, and this process would know";
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (volume.Meta()->IsInUse() && std::chrono::steady_clock::now() < end)
+        usleep(50000);
+    ASSERT_FALSE(volume.Meta()->IsInUse());
+    EXPECT_TRUE(volume.MayHaveLocks()) << "another process may have made one";
+    EXPECT_FALSE(fs::exists(directory.Path() / ".kest/meta.db-wal"));
+    DropExpiredLocks(*store, *store->Volumes()[0]);
+    EXPECT_FALSE(volume.Meta()->IsInUse()) << "what can wait does not take it back";
+    std::string token;
+    ASSERT_EQ(0u, Client(*store).Lock("/v/a", -1, &token));
+    EXPECT_TRUE(volume.Meta()->IsInUse());
+    EXPECT_EQ(kCodeLocked, Code(Client(*store).Put("/v/a", "y")));
+}
+
 // What another program does to the files beside the database does not reach the process.
 TEST(FileStoreProcesses, SurviveFilesThatAreCutShortOrWrittenOver)
 {
