@@ -171,12 +171,22 @@ int KeepPrivate(int directory)
     struct stat found;
     if (Retry([&] { return ::fstat(directory, &found); }) != 0)
         return errno;
-    const Identity identity{found.st_dev, found.st_ino};
     PrivateDirectories& all = Private();
     const std::lock_guard lock(all.mutex);
-    if (std::ranges::find(all.known, identity) == all.known.end())
-        all.known.push_back(identity);
+    all.known.emplace_back(found.st_dev, found.st_ino);
     return 0;
+}
+
+void EndPrivate(int directory)
+{
+    struct stat found;
+    if (Retry([&] { return ::fstat(directory, &found); }) != 0)
+        return;
+    PrivateDirectories& all = Private();
+    const std::lock_guard lock(all.mutex);
+    const auto known = std::ranges::find(all.known, Identity{found.st_dev, found.st_ino});
+    if (known != all.known.end())
+        all.known.erase(known);
 }
 
 int OpenThroughLinks(int top, std::string_view path, int flags)

@@ -9,8 +9,10 @@
 namespace filestore {
 
 // Makes a directory, given by a descriptor, private for the whole process: no link leads into it
-// from now on, in any volume. 0 or an errno value.
+// from now on, in any volume, until as many calls of EndPrivate. Somebody keeps it open meanwhile:
+// once it is removed another directory may get its number. 0 or an errno value.
 [[nodiscard]] int KeepPrivate(int directory);
+void EndPrivate(int directory);
 
 // Opens what `path` leads to from the directory `top`, with the flags of open(2) but O_NOFOLLOW.
 // The path's own names are taken as they stand: who may name what is private has been judged

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -107,7 +108,14 @@ class PosixFileSystem final : public FileSystem {
         : top_(top), name_(name), newFileMode_(0666 & ~ReadUmask())
     {
     }
-    ~PosixFileSystem() override { ::close(top_); }
+    ~PosixFileSystem() override
+    {
+        for (const int directory : private_) {
+            EndPrivate(directory);
+            ::close(directory);
+        }
+        ::close(top_);
+    }
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
@@ -332,7 +340,19 @@ class PosixFileSystem final : public FileSystem {
         return ListEntries(own.Get(), sink);
     }
 
-    int KeepPrivate(FileHandle directory) override { return filestore::KeepPrivate(directory); }
+    int KeepPrivate(FileHandle directory) override
+    {
+        private_.reserve(private_.size() + 1);
+        const int own = Retry([&] { return ::fcntl(directory, F_DUPFD_CLOEXEC, 0); });
+        if (own < 0)
+            return errno;
+        if (const int error = filestore::KeepPrivate(own)) {
+            ::close(own);
+            return error;
+        }
+        private_.push_back(own);
+        return 0;
+    }
     UINT32 NewFileMode() const override { return newFileMode_; }
     int TryLock(FileHandle handle) override
     {
@@ -513,7 +533,8 @@ class PosixFileSystem final : public FileSystem {
 
     static constexpr size_t kCopyBlock = 262144;
     const int top_;
-    const std::string name_; // as it was given
+    const std::string name_;   // as it was given
+    std::vector<int> private_; // directories that no link leads into
     const UINT32 newFileMode_;
 };
 
