@@ -17,6 +17,7 @@
 #include "core/provider.h"
 #include "core/reply.h"
 #include "core/session.h"
+#include "core/trouble.h"
 
 ITalpl* pITalpl;
 IKestUtil* g_pIKestUtil;
@@ -304,8 +305,10 @@ TALSTATUS KestDavRequestHandler(IKestReq_2*, IKestIO_5* pKestIo, SCHANDLE hSessi
     UNICODE_STRING path = CopyPath(*url, buffer.get(), bytes);
 
     const TALSTATUS status = KestDavCreateSession(hSession);
-    if (Failed(status))
+    if (Failed(status)) {
+        ReportFailure(status); // kept: the reply blames the method
         return Reply(pKestIo, 405, status);
+    }
     const MethodHandler handler = FindHandler(Method);
     return handler ? handler(hSession, &path, pKestIo) : Reply(pKestIo, 501, status);
 }

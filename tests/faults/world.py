@@ -65,14 +65,39 @@ class Database:
     members, and of a folder nothing tells the locks."""
 
     def __init__(self, tree):
-        self.base = sqlite3.connect(f"file:{tree / '.kest/meta.db'}?mode=ro", uri=True, timeout=20)
+        self.tree = tree
+        self.copied = None  # the files as they were at the last look
+        self.base = None
 
     def close(self):
-        self.base.close()
+        if self.base is not None:
+            self.base.close()
+            self.base = None
+
+    def execute(self, *query):
+        """Asks a copy: one process has the database at a time, and that is the server."""
+        stamp = []
+        for name in ("meta.db", "meta.db-wal"):
+            with contextlib.suppress(FileNotFoundError):
+                found = os.stat(os.path.join(self.tree / ".kest", name))
+                stamp.append((name, found.st_mtime_ns, found.st_size))
+        if self.base is None or stamp != self.copied:
+            self.copy(stamp)
+        return self.base.execute(*query)
+
+    def copy(self, stamp):
+        self.close()
+        with tempfile.TemporaryDirectory(prefix="kest-base-", dir=MEMORY) as folder:
+            for name, _, _ in stamp:
+                shutil.copyfile(os.path.join(self.tree / ".kest", name),
+                                os.path.join(folder, name))
+            self.base = sqlite3.connect(os.path.join(folder, "meta.db"))
+            self.base.execute("SELECT count(*) FROM props").fetchone()  # the log is read
+        self.copied = stamp
 
     def colours(self, top):
         """{path below `top`: value of the property}"""
-        rows = self.base.execute(
+        rows = self.execute(
             "SELECT path, value FROM props WHERE (path = ?1 OR path GLOB ?1 || '/*') "
             "AND name LIKE '%colour'", (top,))
         return {path[len(top):].strip("/"): bytes(value).decode() for path, value in rows}
@@ -81,7 +106,7 @@ class Database:
         """{path below `top`: its locks}"""
         found = {}
         now = ticks_now()
-        for path, scope, depth, expires, token in self.base.execute(
+        for path, scope, depth, expires, token in self.execute(
                 "SELECT path, scope, depth, expires, token FROM locks WHERE expires > ?2 "
                 "AND (path = ?1 OR path GLOB ?1 || '/*') ORDER BY seq", (top, now)):
             length = "long" if expires - now > 7_000_000_000 else "short"
@@ -336,14 +361,13 @@ class World:
         kept, strays = {}, []
         for volume in VOLUMES:
             tree = self.trees[volume]
-            path = tree / ".kest/meta.db"
-            with contextlib.closing(sqlite3.connect(f"file:{path}?mode=ro", uri=True)) as base:
-                rows = base.execute("SELECT id, parent, name FROM deleted").fetchall()
-                for number, parent, name in rows:
-                    item, _, below = f"{parent}/{name}".partition("/")
-                    content = disk_state(tree / f".kest/deleted/{number}")
-                    kept.setdefault(item, []).append((volume, below, content))
-                strays += self.strays(tree, base, {row[0] for row in rows})
+            base = self.databases[volume]
+            rows = base.execute("SELECT id, parent, name FROM deleted").fetchall()
+            for number, parent, name in rows:
+                item, _, below = f"{parent}/{name}".partition("/")
+                content = disk_state(tree / f".kest/deleted/{number}")
+                kept.setdefault(item, []).append((volume, below, content))
+            strays += self.strays(tree, base, {row[0] for row in rows})
         return {name: sorted(found, key=repr) for name, found in kept.items()}, strays
 
     @staticmethod

@@ -1,4 +1,5 @@
 # Logic of the WebDAV module that needs no host: its sources are compiled into the tests.
 kest_test(unit_module_escape
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/escape_test.cpp ${PROJECT_SOURCE_DIR}/index/escape.cpp
+          ${PROJECT_SOURCE_DIR}/core/trouble.cpp
   LIBS tolm)
