@@ -3,23 +3,9 @@
 
 #include <string>
 
+#include "host/granted_lock.h"
+
 namespace kestd {
-
-namespace {
-
-// The token of the lock that the reply describes. It stands behind the owner's text, which is the
-// client's: the last one counts.
-std::string_view FindLockToken(std::string_view body) noexcept
-{
-    const size_t begin = body.rfind("<a:href>opaquelocktoken:");
-    if (begin == std::string_view::npos)
-        return {};
-    const std::string_view token = body.substr(begin + std::string_view("<a:href>").size());
-    const size_t end = token.find('<');
-    return end == std::string_view::npos ? std::string_view() : token.substr(0, end);
-}
-
-} // namespace
 
 void MeetClientNeeds(RequestIo& request)
 {

@@ -7,6 +7,7 @@
 #include "host/call_context.h"
 #include "host/connection.h"
 #include "host/front.h"
+#include "host/granted_lock.h"
 #include "host/judge.h"
 #include "host/preconditions.h"
 #include "host/relocation.h"
@@ -219,6 +220,7 @@ void Connection::FinishReply()
     if (request.reply.Status() >= 400 && !request.body.HasArrived())
         request.reply.Close();
     goesOn_ = request.Finish();
+    TakeBackUnheardLock(request, front_);
 }
 
 // -- Without it ------------------------------------------------------------------------------

@@ -106,9 +106,19 @@ TALSTATUS Probe::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
     return Give(arguments, &arguments_);
 }
 
-TALSTATUS Probe::GetRequestHeader(char*, UINT32*, char*)
+TALSTATUS Probe::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
-    return Failure(kCodeNotFound);
+    if (!name || !length)
+        return Failure(kCodeInvalidParameter);
+    if (lockToken_.empty() || !EqualsIgnoringCase(name, "Lock-Token"))
+        return Failure(kCodeNotFound);
+    const UINT32 room = buffer ? *length : 0;
+    *length = static_cast<UINT32>(lockToken_.size() + (lockToken_.size() >= room ? 1 : 0));
+    if (lockToken_.size() >= room)
+        return Failure(kCodeBufferTooSmall);
+    lockToken_.copy(buffer, lockToken_.size());
+    buffer[lockToken_.size()] = '\0';
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Probe::GetRequestMethod(UINT32* number)

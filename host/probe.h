@@ -25,6 +25,8 @@ class Probe final : public IKestIO_5, public RunningCall {
     Probe(const Probe&) = delete;
     Probe& operator=(const Probe&) = delete;
 
+    // The one header that a request of this kind can have.
+    void SetLockToken(std::string value) { lockToken_ = std::move(value); }
     // Has the module answer, in the session.
     void Run(Front& front, SCHANDLE session);
     // 0 when the handler sent none. A failure that a component reports is the request's: then this
@@ -43,7 +45,7 @@ class Probe final : public IKestIO_5, public RunningCall {
     TALSTATUS GetRemoteHost(UNICODE_STRING* host) override;
     TALSTATUS GetUrl(UINT32* reserved, UNICODE_STRING** url) override;
     TALSTATUS GetUrlArguments(UINT32* reserved, UNICODE_STRING** arguments) override;
-    TALSTATUS GetRequestHeader(char*, UINT32*, char*) override;
+    TALSTATUS GetRequestHeader(char* name, UINT32* length, char* buffer) override;
     TALSTATUS GetRequestMethod(UINT32* number) override;
     TALSTATUS GetReplyHeader(char*, UINT32*, char*) override;
     TALSTATUS GetUserAgent(UINT32* kind) override;
@@ -67,7 +69,10 @@ class Probe final : public IKestIO_5, public RunningCall {
     IKestIO_5* Request() noexcept override { return this; }
     // As PROPFIND it asks for what bears the literal name: a HEAD may be answered for a page's link
     // that escapes a name once too often.
-    UINT32 Method() const noexcept override { return KestMethodPropFind; }
+    UINT32 Method() const noexcept override
+    {
+        return method_ == KestMethodHead ? UINT32{KestMethodPropFind} : method_;
+    }
     KEST_CONDITIONS Conditions() const noexcept override { return {}; }
     bool HasBodyArrived() const noexcept override { return true; }
     void TakeFailure(TALSTATUS failure) noexcept override;
@@ -80,6 +85,7 @@ class Probe final : public IKestIO_5, public RunningCall {
     int status_ = 0;
     Arena arena_;
     std::string escaped_;
+    std::string lockToken_;
     std::string lastModified_;
     std::u16string path_; // with spare room behind
     UINT8 noHeaders_ = 0;

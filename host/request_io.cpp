@@ -135,6 +135,7 @@ void RequestIo::Reset() noexcept
     hostname.clear();
     port.clear();
     relocation = {};
+    lockAnswer.Reset();
     preconditions = {};
     range.Reset();
     isKnownNew = mustAskAgain_ = false;
@@ -431,6 +432,8 @@ TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
             mustAskAgain_ = true;
             return Failure(kCodeUnsuccessful);
         }
+        if (method == KestMethodLock)
+            lockAnswer.NoteStatus(status);
         SecureCookie();
         if (method == KestMethodGet || method == KestMethodPost)
             ConfineBrowser(*this);
@@ -493,6 +496,8 @@ TALSTATUS RequestIo::Write(UINT32 size, UINT8* data)
     return Guarded([&] {
         if (mustAskAgain_)
             return Failure(kCodeUnsuccessful);
+        if (method == KestMethodLock)
+            lockAnswer.NoteBody({reinterpret_cast<const char*>(data), size});
         ApplyFailure();
         bool isOver = false;
         const std::string_view piece =

@@ -12,6 +12,7 @@
 #include "host/byte_range.h"
 #include "host/call_context.h"
 #include "host/doorkeeper.h"
+#include "host/granted_lock.h"
 #include "host/head.h"
 #include "host/reply.h"
 #include "host/target.h"
@@ -61,6 +62,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     std::string port;
     std::string realm;
     Relocation relocation;
+    LockAnswer lockAnswer; // of a LOCK
     Preconditions preconditions;
     RangeRequest range;      // of a GET
     bool isKnownNew = false; // nothing was there when the client's conditions were judged

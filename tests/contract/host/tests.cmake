@@ -5,6 +5,7 @@ kest_test(host_contract
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/failures_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/hostile_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/io_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/limits_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/preconditions_test.cpp
