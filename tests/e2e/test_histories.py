@@ -11,6 +11,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(HERE), "histories"))
 
 import chaos  # noqa: E402
 import locks  # noqa: E402
+import peer  # noqa: E402
 from harness import TestServer, Tree  # noqa: E402
 from test_checker import Illegal, Legal, Random  # noqa: E402,F401 (the checker's own cases)
 
@@ -38,3 +39,12 @@ class Chaos(unittest.TestCase):
 
     def test_nor_is_it_with_kills_and_full_disks(self):
         self.check(seconds=10, seed=2, kills=True, full_disk=True)
+
+
+class Peer(unittest.TestCase):
+    def test_random_sequences_give_the_trees_and_statuses_of_a_second_server(self):
+        comparison = peer.compare(sequences=100, length=40, seed=4)
+        self.assertIsNotNone(comparison, "Apache is not installed: scripts/install-packages test")
+        comparison.tell()
+        self.assertGreater(comparison.requests, 1000)
+        self.assertEqual({}, dict(comparison.unknown), comparison.examples)

@@ -4,8 +4,9 @@
 to be the same after each, and the statuses the same or a known difference.
 
 usage: peer.py [--sequences N] [--length N] [--seed N] [--server KESTD] [--learn]
+               [--ancestors]
 
---learn prints the differences that are not known instead of stopping a sequence at them. The exit
+--ancestors lets COPY and MOVE go onto a folder above their source. --learn prints the differences that are not known instead of stopping a sequence at them. The exit
 status is not 0 when there was one, 2 when Apache (apache2 with mod_dav_fs) is not installed.
 """
 
@@ -40,6 +41,7 @@ METHODS = ("PUT",) * 5 + ("MKCOL",) * 4 + ("GET", "HEAD", "DELETE", "DELETE", "C
                                           "UNLOCK", "REFRESH")
 
 
+ANCESTORS = False  # whether COPY and MOVE may have a folder above their source as destination
 NOBODYS = "opaquelocktoken:00000000-0000-0000-0000-000000000000"
 
 
@@ -105,7 +107,9 @@ def made(dice, step, before):
     elif method == "MKCOL":
         path = dice.choice(FOLDERS)
     elif method in ("COPY", "MOVE"):
-        more["to"] = dice.choice(FILES + FOLDERS)
+        # Not onto a folder above it: what a refused one leaves is looked at by --ancestors.
+        more["to"] = dice.choice([to for to in FILES + FOLDERS
+                                  if ANCESTORS or not path.startswith(to + "/")])
         more["headers"] = {"Overwrite": dice.choice("TTF")}
         if method == "COPY" and dice.random() < 0.2:
             more["headers"]["Depth"] = "0"
@@ -241,9 +245,11 @@ def main():
     parser.add_argument("--seed", type=int, default=int(time.time()))
     parser.add_argument("--server")
     parser.add_argument("--learn", action="store_true")
+    parser.add_argument("--ancestors", action="store_true")
     args = parser.parse_args()
     if args.server:
         harness.KESTD = os.path.abspath(args.server)
+    globals()["ANCESTORS"] = args.ancestors
     print(f"seed {args.seed}", flush=True)
     comparison = compare(args.sequences, args.length, args.seed, args.learn)
     if comparison is None:
