@@ -27,7 +27,7 @@ constexpr size_t kLingerBytes = 4 * 1024 * 1024;
 constexpr milliseconds kCrowdedTime{2000};
 
 // Requests of one client that are served in a row.
-constexpr int kRounds = 64;
+constexpr int kRounds = 8;
 
 } // namespace
 

@@ -62,6 +62,7 @@ class Connection final : public Watched, public Waiter, public WaitingRequest {
 
     void OnReady(Event event) noexcept override;
     bool Wait(For what, int64_t deadline) override;
+    bool IsGivenUp() const noexcept override { return isGivenUp_; }
 
     // The list of the front; guarded by its lock.
     Connection* next = nullptr;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "host/now.h"
 #include "host/text.h"
 
 namespace kestd {
@@ -23,6 +24,7 @@ constexpr size_t kHeadRoom = 1024;
 // buffer's usual size.
 constexpr size_t kGatherFirst = 15 * 1024 - 16;
 constexpr size_t kGatherMost = 8 * kGatherFirst;
+constexpr int64_t kLookTime = 100; // ms between two looks for the client
 
 // The lines that every head has, formatted once a second by each thread.
 std::string_view CommonLines()
@@ -79,7 +81,8 @@ void Reply::Reset() noexcept
     status_ = 0;
     length_ = bodyBytes_ = 0;
     gatherLimit_ = kGatherFirst;
-    hasLeft_ = isBroken_ = drops_ = false;
+    looked_ = 0;
+    hasAsked_ = hasLeft_ = isBroken_ = drops_ = false;
 }
 
 bool Reply::SetHeader(std::string_view name, std::string_view value)
@@ -161,6 +164,32 @@ bool Reply::Finish()
         Flush(nullptr, 0, true);
     const bool isShort = mode_ == Mode::Length && bodyBytes_ < length_;
     return !isBroken_ && !isShort && terms_.mayKeepAlive;
+}
+
+bool Reply::HasClientLeft() noexcept
+{
+    if (isBroken_ || waiter_->IsGivenUp())
+        return true;
+    const int64_t now = NowMs();
+    const bool isDue = looked_ && now - looked_ >= kLookTime;
+    if (isDue || !looked_)
+        looked_ = now;
+    if (!isDue)
+        return false;
+    const Transport::Peer peer = transport_->Look();
+    if (peer != Transport::Peer::HasEnded)
+        return peer == Transport::Peer::Gone;
+    if (!body_->HasArrived())
+        return true;
+    // It has left, or reads on after its last request: a system that has no such connection any
+    // more refuses what is sent to it. RFC 9110 section 15.2: a client takes any interim reply.
+    if (!hasAsked_ && !hasLeft_ && terms_.mayChunk) {
+        static constexpr std::string_view kInterim = "HTTP/1.1 102 Processing\r\n\r\n";
+        const iovec piece{const_cast<char*>(kInterim.data()), kInterim.size()};
+        hasAsked_ = true;
+        isBroken_ = !transport_->Send(&piece, 1, true, terms_.stall, *waiter_);
+    }
+    return isBroken_;
 }
 
 // How the end of the body is told to the client, once it has to be known.

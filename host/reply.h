@@ -63,6 +63,8 @@ class Reply {
     bool IsBodyEmpty() const noexcept { return bodyBytes_ == 0; }
     uint64_t BodyBytes() const noexcept { return bodyBytes_; }
     bool IsBroken() const noexcept { return isBroken_; }
+    // Whether nobody can receive it any more. Looks at most every 100 ms, and not in the first.
+    bool HasClientLeft() noexcept;
 
   private:
     enum class Mode { Unknown, Length, Chunked, UntilClose, None };
@@ -83,6 +85,8 @@ class Reply {
     uint64_t length_ = 0;    // Length only
     uint64_t bodyBytes_ = 0; // taken into the reply
     size_t gatherLimit_ = 0; // how much of the body is gathered before it leaves
+    int64_t looked_ = 0;     // when HasClientLeft did so last; 0 for never
+    bool hasAsked_ = false;
     bool hasLeft_ = false;
     bool isBroken_ = false;
     bool drops_ = false; // replaced: the module's body is not wanted

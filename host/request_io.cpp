@@ -42,6 +42,9 @@ TALSTATUS CopyOut(std::string_view text, UINT32* length, char* buffer) noexcept
     return TAL_STATUS_SUCCESS;
 }
 
+// What counts as a block of content, unlike a line of a page.
+constexpr UINT32 kBlock = 4096;
+
 // Spare code units behind a request's path. Form uploads build their target names in that room.
 constexpr size_t kSpareUnits = 1024;
 
@@ -486,7 +489,7 @@ TALSTATUS RequestIo::Working()
 {
     // Nothing is sent: interim replies for this (102) confuse more clients than they help, and the
     // limits that end a request count waiting for the client, not work.
-    return TAL_STATUS_SUCCESS;
+    return IsCancelled() ? Failure(kCodeUnsuccessful) : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS RequestIo::Write(UINT32 size, UINT8* data)
@@ -494,7 +497,8 @@ TALSTATUS RequestIo::Write(UINT32 size, UINT8* data)
     if (size && !data)
         return Failure(kCodeInvalidParameter);
     return Guarded([&] {
-        if (mustAskAgain_)
+        // A block of content may be dropped unsent, up to the range that is asked for.
+        if (mustAskAgain_ || (size >= kBlock && IsCancelled()))
             return Failure(kCodeUnsuccessful);
         if (method == KestMethodLock)
             lockAnswer.NoteBody({reinterpret_cast<const char*>(data), size});

@@ -115,7 +115,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     UINT32 Method() const noexcept override { return method; }
     bool HasBodyArrived() const noexcept override { return body.HasArrived(); }
     void TakeFailure(TALSTATUS failure) noexcept override;
-    bool IsCancelled() noexcept override { return reply.IsBroken(); }
+    bool IsCancelled() noexcept override { return reply.HasClientLeft(); }
     KEST_CONDITIONS Conditions() const noexcept override;
 
   private:

@@ -27,6 +27,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kTick{100};
+constexpr milliseconds kLongWait{60'000};
 // Connections over the limit that are told so at the same time, fewer where the limit is low; more
 // are just closed.
 constexpr size_t kTurnedAway = 256;
@@ -239,14 +240,19 @@ class Server::Impl {
         : settings_(settings), front_(doorkeeper, module, std::move(location))
     {
     }
-    ~Impl() { Stop(); }
+    ~Impl()
+    {
+        while (!Stop())
+            End(kLongWait);
+    }
 
     std::string Start();
     std::vector<ListenAddress> Addresses() const { return addresses_; }
     std::string Apply(const ServerSettings& settings);
-    void Stop();
+    bool Stop();
 
   private:
+    void End(milliseconds time);
     std::string Listen(const ListenAddress& where);
     void Clock();
 
@@ -259,6 +265,7 @@ class Server::Impl {
     std::condition_variable wake_;
     bool clockEnds_ = false;
     std::once_flag stopped_;
+    bool hasEnded_ = false;
 };
 
 std::string Server::Impl::Listen(const ListenAddress& where)
@@ -339,7 +346,7 @@ std::string Server::Impl::Apply(const ServerSettings& settings)
     return {};
 }
 
-void Server::Impl::Stop()
+bool Server::Impl::Stop()
 {
     std::call_once(stopped_, [this] {
         front_.isStopping = true;
@@ -362,11 +369,20 @@ void Server::Impl::Stop()
             clock_.join();
         }
         front_.poller.Stop();
-        front_.workers.Join();
-        front_.DeleteAll();
-        listeners_.clear();
+        End(milliseconds(1000));
         front_.log.Flush();
     });
+    return hasEnded_;
+}
+
+// Gives back what the workers use, once they have ended.
+void Server::Impl::End(milliseconds time)
+{
+    hasEnded_ = front_.workers.Join(time);
+    if (!hasEnded_)
+        return;
+    front_.DeleteAll();
+    listeners_.clear();
 }
 
 Server::Server(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_2* module,
@@ -399,9 +415,9 @@ std::string Server::Apply(const ServerSettings& settings)
     return impl_->Apply(settings);
 }
 
-void Server::Stop()
+bool Server::Stop()
 {
-    impl_->Stop();
+    return impl_->Stop();
 }
 
 } // namespace kestd

@@ -36,9 +36,11 @@ class Server {
     // Takes over limits, access log, public URL and the certificate's files as they are now, for
     // requests that come later. Listening addresses stay. Returns a text on failure, as Start.
     std::string Apply(const ServerSettings& settings);
-    // Stops accepting, lets running requests finish within limits.shutdownTime, closes the rest,
-    // joins all threads. Thread-safe; the second call does nothing.
-    void Stop();
+    // Stops accepting, lets running requests finish within limits.shutdownTime, cancels the rest
+    // and ends all threads. False when a call into the module has not returned two seconds after
+    // that: then the process can only be ended as it is; the destructor would wait for the call.
+    // Thread-safe; the second call only tells what the first did.
+    bool Stop();
 
   private:
     class Impl;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/transport.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -251,6 +252,14 @@ ssize_t Transport::ReceiveTls(void* to, size_t size)
         isBroken_ = true;
         return kBroken;
     }
+}
+
+Transport::Peer Transport::Look() const noexcept
+{
+    pollfd entry{fd_, POLLRDHUP, 0};
+    if (poll(&entry, 1, 0) <= 0)
+        return Peer::Present; // or it cannot be told
+    return entry.revents & (POLLHUP | POLLERR) ? Peer::Gone : Peer::HasEnded;
 }
 
 void Transport::EndSending()

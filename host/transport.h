@@ -26,6 +26,8 @@ class Waiter {
     // Returns when the socket may be ready, or perhaps for nothing. False when `deadline` (of
     // NowMs) has passed, the client is given up, or nobody can wait here.
     [[nodiscard]] virtual bool Wait(For what, int64_t deadline) = 0;
+    // Whether nothing is expected of the client any more: it is ended, or the server stops.
+    virtual bool IsGivenUp() const noexcept = 0;
 
   protected:
     ~Waiter() = default;
@@ -75,6 +77,9 @@ class Transport {
     void EndSending();
     // Makes the end of the connection an error for the client. Before the descriptor is closed.
     void ResetAtEnd() noexcept;
+    enum class Peer { Present, HasEnded, Gone };
+    // Whether the client is still there; HasEnded: it sends no more, but may still read.
+    Peer Look() const noexcept;
     // The bytes that the client has sent and taken so far.
     uint64_t Moved() const noexcept { return moved_; }
 

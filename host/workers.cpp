@@ -45,7 +45,11 @@ void Workers::Spawn()
                 ids_.push_back(gettid());
             }
             poller_.Run(*batch);
+            const std::lock_guard own(mutex_);
+            --running_;
+            hasEnded_.notify_all();
         });
+        ++running_; // it waits for the lock before it ends
         ++count_;
     } catch (const std::exception&) { // the system has no thread left: go on with those there are
         if (batch)
@@ -54,15 +58,18 @@ void Workers::Spawn()
     }
 }
 
-void Workers::Join()
+bool Workers::Join(std::chrono::milliseconds time)
 {
     std::vector<std::thread> threads;
     {
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
+        if (!hasEnded_.wait_for(lock, time, [this] { return running_ == 0; }))
+            return false;
         threads.swap(threads_);
     }
     for (std::thread& thread : threads)
         thread.join();
+    return true;
 }
 
 // Whether the workers spent most of the time since the last call neither running nor waiting for a

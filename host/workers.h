@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <thread>
@@ -24,7 +25,9 @@ class Workers {
     // Throws std::system_error when not even one thread can be started.
     void Start(unsigned count, unsigned limit);
     void SetLimit(unsigned limit) noexcept { limit_.store(limit, std::memory_order_relaxed); }
-    void Join(); // after the poller has been stopped
+    // After the poller has been stopped: waits for the threads to end, at most that long. False
+    // when some have not; then it may be called again.
+    bool Join(std::chrono::milliseconds time);
 
     // Called at regular intervals by a thread that is no worker. Adds threads when all are busy and
     // wait (for a disk, say) rather than compute: then more of them get more done. Once there are
@@ -43,7 +46,9 @@ class Workers {
     unsigned stuckTicks_ = 0;   // likewise
     uint64_t activeBefore_ = 0; // likewise: AreWaiting's measure of the last tick
     std::chrono::steady_clock::time_point tickBefore_;
-    std::mutex mutex_; // guards threads_ and ids_
+    std::mutex mutex_; // guards running_, threads_ and ids_
+    std::condition_variable hasEnded_;
+    unsigned running_ = 0;
     std::vector<std::thread> threads_;
     std::vector<pid_t> ids_;
 };

@@ -327,8 +327,11 @@ void Host::PublishChange()
 
 void Host::Stop()
 {
-    if (server_)
-        server_->Stop();
+    if (server_ && !server_->Stop()) {
+        Log(kLogError, "a request does not end; the process ends without it");
+        std::fflush(nullptr);
+        _exit(1); // what has been answered is kept
+    }
     if (services_) {
         services_->sessions.EndAll();
         services_->events.Stop();

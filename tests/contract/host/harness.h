@@ -263,8 +263,9 @@ class ServerTest : public ::testing::Test {
     }
     void TearDown() override
     {
-        if (server)
-            server->Stop();
+        if (server) {
+            EXPECT_TRUE(server->Stop() || mayStick);
+        }
         server.reset();
         EXPECT_EQ(door.inside, 0); // every hold on a session was given back
     }
@@ -278,6 +279,7 @@ class ServerTest : public ::testing::Test {
     ScriptedDoor door;
     std::unique_ptr<Server> server;
     uint16_t port = 0;
+    bool mayStick = false; // a handler that does not return is part of the case
 };
 
 inline std::string Header(IKestIO_5& io, const char* name)

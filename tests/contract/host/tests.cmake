@@ -7,6 +7,7 @@ kest_test(host_contract
     ${CMAKE_CURRENT_LIST_DIR}/hostile_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/io_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/leaving_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/limits_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/preconditions_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/range_test.cpp
