@@ -9,6 +9,7 @@
 #include "providers/filestore/node.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/recent.h"
+#include "providers/filestore/relocation.h"
 
 namespace filestore {
 
@@ -75,12 +76,12 @@ void Fill(const FileInfo& info, DAV_COMMON_ENUM* out)
 
 TALSTATUS FileCollection::Associate(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token)
 {
-    return Protected([&] {
+    return relocation::Step(Protected([&] {
         node_.Unbind();
         names_.reset();
         directory_.reset();
         return Open(hSession, path, token);
-    });
+    }));
 }
 
 TALSTATUS FileCollection::Open(SCHANDLE session, const UNICODE_STRING* path,
@@ -147,17 +148,19 @@ TALSTATUS FileCollection::GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     if (!node_.IsBound())
         return kNotAssociated;
-    return ToldIfDenied(Protected([&] {
+    if (relocation::IsCopied())
+        return Failure(kCodeNoMoreEntries);
+    return relocation::Step(ToldIfDenied(Protected([&] {
         const TALSTATUS status = ListNames();
         return Failed(status) ? status : Emit(size, buffer);
-    }));
+    })));
 }
 
 TALSTATUS FileCollection::GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     if (!node_.IsBound() || !names_)
         return kNotAssociated;
-    return ToldIfDenied(Protected([&] { return Emit(size, buffer); }));
+    return relocation::Step(ToldIfDenied(Protected([&] { return Emit(size, buffer); })));
 }
 
 // Fills in what there is to say about a child. Code 11 for what is gone meanwhile, leads outside or
@@ -260,14 +263,20 @@ TALSTATUS FileCollection::GetModificationDate(DAV_DATETIME* date)
 
 TALSTATUS FileCollection::SetCreationDate(DAV_DATETIME date)
 {
-    return node_.IsBound() ? Protected([&] { return node_.SetCreated(Handle(), date); })
-                           : kNotAssociated;
+    if (!node_.IsBound())
+        return kNotAssociated;
+    return relocation::IsCopied()
+               ? TAL_STATUS_SUCCESS
+               : relocation::InnerStep(Protected([&] { return node_.SetCreated(Handle(), date); }));
 }
 
 TALSTATUS FileCollection::SetModificationDate(DAV_DATETIME date)
 {
-    return node_.IsBound() ? Protected([&] { return node_.SetModified(Handle(), date); })
-                           : kNotAssociated;
+    if (!node_.IsBound())
+        return kNotAssociated;
+    return relocation::IsCopied() ? TAL_STATUS_SUCCESS : relocation::InnerStep(Protected([&] {
+        return node_.SetModified(Handle(), date);
+    }));
 }
 
 TALSTATUS FileCollection::GetLiveAttributes(UINT32* attributes)
@@ -278,9 +287,11 @@ TALSTATUS FileCollection::GetLiveAttributes(UINT32* attributes)
 
 TALSTATUS FileCollection::SetLiveAttributes(UINT32 attributes)
 {
-    return node_.IsBound()
-               ? Protected([&] { return node_.SetAttributes(Handle(), &info_, attributes); })
-               : kNotAssociated;
+    if (!node_.IsBound())
+        return kNotAssociated;
+    return relocation::IsCopied() ? TAL_STATUS_SUCCESS : relocation::InnerStep(Protected([&] {
+        return node_.SetAttributes(Handle(), &info_, attributes);
+    }));
 }
 
 TALSTATUS FileCollection::GetFirstLock(UINT32* size, DAV_LOCK_2* buffer)

@@ -87,6 +87,8 @@ TALSTATUS StatusFromErrno(int error) noexcept
 {
     if (error == 0)
         return TAL_STATUS_SUCCESS;
+    if (error == ECANCELED) // nobody waits for it any more
+        return Failure(kCodeUnsuccessful);
     if (!IsFault(error))
         return Failure(CodeOf(error));
     TellReason(error);

@@ -9,7 +9,9 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include <kest/types.h>
@@ -52,6 +54,9 @@ class NameSink {
     ~NameSink() = default;
 };
 
+// Asked between the pieces of long work; false ends it.
+using GoOn = std::function<bool()>;
+
 class FileSystem {
   public:
     virtual ~FileSystem() = default;
@@ -77,7 +82,9 @@ class FileSystem {
     // Content and what is needed to find it again; with `everything` also dates and permissions.
     virtual int Sync(FileHandle handle, bool everything) = 0;
     // Fills the empty file `to` with the first `size` bytes of `from`, sharing blocks if it can.
-    virtual int CopyContent(FileHandle from, FileHandle to, UINT64 size) = 0;
+    // EBUSY when `from` is shorter by now, ECANCELED when `goOn` said so, which is asked every
+    // eight MiB; an empty one is not asked.
+    virtual int CopyContent(FileHandle from, FileHandle to, UINT64 size, const GoOn& goOn) = 0;
     // Small values that stay with an object when it is renamed. ENODATA when there is none,
     // EOPNOTSUPP when the file system keeps none.
     virtual int GetTag(FileHandle handle, const char* tag, void* value, size_t room,
@@ -99,6 +106,9 @@ class FileSystem {
     // EEXIST when the name is taken.
     virtual int GiveName(FileHandle file, FileHandle directory, const char* name) = 0;
     virtual int MakeDirectory(FileHandle directory, const char* name) = 0;
+    // The text of a link, and a new one.
+    virtual int ReadLink(FileHandle directory, const char* name, std::string* out) = 0;
+    virtual int MakeLink(const char* text, FileHandle directory, const char* name) = 0;
     // EEXIST when `replace` is false and the new name is taken.
     virtual int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory,
                        const char* to, bool replace) = 0;

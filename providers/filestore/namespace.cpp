@@ -10,6 +10,7 @@
 #include "providers/filestore/guard.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/recent.h"
+#include "providers/filestore/relocation.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/trees.h"
 
@@ -125,7 +126,8 @@ TALSTATUS FileNamespace::MkCol(SCHANDLE hSession, DAV_LOCK_TOKEN* token, UNICODE
 {
     if (!path)
         return Failure(kCodeInvalidParameter);
-    return Protected([&] { return MakeCollection(hSession, token, path); });
+    const TALSTATUS status = Protected([&] { return MakeCollection(hSession, token, path); });
+    return Code(status) == kCodeObjectExists ? status : relocation::Step(status); // see CopyInstead
 }
 
 TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* token,
@@ -140,12 +142,14 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
     Volume& volume = *target.volume;
     if (!volume.IsWritable())
         return Failure(kCodeAccessDenied);
+    const Guard guard(store_, session, token);
+    if (const std::optional<TALSTATUS> copied = relocation::CopyInstead(store_, guard, target))
+        return *copied;
     DirectoryRef parent;
     int error = volume.OpenParent(target.path.View(), &parent);
     if (error)
         return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
                                                    : StatusFromErrno(error);
-    const Guard guard(store_, session, token);
     TALSTATUS status = guard.CheckConditions();
     if (!Failed(status))
         status = guard.CheckLocks(volume, target.path.View(), Reach::Membership);
@@ -189,11 +193,39 @@ TALSTATUS FileNamespace::Copy(SCHANDLE hSession, BOOLEAN overwrite, INT32 depth,
     return Protected([&] {
         recent::Drop();
         Target from, to;
+        CopyExtent extent;
+        extent.members = depth != 0;
         const TALSTATUS status = LocateEnds(source, destination, &from, &to);
         return Failed(status) ? status
                               : CopyTree(store_, Guard(store_, hSession, token), overwrite != 0,
-                                         depth == 0, from, to);
+                                         extent, from, to);
     });
+}
+
+// Two answers make the module move by itself, member by member: they are for providers that cannot.
+static TALSTATUS MoveStatus(TALSTATUS status, bool overwrite)
+{
+    if (Code(status) == kCodeNotImplemented) // by the file system
+        return Failure(kCodeUnsuccessful);
+    return overwrite && Code(status) == kCodeObjectExists ? Failure(kCodeConflict) : status;
+}
+
+TALSTATUS FileNamespace::MoveWhole(SCHANDLE session, bool overwrite, const UNICODE_STRING* source,
+                                   const UNICODE_STRING* destination, const DAV_LOCK_TOKEN* token)
+{
+    constexpr int kMostAttempts = 4; // to take a name that others make in between
+    Target from, to;
+    if (const TALSTATUS status = LocateEnds(source, destination, &from, &to); Failed(status))
+        return status;
+    const Guard guard(store_, session, token);
+    TALSTATUS status = TAL_STATUS_SUCCESS;
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+        status = WithRoomForRows(store_, *to.volume,
+                                 [&] { return MoveTree(store_, guard, overwrite, from, to); });
+        if (!overwrite || Code(status) != kCodeObjectExists)
+            break;
+    }
+    return status;
 }
 
 TALSTATUS FileNamespace::Move(SCHANDLE hSession, BOOLEAN overwrite, INT32, UNICODE_STRING* source,
@@ -202,14 +234,11 @@ TALSTATUS FileNamespace::Move(SCHANDLE hSession, BOOLEAN overwrite, INT32, UNICO
 {
     if (errorId)
         *errorId = 0;
-    return Protected([&] {
-        Target from, to;
-        const TALSTATUS status = LocateEnds(source, destination, &from, &to);
-        const Guard guard(store_, hSession, token);
-        return Failed(status) ? status : WithRoomForRows(store_, *to.volume, [&] {
-            return MoveTree(store_, guard, overwrite != 0, from, to);
-        });
-    });
+    return MoveStatus(Protected([&] {
+                          return MoveWhole(hSession, overwrite != FALSE, source, destination,
+                                           token);
+                      }),
+                      overwrite != FALSE);
 }
 
 TALSTATUS FileNamespace::Delete(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token,
@@ -217,11 +246,14 @@ TALSTATUS FileNamespace::Delete(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOC
 {
     if (errorId)
         *errorId = 0;
-    return Protected([&] {
+    return relocation::Step(Protected([&] {
         Target target;
-        const TALSTATUS status = store_.Locate(path, &target);
-        return Failed(status) ? status : DeleteTree(store_, Guard(store_, hSession, token), target);
-    });
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        if (const std::optional<TALSTATUS> judged = relocation::JudgeDelete(target))
+            return *judged;
+        return DeleteTree(store_, Guard(store_, hSession, token), target);
+    }));
 }
 
 TALSTATUS FileNamespace::Lock(SCHANDLE hSession, INT32 depth, INT64 timeout, DAV_LOCK_SCOPE scope,

@@ -44,6 +44,8 @@ class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
                              const UNICODE_STRING* path);
     TALSTATUS LocateEnds(const UNICODE_STRING* source, const UNICODE_STRING* destination,
                          Target* from, Target* to) const;
+    TALSTATUS MoveWhole(SCHANDLE session, bool overwrite, const UNICODE_STRING* source,
+                        const UNICODE_STRING* destination, const DAV_LOCK_TOKEN* token);
     TALSTATUS ListLock(DAV_LOCK_PLACE* place, UINT32* length, void* out) const;
 
     Store& store_;

@@ -204,13 +204,15 @@ class PosixFileSystem final : public FileSystem {
     {
         return Result(Retry([&] { return everything ? ::fsync(handle) : ::fdatasync(handle); }));
     }
-    int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
+    int CopyContent(FileHandle from, FileHandle to, UINT64 size, const GoOn& goOn) override
     {
         if (Retry([&] { return ::ioctl(to, FICLONE, from); }) == 0)
             return 0;
         UINT64 done = 0;
         while (done < size) {
-            const auto piece = static_cast<size_t>(std::min<UINT64>(size - done, 1u << 30));
+            if (goOn && !goOn())
+                return ECANCELED;
+            const auto piece = static_cast<size_t>(std::min<UINT64>(size - done, kCopyPiece));
             off64_t in = static_cast<off64_t>(done);
             off64_t out = in;
             const ssize_t n =
@@ -219,11 +221,11 @@ class PosixFileSystem final : public FileSystem {
                 done += static_cast<UINT64>(n);
                 continue;
             }
-            if (n == 0)
-                return 0; // the source became shorter meanwhile
-            return errno == ENOSYS || errno == EXDEV || errno == EOPNOTSUPP || errno == EINVAL
-                       ? CopyByHand(from, to, done, size)
-                       : errno;
+            // Nothing: the end, or a file whose content the kernel only makes when it is read.
+            if (n == 0 || errno == ENOSYS || errno == EXDEV || errno == EOPNOTSUPP ||
+                errno == EINVAL)
+                return CopyByHand(from, to, done, size, goOn);
+            return errno == EBADF ? EACCES : errno; // opened by a fallback, without content
         }
         return 0;
     }
@@ -297,6 +299,19 @@ class PosixFileSystem final : public FileSystem {
     int MakeDirectory(FileHandle directory, const char* name) override
     {
         return Result(Retry([&] { return ::mkdirat(directory, name, 0777); }));
+    }
+    int ReadLink(FileHandle directory, const char* name, std::string* out) override
+    {
+        char text[PATH_MAX];
+        const ssize_t n = ::readlinkat(directory, name, text, sizeof text);
+        if (n < 0)
+            return errno;
+        out->assign(text, static_cast<size_t>(n)); // no link is longer
+        return 0;
+    }
+    int MakeLink(const char* text, FileHandle directory, const char* name) override
+    {
+        return Result(::symlinkat(text, directory, name));
     }
     int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
                bool replace) override
@@ -514,16 +529,20 @@ class PosixFileSystem final : public FileSystem {
             }
         }
     }
-    int CopyByHand(FileHandle from, FileHandle to, UINT64 done, UINT64 size)
+    int CopyByHand(FileHandle from, FileHandle to, UINT64 done, UINT64 size, const GoOn& goOn)
     {
         const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBlock]);
         if (!buffer)
             return ENOMEM;
         while (done < size) {
+            if (goOn && !goOn())
+                return ECANCELED;
             const auto piece = static_cast<size_t>(std::min<UINT64>(size - done, kCopyBlock));
             size_t got = 0;
-            if (const int error = Read(from, done, buffer.get(), piece, &got); error || got == 0)
+            if (const int error = Read(from, done, buffer.get(), piece, &got))
                 return error;
+            if (got == 0)
+                return EBUSY; // the source became shorter meanwhile
             if (const int error = Write(to, done, buffer.get(), got))
                 return error;
             done += got;
@@ -532,6 +551,7 @@ class PosixFileSystem final : public FileSystem {
     }
 
     static constexpr size_t kCopyBlock = 262144;
+    static constexpr size_t kCopyPiece = 8u << 20; // a slow disk takes less than a second for it
     const int top_;
     const std::string name_;   // as it was given
     std::vector<int> private_; // directories that no link leads into

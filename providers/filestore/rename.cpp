@@ -169,6 +169,7 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
     if (MoveBack())
         return status;
     // The name has moved, and the intent stands: the metadata follows at the next start.
+    areRowsBehind_ = true;
     Log(kLogError, "volume '" + volume_.Name() + "': the properties of '" + from_.path +
                        "' stay behind until the next start, code " + std::to_string(Code(status)));
     return StatusFromErrno(notSynced);

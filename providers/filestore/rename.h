@@ -52,6 +52,10 @@ class Rename {
     // when a lock stands in the way, 40 when the conditions do not hold; nothing has changed then.
     // A failure of the sync is reported when everything has moved.
     TALSTATUS To(std::string leaf);
+    // After a failure: the names have changed all the same, and the sync has failed.
+    bool HasMoved() const { return hasMoved_; }
+    // After a success: the metadata stays behind until the next start.
+    bool AreRowsBehind() const { return areRowsBehind_; }
     // After a failure: what was to be put aside bears the old name, or is aside. Both are to be
     // left as they are, the next start ends it.
     bool IsStuck() const { return isStuck_; }
@@ -88,6 +92,7 @@ class Rename {
     RenameIntent intent_;
     bool hasMoved_ = false;
     bool isStuck_ = false;
+    bool areRowsBehind_ = false;
 };
 
 } // namespace filestore

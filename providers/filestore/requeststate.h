@@ -40,6 +40,14 @@ class RequestState final : public Object<RequestState, IUnknown> {
         }
     } found;
 
+    // How far a COPY or MOVE has come; see relocation.h.
+    struct Relocation {
+        bool hasFailed = false;         // a step has, and that has been reported
+        bool isCopied = false;          // nothing is left for the module to copy
+        const Volume* volume = nullptr; // of the upload that was dropped last, and its path
+        std::string dropped;
+    } relocation;
+
     // Directories that the request has open as collections, the innermost last; see directory.h.
     std::vector<std::weak_ptr<const Directory>> open;
 

@@ -5,6 +5,7 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/recent.h"
+#include "providers/filestore/relocation.h"
 #include "providers/filestore/room.h"
 
 namespace filestore {
@@ -23,9 +24,14 @@ FileResource::~FileResource()
 void FileResource::CloseAll()
 {
     if (upload_) {
-        const TALSTATUS status = Protected([&] { return FinishUpload(); });
-        if (Failed(status))
+        const TALSTATUS status = relocation::Step(Protected([&] { return FinishUpload(); }));
+        if (Failed(status)) {
             call::ReportFailure(status);
+            (void)Protected([&] {
+                relocation::NoteDropped(node_.GetVolume(), node_.Path());
+                return status;
+            });
+        }
         upload_.reset();
     }
     uploadHidden_.reset();
@@ -37,6 +43,8 @@ TALSTATUS FileResource::FinishUpload()
 {
     if (!call::UploadArrived())
         return Failure(kCodeInvalidRequest); // the body broke off
+    if (relocation::HasFailed())
+        return Failure(kCodeUnsuccessful); // not all of it has been copied
     // What may take long comes before the locks are asked again.
     const Store& store = node_.GetStore();
     Volume& volume = node_.GetVolume();
@@ -82,10 +90,10 @@ TALSTATUS FileResource::Associate(SCHANDLE hSession, BOOLEAN create, DAV_OPEN_AC
                                   DAV_SHARE_MODE, DAV_OPEN_FLAGS, UNICODE_STRING* path,
                                   DAV_LOCK_TOKEN* token)
 {
-    return Protected([&] {
+    return relocation::Step(Protected([&] {
         CloseAll(); // a second Associate, as after a probe, starts over
         return create ? Create(hSession, path, token) : Open(hSession, access, path, token);
-    });
+    }));
 }
 
 TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNICODE_STRING* path,
@@ -186,8 +194,10 @@ TALSTATUS FileResource::Inspect(FileInfo* out) const
     if (!node_.IsBound())
         return kNotAssociated;
     *out = info_;
-    return upload_ ? StatusFromErrno(node_.GetVolume().Fs().Inspect(upload_->File(), out))
-                   : TAL_STATUS_SUCCESS;
+    if (!upload_)
+        return TAL_STATUS_SUCCESS;
+    return relocation::InnerStep(
+        StatusFromErrno(node_.GetVolume().Fs().Inspect(upload_->File(), out)));
 }
 
 // The request walks through the collection, and has seen that nothing in it keeps a date.
@@ -220,8 +230,9 @@ TALSTATUS FileResource::GetCreationDate(DAV_DATETIME* date)
         *date = info_.created;
         return TAL_STATUS_SUCCESS;
     }
-    return StatusFromErrno(upload_ ? volume.GetCreated(upload_->File(), {}, date)
-                                   : volume.GetCreated(Handle(), info_, date));
+    return relocation::InnerStep(StatusFromErrno(upload_
+                                                     ? volume.GetCreated(upload_->File(), {}, date)
+                                                     : volume.GetCreated(Handle(), info_, date)));
 }
 
 TALSTATUS FileResource::GetDisplayName(UNICODE_STRING* name)
@@ -263,11 +274,18 @@ TALSTATUS FileResource::Read(UINT64 offset, UINT32 length, char* buffer, UINT32*
     *read = 0;
     if (!node_.IsBound())
         return kNotAssociated;
+    // The way to a far range is read, too.
+    if (offset != 0 && call::IsCancelled())
+        return relocation::InnerStep(Failure(kCodeUnsuccessful));
     size_t got = 0;
     const int error = node_.GetVolume().Fs().Read(upload_ ? upload_->File() : Handle(), offset,
                                                   buffer, length, &got);
     *read = static_cast<UINT32>(got);
-    return ToldIfDenied(StatusFromErrno(error)); // the reply's head promises the content
+    // A copy reads what it was told to be there: the source has become shorter.
+    if (error == 0 && got == 0 && length != 0)
+        (void)relocation::InnerStep(Failure(kCodeEndOfFile));
+    // The reply's head promises the content.
+    return relocation::InnerStep(ToldIfDenied(StatusFromErrno(error)));
 }
 
 TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32* written)
@@ -275,7 +293,7 @@ TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32
     *written = 0;
     if (!node_.IsBound())
         return kNotAssociated;
-    return Protected([&] {
+    return relocation::InnerStep(Protected([&] {
         if (!upload_) {
             if (info_.isDirectory)
                 return Failure(kCodeMethodNotAllowed);
@@ -286,7 +304,7 @@ TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32
         if (!Failed(status))
             *written = length;
         return status;
-    });
+    }));
 }
 
 TALSTATUS FileResource::SetCreationDate(DAV_DATETIME date)
@@ -294,7 +312,7 @@ TALSTATUS FileResource::SetCreationDate(DAV_DATETIME date)
     if (!node_.IsBound())
         return kNotAssociated;
     if (!upload_)
-        return Protected([&] { return node_.SetCreated(Handle(), date); });
+        return relocation::InnerStep(Protected([&] { return node_.SetCreated(Handle(), date); }));
     upload_->SetCreated(date);
     return TAL_STATUS_SUCCESS;
 }
@@ -304,7 +322,7 @@ TALSTATUS FileResource::SetModificationDate(DAV_DATETIME date)
     if (!node_.IsBound())
         return kNotAssociated;
     if (!upload_)
-        return Protected([&] { return node_.SetModified(Handle(), date); });
+        return relocation::InnerStep(Protected([&] { return node_.SetModified(Handle(), date); }));
     upload_->SetModified(date);
     return TAL_STATUS_SUCCESS;
 }
@@ -314,7 +332,7 @@ TALSTATUS FileResource::GetLiveAttributes(UINT32* attributes)
     FileInfo info;
     if (const TALSTATUS status = Inspect(&info); Failed(status))
         return status;
-    return Protected([&] { return node_.GetAttributes(info, attributes); });
+    return relocation::InnerStep(Protected([&] { return node_.GetAttributes(info, attributes); }));
 }
 
 TALSTATUS FileResource::SetLiveAttributes(UINT32 attributes)
@@ -322,7 +340,8 @@ TALSTATUS FileResource::SetLiveAttributes(UINT32 attributes)
     if (!node_.IsBound())
         return kNotAssociated;
     if (!upload_)
-        return Protected([&] { return node_.SetAttributes(Handle(), &info_, attributes); });
+        return relocation::InnerStep(
+            Protected([&] { return node_.SetAttributes(Handle(), &info_, attributes); }));
     upload_->SetReadOnly((attributes & kAttributeReadOnly) != 0);
     uploadHidden_ = (attributes & kAttributeHidden) != 0;
     return TAL_STATUS_SUCCESS;

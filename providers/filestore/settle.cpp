@@ -85,6 +85,7 @@ class Settlement {
             return Rename(intent_.aside, intent_.to);
         if (*happened && from && !aside)
             return Rename(intent_.from, intent_.aside);
+        isAsideGone_ = !aside; // dropped since
         return 0;
     }
 
@@ -108,7 +109,7 @@ class Settlement {
     TALSTATUS MoveRows()
     {
         TALSTATUS status = TAL_STATUS_SUCCESS;
-        if (!intent_.aside.empty() && !intent_.aside.starts_with(kPurge))
+        if (!intent_.aside.empty() && !intent_.aside.starts_with(kPurge) && !isAsideGone_)
             status = session_.RenameTree(intent_.to, intent_.aside);
         if (!Failed(status))
             status = session_.ForgetTree(isAway_ ? intent_.from : intent_.to);
@@ -125,6 +126,7 @@ class Settlement {
     const RenameIntent& intent_;
     const bool sync_;
     bool isAway_ = false;
+    bool isAsideGone_ = false;
 };
 
 } // namespace

@@ -11,6 +11,7 @@
 #include "providers/filestore/recent.h"
 #include "providers/filestore/rename.h"
 #include "providers/filestore/room.h"
+#include "providers/filestore/transfer.h"
 #include "providers/filestore/treecopy.h"
 #include "providers/filestore/upload.h"
 
@@ -123,7 +124,7 @@ TALSTATUS RemoveForGood(const Guard& guard, Volume& volume, const Place& from)
 // What both a move and a copy ask of their two ends.
 TALSTATUS CheckEnds(const Target& from, const Target& to)
 {
-    if (from.IsRoot() || from.IsVolumeTop() || to.IsRoot() || to.IsVolumeTop())
+    if (from.IsRoot() || to.IsRoot() || to.IsVolumeTop())
         return Failure(kCodeAccessDenied);
     if (!to.volume->IsWritable())
         return Failure(kCodeAccessDenied);
@@ -196,31 +197,38 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
 {
     if (const TALSTATUS status = CheckEnds(from, to); Failed(status))
         return status;
-    if (from.volume != to.volume)
-        return Failure(kCodeNotImplemented);
+    if (from.IsVolumeTop() || !from.volume->IsWritable())
+        return Failure(kCodeAccessDenied);
     if (from.deletedId && !from.IsDeletedEntry())
         return Failure(kCodeAccessDenied);
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
     Volume& volume = *from.volume;
+    const bool isWithin = &volume == to.volume;
     Place source, destination;
     TALSTATUS status = FindSource(from, &source);
     if (!Failed(status))
-        status = OpenPlace(volume, to.path.View(), kCodeConflict, &source, &destination);
-    // A rename that replaces nothing tells by itself whether the name was free.
-    if (!Failed(status) && overwrite)
-        status = Look(volume, &destination);
+        status = OpenPlace(*to.volume, to.path.View(), kCodeConflict, isWithin ? &source : nullptr,
+                           &destination);
+    // A rename that replaces nothing tells by itself whether the name was free; a copy would be
+    // made in vain.
+    if (!Failed(status) && (overwrite || !isWithin))
+        status = Look(*to.volume, &destination);
     if (Failed(status))
         return status;
-    if (source.path == destination.path)
+    if (isWithin && source.path == destination.path)
         return overwrite ? TAL_STATUS_SUCCESS : Failure(kCodeObjectExists);
 
     // Nothing gives way before it is sure that the move is allowed.
-    for (const std::string* path : {&source.path, &destination.path})
-        if (status = guard.CheckLocks(volume, *path, Reach::Tree); Failed(status))
-            return status;
-    if (status = CheckReplaceable(overwrite, destination); Failed(status))
+    status = guard.CheckLocks(volume, source.path, Reach::Tree);
+    if (!Failed(status))
+        status = guard.CheckLocks(*to.volume, destination.path, Reach::Tree);
+    if (!Failed(status))
+        status = CheckReplaceable(overwrite, destination);
+    if (Failed(status))
         return status;
+    if (!isWithin)
+        return Transfer(store, guard, from, source, to, destination).Run();
     bool keepsDates = from.deletedId != 0;
     if (!keepsDates && source.directory != destination.directory)
         (void)volume.HasKeptDates(*source.directory, &keepsDates); // as with what follows
@@ -232,7 +240,7 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
     return TakeName(store, source, destination, &rename);
 }
 
-TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, bool shallow,
+TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyExtent& extent,
                    const Target& from, const Target& to)
 {
     if (const TALSTATUS status = CheckEnds(from, to); Failed(status))
@@ -254,15 +262,15 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, bool shallo
         return status;
 
     TreeCopy copy(store, *from.volume, volume);
-    if (status = copy.Make(from, shallow); Failed(status))
+    if (status = copy.Make(from, to.path.View(), extent); Failed(status))
         return status;
-    const bool inPlace = destination.exists && !copy.IsDirectory() && !destination.info.isDirectory;
-    if (destination.exists && !inPlace)
-        status = PutAside(store, guard, volume, destination);
-    if (!Failed(status))
-        status = copy.Publish(guard, *destination.directory, destination.path, inPlace);
-    return Failed(status) ? status
-                          : StatusFromErrno(volume.SyncNames(destination.directory->Get()));
+    (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
+    Place made = copy.Made();
+    Rename rename(guard, volume, made, destination.directory->Get(), ParentOf(destination.path));
+    status = TakeName(store, made, destination, &rename);
+    if (!Failed(status) || rename.IsStuck())
+        copy.Keep();
+    return status;
 }
 
 } // namespace filestore

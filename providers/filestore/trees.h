@@ -7,6 +7,7 @@
 
 #include "providers/filestore/guard.h"
 #include "providers/filestore/store.h"
+#include "providers/filestore/treecopy.h"
 
 namespace filestore {
 
@@ -14,14 +15,14 @@ namespace filestore {
 // deleted entry that is deleted goes for good.
 TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target);
 
-// Code 13 between volumes, 22 when the destination exists and `overwrite` is clear, 33 when its
+// Between volumes, too. Code 22 when the destination exists and `overwrite` is clear, 33 when its
 // parent is missing, 6 when one lies in the other. What is replaced is kept like a deleted entry if
 // it is, or gives way to, a collection. Moving a deleted entry restores it.
 TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Target& from,
                    const Target& to);
 
-// Codes as MoveTree; works between volumes, too. A `shallow` copy of a collection has no members.
-TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, bool shallow,
+// Codes as MoveTree; works between volumes, too.
+TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyExtent& extent,
                    const Target& from, const Target& to);
 
 } // namespace filestore

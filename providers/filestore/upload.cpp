@@ -80,7 +80,7 @@ TALSTATUS Upload::BeginWithContent(std::string_view path, FileHandle content, UI
     if (const TALSTATUS status = Begin(path, false); Failed(status))
         return status;
     return StatusFromErrno(WithRoom(store_, volume_, size, [&] {
-        return volume_.Fs().CopyContent(content, file_.Get(), size);
+        return volume_.Fs().CopyContent(content, file_.Get(), size, {});
     }));
 }
 

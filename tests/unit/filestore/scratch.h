@@ -22,10 +22,11 @@ inline UINT64 g_now = 130'000'000'000'000'000;
 
 class TempDirectory {
   public:
-    TempDirectory()
+    explicit TempDirectory(const std::string& parent = "/tmp")
     {
-        char name[] = "/tmp/filestore-unit-XXXXXX";
-        path_ = mkdtemp(name);
+        std::string name = parent + "/filestore-unit-XXXXXX";
+        if (const char* const made = mkdtemp(name.data()))
+            path_ = made;
     }
     ~TempDirectory() { std::filesystem::remove_all(path_); }
     TempDirectory(const TempDirectory&) = delete;

@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/transfer.h"
+
+#include "providers/filestore/failures.h"
+#include "providers/filestore/platform.h"
+#include "providers/filestore/purge.h"
+
+namespace filestore {
+
+namespace {
+
+constexpr char kDeleted[] = ".kest/deleted";
+constexpr char kPurge[] = ".kest/purge";
+
+void Tell(const Volume& volume, const std::string& path, const char* what, TALSTATUS status)
+{
+    Log(kLogError, "volume '" + volume.Name() + "': '" + path + "' " + what + ", code " +
+                       std::to_string(Code(status)));
+}
+
+} // namespace
+
+Transfer::Transfer(Store& store, const Guard& guard, const Target& from, const Place& source,
+                   const Target& to, const Place& destination)
+    : store_(store), guard_(guard),
+      from_(from), source_{*from.volume, source}, destination_{*to.volume, destination},
+      copy_(store, *from.volume, *to.volume)
+{
+}
+
+TALSTATUS Transfer::Run()
+{
+    CopyExtent all;
+    all.unserved = true;
+    TALSTATUS status = copy_.Make(from_, destination_.place.path, all);
+    if (!Failed(status))
+        status = CollectLocks(&source_);
+    if (!Failed(status))
+        status = CollectLocks(&destination_);
+    if (!Failed(status))
+        status = Publish();
+    if (Failed(status))
+        return status;
+    if (status = from_.deletedId ? RemoveEntry() : RemoveSource(); Failed(status)) {
+        TakeBack();
+        return status;
+    }
+    const bool keep = store_.Settings().keepDeletedDays > 0;
+    if (!keep)
+        Retire(source_);
+    // A file that gave way to a file is not kept either.
+    if (!keep || !(copy_.IsDirectory() || destination_.place.info.isDirectory))
+        Retire(destination_);
+    return status;
+}
+
+TALSTATUS Transfer::CollectLocks(End* end) const
+{
+    if (!end->volume.MayHaveLocks())
+        return TAL_STATUS_SUCCESS;
+    std::unique_ptr<MetadataSession> session;
+    const TALSTATUS status = Store::OpenMetadata(end->volume, &session);
+    return Failed(status) ? status
+                          : session->LocksWithin(end->place.path, store_.Now(), &end->locks);
+}
+
+void Transfer::RestoreLocks(const End& end)
+{
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = TAL_STATUS_SUCCESS;
+    if (!end.locks.empty())
+        status = Store::OpenMetadata(end.volume, &session);
+    for (const LockRecord& lock : end.locks)
+        if (!Failed(status))
+            status = session->AddLock(lock);
+    if (Failed(status))
+        Tell(end.volume, end.place.path, "has lost its locks in a move that failed", status);
+}
+
+// What the end's name bore, where it is now.
+TALSTATUS Transfer::OpenEntry(const End& end, Place* out) const
+{
+    out->leaf = std::to_string(end.entry.id);
+    out->path = std::string(kDeleted) + "/" + out->leaf;
+    out->exists = true;
+    out->info = end.place.info;
+    return StatusFromErrno(end.volume.OpenParent(out->path, &out->directory));
+}
+
+// What gives way is kept until it is sure that it has to.
+TALSTATUS Transfer::Publish()
+{
+    Volume& volume = destination_.volume;
+    const Place& place = destination_.place;
+    (void)volume.ExpectKeptDates(*place.directory); // without it: the disk's dates
+    Place made = copy_.Made();
+    Rename rename(guard_, volume, made, place.directory->Get(), ParentOf(place.path));
+    DeletedEntry entry{0, std::string(ParentOf(place.path)), place.leaf, store_.Now()};
+    if (place.exists) {
+        rename.PutAside();
+        rename.added = &entry;
+    }
+    const TALSTATUS status = rename.To(place.leaf);
+    if (!Failed(status) || rename.HasMoved()) {
+        copy_.Keep();
+        destination_.entry = entry;
+        if (Failed(status))
+            TakeBack();
+    } else if (rename.IsStuck()) {
+        copy_.Keep();
+    }
+    return status;
+}
+
+// Should it fail, the object is in both volumes, and nothing is lost.
+void Transfer::TakeBack()
+{
+    Volume& volume = destination_.volume;
+    Place made = destination_.place;
+    TALSTATUS status = TAL_STATUS_SUCCESS;
+    if (destination_.entry.id) {
+        Place old;
+        status = OpenEntry(destination_, &old);
+        Rename rename(guard_, volume, old, made.directory->Get(), ParentOf(made.path));
+        rename.restored = destination_.entry.id;
+        rename.forget = true;
+        rename.PutAside();
+        if (!Failed(status))
+            status = rename.To(made.leaf);
+    } else {
+        made.info = copy_.Made().info;
+        Rename rename(guard_, volume, made, volume.Purge(), kPurge);
+        rename.forget = true;
+        rename.toServed = false;
+        status = rename.To(volume.UniqueName());
+    }
+    store_.WakePurger();
+    if (Failed(status))
+        Tell(volume, made.path, "stays after a move that failed", status);
+    else
+        RestoreLocks(destination_);
+}
+
+// A deleted entry is restored in another volume. Nobody changes one.
+TALSTATUS Transfer::RemoveEntry()
+{
+    Volume& volume = source_.volume;
+    Rename rename(guard_, volume, source_.place, volume.Purge(), kPurge);
+    rename.restored = from_.deletedId;
+    rename.forget = true;
+    rename.toServed = false;
+    const TALSTATUS status = rename.To(volume.UniqueName());
+    store_.WakePurger();
+    return rename.HasMoved() ? TAL_STATUS_SUCCESS : status;
+}
+
+// Puts the source away, where nobody changes it any more, and makes sure that it is what was
+// copied: nothing that somebody has stored in it meanwhile goes with it.
+TALSTATUS Transfer::RemoveSource()
+{
+    Volume& volume = source_.volume;
+    const Place& place = source_.place;
+    DeletedEntry entry{0, std::string(ParentOf(place.path)), place.leaf, store_.Now()};
+    Rename rename(guard_, volume, source_.place, volume.Deleted(), kDeleted);
+    rename.conditions = Conditions::Of(volume, place.path);
+    rename.added = &entry;
+    rename.toServed = false;
+    TALSTATUS status = rename.To({});
+    if (Failed(status) && !rename.HasMoved())
+        return status;
+    source_.entry = entry;
+    areRowsBehind_ = rename.AreRowsBehind();
+    if (!Failed(status))
+        status = CompareSource();
+    // One whose name has been taken meanwhile stays among the deleted entries.
+    return Failed(status) && PutSourceBack() ? status : TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Transfer::CompareSource()
+{
+    Place aside;
+    Fingerprint now;
+    TALSTATUS status = OpenEntry(source_, &aside);
+    if (!Failed(status))
+        status =
+            StatusFromErrno(now.AddTree(source_.volume.Fs(), aside.directory->Get(), aside.leaf));
+    if (!Failed(status) && source_.volume.MayHaveProperties()) {
+        std::unique_ptr<MetadataSession> session;
+        status = Store::OpenMetadata(source_.volume, &session);
+        if (!Failed(status))
+            status = now.AddRows(*session, areRowsBehind_ ? source_.place.path : aside.path);
+    }
+    if (Failed(status))
+        return status;
+    return now == copy_.Source() ? TAL_STATUS_SUCCESS : Failure(kCodeConflict);
+}
+
+bool Transfer::PutSourceBack()
+{
+    const Place& place = source_.place;
+    Place aside;
+    TALSTATUS status = OpenEntry(source_, &aside);
+    if (!Failed(status)) {
+        Rename rename(guard_, source_.volume, aside, place.directory->Get(), ParentOf(place.path));
+        rename.restored = source_.entry.id;
+        status = rename.To(place.leaf);
+        if (Failed(status) && !rename.HasMoved())
+            Tell(source_.volume, place.path, "stays among the deleted entries after a move",
+                 status);
+        else
+            status = TAL_STATUS_SUCCESS;
+    }
+    if (Failed(status)) {
+        source_.entry.id = 0; // it is kept whatever the setting says
+        return false;
+    }
+    RestoreLocks(source_);
+    return true;
+}
+
+// What cannot be retired now goes when the list is looked through.
+void Transfer::Retire(const End& end)
+{
+    std::unique_ptr<MetadataSession> session;
+    if (!end.entry.id || Failed(Store::OpenMetadata(end.volume, &session)))
+        return;
+    (void)RetireEntries(end.volume, *session, {end.entry.id});
+    store_.WakePurger();
+}
+
+} // namespace filestore
