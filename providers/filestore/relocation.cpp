@@ -108,7 +108,8 @@ std::optional<TALSTATUS> CopyInstead(Store& store, const Guard& guard, const Tar
     Target source;
     if (!state || !request)
         return Failure(kCodeInsufficientResources);
-    if (state->relocation.isCopied || !LocateSource(store, &source) ||
+    state->relocation.isCopied = false; // the host may have the module try again
+    if (!LocateSource(store, &source) ||
         !call::IsAboutToCreate("/" + target.volume->Name() + "/" + target.path.CStr()))
         return std::nullopt;
     BOOLEAN overwrite = FALSE;

@@ -121,7 +121,7 @@ class MemoryFileSystem final : public FileSystem {
         machine_.Do({.kind = Event::Sync, .inode = InodeOf(handle), .number = everything});
         return 0;
     }
-    int CopyContent(FileHandle from, FileHandle to, UINT64 size) override
+    int CopyContent(FileHandle from, FileHandle to, UINT64 size, const GoOn&) override
     {
         const Busy busy;
         const Inode* const inode = Disk().Find(InodeOf(from));
@@ -190,6 +190,9 @@ class MemoryFileSystem final : public FileSystem {
             return EEXIST;
         return Link(machine_.MakeInode(true, 0755), directory, name);
     }
+    // The disk has no links.
+    int ReadLink(FileHandle, const char*, std::string*) override { return EINVAL; }
+    int MakeLink(const char*, FileHandle, const char*) override { return EPERM; }
     int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
                bool replace) override
     {

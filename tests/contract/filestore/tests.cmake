@@ -6,3 +6,8 @@ kest_test(filestore_contract_test
   LIBS tolm ${CMAKE_DL_LIBS})
 target_compile_definitions(filestore_contract_test PRIVATE FILESTORE_LIBRARY="$<TARGET_FILE:filestore>")
 add_dependencies(filestore_contract_test filestore)
+
+# The module and the store in one process, over seams that fail.
+kest_test(filestore_faults_test
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
+  LIBS kest_harness filestore_objects)

@@ -164,6 +164,7 @@ class FailingFileSystem final : public FileSystem {
     {
         return Fail(__func__) ? error : real_->List(d, sink);
     }
+    int KeepPrivate(FileHandle h) override { return real_->KeepPrivate(h); }
     UINT32 NewFileMode() const override { return real_->NewFileMode(); }
     int TryLock(FileHandle h) override { return real_->TryLock(h); }
     int ExternalPath(const char* path, char* out, size_t room) override

@@ -59,7 +59,7 @@ std::string UseAll(const std::string& directory)
     tell("tag", fs->GetTag(file.Get(), "user.kest.test", bytes, sizeof bytes, &got));
     tell("tag", fs->GetTagAt(top.Get(), "file", "user.kest.test", bytes, sizeof bytes, &got));
     tell("create", fs->CreateFile(top.Get(), "copy", copy.Out(*fs)));
-    tell("copy", fs->CopyContent(file.Get(), copy.Get(), 7));
+    tell("copy", fs->CopyContent(file.Get(), copy.Get(), 7, {}));
     tell("look", fs->Look("copy", &info));
     told << info.size << '\n';
     tell("inspect", fs->Inspect(file.Get(), &info));
