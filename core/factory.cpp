@@ -5,6 +5,7 @@
 #include <new>
 
 #include "core/lifecycle.h"
+#include <kest/layout.h>
 
 CFKestInstance g_IClassFactory;
 

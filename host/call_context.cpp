@@ -6,6 +6,7 @@
 #include "host/server.h"
 #include <kest/host.h>
 #include <kest/identifiers.h>
+#include <kest/layout.h>
 #include <kest/status.h>
 
 namespace kestd {

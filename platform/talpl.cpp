@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include <kest/identifiers.h>
+#include <kest/layout.h>
 
 #include "platform/internal.h"
 

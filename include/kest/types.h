@@ -79,13 +79,3 @@ enum KEST_LOCATION_ACCESS : UINT32 {
 };
 
 static_assert(sizeof(void*) == 8, "the contract is defined for 64-bit processes");
-static_assert(sizeof(WCHAR) == 2);
-static_assert(sizeof(STRING) == 16 && offsetof(STRING, MaximumLength) == 2 &&
-              offsetof(STRING, Buffer) == 8);
-static_assert(sizeof(UNICODE_STRING) == 16 && offsetof(UNICODE_STRING, MaximumLength) == 2 &&
-              offsetof(UNICODE_STRING, Buffer) == 8);
-static_assert(sizeof(GUID) == 16 && offsetof(GUID, Data2) == 4 && offsetof(GUID, Data3) == 6 &&
-              offsetof(GUID, Data4) == 8);
-static_assert(sizeof(SCHANDLE) == 16 && offsetof(SCHANDLE, hId) == 8);
-static_assert(sizeof(LIST_ENTRY) == 16 && offsetof(LIST_ENTRY, Blink) == 8);
-static_assert(sizeof(KEST_LOCATION_ACCESS) == 4);

@@ -4,6 +4,7 @@
 #include <new>
 
 #include <kest/identifiers.h>
+#include <kest/layout.h>
 
 #include "providers/filestore/collection.h"
 #include "providers/filestore/namespace.h"

@@ -14,6 +14,7 @@
 #include <kest/io.h>
 #include <kest/req.h>
 #include <kest/talpl.h>
+#include <kest/talpl_fault_injection.h>
 
 namespace {
 
@@ -269,12 +270,11 @@ TEST(Slots, IKestSession)
 
 TEST(Slots, IKestCallContext)
 {
-    ExpectOrder<IKestCallContext>(&IKestCallContext::GetRequest, &IKestCallContext::GetMethod,
-                                  &IKestCallContext::IsBodyComplete,
-                                  &IKestCallContext::ReportFailure, &IKestCallContext::IsCancelled,
-                                  &IKestCallContext::SetAttachment,
-                                  &IKestCallContext::GetAttachment,
-                                  &IKestCallContext::GetConditions);
+    ExpectOrder<IKestCallContext>(
+        &IKestCallContext::GetRequest, &IKestCallContext::GetMethod,
+        &IKestCallContext::IsBodyComplete, &IKestCallContext::ReportFailure,
+        &IKestCallContext::IsCancelled, &IKestCallContext::SetAttachment,
+        &IKestCallContext::GetAttachment, &IKestCallContext::GetConditions);
 }
 
 TEST(Slots, IDirectory)

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The layout of every record of the contract, pinned: whoever builds one side with other packing or
+// alignment does not compile. One source file of each library includes it.
+#pragma once
+
+#include <kest/dav/records.h>
+#include <kest/host/attributes.h>
+#include <kest/host/call_context.h>
+#include <kest/talpl.h>
+#include <kest/types.h>
+
+static_assert(sizeof(WCHAR) == 2);
+static_assert(sizeof(STRING) == 16 && offsetof(STRING, MaximumLength) == 2 &&
+              offsetof(STRING, Buffer) == 8);
+static_assert(sizeof(UNICODE_STRING) == 16 && offsetof(UNICODE_STRING, MaximumLength) == 2 &&
+              offsetof(UNICODE_STRING, Buffer) == 8);
+static_assert(sizeof(GUID) == 16 && offsetof(GUID, Data2) == 4 && offsetof(GUID, Data3) == 6 &&
+              offsetof(GUID, Data4) == 8);
+static_assert(sizeof(SCHANDLE) == 16 && offsetof(SCHANDLE, hId) == 8);
+static_assert(sizeof(LIST_ENTRY) == 16 && offsetof(LIST_ENTRY, Blink) == 8);
+static_assert(sizeof(KEST_LOCATION_ACCESS) == 4);
+
+static_assert(sizeof(TALX_KEY_INFORMATION) == 24 &&
+              offsetof(TALX_KEY_INFORMATION, LastWriteTime) == 0 &&
+              offsetof(TALX_KEY_INFORMATION, Reserved) == 8 &&
+              offsetof(TALX_KEY_INFORMATION, KeyNameLength) == 12 &&
+              offsetof(TALX_KEY_INFORMATION, KeyName) == 16);
+static_assert(sizeof(TALX_KEY_VALUE_INFORMATION) == 24 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, Reserved) == 0 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, ValueType) == 4 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, ValueOffset) == 8 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, ValueLength) == 12 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, KeyValueNameLength) == 16 &&
+              offsetof(TALX_KEY_VALUE_INFORMATION, KeyValueName) == 20);
+static_assert(sizeof(TALPL_STATISTICS) == 48);
+
+static_assert(sizeof(KEST_CONDITIONS) == 48 && offsetof(KEST_CONDITIONS, NoneMatch) == 16 &&
+              offsetof(KEST_CONDITIONS, UnmodifiedSince) == 32 &&
+              offsetof(KEST_CONDITIONS, MayReplace) == 40);
+static_assert(sizeof(Attribute) == 24 && offsetof(Attribute, pData) == 16);
+
+static_assert(sizeof(DAV_LOCK_2) == 296 && offsetof(DAV_LOCK_2, NextEntryOffset) == 0 &&
+              offsetof(DAV_LOCK_2, Type) == 4 && offsetof(DAV_LOCK_2, Scope) == 8 &&
+              offsetof(DAV_LOCK_2, Depth) == 12 && offsetof(DAV_LOCK_2, Timeout) == 16 &&
+              offsetof(DAV_LOCK_2, OwnerLength) == 24 && offsetof(DAV_LOCK_2, Owner) == 28 &&
+              offsetof(DAV_LOCK_2, TokenLength) == 288 && offsetof(DAV_LOCK_2, Token) == 292);
+static_assert(sizeof(DAV_NAMED_PROPERTY) == 20 &&
+              offsetof(DAV_NAMED_PROPERTY, NextEntryOffset) == 0 &&
+              offsetof(DAV_NAMED_PROPERTY, NameLength) == 4 &&
+              offsetof(DAV_NAMED_PROPERTY, NameOffset) == 8 &&
+              offsetof(DAV_NAMED_PROPERTY, ValueLength) == 12 &&
+              offsetof(DAV_NAMED_PROPERTY, Value) == 16);
+static_assert(sizeof(DAV_ETAG) == 16);
+static_assert(sizeof(DAV_MULTI_STATUS) == 16 && offsetof(DAV_MULTI_STATUS, NextEntryOffset) == 0 &&
+              offsetof(DAV_MULTI_STATUS, status) == 4 &&
+              offsetof(DAV_MULTI_STATUS, ObjectLength) == 8 &&
+              offsetof(DAV_MULTI_STATUS, Object) == 12);
+static_assert(sizeof(DAV_COMMON_ENUM) == 64 && offsetof(DAV_COMMON_ENUM, NextEntryOffset) == 0 &&
+              offsetof(DAV_COMMON_ENUM, Type) == 4 && offsetof(DAV_COMMON_ENUM, Attributes) == 8 &&
+              offsetof(DAV_COMMON_ENUM, CreationDate) == 16 &&
+              offsetof(DAV_COMMON_ENUM, ModificationDate) == 24 &&
+              offsetof(DAV_COMMON_ENUM, ResourceSize) == 32 &&
+              offsetof(DAV_COMMON_ENUM, State) == 40 &&
+              offsetof(DAV_COMMON_ENUM, URILength) == 44 && offsetof(DAV_COMMON_ENUM, pURI) == 48 &&
+              offsetof(DAV_COMMON_ENUM, DisplayNameLength) == 56 &&
+              offsetof(DAV_COMMON_ENUM, DisplayName) == 60);
+static_assert(sizeof(DAV_DELETED_ENTRY) == 88 && offsetof(DAV_DELETED_ENTRY, FileID) == 0 &&
+              offsetof(DAV_DELETED_ENTRY, DeleteTime) == 8 &&
+              offsetof(DAV_DELETED_ENTRY, DeletorID) == 16 &&
+              offsetof(DAV_DELETED_ENTRY, Enum) == 24);
+static_assert(sizeof(DAV_LOCK_PLACE) == 16 && offsetof(DAV_LOCK_PLACE, Volume) == 0 &&
+              offsetof(DAV_LOCK_PLACE, Lock) == 8);
+static_assert(sizeof(DAV_LOCK_INFO) == 40 && offsetof(DAV_LOCK_INFO, Timeout) == 0 &&
+              offsetof(DAV_LOCK_INFO, Scope) == 8 && offsetof(DAV_LOCK_INFO, Type) == 12 &&
+              offsetof(DAV_LOCK_INFO, Depth) == 16 && offsetof(DAV_LOCK_INFO, TokenLength) == 20 &&
+              offsetof(DAV_LOCK_INFO, PathLength) == 24 &&
+              offsetof(DAV_LOCK_INFO, CreatorLength) == 28 &&
+              offsetof(DAV_LOCK_INFO, OwnerLength) == 32 && offsetof(DAV_LOCK_INFO, Text) == 36);
+static_assert(sizeof(DAV_REVERSE_LOOKUP) == 56 && offsetof(DAV_REVERSE_LOOKUP, Header) == 0 &&
+              offsetof(DAV_REVERSE_LOOKUP, SockaddrLen) == 16 &&
+              offsetof(DAV_REVERSE_LOOKUP, Sockaddr) == 20 &&
+              offsetof(DAV_REVERSE_LOOKUP, DirPath) == 52);
