@@ -191,21 +191,31 @@ int Volume::TakeToken()
 }
 
 // A power cut can take an owner's lock file and leave what it was writing: without that file nobody
-// lives, either.
+// lives, either. It can take the files, too, and leave the rows that were to follow them.
 void Volume::SweepTmp()
 {
     NameCollector found;
     if (fs_->List(tmp_, found) != 0)
         return;
+    bool isAlone = true;
     for (const std::string& name : found.names) {
         const size_t end = std::min(name.find('-'), name.find(kLockSuffix));
-        if (end == name.npos || IsAlive(name.substr(0, end)))
+        if (end == name.npos)
             continue;
+        if (IsAlive(name.substr(0, end))) {
+            isAlone = isAlone && name.substr(0, end) == token_;
+            continue;
+        }
         // A half-made copy of a tree is a directory: it goes out like a deleted one. What stays the
         // next start removes.
         if (fs_->RemoveFile(tmp_, name.c_str()) == EISDIR)
             (void)fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
     }
+    std::unique_ptr<MetadataSession> session;
+    const std::string tree = std::string(kPrivateDirectory) + "/tmp";
+    bool any = false;
+    if (isAlone && !Failed(meta_->Open(&session)) && !Failed(session->HasAny(tree, &any)) && any)
+        (void)session->ForgetTree(tree); // else the next start
 }
 
 NameGuard::NameGuard(std::mutex& name, std::mutex& other)
