@@ -122,11 +122,9 @@ TALSTATUS Rename::WriteDown(MetadataSession& session, bool* any)
     }
     if (!*any)
         return status;
-    intent_ = {0, volume_.Token(), from_.path, toPath_, {}, 0};
-    if (putsAside_) {
+    intent_ = {0, volume_.Token(), from_.path, toPath_, {}, from_.info.inode};
+    if (putsAside_)
         intent_.aside = Join(added ? ".kest/deleted" : ".kest/purge", asideLeaf_);
-        intent_.inode = from_.info.inode;
-    }
     return session.AddIntent(&intent_);
 }
 
@@ -324,7 +322,8 @@ int Rename::SyncNames(bool rowsFollow) const
         error = volume_.SyncNames(AsideDirectory());
     if (error == 0 && (!toServed || wantsBoth) && fromDirectory != toDirectory_)
         error = volume_.SyncNames(fromDirectory);
-    return error;
+    // Everything has moved: more room would help nobody, and trying again would find nothing.
+    return error == ENOSPC || error == EDQUOT ? EIO : error;
 }
 
 } // namespace filestore

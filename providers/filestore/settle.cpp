@@ -63,8 +63,10 @@ class Settlement {
         int error = Find(intent_.from, &from);
         if (error == 0)
             error = Find(intent_.to, &to);
-        *happened = error == 0 && !from;
         isAway_ = !to || intent_.to.starts_with(kPurge); // it was on its way out, and is out
+        // A power cut may have taken what was to move, while another still bears the new name.
+        const bool isAnother = to && intent_.inode && *to != intent_.inode;
+        *happened = error == 0 && !from && (isAway_ || !isAnother);
         return error;
     }
 

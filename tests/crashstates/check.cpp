@@ -175,6 +175,42 @@ std::string Checker::CompareUntouched(const Lines& found, const Expected& expect
     return Joined(lost, "  lost: ");
 }
 
+using Lines = std::vector<std::string>;
+
+// What clients see of a volume, "/v" or "/w".
+static Lines OnVolume(const Lines& lines, std::string_view volume)
+{
+    Lines out;
+    std::copy_if(lines.begin(), lines.end(), std::back_inserter(out),
+                 [&](const std::string& line) { return line.starts_with(volume); });
+    return out;
+}
+
+// Whether a move between volumes was cut in the middle. It stands at its destination before its
+// source goes, and until it has ended what it replaces and its source are among the deleted:
+// nothing is lost.
+static bool IsHalfMoved(const Lines& found, const Lines& before, const Lines& after)
+{
+    bool isOld[2];
+    for (const int i : {0, 1}) {
+        const std::string_view volume = i == 0 ? "/v" : "/w";
+        const Lines old = OnVolume(before, volume);
+        const Lines made = OnVolume(after, volume);
+        const Lines now = OnVolume(found, volume);
+        if (old == made || (now != old && now != made))
+            return false;
+        isOld[i] = now == old;
+    }
+    const auto isLost = [&](const std::string& line) {
+        return line.starts_with("deleted ") &&
+               std::find(after.begin(), after.end(), line) != after.end() &&
+               std::find(found.begin(), found.end(), line) == found.end();
+    };
+    const auto isFault = [](const std::string& line) { return line.starts_with("fault "); };
+    return (isOld[0] || !isOld[1]) && std::none_of(before.begin(), before.end(), isLost) &&
+           std::none_of(found.begin(), found.end(), isFault);
+}
+
 // Empty when what was found is what the setting promises.
 std::string Checker::Compare(const Lines& found, const Cut& cut, const Expected& expected) const
 {
@@ -183,16 +219,7 @@ std::string Checker::Compare(const Lines& found, const Cut& cut, const Expected&
     const Lines& before = expected.after[cut.answered];
     const Lines& after = expected.after[std::min(cut.answered + 1, expected.after.size() - 1)];
     const Lines more = Missing(before, found);
-    // A move between volumes stands at its destination before its source goes: nothing is lost.
-    Lines both;
-    for (const Lines* lines : {&before, &after})
-        for (const std::string& line : *lines)
-            if ((line.find("/w") < line.find("/v")) == (lines == &after))
-                both.push_back(line);
-    std::sort(both.begin(), both.end());
-    if (found == both)
-        return {};
-    if (found == before || found == after ||
+    if (found == before || found == after || IsHalfMoved(found, before, after) ||
         (expected.halfway && more.size() == 1 && more.front().starts_with(expected.halfway) &&
          Missing(found, before).empty()))
         return {};

@@ -3,6 +3,7 @@
 // A file system over another one that fails when a test says so.
 #pragma once
 
+#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <memory>
@@ -23,9 +24,9 @@ class FailingFileSystem final : public FileSystem {
     int error = EIO;
     bool hasUnnamed = true; // files without a name
     bool hasExchange = true;
-    int open = 0;
-    int opened = 0;       // ever
-    UINT64 unnamedIn = 0; // the directory that the last file without a name was made in
+    std::atomic<int> open{0};   // a request lets go of what it has after its reply
+    std::atomic<int> opened{0}; // ever
+    UINT64 unnamedIn = 0;       // the directory that the last file without a name was made in
     bool hasFailed = false;
     std::function<void()> onFailure; // what happens at that moment
     bool onlyWatches = false;        // and nothing else does
