@@ -207,7 +207,8 @@ class ScriptedSession final : public IKestSession {
     UNICODE_STRING domain_{8, 8, tree_.data()};
 };
 
-template <class T> class SingleObjectFactory final : public IClassFactory {
+// Gives out one object of T: each thread its own, or all the same.
+template <class T, bool isShared> class SingleObjectFactory final : public IClassFactory {
   public:
     TALSTATUS QueryInterface(const GUID*, void** out) override
     {
@@ -218,14 +219,19 @@ template <class T> class SingleObjectFactory final : public IClassFactory {
     UINT32 Release() override { return 1; }
     TALSTATUS CreateInstance(IUnknown*, const GUID* iid, void** out) override
     {
-        thread_local T object;
-        return object.QueryInterface(iid, out);
+        if constexpr (isShared) {
+            static T object;
+            return object.QueryInterface(iid, out);
+        } else {
+            thread_local T object;
+            return object.QueryInterface(iid, out);
+        }
     }
     TALSTATUS LockServer(BOOLEAN) override { return 0; }
 };
 
-SingleObjectFactory<ScriptedContext> g_contexts;
-SingleObjectFactory<ScriptedSession> g_sessions;
+SingleObjectFactory<ScriptedContext, true> g_contexts; // the store keeps it
+SingleObjectFactory<ScriptedSession, false> g_sessions;
 IClassFactory* g_factory = nullptr;
 fs::path g_base;
 

@@ -268,6 +268,13 @@ void World::Renew()
     two->Release();
 }
 
+bool World::HasClosedAllBut(int open) const
+{
+    for (int i = 0; i < 500 && files_->open > open; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return files_->open <= open;
+}
+
 kestd::test::Answer World::Ask(const std::string& request, bool isHead)
 {
     kestd::test::Client client(port_);

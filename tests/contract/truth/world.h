@@ -26,6 +26,9 @@ class World {
     // among them a folder, a link and one that keeps its date; "file" has the property "p".
     void Renew();
     filestore::FailingFileSystem& Files() { return *files_; }
+    // Waits until no more handles of the file system are open: a request lets go of its own after
+    // its reply. False when that does not come.
+    bool HasClosedAllBut(int open) const;
     std::filesystem::path Volume() const { return directory_ / "volume"; }
 
     // One request on a connection of its own, and its whole reply: status 0 when the connection
