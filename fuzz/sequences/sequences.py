@@ -26,7 +26,7 @@ sys.path[:0] = [HERE, os.path.join(TESTS, "faults"), os.path.join(TESTS, "e2e")]
 import harness  # noqa: E402
 from harness import TestServer, Tree, url_path  # noqa: E402
 from model import FOLDER, Model  # noqa: E402
-from peer import Peer  # noqa: E402
+from connection import Peer  # noqa: E402
 from world import D, LOOK, MEMORY, Database, World, Wrong, colour_body, lock_body, \
     lock_headers  # noqa: E402
 

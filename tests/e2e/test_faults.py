@@ -15,7 +15,7 @@ import judge  # noqa: E402
 import scenarios  # noqa: E402
 import sweep  # noqa: E402
 from control import ONCE, SHORT  # noqa: E402
-from peer import parse  # noqa: E402
+from connection import parse  # noqa: E402
 from world import World  # noqa: E402
 
 LIBRARY = os.path.join(ROOT, "build", "dev", "lib", "libfailing_calls.so")

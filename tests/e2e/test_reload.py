@@ -76,6 +76,9 @@ class EachSetting(ServerCase):
             "Browser Sessions": ("3", False), "Session Objects": ("3", True),
             "Password Waiters": ("3", False), "Credential Cache": ("3", False),
             "Credential Time": ("3", False), "Guess Delay": ("0", False),
+            "Connections Per Address": ("900", False), "Waiting Requests": ("900", False),
+            "Waiting Requests Per Address": ("90", False), "Least Rate": ("100", False),
+            "Rate Time": ("50000", False),
         }
         module = {
             "Moniker": ("'/Other'", True), "Read-Write Block Size": ("4096", True),
@@ -83,7 +86,8 @@ class EachSetting(ServerCase):
         }
         store = {
             "Sync": ("'none'", True), "Keep Deleted": ("0", True),
-            "Server Address": ("'127.0.0.2'", True),
+            "Server Address": ("'127.0.0.2'", True), "Keep Free": ("1", True),
+            "Reserve": ("64", True),
         }
         directory = {
             "Backend": ("'ldap'\n'Server' = 'ldap://127.0.0.1:1'", False), "Tree": ("'X'", False),

@@ -19,7 +19,7 @@ from urllib.parse import unquote
 import harness
 from control import Control, Symbols
 from harness import TestServer, url_path, wait_for
-from peer import Peer
+from connection import Peer
 
 MTIME = 1_500_000_000  # of every file that is there before a request
 D = "{DAV:}"
