@@ -3,7 +3,7 @@
 """Fails each call of each request in turn, and looks whether every reply was true.
 
 usage: tests/faults/run [--full] [--budget N] [--scenario TEXT]… [--call TEXT]… [--world NAME]…
-                        [--server KESTD] [--library FILE] [--junit FILE] [--list] [-v]
+                        [--server KESTD] [--preload FILE] [--junit FILE] [--list] [-v]
 
 Without --full, a sample of N injections that is the same in every run. The exit status is not 0 when
 a reply was not true.
@@ -338,7 +338,7 @@ def arguments():
     parser.add_argument("--call", action="append", help="only injections that read like this")
     parser.add_argument("--world", action="append", choices=sorted(WORLDS))
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
-    parser.add_argument("--library", help="default: that of the development build")
+    parser.add_argument("--preload", help="default: that of the development build")
     parser.add_argument("--junit")
     parser.add_argument("--list", action="store_true", help="what each request calls, and end")
     parser.add_argument("-v", "--verbose", action="store_true")
@@ -351,7 +351,7 @@ def run_world(name, options, share, tally):
     if not chosen or (options.world and name not in options.world):
         return 0, 0
     started = time.monotonic()
-    world = World(options.library, **WORLDS[name])
+    world = World(options.preload, **WORLDS[name])
     try:
         runner = Runner(world, chosen, options)
         for scenario in chosen:
@@ -378,9 +378,9 @@ def main():
     root = os.path.dirname(os.path.dirname(HERE))
     if options.server:
         harness.KESTD = os.path.abspath(options.server)
-    options.library = os.path.abspath(options.library or os.path.join(
+    options.preload = os.path.abspath(options.preload or os.path.join(
         root, "build/dev/lib/libfailing_calls.so"))
-    for path in (harness.KESTD, options.library):
+    for path in (harness.KESTD, options.preload):
         if not os.path.exists(path):
             print(f"run: there is no {path}", file=sys.stderr)
             return 2

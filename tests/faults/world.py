@@ -191,7 +191,7 @@ class World:
     PATIENCE = 20  # seconds without a byte; generous, the machine may be busy
 
     def __init__(self, library, settings=None, other=None):
-        self.library = library
+        self.preload = library
         self.settings = {"Server": {"Access Log": False}, **(settings or {})}
         self.trees = {"docs": harness.Tree(MEMORY), "other": harness.Tree(other or MEMORY)}
         handle, path = tempfile.mkstemp(prefix="kest-control-", dir=MEMORY)
@@ -204,7 +204,7 @@ class World:
         """The library stands before the C library, but behind a sanitizer."""
         linked = harness.run("ldd", harness.KESTD)[1]
         before = re.findall(r"=> (\S*/lib[at]san\S*)", linked)
-        return {"LD_PRELOAD": " ".join(before + [self.library]),
+        return {"LD_PRELOAD": " ".join(before + [self.preload]),
                 "KEST_FAILING_CALLS": self.control.path}
 
     def start(self):
