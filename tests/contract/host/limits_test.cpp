@@ -259,6 +259,7 @@ TEST_F(Limits, SlowDownloadsHoldNoThread)
     EXPECT_EQ(inside, 30);
     for (size_t i = 0; i < slow.size(); i += 10)
         EXPECT_EQ(slow[i]->Receive().body.size(), 16 * block.size());
+    EXPECT_TRUE(server->Stop()); // what the handlers send lives here
 }
 
 // Requests that are sent ahead, whose replies nobody reads: what is not taken is kept without a
