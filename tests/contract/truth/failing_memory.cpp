@@ -44,9 +44,14 @@ void ExemptThisThread()
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 
 // Not inlined: the compiler would see malloc'd memory meet delete, and warn.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return Fails() ? nullptr : std::malloc(size ? size : 1);
+}
+
 [[gnu::noinline]] void* operator new(std::size_t size)
 {
-    void* const memory = Fails() ? nullptr : std::malloc(size ? size : 1);
+    void* const memory = operator new(size, std::nothrow);
     if (!memory)
         throw std::bad_alloc();
     return memory;
