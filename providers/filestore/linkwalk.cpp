@@ -28,9 +28,11 @@ struct PrivateDirectories {
     std::vector<Identity> known;
 };
 
+// Never destroyed: a store that lives until the process ends takes its directories out of it after
+// the destructors of local statics have run.
 PrivateDirectories& Private()
 {
-    static PrivateDirectories directories;
+    static auto& directories = *new PrivateDirectories;
     return directories;
 }
 
