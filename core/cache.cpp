@@ -4,7 +4,7 @@
 #include <atomic>
 
 #include "core/kestdav.h"
-#include "core/provider.h"
+#include "support/provider.h"
 
 ISCOM* g_pIOM;
 

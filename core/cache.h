@@ -4,7 +4,7 @@
 // path), remembered per session in the host's object store.
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 inline constexpr UINT32 kCacheSignature = 0xACDC00BA;
 inline constexpr size_t kCacheUriUnits = 2049;

@@ -6,7 +6,7 @@
 
 #include "core/eventhandler.h"
 #include "core/lifecycle.h"
-#include "core/memory.h"
+#include "support/memory.h"
 
 const WCHAR kModuleKey[] = u"Kest\\Configuration\\KestDav";
 

@@ -3,7 +3,7 @@
 // Settings from the registry. No failure stops the module: each setting has a default.
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 inline constexpr UINT32 kDefaultBlockSize = 262144;
 inline constexpr UINT32 kSmallestBlockSize = 1024;

@@ -3,7 +3,7 @@
 // The subscription to the host's configuration-change events.
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 // Subscribes. A failure leaves the module without events and is not reported.
 void RegisterEventHandler();

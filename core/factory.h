@@ -3,7 +3,7 @@
 // The class factory (one, static) and the module object (one per CreateInstance).
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 #include <kest/req.h>
 
 struct CFKestInstance final : IClassFactory {

@@ -13,11 +13,11 @@
 #include "core/eventhandler.h"
 #include "core/factory.h"
 #include "core/lifecycle.h"
-#include "core/memory.h"
-#include "core/provider.h"
-#include "core/reply.h"
 #include "core/session.h"
-#include "core/trouble.h"
+#include "support/failure_report.h"
+#include "support/memory.h"
+#include "support/provider.h"
+#include "support/reply.h"
 
 ITalpl* pITalpl;
 IKestUtil* g_pIKestUtil;

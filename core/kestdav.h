@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-#include "core/globals.h"
+#include "support/globals.h"
 #include <kest/req.h>
 
 // -- URI mapping and resolution. Callers hold g_hHandlerLock for reading (ProviderGuard) around a

@@ -7,7 +7,7 @@
 #include <atomic>
 #include <pthread.h>
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 // Serialises both stages.
 extern pthread_mutex_t g_hModuleMutex;

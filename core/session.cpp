@@ -5,9 +5,9 @@
 
 #include "core/config.h"
 #include "core/lifecycle.h"
-#include "core/list.h"
-#include "core/memory.h"
-#include "core/provider.h"
+#include "support/list.h"
+#include "support/memory.h"
+#include "support/provider.h"
 
 ISA* g_pIAttr;
 HANDLE g_hSessionAttribute;

@@ -4,7 +4,7 @@
 // the session's first request, EndSession when the host ends it.
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 // Creates the configured providers in the registry's order. Under g_hHandlerLock for writing. Code
 // 11 when the list stays empty.

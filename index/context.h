@@ -4,7 +4,7 @@
 // and the entries that are listed.
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 #include <kest/io.h>
 
 // The working buffers of a request: 1024 bytes each. Header values, arguments, names and lines that

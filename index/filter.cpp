@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "core/memory.h"
+#include "support/memory.h"
 
 namespace {
 

@@ -7,14 +7,14 @@
 #include <strings.h>
 
 #include "core/kestdav.h"
-#include "core/memory.h"
 #include "index/clientmode.h"
 #include "index/context.h"
-#include "index/escape.h"
 #include "index/filter.h"
 #include "index/page.h"
 #include "index/template.h"
 #include "index/text.h"
+#include "support/escape.h"
+#include "support/memory.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 
 #include <cstring>
 
-#include "core/memory.h"
-#include "core/reply.h"
 #include "index/text.h"
+#include "support/memory.h"
+#include "support/reply.h"
 #include <kest/com.h>
 #include <kest/directory.h>
 #include <kest/host.h>

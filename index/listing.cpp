@@ -5,10 +5,10 @@
 #include <cstring>
 
 #include "core/kestdav.h"
-#include "core/provider.h"
 #include "index/filter.h"
 #include "index/nodes.h"
 #include "index/page.h"
+#include "support/provider.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 // The list of a collection's entries on a page.
 #pragma once
 
-#include "core/memory.h"
 #include "index/context.h"
+#include "support/memory.h"
 
 // The provider path of an index request: its path behind the moniker, unescaped, without a trailing
 // "/" and without "/.index_xml".

@@ -5,13 +5,13 @@
 #include <cstring>
 
 #include "core/kestdav.h"
-#include "core/memory.h"
-#include "core/provider.h"
-#include "core/reply.h"
 #include "index/context.h"
 #include "index/identity.h"
 #include "index/listing.h"
 #include "index/text.h"
+#include "support/memory.h"
+#include "support/provider.h"
+#include "support/reply.h"
 
 namespace {
 

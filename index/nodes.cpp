@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/memory.h"
 #include "index/entry.h"
+#include "support/memory.h"
 
 namespace {
 

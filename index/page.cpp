@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <strings.h>
 
-#include "index/escape.h"
 #include "index/identity.h"
 #include "index/listing.h"
 #include "index/text.h"
+#include "support/escape.h"
 
 namespace {
 

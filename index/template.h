@@ -12,9 +12,9 @@
 #include <cstring>
 #include <memory>
 
-#include "core/memory.h"
-#include "core/reply.h"
 #include "index/context.h"
+#include "support/memory.h"
+#include "support/reply.h"
 
 inline constexpr char kDirectiveMark[] = "<!--OlmDAV:";
 inline constexpr size_t kDirectiveMarkLength = sizeof(kDirectiveMark) - 1;

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <limits>
 
-#include "core/globals.h"
-#include "core/reply.h"
-#include "index/escape.h"
+#include "support/escape.h"
+#include "support/globals.h"
+#include "support/reply.h"
 
 namespace {
 

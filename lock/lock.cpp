@@ -7,9 +7,9 @@
 #include <limits>
 #include <memory>
 
-#include "core/memory.h"
-#include "core/provider.h"
-#include "core/reply.h"
+#include "support/memory.h"
+#include "support/provider.h"
+#include "support/reply.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/memory.h"
 #include "lock/lock.h"
-#include "lock/token.h"
-#include "props/xmlbody.h"
+#include "support/lock_token.h"
+#include "support/memory.h"
+#include "support/xml_body.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <memory>
 
-#include "core/memory.h"
-#include "core/reply.h"
 #include "lock/lock.h"
-#include "lock/token.h"
-#include "props/multistatus.h"
+#include "support/lock_token.h"
+#include "support/memory.h"
+#include "support/multistatus.h"
+#include "support/reply.h"
 
 // Finds the provider, and the token in the request, gives the lock up and answers.
 static TALSTATUS UnlockPath(SCHANDLE session, UNICODE_STRING* path, LOCK_REQ* request,

@@ -4,8 +4,8 @@
 #pragma once
 
 #include "core/kestdav.h"
-#include "core/memory.h"
-#include "core/reply.h"
+#include "support/memory.h"
+#include "support/reply.h"
 
 // Bytes of a source or destination path.
 inline constexpr UINT32 kCopyPathBytes = 4168;

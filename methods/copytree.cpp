@@ -3,10 +3,10 @@
 // Copying through the providers' opened objects.
 #include <algorithm>
 
-#include "core/provider.h"
 #include "methods/copy.h"
 #include "methods/statuslist.h"
 #include "methods/treepath.h"
+#include "support/provider.h"
 
 namespace {
 

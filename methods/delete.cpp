@@ -2,12 +2,12 @@
 //
 // DELETE, and the walk that deletes a tree for providers that cannot.
 #include "core/kestdav.h"
-#include "core/list.h"
-#include "core/memory.h"
-#include "core/provider.h"
-#include "core/reply.h"
 #include "methods/statuslist.h"
 #include "methods/treepath.h"
+#include "support/list.h"
+#include "support/memory.h"
+#include "support/provider.h"
+#include "support/reply.h"
 
 namespace {
 

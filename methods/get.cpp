@@ -7,11 +7,11 @@
 #include <new>
 
 #include "core/kestdav.h"
-#include "core/memory.h"
-#include "core/provider.h"
-#include "core/reply.h"
-#include "core/text.h"
 #include "methods/ranges.h"
+#include "support/memory.h"
+#include "support/provider.h"
+#include "support/reply.h"
+#include "support/text.h"
 
 namespace {
 

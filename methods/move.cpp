@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // MOVE.
-#include "core/provider.h"
 #include "methods/copy.h"
+#include "support/provider.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "core/reply.h"
+#include "support/reply.h"
 
 namespace {
 

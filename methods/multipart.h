@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-#include "core/memory.h"
+#include "support/memory.h"
 #include <kest/io.h>
 
 // The unread front of the request's body.

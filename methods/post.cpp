@@ -8,10 +8,10 @@
 #include <strings.h>
 
 #include "core/kestdav.h"
-#include "core/memory.h"
-#include "core/reply.h"
 #include "index/text.h"
 #include "methods/upload.h"
+#include "support/memory.h"
+#include "support/reply.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // The "Range" request header (RFC 9110 section 14.2), read the way clients of this module know it.
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 // One range to send. A list ends with an entry whose BytesToRead is 0.
 struct KESTDAV_BYTE_RANGE {

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "core/memory.h"
+#include "support/memory.h"
 
 // Appends "/", `bytes` bytes of name and a terminator. The caller has checked the room, which
 // includes the terminator.

@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "core/kestdav.h"
-#include "core/memory.h"
-#include "core/provider.h"
 #include "methods/multipart.h"
+#include "support/memory.h"
+#include "support/provider.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/list.h"
-#include "core/memory.h"
-#include "core/reply.h"
 #include "props/propfind.h"
+#include "support/list.h"
+#include "support/memory.h"
+#include "support/reply.h"
 
 namespace {
 

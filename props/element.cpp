@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/reply.h"
 #include "props/propfind.h"
+#include "support/reply.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <cstring>
 #include <limits>
 
-#include "index/escape.h"
 #include "props/propfind.h"
-#include "props/scratch.h"
+#include "support/escape.h"
+#include "support/scratch_buffer.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <iterator>
 
-#include "core/list.h"
 #include "props/propfind.h"
+#include "support/list.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/reply.h"
-#include "index/escape.h"
 #include "props/propfind.h"
+#include "support/escape.h"
+#include "support/reply.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/memory.h"
-#include "core/reply.h"
-#include "index/escape.h"
 #include "props/propfind.h"
+#include "support/escape.h"
+#include "support/memory.h"
+#include "support/reply.h"
 
 namespace {
 

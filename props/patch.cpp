@@ -9,11 +9,11 @@
 #include <cstring>
 #include <memory>
 
-#include "core/memory.h"
-#include "core/provider.h"
-#include "core/reply.h"
-#include "props/multistatus.h"
-#include "props/xmlbody.h"
+#include "support/memory.h"
+#include "support/multistatus.h"
+#include "support/provider.h"
+#include "support/reply.h"
+#include "support/xml_body.h"
 
 namespace {
 

@@ -2,12 +2,12 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/list.h"
-#include "core/memory.h"
-#include "index/escape.h"
-#include "lock/token.h"
 #include "props/patch.h"
-#include "props/xmlbody.h"
+#include "support/escape.h"
+#include "support/list.h"
+#include "support/lock_token.h"
+#include "support/memory.h"
+#include "support/xml_body.h"
 
 namespace {
 

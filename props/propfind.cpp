@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <memory>
 
-#include "core/memory.h"
-#include "core/reply.h"
-#include "props/multistatus.h"
+#include "support/memory.h"
+#include "support/multistatus.h"
+#include "support/reply.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "core/kestdav.h"
-#include "core/provider.h"
-#include "props/gather.h"
+#include "support/buffered_io.h"
+#include "support/provider.h"
 
 // Bits of PROPFIND_REQ::Flags. Bits are only ever gained.
 inline constexpr UINT32 kPropFindSeen = 0x00000002;  // a propfind element was seen

@@ -4,10 +4,10 @@
 #include <cstring>
 #include <limits>
 
-#include "core/list.h"
-#include "core/memory.h"
 #include "props/propfind.h"
-#include "props/xmlbody.h"
+#include "support/list.h"
+#include "support/memory.h"
+#include "support/xml_body.h"
 
 const LIVE_PROPERTY g_LiveProperties[] = {
     {"name", kLiveName},

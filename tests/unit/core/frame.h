@@ -11,11 +11,11 @@
 
 #include <gtest/gtest.h>
 
-#include "core/globals.h"
 #include "io.h"
 #include "platform.h"
 #include "provider.h"
 #include "services.h"
+#include "support/globals.h"
 #include "text.h"
 
 class FramePlatform final : public harness::WatchedPlatform {

@@ -2,10 +2,10 @@
 //
 // What the running module never does: emptying the provider list and lists of results.
 #include "core/kestdav.h"
-#include "core/list.h"
-#include "core/memory.h"
 #include "core/session.h"
 #include "frame.h"
+#include "support/list.h"
+#include "support/memory.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 // What the methods never do with their lists of results: put something in.
 #include <gtest/gtest.h>
 
-#include "core/memory.h"
 #include "methods/statuslist.h"
+#include "support/memory.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "core/memory.h"
 #include "index/identity.h"
+#include "support/memory.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // Gives the module's code the real platform layer before the first case runs.
 #include <cstdlib>
 
-#include "core/globals.h"
+#include "support/globals.h"
 #include <kest/com.h>
 
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "index/escape.h"
+#include "support/escape.h"
 
 #include <cstring>
 #include <limits>
@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/globals.h"
+#include "support/globals.h"
 #include <kest/com.h>
 #include <kest/status.h>
 

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "core/globals.h"
-#include "core/reply.h"
+#include "support/globals.h"
+#include "support/reply.h"
 
 class GatheredIo {
   public:

@@ -5,7 +5,7 @@
 // do is reached through Second().
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 // What resources and collections have in common. Open() creates the object, Associate() binds it to
 // a path.

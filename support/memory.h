@@ -7,8 +7,8 @@
 #include <limits>
 #include <memory>
 
-#include "core/globals.h"
-#include "core/trouble.h"
+#include "support/failure_report.h"
+#include "support/globals.h"
 
 struct TalxFree {
     void operator()(void* p) const noexcept { pITalpl->TalxFreeMemory(p); }

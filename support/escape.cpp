@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "index/escape.h"
+#include "support/escape.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 
-#include "core/memory.h"
+#include "support/memory.h"
 #include <kest/status.h>
 
 namespace {

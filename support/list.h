@@ -3,7 +3,7 @@
 // The end of entries that stand on a list and were made with TalxAllocPagedMemory.
 #pragma once
 
-#include "core/globals.h"
+#include "support/globals.h"
 
 // Takes an entry, whose link stands first, off its list (if it is in one) and gives its memory
 // back. Its links are marked before: one that is followed after this crashes at an address that

@@ -4,7 +4,7 @@
 // layer when it is not.
 #pragma once
 
-#include "core/memory.h"
+#include "support/memory.h"
 
 template <UINT32 Usual> class Scratch {
   public:

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "core/kestdav.h"
-#include "core/reply.h"
+#include "support/reply.h"
 
 // Sends the head of a 207 and the XML declaration; the multistatus element follows. The host frames
 // the body: its length is not known yet.

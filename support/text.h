@@ -5,8 +5,8 @@
 
 #include <charconv>
 
-#include "core/globals.h"
-#include "core/reply.h"
+#include "support/globals.h"
+#include "support/reply.h"
 
 // The decimal text of a number, NUL-terminated.
 class U64ToAscii {

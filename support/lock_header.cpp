@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "core/kestdav.h"
-#include "core/memory.h"
+#include "support/memory.h"
 
 namespace {
 

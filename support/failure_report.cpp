@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/trouble.h"
+#include "support/failure_report.h"
 
 #include <kest/com.h>
 #include <kest/host.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "lock/token.h"
+#include "support/lock_token.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "props/xmlbody.h"
+#include "support/xml_body.h"
 
 #include <cstring>
 #include <limits>
@@ -7,7 +7,7 @@
 
 #include <sys/random.h>
 
-#include "core/trouble.h"
+#include "support/failure_report.h"
 
 namespace {
 
