@@ -3,9 +3,9 @@
 
 #include <filesystem>
 
-#include "host/services/registry_settings.h"
-#include "host/services/text.h"
-#include "host/services/users.h"
+#include "host/auth/users.h"
+#include "host/components/text.h"
+#include "host/config/registry_settings.h"
 
 namespace kestd {
 

@@ -18,9 +18,9 @@
 #include "host/commands/commands.h"
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
-#include "host/server.h"
-#include "host/services/host_classes.h"
-#include "host/services/text.h"
+#include "host/components/host_classes.h"
+#include "host/components/text.h"
+#include "host/net/server.h"
 #include <kest/req.h>
 #include <kest/tolm.h>
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <iterator>
 
-#include "host/services/registry_settings.h"
-#include "host/services/text.h"
+#include "host/components/text.h"
+#include "host/config/registry_settings.h"
 #include <kest/status.h>
 #include <kest/tolm.h>
 

@@ -7,10 +7,10 @@
 
 #include <unistd.h>
 
-#include "host/services/configured_paths.h"
-#include "host/services/directory_names.h"
-#include "host/services/passwords.h"
-#include "host/services/text.h"
+#include "host/auth/passwords.h"
+#include "host/components/directory_names.h"
+#include "host/components/text.h"
+#include "host/config/configured_paths.h"
 #include <kest/tolm.h>
 
 namespace kestd {

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "host/auth/users.h"
 #include "host/commands/arguments.h"
 #include "host/commands/places.h"
-#include "host/services/registry_settings.h"
-#include "host/services/users.h"
+#include "host/config/registry_settings.h"
 #include <kest/com.h>
 
 namespace kestd {

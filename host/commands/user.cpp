@@ -9,11 +9,11 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "host/auth/passwords.h"
+#include "host/auth/users.h"
 #include "host/commands/arguments.h"
 #include "host/commands/commands.h"
 #include "host/commands/setup.h"
-#include "host/services/passwords.h"
-#include "host/services/users.h"
 
 namespace kestd {
 namespace {

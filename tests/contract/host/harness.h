@@ -22,8 +22,8 @@
 
 #include <gtest/gtest.h>
 
-#include "host/server.h"
-#include "host/text.h"
+#include "host/http/ascii.h"
+#include "host/net/server.h"
 #include <kest/host.h>
 #include <kest/identifiers.h>
 #include <kest/req.h>

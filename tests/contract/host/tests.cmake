@@ -3,21 +3,30 @@ find_package(Threads REQUIRED)
 
 kest_test(host_contract
   SOURCES
-    ${CMAKE_CURRENT_LIST_DIR}/failures_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/hostile_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/granted_lock_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/io_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/leaving_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/limits_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/preconditions_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/range_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/rules_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/http/hostile_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/failures_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/kest_io_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/net/leaving_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/net/limits_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/net/tls_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/conditional_requests_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/copy_move_headers_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/granted_lock_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/range_requests_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/rules_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/store_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/tls_test.cpp
-  LIBS kestd_front tolm OpenSSL::SSL Threads::Threads)
+  LIBS kestd_http tolm OpenSSL::SSL Threads::Threads)
 
 # A program of its own: it takes the place of the allocator and of epoll_ctl.
 kest_test(host_accept
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/accept_test.cpp
-  LIBS kestd_front tolm OpenSSL::SSL Threads::Threads)
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/net/accept_test.cpp
+  LIBS kestd_http tolm OpenSSL::SSL Threads::Threads)
+
+kest_test(contract_host_components
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/components/directory_ldap_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/components/identity_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/components/slapd.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/components/slots_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/components/util_test.cpp
+  LIBS kestd_services tolm)

@@ -6,7 +6,7 @@ kest_test(contract_truth
           ${CMAKE_CURRENT_LIST_DIR}/files_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/interruptions_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/memory_test.cpp
-  LIBS kestd_services kestd_front filestore_objects tolm OpenSSL::SSL OpenSSL::Crypto
+  LIBS kestd_services kestd_http filestore_objects tolm OpenSSL::SSL OpenSSL::Crypto
        Threads::Threads ${CMAKE_DL_LIBS})
 target_compile_definitions(contract_truth PRIVATE
   KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>"

@@ -7,9 +7,9 @@
 
 #include <dlfcn.h>
 
-#include "host/server.h"
-#include "host/services/clock.h"
-#include "host/services/host_classes.h"
+#include "host/auth/clock.h"
+#include "host/components/host_classes.h"
+#include "host/net/server.h"
 #include "providers/filestore/collection.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/namespace.h"

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/auth/guess_limits.h"
+
+#include <algorithm>
+
+namespace kestd {
+
+using std::chrono::seconds;
+
+const Digest& Guesses::KeyOf(const Guesser& who)
+{
+    return known_.Find(who.pair) ? who.pair : who.name;
+}
+
+seconds Guesses::WaitOf(const Digest& key)
+{
+    const Entry* const entry = wrong_.Find(key);
+    const TimePoint now = clock_.Now();
+    if (!entry || now >= entry->until)
+        return seconds(0);
+    return std::chrono::ceil<seconds>(entry->until - now);
+}
+
+seconds Guesses::Wait(const Guesser& who)
+{
+    const seconds name = WaitOf(KeyOf(who));
+    // Who has signed in from there before is not held up by his neighbours.
+    const bool isStranger = who.hasAddress && !known_.Find(who.pair);
+    return isStranger ? std::max(name, WaitOf(who.address)) : name;
+}
+
+uint32_t Guesses::Add(const Digest& key, uint32_t free)
+{
+    Entry& entry = wrong_.Touch(key);
+    const TimePoint now = clock_.Now();
+    if (now - entry.last >= kMemory)
+        entry = {};
+    entry.last = now;
+    entry.wrong = std::min(entry.wrong + 1, 1'000'000u);
+    if (entry.wrong > free) {
+        const uint32_t doublings = std::min(entry.wrong - free - 1, 20u);
+        entry.until = now + std::min(longest_, seconds(1u << doublings));
+    }
+    return entry.wrong;
+}
+
+Guesses::Count Guesses::Wrong(const Guesser& who)
+{
+    const uint32_t wrong = Add(KeyOf(who), kFreeByName);
+    if (who.hasAddress)
+        (void)Add(who.address, kFreeByAddress); // the name's count is what is told
+    return {wrong, Wait(who)};
+}
+
+void Guesses::Right(const Guesser& who)
+{
+    known_.Touch(who.pair) = true;
+    wrong_.Erase(who.pair);
+}
+
+} // namespace kestd

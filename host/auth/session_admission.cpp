@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/auth/session_admission.h"
+
+#include "host/components/text.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+namespace {
+
+// A quoted string of RFC 9110 section 5.6.4.
+std::string Quoted(std::string_view text)
+{
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\')
+            out += '\\';
+        out += c;
+    }
+    return out + '"';
+}
+
+} // namespace
+
+std::string_view FindCookie(std::string_view header, std::string_view name)
+{
+    while (!header.empty()) {
+        const size_t end = std::min(header.find(';'), header.size());
+        const std::string_view pair = Trimmed(header.substr(0, end));
+        header.remove_prefix(std::min(end + 1, header.size()));
+        const size_t equals = pair.find('=');
+        if (equals != std::string_view::npos && Trimmed(pair.substr(0, equals)) == name)
+            return Trimmed(pair.substr(equals + 1));
+    }
+    return {};
+}
+
+Gatekeeper::Gatekeeper(Authenticator& authenticator, SessionTable& sessions)
+    : authenticator_(authenticator), sessions_(sessions),
+      local_(std::make_shared<const Principal>())
+{
+    SetRealm("Kest");
+}
+
+void Gatekeeper::SetLocation(const std::string& location)
+{
+    cookiePath_ = EscapeUriPath(location);
+}
+
+void Gatekeeper::SetRealm(const std::string& realm)
+{
+    // The charset tells clients to send UTF-8 (RFC 7617 section 2.1).
+    std::string challenge = "Basic realm=" + Quoted(realm) + ", charset=\"UTF-8\"";
+    const std::lock_guard lock(mutex_);
+    challenge_ = std::move(challenge);
+}
+
+std::string Gatekeeper::Challenge() const
+{
+    const std::lock_guard lock(mutex_);
+    return challenge_;
+}
+
+Admission Gatekeeper::Admit(const Visitor& visitor)
+{
+    Admission refused;
+    try {
+        if (isOpen_)
+            return Enter(visitor, local_, localSession_);
+        std::shared_ptr<Verified> who;
+        const auto result = visitor.authorization.empty()
+                                ? Authenticator::Result::Denied
+                                : authenticator_.Check(visitor.authorization, visitor.remoteAddress,
+                                                       who, refused.retryAfter);
+        if (result == Authenticator::Result::Granted)
+            return Enter(visitor, who->principal, who->session);
+        if (result == Authenticator::Result::Denied) {
+            refused.challenge = Challenge();
+            refused.verdict = Admission::Verdict::Unauthorized;
+            return refused;
+        }
+        if (result == Authenticator::Result::Throttled) {
+            refused.verdict = Admission::Verdict::Throttled;
+            return refused;
+        }
+    } catch (const std::exception& error) {
+        TolmLog(kLogError, "kestd", error.what());
+    }
+    refused.verdict = Admission::Verdict::Unavailable;
+    return refused;
+}
+
+// `guess` is the number of the session that these credentials used last.
+Admission Gatekeeper::Enter(const Visitor& visitor,
+                            const std::shared_ptr<const Principal>& principal,
+                            std::atomic<uint64_t>& guess)
+{
+    Admission admission;
+    admission.verdict = Admission::Verdict::Granted;
+    admission.user = principal->name;
+    const std::string_view cookie =
+        visitor.cookie.empty() ? visitor.cookie : FindCookie(visitor.cookie, kSessionCookie);
+    if (!cookie.empty())
+        admission.session = sessions_.HoldByCookie(principal, cookie);
+    if (!admission.session.hId && visitor.wantsCookie) {
+        std::string fresh;
+        admission.session = sessions_.HoldNew(principal, fresh);
+        // No "HttpOnly" and no "Secure": whoever renders a page completes the cookie.
+        if (!fresh.empty())
+            admission.setCookie = std::string(kSessionCookie) + "=" + fresh +
+                                  "; Path=" + cookiePath_ + "; SameSite=Lax";
+    }
+    if (!admission.session.hId) {
+        const SCHANDLE guessed = SessionTable::HandleOf(guess.load(std::memory_order_relaxed));
+        if (sessions_.Hold(guessed)) {
+            admission.session = guessed;
+        } else {
+            admission.session = sessions_.HoldShared(principal);
+            guess.store(SessionTable::NumberOf(admission.session), std::memory_order_relaxed);
+        }
+    }
+    if (!admission.session.hId)
+        admission.verdict = Admission::Verdict::Unavailable;
+    return admission;
+}
+
+void Gatekeeper::Leave(SCHANDLE session)
+{
+    sessions_.Leave(session);
+}
+
+} // namespace kestd

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/components/host_classes.h"
+
+#include "host/components/com_object.h"
+#include "host/components/util_service.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+namespace {
+
+TALSTATUS RegisterClass(const GUID& clazz, ClassObject::Maker make)
+{
+    const Ref<IClassFactory> factory = Ref<IClassFactory>::Adopt(new ClassObject(std::move(make)));
+    return TolmRegisterClassObject(&clazz, factory.Get());
+}
+
+} // namespace
+
+HostServices::HostServices(const Settings& settings, const Clock& clock,
+                           Authenticator::Matcher matches)
+    : sessions(settings.sessions, clock), attributes(sessions),
+      objects(sessions, settings.objectsPerSession), directory(sessions),
+      authenticator(settings.auth, clock, std::move(matches)), gatekeeper(authenticator, sessions),
+      identity(std::make_shared<const HostIdentity>(settings.identity))
+{
+}
+
+TALSTATUS RegisterHostClasses(HostServices& services)
+{
+    // One ISA and one IKestUtil serve everybody; the makers own a reference each.
+    const auto attributes = std::shared_ptr<ISA>(MakeAttributeInterface(services.attributes),
+                                                 [](ISA* made) { made->Release(); });
+    const auto util =
+        std::shared_ptr<IKestUtil>(MakeUtilService(), [](IKestUtil* made) { made->Release(); });
+    const std::pair<const GUID*, ClassObject::Maker> classes[] = {
+        {&CLSID_KestSrv,
+         [&services](const GUID* iid, void** out) {
+             if (*iid == IID_KestSession_1)
+                 return HandOut(MakeSessionService(services.sessions), iid, out);
+             return HandOut(MakeConfigService(services.identity, services.sessions), iid, out);
+         }},
+        {&CLSID_KestUtil,
+         [util](const GUID* iid, void** out) { return util->QueryInterface(iid, out); }},
+        {&CLSID_EventMgr,
+         [&services](const GUID* iid, void** out) {
+             return HandOut(MakeEventService(services.events), iid, out);
+         }},
+        {&CLSID_SecurityAttributeManager,
+         [attributes](const GUID* iid, void** out) {
+             return attributes->QueryInterface(iid, out);
+         }},
+        {&CLSID_ObjectManagerDataStore,
+         [&services](const GUID* iid, void** out) {
+             return HandOut(services.objects.MakeInterface(), iid, out);
+         }},
+        {&CLSID_Directory_1,
+         [&services](const GUID* iid, void** out) {
+             return HandOut(MakeDirectoryInterface(services.directory), iid, out);
+         }},
+    };
+    for (const auto& [clazz, make] : classes)
+        if (const TALSTATUS status = RegisterClass(*clazz, make); Failed(status))
+            return status;
+    return TAL_STATUS_SUCCESS;
+}
+
+void UnregisterHostClasses()
+{
+    for (const GUID* const clazz :
+         {&CLSID_KestSrv, &CLSID_KestUtil, &CLSID_EventMgr, &CLSID_SecurityAttributeManager,
+          &CLSID_ObjectManagerDataStore, &CLSID_Directory_1})
+        (void)TolmRegisterClassObject(clazz, nullptr);
+}
+
+} // namespace kestd

@@ -1,0 +1,588 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/components/object_store.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <thread>
+
+#include "host/components/com_object.h"
+
+namespace kestd {
+
+// What stands before each object's own bytes. `next` and `previous` are guarded by the session's
+// lock, `access` by its own.
+struct StoredObject {
+    static constexpr uint32_t kMark = 0x0B1EC75D;
+
+    uint32_t mark; // kMark while the object lives, so that a foreign pointer is found out
+    std::atomic<uint32_t> references;
+    ObjectStore* store;
+    Session* place; // null for one that AllocateObject made
+    SCHANDLE session;
+    uint64_t handle; // 0 for one that AllocateObject made
+    StoredObject* previous;
+    StoredObject* next;
+    bool isHooked; // in the session's list; guarded by the session's lock
+    std::mutex access;
+};
+
+namespace {
+
+constexpr size_t kBodyOffset = (sizeof(StoredObject) + alignof(std::max_align_t) - 1) /
+                               alignof(std::max_align_t) * alignof(std::max_align_t);
+
+void* BodyOf(StoredObject& object)
+{
+    return reinterpret_cast<char*>(&object) + kBodyOffset;
+}
+
+void PushFront(ObjectList& list, StoredObject& object)
+{
+    object.previous = nullptr;
+    object.next = list.first;
+    (list.first ? list.first->previous : list.last) = &object;
+    list.first = &object;
+    object.isHooked = true;
+    ++list.count;
+}
+
+void TakeOut(ObjectList& list, StoredObject& object)
+{
+    (object.previous ? object.previous->next : list.first) = object.next;
+    (object.next ? object.next->previous : list.last) = object.previous;
+    object.isHooked = false;
+    --list.count;
+}
+
+} // namespace
+
+ObjectStore::ObjectStore(SessionTable& sessions, uint32_t objectsPerSession)
+    : sessions_(sessions), objectsPerSession_(std::max<uint32_t>(objectsPerSession, 1))
+{
+}
+
+ObjectStore::~ObjectStore()
+{
+    Dead dead;
+    sessions_.ForEachPlace([&](Session& session) {
+        ObjectList* const list = ListIn(session);
+        if (!list)
+            return;
+        dead.reserve(dead.size() + list->count);
+        while (list->first) {
+            dead.push_back(list->first);
+            TakeOut(*list, *list->first);
+        }
+        std::erase_if(session.objects, [&](const ObjectList& l) { return l.store == this; });
+    });
+    for (StoredObject* const object : dead)
+        Destroy(object, true);
+}
+
+TALSTATUS ObjectStore::Initialize(const Shape& shape)
+{
+    if (shape.size == 0 || shape.size > kLargestObject)
+        return ServiceFailure(kCodeInvalidParameter);
+    const std::lock_guard lock(mutex_);
+    if (isReady_.load(std::memory_order_relaxed))
+        return ServiceFailure(kCodeObjectExists);
+    shape_ = shape;
+    isReady_.store(true, std::memory_order_release);
+    return TAL_STATUS_SUCCESS;
+}
+
+StoredObject* ObjectStore::NewObject(SCHANDLE session, Session* place)
+{
+    void* const memory = ::operator new(kBodyOffset + shape_.size);
+    std::memset(memory, 0, kBodyOffset + shape_.size);
+    auto* const object = new (memory) StoredObject{};
+    object->mark = StoredObject::kMark;
+    object->references.store(1, std::memory_order_relaxed);
+    object->store = this;
+    object->place = place;
+    object->session = session;
+    count_.fetch_add(1, std::memory_order_relaxed);
+    return object;
+}
+
+void ObjectStore::Destroy(StoredObject* object, bool isConstructed)
+{
+    if (isConstructed && shape_.destructor)
+        (void)shape_.destructor(BodyOf(*object)); // its memory goes in any case
+    object->mark = 0;
+    object->~StoredObject();
+    ::operator delete(object);
+    count_.fetch_sub(1, std::memory_order_relaxed);
+}
+
+// The object behind a pointer that was handed out; null for anything else that can be told.
+StoredObject* ObjectStore::Known(void* object) const
+{
+    if (!object)
+        return nullptr;
+    auto* const header = reinterpret_cast<StoredObject*>(static_cast<char*>(object) - kBodyOffset);
+    return header->mark == StoredObject::kMark && header->store == this ? header : nullptr;
+}
+
+ObjectList* ObjectStore::ListIn(Session& session)
+{
+    for (ObjectList& list : session.objects)
+        if (list.store == this)
+            return &list;
+    return nullptr;
+}
+
+// With the session's lock: the object that fits, moved to the front and referenced.
+StoredObject* ObjectStore::Search(Session& session, void* key, SC_COMPARE compare)
+{
+    ObjectList* const list = ListIn(session);
+    if (!list)
+        return nullptr;
+    for (StoredObject* object = list->first; object; object = object->next)
+        if (compare(BodyOf(*object), key)) {
+            if (object != list->first) {
+                TakeOut(*list, *object);
+                PushFront(*list, *object);
+            }
+            object->references.fetch_add(1, std::memory_order_relaxed);
+            return object;
+        }
+    return nullptr;
+}
+
+TALSTATUS ObjectStore::Find(SCHANDLE session, void* key, SC_COMPARE compare, void** object)
+{
+    if (!object || !compare || !isReady_.load(std::memory_order_acquire))
+        return ServiceFailure(kCodeInvalidParameter);
+    *object = nullptr;
+    const SessionTable::Locked locked = sessions_.Lock(session);
+    StoredObject* const found = locked ? Search(*locked.session, key, compare) : nullptr;
+    if (!found)
+        return ServiceFailure(kCodeNotFound);
+    *object = BodyOf(*found);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::Create(SCHANDLE session, void* initData, SC_CONSTRUCTOR constructor,
+                              void* key, SC_COMPARE compare, void** object, UINT32* mode)
+{
+    if (!object || !mode || !compare || !isReady_.load(std::memory_order_acquire))
+        return ServiceFailure(kCodeInvalidParameter);
+    if (!Failed(Find(session, key, compare, object))) {
+        *mode = kObjectExisted;
+        return TAL_STATUS_SUCCESS;
+    }
+    Session* place = nullptr;
+    if (const SessionTable::Locked locked = sessions_.Lock(session); locked)
+        place = locked.session;
+    if (!place)
+        return ServiceFailure(kCodeNotFound);
+    // Made and constructed before anybody can see it; of two racing makers the slower one throws
+    // its own away.
+    StoredObject* const made = NewObject(session, place);
+    const SC_CONSTRUCTOR construct = constructor ? constructor : shape_.constructor;
+    if (const TALSTATUS status = construct ? construct(BodyOf(*made), initData) : 0;
+        Failed(status)) {
+        Destroy(made, false);
+        return status;
+    }
+    Dead dead;
+    StoredObject* taken = nullptr;
+    try {
+        const SessionTable::Locked locked = sessions_.Lock(session);
+        if (locked && locked->state == Session::State::Live) {
+            taken = Search(*locked.session, key, compare);
+            if (!taken) {
+                dead.reserve(objectsPerSession_ + 1);
+                if (!ListIn(*locked.session))
+                    locked->objects.push_back({this});
+                GiveHandle(*made);
+                PushFront(*ListIn(*locked.session), *made);
+                EvictOver(*locked.session, dead);
+                taken = made;
+            }
+        }
+    } catch (...) {
+        Destroy(made, true);
+        throw;
+    }
+    for (StoredObject* const old : dead)
+        Destroy(old, true);
+    if (taken != made)
+        Destroy(made, true);
+    if (!taken)
+        return ServiceFailure(kCodeNotFound);
+    *object = BodyOf(*taken);
+    *mode = taken == made ? kObjectCreated : kObjectExisted;
+    return TAL_STATUS_SUCCESS;
+}
+
+void ObjectStore::GiveHandle(StoredObject& object)
+{
+    const std::lock_guard lock(mutex_);
+    handles_.emplace(lastHandle_ + 1, &object);
+    object.handle = ++lastHandle_;
+}
+
+// With the session's lock: takes the object out of the list, if it is there.
+bool ObjectStore::Unhook(Session& session, StoredObject& object)
+{
+    ObjectList* const list = ListIn(session);
+    if (!list || !object.isHooked)
+        return false;
+    TakeOut(*list, object);
+    return true;
+}
+
+// True when nobody references the object: its handle is then gone and nobody can find it again.
+bool ObjectStore::Retire(StoredObject& object)
+{
+    const std::lock_guard lock(mutex_); // references by handle are taken under it
+    if (object.references.load(std::memory_order_acquire) != 0)
+        return false;
+    handles_.erase(object.handle);
+    return true;
+}
+
+// With the session's lock: over the bound, takes out the least recently used objects that nobody
+// references.
+void ObjectStore::EvictOver(Session& session, Dead& dead)
+{
+    ObjectList* const list = ListIn(session);
+    StoredObject* object = list->last;
+    while (object && list->count > objectsPerSession_ && dead.size() < dead.capacity()) {
+        StoredObject* const before = object->previous;
+        if (Retire(*object)) {
+            TakeOut(*list, *object);
+            dead.push_back(object);
+        }
+        object = before;
+    }
+}
+
+TALSTATUS ObjectStore::Delete(void* pointer)
+{
+    StoredObject* const object = Known(pointer);
+    if (!object || !object->place)
+        return ServiceFailure(kCodeInvalidParameter);
+    bool isDead = false;
+    {
+        const std::lock_guard lock(object->place->mutex);
+        if (!Unhook(*object->place, *object))
+            return ServiceFailure(kCodeNotFound);
+        isDead = Retire(*object);
+        if (!isDead) { // goes with its last reference; no longer found
+            const std::lock_guard handles(mutex_);
+            handles_.erase(object->handle);
+        }
+    }
+    if (isDead)
+        Destroy(object, true);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::AddReference(void* pointer)
+{
+    StoredObject* const object = Known(pointer);
+    if (!object)
+        return ServiceFailure(kCodeInvalidParameter);
+    object->references.fetch_add(1, std::memory_order_relaxed);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::DropReference(void* pointer)
+{
+    StoredObject* const object = Known(pointer);
+    if (!object || !object->place)
+        return ServiceFailure(kCodeInvalidParameter);
+    bool isDead = false;
+    {
+        const std::lock_guard lock(object->place->mutex);
+        if (object->references.load(std::memory_order_relaxed) == 0)
+            return ServiceFailure(kCodeInvalidParameter);
+        const uint32_t left = object->references.fetch_sub(1, std::memory_order_acq_rel) - 1;
+        isDead = left == 0 && !object->isHooked && Retire(*object);
+    }
+    if (isDead)
+        Destroy(object, true);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::Enumerate(SCHANDLE session, UINT32 index, void** object)
+{
+    if (!object)
+        return ServiceFailure(kCodeInvalidParameter);
+    *object = nullptr;
+    const SessionTable::Locked locked = sessions_.Lock(session);
+    if (!locked)
+        return ServiceFailure(kCodeNotFound);
+    ObjectList* const list = ListIn(*locked.session);
+    StoredObject* at = list ? list->first : nullptr;
+    for (; at && index > 0; --index)
+        at = at->next;
+    if (!at)
+        return ServiceFailure(kCodeNoMoreEntries);
+    at->references.fetch_add(1, std::memory_order_relaxed);
+    *object = BodyOf(*at);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::HandleOf(void* pointer, HANDLE* handle) const
+{
+    const StoredObject* const object = Known(pointer);
+    if (!object || !object->handle || !handle)
+        return ServiceFailure(kCodeInvalidParameter);
+    *handle = reinterpret_cast<HANDLE>(object->handle);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::ReferenceByHandle(const SCHANDLE* session, HANDLE handle, void** object)
+{
+    if (!object)
+        return ServiceFailure(kCodeInvalidParameter);
+    *object = nullptr;
+    const std::lock_guard lock(mutex_);
+    const auto found = handles_.find(reinterpret_cast<uint64_t>(handle));
+    if (found == handles_.end())
+        return ServiceFailure(kCodeNotFound);
+    StoredObject& known = *found->second;
+    if (session && (session->hTypeId != known.session.hTypeId || session->hId != known.session.hId))
+        return ServiceFailure(kCodeAccessDenied);
+    known.references.fetch_add(1, std::memory_order_relaxed);
+    *object = BodyOf(known);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::Acquire(void* pointer)
+{
+    StoredObject* const object = Known(pointer);
+    if (!object)
+        return ServiceFailure(kCodeInvalidParameter);
+    object->access.lock();
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::Give(void* pointer)
+{
+    StoredObject* const object = Known(pointer);
+    if (!object)
+        return ServiceFailure(kCodeInvalidParameter);
+    object->access.unlock();
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::SessionOf(void* pointer, SCHANDLE* session) const
+{
+    const StoredObject* const object = Known(pointer);
+    if (!object || !object->place || !session)
+        return ServiceFailure(kCodeInvalidParameter);
+    *session = object->session;
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::Allocate(void** object)
+{
+    if (!object || !isReady_.load(std::memory_order_acquire))
+        return ServiceFailure(kCodeInvalidParameter);
+    *object = BodyOf(*NewObject({}, nullptr));
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::Deallocate(void* pointer)
+{
+    StoredObject* const object = Known(pointer);
+    if (!object || object->place)
+        return ServiceFailure(kCodeInvalidParameter);
+    Destroy(object, false);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS ObjectStore::Statistics(UINT32* objects, UINT64* bytes) const
+{
+    const uint32_t count = count_.load(std::memory_order_relaxed);
+    if (objects)
+        *objects = count;
+    if (bytes)
+        *bytes = uint64_t{count} * shape_.size;
+    return TAL_STATUS_SUCCESS;
+}
+
+void ObjectStore::EndSession(SCHANDLE session)
+{
+    {
+        const SessionTable::Locked locked = sessions_.Lock(session);
+        if (!locked || !ListIn(*locked.session))
+            return;
+    }
+    if (shape_.cleanup)
+        (void)shape_.cleanup(session); // the session ends whatever it says
+    for (;;) { // one at a time and without memory of its own: the end of a session cannot fail
+        SessionTable::Locked locked = sessions_.Lock(session);
+        ObjectList* const list = locked ? ListIn(*locked.session) : nullptr;
+        if (!list)
+            return;
+        StoredObject* const object = list->first;
+        if (!object) {
+            std::erase_if(locked->objects, [&](const ObjectList& l) { return l.store == this; });
+            return;
+        }
+        TakeOut(*list, *object);
+        const bool isDead = Retire(*object);
+        if (!isDead) { // goes with its last reference
+            const std::lock_guard lock(mutex_);
+            handles_.erase(object->handle);
+        }
+        locked.lock.unlock();
+        if (isDead)
+            Destroy(object, true);
+    }
+}
+
+class ObjectStoreInterface final : public ComObject<ISCOM> {
+  public:
+    ObjectStoreInterface(ObjectStores& all, std::shared_ptr<ObjectStore> store)
+        : all_(all), store_(std::move(store))
+    {
+    }
+
+    // `version`, `flags`, `buckets` and `options` are the component's own marks and hints.
+    TALSTATUS Initialize(const GUID* owner, UINT32 size, UINT16, UINT32, UINT32,
+                         SC_DESTRUCTOR destructor, SC_CONSTRUCTOR constructor,
+                         SC_SESSION_CLEANUP cleanup, UINT32) override
+    {
+        if (!owner)
+            return ServiceFailure(kCodeInvalidParameter);
+        return AtBoundary([&] {
+            return store_->Initialize({*owner, size, destructor, constructor, cleanup});
+        });
+    }
+    TALSTATUS CreateObject(SCHANDLE session, void* initData, SC_CONSTRUCTOR constructor, void* key,
+                           SC_COMPARE compare, UINT32, UINT32, UINT32, void** object,
+                           UINT32* mode) override
+    {
+        return AtBoundary([&] {
+            return store_->Create(session, initData, constructor, key, compare, object, mode);
+        });
+    }
+    TALSTATUS DeleteObject(void* object) override
+    {
+        return AtBoundary([&] { return store_->Delete(object); });
+    }
+    TALSTATUS ReferenceObjectByHandle(HANDLE handle, void** object) override
+    {
+        return AtBoundary([&] { return store_->ReferenceByHandle(nullptr, handle, object); });
+    }
+    TALSTATUS DereferenceObject(void* object, UINT32) override
+    {
+        return AtBoundary([&] { return store_->DropReference(object); });
+    }
+    TALSTATUS EnumerateObjects(SCHANDLE session, UINT32 index, void** object) override
+    {
+        return AtBoundary([&] { return store_->Enumerate(session, index, object); });
+    }
+    TALSTATUS GetObjectHandle(void* object, HANDLE* handle) override
+    {
+        return AtBoundary([&] { return store_->HandleOf(object, handle); });
+    }
+    TALSTATUS FindObject(SCHANDLE session, void* key, SC_COMPARE compare, UINT32, UINT32,
+                         void** object) override
+    {
+        return AtBoundary([&] { return store_->Find(session, key, compare, object); });
+    }
+    TALSTATUS AcquireObject(void* object) override
+    {
+        return AtBoundary([&] { return store_->Acquire(object); });
+    }
+    TALSTATUS ReleaseObject(void* object) override
+    {
+        return AtBoundary([&] { return store_->Give(object); });
+    }
+    TALSTATUS IncrementReference(void* object) override
+    {
+        return AtBoundary([&] { return store_->AddReference(object); });
+    }
+    TALSTATUS DecrementReference(void* object) override
+    {
+        return AtBoundary([&] { return store_->DropReference(object); });
+    }
+    TALSTATUS GetObjectSecurityContext(void* object, SCHANDLE* session) override
+    {
+        return AtBoundary([&] { return store_->SessionOf(object, session); });
+    }
+    TALSTATUS AllocateObject(void** object) override
+    {
+        return AtBoundary([&] { return store_->Allocate(object); });
+    }
+    TALSTATUS DeallocateObject(void* object) override
+    {
+        return AtBoundary([&] { return store_->Deallocate(object); });
+    }
+    TALSTATUS OpenObject(SCHANDLE session, HANDLE handle, void** object) override
+    {
+        return AtBoundary([&] { return store_->ReferenceByHandle(&session, handle, object); });
+    }
+    TALSTATUS GetObjectStats(UINT32* objects, UINT64* bytes) override
+    {
+        return AtBoundary([&] { return store_->Statistics(objects, bytes); });
+    }
+
+  private:
+    ~ObjectStoreInterface() override { all_.Forget(store_.get()); }
+
+    ObjectStores& all_;
+    const std::shared_ptr<ObjectStore> store_;
+};
+
+ObjectStores::ObjectStores(SessionTable& sessions, uint32_t objectsPerSession)
+    : sessions_(sessions), objectsPerSession_(objectsPerSession)
+{
+    sessions.OnEnd([this](SCHANDLE session) { EndSession(session); });
+}
+
+ISCOM* ObjectStores::MakeInterface()
+{
+    auto store = std::make_shared<ObjectStore>(sessions_, objectsPerSession_);
+    {
+        const std::lock_guard lock(mutex_);
+        stores_.push_back(store);
+    }
+    try {
+        return new ObjectStoreInterface(*this, store);
+    } catch (...) {
+        Forget(store.get());
+        throw;
+    }
+}
+
+void ObjectStores::Forget(ObjectStore* store)
+{
+    const std::lock_guard lock(mutex_);
+    std::erase_if(stores_, [&](const auto& known) { return known.get() == store; });
+}
+
+void ObjectStores::EndSession(SCHANDLE session)
+{
+    for (;;) {
+        const ObjectStore* first = nullptr;
+        if (const SessionTable::Locked locked = sessions_.Lock(session);
+            locked && !locked->objects.empty())
+            first = locked->objects.front().store;
+        if (!first)
+            return;
+        std::shared_ptr<ObjectStore> store;
+        {
+            const std::lock_guard lock(mutex_);
+            for (const auto& known : stores_)
+                if (known.get() == first)
+                    store = known;
+        }
+        if (store)
+            store->EndSession(session);
+        else
+            std::this_thread::yield(); // it is going, and takes its objects along
+    }
+}
+
+} // namespace kestd

@@ -1,0 +1,507 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/config/registry_settings.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <sys/stat.h>
+
+#include "host/components/text.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+namespace {
+
+constexpr size_t kLargestRecord = 64 * 1024; // bytes of one value
+
+std::string Narrowed(std::u16string_view text)
+{
+    return ToUtf8(text).value_or("?");
+}
+
+std::string PlaceOf(const char16_t* key, const char16_t* name)
+{
+    std::array<char, 4096> text{};
+    UINT32 length = text.size() - 1;
+    if (Failed(TolmRegistryWhere(key, name, text.data(), &length)))
+        return {};
+    return std::string(text.data(), length) + ": ";
+}
+
+bool ParsePort(std::string_view text, uint16_t& port)
+{
+    if (text.empty() || text.size() > 5)
+        return false;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+} // namespace
+
+RegistryReader::RegistryReader(ITalpl& platform, const char16_t* key)
+    : platform_(platform), key_(key), record_(512)
+{
+    HANDLE handle = nullptr;
+    if (!Failed(platform.TalxOpenKey(key, TALX_KEY_READ, &handle)))
+        handle_ = handle;
+}
+
+RegistryReader::~RegistryReader()
+{
+    if (handle_)
+        (void)platform_.TalxCloseKey(handle_); // it was open
+}
+
+const TALX_KEY_VALUE_INFORMATION* RegistryReader::Query(const char16_t* name)
+{
+    if (!handle_ || !problem_.empty())
+        return nullptr;
+    for (;;) {
+        UINT32 needed = 0;
+        const auto size = static_cast<UINT32>(record_.size() * sizeof(uint64_t));
+        const TALSTATUS status =
+            platform_.TalxQueryValueKey(handle_, name, record_.data(), size, &needed);
+        if (!Failed(status))
+            return reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(record_.data());
+        if (Code(status) == kCodeNotFound)
+            return nullptr;
+        if (Code(status) != kCodeBufferTooSmall || needed <= size || needed > kLargestRecord) {
+            Refuse(name, "the value cannot be read");
+            return nullptr;
+        }
+        record_.resize(needed / sizeof(uint64_t) + 1);
+    }
+}
+
+std::u16string_view RegistryReader::WideText(const TALX_KEY_VALUE_INFORMATION& info) const
+{
+    const auto* const bytes = reinterpret_cast<const char*>(&info) + info.ValueOffset;
+    return {reinterpret_cast<const char16_t*>(bytes), info.ValueLength / sizeof(char16_t)};
+}
+
+void RegistryReader::Refuse(const char16_t* name, const std::string& reason)
+{
+    if (problem_.empty())
+        problem_ =
+            PlaceOf(key_, name) + "'" + Narrowed(key_) + "' '" + Narrowed(name) + "': " + reason;
+}
+
+bool RegistryReader::Has(const char16_t* name)
+{
+    return Query(name) != nullptr;
+}
+
+void RegistryReader::Text(const char16_t* name, std::string& value)
+{
+    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
+    if (!info)
+        return;
+    if (info->ValueType != TALX_REG_SZ)
+        return Refuse(name, "expected a text");
+    std::u16string_view text = WideText(*info);
+    if (text.ends_with(u'\0'))
+        text.remove_suffix(1);
+    auto narrow = ToUtf8(text);
+    if (!narrow)
+        return Refuse(name, "expected valid Unicode text");
+    value = std::move(*narrow);
+}
+
+void RegistryReader::Texts(const char16_t* name, std::vector<std::string>& value)
+{
+    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
+    if (!info)
+        return;
+    if (info->ValueType != TALX_REG_MULTI_SZ)
+        return Refuse(name, "expected a list of texts");
+    std::vector<std::string> read;
+    std::u16string_view rest = WideText(*info);
+    while (!rest.empty() && rest.front() != u'\0') {
+        const size_t end = std::min(rest.find(u'\0'), rest.size());
+        auto narrow = ToUtf8(rest.substr(0, end));
+        if (!narrow)
+            return Refuse(name, "expected valid Unicode text");
+        read.push_back(std::move(*narrow));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    value = std::move(read);
+}
+
+void RegistryReader::Number(const char16_t* name, uint64_t& value)
+{
+    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
+    if (!info)
+        return;
+    const auto* const bytes = reinterpret_cast<const char*>(info) + info->ValueOffset;
+    if (info->ValueType == TALX_REG_UINT32) {
+        uint32_t number = 0;
+        std::memcpy(&number, bytes, sizeof number);
+        value = number;
+    } else if (info->ValueType == TALX_REG_UINT64) {
+        std::memcpy(&value, bytes, sizeof value);
+    } else {
+        Refuse(name, "expected a number");
+    }
+}
+
+void RegistryReader::Number(const char16_t* name, uint32_t& value, uint32_t least, uint32_t most)
+{
+    uint64_t number = value;
+    Number(name, number);
+    if (!problem_.empty())
+        return;
+    if (number < least || number > most)
+        return Refuse(name, "expected a number from " + std::to_string(least) + " to " +
+                                std::to_string(most) + ", not " + std::to_string(number));
+    value = static_cast<uint32_t>(number);
+}
+
+void RegistryReader::Flag(const char16_t* name, bool& value)
+{
+    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
+    if (!info)
+        return;
+    uint32_t number = 2;
+    if (info->ValueType == TALX_REG_UINT32)
+        std::memcpy(&number, reinterpret_cast<const char*>(info) + info->ValueOffset,
+                    sizeof number);
+    if (number > 1)
+        return Refuse(name, "expected true or false");
+    value = number == 1;
+}
+
+void RegistryReader::AllTexts(std::vector<std::pair<std::string, std::string>>& values)
+{
+    for (UINT32 index = 0; handle_ && problem_.empty(); ++index) {
+        std::array<uint64_t, 1024> record{};
+        UINT32 needed = 0;
+        const TALSTATUS status =
+            platform_.TalxEnumerateValueKey(handle_, index, record.data(), sizeof record, &needed);
+        if (Code(status) == kCodeNoMoreEntries)
+            return;
+        if (Failed(status)) {
+            problem_ = "'" + Narrowed(key_) + "': a value is too long";
+            return;
+        }
+        const auto* const info = reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(record.data());
+        const std::u16string name(info->KeyValueName, info->KeyValueNameLength / sizeof(char16_t));
+        std::string value;
+        Text(name.c_str(), value);
+        const std::string narrow = Narrowed(name);
+        const auto known = std::find_if(values.begin(), values.end(), [&](const auto& one) {
+            return EqualsIgnoringCase(one.first, narrow);
+        });
+        if (known != values.end())
+            known->second = value;
+        else
+            values.emplace_back(narrow, value);
+    }
+}
+
+namespace {
+
+void ReadListen(RegistryReader& in, ServerSettings& server)
+{
+    if (!in.Has(u"Listen"))
+        return;
+    std::vector<std::string> texts;
+    in.Texts(u"Listen", texts);
+    if (!in.Problem().empty())
+        return;
+    if (texts.empty())
+        return in.Refuse(u"Listen", "expected at least one address");
+    server.listen.clear();
+    for (const std::string& text : texts) {
+        ListenAddress address;
+        if (!ParseListenAddress(text, address))
+            return in.Refuse(u"Listen",
+                             "expected ADDRESS:PORT with a numeric address, not '" + text + "'");
+        server.listen.push_back(std::move(address));
+    }
+}
+
+void ReadLimits(RegistryReader& in, Limits& limits)
+{
+    constexpr uint32_t kMostTime = 24 * 3600 * 1000; // ms
+    in.Number(u"Connections", limits.connections, 1, 1'000'000);
+    in.Number(u"Connections Per Address", limits.connectionsPerAddress, 1, 1'000'000);
+    in.Number(u"Waiting Requests", limits.waitingRequests, 1, 1'000'000);
+    in.Number(u"Waiting Requests Per Address", limits.waitingPerAddress, 1, 1'000'000);
+    in.Number(u"Least Rate", limits.leastRate, 0, 1'000'000'000);
+    in.Time(u"Rate Time", limits.rateTime, 100, kMostTime);
+    in.Number(u"Worker Threads", limits.workerThreads, 1, 4096);
+    in.Number(u"Head Size", limits.headBytes, 1024, 1024 * 1024);
+    in.Number(u"Target Size", limits.targetBytes, 256, 60 * 1024);
+    in.Number(u"XML Body Size", limits.xmlBodyBytes, 1024, 64 * 1024 * 1024);
+    in.Number(u"Body Size", limits.bodyBytes);
+    in.Time(u"Head Time", limits.headTime, 100, kMostTime);
+    in.Time(u"Body Idle Time", limits.bodyIdleTime, 100, kMostTime);
+    in.Time(u"Send Stall Time", limits.sendStallTime, 100, kMostTime);
+    in.Time(u"Keep-Alive Time", limits.keepAliveTime, 100, kMostTime);
+    in.Time(u"Shutdown Time", limits.shutdownTime, 0, kMostTime);
+}
+
+void ReadServer(RegistryReader& in, ServerSettings& server)
+{
+    ReadListen(in, server);
+    in.Text(u"TLS Certificate", server.tlsCertificate);
+    in.Text(u"TLS Key", server.tlsKey);
+    in.Text(u"Public URL", server.publicUrl);
+    in.Text(u"Realm", server.realm);
+    in.Flag(u"Access Log", server.accessLog);
+    in.Text(u"Wharf Directory", server.wharfDirectory);
+    if (server.realm.empty() || HasControlCharacter(server.realm))
+        in.Refuse(u"Realm", "expected a text without control characters");
+    if (!server.publicUrl.empty())
+        if (const std::string wrong = WhatIsWrongWithPublicUrl(server.publicUrl); !wrong.empty())
+            in.Refuse(u"Public URL", wrong);
+    if (server.tlsCertificate.empty() != server.tlsKey.empty())
+        in.Refuse(server.tlsKey.empty() ? u"TLS Certificate" : u"TLS Key",
+                  "'TLS Certificate' and 'TLS Key' belong together; one of them is missing");
+}
+
+} // namespace
+
+namespace {
+
+std::string ReadDirectory(ITalpl& platform, HostSettings& settings)
+{
+    RegistryReader in(platform, kDirectoryKey);
+    LdapSettings& ldap = settings.ldap;
+    std::string backend = "users";
+    in.Text(u"Backend", backend);
+    if (backend != "users" && backend != "ldap")
+        in.Refuse(u"Backend", "expected 'users' or 'ldap'");
+    settings.usesLdap = backend == "ldap";
+    in.Text(u"Tree", settings.tree);
+    if (settings.tree.find_first_of("\\:") != std::string::npos || settings.tree.empty())
+        in.Refuse(u"Tree", "expected a name without '\\' and ':'");
+    in.Text(u"Server", ldap.server);
+    in.Text(u"Base", ldap.base);
+    in.Text(u"Bind Name", ldap.bindName);
+    in.Text(u"Bind Password", ldap.bindPassword);
+    in.Flag(u"Start TLS", ldap.startsTls);
+    in.Text(u"CA Certificate", ldap.caCertificate);
+    in.Time(u"Timeout", ldap.timeout, 100, 60'000);
+    in.Time(u"Cache Time", ldap.cacheTime, 0, 24 * 3600);
+    in.Number(u"Cache Entries", ldap.cacheEntries, 1, 1'000'000);
+    in.Time(u"Retry Time", ldap.retryTime, 0, 3600);
+    const bool isUrl = ldap.server.starts_with("ldap://") || ldap.server.starts_with("ldaps://");
+    if (settings.usesLdap && !isUrl)
+        in.Refuse(ldap.server.empty() ? u"Backend" : u"Server",
+                  "expected 'Server' to be ldap://HOST[:PORT] or ldaps://HOST[:PORT]");
+    if (ldap.startsTls && ldap.server.starts_with("ldaps://"))
+        in.Refuse(u"Start TLS", "an ldaps:// connection has TLS from its beginning");
+    RegistryReader attributes(platform, kDirectoryAttributesKey);
+    attributes.AllTexts(ldap.attributes);
+    return in.Problem().empty() ? attributes.Problem() : in.Problem();
+}
+
+} // namespace
+
+std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
+{
+    // Half of the processors may be busy with passwords; the rest serves who is signed in.
+    settings.auth.hashesAtOnce = std::max(1U, std::thread::hardware_concurrency() / 2);
+    RegistryReader in(platform, kServerKey);
+    ReadServer(in, settings.server);
+    ReadLimits(in, settings.server.limits);
+    in.Time(u"Session Timeout", settings.sessions.idleTime, 10, 30 * 24 * 3600);
+    in.Number(u"Sessions", settings.sessions.sessions, 1, 1'000'000);
+    in.Number(u"Browser Sessions", settings.sessions.cookieSessionsPerUser, 1, 100'000);
+    in.Number(u"Session Objects", settings.objectsPerSession, 1, 100'000);
+    in.Text(u"Users File", settings.usersFile);
+    in.Number(u"Password Hashes", settings.auth.hashesAtOnce, 1, 256);
+    in.Number(u"Password Waiters", settings.auth.waiters, 0, 100'000);
+    in.Number(u"Credential Cache", settings.auth.cacheEntries, 1, 1'000'000);
+    in.Time(u"Credential Time", settings.auth.cacheTime, 1, 24 * 3600);
+    in.Time(u"Guess Delay", settings.auth.guessDelay, 0, 24 * 3600);
+    return in.Problem().empty() ? ReadDirectory(platform, settings) : in.Problem();
+}
+
+namespace {
+
+// The module puts the names of its templates right behind the value, which it keeps as UTF-8; and
+// it reads it from a record that has to hold the value's name, too. What it cannot take it replaces
+// by another place, where nothing is found.
+std::string WhatIsWrongWithTemplates(const std::string& directory)
+{
+    constexpr size_t kMostUnits = 239;
+    constexpr size_t kMostBytes = 255;
+    if (!directory.empty() && directory.back() != '/')
+        return "expected a directory with a '/' at its end";
+    const auto wide = ToUtf16(directory);
+    if (!wide || wide->size() > kMostUnits || directory.size() > kMostBytes)
+        return "expected at most " + std::to_string(kMostUnits) + " characters (" +
+               std::to_string(kMostBytes) + " bytes); name it by a shorter path";
+    return {};
+}
+
+std::string CheckModule(ITalpl& platform)
+{
+    RegistryReader in(platform, kModuleKey);
+    uint32_t number = 262144;
+    in.Number(u"Read-Write Block Size", number, 1024, 524288);
+    uint64_t level = 0;
+    in.Number(u"Debug Level", level);
+    std::string templates;
+    in.Text(u"Template Directory", templates);
+    if (const std::string wrong = WhatIsWrongWithTemplates(templates); !wrong.empty())
+        in.Refuse(u"Template Directory", wrong);
+    std::string moniker = "/Ferro";
+    in.Text(u"Moniker", moniker);
+    const bool isPath = moniker.size() >= 2 && moniker.size() < 200 && moniker.front() == '/' &&
+                        moniker.back() != '/' && !HasControlCharacter(moniker);
+    if (!isPath)
+        in.Refuse(u"Moniker", "expected a path such as '/Ferro', with a '/' at its beginning and "
+                              "none at its end");
+    return in.Problem();
+}
+
+std::string CheckStore(ITalpl& platform)
+{
+    RegistryReader in(platform, kStoreKey);
+    std::string sync = "data";
+    in.Text(u"Sync", sync);
+    if (sync != "none" && sync != "data" && sync != "full")
+        in.Refuse(u"Sync", "expected 'none', 'data' or 'full'");
+    uint32_t days = 0;
+    in.Number(u"Keep Deleted", days, 0, 36'500);
+    uint32_t size = 0;
+    in.Number(u"Keep Free", size, 0, 1U << 30);
+    in.Number(u"Reserve", size, 0, 1U << 20);
+    std::string address = "127.0.0.1";
+    in.Text(u"Server Address", address);
+    in_addr four{};
+    if (inet_pton(AF_INET, address.c_str(), &four) != 1)
+        in.Refuse(u"Server Address", "expected an IPv4 address");
+    return in.Problem();
+}
+
+std::string CheckVolumes(ITalpl& platform)
+{
+    RegistryReader in(platform, kVolumesKey);
+    std::vector<std::pair<std::string, std::string>> volumes;
+    in.AllTexts(volumes);
+    for (const auto& [name, directory] : volumes) {
+        const std::u16string wide = ToUtf16(name).value_or(u"?");
+        struct stat info {};
+        if (name.find('/') != std::string::npos || name == "." || name == "..")
+            in.Refuse(wide.c_str(), "a volume's name holds no '/' and is neither '.' nor '..'");
+        if (stat(directory.c_str(), &info) != 0)
+            in.Refuse(wide.c_str(), "'" + directory + "': " + std::strerror(errno));
+        else if (!S_ISDIR(info.st_mode))
+            in.Refuse(wide.c_str(), "'" + directory + "' is not a directory");
+    }
+    return in.Problem();
+}
+
+} // namespace
+
+std::string CheckComponentSettings(ITalpl& platform)
+{
+    for (const auto check : {CheckModule, CheckStore, CheckVolumes})
+        if (std::string problem = check(platform); !problem.empty())
+            return problem;
+    return {};
+}
+
+bool ParseListenAddress(std::string_view text, ListenAddress& address)
+{
+    const size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos || !ParsePort(text.substr(colon + 1), address.port))
+        return false;
+    std::string_view host = text.substr(0, colon);
+    const bool isBracketed = host.starts_with('[') && host.ends_with(']') && host.size() > 2;
+    if (isBracketed)
+        host = host.substr(1, host.size() - 2);
+    address.address = host;
+    in_addr four{};
+    in6_addr six{};
+    return isBracketed ? inet_pton(AF_INET6, address.address.c_str(), &six) == 1
+                       : inet_pton(AF_INET, address.address.c_str(), &four) == 1;
+}
+
+std::string FormatListenAddress(const ListenAddress& address)
+{
+    const bool isSix = address.address.find(':') != std::string::npos;
+    return (isSix ? "[" + address.address + "]" : address.address) + ":" +
+           std::to_string(address.port);
+}
+
+bool IsLoopback(const std::string& address)
+{
+    in_addr four{};
+    if (inet_pton(AF_INET, address.c_str(), &four) == 1)
+        return (ntohl(four.s_addr) >> 24) == 127;
+    in6_addr six{};
+    if (inet_pton(AF_INET6, address.c_str(), &six) != 1)
+        return false;
+    const bool isMappedLoopback = IN6_IS_ADDR_V4MAPPED(&six) && six.s6_addr[12] == 127;
+    return IN6_IS_ADDR_LOOPBACK(&six) || isMappedLoopback;
+}
+
+namespace {
+
+// The authority of an http or https URL; empty when it is none.
+std::string_view AuthorityOf(std::string_view url, bool& isSecure)
+{
+    for (const std::string_view scheme : {"http://", "https://"})
+        if (EqualsIgnoringCase(url.substr(0, scheme.size()), scheme)) {
+            isSecure = scheme.size() == 8;
+            url.remove_prefix(scheme.size());
+            return url.substr(0, url.find_first_of("/?#"));
+        }
+    return {};
+}
+
+} // namespace
+
+std::string WhatIsWrongWithPublicUrl(std::string_view url)
+{
+    bool isSecure = false;
+    const std::string_view authority = AuthorityOf(url, isSecure);
+    const std::string_view rest = url.substr(
+        authority.empty() ? 0
+                          : static_cast<size_t>(authority.data() - url.data()) + authority.size());
+    constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                          "0123456789-._~[]:";
+    if (authority.empty() || authority.find_first_not_of(kAllowed) != std::string_view::npos)
+        return "expected http://HOST[:PORT] or https://HOST[:PORT]";
+    if (!rest.empty() && rest != "/")
+        return "expected no path behind the host";
+    return {};
+}
+
+HostName NameOfHost(const ServerSettings& settings)
+{
+    HostName name;
+    bool isSecure = !settings.tlsCertificate.empty();
+    std::string_view authority;
+    if (!settings.publicUrl.empty())
+        authority = AuthorityOf(settings.publicUrl, isSecure);
+    const std::string ownPort = isSecure ? "443" : "80";
+    if (authority.empty()) {
+        const ListenAddress first = settings.listen.empty() ? ListenAddress{} : settings.listen[0];
+        name.port = std::to_string(first.port);
+        name.hostname = FormatListenAddress(first);
+    } else {
+        name.hostname = authority;
+        const size_t colon = authority.rfind(':');
+        const bool hasPort =
+            colon != std::string_view::npos && authority.find(']', colon) == std::string_view::npos;
+        name.port = hasPort ? std::string(authority.substr(colon + 1)) : ownPort;
+    }
+    const std::string tail = ":" + name.port;
+    const bool isPlain = name.port == ownPort || name.port == "0"; // not known before listening
+    if (isPlain && name.hostname.ends_with(tail))
+        name.hostname.resize(name.hostname.size() - tail.size());
+    return name;
+}
+
+} // namespace kestd

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the host reads from the registry. Every value has a default; one of a wrong type or outside
+// its bounds is an error that names its place in the file.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/auth/authenticator.h"
+#include "host/auth/sessions.h"
+#include "host/components/directory_ldap.h"
+#include "host/config/settings.h"
+#include <kest/com.h>
+#include <kest/talpl.h>
+
+namespace kestd {
+
+inline constexpr const char16_t* kServerKey = u"Kest\\Configuration\\Server";
+inline constexpr const char16_t* kModuleKey = u"Kest\\Configuration\\KestDav";
+inline constexpr const char16_t* kDirectoryKey = u"Kest\\Configuration\\Directory";
+inline constexpr const char16_t* kDirectoryAttributesKey =
+    u"Kest\\Configuration\\Directory\\Attributes";
+inline constexpr const char16_t* kStoreKey = u"Kest\\Configuration\\FileStore";
+inline constexpr const char16_t* kVolumesKey = u"Kest\\Configuration\\FileStore\\Volumes";
+
+// Reads the values of one key. A missing key or value leaves the variable as it is. The first
+// problem is kept and ends all later reading.
+class RegistryReader {
+  public:
+    // `key` is a full path; it need not exist.
+    RegistryReader(ITalpl& platform, const char16_t* key);
+    ~RegistryReader();
+    RegistryReader(const RegistryReader&) = delete;
+    RegistryReader& operator=(const RegistryReader&) = delete;
+
+    void Text(const char16_t* name, std::string& value);
+    void Texts(const char16_t* name, std::vector<std::string>& value);
+    void Flag(const char16_t* name, bool& value); // true and false, or 1 and 0
+    void Number(const char16_t* name, uint32_t& value, uint32_t least, uint32_t most);
+    void Number(const char16_t* name, uint64_t& value);
+    template <class Rep, class Period>
+    void Time(const char16_t* name, std::chrono::duration<Rep, Period>& value, uint32_t least,
+              uint32_t most) // in the variable's unit
+    {
+        auto count = static_cast<uint32_t>(value.count());
+        Number(name, count, least, most);
+        value = std::chrono::duration<Rep, Period>(count);
+    }
+    bool Has(const char16_t* name);
+    // All values of the key, which are texts, added to or replacing those of the same name.
+    void AllTexts(std::vector<std::pair<std::string, std::string>>& values);
+
+    // Adds a problem with a value that was read: "FILE:LINE: 'KEY' 'NAME': reason".
+    void Refuse(const char16_t* name, const std::string& reason);
+    const std::string& Problem() const { return problem_; }
+
+  private:
+    // The record of a value; null when it is missing or there is a problem already.
+    const TALX_KEY_VALUE_INFORMATION* Query(const char16_t* name);
+    std::u16string_view WideText(const TALX_KEY_VALUE_INFORMATION& info) const;
+
+    ITalpl& platform_;
+    const char16_t* const key_;
+    HANDLE handle_ = nullptr;
+    std::vector<uint64_t> record_; // aligned for the record
+    std::string problem_;
+};
+
+// All settings of the host.
+struct HostSettings {
+    ServerSettings server;
+    SessionLimits sessions;
+    AuthLimits auth;
+    uint32_t objectsPerSession = 64;
+    std::string usersFile; // empty: the state directory's
+
+    bool usesLdap = false;     // 'Backend' of the directory's key: "users" or "ldap"
+    std::string tree = "KEST"; // 'Tree': of users whose record names none
+    LdapSettings ldap;
+};
+
+// Reads them; empty on success, else the first problem. `settings` holds the defaults on entry.
+std::string ReadHostSettings(ITalpl& platform, HostSettings& settings);
+
+// Looks at the settings of the WebDAV module and of the file store, which fall back to defaults in
+// silence: what is wrong there is said before anybody is served. Empty when all is well.
+std::string CheckComponentSettings(ITalpl& platform);
+
+// "ADDR:PORT", "[ADDR]:PORT" for IPv6. False when it is neither; names are not resolved.
+bool ParseListenAddress(std::string_view text, ListenAddress& address);
+std::string FormatListenAddress(const ListenAddress& address);
+bool IsLoopback(const std::string& address);
+
+// Empty when the text is an absolute http or https URL of a server without a path, query or user;
+// else what is wrong with it. A trailing "/" is allowed.
+std::string WhatIsWrongWithPublicUrl(std::string_view url);
+
+// What components hear of the host: the public URL's name, or the first listening address.
+struct HostName {
+    std::string hostname; // with the port unless it is the protocol's own
+    std::string port;
+};
+HostName NameOfHost(const ServerSettings& settings);
+
+} // namespace kestd

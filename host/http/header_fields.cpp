@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/http/header_fields.h"
+
+#include <array>
+#include <cstring>
+#include <new>
+
+#include "host/http/ascii.h"
+
+namespace kestd {
+
+namespace {
+
+// The bytes of a token (RFC 9110 section 5.6.2).
+constexpr std::array<bool, 256> kTokenBytes = [] {
+    std::array<bool, 256> table{};
+    for (const char c : std::string_view("!#$%&'*+-.^_`|~0123456789abcdefghijklmnopqrstuvwxyz"
+                                         "ABCDEFGHIJKLMNOPQRSTUVWXYZ"))
+        table[static_cast<unsigned char>(c)] = true;
+    return table;
+}();
+
+bool IsName(std::string_view name) noexcept
+{
+    for (const char c : name)
+        if (!kTokenBytes[static_cast<unsigned char>(c)])
+            return false;
+    return !name.empty();
+}
+
+// Tells most names apart without comparing them: the length and both ends, without case.
+uint32_t KeyOf(std::string_view name) noexcept
+{
+    if (name.empty())
+        return 0;
+    const auto end = [](char c) {
+        return static_cast<uint32_t>(static_cast<unsigned char>(Lower(c)));
+    };
+    return static_cast<uint32_t>(name.size()) << 16 | end(name.front()) << 8 | end(name.back());
+}
+
+// No field of a reply comes near; keeps the sums below from wrapping.
+constexpr size_t kLongest = 1U << 24;
+
+} // namespace
+
+const HeaderList::Line* HeaderList::FindLine(std::string_view name) const noexcept
+{
+    const uint32_t key = KeyOf(name);
+    for (const Line& line : lines_)
+        if (line.key == key && EqualsIgnoringCase(line.Name(), name))
+            return &line;
+    return nullptr;
+}
+
+bool HeaderList::Set(Arena& arena, std::string_view name, std::string_view value)
+{
+    if (!IsName(name) || HasControl(value) || name.size() > kLongest || value.size() > kLongest)
+        return false;
+    const size_t size = name.size() + value.size() + 4;
+    auto* const text = static_cast<char*>(arena.Allocate(size));
+    if (!text)
+        throw std::bad_alloc();
+    const Line* const known = FindLine(name);
+    Line& line = known ? lines_[static_cast<size_t>(known - lines_.data())] : lines_.emplace_back();
+    if (known)
+        name = known->Name(); // written as it was first
+    else
+        line.key = KeyOf(name);
+    std::memcpy(text, name.data(), name.size());
+    char* at = text + name.size();
+    *at++ = ':';
+    *at++ = ' ';
+    if (!value.empty())
+        std::memcpy(at, value.data(), value.size());
+    line.value = {at, value.size()};
+    line.text = text;
+    line.nameSize = static_cast<uint32_t>(name.size());
+    line.size = static_cast<uint32_t>(size);
+    at += value.size();
+    *at++ = '\r';
+    *at = '\n';
+    return true;
+}
+
+const std::string_view* HeaderList::Find(std::string_view name) const noexcept
+{
+    const Line* const line = FindLine(name);
+    return line ? &line->value : nullptr;
+}
+
+void HeaderList::Remove(std::string_view name) noexcept
+{
+    if (const Line* line = FindLine(name))
+        lines_.erase(lines_.begin() + (line - lines_.data()));
+}
+
+size_t HeaderList::TextSize() const noexcept
+{
+    size_t size = 0;
+    for (const Line& line : lines_)
+        size += line.size;
+    return size;
+}
+
+char* HeaderList::CopyTo(char* to) const noexcept
+{
+    for (const Line& line : lines_) {
+        std::memcpy(to, line.text, line.size);
+        to += line.size;
+    }
+    return to;
+}
+
+} // namespace kestd

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The header fields of a reply.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "host/net/buffer.h"
+
+namespace kestd {
+
+// Fields in the order in which they were set first. Each is kept as the line that goes out, in
+// request memory, so that sending is one copy per field.
+class HeaderList {
+  public:
+    // Sets a field, in place of an earlier one of that name (compared without case). False for a
+    // name or value that no field can have: RFC 9110 section 5. Throws std::bad_alloc.
+    bool Set(Arena& arena, std::string_view name, std::string_view value);
+    // Null when it is not set. Valid until the list changes.
+    const std::string_view* Find(std::string_view name) const noexcept;
+    void Remove(std::string_view name) noexcept;
+    void Clear() noexcept { lines_.clear(); }
+
+    // The bytes of all lines, and their text. CopyTo returns the end of what it wrote.
+    size_t TextSize() const noexcept;
+    char* CopyTo(char* to) const noexcept;
+
+  private:
+    struct Line {
+        std::string_view value;
+        const char* text; // "Name: value\r\n"
+        uint32_t nameSize;
+        uint32_t size;
+        uint32_t key; // of the name: see KeyOf
+        std::string_view Name() const noexcept { return {text, nameSize}; }
+    };
+    const Line* FindLine(std::string_view name) const noexcept;
+
+    std::vector<Line> lines_;
+};
+
+} // namespace kestd

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/http/method.h"
+
+namespace kestd {
+
+namespace {
+
+struct Row {
+    std::string_view token;
+    UINT32 number;
+};
+
+// The most frequent ones first.
+constexpr Row kMethods[] = {
+    {"GET", KestMethodGet},         {"PUT", KestMethodPut},
+    {"HEAD", KestMethodHead},       {"PROPFIND", KestMethodPropFind},
+    {"OPTIONS", KestMethodOptions}, {"DELETE", KestMethodDelete},
+    {"LOCK", KestMethodLock},       {"UNLOCK", KestMethodUnlock},
+    {"MKCOL", KestMethodMkCol},     {"MOVE", KestMethodMove},
+    {"COPY", KestMethodCopy},       {"PROPPATCH", KestMethodPropPatch},
+    {"POST", KestMethodPost},       {"TRACE", KestMethodTrace},
+    {"CONNECT", KestMethodConnect},
+};
+
+} // namespace
+
+UINT32 MethodNumber(std::string_view token) noexcept
+{
+    for (const Row& row : kMethods)
+        if (row.token == token)
+            return row.number;
+    return KestMethodUnknown;
+}
+
+} // namespace kestd

@@ -1,0 +1,395 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/http/response.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "host/http/ascii.h"
+#include "host/net/monotonic_clock.h"
+
+namespace kestd {
+
+namespace {
+
+// Room in front of what is gathered, so that a usual head and its body leave in one piece; a longer
+// head gets its own.
+constexpr size_t kHeadRoom = 1024;
+// What is gathered before something leaves: little at first, so that the client has something to
+// work on, then twice as much each time. Every departure wakes the client, and for a listing of
+// thousands of members that cost as much as all that is said about them. Larger pieces than the
+// first go out from where they are. With the room in front and the end of a chunk the first fills a
+// buffer's usual size.
+constexpr size_t kGatherFirst = 15 * 1024 - 16;
+constexpr size_t kGatherMost = 8 * kGatherFirst;
+constexpr int64_t kLookTime = 100; // ms between two looks for the client
+
+// The lines that every head has, formatted once a second by each thread.
+std::string_view CommonLines()
+{
+    thread_local time_t last = -1;
+    thread_local char text[80];
+    thread_local size_t size = 0;
+    const time_t now = std::time(nullptr);
+    if (now != last) {
+        static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+        static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+        tm t{};
+        gmtime_r(&now, &t);
+        const int made = std::snprintf(
+            text, sizeof text, "\r\nDate: %s, %02d %s %04d %02d:%02d:%02d GMT\r\nServer: Kest\r\n",
+            kDays[t.tm_wday], t.tm_mday, kMonths[t.tm_mon], t.tm_year + 1900, t.tm_hour, t.tm_min,
+            t.tm_sec);
+        size = std::min(static_cast<size_t>(std::max(made, 0)), sizeof text - 1);
+        last = now;
+    }
+    return {text, size};
+}
+
+char* Put(char* to, std::string_view text)
+{
+    std::memcpy(to, text.data(), text.size());
+    return to + text.size();
+}
+
+constexpr bool HasNoBody(int status) noexcept
+{
+    return status < 200 || status == 204 || status == 304;
+}
+
+} // namespace
+
+void Reply::Start(const Terms& terms, Arena& arena, Body& body, Transport& transport,
+                  Waiter& waiter) noexcept
+{
+    Reset();
+    terms_ = terms;
+    arena_ = &arena;
+    body_ = &body;
+    transport_ = &transport;
+    waiter_ = &waiter;
+}
+
+void Reply::Reset() noexcept
+{
+    headers_.Clear();
+    gathered_.Release();
+    mode_ = Mode::Unknown;
+    status_ = 0;
+    length_ = bodyBytes_ = 0;
+    gatherLimit_ = kGatherFirst;
+    looked_ = 0;
+    hasAsked_ = hasLeft_ = isBroken_ = drops_ = false;
+}
+
+bool Reply::SetHeader(std::string_view name, std::string_view value)
+{
+    return !status_ && headers_.Set(*arena_, name, value);
+}
+
+bool Reply::AddLateHeader(std::string_view name, std::string_view value)
+{
+    return !hasLeft_ && headers_.Set(*arena_, name, value);
+}
+
+void Reply::ChangeStatus(int status) noexcept
+{
+    if (!hasLeft_)
+        status_ = status;
+}
+
+bool Reply::Begin(int status)
+{
+    if (status_)
+        return false;
+    status_ = status >= 200 && status <= 599 ? status : 500;
+    return true;
+}
+
+bool Reply::Append(const void* bytes, size_t size)
+{
+    if (!status_)
+        status_ = 200;
+    if (isBroken_)
+        return false;
+    if (size == 0 || drops_ || terms_.isHead || HasNoBody(status_) || status_ == 416)
+        return true;
+    if (size <= kGatherFirst && gathered_.Size() + size <= gatherLimit_) {
+        if (gathered_.Size() == 0)
+            gathered_.MakeHeadroom(kHeadRoom);
+        gathered_.Append(bytes, size);
+        bodyBytes_ += size;
+        return true;
+    }
+    bodyBytes_ += size;
+    gatherLimit_ = std::min(2 * gatherLimit_, kGatherMost);
+    return Flush(bytes, size, false);
+}
+
+bool Reply::Replace(int status, std::string_view type, std::string_view text)
+{
+    if (hasLeft_)
+        return false;
+    headers_.Clear();
+    gathered_.Clear();
+    status_ = 0;
+    bodyBytes_ = 0;
+    drops_ = false;
+    if (!text.empty())
+        SetHeader("Content-Type", type);
+    Begin(status);
+    if (!text.empty())
+        Append(text.data(), text.size());
+    drops_ = true;
+    return true;
+}
+
+void Reply::Cut() noexcept
+{
+    if (isBroken_)
+        return;
+    isBroken_ = true;
+    if (mode_ == Mode::UntilClose)
+        transport_->ResetAtEnd();
+}
+
+bool Reply::Finish()
+{
+    if (!status_)
+        Replace(500, {}, {});
+    if (!isBroken_)
+        Flush(nullptr, 0, true);
+    const bool isShort = mode_ == Mode::Length && bodyBytes_ < length_;
+    return !isBroken_ && !isShort && terms_.mayKeepAlive;
+}
+
+bool Reply::HasClientLeft() noexcept
+{
+    if (isBroken_ || waiter_->IsGivenUp())
+        return true;
+    const int64_t now = NowMs();
+    const bool isDue = looked_ && now - looked_ >= kLookTime;
+    if (isDue || !looked_)
+        looked_ = now;
+    if (!isDue)
+        return false;
+    const Transport::Peer peer = transport_->Look();
+    if (peer != Transport::Peer::HasEnded)
+        return peer == Transport::Peer::Gone;
+    if (!body_->HasArrived())
+        return true;
+    // It has left, or reads on after its last request: a system that has no such connection any
+    // more refuses what is sent to it. RFC 9110 section 15.2: a client takes any interim reply.
+    if (!hasAsked_ && !hasLeft_ && terms_.mayChunk) {
+        static constexpr std::string_view kInterim = "HTTP/1.1 102 Processing\r\n\r\n";
+        const iovec piece{const_cast<char*>(kInterim.data()), kInterim.size()};
+        hasAsked_ = true;
+        isBroken_ = !transport_->Send(&piece, 1, true, terms_.stall, *waiter_);
+    }
+    return isBroken_;
+}
+
+// How the end of the body is told to the client, once it has to be known.
+void Reply::DecideMode(bool isFinal, size_t pending)
+{
+    const std::string_view* length = FindHeader("Content-Length");
+    const std::string_view* coding = FindHeader("Transfer-Encoding");
+    const bool wantsChunks = coding && EqualsIgnoringCase(*coding, "chunked");
+    uint64_t announced = 0;
+    const bool hasLength = length && !wantsChunks && ParseDecimal(*length, announced);
+    if (length && !hasLength)
+        RemoveHeader("Content-Length");
+    if (coding)
+        RemoveHeader("Transfer-Encoding");
+    if (terms_.isHead || HasNoBody(status_)) {
+        mode_ = Mode::None;
+        if (HasNoBody(status_)) // RFC 9110 sections 8.6 and 15.4.5: it would describe another body
+            RemoveHeader("Content-Length");
+        return;
+    }
+    if (hasLength && !(status_ == 416 && announced)) {
+        mode_ = Mode::Length;
+        length_ = announced;
+        return;
+    }
+    if (isFinal && !(wantsChunks && terms_.mayChunk)) {
+        mode_ = Mode::Length;
+        length_ = pending;
+        char digits[24];
+        const auto end = std::to_chars(digits, digits + sizeof digits, length_).ptr;
+        headers_.Set(*arena_, "Content-Length", {digits, static_cast<size_t>(end - digits)});
+        return;
+    }
+    mode_ = terms_.mayChunk ? Mode::Chunked : Mode::UntilClose;
+    if (mode_ == Mode::UntilClose)
+        Close();
+}
+
+// How much of what is to leave may leave: a body ends where its announced length does.
+size_t Reply::CutSurplus(size_t pending) noexcept
+{
+    if (mode_ == Mode::None)
+        return 0;
+    if (mode_ != Mode::Length || bodyBytes_ <= length_)
+        return pending;
+    Close();
+    const uint64_t before = bodyBytes_ - pending;
+    return static_cast<size_t>(length_ - std::min(before, length_));
+}
+
+// Puts what comes before the next piece of the body in front of it: the head, if it has not left,
+// and the size line of a chunk, if `chunk` is not 0.
+void Reply::PutFront(size_t chunk)
+{
+    char sizeLine[24];
+    const size_t sizeLineSize =
+        chunk ? static_cast<size_t>(std::snprintf(sizeLine, sizeof sizeLine, "%zx\r\n", chunk)) : 0;
+    std::string_view ending;
+    size_t size = sizeLineSize;
+    const std::string_view reason = ReasonPhrase(status_);
+    const std::string_view common = CommonLines();
+    constexpr std::string_view kVersion = "HTTP/1.1 ";
+    if (!hasLeft_) {
+        // A body that nobody read stands before the next request.
+        if (terms_.mayKeepAlive && !body_->Skip())
+            Close();
+        const bool isChunked = mode_ == Mode::Chunked;
+        if (!terms_.mayKeepAlive)
+            ending = isChunked ? "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\n"
+                               : "Connection: close\r\n\r\n";
+        else if (terms_.saysKeepAlive) // never chunked: HTTP/1.0
+            ending = "Connection: keep-alive\r\n\r\n";
+        else
+            ending = isChunked ? "Transfer-Encoding: chunked\r\n\r\n" : "\r\n";
+        size += kVersion.size() + 4 + reason.size() + common.size() + headers_.TextSize() +
+                ending.size();
+    }
+    if (size == 0)
+        return;
+    gathered_.MakeHeadroom(size);
+    char* at = gathered_.Prepend(size);
+    if (!hasLeft_) {
+        at = Put(at, kVersion);
+        at = std::to_chars(at, at + 3, status_).ptr; // three digits: see Begin
+        *at++ = ' ';
+        at = Put(at, reason);
+        at = Put(at, common);
+        at = headers_.CopyTo(at);
+        at = Put(at, ending);
+    }
+    Put(at, {sizeLine, sizeLineSize});
+}
+
+bool Reply::Flush(const void* extra, size_t size, bool isFinal)
+{
+    const size_t pending = gathered_.Size() + size;
+    if (!hasLeft_)
+        DecideMode(isFinal, pending);
+    const size_t allowed = CutSurplus(pending);
+    gathered_.Truncate(std::min(allowed, gathered_.Size()));
+    size = std::min(allowed - gathered_.Size(), size);
+    const bool isChunked = mode_ == Mode::Chunked;
+    PutFront(isChunked ? pending : 0);
+    std::string_view end;
+    if (isChunked) {
+        static constexpr std::string_view kEnds[] = {"", "\r\n", "0\r\n\r\n", "\r\n0\r\n\r\n"};
+        end = kEnds[(pending ? 1 : 0) + (isFinal ? 2 : 0)];
+        if (size == 0) {
+            gathered_.Append(end.data(), end.size());
+            end = {};
+        }
+    }
+    iovec pieces[3];
+    int count = 0;
+    for (const std::string_view piece :
+         {gathered_.View(), {static_cast<const char*>(extra), size}, end})
+        if (!piece.empty())
+            pieces[count++] = {const_cast<char*>(piece.data()), piece.size()};
+    hasLeft_ = true;
+    const bool isLast = isFinal || (mode_ == Mode::Length && bodyBytes_ >= length_);
+    if (count && !transport_->Send(pieces, count, isLast, terms_.stall, *waiter_))
+        isBroken_ = true;
+    gathered_.Clear();
+    return !isBroken_;
+}
+
+std::string_view ReasonPhrase(int status) noexcept
+{
+    switch (status) {
+    case 200:
+        return "OK";
+    case 201:
+        return "Created";
+    case 204:
+        return "No Content";
+    case 206:
+        return "Partial Content";
+    case 207:
+        return "Multi-Status";
+    case 301:
+        return "Moved Permanently";
+    case 302:
+        return "Found";
+    case 304:
+        return "Not Modified";
+    case 307:
+        return "Temporary Redirect";
+    case 400:
+        return "Bad Request";
+    case 401:
+        return "Unauthorized";
+    case 403:
+        return "Forbidden";
+    case 404:
+        return "Not Found";
+    case 405:
+        return "Method Not Allowed";
+    case 408:
+        return "Request Timeout";
+    case 409:
+        return "Conflict";
+    case 412:
+        return "Precondition Failed";
+    case 413:
+        return "Content Too Large";
+    case 414:
+        return "URI Too Long";
+    case 421:
+        return "Misdirected Request";
+    case 429:
+        return "Too Many Requests";
+    case 415:
+        return "Unsupported Media Type";
+    case 416:
+        return "Range Not Satisfiable";
+    case 417:
+        return "Expectation Failed";
+    case 422:
+        return "Unprocessable Content";
+    case 423:
+        return "Locked";
+    case 424:
+        return "Failed Dependency";
+    case 431:
+        return "Request Header Fields Too Large";
+    case 500:
+        return "Internal Server Error";
+    case 501:
+        return "Not Implemented";
+    case 502:
+        return "Bad Gateway";
+    case 503:
+        return "Service Unavailable";
+    case 505:
+        return "HTTP Version Not Supported";
+    case 507:
+        return "Insufficient Storage";
+    default:
+        return "";
+    }
+}
+
+} // namespace kestd

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The reply to one request: gathers what the module says and frames it as HTTP/1.1 asks for.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+
+#include "host/http/body.h"
+#include "host/http/header_fields.h"
+#include "host/net/buffer.h"
+#include "host/net/socket_stream.h"
+
+namespace kestd {
+
+class Reply {
+  public:
+    struct Terms {
+        bool isHead = false;        // the request was HEAD: no body
+        bool mayChunk = true;       // HTTP/1.1 client
+        bool mayKeepAlive = true;   // client and server both want another request
+        bool saysKeepAlive = false; // an HTTP/1.0 client has to be told
+        std::chrono::milliseconds stall{0};
+    };
+
+    void Start(const Terms& terms, Arena& arena, Body& body, Transport& transport,
+               Waiter& waiter) noexcept;
+    void Reset() noexcept;
+
+    // Sets a header, in place of an earlier one of that name. False for a name or value that no
+    // header can have (line breaks, controls), or after Begin. An empty "Content-Length" stands for
+    // whatever the body turns out to be. Throws std::bad_alloc.
+    bool SetHeader(std::string_view name, std::string_view value);
+    // Null when it is not set. Valid until a header is set or removed.
+    const std::string_view* FindHeader(std::string_view name) const noexcept
+    {
+        return headers_.Find(name);
+    }
+    void RemoveHeader(std::string_view name) noexcept { headers_.Remove(name); }
+    // Ends the head. False when it has ended before.
+    bool Begin(int status);
+    bool HasBegun() const noexcept { return status_ != 0; }
+    bool HasLeft() const noexcept { return hasLeft_; }
+    int Status() const noexcept { return status_; }
+    // Appends to the body. False when the client is gone or too slow.
+    bool Append(const void* bytes, size_t size);
+    // Forgets headers and body, if nothing has left: another status and body take their place, and
+    // what is appended from now on is dropped.
+    bool Replace(int status, std::string_view type, std::string_view text);
+    // Ends the message where it is: nothing more is sent, and the connection closes in a way that
+    // no client can take for the end of the body.
+    void Cut() noexcept;
+    // Sends what is left. True when another request may follow on the connection.
+    bool Finish();
+    // Another request must not follow, whatever the client wants.
+    void Close() noexcept { terms_.mayKeepAlive = false; }
+    // For the host, until the head has left: one more header, another success, and what of the body
+    // is still here.
+    bool AddLateHeader(std::string_view name, std::string_view value);
+    void ChangeStatus(int status) noexcept;
+    std::string_view Gathered() const noexcept { return gathered_.View(); }
+    bool IsBodyEmpty() const noexcept { return bodyBytes_ == 0; }
+    uint64_t BodyBytes() const noexcept { return bodyBytes_; }
+    bool IsBroken() const noexcept { return isBroken_; }
+    // Whether nobody can receive it any more. Looks at most every 100 ms, and not in the first.
+    bool HasClientLeft() noexcept;
+
+  private:
+    enum class Mode { Unknown, Length, Chunked, UntilClose, None };
+    void DecideMode(bool isFinal, size_t pending);
+    size_t CutSurplus(size_t pending) noexcept;
+    void PutFront(size_t chunk);
+    bool Flush(const void* extra, size_t size, bool isFinal);
+
+    Terms terms_;
+    Arena* arena_ = nullptr;
+    Body* body_ = nullptr;
+    Transport* transport_ = nullptr;
+    Waiter* waiter_ = nullptr;
+    HeaderList headers_;
+    Buffer gathered_; // with room in front for the head
+    Mode mode_ = Mode::Unknown;
+    int status_ = 0;
+    uint64_t length_ = 0;    // Length only
+    uint64_t bodyBytes_ = 0; // taken into the reply
+    size_t gatherLimit_ = 0; // how much of the body is gathered before it leaves
+    int64_t looked_ = 0;     // when HasClientLeft did so last; 0 for never
+    bool hasAsked_ = false;
+    bool hasLeft_ = false;
+    bool isBroken_ = false;
+    bool drops_ = false; // replaced: the module's body is not wanted
+};
+
+// "Not Found" for 404; empty for a number without a name.
+std::string_view ReasonPhrase(int status) noexcept;
+
+} // namespace kestd

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/module/call_context.h"
+
+#include <utility>
+
+#include "host/net/server.h"
+#include <kest/host.h>
+#include <kest/identifiers.h>
+#include <kest/layout.h>
+#include <kest/status.h>
+
+namespace kestd {
+
+namespace {
+
+thread_local RunningCall* t_call = nullptr;
+
+constexpr TALSTATUS kNoCall = MakeStatus(kFacilityHost, kCodeNotFound);
+constexpr TALSTATUS kNullArgument = MakeStatus(kFacilityHost, kCodeInvalidParameter);
+constexpr TALSTATUS kTooMany = MakeStatus(kFacilityHost, kCodeInsufficientResources);
+constexpr TALSTATUS kNoInterface = MakeStatus(kFacilityHost, kCodeNoInterface);
+
+// The object has no state: every thread sees its own call through it, and one is enough.
+class CallContext final : public IKestCallContext {
+  public:
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (!iid || !out)
+            return kNullArgument;
+        const bool isKnown = *iid == IID_KestCallContext_1 || *iid == IID_IUnknown;
+        *out = isKnown ? static_cast<IKestCallContext*>(this) : nullptr;
+        return isKnown ? TAL_STATUS_SUCCESS : kNoInterface;
+    }
+    UINT32 AddRef() override { return 1; }
+    UINT32 Release() override { return 1; }
+
+    TALSTATUS GetRequest(IKestIO_5** request) override
+    {
+        if (!request)
+            return kNullArgument;
+        *request = t_call ? t_call->Request() : nullptr;
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS GetMethod(UINT32* method) override
+    {
+        if (!method)
+            return kNullArgument;
+        *method = t_call ? t_call->Method() : static_cast<UINT32>(KestMethodUnknown);
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS IsBodyComplete(BOOLEAN* complete) override
+    {
+        if (!complete)
+            return kNullArgument;
+        *complete = t_call && t_call->HasBodyArrived();
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS ReportFailure(TALSTATUS failure) override
+    {
+        if (!t_call)
+            return kNoCall;
+        t_call->TakeFailure(failure);
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS IsCancelled(BOOLEAN* cancelled) override
+    {
+        if (!cancelled)
+            return kNullArgument;
+        *cancelled = t_call && t_call->IsCancelled();
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS SetAttachment(const GUID* key, IUnknown* object) override
+    {
+        if (!key)
+            return kNullArgument;
+        if (!t_call)
+            return kNoCall;
+        return t_call->attachments.Set(*key, object) ? TAL_STATUS_SUCCESS : kTooMany;
+    }
+    TALSTATUS GetAttachment(const GUID* key, IUnknown** object) override
+    {
+        if (!key || !object)
+            return kNullArgument;
+        *object = t_call ? t_call->attachments.Get(*key) : nullptr;
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+    TALSTATUS GetConditions(KEST_CONDITIONS* conditions) override
+    {
+        if (!conditions)
+            return kNullArgument;
+        *conditions = t_call ? t_call->Conditions() : KEST_CONDITIONS{};
+        return t_call ? TAL_STATUS_SUCCESS : kNoCall;
+    }
+};
+
+class Factory final : public IClassFactory {
+  public:
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (!iid || !out)
+            return kNullArgument;
+        const bool isKnown = *iid == IID_IClassFactory || *iid == IID_IUnknown;
+        *out = isKnown ? static_cast<IClassFactory*>(this) : nullptr;
+        return isKnown ? TAL_STATUS_SUCCESS : kNoInterface;
+    }
+    UINT32 AddRef() override { return 1; }
+    UINT32 Release() override { return 1; }
+
+    TALSTATUS CreateInstance(IUnknown* outer, const GUID* iid, void** out) override
+    {
+        if (out)
+            *out = nullptr;
+        return outer ? kNullArgument : context_.QueryInterface(iid, out);
+    }
+    TALSTATUS LockServer(BOOLEAN) override { return TAL_STATUS_SUCCESS; }
+
+  private:
+    CallContext context_;
+};
+
+} // namespace
+
+bool Attachments::Set(const GUID& key, IUnknown* object) noexcept
+{
+    if (object)
+        object->AddRef();
+    for (size_t i = 0; i < count_; ++i) {
+        if (!(entries_[i].key == key))
+            continue;
+        IUnknown* const before = entries_[i].object;
+        entries_[i] = object ? Entry{key, object} : entries_[--count_];
+        before->Release();
+        return true;
+    }
+    if (!object)
+        return true;
+    if (count_ == kMost) {
+        object->Release();
+        return false;
+    }
+    entries_[count_++] = {key, object};
+    return true;
+}
+
+IUnknown* Attachments::Get(const GUID& key) const noexcept
+{
+    for (size_t i = 0; i < count_; ++i)
+        if (entries_[i].key == key)
+            return entries_[i].object;
+    return nullptr;
+}
+
+// An object may tie another one while it goes.
+void Attachments::ReleaseAll() noexcept
+{
+    while (count_)
+        entries_[--count_].object->Release();
+}
+
+RunningCall* ExchangeRunningCall(RunningCall* call) noexcept
+{
+    return std::exchange(t_call, call);
+}
+
+CallScope::CallScope(RunningCall& call) noexcept : call_(call), before_(t_call)
+{
+    t_call = &call;
+}
+
+CallScope::~CallScope()
+{
+    call_.attachments.ReleaseAll();
+    t_call = before_;
+}
+
+IClassFactory* CallContextFactory()
+{
+    static Factory factory;
+    return &factory;
+}
+
+} // namespace kestd

@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/module/subrequest.h"
+
+#include "host/http/ascii.h"
+#include "host/http/utf.h"
+#include "host/module/kest_io.h"
+#include <kest/identifiers.h>
+#include <kest/status.h>
+
+namespace kestd {
+
+namespace {
+
+constexpr size_t kSpareUnits = 1024; // behind the path, as in every request
+
+constexpr TALSTATUS Failure(UINT16 code) noexcept
+{
+    return MakeStatus(kFacilityHost, code);
+}
+
+// Stores a result, or says that there was nowhere to put it.
+template <class T, class U> TALSTATUS Give(T* out, U value) noexcept
+{
+    if (!out)
+        return Failure(kCodeInvalidParameter);
+    *out = value;
+    return TAL_STATUS_SUCCESS;
+}
+
+} // namespace
+
+Probe::Probe(RequestIo& behind, std::string_view path, UINT32 method)
+    : behind_(behind), method_(method), escaped_(EscapePath(path))
+{
+    if (!AppendWide(path, path_))
+        path_.clear(); // cannot happen: the path was decoded from valid text
+    const size_t units = path_.size();
+    path_.resize(units + kSpareUnits);
+    url_ = {static_cast<UINT16>(units * sizeof(WCHAR)),
+            static_cast<UINT16>(path_.size() * sizeof(WCHAR)), path_.data()};
+    arguments_ = {0, 0, &noArguments_};
+    rawUrl_ = {static_cast<UINT16>(escaped_.size()), static_cast<UINT16>(escaped_.size()),
+               escaped_.data()};
+}
+
+void Probe::Run(Front& front, SCHANDLE session)
+{
+    const CallScope scope(*this);
+    (void)front.module->RequestHandler(this, session, method_); // the reply says it all
+}
+
+bool Probe::IsCancelled() noexcept
+{
+    return behind_.IsCancelled();
+}
+
+TALSTATUS Probe::QueryInterface(const GUID* iid, void** out)
+{
+    if (!iid || !out)
+        return Failure(kCodeInvalidParameter);
+    *out = nullptr;
+    if (!(*iid == IID_KestIO_5 || *iid == IID_KestIO_3 || *iid == IID_IUnknown))
+        return Failure(kCodeNoInterface);
+    *out = static_cast<IKestIO_5*>(this);
+    AddRef();
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Probe::DiscardClientPayload()
+{
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Probe::GetCopyInfo(BOOLEAN*, INT32*, UNICODE_STRING**)
+{
+    return Failure(kCodeInvalidRequest);
+}
+
+TALSTATUS Probe::GetMoveInfo(BOOLEAN*, UNICODE_STRING**)
+{
+    return Failure(kCodeInvalidRequest);
+}
+
+TALSTATUS Probe::GetRawUrl(STRING** url)
+{
+    return Give(url, &rawUrl_);
+}
+
+TALSTATUS Probe::GetRemoteAddress(UNICODE_STRING* address)
+{
+    return behind_.GetRemoteAddress(address);
+}
+
+TALSTATUS Probe::GetRemoteHost(UNICODE_STRING* host)
+{
+    return behind_.GetRemoteHost(host);
+}
+
+TALSTATUS Probe::GetUrl(UINT32*, UNICODE_STRING** url)
+{
+    return Give(url, &url_);
+}
+
+TALSTATUS Probe::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
+{
+    return Give(arguments, &arguments_);
+}
+
+TALSTATUS Probe::GetRequestHeader(char* name, UINT32* length, char* buffer)
+{
+    if (!name || !length)
+        return Failure(kCodeInvalidParameter);
+    if (lockToken_.empty() || !EqualsIgnoringCase(name, "Lock-Token"))
+        return Failure(kCodeNotFound);
+    const UINT32 room = buffer ? *length : 0;
+    *length = static_cast<UINT32>(lockToken_.size() + (lockToken_.size() >= room ? 1 : 0));
+    if (lockToken_.size() >= room)
+        return Failure(kCodeBufferTooSmall);
+    lockToken_.copy(buffer, lockToken_.size());
+    buffer[lockToken_.size()] = '\0';
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Probe::GetRequestMethod(UINT32* number)
+{
+    return Give(number, method_);
+}
+
+TALSTATUS Probe::GetReplyHeader(char*, UINT32*, char*)
+{
+    return Failure(kCodeNotFound);
+}
+
+TALSTATUS Probe::GetUserAgent(UINT32* kind)
+{
+    return Give(kind, 0u);
+}
+
+TALSTATUS Probe::IsClientPayloadAvailable(UINT32* available)
+{
+    return Give(available, 0u);
+}
+
+TALSTATUS Probe::ReadClientPayload(UINT32, UINT8*, UINT32* read)
+{
+    const TALSTATUS status = Give(read, 0u);
+    return Failed(status) ? status : Failure(kCodeEndOfFile);
+}
+
+TALSTATUS Probe::PutString(char*)
+{
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Probe::SendHeader(HTTPSTATUS status)
+{
+    if (status_)
+        return Failure(kCodeInvalidRequest);
+    status_ = status;
+    return TAL_STATUS_SUCCESS;
+}
+
+void Probe::TakeFailure(TALSTATUS failure) noexcept
+{
+    behind_.TakeFailure(failure);
+}
+
+TALSTATUS Probe::SetRequestHeader(char*, UINT32, char*)
+{
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Probe::SetReplyHeader(char* name, UINT32 length, char* value)
+{
+    if (status_)
+        return Failure(kCodeInvalidRequest);
+    if (!name || (length && !value))
+        return Failure(kCodeInvalidParameter);
+    try {
+        if (EqualsIgnoringCase(name, "Last-Modified"))
+            lastModified_.assign(value, length);
+        return TAL_STATUS_SUCCESS;
+    } catch (const std::bad_alloc&) {
+        TakeFailure(Failure(kCodeInsufficientResources));
+        return Failure(kCodeInsufficientResources);
+    }
+}
+
+TALSTATUS Probe::Working()
+{
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Probe::Write(UINT32, UINT8*)
+{
+    return TAL_STATUS_SUCCESS;
+}
+
+void* Probe::AllocMemory(UINT32 size)
+{
+    return arena_.Allocate(size);
+}
+
+TALSTATUS Probe::GetRawHeaders(UINT8** headers)
+{
+    return Give(headers, &noHeaders_);
+}
+
+TALSTATUS Probe::GetHostname(UINT32* length, char* buffer)
+{
+    return behind_.GetHostname(length, buffer);
+}
+
+TALSTATUS Probe::GetPort(UINT32* length, char* buffer)
+{
+    return behind_.GetPort(length, buffer);
+}
+
+TALSTATUS Probe::GetProtocolName(UINT32* length, char* buffer)
+{
+    return behind_.GetProtocolName(length, buffer);
+}
+
+TALSTATUS Probe::SetCustomError(HTTPSTATUS, char*)
+{
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Probe::GetAuthRealm(UINT32* length, char* buffer)
+{
+    return behind_.GetAuthRealm(length, buffer);
+}
+
+BOOLEAN Probe::IsSecure()
+{
+    return behind_.IsSecure();
+}
+
+} // namespace kestd

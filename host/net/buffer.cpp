@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/net/buffer.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace kestd {
+
+namespace {
+
+constexpr size_t kBlock = 16 * 1024;
+constexpr size_t kArenaBlock = 8 * 1024;
+constexpr size_t kArenaLimit = 16 * 1024 * 1024;
+
+// Spare blocks of one thread. As many as requests that a thread has open at once, and a few more.
+class Stock {
+  public:
+    ~Stock()
+    {
+        while (count_)
+            std::free(blocks_[--count_]);
+    }
+    char* Take() noexcept
+    {
+        return count_ ? blocks_[--count_] : static_cast<char*>(std::malloc(kBlock));
+    }
+    void Give(char* block) noexcept
+    {
+        if (count_ < std::size(blocks_))
+            blocks_[count_++] = block;
+        else
+            std::free(block);
+    }
+
+  private:
+    char* blocks_[8];
+    size_t count_ = 0;
+};
+
+thread_local Stock t_stock;
+
+} // namespace
+
+Buffer& Buffer::operator=(Buffer&& other) noexcept
+{
+    if (this != &other) {
+        Release();
+        data_ = std::exchange(other.data_, nullptr);
+        begin_ = std::exchange(other.begin_, 0);
+        end_ = std::exchange(other.end_, 0);
+        capacity_ = std::exchange(other.capacity_, 0);
+    }
+    return *this;
+}
+
+size_t Buffer::Reserve(size_t size)
+{
+    if (Room() >= size)
+        return Room();
+    const size_t used = Size();
+    if (capacity_ - used >= size) {
+        std::memmove(data_, data_ + begin_, used);
+    } else {
+        size_t capacity = std::max(kBlock, capacity_);
+        while (capacity - used < size)
+            capacity *= 2;
+        char* data =
+            capacity == kBlock ? t_stock.Take() : static_cast<char*>(std::malloc(capacity));
+        if (!data)
+            throw std::bad_alloc();
+        if (used)
+            std::memcpy(data, data_ + begin_, used);
+        Release();
+        data_ = data;
+        capacity_ = capacity;
+    }
+    begin_ = 0;
+    end_ = used;
+    return Room();
+}
+
+void Buffer::Append(const void* bytes, size_t size)
+{
+    if (size == 0)
+        return;
+    Reserve(size);
+    std::memcpy(Tail(), bytes, size);
+    end_ += size;
+}
+
+void Buffer::MakeHeadroom(size_t size)
+{
+    if (begin_ >= size)
+        return;
+    if (Size() == 0) {
+        Clear();
+        Reserve(size);
+        begin_ = end_ = size;
+        return;
+    }
+    Buffer moved;
+    moved.Reserve(size + Size());
+    moved.begin_ = moved.end_ = size;
+    moved.Append(Data(), Size());
+    *this = std::move(moved);
+}
+
+void Buffer::Consume(size_t size) noexcept
+{
+    begin_ += size;
+    if (begin_ == end_)
+        Clear();
+}
+
+void Buffer::Release() noexcept
+{
+    if (data_) {
+        if (capacity_ == kBlock)
+            t_stock.Give(data_);
+        else
+            std::free(data_);
+    }
+    data_ = nullptr;
+    begin_ = end_ = capacity_ = 0;
+}
+
+void* Arena::AllocateBlock(size_t size) noexcept
+{
+    if (size > kArenaLimit)
+        return nullptr;
+    if (size == 0)
+        return Allocate(1);
+    const size_t bytes = std::max(RoundUp(size), kArenaBlock);
+    if (total_ + bytes > kArenaLimit)
+        return nullptr;
+    try {
+        blocks_.push_back({std::make_unique_for_overwrite<char[]>(bytes), bytes});
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    total_ += bytes;
+    at_ = blocks_.back().bytes.get();
+    end_ = at_ + bytes;
+    return Allocate(size);
+}
+
+std::string_view Arena::Copy(std::string_view text)
+{
+    auto* copy = static_cast<char*>(Allocate(text.size() + 1));
+    if (!copy)
+        throw std::bad_alloc();
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return {copy, text.size()};
+}
+
+void Arena::Reset() noexcept
+{
+    // A first block of another size was a single large piece; it is not worth keeping.
+    const bool keepsFirst = !blocks_.empty() && blocks_.front().size == kArenaBlock;
+    blocks_.resize(keepsFirst ? 1 : 0);
+    total_ = keepsFirst ? kArenaBlock : 0;
+    at_ = keepsFirst ? blocks_.front().bytes.get() : nullptr;
+    end_ = at_ + total_;
+}
+
+} // namespace kestd

@@ -1,0 +1,325 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/net/connection.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
+#include <cstring>
+#include <utility>
+
+#include "host/module/kest_io.h"
+#include "host/net/connection_registry.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// A refused client is listened to for this long and this much, so that it gets to read why instead
+// of having its connection reset.
+constexpr milliseconds kLingerTime{2000};
+constexpr size_t kLingerBytes = 4 * 1024 * 1024;
+
+// Where few more connections may be opened, one gives way whose next head takes longer than this.
+constexpr milliseconds kCrowdedTime{2000};
+
+// Requests of one client that are served in a row.
+constexpr int kRounds = 8;
+
+} // namespace
+
+Connection::Connection(Front& front, Descriptor socket, Clients::Place place,
+                       const sockaddr_storage& peer, const Live& live)
+    : front_(front), place_(std::move(place)), socket_(std::move(socket)),
+      transport_(socket_.Number(), live.tls.get()), live_(front.Snapshot())
+{
+    const int on = 1;
+    (void)setsockopt(socket_.Number(), IPPROTO_TCP, TCP_NODELAY, &on,
+                     sizeof on); // replies leave whole anyway
+    const void* address =
+        peer.ss_family == AF_INET6
+            ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in6&>(peer).sin6_addr)
+            : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
+    if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
+        remote_[0] = '-';
+    ticket_ = front_.poller.Reserve(*this);
+    front_.Add(*this);
+}
+
+Connection::~Connection()
+{
+    isGivenUp_ = true;
+    if (isListed_)
+        front_.clients.EndWait(*this);
+    if (state_ == State::Call)
+        while (!RunCall())
+            ;
+    if (request_ && request_->isAdmitted)
+        front_.doorkeeper.Leave(request_->admission.session);
+    front_.Remove(*this);
+    front_.poller.Remove(ticket_);
+}
+
+void Connection::Begin() noexcept
+{
+    idleStart_ = NowMs();
+    headWaitStart_ = idleStart_;
+    deadline_ = idleStart_ + live_->settings.limits.headTime.count();
+    Watch();
+}
+
+// Whoever is free serves what has come already: the listener must not wait for what its client asks
+// for.
+void Connection::Watch() noexcept
+{
+    if (const int error = front_.poller.Watch(ticket_, socket_.Number())) {
+        TolmLog(kLogWarning, "kestd", std::strerror(error));
+        delete this;
+    }
+}
+
+void Connection::Expire(int64_t due) noexcept
+{
+    if (deadline_.compare_exchange_strong(due, -1))
+        (void)shutdown(socket_.Number(), SHUT_RD); // makes the wait end
+}
+
+void Connection::Check(const Moment& moment, const Limits& limits) noexcept
+{
+    const int64_t due = deadline_.load(std::memory_order_relaxed);
+    if (due <= 0)
+        return;
+    const int64_t headWaitStart = headWaitStart_.load(std::memory_order_relaxed);
+    const bool keepsOut =
+        moment.isCrowded && headWaitStart && moment.now - headWaitStart >= kCrowdedTime.count();
+    if (IsTooSlow(moment.elapsed, limits) || due <= moment.now || keepsOut)
+        Expire(due);
+}
+
+bool Connection::IsTooSlow(int64_t elapsed, const Limits& limits) noexcept
+{
+    const uint64_t moved = movedAndOne_.load(std::memory_order_relaxed);
+    if (waited_ == 0 || moved == 0)
+        movedBefore_ = moved;
+    waited_ = moved ? waited_ + elapsed : 0;
+    if (moved == 0 || waited_ < limits.rateTime.count())
+        return false;
+    const auto least = static_cast<uint64_t>(waited_) * limits.leastRate / 1000;
+    waited_ = 0;
+    return moved - movedBefore_ < least;
+}
+
+void Connection::ExpireIfIdle() noexcept
+{
+    const int64_t due = deadline_.load(std::memory_order_relaxed);
+    if (isIdle_ && due > 0)
+        Expire(due);
+}
+
+void Connection::GiveUp() noexcept
+{
+    isGivenUp_ = true;
+    (void)shutdown(socket_.Number(), SHUT_RDWR);
+}
+
+void Connection::OnReady(Event event) noexcept
+{
+    try {
+        Run(event);
+    } catch (const std::exception& error) { // out of memory; the client sees its connection close
+        TolmLog(kLogWarning, "kestd", error.what());
+        delete this;
+    }
+}
+
+void Connection::Run(Event event)
+{
+    do {
+        if (state_ == State::Call && event.isOverload) { // a handler takes its time
+            front_.poller.Poke(ticket_);
+            continue;
+        }
+        hasExpired_ = deadline_.exchange(0) == -1;
+        if (isListed_)
+            front_.clients.EndWait(*this);
+        isListed_ = false;
+        event_ = event;
+        isDrained_ = false;
+        if (!request_)
+            front_.Refresh(live_);
+        Step step = Step::Again;
+        for (int rounds = 0; step == Step::Again && rounds < kRounds; ++rounds)
+            step = Serve();
+        if (step == Step::Close) {
+            delete this;
+            return;
+        }
+        if (step == Step::Again) // a long pipeline lets others have their turn
+            front_.poller.Poke(ticket_);
+        event.mayHaveEnded = true; // if it goes on at once: nobody has said
+    } while (!LetGo());
+}
+
+// Lets go of the connection, which another thread may run from here on. False when there is
+// something to do already.
+bool Connection::LetGo() noexcept
+{
+    const auto wanted =
+        waitsFor_ == For::Input ? Poller::Interest::Input : Poller::Interest::Output;
+    if (interest_ != wanted)
+        front_.poller.Expect(ticket_, socket_.Number(), wanted);
+    interest_ = wanted;
+    PublishWait();
+    return front_.poller.LetGo(ticket_);
+}
+
+// Says what others must know of the wait that begins.
+void Connection::PublishWait() noexcept
+{
+    const bool isRequest = request_ || state_ == State::Flush;
+    if (isRequest && !isListed_) {
+        isListed_ = true;
+        const Limits& limits = live_->settings.limits;
+        front_.clients.BeginWait(*this, place_, {limits.waitingRequests, limits.waitingPerAddress});
+    }
+    const int64_t start = isIdle_ ? idleStart_ : headStart_;
+    headWaitStart_.store(state_ == State::Head ? start : 0, std::memory_order_relaxed);
+    movedAndOne_.store(isRequest ? transport_.Moved() + 1 : 0, std::memory_order_relaxed);
+}
+
+Connection::Step Connection::Serve()
+{
+    switch (state_) {
+    case State::Head:
+        return ReadHead();
+    case State::Body:
+        return GatherBody();
+    case State::Call:
+        return GoOn();
+    case State::Flush:
+        return Flush();
+    case State::Linger:
+        return Linger();
+    }
+    return Step::Close;
+}
+
+Connection::Step Connection::WaitFor(For what, int64_t deadline) noexcept
+{
+    waitsFor_ = what;
+    deadline_.store(deadline, std::memory_order_relaxed);
+    return Step::Wait;
+}
+
+Waiter::For Connection::ToReceive() const noexcept
+{
+    return transport_.WantsToSend() ? For::Output : For::Input;
+}
+
+Connection::Step Connection::ReadHead()
+{
+    for (;;) {
+        while (scanned_ == 0 && in_.View().substr(0, 2) == "\r\n")
+            in_.Consume(2); // RFC 9112 section 2.2: an empty line before a request is ignored
+        if (in_.Size() > 1) {
+            const uint32_t limit = live_->settings.limits.headBytes;
+            const size_t end = FindHeadEnd(in_.View(), scanned_);
+            if (end > limit || (!end && in_.Size() >= limit)) {
+                const size_t line = in_.View().substr(0, limit).find('\n');
+                return Refuse(line == std::string_view::npos ? 414 : 431);
+            }
+            if (end)
+                return OnHead(end);
+        }
+        if (hasExpired_)
+            return in_.Size() ? Refuse(408) : Step::Close;
+        if (isDrained_)
+            return WaitForHead();
+        const ssize_t got = ReceiveHead();
+        if (got == Transport::kWouldBlock)
+            return WaitForHead();
+        if (got <= 0)
+            return Step::Close;
+    }
+}
+
+ssize_t Connection::ReceiveHead()
+{
+    const bool wasIdle = in_.Size() == 0;
+    const size_t room = in_.Reserve(4096);
+    const ssize_t got = transport_.Receive(in_.Tail(), room);
+    if (got <= 0) {
+        if (wasIdle)
+            in_.Release();
+        return got;
+    }
+    in_.Grew(static_cast<size_t>(got));
+    // Less than there was room for is all there was; an end behind it would not be told again.
+    isDrained_ = !transport_.IsTls() && !event_.mayHaveEnded && static_cast<size_t>(got) < room;
+    if (wasIdle && isIdle_)
+        headStart_ = NowMs();
+    isIdle_ = false;
+    return got;
+}
+
+Connection::Step Connection::WaitForHead()
+{
+    if (front_.isStopping && in_.Size() == 0)
+        return Step::Close;
+    // The time for a head runs from its first byte, however slowly the rest comes.
+    const Limits& limits = live_->settings.limits;
+    if (!isIdle_)
+        return WaitFor(ToReceive(), headStart_ + limits.headTime.count());
+    const milliseconds time = isFirst_ ? limits.headTime : limits.keepAliveTime;
+    idleStart_ = NowMs();
+    return WaitFor(ToReceive(), idleStart_ + time.count());
+}
+
+Connection::Step Connection::StartLinger()
+{
+    state_ = State::Linger;
+    in_.Release();
+    lingered_ = 0;
+    isDrained_ = false;
+    isIdle_ = true; // nothing is lost when a stop ends it
+    return Step::Again;
+}
+
+Connection::Step Connection::Linger()
+{
+    char scratch[16 * 1024];
+    while (!hasExpired_ && lingered_ < kLingerBytes) {
+        const ssize_t got = transport_.Receive(scratch, sizeof scratch);
+        if (got == Transport::kWouldBlock) {
+            if (lingerEnd_ == 0)
+                lingerEnd_ = NowMs() + kLingerTime.count();
+            return WaitFor(For::Input, lingerEnd_);
+        }
+        if (got <= 0)
+            break;
+        lingered_ += static_cast<size_t>(got);
+    }
+    return Step::Close;
+}
+
+void Connection::TurnAway()
+{
+    static constexpr std::string_view kText =
+        "HTTP/1.1 503 Service Unavailable\r\nRetry-After: 5\r\nContent-Length: 24\r\n"
+        "Content-Type: text/plain; charset=utf-8\r\nConnection: close\r\n\r\n"
+        "503 Service Unavailable\n";
+    if (!transport_.IsTls()) { // a TLS client would need a handshake first
+        const iovec piece{const_cast<char*>(kText.data()), kText.size()};
+        (void)transport_.Send(&piece, 1, true, milliseconds(0), *this);
+    }
+    transport_.EndSending();
+    (void)StartLinger();
+    lingerEnd_ = NowMs() + 1000;
+    deadline_ = lingerEnd_;
+    Watch();
+}
+
+} // namespace kestd

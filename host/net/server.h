@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The HTTP server: listens, parses, admits, hands requests under the module's location to the
+// module and frames the replies.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/config/settings.h"
+#include "host/pipeline/access_control.h"
+#include <kest/req.h>
+#include <kest/unknown.h>
+
+namespace kestd {
+
+class Server {
+  public:
+    // `module` is not owned and outlives the server. `location` is where it serves, such as
+    // "/Ferro", UTF-8, unescaped, without a trailing "/".
+    Server(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_2* module,
+           std::string location);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    // Whether the server could start with these settings, as far as that can be told without
+    // listening: loads the certificate. Returns a text on failure, as Start.
+    static std::string Check(const ServerSettings& settings);
+    // Binds and listens on every address, loads the certificate, starts the threads. On failure
+    // returns a text that says what could not be done; empty on success.
+    std::string Start();
+    // The addresses with their real ports, in the order of the settings.
+    std::vector<ListenAddress> Addresses() const;
+    // Takes over limits, access log, public URL and the certificate's files as they are now, for
+    // requests that come later. Listening addresses stay. Returns a text on failure, as Start.
+    std::string Apply(const ServerSettings& settings);
+    // Stops accepting, lets running requests finish within limits.shutdownTime, cancels the rest
+    // and ends all threads. False when a call into the module has not returned two seconds after
+    // that: then the process can only be ended as it is; the destructor would wait for the call.
+    // Thread-safe; the second call only tells what the first did.
+    bool Stop();
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// The class object of CLSID_KestCallContext: the request that runs on the calling thread.
+IClassFactory* CallContextFactory();
+
+} // namespace kestd

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What common clients insist on and the module, whose replies are fixed, does not say. Everything
+// that is adapted for their sake after the module has answered stands here.
+#pragma once
+
+#include "host/module/kest_io.h"
+
+namespace kestd {
+
+// Called once the handler has returned; changes nothing when a part of the reply has left.
+// - LOCK: neon and what is built on it take a new lock only with its token in the "Lock-Token"
+//   header (RFC 4918 section 9.10.1). davfs2, which locks what must not exist yet, takes it as made
+//   only with 201 (section 9.10.4).
+// - COPY and MOVE: KDE takes 201 and 204 only (RFC 4918 sections 9.8.5 and 9.9.4), not 200.
+void MeetClientNeeds(RequestIo& request);
+
+} // namespace kestd

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/pipeline/security_headers.h"
+
+#include <string>
+
+#include "host/http/ascii.h"
+#include "host/http/target.h"
+
+namespace kestd {
+
+namespace {
+
+// What a page may use beside the shipped scripts and styles. The two digests are of the scripts
+// that the upload's result pages hold: window.close() and document.write(msgUploadError).
+constexpr std::string_view kPageDigests = " 'sha256-jqxtvDkBbRAl9Hpqv68WdNOieepg8tJSYu1xIy7zT34='"
+                                          " 'sha256-qdpnxPfsnoybtAVVhfpYFIlDlkMNwhzdxi0aeTOsRs8='";
+constexpr std::string_view kPageRest =
+    "; img-src 'self' data: blob:; connect-src 'self'; media-src 'self'; frame-src 'self'; "
+    "form-action 'self'; frame-ancestors 'self'; base-uri 'none'";
+
+// Stored content is shown without scripts and in an origin of its own.
+constexpr std::string_view kFilePolicy = "sandbox; frame-ancestors 'self'";
+// A browser's player fetches what it plays once more, and may not from another origin.
+constexpr std::string_view kMediaPolicy = "sandbox allow-same-origin; frame-ancestors 'self'";
+// The same for a page that is data for programs: its markup comes from names, and means nothing.
+constexpr std::string_view kDataPolicy =
+    "sandbox; default-src 'none'; form-action 'none'; frame-ancestors 'self'; base-uri 'none'";
+
+bool IsType(std::string_view value, std::string_view type) noexcept
+{
+    return value.size() >= type.size() &&
+           (value.size() == type.size() || value[type.size()] == ';' ||
+            value[type.size()] == ' ') &&
+           EqualsIgnoringCase(value.substr(0, type.size()), type);
+}
+
+bool IsMedia(std::string_view type) noexcept
+{
+    const std::string_view kind = type.substr(0, 6);
+    return EqualsIgnoringCase(kind, "audio/") || EqualsIgnoringCase(kind, "video/");
+}
+
+// Appends " HOST[:PORT]/Wharf/". False for what a policy cannot name, such as an IPv6 address.
+bool AppendWharf(std::string_view host, std::string& sources)
+{
+    for (const char c : host)
+        if (!IsDigit(c) && !(Lower(c) >= 'a' && Lower(c) <= 'z') && c != '.' && c != '-' &&
+            c != '_' && c != ':')
+            return false;
+    if (!host.empty())
+        sources.append(" ").append(host).append("/Wharf/");
+    return !host.empty();
+}
+
+// Where shipped scripts and styles come from, as a browser sees it. Never the whole server: content
+// that anybody has stored is a script, too, if a page may name it as one.
+std::string WharfSources(RequestIo& request)
+{
+    std::string sources;
+    const std::string_view* asked = request.FindRequestHeader("Host");
+    bool isNamed = asked && AppendWharf(*asked, sources);
+    if (!asked || asked->substr(0, request.hostname.size()) != request.hostname) { // a public URL
+        std::string known = request.hostname;
+        if (request.port != (request.isSecure ? "443" : "80"))
+            known.append(":").append(request.port);
+        isNamed = AppendWharf(known, sources) || isNamed;
+    }
+    // A browser that says what it wants a reply for gets no script of what is stored; see
+    // IsStoredScript. Others do without scripts where a policy cannot name the place.
+    if (!isNamed)
+        sources = request.FindRequestHeader("Sec-Fetch-Dest") ? " 'self'" : " 'none'";
+    return sources;
+}
+
+std::string PagePolicy(RequestIo& request)
+{
+    const std::string sources = WharfSources(request);
+    std::string policy = "default-src 'none'; script-src";
+    if (sources != " 'none'") // beside others it would mean nothing
+        policy += sources;
+    policy.append(kPageDigests).append("; style-src").append(sources).append(kPageRest);
+    return policy;
+}
+
+// True when `url` begins with this server's origin. The scheme is not compared: behind a proxy the
+// browser's is another one. Neither are the ports that schemes imply.
+bool IsOwnOrigin(RequestIo& request, std::string_view url)
+{
+    std::string_view scheme;
+    std::string_view host;
+    if (!TakeOrigin(url, scheme, host))
+        return false;
+    const std::string_view* asked = request.FindRequestHeader("Host");
+    if (asked && EqualsIgnoringCase(*asked, host))
+        return true;
+    std::string_view name;
+    std::string_view port;
+    SplitHost(host, name, port);
+    if (port.empty())
+        port = EqualsIgnoringCase(scheme, "https") ? "443" : "80";
+    return EqualsIgnoringCase(name, request.hostname) && port == request.port;
+}
+
+} // namespace
+
+bool IsCrossSite(RequestIo& request)
+{
+    if (const std::string_view* site = request.FindRequestHeader("Sec-Fetch-Site"))
+        return *site != "same-origin" && *site != "none";
+    for (const char* name : {"Origin", "Referer"})
+        if (const std::string_view* url = request.FindRequestHeader(name))
+            return !IsOwnOrigin(request, *url);
+    return false;
+}
+
+bool IsStoredScript(RequestIo& request)
+{
+    const std::string_view* use = request.FindRequestHeader("Sec-Fetch-Dest");
+    if (!use)
+        return false;
+    for (const std::string_view script : {"script", "worker", "sharedworker", "serviceworker",
+                                          "audioworklet", "paintworklet", "xslt"})
+        if (*use == script)
+            return true;
+    return false;
+}
+
+void ConfineBrowser(RequestIo& request)
+{
+    Reply& reply = request.reply;
+    reply.SetHeader("X-Content-Type-Options", "nosniff");
+    const std::string_view* type = reply.FindHeader("Content-Type");
+    if (reply.FindHeader("Accept-Ranges")) { // stored content
+        // Browsers show no sandboxed PDF; their viewers have no part in the server's origin.
+        if (!type || !IsType(*type, "application/pdf"))
+            reply.SetHeader("Content-Security-Policy",
+                            type && IsMedia(*type) ? kMediaPolicy : kFilePolicy);
+        return;
+    }
+    if (!type || !IsType(*type, "text/html"))
+        return;
+    const bool isData = request.target.rawPath.find("/.index_xml") != std::string::npos;
+    reply.SetHeader("Content-Security-Policy", isData ? kDataPolicy : PagePolicy(request));
+    reply.SetHeader("X-Frame-Options", "SAMEORIGIN");
+    reply.SetHeader("Referrer-Policy", "same-origin");
+}
+
+} // namespace kestd

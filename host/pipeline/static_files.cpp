@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/pipeline/static_files.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "host/http/ascii.h"
+#include "host/pipeline/router.h"
+
+namespace kestd {
+
+namespace {
+
+class File {
+  public:
+    explicit File(int fd) noexcept : fd_(fd) {}
+    ~File()
+    {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    int Fd() const noexcept { return fd_; }
+
+  private:
+    const int fd_;
+};
+
+int OpenBeneath(int directory, const std::string& name)
+{
+    open_how how{};
+    how.flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK; // a pipe must not hold the thread
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    return static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how));
+}
+
+std::string_view TypeOf(std::string_view name) noexcept
+{
+    static constexpr struct {
+        std::string_view ending;
+        std::string_view type;
+    } kTypes[] = {
+        {".js", "text/javascript; charset=utf-8"},
+        {".css", "text/css; charset=utf-8"},
+        {".html", "text/html; charset=utf-8"},
+        {".svg", "image/svg+xml"},
+        {".png", "image/png"},
+        {".gif", "image/gif"},
+        {".jpg", "image/jpeg"},
+        {".ico", "image/x-icon"},
+        {".json", "application/json"},
+        {".txt", "text/plain; charset=utf-8"},
+        {".woff2", "font/woff2"},
+        {".xsl", "text/xml"},
+    };
+    for (const auto& row : kTypes)
+        if (name.size() > row.ending.size() &&
+            EqualsIgnoringCase(name.substr(name.size() - row.ending.size()), row.ending))
+            return row.type;
+    return "application/octet-stream";
+}
+
+std::string HttpDate(time_t time)
+{
+    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    tm t{};
+    gmtime_r(&time, &t);
+    char text[64];
+    std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d GMT", kDays[t.tm_wday],
+                  t.tm_mday, kMonths[t.tm_mon], t.tm_year + 1900, t.tm_hour, t.tm_min, t.tm_sec);
+    return text;
+}
+
+// If-None-Match goes before If-Modified-Since (RFC 9110 section 13.2.2). The date is compared as
+// text: clients send back what they were given.
+bool IsFresh(RequestIo& request, std::string_view tag, std::string_view date)
+{
+    if (const std::string_view* tags = request.FindRequestHeader("If-None-Match")) {
+        std::string_view list = *tags;
+        std::string_view element;
+        while (NextElement(list, element)) {
+            if (element.substr(0, 2) == "W/")
+                element.remove_prefix(2);
+            if (element == tag || element == "*")
+                return true;
+        }
+        return false;
+    }
+    const std::string_view* since = request.FindRequestHeader("If-Modified-Since");
+    return since && *since == date;
+}
+
+// A function of its own: errno is another one after a wait for the client.
+[[gnu::noinline]] ssize_t ReadAt(int fd, char* bytes, size_t size, uint64_t offset)
+{
+    ssize_t got = 0;
+    do
+        got = pread(fd, bytes, size, static_cast<off_t>(offset));
+    while (got < 0 && errno == EINTR);
+    return got;
+}
+
+void SendContent(RequestIo& request, int fd, uint64_t size)
+{
+    char bytes[64 * 1024];
+    for (uint64_t sent = 0; sent < size;) {
+        const ssize_t got = ReadAt(fd, bytes, sizeof bytes, sent);
+        if (got <= 0 || !request.reply.Append(bytes, static_cast<size_t>(got)))
+            return; // short: the reply ends the connection
+        sent += static_cast<uint64_t>(got);
+    }
+}
+
+} // namespace
+
+void AnswerStatic(RequestIo& request, const std::string& directory, const std::string& name)
+{
+    if (request.method != KestMethodGet && request.method != KestMethodHead) {
+        request.reply.SetHeader("Allow", "GET, HEAD");
+        return AnswerError(request, 405);
+    }
+    const File root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const File file(root.Fd() >= 0 ? OpenBeneath(root.Fd(), name) : -1);
+    struct stat info {};
+    if (file.Fd() < 0 || fstat(file.Fd(), &info) != 0 || !S_ISREG(info.st_mode))
+        return AnswerError(request, 404);
+    char tag[64];
+    std::snprintf(tag, sizeof tag, "\"%llx-%llx-%lx\"",
+                  static_cast<unsigned long long>(info.st_size),
+                  static_cast<unsigned long long>(info.st_mtim.tv_sec),
+                  static_cast<unsigned long>(info.st_mtim.tv_nsec));
+    const std::string date = HttpDate(info.st_mtim.tv_sec);
+    request.reply.SetHeader("ETag", tag);
+    request.reply.SetHeader("Last-Modified", date);
+    request.reply.SetHeader("Cache-Control", "public, max-age=3600");
+    request.reply.SetHeader("X-Content-Type-Options", "nosniff");
+    if (IsFresh(request, tag, date)) {
+        request.reply.Begin(304);
+        return;
+    }
+    request.reply.SetHeader("Content-Type", TypeOf(name));
+    request.reply.SetHeader("Content-Length", std::to_string(info.st_size));
+    request.reply.Begin(200);
+    if (request.method == KestMethodGet)
+        SendContent(request, file.Fd(), static_cast<uint64_t>(info.st_size));
+}
+
+} // namespace kestd

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/auth/session_admission.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/host/fixtures.h"
+
+namespace kestd {
+namespace {
+
+using Verdict = Admission::Verdict;
+
+class Gate : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        UserMap users;
+        for (const char* const name : {"anna", "otto"})
+            users[name] = std::make_shared<const User>(User{name, "secret", {}, {}, {}});
+        auth_.SetUsers(users);
+        gate_.SetLocation("/Ferro x");
+        gate_.RequireCredentials(true);
+    }
+    void TearDown() override { sessions_.EndAll(); }
+    Admission Enter(const char* authorization, std::string_view cookie = {}, bool browser = false)
+    {
+        Visitor visitor;
+        visitor.authorization = authorization;
+        visitor.cookie = cookie;
+        visitor.wantsCookie = browser;
+        Admission admission = gate_.Admit(visitor);
+        if (admission.verdict == Verdict::Granted)
+            gate_.Leave(admission.session);
+        return admission;
+    }
+    static std::string CookieOf(const Admission& admission)
+    {
+        return admission.setCookie.substr(0, admission.setCookie.find(';'));
+    }
+
+    static constexpr const char* kAnna = "Basic YW5uYTpzZWNyZXQ=";
+    static constexpr const char* kOtto = "Basic b3R0bzpzZWNyZXQ=";
+    ManualClock clock_;
+    SessionTable sessions_{{}, clock_};
+    Authenticator auth_{{}, clock_, [](std::string_view password, const std::string& hash) {
+                            return password == hash;
+                        }};
+    Gatekeeper gate_{auth_, sessions_};
+};
+
+TEST_F(Gate, WithoutCredentials_ChallengesForUtf8)
+{
+    gate_.SetRealm("my \"files\"");
+    const Admission admission = Enter("");
+    EXPECT_EQ(admission.verdict, Verdict::Unauthorized);
+    EXPECT_EQ(admission.challenge, "Basic realm=\"my \\\"files\\\"\", charset=\"UTF-8\"");
+    EXPECT_EQ(admission.session.hId, nullptr);
+    EXPECT_EQ(Enter("Basic YW5uYTp3cm9uZw==").verdict, Verdict::Unauthorized);
+    EXPECT_EQ(sessions_.Count(), 0U);
+}
+
+TEST_F(Gate, ClientsWithoutCookies_ShareASessionPerUser)
+{
+    const Admission first = Enter(kAnna);
+    EXPECT_EQ(first.verdict, Verdict::Granted);
+    EXPECT_EQ(first.user, "anna");
+    EXPECT_EQ(first.setCookie, "");
+    EXPECT_TRUE(IsSame(Enter(kAnna).session, first.session));
+    EXPECT_FALSE(IsSame(Enter(kOtto).session, first.session));
+    EXPECT_EQ(sessions_.Count(), 2U);
+}
+
+TEST_F(Gate, Browser_GetsACookieForTheLocationAndKeepsItsSession)
+{
+    const Admission first = Enter(kAnna, "theme=dark", true);
+    const std::string cookie = CookieOf(first);
+    EXPECT_EQ(cookie.size(), 12U + 32U);
+    EXPECT_EQ(first.setCookie, cookie + "; Path=/Ferro%20x; SameSite=Lax");
+    const Admission second = Enter(kAnna, "a=b; " + cookie + "; c=d", true);
+    EXPECT_TRUE(IsSame(second.session, first.session));
+    EXPECT_EQ(second.setCookie, "");
+    EXPECT_TRUE(IsSame(Enter(kAnna, cookie).session, first.session)); // its scripts, too
+    EXPECT_FALSE(IsSame(Enter(kAnna).session, first.session));
+}
+
+TEST_F(Gate, ForeignCookie_OpensNothing)
+{
+    const Admission anna = Enter(kAnna, "", true);
+    const Admission otto = Enter(kOtto, CookieOf(anna), true);
+    EXPECT_EQ(otto.verdict, Verdict::Granted);
+    EXPECT_FALSE(IsSame(otto.session, anna.session));
+    EXPECT_NE(CookieOf(otto), CookieOf(anna));
+    EXPECT_EQ(Enter("", CookieOf(anna), true).verdict, Verdict::Unauthorized);
+}
+
+TEST_F(Gate, OpenDoor_AdmitsTheLocalUser)
+{
+    gate_.RequireCredentials(false);
+    const Admission first = Enter("");
+    EXPECT_EQ(first.verdict, Verdict::Granted);
+    EXPECT_EQ(first.user, "");
+    EXPECT_TRUE(IsSame(Enter(kAnna).session, first.session));
+    gate_.RequireCredentials(true);
+    EXPECT_EQ(Enter("").verdict, Verdict::Unauthorized);
+}
+
+TEST_F(Gate, EndedSession_IsReplaced)
+{
+    const Admission first = Enter(kAnna);
+    const Admission browser = Enter(kAnna, "", true);
+    clock_.Advance(std::chrono::hours(1));
+    sessions_.EndIdle();
+    EXPECT_EQ(sessions_.Count(), 0U);
+    EXPECT_FALSE(IsSame(Enter(kAnna).session, first.session));
+    EXPECT_NE(Enter(kAnna, CookieOf(browser), true).setCookie, "");
+}
+
+TEST(FullHouse, AnswersUnavailable)
+{
+    ManualClock clock;
+    SessionLimits limits;
+    limits.sessions = 1;
+    SessionTable sessions(limits, clock);
+    Authenticator auth({}, clock, [](auto&&...) { return true; });
+    Gatekeeper gate(auth, sessions);
+    Visitor browser;
+    browser.wantsCookie = true;
+    const Admission first = gate.Admit(browser);
+    ASSERT_EQ(first.verdict, Verdict::Granted);
+    EXPECT_EQ(gate.Admit({}).verdict, Verdict::Unavailable);
+    gate.Leave(first.session);
+    const Admission second = gate.Admit({});
+    EXPECT_EQ(second.verdict, Verdict::Granted);
+    gate.Leave(second.session);
+    sessions.EndAll();
+}
+
+TEST(CookieHeader, IsSearchedByWholeNames)
+{
+    struct Row {
+        std::string_view header;
+        std::string_view value;
+    };
+    for (const Row& row :
+         {Row{"KestSession=abc", "abc"}, Row{" KestSession = abc ;x=y", "abc"},
+          Row{"a=b;KestSession=abc", "abc"}, Row{"XKestSession=abc", ""},
+          Row{"KestSessionX=abc", ""}, Row{"KestSession", ""}, Row{"KestSession=", ""},
+          Row{";;;", ""}, Row{"", ""}, Row{"a=KestSession=no; KestSession=yes", "yes"}})
+        EXPECT_EQ(FindCookie(row.header, kSessionCookie), row.value) << row.header;
+}
+
+} // namespace
+} // namespace kestd

@@ -1,0 +1,335 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/config/registry_settings.h"
+
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "host/commands/setup.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+namespace {
+
+class Settings : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        ASSERT_FALSE(Failed(Create(CLSID_HadranTalpl, platform_)));
+        std::string name = testing::TempDir() + "settings.XXXXXX";
+        const int file = mkstemp(name.data());
+        ASSERT_GE(file, 0);
+        close(file);
+        file_ = name;
+    }
+    void TearDown() override
+    {
+        TolmRegistryLoad(nullptr, nullptr, 0);
+        unlink(file_.c_str());
+    }
+    // Loads the text as the server's key and reads the settings.
+    std::string Read(const std::string& text, HostSettings& settings)
+    {
+        std::ofstream(file_) << "['Kest\\Configuration\\Server']\n" << text;
+        std::string error(1024, '\0');
+        EXPECT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        return ReadHostSettings(*platform_.Get(), settings);
+    }
+
+    Ref<ITalpl> platform_;
+    std::string file_;
+};
+
+TEST_F(Settings, WithoutAFile_AreTheDefaults)
+{
+    HostSettings settings;
+    EXPECT_EQ(ReadHostSettings(*platform_.Get(), settings), "");
+    EXPECT_EQ(settings.server.listen, (std::vector<ListenAddress>{{"127.0.0.1", 8080}}));
+    EXPECT_EQ(settings.server.limits.connections, 10000U);
+    EXPECT_EQ(settings.sessions.idleTime.count(), 1200);
+    EXPECT_GE(settings.auth.hashesAtOnce, 1U);
+}
+
+TEST_F(Settings, EveryValueIsTakenOver)
+{
+    HostSettings s;
+    ASSERT_EQ(Read(R"('Listen' = ['0.0.0.0:80', '[::1]:8081']
+'TLS Certificate' = '/c'
+'TLS Key' = '/k'
+'Public URL' = 'https://files.example.org'
+'Realm' = 'R'
+'Access Log' = false
+'Wharf Directory' = '/w'
+'Connections' = 1
+'Connections Per Address' = 106
+'Waiting Requests' = 107
+'Waiting Requests Per Address' = 108
+'Least Rate' = 0
+'Rate Time' = 109
+'Worker Threads' = 2
+'Head Size' = 1025
+'Target Size' = 300
+'XML Body Size' = 1026
+'Body Size' = 5000000000
+'Head Time' = 101
+'Body Idle Time' = 102
+'Send Stall Time' = 103
+'Keep-Alive Time' = 104
+'Shutdown Time' = 105
+'Session Timeout' = 60
+'Sessions' = 7
+'Browser Sessions' = 8
+'Session Objects' = 9
+'Users File' = '/u'
+'Password Hashes' = 3
+'Password Waiters' = 0
+'Credential Cache' = 10
+'Credential Time' = 11
+)",
+                   s),
+              "");
+    EXPECT_EQ(s.server.listen, (std::vector<ListenAddress>{{"0.0.0.0", 80}, {"::1", 8081}}));
+    EXPECT_EQ(s.server.tlsCertificate + s.server.tlsKey + s.server.publicUrl + s.server.realm +
+                  s.server.wharfDirectory + s.usersFile,
+              "/c/khttps://files.example.orgR/w/u");
+    EXPECT_FALSE(s.server.accessLog);
+    const Limits& l = s.server.limits;
+    EXPECT_EQ(l.connections, 1U);
+    EXPECT_EQ(l.connectionsPerAddress, 106U);
+    EXPECT_EQ(l.waitingRequests, 107U);
+    EXPECT_EQ(l.waitingPerAddress, 108U);
+    EXPECT_EQ(l.leastRate, 0U);
+    EXPECT_EQ(l.rateTime.count(), 109);
+    EXPECT_EQ(l.workerThreads, 2U);
+    EXPECT_EQ(l.headBytes, 1025U);
+    EXPECT_EQ(l.targetBytes, 300U);
+    EXPECT_EQ(l.xmlBodyBytes, 1026U);
+    EXPECT_EQ(l.bodyBytes, 5000000000U);
+    EXPECT_EQ(l.headTime.count(), 101);
+    EXPECT_EQ(l.bodyIdleTime.count(), 102);
+    EXPECT_EQ(l.sendStallTime.count(), 103);
+    EXPECT_EQ(l.keepAliveTime.count(), 104);
+    EXPECT_EQ(l.shutdownTime.count(), 105);
+    EXPECT_EQ(s.sessions.idleTime.count(), 60);
+    EXPECT_EQ(s.sessions.sessions, 7U);
+    EXPECT_EQ(s.sessions.cookieSessionsPerUser, 8U);
+    EXPECT_EQ(s.objectsPerSession, 9U);
+    EXPECT_EQ(s.auth.hashesAtOnce, 3U);
+    EXPECT_EQ(s.auth.waiters, 0U);
+    EXPECT_EQ(s.auth.cacheEntries, 10U);
+    EXPECT_EQ(s.auth.cacheTime.count(), 11);
+}
+
+TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
+{
+    struct Row {
+        const char* text;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"'Listen' = 'x'", "expected a list of texts"},
+        {"'Listen' = []", "at least one"},
+        {"'Listen' = ['localhost:80']", "not 'localhost:80'"},
+        {"'Realm' = 5", "expected a text"},
+        {"'Realm' = ''", "expected a text"},
+        {"'Access Log' = 2", "true or false"},
+        {"'Access Log' = 'yes'", "true or false"},
+        {"'Connections' = 0", "from 1 to 1000000, not 0"},
+        {"'Connections' = 'many'", "expected a number"},
+        {"'Connections' = 99999999999", "from 1 to"},
+        {"'Session Timeout' = 5", "from 10"},
+        {"'Public URL' = 'x'", "expected http"},
+        {"'TLS Key' = '/k'", "belong together"},
+    };
+    for (const Row& row : rows) {
+        HostSettings settings;
+        const std::string problem = Read(std::string("# first\n") + row.text + "\n", settings);
+        EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
+        EXPECT_TRUE(problem.starts_with(file_ + ":3: ")) << problem;
+    }
+}
+
+// The shipped file with its commented-out settings switched on.
+std::string SampleFile()
+{
+    std::ifstream file(KEST_SAMPLE);
+    std::string text;
+    for (std::string line; std::getline(file, line);)
+        text += (line.starts_with("#'") ? line.substr(1) : line) + "\n";
+    return text;
+}
+
+TEST_F(Settings, ShippedFile_HoldsTheDefaults)
+{
+    HostSettings defaults;
+    ASSERT_EQ(ReadHostSettings(*platform_.Get(), defaults), "");
+    std::ofstream(file_) << SampleFile();
+    std::string error(1024, '\0');
+    ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+    HostSettings s;
+    // Other than the defaults, so that a setting that the file forgets shows.
+    s.server.listen.clear();
+    s.server.realm = "?";
+    s.server.accessLog = false;
+    s.server.limits = {1,
+                       1,
+                       1,
+                       1,
+                       1,
+                       std::chrono::milliseconds(1),
+                       1,
+                       1,
+                       1,
+                       1,
+                       1,
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1),
+                       std::chrono::milliseconds(1)};
+    s.sessions = {1, 1, std::chrono::seconds(1)};
+    s.objectsPerSession = 1;
+    s.auth.waiters = s.auth.cacheEntries = 1;
+    s.auth.cacheTime = std::chrono::seconds(1);
+    s.tree = "?";
+    s.ldap.attributes.clear();
+    ASSERT_EQ(ReadHostSettings(*platform_.Get(), s), "");
+    EXPECT_EQ(s.server.listen, defaults.server.listen);
+    EXPECT_EQ(s.server.realm, defaults.server.realm);
+    EXPECT_EQ(s.server.accessLog, defaults.server.accessLog);
+    const Limits& l = s.server.limits;
+    const Limits& d = defaults.server.limits;
+    EXPECT_EQ(l.connections, d.connections);
+    EXPECT_EQ(l.connectionsPerAddress, d.connectionsPerAddress);
+    EXPECT_EQ(l.waitingRequests, d.waitingRequests);
+    EXPECT_EQ(l.waitingPerAddress, d.waitingPerAddress);
+    EXPECT_EQ(l.leastRate, d.leastRate);
+    EXPECT_EQ(l.rateTime, d.rateTime);
+    EXPECT_EQ(l.workerThreads, d.workerThreads);
+    EXPECT_EQ(l.headBytes, d.headBytes);
+    EXPECT_EQ(l.targetBytes, d.targetBytes);
+    EXPECT_EQ(l.xmlBodyBytes, d.xmlBodyBytes);
+    EXPECT_EQ(l.bodyBytes, d.bodyBytes);
+    EXPECT_EQ(l.headTime, d.headTime);
+    EXPECT_EQ(l.bodyIdleTime, d.bodyIdleTime);
+    EXPECT_EQ(l.sendStallTime, d.sendStallTime);
+    EXPECT_EQ(l.keepAliveTime, d.keepAliveTime);
+    EXPECT_EQ(l.shutdownTime, d.shutdownTime);
+    EXPECT_EQ(s.sessions.sessions, defaults.sessions.sessions);
+    EXPECT_EQ(s.sessions.cookieSessionsPerUser, defaults.sessions.cookieSessionsPerUser);
+    EXPECT_EQ(s.sessions.idleTime, defaults.sessions.idleTime);
+    EXPECT_EQ(s.objectsPerSession, defaults.objectsPerSession);
+    EXPECT_EQ(s.auth.waiters, defaults.auth.waiters);
+    EXPECT_EQ(s.auth.cacheEntries, defaults.auth.cacheEntries);
+    EXPECT_EQ(s.auth.cacheTime, defaults.auth.cacheTime);
+    EXPECT_EQ(s.tree, defaults.tree);
+    EXPECT_EQ(s.usesLdap, defaults.usesLdap);
+    EXPECT_EQ(s.ldap.attributes, defaults.ldap.attributes);
+    EXPECT_EQ(CheckComponentSettings(*platform_.Get()), "");
+    std::string unread; // the file names nothing that nobody knows
+    TolmRegistryReportUnread(
+        [](const char* line, void* all) { *static_cast<std::string*>(all) += line; }, &unread);
+    EXPECT_EQ(unread, "");
+}
+
+TEST_F(Settings, WrongSettingsOfComponents_AreNamedWithTheirPlace)
+{
+    struct Row {
+        const char* key;
+        const char* text;
+        const char* expected;
+    };
+    for (const Row& row : {Row{"KestDav", "'Read-Write Block Size' = 1023", "from 1024 to 524288"},
+                           Row{"KestDav", "'Moniker' = 'Ferro'", "expected a path"},
+                           Row{"KestDav", "'Moniker' = '/Ferro/'", "expected a path"},
+                           Row{"KestDav", "'Moniker' = 5", "expected a text"},
+                           Row{"KestDav", "'Template Directory' = true", "expected a text"},
+                           Row{"KestDav", "'Template Directory' = '/srv'", "a '/' at its end"},
+                           Row{"FileStore", "'Sync' = 'perhaps'", "expected 'none'"},
+                           Row{"FileStore", "'Keep Deleted' = 'week'", "expected a number"},
+                           Row{"FileStore", "'Server Address' = '::1'", "IPv4"},
+                           Row{"FileStore\\Volumes", "'a' = '/nonexistent'", "No such file"},
+                           Row{"FileStore\\Volumes", "'a' = '/dev/null'", "not a directory"},
+                           Row{"FileStore\\Volumes", "'a/b' = '/'", "holds no '/'"},
+                           Row{"FileStore\\Volumes", "'a' = 5", "expected a text"}}) {
+        std::ofstream(file_) << "['Kest\\Configuration\\" << row.key << "']\n" << row.text << "\n";
+        std::string error(1024, '\0');
+        ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        const std::string problem = CheckComponentSettings(*platform_.Get());
+        EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
+        EXPECT_TRUE(problem.starts_with(file_ + ":2: ")) << problem;
+    }
+}
+
+TEST_F(Settings, TemplateDirectory_IsNoLongerThanTheModuleTakes)
+{
+    struct Row {
+        const char* character;
+        size_t count; // and one more for the "/"
+        bool isRight;
+    };
+    for (const Row& row : {Row{"x", 238, true}, Row{"x", 239, false}, Row{"\u00e4", 127, true},
+                           Row{"\u00e4", 128, false}, Row{"", 0, true}}) {
+        std::string directory;
+        for (size_t i = 0; i < row.count; ++i)
+            directory += row.character;
+        std::ofstream(file_) << "['Kest\\Configuration\\KestDav']\n'Template Directory' = '"
+                             << directory << "/'\n";
+        std::string error(1024, '\0');
+        ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        const std::string problem = CheckComponentSettings(*platform_.Get());
+        EXPECT_EQ(problem.empty(), row.isRight) << row.count << ": " << problem;
+    }
+}
+
+TEST(PublicName, IsTheUrlsOrTheFirstAddress)
+{
+    struct Row {
+        const char* url;
+        bool isSecure;
+        ListenAddress listen;
+        const char* hostname;
+        const char* port;
+    };
+    for (const Row& row :
+         {Row{"", false, {"127.0.0.1", 8080}, "127.0.0.1:8080", "8080"},
+          Row{"", false, {"127.0.0.1", 80}, "127.0.0.1", "80"},
+          Row{"", true, {"::1", 443}, "[::1]", "443"}, Row{"", true, {"::1", 80}, "[::1]:80", "80"},
+          Row{"", false, {"127.0.0.1", 0}, "127.0.0.1", "0"},
+          Row{"https://a.example/", false, {"127.0.0.1", 1}, "a.example", "443"},
+          Row{"http://a.example:8080", true, {"127.0.0.1", 1}, "a.example:8080", "8080"},
+          Row{"https://a.example:443", false, {"127.0.0.1", 1}, "a.example", "443"},
+          Row{"http://[::1]", false, {"127.0.0.1", 1}, "[::1]", "80"}}) {
+        ServerSettings settings;
+        settings.publicUrl = row.url;
+        settings.listen = {row.listen};
+        if (row.isSecure)
+            settings.tlsCertificate = "c";
+        const HostName name = NameOfHost(settings);
+        EXPECT_EQ(name.hostname, row.hostname) << row.url;
+        EXPECT_EQ(name.port, row.port) << row.url;
+    }
+}
+
+TEST(Doors, WithoutUsersOnlyLoopbackIsServed)
+{
+    struct Row {
+        const char* address;
+        bool isFine;
+    };
+    for (const Row& row : {Row{"127.0.0.1", true}, Row{"127.9.9.9", true}, Row{"::1", true},
+                           Row{"::ffff:127.0.0.1", true}, Row{"0.0.0.0", false}, Row{"::", false},
+                           Row{"192.168.1.1", false}, Row{"::ffff:10.0.0.1", false}}) {
+        HostSettings settings;
+        settings.server.listen = {{"127.0.0.1", 1}, {row.address, 1}};
+        EXPECT_EQ(Setup::CheckDoors(settings, {}).empty(), row.isFine) << row.address;
+        UserMap users;
+        users["a"] = std::make_shared<const User>();
+        EXPECT_EQ(Setup::CheckDoors(settings, users), "");
+    }
+}
+
+} // namespace
+} // namespace kestd
