@@ -5,7 +5,16 @@
 //
 // A provider class is created as IID_KestDAV_2 (second generation) or, failing that, IID_KestDAV_1;
 // opened objects are created from the same class as IID_KestResource_1/_2 and
-// IID_KestCollection_1/_2, one per use, and released after it.
+// IID_KestCollection_1/_2, one per use, and released after it. The third generation is another face
+// of the objects of the second, found by QueryInterface (or created as IID_KestResource_3 and
+// IID_KestCollection_3): changes that judge preconditions, entity tags, properties by namespace,
+// members in batches. What a provider of an earlier generation cannot do:
+//
+//   conditions judged in the change; Depth 0 of a COPY          generation 3 only
+//   dead properties with namespaces, attributes and xml:lang    generation 3 only
+//   a range of existing content replaced; quota                 generation 3 only
+//   entity tags, locks, dead properties by name                 generations 2 and 3
+//   content, dates, attributes, members one by one              all
 //
 // Paths are provider paths: unescaped, beginning with "/", without a trailing "/" (the root is "/"
 // or empty). They and all other arguments belong to the caller and are valid during the call.
@@ -33,8 +42,13 @@
 
 #include <kest/dav/collection_1.h>
 #include <kest/dav/collection_2.h>
+#include <kest/dav/collection_3.h>
+#include <kest/dav/failures_3.h>
 #include <kest/dav/namespace_1.h>
 #include <kest/dav/namespace_2.h>
+#include <kest/dav/namespace_3.h>
 #include <kest/dav/records.h>
+#include <kest/dav/records_3.h>
 #include <kest/dav/resource_1.h>
 #include <kest/dav/resource_2.h>
+#include <kest/dav/resource_3.h>

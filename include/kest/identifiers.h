@@ -205,6 +205,26 @@ inline constexpr GUID IID_KestCollection_2 = { // 50c36ff1-448a-4def-a759-3bed8a
     0x448A,
     0x4DEF,
     {0xA7, 0x59, 0x3B, 0xED, 0x8A, 0xA8, 0x38, 0x26}};
+inline constexpr GUID IID_KestDAV_3 = { // 3968049a-34db-47a6-a2cb-1e10f60a397b
+    0x3968049A,
+    0x34DB,
+    0x47A6,
+    {0xA2, 0xCB, 0x1E, 0x10, 0xF6, 0x0A, 0x39, 0x7B}};
+inline constexpr GUID IID_KestResource_3 = { // a3860cc3-13a0-4698-940d-342eb1c41b12
+    0xA3860CC3,
+    0x13A0,
+    0x4698,
+    {0x94, 0x0D, 0x34, 0x2E, 0xB1, 0xC4, 0x1B, 0x12}};
+inline constexpr GUID IID_KestCollection_3 = { // ddfeb1a5-cda5-47d7-8e53-11985edabeaf
+    0xDDFEB1A5,
+    0xCDA5,
+    0x47D7,
+    {0x8E, 0x53, 0x11, 0x98, 0x5E, 0xDA, 0xBE, 0xAF}};
+inline constexpr GUID IID_KestFailures_3 = { // c7c6efa9-f38b-489f-beca-bf978d59522d
+    0xC7C6EFA9,
+    0xF38B,
+    0x489F,
+    {0xBE, 0xCA, 0xBF, 0x97, 0x8D, 0x59, 0x52, 0x2D}};
 
 // The identifier that belongs to an interface, so that no call can pair the wrong two.
 template <class I> struct IidOf;
@@ -233,6 +253,10 @@ struct IKestDAVResource;
 struct IKestDAVResource2;
 struct IKestDAVCollection;
 struct IKestDAVCollection2;
+struct IKestDAV3;
+struct IKestDAVResource3;
+struct IKestDAVCollection3;
+struct IKestDAVFailures3;
 
 template <> struct IidOf<IUnknown> {
     static constexpr const GUID& value = IID_IUnknown;
@@ -305,4 +329,16 @@ template <> struct IidOf<IKestDAVCollection> {
 };
 template <> struct IidOf<IKestDAVCollection2> {
     static constexpr const GUID& value = IID_KestCollection_2;
+};
+template <> struct IidOf<IKestDAV3> {
+    static constexpr const GUID& value = IID_KestDAV_3;
+};
+template <> struct IidOf<IKestDAVResource3> {
+    static constexpr const GUID& value = IID_KestResource_3;
+};
+template <> struct IidOf<IKestDAVCollection3> {
+    static constexpr const GUID& value = IID_KestCollection_3;
+};
+template <> struct IidOf<IKestDAVFailures3> {
+    static constexpr const GUID& value = IID_KestFailures_3;
 };

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <kest/dav/records.h>
+#include <kest/dav/records_3.h>
 #include <kest/host/attributes.h>
 #include <kest/host/call_context.h>
 #include <kest/talpl.h>
@@ -81,3 +82,47 @@ static_assert(sizeof(DAV_REVERSE_LOOKUP) == 56 && offsetof(DAV_REVERSE_LOOKUP, H
               offsetof(DAV_REVERSE_LOOKUP, SockaddrLen) == 16 &&
               offsetof(DAV_REVERSE_LOOKUP, Sockaddr) == 20 &&
               offsetof(DAV_REVERSE_LOOKUP, DirPath) == 52);
+
+static_assert(sizeof(DAV_TEXT) == 16 && offsetof(DAV_TEXT, Length) == 8);
+static_assert(sizeof(DAV_TAG) == 64 && offsetof(DAV_TAG, Text) == 4);
+static_assert(sizeof(DAV_OBJECT_INFO) == 104 && offsetof(DAV_OBJECT_INFO, Type) == 4 &&
+              offsetof(DAV_OBJECT_INFO, Attributes) == 8 &&
+              offsetof(DAV_OBJECT_INFO, Flags) == 12 &&
+              offsetof(DAV_OBJECT_INFO, ResourceSize) == 16 &&
+              offsetof(DAV_OBJECT_INFO, CreationDate) == 24 &&
+              offsetof(DAV_OBJECT_INFO, ModificationDate) == 32 &&
+              offsetof(DAV_OBJECT_INFO, Tag) == 40);
+static_assert(sizeof(DAV_MEMBER) == 120 && offsetof(DAV_MEMBER, NameLength) == 4 &&
+              offsetof(DAV_MEMBER, Info) == 8 && offsetof(DAV_MEMBER, Name) == 112);
+static_assert(sizeof(DAV_IF_CONDITION) == 24 && offsetof(DAV_IF_CONDITION, Negated) == 4 &&
+              offsetof(DAV_IF_CONDITION, Value) == 8);
+static_assert(sizeof(DAV_IF_LIST) == 32 && offsetof(DAV_IF_LIST, Conditions) == 16 &&
+              offsetof(DAV_IF_LIST, Count) == 24);
+static_assert(sizeof(DAV_PRECONDITIONS) == 72 && offsetof(DAV_PRECONDITIONS, IfCount) == 4 &&
+              offsetof(DAV_PRECONDITIONS, TokenCount) == 8 &&
+              offsetof(DAV_PRECONDITIONS, If) == 16 && offsetof(DAV_PRECONDITIONS, Tokens) == 24 &&
+              offsetof(DAV_PRECONDITIONS, Match) == 32 &&
+              offsetof(DAV_PRECONDITIONS, NoneMatch) == 48 &&
+              offsetof(DAV_PRECONDITIONS, UnmodifiedSince) == 64);
+static_assert(sizeof(DAV_CHANGE) == 112 && offsetof(DAV_CHANGE, Outcome) == 4 &&
+              offsetof(DAV_CHANGE, Info) == 8);
+static_assert(sizeof(DAV_PROPERTY) == 24 && offsetof(DAV_PROPERTY, NamespaceLength) == 4 &&
+              offsetof(DAV_PROPERTY, NameLength) == 8 &&
+              offsetof(DAV_PROPERTY, ValueLength) == 12 && offsetof(DAV_PROPERTY, Text) == 16);
+static_assert(sizeof(DAV_PROPERTY_CHANGE) == 72 && offsetof(DAV_PROPERTY_CHANGE, Kind) == 4 &&
+              offsetof(DAV_PROPERTY_CHANGE, Namespace) == 8 &&
+              offsetof(DAV_PROPERTY_CHANGE, Name) == 24 &&
+              offsetof(DAV_PROPERTY_CHANGE, Value) == 40 &&
+              offsetof(DAV_PROPERTY_CHANGE, Number) == 56 &&
+              offsetof(DAV_PROPERTY_CHANGE, Status) == 64);
+static_assert(sizeof(DAV_LOCK_REQUEST) == 40 && offsetof(DAV_LOCK_REQUEST, Scope) == 4 &&
+              offsetof(DAV_LOCK_REQUEST, Type) == 8 && offsetof(DAV_LOCK_REQUEST, Depth) == 12 &&
+              offsetof(DAV_LOCK_REQUEST, Timeout) == 16 && offsetof(DAV_LOCK_REQUEST, Owner) == 24);
+static_assert(sizeof(DAV_LOCK_INFO_3) == 40 && offsetof(DAV_LOCK_INFO_3, Scope) == 4 &&
+              offsetof(DAV_LOCK_INFO_3, Type) == 8 && offsetof(DAV_LOCK_INFO_3, Depth) == 12 &&
+              offsetof(DAV_LOCK_INFO_3, Timeout) == 16 &&
+              offsetof(DAV_LOCK_INFO_3, TokenLength) == 24 &&
+              offsetof(DAV_LOCK_INFO_3, OwnerLength) == 28 &&
+              offsetof(DAV_LOCK_INFO_3, RootLength) == 32 && offsetof(DAV_LOCK_INFO_3, Text) == 36);
+static_assert(sizeof(DAV_QUOTA) == 24 && offsetof(DAV_QUOTA, Used) == 8 &&
+              offsetof(DAV_QUOTA, Available) == 16);

@@ -214,6 +214,32 @@ TEST(Slots, IKestDAVCollection2)
         &IKestDAVCollection2::GetNamedProperty, &IKestDAVCollection2::SetNamedPropertyEnh);
 }
 
+TEST(Slots, IKestDAV3)
+{
+    ExpectOrder<IKestDAV3>(&IKestDAV3::GetInfo, &IKestDAV3::Judge, &IKestDAV3::MakeCollection,
+                           &IKestDAV3::Delete, &IKestDAV3::Copy, &IKestDAV3::Move,
+                           &IKestDAV3::PatchProperties, &IKestDAV3::GetProperties, &IKestDAV3::Lock,
+                           &IKestDAV3::RefreshLock, &IKestDAV3::Unlock, &IKestDAV3::GetLocks,
+                           &IKestDAV3::GetQuota);
+}
+
+TEST(Slots, IKestDAVResource3)
+{
+    ExpectOrder<IKestDAVResource3>(&IKestDAVResource3::Open, &IKestDAVResource3::Read,
+                                   &IKestDAVResource3::Write, &IKestDAVResource3::SetLength,
+                                   &IKestDAVResource3::Publish);
+}
+
+TEST(Slots, IKestDAVCollection3)
+{
+    ExpectOrder<IKestDAVCollection3>(&IKestDAVCollection3::Open, &IKestDAVCollection3::GetMembers);
+}
+
+TEST(Slots, IKestDAVFailures3)
+{
+    ExpectOrder<IKestDAVFailures3>(&IKestDAVFailures3::OnFailure);
+}
+
 TEST(Slots, IKestConfig)
 {
     ExpectOrder<IKestConfig>(&IKestConfig::SetLocation, &IKestConfig::GetHostname,
