@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The browser index: a collection as a page, made from the templates for the client at hand.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -146,7 +147,7 @@ TALSTATUS IndexRequest::ChooseMode(UNICODE_STRING* url)
     srcUrl_ = AllocPaged<char>(size_t{raw->Length} + 1);
     if (!srcUrl_)
         return TAL_STATUS_OPEN_FAILED;
-    std::memcpy(srcUrl_.get(), raw->Buffer, raw->Length);
+    std::copy_n(raw->Buffer, raw->Length, srcUrl_.get());
     srcUrl_[raw->Length] = '\0';
     context.srcURL = srcUrl_.get();
 

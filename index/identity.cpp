@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "index/identity.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "index/text.h"
@@ -133,10 +134,10 @@ TALSTATUS getKestsrvUserDN(SCHANDLE hSc, WCHAR** ppUserFDN)
         user->Length + sizeof(WCHAR) + domain->Length + sizeof(WCHAR) > kWorkBytes)
         return kUserNameTooLong;
     WCHAR* name = work.get();
-    std::memcpy(name, user->Buffer, user->Length);
+    std::copy_n(user->Buffer, user->Length / sizeof(WCHAR), name);
     name[user->Length / sizeof(WCHAR)] = 0;
     WCHAR* tree = name + user->Length / sizeof(WCHAR) + 1;
-    std::memcpy(tree, domain->Buffer, domain->Length);
+    std::copy_n(domain->Buffer, domain->Length / sizeof(WCHAR), tree);
     tree[domain->Length / sizeof(WCHAR)] = 0;
     return makeFDN(tree, name, ppUserFDN);
 }
