@@ -3,8 +3,8 @@
 
 #include <atomic>
 
-#include "core/kestdav.h"
 #include "support/provider.h"
+#include "support/resolution.h"
 
 ISCOM* g_pIOM;
 

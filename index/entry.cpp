@@ -12,6 +12,7 @@
 #include "index/identity.h"
 #include "index/template.h"
 #include "index/text.h"
+#include "support/utf8.h"
 
 namespace {
 

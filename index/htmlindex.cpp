@@ -7,7 +7,6 @@
 #include <new>
 #include <strings.h>
 
-#include "core/kestdav.h"
 #include "index/clientmode.h"
 #include "index/context.h"
 #include "index/filter.h"
@@ -15,7 +14,10 @@
 #include "index/template.h"
 #include "index/text.h"
 #include "support/escape.h"
+#include "support/handlers.h"
 #include "support/memory.h"
+#include "support/uri.h"
+#include "support/utf8.h"
 
 namespace {
 

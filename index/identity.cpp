@@ -7,6 +7,7 @@
 #include "index/text.h"
 #include "support/memory.h"
 #include "support/reply.h"
+#include "support/utf8.h"
 #include <kest/com.h>
 #include <kest/directory.h>
 #include <kest/host.h>

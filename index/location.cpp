@@ -4,14 +4,16 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/kestdav.h"
 #include "index/context.h"
 #include "index/identity.h"
-#include "index/listing.h"
+#include "index/store_uri.h"
 #include "index/text.h"
 #include "support/memory.h"
 #include "support/provider.h"
 #include "support/reply.h"
+#include "support/resolution.h"
+#include "support/uri.h"
+#include "support/utf8.h"
 
 namespace {
 

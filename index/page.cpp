@@ -188,25 +188,6 @@ void RenderPage(NodeContext& context, UNICODE_STRING* pUrl, const char* agent, T
         [&page](char* keyword) { return page.Unclosed(keyword); });
 }
 
-TALSTATUS returnErrorHTML(IKestIO_5* pKestIo, TALSTATUS status)
-{
-    TemplateFile file;
-    if (const TALSTATUS opened = file.Open("error.html"); Failed(opened))
-        return opened;
-    RenderTemplate(
-        pKestIo, file,
-        [pKestIo, status](char* keyword, char* resume) {
-            if (IsDirective(keyword, "ErrorCode", 9)) {
-                char code[16];
-                (void)std::snprintf(code, sizeof(code), "%X", status);
-                Put(pKestIo, code);
-            }
-            return resume;
-        },
-        DropRestOfLine);
-    return TAL_STATUS_SUCCESS;
-}
-
 void FreeDictionary(DictionaryHead& head)
 {
     while (Dictionary* entry = head.dictionary) {

@@ -8,50 +8,14 @@
 #include "support/escape.h"
 #include "support/globals.h"
 #include "support/reply.h"
+#include "support/utf8.h"
 
 namespace {
 
 constexpr size_t kPieceUnits = 256;
 constexpr size_t kMostBytesPerUnit = 3; // a surrogate pair takes four bytes for two units
 
-bool StartsPair(const WCHAR* text, size_t units)
-{
-    return units > 1 && text[0] >= 0xD800 && text[0] < 0xDC00 && text[1] >= 0xDC00 &&
-           text[1] < 0xE000;
-}
-
-size_t Utf8Bytes(WCHAR unit)
-{
-    return unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
-}
-
-// How many units from the start convert into at most `bytes` bytes without splitting a character.
-size_t UnitsThatFit(const WCHAR* text, size_t units, size_t bytes)
-{
-    size_t taken = 0;
-    while (taken < units) {
-        const bool pair = StartsPair(text + taken, units - taken);
-        const size_t need = pair ? 4 : Utf8Bytes(text[taken]);
-        if (need > bytes)
-            break;
-        bytes -= need;
-        taken += pair ? 2 : 1;
-    }
-    return taken;
-}
-
 } // namespace
-
-size_t WideToUtf8Cut(const WCHAR* text, size_t units, char* out, size_t room)
-{
-    const size_t fit = UnitsThatFit(text, units, room - 1);
-    UINT32 bytes = static_cast<UINT32>(room - 1);
-    if (fit == 0 || Code(pITalpl->TalxWideCharToMultiByte(
-                        kCodePageUtf8, text, static_cast<UINT32>(fit), out, &bytes)) != 0)
-        bytes = 0;
-    out[bytes] = '\0';
-    return bytes;
-}
 
 void PutWide(IKestIO_5* io, const WCHAR* text, size_t units)
 {

@@ -7,11 +7,6 @@
 
 #include <kest/io.h>
 
-// Converts the longest run of whole characters from the start of `text` that fits `room` bytes with
-// a terminator. Returns the bytes written, terminator not counted; `out` is empty when the text is
-// not well-formed UTF-16.
-size_t WideToUtf8Cut(const WCHAR* text, size_t units, char* out, size_t room);
-
 // Writes UTF-16 text of any length to the page as UTF-8, unescaped. Nothing is written from a piece
 // that is not well-formed.
 void PutWide(IKestIO_5* io, const WCHAR* text, size_t units);

@@ -4,7 +4,9 @@
 // module keeps none.
 #pragma once
 
-#include "core/kestdav.h"
+#include "support/handlers.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 // Bits of LOCK_REQ::Flags.
 inline constexpr UINT32 kLockInfoSeen = 0x00000001; // a lockinfo element was opened

@@ -2,6 +2,10 @@
 //
 // COPY.
 #include "methods/copy.h"
+#include "support/handlers.h"
+#include "support/lock_header.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // What COPY and MOVE share.
 #pragma once
 
-#include "core/kestdav.h"
+#include "support/globals.h"
 #include "support/memory.h"
 #include "support/reply.h"
 

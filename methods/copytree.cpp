@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "methods/copy.h"
+#include "methods/delete.h"
 #include "methods/statuslist.h"
 #include "methods/treepath.h"
 #include "support/provider.h"

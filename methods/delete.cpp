@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // DELETE, and the walk that deletes a tree for providers that cannot.
-#include "core/kestdav.h"
+#include "methods/delete.h"
 #include "methods/statuslist.h"
 #include "methods/treepath.h"
-#include "support/list.h"
+#include "support/handlers.h"
+#include "support/lock_header.h"
 #include "support/memory.h"
 #include "support/provider.h"
 #include "support/reply.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 namespace {
 
@@ -144,12 +147,4 @@ TALSTATUS KestDavDeleteCollection(KESTDAV_HANDLER* pHandler, SCHANDLE hSession, 
     return DeleteWalk(*pHandler, hSession, pToken, &path,
                       reinterpret_cast<DAV_COMMON_ENUM*>(child.get()))
         .DeleteCollection();
-}
-
-TALSTATUS KestDavDeleteMultiStatusList(LIST_ENTRY* pMultiStatus)
-{
-    static_assert(offsetof(DAV_STATUS_ENTRY, ListLink) == 0);
-    while (!pITalpl->TalxIsListEmpty(pMultiStatus))
-        FreeListEntry(pMultiStatus->Flink);
-    return TAL_STATUS_SUCCESS;
 }

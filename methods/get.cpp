@@ -1,31 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// GET and HEAD.
+// GET.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <new>
 
-#include "core/kestdav.h"
+#include "methods/opened_resource.h"
 #include "methods/ranges.h"
+#include "support/dates.h"
+#include "support/handlers.h"
+#include "support/lock_header.h"
 #include "support/memory.h"
 #include "support/provider.h"
 #include "support/reply.h"
-#include "support/text.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 namespace {
 
 // Dates are compared in steps of 10 ms: clients send back what "Last-Modified" told them.
 constexpr UINT64 kDateStep = 100000;
-constexpr DAV_SHARE_MODE kShareFirst = 1;
-constexpr DAV_SHARE_MODE kShareSecond = 3;
-
-struct OpenedResource {
-    DavResource object;
-    DAV_DATETIME modified = 0;
-    UINT64 size = 0;
-};
-
 // True when the request is for the ".index_xml" document of whatever stands before it.
 bool NamesIndex(const UNICODE_STRING& url)
 {
@@ -34,35 +29,6 @@ bool NamesIndex(const UNICODE_STRING& url)
     return url.Length >= kSuffixBytes &&
            std::memcmp(url.Buffer + (url.Length - kSuffixBytes) / sizeof(WCHAR), kSuffix,
                        kSuffixBytes) == 0;
-}
-
-// Opens a resource for reading and reads its size and date.
-TALSTATUS OpenDavResource(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler,
-                          DAV_LOCK_TOKEN* token, OpenedResource& opened)
-{
-    if (const TALSTATUS status = opened.object.Open(handler); Failed(status))
-        return status;
-    // Kept: the generations share differently.
-    const DAV_SHARE_MODE share = opened.object.Second() ? kShareSecond : kShareFirst;
-    if (const TALSTATUS status =
-            opened.object.Associate(session, FALSE, kAccessReadContent, share, path, token);
-        Failed(status))
-        return status;
-    if (const TALSTATUS status = opened.object.GetResourceSize(&opened.size); Failed(status))
-        return status;
-    return opened.object.GetModificationDate(&opened.modified);
-}
-
-void SetContentType(IKestIO_5* io, UNICODE_STRING* path)
-{
-    char* type = nullptr;
-    if (!Failed(g_pIKestUtil->GetMimeTypeFromUnicodeObject(path, &type)) && type)
-        SetHeaderText(io, "Content-Type", type);
-}
-
-void SetContentLength(IKestIO_5* io, UINT64 bytes)
-{
-    SetHeaderText(io, "Content-Length", U64ToAscii(bytes).Text());
 }
 
 // True when the request's "If-Modified-Since" says that the client's copy is current (RFC 9110
@@ -227,49 +193,6 @@ TALSTATUS GetResource(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HAND
     return SendResource(io, opened);
 }
 
-// HEAD's own reading of the "If" header. The token lies in `buffer`; empty when there is none.
-constexpr UINT32 kIfHeaderBytes = 128;
-STRING HeadToken(IKestIO_5* io, char (&buffer)[kIfHeaderBytes + 1])
-{
-    char name[] = "If";
-    UINT32 length = kIfHeaderBytes;
-    if (Failed(io->GetRequestHeader(name, &length, buffer)))
-        return {};
-    length = std::min(length, kIfHeaderBytes);
-    buffer[length] = 0;
-    if (!std::strstr(buffer, "opaquelocktoken"))
-        return {};
-    const std::string_view token = FindLockToken(buffer, length);
-    const auto bytes = static_cast<UINT16>(token.size());
-    return {bytes, bytes, const_cast<char*>(token.data())};
-}
-
-TALSTATUS HeadCollection(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler,
-                         IKestIO_5* io)
-{
-    DAV_DATETIME modified = 0;
-    const TALSTATUS status =
-        GetCollectionVitals(session, path, &handler, nullptr, nullptr, &modified);
-    if (Failed(status))
-        return Reply(io, 404, status);
-    SetDateHeader(io, "Last-Modified", modified);
-    return Reply(io, 200, status);
-}
-
-TALSTATUS HeadResource(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler,
-                       STRING* token, IKestIO_5* io)
-{
-    OpenedResource opened;
-    const TALSTATUS status = OpenDavResource(session, path, handler, token, opened);
-    if (Failed(status))
-        return Reply(io, 404, status);
-    SetContentType(io, path);
-    SetDateHeader(io, "Last-Modified", opened.modified);
-    SetHeader(io, "Accept-Ranges", "bytes");
-    SetContentLength(io, opened.size);
-    return Reply(io, 200, status);
-}
-
 } // namespace
 
 TALSTATUS KestDavGet(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
@@ -288,40 +211,4 @@ TALSTATUS KestDavGet(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo
     if (type == Collection)
         return HTMLIndexRequest(pKestIo, hSession, pUrl);
     return GetResource(hSession, &path, *handler, pKestIo);
-}
-
-TALSTATUS KestDavHead(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
-{
-    UNICODE_STRING path = ProviderPath(*pUrl);
-    const ProviderGuard providers;
-    DAV_TYPE type = Resource;
-    KESTDAV_HANDLER* handler = nullptr;
-    if (const TALSTATUS status = ResolveUriToHandler(hSession, &path, &type, &handler);
-        Failed(status))
-        return Reply(pKestIo, 404, status);
-
-    char header[kIfHeaderBytes + 1];
-    STRING token = HeadToken(pKestIo, header);
-    if (type == Collection)
-        return HeadCollection(hSession, &path, *handler, pKestIo);
-    return HeadResource(hSession, &path, *handler, token.Length ? &token : nullptr, pKestIo);
-}
-
-TALSTATUS GetCollectionVitals(SCHANDLE hSc, UNICODE_STRING* pUri, const KESTDAV_HANDLER* pHandler,
-                              UINT32* pAttributes, DAV_DATETIME* pCreationDate,
-                              DAV_DATETIME* pModificationDate)
-{
-    DavCollection collection;
-    if (const TALSTATUS status = collection.Open(*pHandler); Failed(status))
-        return status;
-    const TALSTATUS status = collection.Associate(hSc, pUri, nullptr);
-    if (Failed(status))
-        return status;
-    if (pAttributes)
-        (void)collection.GetLiveAttributes(pAttributes);
-    if (pCreationDate)
-        (void)collection.GetCreationDate(pCreationDate);
-    if (pModificationDate)
-        (void)collection.GetModificationDate(pModificationDate);
-    return status;
 }

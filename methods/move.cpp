@@ -2,7 +2,11 @@
 //
 // MOVE.
 #include "methods/copy.h"
+#include "support/handlers.h"
+#include "support/lock_header.h"
 #include "support/provider.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 namespace {
 

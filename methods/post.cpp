@@ -7,11 +7,12 @@
 #include <string_view>
 #include <strings.h>
 
-#include "core/kestdav.h"
-#include "index/text.h"
 #include "methods/upload.h"
+#include "support/handlers.h"
 #include "support/memory.h"
 #include "support/reply.h"
+#include "support/uri.h"
+#include "support/utf8.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // The list of results that a walk over a tree takes along.
 #pragma once
 
-#include "core/kestdav.h"
+#include "support/globals.h"
 
 // One object's result.
 struct DAV_STATUS_ENTRY {
@@ -12,6 +12,9 @@ struct DAV_STATUS_ENTRY {
     UINT32 ObjectLength; // bytes
     WCHAR Object[1];     // variable
 };
+
+// Frees the entries of a list of results. Always succeeds.
+TALSTATUS KestDavDeleteMultiStatusList(LIST_ENTRY* pMultiStatus);
 
 // An empty list that gives back what a walk has put into it.
 class StatusList {

@@ -3,10 +3,12 @@
 
 #include <cstring>
 
-#include "core/kestdav.h"
 #include "methods/multipart.h"
+#include "support/lock_header.h"
 #include "support/memory.h"
 #include "support/provider.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 namespace {
 

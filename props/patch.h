@@ -4,7 +4,9 @@
 // as raw text. Values may hold markup, which comes back in PROPFIND replies as it was sent.
 #pragma once
 
-#include "core/kestdav.h"
+#include "support/handlers.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 // Bits of PATCH_REQ::Flags: where in the body the parser stands.
 inline constexpr UINT32 kInUpdate = 0x01;

@@ -6,9 +6,11 @@
 
 #include <string_view>
 
-#include "core/kestdav.h"
 #include "support/buffered_io.h"
+#include "support/handlers.h"
 #include "support/provider.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 // Bits of PROPFIND_REQ::Flags. Bits are only ever gained.
 inline constexpr UINT32 kPropFindSeen = 0x00000002;  // a propfind element was seen
@@ -116,16 +118,6 @@ void PFEndTagHandler(void* pUserData, const char* pTagName);
 // Records a name that is no live property. Without memory the name is dropped, and so is one that
 // the body did not name itself.
 void AddDeadProperty(PROPFIND_REQ* pRequest, const char* pName);
-
-// -- Known bodies (knownbodies.cpp). A client sends the same few bodies again and again, and
-// reading
-//    one costs as much as the whole answer about a file. So the last few are kept, and what they
-//    ask for. Any thread.
-
-// Fills a record that has its NameBudget as reading `body` would. False when it is not known.
-[[nodiscard]] bool RecallBody(std::string_view body, PROPFIND_REQ* pRequest);
-// Keeps a body that has been read to its end.
-void RememberBody(std::string_view body, const PROPFIND_REQ& request);
 
 // -- Hrefs (href.cpp)
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 
+#include "props/known_bodies.h"
 #include "props/propfind.h"
 #include "support/list.h"
 #include "support/memory.h"
@@ -107,6 +108,40 @@ void PFStartTagHandler(void* pUserData, const char* pTagName, const char** /*ppA
 // Kept: an end tag clears nothing, so elements behind </prop> are still asked for.
 void PFEndTagHandler(void* /*pUserData*/, const char* /*pTagName*/) {}
 
+// Fills a record that has its NameBudget as reading `body` would. False when it is not known.
+static bool Recall(std::string_view body, PROPFIND_REQ* request)
+{
+    KnownRequest known;
+    if (!RecallBody(body, known))
+        return false;
+    request->Flags = known.flags;
+    request->LiveProperties = known.liveProperties;
+    for (const char* name = known.names; name != known.names + known.nameBytes;
+         name += std::strlen(name) + 1)
+        AddDeadProperty(request, name);
+    return true;
+}
+
+// Keeps a body that has been read to its end, unless it names more than is kept.
+static void Remember(std::string_view body, const PROPFIND_REQ& request)
+{
+    if (request.bNameDropped)
+        return;
+    KnownRequest known;
+    for (const LIST_ENTRY* link = request.lDeadProperties.Flink; link != &request.lDeadProperties;
+         link = link->Flink) {
+        const char* const name = reinterpret_cast<const DAV_PROP*>(link)->szName;
+        const size_t bytes = std::strlen(name) + 1;
+        if (bytes > kKnownNameBytes - known.nameBytes)
+            return;
+        std::memcpy(known.names + known.nameBytes, name, bytes);
+        known.nameBytes += static_cast<UINT32>(bytes);
+    }
+    known.flags = request.Flags;
+    known.liveProperties = request.LiveProperties;
+    RememberBody(body, known);
+}
+
 TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
 {
     pRequest->Depth = ReadDepth(pKestIo);
@@ -131,14 +166,14 @@ TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)
     read = std::min(read, available);
     pRequest->NameBudget = NameBudget(read);
     const std::string_view text(body.get(), read);
-    if (RecallBody(text, pRequest))
+    if (Recall(text, pRequest))
         return TAL_STATUS_SUCCESS;
     switch (ParseXmlBody(body.get(), read, pRequest, PFStartTagHandler, PFEndTagHandler, nullptr)) {
     case XmlBody::NoParser:
         pRequest->LiveProperties = kLiveFallback;
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     case XmlBody::Whole:
-        RememberBody(text, *pRequest);
+        Remember(text, *pRequest);
         break;
     case XmlBody::NoMemory: // the next one may read more of it
     case XmlBody::Broken:

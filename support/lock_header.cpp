@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/kestdav.h"
+#include "support/lock_header.h"
 #include "support/memory.h"
 
 namespace {

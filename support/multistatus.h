@@ -3,8 +3,8 @@
 // What PROPFIND and PROPPATCH replies begin with (RFC 4918 section 13).
 #pragma once
 
-#include "core/kestdav.h"
 #include "support/reply.h"
+#include "support/uri.h"
 
 // Sends the head of a 207 and the XML declaration; the multistatus element follows. The host frames
 // the body: its length is not known yet.

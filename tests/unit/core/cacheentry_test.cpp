@@ -2,8 +2,8 @@
 //
 // Entries of the resolution cache, and what resolution hands back beside its status.
 #include "core/cache.h"
-#include "core/kestdav.h"
 #include "frame.h"
+#include "support/resolution.h"
 
 using harness::kInjected;
 using harness::Narrow;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What the running module never does: emptying the provider list and lists of results.
-#include "core/kestdav.h"
 #include "core/session.h"
 #include "frame.h"
+#include "methods/statuslist.h"
 #include "support/list.h"
 #include "support/memory.h"
 

@@ -5,7 +5,7 @@ kest_test(unit_index
     ${CMAKE_CURRENT_LIST_DIR}/clientmode_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/filter_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/fdn_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/multipart_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/../methods/multipart_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/nodes_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/platform.cpp
     ${CMAKE_CURRENT_LIST_DIR}/text_test.cpp

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "index/text.h"
+#include "support/utf8.h"
 
 #include <string>
 

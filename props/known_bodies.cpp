@@ -1,25 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The bodies that were read last, and what they ask for.
+#include "props/known_bodies.h"
+
 #include <atomic>
 #include <cstring>
 #include <iterator>
-
-#include "props/propfind.h"
-#include "support/list.h"
 
 namespace {
 
 // Bodies of clients are a few hundred bytes long. What is longer, or names more, is read each time.
 constexpr size_t kMostBytes = 1024;
-constexpr size_t kMostNameBytes = 512;
 
 struct KnownBody {
     std::atomic<bool> isHeld{false}; // guards the rest
     UINT32 size = 0;                 // 0: none
-    UINT32 flags = 0;
-    UINT32 liveProperties = 0;
-    UINT32 nameBytes = 0;
+    KnownRequest request{};
     char body[kMostBytes]{};
-    char names[kMostNameBytes]{}; // of the dead properties, in order, each with its terminator
 };
 
 // One for each of the usual clients. In place from the start: a thread that had its own would have
@@ -57,40 +54,26 @@ KnownBody& PlaceOf(std::string_view body)
 
 } // namespace
 
-bool RecallBody(std::string_view body, PROPFIND_REQ* pRequest)
+bool RecallBody(std::string_view body, KnownRequest& request)
 {
     const Hold known(PlaceOf(body));
     if (!known || known->size == 0 || body != std::string_view(known->body, known->size))
         return false;
-    pRequest->Flags = known->flags;
-    pRequest->LiveProperties = known->liveProperties;
-    for (const char* name = known->names; name != known->names + known->nameBytes;
-         name += std::strlen(name) + 1)
-        AddDeadProperty(pRequest, name);
+    request.flags = known->request.flags;
+    request.liveProperties = known->request.liveProperties;
+    request.nameBytes = known->request.nameBytes;
+    std::memcpy(request.names, known->request.names, request.nameBytes);
     return true;
 }
 
-void RememberBody(std::string_view body, const PROPFIND_REQ& request)
+void RememberBody(std::string_view body, const KnownRequest& request)
 {
-    if (body.size() > kMostBytes || request.bNameDropped)
+    if (body.size() > kMostBytes)
         return;
     const Hold known(PlaceOf(body));
     if (!known)
         return;
-    known->size = 0;
-    UINT32 nameBytes = 0;
-    for (const LIST_ENTRY* link = request.lDeadProperties.Flink; link != &request.lDeadProperties;
-         link = link->Flink) {
-        const char* const name = reinterpret_cast<const DAV_PROP*>(link)->szName;
-        const size_t bytes = std::strlen(name) + 1;
-        if (bytes > kMostNameBytes - nameBytes)
-            return;
-        std::memcpy(known->names + nameBytes, name, bytes);
-        nameBytes += static_cast<UINT32>(bytes);
-    }
-    known->flags = request.Flags;
-    known->liveProperties = request.LiveProperties;
-    known->nameBytes = nameBytes;
+    known->request = request;
     std::memcpy(known->body, body.data(), body.size());
     known->size = static_cast<UINT32>(body.size());
 }

@@ -3,9 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "core/kestdav.h"
 #include "io.h"
 #include "platform.h"
+#include "support/lock_header.h"
+#include "support/uri.h"
 
 namespace {
 

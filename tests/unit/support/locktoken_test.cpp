@@ -3,8 +3,8 @@
 // The lock token of the "If" header: its room, its statuses, and what is asked of the host.
 #include <gmock/gmock.h>
 
-#include "core/kestdav.h"
 #include "frame.h"
+#include "support/lock_header.h"
 
 using harness::kInjected;
 using harness::Request;
