@@ -1,0 +1,3 @@
+kest_test(unit_sdk
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/object_test.cpp ${CMAKE_CURRENT_LIST_DIR}/registry_test.cpp
+  LIBS tolm)
