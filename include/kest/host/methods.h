@@ -23,4 +23,5 @@ enum KEST_METHOD : UINT32 {
     KestMethodUnlock = 14,
     KestMethodHead = 27,
     KestMethodUnknown = 28,
+    KestMethodPatch = 29, // changes a part of a resource (RFC 5789); standard dialect only
 };
