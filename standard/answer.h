@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Replies without content of their own: refusals that programs and people can read.
+#pragma once
+
+#include <kest/io.h>
+#include <kest/status.h>
+
+namespace standard {
+
+// What a status of a provider or the host means in HTTP. Unlike MapTalStatusToHttpStatus: a fault
+// without an HTTP meaning is 500 and no 417, and short memory is 503 and no 507.
+HTTPSTATUS HttpStatusOf(TALSTATUS status) noexcept;
+
+// Sends a refusal and hands `status` back. `precondition` is the local name of the element that
+// "DAV:error" holds (RFC 4918 section 16), null for none. A browser gets a short page with a way
+// up instead, every other client of a refusal without an element an empty body.
+TALSTATUS Refuse(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status,
+                 const char* precondition = nullptr);
+// The same with the HTTP status that `status` means.
+TALSTATUS RefuseMapped(IKestIO_5* io, TALSTATUS status);
+
+} // namespace standard
