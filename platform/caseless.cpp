@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Upper-casing and comparison without case.
 #include "platform/caseless.h"
 
 #include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
+
+#include "base/utf.h"
 
 namespace tolm {
 namespace {
@@ -51,27 +54,17 @@ UChar32 NextUpper(std::string_view text, std::size_t& at) noexcept
         ++at;
         return Upper(byte);
     }
-    std::size_t next = at;
-    const UChar32 c = NextCodePoint(text, next);
-    if (c < 0) {
+    char32_t c = 0;
+    const std::size_t bytes = base::DecodeCodePoint(text.substr(at), c);
+    if (bytes == 0) {
         ++at;
         return 0x110000 + byte;
     }
-    at = next;
-    return Upper(c);
+    at += bytes;
+    return Upper(static_cast<UChar32>(c));
 }
 
 } // namespace
-
-UChar32 NextCodePoint(std::string_view text, std::size_t& at) noexcept
-{
-    UChar32 c = 0;
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion" // inside the library's macro
-    U8_NEXT(text.data(), at, text.size(), c);
-#pragma GCC diagnostic pop
-    return c;
-}
 
 void UpperInPlace(WCHAR* text, std::size_t units) noexcept
 {

@@ -8,20 +8,15 @@
 #include <string>
 #include <string_view>
 
+#include "base/ascii.h"
 #include <kest/types.h>
 
 namespace tolm {
 
 inline UChar32 Upper(UChar32 c) noexcept
 {
-    if (c < 0x80)
-        return c >= 'a' && c <= 'z' ? c - 0x20 : c;
-    return u_toupper(c);
+    return c < 0x80 ? base::Upper(static_cast<char>(c)) : u_toupper(c);
 }
-
-// The code point of UTF-8 text at `at`, which moves past it; negative, and past the longest
-// ill-formed piece, where there is none. `at` must be inside the text.
-UChar32 NextCodePoint(std::string_view text, std::size_t& at) noexcept;
 
 // Upper-cases in place. Unpaired surrogates stay. No simple mapping changes the number of code
 // units; one that ever did would be left out.

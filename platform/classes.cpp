@@ -14,7 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "base/utf.h"
 #include <kest/identifiers.h>
+#include <kest/sdk/class_object.h>
 #include <kest/tolm.h>
 
 #include "platform/caseless.h"
@@ -67,31 +69,13 @@ struct ClassTable {
     const std::unique_ptr<std::atomic<ClassEntry*>[]> slots;
 };
 
-class TalplFactory final : public IClassFactory {
-  public:
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        if (!out)
-            return Fail(kCodeInvalidParameter);
-        *out = nullptr;
-        if (!iid)
-            return Fail(kCodeInvalidParameter);
-        if (*iid != IID_IUnknown && *iid != IID_IClassFactory)
-            return Fail(kCodeNoInterface);
-        *out = this;
-        return TAL_STATUS_SUCCESS;
-    }
-    // Static, so the count never matters.
-    UINT32 AddRef() override { return 1; }
-    UINT32 Release() override { return 1; }
-    TALSTATUS CreateInstance(IUnknown*, const GUID* iid, void** out) override
-    {
-        return SharedTalpl().QueryInterface(iid, out);
-    }
-    TALSTATUS LockServer(BOOLEAN) override { return TAL_STATUS_SUCCESS; }
-};
+TALSTATUS AskTalpl(const GUID* iid, void** out)
+{
+    return SharedTalpl().QueryInterface(iid, out);
+}
 
-constinit TalplFactory g_talplFactory;
+constinit kest::ClassObject<PlatformComponent, TALSTATUS (*)(const GUID*, void**)>
+    g_talplClass(AskTalpl);
 
 class ClassManager {
   public:
@@ -132,7 +116,7 @@ class ClassManager {
     {
         tables_.push_back(std::make_unique<ClassTable>(64));
         table_ = tables_.back().get();
-        Ensure(CLSID_HadranTalpl).registered = &g_talplFactory;
+        Ensure(CLSID_HadranTalpl).registered = &g_talplClass;
     }
 
     ClassEntry& Ensure(const GUID& clazz); // under writer_
@@ -228,8 +212,8 @@ TALSTATUS ClassManager::LoadClass(const GUID& clazz, IClassFactory*& factory)
 {
     char guid[kGuidText + 1];
     FormatGuid(clazz, guid);
-    const std::u16string key = Folded(u"Tolm\\Classes\\" + Widen(guid));
-    const std::string name = Narrow(ReadRegistryString(key, u"LIBRARY"));
+    const std::u16string key = Folded(u"Tolm\\Classes\\" + base::ToUtf16Replacing(guid));
+    const std::string name = base::ToUtf8Replacing(ReadRegistryString(key, u"LIBRARY"));
     if (name.empty()) {
         LogOnce(clazz, name, "the class is neither registered nor in the registry");
         return Fail(kCodeNotFound);

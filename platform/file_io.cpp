@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading and replacing whole small files.
 #include "platform/file_io.h"
 
 #include <fcntl.h>
@@ -9,30 +11,11 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "base/descriptor.h"
+#include "base/system_time.h"
+
 namespace tolm {
 namespace {
-
-class File {
-  public:
-    explicit File(int descriptor) noexcept : descriptor_(descriptor) {}
-    ~File()
-    {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    int Get() const noexcept { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
-
-UINT64 SystemTimeOf(const timespec& time) noexcept
-{
-    return 116444736000000000 + static_cast<UINT64>(time.tv_sec) * 10'000'000 +
-           static_cast<UINT64>(time.tv_nsec) / 100;
-}
 
 int WriteAll(int descriptor, const std::string& text) noexcept
 {
@@ -63,9 +46,10 @@ int FillNewFile(int descriptor, const struct stat& old, const std::string& text)
 
 int ReadWholeFile(const std::string& path, std::string& text, UINT64& lastWrite)
 {
-    const File file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)); // a FIFO must not wait
+    const base::Descriptor file(
+        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)); // a FIFO must not wait
     struct stat status {};
-    if (file.Get() < 0 || fstat(file.Get(), &status) != 0)
+    if (file.Number() < 0 || fstat(file.Number(), &status) != 0)
         return errno;
     if (S_ISDIR(status.st_mode))
         return EISDIR;
@@ -74,7 +58,7 @@ int ReadWholeFile(const std::string& path, std::string& text, UINT64& lastWrite)
     text.clear();
     for (;;) {
         char buffer[16384];
-        const ssize_t got = read(file.Get(), buffer, sizeof buffer);
+        const ssize_t got = read(file.Number(), buffer, sizeof buffer);
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
@@ -85,7 +69,7 @@ int ReadWholeFile(const std::string& path, std::string& text, UINT64& lastWrite)
         if (text.size() > kLargestFile)
             return EFBIG;
     }
-    lastWrite = SystemTimeOf(status.st_mtim);
+    lastWrite = base::SystemTimeOf(status.st_mtim);
     return 0;
 }
 
@@ -97,14 +81,14 @@ int ReplaceFile(const std::string& path, const std::string& text, UINT64& lastWr
     const std::string directory = path.substr(0, path.rfind('/') + 1);
     std::string temporary = path + ".XXXXXX";
     {
-        const File file(mkostemp(temporary.data(), O_CLOEXEC));
-        if (file.Get() < 0)
+        const base::Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
+        if (file.Number() < 0)
             return errno;
-        int error = FillNewFile(file.Get(), old, text);
+        int error = FillNewFile(file.Number(), old, text);
         struct stat made {};
-        if (error == 0 && fstat(file.Get(), &made) != 0)
+        if (error == 0 && fstat(file.Number(), &made) != 0)
             error = errno;
-        lastWrite = SystemTimeOf(made.st_mtim);
+        lastWrite = base::SystemTimeOf(made.st_mtim);
         if (error != 0) {
             unlink(temporary.c_str());
             return error;
@@ -116,9 +100,9 @@ int ReplaceFile(const std::string& path, const std::string& text, UINT64& lastWr
         return error;
     }
     // The rename stands whether or not the directory can be synced.
-    const File parent(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parent.Get() >= 0)
-        fsync(parent.Get());
+    const base::Descriptor parent(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (parent.Number() >= 0)
+        fsync(parent.Number());
     return 0;
 }
 

@@ -1,21 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Identifiers to text and back.
 #include "platform/guid_text.h"
 
 #include <cstdio>
 
+#include "base/hex.h"
+
 namespace tolm {
-namespace {
-
-int DigitOf(WCHAR c) noexcept
-{
-    if (c >= u'0' && c <= u'9')
-        return c - u'0';
-    const int lower = c | 0x20;
-    return c < 0x80 && lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-} // namespace
-
 bool ParseGuid(std::u16string_view text, GUID& out) noexcept
 {
     static constexpr char kForm[] = "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}";
@@ -29,7 +21,7 @@ bool ParseGuid(std::u16string_view text, GUID& out) noexcept
                 return false;
             continue;
         }
-        const int digit = DigitOf(text[i]);
+        const int digit = base::HexValue(text[i]);
         if (digit < 0)
             return false;
         bytes[digits / 2] = static_cast<UINT8>(bytes[digits / 2] << 4 | digit);

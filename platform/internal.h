@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 
+#include <kest/sdk/component.h>
 #include <kest/status.h>
 #include <kest/types.h>
 
@@ -13,9 +14,15 @@
 
 namespace tolm {
 
+// The platform layer as a component. What fails here is answered to whoever called, who knows
+// whether a request has to hear of it.
+struct PlatformComponent : kest::Component<kFacilityPlatform> {
+    [[nodiscard]] static constexpr TALSTATUS Fault(UINT16 code) noexcept { return Failure(code); }
+};
+
 constexpr TALSTATUS Fail(UINT16 code) noexcept
 {
-    return MakeStatus(kFacilityPlatform, code);
+    return PlatformComponent::Failure(code);
 }
 
 // The first word of everything behind a handle, so that a handle of another kind, or one that was
@@ -63,13 +70,7 @@ template <class T> void DeleteObject(T* object) noexcept
 // leave the library as an exception.
 template <class Body> TALSTATUS Guarded(Body&& body) noexcept
 {
-    try {
-        return body();
-    } catch (const std::bad_alloc&) {
-        return Fail(kCodeInsufficientResources);
-    } catch (...) {
-        return Fail(kCodeUnsuccessful);
-    }
+    return kest::AtBoundary<PlatformComponent>(std::forward<Body>(body));
 }
 
 } // namespace tolm

@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -16,7 +17,8 @@
 #include <kest/status.h>
 #include <kest/tolm.h>
 
-#include "platform/caseless.h"
+#include "base/hex.h"
+#include "base/utf.h"
 #include "platform/internal.h"
 #include "platform/log_queue.h"
 
@@ -61,11 +63,12 @@ class Line {
     {
         std::size_t at = 0;
         while (at < text.size() && !cut_) {
-            std::size_t next = at;
-            const UChar32 c = tolm::NextCodePoint(text, next);
-            if (c >= 0x20 && c != 0x7F && !(c >= 0x80 && c < 0xA0)) {
-                Append(text.substr(at, next - at));
-            } else if (c == '\n') {
+            char32_t c = 0;
+            const std::size_t bytes = base::DecodeCodePoint(text.substr(at), c);
+            const std::size_t next = at + std::max<std::size_t>(bytes, 1);
+            if (bytes != 0 && c >= 0x20 && c != 0x7F && !(c >= 0x80 && c < 0xA0)) {
+                Append(text.substr(at, bytes));
+            } else if (bytes != 0 && c == U'\n') {
                 Append("\\n");
             } else {
                 for (std::size_t i = at; i < next; ++i)
@@ -85,8 +88,7 @@ class Line {
   private:
     void AppendHex(UINT8 byte) noexcept
     {
-        constexpr char kDigits[] = "0123456789ABCDEF";
-        const char text[] = {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+        const char text[] = {'\\', 'x', base::kUpperHex[byte >> 4], base::kUpperHex[byte & 15]};
         Append({text, sizeof text});
     }
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The queue of log lines, and the thread that writes them.
 #include "platform/log_queue.h"
 
 #include <poll.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Counted memory, and failing it on purpose.
 #include "platform/memory.h"
 
 #include <pthread.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The current registry: loaded, overridden, changed, written back.
 #include "platform/registry.h"
 
 #include <stdlib.h>

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/utf.h"
 #include <kest/tolm.h>
 
 #include "platform/caseless.h"
@@ -58,7 +59,8 @@ void ReportKey(const std::string& label, const RegistryKey& key, void (*report)(
     const std::u16string folded = Folded(key.path);
     const bool isClass = IsReadOnDemand(folded, nullptr);
     if (key.line != 0 && !isClass && !key.usage->used) {
-        report((PlaceText(label, key.line) + "nobody reads the key '" + Narrow(key.path) + "'")
+        report((PlaceText(label, key.line) + "nobody reads the key '" +
+                base::ToUtf8Replacing(key.path) + "'")
                    .c_str(),
                context);
         return;
@@ -66,7 +68,8 @@ void ReportKey(const std::string& label, const RegistryKey& key, void (*report)(
     for (const RegistryValue& value : key.values)
         if (!value.isOverride && !value.usage->used && !IsReadOnDemand(folded, &value))
             report((PlaceText(label, value.begin.line) + "nobody reads the value '" +
-                    Narrow(value.name) + "' of '" + Narrow(key.path) + "'")
+                    base::ToUtf8Replacing(value.name) + "' of '" + base::ToUtf8Replacing(key.path) +
+                    "'")
                        .c_str(),
                    context);
 }

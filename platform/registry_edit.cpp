@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Changes to the text of a registry file that leave the rest of it as it is.
 #include "platform/registry_edit.h"
-
-#include <unicode/ustring.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
+#include "base/ascii.h"
+#include "base/utf.h"
 #include "platform/caseless.h"
 
 namespace tolm {
@@ -39,18 +41,15 @@ std::size_t OffsetOf(const std::string& text, const std::vector<std::size_t>& li
 // A TOML string: literal where that can hold the text, else with escapes.
 std::string Quote(std::u16string_view wide)
 {
-    const std::string text = Narrow(wide);
-    const bool isPlain = std::none_of(text.begin(), text.end(), [](char c) {
-        return c == '\'' || static_cast<UINT8>(c) < 0x20 || c == 0x7F;
-    });
-    if (isPlain)
+    const std::string text = base::ToUtf8Replacing(wide);
+    if (text.find('\'') == std::string::npos && !base::HasControlOrTab(text))
         return '\'' + text + '\'';
     std::string quoted = "\"";
     for (const char c : text) {
         if (c == '"' || c == '\\') {
             quoted += '\\';
             quoted += c;
-        } else if (static_cast<UINT8>(c) < 0x20 || c == 0x7F) {
+        } else if (base::IsControl(c)) {
             char escape[8];
             std::snprintf(escape, sizeof escape, "\\u%04X", static_cast<UINT8>(c));
             quoted += escape;
@@ -84,14 +83,6 @@ std::string Render(UINT32 type, const void* data, UINT32 size)
         text.remove_prefix(end + 1);
     }
     return list + ']';
-}
-
-bool IsWellFormed(std::u16string_view text) noexcept
-{
-    INT32 length = 0;
-    UErrorCode error = U_ZERO_ERROR;
-    u_strToUTF8(nullptr, 0, &length, text.data(), static_cast<INT32>(text.size()), &error);
-    return error == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(error);
 }
 
 // The text with a line of its own at the end.
@@ -128,14 +119,14 @@ bool CanWrite(UINT32 type, const void* data, UINT32 size) noexcept
         return number >> 63 == 0;
     case TALX_REG_SZ:
         return size >= sizeof(WCHAR) && size % sizeof(WCHAR) == 0 &&
-               text.find(u'\0') == text.size() - 1 && IsWellFormed(text);
+               text.find(u'\0') == text.size() - 1 && base::IsUtf16(text);
     case TALX_REG_MULTI_SZ: // ends at the first empty text, which is the last
         if (size < sizeof(WCHAR) || size % sizeof(WCHAR) != 0 || text.back() != 0)
             return false;
         return (text.size() == 1 ||
                 (text.front() != 0 && text[text.size() - 2] == 0 &&
                  text.find(std::u16string_view(u"\0\0", 2)) == text.size() - 2)) &&
-               IsWellFormed(text);
+               base::IsUtf16(text);
     default:
         return false;
     }

@@ -28,6 +28,7 @@
 #include <limits>
 #include <unordered_map>
 
+#include "base/utf.h"
 #include "platform/caseless.h"
 #include "platform/guid_text.h"
 #include "platform/registry_tree.h"
@@ -127,7 +128,7 @@ class Parser {
             return Refuse(line, '\'' + text +
                                     "' stands outside of a key; expected a header such as "
                                     "['Kest\\Configuration\\Server'] above it");
-        const std::u16string path = Widen(text);
+        const std::u16string path = base::ToUtf16Replacing(text);
         if (!IsKeyPath(path))
             return Refuse(line, "'" + text +
                                     "' is no key; expected names joined by single backslashes, "
@@ -150,7 +151,7 @@ class Parser {
         const UINT32 line = entry.key->source().begin.line;
         const std::string text(entry.key->str());
         RegistryValue value;
-        value.name = Widen(text);
+        value.name = base::ToUtf16Replacing(text);
         value.folded = Folded(value.name);
         if (value.name.size() > kLongestName || value.name.find(u'\0') != std::u16string::npos)
             return Refuse(line, "a value's name has at most 1024 characters and no NUL");
@@ -203,7 +204,7 @@ class Parser {
         if (text.find('\0') != std::string::npos)
             return "holds a NUL character";
         value.type = TALX_REG_SZ;
-        value.data = EncodeString(Widen(text));
+        value.data = EncodeString(base::ToUtf16Replacing(text));
         return nullptr;
     }
 
@@ -216,7 +217,7 @@ class Parser {
                 return "is a list with something else than texts in it; expected a list of texts";
             if (text->get().empty() || text->get().find('\0') != std::string::npos)
                 return "is a list with an empty text or a NUL character in it";
-            const std::vector<UINT8> one = EncodeString(Widen(text->get()));
+            const std::vector<UINT8> one = EncodeString(base::ToUtf16Replacing(text->get()));
             value.data.insert(value.data.end(), one.begin(), one.end());
         }
         value.data.insert(value.data.end(), sizeof(WCHAR), 0);
@@ -233,7 +234,7 @@ class Parser {
             return true;
         GUID clazz;
         if (!ParseGuid(std::u16string_view(folded).substr(kClasses.size()), clazz))
-            return Refuse(key.line, "'" + Narrow(key.Name()) +
+            return Refuse(key.line, "'" + base::ToUtf8Replacing(key.Name()) +
                                         "' is no class; expected "
                                         "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}");
         const RegistryValue* library = key.Find(u"LIBRARY");

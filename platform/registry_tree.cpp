@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Keys and values in memory.
 #include "platform/registry_tree.h"
-
-#include <unicode/ustring.h>
 
 #include <cstring>
 
@@ -54,28 +54,6 @@ bool IsKeyPath(std::u16string_view path) noexcept
     return !path.empty() && path.size() <= kLongestPath && path.front() != u'\\' &&
            path.back() != u'\\' && path.find(u"\\\\") == std::u16string_view::npos &&
            path.find(u'\0') == std::u16string_view::npos;
-}
-
-std::u16string Widen(std::string_view text)
-{
-    std::u16string wide(text.size(), u'\0'); // UTF-8 never takes fewer bytes than UTF-16 units
-    INT32 units = 0;
-    UErrorCode error = U_ZERO_ERROR;
-    u_strFromUTF8WithSub(wide.data(), static_cast<INT32>(wide.size()), &units, text.data(),
-                         static_cast<INT32>(text.size()), 0xFFFD, nullptr, &error);
-    wide.resize(static_cast<std::size_t>(units));
-    return wide;
-}
-
-std::string Narrow(std::u16string_view text)
-{
-    std::string narrow(3 * text.size(), '\0');
-    INT32 bytes = 0;
-    UErrorCode error = U_ZERO_ERROR;
-    u_strToUTF8WithSub(narrow.data(), static_cast<INT32>(narrow.size()), &bytes, text.data(),
-                       static_cast<INT32>(text.size()), 0xFFFD, nullptr, &error);
-    narrow.resize(static_cast<std::size_t>(bytes));
-    return narrow;
 }
 
 std::vector<UINT8> EncodeString(std::u16string_view text)

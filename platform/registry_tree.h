@@ -78,10 +78,6 @@ bool IsKeyPath(std::u16string_view path) noexcept;
 bool ParseRegistry(const std::string& text, const std::string& label, RegistryTree& tree,
                    std::string& error); // `tree` comes empty
 
-// Strict UTF-8 and UTF-16 that are known to be well formed, or that become U+FFFD where not.
-std::u16string Widen(std::string_view text);
-std::string Narrow(std::u16string_view text);
-
 // Encodes registry data.
 std::vector<UINT8> EncodeString(std::u16string_view text); // with its terminator
 

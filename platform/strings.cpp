@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/hex.h"
 #include "platform/caseless.h"
 #include "platform/internal.h"
 #include "platform/talpl.h"
@@ -55,17 +56,6 @@ TALSTATUS Append(UNICODE_STRING* to, const WCHAR* from, std::size_t bytes) noexc
 bool IsBase(UINT32 base) noexcept
 {
     return base == 2 || base == 8 || base == 10 || base == 16;
-}
-
-UINT32 DigitValue(WCHAR c) noexcept
-{
-    if (c >= u'0' && c <= u'9')
-        return static_cast<UINT32>(c - u'0');
-    if (c >= u'a' && c <= u'f')
-        return static_cast<UINT32>(c - u'a' + 10);
-    if (c >= u'A' && c <= u'F')
-        return static_cast<UINT32>(c - u'A' + 10);
-    return 16;
 }
 
 // Takes "0x", "0o" or "0b" off the front of `text`; without a prefix the base is 10.
@@ -269,10 +259,10 @@ TALSTATUS Talpl::TalxUnicodeStringToInteger(const UNICODE_STRING* text, UINT32 b
         return Fail(kCodeInvalidRequest);
     UINT64 value = 0;
     for (const WCHAR c : digits) {
-        const UINT32 digit = DigitValue(c);
-        if (digit >= base)
+        const int digit = ::base::HexValue(c);
+        if (digit < 0 || static_cast<UINT32>(digit) >= base)
             return Fail(kCodeInvalidRequest);
-        value = value * base + digit;
+        value = value * base + static_cast<UINT32>(digit);
         if (value > std::numeric_limits<UINT32>::max())
             return Fail(kCodeInvalidRequest);
     }

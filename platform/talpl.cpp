@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The platform layer as one object that lives as long as the process.
 #include "platform/talpl.h"
 
 #include <time.h>
@@ -6,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 
+#include "base/system_time.h"
 #include <kest/identifiers.h>
 #include <kest/layout.h>
 
@@ -16,8 +19,6 @@ namespace {
 
 constinit Talpl g_talpl;
 constinit std::atomic<UINT32> g_references{1}; // the process's own
-
-constexpr UINT64 kUnixEpoch = 116444736000000000; // 1970-01-01 in 100 ns units since 1601-01-01
 
 } // namespace
 
@@ -83,8 +84,7 @@ TALSTATUS Talpl::TalxGetSystemTime(UINT64* time)
     timespec now{};
     if (clock_gettime(CLOCK_REALTIME, &now) != 0)
         return Fail(kCodeUnsuccessful);
-    *time = kUnixEpoch + static_cast<UINT64>(now.tv_sec) * 10'000'000 +
-            static_cast<UINT64>(now.tv_nsec) / 100;
+    *time = base::SystemTimeOf(now);
     return TAL_STATUS_SUCCESS;
 }
 
