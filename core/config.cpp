@@ -25,10 +25,13 @@ char g_cMoniker[kMonikerUnits + 1]; // the text may fill all 255 bytes; the last
 // Sizes of the buffers for a value record: the record, the value's name and the value.
 constexpr UINT32 kNumberRecordBytes = 90;
 constexpr UINT32 kMonikerRecordBytes = 534;
+constexpr UINT32 kDialectRecordBytes = 128;
 
 } // namespace
 
 UINT32 g_RWBlockSize = kDefaultBlockSize;
+Dialect g_Dialect = Dialect::Classic;
+UINT32 g_InfinityEntries = kDefaultInfinityEntries;
 UNICODE_STRING g_MonikerU = {0, kMonikerBytes, g_wMoniker};
 STRING g_MonikerS = {0, kMonikerUnits, g_cMoniker};
 
@@ -88,6 +91,12 @@ TALSTATUS ReadNumber(const WCHAR* name, UINT32& value)
     if (data && length >= sizeof value)
         std::memcpy(&value, data, sizeof value);
     return status;
+}
+
+// True when a value's data is this text, with its terminator.
+template <size_t N> bool IsText(const char* data, UINT32 bytes, const WCHAR (&text)[N])
+{
+    return data && bytes == sizeof text && std::memcmp(data, text, bytes) == 0;
 }
 
 // Points g_MonikerU at the default text.
@@ -153,6 +162,13 @@ TALSTATUS GetGlobalConfiguration()
     return TAL_STATUS_SUCCESS;
 }
 
+void GetDialectConfiguration()
+{
+    (void)GetDialect(); // what cannot be read is the default, as everywhere here
+    if (g_Dialect == Dialect::Standard)
+        (void)GetInfinityEntries();
+}
+
 TALSTATUS GetReadWriteBlockSize()
 {
     g_RWBlockSize = kDefaultBlockSize;
@@ -161,6 +177,33 @@ TALSTATUS GetReadWriteBlockSize()
     if (value >= kSmallestBlockSize && value <= kLargestBlockSize)
         g_RWBlockSize = value;
     return status;
+}
+
+TALSTATUS GetDialect()
+{
+    g_Dialect = Dialect::Classic;
+    Key key;
+    if (const TALSTATUS status = key.Open(kModuleKey); Failed(status))
+        return status;
+    char record[kDialectRecordBytes] = {};
+    UINT32 used = 0;
+    const TALSTATUS status =
+        pITalpl->TalxQueryValueKey(key.Get(), u"Dialect", record, sizeof record, &used);
+    if (Failed(status))
+        return status;
+    UINT32 length = 0;
+    const char* data = ValueData(record, sizeof record, length);
+    if (IsText(data, length, u"standard"))
+        g_Dialect = Dialect::Standard;
+    else if (!IsText(data, length, u"classic"))
+        return TAL_STATUS_INVALID_REQUEST;
+    return status;
+}
+
+TALSTATUS GetInfinityEntries()
+{
+    g_InfinityEntries = kDefaultInfinityEntries;
+    return ReadNumber(u"Infinity Entries", g_InfinityEntries);
 }
 
 TALSTATUS GetDebugLevel()

@@ -8,6 +8,7 @@
 inline constexpr UINT32 kDefaultBlockSize = 262144;
 inline constexpr UINT32 kSmallestBlockSize = 1024;
 inline constexpr UINT32 kLargestBlockSize = 524288;
+inline constexpr UINT32 kDefaultInfinityEntries = 100000;
 
 // Reads the settings and subscribes to configuration changes. Once, in stage two. Always 0.
 TALSTATUS GetGlobalConfiguration();
@@ -15,6 +16,16 @@ TALSTATUS GetGlobalConfiguration();
 // Sets g_RWBlockSize: bytes, kSmallestBlockSize to kLargestBlockSize, else the default. The status
 // is the reading's.
 TALSTATUS GetReadWriteBlockSize();
+
+// Sets the two below. Once, at the end of stage two.
+void GetDialectConfiguration();
+
+// Sets g_Dialect: "standard" is that one; anything else, and nothing, is the classic one. The
+// status is the reading's; code 16 for a text that is neither.
+TALSTATUS GetDialect();
+
+// Sets g_InfinityEntries, kDefaultInfinityEntries when nothing is set. The status is the reading's.
+TALSTATUS GetInfinityEntries();
 
 // Reads the value "Debug Level" and discards it: the module writes no log, and nobody calls this.
 [[nodiscard]] TALSTATUS GetDebugLevel();

@@ -2,6 +2,7 @@
 //
 // Entry points, initialization, dispatcher, OPTIONS, PUT and MKCOL.
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <iterator>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "core/factory.h"
 #include "core/lifecycle.h"
 #include "core/session.h"
+#include "standard/handlers.h"
 #include "support/failure_report.h"
 #include "support/handlers.h"
 #include "support/lock_header.h"
@@ -103,6 +105,7 @@ TALSTATUS MakeServices()
     pITalpl->TalxAcquireLockForWriteAccess(g_hHandlerLock, TRUE);
     (void)InstantiateDavHandlers(); // without providers the module runs and resolves nothing
     pITalpl->TalxReleaseReadWriteLock(g_hHandlerLock);
+    GetDialectConfiguration();
     g_vtInitialized = true;
     return status;
 }
@@ -171,29 +174,46 @@ TALSTATUS Post(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
 
 // By method code. Null for what the host numbers and nobody serves; what is not in the table is
 // refused.
-constexpr MethodHandler kHandlers[] = {
-    KestDavGet,       // 0
-    KestDavPut,       // 1
-    Post,             // 2
-    KestDavDelete,    // 3
-    nullptr,          // 4
-    KestDavOptions,   // 5
-    nullptr,          // 6
-    KestDavPropPatch, // 7
-    KestDavPropFind,  // 8
-    KestDavPropPatch, // 9
-    KestDavMkCol,     // 10
-    KestDavCopy,      // 11
-    KestDavMove,      // 12
-    KestDavLock,      // 13
-    KestDavUnlock,    // 14
-};
+using MethodTable = std::array<MethodHandler, KestMethodHead + 1>;
+
+constexpr MethodTable MakeClassicTable()
+{
+    MethodTable table{};
+    table.fill(Refused);
+    table[KestMethodGet] = KestDavGet;
+    table[KestMethodPut] = KestDavPut;
+    table[KestMethodPost] = Post;
+    table[KestMethodDelete] = KestDavDelete;
+    table[4] = nullptr;
+    table[KestMethodOptions] = KestDavOptions;
+    table[6] = nullptr;
+    table[7] = KestDavPropPatch;
+    table[KestMethodPropFind] = KestDavPropFind;
+    table[KestMethodPropPatch] = KestDavPropPatch;
+    table[KestMethodMkCol] = KestDavMkCol;
+    table[KestMethodCopy] = KestDavCopy;
+    table[KestMethodMove] = KestDavMove;
+    table[KestMethodLock] = KestDavLock;
+    table[KestMethodUnlock] = KestDavUnlock;
+    table[KestMethodHead] = KestDavHead;
+    return table;
+}
+
+// What the standard dialect answers in its own way; the browser index and the form are shared.
+constexpr MethodTable MakeStandardTable()
+{
+    MethodTable table = MakeClassicTable();
+    return table;
+}
+
+constexpr MethodTable kClassicHandlers = MakeClassicTable();
+constexpr MethodTable kStandardHandlers = MakeStandardTable();
 
 MethodHandler FindHandler(UINT32 method)
 {
-    if (method == KestMethodHead)
-        return KestDavHead;
-    return method < std::size(kHandlers) ? kHandlers[method] : Refused;
+    const MethodTable& table =
+        g_Dialect == Dialect::Standard ? kStandardHandlers : kClassicHandlers;
+    return method < table.size() ? table[method] : Refused;
 }
 
 constexpr UINT32 kTerminatorBytes = sizeof(WCHAR);

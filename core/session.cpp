@@ -45,6 +45,9 @@ void AddProvider(const TALX_KEY_INFORMATION& info, const WCHAR* name)
     entry->pIKestDav = first.Detach();
     if (!entry->pIKestDav2 && !entry->pIKestDav)
         return; // a factory that reports success without an object
+    Ref<IKestDAV3> third;
+    if (entry->pIKestDav2 && !Failed(Query(entry->pIKestDav2, third)))
+        entry->pIKestDav3 = third.Detach();
     (void)DavNamespace(*entry).GetDAVSupport(&entry->Caps);
     pITalpl->TalxInsertTailList(&g_HandlerList, &entry.release()->ListLink);
 }
@@ -80,6 +83,8 @@ void KestDavReleaseHandlers()
     pITalpl->TalxAcquireLockForWriteAccess(g_hHandlerLock, TRUE);
     while (LIST_ENTRY* link = pITalpl->TalxRemoveHeadList(&g_HandlerList)) {
         auto* entry = reinterpret_cast<KESTDAV_HANDLER*>(link);
+        if (entry->pIKestDav3)
+            entry->pIKestDav3->Release();
         if (entry->pIKestDav2)
             entry->pIKestDav2->Release();
         else if (entry->pIKestDav)

@@ -15,6 +15,7 @@ struct KESTDAV_HANDLER {
     UINT32 Caps;           // what GetDAVSupport reported
     IKestDAV2* pIKestDav2; // exactly one of the two is set; the entry owns the reference
     IKestDAV* pIKestDav;
+    IKestDAV3* pIKestDav3; // the same object's third generation; null without; a reference, too
     GUID ClassId;
 };
 static_assert(offsetof(KESTDAV_HANDLER, ListLink) == 0); // entries are reached through their links
@@ -30,8 +31,13 @@ inline constexpr UINT32 kConfigTextBytes = 257;
 extern char g_szHost[kConfigTextBytes + 1];         // ModuleInit, NUL-terminated
 extern char g_szKestLocation[kConfigTextBytes + 1]; // ModuleInit, NUL-terminated
 
-// Stage two, under g_hModuleMutex; never re-read.
+// The next three: stage two, under g_hModuleMutex; never re-read.
 extern UINT32 g_RWBlockSize;
+// Which way requests are answered. Only the dispatcher asks.
+enum class Dialect { Classic, Standard };
+extern Dialect g_Dialect;
+// The most entries that a listing of all depths answers with, in the standard dialect.
+extern UINT32 g_InfinityEntries;
 // Stage two, and again without a lock on every configuration-change event: a request that runs
 // meanwhile may see a mix of old and new text.
 extern UNICODE_STRING g_MonikerU;

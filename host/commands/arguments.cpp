@@ -153,6 +153,8 @@ void TakeServeOption(ArgumentReader& in, const std::string& option, ServeArgumen
         (void)in.Value(out.tlsCertificate);
     else if (option == "--tls-key")
         (void)in.Value(out.tlsKey);
+    else if (option == "--dialect")
+        (void)in.Value(out.dialect);
     else if (option == "--state-dir")
         (void)in.Value(out.stateDirectory);
     else if (option == "--help" || option == "-h")
@@ -169,6 +171,9 @@ std::string ParseServe(std::vector<std::string> arguments, ServeArguments& out)
     std::string option;
     while (in.Next(option))
         TakeServeOption(in, option, out);
+    if (in.Problem().empty() && !out.dialect.empty() && out.dialect != "classic" &&
+        out.dialect != "standard")
+        in.Refuse("--dialect " + out.dialect + ": expected 'classic' or 'standard'");
     if (in.Problem().empty() && out.tlsCertificate.empty() != out.tlsKey.empty())
         in.Refuse("--tls-cert and --tls-key belong together");
     return in.Problem();

@@ -50,6 +50,7 @@ struct ServeArguments {
     std::string publicUrl;
     std::string tlsCertificate;
     std::string tlsKey;
+    std::string dialect;        // "classic" or "standard"; empty: as the configuration says
     std::string stateDirectory; // empty: the usual place
     std::vector<VolumeArgument> volumes;
     bool wantsHelp = false;

@@ -71,8 +71,8 @@ void ReportUnread()
 void TouchKnownValues(ITalpl& platform)
 {
     RegistryReader module(platform, kModuleKey);
-    for (const char16_t* const name :
-         {u"Template Directory", u"Debug Level", u"Moniker", u"Read-Write Block Size"})
+    for (const char16_t* const name : {u"Template Directory", u"Debug Level", u"Moniker",
+                                       u"Read-Write Block Size", u"Dialect", u"Infinity Entries"})
         (void)module.Has(name); // only the reading counts
 }
 

@@ -122,6 +122,8 @@ std::string Setup::LayCommandLine()
         if (problem.empty() && !value.empty())
             problem = LayText(kServerKey, name, value);
     };
+    if (!arguments_.dialect.empty())
+        problem = LayText(kModuleKey, u"Dialect", arguments_.dialect);
     lay(u"Public URL", arguments_.publicUrl);
     lay(u"TLS Certificate", Absolute(arguments_.tlsCertificate));
     lay(u"TLS Key", Absolute(arguments_.tlsKey));

@@ -353,6 +353,12 @@ std::string CheckModule(ITalpl& platform)
     in.Text(u"Template Directory", templates);
     if (const std::string wrong = WhatIsWrongWithTemplates(templates); !wrong.empty())
         in.Refuse(u"Template Directory", wrong);
+    std::string dialect = "classic";
+    in.Text(u"Dialect", dialect);
+    if (dialect != "classic" && dialect != "standard")
+        in.Refuse(u"Dialect", "expected 'classic' or 'standard'");
+    uint32_t entries = 0;
+    in.Number(u"Infinity Entries", entries, 0, 100'000'000);
     std::string moniker = "/Ferro";
     in.Text(u"Moniker", moniker);
     const bool isPath = moniker.size() >= 2 && moniker.size() < 200 && moniker.front() == '/' &&

@@ -82,6 +82,7 @@ class EachSetting(ServerCase):
         }
         module = {
             "Moniker": ("'/Other'", True), "Read-Write Block Size": ("4096", True),
+            "Dialect": ("'standard'", True), "Infinity Entries": ("10", True),
             "Template Directory": (f"'{own / 'templates'}/'", True),
         }
         store = {

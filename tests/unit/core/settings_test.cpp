@@ -160,3 +160,50 @@ TEST_F(Settings, DebugLevel_IsReadAndDiscarded)
 }
 
 } // namespace
+
+TEST_F(Settings, Dialect_IsStandardOnlyByItsName)
+{
+    struct Row {
+        const char* why;
+        std::u16string text;
+        Dialect expected;
+        TALSTATUS status;
+    };
+    for (const Row& row :
+         {Row{"its name", u"standard", Dialect::Standard, TAL_STATUS_SUCCESS},
+          Row{"the other's", u"classic", Dialect::Classic, TAL_STATUS_SUCCESS},
+          Row{"another case", u"Standard", Dialect::Classic, TAL_STATUS_INVALID_REQUEST},
+          Row{"no name", u"", Dialect::Classic, TAL_STATUS_INVALID_REQUEST},
+          Row{"longer", u"standards", Dialect::Classic, TAL_STATUS_INVALID_REQUEST},
+          Row{"beyond the record", std::u16string(100, u's'), Dialect::Classic,
+              TAL_STATUS_INVALID_REQUEST}}) {
+        g_Dialect = Dialect::Standard;
+        StoreText(row.text);
+        EXPECT_EQ(GetDialect(), row.status) << row.why;
+        EXPECT_EQ(g_Dialect, row.expected) << row.why;
+    }
+}
+
+TEST_F(Settings, DialectThatCannotBeRead_IsTheClassicOne)
+{
+    StoreText(u"standard");
+    platform->queryStatus = kInjected;
+    g_Dialect = Dialect::Standard;
+    EXPECT_EQ(GetDialect(), kInjected);
+    EXPECT_EQ(g_Dialect, Dialect::Classic);
+    platform->queryStatus = TAL_STATUS_SUCCESS;
+    platform->openStatus = kInjected;
+    g_Dialect = Dialect::Standard;
+    EXPECT_EQ(GetDialect(), kInjected);
+    EXPECT_EQ(g_Dialect, Dialect::Classic);
+}
+
+TEST_F(Settings, InfinityEntries_AreTheNumberThatIsSet)
+{
+    StoreNumber(7);
+    EXPECT_EQ(GetInfinityEntries(), TAL_STATUS_SUCCESS);
+    EXPECT_EQ(g_InfinityEntries, 7U);
+    platform->queryStatus = kInjected;
+    EXPECT_EQ(GetInfinityEntries(), kInjected);
+    EXPECT_EQ(g_InfinityEntries, kDefaultInfinityEntries);
+}

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The method handlers of the standard dialect, one file per method. The dispatcher's second table
+// names them; a method that has none here is answered by the classic one.
+#pragma once
+
+#include "support/globals.h"
+#include <kest/io.h>
+
+// Each sends its whole reply and returns its last status, which the host only logs. `url` has a
+// spare code unit behind Length and has lost one trailing "/". Where the provider that serves the
+// path has no third generation, each hands the request to the classic handler of its method.
+namespace standard {
+
+} // namespace standard

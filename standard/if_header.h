@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The "If" request header (RFC 4918 section 10.4), as the records that providers judge.
+#pragma once
+
+#include <string_view>
+
+#include <kest/dav/records_3.h>
+#include <kest/io.h>
+
+namespace standard {
+
+// Fills If, IfCount, Tokens and TokenCount from the request's "If" header; nothing when it has not
+// been sent. What they point to lives in request memory. Fails with code 16 when the header is
+// malformed (400), with code 5 when memory is short.
+[[nodiscard]] TALSTATUS ReadIf(IKestIO_5* io, DAV_PRECONDITIONS& preconditions);
+
+// The same of a header's text, which has to outlive the records.
+[[nodiscard]] TALSTATUS ParseIf(IKestIO_5* io, std::string_view text,
+                                DAV_PRECONDITIONS& preconditions);
+
+// A lock token without "<", ">" and its scheme "opaquelocktoken:", as in "Lock-Token" (RFC 4918
+// section 10.5). data() is null for anything else.
+std::string_view ReadLockToken(std::string_view codedUrl) noexcept;
+
+} // namespace standard
