@@ -72,19 +72,19 @@ bool ReadBasic(std::string_view authorization, std::string& name, std::string& p
 }
 
 Authenticator::Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches)
-    : clock_(clock), matches_(std::move(matches)), limits_(limits), guesses_(clock),
+    : clock_(clock), matches_(std::move(matches)), limits_(limits), guessLimits_(clock),
       users_(std::make_shared<const UserMap>())
 {
     if (getentropy(salt_.data(), salt_.size()) != 0)
         throw std::runtime_error("no random numbers");
-    guesses_.SetLongestDelay(limits.guessDelay);
+    guessLimits_.SetLongestDelay(limits.guessDelay);
 }
 
 void Authenticator::SetLimits(const AuthLimits& limits)
 {
     const std::lock_guard lock(mutex_);
     limits_ = limits;
-    guesses_.SetLongestDelay(limits.guessDelay);
+    guessLimits_.SetLongestDelay(limits.guessDelay);
     changed_.notify_all(); // more may be hashed at once
 }
 
@@ -164,21 +164,21 @@ std::string NetworkOf(std::string_view remote)
 
 } // namespace
 
-Guesser Authenticator::GuesserOf(const std::string& name, std::string_view remote) const
+GuessSource Authenticator::SourceOf(const std::string& name, std::string_view remote) const
 {
     const std::string network = NetworkOf(remote);
-    Guesser guesser;
-    guesser.hasAddress = !network.empty();
-    guesser.name = DigestOf("n" + name);
-    guesser.address = DigestOf("a" + network);
-    guesser.pair = DigestOf("p" + std::string(remote) + '\0' + name);
-    return guesser;
+    GuessSource source;
+    source.hasAddress = !network.empty();
+    source.name = DigestOf("n" + name);
+    source.address = DigestOf("a" + network);
+    source.pair = DigestOf("p" + std::string(remote) + '\0' + name);
+    return source;
 }
 
 namespace {
 
 // The line that tools which lock addresses out look for: its form is documented.
-void TellWrong(const std::string& name, std::string_view remote, const Guesses::Count& count)
+void TellWrong(const std::string& name, std::string_view remote, const GuessLimits::Count& count)
 {
     const std::string text = "wrong password from " + std::string(remote.empty() ? "-" : remote) +
                              " for '" + name + "': " + std::to_string(count.wrong) +
@@ -191,9 +191,9 @@ void TellWrong(const std::string& name, std::string_view remote, const Guesses::
 // Made and destroyed with mutex_ held.
 class Authenticator::Pending {
   public:
-    Pending(Authenticator& self, std::unique_lock<std::mutex>& lock, const Guesser& guesser)
-        : self_(self), lock_(lock), name_(self.guesses_.KeyOf(guesser)), address_(guesser.address),
-          hasAddress_(guesser.hasAddress)
+    Pending(Authenticator& self, std::unique_lock<std::mutex>& lock, const GuessSource& source)
+        : self_(self), lock_(lock), name_(self.guessLimits_.KeyOf(source)),
+          address_(source.address), hasAddress_(source.hasAddress)
     {
         isTooMany_ =
             Count(name_) >= kGuessesAtOnce || (hasAddress_ && Count(address_) >= kGuessesAtOnce);
@@ -292,10 +292,10 @@ Authenticator::Result Authenticator::Check(std::string_view authorization, std::
     WipedText password;
     if (!ReadBasic(authorization, name, password.text))
         return Result::Denied;
-    const Guesser guesser = GuesserOf(name, remote);
+    const GuessSource source = SourceOf(name, remote);
     auto flight = std::make_shared<Flight>();
     lock.lock();
-    if ((wait = guesses_.Wait(guesser)).count() > 0)
+    if ((wait = guessLimits_.Wait(source)).count() > 0)
         return Result::Throttled;
     if (!flights_.emplace(digest, flight).second) { // somebody was faster
         const auto other = flights_.find(digest)->second;
@@ -303,7 +303,7 @@ Authenticator::Result Authenticator::Check(std::string_view authorization, std::
     }
     Result result = Result::Busy;
     try {
-        result = Judge(lock, {guesser, name, remote}, password.text, who, wait);
+        result = Judge(lock, {source, name, remote}, password.text, who, wait);
         if (result == Result::Granted)
             Remember(digest, who);
     } catch (...) {
@@ -329,15 +329,15 @@ Authenticator::Result Authenticator::Judge(std::unique_lock<std::mutex>& lock, c
                                            std::shared_ptr<Verified>& who,
                                            std::chrono::seconds& wait)
 {
-    const auto& [guesser, name, remote] = guess;
-    const Pending pending(*this, lock, guesser);
+    const auto& [source, name, remote] = guess;
+    const Pending pending(*this, lock, source);
     wait = std::chrono::seconds(1);
     if (pending.IsTooMany() && limits_.guessDelay.count() > 0)
         return Result::Throttled;
     if (!WaitForHash(lock, users_->find(name) != users_->end()))
         return Result::Busy;
     // Others may have guessed wrong meanwhile.
-    if ((wait = guesses_.Wait(guesser)).count() > 0) {
+    if ((wait = guessLimits_.Wait(source)).count() > 0) {
         --running_;
         changed_.notify_all();
         return Result::Throttled;
@@ -346,9 +346,9 @@ Authenticator::Result Authenticator::Judge(std::unique_lock<std::mutex>& lock, c
     if (!lock.owns_lock())
         lock.lock();
     if (result == Result::Granted)
-        guesses_.Right(guesser);
+        guessLimits_.Right(source);
     else if (result == Result::Denied)
-        TellWrong(name, remote, guesses_.Wrong(guesser));
+        TellWrong(name, remote, guessLimits_.Wrong(source));
     return result;
 }
 

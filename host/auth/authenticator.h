@@ -86,7 +86,7 @@ class Authenticator {
         std::shared_ptr<Verified> who;
     };
     struct Guess {
-        const Guesser& guesser;
+        const GuessSource& source;
         const std::string& name;
         std::string_view remote;
     };
@@ -101,7 +101,7 @@ class Authenticator {
     class Pending;
 
     Digest DigestOf(std::string_view text) const;
-    Guesser GuesserOf(const std::string& name, std::string_view remote) const;
+    GuessSource SourceOf(const std::string& name, std::string_view remote) const;
     Result Judge(std::unique_lock<std::mutex>& lock, const Guess& guess, std::string_view password,
                  std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
     std::shared_ptr<Verified> FindCached(const Digest& digest);
@@ -119,7 +119,7 @@ class Authenticator {
     mutable std::mutex mutex_; // guards the rest; never held during a hash
     std::condition_variable changed_;
     AuthLimits limits_;
-    Guesses guesses_;
+    GuessLimits guessLimits_;
     std::unordered_map<Digest, uint32_t, DigestHash> pending_; // guesses on their way to a hash
     std::shared_ptr<const UserMap> users_;
     Entries entries_; // the last used first

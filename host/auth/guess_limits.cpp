@@ -7,12 +7,12 @@ namespace kestd {
 
 using std::chrono::seconds;
 
-const Digest& Guesses::KeyOf(const Guesser& who)
+const Digest& GuessLimits::KeyOf(const GuessSource& who)
 {
     return known_.Find(who.pair) ? who.pair : who.name;
 }
 
-seconds Guesses::WaitOf(const Digest& key)
+seconds GuessLimits::WaitOf(const Digest& key)
 {
     const Entry* const entry = wrong_.Find(key);
     const TimePoint now = clock_.Now();
@@ -21,7 +21,7 @@ seconds Guesses::WaitOf(const Digest& key)
     return std::chrono::ceil<seconds>(entry->until - now);
 }
 
-seconds Guesses::Wait(const Guesser& who)
+seconds GuessLimits::Wait(const GuessSource& who)
 {
     const seconds name = WaitOf(KeyOf(who));
     // Who has signed in from there before is not held up by his neighbours.
@@ -29,7 +29,7 @@ seconds Guesses::Wait(const Guesser& who)
     return isStranger ? std::max(name, WaitOf(who.address)) : name;
 }
 
-uint32_t Guesses::Add(const Digest& key, uint32_t free)
+uint32_t GuessLimits::Add(const Digest& key, uint32_t free)
 {
     Entry& entry = wrong_.Touch(key);
     const TimePoint now = clock_.Now();
@@ -44,7 +44,7 @@ uint32_t Guesses::Add(const Digest& key, uint32_t free)
     return entry.wrong;
 }
 
-Guesses::Count Guesses::Wrong(const Guesser& who)
+GuessLimits::Count GuessLimits::Wrong(const GuessSource& who)
 {
     const uint32_t wrong = Add(KeyOf(who), kFreeByName);
     if (who.hasAddress)
@@ -52,7 +52,7 @@ Guesses::Count Guesses::Wrong(const Guesser& who)
     return {wrong, Wait(who)};
 }
 
-void Guesses::Right(const Guesser& who)
+void GuessLimits::Right(const GuessSource& who)
 {
     known_.Touch(who.pair) = true;
     wrong_.Erase(who.pair);

@@ -77,7 +77,7 @@ template <class Value> class BoundedTable {
 
 // Who guesses from where. An address that has signed in under the name before has a count of its
 // own for it, so that strangers who guess at the name do not keep its owner out.
-struct Guesser {
+struct GuessSource {
     Digest name;
     Digest address;
     Digest pair;
@@ -86,28 +86,28 @@ struct Guesser {
 
 // The first few wrong passwords cost nothing; each later one doubles the wait for the next, from a
 // second up to a limit. All is forgotten an hour after the last wrong one. Not thread-safe.
-class Guesses {
+class GuessLimits {
   public:
     static constexpr uint32_t kFreeByName = 5;
     static constexpr uint32_t kFreeByAddress = 20;
     static constexpr std::chrono::hours kMemory{1};
     static constexpr size_t kEntries = 16 * 1024; // of wrong guesses, and as many of right ones
 
-    explicit Guesses(const Clock& clock) : clock_(clock) {}
+    explicit GuessLimits(const Clock& clock) : clock_(clock) {}
 
     // 0 counts without ever making anybody wait.
     void SetLongestDelay(std::chrono::seconds delay) { longest_ = delay; }
 
     // Which count a guess at the name is added to.
-    const Digest& KeyOf(const Guesser& who);
+    const Digest& KeyOf(const GuessSource& who);
     // How long the next guess has to wait; 0 when it may be judged now.
-    std::chrono::seconds Wait(const Guesser& who);
+    std::chrono::seconds Wait(const GuessSource& who);
     struct Count {
         uint32_t wrong; // of the name's count
         std::chrono::seconds next;
     };
-    Count Wrong(const Guesser& who);
-    void Right(const Guesser& who);
+    Count Wrong(const GuessSource& who);
+    void Right(const GuessSource& who);
 
   private:
     struct Entry {

@@ -34,19 +34,19 @@ std::string_view FindCookie(std::string_view header, std::string_view name)
     return {};
 }
 
-Gatekeeper::Gatekeeper(Authenticator& authenticator, SessionTable& sessions)
+SessionAdmission::SessionAdmission(Authenticator& authenticator, SessionTable& sessions)
     : authenticator_(authenticator), sessions_(sessions),
       local_(std::make_shared<const Principal>())
 {
     SetRealm("Kest");
 }
 
-void Gatekeeper::SetLocation(const std::string& location)
+void SessionAdmission::SetLocation(const std::string& location)
 {
     cookiePath_ = EscapeUriPath(location);
 }
 
-void Gatekeeper::SetRealm(const std::string& realm)
+void SessionAdmission::SetRealm(const std::string& realm)
 {
     // The charset tells clients to send UTF-8 (RFC 7617 section 2.1).
     std::string challenge = "Basic realm=" + Quoted(realm) + ", charset=\"UTF-8\"";
@@ -54,54 +54,56 @@ void Gatekeeper::SetRealm(const std::string& realm)
     challenge_ = std::move(challenge);
 }
 
-std::string Gatekeeper::Challenge() const
+std::string SessionAdmission::Challenge() const
 {
     const std::lock_guard lock(mutex_);
     return challenge_;
 }
 
-Admission Gatekeeper::Admit(const Visitor& visitor)
+AuthResult SessionAdmission::Authenticate(const Credentials& credentials)
 {
-    Admission refused;
+    AuthResult refused;
     try {
-        if (isOpen_)
-            return Enter(visitor, local_, localSession_);
+        if (allowsAnonymous_)
+            return Enter(credentials, local_, localSession_);
         std::shared_ptr<Verified> who;
-        const auto result = visitor.authorization.empty()
-                                ? Authenticator::Result::Denied
-                                : authenticator_.Check(visitor.authorization, visitor.remoteAddress,
-                                                       who, refused.retryAfter);
+        const auto result =
+            credentials.authorization.empty()
+                ? Authenticator::Result::Denied
+                : authenticator_.Check(credentials.authorization, credentials.remoteAddress, who,
+                                       refused.retryAfter);
         if (result == Authenticator::Result::Granted)
-            return Enter(visitor, who->principal, who->session);
+            return Enter(credentials, who->principal, who->session);
         if (result == Authenticator::Result::Denied) {
             refused.challenge = Challenge();
-            refused.verdict = Admission::Verdict::Unauthorized;
+            refused.outcome = AuthResult::Outcome::Unauthorized;
             return refused;
         }
         if (result == Authenticator::Result::Throttled) {
-            refused.verdict = Admission::Verdict::Throttled;
+            refused.outcome = AuthResult::Outcome::Throttled;
             return refused;
         }
     } catch (const std::exception& error) {
         TolmLog(kLogError, "kestd", error.what());
     }
-    refused.verdict = Admission::Verdict::Unavailable;
+    refused.outcome = AuthResult::Outcome::Unavailable;
     return refused;
 }
 
 // `guess` is the number of the session that these credentials used last.
-Admission Gatekeeper::Enter(const Visitor& visitor,
-                            const std::shared_ptr<const Principal>& principal,
-                            std::atomic<uint64_t>& guess)
+AuthResult SessionAdmission::Enter(const Credentials& credentials,
+                                   const std::shared_ptr<const Principal>& principal,
+                                   std::atomic<uint64_t>& guess)
 {
-    Admission admission;
-    admission.verdict = Admission::Verdict::Granted;
+    AuthResult admission;
+    admission.outcome = AuthResult::Outcome::Granted;
     admission.user = principal->name;
-    const std::string_view cookie =
-        visitor.cookie.empty() ? visitor.cookie : FindCookie(visitor.cookie, kSessionCookie);
+    const std::string_view cookie = credentials.cookie.empty()
+                                        ? credentials.cookie
+                                        : FindCookie(credentials.cookie, kSessionCookie);
     if (!cookie.empty())
         admission.session = sessions_.HoldByCookie(principal, cookie);
-    if (!admission.session.hId && visitor.wantsCookie) {
+    if (!admission.session.hId && credentials.wantsCookie) {
         std::string fresh;
         admission.session = sessions_.HoldNew(principal, fresh);
         // No "HttpOnly" and no "Secure": whoever renders a page completes the cookie.
@@ -119,13 +121,13 @@ Admission Gatekeeper::Enter(const Visitor& visitor,
         }
     }
     if (!admission.session.hId)
-        admission.verdict = Admission::Verdict::Unavailable;
+        admission.outcome = AuthResult::Outcome::Unavailable;
     return admission;
 }
 
-void Gatekeeper::Leave(SCHANDLE session)
+void SessionAdmission::ReleaseSession(SCHANDLE session)
 {
-    sessions_.Leave(session);
+    sessions_.ReleaseSession(session);
 }
 
 } // namespace kestd

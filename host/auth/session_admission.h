@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The doorkeeper of a running host: credentials, cookies, sessions.
+// The access control of a running host: credentials, cookies, sessions.
 #pragma once
 
 #include <atomic>
@@ -20,9 +20,9 @@ inline constexpr std::string_view kSessionCookie = "KestSession";
 // The value of a cookie in a "Cookie" header (RFC 6265 section 5.4); empty when it is missing.
 std::string_view FindCookie(std::string_view header, std::string_view name);
 
-class Gatekeeper final : public Doorkeeper {
+class SessionAdmission final : public AccessControl {
   public:
-    Gatekeeper(Authenticator& authenticator, SessionTable& sessions);
+    SessionAdmission(Authenticator& authenticator, SessionTable& sessions);
 
     // Where the session cookie is valid, such as "/Ferro", and the realm of the challenge. Set
     // before the first request; the realm again on a reload.
@@ -30,23 +30,24 @@ class Gatekeeper final : public Doorkeeper {
     void SetRealm(const std::string& realm);
     // Whether requests need credentials, or everybody is the local user. The host never opens a
     // closed door: a users file that is emptied later locks everybody out.
-    void RequireCredentials(bool required) { isOpen_ = !required; }
-    bool RequiresCredentials() const { return !isOpen_; }
-    bool IsOpen() const noexcept override { return isOpen_; }
+    void RequireCredentials(bool required) { allowsAnonymous_ = !required; }
+    bool RequiresCredentials() const { return !allowsAnonymous_; }
+    bool AllowsAnonymous() const noexcept override { return allowsAnonymous_; }
 
-    Admission Admit(const Visitor& visitor) override;
-    void Leave(SCHANDLE session) override;
+    AuthResult Authenticate(const Credentials& credentials) override;
+    void ReleaseSession(SCHANDLE session) override;
 
   private:
-    Admission Enter(const Visitor& visitor, const std::shared_ptr<const Principal>& principal,
-                    std::atomic<uint64_t>& guess);
+    AuthResult Enter(const Credentials& credentials,
+                     const std::shared_ptr<const Principal>& principal,
+                     std::atomic<uint64_t>& guess);
     std::string Challenge() const;
 
     Authenticator& authenticator_;
     SessionTable& sessions_;
     const std::shared_ptr<const Principal> local_;
     std::atomic<uint64_t> localSession_{0}; // a guess at the local user's shared session
-    std::atomic<bool> isOpen_{true};
+    std::atomic<bool> allowsAnonymous_{true};
     std::string cookiePath_ = "/";
     mutable std::mutex mutex_; // guards challenge_
     std::string challenge_;

@@ -101,13 +101,13 @@ SessionTable::Locked SessionTable::Lock(SCHANDLE handle)
 bool SessionTable::Hold(SCHANDLE handle)
 {
     const Locked session = Lock(handle);
-    if (!session || session->state != Session::State::Live || session->isDoomed)
+    if (!session || session->state != Session::State::EffectiveSettings || session->isDoomed)
         return false;
     ++session->holds;
     return true;
 }
 
-void SessionTable::Leave(SCHANDLE handle)
+void SessionTable::ReleaseSession(SCHANDLE handle)
 {
     const Locked session = Lock(handle);
     if (!session || session->holds == 0)
@@ -209,7 +209,7 @@ SCHANDLE SessionTable::MakeHeld(const std::shared_ptr<const Principal>& principa
     Session& session = *places_[place].load();
     const std::lock_guard lock(session.mutex);
     session.number = number;
-    session.state = Session::State::Live;
+    session.state = Session::State::EffectiveSettings;
     session.isDoomed = false;
     session.holds = 1;
     session.lastUsed = clock_.Now();
@@ -242,7 +242,7 @@ void SessionTable::CloseOldest(std::vector<SCHANDLE>& ended)
     for (uint32_t i = 0; i < madePlaces_; ++i) {
         Session& session = *places_[i].load();
         const std::lock_guard lock(session.mutex);
-        if (session.state == Session::State::Live && session.holds == 0)
+        if (session.state == Session::State::EffectiveSettings && session.holds == 0)
             idle.emplace_back(session.lastUsed, &session);
     }
     const size_t wanted = std::min(idle.size(), std::max<size_t>(capacity_ / kEvictedPart, 1));
@@ -279,7 +279,7 @@ void SessionTable::CloseOldestCookie(const std::vector<uint64_t>& numbers,
 // in Finish. `ended` has room reserved, so that nothing here fails half-way.
 bool SessionTable::CloseLocked(Session& session, std::vector<SCHANDLE>& ended)
 {
-    if (session.state != Session::State::Live || session.holds != 0)
+    if (session.state != Session::State::EffectiveSettings || session.holds != 0)
         return false;
     ended.push_back(HandleOf(session.number));
     session.state = Session::State::Ending;
@@ -349,7 +349,7 @@ void SessionTable::EndWhere(const std::function<bool(const Principal&)>& isGone)
         for (uint32_t i = 0; i < madePlaces_; ++i) {
             Session& session = *places_[i].load();
             const std::lock_guard sessionLock(session.mutex);
-            if (session.state != Session::State::Live || !isGone(*session.principal))
+            if (session.state != Session::State::EffectiveSettings || !isGone(*session.principal))
                 continue;
             session.isDoomed = true;
             CloseLocked(session, ended);

@@ -51,7 +51,7 @@ struct ObjectList {
 struct Session {
     enum class State {
         Free,
-        Live,
+        EffectiveSettings,
         Ending // services clean up: found by services, not by requests
     };
 
@@ -99,7 +99,7 @@ class SessionTable {
     // Holds a session that is still alive and used by requests.
     bool Hold(SCHANDLE session);
     // The request is over.
-    void Leave(SCHANDLE session);
+    void ReleaseSession(SCHANDLE session);
 
     // A session locked for a service; `session` is null when it has ended.
     struct Locked {

@@ -132,14 +132,14 @@ std::string Host::Start()
         return problem;
     if (std::string problem = setup_.ReadUsers(settings_, users_); !problem.empty())
         return problem;
-    if (std::string problem = Setup::CheckDoors(settings_, users_); !problem.empty())
+    if (std::string problem = Setup::CheckAccessPolicy(settings_, users_); !problem.empty())
         return problem;
     WarnOfOpenUsersFile(UsersFileOf(settings_, setup_.StateDirectory()));
     MakeServices();
     if (std::string problem = StartModule(); !problem.empty())
         return problem;
-    server_ =
-        std::make_unique<Server>(settings_.server, services_->gatekeeper, module_.Get(), location_);
+    server_ = std::make_unique<Server>(settings_.server, services_->sessionAdmission, module_.Get(),
+                                       location_);
     if (std::string problem = server_->Start(); !problem.empty())
         return problem;
     TouchKnownValues(setup_.Platform());
@@ -174,8 +174,8 @@ void Host::MakeServices()
     static HostServices* services = nullptr; // reachable to the end, so that no check calls it lost
     services = new HostServices(settings, clock);
     services_ = services;
-    services_->gatekeeper.RequireCredentials(WantsUsers(settings_));
-    services_->gatekeeper.SetRealm(settings_.server.realm);
+    services_->sessionAdmission.RequireCredentials(WantsUsers(settings_));
+    services_->sessionAdmission.SetRealm(settings_.server.realm);
     services_->authenticator.SetUsers(users_);
     UseDirectory(settings_);
 }
@@ -209,7 +209,7 @@ std::string Host::StartModule()
         return "'Kest\\Configuration\\KestDav' 'Moniker': expected a path such as /Ferro, with a "
                "leading '/' and without a trailing one";
     location_ = *utf8;
-    services_->gatekeeper.SetLocation(location_);
+    services_->sessionAdmission.SetLocation(location_);
     return {};
 }
 
@@ -224,7 +224,7 @@ void Host::Announce()
     };
     for (size_t i = 1; i < addresses.size(); ++i)
         Log(kLogInfo, "also serving " + urlOf(addresses[i]));
-    if (services_->gatekeeper.IsOpen())
+    if (services_->sessionAdmission.AllowsAnonymous())
         Log(kLogInfo, "no users: everybody who reaches a loopback address is the local user");
     std::printf("kestd: serving %s\n", urlOf(addresses.front()).c_str());
     std::fflush(stdout);
@@ -284,7 +284,7 @@ void Host::Reload()
     UseDirectory(fresh);
     services_->sessions.SetLimits(fresh.sessions);
     services_->authenticator.SetLimits(fresh.auth);
-    services_->gatekeeper.SetRealm(fresh.server.realm);
+    services_->sessionAdmission.SetRealm(fresh.server.realm);
     if (problem = server_->Apply(fresh.server); !problem.empty())
         Log(kLogError, problem);
     settings_ = std::move(fresh);
@@ -312,8 +312,8 @@ void Host::ReloadUsers(const HostSettings& settings)
     Authenticator& authenticator = services_->authenticator;
     authenticator.SetUsers(users_);
     if (WantsUsers(settings)) // never the other way round: a door that was closed stays closed
-        services_->gatekeeper.RequireCredentials(true);
-    const bool isOpen = !services_->gatekeeper.RequiresCredentials();
+        services_->sessionAdmission.RequireCredentials(true);
+    const bool isOpen = !services_->sessionAdmission.RequiresCredentials();
     services_->sessions.EndWhere([&](const Principal& principal) {
         return principal.name.empty() ? !isOpen : !authenticator.IsCurrent(principal);
     });
@@ -389,7 +389,7 @@ int RunCheck(const std::vector<std::string>& arguments)
     if (problem.empty())
         problem = setup.ReadUsers(settings, users);
     if (problem.empty() && !hasUsers)
-        problem = Setup::CheckDoors(settings, users);
+        problem = Setup::CheckAccessPolicy(settings, users);
     return problem.empty() ? 0 : Failure(problem);
 }
 

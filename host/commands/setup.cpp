@@ -255,7 +255,7 @@ std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
     return {};
 }
 
-std::string Setup::CheckDoors(const HostSettings& settings, const UserMap& users)
+std::string Setup::CheckAccessPolicy(const HostSettings& settings, const UserMap& users)
 {
     if (!users.empty())
         return {};

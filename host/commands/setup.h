@@ -37,7 +37,7 @@ class Setup {
     // first call.
     std::string ReadUsers(const HostSettings& settings, UserMap& users);
     // Refuses what would let anybody in from another machine; empty when all is well.
-    static std::string CheckDoors(const HostSettings& settings, const UserMap& users);
+    static std::string CheckAccessPolicy(const HostSettings& settings, const UserMap& users);
 
     const std::string& ConfigFile() const { return config_; }
     const std::string& StateDirectory() const { return state_; }

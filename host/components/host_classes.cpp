@@ -20,7 +20,8 @@ HostServices::HostServices(const Settings& settings, const Clock& clock,
                            Authenticator::Matcher matches)
     : sessions(settings.sessions, clock), attributes(sessions),
       objects(sessions, settings.objectsPerSession), directory(sessions),
-      authenticator(settings.auth, clock, std::move(matches)), gatekeeper(authenticator, sessions),
+      authenticator(settings.auth, clock, std::move(matches)),
+      sessionAdmission(authenticator, sessions),
       identity(std::make_shared<const HostIdentity>(settings.identity))
 {
 }

@@ -36,7 +36,7 @@ struct HostServices {
     EventBus events;
     DirectoryService directory;
     Authenticator authenticator;
-    Gatekeeper gatekeeper;
+    SessionAdmission sessionAdmission;
     std::shared_ptr<const HostIdentity> identity;
 };
 

@@ -19,17 +19,17 @@ constexpr TALSTATUS HostFailure(UINT16 code) noexcept
 
 } // namespace
 
-void Body::Start(const Framing& framing, Buffer& in, Transport& transport, Waiter& waiter,
+void Body::Start(const MessageFraming& framing, Buffer& in, SocketStream& stream, Waiter& waiter,
                  bool sendsContinue, std::chrono::milliseconds idle) noexcept
 {
     Reset();
     framing_ = framing;
     in_ = &in;
-    transport_ = &transport;
+    stream_ = &stream;
     waiter_ = &waiter;
     idle_ = idle;
     wireLeft_ = framing.length;
-    sendsContinue_ = sendsContinue && framing.kind != Framing::Kind::None && in.Size() == 0;
+    sendsContinue_ = sendsContinue && framing.kind != MessageFraming::Kind::None && in.Size() == 0;
 }
 
 void Body::Reset() noexcept
@@ -46,11 +46,11 @@ void Body::Reset() noexcept
 bool Body::IsHere() const noexcept
 {
     switch (framing_.kind) {
-    case Framing::Kind::None:
+    case MessageFraming::Kind::None:
         return true;
-    case Framing::Kind::Length:
+    case MessageFraming::Kind::Length:
         return in_->Size() >= wireLeft_;
-    case Framing::Kind::Chunked:
+    case MessageFraming::Kind::Chunked:
         return decoder_.IsDone();
     }
     return true;
@@ -75,7 +75,7 @@ Body::Fetched Body::DecodeAhead(uint64_t limit)
 
 Body::Fetched Body::Fetch(uint64_t limit, size_t enough)
 {
-    const bool isChunked = framing_.kind == Framing::Kind::Chunked;
+    const bool isChunked = framing_.kind == MessageFraming::Kind::Chunked;
     if (!isChunked && wireLeft_ > limit)
         return Fetched::TooLarge;
     SendContinue();
@@ -89,8 +89,8 @@ Body::Fetched Body::Fetch(uint64_t limit, size_t enough)
         const auto goal = static_cast<size_t>(std::min<uint64_t>(wireLeft_, enough));
         const size_t want = isChunked ? 4096 : goal - in_->Size();
         const size_t room = in_->Reserve(want);
-        const ssize_t got = transport_->Receive(in_->Tail(), room);
-        if (got == Transport::kWouldBlock)
+        const ssize_t got = stream_->Receive(in_->Tail(), room);
+        if (got == SocketStream::kWouldBlock)
             return Fetched::More;
         if (got <= 0)
             return Fetched::Gone;
@@ -101,9 +101,9 @@ Body::Fetched Body::Fetch(uint64_t limit, size_t enough)
 
 bool Body::IsAtEnd() const noexcept
 {
-    if (isAbandoned_ || framing_.kind == Framing::Kind::None)
+    if (isAbandoned_ || framing_.kind == MessageFraming::Kind::None)
         return true;
-    if (framing_.kind == Framing::Kind::Length)
+    if (framing_.kind == MessageFraming::Kind::Length)
         return wireLeft_ == 0;
     return whole_.Size() == 0 && decoder_.IsDone();
 }
@@ -112,7 +112,7 @@ bool Body::IsAtEnd() const noexcept
 size_t Body::TakeReceived(UINT8* to, size_t room, bool& malformed)
 {
     malformed = false;
-    if (framing_.kind == Framing::Kind::Length) {
+    if (framing_.kind == MessageFraming::Kind::Length) {
         const size_t take =
             static_cast<size_t>(std::min<uint64_t>(wireLeft_, std::min(room, in_->Size())));
         if (take == 0)
@@ -156,25 +156,25 @@ TALSTATUS Body::Read(UINT32 size, UINT8* to, UINT32* read)
         if (got == 0) {
             // What is the body's for certain goes straight to the reader.
             const uint64_t ahead =
-                framing_.kind == Framing::Kind::Length ? wireLeft_ : decoder_.DataAhead();
-            const bool isDirect = ahead >= 4096 || framing_.kind == Framing::Kind::Length;
+                framing_.kind == MessageFraming::Kind::Length ? wireLeft_ : decoder_.DataAhead();
+            const bool isDirect = ahead >= 4096 || framing_.kind == MessageFraming::Kind::Length;
             void* place = to;
             size_t room = static_cast<size_t>(std::min<uint64_t>(size, ahead));
             if (!isDirect) {
                 room = in_->Reserve(4096);
                 place = in_->Tail();
             }
-            const ssize_t came = isDirect ? transport_->ReceiveFull(place, room, idle_, *waiter_)
-                                          : transport_->ReceiveSome(place, room, idle_, *waiter_);
+            const ssize_t came = isDirect ? stream_->ReceiveFull(place, room, idle_, *waiter_)
+                                          : stream_->ReceiveSome(place, room, idle_, *waiter_);
             if (came <= 0)
-                return failure_ = HostFailure(came == Transport::kTooSlow ? kCodeTimeout
-                                                                          : kCodeUnsuccessful);
+                return failure_ = HostFailure(came == SocketStream::kTooSlow ? kCodeTimeout
+                                                                             : kCodeUnsuccessful);
             got = static_cast<size_t>(came);
             if (!isDirect) {
                 in_->Grew(got);
                 continue;
             }
-            if (framing_.kind == Framing::Kind::Length)
+            if (framing_.kind == MessageFraming::Kind::Length)
                 wireLeft_ -= got;
             else
                 decoder_.SkipData(got);
@@ -194,7 +194,7 @@ UINT32 Body::Available() const noexcept
     if (failure_ || IsAtEnd())
         return 0;
     uint64_t left = wireLeft_;
-    if (framing_.kind == Framing::Kind::Chunked)
+    if (framing_.kind == MessageFraming::Kind::Chunked)
         left = whole_.Size() + decoder_.DataAhead() + (decoder_.IsDone() ? 0 : 1);
     return static_cast<UINT32>(std::min<uint64_t>(left, UINT32_MAX));
 }
@@ -212,9 +212,9 @@ bool Body::Skip()
     if (sendsContinue_) // it was never asked for; it may come or not, so nobody can tell
         return false;
     size_t received = 0;
-    while (!IsHere() || (framing_.kind == Framing::Kind::Length && wireLeft_)) {
+    while (!IsHere() || (framing_.kind == MessageFraming::Kind::Length && wireLeft_)) {
         if (in_->Size()) {
-            if (framing_.kind == Framing::Kind::Length) {
+            if (framing_.kind == MessageFraming::Kind::Length) {
                 const auto take = static_cast<size_t>(std::min<uint64_t>(wireLeft_, in_->Size()));
                 in_->Consume(take);
                 wireLeft_ -= take;
@@ -231,7 +231,7 @@ bool Body::Skip()
         if (received >= kSkipLimit || wireLeft_ > kSkipLimit)
             return false;
         const size_t room = in_->Reserve(4096);
-        const ssize_t got = transport_->Receive(in_->Tail(), room);
+        const ssize_t got = stream_->Receive(in_->Tail(), room);
         if (got <= 0)
             return false;
         in_->Grew(static_cast<size_t>(got));
@@ -247,8 +247,8 @@ void Body::SendContinue()
     sendsContinue_ = false;
     static constexpr char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
     const iovec piece{const_cast<char*>(kContinue), sizeof kContinue - 1};
-    (void)transport_->Send(&piece, 1, false, idle_,
-                           *waiter_); // a client that is gone shows on reading
+    (void)stream_->Send(&piece, 1, false, idle_,
+                        *waiter_); // a client that is gone shows on reading
 }
 
 } // namespace kestd

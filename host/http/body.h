@@ -27,7 +27,7 @@ class Body {
     // Begins a request's body. What `in` holds is its first part (and perhaps the next request).
     // `sendsContinue`: the client waits for "100 Continue" before it sends (RFC 9110 section
     // 10.1.1).
-    void Start(const Framing& framing, Buffer& in, Transport& transport, Waiter& waiter,
+    void Start(const MessageFraming& framing, Buffer& in, SocketStream& stream, Waiter& waiter,
                bool sendsContinue, std::chrono::milliseconds idle) noexcept;
     // Bounds what Read hands out, for bodies that do not say their length; 0 is no bound.
     void SetLimit(uint64_t limit) noexcept { limit_ = limit; }
@@ -61,13 +61,13 @@ class Body {
     void SendContinue();
     bool IsAtEnd() const noexcept;
 
-    Framing framing_;
+    MessageFraming framing_;
     Buffer* in_ = nullptr;
-    Transport* transport_ = nullptr;
+    SocketStream* stream_ = nullptr;
     Waiter* waiter_ = nullptr;
     std::chrono::milliseconds idle_{0};
-    uint64_t wireLeft_ = 0; // Length: not yet taken from `in_` or the transport
-    ChunkDecoder decoder_;
+    uint64_t wireLeft_ = 0; // Length: not yet taken from `in_` or the stream
+    ChunkedDecoder decoder_;
     Buffer whole_; // fetched ahead
     uint64_t delivered_ = 0;
     uint64_t limit_ = 0;

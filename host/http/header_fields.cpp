@@ -44,7 +44,7 @@ constexpr size_t kLongest = 1U << 24;
 
 } // namespace
 
-const HeaderList::Line* HeaderList::FindLine(std::string_view name) const noexcept
+const HeaderFields::Line* HeaderFields::FindLine(std::string_view name) const noexcept
 {
     const uint32_t key = KeyOf(name);
     for (const Line& line : lines_)
@@ -53,7 +53,7 @@ const HeaderList::Line* HeaderList::FindLine(std::string_view name) const noexce
     return nullptr;
 }
 
-bool HeaderList::Set(Arena& arena, std::string_view name, std::string_view value)
+bool HeaderFields::Set(Arena& arena, std::string_view name, std::string_view value)
 {
     if (!IsName(name) || HasControl(value) || name.size() > kLongest || value.size() > kLongest)
         return false;
@@ -83,19 +83,19 @@ bool HeaderList::Set(Arena& arena, std::string_view name, std::string_view value
     return true;
 }
 
-const std::string_view* HeaderList::Find(std::string_view name) const noexcept
+const std::string_view* HeaderFields::Find(std::string_view name) const noexcept
 {
     const Line* const line = FindLine(name);
     return line ? &line->value : nullptr;
 }
 
-void HeaderList::Remove(std::string_view name) noexcept
+void HeaderFields::Remove(std::string_view name) noexcept
 {
     if (const Line* line = FindLine(name))
         lines_.erase(lines_.begin() + (line - lines_.data()));
 }
 
-size_t HeaderList::TextSize() const noexcept
+size_t HeaderFields::TextSize() const noexcept
 {
     size_t size = 0;
     for (const Line& line : lines_)
@@ -103,7 +103,7 @@ size_t HeaderList::TextSize() const noexcept
     return size;
 }
 
-char* HeaderList::CopyTo(char* to) const noexcept
+char* HeaderFields::CopyTo(char* to) const noexcept
 {
     for (const Line& line : lines_) {
         std::memcpy(to, line.text, line.size);

@@ -13,7 +13,7 @@ namespace kestd {
 
 // Fields in the order in which they were set first. Each is kept as the line that goes out, in
 // request memory, so that sending is one copy per field.
-class HeaderList {
+class HeaderFields {
   public:
     // Sets a field, in place of an earlier one of that name (compared without case). False for a
     // name or value that no field can have: RFC 9110 section 5. Throws std::bad_alloc.

@@ -16,7 +16,7 @@ constexpr uint32_t kOverheadLimit = 16 * 1024;
 
 } // namespace
 
-int ReadFraming(const RequestHead& head, Framing& out)
+int ReadFraming(const RequestHead& head, MessageFraming& out)
 {
     out = {};
     const Field* length = nullptr;
@@ -37,17 +37,17 @@ int ReadFraming(const RequestHead& head, Framing& out)
             return 400;
         if (!EqualsIgnoringCase(coding->value, "chunked"))
             return 501;
-        out.kind = Framing::Kind::Chunked;
+        out.kind = MessageFraming::Kind::Chunked;
     } else if (length) {
         if (!ParseDecimal(length->value, out.length))
             return 400;
-        out.kind = out.length ? Framing::Kind::Length : Framing::Kind::None;
+        out.kind = out.length ? MessageFraming::Kind::Length : MessageFraming::Kind::None;
     }
     return 0;
 }
 
-bool ChunkDecoder::Decode(const char* in, size_t size, size_t& used, char* out, size_t room,
-                          size_t& made)
+bool ChunkedDecoder::Decode(const char* in, size_t size, size_t& used, char* out, size_t room,
+                            size_t& made)
 {
     used = made = 0;
     while (used < size && state_ != State::Done) {
@@ -69,7 +69,7 @@ bool ChunkDecoder::Decode(const char* in, size_t size, size_t& used, char* out, 
     return true;
 }
 
-void ChunkDecoder::SkipData(uint64_t bytes) noexcept
+void ChunkedDecoder::SkipData(uint64_t bytes) noexcept
 {
     left_ -= bytes;
     overhead_ = 0;
@@ -77,7 +77,7 @@ void ChunkDecoder::SkipData(uint64_t bytes) noexcept
         state_ = State::DataCr;
 }
 
-bool ChunkDecoder::Step(char c) noexcept
+bool ChunkedDecoder::Step(char c) noexcept
 {
     switch (state_) {
     case State::SizeStart:
@@ -111,7 +111,7 @@ bool ChunkDecoder::Step(char c) noexcept
     }
 }
 
-bool ChunkDecoder::StepSize(char c) noexcept
+bool ChunkedDecoder::StepSize(char c) noexcept
 {
     if (const int value = HexValue(c); value >= 0) {
         if (++digits_ > 15) // 60 bits
@@ -129,7 +129,7 @@ bool ChunkDecoder::StepSize(char c) noexcept
 }
 
 // RFC 9112 section 7.1.1. Blanks stand around ";" and "=" only, never at the line's end.
-bool ChunkDecoder::StepExtension(char c) noexcept
+bool ChunkedDecoder::StepExtension(char c) noexcept
 {
     const bool isText = static_cast<unsigned char>(c) >= 0x20 ? c != 0x7F : c == '\t';
     const auto goesOn = [&] { // behind a name or a value that may be the last
@@ -169,7 +169,7 @@ bool ChunkDecoder::StepExtension(char c) noexcept
     }
 }
 
-bool ChunkDecoder::StepTrailer(char c) noexcept
+bool ChunkedDecoder::StepTrailer(char c) noexcept
 {
     const bool isText = static_cast<unsigned char>(c) >= 0x20 ? c != 0x7F : c == '\t';
     switch (state_) {

@@ -10,7 +10,7 @@
 
 namespace kestd {
 
-struct Framing {
+struct MessageFraming {
     enum class Kind { None, Length, Chunked };
     Kind kind = Kind::None;
     uint64_t length = 0; // Length only
@@ -20,11 +20,11 @@ struct Framing {
 // since nobody can tell where the next request starts): 400 for a malformed or repeated length, a
 // length beside a transfer coding, or a transfer coding to HTTP/1.0; 501 for codings other than
 // "chunked".
-int ReadFraming(const RequestHead& head, Framing& out);
+int ReadFraming(const RequestHead& head, MessageFraming& out);
 
 // Takes the chunks of a body apart, in pieces of any size. Chunk extensions and trailer fields are
 // checked for their form and dropped.
-class ChunkDecoder {
+class ChunkedDecoder {
   public:
     // Decodes from `in` to `out` until either is used up or the body ends. `used` and `made` say
     // how far it got. False when the text is not chunked coding.
@@ -34,7 +34,7 @@ class ChunkDecoder {
     // right where they belong; 0 outside of a chunk's data.
     uint64_t DataAhead() const noexcept { return state_ == State::Data ? left_ : 0; }
     void SkipData(uint64_t bytes) noexcept; // at most DataAhead bytes went past the decoder
-    void Reset() noexcept { *this = ChunkDecoder(); }
+    void Reset() noexcept { *this = ChunkedDecoder(); }
 
   private:
     enum class State {

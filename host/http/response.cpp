@@ -62,18 +62,18 @@ constexpr bool HasNoBody(int status) noexcept
 
 } // namespace
 
-void Reply::Start(const Terms& terms, Arena& arena, Body& body, Transport& transport,
-                  Waiter& waiter) noexcept
+void Response::Start(const Options& terms, Arena& arena, Body& body, SocketStream& stream,
+                     Waiter& waiter) noexcept
 {
     Reset();
     terms_ = terms;
     arena_ = &arena;
     body_ = &body;
-    transport_ = &transport;
+    stream_ = &stream;
     waiter_ = &waiter;
 }
 
-void Reply::Reset() noexcept
+void Response::Reset() noexcept
 {
     headers_.Clear();
     gathered_.Release();
@@ -82,26 +82,26 @@ void Reply::Reset() noexcept
     length_ = bodyBytes_ = 0;
     gatherLimit_ = kGatherFirst;
     looked_ = 0;
-    hasAsked_ = hasLeft_ = isBroken_ = drops_ = false;
+    hasAsked_ = headersSent_ = isBroken_ = discardsBody_ = false;
 }
 
-bool Reply::SetHeader(std::string_view name, std::string_view value)
+bool Response::SetHeader(std::string_view name, std::string_view value)
 {
     return !status_ && headers_.Set(*arena_, name, value);
 }
 
-bool Reply::AddLateHeader(std::string_view name, std::string_view value)
+bool Response::AddLateHeader(std::string_view name, std::string_view value)
 {
-    return !hasLeft_ && headers_.Set(*arena_, name, value);
+    return !headersSent_ && headers_.Set(*arena_, name, value);
 }
 
-void Reply::ChangeStatus(int status) noexcept
+void Response::ChangeStatus(int status) noexcept
 {
-    if (!hasLeft_)
+    if (!headersSent_)
         status_ = status;
 }
 
-bool Reply::Begin(int status)
+bool Response::Begin(int status)
 {
     if (status_)
         return false;
@@ -109,13 +109,13 @@ bool Reply::Begin(int status)
     return true;
 }
 
-bool Reply::Append(const void* bytes, size_t size)
+bool Response::Append(const void* bytes, size_t size)
 {
     if (!status_)
         status_ = 200;
     if (isBroken_)
         return false;
-    if (size == 0 || drops_ || terms_.isHead || HasNoBody(status_) || status_ == 416)
+    if (size == 0 || discardsBody_ || terms_.isHead || HasNoBody(status_) || status_ == 416)
         return true;
     if (size <= kGatherFirst && gathered_.Size() + size <= gatherLimit_) {
         if (gathered_.Size() == 0)
@@ -129,34 +129,34 @@ bool Reply::Append(const void* bytes, size_t size)
     return Flush(bytes, size, false);
 }
 
-bool Reply::Replace(int status, std::string_view type, std::string_view text)
+bool Response::Replace(int status, std::string_view type, std::string_view text)
 {
-    if (hasLeft_)
+    if (headersSent_)
         return false;
     headers_.Clear();
     gathered_.Clear();
     status_ = 0;
     bodyBytes_ = 0;
-    drops_ = false;
+    discardsBody_ = false;
     if (!text.empty())
         SetHeader("Content-Type", type);
     Begin(status);
     if (!text.empty())
         Append(text.data(), text.size());
-    drops_ = true;
+    discardsBody_ = true;
     return true;
 }
 
-void Reply::Cut() noexcept
+void Response::Cut() noexcept
 {
     if (isBroken_)
         return;
     isBroken_ = true;
     if (mode_ == Mode::UntilClose)
-        transport_->ResetAtEnd();
+        stream_->ResetAtEnd();
 }
 
-bool Reply::Finish()
+bool Response::Finish()
 {
     if (!status_)
         Replace(500, {}, {});
@@ -166,7 +166,7 @@ bool Reply::Finish()
     return !isBroken_ && !isShort && terms_.mayKeepAlive;
 }
 
-bool Reply::HasClientLeft() noexcept
+bool Response::HasClientLeft() noexcept
 {
     if (isBroken_ || waiter_->IsGivenUp())
         return true;
@@ -176,24 +176,24 @@ bool Reply::HasClientLeft() noexcept
         looked_ = now;
     if (!isDue)
         return false;
-    const Transport::Peer peer = transport_->Look();
-    if (peer != Transport::Peer::HasEnded)
-        return peer == Transport::Peer::Gone;
+    const SocketStream::Peer peer = stream_->Look();
+    if (peer != SocketStream::Peer::HasEnded)
+        return peer == SocketStream::Peer::Gone;
     if (!body_->HasArrived())
         return true;
     // It has left, or reads on after its last request: a system that has no such connection any
     // more refuses what is sent to it. RFC 9110 section 15.2: a client takes any interim reply.
-    if (!hasAsked_ && !hasLeft_ && terms_.mayChunk) {
+    if (!hasAsked_ && !headersSent_ && terms_.mayChunk) {
         static constexpr std::string_view kInterim = "HTTP/1.1 102 Processing\r\n\r\n";
         const iovec piece{const_cast<char*>(kInterim.data()), kInterim.size()};
         hasAsked_ = true;
-        isBroken_ = !transport_->Send(&piece, 1, true, terms_.stall, *waiter_);
+        isBroken_ = !stream_->Send(&piece, 1, true, terms_.stall, *waiter_);
     }
     return isBroken_;
 }
 
 // How the end of the body is told to the client, once it has to be known.
-void Reply::DecideMode(bool isFinal, size_t pending)
+void Response::DecideMode(bool isFinal, size_t pending)
 {
     const std::string_view* length = FindHeader("Content-Length");
     const std::string_view* coding = FindHeader("Transfer-Encoding");
@@ -229,7 +229,7 @@ void Reply::DecideMode(bool isFinal, size_t pending)
 }
 
 // How much of what is to leave may leave: a body ends where its announced length does.
-size_t Reply::CutSurplus(size_t pending) noexcept
+size_t Response::CutSurplus(size_t pending) noexcept
 {
     if (mode_ == Mode::None)
         return 0;
@@ -242,7 +242,7 @@ size_t Reply::CutSurplus(size_t pending) noexcept
 
 // Puts what comes before the next piece of the body in front of it: the head, if it has not left,
 // and the size line of a chunk, if `chunk` is not 0.
-void Reply::PutFront(size_t chunk)
+void Response::PutFront(size_t chunk)
 {
     char sizeLine[24];
     const size_t sizeLineSize =
@@ -252,7 +252,7 @@ void Reply::PutFront(size_t chunk)
     const std::string_view reason = ReasonPhrase(status_);
     const std::string_view common = CommonLines();
     constexpr std::string_view kVersion = "HTTP/1.1 ";
-    if (!hasLeft_) {
+    if (!headersSent_) {
         // A body that nobody read stands before the next request.
         if (terms_.mayKeepAlive && !body_->Skip())
             Close();
@@ -271,7 +271,7 @@ void Reply::PutFront(size_t chunk)
         return;
     gathered_.MakeHeadroom(size);
     char* at = gathered_.Prepend(size);
-    if (!hasLeft_) {
+    if (!headersSent_) {
         at = Put(at, kVersion);
         at = std::to_chars(at, at + 3, status_).ptr; // three digits: see Begin
         *at++ = ' ';
@@ -283,10 +283,10 @@ void Reply::PutFront(size_t chunk)
     Put(at, {sizeLine, sizeLineSize});
 }
 
-bool Reply::Flush(const void* extra, size_t size, bool isFinal)
+bool Response::Flush(const void* extra, size_t size, bool isFinal)
 {
     const size_t pending = gathered_.Size() + size;
-    if (!hasLeft_)
+    if (!headersSent_)
         DecideMode(isFinal, pending);
     const size_t allowed = CutSurplus(pending);
     gathered_.Truncate(std::min(allowed, gathered_.Size()));
@@ -308,9 +308,9 @@ bool Reply::Flush(const void* extra, size_t size, bool isFinal)
          {gathered_.View(), {static_cast<const char*>(extra), size}, end})
         if (!piece.empty())
             pieces[count++] = {const_cast<char*>(piece.data()), piece.size()};
-    hasLeft_ = true;
+    headersSent_ = true;
     const bool isLast = isFinal || (mode_ == Mode::Length && bodyBytes_ >= length_);
-    if (count && !transport_->Send(pieces, count, isLast, terms_.stall, *waiter_))
+    if (count && !stream_->Send(pieces, count, isLast, terms_.stall, *waiter_))
         isBroken_ = true;
     gathered_.Clear();
     return !isBroken_;

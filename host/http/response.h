@@ -14,9 +14,9 @@
 
 namespace kestd {
 
-class Reply {
+class Response {
   public:
-    struct Terms {
+    struct Options {
         bool isHead = false;        // the request was HEAD: no body
         bool mayChunk = true;       // HTTP/1.1 client
         bool mayKeepAlive = true;   // client and server both want another request
@@ -24,7 +24,7 @@ class Reply {
         std::chrono::milliseconds stall{0};
     };
 
-    void Start(const Terms& terms, Arena& arena, Body& body, Transport& transport,
+    void Start(const Options& terms, Arena& arena, Body& body, SocketStream& stream,
                Waiter& waiter) noexcept;
     void Reset() noexcept;
 
@@ -41,7 +41,7 @@ class Reply {
     // Ends the head. False when it has ended before.
     bool Begin(int status);
     bool HasBegun() const noexcept { return status_ != 0; }
-    bool HasLeft() const noexcept { return hasLeft_; }
+    bool HeadersSent() const noexcept { return headersSent_; }
     int Status() const noexcept { return status_; }
     // Appends to the body. False when the client is gone or too slow.
     bool Append(const void* bytes, size_t size);
@@ -73,12 +73,12 @@ class Reply {
     void PutFront(size_t chunk);
     bool Flush(const void* extra, size_t size, bool isFinal);
 
-    Terms terms_;
+    Options terms_;
     Arena* arena_ = nullptr;
     Body* body_ = nullptr;
-    Transport* transport_ = nullptr;
+    SocketStream* stream_ = nullptr;
     Waiter* waiter_ = nullptr;
-    HeaderList headers_;
+    HeaderFields headers_;
     Buffer gathered_; // with room in front for the head
     Mode mode_ = Mode::Unknown;
     int status_ = 0;
@@ -87,9 +87,9 @@ class Reply {
     size_t gatherLimit_ = 0; // how much of the body is gathered before it leaves
     int64_t looked_ = 0;     // when HasClientLeft did so last; 0 for never
     bool hasAsked_ = false;
-    bool hasLeft_ = false;
+    bool headersSent_ = false;
     bool isBroken_ = false;
-    bool drops_ = false; // replaced: the module's body is not wanted
+    bool discardsBody_ = false; // replaced: the module's body is not wanted
 };
 
 // "Not Found" for 404; empty for a number without a name.

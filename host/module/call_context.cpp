@@ -59,7 +59,7 @@ class CallContext final : public IKestCallContext {
     {
         if (!t_call)
             return kNoCall;
-        t_call->TakeFailure(failure);
+        t_call->ReportFailure(failure);
         return TAL_STATUS_SUCCESS;
     }
     TALSTATUS IsCancelled(BOOLEAN* cancelled) override

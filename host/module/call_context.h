@@ -40,7 +40,7 @@ class RunningCall {
     virtual IKestIO_5* Request() noexcept = 0;
     virtual UINT32 Method() const noexcept = 0;
     virtual bool HasBodyArrived() const noexcept = 0;
-    virtual void TakeFailure(TALSTATUS failure) noexcept = 0;
+    virtual void ReportFailure(TALSTATUS failure) noexcept = 0;
     // Whether the reply can reach nobody any more.
     virtual bool IsCancelled() noexcept = 0;
     // See IKestCallContext.

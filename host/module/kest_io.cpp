@@ -106,20 +106,20 @@ TALSTATUS CopyWide(std::string_view text, UNICODE_STRING* out)
 // The contract knows no exceptions; running out of memory is the only one in here. The module may
 // go on without what it asked for (a header, a piece of the reply), but what it says then is not
 // the whole truth.
-template <class F> TALSTATUS RequestIo::Guarded(F&& operation) noexcept
+template <class F> TALSTATUS KestIo::Guarded(F&& operation) noexcept
 {
     try {
         return operation();
     } catch (const std::bad_alloc&) {
-        TakeFailure(Failure(kCodeInsufficientResources));
+        ReportFailure(Failure(kCodeInsufficientResources));
         return Failure(kCodeInsufficientResources);
     } catch (...) {
-        TakeFailure(Failure(kCodeUnsuccessful));
+        ReportFailure(Failure(kCodeUnsuccessful));
         return Failure(kCodeUnsuccessful);
     }
 }
 
-void RequestIo::Reset() noexcept
+void KestIo::Reset() noexcept
 {
     headText.Release();
     head.fields.clear();
@@ -130,18 +130,18 @@ void RequestIo::Reset() noexcept
     target.isAsterisk = false;
     method = KestMethodUnknown;
     body.Reset();
-    reply.Reset();
+    response.Reset();
     arena.Reset();
-    admission = {};
+    auth = {};
     isAdmitted = isSecure = false;
     remote = {};
     hostname.clear();
     port.clear();
-    relocation = {};
-    lockAnswer.Reset();
+    copyMove = {};
+    grantedLock.Reset();
     preconditions = {};
     range.Reset();
-    isKnownNew = mustAskAgain_ = false;
+    isKnownNew = mustRetry_ = false;
     start = {};
     references_ = 1;
     failure_ = 0;
@@ -153,7 +153,7 @@ void RequestIo::Reset() noexcept
     rawHeaders_ = nullptr;
 }
 
-const std::string_view* RequestIo::FindRequestHeader(std::string_view name)
+const std::string_view* KestIo::FindRequestHeader(std::string_view name)
 {
     for (const Field& field : joined_)
         if (EqualsIgnoringCase(field.name, name))
@@ -178,7 +178,7 @@ const std::string_view* RequestIo::FindRequestHeader(std::string_view name)
 }
 
 // The first one counts, but a fault of the system comes before a refusal.
-void RequestIo::TakeFailure(TALSTATUS failure) noexcept
+void KestIo::ReportFailure(TALSTATUS failure) noexcept
 {
     if (Failed(failure) &&
         (!failure_ || (HttpStatusOf(failure_) < 500 && HttpStatusOf(failure) >= 500)))
@@ -188,56 +188,56 @@ void RequestIo::TakeFailure(TALSTATUS failure) noexcept
 // What the module says gives way to a failure that was reported: it may have taken for missing what
 // could not be looked at, and have left it out. While nothing has left, another reply takes the
 // place of its own; from then on the message is cut, so that nobody takes it for whole.
-void RequestIo::ApplyFailure()
+void KestIo::ApplyReportedFailure()
 {
     if (!failure_)
         return;
     const int status = HttpStatusOf(failure_);
-    const int said = reply.Status();
-    if (reply.HasLeft())
-        reply.Cut();
+    const int said = response.Status();
+    if (response.HeadersSent())
+        response.Cut();
     else if (said < 300 || said == 404 || (status >= 500 && said != status))
-        TellFailure(status);
+        ReplyWithFailure(status);
 }
 
-void RequestIo::TellFailure(int status)
+void KestIo::ReplyWithFailure(int status)
 {
     const bool isSeen = method == KestMethodGet || method == KestMethodPost; // in a browser
-    reply.Replace(status, kErrorType, isSeen ? ErrorText(status) : std::string());
+    response.Replace(status, kErrorType, isSeen ? ErrorText(status) : std::string());
     if (status == 503)
-        reply.AddLateHeader("Retry-After", kRetrySeconds);
+        response.AddLateHeader("Retry-After", kRetrySeconds);
 }
 
 // Fits the reply to the range that the client wants. False when the module has to be asked again.
-bool RequestIo::FitRange(HTTPSTATUS& status)
+bool KestIo::FitRange(HTTPSTATUS& status)
 {
     const auto told = [this](std::string_view name) {
-        const std::string_view* value = reply.FindHeader(name);
+        const std::string_view* value = response.FindHeader(name);
         return value ? *value : std::string_view();
     };
     constexpr size_t kMostDigitsOf32Bits = 9; // fewer than 2^32 bytes in any case
     const std::string_view length = told("Content-Length");
     if (range.IsWhole() && length.size() <= kMostDigitsOf32Bits)
         return true;
-    switch (range.Judge({status, length, told("Content-Range"), told("Last-Modified")})) {
-    case RangeRequest::Verdict::Send:
+    switch (range.Evaluate({status, length, told("Content-Range"), told("Last-Modified")})) {
+    case RangeRequest::Action::Send:
         break;
-    case RangeRequest::Verdict::SendPart:
-        reply.SetHeader("Content-Length", range.ContentLength());
-        reply.SetHeader("Content-Range", range.ContentRange());
+    case RangeRequest::Action::SendPart:
+        response.SetHeader("Content-Length", range.ContentLength());
+        response.SetHeader("Content-Range", range.ContentRange());
         break;
-    case RangeRequest::Verdict::SendWhole:
-        reply.RemoveHeader("Content-Range");
+    case RangeRequest::Action::SendWhole:
+        response.RemoveHeader("Content-Range");
         status = 200;
         break;
-    case RangeRequest::Verdict::Unsatisfiable:
-        reply.SetHeader("Content-Length", "0");
-        reply.SetHeader("Content-Range", range.ContentRange());
+    case RangeRequest::Action::Unsatisfiable:
+        response.SetHeader("Content-Length", "0");
+        response.SetHeader("Content-Range", range.ContentRange());
         status = 416;
         break;
-    case RangeRequest::Verdict::AskAgain:
-        reply.RemoveHeader("Content-Length");
-        reply.RemoveHeader("Content-Range");
+    case RangeRequest::Action::Retry:
+        response.RemoveHeader("Content-Length");
+        response.RemoveHeader("Content-Range");
         return false;
     }
     return true;
@@ -245,11 +245,11 @@ bool RequestIo::FitRange(HTTPSTATUS& status)
 
 // The session's cookie is of no use to scripts. The module says so on its pages; elsewhere nobody
 // has.
-void RequestIo::SecureCookie()
+void KestIo::SecureCookie()
 {
-    if (admission.setCookie.empty())
+    if (auth.setCookie.empty())
         return;
-    const std::string_view* cookie = reply.FindHeader("Set-Cookie");
+    const std::string_view* cookie = response.FindHeader("Set-Cookie");
     if (!cookie)
         return;
     std::string value(*cookie);
@@ -257,23 +257,23 @@ void RequestIo::SecureCookie()
         value.append("; HttpOnly");
     if (isSecure && value.find("; Secure") == std::string::npos)
         value.append("; Secure");
-    reply.SetHeader("Set-Cookie", value);
+    response.SetHeader("Set-Cookie", value);
 }
 
-bool RequestIo::Finish()
+bool KestIo::Finish()
 {
-    ApplyFailure();
-    if (body.IsOverLimit() && reply.Status() >= 400)
-        reply.Replace(413, {}, {}); // the contract has no status of that meaning
-    if (!reply.HasBegun())
-        reply.Replace(500, {}, {});
-    MeetClientNeeds(*this);
-    if (customStatus_ && customStatus_ == reply.Status() && reply.IsBodyEmpty())
-        reply.Replace(customStatus_, "text/html; charset=utf-8", customText_);
-    return reply.Finish();
+    ApplyReportedFailure();
+    if (body.IsOverLimit() && response.Status() >= 400)
+        response.Replace(413, {}, {}); // the contract has no status of that meaning
+    if (!response.HasBegun())
+        response.Replace(500, {}, {});
+    AdaptToClients(*this);
+    if (customStatus_ && customStatus_ == response.Status() && response.IsBodyEmpty())
+        response.Replace(customStatus_, "text/html; charset=utf-8", customText_);
+    return response.Finish();
 }
 
-TALSTATUS RequestIo::QueryInterface(const GUID* iid, void** out)
+TALSTATUS KestIo::QueryInterface(const GUID* iid, void** out)
 {
     if (!iid || !out)
         return Failure(kCodeInvalidParameter);
@@ -285,40 +285,40 @@ TALSTATUS RequestIo::QueryInterface(const GUID* iid, void** out)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS RequestIo::DiscardClientPayload()
+TALSTATUS KestIo::DiscardClientPayload()
 {
     return Guarded([&] {
         if (!body.Skip())
-            reply.Close(); // too much to read for nothing
+            response.Close(); // too much to read for nothing
         body.Abandon();
         return TAL_STATUS_SUCCESS;
     });
 }
 
-TALSTATUS RequestIo::GetCopyInfo(BOOLEAN* overwrite, INT32* depth, UNICODE_STRING** destination)
+TALSTATUS KestIo::GetCopyInfo(BOOLEAN* overwrite, INT32* depth, UNICODE_STRING** destination)
 {
     if (!depth)
         return Failure(kCodeInvalidParameter);
-    *depth = relocation.depth;
+    *depth = copyMove.depth;
     return GetMoveInfo(overwrite, destination);
 }
 
-TALSTATUS RequestIo::GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination)
+TALSTATUS KestIo::GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination)
 {
     if (!overwrite || !destination)
         return Failure(kCodeInvalidParameter);
-    if (relocation.destination.empty())
+    if (copyMove.destination.empty())
         return Failure(kCodeInvalidRequest); // neither COPY nor MOVE
     return Guarded([&] {
         if (!destination_.Buffer)
-            destination_ = MakeWide(arena, relocation.destination, 1);
-        *overwrite = relocation.overwrites;
+            destination_ = MakeWide(arena, copyMove.destination, 1);
+        *overwrite = copyMove.overwrites;
         *destination = &destination_;
         return TAL_STATUS_SUCCESS;
     });
 }
 
-TALSTATUS RequestIo::GetRawUrl(STRING** url)
+TALSTATUS KestIo::GetRawUrl(STRING** url)
 {
     if (!url)
         return Failure(kCodeInvalidParameter);
@@ -328,17 +328,17 @@ TALSTATUS RequestIo::GetRawUrl(STRING** url)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS RequestIo::GetRemoteAddress(UNICODE_STRING* address)
+TALSTATUS KestIo::GetRemoteAddress(UNICODE_STRING* address)
 {
     return Guarded([&] { return CopyWide(remote, address); });
 }
 
-TALSTATUS RequestIo::GetRemoteHost(UNICODE_STRING* host)
+TALSTATUS KestIo::GetRemoteHost(UNICODE_STRING* host)
 {
     return GetRemoteAddress(host); // names are not looked up: that would wait for another server
 }
 
-TALSTATUS RequestIo::GetUrl(UINT32*, UNICODE_STRING** url)
+TALSTATUS KestIo::GetUrl(UINT32*, UNICODE_STRING** url)
 {
     if (!url)
         return Failure(kCodeInvalidParameter);
@@ -350,7 +350,7 @@ TALSTATUS RequestIo::GetUrl(UINT32*, UNICODE_STRING** url)
     });
 }
 
-TALSTATUS RequestIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
+TALSTATUS KestIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
 {
     if (!arguments)
         return Failure(kCodeInvalidParameter);
@@ -362,7 +362,7 @@ TALSTATUS RequestIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
     });
 }
 
-TALSTATUS RequestIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
+TALSTATUS KestIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name)
         return Failure(kCodeInvalidParameter);
@@ -375,7 +375,7 @@ TALSTATUS RequestIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
     });
 }
 
-TALSTATUS RequestIo::GetRequestMethod(UINT32* number)
+TALSTATUS KestIo::GetRequestMethod(UINT32* number)
 {
     if (!number)
         return Failure(kCodeInvalidParameter);
@@ -383,15 +383,15 @@ TALSTATUS RequestIo::GetRequestMethod(UINT32* number)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS RequestIo::GetReplyHeader(char* name, UINT32* length, char* buffer)
+TALSTATUS KestIo::GetReplyHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name)
         return Failure(kCodeInvalidParameter);
-    const std::string_view* value = reply.FindHeader(name);
+    const std::string_view* value = response.FindHeader(name);
     return value ? CopyOut(*value, length, buffer) : Failure(kCodeNotFound);
 }
 
-TALSTATUS RequestIo::GetUserAgent(UINT32* kind)
+TALSTATUS KestIo::GetUserAgent(UINT32* kind)
 {
     if (!kind)
         return Failure(kCodeInvalidParameter);
@@ -402,7 +402,7 @@ TALSTATUS RequestIo::GetUserAgent(UINT32* kind)
     });
 }
 
-TALSTATUS RequestIo::IsClientPayloadAvailable(UINT32* available)
+TALSTATUS KestIo::IsClientPayloadAvailable(UINT32* available)
 {
     if (!available)
         return Failure(kCodeInvalidParameter);
@@ -410,44 +410,44 @@ TALSTATUS RequestIo::IsClientPayloadAvailable(UINT32* available)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS RequestIo::ReadClientPayload(UINT32 size, UINT8* buffer, UINT32* read)
+TALSTATUS KestIo::ReadClientPayload(UINT32 size, UINT8* buffer, UINT32* read)
 {
     if (!read || (size && !buffer))
         return Failure(kCodeInvalidParameter);
     return Guarded([&] { return body.Read(size, buffer, read); });
 }
 
-TALSTATUS RequestIo::PutString(char* text)
+TALSTATUS KestIo::PutString(char* text)
 {
     return text ? Write(static_cast<UINT32>(std::strlen(text)), reinterpret_cast<UINT8*>(text))
                 : Failure(kCodeInvalidParameter);
 }
 
-TALSTATUS RequestIo::SendHeader(HTTPSTATUS status)
+TALSTATUS KestIo::SendHeader(HTTPSTATUS status)
 {
     return Guarded([&] {
-        if (IsOutrun(*this, status)) {
-            ++relocation.rounds;
-            mustAskAgain_ = true;
+        if (HasDestinationChanged(*this, status)) {
+            ++copyMove.rounds;
+            mustRetry_ = true;
             return Failure(kCodeUnsuccessful);
         }
-        if (method == KestMethodGet && !reply.HasBegun() && !FitRange(status)) {
-            mustAskAgain_ = true;
+        if (method == KestMethodGet && !response.HasBegun() && !FitRange(status)) {
+            mustRetry_ = true;
             return Failure(kCodeUnsuccessful);
         }
         if (method == KestMethodLock)
-            lockAnswer.NoteStatus(status);
+            grantedLock.NoteStatus(status);
         SecureCookie();
         if (method == KestMethodGet || method == KestMethodPost)
-            ConfineBrowser(*this);
-        if (!reply.Begin(status))
+            SetSecurityHeaders(*this);
+        if (!response.Begin(status))
             return Failure(kCodeInvalidRequest);
-        ApplyFailure();
+        ApplyReportedFailure();
         return TAL_STATUS_SUCCESS;
     });
 }
 
-KEST_CONDITIONS RequestIo::Conditions() const noexcept
+KEST_CONDITIONS KestIo::Conditions() const noexcept
 {
     const auto text = [](std::string_view value) {
         const auto size =
@@ -455,10 +455,10 @@ KEST_CONDITIONS RequestIo::Conditions() const noexcept
         return STRING{size, size, const_cast<char*>(value.data())}; // only read
     };
     return {text(preconditions.match), text(preconditions.noneMatch), preconditions.unmodifiedSince,
-            relocation.mayReplace};
+            copyMove.allowsOverwrite};
 }
 
-TALSTATUS RequestIo::SetRequestHeader(char* name, UINT32 length, char* value)
+TALSTATUS KestIo::SetRequestHeader(char* name, UINT32 length, char* value)
 {
     if (!name || !*name || (length && !value))
         return Failure(kCodeInvalidParameter);
@@ -475,49 +475,49 @@ TALSTATUS RequestIo::SetRequestHeader(char* name, UINT32 length, char* value)
     });
 }
 
-TALSTATUS RequestIo::SetReplyHeader(char* name, UINT32 length, char* value)
+TALSTATUS KestIo::SetReplyHeader(char* name, UINT32 length, char* value)
 {
     if (!name || (length && !value))
         return Failure(kCodeInvalidParameter);
     return Guarded([&] {
-        return reply.SetHeader(name, {value, length}) ? TAL_STATUS_SUCCESS
-                                                      : Failure(kCodeInvalidParameter);
+        return response.SetHeader(name, {value, length}) ? TAL_STATUS_SUCCESS
+                                                         : Failure(kCodeInvalidParameter);
     });
 }
 
-TALSTATUS RequestIo::Working()
+TALSTATUS KestIo::Working()
 {
     // Nothing is sent: interim replies for this (102) confuse more clients than they help, and the
     // limits that end a request count waiting for the client, not work.
     return IsCancelled() ? Failure(kCodeUnsuccessful) : TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS RequestIo::Write(UINT32 size, UINT8* data)
+TALSTATUS KestIo::Write(UINT32 size, UINT8* data)
 {
     if (size && !data)
         return Failure(kCodeInvalidParameter);
     return Guarded([&] {
         // A block of content may be dropped unsent, up to the range that is asked for.
-        if (mustAskAgain_ || (size >= kBlock && IsCancelled()))
+        if (mustRetry_ || (size >= kBlock && IsCancelled()))
             return Failure(kCodeUnsuccessful);
         if (method == KestMethodLock)
-            lockAnswer.NoteBody({reinterpret_cast<const char*>(data), size});
-        ApplyFailure();
+            grantedLock.NoteBody({reinterpret_cast<const char*>(data), size});
+        ApplyReportedFailure();
         bool isOver = false;
         const std::string_view piece =
             range.Cut({reinterpret_cast<const char*>(data), size}, isOver);
-        if (!reply.Append(piece.data(), piece.size()) || isOver)
+        if (!response.Append(piece.data(), piece.size()) || isOver)
             return Failure(kCodeUnsuccessful);
         return TAL_STATUS_SUCCESS;
     });
 }
 
-void* RequestIo::AllocMemory(UINT32 size)
+void* KestIo::AllocMemory(UINT32 size)
 {
     return arena.Allocate(size);
 }
 
-TALSTATUS RequestIo::GetRawHeaders(UINT8** headers)
+TALSTATUS KestIo::GetRawHeaders(UINT8** headers)
 {
     if (!headers)
         return Failure(kCodeInvalidParameter);
@@ -530,22 +530,22 @@ TALSTATUS RequestIo::GetRawHeaders(UINT8** headers)
     });
 }
 
-TALSTATUS RequestIo::GetHostname(UINT32* length, char* buffer)
+TALSTATUS KestIo::GetHostname(UINT32* length, char* buffer)
 {
     return CopyOut(hostname, length, buffer);
 }
 
-TALSTATUS RequestIo::GetPort(UINT32* length, char* buffer)
+TALSTATUS KestIo::GetPort(UINT32* length, char* buffer)
 {
     return CopyOut(port, length, buffer);
 }
 
-TALSTATUS RequestIo::GetProtocolName(UINT32* length, char* buffer)
+TALSTATUS KestIo::GetProtocolName(UINT32* length, char* buffer)
 {
     return CopyOut(isSecure ? "https" : "http", length, buffer);
 }
 
-TALSTATUS RequestIo::SetCustomError(HTTPSTATUS status, char* text)
+TALSTATUS KestIo::SetCustomError(HTTPSTATUS status, char* text)
 {
     if (!text || status < 400 || status > 599)
         return Failure(kCodeInvalidParameter);
@@ -556,7 +556,7 @@ TALSTATUS RequestIo::SetCustomError(HTTPSTATUS status, char* text)
     });
 }
 
-TALSTATUS RequestIo::GetAuthRealm(UINT32* length, char* buffer)
+TALSTATUS KestIo::GetAuthRealm(UINT32* length, char* buffer)
 {
     return CopyOut(realm, length, buffer);
 }

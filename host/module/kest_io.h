@@ -21,8 +21,8 @@
 namespace kestd {
 
 // COPY's and MOVE's headers (RFC 4918 sections 10.2, 10.3 and 10.6), judged before the module runs.
-struct Relocation {
-    bool mayReplace = false; // what the client wants
+struct CopyMoveTarget {
+    bool allowsOverwrite = false; // what the client wants
     bool overwrites = false; // what the module is told: clear also where nothing is to be replaced
     int rounds = 0;          // for which the destination has changed under the module's hands
     INT32 depth = -1;
@@ -39,12 +39,12 @@ struct Preconditions {
 
 // Filled by the connection, then used by the module on one thread. Pooled: Reset makes it as new
 // but keeps its memory.
-class RequestIo final : public IKestIO_5, public RunningCall {
+class KestIo final : public IKestIO_5, public RunningCall {
   public:
-    RequestIo() = default;
-    ~RequestIo() = default;
-    RequestIo(const RequestIo&) = delete;
-    RequestIo& operator=(const RequestIo&) = delete;
+    KestIo() = default;
+    ~KestIo() = default;
+    KestIo(const KestIo&) = delete;
+    KestIo& operator=(const KestIo&) = delete;
     void Reset() noexcept;
 
     Buffer headText; // holds the head when the receive buffer had to move on, else empty
@@ -53,16 +53,16 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     UINT32 method = KestMethodUnknown;
     Arena arena;
     Body body;
-    Reply reply;
-    Admission admission;
+    Response response;
+    AuthResult auth;
     bool isAdmitted = false;
     bool isSecure = false;   // what the client sees, which may be a proxy's TLS
     std::string_view remote; // numeric address of the client
     std::string hostname;    // the name it asked for, or the one it reached
     std::string port;
     std::string realm;
-    Relocation relocation;
-    LockAnswer lockAnswer; // of a LOCK
+    CopyMoveTarget copyMove;
+    GrantedLock grantedLock; // of a LOCK
     Preconditions preconditions;
     RangeRequest range;      // of a GET
     bool isKnownNew = false; // nothing was there when the client's conditions were judged
@@ -72,7 +72,7 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     // call. Throws std::bad_alloc.
     const std::string_view* FindRequestHeader(std::string_view name);
     // After the handler: whether it has to run once more, as if it had not run. Tells it once.
-    bool MustAskAgain() noexcept { return std::exchange(mustAskAgain_, false); }
+    bool TakeRetry() noexcept { return std::exchange(mustRetry_, false); }
     // After the handler: custom error texts, failures that came late, and the end of the reply.
     // True when another request may follow.
     bool Finish();
@@ -114,20 +114,20 @@ class RequestIo final : public IKestIO_5, public RunningCall {
     IKestIO_5* Request() noexcept override { return this; }
     UINT32 Method() const noexcept override { return method; }
     bool HasBodyArrived() const noexcept override { return body.HasArrived(); }
-    void TakeFailure(TALSTATUS failure) noexcept override;
-    bool IsCancelled() noexcept override { return reply.HasClientLeft(); }
+    void ReportFailure(TALSTATUS failure) noexcept override;
+    bool IsCancelled() noexcept override { return response.HasClientLeft(); }
     KEST_CONDITIONS Conditions() const noexcept override;
 
   private:
     template <class F> TALSTATUS Guarded(F&& operation) noexcept;
-    void ApplyFailure();
-    void TellFailure(int status);
+    void ApplyReportedFailure();
+    void ReplyWithFailure(int status);
     bool FitRange(HTTPSTATUS& status);
     void SecureCookie();
 
     UINT32 references_ = 1;
     TALSTATUS failure_ = 0; // reported by a component, 0 is none
-    bool mustAskAgain_ = false;
+    bool mustRetry_ = false;
     int customStatus_ = 0;
     std::string_view customText_;
     std::vector<Field> joined_; // looked up before, or set by the handler

@@ -29,7 +29,7 @@ template <class T, class U> TALSTATUS Give(T* out, U value) noexcept
 
 } // namespace
 
-Probe::Probe(RequestIo& behind, std::string_view path, UINT32 method)
+Subrequest::Subrequest(KestIo& behind, std::string_view path, UINT32 method)
     : behind_(behind), method_(method), escaped_(EscapePath(path))
 {
     if (!AppendWide(path, path_))
@@ -43,18 +43,18 @@ Probe::Probe(RequestIo& behind, std::string_view path, UINT32 method)
                escaped_.data()};
 }
 
-void Probe::Run(Front& front, SCHANDLE session)
+void Subrequest::Run(Front& front, SCHANDLE session)
 {
     const CallScope scope(*this);
     (void)front.module->RequestHandler(this, session, method_); // the reply says it all
 }
 
-bool Probe::IsCancelled() noexcept
+bool Subrequest::IsCancelled() noexcept
 {
     return behind_.IsCancelled();
 }
 
-TALSTATUS Probe::QueryInterface(const GUID* iid, void** out)
+TALSTATUS Subrequest::QueryInterface(const GUID* iid, void** out)
 {
     if (!iid || !out)
         return Failure(kCodeInvalidParameter);
@@ -66,47 +66,47 @@ TALSTATUS Probe::QueryInterface(const GUID* iid, void** out)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::DiscardClientPayload()
+TALSTATUS Subrequest::DiscardClientPayload()
 {
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::GetCopyInfo(BOOLEAN*, INT32*, UNICODE_STRING**)
+TALSTATUS Subrequest::GetCopyInfo(BOOLEAN*, INT32*, UNICODE_STRING**)
 {
     return Failure(kCodeInvalidRequest);
 }
 
-TALSTATUS Probe::GetMoveInfo(BOOLEAN*, UNICODE_STRING**)
+TALSTATUS Subrequest::GetMoveInfo(BOOLEAN*, UNICODE_STRING**)
 {
     return Failure(kCodeInvalidRequest);
 }
 
-TALSTATUS Probe::GetRawUrl(STRING** url)
+TALSTATUS Subrequest::GetRawUrl(STRING** url)
 {
     return Give(url, &rawUrl_);
 }
 
-TALSTATUS Probe::GetRemoteAddress(UNICODE_STRING* address)
+TALSTATUS Subrequest::GetRemoteAddress(UNICODE_STRING* address)
 {
     return behind_.GetRemoteAddress(address);
 }
 
-TALSTATUS Probe::GetRemoteHost(UNICODE_STRING* host)
+TALSTATUS Subrequest::GetRemoteHost(UNICODE_STRING* host)
 {
     return behind_.GetRemoteHost(host);
 }
 
-TALSTATUS Probe::GetUrl(UINT32*, UNICODE_STRING** url)
+TALSTATUS Subrequest::GetUrl(UINT32*, UNICODE_STRING** url)
 {
     return Give(url, &url_);
 }
 
-TALSTATUS Probe::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
+TALSTATUS Subrequest::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
 {
     return Give(arguments, &arguments_);
 }
 
-TALSTATUS Probe::GetRequestHeader(char* name, UINT32* length, char* buffer)
+TALSTATUS Subrequest::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name || !length)
         return Failure(kCodeInvalidParameter);
@@ -121,38 +121,38 @@ TALSTATUS Probe::GetRequestHeader(char* name, UINT32* length, char* buffer)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::GetRequestMethod(UINT32* number)
+TALSTATUS Subrequest::GetRequestMethod(UINT32* number)
 {
     return Give(number, method_);
 }
 
-TALSTATUS Probe::GetReplyHeader(char*, UINT32*, char*)
+TALSTATUS Subrequest::GetReplyHeader(char*, UINT32*, char*)
 {
     return Failure(kCodeNotFound);
 }
 
-TALSTATUS Probe::GetUserAgent(UINT32* kind)
+TALSTATUS Subrequest::GetUserAgent(UINT32* kind)
 {
     return Give(kind, 0u);
 }
 
-TALSTATUS Probe::IsClientPayloadAvailable(UINT32* available)
+TALSTATUS Subrequest::IsClientPayloadAvailable(UINT32* available)
 {
     return Give(available, 0u);
 }
 
-TALSTATUS Probe::ReadClientPayload(UINT32, UINT8*, UINT32* read)
+TALSTATUS Subrequest::ReadClientPayload(UINT32, UINT8*, UINT32* read)
 {
     const TALSTATUS status = Give(read, 0u);
     return Failed(status) ? status : Failure(kCodeEndOfFile);
 }
 
-TALSTATUS Probe::PutString(char*)
+TALSTATUS Subrequest::PutString(char*)
 {
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::SendHeader(HTTPSTATUS status)
+TALSTATUS Subrequest::SendHeader(HTTPSTATUS status)
 {
     if (status_)
         return Failure(kCodeInvalidRequest);
@@ -160,17 +160,17 @@ TALSTATUS Probe::SendHeader(HTTPSTATUS status)
     return TAL_STATUS_SUCCESS;
 }
 
-void Probe::TakeFailure(TALSTATUS failure) noexcept
+void Subrequest::ReportFailure(TALSTATUS failure) noexcept
 {
-    behind_.TakeFailure(failure);
+    behind_.ReportFailure(failure);
 }
 
-TALSTATUS Probe::SetRequestHeader(char*, UINT32, char*)
+TALSTATUS Subrequest::SetRequestHeader(char*, UINT32, char*)
 {
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::SetReplyHeader(char* name, UINT32 length, char* value)
+TALSTATUS Subrequest::SetReplyHeader(char* name, UINT32 length, char* value)
 {
     if (status_)
         return Failure(kCodeInvalidRequest);
@@ -181,57 +181,57 @@ TALSTATUS Probe::SetReplyHeader(char* name, UINT32 length, char* value)
             lastModified_.assign(value, length);
         return TAL_STATUS_SUCCESS;
     } catch (const std::bad_alloc&) {
-        TakeFailure(Failure(kCodeInsufficientResources));
+        ReportFailure(Failure(kCodeInsufficientResources));
         return Failure(kCodeInsufficientResources);
     }
 }
 
-TALSTATUS Probe::Working()
+TALSTATUS Subrequest::Working()
 {
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::Write(UINT32, UINT8*)
+TALSTATUS Subrequest::Write(UINT32, UINT8*)
 {
     return TAL_STATUS_SUCCESS;
 }
 
-void* Probe::AllocMemory(UINT32 size)
+void* Subrequest::AllocMemory(UINT32 size)
 {
     return arena_.Allocate(size);
 }
 
-TALSTATUS Probe::GetRawHeaders(UINT8** headers)
+TALSTATUS Subrequest::GetRawHeaders(UINT8** headers)
 {
     return Give(headers, &noHeaders_);
 }
 
-TALSTATUS Probe::GetHostname(UINT32* length, char* buffer)
+TALSTATUS Subrequest::GetHostname(UINT32* length, char* buffer)
 {
     return behind_.GetHostname(length, buffer);
 }
 
-TALSTATUS Probe::GetPort(UINT32* length, char* buffer)
+TALSTATUS Subrequest::GetPort(UINT32* length, char* buffer)
 {
     return behind_.GetPort(length, buffer);
 }
 
-TALSTATUS Probe::GetProtocolName(UINT32* length, char* buffer)
+TALSTATUS Subrequest::GetProtocolName(UINT32* length, char* buffer)
 {
     return behind_.GetProtocolName(length, buffer);
 }
 
-TALSTATUS Probe::SetCustomError(HTTPSTATUS, char*)
+TALSTATUS Subrequest::SetCustomError(HTTPSTATUS, char*)
 {
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Probe::GetAuthRealm(UINT32* length, char* buffer)
+TALSTATUS Subrequest::GetAuthRealm(UINT32* length, char* buffer)
 {
     return behind_.GetAuthRealm(length, buffer);
 }
 
-BOOLEAN Probe::IsSecure()
+BOOLEAN Subrequest::IsSecure()
 {
     return behind_.IsSecure();
 }

@@ -13,17 +13,17 @@
 
 namespace kestd {
 
-class RequestIo;
+class KestIo;
 
 // A request without headers and body, on behalf of another one; of the reply only the status and
 // the date are kept.
-class Probe final : public IKestIO_5, public RunningCall {
+class Subrequest final : public IKestIO_5, public RunningCall {
   public:
     // `path` is unescaped and begins with the location. Throws std::bad_alloc.
-    Probe(RequestIo& behind, std::string_view path, UINT32 method);
-    ~Probe() = default;
-    Probe(const Probe&) = delete;
-    Probe& operator=(const Probe&) = delete;
+    Subrequest(KestIo& behind, std::string_view path, UINT32 method);
+    ~Subrequest() = default;
+    Subrequest(const Subrequest&) = delete;
+    Subrequest& operator=(const Subrequest&) = delete;
 
     // The one header that a request of this kind can have.
     void SetLockToken(std::string value) { lockToken_ = std::move(value); }
@@ -75,11 +75,11 @@ class Probe final : public IKestIO_5, public RunningCall {
     }
     KEST_CONDITIONS Conditions() const noexcept override { return {}; }
     bool HasBodyArrived() const noexcept override { return true; }
-    void TakeFailure(TALSTATUS failure) noexcept override;
+    void ReportFailure(TALSTATUS failure) noexcept override;
     bool IsCancelled() noexcept override;
 
   private:
-    RequestIo& behind_;
+    KestIo& behind_;
     const UINT32 method_;
     UINT32 references_ = 1;
     int status_ = 0;

@@ -16,9 +16,9 @@ constexpr size_t kArenaBlock = 8 * 1024;
 constexpr size_t kArenaLimit = 16 * 1024 * 1024;
 
 // Spare blocks of one thread. As many as requests that a thread has open at once, and a few more.
-class Stock {
+class BlockPool {
   public:
-    ~Stock()
+    ~BlockPool()
     {
         while (count_)
             std::free(blocks_[--count_]);
@@ -40,7 +40,7 @@ class Stock {
     size_t count_ = 0;
 };
 
-thread_local Stock t_stock;
+thread_local BlockPool t_stock;
 
 } // namespace
 

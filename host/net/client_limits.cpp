@@ -27,7 +27,7 @@ std::array<unsigned char, 8> KeyOf(const sockaddr_storage& peer) noexcept
 
 } // namespace
 
-Clients::Place Clients::Enter(const sockaddr_storage& peer)
+ClientLimits::Place ClientLimits::Enter(const sockaddr_storage& peer)
 {
     const auto key = KeyOf(peer);
     const std::lock_guard lock(mutex_);
@@ -40,14 +40,15 @@ Clients::Place Clients::Enter(const sockaddr_storage& peer)
     return place;
 }
 
-void Clients::Leave(Client& client) noexcept
+void ClientLimits::Leave(Client& client) noexcept
 {
     const std::lock_guard lock(mutex_);
     if (--client.connections == 0)
         clients_.erase(std::array(client.address)); // not by what goes
 }
 
-void Clients::BeginWait(WaitingRequest& request, const Place& place, const Bounds& bounds) noexcept
+void ClientLimits::BeginWait(WaitingRequest& request, const Place& place,
+                             const Bounds& bounds) noexcept
 {
     const std::lock_guard lock(mutex_);
     Client& client = *place.client_;
@@ -67,14 +68,14 @@ void Clients::BeginWait(WaitingRequest& request, const Place& place, const Bound
         GiveUp(*first_); // there is one: it counts
 }
 
-void Clients::GiveUp(WaitingRequest& request) noexcept
+void ClientLimits::GiveUp(WaitingRequest& request) noexcept
 {
     Unlink(request);
     ++givenUp_;
     request.GiveUp();
 }
 
-void Clients::Unlink(WaitingRequest& request) noexcept
+void ClientLimits::Unlink(WaitingRequest& request) noexcept
 {
     (request.link.previous ? request.link.previous->link.next : first_) = request.link.next;
     (request.link.next ? request.link.next->link.previous : last_) = request.link.previous;
@@ -83,20 +84,20 @@ void Clients::Unlink(WaitingRequest& request) noexcept
     request.link.client = nullptr;
 }
 
-void Clients::EndWait(WaitingRequest& request) noexcept
+void ClientLimits::EndWait(WaitingRequest& request) noexcept
 {
     const std::lock_guard lock(mutex_);
     if (request.link.client)
         Unlink(request);
 }
 
-uint32_t Clients::Waiting() noexcept
+uint32_t ClientLimits::Waiting() noexcept
 {
     const std::lock_guard lock(mutex_);
     return waiting_;
 }
 
-uint64_t Clients::GivenUp() noexcept
+uint64_t ClientLimits::GivenUp() noexcept
 {
     const std::lock_guard lock(mutex_);
     return givenUp_;

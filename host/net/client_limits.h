@@ -15,7 +15,7 @@
 
 namespace kestd {
 
-class Clients;
+class ClientLimits;
 
 // A request that may wait for its client.
 class WaitingRequest {
@@ -47,7 +47,7 @@ struct Client {
 };
 
 // All addresses that have a connection. Thread-safe.
-class Clients {
+class ClientLimits {
   public:
     // One connection's hold on its address.
     class Place {
@@ -69,8 +69,8 @@ class Clients {
         uint32_t Connections() const noexcept { return connections_; }
 
       private:
-        friend class Clients;
-        Clients* clients_ = nullptr;
+        friend class ClientLimits;
+        ClientLimits* clients_ = nullptr;
         Client* client_ = nullptr;
         uint32_t connections_ = 0;
     };

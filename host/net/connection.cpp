@@ -31,10 +31,10 @@ constexpr int kRounds = 8;
 
 } // namespace
 
-Connection::Connection(Front& front, Descriptor socket, Clients::Place place,
-                       const sockaddr_storage& peer, const Live& live)
+Connection::Connection(Front& front, Descriptor socket, ClientLimits::Place place,
+                       const sockaddr_storage& peer, const EffectiveSettings& live)
     : front_(front), place_(std::move(place)), socket_(std::move(socket)),
-      transport_(socket_.Number(), live.tls.get()), live_(front.Snapshot())
+      stream_(socket_.Number(), live.tls.get()), live_(front.Snapshot())
 {
     const int on = 1;
     (void)setsockopt(socket_.Number(), IPPROTO_TCP, TCP_NODELAY, &on,
@@ -45,7 +45,7 @@ Connection::Connection(Front& front, Descriptor socket, Clients::Place place,
             : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
     if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
         remote_[0] = '-';
-    ticket_ = front_.poller.Reserve(*this);
+    registration_ = front_.loop.Reserve(*this);
     front_.Add(*this);
 }
 
@@ -58,9 +58,9 @@ Connection::~Connection()
         while (!RunCall())
             ;
     if (request_ && request_->isAdmitted)
-        front_.doorkeeper.Leave(request_->admission.session);
+        front_.accessControl.ReleaseSession(request_->auth.session);
     front_.Remove(*this);
-    front_.poller.Remove(ticket_);
+    front_.loop.Remove(registration_);
 }
 
 void Connection::Begin() noexcept
@@ -75,7 +75,7 @@ void Connection::Begin() noexcept
 // for.
 void Connection::Watch() noexcept
 {
-    if (const int error = front_.poller.Watch(ticket_, socket_.Number())) {
+    if (const int error = front_.loop.Watch(registration_, socket_.Number())) {
         TolmLog(kLogWarning, "kestd", std::strerror(error));
         delete this;
     }
@@ -139,7 +139,7 @@ void Connection::Run(Event event)
 {
     do {
         if (state_ == State::Call && event.isOverload) { // a handler takes its time
-            front_.poller.Poke(ticket_);
+            front_.loop.Schedule(registration_);
             continue;
         }
         hasExpired_ = deadline_.exchange(0) == -1;
@@ -158,22 +158,22 @@ void Connection::Run(Event event)
             return;
         }
         if (step == Step::Again) // a long pipeline lets others have their turn
-            front_.poller.Poke(ticket_);
+            front_.loop.Schedule(registration_);
         event.mayHaveEnded = true; // if it goes on at once: nobody has said
-    } while (!LetGo());
+    } while (!Release());
 }
 
 // Lets go of the connection, which another thread may run from here on. False when there is
 // something to do already.
-bool Connection::LetGo() noexcept
+bool Connection::Release() noexcept
 {
     const auto wanted =
-        waitsFor_ == For::Input ? Poller::Interest::Input : Poller::Interest::Output;
+        waitsFor_ == For::Input ? EventLoop::Interest::Input : EventLoop::Interest::Output;
     if (interest_ != wanted)
-        front_.poller.Expect(ticket_, socket_.Number(), wanted);
+        front_.loop.Expect(registration_, socket_.Number(), wanted);
     interest_ = wanted;
     PublishWait();
-    return front_.poller.LetGo(ticket_);
+    return front_.loop.Release(registration_);
 }
 
 // Says what others must know of the wait that begins.
@@ -187,7 +187,7 @@ void Connection::PublishWait() noexcept
     }
     const int64_t start = isIdle_ ? idleStart_ : headStart_;
     headWaitStart_.store(state_ == State::Head ? start : 0, std::memory_order_relaxed);
-    movedAndOne_.store(isRequest ? transport_.Moved() + 1 : 0, std::memory_order_relaxed);
+    movedAndOne_.store(isRequest ? stream_.Moved() + 1 : 0, std::memory_order_relaxed);
 }
 
 Connection::Step Connection::Serve()
@@ -216,7 +216,7 @@ Connection::Step Connection::WaitFor(For what, int64_t deadline) noexcept
 
 Waiter::For Connection::ToReceive() const noexcept
 {
-    return transport_.WantsToSend() ? For::Output : For::Input;
+    return stream_.WantsToSend() ? For::Output : For::Input;
 }
 
 Connection::Step Connection::ReadHead()
@@ -239,7 +239,7 @@ Connection::Step Connection::ReadHead()
         if (isDrained_)
             return WaitForHead();
         const ssize_t got = ReceiveHead();
-        if (got == Transport::kWouldBlock)
+        if (got == SocketStream::kWouldBlock)
             return WaitForHead();
         if (got <= 0)
             return Step::Close;
@@ -250,7 +250,7 @@ ssize_t Connection::ReceiveHead()
 {
     const bool wasIdle = in_.Size() == 0;
     const size_t room = in_.Reserve(4096);
-    const ssize_t got = transport_.Receive(in_.Tail(), room);
+    const ssize_t got = stream_.Receive(in_.Tail(), room);
     if (got <= 0) {
         if (wasIdle)
             in_.Release();
@@ -258,7 +258,7 @@ ssize_t Connection::ReceiveHead()
     }
     in_.Grew(static_cast<size_t>(got));
     // Less than there was room for is all there was; an end behind it would not be told again.
-    isDrained_ = !transport_.IsTls() && !event_.mayHaveEnded && static_cast<size_t>(got) < room;
+    isDrained_ = !stream_.IsTls() && !event_.mayHaveEnded && static_cast<size_t>(got) < room;
     if (wasIdle && isIdle_)
         headStart_ = NowMs();
     isIdle_ = false;
@@ -292,8 +292,8 @@ Connection::Step Connection::Linger()
 {
     char scratch[16 * 1024];
     while (!hasExpired_ && lingered_ < kLingerBytes) {
-        const ssize_t got = transport_.Receive(scratch, sizeof scratch);
-        if (got == Transport::kWouldBlock) {
+        const ssize_t got = stream_.Receive(scratch, sizeof scratch);
+        if (got == SocketStream::kWouldBlock) {
             if (lingerEnd_ == 0)
                 lingerEnd_ = NowMs() + kLingerTime.count();
             return WaitFor(For::Input, lingerEnd_);
@@ -305,17 +305,17 @@ Connection::Step Connection::Linger()
     return Step::Close;
 }
 
-void Connection::TurnAway()
+void Connection::RejectOverload()
 {
     static constexpr std::string_view kText =
         "HTTP/1.1 503 Service Unavailable\r\nRetry-After: 5\r\nContent-Length: 24\r\n"
         "Content-Type: text/plain; charset=utf-8\r\nConnection: close\r\n\r\n"
         "503 Service Unavailable\n";
-    if (!transport_.IsTls()) { // a TLS client would need a handshake first
+    if (!stream_.IsTls()) { // a TLS client would need a handshake first
         const iovec piece{const_cast<char*>(kText.data()), kText.size()};
-        (void)transport_.Send(&piece, 1, true, milliseconds(0), *this);
+        (void)stream_.Send(&piece, 1, true, milliseconds(0), *this);
     }
-    transport_.EndSending();
+    stream_.EndSending();
     (void)StartLinger();
     lingerEnd_ = NowMs() + 1000;
     deadline_ = lingerEnd_;

@@ -20,17 +20,17 @@
 namespace kestd {
 
 class Front;
-class RequestIo;
+class KestIo;
 class RunningCall;
 struct Limits;
-struct Live;
+struct EffectiveSettings;
 
 // Waits for the socket to become ready, then runs on whichever worker picks that up, and waits
 // again. No thread waits for a client: a head and the beginning of a body are gathered, what is
 // left of a reply is sent as the client takes it, and a handler in between runs on a fiber, which
 // stops where it would wait. At any time either nobody or one thread runs the connection, so its
 // members need no lock; the exceptions are said. Deletes itself.
-class Connection final : public Watched, public Waiter, public WaitingRequest {
+class Connection final : public EventHandler, public Waiter, public WaitingRequest {
   public:
     // What the clock's thread looks at: the time, since it last looked, and whether few more
     // connections may be opened. Milliseconds.
@@ -41,8 +41,8 @@ class Connection final : public Watched, public Waiter, public WaitingRequest {
     };
 
     // Throws std::bad_alloc.
-    Connection(Front& front, Descriptor socket, Clients::Place place, const sockaddr_storage& peer,
-               const Live& live);
+    Connection(Front& front, Descriptor socket, ClientLimits::Place place,
+               const sockaddr_storage& peer, const EffectiveSettings& live);
     // A handler that has stopped runs to its end first, as if its client had left.
     ~Connection();
     Connection(const Connection&) = delete;
@@ -51,7 +51,7 @@ class Connection final : public Watched, public Waiter, public WaitingRequest {
     // Serves the client from here on.
     void Begin() noexcept;
     // Says 503 and goes: there are too many connections.
-    void TurnAway();
+    void RejectOverload();
 
     // From any thread, while the connection is in the list:
     // Ends a wait whose time is up, that keeps others out, or whose client is too slow. For the
@@ -80,7 +80,7 @@ class Connection final : public Watched, public Waiter, public WaitingRequest {
     using Work = void (Connection::*)();
 
     void Watch() noexcept;
-    bool LetGo() noexcept;
+    bool Release() noexcept;
     void PublishWait() noexcept;
     void Expire(int64_t due) noexcept;
     bool IsTooSlow(int64_t elapsed, const Limits& limits) noexcept;
@@ -97,7 +97,7 @@ class Connection final : public Watched, public Waiter, public WaitingRequest {
     // connection_request.cpp
     Step OnHead(size_t size);
     Step Refuse(int status);
-    Step TurnRequestAway();
+    Step RejectForOverload();
     void StartReply();
     Step StartCall(Work work);
     static void RunWork(void* self) noexcept;
@@ -114,15 +114,15 @@ class Connection final : public Watched, public Waiter, public WaitingRequest {
     Step AfterReply();
 
     Front& front_;
-    const Clients::Place place_;
+    const ClientLimits::Place place_;
     const Descriptor socket_;
-    Poller::Ticket ticket_ = 0;
-    Poller::Interest interest_ = Poller::Interest::Input; // as the poller knows it
+    EventLoop::Registration registration_ = 0;
+    EventLoop::Interest interest_ = EventLoop::Interest::Input; // as the loop knows it
     For waitsFor_ = For::Input;
-    Transport transport_;
+    SocketStream stream_;
     Buffer in_;
-    std::shared_ptr<const Live> live_; // changes between requests only
-    std::unique_ptr<RequestIo> request_;
+    std::shared_ptr<const EffectiveSettings> live_; // changes between requests only
+    std::unique_ptr<KestIo> request_;
     std::unique_ptr<Fiber> fiber_; // while a handler runs or has stopped
     Work work_ = nullptr;          // what runs on it
     RunningCall* call_ = nullptr;  // of the handler that has stopped

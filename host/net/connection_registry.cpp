@@ -15,23 +15,23 @@ int64_t NowMs() noexcept
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
-const Live& Front::Current()
+const EffectiveSettings& Front::Current()
 {
     // Each thread keeps its own reference, so that asking costs neither a lock nor a shared count.
-    thread_local std::shared_ptr<const Live> t_live;
+    thread_local std::shared_ptr<const EffectiveSettings> t_live;
     if (!t_live || t_live->version != liveVersion_.load(std::memory_order_acquire))
         t_live = Snapshot();
     return *t_live;
 }
 
-void Front::Publish(std::shared_ptr<const Live> live)
+void Front::Publish(std::shared_ptr<const EffectiveSettings> live)
 {
     const std::lock_guard lock(liveMutex_);
     live_ = std::move(live);
     liveVersion_.store(live_->version, std::memory_order_release);
 }
 
-std::shared_ptr<const Live> Front::Snapshot()
+std::shared_ptr<const EffectiveSettings> Front::Snapshot()
 {
     const std::lock_guard lock(liveMutex_);
     return live_;
@@ -60,7 +60,7 @@ void Front::Remove(Connection& connection)
         isEmpty_.notify_all();
 }
 
-void Front::Sweep(int64_t now)
+void Front::ExpireDeadlines(int64_t now)
 {
     const Limits& limits = Current().settings.limits;
     const int64_t elapsed = sweptBefore_ ? now - sweptBefore_ : 0;

@@ -25,7 +25,7 @@ namespace kestd {
 class Connection;
 
 // The settings in force, and what follows from them. Never changed; a reload makes a new one.
-struct Live {
+struct EffectiveSettings {
     ServerSettings settings;
     std::shared_ptr<ssl_ctx_st> tls;
     std::string publicHost; // of the public URL; empty for none
@@ -36,18 +36,18 @@ struct Live {
 
 class Front {
   public:
-    Front(Doorkeeper& keeper, IKestReq_2* handler, std::string path)
-        : doorkeeper(keeper), module(handler), location(std::move(path))
+    Front(AccessControl& keeper, IKestReq_2* handler, std::string path)
+        : accessControl(keeper), module(handler), location(std::move(path))
     {
     }
 
     // The settings for what begins now, which waits for nothing. The reference holds until the
     // calling thread asks again.
-    const Live& Current();
-    void Publish(std::shared_ptr<const Live> live);
-    std::shared_ptr<const Live> Snapshot();
+    const EffectiveSettings& Current();
+    void Publish(std::shared_ptr<const EffectiveSettings> live);
+    std::shared_ptr<const EffectiveSettings> Snapshot();
     // Brings a reference that its owner keeps up to date; costs nothing while nothing changes.
-    void Refresh(std::shared_ptr<const Live>& live)
+    void Refresh(std::shared_ptr<const EffectiveSettings>& live)
     {
         if (live->version != liveVersion_.load(std::memory_order_acquire))
             live = Snapshot();
@@ -59,17 +59,17 @@ class Front {
     void Remove(Connection& connection);
     size_t ConnectionCount() const noexcept { return count_.load(std::memory_order_relaxed); }
     // Ends waits whose time is up. For one thread, at regular intervals.
-    void Sweep(int64_t now);
+    void ExpireDeadlines(int64_t now);
     // Ends idle connections, or (with `all`) every one, whatever it does.
     void Hurry(bool all);
     // Waits until there are no connections. False when time is up first.
     bool WaitUntilEmpty(std::chrono::milliseconds time);
     void DeleteAll(); // no thread runs any more
 
-    Clients clients;
-    Poller poller;
-    Workers workers{poller};
-    Doorkeeper& doorkeeper;
+    ClientLimits clients;
+    EventLoop loop;
+    WorkerPool workers{loop};
+    AccessControl& accessControl;
     IKestReq_2* const module;
     const std::string location;
     AccessLog log;
@@ -77,7 +77,7 @@ class Front {
 
   private:
     std::mutex liveMutex_; // guards live_
-    std::shared_ptr<const Live> live_;
+    std::shared_ptr<const EffectiveSettings> live_;
     std::atomic<uint64_t> liveVersion_{0};
     std::mutex mutex_; // guards the list
     std::condition_variable isEmpty_;

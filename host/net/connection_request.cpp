@@ -28,19 +28,19 @@ constexpr size_t kGatheredBeginning = 8 * 1024;
 
 // Requests that are not in use, kept with their memory. Few: one for each that a thread has open.
 struct Spare {
-    std::array<std::unique_ptr<RequestIo>, 4> requests;
+    std::array<std::unique_ptr<KestIo>, 4> requests;
     size_t count = 0;
 };
 thread_local Spare t_spare;
 
-std::unique_ptr<RequestIo> TakeRequest()
+std::unique_ptr<KestIo> AcquireRequest()
 {
     if (t_spare.count == 0)
-        return std::make_unique<RequestIo>();
+        return std::make_unique<KestIo>();
     return std::move(t_spare.requests[--t_spare.count]);
 }
 
-void GiveRequest(std::unique_ptr<RequestIo> request) noexcept
+void ReleaseRequest(std::unique_ptr<KestIo> request) noexcept
 {
     request->Reset();
     if (t_spare.count < t_spare.requests.size())
@@ -57,57 +57,57 @@ bool IsXmlMethod(UINT32 method) noexcept
 
 void Connection::StartReply()
 {
-    Reply::Terms terms;
+    Response::Options terms;
     terms.isHead = request_->method == KestMethodHead;
     terms.mayChunk = request_->head.version == 11;
     terms.mayKeepAlive = WantsKeepAlive(request_->head) && !front_.isStopping;
     terms.saysKeepAlive = request_->head.version == 10;
     terms.stall = live_->settings.limits.sendStallTime;
-    request_->reply.Start(terms, request_->arena, request_->body, transport_, *this);
+    request_->response.Start(terms, request_->arena, request_->body, stream_, *this);
 }
 
 Connection::Step Connection::OnHead(size_t size)
 {
-    const Live& live = *live_;
-    request_ = TakeRequest();
-    RequestIo& request = *request_;
+    const EffectiveSettings& live = *live_;
+    request_ = AcquireRequest();
+    KestIo& request = *request_;
     if (live.settings.accessLog)
         request.start = std::chrono::steady_clock::now();
     request.remote = remote_;
-    request.isSecure = transport_.IsTls() || live.isPublicSecure;
+    request.isSecure = stream_.IsTls() || live.isPublicSecure;
     request.headText.Append(in_.Data(), size);
     in_.Consume(size);
     scanned_ = 0;
     isFirst_ = false;
-    Framing framing;
+    MessageFraming framing;
     bool mustClose = false;
     const int refusal = ReadRequest(request, live, framing, mustClose);
     const bool expects = request.head.version == 11 && request.head.Find("Expect") != nullptr;
-    request.body.Start(mustClose ? Framing{} : framing, in_, transport_, *this, expects,
+    request.body.Start(mustClose ? MessageFraming{} : framing, in_, stream_, *this, expects,
                        live.settings.limits.bodyIdleTime);
     StartReply();
     if (mustClose)
-        request.reply.Close();
+        request.response.Close();
     if (refusal)
         return AnswerAndEnd(refusal);
-    return event_.isOverload ? TurnRequestAway() : StartCall(&Connection::Handle);
+    return event_.isOverload ? RejectForOverload() : StartCall(&Connection::Handle);
 }
 
 Connection::Step Connection::Refuse(int status)
 {
-    request_ = TakeRequest();
+    request_ = AcquireRequest();
     if (live_->settings.accessLog)
         request_->start = std::chrono::steady_clock::now();
     request_->remote = remote_;
-    request_->body.Start({}, in_, transport_, *this, false, milliseconds(0));
+    request_->body.Start({}, in_, stream_, *this, false, milliseconds(0));
     StartReply();
-    request_->reply.Close();
+    request_->response.Close();
     return AnswerAndEnd(status);
 }
 
-Connection::Step Connection::TurnRequestAway()
+Connection::Step Connection::RejectForOverload()
 {
-    request_->reply.SetHeader("Retry-After", "5");
+    request_->response.SetHeader("Retry-After", "5");
     return AnswerAndEnd(503);
 }
 
@@ -123,7 +123,7 @@ Connection::Step Connection::AnswerAndEnd(int status)
 
 Connection::Step Connection::StartCall(Work work)
 {
-    fiber_ = TakeFiber();
+    fiber_ = AcquireFiber();
     work_ = work;
     hasFailed_ = isToGather_ = false;
     return GoOn();
@@ -156,7 +156,7 @@ Connection::Step Connection::GoOn()
         state_ = State::Call;
         return WaitFor(waitsFor_, callDeadline_);
     }
-    GiveFiber(std::move(fiber_));
+    ReleaseFiber(std::move(fiber_));
     state_ = State::Body;
     if (hasFailed_)
         return Step::Close;
@@ -176,8 +176,8 @@ bool Connection::Wait(For what, int64_t deadline)
 
 void Connection::Handle()
 {
-    RequestIo& request = *request_;
-    if (Decide(request, front_, *live_) != Route::Module)
+    KestIo& request = *request_;
+    if (Decide(request, front_, *live_) != RouteResult::Module)
         return FinishReply();
     const Limits& limits = live_->settings.limits;
     const uint64_t limit = IsXmlMethod(request.method) ? limits.xmlBodyBytes : limits.bodyBytes;
@@ -197,30 +197,30 @@ void Connection::Handle()
 
 void Connection::CallModule()
 {
-    RequestIo& request = *request_;
-    if (!MeetsPreconditions(request, front_)) {
+    KestIo& request = *request_;
+    if (!MeetsConditions(request, front_)) {
         AnswerError(request, 412);
         return FinishReply();
     }
     do {
         if (request.method == KestMethodCopy || request.method == KestMethodMove)
-            ClearMootOverwrite(request, front_);
+            ResolveOverwrite(request, front_);
         if (request.HasFailed()) // what there is could not be looked at
             break;
         const CallScope scope(request);
-        (void)front_.module->RequestHandler(&request, request.admission.session,
+        (void)front_.module->RequestHandler(&request, request.auth.session,
                                             request.method); // the reply says it all
-    } while (request.MustAskAgain());
+    } while (request.TakeRetry());
     FinishReply();
 }
 
 void Connection::FinishReply()
 {
-    RequestIo& request = *request_;
-    if (request.reply.Status() >= 400 && !request.body.HasArrived())
-        request.reply.Close();
+    KestIo& request = *request_;
+    if (request.response.Status() >= 400 && !request.body.HasArrived())
+        request.response.Close();
     goesOn_ = request.Finish();
-    TakeBackUnheardLock(request, front_);
+    RevokeUnsentLock(request, front_);
 }
 
 // -- Without it ------------------------------------------------------------------------------
@@ -253,7 +253,7 @@ Connection::Step Connection::GatherBody()
     switch (request_->body.Fetch(limit, enough)) {
     case Body::Fetched::Whole:
     case Body::Fetched::Enough:
-        return event_.isOverload ? TurnRequestAway() : StartCall(&Connection::CallModule);
+        return event_.isOverload ? RejectForOverload() : StartCall(&Connection::CallModule);
     case Body::Fetched::More:
         return WaitFor(ToReceive(), NowMs() + live_->settings.limits.bodyIdleTime.count());
     case Body::Fetched::TooLarge:
@@ -268,24 +268,24 @@ Connection::Step Connection::GatherBody()
 // The reply is complete, though perhaps not sent.
 Connection::Step Connection::EndRequest()
 {
-    RequestIo& request = *request_;
-    const bool isBroken = request.reply.IsBroken();
+    KestIo& request = *request_;
+    const bool isBroken = request.response.IsBroken();
     hasUnread_ = in_.Size() || !request.body.HasArrived();
     if (request.isAdmitted) {
-        front_.doorkeeper.Leave(request.admission.session);
+        front_.accessControl.ReleaseSession(request.auth.session);
         request.isAdmitted = false;
     }
     if (live_->settings.accessLog && request.start != decltype(request.start)())
-        front_.log.Write({request.remote, request.admission.user, request.head.method,
-                          request.head.target, request.head.version, request.reply.Status(),
-                          request.reply.BodyBytes(),
+        front_.log.Write({request.remote, request.auth.user, request.head.method,
+                          request.head.target, request.head.version, request.response.Status(),
+                          request.response.BodyBytes(),
                           std::chrono::duration_cast<std::chrono::microseconds>(
                               std::chrono::steady_clock::now() - request.start)});
-    GiveRequest(std::move(request_));
+    ReleaseRequest(std::move(request_));
     hasExpired_ = false;
     if (isBroken)
         return Step::Close;
-    if (!transport_.HasUnsent())
+    if (!stream_.HasUnsent())
         return AfterReply();
     state_ = State::Flush;
     hasUnread_ = true; // more may come before its end has left
@@ -298,16 +298,16 @@ Connection::Step Connection::Flush()
 {
     if (hasExpired_)
         return Step::Close;
-    if (transport_.Flush())
+    if (stream_.Flush())
         return AfterReply();
-    return WaitFor(transport_.ToSend(), NowMs() + live_->settings.limits.sendStallTime.count());
+    return WaitFor(stream_.ToSend(), NowMs() + live_->settings.limits.sendStallTime.count());
 }
 
 Connection::Step Connection::AfterReply()
 {
     front_.Refresh(live_);
     if (!goesOn_) {
-        transport_.EndSending();
+        stream_.EndSending();
         return hasUnread_ ? StartLinger() : Step::Close;
     }
     state_ = State::Head;

@@ -16,8 +16,8 @@ namespace {
 // Events that a thread fetches at once while no other thread is free.
 constexpr int kBatch = 16;
 
-// A ticket is a place (low bits) and its generation. An event is a ticket with a flag on top; no
-// ticket is 0, nor is any event that stands for one.
+// A registration is a place (low bits) and its generation. An event is a registration with a flag
+// on top; no registration is 0, nor is any event that stands for one.
 constexpr unsigned kPlaceBits = 31;
 constexpr uint64_t kPlaceMask = (uint64_t{1} << kPlaceBits) - 1;
 constexpr uint64_t kMayHaveEnded = uint64_t{1} << 63;
@@ -28,27 +28,27 @@ constexpr uint64_t kHeld = 2;
 constexpr uint64_t kHeldMore = 3; // and something came meanwhile
 constexpr unsigned kStateBits = 2;
 
-constexpr uint32_t GenerationOf(uint64_t ticket) noexcept
+constexpr uint32_t GenerationOf(uint64_t registration) noexcept
 {
-    return static_cast<uint32_t>((ticket & ~kMayHaveEnded) >> kPlaceBits);
+    return static_cast<uint32_t>((registration & ~kMayHaveEnded) >> kPlaceBits);
 }
 
-constexpr uint64_t Word(uint64_t ticket, uint64_t state) noexcept
+constexpr uint64_t Word(uint64_t registration, uint64_t state) noexcept
 {
-    return uint64_t{GenerationOf(ticket)} << kStateBits | state;
+    return uint64_t{GenerationOf(registration)} << kStateBits | state;
 }
 
 } // namespace
 
 // The memory of a slot is never given to anything else, so that a late event may look at it.
-struct Poller::Slot {
-    std::atomic<uint64_t> word{0}; // generation and state
-    Watched* watched = nullptr;    // written before the word says that there is one
+struct EventLoop::Slot {
+    std::atomic<uint64_t> word{0};   // generation and state
+    EventHandler* handler = nullptr; // written before the word says that there is one
 };
 
-class alignas(64) Poller::Batch {
+class alignas(64) EventLoop::ReadyQueue {
   public:
-    // For the owner, whose batch is empty.
+    // For the owner, whose queue is empty.
     void Fill(const uint64_t* events, unsigned count) noexcept
     {
         for (unsigned i = 0; i < count; ++i)
@@ -77,7 +77,7 @@ class alignas(64) Poller::Batch {
     }
     uint64_t Served() const noexcept { return served_.load(std::memory_order_relaxed); }
 
-    Batch* next = nullptr;
+    ReadyQueue* next = nullptr;
 
   private:
     static bool HasMore(uint64_t cursor) noexcept
@@ -89,40 +89,40 @@ class alignas(64) Poller::Batch {
     std::atomic<uint64_t> events_[kBatch]{};
 };
 
-Poller::Poller() : chunks_(std::make_unique<std::atomic<Slot*>[]>(kChunks))
+EventLoop::EventLoop() : chunks_(std::make_unique<std::atomic<Slot*>[]>(kChunks))
 {
     epoll_ = epoll_create1(EPOLL_CLOEXEC);
-    nudge_ = epoll_ < 0 ? -1 : eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    wakeup_ = epoll_ < 0 ? -1 : eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     epoll_event event{};
     event.events = EPOLLIN | EPOLLET; // never read: each write is an edge that wakes one thread
-    if (nudge_ < 0 || epoll_ctl(epoll_, EPOLL_CTL_ADD, nudge_, &event) != 0) {
+    if (wakeup_ < 0 || epoll_ctl(epoll_, EPOLL_CTL_ADD, wakeup_, &event) != 0) {
         const int error = errno;
-        for (const int fd : {epoll_, nudge_})
+        for (const int fd : {epoll_, wakeup_})
             if (fd >= 0)
                 close(fd);
         throw std::system_error(error, std::generic_category(), "epoll");
     }
 }
 
-Poller::~Poller()
+EventLoop::~EventLoop()
 {
-    for (Batch* batch = batches_.load(); batch;) {
-        Batch* const next = batch->next;
-        delete batch;
-        batch = next;
+    for (ReadyQueue* queue = queues_.load(); queue;) {
+        ReadyQueue* const next = queue->next;
+        delete queue;
+        queue = next;
     }
-    close(nudge_);
+    close(wakeup_);
     close(epoll_);
 }
 
-Poller::Slot& Poller::SlotOf(Ticket ticket) const noexcept
+EventLoop::Slot& EventLoop::SlotOf(Registration registration) const noexcept
 {
-    const uint64_t place = ticket & kPlaceMask;
+    const uint64_t place = registration & kPlaceMask;
     return chunks_[place >> kSlotBits].load(
         std::memory_order_acquire)[place & ((1U << kSlotBits) - 1)];
 }
 
-Poller::Ticket Poller::Reserve(Watched& watched)
+EventLoop::Registration EventLoop::Reserve(EventHandler& handler)
 {
     uint32_t place = 0;
     {
@@ -145,72 +145,74 @@ Poller::Ticket Poller::Reserve(Watched& watched)
     Slot& slot = SlotOf(place);
     const uint64_t last = slot.word.load(std::memory_order_relaxed) >> kStateBits;
     const auto generation = std::max<uint32_t>(static_cast<uint32_t>(last + 1), 1);
-    const Ticket ticket = uint64_t{generation} << kPlaceBits | place;
-    slot.watched = &watched;
-    slot.word.store(Word(ticket, kHeld), std::memory_order_release);
-    return ticket;
+    const Registration registration = uint64_t{generation} << kPlaceBits | place;
+    slot.handler = &handler;
+    slot.word.store(Word(registration, kHeld), std::memory_order_release);
+    return registration;
 }
 
-bool Poller::Register(Ticket ticket, int fd) noexcept
+bool EventLoop::Register(Registration registration, int fd) noexcept
 {
     epoll_event event{};
     event.events = EPOLLIN | EPOLLRDHUP | EPOLLET;
-    event.data.u64 = ticket;
+    event.data.u64 = registration;
     return epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
 // Free before it is known to the set: whoever gets the first event finds nobody who holds, so the
 // caller need not look again.
-int Poller::Watch(Ticket ticket, int fd) noexcept
+int EventLoop::Watch(Registration registration, int fd) noexcept
 {
-    std::atomic<uint64_t>& word = SlotOf(ticket).word;
-    word.store(Word(ticket, kFree), std::memory_order_release);
-    if (Register(ticket, fd))
+    std::atomic<uint64_t>& word = SlotOf(registration).word;
+    word.store(Word(registration, kFree), std::memory_order_release);
+    if (Register(registration, fd))
         return 0;
     const int error = errno;
-    word.store(Word(ticket, kHeld), std::memory_order_relaxed);
+    word.store(Word(registration, kHeld), std::memory_order_relaxed);
     return error;
 }
 
-Poller::Ticket Poller::Add(int fd, Watched& watched)
+EventLoop::Registration EventLoop::Add(int fd, EventHandler& handler)
 {
-    const Ticket ticket = Reserve(watched);
-    if (!Register(ticket, fd)) {
+    const Registration registration = Reserve(handler);
+    if (!Register(registration, fd)) {
         const int error = errno;
-        Remove(ticket);
+        Remove(registration);
         throw std::system_error(error, std::generic_category(), "epoll");
     }
-    return ticket;
+    return registration;
 }
 
 // The descriptor leaves the set when it is closed.
-void Poller::Remove(Ticket ticket) noexcept
+void EventLoop::Remove(Registration registration) noexcept
 {
-    SlotOf(ticket).word.store(Word(ticket, kGone), std::memory_order_release);
+    SlotOf(registration).word.store(Word(registration, kGone), std::memory_order_release);
     const std::lock_guard lock(slotsMutex_);
-    freeSlots_.push_back(static_cast<uint32_t>(ticket & kPlaceMask));
+    freeSlots_.push_back(static_cast<uint32_t>(registration & kPlaceMask));
 }
 
-void Poller::Expect(Ticket ticket, int fd, Interest interest) noexcept
+void EventLoop::Expect(Registration registration, int fd, Interest interest) noexcept
 {
     epoll_event event{};
     event.events = EPOLLET | EPOLLRDHUP; // a time limit ends a wait by ending the input
     event.events |= interest == Interest::Input ? EPOLLIN : EPOLLOUT;
-    event.data.u64 = ticket;
+    event.data.u64 = registration;
     (void)epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &event); // takes no memory, so it cannot fail
 }
 
-bool Poller::LetGo(Ticket ticket) noexcept
+bool EventLoop::Release(Registration registration) noexcept
 {
-    std::atomic<uint64_t>& word = SlotOf(ticket).word;
-    uint64_t expected = Word(ticket, kHeld);
-    if (word.compare_exchange_strong(expected, Word(ticket, kFree), std::memory_order_acq_rel))
+    std::atomic<uint64_t>& word = SlotOf(registration).word;
+    uint64_t expected = Word(registration, kHeld);
+    if (word.compare_exchange_strong(expected, Word(registration, kFree),
+                                     std::memory_order_acq_rel))
         return true;
-    word.store(Word(ticket, kHeld), std::memory_order_relaxed); // only the holder leaves kHeldMore
+    word.store(Word(registration, kHeld),
+               std::memory_order_relaxed); // only the holder leaves kHeldMore
     return false;
 }
 
-void Poller::Dispatch(uint64_t event, bool isOverload) noexcept
+void EventLoop::Dispatch(uint64_t event, bool isOverload) noexcept
 {
     Slot& slot = SlotOf(event);
     uint64_t word = slot.word.load(std::memory_order_acquire);
@@ -221,65 +223,65 @@ void Poller::Dispatch(uint64_t event, bool isOverload) noexcept
         if (slot.word.compare_exchange_weak(word, Word(event, isFree ? kHeld : kHeldMore),
                                             std::memory_order_acq_rel, std::memory_order_acquire)) {
             if (isFree)
-                slot.watched->OnReady({(event & kMayHaveEnded) != 0, isOverload});
+                slot.handler->OnReady({(event & kMayHaveEnded) != 0, isOverload});
             return;
         }
     }
 }
 
-void Poller::Poke(Ticket ticket) noexcept
+void EventLoop::Schedule(Registration registration) noexcept
 {
     try {
-        const std::lock_guard lock(pokedMutex_);
-        poked_.push_back(ticket);
-        pokedCount_.store(poked_.size(), std::memory_order_release);
+        const std::lock_guard lock(scheduledMutex_);
+        scheduled_.push_back(registration);
+        scheduledCount_.store(scheduled_.size(), std::memory_order_release);
     } catch (const std::bad_alloc&) {
-        Dispatch(ticket | kMayHaveEnded); // at once instead of later
+        Dispatch(registration | kMayHaveEnded); // at once instead of later
         return;
     }
-    Nudge();
+    WakeThread();
 }
 
-uint64_t Poller::TakePoked() noexcept
+uint64_t EventLoop::TakeScheduled() noexcept
 {
-    if (pokedCount_.load(std::memory_order_acquire) == 0)
+    if (scheduledCount_.load(std::memory_order_acquire) == 0)
         return 0;
-    const std::lock_guard lock(pokedMutex_);
-    if (poked_.empty())
+    const std::lock_guard lock(scheduledMutex_);
+    if (scheduled_.empty())
         return 0;
-    const Ticket first = poked_.front();
-    poked_.pop_front();
-    pokedCount_.store(poked_.size(), std::memory_order_release);
+    const Registration first = scheduled_.front();
+    scheduled_.pop_front();
+    scheduledCount_.store(scheduled_.size(), std::memory_order_release);
     return first | kMayHaveEnded;
 }
 
-void Poller::Nudge() noexcept
+void EventLoop::WakeThread() noexcept
 {
     const uint64_t one = 1;
-    (void)!write(nudge_, &one, sizeof one); // full after 2^64 of them
+    (void)!write(wakeup_, &one, sizeof one); // full after 2^64 of them
 }
 
-Poller::Batch& Poller::AddThread()
+EventLoop::ReadyQueue& EventLoop::AddThread()
 {
-    auto* const batch = new Batch;
-    batch->next = batches_.load(std::memory_order_relaxed);
-    while (!batches_.compare_exchange_weak(batch->next, batch, std::memory_order_acq_rel))
+    auto* const queue = new ReadyQueue;
+    queue->next = queues_.load(std::memory_order_relaxed);
+    while (!queues_.compare_exchange_weak(queue->next, queue, std::memory_order_acq_rel))
         ;
     ++threads_;
-    return *batch;
+    return *queue;
 }
 
-uint64_t Poller::Steal() noexcept
+uint64_t EventLoop::StealWork() noexcept
 {
-    for (Batch* batch = batches_.load(std::memory_order_acquire); batch; batch = batch->next)
-        if (const uint64_t event = batch->Take())
+    for (ReadyQueue* queue = queues_.load(std::memory_order_acquire); queue; queue = queue->next)
+        if (const uint64_t event = queue->Take())
             return event;
     return 0;
 }
 
-// Waits at most `timeout` milliseconds (-1: without end) and fills the batch. False when there was
+// Waits at most `timeout` milliseconds (-1: without end) and fills the queue. False when there was
 // nothing.
-bool Poller::Fetch(Batch& mine, int most, int timeout) noexcept
+bool EventLoop::Fetch(ReadyQueue& mine, int most, int timeout) noexcept
 {
     epoll_event ready[kBatch];
     const int count = epoll_wait(epoll_, ready, most, timeout);
@@ -287,7 +289,7 @@ bool Poller::Fetch(Batch& mine, int most, int timeout) noexcept
     unsigned used = 0;
     for (int i = 0; i < count; ++i) {
         const bool mayHaveEnded = (ready[i].events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
-        if (ready[i].data.u64) // else it is a nudge
+        if (ready[i].data.u64) // else it is a wake-up
             events[used++] = ready[i].data.u64 | (mayHaveEnded ? kMayHaveEnded : 0);
     }
     if (used)
@@ -295,7 +297,7 @@ bool Poller::Fetch(Batch& mine, int most, int timeout) noexcept
     return used != 0;
 }
 
-void Poller::ServeAll(Batch& mine) noexcept
+void EventLoop::ServeAll(ReadyQueue& mine) noexcept
 {
     while (const uint64_t event = mine.Take()) {
         Dispatch(event);
@@ -303,18 +305,18 @@ void Poller::ServeAll(Batch& mine) noexcept
     }
 }
 
-void Poller::Run(Batch& mine)
+void EventLoop::Run(ReadyQueue& mine)
 {
     while (!IsStopped()) {
-        uint64_t event = Steal();
+        uint64_t event = StealWork();
         if (!event) {
-            const bool isPoked = pokedCount_.load(std::memory_order_acquire) != 0;
+            const bool isScheduled = scheduledCount_.load(std::memory_order_acquire) != 0;
             // While others are free, each event is better off with a thread of its own.
             const unsigned others = threads_.load(std::memory_order_relaxed) - 1;
             const bool isAlone = busy_.load(std::memory_order_relaxed) >= others;
-            const bool isReady = Fetch(mine, isAlone ? kBatch : 1, isPoked ? 0 : -1);
+            const bool isReady = Fetch(mine, isAlone ? kBatch : 1, isScheduled ? 0 : -1);
             if (!isReady)
-                event = TakePoked();
+                event = TakeScheduled();
             if (!isReady && !event)
                 continue;
         }
@@ -326,46 +328,46 @@ void Poller::Run(Batch& mine)
         ServeAll(mine);
         busy_.fetch_sub(1);
     }
-    Nudge(); // one thread after the other wakes and sees that it is over
+    WakeThread(); // one thread after the other wakes and sees that it is over
 }
 
-void Poller::RunReady()
+void EventLoop::RunReady()
 {
-    Batch mine;
+    ReadyQueue mine;
     const auto serve = [this](uint64_t event) {
         if (event)
             Dispatch(event, true);
         return event != 0;
     };
-    while (IsFull() && serve(Steal()))
+    while (IsFull() && serve(StealWork()))
         ;
     for (int rounds = 0; rounds < 64 && IsFull() && Fetch(mine, kBatch, 0); ++rounds)
         while (serve(mine.Take()))
             ;
     // No more than there are now: some are put back for the threads that are stuck.
-    for (size_t left = pokedCount_.load(std::memory_order_acquire); left && IsFull(); --left)
-        (void)serve(TakePoked());
+    for (size_t left = scheduledCount_.load(std::memory_order_acquire); left && IsFull(); --left)
+        (void)serve(TakeScheduled());
 }
 
-void Poller::Stop() noexcept
+void EventLoop::Stop() noexcept
 {
     isStopped_.store(true, std::memory_order_release);
-    Nudge();
+    WakeThread();
 }
 
-uint64_t Poller::Served() const noexcept
+uint64_t EventLoop::Served() const noexcept
 {
     uint64_t served = 0;
-    for (Batch* batch = batches_.load(std::memory_order_acquire); batch; batch = batch->next)
-        served += batch->Served();
+    for (ReadyQueue* queue = queues_.load(std::memory_order_acquire); queue; queue = queue->next)
+        served += queue->Served();
     return served;
 }
 
-void Poller::RescueWaiting() noexcept
+void EventLoop::WakeIdle() noexcept
 {
-    for (Batch* batch = batches_.load(std::memory_order_acquire); batch; batch = batch->next)
-        if (!batch->IsEmpty())
-            return Nudge();
+    for (ReadyQueue* queue = queues_.load(std::memory_order_acquire); queue; queue = queue->next)
+        if (!queue->IsEmpty())
+            return WakeThread();
 }
 
 } // namespace kestd

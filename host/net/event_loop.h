@@ -13,7 +13,7 @@
 namespace kestd {
 
 // Something with a descriptor.
-class Watched {
+class EventHandler {
   public:
     struct Event {
         // The other side may have sent its last, so that what is there must be read to its end.
@@ -23,55 +23,55 @@ class Watched {
         bool isOverload = false;
     };
     // Something has happened at the descriptor. The calling thread holds the object from here on,
-    // until it lets go of it (Poller::LetGo) or removes it.
+    // until it lets go of it (EventLoop::Release) or removes it.
     virtual void OnReady(Event event) noexcept = 0;
 
   protected:
-    ~Watched() = default;
+    ~EventHandler() = default;
 };
 
 // One epoll set that any number of threads serve. Descriptors are registered once, edge-triggered:
 // waiting again costs no system call. What a thread finds ready beyond its first piece of work
-// stands in its batch, from which threads without work take it.
-class Poller {
+// stands in its queue, from which threads without work take it.
+class EventLoop {
   public:
     // Names a registration. None ever gets the name of another, so an event that comes late for one
     // that is gone is found out.
-    using Ticket = uint64_t;
+    using Registration = uint64_t;
     enum class Interest { Input, Output };
 
     // Throws std::system_error.
-    Poller();
-    ~Poller(); // no thread is in Run any more
-    Poller(const Poller&) = delete;
-    Poller& operator=(const Poller&) = delete;
+    EventLoop();
+    ~EventLoop(); // no thread is in Run any more
+    EventLoop(const EventLoop&) = delete;
+    EventLoop& operator=(const EventLoop&) = delete;
 
-    // Names `watched`, which the calling thread holds; nothing comes for it before Watch. Throws
+    // Names `handler`, which the calling thread holds; nothing comes for it before Watch. Throws
     // std::bad_alloc.
-    Ticket Reserve(Watched& watched);
+    Registration Reserve(EventHandler& handler);
     // For the holder, once: lets go and has the descriptor watched for input, in one step. What has
     // come already is told. After 0 the caller must not touch the object any more; after an error
     // (an errno value) it still holds, and nobody will come.
-    [[nodiscard]] int Watch(Ticket ticket, int fd) noexcept;
+    [[nodiscard]] int Watch(Registration registration, int fd) noexcept;
     // Both, for a caller that goes on holding. Throws std::bad_alloc or std::system_error.
-    Ticket Add(int fd, Watched& watched);
+    Registration Add(int fd, EventHandler& handler);
     // For the holder: forgets the registration. Before the descriptor is closed.
-    void Remove(Ticket ticket) noexcept;
+    void Remove(Registration registration) noexcept;
     // For the holder: changes what it waits for. Tells what is ready already once more.
-    void Expect(Ticket ticket, int fd, Interest interest) noexcept;
+    void Expect(Registration registration, int fd, Interest interest) noexcept;
     // For the holder: stops holding. False when something came meanwhile: then the caller still
     // holds and has to look again. After true it must not touch the object any more.
-    [[nodiscard]] bool LetGo(Ticket ticket) noexcept;
+    [[nodiscard]] bool Release(Registration registration) noexcept;
     // Has the object served as if something had happened, after what is ready already. For anybody.
-    void Poke(Ticket ticket) noexcept;
+    void Schedule(Registration registration) noexcept;
 
     // A thread's ready events, which it works through and others may take from.
-    class Batch;
+    class ReadyQueue;
     // Announces a thread that will call Run; from any thread. Throws std::bad_alloc.
-    Batch& AddThread();
+    ReadyQueue& AddThread();
     void DropThread() noexcept { --threads_; } // it could not be started
     // Serves events until Stop.
-    void Run(Batch& mine);
+    void Run(ReadyQueue& mine);
     // Serves what is ready, and what stands in batches of threads that are stuck, without waiting,
     // as long as all announced threads are busy; a bounded number, for a caller with other things
     // to do.
@@ -84,28 +84,28 @@ class Poller {
     // The events served so far.
     uint64_t Served() const noexcept;
     // Wakes a thread if events stand behind something that takes its time.
-    void RescueWaiting() noexcept;
+    void WakeIdle() noexcept;
 
   private:
     struct Slot;
     static constexpr unsigned kSlotBits = 10; // of one chunk
     static constexpr size_t kChunks = 4096;
 
-    Slot& SlotOf(Ticket ticket) const noexcept;
-    bool Register(Ticket ticket, int fd) noexcept;
+    Slot& SlotOf(Registration registration) const noexcept;
+    bool Register(Registration registration, int fd) noexcept;
     void Dispatch(uint64_t event, bool isOverload = false) noexcept;
-    uint64_t Steal() noexcept;
-    uint64_t TakePoked() noexcept;
-    bool Fetch(Batch& mine, int most, int timeout) noexcept;
-    void ServeAll(Batch& mine) noexcept;
-    void Nudge() noexcept;
+    uint64_t StealWork() noexcept;
+    uint64_t TakeScheduled() noexcept;
+    bool Fetch(ReadyQueue& mine, int most, int timeout) noexcept;
+    void ServeAll(ReadyQueue& mine) noexcept;
+    void WakeThread() noexcept;
 
     int epoll_ = -1;
-    int nudge_ = -1;
+    int wakeup_ = -1;
     std::atomic<bool> isStopped_{false};
     std::atomic<unsigned> threads_{0};
     std::atomic<unsigned> busy_{0}; // threads that do not wait here
-    std::atomic<Batch*> batches_{nullptr};
+    std::atomic<ReadyQueue*> queues_{nullptr};
 
     std::mutex slotsMutex_; // guards the three
     std::vector<uint32_t> freeSlots_;
@@ -113,9 +113,9 @@ class Poller {
     std::vector<std::unique_ptr<Slot[]>> chunkOwners_;
     const std::unique_ptr<std::atomic<Slot*>[]> chunks_;
 
-    std::mutex pokedMutex_; // guards poked_
-    std::deque<Ticket> poked_;
-    std::atomic<size_t> pokedCount_{0};
+    std::mutex scheduledMutex_; // guards scheduled_
+    std::deque<Registration> scheduled_;
+    std::atomic<size_t> scheduledCount_{0};
 };
 
 } // namespace kestd

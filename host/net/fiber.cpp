@@ -177,7 +177,7 @@ void Fiber::Trim() noexcept
 namespace {
 
 // Takes and gives the last one first, whose memory is in the processor's caches.
-template <size_t Most> class Stock {
+template <size_t Most> class FiberPool {
   public:
     std::unique_ptr<Fiber> Take() noexcept
     {
@@ -199,10 +199,10 @@ template <size_t Most> class Stock {
 
 struct SharedStock {
     std::mutex mutex; // guards stock
-    Stock<kSharedFibers> stock;
+    FiberPool<kSharedFibers> stock;
 };
 
-thread_local Stock<kThreadFibers> t_stock;
+thread_local FiberPool<kThreadFibers> t_stock;
 
 SharedStock& Shared() noexcept
 {
@@ -212,7 +212,7 @@ SharedStock& Shared() noexcept
 
 } // namespace
 
-std::unique_ptr<Fiber> TakeFiber()
+std::unique_ptr<Fiber> AcquireFiber()
 {
     std::unique_ptr<Fiber> fiber = t_stock.Take();
     if (!fiber) {
@@ -223,7 +223,7 @@ std::unique_ptr<Fiber> TakeFiber()
     return fiber ? std::move(fiber) : std::make_unique<Fiber>();
 }
 
-void GiveFiber(std::unique_ptr<Fiber> fiber) noexcept
+void ReleaseFiber(std::unique_ptr<Fiber> fiber) noexcept
 {
     if (t_stock.Give(fiber))
         return;

@@ -59,9 +59,9 @@ class Fiber {
 
 // A fiber that is not in use: one of the calling thread's, else one of those that all threads
 // share, else a new one. Throws std::bad_alloc.
-std::unique_ptr<Fiber> TakeFiber();
+std::unique_ptr<Fiber> AcquireFiber();
 // Keeps it for the next call, or not: a thread keeps kThreadFibers, all share kSharedFibers.
-void GiveFiber(std::unique_ptr<Fiber> fiber) noexcept;
+void ReleaseFiber(std::unique_ptr<Fiber> fiber) noexcept;
 inline constexpr size_t kThreadFibers = 2;
 inline constexpr size_t kSharedFibers = 64;
 // Those that exist, in use or not.

@@ -105,10 +105,11 @@ bool IsFarOver(size_t connections, size_t limit)
 }
 
 // Turns a settings record into what the server works with. Null with a text in `error`.
-std::shared_ptr<Live> MakeLive(const ServerSettings& settings, std::string& error)
+std::shared_ptr<EffectiveSettings> MakeEffectiveSettings(const ServerSettings& settings,
+                                                         std::string& error)
 {
     static std::atomic<uint64_t> versions{0};
-    auto live = std::make_shared<Live>();
+    auto live = std::make_shared<EffectiveSettings>();
     live->settings = settings;
     live->version = ++versions;
     // The contract's strings count 16 bits of bytes, two for each code unit, and spare room.
@@ -142,15 +143,15 @@ std::shared_ptr<Live> MakeLive(const ServerSettings& settings, std::string& erro
 }
 
 // One listening socket.
-class Listener final : public Watched {
+class Listener final : public EventHandler {
   public:
     // Throws std::bad_alloc or std::system_error.
     Listener(Front& front, Descriptor socket)
         : front_(front), socket_(std::move(socket)),
-          ticket_(front_.poller.Add(socket_.Number(), *this))
+          registration_(front_.loop.Add(socket_.Number(), *this))
     {
     }
-    ~Listener() { front_.poller.Remove(ticket_); }
+    ~Listener() { front_.loop.Remove(registration_); }
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
@@ -159,7 +160,7 @@ class Listener final : public Watched {
     void Resume()
     {
         if (isPaused_.exchange(false))
-            front_.poller.Poke(ticket_);
+            front_.loop.Schedule(registration_);
     }
     // From any thread: refuses new connections from now on. The socket itself stays until the
     // listener goes, so that nobody else gets its number meanwhile.
@@ -171,8 +172,8 @@ class Listener final : public Watched {
             if (front_.isStopping)
                 continue;
             if (Accept())
-                front_.poller.Poke(ticket_); // others have their turn
-        } while (!front_.poller.LetGo(ticket_));
+                front_.loop.Schedule(registration_); // others have their turn
+        } while (!front_.loop.Release(registration_));
     }
 
   private:
@@ -204,10 +205,10 @@ class Listener final : public Watched {
 
     void Welcome(Descriptor client, const sockaddr_storage& peer)
     {
-        const Live& live = front_.Current();
+        const EffectiveSettings& live = front_.Current();
         const Limits& limits = live.settings.limits;
         try {
-            Clients::Place place = front_.clients.Enter(peer);
+            ClientLimits::Place place = front_.clients.Enter(peer);
             const size_t open = front_.ConnectionCount();
             const size_t own = place.Connections() - 1;
             if (IsFarOver(open, limits.connections) || IsFarOver(own, limits.connectionsPerAddress))
@@ -216,7 +217,7 @@ class Listener final : public Watched {
             auto* connection =
                 new Connection(front_, std::move(client), std::move(place), peer, live);
             if (open >= limits.connections || own >= limits.connectionsPerAddress)
-                connection->TurnAway();
+                connection->RejectOverload();
             else
                 connection->Begin();
         } catch (const std::exception& error) {
@@ -226,7 +227,7 @@ class Listener final : public Watched {
 
     Front& front_;
     const Descriptor socket_;
-    const Poller::Ticket ticket_;
+    const EventLoop::Registration registration_;
     std::atomic<bool> isPaused_{false}; // no memory, or no number for another descriptor
     int64_t saysAgain_ = 0;
 };
@@ -235,9 +236,9 @@ class Listener final : public Watched {
 
 class Server::Impl {
   public:
-    Impl(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_2* module,
+    Impl(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2* module,
          std::string location)
-        : settings_(settings), front_(doorkeeper, module, std::move(location))
+        : settings_(settings), front_(accessControl, module, std::move(location))
     {
     }
     ~Impl()
@@ -297,7 +298,7 @@ std::string Server::Impl::Listen(const ListenAddress& where)
 std::string Server::Impl::Start()
 {
     std::string error;
-    const std::shared_ptr<Live> live = MakeLive(settings_, error);
+    const std::shared_ptr<EffectiveSettings> live = MakeEffectiveSettings(settings_, error);
     if (!live)
         return error;
     live->settings.limits.connections = FitToFileLimit(settings_.limits.connections);
@@ -323,11 +324,11 @@ void Server::Impl::Clock()
     for (unsigned ticks = 0; !clockEnds_; ++ticks) {
         wake_.wait_for(lock, kTick, [this] { return clockEnds_; });
         lock.unlock();
-        front_.workers.Tick();
+        front_.workers.OnTimer();
         for (const auto& listener : listeners_)
             listener->Resume();
         if (ticks % 2 == 0)
-            front_.Sweep(NowMs());
+            front_.ExpireDeadlines(NowMs());
         if (ticks % 5 == 0)
             front_.log.Flush();
         lock.lock();
@@ -337,7 +338,7 @@ void Server::Impl::Clock()
 std::string Server::Impl::Apply(const ServerSettings& settings)
 {
     std::string error;
-    const std::shared_ptr<Live> live = MakeLive(settings, error);
+    const std::shared_ptr<EffectiveSettings> live = MakeEffectiveSettings(settings, error);
     if (!live)
         return error;
     live->settings.limits.connections = FitToFileLimit(settings.limits.connections);
@@ -368,7 +369,7 @@ bool Server::Impl::Stop()
             wake_.notify_all();
             clock_.join();
         }
-        front_.poller.Stop();
+        front_.loop.Stop();
         End(milliseconds(1000));
         front_.log.Flush();
     });
@@ -385,9 +386,9 @@ void Server::Impl::End(milliseconds time)
     listeners_.clear();
 }
 
-Server::Server(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_2* module,
+Server::Server(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2* module,
                std::string location)
-    : impl_(std::make_unique<Impl>(settings, doorkeeper, module, std::move(location)))
+    : impl_(std::make_unique<Impl>(settings, accessControl, module, std::move(location)))
 {
 }
 
@@ -396,7 +397,7 @@ Server::~Server() = default;
 std::string Server::Check(const ServerSettings& settings)
 {
     std::string error;
-    (void)MakeLive(settings, error); // without one, the text says why
+    (void)MakeEffectiveSettings(settings, error); // without one, the text says why
     return error;
 }
 

@@ -19,7 +19,7 @@ class Server {
   public:
     // `module` is not owned and outlives the server. `location` is where it serves, such as
     // "/Ferro", UTF-8, unescaped, without a trailing "/".
-    Server(const ServerSettings& settings, Doorkeeper& doorkeeper, IKestReq_2* module,
+    Server(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2* module,
            std::string location);
     ~Server();
     Server(const Server&) = delete;

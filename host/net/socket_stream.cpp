@@ -29,7 +29,8 @@ ssize_t Outcome(ssize_t result) noexcept
 {
     if (result >= 0)
         return result;
-    return errno == EAGAIN || errno == EWOULDBLOCK ? Transport::kWouldBlock : Transport::kBroken;
+    return errno == EAGAIN || errno == EWOULDBLOCK ? SocketStream::kWouldBlock
+                                                   : SocketStream::kBroken;
 }
 
 [[gnu::noinline]] ssize_t ReceiveNow(int fd, void* to, size_t size) noexcept
@@ -79,18 +80,18 @@ void Advance(iovec*& pieces, int& count, size_t sent) noexcept
 
 } // namespace
 
-Transport::Transport(int fd, ssl_ctx_st* context) : fd_(fd)
+SocketStream::SocketStream(int fd, ssl_ctx_st* context) : fd_(fd)
 {
     if (context)
         ssl_ = MakeTlsSession(context, fd);
 }
 
-Transport::~Transport()
+SocketStream::~SocketStream()
 {
     SSL_free(ssl_);
 }
 
-ssize_t Transport::Receive(void* to, size_t size)
+ssize_t SocketStream::Receive(void* to, size_t size)
 {
     const ssize_t got = ssl_ ? ReceiveTls(to, size) : ReceivePlain(to, size);
     if (got > 0)
@@ -98,13 +99,13 @@ ssize_t Transport::Receive(void* to, size_t size)
     return got;
 }
 
-ssize_t Transport::ReceivePlain(void* to, size_t size)
+ssize_t SocketStream::ReceivePlain(void* to, size_t size)
 {
     return ReceiveNow(fd_, to, size);
 }
 
-ssize_t Transport::ReceiveSome(void* to, size_t size, std::chrono::milliseconds idle,
-                               Waiter& waiter)
+ssize_t SocketStream::ReceiveSome(void* to, size_t size, std::chrono::milliseconds idle,
+                                  Waiter& waiter)
 {
     ssize_t got = isTooSlow_ ? kTooSlow : Receive(to, size);
     if (got != kWouldBlock)
@@ -119,8 +120,8 @@ ssize_t Transport::ReceiveSome(void* to, size_t size, std::chrono::milliseconds 
     return got;
 }
 
-ssize_t Transport::ReceiveFull(void* to, size_t size, std::chrono::milliseconds idle,
-                               Waiter& waiter)
+ssize_t SocketStream::ReceiveFull(void* to, size_t size, std::chrono::milliseconds idle,
+                                  Waiter& waiter)
 {
     const ssize_t first = isTooSlow_ ? kTooSlow : Receive(to, size);
     if (first != kWouldBlock)
@@ -135,8 +136,8 @@ ssize_t Transport::ReceiveFull(void* to, size_t size, std::chrono::milliseconds 
     }
 }
 
-bool Transport::Send(const iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
-                     Waiter& waiter)
+bool SocketStream::Send(const iovec* pieces, int count, bool isLast,
+                        std::chrono::milliseconds stall, Waiter& waiter)
 {
     iovec rest[kPieces + 1];
     int used = 0;
@@ -150,8 +151,8 @@ bool Transport::Send(const iovec* pieces, int count, bool isLast, std::chrono::m
     return !isBroken_;
 }
 
-bool Transport::SendAll(iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
-                        Waiter& waiter)
+bool SocketStream::SendAll(iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
+                           Waiter& waiter)
 {
     int64_t deadline = 0; // while the client takes nothing
     for (Advance(pieces, count, 0); count;) {
@@ -177,7 +178,7 @@ bool Transport::SendAll(iovec* pieces, int count, bool isLast, std::chrono::mill
     return true;
 }
 
-void Transport::Keep(const iovec* pieces, int count)
+void SocketStream::Keep(const iovec* pieces, int count)
 {
     try {
         for (int i = 0; i < count; ++i)
@@ -188,7 +189,7 @@ void Transport::Keep(const iovec* pieces, int count)
 }
 
 // The number of bytes, kWouldBlock or kBroken.
-ssize_t Transport::SendSome(iovec* pieces, int count)
+ssize_t SocketStream::SendSome(iovec* pieces, int count)
 {
     ssize_t sent = kBroken;
     if (!ssl_) {
@@ -220,7 +221,7 @@ ssize_t Transport::SendSome(iovec* pieces, int count)
     return sent;
 }
 
-bool Transport::Flush()
+bool SocketStream::Flush()
 {
     while (HasUnsent() && !isBroken_) {
         iovec piece{const_cast<char*>(unsent_.Data()), unsent_.Size()};
@@ -235,7 +236,7 @@ bool Transport::Flush()
     return true;
 }
 
-ssize_t Transport::ReceiveTls(void* to, size_t size)
+ssize_t SocketStream::ReceiveTls(void* to, size_t size)
 {
     size_t got = 0;
     const int result = isBroken_ ? SSL_ERROR_SSL : TlsRead(ssl_, to, size, got);
@@ -254,7 +255,7 @@ ssize_t Transport::ReceiveTls(void* to, size_t size)
     }
 }
 
-Transport::Peer Transport::Look() const noexcept
+SocketStream::Peer SocketStream::Look() const noexcept
 {
     pollfd entry{fd_, POLLRDHUP, 0};
     if (poll(&entry, 1, 0) <= 0)
@@ -262,14 +263,14 @@ Transport::Peer Transport::Look() const noexcept
     return entry.revents & (POLLHUP | POLLERR) ? Peer::Gone : Peer::HasEnded;
 }
 
-void Transport::EndSending()
+void SocketStream::EndSending()
 {
     if (ssl_ && !isBroken_)
         TlsEnd(ssl_);
     (void)shutdown(fd_, SHUT_WR); // fails when the client is gone, which is as good
 }
 
-void Transport::ResetAtEnd() noexcept
+void SocketStream::ResetAtEnd() noexcept
 {
     const linger atOnce{1, 0};
     (void)setsockopt(fd_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce); // cannot fail

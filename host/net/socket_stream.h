@@ -33,9 +33,9 @@ class Waiter {
     ~Waiter() = default;
 };
 
-// One socket, which belongs to somebody else and outlives the transport. No call keeps its thread
+// One socket, which belongs to somebody else and outlives the stream. No call keeps its thread
 // waiting. One thread at a time.
-class Transport {
+class SocketStream {
   public:
     static constexpr ssize_t kWouldBlock = -1;
     static constexpr ssize_t kBroken = -2; // the client is gone, or violates TLS
@@ -44,10 +44,10 @@ class Transport {
     static constexpr size_t kMostUnsent = 64 * 1024;
 
     // With a context the connection is TLS. Throws std::bad_alloc.
-    Transport(int fd, ssl_ctx_st* context);
-    ~Transport();
-    Transport(const Transport&) = delete;
-    Transport& operator=(const Transport&) = delete;
+    SocketStream(int fd, ssl_ctx_st* context);
+    ~SocketStream();
+    SocketStream(const SocketStream&) = delete;
+    SocketStream& operator=(const SocketStream&) = delete;
 
     bool IsTls() const noexcept { return ssl_ != nullptr; }
     // Without waiting: the number of bytes, 0 at the end, kWouldBlock or kBroken. Performs the TLS

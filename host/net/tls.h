@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the transport needs of OpenSSL. The calls never wait, whatever the socket's mode, and leave
+// What the stream needs of OpenSSL. The calls never wait, whatever the socket's mode, and leave
 // no errors in the thread's error queue.
 #pragma once
 

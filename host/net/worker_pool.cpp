@@ -20,31 +20,31 @@ constexpr unsigned kPatience = 10;
 
 } // namespace
 
-void Workers::Start(unsigned count, unsigned limit)
+void WorkerPool::Start(unsigned count, unsigned limit)
 {
     limit_ = std::max(limit, 1u);
     for (unsigned i = 0; i < std::min(count, limit_.load()); ++i)
-        Spawn();
+        AddWorker();
     if (Count() == 0)
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
 }
 
-void Workers::Spawn()
+void WorkerPool::AddWorker()
 {
     const std::lock_guard lock(mutex_);
-    if (count_ >= limit_ || poller_.IsStopped())
+    if (count_ >= limit_ || loop_.IsStopped())
         return;
-    Poller::Batch* batch = nullptr;
+    EventLoop::ReadyQueue* queue = nullptr;
     try {
         ids_.reserve(threads_.size() + 1);
         threads_.reserve(threads_.size() + 1);
-        batch = &poller_.AddThread();
-        threads_.emplace_back([this, batch] {
+        queue = &loop_.AddThread();
+        threads_.emplace_back([this, queue] {
             {
                 const std::lock_guard own(mutex_);
                 ids_.push_back(gettid());
             }
-            poller_.Run(*batch);
+            loop_.Run(*queue);
             const std::lock_guard own(mutex_);
             --running_;
             hasEnded_.notify_all();
@@ -52,13 +52,13 @@ void Workers::Spawn()
         ++running_; // it waits for the lock before it ends
         ++count_;
     } catch (const std::exception&) { // the system has no thread left: go on with those there are
-        if (batch)
-            poller_.DropThread();
+        if (queue)
+            loop_.DropThread();
         TolmLog(kLogWarning, "kestd", "cannot start another worker thread");
     }
 }
 
-bool Workers::Join(std::chrono::milliseconds time)
+bool WorkerPool::Join(std::chrono::milliseconds time)
 {
     std::vector<std::thread> threads;
     {
@@ -74,7 +74,7 @@ bool Workers::Join(std::chrono::milliseconds time)
 
 // Whether the workers spent most of the time since the last call neither running nor waiting for a
 // processor. Only the latter two say that more threads would be of no use.
-bool Workers::AreWaiting(std::chrono::steady_clock::time_point now)
+bool WorkerPool::AreWaiting(std::chrono::steady_clock::time_point now)
 {
     std::vector<pid_t> ids;
     {
@@ -105,15 +105,15 @@ bool Workers::AreWaiting(std::chrono::steady_clock::time_point now)
     return result;
 }
 
-void Workers::Tick()
+void WorkerPool::OnTimer()
 {
-    const uint64_t served = poller_.Served();
-    const bool isFull = poller_.IsFull();
+    const uint64_t served = loop_.Served();
+    const bool isFull = loop_.IsFull();
     const bool isStuck = isFull && served == servedBefore_;
     servedBefore_ = served;
     stuckTicks_ = isStuck ? stuckTicks_ + 1 : 0;
     if (!isFull) {
-        poller_.RescueWaiting();
+        loop_.WakeIdle();
         activeBefore_ = 0;
         return;
     }
@@ -122,9 +122,9 @@ void Workers::Tick()
         // are more of them; still, short requests must not stand behind long ones for ever.
         if (AreWaiting(std::chrono::steady_clock::now()) || stuckTicks_ >= kPatience / 2)
             for (unsigned i = 0, more = Count() / 2 + 1; i < more; ++i)
-                Spawn();
+                AddWorker();
     } else if (stuckTicks_ > kPatience) {
-        poller_.RunReady();
+        loop_.RunReady();
     }
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The threads that serve a poller: a few, and more when the store keeps them waiting. Clients keep
-// none waiting.
+// The threads that serve a loop: a few, and more when the store keeps them waiting. Clients
+// keep none waiting.
 #pragma once
 
 #include <sys/types.h>
@@ -16,30 +16,30 @@
 
 namespace kestd {
 
-class Poller;
+class EventLoop;
 
-class Workers {
+class WorkerPool {
   public:
-    explicit Workers(Poller& poller) : poller_(poller) {}
+    explicit WorkerPool(EventLoop& loop) : loop_(loop) {}
 
     // Throws std::system_error when not even one thread can be started.
     void Start(unsigned count, unsigned limit);
     void SetLimit(unsigned limit) noexcept { limit_.store(limit, std::memory_order_relaxed); }
-    // After the poller has been stopped: waits for the threads to end, at most that long. False
+    // After the loop has been stopped: waits for the threads to end, at most that long. False
     // when some have not; then it may be called again.
     bool Join(std::chrono::milliseconds time);
 
     // Called at regular intervals by a thread that is no worker. Adds threads when all are busy and
     // wait (for a disk, say) rather than compute: then more of them get more done. Once there are
     // as many as there may be and they stay stuck, the caller itself turns away what is ready.
-    void Tick();
+    void OnTimer();
     unsigned Count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
   private:
-    void Spawn();
+    void AddWorker();
     bool AreWaiting(std::chrono::steady_clock::time_point now);
 
-    Poller& poller_;
+    EventLoop& loop_;
     std::atomic<unsigned> count_{0};
     std::atomic<unsigned> limit_{1};
     uint64_t servedBefore_ = 0; // of the ticking thread

@@ -13,7 +13,7 @@
 namespace kestd {
 
 // What a request shows of itself. The views live as long as the call.
-struct Visitor {
+struct Credentials {
     std::string_view authorization; // value of "Authorization", empty when absent
     std::string_view cookie;        // value of "Cookie", empty when absent
     std::string_view remoteAddress; // numeric
@@ -21,33 +21,33 @@ struct Visitor {
     bool wantsCookie = false; // a browser (it accepts HTML), so that a session cookie makes sense
 };
 
-struct Admission {
-    enum class Verdict {
+struct AuthResult {
+    enum class Outcome {
         Granted,
         Unauthorized, // 401 with `challenge`
         Forbidden,    // 403
         Unavailable,  // 503: no session can be made now
         Throttled,    // 429: too many wrong passwords, after `retryAfter`
     };
-    Verdict verdict = Verdict::Forbidden;
-    SCHANDLE session{};    // Granted only; valid until Leave
+    Outcome outcome = Outcome::Forbidden;
+    SCHANDLE session{};    // Granted only; valid until ReleaseSession
     std::string user;      // for the access log; empty for none
     std::string setCookie; // value of "Set-Cookie" to send, empty for none
     std::string challenge; // value of "WWW-Authenticate"
     std::chrono::seconds retryAfter{0};
 };
 
-class Doorkeeper {
+class AccessControl {
   public:
-    virtual ~Doorkeeper() = default;
+    virtual ~AccessControl() = default;
 
     // Judges a request and holds its session open. Thread-safe; may take the time of one password
     // hash when the credentials are not in the cache.
-    virtual Admission Admit(const Visitor& visitor) = 0;
+    virtual AuthResult Authenticate(const Credentials& credentials) = 0;
     // Whether anybody is let in, whatever he shows. Thread-safe, without a lock.
-    virtual bool IsOpen() const noexcept { return false; }
+    virtual bool AllowsAnonymous() const noexcept { return false; }
     // The request is over: gives the hold on a granted session back.
-    virtual void Leave(SCHANDLE session) = 0;
+    virtual void ReleaseSession(SCHANDLE session) = 0;
 };
 
 } // namespace kestd

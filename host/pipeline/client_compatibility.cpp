@@ -7,25 +7,25 @@
 
 namespace kestd {
 
-void MeetClientNeeds(RequestIo& request)
+void AdaptToClients(KestIo& request)
 {
-    Reply& reply = request.reply;
-    if (reply.HasLeft() || reply.Status() != 200)
+    Response& response = request.response;
+    if (response.HeadersSent() || response.Status() != 200)
         return;
     switch (request.method) {
     case KestMethodLock: {
-        const std::string_view token = FindLockToken(reply.Gathered());
+        const std::string_view token = FindLockToken(response.Gathered());
         const bool isRefresh = request.body.BytesRead() == 0;
         if (!token.empty() && !isRefresh)
-            reply.AddLateHeader("Lock-Token", "<" + std::string(token) + ">");
+            response.AddLateHeader("Lock-Token", "<" + std::string(token) + ">");
         if (request.isKnownNew)
-            reply.ChangeStatus(201);
+            response.ChangeStatus(201);
         break;
     }
     case KestMethodCopy:
     case KestMethodMove:
         // The flag is clear by now when there was nothing to overwrite.
-        reply.ChangeStatus(request.relocation.overwrites ? 204 : 201);
+        response.ChangeStatus(request.copyMove.overwrites ? 204 : 201);
         break;
     default:
         break;

@@ -13,6 +13,6 @@ namespace kestd {
 //   header (RFC 4918 section 9.10.1). davfs2, which locks what must not exist yet, takes it as made
 //   only with 201 (section 9.10.4).
 // - COPY and MOVE: KDE takes 201 and 204 only (RFC 4918 sections 9.8.5 and 9.9.4), not 200.
-void MeetClientNeeds(RequestIo& request);
+void AdaptToClients(KestIo& request);
 
 } // namespace kestd

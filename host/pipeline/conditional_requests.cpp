@@ -63,7 +63,7 @@ uint64_t DateOrder(std::string_view date) noexcept
     return (static_cast<uint64_t>((day - first).count()) * kSecondsOfADay + seconds) * kTicks;
 }
 
-bool MeetsPreconditions(RequestIo& request, Front& front)
+bool MeetsConditions(KestIo& request, Front& front)
 {
     if (!Changes(request.method))
         return true;
@@ -83,17 +83,17 @@ bool MeetsPreconditions(RequestIo& request, Front& front)
     if (limit != 0 && !match)
         request.preconditions.unmodifiedSince = limit;
 
-    Probe probe(request, request.target.path, KestMethodHead);
-    probe.Run(front, request.admission.session);
+    Subrequest subrequest(request, request.target.path, KestMethodHead);
+    subrequest.Run(front, request.auth.session);
     if (request.HasFailed())
         return false; // nobody knows; the failure is what the client hears of
-    const bool exists = probe.Status() == 200;
+    const bool exists = subrequest.Status() == 200;
     request.isKnownNew = !exists;
     if (match) {
         if (*match != "*" || !exists)
             return false;
     } else if (since) {
-        if (limit != 0 && DateOrder(probe.LastModified()) > limit)
+        if (limit != 0 && DateOrder(subrequest.LastModified()) > limit)
             return false;
     }
     return !noneMatch || *noneMatch != "*" || !exists;

@@ -16,7 +16,7 @@ namespace kestd {
 // and takes note of them in `request.preconditions`.
 // There are no entity tags: a list of them matches nothing, "*" whatever exists. False when the
 // answer has to be 412. Throws std::bad_alloc.
-bool MeetsPreconditions(RequestIo& request, Front& front);
+bool MeetsConditions(KestIo& request, Front& front);
 
 // A date of RFC 9110's preferred form as a system time, in units of 100 ns since 1601; 0 for any
 // other text and for what was before.

@@ -28,7 +28,7 @@ bool IsSameHost(std::string_view a, std::string_view b) noexcept
     return EqualsIgnoringCase(nameA, nameB) && IsSamePort(portA, portB);
 }
 
-bool IsOurHost(const RequestIo& request, const Live& live, std::string_view host)
+bool IsOurHost(const KestIo& request, const EffectiveSettings& live, std::string_view host)
 {
     const Field* asked = request.head.Find("Host");
     if (asked && IsSameHost(asked->value, host))
@@ -38,7 +38,7 @@ bool IsOurHost(const RequestIo& request, const Live& live, std::string_view host
     return !live.publicHost.empty() && IsSameHost(live.publicHost + ":" + live.publicPort, host);
 }
 
-int ReadDestination(RequestIo& request, const Front& front, const Live& live)
+int ReadDestination(KestIo& request, const Front& front, const EffectiveSettings& live)
 {
     const std::string_view* value = request.FindRequestHeader("Destination");
     if (!value || value->empty())
@@ -56,7 +56,7 @@ int ReadDestination(RequestIo& request, const Front& front, const Live& live)
         if (rest.empty())
             rest = "/";
     }
-    std::string& path = request.relocation.path;
+    std::string& path = request.copyMove.path;
     std::string raw;
     if (rest.find('?') != std::string_view::npos || !NormalisePath(rest, path, raw))
         return 400;
@@ -69,41 +69,41 @@ int ReadDestination(RequestIo& request, const Front& front, const Live& live)
 
 } // namespace
 
-int ReadRelocation(RequestIo& request, const Front& front, const Live& live)
+int ReadCopyMoveHeaders(KestIo& request, const Front& front, const EffectiveSettings& live)
 {
-    Relocation& relocation = request.relocation;
+    CopyMoveTarget& target = request.copyMove;
     if (const int refusal = ReadDestination(request, front, live))
         return refusal;
     const std::string_view* overwrite = request.FindRequestHeader("Overwrite");
     if (overwrite && *overwrite != "T" && *overwrite != "F")
         return 400;
-    relocation.mayReplace = relocation.overwrites = !overwrite || *overwrite == "T";
+    target.allowsOverwrite = target.overwrites = !overwrite || *overwrite == "T";
     const std::string_view* depth = request.FindRequestHeader("Depth");
     const bool isCopy = request.method == KestMethodCopy;
     if (!depth || EqualsIgnoringCase(*depth, "infinity"))
-        relocation.depth = -1;
+        target.depth = -1;
     else if (*depth == "0" && isCopy)
-        relocation.depth = 0;
+        target.depth = 0;
     else
         return 400;
     std::string_view source = request.target.path;
     if (source.size() > 1 && source.back() == '/')
         source.remove_suffix(1);
-    if (relocation.path.size() > source.size() && IsUnder(relocation.path, source))
+    if (target.path.size() > source.size() && IsUnder(target.path, source))
         return 403;
     std::u16string wide;
-    if (!AppendWide(relocation.path, wide))
+    if (!AppendWide(target.path, wide))
         return 400;
     if (!isCopy) {
-        relocation.destination = std::move(wide);
+        target.destination = std::move(wide);
         return 0;
     }
     // The port is always written: the module looks for its location among all segments of the URL,
     // and a host of the same name must not be taken for it.
-    if (!AppendWide(request.isSecure ? "https://" : "http://", relocation.destination) ||
-        !AppendWide(request.hostname + ":" + request.port, relocation.destination))
+    if (!AppendWide(request.isSecure ? "https://" : "http://", target.destination) ||
+        !AppendWide(request.hostname + ":" + request.port, target.destination))
         return 400;
-    relocation.destination.append(CopyUrlPath(wide));
+    target.destination.append(CopyUrlPath(wide));
     return 0;
 }
 
@@ -120,25 +120,25 @@ std::u16string CopyUrlPath(std::u16string_view path)
     return out;
 }
 
-bool IsOutrun(const RequestIo& request, int status) noexcept
+bool HasDestinationChanged(const KestIo& request, int status) noexcept
 {
     constexpr int kMostRounds = 8; // whoever is outrun so often is told so
-    const Relocation& relocation = request.relocation;
+    const CopyMoveTarget& target = request.copyMove;
     return status == 412 &&
            (request.method == KestMethodCopy || request.method == KestMethodMove) &&
-           relocation.mayReplace && !relocation.overwrites && relocation.rounds < kMostRounds &&
-           !request.HasFailed() && !request.reply.HasBegun();
+           target.allowsOverwrite && !target.overwrites && target.rounds < kMostRounds &&
+           !request.HasFailed() && !request.response.HasBegun();
 }
 
-void ClearMootOverwrite(RequestIo& request, Front& front)
+void ResolveOverwrite(KestIo& request, Front& front)
 {
-    request.relocation.overwrites = request.relocation.mayReplace;
-    if (!request.relocation.overwrites)
+    request.copyMove.overwrites = request.copyMove.allowsOverwrite;
+    if (!request.copyMove.overwrites)
         return;
-    Probe probe(request, request.relocation.path, KestMethodHead);
-    probe.Run(front, request.admission.session);
-    if (probe.Status() == 404)
-        request.relocation.overwrites = false;
+    Subrequest subrequest(request, request.copyMove.path, KestMethodHead);
+    subrequest.Run(front, request.auth.session);
+    if (subrequest.Status() == 404)
+        request.copyMove.overwrites = false;
 }
 
 } // namespace kestd

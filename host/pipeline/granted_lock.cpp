@@ -20,19 +20,19 @@ std::string_view FindLockToken(std::string_view body) noexcept
     return end == std::string_view::npos ? std::string_view() : token.substr(0, end);
 }
 
-void TakeBackUnheardLock(RequestIo& request, Front& front) noexcept
+void RevokeUnsentLock(KestIo& request, Front& front) noexcept
 {
     const bool isRefresh = request.body.BytesRead() == 0;
-    if (request.method != KestMethodLock || request.lockAnswer.Status() != 200 || isRefresh ||
-        (request.reply.Status() < 300 && !request.reply.IsBroken()))
+    if (request.method != KestMethodLock || request.grantedLock.Status() != 200 || isRefresh ||
+        (request.response.Status() < 300 && !request.response.IsBroken()))
         return;
-    const std::string_view token = FindLockToken(request.lockAnswer.Tail());
+    const std::string_view token = FindLockToken(request.grantedLock.Tail());
     if (token.empty())
         return;
     try {
-        Probe probe(request, request.target.path, KestMethodUnlock);
-        probe.SetLockToken("<" + std::string(token) + ">");
-        probe.Run(front, request.admission.session);
+        Subrequest subrequest(request, request.target.path, KestMethodUnlock);
+        subrequest.SetLockToken("<" + std::string(token) + ">");
+        subrequest.Run(front, request.auth.session);
     } catch (const std::bad_alloc&) { // it ends with its time
     }
 }

@@ -13,11 +13,11 @@
 
 namespace kestd {
 
-class RequestIo;
+class KestIo;
 
 // What the module has said in answer to a LOCK, whatever became of that: its status, and the end of
 // the body, where the token stands. Takes no memory.
-class LockAnswer {
+class GrantedLock {
   public:
     void Reset() noexcept
     {
@@ -48,6 +48,6 @@ std::string_view FindLockToken(std::string_view body) noexcept;
 
 // Called when the reply to a request has ended. Gives up the lock that the module has granted, if
 // the client was told of a failure instead, or the reply could not be sent.
-void TakeBackUnheardLock(RequestIo& request, Front& front) noexcept;
+void RevokeUnsentLock(KestIo& request, Front& front) noexcept;
 
 } // namespace kestd

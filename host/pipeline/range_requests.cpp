@@ -104,74 +104,74 @@ void RangeRequest::Ask()
 
 // RFC 9110 section 13.1.5: a date holds when it is the very date that a reply would tell. There are
 // no entity tags that could hold.
-bool RangeRequest::IsOutdated(const Told& told) const noexcept
+bool RangeRequest::IsOutdated(const ModuleReply& told) const noexcept
 {
     return ifRange_ && wanted_ && *ifRange_ != told.modified;
 }
 
-RangeRequest::Verdict RangeRequest::Judge(const Told& told)
+RangeRequest::Action RangeRequest::Evaluate(const ModuleReply& told)
 {
     if (told.status == 206)
-        return JudgePart(told);
+        return EvaluatePart(told);
     if (told.status == 200)
-        return JudgeWhole(told);
+        return EvaluateWhole(told);
     if (told.status == 416 && IsOutdated(told)) {
         wanted_.reset();
         Ask();
-        return Verdict::AskAgain;
+        return Action::Retry;
     }
-    return Verdict::Send;
+    return Action::Send;
 }
 
-RangeRequest::Verdict RangeRequest::JudgeWhole(const Told& told)
+RangeRequest::Action RangeRequest::EvaluateWhole(const ModuleReply& told)
 {
     std::string_view text = told.length;
     const std::optional<uint64_t> size = TakeNumber(text);
     if (!size || !forModule_.empty())
-        return Verdict::Send; // a page, which has no parts
+        return Action::Send; // a page, which has no parts
     if (IsOutdated(told))
         wanted_.reset();
     size_ = *size;
     if (wanted_ && *wanted_->last == 0) { // the last no bytes
         left_ = 0;
-        return Verdict::Unsatisfiable;
+        return Action::Unsatisfiable;
     }
     if (wanted_ && size_ != 0) {
         wanted_ = ByteRange{size_ - std::min(size_, *wanted_->last), size_ - 1};
         Ask();
-        return Verdict::AskAgain;
+        return Action::Retry;
     }
     if (size_ <= kLongestWhole)
-        return Verdict::Send;
+        return Action::Send;
     wantsWhole_ = true;
     Ask();
-    return Verdict::AskAgain;
+    return Action::Retry;
 }
 
-RangeRequest::Verdict RangeRequest::JudgePart(const Told& told)
+RangeRequest::Action RangeRequest::EvaluatePart(const ModuleReply& told)
 {
     const std::optional<SentRange> sent = ParseSentRange(told.range);
     if (!sent)
-        return Verdict::Send;
+        return Action::Send;
     size_ = sent->size;
     if (wantsWhole_) {
         length_ = left_ = size_;
-        return Verdict::SendWhole;
+        return Action::SendWhole;
     }
     if (IsOutdated(told)) {
         wanted_.reset();
         Ask();
-        return Verdict::AskAgain;
+        return Action::Retry;
     }
     if (!wanted_ || *wanted_->first >= size_) {
         left_ = 0;
-        return Verdict::Unsatisfiable;
+        return Action::Unsatisfiable;
     }
     first_ = *wanted_->first;
     length_ = std::min(wanted_->last.value_or(UINT64_MAX), size_ - 1) - first_ + 1;
     skip_ = first_ - sent->first;
     left_ = length_;
-    return Verdict::SendPart;
+    return Action::SendPart;
 }
 
 std::string RangeRequest::ContentLength() const

@@ -29,18 +29,18 @@ std::optional<ByteRange> ParseByteRange(std::string_view header) noexcept;
 class RangeRequest {
   public:
     // What the module's reply says of itself; empty for what it does not say.
-    struct Told {
+    struct ModuleReply {
         int status;
         std::string_view length;   // "Content-Length"
         std::string_view range;    // "Content-Range"
         std::string_view modified; // "Last-Modified"
     };
-    enum class Verdict {
+    enum class Action {
         Send,          // as it is
         SendPart,      // as Content-Length and Content-Range here tell, cut by Cut
         SendWhole,     // the part is everything: 200
         Unsatisfiable, // 416
-        AskAgain,      // send nothing; the module has to answer ForModule as it is now
+        Retry,         // send nothing; the module has to answer ForModule as it is now
     };
 
     void Reset() noexcept { *this = RangeRequest(); }
@@ -51,9 +51,9 @@ class RangeRequest {
     bool IsWhole() const noexcept { return !wanted_ && !wantsWhole_; }
     // What the module is to find as "Range"; empty: no such header.
     std::string_view ForModule() const noexcept { return forModule_; }
-    // To be called when the module has answered a GET and nothing has been sent. AskAgain is
+    // To be called when the module has answered a GET and nothing has been sent. Retry is
     // answered a bounded number of times. Throws std::bad_alloc.
-    Verdict Judge(const Told& told);
+    Action Evaluate(const ModuleReply& told);
 
     // After SendPart, SendWhole and Unsatisfiable: the headers' values. Throw std::bad_alloc.
     std::string ContentLength() const;
@@ -63,9 +63,9 @@ class RangeRequest {
     std::string_view Cut(std::string_view piece, bool& isOver) noexcept;
 
   private:
-    Verdict JudgeWhole(const Told& told);
-    Verdict JudgePart(const Told& told);
-    bool IsOutdated(const Told& told) const noexcept;
+    Action EvaluateWhole(const ModuleReply& told);
+    Action EvaluatePart(const ModuleReply& told);
+    bool IsOutdated(const ModuleReply& told) const noexcept;
     void Ask();
 
     std::optional<ByteRange> wanted_;

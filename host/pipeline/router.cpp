@@ -14,7 +14,7 @@ namespace {
 
 // Fills the name and port that the client asked for, unless the server is known under a name of its
 // own. 0 or 400.
-int ReadHost(RequestIo& request, const Live& live)
+int ReadHost(KestIo& request, const EffectiveSettings& live)
 {
     const size_t count = request.head.Count("Host");
     if (count > 1 || (count == 0 && request.head.version == 11))
@@ -40,7 +40,7 @@ int ReadHost(RequestIo& request, const Live& live)
 // Whether a request without credentials may be served under the name it asks for. A page of another
 // site reaches this machine by letting its own name lead to a loopback address; browsers then take
 // what is served here for that site's own.
-bool IsOwnName(std::string_view host, const Live& live)
+bool IsOwnName(std::string_view host, const EffectiveSettings& live)
 {
     std::string_view name;
     std::string_view port;
@@ -49,9 +49,9 @@ bool IsOwnName(std::string_view host, const Live& live)
            (!live.publicHost.empty() && EqualsIgnoringCase(name, live.publicHost));
 }
 
-bool IsMisdirected(const RequestIo& request, const Front& front, const Live& live)
+bool IsMisdirected(const KestIo& request, const Front& front, const EffectiveSettings& live)
 {
-    if (!front.doorkeeper.IsOpen())
+    if (!front.accessControl.AllowsAnonymous())
         return false;
     const Field* host = request.head.Find("Host");
     return (host && !IsOwnName(host->value, live)) ||
@@ -65,38 +65,39 @@ bool IsAncestorOf(std::string_view path, std::string_view location) noexcept
     return path == "/" || (path != location && IsUnder(location, path));
 }
 
-void AnswerOptions(RequestIo& request)
+void AnswerOptions(KestIo& request)
 {
-    request.reply.SetHeader("DAV", "1, 2");
-    request.reply.SetHeader("MS-Author-Via", "DAV");
-    request.reply.SetHeader("Allow", "OPTIONS, GET, HEAD, DELETE, COPY, MOVE, PROPFIND, PROPPATCH, "
-                                     "MKCOL, LOCK, UNLOCK, PUT, POST");
-    request.reply.Begin(200);
+    request.response.SetHeader("DAV", "1, 2");
+    request.response.SetHeader("MS-Author-Via", "DAV");
+    request.response.SetHeader("Allow",
+                               "OPTIONS, GET, HEAD, DELETE, COPY, MOVE, PROPFIND, PROPPATCH, "
+                               "MKCOL, LOCK, UNLOCK, PUT, POST");
+    request.response.Begin(200);
 }
 
-void AnswerText(RequestIo& request, int status, std::string_view type, std::string_view text)
+void AnswerText(KestIo& request, int status, std::string_view type, std::string_view text)
 {
-    request.reply.SetHeader("Content-Type", type);
-    request.reply.Begin(status);
-    request.reply.Append(text.data(), text.size());
+    request.response.SetHeader("Content-Type", type);
+    request.response.Begin(status);
+    request.response.Append(text.data(), text.size());
 }
 
 // A collection above the module: all it holds is the way down.
-void AnswerAncestor(RequestIo& request, const Front& front)
+void AnswerAncestor(KestIo& request, const Front& front)
 {
     switch (request.method) {
     case KestMethodOptions:
         return AnswerOptions(request);
     case KestMethodGet:
     case KestMethodHead:
-        request.reply.SetHeader("Location", EscapePath(front.location) + "/");
-        request.reply.SetHeader("Content-Length", "0");
-        request.reply.Begin(302);
+        request.response.SetHeader("Location", EscapePath(front.location) + "/");
+        request.response.SetHeader("Content-Length", "0");
+        request.response.Begin(302);
         return;
     case KestMethodPropFind:
         break;
     default:
-        request.reply.SetHeader("Allow", "OPTIONS, GET, HEAD, PROPFIND");
+        request.response.SetHeader("Allow", "OPTIONS, GET, HEAD, PROPFIND");
         return AnswerError(request, 405);
     }
     const auto collection = [](std::string_view path) {
@@ -121,45 +122,44 @@ void AnswerAncestor(RequestIo& request, const Front& front)
     AnswerText(request, 207, "application/xml; charset=\"utf-8\"", text);
 }
 
-bool Admit(RequestIo& request, Front& front)
+bool Authenticate(KestIo& request, Front& front)
 {
-    Visitor visitor;
+    Credentials credentials;
     // Each value is taken on its own: a look-up may move what an earlier one gave.
     const auto value = [&request](std::string_view name) {
         const std::string_view* found = request.FindRequestHeader(name);
         return found ? *found : std::string_view();
     };
-    visitor.authorization = value("Authorization");
-    visitor.cookie = value("Cookie");
-    visitor.wantsCookie = value("Accept").find("text/html") != std::string_view::npos;
-    visitor.remoteAddress = request.remote;
-    visitor.isSecure = request.isSecure;
-    request.admission = front.doorkeeper.Admit(visitor);
-    switch (request.admission.verdict) {
-    case Admission::Verdict::Granted:
+    credentials.authorization = value("Authorization");
+    credentials.cookie = value("Cookie");
+    credentials.wantsCookie = value("Accept").find("text/html") != std::string_view::npos;
+    credentials.remoteAddress = request.remote;
+    credentials.isSecure = request.isSecure;
+    request.auth = front.accessControl.Authenticate(credentials);
+    switch (request.auth.outcome) {
+    case AuthResult::Outcome::Granted:
         request.isAdmitted = true;
         return true;
-    case Admission::Verdict::Unauthorized:
-        request.reply.SetHeader("WWW-Authenticate", request.admission.challenge);
+    case AuthResult::Outcome::Unauthorized:
+        request.response.SetHeader("WWW-Authenticate", request.auth.challenge);
         AnswerError(request, 401);
         return false;
-    case Admission::Verdict::Forbidden:
+    case AuthResult::Outcome::Forbidden:
         AnswerError(request, 403);
         return false;
-    case Admission::Verdict::Unavailable:
-        request.reply.SetHeader("Retry-After", "5");
+    case AuthResult::Outcome::Unavailable:
+        request.response.SetHeader("Retry-After", "5");
         AnswerError(request, 503);
         return false;
-    case Admission::Verdict::Throttled:
-        request.reply.SetHeader("Retry-After",
-                                std::to_string(request.admission.retryAfter.count()));
+    case AuthResult::Outcome::Throttled:
+        request.response.SetHeader("Retry-After", std::to_string(request.auth.retryAfter.count()));
         AnswerError(request, 429);
         return false;
     }
     return false;
 }
 
-void ReadRange(RequestIo& request)
+void ReadRange(KestIo& request)
 {
     const std::string_view* found = request.FindRequestHeader("Range");
     if (!found)
@@ -170,15 +170,15 @@ void ReadRange(RequestIo& request)
 
 // What the host sees to before the module takes an admitted request. False when it has been
 // refused.
-bool Prepare(RequestIo& request, const Front& front, const Live& live)
+bool Prepare(KestIo& request, const Front& front, const EffectiveSettings& live)
 {
     request.realm = live.settings.realm;
-    if (!request.admission.setCookie.empty())
-        request.reply.SetHeader("Set-Cookie", request.admission.setCookie);
+    if (!request.auth.setCookie.empty())
+        request.response.SetHeader("Set-Cookie", request.auth.setCookie);
     int refusal = 0;
     switch (request.method) {
     case KestMethodOptions:
-        request.reply.SetHeader("MS-Author-Via", "DAV"); // Office saves nothing without it
+        request.response.SetHeader("MS-Author-Via", "DAV"); // Office saves nothing without it
         break;
     case KestMethodGet:
         refusal = IsStoredScript(request) ? 403 : 0;
@@ -186,7 +186,7 @@ bool Prepare(RequestIo& request, const Front& front, const Live& live)
         break;
     case KestMethodCopy:
     case KestMethodMove:
-        refusal = ReadRelocation(request, front, live);
+        refusal = ReadCopyMoveHeaders(request, front, live);
         break;
     case KestMethodPost: // the one changing method that a foreign page can send with credentials
         refusal = IsCrossSite(request) ? 403 : 0;
@@ -205,7 +205,8 @@ bool Prepare(RequestIo& request, const Front& front, const Live& live)
 
 } // namespace
 
-int ReadRequest(RequestIo& request, const Live& live, Framing& framing, bool& mustClose)
+int ReadRequest(KestIo& request, const EffectiveSettings& live, MessageFraming& framing,
+                bool& mustClose)
 {
     mustClose = true;
     if (const int refusal = ParseHead(request.headText.View(), request.head))
@@ -235,41 +236,41 @@ bool WantsKeepAlive(const RequestHead& head) noexcept
     return head.HasToken("Connection", "keep-alive") && !head.HasToken("Connection", "close");
 }
 
-Route Decide(RequestIo& request, Front& front, const Live& live)
+RouteResult Decide(KestIo& request, Front& front, const EffectiveSettings& live)
 {
     if (IsMisdirected(request, front, live)) {
         AnswerError(request, 421);
-        return Route::Refused;
+        return RouteResult::Refused;
     }
     const Target& target = request.target;
     if (target.isAsterisk) {
         if (request.method != KestMethodOptions) {
             AnswerError(request, 400);
-            return Route::Refused;
+            return RouteResult::Refused;
         }
         AnswerOptions(request);
-        return Route::Answered;
+        return RouteResult::Answered;
     }
     if (IsUnder(target.path, front.location)) {
-        if (!Admit(request, front))
-            return Route::Refused;
-        return Prepare(request, front, live) ? Route::Module : Route::Refused;
+        if (!Authenticate(request, front))
+            return RouteResult::Refused;
+        return Prepare(request, front, live) ? RouteResult::Module : RouteResult::Refused;
     }
     constexpr std::string_view kWharf = "/Wharf/";
     if (target.path.compare(0, kWharf.size(), kWharf) == 0 &&
         !live.settings.wharfDirectory.empty()) {
-        AnswerStatic(request, live.settings.wharfDirectory, target.path.substr(kWharf.size()));
-        return Route::Answered;
+        ServeStaticFile(request, live.settings.wharfDirectory, target.path.substr(kWharf.size()));
+        return RouteResult::Answered;
     }
     if (IsAncestorOf(target.path, front.location)) {
         AnswerAncestor(request, front);
-        return Route::Answered;
+        return RouteResult::Answered;
     }
     AnswerError(request, 404);
-    return Route::Refused;
+    return RouteResult::Refused;
 }
 
-void AnswerError(RequestIo& request, int status)
+void AnswerError(KestIo& request, int status)
 {
     AnswerText(request, status, kErrorType, ErrorText(status));
 }

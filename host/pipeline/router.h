@@ -8,7 +8,7 @@
 
 namespace kestd {
 
-enum class Route {
+enum class RouteResult {
     Refused,  // answered with an error
     Answered, // answered otherwise
     Module,   // to be handed on
@@ -16,16 +16,17 @@ enum class Route {
 
 // Fills `request` from its head, whose text is complete: framing, host, target, method. 0, or the
 // status to refuse it with. `mustClose` is set when nobody can tell where the next request starts.
-int ReadRequest(RequestIo& request, const Live& live, Framing& framing, bool& mustClose);
+int ReadRequest(KestIo& request, const EffectiveSettings& live, MessageFraming& framing,
+                bool& mustClose);
 
 // Whether the client lets the connection stay open.
 bool WantsKeepAlive(const RequestHead& head) noexcept;
 
 // Decides who serves a request whose reply has been started, and serves what is not the module's.
-// For the module's, the visitor has been admitted.
-Route Decide(RequestIo& request, Front& front, const Live& live);
+// For the module's, the client has been authenticated.
+RouteResult Decide(KestIo& request, Front& front, const EffectiveSettings& live);
 
 // Answers with a short text.
-void AnswerError(RequestIo& request, int status);
+void AnswerError(KestIo& request, int status);
 
 } // namespace kestd

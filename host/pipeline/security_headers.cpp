@@ -54,7 +54,7 @@ bool AppendWharf(std::string_view host, std::string& sources)
 
 // Where shipped scripts and styles come from, as a browser sees it. Never the whole server: content
 // that anybody has stored is a script, too, if a page may name it as one.
-std::string WharfSources(RequestIo& request)
+std::string WharfSources(KestIo& request)
 {
     std::string sources;
     const std::string_view* asked = request.FindRequestHeader("Host");
@@ -72,7 +72,7 @@ std::string WharfSources(RequestIo& request)
     return sources;
 }
 
-std::string PagePolicy(RequestIo& request)
+std::string PagePolicy(KestIo& request)
 {
     const std::string sources = WharfSources(request);
     std::string policy = "default-src 'none'; script-src";
@@ -84,7 +84,7 @@ std::string PagePolicy(RequestIo& request)
 
 // True when `url` begins with this server's origin. The scheme is not compared: behind a proxy the
 // browser's is another one. Neither are the ports that schemes imply.
-bool IsOwnOrigin(RequestIo& request, std::string_view url)
+bool IsOwnOrigin(KestIo& request, std::string_view url)
 {
     std::string_view scheme;
     std::string_view host;
@@ -103,7 +103,7 @@ bool IsOwnOrigin(RequestIo& request, std::string_view url)
 
 } // namespace
 
-bool IsCrossSite(RequestIo& request)
+bool IsCrossSite(KestIo& request)
 {
     if (const std::string_view* site = request.FindRequestHeader("Sec-Fetch-Site"))
         return *site != "same-origin" && *site != "none";
@@ -113,7 +113,7 @@ bool IsCrossSite(RequestIo& request)
     return false;
 }
 
-bool IsStoredScript(RequestIo& request)
+bool IsStoredScript(KestIo& request)
 {
     const std::string_view* use = request.FindRequestHeader("Sec-Fetch-Dest");
     if (!use)
@@ -125,24 +125,24 @@ bool IsStoredScript(RequestIo& request)
     return false;
 }
 
-void ConfineBrowser(RequestIo& request)
+void SetSecurityHeaders(KestIo& request)
 {
-    Reply& reply = request.reply;
-    reply.SetHeader("X-Content-Type-Options", "nosniff");
-    const std::string_view* type = reply.FindHeader("Content-Type");
-    if (reply.FindHeader("Accept-Ranges")) { // stored content
+    Response& response = request.response;
+    response.SetHeader("X-Content-Type-Options", "nosniff");
+    const std::string_view* type = response.FindHeader("Content-Type");
+    if (response.FindHeader("Accept-Ranges")) { // stored content
         // Browsers show no sandboxed PDF; their viewers have no part in the server's origin.
         if (!type || !IsType(*type, "application/pdf"))
-            reply.SetHeader("Content-Security-Policy",
-                            type && IsMedia(*type) ? kMediaPolicy : kFilePolicy);
+            response.SetHeader("Content-Security-Policy",
+                               type && IsMedia(*type) ? kMediaPolicy : kFilePolicy);
         return;
     }
     if (!type || !IsType(*type, "text/html"))
         return;
     const bool isData = request.target.rawPath.find("/.index_xml") != std::string::npos;
-    reply.SetHeader("Content-Security-Policy", isData ? kDataPolicy : PagePolicy(request));
-    reply.SetHeader("X-Frame-Options", "SAMEORIGIN");
-    reply.SetHeader("Referrer-Policy", "same-origin");
+    response.SetHeader("Content-Security-Policy", isData ? kDataPolicy : PagePolicy(request));
+    response.SetHeader("X-Frame-Options", "SAMEORIGIN");
+    response.SetHeader("Referrer-Policy", "same-origin");
 }
 
 } // namespace kestd

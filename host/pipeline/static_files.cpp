@@ -83,7 +83,7 @@ std::string HttpDate(time_t time)
 
 // If-None-Match goes before If-Modified-Since (RFC 9110 section 13.2.2). The date is compared as
 // text: clients send back what they were given.
-bool IsFresh(RequestIo& request, std::string_view tag, std::string_view date)
+bool IsFresh(KestIo& request, std::string_view tag, std::string_view date)
 {
     if (const std::string_view* tags = request.FindRequestHeader("If-None-Match")) {
         std::string_view list = *tags;
@@ -110,12 +110,12 @@ bool IsFresh(RequestIo& request, std::string_view tag, std::string_view date)
     return got;
 }
 
-void SendContent(RequestIo& request, int fd, uint64_t size)
+void SendContent(KestIo& request, int fd, uint64_t size)
 {
     char bytes[64 * 1024];
     for (uint64_t sent = 0; sent < size;) {
         const ssize_t got = ReadAt(fd, bytes, sizeof bytes, sent);
-        if (got <= 0 || !request.reply.Append(bytes, static_cast<size_t>(got)))
+        if (got <= 0 || !request.response.Append(bytes, static_cast<size_t>(got)))
             return; // short: the reply ends the connection
         sent += static_cast<uint64_t>(got);
     }
@@ -123,10 +123,10 @@ void SendContent(RequestIo& request, int fd, uint64_t size)
 
 } // namespace
 
-void AnswerStatic(RequestIo& request, const std::string& directory, const std::string& name)
+void ServeStaticFile(KestIo& request, const std::string& directory, const std::string& name)
 {
     if (request.method != KestMethodGet && request.method != KestMethodHead) {
-        request.reply.SetHeader("Allow", "GET, HEAD");
+        request.response.SetHeader("Allow", "GET, HEAD");
         return AnswerError(request, 405);
     }
     const File root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -140,17 +140,17 @@ void AnswerStatic(RequestIo& request, const std::string& directory, const std::s
                   static_cast<unsigned long long>(info.st_mtim.tv_sec),
                   static_cast<unsigned long>(info.st_mtim.tv_nsec));
     const std::string date = HttpDate(info.st_mtim.tv_sec);
-    request.reply.SetHeader("ETag", tag);
-    request.reply.SetHeader("Last-Modified", date);
-    request.reply.SetHeader("Cache-Control", "public, max-age=3600");
-    request.reply.SetHeader("X-Content-Type-Options", "nosniff");
+    request.response.SetHeader("ETag", tag);
+    request.response.SetHeader("Last-Modified", date);
+    request.response.SetHeader("Cache-Control", "public, max-age=3600");
+    request.response.SetHeader("X-Content-Type-Options", "nosniff");
     if (IsFresh(request, tag, date)) {
-        request.reply.Begin(304);
+        request.response.Begin(304);
         return;
     }
-    request.reply.SetHeader("Content-Type", TypeOf(name));
-    request.reply.SetHeader("Content-Length", std::to_string(info.st_size));
-    request.reply.Begin(200);
+    request.response.SetHeader("Content-Type", TypeOf(name));
+    request.response.SetHeader("Content-Length", std::to_string(info.st_size));
+    request.response.Begin(200);
     if (request.method == KestMethodGet)
         SendContent(request, file.Fd(), static_cast<uint64_t>(info.st_size));
 }

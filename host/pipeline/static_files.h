@@ -12,6 +12,6 @@ namespace kestd {
 // Answers a GET or HEAD of `name` (unescaped, relative to `directory`) with the file's content, its
 // dates and an entity tag; everything else with an error. Nothing outside of the directory is
 // reachable, symbolic links included.
-void AnswerStatic(RequestIo& request, const std::string& directory, const std::string& name);
+void ServeStaticFile(KestIo& request, const std::string& directory, const std::string& name);
 
 } // namespace kestd

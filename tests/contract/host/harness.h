@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A real server on a port of its own, with a module and a doorkeeper that tests script, and a
+// A real server on a port of its own, with a module and an access control that tests script, and a
 // client that sends bytes as they are.
 #pragma once
 
@@ -56,26 +56,26 @@ class ScriptedModule final : public IKestReq_2 {
     }
 };
 
-class ScriptedDoor final : public Doorkeeper {
+class ScriptedDoor final : public AccessControl {
   public:
-    std::function<Admission(const Visitor&)> judge = [](const Visitor&) {
-        Admission admission;
-        admission.verdict = Admission::Verdict::Granted;
+    std::function<AuthResult(const Credentials&)> judge = [](const Credentials&) {
+        AuthResult admission;
+        admission.outcome = AuthResult::Outcome::Granted;
         admission.user = "someone";
         return admission;
     };
     std::atomic<int> inside{0};
     std::atomic<bool> isOpen{false};
 
-    bool IsOpen() const noexcept override { return isOpen; }
-    Admission Admit(const Visitor& visitor) override
+    bool AllowsAnonymous() const noexcept override { return isOpen; }
+    AuthResult Authenticate(const Credentials& credentials) override
     {
-        Admission admission = judge(visitor);
-        if (admission.verdict == Admission::Verdict::Granted)
+        AuthResult admission = judge(credentials);
+        if (admission.outcome == AuthResult::Outcome::Granted)
             ++inside;
         return admission;
     }
-    void Leave(SCHANDLE) override { --inside; }
+    void ReleaseSession(SCHANDLE) override { --inside; }
 };
 
 struct Answer {

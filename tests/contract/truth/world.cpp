@@ -210,12 +210,12 @@ World::World()
     KEST_LOCATION_ACCESS access{};
     GUID id{};
     EXPECT_EQ(0u, parts->module->ModuleInit({}, &access, &location, &id));
-    parts->services.gatekeeper.RequireCredentials(false);
-    parts->services.gatekeeper.SetLocation("/Ferro");
+    parts->services.sessionAdmission.RequireCredentials(false);
+    parts->services.sessionAdmission.SetLocation("/Ferro");
     // One thread: what it keeps for itself is there once it has served a request.
     kestd::ServerSettings settings = kestd::test::QuietSettings();
     settings.limits.workerThreads = 1;
-    parts->server = std::make_unique<kestd::Server>(settings, parts->services.gatekeeper,
+    parts->server = std::make_unique<kestd::Server>(settings, parts->services.sessionAdmission,
                                                     parts->module.Get(), "/Ferro");
     EXPECT_EQ("", parts->server->Start());
     port_ = parts->server->Addresses()[0].port;

@@ -24,7 +24,7 @@ class Identity : public HostClasses {
     void TearDown() override
     {
         Release(directory_);
-        services_->sessions.Leave(session_);
+        services_->sessions.ReleaseSession(session_);
         HostClasses::TearDown();
     }
     TALSTATUS Open(const WCHAR* name, void** entry, UINT32 flags = 1)

@@ -102,7 +102,7 @@ TEST_F(HostClasses, Session)
     EXPECT_EQ(Call(object, 4, static_cast<UNICODE_STRING**>(nullptr), &domain), 0U);
     EXPECT_EQ(Call(object, 4, &user, static_cast<UNICODE_STRING**>(nullptr)), 0U);
     EXPECT_EQ(Code(Call(object, 3, SCHANDLE{})), kCodeNotFound);
-    services_->sessions.Leave(session);
+    services_->sessions.ReleaseSession(session);
     Release(object);
 }
 
@@ -113,7 +113,7 @@ TEST_F(HostClasses, LocalUser_HasNoDirectoryName)
     UNICODE_STRING* user = nullptr;
     EXPECT_EQ(Call(object, 3, session), 0U);
     EXPECT_EQ(Code(Call(object, 4, &user, &user)), kCodeNotFound);
-    services_->sessions.Leave(session);
+    services_->sessions.ReleaseSession(session);
     Release(object);
 }
 
@@ -195,7 +195,7 @@ TEST_F(HostClasses, Attributes)
     EXPECT_EQ(Code(Call(service, 7, session, registration, UINT32{2}, &same)), kCodeNotFound);
     EXPECT_EQ(Call(service, 4, registration), 0U);
     EXPECT_EQ(Code(Call(service, 4, registration)), kCodeNotFound);
-    services_->sessions.Leave(session);
+    services_->sessions.ReleaseSession(session);
     Release(service);
 }
 
@@ -258,7 +258,7 @@ TEST_F(HostClasses, Objects)
         EXPECT_EQ(Call(store, 7, object, UINT32{1}), 0U) << references;
     EXPECT_EQ(Call(store, 5, object), 0U); // DeleteObject
     EXPECT_EQ(Code(Call(store, 6, handle, &other)), kCodeNotFound);
-    services_->sessions.Leave(session);
+    services_->sessions.ReleaseSession(session);
     Release(store);
 }
 

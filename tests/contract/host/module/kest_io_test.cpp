@@ -167,7 +167,7 @@ TEST_F(Io, ReplyHeadersAreReplacedAndNeverSplit)
 }
 
 // One reply of the module and what the client makes of it.
-struct Reply {
+struct Response {
     const char* name;
     std::function<void(IKestIO_5&)> say;
     int status;
@@ -181,7 +181,7 @@ struct Reply {
 TEST_F(Io, RepliesAreFramed)
 {
     static const std::string kLarge(100000, 'L');
-    const Reply rows[] = {
+    const Response rows[] = {
         {"no body, no length", [](IKestIO_5& io) { io.SendHeader(201); }, 201, "", "0", "(none)",
          true},
         {"an empty length",
@@ -300,13 +300,13 @@ TEST_F(Io, RepliesAreFramed)
          },
          403, "", "0", "(none)", true},
     };
-    const Reply* row = nullptr;
+    const Response* row = nullptr;
     module.handler = [&](IKestIO_5& io, UINT32) {
         row->say(io);
         return TAL_STATUS_SUCCESS;
     };
     Start();
-    for (const Reply& each : rows) {
+    for (const Response& each : rows) {
         row = &each;
         Client client(port);
         const Answer answer = client.Ask("GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n");

@@ -25,7 +25,7 @@ class Gate {
         std::unique_lock lock(mutex_);
         ++waiting_;
         changed_.notify_all();
-        changed_.wait(lock, [this] { return isOpen_; });
+        changed_.wait(lock, [this] { return allowsAnonymous_; });
     }
     void WaitFor(int count)
     {
@@ -35,7 +35,7 @@ class Gate {
     void Open()
     {
         const std::lock_guard lock(mutex_);
-        isOpen_ = true;
+        allowsAnonymous_ = true;
         changed_.notify_all();
     }
 
@@ -43,7 +43,7 @@ class Gate {
     std::mutex mutex_;
     std::condition_variable changed_;
     int waiting_ = 0;
-    bool isOpen_ = false;
+    bool allowsAnonymous_ = false;
 };
 
 TEST_F(Limits, LongTargetsAndHeads)

@@ -188,23 +188,23 @@ TEST_F(Rules, AncestorsOfADeeperLocationAreCollections)
     EXPECT_EQ(module.calls, 0);
 }
 
-TEST_F(Rules, DoorkeeperDecidesBeforeTheModule)
+TEST_F(Rules, AccessControlDecidesBeforeTheModule)
 {
-    door.judge = [](const Visitor& visitor) {
-        EXPECT_EQ(visitor.remoteAddress, "127.0.0.1");
-        EXPECT_FALSE(visitor.isSecure);
-        Admission admission;
-        if (visitor.authorization == "Basic good") {
-            EXPECT_EQ(visitor.cookie, "a=1; b=2");
-            EXPECT_TRUE(visitor.wantsCookie);
-            admission.verdict = Admission::Verdict::Granted;
+    door.judge = [](const Credentials& credentials) {
+        EXPECT_EQ(credentials.remoteAddress, "127.0.0.1");
+        EXPECT_FALSE(credentials.isSecure);
+        AuthResult admission;
+        if (credentials.authorization == "Basic good") {
+            EXPECT_EQ(credentials.cookie, "a=1; b=2");
+            EXPECT_TRUE(credentials.wantsCookie);
+            admission.outcome = AuthResult::Outcome::Granted;
             admission.setCookie = "kest=1; Path=/";
-        } else if (visitor.authorization == "Basic bad") {
-            admission.verdict = Admission::Verdict::Forbidden;
-        } else if (visitor.authorization == "Basic busy") {
-            admission.verdict = Admission::Verdict::Unavailable;
+        } else if (credentials.authorization == "Basic bad") {
+            admission.outcome = AuthResult::Outcome::Forbidden;
+        } else if (credentials.authorization == "Basic busy") {
+            admission.outcome = AuthResult::Outcome::Unavailable;
         } else {
-            admission.verdict = Admission::Verdict::Unauthorized;
+            admission.outcome = AuthResult::Outcome::Unauthorized;
             admission.challenge = "Basic realm=\"Kest\"";
         }
         return admission;
@@ -227,9 +227,9 @@ TEST_F(Rules, DoorkeeperDecidesBeforeTheModule)
 
 TEST_F(Rules, UnauthorizedUploadIsRefusedBeforeItsBody)
 {
-    door.judge = [](const Visitor&) {
-        Admission admission;
-        admission.verdict = Admission::Verdict::Unauthorized;
+    door.judge = [](const Credentials&) {
+        AuthResult admission;
+        admission.outcome = AuthResult::Outcome::Unauthorized;
         admission.challenge = "Basic realm=\"Kest\"";
         return admission;
     };

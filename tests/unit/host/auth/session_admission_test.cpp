@@ -8,7 +8,7 @@
 namespace kestd {
 namespace {
 
-using Verdict = Admission::Verdict;
+using Outcome = AuthResult::Outcome;
 
 class Gate : public testing::Test {
   protected:
@@ -22,20 +22,20 @@ class Gate : public testing::Test {
         gate_.RequireCredentials(true);
     }
     void TearDown() override { sessions_.EndAll(); }
-    Admission Enter(const char* authorization, std::string_view cookie = {}, bool browser = false)
+    AuthResult Enter(const char* authorization, std::string_view cookie = {}, bool browser = false)
     {
-        Visitor visitor;
-        visitor.authorization = authorization;
-        visitor.cookie = cookie;
-        visitor.wantsCookie = browser;
-        Admission admission = gate_.Admit(visitor);
-        if (admission.verdict == Verdict::Granted)
-            gate_.Leave(admission.session);
-        return admission;
+        Credentials credentials;
+        credentials.authorization = authorization;
+        credentials.cookie = cookie;
+        credentials.wantsCookie = browser;
+        AuthResult result = gate_.Authenticate(credentials);
+        if (result.outcome == Outcome::Granted)
+            gate_.ReleaseSession(result.session);
+        return result;
     }
-    static std::string CookieOf(const Admission& admission)
+    static std::string CookieOf(const AuthResult& result)
     {
-        return admission.setCookie.substr(0, admission.setCookie.find(';'));
+        return result.setCookie.substr(0, result.setCookie.find(';'));
     }
 
     static constexpr const char* kAnna = "Basic YW5uYTpzZWNyZXQ=";
@@ -45,24 +45,24 @@ class Gate : public testing::Test {
     Authenticator auth_{{}, clock_, [](std::string_view password, const std::string& hash) {
                             return password == hash;
                         }};
-    Gatekeeper gate_{auth_, sessions_};
+    SessionAdmission gate_{auth_, sessions_};
 };
 
 TEST_F(Gate, WithoutCredentials_ChallengesForUtf8)
 {
     gate_.SetRealm("my \"files\"");
-    const Admission admission = Enter("");
-    EXPECT_EQ(admission.verdict, Verdict::Unauthorized);
-    EXPECT_EQ(admission.challenge, "Basic realm=\"my \\\"files\\\"\", charset=\"UTF-8\"");
-    EXPECT_EQ(admission.session.hId, nullptr);
-    EXPECT_EQ(Enter("Basic YW5uYTp3cm9uZw==").verdict, Verdict::Unauthorized);
+    const AuthResult result = Enter("");
+    EXPECT_EQ(result.outcome, Outcome::Unauthorized);
+    EXPECT_EQ(result.challenge, "Basic realm=\"my \\\"files\\\"\", charset=\"UTF-8\"");
+    EXPECT_EQ(result.session.hId, nullptr);
+    EXPECT_EQ(Enter("Basic YW5uYTp3cm9uZw==").outcome, Outcome::Unauthorized);
     EXPECT_EQ(sessions_.Count(), 0U);
 }
 
 TEST_F(Gate, ClientsWithoutCookies_ShareASessionPerUser)
 {
-    const Admission first = Enter(kAnna);
-    EXPECT_EQ(first.verdict, Verdict::Granted);
+    const AuthResult first = Enter(kAnna);
+    EXPECT_EQ(first.outcome, Outcome::Granted);
     EXPECT_EQ(first.user, "anna");
     EXPECT_EQ(first.setCookie, "");
     EXPECT_TRUE(IsSame(Enter(kAnna).session, first.session));
@@ -72,11 +72,11 @@ TEST_F(Gate, ClientsWithoutCookies_ShareASessionPerUser)
 
 TEST_F(Gate, Browser_GetsACookieForTheLocationAndKeepsItsSession)
 {
-    const Admission first = Enter(kAnna, "theme=dark", true);
+    const AuthResult first = Enter(kAnna, "theme=dark", true);
     const std::string cookie = CookieOf(first);
     EXPECT_EQ(cookie.size(), 12U + 32U);
     EXPECT_EQ(first.setCookie, cookie + "; Path=/Ferro%20x; SameSite=Lax");
-    const Admission second = Enter(kAnna, "a=b; " + cookie + "; c=d", true);
+    const AuthResult second = Enter(kAnna, "a=b; " + cookie + "; c=d", true);
     EXPECT_TRUE(IsSame(second.session, first.session));
     EXPECT_EQ(second.setCookie, "");
     EXPECT_TRUE(IsSame(Enter(kAnna, cookie).session, first.session)); // its scripts, too
@@ -85,29 +85,29 @@ TEST_F(Gate, Browser_GetsACookieForTheLocationAndKeepsItsSession)
 
 TEST_F(Gate, ForeignCookie_OpensNothing)
 {
-    const Admission anna = Enter(kAnna, "", true);
-    const Admission otto = Enter(kOtto, CookieOf(anna), true);
-    EXPECT_EQ(otto.verdict, Verdict::Granted);
+    const AuthResult anna = Enter(kAnna, "", true);
+    const AuthResult otto = Enter(kOtto, CookieOf(anna), true);
+    EXPECT_EQ(otto.outcome, Outcome::Granted);
     EXPECT_FALSE(IsSame(otto.session, anna.session));
     EXPECT_NE(CookieOf(otto), CookieOf(anna));
-    EXPECT_EQ(Enter("", CookieOf(anna), true).verdict, Verdict::Unauthorized);
+    EXPECT_EQ(Enter("", CookieOf(anna), true).outcome, Outcome::Unauthorized);
 }
 
 TEST_F(Gate, OpenDoor_AdmitsTheLocalUser)
 {
     gate_.RequireCredentials(false);
-    const Admission first = Enter("");
-    EXPECT_EQ(first.verdict, Verdict::Granted);
+    const AuthResult first = Enter("");
+    EXPECT_EQ(first.outcome, Outcome::Granted);
     EXPECT_EQ(first.user, "");
     EXPECT_TRUE(IsSame(Enter(kAnna).session, first.session));
     gate_.RequireCredentials(true);
-    EXPECT_EQ(Enter("").verdict, Verdict::Unauthorized);
+    EXPECT_EQ(Enter("").outcome, Outcome::Unauthorized);
 }
 
 TEST_F(Gate, EndedSession_IsReplaced)
 {
-    const Admission first = Enter(kAnna);
-    const Admission browser = Enter(kAnna, "", true);
+    const AuthResult first = Enter(kAnna);
+    const AuthResult browser = Enter(kAnna, "", true);
     clock_.Advance(std::chrono::hours(1));
     sessions_.EndIdle();
     EXPECT_EQ(sessions_.Count(), 0U);
@@ -122,16 +122,16 @@ TEST(FullHouse, AnswersUnavailable)
     limits.sessions = 1;
     SessionTable sessions(limits, clock);
     Authenticator auth({}, clock, [](auto&&...) { return true; });
-    Gatekeeper gate(auth, sessions);
-    Visitor browser;
+    SessionAdmission gate(auth, sessions);
+    Credentials browser;
     browser.wantsCookie = true;
-    const Admission first = gate.Admit(browser);
-    ASSERT_EQ(first.verdict, Verdict::Granted);
-    EXPECT_EQ(gate.Admit({}).verdict, Verdict::Unavailable);
-    gate.Leave(first.session);
-    const Admission second = gate.Admit({});
-    EXPECT_EQ(second.verdict, Verdict::Granted);
-    gate.Leave(second.session);
+    const AuthResult first = gate.Authenticate(browser);
+    ASSERT_EQ(first.outcome, Outcome::Granted);
+    EXPECT_EQ(gate.Authenticate({}).outcome, Outcome::Unavailable);
+    gate.ReleaseSession(first.session);
+    const AuthResult second = gate.Authenticate({});
+    EXPECT_EQ(second.outcome, Outcome::Granted);
+    gate.ReleaseSession(second.session);
     sessions.EndAll();
 }
 

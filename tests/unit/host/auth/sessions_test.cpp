@@ -51,14 +51,14 @@ TEST_F(Sessions, EqualKeys_ShareOneSession)
     EXPECT_FALSE(IsSame(first, other));
     EXPECT_EQ(table_->PrincipalOf(other)->name, "otto");
     for (const SCHANDLE session : {first, second, other})
-        table_->Leave(session);
+        table_->ReleaseSession(session);
 }
 
 TEST_F(Sessions, IdleTime_EndsOnlyWhatNobodyUses)
 {
     const SCHANDLE used = table_->HoldShared(MakeUser("anna"));
     const SCHANDLE idle = table_->HoldShared(MakeUser("otto"));
-    table_->Leave(idle);
+    table_->ReleaseSession(idle);
     clock_.Advance(seconds(1199));
     table_->EndIdle();
     EXPECT_EQ(table_->Count(), 2U);
@@ -66,7 +66,7 @@ TEST_F(Sessions, IdleTime_EndsOnlyWhatNobodyUses)
     table_->EndIdle();
     EXPECT_TRUE(HasEnded(idle));
     EXPECT_FALSE(HasEnded(used));
-    table_->Leave(used);
+    table_->ReleaseSession(used);
     clock_.Advance(seconds(1199)); // counted from the end of the last request
     table_->EndIdle();
     EXPECT_FALSE(HasEnded(used));
@@ -79,14 +79,14 @@ TEST_F(Sessions, IdleTime_EndsOnlyWhatNobodyUses)
 TEST_F(Sessions, EndedHandle_IsNotTakenForTheNextInItsPlace)
 {
     const SCHANDLE first = table_->HoldShared(MakeUser("anna"));
-    table_->Leave(first);
+    table_->ReleaseSession(first);
     table_->EndAll();
     const SCHANDLE second = table_->HoldShared(MakeUser("otto"));
     EXPECT_FALSE(IsSame(first, second));
     EXPECT_FALSE(table_->Hold(first));
     EXPECT_EQ(table_->PrincipalOf(first), nullptr);
-    table_->Leave(first); // does nothing
-    table_->Leave(second);
+    table_->ReleaseSession(first); // does nothing
+    table_->ReleaseSession(second);
 }
 
 TEST_F(Sessions, MadeUpHandles_AreFoundOut)
@@ -100,7 +100,7 @@ TEST_F(Sessions, MadeUpHandles_AreFoundOut)
         EXPECT_FALSE(table_->Lock(forged));
         EXPECT_FALSE(table_->Hold(forged));
     }
-    table_->Leave(real);
+    table_->ReleaseSession(real);
 }
 
 TEST_F(Sessions, CookieOfAnotherUser_DoesNotOpenHisSession)
@@ -112,13 +112,13 @@ TEST_F(Sessions, CookieOfAnotherUser_DoesNotOpenHisSession)
     EXPECT_EQ(table_->HoldByCookie(MakeUser("otto"), cookie).hId, nullptr);
     EXPECT_EQ(table_->HoldByCookie(MakeUser("anna"), "0123").hId, nullptr);
     EXPECT_EQ(table_->HoldByCookie(MakeUser("anna"), "").hId, nullptr);
-    table_->Leave(session);
-    table_->Leave(session);
+    table_->ReleaseSession(session);
+    table_->ReleaseSession(session);
     std::string other;
     const SCHANDLE second = table_->HoldNew(MakeUser("anna"), other);
     EXPECT_FALSE(IsSame(second, session));
     EXPECT_NE(other, cookie);
-    table_->Leave(second);
+    table_->ReleaseSession(second);
 }
 
 TEST_F(Sessions, OneBrowserTooMany_EndsTheOldest)
@@ -130,17 +130,17 @@ TEST_F(Sessions, OneBrowserTooMany_EndsTheOldest)
     std::string cookie;
     for (int i = 0; i < 3; ++i) {
         sessions.push_back(table_->HoldNew(MakeUser("anna"), cookie));
-        table_->Leave(sessions.back());
+        table_->ReleaseSession(sessions.back());
         clock_.Advance(seconds(1));
     }
     const SCHANDLE used = sessions[0];
     EXPECT_TRUE(table_->Hold(used));
-    table_->Leave(table_->HoldNew(MakeUser("otto"), cookie));
+    table_->ReleaseSession(table_->HoldNew(MakeUser("otto"), cookie));
     EXPECT_TRUE(ended_.empty()); // other users count for themselves
-    table_->Leave(table_->HoldNew(MakeUser("anna"), cookie));
+    table_->ReleaseSession(table_->HoldNew(MakeUser("anna"), cookie));
     EXPECT_EQ(ended_.size(), 1U);
     EXPECT_TRUE(HasEnded(sessions[1]));
-    table_->Leave(used);
+    table_->ReleaseSession(used);
 }
 
 TEST_F(Sessions, FullTable_MakesRoomOrRefuses)
@@ -151,9 +151,9 @@ TEST_F(Sessions, FullTable_MakesRoomOrRefuses)
     const SCHANDLE first = table_->HoldShared(MakeUser("a"));
     const SCHANDLE second = table_->HoldShared(MakeUser("b"));
     EXPECT_EQ(table_->HoldShared(MakeUser("c")).hId, nullptr);
-    table_->Leave(first);
+    table_->ReleaseSession(first);
     clock_.Advance(seconds(1));
-    table_->Leave(second);
+    table_->ReleaseSession(second);
     const SCHANDLE third = table_->HoldShared(MakeUser("c"));
     EXPECT_NE(third.hId, nullptr);
     EXPECT_TRUE(HasEnded(first));
@@ -162,14 +162,14 @@ TEST_F(Sessions, FullTable_MakesRoomOrRefuses)
     EXPECT_TRUE(table_->Hold(second));
     EXPECT_EQ(table_->HoldNew(MakeUser("d"), cookie).hId, nullptr);
     EXPECT_EQ(cookie, "");
-    table_->Leave(second);
-    table_->Leave(third);
+    table_->ReleaseSession(second);
+    table_->ReleaseSession(third);
 }
 
 TEST_F(Sessions, GonePrincipals_LoseTheirSessionsWhenTheRequestIsOver)
 {
     const SCHANDLE idle = table_->HoldShared(MakeUser("anna"));
-    table_->Leave(idle);
+    table_->ReleaseSession(idle);
     const SCHANDLE used = table_->HoldShared(MakeUser("otto"));
     const SCHANDLE kept = table_->HoldShared(MakeUser("emma"));
     table_->EndWhere([](const Principal& principal) { return principal.name != "emma"; });
@@ -178,13 +178,13 @@ TEST_F(Sessions, GonePrincipals_LoseTheirSessionsWhenTheRequestIsOver)
     EXPECT_FALSE(table_->Hold(used)); // no further request
     const SCHANDLE fresh = table_->HoldShared(MakeUser("otto"));
     EXPECT_FALSE(IsSame(fresh, used));
-    table_->Leave(used);
+    table_->ReleaseSession(used);
     table_->EndIdle();
     EXPECT_TRUE(HasEnded(used));
     EXPECT_FALSE(HasEnded(kept));
     EXPECT_TRUE(table_->Hold(fresh));
     for (const SCHANDLE session : {kept, fresh, fresh})
-        table_->Leave(session);
+        table_->ReleaseSession(session);
 }
 
 TEST_F(Sessions, ManyThreads_NeverMeetAForeignSession)
@@ -204,7 +204,7 @@ TEST_F(Sessions, ManyThreads_NeverMeetAForeignSession)
                 const auto owner = table_->PrincipalOf(session);
                 if (!owner || owner->name != name)
                     ++wrong;
-                table_->Leave(session);
+                table_->ReleaseSession(session);
                 if (i % 50 == 0)
                     table_->EndIdle();
             }

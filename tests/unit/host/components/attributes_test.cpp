@@ -72,7 +72,7 @@ class Attributes : public testing::Test {
     }
     void TearDown() override
     {
-        table_.Leave(session_);
+        table_.ReleaseSession(session_);
         table_.EndAll();
         g_calls = nullptr;
     }
@@ -157,7 +157,7 @@ TEST_F(Attributes, RacingFirstRequests_OneMakesAndTheOthersWaitForIt)
             thread.join();
         EXPECT_EQ(makers, 1);
         EXPECT_EQ(early, 0);
-        table_.Leave(session);
+        table_.ReleaseSession(session);
     }
 }
 
@@ -207,7 +207,7 @@ TEST_F(Attributes, SessionEnd_CleansUpOnceAndFreesTheRest)
             service_.Create(session, calls_.registration, &value, Init, 1, 2, &attribute, &mode),
             0U);
         service_.Dereference(mode, attribute);
-        table_.Leave(session);
+        table_.ReleaseSession(session);
         table_.EndWhere([](const Principal& principal) { return principal.name == "otto"; });
         EXPECT_EQ(calls_.cleaned, 1);
         EXPECT_EQ(calls_.freed, 1);
@@ -222,7 +222,7 @@ TEST_F(Attributes, SessionEnd_CleansUpOnceAndFreesTheRest)
 
 TEST_F(Attributes, SessionWithoutTheAttribute_IsNotCleanedUp)
 {
-    table_.Leave(table_.HoldShared(MakeUser("otto")));
+    table_.ReleaseSession(table_.HoldShared(MakeUser("otto")));
     table_.EndWhere([](const Principal& principal) { return principal.name == "otto"; });
     EXPECT_EQ(calls_.cleaned, 0);
 }
@@ -354,7 +354,7 @@ TEST_F(Attributes, RequestsAndSessionEnds_Race)
                 if (!Failed(service_.Create(session, calls_.registration, &value, Init, 1, 2,
                                             &attribute, &mode)))
                     service_.Dereference(mode, attribute);
-                table_.Leave(session);
+                table_.ReleaseSession(session);
             }
         });
     for (std::thread& thread : threads)

@@ -63,7 +63,7 @@ class ObjectStoreCase : public testing::Test {
     }
     void TearDown() override
     {
-        table_.Leave(session_);
+        table_.ReleaseSession(session_);
         table_.EndAll();
         if (store_)
             store_->Release();
@@ -134,7 +134,7 @@ TEST_F(ObjectStoreCase, ObjectsOfAnotherSession_AreNotFound)
     void* object = nullptr;
     EXPECT_EQ(Code(store_->FindObject(other, &key, HasKey, 0, 2, &object)), kCodeNotFound);
     EXPECT_EQ(Code(store_->FindObject({}, &key, HasKey, 0, 2, &object)), kCodeNotFound);
-    table_.Leave(other);
+    table_.ReleaseSession(other);
 }
 
 TEST_F(ObjectStoreCase, OverTheBound_TheLeastRecentlyUsedGoes)
@@ -168,7 +168,7 @@ TEST_F(ObjectStoreCase, SessionEnd_CleansUpAndDestroys)
 {
     Make(1);
     Make(2);
-    table_.Leave(session_);
+    table_.ReleaseSession(session_);
     table_.EndAll();
     EXPECT_EQ(calls_.cleaned, 1);
     EXPECT_EQ(calls_.gone, 2);
@@ -183,7 +183,7 @@ TEST_F(ObjectStoreCase, ReferencedAtTheEndOfItsSession_GoesWithTheReference)
 {
     Make(1);
     Thing* const held = Find(1);
-    table_.Leave(session_);
+    table_.ReleaseSession(session_);
     table_.EndAll();
     EXPECT_EQ(calls_.gone, 0);
     held->value = 3; // still memory of ours
@@ -235,7 +235,7 @@ TEST_F(ObjectStoreCase, Handles_StandForObjectsUntilTheyGo)
     store_->DereferenceObject(object, 1);
     const SCHANDLE other = table_.HoldShared(MakeUser("otto"));
     EXPECT_EQ(Code(store_->OpenObject(other, handle, &object)), kCodeAccessDenied);
-    table_.Leave(other);
+    table_.ReleaseSession(other);
     EXPECT_EQ(store_->DeleteObject(thing), 0U);
     EXPECT_EQ(Code(store_->ReferenceObjectByHandle(handle, &object)), kCodeNotFound);
     EXPECT_EQ(Code(store_->ReferenceObjectByHandle(nullptr, &object)), kCodeNotFound);
@@ -355,7 +355,7 @@ TEST_F(ObjectStoreCase, MakingFindingEvictingAndEnding_Race)
                         store_->DereferenceObject(same, 1);
                     store_->DereferenceObject(object, 1);
                 }
-                table_.Leave(session);
+                table_.ReleaseSession(session);
             }
         });
     for (std::thread& thread : threads)

@@ -327,10 +327,10 @@ TEST(Doors, WithoutUsersOnlyLoopbackIsServed)
                            Row{"192.168.1.1", false}, Row{"::ffff:10.0.0.1", false}}) {
         HostSettings settings;
         settings.server.listen = {{"127.0.0.1", 1}, {row.address, 1}};
-        EXPECT_EQ(Setup::CheckDoors(settings, {}).empty(), row.isFine) << row.address;
+        EXPECT_EQ(Setup::CheckAccessPolicy(settings, {}).empty(), row.isFine) << row.address;
         UserMap users;
         users["a"] = std::make_shared<const User>();
-        EXPECT_EQ(Setup::CheckDoors(settings, users), "");
+        EXPECT_EQ(Setup::CheckAccessPolicy(settings, users), "");
     }
 }
 

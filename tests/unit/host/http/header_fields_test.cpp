@@ -32,7 +32,7 @@ class HeaderLines : public testing::Test {
     }
 
     Arena arena_;
-    HeaderList list_;
+    HeaderFields list_;
 };
 
 TEST_F(HeaderLines, FieldsStandInTheOrderOfTheirFirstSetting)

@@ -9,7 +9,7 @@ namespace kestd {
 
 namespace {
 
-int Read(const std::string& fields, Framing& framing, const char* version = "1.1")
+int Read(const std::string& fields, MessageFraming& framing, const char* version = "1.1")
 {
     const std::string text = std::string("PUT /a HTTP/") + version + "\r\n" + fields + "\r\n";
     RequestHead head;
@@ -19,18 +19,18 @@ int Read(const std::string& fields, Framing& framing, const char* version = "1.1
 
 TEST(ReadFraming, TakesTheThreeForms)
 {
-    Framing framing;
+    MessageFraming framing;
     EXPECT_EQ(Read("Host: h\r\n", framing), 0);
-    EXPECT_EQ(framing.kind, Framing::Kind::None);
+    EXPECT_EQ(framing.kind, MessageFraming::Kind::None);
     EXPECT_EQ(Read("Content-Length: 0\r\n", framing), 0);
-    EXPECT_EQ(framing.kind, Framing::Kind::None);
+    EXPECT_EQ(framing.kind, MessageFraming::Kind::None);
     EXPECT_EQ(Read("Content-Length: 0042\r\n", framing), 0);
-    EXPECT_EQ(framing.kind, Framing::Kind::Length);
+    EXPECT_EQ(framing.kind, MessageFraming::Kind::Length);
     EXPECT_EQ(framing.length, 42u);
     EXPECT_EQ(Read("Content-Length: 9223372036854775807\r\n", framing), 0);
     EXPECT_EQ(framing.length, 9223372036854775807u);
     EXPECT_EQ(Read("Transfer-Encoding: Chunked\r\n", framing), 0);
-    EXPECT_EQ(framing.kind, Framing::Kind::Chunked);
+    EXPECT_EQ(framing.kind, MessageFraming::Kind::Chunked);
 }
 
 TEST(ReadFraming, RefusesWhatCanBeReadTwoWays)
@@ -52,10 +52,10 @@ TEST(ReadFraming, RefusesWhatCanBeReadTwoWays)
              "Transfer-Encoding: chunked\r\nContent-Length: 5\r\n",
              "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n",
          }) {
-        Framing framing;
+        MessageFraming framing;
         EXPECT_EQ(Read(fields, framing), 400) << fields;
     }
-    Framing framing;
+    MessageFraming framing;
     EXPECT_EQ(Read("Transfer-Encoding: chunked\r\n", framing, "1.0"), 400);
 }
 
@@ -65,13 +65,13 @@ TEST(ReadFraming, KnowsNoOtherCodings)
          {"Transfer-Encoding: gzip\r\n", "Transfer-Encoding: identity\r\n",
           "Transfer-Encoding: xchunked\r\n", "Transfer-Encoding: \"chunked\"\r\n",
           "Transfer-Encoding: gzip;q=1\r\n"}) {
-        Framing framing;
+        MessageFraming framing;
         EXPECT_EQ(Read(fields, framing), 501) << fields;
     }
     // A list may be refused sooner, by whoever parses the head.
     for (const char* fields :
          {"Transfer-Encoding: gzip, chunked\r\n", "Transfer-Encoding: chunked, chunked\r\n"}) {
-        Framing framing;
+        MessageFraming framing;
         const int status = Read(fields, framing);
         EXPECT_TRUE(status == 400 || status == 501) << fields << status;
     }
@@ -80,7 +80,7 @@ TEST(ReadFraming, KnowsNoOtherCodings)
 // Feeds `text` in pieces of `step` bytes into outputs of `room` bytes.
 bool Decode(std::string_view text, size_t step, size_t room, std::string& body, size_t& used)
 {
-    ChunkDecoder decoder;
+    ChunkedDecoder decoder;
     used = 0;
     std::string out(room, '\0');
     while (!decoder.IsDone() && used < text.size()) {
@@ -97,7 +97,7 @@ bool Decode(std::string_view text, size_t step, size_t room, std::string& body, 
     return decoder.IsDone();
 }
 
-TEST(ChunkDecoder, DecodesWhateverThePieces)
+TEST(ChunkedDecoder, DecodesWhateverThePieces)
 {
     const std::string_view text =
         "5\r\nhello\r\n00A;name=\"v\"\r\n, everyone\r\n1 ; a = b ;c\r\n!\r\n"
@@ -113,7 +113,7 @@ TEST(ChunkDecoder, DecodesWhateverThePieces)
     }
 }
 
-TEST(ChunkDecoder, RefusesWhatIsNotChunked)
+TEST(ChunkedDecoder, RefusesWhatIsNotChunked)
 {
     for (const char* text :
          {"\r\n", "x\r\n", "-1\r\n", "+1\r\n", " 1\r\na\r\n", "1\na\r\n0\r\n\r\n", "1\r\nab\r\n",
@@ -128,7 +128,7 @@ TEST(ChunkDecoder, RefusesWhatIsNotChunked)
 
 // What stands between a chunk's size and the end of its line is an extension (RFC 9112 section
 // 7.1.1) or nothing: some readers skip anything there, others end the line at it.
-TEST(ChunkDecoder, TakesNothingButAnExtensionBehindTheSize)
+TEST(ChunkedDecoder, TakesNothingButAnExtensionBehindTheSize)
 {
     for (const char* line :
          {"1", "01", "1;a", "1;a=b", "1;a=\"b\"", "1;a=\"\"", "1;a;b", "1;a=b;c=\"d;e\\\"f\";g",
@@ -184,7 +184,7 @@ TEST(ChunkDecoder, TakesNothingButAnExtensionBehindTheSize)
     }
 }
 
-TEST(ChunkDecoder, TakesNothingButFieldsBehindTheLastChunk)
+TEST(ChunkedDecoder, TakesNothingButFieldsBehindTheLastChunk)
 {
     for (const char* lines : {"", "A: b\r\n", "A:\r\n", "A:b\tc\r\nD: e\r\n"}) {
         const std::string text = std::string("0\r\n") + lines + "\r\n";
@@ -203,7 +203,7 @@ TEST(ChunkDecoder, TakesNothingButFieldsBehindTheLastChunk)
     }
 }
 
-TEST(ChunkDecoder, BoundsWhatIsNotBody)
+TEST(ChunkedDecoder, BoundsWhatIsNotBody)
 {
     std::string body;
     size_t used = 0;
@@ -211,9 +211,9 @@ TEST(ChunkDecoder, BoundsWhatIsNotBody)
     EXPECT_FALSE(Decode("0\r\nA: " + std::string(20000, 'x') + "\r\n\r\n", 64, 10, body, used));
 }
 
-TEST(ChunkDecoder, SaysWhatDataComesNext)
+TEST(ChunkedDecoder, SaysWhatDataComesNext)
 {
-    ChunkDecoder decoder;
+    ChunkedDecoder decoder;
     size_t used = 0;
     size_t made = 0;
     char out[16];

@@ -25,18 +25,18 @@ sockaddr_storage Peer(const char* text)
 }
 
 struct Request final : WaitingRequest {
-    explicit Request(Clients& all, const char* address) : place(all.Enter(Peer(address))) {}
+    explicit Request(ClientLimits& all, const char* address) : place(all.Enter(Peer(address))) {}
     void GiveUp() noexcept override { isGivenUp = true; }
-    Clients::Place place;
+    ClientLimits::Place place;
     bool isGivenUp = false;
 };
 
-TEST(Clients, ConnectionsAreCountedByAddress)
+TEST(ClientLimits, ConnectionsAreCountedByAddress)
 {
-    Clients clients;
-    const Clients::Place first = clients.Enter(Peer("192.0.2.1"));
+    ClientLimits clients;
+    const ClientLimits::Place first = clients.Enter(Peer("192.0.2.1"));
     {
-        const Clients::Place second = clients.Enter(Peer("192.0.2.1"));
+        const ClientLimits::Place second = clients.Enter(Peer("192.0.2.1"));
         EXPECT_EQ(second.Connections(), 2u);
         EXPECT_EQ(clients.Enter(Peer("::ffff:192.0.2.1")).Connections(), 3u);
     }
@@ -44,21 +44,21 @@ TEST(Clients, ConnectionsAreCountedByAddress)
     EXPECT_EQ(clients.Enter(Peer("192.0.2.2")).Connections(), 1u);
 }
 
-TEST(Clients, NetworkOfASubscriberIsOneAddress)
+TEST(ClientLimits, NetworkOfASubscriberIsOneAddress)
 {
-    Clients clients;
-    const Clients::Place first = clients.Enter(Peer("2001:db8:1:2::1"));
+    ClientLimits clients;
+    const ClientLimits::Place first = clients.Enter(Peer("2001:db8:1:2::1"));
     EXPECT_EQ(clients.Enter(Peer("2001:db8:1:2:ffff::7")).Connections(), 2u);
     EXPECT_EQ(clients.Enter(Peer("2001:db8:1:3::1")).Connections(), 1u);
 }
 
-TEST(Clients, WhoWaitsLongestGivesWay)
+TEST(ClientLimits, WhoWaitsLongestGivesWay)
 {
-    Clients clients;
+    ClientLimits clients;
     Request a(clients, "192.0.2.1");
     Request b(clients, "192.0.2.2");
     Request c(clients, "192.0.2.3");
-    const Clients::Bounds bounds{2, 2};
+    const ClientLimits::Bounds bounds{2, 2};
     clients.BeginWait(a, a.place, bounds);
     clients.BeginWait(b, b.place, bounds);
     clients.EndWait(a); // gets on, and waits again
@@ -74,11 +74,11 @@ TEST(Clients, WhoWaitsLongestGivesWay)
     EXPECT_EQ(clients.Waiting(), 0u);
 }
 
-TEST(Clients, AddressGivesWayToItselfOnly)
+TEST(ClientLimits, AddressGivesWayToItselfOnly)
 {
-    Clients clients;
+    ClientLimits clients;
     Request other(clients, "192.0.2.1");
-    const Clients::Bounds bounds{100, 3};
+    const ClientLimits::Bounds bounds{100, 3};
     clients.BeginWait(other, other.place, bounds);
     std::vector<std::unique_ptr<Request>> greedy;
     for (int i = 0; i < 10; ++i) {
@@ -93,9 +93,9 @@ TEST(Clients, AddressGivesWayToItselfOnly)
     clients.EndWait(other);
 }
 
-TEST(Clients, OneTooManyMayBeTheOnlyOne)
+TEST(ClientLimits, OneTooManyMayBeTheOnlyOne)
 {
-    Clients clients;
+    ClientLimits clients;
     Request only(clients, "192.0.2.1");
     clients.BeginWait(only, only.place, {0, 0});
     EXPECT_TRUE(only.isGivenUp);

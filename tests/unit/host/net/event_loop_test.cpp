@@ -18,16 +18,16 @@ namespace kestd {
 namespace {
 
 // One end of a connection, and what is done when something comes at it.
-class End final : public Watched {
+class End final : public EventHandler {
   public:
-    explicit End(Poller& poller) : poller_(poller)
+    explicit End(EventLoop& loop) : loop_(loop)
     {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair_.data()), 0);
-        ticket = poller.Add(pair_[0], *this);
+        registration = loop.Add(pair_[0], *this);
     }
     ~End()
     {
-        poller_.Remove(ticket);
+        loop_.Remove(registration);
         close(pair_[0]);
         ClosePeer();
     }
@@ -43,7 +43,7 @@ class End final : public Watched {
             if (work)
                 work();
             running_ = false;
-        } while (!poller_.LetGo(ticket) && (running_.exchange(true), true));
+        } while (!loop_.Release(registration) && (running_.exchange(true), true));
     }
     void Send(char c) { EXPECT_EQ(send(pair_[1], &c, 1, MSG_NOSIGNAL), 1); }
     int Receive()
@@ -60,151 +60,151 @@ class End final : public Watched {
     int Fd() const { return pair_[0]; }
 
     std::function<void()> work;
-    Poller::Ticket ticket = 0;
+    EventLoop::Registration registration = 0;
     std::atomic<int> calls{0};
     std::atomic<bool> sawEnd{false};
 
   private:
-    Poller& poller_;
+    EventLoop& loop_;
     std::array<int, 2> pair_{-1, -1};
     std::atomic<bool> running_{false};
 };
 
-TEST(PollerEvents, AreLeftToAThreadThatIsFree)
+TEST(EventLoopEvents, AreLeftToAThreadThatIsFree)
 {
-    Poller poller;
-    End end(poller);
-    ASSERT_TRUE(poller.LetGo(end.ticket));
-    Poller::Batch& batch = poller.AddThread(); // and it is not busy
+    EventLoop loop;
+    End end(loop);
+    ASSERT_TRUE(loop.Release(end.registration));
+    EventLoop::ReadyQueue& queue = loop.AddThread(); // and it is not busy
     end.Send('a');
-    poller.Poke(end.ticket);
-    poller.RunReady();
+    loop.Schedule(end.registration);
+    loop.RunReady();
     EXPECT_EQ(end.calls, 0);
-    end.work = [&] { poller.Stop(); };
-    std::thread thread([&] { poller.Run(batch); });
+    end.work = [&] { loop.Stop(); };
+    std::thread thread([&] { loop.Run(queue); });
     thread.join();
     EXPECT_GE(end.calls, 1);
 }
 
-TEST(PollerEvents, ComeOncePerArrivalWhileNobodyHolds)
+TEST(EventLoopEvents, ComeOncePerArrivalWhileNobodyHolds)
 {
-    Poller poller;
-    End end(poller);
-    ASSERT_TRUE(poller.LetGo(end.ticket));
-    poller.RunReady();
+    EventLoop loop;
+    End end(loop);
+    ASSERT_TRUE(loop.Release(end.registration));
+    loop.RunReady();
     EXPECT_EQ(end.calls, 0);
     end.Send('a');
-    poller.RunReady();
-    poller.RunReady();
+    loop.RunReady();
+    loop.RunReady();
     EXPECT_EQ(end.calls, 1);
     end.Send('b');
-    poller.RunReady();
+    loop.RunReady();
     EXPECT_EQ(end.calls, 2);
     EXPECT_FALSE(end.sawEnd);
 }
 
-TEST(PollerEvents, TellTheHolderThatSomethingCameMeanwhile)
+TEST(EventLoopEvents, TellTheHolderThatSomethingCameMeanwhile)
 {
-    Poller poller;
-    End end(poller); // held by this thread
+    EventLoop loop;
+    End end(loop); // held by this thread
     end.Send('a');
-    poller.RunReady();
+    loop.RunReady();
     EXPECT_EQ(end.calls, 0);
-    EXPECT_FALSE(poller.LetGo(end.ticket));
-    EXPECT_TRUE(poller.LetGo(end.ticket));
-    poller.RunReady();
+    EXPECT_FALSE(loop.Release(end.registration));
+    EXPECT_TRUE(loop.Release(end.registration));
+    loop.RunReady();
     EXPECT_EQ(end.calls, 0);
 }
 
-TEST(PollerEvents, SayThatTheOtherSideMayHaveEnded)
+TEST(EventLoopEvents, SayThatTheOtherSideMayHaveEnded)
 {
-    Poller poller;
-    End end(poller);
-    ASSERT_TRUE(poller.LetGo(end.ticket));
+    EventLoop loop;
+    End end(loop);
+    ASSERT_TRUE(loop.Release(end.registration));
     end.Send('a');
     end.ClosePeer();
-    poller.RunReady();
+    loop.RunReady();
     EXPECT_EQ(end.calls, 1);
     EXPECT_TRUE(end.sawEnd);
 }
 
-TEST(PollerEvents, OfARegistrationThatIsGoneReachNobody)
+TEST(EventLoopEvents, OfARegistrationThatIsGoneReachNobody)
 {
-    Poller poller;
-    auto first = std::make_unique<End>(poller);
-    ASSERT_TRUE(poller.LetGo(first->ticket));
-    const Poller::Ticket old = first->ticket;
+    EventLoop loop;
+    auto first = std::make_unique<End>(loop);
+    ASSERT_TRUE(loop.Release(first->registration));
+    const EventLoop::Registration old = first->registration;
     first.reset();
-    End second(poller); // takes the place
-    ASSERT_TRUE(poller.LetGo(second.ticket));
-    EXPECT_NE(second.ticket, old);
-    poller.Poke(old);
-    poller.RunReady();
+    End second(loop); // takes the place
+    ASSERT_TRUE(loop.Release(second.registration));
+    EXPECT_NE(second.registration, old);
+    loop.Schedule(old);
+    loop.RunReady();
     EXPECT_EQ(second.calls, 0);
-    poller.Poke(second.ticket);
-    poller.RunReady();
+    loop.Schedule(second.registration);
+    loop.RunReady();
     EXPECT_EQ(second.calls, 1);
     EXPECT_TRUE(second.sawEnd) << "nobody knows";
 }
 
-TEST(PollerEvents, FollowWhatTheHolderExpects)
+TEST(EventLoopEvents, FollowWhatTheHolderExpects)
 {
-    Poller poller;
-    End end(poller);
-    poller.Expect(end.ticket, end.Fd(), Poller::Interest::Output);
-    ASSERT_TRUE(poller.LetGo(end.ticket));
-    poller.RunReady();
+    EventLoop loop;
+    End end(loop);
+    loop.Expect(end.registration, end.Fd(), EventLoop::Interest::Output);
+    ASSERT_TRUE(loop.Release(end.registration));
+    loop.RunReady();
     EXPECT_EQ(end.calls, 1); // it takes output
     end.Send('a');
-    poller.RunReady();
+    loop.RunReady();
     EXPECT_EQ(end.calls, 1);
-    poller.Expect(end.ticket, end.Fd(), Poller::Interest::Input); // tells what came before
-    poller.RunReady();
+    loop.Expect(end.registration, end.Fd(), EventLoop::Interest::Input); // tells what came before
+    loop.RunReady();
     EXPECT_EQ(end.calls, 2);
     EXPECT_EQ(end.Receive(), 'a');
 }
 
-TEST(PollerEvents, HaveRoomForManyRegistrations)
+TEST(EventLoopEvents, HaveRoomForManyRegistrations)
 {
-    Poller poller;
-    End end(poller);
-    std::vector<Poller::Ticket> tickets;
+    EventLoop loop;
+    End end(loop);
+    std::vector<EventLoop::Registration> tickets;
     for (int i = 0; i < 3000; ++i) { // several chunks; the same descriptor again is refused
         const int fd = eventfd(0, EFD_CLOEXEC);
         ASSERT_GE(fd, 0);
-        tickets.push_back(poller.Add(fd, end));
-        poller.Remove(tickets.back());
+        tickets.push_back(loop.Add(fd, end));
+        loop.Remove(tickets.back());
         close(fd);
-        EXPECT_THROW(poller.Add(end.Fd(), end), std::exception);
+        EXPECT_THROW(loop.Add(end.Fd(), end), std::exception);
     }
     std::vector<std::unique_ptr<End>> ends;
     for (int i = 0; i < 400; ++i) {
-        ends.push_back(std::make_unique<End>(poller));
-        ASSERT_TRUE(poller.LetGo(ends.back()->ticket));
+        ends.push_back(std::make_unique<End>(loop));
+        ASSERT_TRUE(loop.Release(ends.back()->registration));
         ends.back()->Send('a');
     }
-    poller.RunReady();
+    loop.RunReady();
     for (const auto& each : ends)
         EXPECT_EQ(each->calls, 1);
 }
 
-// Threads that serve a poller until the scope ends.
+// Threads that serve a loop until the scope ends.
 class Threads {
   public:
-    Threads(Poller& poller, int count) : poller_(poller)
+    Threads(EventLoop& loop, int count) : loop_(loop)
     {
         for (int i = 0; i < count; ++i)
-            threads_.emplace_back([&poller, &batch = poller.AddThread()] { poller.Run(batch); });
+            threads_.emplace_back([&loop, &queue = loop.AddThread()] { loop.Run(queue); });
     }
     ~Threads()
     {
-        poller_.Stop();
+        loop_.Stop();
         for (std::thread& thread : threads_)
             thread.join();
     }
 
   private:
-    Poller& poller_;
+    EventLoop& loop_;
     std::vector<std::thread> threads_;
 };
 
@@ -214,38 +214,38 @@ template <class Condition> void WaitUntil(Condition&& condition)
         std::this_thread::yield();
 }
 
-TEST(PollerThreads, ServeEverythingThatComes)
+TEST(EventLoopThreads, ServeEverythingThatComes)
 {
     constexpr int kEnds = 40;
     constexpr int kSent = 500;
-    Poller poller;
+    EventLoop loop;
     std::atomic<int> received{0};
     std::vector<std::unique_ptr<End>> ends;
     for (int i = 0; i < kEnds; ++i) {
-        ends.push_back(std::make_unique<End>(poller));
+        ends.push_back(std::make_unique<End>(loop));
         End& end = *ends.back();
         end.work = [&end, &received] {
             while (end.Receive() >= 0)
                 ++received;
         };
-        ASSERT_TRUE(poller.LetGo(end.ticket));
+        ASSERT_TRUE(loop.Release(end.registration));
     }
-    const Threads threads(poller, 4);
+    const Threads threads(loop, 4);
     for (int i = 0; i < kSent; ++i)
         for (const auto& end : ends)
             end->Send('x');
     WaitUntil([&] { return received == kEnds * kSent; });
 }
 
-TEST(PollerThreads, TakeWhatStandsBehindOneThatIsStuck)
+TEST(EventLoopThreads, TakeWhatStandsBehindOneThatIsStuck)
 {
-    Poller poller;
+    EventLoop loop;
     std::atomic<bool> isStuck{false};
     std::atomic<bool> goesOn{false};
     std::vector<std::unique_ptr<End>> ends;
     for (int i = 0; i < 8; ++i) {
-        ends.push_back(std::make_unique<End>(poller));
-        ASSERT_TRUE(poller.LetGo(ends.back()->ticket));
+        ends.push_back(std::make_unique<End>(loop));
+        ASSERT_TRUE(loop.Release(ends.back()->registration));
     }
     for (const auto& end : ends)
         end->work = [&] {
@@ -255,11 +255,11 @@ TEST(PollerThreads, TakeWhatStandsBehindOneThatIsStuck)
     for (const auto& end : ends)
         end->Send('x'); // all ready before the first thread looks: it takes them all
     {
-        const Threads first(poller, 1);
+        const Threads first(loop, 1);
         WaitUntil([&] { return isStuck.load(); });
-        EXPECT_TRUE(poller.IsFull());
+        EXPECT_TRUE(loop.IsFull());
         {
-            std::thread second([&poller, &batch = poller.AddThread()] { poller.Run(batch); });
+            std::thread second([&loop, &queue = loop.AddThread()] { loop.Run(queue); });
             const auto served = [&] {
                 int calls = 0;
                 for (const auto& end : ends)
@@ -268,33 +268,33 @@ TEST(PollerThreads, TakeWhatStandsBehindOneThatIsStuck)
             };
             WaitUntil([&] { return served() == 8; });
             goesOn = true;
-            poller.Stop();
+            loop.Stop();
             second.join();
         }
     }
 }
 
-TEST(PollerThreads, WakeForWhatIsPoked)
+TEST(EventLoopThreads, WakeForWhatIsScheduled)
 {
-    Poller poller;
-    End end(poller);
-    ASSERT_TRUE(poller.LetGo(end.ticket));
-    const Threads threads(poller, 2);
+    EventLoop loop;
+    End end(loop);
+    ASSERT_TRUE(loop.Release(end.registration));
+    const Threads threads(loop, 2);
     for (int i = 1; i <= 200; ++i) {
         const int before = end.calls;
-        poller.Poke(end.ticket);
+        loop.Schedule(end.registration);
         WaitUntil([&] { return end.calls > before; });
     }
 }
 
-TEST(PollerThreads, CountWhatTheyServe)
+TEST(EventLoopThreads, CountWhatTheyServe)
 {
-    Poller poller;
-    End end(poller);
-    ASSERT_TRUE(poller.LetGo(end.ticket));
-    const Threads threads(poller, 1);
+    EventLoop loop;
+    End end(loop);
+    ASSERT_TRUE(loop.Release(end.registration));
+    const Threads threads(loop, 1);
     end.Send('a');
-    WaitUntil([&] { return poller.Served() == 1; });
+    WaitUntil([&] { return loop.Served() == 1; });
 }
 
 } // namespace

@@ -18,7 +18,7 @@ namespace {
 
 // What runs on a fiber; given by a function object that may stop it.
 struct Call {
-    std::unique_ptr<Fiber> fiber = TakeFiber();
+    std::unique_ptr<Fiber> fiber = AcquireFiber();
     std::function<void(Call&)> body;
     int stops = 0;
 
@@ -201,13 +201,13 @@ TEST(FiberStock, KeepsNoMoreThanItSays)
         constexpr size_t kMany = kSharedFibers + kThreadFibers + 20;
         std::vector<std::unique_ptr<Fiber>> fibers;
         for (size_t i = 0; i < kMany; ++i)
-            fibers.push_back(TakeFiber());
+            fibers.push_back(AcquireFiber());
         EXPECT_GE(FiberCount(), kMany);
         for (auto& fiber : fibers)
-            GiveFiber(std::move(fiber));
+            ReleaseFiber(std::move(fiber));
         EXPECT_LE(FiberCount(), std::max(before, kSharedFibers + kThreadFibers));
         const size_t kept = FiberCount();
-        GiveFiber(TakeFiber());
+        ReleaseFiber(AcquireFiber());
         EXPECT_EQ(FiberCount(), kept) << "one that is kept is used";
     });
 }

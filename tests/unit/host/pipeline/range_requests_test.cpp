@@ -8,7 +8,7 @@
 using kestd::ByteRange;
 using kestd::ParseByteRange;
 using kestd::RangeRequest;
-using Verdict = RangeRequest::Verdict;
+using Action = RangeRequest::Action;
 
 namespace {
 
@@ -22,19 +22,19 @@ RangeRequest Asking(std::string_view range, const std::string_view* ifRange = nu
 }
 
 // The module's reply for a resource of `size` bytes to what it is asked for.
-Verdict Answer(RangeRequest& request, uint64_t size)
+Action Answer(RangeRequest& request, uint64_t size)
 {
     const std::string length = std::to_string(size);
     if (request.ForModule().empty())
-        return request.Judge({200, length, {}, kDate});
+        return request.Evaluate({200, length, {}, kDate});
     const std::optional<ByteRange> asked = ParseByteRange(request.ForModule());
     const uint64_t first = *asked->first;
     if (first > size)
-        return request.Judge({416, {}, {}, kDate});
+        return request.Evaluate({416, {}, {}, kDate});
     const uint64_t end = std::min(*asked->last + 1, size);
     const std::string range = "bytes " + std::to_string(first) + "-" +
                               std::to_string(static_cast<int64_t>(end) - 1) + "/" + length;
-    return request.Judge({206, std::to_string(end - first), range, kDate});
+    return request.Evaluate({206, std::to_string(end - first), range, kDate});
 }
 
 } // namespace
@@ -76,7 +76,7 @@ TEST(RangeRequest, NoRange_IsWholeAndSentAsItIs)
     RangeRequest request;
     EXPECT_TRUE(request.IsWhole());
     EXPECT_EQ(request.ForModule(), "");
-    EXPECT_EQ(Answer(request, 1000), Verdict::Send);
+    EXPECT_EQ(Answer(request, 1000), Action::Send);
     bool isOver = true;
     EXPECT_EQ(request.Cut("abc", isOver), "abc");
     EXPECT_FALSE(isOver);
@@ -123,7 +123,7 @@ TEST(RangeRequest, Part_IsToldAsItIsSent)
     for (const auto& c : cases) {
         RangeRequest request = Asking(c.client);
         EXPECT_FALSE(request.IsWhole()) << c.client;
-        EXPECT_EQ(Answer(request, c.size), Verdict::SendPart) << c.client;
+        EXPECT_EQ(Answer(request, c.size), Action::SendPart) << c.client;
         EXPECT_EQ(request.ContentLength(), c.length) << c.client;
         EXPECT_EQ(request.ContentRange(), c.range) << c.client;
     }
@@ -144,8 +144,8 @@ TEST(RangeRequest, LastBytes_AreAskedForWhenTheSizeIsKnown)
     };
     for (const auto& c : cases) {
         RangeRequest request = Asking(c.client);
-        EXPECT_EQ(Answer(request, c.size), Verdict::AskAgain) << c.client;
-        EXPECT_EQ(Answer(request, c.size), Verdict::SendPart) << c.client;
+        EXPECT_EQ(Answer(request, c.size), Action::Retry) << c.client;
+        EXPECT_EQ(Answer(request, c.size), Action::SendPart) << c.client;
         EXPECT_EQ(request.ContentRange(), c.range) << c.client;
     }
 }
@@ -153,49 +153,49 @@ TEST(RangeRequest, LastBytes_AreAskedForWhenTheSizeIsKnown)
 TEST(RangeRequest, LastBytesOfNothing_AreTheWhole)
 {
     RangeRequest request = Asking("bytes=-5");
-    EXPECT_EQ(Answer(request, 0), Verdict::Send);
+    EXPECT_EQ(Answer(request, 0), Action::Send);
 }
 
 TEST(RangeRequest, WhatIsNotThere_IsUnsatisfiableAndNothingIsSent)
 {
     for (const char* client : {"bytes=1000-", "bytes=1000-1005", "bytes=-0"}) {
         RangeRequest request = Asking(client);
-        EXPECT_EQ(Answer(request, 1000), Verdict::Unsatisfiable) << client;
+        EXPECT_EQ(Answer(request, 1000), Action::Unsatisfiable) << client;
         EXPECT_EQ(request.ContentRange(), "bytes */1000") << client;
         bool isOver = false;
         EXPECT_EQ(request.Cut("abc", isOver), "") << client;
         EXPECT_TRUE(isOver) << client;
     }
     RangeRequest request = Asking("bytes=2000-");
-    EXPECT_EQ(Answer(request, 1000), Verdict::Send) << "the module's own 416";
+    EXPECT_EQ(Answer(request, 1000), Action::Send) << "the module's own 416";
     RangeRequest beyond = Asking("bytes=5368709120-");
-    EXPECT_EQ(Answer(beyond, uint64_t{5} << 30), Verdict::Unsatisfiable);
+    EXPECT_EQ(Answer(beyond, uint64_t{5} << 30), Action::Unsatisfiable);
 }
 
 TEST(RangeRequest, WholeOfMoreThan32Bits_IsAskedForByARange)
 {
     for (const uint64_t size : {uint64_t{UINT32_MAX} + 1, uint64_t{5} << 30}) {
         RangeRequest request;
-        EXPECT_EQ(Answer(request, size), Verdict::AskAgain);
+        EXPECT_EQ(Answer(request, size), Action::Retry);
         EXPECT_EQ(request.ForModule(), "bytes=0-4294967295");
         EXPECT_FALSE(request.IsWhole());
-        EXPECT_EQ(request.Judge({206, std::to_string(size),
-                                 "bytes 0-" + std::to_string(size - 1) + "/" + std::to_string(size),
-                                 kDate}),
-                  Verdict::SendWhole);
+        EXPECT_EQ(request.Evaluate(
+                      {206, std::to_string(size),
+                       "bytes 0-" + std::to_string(size - 1) + "/" + std::to_string(size), kDate}),
+                  Action::SendWhole);
         bool isOver = true;
         EXPECT_EQ(request.Cut("abc", isOver), "abc");
         EXPECT_FALSE(isOver);
     }
     RangeRequest request;
-    EXPECT_EQ(Answer(request, UINT32_MAX), Verdict::Send) << "the longest that is sent as it is";
+    EXPECT_EQ(Answer(request, UINT32_MAX), Action::Send) << "the longest that is sent as it is";
 }
 
 TEST(RangeRequest, WholeThatShrankMeanwhile_IsToldAsItIsNow)
 {
     RangeRequest request;
-    EXPECT_EQ(Answer(request, uint64_t{5} << 30), Verdict::AskAgain);
-    EXPECT_EQ(request.Judge({206, "0", "bytes 0--1/0", kDate}), Verdict::SendWhole);
+    EXPECT_EQ(Answer(request, uint64_t{5} << 30), Action::Retry);
+    EXPECT_EQ(request.Evaluate({206, "0", "bytes 0--1/0", kDate}), Action::SendWhole);
     bool isOver = false;
     EXPECT_EQ(request.Cut("abc", isOver), "");
     EXPECT_TRUE(isOver);
@@ -206,10 +206,10 @@ TEST(RangeRequest, SameDate_KeepsTheRange)
     const std::string_view date = kDate;
     for (const char* client : {"bytes=5-9", "bytes=5-", "bytes=-5"}) {
         RangeRequest request = Asking(client, &date);
-        Verdict verdict = Answer(request, 10);
-        if (verdict == Verdict::AskAgain)
-            verdict = Answer(request, 10);
-        EXPECT_EQ(verdict, Verdict::SendPart) << client;
+        Action action = Answer(request, 10);
+        if (action == Action::Retry)
+            action = Answer(request, 10);
+        EXPECT_EQ(action, Action::SendPart) << client;
     }
 }
 
@@ -219,10 +219,10 @@ TEST(RangeRequest, OtherDateOrATag_GivesTheWhole)
          {"Sun, 06 Nov 1994 08:49:38 GMT", "\"tag\"", "W/\"tag\"", "", "yesterday"}) {
         for (const char* client : {"bytes=5-9", "bytes=5-", "bytes=-5", "bytes=2000-"}) {
             RangeRequest request = Asking(client, &condition);
-            Verdict verdict = Answer(request, 10);
-            if (verdict == Verdict::AskAgain)
-                verdict = Answer(request, 10);
-            EXPECT_EQ(verdict, Verdict::Send) << client << " " << condition;
+            Action action = Answer(request, 10);
+            if (action == Action::Retry)
+                action = Answer(request, 10);
+            EXPECT_EQ(action, Action::Send) << client << " " << condition;
             EXPECT_EQ(request.ForModule(), "") << client << " " << condition;
         }
     }
@@ -233,19 +233,19 @@ TEST(RangeRequest, OtherDateOfAHugeResource_GivesTheWholeByARange)
     const std::string_view condition = "\"tag\"";
     RangeRequest request = Asking("bytes=5-9", &condition);
     constexpr uint64_t kBig = uint64_t{5} << 30;
-    EXPECT_EQ(Answer(request, kBig), Verdict::AskAgain);
-    EXPECT_EQ(Answer(request, kBig), Verdict::AskAgain);
-    EXPECT_EQ(Answer(request, kBig), Verdict::SendWhole);
+    EXPECT_EQ(Answer(request, kBig), Action::Retry);
+    EXPECT_EQ(Answer(request, kBig), Action::Retry);
+    EXPECT_EQ(Answer(request, kBig), Action::SendWhole);
 }
 
 TEST(RangeRequest, OtherReplies_AreSentAsTheyAre)
 {
     for (const int status : {304, 404, 500}) {
         RangeRequest request = Asking("bytes=5-9");
-        EXPECT_EQ(request.Judge({status, "0", {}, kDate}), Verdict::Send);
+        EXPECT_EQ(request.Evaluate({status, "0", {}, kDate}), Action::Send);
     }
     RangeRequest page = Asking("bytes=-5");
-    EXPECT_EQ(page.Judge({200, {}, {}, {}}), Verdict::Send) << "of unknown length";
+    EXPECT_EQ(page.Evaluate({200, {}, {}, {}}), Action::Send) << "of unknown length";
 }
 
 TEST(RangeRequest, Cut_TakesThePartOutOfPiecesOfAnySize)
@@ -253,8 +253,8 @@ TEST(RangeRequest, Cut_TakesThePartOutOfPiecesOfAnySize)
     const std::string body = "0123456789abcdefghij";
     for (size_t piece = 1; piece <= body.size(); ++piece) {
         RangeRequest request = Asking("bytes=2147483652-2147483656"); // the 6th to 10th it sends
-        ASSERT_EQ(request.Judge({206, "20", "bytes 2147483647-2147483666/2147483667", kDate}),
-                  Verdict::SendPart);
+        ASSERT_EQ(request.Evaluate({206, "20", "bytes 2147483647-2147483666/2147483667", kDate}),
+                  Action::SendPart);
         std::string got;
         bool isOver = false;
         for (size_t at = 0; at < body.size() && !isOver; at += piece)
