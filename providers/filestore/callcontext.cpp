@@ -78,7 +78,9 @@ bool UploadArrived()
     return request && !Failed(request->IsClientPayloadAvailable(&available)) && available > 0;
 }
 
-static thread_local HeldReports* t_held = nullptr;
+// Room for it is there from a thread's start: of a library that is loaded later it would be made at
+// the thread's first use, and the process ends where that finds no memory.
+static constinit thread_local HeldReports* t_held [[gnu::tls_model("initial-exec")]] = nullptr;
 
 HeldReports::HeldReports() noexcept : outer_(t_held)
 {

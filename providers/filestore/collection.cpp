@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/percent.h"
+#include "base/utf.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/platform.h"
@@ -365,10 +367,10 @@ TALSTATUS FileCollection::LocateMembers(UINT32* length, void* out) const
     if (!node_.Path().empty())
         path += "/" + node_.Path();
     std::replace(path.begin(), path.end(), '/', '\\');
-    std::u16string wide(path.size(), u'\0');
-    size_t units = 0;
-    if (!ToUtf16(path.data(), path.size(), wide.data(), wide.size(), &units))
+    std::u16string wide;
+    if (!base::AppendUtf16(path, wide))
         return Failure(kCodeUnsuccessful);
+    const size_t units = wide.size();
     constexpr size_t kHead = offsetof(DAV_REVERSE_LOOKUP, DirPath);
     const size_t needed = std::max(kHead + (units + 1) * sizeof(WCHAR), sizeof(DAV_REVERSE_LOOKUP));
     if (*length < needed) {
@@ -427,7 +429,7 @@ TALSTATUS FileCollection::PackDeleted(const DeletedEntry& entry, const FileInfo&
 {
     WCHAR name[kMaxNameBytes];
     size_t units = 0;
-    if (!ToUtf16(entry.name.data(), entry.name.size(), name, kMaxNameBytes, &units))
+    if (base::Utf8ToUtf16(entry.name, name, kMaxNameBytes, units) != base::Converted::Whole)
         return Failure(kCodeUnsuccessful);
     constexpr size_t kHead =
         offsetof(DAV_DELETED_ENTRY, Enum) + offsetof(DAV_COMMON_ENUM, DisplayName);
@@ -437,9 +439,9 @@ TALSTATUS FileCollection::PackDeleted(const DeletedEntry& entry, const FileInfo&
         return Failure(kCodeBufferTooSmall);
     }
     // Escaped: pages put it into links as it is.
-    const std::string uri =
-        Store::ModulePath() + EncodePercent("/" + node_.GetVolume().Name() + "/.kest/deleted/" +
-                                            std::to_string(entry.id) + "/" + entry.name);
+    const std::string uri = Store::ModulePath() +
+                            base::PercentEncode("/" + node_.GetVolume().Name() + "/.kest/deleted/" +
+                                                std::to_string(entry.id) + "/" + entry.name);
     deletedUri_.assign(uri.begin(), uri.end()); // the moniker apart, all ASCII
     auto* const record = static_cast<DAV_DELETED_ENTRY*>(out);
     record->FileID = static_cast<UINT64>(entry.id);

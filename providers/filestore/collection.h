@@ -9,6 +9,7 @@
 
 #include <kest/dav.h>
 
+#include "providers/filestore/name_list.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/object.h"
 #include "providers/filestore/store.h"

@@ -62,7 +62,7 @@ void TellReason(int error) noexcept
 
 } // namespace
 
-TALSTATUS Fault(UINT16 code) noexcept
+TALSTATUS StoreComponent::Fault(UINT16 code) noexcept
 {
     const TALSTATUS status = Failure(code);
     call::ReportFailure(status);

@@ -3,22 +3,29 @@
 // The store's failure statuses, and what an error of the system beneath means in them.
 #pragma once
 
-#include <new>
 #include <utility>
 
+#include <kest/sdk/component.h>
 #include <kest/status.h>
 
 namespace filestore {
 
+// The store as a component. Fault tells the host through what the store knows of its request.
+struct StoreComponent : kest::Component<kFacilityFileStore> {
+    [[nodiscard]] static TALSTATUS Fault(UINT16 code) noexcept;
+};
+
 // A failure made by this component.
 constexpr TALSTATUS Failure(UINT16 code) noexcept
 {
-    return MakeStatus(kFacilityFileStore, code);
+    return StoreComponent::Failure(code);
 }
 
-// A failure that is the system's fault and no answer to what was asked. The host is told of it: the
-// module takes most failures for "nothing there", or for the end, and says so.
-[[nodiscard]] TALSTATUS Fault(UINT16 code) noexcept;
+// A failure that is the system's fault and no answer to what was asked.
+[[nodiscard]] inline TALSTATUS Fault(UINT16 code) noexcept
+{
+    return StoreComponent::Fault(code);
+}
 
 // The status for an errno value; 0 gives success. What would tell a client about the world outside
 // a volume (a link that leads out, a loop) is "not found". What is the system's fault is one, and
@@ -30,17 +37,10 @@ constexpr TALSTATUS Failure(UINT16 code) noexcept
 // host is told of it.
 [[nodiscard]] TALSTATUS ToldIfDenied(TALSTATUS status) noexcept;
 
-// Runs an operation of an interface. Memory that runs out becomes code 5, anything else that is
-// thrown code 1, and both are faults: no exception crosses the binary boundary.
+// Runs an operation of an interface: no exception leaves it.
 template <class F> TALSTATUS Protected(F&& operation) noexcept
 {
-    try {
-        return std::forward<F>(operation)();
-    } catch (const std::bad_alloc&) {
-        return Fault(kCodeInsufficientResources);
-    } catch (...) {
-        return Fault(kCodeUnsuccessful);
-    }
+    return kest::AtBoundary<StoreComponent>(std::forward<F>(operation));
 }
 
 } // namespace filestore

@@ -13,10 +13,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "base/descriptor.h"
 #include "providers/filestore/names.h"
-#include "providers/filestore/systemcalls.h"
 
 namespace filestore {
+
+using base::Retry;
 
 namespace {
 
@@ -123,9 +125,9 @@ class LinkWalk {
             way_.Down(fd);
             return links_ > 0 && IsPrivate(found) ? ENOENT : 0;
         }
-        const ScopedDescriptor own(fd);
+        const base::Descriptor own(fd);
         if (S_ISLNK(found.st_mode))
-            return Follow(own.Get());
+            return Follow(own.Number());
         if (!rest_.empty())
             return ENOTDIR;
         *done = true;

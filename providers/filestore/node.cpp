@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/utf.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/failures.h"
@@ -30,22 +31,20 @@ TALSTATUS PropertyName(const UNICODE_STRING* name, std::string* out)
 {
     if (!name || !name->Buffer || name->Length == 0)
         return Failure(kCodeInvalidParameter);
-    out->resize(name->Length / sizeof(WCHAR) * 3);
-    size_t used = 0;
-    if (!ToUtf8(name->Buffer, name->Length / sizeof(WCHAR), out->data(), out->size(), &used) ||
-        used > kMaxPropertyNameBytes)
+    out->clear();
+    if (!base::AppendUtf8({name->Buffer, name->Length / sizeof(WCHAR)}, *out) ||
+        out->size() > kMaxPropertyNameBytes)
         return Failure(kCodeInvalidRequest);
-    out->resize(used);
     return TAL_STATUS_SUCCESS;
 }
 
 // Packs a property: the value, then the name on an even offset.
 TALSTATUS PackProperty(const Property& property, UINT32* size, DAV_NAMED_PROPERTY* out)
 {
-    std::u16string name(property.name.size(), u'\0');
-    size_t units = 0;
-    if (!ToUtf16(property.name.data(), property.name.size(), name.data(), name.size(), &units))
+    std::u16string name;
+    if (!base::AppendUtf16(property.name, name))
         return Failure(kCodeUnsuccessful);
+    const size_t units = name.size();
     constexpr size_t kHead = offsetof(DAV_NAMED_PROPERTY, Value);
     const size_t nameOffset = kHead + (property.value.size() + 1) / 2 * 2;
     const size_t needed = std::max(nameOffset + units * sizeof(WCHAR), sizeof(DAV_NAMED_PROPERTY));
@@ -72,7 +71,7 @@ TALSTATUS PutName(std::string_view name, UNICODE_STRING* out)
     if (!out || !out->Buffer)
         return Failure(kCodeInvalidParameter);
     WCHAR wide[kMaxNameBytes];
-    if (!ToUtf16(name.data(), name.size(), wide, kMaxNameBytes, &units))
+    if (base::Utf8ToUtf16(name, wide, kMaxNameBytes, units) != base::Converted::Whole)
         return Failure(kCodeUnsuccessful);
     if (units * sizeof(WCHAR) > out->MaximumLength)
         return Failure(kCodeBufferTooSmall);

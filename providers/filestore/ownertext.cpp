@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "providers/filestore/names.h"
+#include "base/hex.h"
+#include "base/utf.h"
 
 namespace filestore {
 
@@ -27,7 +28,7 @@ bool IsNamePart(char c)
 }
 
 // Characters of XML 1.0 (section 2.2).
-bool IsAllowed(UINT32 c)
+bool IsAllowed(char32_t c)
 {
     return c == '\t' || c == '\n' || c == '\r' || (c >= 0x20 && c < 0xD800) ||
            (c >= 0xE000 && c < 0xFFFE) || (c >= 0x10000 && c <= 0x10FFFF);
@@ -73,8 +74,8 @@ class Fragment {
     }
     bool Character()
     {
-        UINT32 c = 0;
-        const size_t bytes = DecodeCodePoint(text_.substr(at_), &c);
+        char32_t c = 0;
+        const size_t bytes = base::DecodeCodePoint(text_.substr(at_), c);
         at_ += bytes;
         return bytes != 0 && IsAllowed(c);
     }
@@ -91,14 +92,12 @@ class Fragment {
         name.remove_prefix(1);
         const bool hex = name.starts_with('x');
         name.remove_prefix(hex ? 1 : 0);
-        UINT32 value = 0;
+        char32_t value = 0;
         for (const char c : name) {
-            const char lower = static_cast<char>(c | 0x20);
-            const bool digit = c >= '0' && c <= '9';
-            if ((!digit && !(hex && lower >= 'a' && lower <= 'f')) || value > 0x10FFFF)
+            const int digit = hex || base::IsDigit(c) ? base::HexValue(c) : -1;
+            if (digit < 0 || value > 0x10FFFF)
                 return false;
-            const int digitValue = digit ? c - '0' : lower - 'a' + 10;
-            value = value * (hex ? 16 : 10) + static_cast<UINT32>(digitValue);
+            value = value * (hex ? 16 : 10) + static_cast<char32_t>(digit);
         }
         return !name.empty() && IsAllowed(value);
     }
@@ -168,8 +167,8 @@ std::string OwnerForReplies(std::string_view text)
         return std::string(text);
     std::string out;
     for (size_t at = 0; at < text.size();) {
-        UINT32 c = 0;
-        const size_t bytes = DecodeCodePoint(text.substr(at), &c);
+        char32_t c = 0;
+        const size_t bytes = base::DecodeCodePoint(text.substr(at), c);
         std::string_view piece = text.substr(at, bytes);
         if (bytes == 0 || !IsAllowed(c))
             piece = "\xEF\xBF\xBD";

@@ -2,86 +2,13 @@
 #include "providers/filestore/platform.h"
 
 #include <chrono>
-#include <cstring>
 
 #include <kest/com.h>
+#include <kest/sdk/registry.h>
 
 #include "providers/filestore/names.h"
 
 namespace filestore {
-
-namespace {
-
-// A key of the registry, closed on scope end.
-class Key {
-  public:
-    explicit Key(const WCHAR* path)
-    {
-        if (Platform() && Failed(Platform()->TalxOpenKey(path, TALX_KEY_READ, &key_)))
-            key_ = nullptr;
-    }
-    Key(const Key&) = delete;
-    Key& operator=(const Key&) = delete;
-    ~Key()
-    {
-        if (key_)
-            Platform()->TalxCloseKey(key_);
-    }
-    explicit operator bool() const { return key_ != nullptr; }
-
-    // Fills `record`; false past the last value.
-    bool Enumerate(UINT32 index, std::vector<char>* record)
-    {
-        return Fetch(record, [&](UINT32 room, UINT32* needed) {
-            return Platform()->TalxEnumerateValueKey(key_, index, record->data(), room, needed);
-        });
-    }
-    bool Query(const WCHAR* name, std::vector<char>* record)
-    {
-        return Fetch(record, [&](UINT32 room, UINT32* needed) {
-            return Platform()->TalxQueryValueKey(key_, name, record->data(), room, needed);
-        });
-    }
-
-  private:
-    template <class F> bool Fetch(std::vector<char>* record, F&& call)
-    {
-        record->resize(512);
-        for (;;) {
-            UINT32 needed = 0;
-            const TALSTATUS status = call(static_cast<UINT32>(record->size()), &needed);
-            if (Code(status) == kCodeBufferTooSmall && needed > record->size()) {
-                record->resize(needed);
-                continue;
-            }
-            return !Failed(status);
-        }
-    }
-    HANDLE key_ = nullptr;
-};
-
-// Values of the registry may carry terminators.
-std::string Narrow(const WCHAR* text, size_t units)
-{
-    while (units > 0 && text[units - 1] == 0)
-        --units;
-    return Utf8Of(text, units);
-}
-
-const TALX_KEY_VALUE_INFORMATION& Record(const std::vector<char>& bytes)
-{
-    return *reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(bytes.data());
-}
-
-std::string TextOf(const std::vector<char>& bytes)
-{
-    const TALX_KEY_VALUE_INFORMATION& info = Record(bytes);
-    std::u16string wide(info.ValueLength / sizeof(WCHAR), u'\0');
-    std::memcpy(wide.data(), bytes.data() + info.ValueOffset, wide.size() * sizeof(WCHAR));
-    return Narrow(wide.data(), wide.size());
-}
-
-} // namespace
 
 ITalpl* Platform()
 {
@@ -127,36 +54,29 @@ void RareLog::Tell(UINT32 severity, std::string_view before, std::string_view re
 
 bool ReadText(const WCHAR* key, const WCHAR* name, std::string* out)
 {
-    Key opened(key);
-    std::vector<char> record;
-    if (!opened || !opened.Query(name, &record) || Record(record).ValueType != TALX_REG_SZ)
-        return false;
-    *out = TextOf(record);
-    return true;
+    return Platform() &&
+           kest::RegistryKey(*Platform(), key).Text(name, *out) == kest::ReadResult::Read;
 }
 
 bool ReadNumber(const WCHAR* key, const WCHAR* name, UINT32* out)
 {
-    Key opened(key);
-    std::vector<char> record;
-    if (!opened || !opened.Query(name, &record) || Record(record).ValueType != TALX_REG_UINT32 ||
-        Record(record).ValueLength != sizeof *out)
-        return false;
-    std::memcpy(out, record.data() + Record(record).ValueOffset, sizeof *out);
-    return true;
+    return Platform() &&
+           kest::RegistryKey(*Platform(), key).Number(name, *out) == kest::ReadResult::Read;
 }
 
 std::vector<NamedText> ReadTexts(const WCHAR* key)
 {
     std::vector<NamedText> out;
-    Key opened(key);
-    std::vector<char> record;
-    for (UINT32 i = 0; opened && opened.Enumerate(i, &record); ++i) {
-        const TALX_KEY_VALUE_INFORMATION& info = Record(record);
-        if (info.ValueType != TALX_REG_SZ)
+    if (!Platform())
+        return out;
+    kest::RegistryKey opened(*Platform(), key);
+    std::u16string name;
+    for (UINT32 i = 0; opened.NameAt(i, name) == kest::ReadResult::Read; ++i) {
+        NamedText text;
+        if (opened.Text(name.c_str(), text.value) != kest::ReadResult::Read)
             continue;
-        out.push_back(
-            {Narrow(info.KeyValueName, info.KeyValueNameLength / sizeof(WCHAR)), TextOf(record)});
+        text.name = Utf8Of(name.data(), name.size());
+        out.push_back(std::move(text));
     }
     return out;
 }

@@ -19,7 +19,7 @@ namespace filestore {
 // 100 ns units since 1601-01-01 UTC.
 [[nodiscard]] UINT64 SystemTime();
 
-// Simple upper-casing of code units, as UpperCase of names.h.
+// Simple upper-casing of code units, as UpperCase of name_list.h.
 void UpperCaseUnits(WCHAR* text, UINT32 units);
 
 // One line in the log under the store's name.

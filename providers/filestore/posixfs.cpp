@@ -25,19 +25,16 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "base/descriptor.h"
+#include "base/open_beneath.h"
+#include "base/system_time.h"
 #include "providers/filestore/linkwalk.h"
-#include "providers/filestore/systemcalls.h"
 
 namespace filestore {
 
+using base::Retry;
+
 namespace {
-
-constexpr UINT64 kUnixEpoch = 116444736000000000; // 1970 in 100 ns units since 1601
-
-UINT64 ToSystemTime(INT64 seconds, INT64 nanoseconds)
-{
-    return static_cast<UINT64>(seconds * 10'000'000 + nanoseconds / 100) + kUnixEpoch;
-}
 
 // "/proc/self/fd/N[/name]": names an object that a descriptor leads to, where a call has no form
 // that takes the descriptor.
@@ -65,8 +62,8 @@ void FromStat(const struct stat& s, FileInfo* out)
     out->group = s.st_gid;
     out->inode = s.st_ino;
     out->size = static_cast<UINT64>(s.st_size);
-    out->modified = ToSystemTime(s.st_mtim.tv_sec, s.st_mtim.tv_nsec);
-    out->created = std::min(out->modified, ToSystemTime(s.st_ctim.tv_sec, s.st_ctim.tv_nsec));
+    out->modified = base::SystemTimeOf(s.st_mtim.tv_sec, s.st_mtim.tv_nsec);
+    out->created = std::min(out->modified, base::SystemTimeOf(s.st_ctim.tv_sec, s.st_ctim.tv_nsec));
     out->isBirth = false;
 }
 
@@ -77,10 +74,10 @@ void FromStatx(const struct statx& s, FileInfo* out)
     out->group = s.stx_gid;
     out->inode = s.stx_ino;
     out->size = s.stx_size;
-    out->modified = ToSystemTime(s.stx_mtime.tv_sec, s.stx_mtime.tv_nsec);
+    out->modified = base::SystemTimeOf(s.stx_mtime.tv_sec, s.stx_mtime.tv_nsec);
     out->isBirth = (s.stx_mask & STATX_BTIME) != 0;
     const auto& first = out->isBirth ? s.stx_btime : s.stx_ctime;
-    out->created = std::min(out->modified, ToSystemTime(first.tv_sec, first.tv_nsec));
+    out->created = std::min(out->modified, base::SystemTimeOf(first.tv_sec, first.tv_nsec));
 }
 
 int Result(long r)
@@ -185,7 +182,7 @@ class PosixFileSystem final : public FileSystem {
     }
     int SetModified(FileHandle handle, UINT64 date) override
     {
-        const INT64 ticks = static_cast<INT64>(date) - static_cast<INT64>(kUnixEpoch);
+        const INT64 ticks = static_cast<INT64>(date) - base::kUnixEpoch;
         INT64 seconds = ticks / 10'000'000;
         INT64 rest = ticks % 10'000'000;
         if (rest < 0) {
@@ -351,8 +348,8 @@ class PosixFileSystem final : public FileSystem {
             Retry([&] { return ::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
         if (fd < 0)
             return errno;
-        const ScopedDescriptor own(fd); // a sink can run out of memory
-        return ListEntries(own.Get(), sink);
+        const base::Descriptor own(fd); // a sink can run out of memory
+        return ListEntries(own.Number(), sink);
     }
 
     int KeepPrivate(FileHandle directory) override
@@ -462,24 +459,10 @@ class PosixFileSystem final : public FileSystem {
                 return fd;
         }
         // Without a link on the way the names alone say what is private.
-        const int fd = OpenResolving(directory, path, flags, resolve | RESOLVE_NO_SYMLINKS);
+        const int fd = base::OpenBeneath(directory, path, flags, resolve | RESOLVE_NO_SYMLINKS);
         if (fd >= 0 || errno != ELOOP || (resolve & RESOLVE_NO_SYMLINKS))
             return fd;
         return OpenThroughLinks(directory, path, static_cast<int>(flags));
-    }
-    static int OpenResolving(int directory, const char* path, UINT64 flags, UINT64 resolve)
-    {
-        open_how how{};
-        how.flags = flags;
-        how.resolve = resolve;
-        for (int attempt = 0;; ++attempt) {
-            const long fd =
-                Retry([&] { return ::syscall(SYS_openat2, directory, path, &how, sizeof how); });
-            // EAGAIN: a rename elsewhere raced with the look-up of a path with "..", which only a
-            // link can bring in.
-            if (fd >= 0 || attempt == 8 || errno != EAGAIN)
-                return static_cast<int>(fd);
-        }
     }
     // Listings of 100,000 names ask this for each: the call that takes a descriptor, where the
     // kernel has it (6.13), takes half the time of the one that looks the descriptor up in /proc.

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What the store remembers while one request runs.
 #include "providers/filestore/requeststate.h"
 
 #include <new>
@@ -7,6 +9,7 @@
 #include <kest/identifiers.h>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/volume.h"
 
 namespace filestore {
 
@@ -25,6 +28,26 @@ RequestState* RequestState::Current()
     const bool isKept = call::Attach(CLSID_FileStore, made);
     made->Release(); // the request's reference stays, if there is one
     return isKept ? made : nullptr;
+}
+
+bool RequestState::ParsedPath::Recall(UINT64 store, std::u16string_view text, Target* target) const
+{
+    if (store_ != store || text != std::u16string_view(text_, units_))
+        return false;
+    target->volume = volume_;
+    target->deletedId = 0;
+    return target->path.Assign({path_, bytes_}); // it fitted before
+}
+
+void RequestState::ParsedPath::Note(UINT64 store, std::u16string_view text,
+                                    const Target& target) noexcept
+{
+    if (text.size() > kMost || target.path.Length() > kMost)
+        return;
+    store_ = store;
+    volume_ = target.volume;
+    units_ = text.copy(text_, kMost);
+    bytes_ = target.path.View().copy(path_, kMost);
 }
 
 void RequestState::Found::Close()

@@ -10,10 +10,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "base/descriptor.h"
 #include "providers/filestore/failures.h"
-#include "providers/filestore/systemcalls.h"
 
 namespace filestore {
+
+using base::Retry;
 
 namespace {
 

@@ -12,10 +12,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/descriptor.h"
 #include "providers/filestore/failures.h"
-#include "providers/filestore/systemcalls.h"
 
 namespace filestore {
+
+using base::Retry;
 
 namespace {
 

@@ -9,11 +9,14 @@
 #include <cstring>
 #include <new>
 
+#include "base/utf.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/name_list.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/posixfs.h"
 #include "providers/filestore/purge.h"
+#include "providers/filestore/requeststate.h"
 #include "providers/filestore/sqlitemeta.h"
 
 namespace filestore {
@@ -37,24 +40,6 @@ bool ParseAddress(const std::string& text, UINT8 (&out)[4])
 }
 
 std::atomic<UINT64> g_stores{0};
-
-// The path that a thread took apart last. A request asks what a path is and then opens it; where a
-// path leads within a store never changes, so the second time is a copy.
-struct LastPath {
-    static constexpr size_t kMostUnits = 512;
-    UINT64 store = 0;
-    size_t units = 0;
-    WCHAR text[kMostUnits];
-    Volume* volume = nullptr;
-    PathBuffer path;
-};
-
-// Null when memory is short.
-LastPath* Last()
-{
-    thread_local const std::unique_ptr<LastPath> last(new (std::nothrow) LastPath);
-    return last.get();
-}
 
 Store::Options ReadOptions()
 {
@@ -162,27 +147,19 @@ TALSTATUS Store::Parse(const UNICODE_STRING* path, Target* out, bool* servable) 
     if (!path || (path->Length && !path->Buffer))
         return Failure(kCodeInvalidParameter);
     const size_t units = path->Length / sizeof(WCHAR);
-    LastPath* const last = units <= LastPath::kMostUnits ? Last() : nullptr;
-    if (last && last->store == number_ && last->units == units &&
-        std::equal(path->Buffer, path->Buffer + units, last->text)) {
-        out->volume = last->volume;
-        out->deletedId = 0;
-        return out->path.Assign(last->path.View()) ? TAL_STATUS_SUCCESS : Failure(kCodeNameTooLong);
-    }
+    const std::u16string_view text(path->Buffer, units);
+    RequestState* const state = RequestState::Current();
+    if (state && state->parsed.Recall(number_, text, out))
+        return TAL_STATUS_SUCCESS;
     char buffer[2 * kMaxPathBytes];
     size_t length = 0;
-    if (!ToUtf8(path->Buffer, units, buffer, sizeof buffer, &length)) {
+    if (base::Utf16ToUtf8(text, buffer, sizeof buffer, length) != base::Converted::Whole) {
         *servable = false;
         return units * 3 > sizeof buffer ? Failure(kCodeNameTooLong) : TAL_STATUS_SUCCESS;
     }
     const TALSTATUS status = Parse(std::string_view(buffer, length), out, servable);
-    if (last && !Failed(status) && *servable && out->deletedId == 0) {
-        last->store = number_;
-        last->units = units;
-        std::copy(path->Buffer, path->Buffer + units, last->text);
-        last->volume = out->volume;
-        (void)last->path.Assign(out->path.View()); // as long as the one it is from
-    }
+    if (state && !Failed(status) && *servable && out->deletedId == 0)
+        state->parsed.Note(number_, text, *out);
     return status;
 }
 
@@ -238,20 +215,6 @@ TALSTATUS Store::ParseDeleted(std::string_view rest, Target* out, bool* servable
     out->deletedName = name;
     *servable = true;
     return TAL_STATUS_SUCCESS;
-}
-
-bool Target::IsDeletedEntry() const
-{
-    return deletedId && path.View() == ".kest/deleted/" + std::to_string(deletedId);
-}
-
-std::string Target::ShownName() const
-{
-    if (IsRoot())
-        return "/";
-    if (IsDeletedEntry())
-        return deletedName;
-    return path.Length() ? std::string(LeafOf(path.View())) : volume->Name();
 }
 
 TALSTATUS Store::OpenMetadata(const Volume& volume, std::unique_ptr<MetadataSession>* out)

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "providers/filestore/failures.h"
+#include "providers/filestore/name_list.h"
 
 using namespace filestore;
 
@@ -20,43 +21,6 @@ void AsciiUpperUnits(WCHAR* text, UINT32 units)
 }
 
 } // namespace
-
-TEST(Names, ConversionsAreStrictAndBounded)
-{
-    char narrow[8];
-    WCHAR wide[4];
-    size_t used = 99;
-    const struct {
-        const char* why;
-        std::u16string in;
-        size_t room;
-        bool fits;
-    } rows[] = {{"plain", u"abc", 3, true},
-                {"a byte short", u"abc", 2, false},
-                {"three bytes", u"\u20ac", 3, true},
-                {"cut inside a character", u"\u20ac", 2, false},
-                {"a pair", u"\U0001F600", 4, true},
-                {"a lone high half", std::u16string(1, 0xD83D), 8, false},
-                {"a lone low half", std::u16string(1, 0xDE00), 8, false},
-                {"halves in the wrong order", std::u16string{0xDE00, 0xD83D}, 8, false}};
-    for (const auto& row : rows)
-        EXPECT_EQ(row.fits, ToUtf8(row.in.data(), row.in.size(), narrow, row.room, &used))
-            << row.why;
-    const std::pair<const char*, bool> bytes[] = {
-        {"ab", true},
-        {"\xc3\xa4", true},
-        {"\xf0\x9f\x98\x80", true},
-        {"\xc0\x80", false},
-        {"\xed\xa0\x80", false},
-        {"\xf4\x90\x80\x80", false},
-        {"\xc3", false},
-        {"\xe2\x82", false},
-        {"\xff", false},
-        {"\xe0\x80\x80", false},
-        {"abcde", false /* five units in room for four */}};
-    for (const auto& [text, ok] : bytes)
-        EXPECT_EQ(ok, ToUtf16(text, strlen(text), wide, 4, &used)) << text;
-}
 
 TEST(Names, TextOfTheContractIsEmptyWhereItIsMalformedOrMissing)
 {
@@ -144,7 +108,6 @@ TEST(Names, PercentEscapes)
     EXPECT_EQ("a b\xc3\xa4", out);
     for (const char* text : {"plain", "%2F", "%00", "%", "%2", "%zz", "a%20%"})
         EXPECT_FALSE(DecodePercent(text, &out)) << text;
-    EXPECT_EQ("/a%20b/%25%C3%A4-._~%3C", EncodePercent("/a b/%\xc3\xa4-._~<"));
 }
 
 TEST(NameList, SortsByUpperCaseThenByBytes)
