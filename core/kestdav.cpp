@@ -174,7 +174,7 @@ TALSTATUS Post(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
 
 // By method code. Null for what the host numbers and nobody serves; what is not in the table is
 // refused.
-using MethodTable = std::array<MethodHandler, KestMethodHead + 1>;
+using MethodTable = std::array<MethodHandler, KestMethodPatch + 1>;
 
 constexpr MethodTable MakeClassicTable()
 {
@@ -203,6 +203,15 @@ constexpr MethodTable MakeClassicTable()
 constexpr MethodTable MakeStandardTable()
 {
     MethodTable table = MakeClassicTable();
+    table[KestMethodGet] = standard::Get;
+    table[KestMethodPut] = standard::Put;
+    table[KestMethodDelete] = standard::Delete;
+    table[KestMethodOptions] = standard::Options;
+    table[KestMethodMkCol] = standard::MkCol;
+    table[KestMethodCopy] = standard::Copy;
+    table[KestMethodMove] = standard::Move;
+    table[KestMethodHead] = standard::Head;
+    table[KestMethodPatch] = standard::Patch;
     return table;
 }
 

@@ -12,4 +12,14 @@
 // path has no third generation, each hands the request to the classic handler of its method.
 namespace standard {
 
+TALSTATUS Copy(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Delete(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Get(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Head(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS MkCol(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Move(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+
 } // namespace standard

@@ -77,7 +77,8 @@ TALSTATUS ProviderPathOfUrl(IKestIO_5* io, std::string_view url, std::string_vie
     const STRING moniker = g_MonikerS; // once: an event may change it meanwhile
     std::string_view decoded(text, length);
     const std::string_view root(moniker.Buffer, moniker.Length);
-    if (!decoded.starts_with(root) || (decoded.size() > root.size() && decoded[root.size()] != '/')) {
+    if (!decoded.starts_with(root) ||
+        (decoded.size() > root.size() && decoded[root.size()] != '/')) {
         path = kNowhere;
         return TAL_STATUS_SUCCESS;
     }

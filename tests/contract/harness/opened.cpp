@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "provider3.h"
 #include "text.h"
 
 namespace harness {
@@ -369,6 +370,13 @@ class Resource1 final : public OpenedResource<IKestDAVResource> {
 class Resource2 final : public OpenedResource<IKestDAVResource2> {
   public:
     using OpenedResource::OpenedResource;
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (*iid != IidOf<IKestDAVResource3>::value || !owner_.HasThird())
+            return OpenedResource::QueryInterface(iid, out);
+        *out = NewResource3(owner_);
+        return TAL_STATUS_SUCCESS;
+    }
     TALSTATUS Associate(SCHANDLE, BOOLEAN create, DAV_OPEN_ACCESS access, DAV_SHARE_MODE share,
                         DAV_OPEN_FLAGS flags, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
     {

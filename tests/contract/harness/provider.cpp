@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "opened.h"
+#include "provider3.h"
 #include "text.h"
 
 namespace harness {
@@ -198,6 +199,13 @@ struct Provider::Second final : NamespaceCommon<IKestDAV2> {
     using NamespaceCommon::NamespaceCommon;
     virtual ~Second() = default;
 
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (*iid == IidOf<IKestDAV3>::value && owner.HasThird())
+            return owner.third_->QueryInterface(iid, out);
+        return NamespaceCommon::QueryInterface(iid, out);
+    }
+
     TALSTATUS Copy(SCHANDLE, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
                    UNICODE_STRING* destination, DAV_LOCK_TOKEN* token, DAV_ERROR_ID*) override
     {
@@ -256,7 +264,7 @@ struct Provider::Second final : NamespaceCommon<IKestDAV2> {
 
 Provider::Provider(Recorder& recorder, ProviderSpec spec)
     : recorder_(recorder), spec_(std::move(spec)), first_(std::make_unique<First>(*this)),
-      second_(std::make_unique<Second>(*this))
+      second_(std::make_unique<Second>(*this)), third_(MakeNamespace3(*this))
 {
     AddCollection("/" + spec_.name);
 }

@@ -31,6 +31,8 @@ struct LockRecord {
 struct Node {
     DAV_TYPE type = Resource;
     std::string content;
+    std::string tag;    // of the third generation, as it is sent; made of `version` when empty
+    UINT32 version = 1; // counts its contents
     UINT32 attributes = 0;
     DAV_DATETIME created = 0;
     DAV_DATETIME modified = 0;
@@ -48,7 +50,7 @@ struct Node {
 // What a test says about a provider before the module starts.
 struct ProviderSpec {
     std::string name;    // "gen2"; it serves "/NAME" and below
-    int generations = 2; // 1, 2, or 3 for a class that offers both
+    int generations = 2; // 1, 2, or 3 for a class that offers both; 6: the second and the third
     UINT32 caps = 0;
     bool served = true;     // false: the class is configured but unknown to the component manager
     bool servesNew = false; // GetType answers Resource for what does not exist below "/NAME"
@@ -110,6 +112,13 @@ class Provider {
     LockRecord* FindLock(const std::u16string& path, const DAV_LOCK_TOKEN* token);
     TALSTATUS RemoveLock(const std::u16string& path, const DAV_LOCK_TOKEN* token);
     std::vector<std::u16string> Children(const std::u16string& path) const;
+    void EraseTree(const std::u16string& path);
+    template <class F> void EachNode(F use)
+    {
+        for (auto& [path, node] : nodes_)
+            use(path, node);
+    }
+    bool HasThird() const { return (spec_.generations & 4) != 0; }
     std::recursive_mutex& Mutex() { return mutex_; }
 
     int references_ = 0;
@@ -121,11 +130,11 @@ class Provider {
     std::map<std::u16string, std::vector<std::u16string>> orders_;
     int liveObjects_ = 0;
     std::recursive_mutex mutex_;
-    void EraseTree(const std::u16string& path);
     struct First;
     struct Second;
     std::unique_ptr<First> first_;
     std::unique_ptr<Second> second_;
+    std::shared_ptr<IKestDAV3> third_;
 };
 
 // The status of a provider that fails with `code`.

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// GET and HEAD: content by ranges and under conditions (RFC 9110 sections 9.3.1, 13 and 14).
+#include <cstring>
+
+#include "standard/allow.h"
+#include "standard/answer.h"
+#include "standard/byteranges.h"
+#include "standard/handlers.h"
+#include "standard/if_header.h"
+#include "standard/number_text.h"
+#include "standard/object.h"
+#include "standard/request_headers.h"
+#include "support/handlers.h"
+#include "support/memory.h"
+#include "support/reply.h"
+#include "support/resolution.h"
+#include "support/uri.h"
+
+namespace standard {
+
+namespace {
+
+// What has been opened for a GET or HEAD.
+struct Opened {
+    KESTDAV_HANDLER* handler = nullptr;
+    Ref<IKestDAVResource3> resource;
+    DAV_OBJECT_INFO info = EmptyInfo();
+};
+
+// True when the request is for the ".index_xml" document of whatever stands before it.
+bool NamesIndex(const UNICODE_STRING& url)
+{
+    static constexpr WCHAR kSuffix[] = u".index_xml";
+    constexpr size_t kSuffixBytes = sizeof kSuffix - sizeof(WCHAR);
+    return url.Length >= kSuffixBytes &&
+           std::memcmp(url.Buffer + (url.Length - kSuffixBytes) / sizeof(WCHAR), kSuffix,
+                       kSuffixBytes) == 0;
+}
+
+TALSTATUS Open(SCHANDLE session, UNICODE_STRING* path, Opened& opened)
+{
+    if (const TALSTATUS status = DavUriToHandler(session, path, &opened.handler); Failed(status))
+        return status;
+    if (!opened.handler->pIKestDav3)
+        return TAL_STATUS_SUCCESS; // the caller sees to it
+    if (const TALSTATUS status = CreateResource(*opened.handler, opened.resource); Failed(status))
+        return status;
+    return opened.resource->Open(session, path, kOpenRead, -1, nullptr, nullptr, &opened.info);
+}
+
+// Judges the "If" header, which a reading request may have, too (RFC 4918 section 10.4). Requests
+// without one ask nobody.
+TALSTATUS JudgeIf(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, const Opened& opened)
+{
+    DAV_PRECONDITIONS preconditions{};
+    preconditions.Size = sizeof preconditions;
+    if (const TALSTATUS status = ReadIf(io, preconditions); Failed(status))
+        return status;
+    if (preconditions.IfCount == 0)
+        return TAL_STATUS_SUCCESS;
+    return opened.handler->pIKestDav3->Judge(session, path, &preconditions);
+}
+
+// A collection's page, made from the templates.
+TALSTATUS AnswerIndex(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    SetHeader(io, "Cache-Control", "no-store");
+    return HTMLIndexRequest(io, session, url);
+}
+
+// What GET of a collection would say of its page, which is not made for that.
+TALSTATUS AnswerIndexHead(IKestIO_5* io)
+{
+    SetHeader(io, "Cache-Control", "no-store");
+    SetHeader(io, "Content-Type", "text/html; charset=\"utf-8\"");
+    return Reply(io, 200, TAL_STATUS_SUCCESS);
+}
+
+const char* MediaType(UNICODE_STRING* path)
+{
+    char* type = nullptr;
+    return !Failed(g_pIKestUtil->GetMimeTypeFromUnicodeObject(path, &type)) && type
+               ? type
+               : "application/octet-stream";
+}
+
+// Which parts of the content are wanted. `set` is filled for Parts.
+TALSTATUS ChooseRanges(IKestIO_5* io, const DAV_OBJECT_INFO& info, RangeVerdict& verdict,
+                       RangeSet& set)
+{
+    verdict = RangeVerdict::Whole;
+    std::string_view range;
+    std::string_view ifRange;
+    if (const TALSTATUS status = ReadHeader(io, "Range", range); Failed(status) || !range.data())
+        return status;
+    if (const TALSTATUS status = ReadHeader(io, "If-Range", ifRange); Failed(status))
+        return status;
+    if (!ifRange.data() || HoldsIfRange(ifRange, ReadDate(ifRange), CurrentOf(info)))
+        verdict = ReadRanges(range, info.ResourceSize, set);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS SendWhole(IKestIO_5* io, Opened& opened, bool wantsBody)
+{
+    SetHeaderText(io, "Content-Length", Decimal(opened.info.ResourceSize).Text());
+    (void)io->SendHeader(200);
+    return wantsBody ? SendBytes(io, *opened.resource.Get(), {0, opened.info.ResourceSize})
+                     : TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS SendFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path)
+{
+    RangeVerdict verdict = RangeVerdict::Whole;
+    RangeSet set;
+    if (const TALSTATUS status = ChooseRanges(io, opened.info, verdict, set); Failed(status))
+        return RefuseMapped(io, status);
+    const UINT64 size = opened.info.ResourceSize;
+    const char* const type = MediaType(path);
+    if (verdict == RangeVerdict::None) {
+        SetUnsatisfied(io, size);
+        return Refuse(io, 416, TAL_STATUS_SUCCESS);
+    }
+    SetHeaderText(io, "Content-Type", type);
+    if (verdict == RangeVerdict::Whole)
+        return SendWhole(io, opened, true);
+    if (set.count == 1)
+        return SendPart(io, *opened.resource.Get(), set.parts[0], size);
+    return SendParts(io, *opened.resource.Get(), set, size, type);
+}
+
+// Answers for a file. RFC 9110 section 9.3.2: "Range" is for GET alone.
+TALSTATUS AnswerFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path, bool isGet)
+{
+    Conditions conditions;
+    if (const TALSTATUS status = ReadConditions(io, true, conditions); Failed(status))
+        return RefuseMapped(io, status);
+    const Verdict verdict = Judge(conditions, CurrentOf(opened.info), true);
+    if (verdict == Verdict::Failed)
+        return Refuse(io, 412, TAL_STATUS_SUCCESS);
+    SetValidators(io, opened.info);
+    // Stored content may be kept, but not shown again without asking, nor by shared caches: it may
+    // be for one user only.
+    SetHeader(io, "Cache-Control", "private, no-cache");
+    SetHeader(io, "Accept-Ranges", "bytes");
+    if (verdict == Verdict::NotModified)
+        return Reply(io, 304, TAL_STATUS_SUCCESS);
+    if (isGet)
+        return SendFile(io, opened, path);
+    SetHeaderText(io, "Content-Type", MediaType(path));
+    return SendWhole(io, opened, false);
+}
+
+TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
+{
+    if (IsMonikerRoot(*url))
+        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+    UNICODE_STRING path = ProviderPath(*url);
+    ProviderGuard providers; // to the last byte of the reply
+    Opened opened;
+    const TALSTATUS status = Open(session, &path, opened);
+    if (opened.handler && !opened.handler->pIKestDav3) {
+        providers.Release();
+        return isGet ? KestDavGet(session, url, io) : KestDavHead(session, url, io);
+    }
+    if (Code(status) == kCodeNotFound && NamesIndex(*url))
+        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+    if (Failed(status))
+        return RefuseMapped(io, status);
+    if (const TALSTATUS judged = JudgeIf(session, &path, io, opened); Failed(judged))
+        return RefuseMapped(io, judged);
+    if (opened.info.Type == Collection)
+        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+    return AnswerFile(io, opened, &path, isGet);
+}
+
+} // namespace
+
+TALSTATUS Get(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    return Read(session, url, io, true);
+}
+
+TALSTATUS Head(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    return Read(session, url, io, false);
+}
+
+} // namespace standard

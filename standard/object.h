@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a provider of the third generation says of an object, and the headers that tell it.
+#pragma once
+
+#include "standard/conditions.h"
+#include "support/dates.h"
+#include "support/globals.h"
+#include <kest/dav/namespace_3.h>
+#include <kest/dav/resource_3.h>
+
+namespace standard {
+
+// An empty record for a provider to fill.
+inline DAV_OBJECT_INFO EmptyInfo() noexcept
+{
+    DAV_OBJECT_INFO info{};
+    info.Size = sizeof info;
+    return info;
+}
+
+inline DAV_CHANGE EmptyChange() noexcept
+{
+    DAV_CHANGE change{};
+    change.Size = sizeof change;
+    change.Info = EmptyInfo();
+    return change;
+}
+
+// The tag's text; empty when there is none. No longer than it can be, whatever a provider says.
+inline std::string_view TagText(const DAV_OBJECT_INFO& info) noexcept
+{
+    return {info.Tag.Text, info.Tag.Length < kTagBytes ? info.Tag.Length : kTagBytes};
+}
+
+// What conditions are judged by. Refers to `info`.
+inline Current CurrentOf(const DAV_OBJECT_INFO& info) noexcept
+{
+    return {true, ReadEntityTag(TagText(info)), info.ModificationDate};
+}
+
+// Sets "ETag" and "Last-Modified".
+inline void SetValidators(IKestIO_5* io, DAV_OBJECT_INFO info)
+{
+    if (const std::string_view tag = TagText(info); !tag.empty()) {
+        char name[] = "ETag";
+        (void)io->SetReplyHeader(name, static_cast<UINT32>(tag.size()), info.Tag.Text);
+    }
+    SetDateHeader(io, "Last-Modified", info.ModificationDate);
+}
+
+// Why a name that no provider serves cannot be made: the root of all providers takes no members,
+// and below it the name's parent is missing.
+inline TALSTATUS MissingParent(const UNICODE_STRING& path) noexcept
+{
+    size_t components = 0;
+    for (size_t i = 0; i < path.Length / sizeof(WCHAR); ++i)
+        components += path.Buffer[i] == u'/';
+    return components > 1 ? TAL_STATUS_CONFLICT : TAL_STATUS_ACCESS_DENIED;
+}
+
+// The object through which one resource's content goes.
+[[nodiscard]] inline TALSTATUS CreateResource(const KESTDAV_HANDLER& handler,
+                                              Ref<IKestDAVResource3>& resource)
+{
+    Ref<IKestDAVResource2> second;
+    const TALSTATUS status = Create(handler.ClassId, second);
+    return Failed(status) ? status : Query(second.Get(), resource);
+}
+
+} // namespace standard

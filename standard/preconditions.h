@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Everything under which a client wants its request to be carried out, as providers judge it.
+#pragma once
+
+#include <kest/dav/records_3.h>
+#include <kest/io.h>
+
+namespace standard {
+
+// Fills the record from the request's "If", "If-Match", "If-None-Match" and "If-Unmodified-Since".
+// What it points to lives in request memory. Fails with code 16 when "If" is malformed (400), with
+// code 5 when memory is short.
+[[nodiscard]] TALSTATUS ReadPreconditions(IKestIO_5* io, DAV_PRECONDITIONS& preconditions);
+
+} // namespace standard

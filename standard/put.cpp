@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// PUT (RFC 9110 section 9.3.4), also of a part by "Content-Range" (section 14.5), and PATCH with
+// SabreDAV's partial updates (application/x-sabredav-partialupdate).
+#include "standard/allow.h"
+#include "standard/answer.h"
+#include "standard/handlers.h"
+#include "standard/request_headers.h"
+#include "standard/scan.h"
+#include "standard/upload.h"
+#include "support/handlers.h"
+#include "support/reply.h"
+#include "support/uri.h"
+
+namespace standard {
+
+namespace {
+
+// Taking a part for the whole would destroy the rest: a range that is not understood is refused.
+TALSTATUS ReadPart(IKestIO_5* io, Upload& upload)
+{
+    std::string_view range;
+    if (const TALSTATUS status = ReadHeader(io, "Content-Range", range);
+        Failed(status) || !range.data())
+        return status;
+    upload.isPart = true;
+    return ReadContentRange(range, upload.range) ? TAL_STATUS_SUCCESS : TAL_STATUS_INVALID_REQUEST;
+}
+
+TALSTATUS ReadUpdate(IKestIO_5* io, Upload& upload)
+{
+    std::string_view range;
+    if (const TALSTATUS status = ReadHeader(io, "X-Update-Range", range); Failed(status))
+        return status;
+    upload.isPart = true;
+    return ReadUpdateRange(range, upload.range) ? TAL_STATUS_SUCCESS : TAL_STATUS_INVALID_REQUEST;
+}
+
+// Whether the body is of the one kind that PATCH takes. A type's parameters do not matter.
+bool IsPartialUpdate(IKestIO_5* io)
+{
+    std::string_view type;
+    if (Failed(ReadHeader(io, "Content-Type", type)))
+        return false;
+    return EqualsIgnoringCase(Trimmed(type.substr(0, type.find(';'))),
+                              "application/x-sabredav-partialupdate");
+}
+
+// The steps of both methods once it is known what the body is for.
+TALSTATUS Run(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, Upload& upload)
+{
+    UNICODE_STRING path = ProviderPath(*url);
+    TALSTATUS status = ReadUpload(io, upload);
+    if (!Failed(status))
+        status = StoreUpload(session, &path, io, upload);
+    return upload.isServed ? AnswerUpload(io, status, path, upload) : status;
+}
+
+} // namespace
+
+TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    if (IsMonikerRoot(*url))
+        return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
+    if (EndsWithSlash(io)) // the name of a collection
+        return RefuseMethod(io, Kind::Collection, TAL_STATUS_ACCESS_DENIED);
+    Upload upload;
+    if (const TALSTATUS status = ReadPart(io, upload); Failed(status))
+        return RefuseMapped(io, status);
+    const TALSTATUS status = Run(session, url, io, upload);
+    return upload.isServed ? status : KestDavPut(session, url, io);
+}
+
+TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    if (IsMonikerRoot(*url))
+        return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
+    if (!IsPartialUpdate(io)) {
+        SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
+        return Refuse(io, 415, TAL_STATUS_NOT_SUPPORTED);
+    }
+    Upload upload;
+    if (const TALSTATUS status = ReadUpdate(io, upload); Failed(status))
+        return RefuseMapped(io, status);
+    const TALSTATUS status = Run(session, url, io, upload);
+    return upload.isServed ? status : Refuse(io, 501, TAL_STATUS_NOT_SUPPORTED);
+}
+
+} // namespace standard

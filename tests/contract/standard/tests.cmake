@@ -1,0 +1,6 @@
+# The standard dialect, against scripted hosts and providers.
+kest_test(contract_standard
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/get_test.cpp
+  LIBS kest_harness
+)
