@@ -20,7 +20,7 @@ namespace {
 bool HasBody(IKestIO_5* io)
 {
     UINT32 bytes = 0;
-    return !Failed(io->IsClientPayloadAvailable(&bytes)) && bytes != 0;
+    return Failed(io->IsClientPayloadAvailable(&bytes)) || bytes != 0;
 }
 
 TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, bool& isServed,

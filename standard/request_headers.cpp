@@ -43,10 +43,10 @@ TALSTATUS ReadHeader(IKestIO_5* io, const char* name, std::string_view& value)
     const TALSTATUS status = io->GetRequestHeader(field, &length, usual);
     if (Code(status) == kCodeBufferTooSmall)
         return ReadLong(io, field, length, value);
-    if (Code(status) == kCodeInsufficientResources)
-        return status;
-    if (Failed(status))
+    if (Code(status) == kCodeNotFound)
         return TAL_STATUS_SUCCESS; // not sent
+    if (Failed(status))
+        return status;
     length = std::min(length, kUsualBytes);
     auto* text = static_cast<char*>(io->AllocMemory(length + 1));
     if (!text)
@@ -95,7 +95,7 @@ bool EndsWithSlash(IKestIO_5* io)
 {
     UNICODE_STRING* url = nullptr;
     if (Code(RequestUrl(io, &url)) != 0)
-        return false;
+        return true; // whoever asks refuses such names: nothing is made by mistake
     const size_t units = url->Length / sizeof(WCHAR);
     return units != 0 && url->Buffer[units - 1] == u'/';
 }

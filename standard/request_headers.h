@@ -11,7 +11,8 @@
 namespace standard {
 
 // A header's value, in request memory. data() is null when it has not been sent. Fails with code 5
-// when memory is short: then nobody knows, and the request is to be refused.
+// when memory is short, and as the host fails: then nobody knows, and the request is to be refused.
+// A condition or a range that is passed over for want of memory would lose data.
 [[nodiscard]] TALSTATUS ReadHeader(IKestIO_5* io, const char* name, std::string_view& value);
 
 // The same as a date in any form of RFC 9110 section 5.6.7, in 100 ns units since 1601; 0 when it

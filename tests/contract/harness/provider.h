@@ -23,8 +23,8 @@ struct LockRecord {
     DAV_LOCK_SCOPE scope = Exclusive;
     INT32 depth = -1;
     INT64 timeout = -1; // 100 ns units
-    std::string owner;
-    std::string token;
+    std::string owner{};
+    std::string token{};
     bool claimsMore = false; // the lengths that are told reach far beyond the record
 };
 

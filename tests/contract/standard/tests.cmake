@@ -2,5 +2,8 @@
 kest_test(contract_standard
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/get_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/namespace_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/put_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
   LIBS kest_harness
 )

@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// DELETE, MKCOL and OPTIONS in the standard dialect.
+#include "fixture.h"
+
+namespace standard_tests {
+
+namespace {
+
+std::string Refused(const std::string& status, const std::string& headers = {})
+{
+    return status + "\n" + headers + "Content-Length: 0\n\n";
+}
+
+constexpr char kRootMethods[] = "Allow: OPTIONS, GET, HEAD, PROPFIND\n";
+constexpr char kCollectionMethods[] =
+    "Allow: OPTIONS, GET, HEAD, POST, DELETE, PROPFIND, PROPPATCH, COPY, MOVE, LOCK, UNLOCK\n";
+
+class StandardDelete : public Standard {
+  protected:
+    Request Delete(const std::string& name)
+    {
+        return Request(KestMethodDelete, "/Ferro/gen3/" + name);
+    }
+};
+
+TEST_F(StandardDelete, OfAFileOrATree_Answers204)
+{
+    EXPECT_EQ(Run(Delete("f.txt")), "204\n\n");
+    EXPECT_EQ(Run(Delete("c/").Header("Depth", "infinity")), "204\n\n");
+    EXPECT_THAT(world["gen3"].Paths(), ElementsAre("/gen3/"));
+    EXPECT_THAT(Changes(),
+                ElementsAre("gen3.3.Delete(/gen3/f.txt, -)", "gen3.3.Delete(/gen3/c, -)"));
+}
+
+TEST_F(StandardDelete, OfNothing_Answers404)
+{
+    EXPECT_EQ(Run(Delete("none")), Refused("404"));
+    EXPECT_EQ(Run(Delete("none").Header("If-Match", "*")), Refused("404"));
+    EXPECT_EQ(Run(Request(KestMethodDelete, "/Ferro/nowhere/x")), Refused("404"));
+    EXPECT_EQ(Run(Request(KestMethodDelete, "/Ferro/")), Refused("405", kRootMethods));
+}
+
+TEST_F(StandardDelete, UnderConditions)
+{
+    EXPECT_EQ(Run(Delete("f.txt").Header("If-Match", "\"v9\"")), Refused("412"));
+    EXPECT_TRUE(world["gen3"].Has("/gen3/f.txt"));
+    EXPECT_EQ(Run(Delete("f.txt").Header("If-Match", "\"v1\"")), "204\n\n");
+}
+
+TEST_F(StandardDelete, OfACollectionWithoutItsMembers_IsRefused)
+{
+    EXPECT_EQ(Run(Delete("c").Header("Depth", "0")), Refused("400"));
+    EXPECT_EQ(Run(Delete("c").Header("Depth", "1")), Refused("400"));
+    EXPECT_TRUE(world["gen3"].Has("/gen3/c/a"));
+    EXPECT_EQ(Run(Delete("f.txt").Header("Depth", "0")), "204\n\n") << "a file has none";
+}
+
+TEST_F(StandardDelete, LockedItself_Answers423)
+{
+    world["gen3"].Find("/gen3/f.txt")->locks.push_back({.token = "t-1"});
+    EXPECT_EQ(Run(Delete("f.txt")),
+              "423\nContent-Type: application/xml; charset=\"utf-8\"\nContent-Length: \n\n"
+              "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+              "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted>"
+              "<D:href>/Ferro/gen3/f.txt</D:href></D:lock-token-submitted></D:error>\n");
+    EXPECT_EQ(Run(Delete("f.txt").Header("If", "(<opaquelocktoken:t-1>)")), "204\n\n");
+}
+
+TEST_F(StandardDelete, WithALockedMember_Answers207AndDeletesNothing)
+{
+    world["gen3"].AddFile("/gen3/c/\u00e4 & b").locks.push_back({.token = "t-1"});
+    EXPECT_EQ(Run(Delete("c")),
+              "207\nContent-Type: application/xml; charset=\"utf-8\"\nContent-Length: \n\n"
+              "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+              "<D:multistatus xmlns:D=\"DAV:\"><D:response>"
+              "<D:href>/Ferro/gen3/c/%C3%A4%20%26%20b</D:href>"
+              "<D:status>HTTP/1.1 423 Locked</D:status>"
+              "<D:error><D:lock-token-submitted/></D:error></D:response></D:multistatus>\n");
+    EXPECT_TRUE(world["gen3"].Has("/gen3/c/a"));
+    EXPECT_EQ(Run(Delete("c").Header("If", "</Ferro/gen3/c/%C3%A4%20%26%20b> "
+                                           "(<opaquelocktoken:t-1>)")),
+              "204\n\n");
+}
+
+TEST_F(StandardDelete, OfAnOlderProvider_IsAnsweredAsBefore)
+{
+    EXPECT_EQ(Run(Request(KestMethodDelete, "/Ferro/gen2/f.txt")).substr(0, 3), "200");
+}
+
+TEST(StandardDeleteFailures, EveryCallMayFail)
+{
+    harness::ExpectEveryFailureIsSurvived(
+        [] {
+            auto world = MakeWorld();
+            world->operator[]("gen3").Find("/gen3/c/a")->locks.push_back({.token = "t-1"});
+            return world;
+        },
+        Request(KestMethodDelete, "/Ferro/gen3/c").Header("Depth", "infinity"),
+        [](World& world, const Reply&) { EXPECT_TRUE(world["gen3"].Has("/gen3/c/d/b")); });
+}
+
+class StandardMkCol : public Standard {
+  protected:
+    Request MkCol(const std::string& name)
+    {
+        return Request(KestMethodMkCol, "/Ferro/gen3/" + name);
+    }
+};
+
+TEST_F(StandardMkCol, Answers201)
+{
+    EXPECT_EQ(Run(MkCol("n/")), Refused("201"));
+    EXPECT_TRUE(world["gen3"].Has("/gen3/n"));
+    EXPECT_THAT(Changes(), ElementsAre("gen3.3.MakeCollection(/gen3/n, properties=0, -)"));
+}
+
+TEST_F(StandardMkCol, WhereSomethingIs_Answers405)
+{
+    EXPECT_EQ(Run(MkCol("c")), Refused("405", kCollectionMethods));
+    EXPECT_EQ(Run(MkCol("f.txt")), Refused("405", kCollectionMethods));
+    EXPECT_EQ(Run(Request(KestMethodMkCol, "/Ferro/")), Refused("405", kRootMethods));
+}
+
+TEST_F(StandardMkCol, WithoutItsParent_Answers409)
+{
+    EXPECT_EQ(Run(MkCol("no/n")), Refused("409"));
+    EXPECT_EQ(Run(Request(KestMethodMkCol, "/Ferro/nowhere/n")), Refused("409"));
+    EXPECT_EQ(Run(Request(KestMethodMkCol, "/Ferro/nowhere")), Refused("403"));
+}
+
+TEST_F(StandardMkCol, WithABody_Answers415)
+{
+    EXPECT_EQ(Run(MkCol("n").Header("Content-Type", "xzy-foo/bar-512").Body({"afafafaf"})),
+              Refused("415"));
+    EXPECT_FALSE(world["gen3"].Has("/gen3/n"));
+}
+
+TEST_F(StandardMkCol, UnderConditionsAndLocks)
+{
+    EXPECT_EQ(Run(MkCol("n").Header("If-Match", "*")), Refused("412"));
+    world["gen3"].Find("/gen3/c")->locks.push_back({.depth = 0, .token = "t-1"});
+    EXPECT_THAT(Run(MkCol("c/n")), HasSubstr("423\n"));
+    EXPECT_EQ(Run(MkCol("c/n").Header("If", "</Ferro/gen3/c> (<opaquelocktoken:t-1>)")),
+              Refused("201"));
+}
+
+TEST_F(StandardMkCol, FaultsOfTheProvider)
+{
+    world.Fail("gen3.3.MakeCollection", ProviderFailure(kCodeStorageFull));
+    EXPECT_EQ(Run(MkCol("n")), Refused("507"));
+    world.Fail("gen3.3.MakeCollection", ProviderFailure(kCodeNameTooLong));
+    EXPECT_EQ(Run(MkCol("n")), Refused("414"));
+    EXPECT_EQ(Run(Request(KestMethodMkCol, "/Ferro/gen2/n")), "201\n\n")
+        << "an older provider is answered as before";
+}
+
+TEST(StandardMkColFailures, EveryCallMayFail)
+{
+    harness::ExpectEveryFailureIsSurvived(
+        MakeWorld, Request(KestMethodMkCol, "/Ferro/gen3/n").Header("If-None-Match", "*"));
+}
+
+class StandardOptions : public Standard {};
+
+TEST_F(StandardOptions, AllowWhatTheResourceHas)
+{
+    const auto reply = [](const char* allow) {
+        return std::string("200\nAllow: ") + allow +
+               "\nDAV: 1, 2, 3, sabredav-partialupdate\nMS-Author-Via: DAV\n"
+               "Accept-Patch: application/x-sabredav-partialupdate\nContent-Length: 0\n\n";
+    };
+    EXPECT_EQ(Run(Request(KestMethodOptions, "/Ferro/gen3/f.txt")),
+              reply("OPTIONS, GET, HEAD, PUT, PATCH, DELETE, PROPFIND, PROPPATCH, COPY, MOVE, "
+                    "LOCK, UNLOCK"));
+    EXPECT_EQ(Run(Request(KestMethodOptions, "/Ferro/gen3/c/")),
+              reply("OPTIONS, GET, HEAD, POST, DELETE, PROPFIND, PROPPATCH, COPY, MOVE, LOCK, "
+                    "UNLOCK"));
+    EXPECT_EQ(Run(Request(KestMethodOptions, "/Ferro/gen3/none")),
+              reply("OPTIONS, PUT, MKCOL, LOCK"));
+    EXPECT_EQ(Run(Request(KestMethodOptions, "/Ferro")), reply("OPTIONS, GET, HEAD, PROPFIND"));
+    EXPECT_EQ(Run(Request(KestMethodOptions, "/Ferro/nowhere/at/all")),
+              reply("OPTIONS, PUT, MKCOL, LOCK"));
+}
+
+TEST_F(StandardOptions, OfAnOlderProvider_IsAnsweredAsBefore)
+{
+    EXPECT_THAT(Run(Request(KestMethodOptions, "/Ferro/gen2/f.txt")), HasSubstr("DAV: 1, 2\n"));
+}
+
+} // namespace
+
+} // namespace standard_tests

@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// COPY and MOVE in the standard dialect.
+#include "fixture.h"
+
+namespace standard_tests {
+
+namespace {
+
+std::string Refused(const std::string& status, const std::string& headers = {})
+{
+    return status + "\n" + headers + "Content-Length: 0\n\n";
+}
+
+const std::string kCreated = Refused("201");
+constexpr char kReplaced[] = "204\n\n";
+
+// The host gives COPY's destination as a URL, MOVE's as a path.
+class StandardRelocation : public Standard, public testing::WithParamInterface<UINT32> {
+  protected:
+    bool IsMove() const { return GetParam() == KestMethodMove; }
+    std::string Name() const { return IsMove() ? "Move" : "Copy"; }
+    Request From(const std::string& source, const std::string& destination, bool overwrite = true,
+                 INT32 depth = -1)
+    {
+        const std::string origin = IsMove() ? "" : "http://server.example:8080";
+        return Request(GetParam(), "/Ferro/gen3/" + source)
+            .To(origin + "/Ferro/" + destination, overwrite ? TRUE : FALSE, depth);
+    }
+    // What is there, below "/gen3/".
+    std::string Tree()
+    {
+        std::string text;
+        for (const std::string& path : world["gen3"].Paths())
+            text += path.substr(5) + " ";
+        return text;
+    }
+};
+
+TEST_P(StandardRelocation, ToANewName_Answers201)
+{
+    EXPECT_EQ(Run(From("f.txt", "gen3/g.txt")), kCreated);
+    EXPECT_EQ(Tree(), IsMove() ? "/ /c/ /c/a /c/d/ /c/d/b /g.txt "
+                               : "/ /c/ /c/a /c/d/ /c/d/b /f.txt /g.txt ");
+    EXPECT_THAT(Changes(),
+                ElementsAre("gen3.3." + Name() + "(/gen3/f.txt, /gen3/g.txt, overwrite, -)"));
+}
+
+TEST_P(StandardRelocation, OfATree)
+{
+    EXPECT_EQ(Run(From("c/", "gen3/c2/")), kCreated) << "a name that begins with the source's";
+    EXPECT_EQ(world["gen3"].Content("/gen3/c2/d/b"), "bbb");
+}
+
+TEST_P(StandardRelocation, OverWhatIsThere_Answers204AndReplacesItWhole)
+{
+    world["gen3"].AddFile("/gen3/t/old", "old");
+    EXPECT_EQ(Run(From("c", "gen3/t")), kReplaced);
+    EXPECT_FALSE(world["gen3"].Has("/gen3/t/old"));
+    EXPECT_EQ(world["gen3"].Content("/gen3/t/d/b"), "bbb");
+    EXPECT_EQ(Run(From("f.txt", "gen3/t")), kReplaced) << "a file over a collection";
+    EXPECT_EQ(world["gen3"].Content("/gen3/t"), "hello world");
+}
+
+TEST_P(StandardRelocation, OverWhatIsThereWithOverwriteF_Answers412)
+{
+    EXPECT_EQ(Run(From("f.txt", "gen3/c/a", false)), Refused("412"));
+    EXPECT_EQ(world["gen3"].Content("/gen3/c/a"), "aa");
+    EXPECT_EQ(Run(From("f.txt", "gen3/n", false)), kCreated);
+    EXPECT_THAT(Changes(),
+                testing::Contains("gen3.3." + Name() + "(/gen3/f.txt, /gen3/n, keep, -)"));
+}
+
+TEST_P(StandardRelocation, OntoItself_Answers403)
+{
+    EXPECT_EQ(Run(From("f.txt", "gen3/f.txt")), Refused("403"));
+    EXPECT_EQ(Run(From("c/", "gen3/c/")), Refused("403"));
+    EXPECT_EQ(Run(From("c", "gen3/c/d/e")), Refused("403")) << "into itself";
+    EXPECT_EQ(Run(From("c/d", "gen3/c")), Refused("409")) << "what holds it cannot go for it";
+    EXPECT_EQ(Tree(), "/ /c/ /c/a /c/d/ /c/d/b /f.txt ");
+    EXPECT_THAT(Changes(), IsEmpty());
+}
+
+TEST_P(StandardRelocation, OfNothing_Answers404)
+{
+    EXPECT_EQ(Run(From("none", "gen3/n")), Refused("404"));
+    EXPECT_EQ(Run(From("none", "gen3/n").Header("If-Match", "*")), Refused("404"));
+}
+
+TEST_P(StandardRelocation, WithoutAParent_Answers409)
+{
+    EXPECT_EQ(Run(From("f.txt", "gen3/no/n")), Refused("409"));
+    EXPECT_EQ(Run(From("f.txt", "nowhere/n")), Refused("409"));
+    EXPECT_EQ(Run(From("f.txt", "nowhere")), Refused("403"));
+}
+
+TEST_P(StandardRelocation, ToAnotherProvider_Answers502)
+{
+    EXPECT_EQ(Run(From("f.txt", "other/n")), Refused("502"));
+    EXPECT_FALSE(world["other"].Has("/other/n"));
+}
+
+TEST_P(StandardRelocation, BadDestination_Answers400)
+{
+    EXPECT_EQ(Run(From("f.txt", "")), Refused("400")) << "the module's root";
+    Request none(GetParam(), "/Ferro/gen3/f.txt");
+    none.destination = "nonsense";
+    EXPECT_EQ(Run(none), Refused("400"));
+    if (IsMove())
+        return; // the host has decoded it
+    for (const char* path : {"gen3/a%zz", "gen3/a%2", "gen3/a%00", "gen3/a%2Fb", "gen3/%FF",
+                             "gen3/%C3", "gen3/%ED%A0%80", "gen3/%C0%AF"})
+        EXPECT_EQ(Run(From("f.txt", path)), Refused("400")) << path;
+}
+
+TEST_P(StandardRelocation, DestinationsEscapesAreDecodedOnce)
+{
+    // A path has none; the host writes "%25" for "%" into a URL.
+    EXPECT_EQ(Run(From("f.txt", IsMove() ? "gen3/a%20b" : "gen3/a%2520b")), kCreated);
+    EXPECT_TRUE(world["gen3"].Has("/gen3/a%20b"));
+    if (!IsMove()) {
+        EXPECT_EQ(Run(From("f.txt", "gen3/%C3%A4%E2%82%ac%F0%9F%98%80")), kCreated);
+        EXPECT_TRUE(world["gen3"].Has("/gen3/\u00e4\u20ac\U0001F600"));
+    }
+}
+
+TEST_P(StandardRelocation, UnderConditionsAboutTheSource)
+{
+    EXPECT_EQ(Run(From("f.txt", "gen3/n").Header("If-Match", "\"v9\"")), Refused("412"));
+    EXPECT_EQ(Run(From("f.txt", "gen3/n").Header("If-Match", "\"v1\"")), kCreated);
+}
+
+TEST_P(StandardRelocation, LockedDestination_Answers423)
+{
+    world["gen3"].Find("/gen3/c")->locks.push_back({.token = "t-1"});
+    const std::string reply = Run(From("f.txt", "gen3/c/n"));
+    EXPECT_EQ(reply.substr(0, 3), "423");
+    EXPECT_THAT(reply, HasSubstr("<D:href>/Ferro/gen3/c</D:href>"));
+    EXPECT_EQ(Run(From("f.txt", "gen3/c/n")
+                      .Header("If", "<http://server.example:8080/Ferro/gen3/c> "
+                                    "(<opaquelocktoken:t-1>)")),
+              kCreated);
+}
+
+TEST_P(StandardRelocation, LockedMemberOfWhatIsReplaced_Answers207AndChangesNothing)
+{
+    world["gen3"].AddFile("/gen3/t/old", "old").locks.push_back({.token = "t-1"});
+    const std::string before = Tree();
+    EXPECT_EQ(Run(From("c", "gen3/t")),
+              "207\nContent-Type: application/xml; charset=\"utf-8\"\nContent-Length: \n\n"
+              "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+              "<D:multistatus xmlns:D=\"DAV:\"><D:response><D:href>/Ferro/gen3/t/old</D:href>"
+              "<D:status>HTTP/1.1 423 Locked</D:status>"
+              "<D:error><D:lock-token-submitted/></D:error></D:response></D:multistatus>\n");
+    EXPECT_EQ(Tree(), before);
+}
+
+TEST_P(StandardRelocation, FaultsOfTheProvider)
+{
+    world.Fail("gen3.3." + Name(), ProviderFailure(kCodeStorageFull));
+    EXPECT_EQ(Run(From("f.txt", "gen3/n")), Refused("507"));
+    world.Fail("gen3.3." + Name(), ProviderFailure(kCodeUnsuccessful));
+    EXPECT_EQ(Run(From("f.txt", "gen3/n")), Refused("500"));
+}
+
+TEST_P(StandardRelocation, OfTheRoot_Answers405)
+{
+    Request root = From("x", "gen3/n");
+    root.path = "/Ferro/";
+    EXPECT_EQ(Run(root), Refused("405", "Allow: OPTIONS, GET, HEAD, PROPFIND\n"));
+}
+
+TEST_P(StandardRelocation, OfAnOlderProvider_IsAnsweredAsBefore)
+{
+    Request request = From("f.txt", "gen2/n", false);
+    request.path = "/Ferro/gen2/f.txt";
+    EXPECT_EQ(Run(request).substr(0, 3), "200");
+    EXPECT_EQ(world["gen2"].Content("/gen2/n"), "hello world");
+}
+
+TEST_P(StandardRelocation, EveryCallMayFail)
+{
+    harness::ExpectEveryFailureIsSurvived(
+        [] {
+            auto made = MakeWorld();
+            made->operator[]("gen3")
+                .AddFile("/gen3/t/old", "old")
+                .locks.push_back({.token = "t-1"});
+            return made;
+        },
+        From("c", "gen3/t").Header("If-Match", "\"v1\""),
+        [](World& each, const Reply&) {
+            EXPECT_TRUE(each["gen3"].Has("/gen3/c/d/b"));
+            EXPECT_TRUE(each["gen3"].Has("/gen3/t/old"));
+        });
+}
+
+INSTANTIATE_TEST_SUITE_P(Methods, StandardRelocation,
+                         testing::Values(UINT32{KestMethodCopy}, UINT32{KestMethodMove}),
+                         [](const auto& row) {
+                             return row.param == KestMethodMove ? "Move" : "Copy";
+                         });
+
+class StandardCopy : public Standard {};
+
+TEST_F(StandardCopy, OfDepth0_TakesNoMembers)
+{
+    EXPECT_EQ(Run(Request(KestMethodCopy, "/Ferro/gen3/c")
+                      .To("http://server.example:8080/Ferro/gen3/n/", TRUE, 0)),
+              kCreated);
+    EXPECT_TRUE(world["gen3"].Has("/gen3/n"));
+    EXPECT_FALSE(world["gen3"].Has("/gen3/n/a"));
+    EXPECT_THAT(Changes(), ElementsAre("gen3.3.Copy(/gen3/c, /gen3/n, overwrite, shallow, -)"));
+}
+
+} // namespace
+
+} // namespace standard_tests
