@@ -10,8 +10,10 @@
 #include <openssl/evp.h>
 #include <sys/random.h>
 
+#include "base/ascii.h"
+#include "base/base64.h"
+#include "base/utf.h"
 #include "host/auth/passwords.h"
-#include "host/components/text.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -20,22 +22,53 @@ namespace {
 // The longest credentials that can belong to anybody: name, domain and password with room to spare.
 constexpr size_t kLongestHeader = 4096;
 
+// Contexts for digests, which cost more to make than a short text's digest. They are shared: one of
+// each thread's own would have to end with it, which takes memory at the thread's first use that
+// nobody can refuse.
+class DigestContexts {
+  public:
+    struct Free {
+        void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
+    };
+    using Context = std::unique_ptr<EVP_MD_CTX, Free>;
+
+    Context Take()
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            if (count_)
+                return std::move(spare_[--count_]);
+        }
+        return Context(EVP_MD_CTX_new());
+    }
+    void Give(Context context)
+    {
+        const std::lock_guard lock(mutex_);
+        if (count_ < spare_.size())
+            spare_[count_++] = std::move(context);
+    }
+
+  private:
+    std::mutex mutex_; // guards both
+    std::array<Context, 16> spare_;
+    size_t count_ = 0;
+};
+
 // SHA-256 of two texts in a row.
 std::array<unsigned char, 32> Sha256(std::string_view first, std::string_view second)
 {
-    struct Context {
-        EVP_MD_CTX* context = EVP_MD_CTX_new();
-        ~Context() { EVP_MD_CTX_free(context); }
-    };
-    // Fetched once: looking the algorithm up costs more than the digest of a short text.
+    // Fetched once: looking the algorithm up costs more than the digest of a short text. Both stay
+    // until the process ends, when threads may still sign in.
     static EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "SHA256", nullptr);
-    thread_local const Context own;
+    static DigestContexts& contexts = *new DigestContexts;
+    DigestContexts::Context own = contexts.Take();
     std::array<unsigned char, 32> digest{};
-    if (!algorithm || !own.context || !EVP_DigestInit_ex2(own.context, algorithm, nullptr) ||
-        !EVP_DigestUpdate(own.context, first.data(), first.size()) ||
-        !EVP_DigestUpdate(own.context, second.data(), second.size()) ||
-        !EVP_DigestFinal_ex(own.context, digest.data(), nullptr))
+    if (!algorithm || !own || !EVP_DigestInit_ex2(own.get(), algorithm, nullptr) ||
+        !EVP_DigestUpdate(own.get(), first.data(), first.size()) ||
+        !EVP_DigestUpdate(own.get(), second.data(), second.size()) ||
+        !EVP_DigestFinal_ex(own.get(), digest.data(), nullptr))
         throw std::runtime_error("SHA-256 is not available");
+    contexts.Give(std::move(own));
     return digest;
 }
 
@@ -50,16 +83,16 @@ bool ReadBasic(std::string_view authorization, std::string& name, std::string& p
 {
     constexpr std::string_view kScheme = "Basic ";
     if (authorization.size() > kLongestHeader || authorization.size() < kScheme.size() ||
-        !EqualsIgnoringCase(authorization.substr(0, kScheme.size()), kScheme))
+        !base::EqualsIgnoringCase(authorization.substr(0, kScheme.size()), kScheme))
         return false;
-    auto decoded = DecodeBase64(Trimmed(authorization.substr(kScheme.size())));
+    auto decoded = base::DecodeBase64(base::Trimmed(authorization.substr(kScheme.size())));
     if (!decoded)
         return false;
     const WipedText text{std::move(*decoded)};
     const std::string_view whole = text.text;
     const size_t colon = whole.find(':');
     if (colon == std::string_view::npos || whole.find('\0') != std::string_view::npos ||
-        !IsValidUtf8(whole))
+        !base::IsUtf8(whole))
         return false;
     std::string_view user = whole.substr(0, colon);
     if (const size_t domain = user.rfind('\\'); domain != std::string_view::npos)

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/auth/session_admission.h"
 
-#include "host/components/text.h"
+#include "base/ascii.h"
+#include "base/percent.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -25,11 +26,11 @@ std::string_view FindCookie(std::string_view header, std::string_view name)
 {
     while (!header.empty()) {
         const size_t end = std::min(header.find(';'), header.size());
-        const std::string_view pair = Trimmed(header.substr(0, end));
+        const std::string_view pair = base::Trimmed(header.substr(0, end));
         header.remove_prefix(std::min(end + 1, header.size()));
         const size_t equals = pair.find('=');
-        if (equals != std::string_view::npos && Trimmed(pair.substr(0, equals)) == name)
-            return Trimmed(pair.substr(equals + 1));
+        if (equals != std::string_view::npos && base::Trimmed(pair.substr(0, equals)) == name)
+            return base::Trimmed(pair.substr(equals + 1));
     }
     return {};
 }
@@ -43,7 +44,7 @@ SessionAdmission::SessionAdmission(Authenticator& authenticator, SessionTable& s
 
 void SessionAdmission::SetLocation(const std::string& location)
 {
-    cookiePath_ = EscapeUriPath(location);
+    cookiePath_ = base::PercentEncode(location);
 }
 
 void SessionAdmission::SetRealm(const std::string& realm)

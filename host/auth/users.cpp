@@ -11,8 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/ascii.h"
+#include "base/utf.h"
 #include "host/auth/passwords.h"
-#include "host/components/text.h"
 
 namespace kestd {
 namespace {
@@ -73,7 +74,7 @@ template <class Visit> std::string ForEachLine(std::string_view text, Visit&& vi
 
 bool IsUserLine(std::string_view line)
 {
-    const std::string_view trimmed = Trimmed(line);
+    const std::string_view trimmed = base::Trimmed(line);
     return !trimmed.empty() && !trimmed.starts_with('#');
 }
 
@@ -172,11 +173,11 @@ std::string WhatIsWrongWithName(std::string_view name)
         return "a user's name cannot be empty";
     if (name.size() > kLongestUserName)
         return "a user's name has at most " + std::to_string(kLongestUserName) + " bytes";
-    if (!IsValidUtf8(name) || HasControlCharacter(name))
+    if (!base::IsUtf8(name) || base::HasControlOrTab(name))
         return "a user's name is UTF-8 text without control characters";
     if (name.find_first_of(":\\") != std::string_view::npos)
         return "a user's name holds neither ':' nor '\\'";
-    if (name.front() == '#' || Trimmed(name).size() != name.size())
+    if (name.front() == '#' || base::Trimmed(name).size() != name.size())
         return "a user's name begins with neither '#' nor a blank and does not end with a blank";
     return {};
 }
@@ -185,7 +186,7 @@ std::string WhatIsWrongWithField(std::string_view field)
 {
     if (field.size() > kLongestUserField)
         return "a field has at most " + std::to_string(kLongestUserField) + " bytes";
-    if (!IsValidUtf8(field) || HasControlCharacter(field))
+    if (!base::IsUtf8(field) || base::HasControlOrTab(field))
         return "a field is UTF-8 text without control characters";
     if (field.find(':') != std::string_view::npos)
         return "a field holds no ':'";

@@ -3,8 +3,9 @@
 
 #include <filesystem>
 
+#include "base/ascii.h"
+#include "base/utf.h"
 #include "host/auth/users.h"
-#include "host/components/text.h"
 #include "host/config/registry_settings.h"
 
 namespace kestd {
@@ -82,8 +83,8 @@ bool ParseVolume(const std::string& text, VolumeArgument& out)
         }
     }
     const bool isPlain = out.name != "." && out.name != ".." &&
-                         out.name.find('/') == std::string::npos && IsValidUtf8(out.name) &&
-                         !HasControlCharacter(out.name);
+                         out.name.find('/') == std::string::npos && base::IsUtf8(out.name) &&
+                         !base::HasControlOrTab(out.name);
     return isPlain && !out.name.empty() && !out.directory.empty();
 }
 

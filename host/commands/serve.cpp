@@ -13,15 +13,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/percent.h"
+#include "base/utf.h"
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
 #include "host/commands/commands.h"
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
 #include "host/components/host_classes.h"
-#include "host/components/text.h"
 #include "host/net/server.h"
 #include <kest/req.h>
+#include <kest/sdk/text.h>
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -204,7 +206,7 @@ std::string Host::StartModule()
     GUID id{};
     if (Failed(module_->ModuleInit({}, &access, &location, &id)))
         return "the WebDAV module cannot be initialised";
-    const auto utf8 = ToUtf8(ViewOf(location));
+    const auto utf8 = base::ToUtf8(kest::ViewOf(location));
     if (!utf8 || utf8->size() < 2 || utf8->front() != '/' || utf8->back() == '/')
         return "'Kest\\Configuration\\KestDav' 'Moniker': expected a path such as /Ferro, with a "
                "leading '/' and without a trailing one";
@@ -220,7 +222,7 @@ void Host::Announce()
     const char* const scheme = settings_.server.tlsCertificate.empty() ? "http" : "https";
     const auto urlOf = [&](const ListenAddress& address) {
         return std::string(scheme) + "://" + FormatListenAddress(address) +
-               EscapeUriPath(location_) + "/";
+               base::PercentEncode(location_) + "/";
     };
     for (size_t i = 1; i < addresses.size(); ++i)
         Log(kLogInfo, "also serving " + urlOf(addresses[i]));

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "host/components/text.h"
+#include "base/utf.h"
 #include "host/config/registry_settings.h"
 #include <kest/status.h>
 #include <kest/tolm.h>
@@ -204,8 +204,8 @@ std::vector<SettingChanges::Change> SettingChanges::Compare(ITalpl& platform)
     for (const Name& name : names) {
         const bool waits = Waits(name.first, name.second);
         if (differ(waits ? started_ : inForce_, name))
-            changes.push_back({"'" + ToUtf8(name.first).value_or("?") + "' '" +
-                                   ToUtf8(name.second).value_or("?") + "'",
+            changes.push_back({"'" + base::ToUtf8(name.first).value_or("?") + "' '" +
+                                   base::ToUtf8(name.second).value_or("?") + "'",
                                waits});
     }
     inForce_ = std::move(fresh);
@@ -215,7 +215,7 @@ std::vector<SettingChanges::Change> SettingChanges::Compare(ITalpl& platform)
 void SettingChanges::Hold(const std::string& location)
 {
     // Known even where no value said it.
-    const std::u16string moniker = ToUtf16(location).value_or(u"");
+    const std::u16string moniker = base::ToUtf16(location).value_or(u"");
     (void)TolmRegistrySetOverride(kModuleKey, kMoniker, TALX_REG_SZ, moniker.c_str(),
                                   static_cast<UINT32>((moniker.size() + 1) * sizeof(char16_t)));
     const auto found = started_.find({kModuleKey, kTemplates});

@@ -7,9 +7,10 @@
 
 #include <unistd.h>
 
+#include "base/host_name.h"
+#include "base/utf.h"
 #include "host/auth/passwords.h"
 #include "host/components/directory_names.h"
-#include "host/components/text.h"
 #include "host/config/configured_paths.h"
 #include <kest/tolm.h>
 
@@ -26,7 +27,7 @@ std::u16string Braced(const GUID& id)
     std::snprintf(text.data(), text.size(), "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
                   id.Data1, id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2], id.Data4[3],
                   id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-    return ToUtf16(text.data()).value_or(u"");
+    return base::ToUtf16(text.data()).value_or(u"");
 }
 
 std::u16string Below(const char16_t* key, const std::u16string& name)
@@ -37,13 +38,13 @@ std::u16string Below(const char16_t* key, const std::u16string& name)
 // Lays a text over the registry. Empty on success.
 std::string LayText(const std::u16string& key, const std::u16string& name, const std::string& value)
 {
-    const auto wide = ToUtf16(value);
+    const auto wide = base::ToUtf16(value);
     if (!wide)
         return "'" + value + "' is not valid UTF-8";
     const auto bytes = static_cast<UINT32>((wide->size() + 1) * sizeof(char16_t));
     if (Failed(
             TolmRegistrySetOverride(key.c_str(), name.c_str(), TALX_REG_SZ, wide->c_str(), bytes)))
-        return "the setting '" + ToUtf8(name).value_or("") + "' cannot be held";
+        return "the setting '" + base::ToUtf8(name).value_or("") + "' cannot be held";
     return {};
 }
 
@@ -52,14 +53,14 @@ std::string LayTexts(const std::u16string& key, const std::u16string& name,
 {
     std::u16string all;
     for (const std::string& value : values) {
-        all += ToUtf16(value).value_or(u"");
+        all += base::ToUtf16(value).value_or(u"");
         all += u'\0';
     }
     all += u'\0';
     const auto bytes = static_cast<UINT32>(all.size() * sizeof(char16_t));
     if (Failed(TolmRegistrySetOverride(key.c_str(), name.c_str(), TALX_REG_MULTI_SZ, all.data(),
                                        bytes)))
-        return "the setting '" + ToUtf8(name).value_or("") + "' cannot be held";
+        return "the setting '" + base::ToUtf8(name).value_or("") + "' cannot be held";
     return {};
 }
 
@@ -134,7 +135,7 @@ std::string Setup::LayCommandLine()
             break;
         const std::string directory = ExistingDirectory(volume.directory, problem);
         if (problem.empty())
-            problem = LayText(kVolumesKey, ToUtf16(volume.name).value_or(u""), directory);
+            problem = LayText(kVolumesKey, base::ToUtf16(volume.name).value_or(u""), directory);
     }
     return problem;
 }
@@ -167,7 +168,7 @@ std::string Setup::LayDefaults()
 
 std::string Setup::LayVolumes()
 {
-    const std::u16string name = ToUtf16(kDefaultVolume).value_or(u"");
+    const std::u16string name = base::ToUtf16(kDefaultVolume).value_or(u"");
     if (ownsVolume_)
         TakeAway(kVolumesKey, name);
     ownsVolume_ = arguments_.volumes.empty() &&
@@ -260,7 +261,7 @@ std::string Setup::CheckAccessPolicy(const HostSettings& settings, const UserMap
     if (!users.empty())
         return {};
     for (const ListenAddress& address : settings.server.listen)
-        if (!IsLoopback(address.address))
+        if (!base::IsLoopbackAddress(address.address))
             return "refusing to listen on " + FormatListenAddress(address) +
                    " without users: everybody could read and change everything; add a user "
                    "(kestd user add NAME, or --user NAME:PASSWORD) or listen on a loopback address";

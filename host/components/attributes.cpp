@@ -7,7 +7,7 @@
 #include <new>
 #include <utility>
 
-#include "host/components/com_object.h"
+#include "host/component.h"
 
 namespace kestd {
 
@@ -99,11 +99,11 @@ TALSTATUS AttributeService::Register(const GUID& id, UINT32 size, SA_CLEANUP_CAL
                                      SA_FREE_CALLBACK freeData, HANDLE* registration)
 {
     if (!registration || size > kLargestAttribute)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     const std::lock_guard lock(mutex_);
     for (const Registration& known : registrations_)
         if (!known.isGone && known.id == id)
-            return ServiceFailure(kCodeObjectExists);
+            return HostFailure(kCodeObjectExists);
     registrations_.push_back({id, size, cleanup, freeData, false});
     *registration = reinterpret_cast<HANDLE>(registrations_.size());
     return TAL_STATUS_SUCCESS;
@@ -115,7 +115,7 @@ TALSTATUS AttributeService::Deregister(HANDLE handle)
     {
         const std::lock_guard lock(mutex_);
         if (number == 0 || number > registrations_.size() || registrations_[number - 1].isGone)
-            return ServiceFailure(kCodeNotFound);
+            return HostFailure(kCodeNotFound);
         registrations_[number - 1].isGone = true;
     }
     std::vector<AttributeBlock*> gone;
@@ -164,19 +164,19 @@ TALSTATUS AttributeService::Create(SCHANDLE session, HANDLE registration, void* 
                                    Attribute** out, UINT32* mode)
 {
     if (!out || !mode || !IsMode(createMode) || !IsMode(openMode))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *out = nullptr;
     const auto number = reinterpret_cast<uint64_t>(registration);
     for (;;) {
         SessionTable::Locked locked = sessions_.Lock(session);
         if (!locked || locked->state != Session::State::EffectiveSettings)
-            return ServiceFailure(kCodeNotFound);
+            return HostFailure(kCodeNotFound);
         if (AttributeBlock* const block = FindIn(*locked.session, number)) {
             const Found found = Take(locked.lock, *block, openMode);
             if (found == Found::Removed)
                 continue; // its making failed, or it was deleted: make it ourselves
             if (found == Found::TimedOut)
-                return ServiceFailure(kCodeTimeout);
+                return HostFailure(kCodeTimeout);
             *out = &block->shown;
             *mode = openMode;
             return TAL_STATUS_SUCCESS;
@@ -184,7 +184,7 @@ TALSTATUS AttributeService::Create(SCHANDLE session, HANDLE registration, void* 
         locked.lock.unlock(); // known attributes are found without asking for their registration
         const auto known = Registered(registration);
         if (!known)
-            return ServiceFailure(kCodeNotFound);
+            return HostFailure(kCodeNotFound);
         void* const memory = ::operator new(kDataOffset + known->size);
         std::memset(memory, 0, kDataOffset + known->size);
         auto* const block =
@@ -245,16 +245,16 @@ TALSTATUS AttributeService::Reference(SCHANDLE session, HANDLE registration, UIN
                                       Attribute** out)
 {
     if (!out || !IsMode(mode))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *out = nullptr;
     SessionTable::Locked locked = sessions_.Lock(session);
     AttributeBlock* const block =
         locked ? FindIn(*locked.session, reinterpret_cast<uint64_t>(registration)) : nullptr;
     if (!block)
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     const Found found = Take(locked.lock, *block, mode);
     if (found != Found::Taken)
-        return ServiceFailure(found == Found::TimedOut ? kCodeTimeout : kCodeNotFound);
+        return HostFailure(found == Found::TimedOut ? kCodeTimeout : kCodeNotFound);
     *out = &block->shown;
     return TAL_STATUS_SUCCESS;
 }
@@ -273,11 +273,11 @@ TALSTATUS AttributeService::Delete(UINT32 mode, Attribute* attribute)
 TALSTATUS AttributeService::End(UINT32 mode, Attribute* attribute, bool remove)
 {
     if (!attribute || !IsMode(mode))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     AttributeBlock& block = BlockOf(attribute);
     std::unique_lock lock(block.session->mutex);
     if (!GiveBack(block, mode))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     if (remove && !block.isRemoved)
         RemoveFrom(*block.session, block);
     const bool isLast = DropReference(block);
@@ -290,12 +290,12 @@ TALSTATUS AttributeService::End(UINT32 mode, Attribute* attribute, bool remove)
 TALSTATUS AttributeService::Enumerate(SCHANDLE session, UINT32 index, GUID* id)
 {
     if (!id)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     const SessionTable::Locked locked = sessions_.Lock(session);
     if (!locked)
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     if (index >= locked->attributes.size())
-        return ServiceFailure(kCodeNoMoreEntries);
+        return HostFailure(kCodeNoMoreEntries);
     *id = locked->attributes[index]->id;
     return TAL_STATUS_SUCCESS;
 }
@@ -303,7 +303,7 @@ TALSTATUS AttributeService::Enumerate(SCHANDLE session, UINT32 index, GUID* id)
 TALSTATUS AttributeService::Acquire(UINT32 mode, Attribute* attribute)
 {
     if (!attribute || !IsMode(mode))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     AttributeBlock& block = BlockOf(attribute);
     std::unique_lock lock(block.session->mutex);
     const Found found = Take(lock, block, mode);
@@ -311,18 +311,18 @@ TALSTATUS AttributeService::Acquire(UINT32 mode, Attribute* attribute)
         --block.references; // the caller's own counts already
         return TAL_STATUS_SUCCESS;
     }
-    return ServiceFailure(found == Found::TimedOut ? kCodeTimeout : kCodeNotFound);
+    return HostFailure(found == Found::TimedOut ? kCodeTimeout : kCodeNotFound);
 }
 
 TALSTATUS AttributeService::Give(Attribute* attribute)
 {
     if (!attribute)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     AttributeBlock& block = BlockOf(attribute);
     const std::lock_guard lock(block.session->mutex);
     const UINT32 mode = block.access == kWriter ? kAttributeExclusive : kAttributeShared;
     if (!GiveBack(block, mode))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return TAL_STATUS_SUCCESS;
 }
 
@@ -375,7 +375,7 @@ void AttributeService::Destroy(AttributeBlock* block)
 
 namespace {
 
-class AttributeInterface final : public ComObject<ISA> {
+class AttributeInterface final : public Object<AttributeInterface, ISA> {
   public:
     explicit AttributeInterface(AttributeService& service) : service_(service) {}
 
@@ -383,7 +383,7 @@ class AttributeInterface final : public ComObject<ISA> {
                                   SA_FREE_CALLBACK freeData, HANDLE* registration) override
     {
         if (!id)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary(
             [&] { return service_.Register(*id, size, cleanup, freeData, registration); });
     }
@@ -415,7 +415,7 @@ class AttributeInterface final : public ComObject<ISA> {
     TALSTATUS SAGetSCHandle(Attribute* attribute, SCHANDLE* session) override
     {
         if (!attribute || !session)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         *session = attribute->hSC;
         return TAL_STATUS_SUCCESS;
     }
@@ -433,8 +433,6 @@ class AttributeInterface final : public ComObject<ISA> {
     }
 
   private:
-    ~AttributeInterface() override = default;
-
     AttributeService& service_;
 };
 

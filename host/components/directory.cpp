@@ -3,9 +3,9 @@
 
 #include <limits>
 
-#include "host/components/com_object.h"
+#include "base/utf.h"
+#include "host/component.h"
 #include "host/components/directory_names.h"
-#include "host/components/text.h"
 #include <kest/talpl.h>
 
 namespace kestd {
@@ -34,16 +34,16 @@ std::u16string_view Bounded(const WCHAR* text)
     return {};
 }
 
-class Results final : public ComObject<IReadAttrResults> {
+class Results final : public Object<Results, IReadAttrResults> {
   public:
     explicit Results(std::vector<std::u16string> values) : values_(std::move(values)) {}
 
     TALSTATUS NextValue(UINT32* bytes, WCHAR** value) override
     {
         if (!bytes || !value)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         if (next_ == values_.size())
-            return ServiceFailure(kCodeNoMoreEntries);
+            return HostFailure(kCodeNoMoreEntries);
         std::u16string& text = values_[next_++];
         *bytes = static_cast<UINT32>(text.size() * sizeof(WCHAR));
         *value = text.data(); // terminated; lives as long as this object
@@ -51,39 +51,35 @@ class Results final : public ComObject<IReadAttrResults> {
     }
 
   private:
-    ~Results() override = default;
-
     std::vector<std::u16string> values_;
     size_t next_ = 0;
 };
 
-class EntryObject final : public ComObject<IDirectoryObject> {
+class EntryObject final : public Object<EntryObject, IDirectoryObject> {
   public:
     explicit EntryObject(std::shared_ptr<const DirectoryEntry> entry) : entry_(std::move(entry)) {}
 
     TALSTATUS ReadAttribute(const WCHAR* attribute, const GUID* iid, void** out) override
     {
         if (!out)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         *out = nullptr;
         const std::u16string_view name = Bounded(attribute);
         if (name.empty())
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary([&]() -> TALSTATUS {
             const auto found = entry_->find(FoldedName(name));
             if (found == entry_->end() || found->second.empty())
-                return ServiceFailure(kCodeNotFound);
-            return HandOut(new Results(found->second), iid, out);
+                return HostFailure(kCodeNotFound);
+            return kest::HandOut(new Results(found->second), iid, out);
         });
     }
 
   private:
-    ~EntryObject() override = default;
-
     const std::shared_ptr<const DirectoryEntry> entry_;
 };
 
-class DirectoryInterface final : public ComObject<IDirectory> {
+class DirectoryInterface final : public Object<DirectoryInterface, IDirectory> {
   public:
     explicit DirectoryInterface(DirectoryService& service) : service_(service) {}
 
@@ -91,25 +87,23 @@ class DirectoryInterface final : public ComObject<IDirectory> {
                    void** out) override
     {
         if (!out)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         *out = nullptr;
         const std::u16string_view text = Bounded(name);
         if (text.empty() || flags != kOpenForReading)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary([&]() -> TALSTATUS {
             if (!service_.Sessions().PrincipalOf(session)) // only who is signed in may ask
-                return ServiceFailure(kCodeAccessDenied);
+                return HostFailure(kCodeAccessDenied);
             const auto backend = service_.Backend();
             std::shared_ptr<const DirectoryEntry> entry;
             const TALSTATUS status =
-                backend ? backend->Read(text, entry) : ServiceFailure(kCodeNotFound);
-            return Failed(status) ? status : HandOut(new EntryObject(entry), iid, out);
+                backend ? backend->Read(text, entry) : HostFailure(kCodeNotFound);
+            return Failed(status) ? status : kest::HandOut(new EntryObject(entry), iid, out);
         });
     }
 
   private:
-    ~DirectoryInterface() override = default;
-
     DirectoryService& service_;
 };
 
@@ -126,10 +120,10 @@ std::u16string FoldedName(std::u16string_view name)
 UserDirectory::UserDirectory(const UserMap& users)
 {
     for (const auto& [name, user] : users) {
-        const auto dotted = ToUtf16(user->dottedName);
-        const auto tree = ToUtf16(user->tree);
-        const auto wideName = ToUtf16(name);
-        const auto mail = ToUtf16(user->mail);
+        const auto dotted = base::ToUtf16(user->dottedName);
+        const auto tree = base::ToUtf16(user->tree);
+        const auto wideName = base::ToUtf16(name);
+        const auto mail = base::ToUtf16(user->mail);
         if (!dotted || !tree || !wideName || !mail || dotted->empty() || tree->empty())
             continue;
         DirectoryEntry entry;
@@ -145,10 +139,10 @@ TALSTATUS UserDirectory::Read(std::u16string_view name,
                               std::shared_ptr<const DirectoryEntry>& entry)
 {
     if (!ParseFullName(name))
-        return ServiceFailure(kCodeInvalidRequest);
+        return HostFailure(kCodeInvalidRequest);
     const auto found = entries_.find(FoldedName(name));
     if (found == entries_.end())
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     entry = found->second;
     return TAL_STATUS_SUCCESS;
 }

@@ -7,9 +7,9 @@
 
 #include <ldap.h>
 
-#include "host/components/com_object.h"
+#include "base/utf.h"
+#include "host/component.h"
 #include "host/components/directory_names.h"
-#include "host/components/text.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -52,18 +52,18 @@ class LdapDirectory final : public DirectoryBackend {
         const auto parsed = ParseFullName(name);
         const auto ldapName = parsed ? LdapName(*parsed, settings_.base) : std::nullopt;
         if (!ldapName)
-            return ServiceFailure(kCodeInvalidRequest);
+            return HostFailure(kCodeInvalidRequest);
         if (FindCached(*ldapName, entry))
-            return entry ? TAL_STATUS_SUCCESS : ServiceFailure(kCodeNotFound);
+            return entry ? TAL_STATUS_SUCCESS : HostFailure(kCodeNotFound);
         if (IsResting())
-            return ServiceFailure(kCodeUnsuccessful);
+            return HostFailure(kCodeUnsuccessful);
         const int result = Ask(*ldapName, entry);
         if (result != LDAP_SUCCESS && result != LDAP_NO_SUCH_OBJECT) {
             Rest(result);
-            return ServiceFailure(kCodeUnsuccessful);
+            return HostFailure(kCodeUnsuccessful);
         }
         Remember(*ldapName, entry);
-        return entry ? TAL_STATUS_SUCCESS : ServiceFailure(kCodeNotFound);
+        return entry ? TAL_STATUS_SUCCESS : HostFailure(kCodeNotFound);
     }
 
   private:
@@ -166,9 +166,9 @@ class LdapDirectory final : public DirectoryBackend {
             std::vector<std::u16string> texts;
             for (size_t i = 0; values && values[i] && texts.size() < kMostValues; ++i)
                 if (values[i]->bv_len <= kLongestValue)
-                    if (auto text = ToUtf16({values[i]->bv_val, values[i]->bv_len}))
+                    if (auto text = base::ToUtf16({values[i]->bv_val, values[i]->bv_len}))
                         texts.push_back(std::move(*text));
-            const auto wide = ToUtf16(name);
+            const auto wide = base::ToUtf16(name);
             if (wide && !texts.empty())
                 (*entry)[FoldedName(*wide)] = std::move(texts);
         }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/components/directory_names.h"
 
+#include "base/ascii.h"
+#include "base/utf.h"
 #include <algorithm>
-
-#include "host/components/text.h"
 
 namespace kestd {
 
@@ -83,7 +83,8 @@ namespace {
 bool IsAttributeType(std::string_view type)
 {
     return !type.empty() && std::all_of(type.begin(), type.end(), [](char c) {
-        return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') || c == '-' || c == '.';
+        return base::IsDigit(c) || (base::Lower(c) >= 'a' && base::Lower(c) <= 'z') || c == '-' ||
+               c == '.';
     });
 }
 
@@ -115,7 +116,7 @@ std::optional<std::string> LdapName(const DirectoryName& name, std::string_view 
     std::string out;
     const size_t count = name.components.size();
     for (size_t i = count; i-- > 0;) {
-        const auto component = ToUtf8(name.components[i]);
+        const auto component = base::ToUtf8(name.components[i]);
         if (!component)
             return std::nullopt;
         const size_t equals = component->find('=');

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "host/components/com_object.h"
+#include "host/component.h"
 
 namespace kestd {
 
@@ -116,18 +116,18 @@ void EventBus::Deliver(std::unique_lock<std::mutex>& lock, const Event& event)
 
 namespace {
 
-class EventService final : public ComObject<IEvent> {
+class EventService final : public Object<EventService, IEvent> {
   public:
     explicit EventService(EventBus& bus) : bus_(bus) {}
 
     TALSTATUS RegisterEventHandlerIf(GUID* eventClass, IEventHandler* handler) override
     {
         if (!eventClass || !handler)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary([&]() -> TALSTATUS {
             const std::lock_guard lock(mutex_);
             if (Find(*eventClass) != own_.end())
-                return ServiceFailure(kCodeObjectExists);
+                return HostFailure(kCodeObjectExists);
             own_.push_back({*eventClass, 0});
             try {
                 // The reference changes hands only when this has worked: on failure it stays the
@@ -146,14 +146,14 @@ class EventService final : public ComObject<IEvent> {
     TALSTATUS DeRegisterEventHandlerIf(GUID* eventClass) override
     {
         if (!eventClass)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary([&]() -> TALSTATUS {
             EventBus::SubscriptionId id = 0;
             {
                 const std::lock_guard lock(mutex_);
                 const auto found = Find(*eventClass);
                 if (found == own_.end())
-                    return ServiceFailure(kCodeNotFound);
+                    return HostFailure(kCodeNotFound);
                 id = found->id;
                 own_.erase(found);
             }
@@ -165,11 +165,17 @@ class EventService final : public ComObject<IEvent> {
     TALSTATUS PublishEvent(GUID* eventClass, UINT32 type, void* data) override
     {
         if (!eventClass)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary([&]() -> TALSTATUS {
             return bus_.Publish(*eventClass, type, data) ? TAL_STATUS_SUCCESS
-                                                         : ServiceFailure(kCodeUnsuccessful);
+                                                         : HostFailure(kCodeUnsuccessful);
         });
+    }
+
+    ~EventService()
+    {
+        for (const Own& own : own_)
+            bus_.Unsubscribe(own.id);
     }
 
   private:
@@ -177,12 +183,6 @@ class EventService final : public ComObject<IEvent> {
         GUID eventClass;
         EventBus::SubscriptionId id;
     };
-
-    ~EventService() override
-    {
-        for (const Own& own : own_)
-            bus_.Unsubscribe(own.id);
-    }
 
     std::vector<Own>::iterator Find(const GUID& eventClass)
     {

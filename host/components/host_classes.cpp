@@ -1,16 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/components/host_classes.h"
 
-#include "host/components/com_object.h"
+#include <functional>
+
+#include "host/component.h"
 #include "host/components/util_service.h"
+#include <kest/sdk/class_object.h>
 #include <kest/tolm.h>
 
 namespace kestd {
 namespace {
 
-TALSTATUS RegisterClass(const GUID& clazz, ClassObject::Maker make)
+using Maker = std::function<TALSTATUS(const GUID* iid, void** out)>;
+using HostClass = kest::ClassObject<HostComponent, Maker>;
+
+TALSTATUS RegisterClass(const GUID& clazz, Maker make)
 {
-    const Ref<IClassFactory> factory = Ref<IClassFactory>::Adopt(new ClassObject(std::move(make)));
+    const Ref<IClassFactory> factory = Ref<IClassFactory>::Adopt(new HostClass(std::move(make)));
     return TolmRegisterClassObject(&clazz, factory.Get());
 }
 
@@ -33,18 +39,19 @@ TALSTATUS RegisterHostClasses(HostServices& services)
                                                  [](ISA* made) { made->Release(); });
     const auto util =
         std::shared_ptr<IKestUtil>(MakeUtilService(), [](IKestUtil* made) { made->Release(); });
-    const std::pair<const GUID*, ClassObject::Maker> classes[] = {
+    const std::pair<const GUID*, Maker> classes[] = {
         {&CLSID_KestSrv,
          [&services](const GUID* iid, void** out) {
              if (*iid == IID_KestSession_1)
-                 return HandOut(MakeSessionService(services.sessions), iid, out);
-             return HandOut(MakeConfigService(services.identity, services.sessions), iid, out);
+                 return kest::HandOut(MakeSessionService(services.sessions), iid, out);
+             return kest::HandOut(MakeConfigService(services.identity, services.sessions), iid,
+                                  out);
          }},
         {&CLSID_KestUtil,
          [util](const GUID* iid, void** out) { return util->QueryInterface(iid, out); }},
         {&CLSID_EventMgr,
          [&services](const GUID* iid, void** out) {
-             return HandOut(MakeEventService(services.events), iid, out);
+             return kest::HandOut(MakeEventService(services.events), iid, out);
          }},
         {&CLSID_SecurityAttributeManager,
          [attributes](const GUID* iid, void** out) {
@@ -52,11 +59,11 @@ TALSTATUS RegisterHostClasses(HostServices& services)
          }},
         {&CLSID_ObjectManagerDataStore,
          [&services](const GUID* iid, void** out) {
-             return HandOut(services.objects.MakeInterface(), iid, out);
+             return kest::HandOut(services.objects.MakeInterface(), iid, out);
          }},
         {&CLSID_Directory_1,
          [&services](const GUID* iid, void** out) {
-             return HandOut(MakeDirectoryInterface(services.directory), iid, out);
+             return kest::HandOut(MakeDirectoryInterface(services.directory), iid, out);
          }},
     };
     for (const auto& [clazz, make] : classes)

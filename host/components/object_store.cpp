@@ -7,7 +7,7 @@
 #include <new>
 #include <thread>
 
-#include "host/components/com_object.h"
+#include "host/component.h"
 
 namespace kestd {
 
@@ -84,10 +84,10 @@ ObjectStore::~ObjectStore()
 TALSTATUS ObjectStore::Initialize(const Shape& shape)
 {
     if (shape.size == 0 || shape.size > kLargestObject)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     const std::lock_guard lock(mutex_);
     if (isReady_.load(std::memory_order_relaxed))
-        return ServiceFailure(kCodeObjectExists);
+        return HostFailure(kCodeObjectExists);
     shape_ = shape;
     isReady_.store(true, std::memory_order_release);
     return TAL_STATUS_SUCCESS;
@@ -155,12 +155,12 @@ StoredObject* ObjectStore::Search(Session& session, void* key, SC_COMPARE compar
 TALSTATUS ObjectStore::Find(SCHANDLE session, void* key, SC_COMPARE compare, void** object)
 {
     if (!object || !compare || !isReady_.load(std::memory_order_acquire))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *object = nullptr;
     const SessionTable::Locked locked = sessions_.Lock(session);
     StoredObject* const found = locked ? Search(*locked.session, key, compare) : nullptr;
     if (!found)
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     *object = BodyOf(*found);
     return TAL_STATUS_SUCCESS;
 }
@@ -169,7 +169,7 @@ TALSTATUS ObjectStore::Create(SCHANDLE session, void* initData, SC_CONSTRUCTOR c
                               void* key, SC_COMPARE compare, void** object, UINT32* mode)
 {
     if (!object || !mode || !compare || !isReady_.load(std::memory_order_acquire))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     if (!Failed(Find(session, key, compare, object))) {
         *mode = kObjectExisted;
         return TAL_STATUS_SUCCESS;
@@ -178,7 +178,7 @@ TALSTATUS ObjectStore::Create(SCHANDLE session, void* initData, SC_CONSTRUCTOR c
     if (const SessionTable::Locked locked = sessions_.Lock(session); locked)
         place = locked.session;
     if (!place)
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     // Made and constructed before anybody can see it; of two racing makers the slower one throws
     // its own away.
     StoredObject* const made = NewObject(session, place);
@@ -213,7 +213,7 @@ TALSTATUS ObjectStore::Create(SCHANDLE session, void* initData, SC_CONSTRUCTOR c
     if (taken != made)
         Destroy(made, true);
     if (!taken)
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     *object = BodyOf(*taken);
     *mode = taken == made ? kObjectCreated : kObjectExisted;
     return TAL_STATUS_SUCCESS;
@@ -266,12 +266,12 @@ TALSTATUS ObjectStore::Delete(void* pointer)
 {
     StoredObject* const object = Known(pointer);
     if (!object || !object->place)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     bool isDead = false;
     {
         const std::lock_guard lock(object->place->mutex);
         if (!Unhook(*object->place, *object))
-            return ServiceFailure(kCodeNotFound);
+            return HostFailure(kCodeNotFound);
         isDead = Retire(*object);
         if (!isDead) { // goes with its last reference; no longer found
             const std::lock_guard handles(mutex_);
@@ -287,7 +287,7 @@ TALSTATUS ObjectStore::AddReference(void* pointer)
 {
     StoredObject* const object = Known(pointer);
     if (!object)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     object->references.fetch_add(1, std::memory_order_relaxed);
     return TAL_STATUS_SUCCESS;
 }
@@ -296,12 +296,12 @@ TALSTATUS ObjectStore::DropReference(void* pointer)
 {
     StoredObject* const object = Known(pointer);
     if (!object || !object->place)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     bool isDead = false;
     {
         const std::lock_guard lock(object->place->mutex);
         if (object->references.load(std::memory_order_relaxed) == 0)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         const uint32_t left = object->references.fetch_sub(1, std::memory_order_acq_rel) - 1;
         isDead = left == 0 && !object->isHooked && Retire(*object);
     }
@@ -313,17 +313,17 @@ TALSTATUS ObjectStore::DropReference(void* pointer)
 TALSTATUS ObjectStore::Enumerate(SCHANDLE session, UINT32 index, void** object)
 {
     if (!object)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *object = nullptr;
     const SessionTable::Locked locked = sessions_.Lock(session);
     if (!locked)
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     ObjectList* const list = ListIn(*locked.session);
     StoredObject* at = list ? list->first : nullptr;
     for (; at && index > 0; --index)
         at = at->next;
     if (!at)
-        return ServiceFailure(kCodeNoMoreEntries);
+        return HostFailure(kCodeNoMoreEntries);
     at->references.fetch_add(1, std::memory_order_relaxed);
     *object = BodyOf(*at);
     return TAL_STATUS_SUCCESS;
@@ -333,7 +333,7 @@ TALSTATUS ObjectStore::HandleOf(void* pointer, HANDLE* handle) const
 {
     const StoredObject* const object = Known(pointer);
     if (!object || !object->handle || !handle)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *handle = reinterpret_cast<HANDLE>(object->handle);
     return TAL_STATUS_SUCCESS;
 }
@@ -341,15 +341,15 @@ TALSTATUS ObjectStore::HandleOf(void* pointer, HANDLE* handle) const
 TALSTATUS ObjectStore::ReferenceByHandle(const SCHANDLE* session, HANDLE handle, void** object)
 {
     if (!object)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *object = nullptr;
     const std::lock_guard lock(mutex_);
     const auto found = handles_.find(reinterpret_cast<uint64_t>(handle));
     if (found == handles_.end())
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     StoredObject& known = *found->second;
     if (session && (session->hTypeId != known.session.hTypeId || session->hId != known.session.hId))
-        return ServiceFailure(kCodeAccessDenied);
+        return HostFailure(kCodeAccessDenied);
     known.references.fetch_add(1, std::memory_order_relaxed);
     *object = BodyOf(known);
     return TAL_STATUS_SUCCESS;
@@ -359,7 +359,7 @@ TALSTATUS ObjectStore::Acquire(void* pointer)
 {
     StoredObject* const object = Known(pointer);
     if (!object)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     object->access.lock();
     return TAL_STATUS_SUCCESS;
 }
@@ -368,7 +368,7 @@ TALSTATUS ObjectStore::Give(void* pointer)
 {
     StoredObject* const object = Known(pointer);
     if (!object)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     object->access.unlock();
     return TAL_STATUS_SUCCESS;
 }
@@ -377,7 +377,7 @@ TALSTATUS ObjectStore::SessionOf(void* pointer, SCHANDLE* session) const
 {
     const StoredObject* const object = Known(pointer);
     if (!object || !object->place || !session)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *session = object->session;
     return TAL_STATUS_SUCCESS;
 }
@@ -385,7 +385,7 @@ TALSTATUS ObjectStore::SessionOf(void* pointer, SCHANDLE* session) const
 TALSTATUS ObjectStore::Allocate(void** object)
 {
     if (!object || !isReady_.load(std::memory_order_acquire))
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *object = BodyOf(*NewObject({}, nullptr));
     return TAL_STATUS_SUCCESS;
 }
@@ -394,7 +394,7 @@ TALSTATUS ObjectStore::Deallocate(void* pointer)
 {
     StoredObject* const object = Known(pointer);
     if (!object || object->place)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     Destroy(object, false);
     return TAL_STATUS_SUCCESS;
 }
@@ -440,7 +440,7 @@ void ObjectStore::EndSession(SCHANDLE session)
     }
 }
 
-class ObjectStoreInterface final : public ComObject<ISCOM> {
+class ObjectStoreInterface final : public Object<ObjectStoreInterface, ISCOM> {
   public:
     ObjectStoreInterface(ObjectStores& all, std::shared_ptr<ObjectStore> store)
         : all_(all), store_(std::move(store))
@@ -453,7 +453,7 @@ class ObjectStoreInterface final : public ComObject<ISCOM> {
                          SC_SESSION_CLEANUP cleanup, UINT32) override
     {
         if (!owner)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary([&] {
             return store_->Initialize({*owner, size, destructor, constructor, cleanup});
         });
@@ -528,9 +528,9 @@ class ObjectStoreInterface final : public ComObject<ISCOM> {
         return AtBoundary([&] { return store_->Statistics(objects, bytes); });
     }
 
-  private:
-    ~ObjectStoreInterface() override { all_.Forget(store_.get()); }
+    ~ObjectStoreInterface() { all_.Forget(store_.get()); }
 
+  private:
     ObjectStores& all_;
     const std::shared_ptr<ObjectStore> store_;
 };

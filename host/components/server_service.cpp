@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "host/components/com_object.h"
-#include "host/components/text.h"
+#include "base/utf.h"
+#include "host/component.h"
 
 namespace kestd {
 namespace {
@@ -13,11 +13,11 @@ namespace {
 TALSTATUS Answer(std::string_view text, UINT32* length, char* buffer)
 {
     if (!length || !buffer)
-        return ServiceFailure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     const UINT32 room = *length;
     *length = static_cast<UINT32>(text.size());
     if (text.size() + 1 > room)
-        return ServiceFailure(kCodeBufferTooSmall);
+        return HostFailure(kCodeBufferTooSmall);
     std::copy(text.begin(), text.end(), buffer);
     buffer[text.size()] = '\0';
     return TAL_STATUS_SUCCESS;
@@ -30,7 +30,7 @@ UNICODE_STRING CountedOver(std::u16string& text)
     return {static_cast<UINT16>(bytes), static_cast<UINT16>(bytes), text.data()};
 }
 
-class ConfigService final : public ComObject<IKestConfig> {
+class ConfigService final : public Object<ConfigService, IKestConfig> {
   public:
     ConfigService(std::shared_ptr<const HostIdentity> identity, const SessionTable& sessions)
         : identity_(std::move(identity)), proxy_(identity_->proxy), sessions_(sessions)
@@ -41,7 +41,7 @@ class ConfigService final : public ComObject<IKestConfig> {
     // A module learns its location in ModuleInit and cannot move.
     TALSTATUS SetLocation(GUID*, KEST_LOCATION_ACCESS, UNICODE_STRING*) override
     {
-        return ServiceFailure(kCodeNotImplemented);
+        return HostFailure(kCodeNotImplemented);
     }
     TALSTATUS GetHostname(UINT32* length, char* buffer) override
     {
@@ -58,7 +58,7 @@ class ConfigService final : public ComObject<IKestConfig> {
     TALSTATUS GetSessionTimeout(UINT32* seconds) override
     {
         if (!seconds)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         return AtBoundary([&]() -> TALSTATUS {
             *seconds = static_cast<UINT32>(sessions_.IdleTime().count());
             return TAL_STATUS_SUCCESS;
@@ -67,36 +67,34 @@ class ConfigService final : public ComObject<IKestConfig> {
     TALSTATUS GetProxyInformation(UNICODE_STRING** proxy) override
     {
         if (!proxy)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         if (proxy_.empty())
-            return ServiceFailure(kCodeNotFound);
+            return HostFailure(kCodeNotFound);
         *proxy = &proxyCounted_; // belongs to this object
         return TAL_STATUS_SUCCESS;
     }
     // Users sign in without a domain.
     TALSTATUS EnumAuthenticationDomains(UINT32, UNICODE_STRING**) override
     {
-        return ServiceFailure(kCodeNoMoreEntries);
+        return HostFailure(kCodeNoMoreEntries);
     }
     TALSTATUS EnumDomainContexts(UNICODE_STRING*, UINT32, UNICODE_STRING**) override
     {
-        return ServiceFailure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     }
     TALSTATUS SetProxyCredentials(UNICODE_STRING*, UNICODE_STRING*) override
     {
-        return ServiceFailure(kCodeNotImplemented); // the host makes no requests of its own
+        return HostFailure(kCodeNotImplemented); // the host makes no requests of its own
     }
 
   private:
-    ~ConfigService() override = default;
-
     const std::shared_ptr<const HostIdentity> identity_;
     std::u16string proxy_;
     UNICODE_STRING proxyCounted_{};
     const SessionTable& sessions_;
 };
 
-class SessionService final : public ComObject<IKestSession> {
+class SessionService final : public Object<SessionService, IKestSession> {
   public:
     explicit SessionService(SessionTable& sessions) : sessions_(sessions) {}
 
@@ -105,11 +103,11 @@ class SessionService final : public ComObject<IKestSession> {
         return AtBoundary([&]() -> TALSTATUS {
             auto principal = sessions_.PrincipalOf(session);
             if (!principal)
-                return ServiceFailure(kCodeNotFound);
-            auto user = ToUtf16(principal->dottedName);
-            auto domain = ToUtf16(principal->tree);
+                return HostFailure(kCodeNotFound);
+            auto user = base::ToUtf16(principal->dottedName);
+            auto domain = base::ToUtf16(principal->tree);
             if (!user || !domain)
-                return ServiceFailure(kCodeInvalidRequest);
+                return HostFailure(kCodeInvalidRequest);
             hasUser_ = !principal->name.empty();
             user_ = std::move(*user);
             domain_ = std::move(*domain);
@@ -122,9 +120,9 @@ class SessionService final : public ComObject<IKestSession> {
     TALSTATUS GetPrimaryCredentials(UNICODE_STRING** user, UNICODE_STRING** domain) override
     {
         if (!isAssociated_)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         if (!hasUser_)
-            return ServiceFailure(kCodeNotFound);
+            return HostFailure(kCodeNotFound);
         if (user)
             *user = &userCounted_;
         if (domain)
@@ -133,8 +131,6 @@ class SessionService final : public ComObject<IKestSession> {
     }
 
   private:
-    ~SessionService() override = default;
-
     SessionTable& sessions_;
     bool isAssociated_ = false;
     bool hasUser_ = false;

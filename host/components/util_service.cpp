@@ -6,21 +6,24 @@
 #include <cerrno>
 #include <cstring>
 
-#include "host/components/com_object.h"
-#include "host/components/dates.h"
-#include "host/components/mime.h"
-#include "host/components/text.h"
+#include "base/http_date.h"
+#include "base/media_types.h"
+#include "base/percent.h"
+#include "base/system_time.h"
+#include "base/utf.h"
+#include "host/component.h"
+#include <kest/sdk/text.h>
 
 namespace kestd {
 namespace {
 
-constexpr TALSTATUS kNullArgument = ServiceFailure(kCodeInvalidParameter);
+constexpr TALSTATUS kNullArgument = HostFailure(kCodeInvalidParameter);
 
 // Copies `text` and a terminator into a caller's string.
 TALSTATUS Store(std::string_view text, STRING* out)
 {
     if (text.size() + 1 > out->MaximumLength)
-        return ServiceFailure(kCodeBufferTooSmall);
+        return HostFailure(kCodeBufferTooSmall);
     std::copy(text.begin(), text.end(), out->Buffer);
     out->Buffer[text.size()] = '\0';
     out->Length = static_cast<UINT16>(text.size());
@@ -42,15 +45,15 @@ bool HasText(const UNICODE_STRING* in)
     return in && (in->Buffer || in->Length == 0);
 }
 
-class UtilService final : public ComObject<IKestUtil> {
+class UtilService final : public Object<UtilService, IKestUtil> {
   public:
     TALSTATUS SystemTimeTo8601Time(UINT64* time, STRING* out) override
     {
         if (!time || !CanHold(out))
             return kNullArgument;
-        std::array<char, kIsoDateLength> text{};
-        if (!FormatIsoDate(*time, text.data()))
-            return ServiceFailure(kCodeInvalidParameter);
+        std::array<char, base::kIsoDateLength> text{};
+        if (!base::FormatIsoDate(*time, text.data()))
+            return HostFailure(kCodeInvalidParameter);
         return Store({text.data(), text.size()}, out);
     }
 
@@ -58,9 +61,9 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!time || !CanHold(out))
             return kNullArgument;
-        std::array<char, kHttpDateLength> text{};
-        if (!FormatHttpDate(*time, text.data()))
-            return ServiceFailure(kCodeInvalidParameter);
+        std::array<char, base::kHttpDateLength> text{};
+        if (!base::FormatHttpDate(*time, text.data()))
+            return HostFailure(kCodeInvalidParameter);
         return Store({text.data(), text.size()}, out);
     }
 
@@ -68,9 +71,9 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!HasText(text) || !time)
             return kNullArgument;
-        const auto parsed = ParseHttpDate(ViewOf(*text), SystemTimeNow());
+        const auto parsed = base::ParseHttpDate(kest::ViewOf(*text), base::SystemTimeNow());
         if (!parsed)
-            return ServiceFailure(kCodeInvalidRequest);
+            return HostFailure(kCodeInvalidRequest);
         *time = *parsed;
         return TAL_STATUS_SUCCESS;
     }
@@ -79,7 +82,7 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!time || !out)
             return kNullArgument;
-        *out = SystemTimeToUnix(*time);
+        *out = base::SystemTimeToUnix(*time);
         return TAL_STATUS_SUCCESS;
     }
 
@@ -87,7 +90,7 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!time || !out)
             return kNullArgument;
-        *out = SystemTimeToCalendar(*time);
+        *out = base::SystemTimeToCalendar(*time);
         return TAL_STATUS_SUCCESS;
     }
 
@@ -95,9 +98,9 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!out)
             return kNullArgument;
-        const auto converted = UnixToSystemTime(time);
+        const auto converted = base::UnixToSystemTime(time);
         if (!converted)
-            return ServiceFailure(kCodeInvalidParameter);
+            return HostFailure(kCodeInvalidParameter);
         *out = *converted;
         return TAL_STATUS_SUCCESS;
     }
@@ -106,7 +109,7 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!HasText(in) || !CanHold(out))
             return kNullArgument;
-        return AtBoundary([&] { return Store(EscapeUriPath(ViewOf(*in)), out); });
+        return AtBoundary([&] { return Store(base::PercentEncode(kest::ViewOf(*in)), out); });
     }
 
     // `flags` is kept for the contract; no bit has a meaning.
@@ -115,8 +118,8 @@ class UtilService final : public ComObject<IKestUtil> {
         if (!HasText(in) || !CanHold(out))
             return kNullArgument;
         return AtBoundary([&] {
-            const auto utf8 = ToUtf8(ViewOf(*in));
-            return utf8 ? Store(EscapeUriPath(*utf8), out) : ServiceFailure(kCodeInvalidRequest);
+            const auto utf8 = base::ToUtf8(kest::ViewOf(*in));
+            return utf8 ? Store(base::PercentEncode(*utf8), out) : HostFailure(kCodeInvalidRequest);
         });
     }
 
@@ -124,14 +127,16 @@ class UtilService final : public ComObject<IKestUtil> {
     {
         if (!HasText(name) || !type)
             return kNullArgument;
-        return AtBoundary([&] { return Answer(MimeTypes::System().Find(ViewOf(*name)), type); });
+        return AtBoundary(
+            [&] { return Answer(base::MediaTypes::System().Find(kest::ViewOf(*name)), type); });
     }
 
     TALSTATUS GetMimeTypeFromUTF8Object(STRING* name, char** type) override
     {
         if (!HasText(name) || !type)
             return kNullArgument;
-        return AtBoundary([&] { return Answer(MimeTypes::System().Find(ViewOf(*name)), type); });
+        return AtBoundary(
+            [&] { return Answer(base::MediaTypes::System().Find(kest::ViewOf(*name)), type); });
     }
 
     TALSTATUS UnescapeUri(STRING* in, STRING* out) override
@@ -139,8 +144,8 @@ class UtilService final : public ComObject<IKestUtil> {
         if (!HasText(in) || !CanHold(out))
             return kNullArgument;
         return AtBoundary([&] {
-            const auto text = UnescapeUriPath(ViewOf(*in));
-            return text ? Store(*text, out) : ServiceFailure(kCodeInvalidRequest);
+            const auto text = base::PercentDecode(kest::ViewOf(*in));
+            return text ? Store(*text, out) : HostFailure(kCodeInvalidRequest);
         });
     }
 
@@ -150,12 +155,10 @@ class UtilService final : public ComObject<IKestUtil> {
     }
 
   private:
-    ~UtilService() override = default;
-
     static TALSTATUS Answer(const char* found, char** type)
     {
         if (!found)
-            return ServiceFailure(kCodeNotFound);
+            return HostFailure(kCodeNotFound);
         *type = const_cast<char*>(found); // the contract has no const; nobody writes to it
         return TAL_STATUS_SUCCESS;
     }
@@ -213,8 +216,8 @@ TALSTATUS StatusOfErrno(int error)
         return TAL_STATUS_SUCCESS;
     for (const ErrnoRow& row : kErrnoRows)
         if (row.error == error)
-            return ServiceFailure(row.code);
-    return ServiceFailure(kCodeUnsuccessful);
+            return HostFailure(row.code);
+    return HostFailure(kCodeUnsuccessful);
 }
 
 } // namespace kestd

@@ -4,24 +4,23 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <thread>
 
-#include <arpa/inet.h>
 #include <sys/stat.h>
 
-#include "host/components/text.h"
+#include "base/ascii.h"
+#include "base/host_name.h"
+#include "base/uri.h"
+#include "base/utf.h"
 #include <kest/tolm.h>
 
 namespace kestd {
 namespace {
 
-constexpr size_t kLargestRecord = 64 * 1024; // bytes of one value
-
 std::string Narrowed(std::u16string_view text)
 {
-    return ToUtf8(text).value_or("?");
+    return base::ToUtf8(text).value_or("?");
 }
 
 std::string PlaceOf(const char16_t* key, const char16_t* name)
@@ -33,55 +32,31 @@ std::string PlaceOf(const char16_t* key, const char16_t* name)
     return std::string(text.data(), length) + ": ";
 }
 
-bool ParsePort(std::string_view text, uint16_t& port)
-{
-    if (text.empty() || text.size() > 5)
-        return false;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 } // namespace
 
 RegistryReader::RegistryReader(ITalpl& platform, const char16_t* key)
-    : platform_(platform), key_(key), record_(512)
+    : key_(key), open_(platform, key)
 {
-    HANDLE handle = nullptr;
-    if (!Failed(platform.TalxOpenKey(key, TALX_KEY_READ, &handle)))
-        handle_ = handle;
 }
 
-RegistryReader::~RegistryReader()
+bool RegistryReader::Took(const char16_t* name, kest::ReadResult result, const char* expected)
 {
-    if (handle_)
-        (void)platform_.TalxCloseKey(handle_); // it was open
-}
-
-const TALX_KEY_VALUE_INFORMATION* RegistryReader::Query(const char16_t* name)
-{
-    if (!handle_ || !problem_.empty())
-        return nullptr;
-    for (;;) {
-        UINT32 needed = 0;
-        const auto size = static_cast<UINT32>(record_.size() * sizeof(uint64_t));
-        const TALSTATUS status =
-            platform_.TalxQueryValueKey(handle_, name, record_.data(), size, &needed);
-        if (!Failed(status))
-            return reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(record_.data());
-        if (Code(status) == kCodeNotFound)
-            return nullptr;
-        if (Code(status) != kCodeBufferTooSmall || needed <= size || needed > kLargestRecord) {
-            Refuse(name, "the value cannot be read");
-            return nullptr;
-        }
-        record_.resize(needed / sizeof(uint64_t) + 1);
+    switch (result) {
+    case kest::ReadResult::Read:
+        return true;
+    case kest::ReadResult::Missing:
+        return false;
+    case kest::ReadResult::OtherType:
+        Refuse(name, expected);
+        return false;
+    case kest::ReadResult::Malformed:
+        Refuse(name, "expected valid Unicode text");
+        return false;
+    case kest::ReadResult::Unreadable:
+        break;
     }
-}
-
-std::u16string_view RegistryReader::WideText(const TALX_KEY_VALUE_INFORMATION& info) const
-{
-    const auto* const bytes = reinterpret_cast<const char*>(&info) + info.ValueOffset;
-    return {reinterpret_cast<const char16_t*>(bytes), info.ValueLength / sizeof(char16_t)};
+    Refuse(name, "the value cannot be read");
+    return false;
 }
 
 void RegistryReader::Refuse(const char16_t* name, const std::string& reason)
@@ -93,60 +68,25 @@ void RegistryReader::Refuse(const char16_t* name, const std::string& reason)
 
 bool RegistryReader::Has(const char16_t* name)
 {
-    return Query(name) != nullptr;
+    return problem_.empty() && open_.Find(name) == kest::ReadResult::Read;
 }
 
 void RegistryReader::Text(const char16_t* name, std::string& value)
 {
-    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
-    if (!info)
-        return;
-    if (info->ValueType != TALX_REG_SZ)
-        return Refuse(name, "expected a text");
-    std::u16string_view text = WideText(*info);
-    if (text.ends_with(u'\0'))
-        text.remove_suffix(1);
-    auto narrow = ToUtf8(text);
-    if (!narrow)
-        return Refuse(name, "expected valid Unicode text");
-    value = std::move(*narrow);
+    if (problem_.empty())
+        (void)Took(name, open_.Text(name, value), "expected a text");
 }
 
 void RegistryReader::Texts(const char16_t* name, std::vector<std::string>& value)
 {
-    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
-    if (!info)
-        return;
-    if (info->ValueType != TALX_REG_MULTI_SZ)
-        return Refuse(name, "expected a list of texts");
-    std::vector<std::string> read;
-    std::u16string_view rest = WideText(*info);
-    while (!rest.empty() && rest.front() != u'\0') {
-        const size_t end = std::min(rest.find(u'\0'), rest.size());
-        auto narrow = ToUtf8(rest.substr(0, end));
-        if (!narrow)
-            return Refuse(name, "expected valid Unicode text");
-        read.push_back(std::move(*narrow));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
-    value = std::move(read);
+    if (problem_.empty())
+        (void)Took(name, open_.Texts(name, value), "expected a list of texts");
 }
 
 void RegistryReader::Number(const char16_t* name, uint64_t& value)
 {
-    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
-    if (!info)
-        return;
-    const auto* const bytes = reinterpret_cast<const char*>(info) + info->ValueOffset;
-    if (info->ValueType == TALX_REG_UINT32) {
-        uint32_t number = 0;
-        std::memcpy(&number, bytes, sizeof number);
-        value = number;
-    } else if (info->ValueType == TALX_REG_UINT64) {
-        std::memcpy(&value, bytes, sizeof value);
-    } else {
-        Refuse(name, "expected a number");
-    }
+    if (problem_.empty())
+        (void)Took(name, open_.Number(name, value), "expected a number");
 }
 
 void RegistryReader::Number(const char16_t* name, uint32_t& value, uint32_t least, uint32_t most)
@@ -163,38 +103,26 @@ void RegistryReader::Number(const char16_t* name, uint32_t& value, uint32_t leas
 
 void RegistryReader::Flag(const char16_t* name, bool& value)
 {
-    const TALX_KEY_VALUE_INFORMATION* const info = Query(name);
-    if (!info)
-        return;
-    uint32_t number = 2;
-    if (info->ValueType == TALX_REG_UINT32)
-        std::memcpy(&number, reinterpret_cast<const char*>(info) + info->ValueOffset,
-                    sizeof number);
-    if (number > 1)
-        return Refuse(name, "expected true or false");
-    value = number == 1;
+    if (problem_.empty())
+        (void)Took(name, open_.Flag(name, value), "expected true or false");
 }
 
 void RegistryReader::AllTexts(std::vector<std::pair<std::string, std::string>>& values)
 {
-    for (UINT32 index = 0; handle_ && problem_.empty(); ++index) {
-        std::array<uint64_t, 1024> record{};
-        UINT32 needed = 0;
-        const TALSTATUS status =
-            platform_.TalxEnumerateValueKey(handle_, index, record.data(), sizeof record, &needed);
-        if (Code(status) == kCodeNoMoreEntries)
+    std::u16string name;
+    for (UINT32 index = 0; problem_.empty(); ++index) {
+        const kest::ReadResult found = open_.NameAt(index, name);
+        if (found == kest::ReadResult::Missing)
             return;
-        if (Failed(status)) {
-            problem_ = "'" + Narrowed(key_) + "': a value is too long";
+        if (found != kest::ReadResult::Read) {
+            problem_ = "'" + Narrowed(key_) + "': a value cannot be read";
             return;
         }
-        const auto* const info = reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(record.data());
-        const std::u16string name(info->KeyValueName, info->KeyValueNameLength / sizeof(char16_t));
         std::string value;
         Text(name.c_str(), value);
         const std::string narrow = Narrowed(name);
         const auto known = std::find_if(values.begin(), values.end(), [&](const auto& one) {
-            return EqualsIgnoringCase(one.first, narrow);
+            return base::EqualsIgnoringCase(one.first, narrow);
         });
         if (known != values.end())
             known->second = value;
@@ -255,7 +183,7 @@ void ReadServer(RegistryReader& in, ServerSettings& server)
     in.Text(u"Realm", server.realm);
     in.Flag(u"Access Log", server.accessLog);
     in.Text(u"Wharf Directory", server.wharfDirectory);
-    if (server.realm.empty() || HasControlCharacter(server.realm))
+    if (server.realm.empty() || base::HasControlOrTab(server.realm))
         in.Refuse(u"Realm", "expected a text without control characters");
     if (!server.publicUrl.empty())
         if (const std::string wrong = WhatIsWrongWithPublicUrl(server.publicUrl); !wrong.empty())
@@ -335,7 +263,7 @@ std::string WhatIsWrongWithTemplates(const std::string& directory)
     constexpr size_t kMostBytes = 255;
     if (!directory.empty() && directory.back() != '/')
         return "expected a directory with a '/' at its end";
-    const auto wide = ToUtf16(directory);
+    const auto wide = base::ToUtf16(directory);
     if (!wide || wide->size() > kMostUnits || directory.size() > kMostBytes)
         return "expected at most " + std::to_string(kMostUnits) + " characters (" +
                std::to_string(kMostBytes) + " bytes); name it by a shorter path";
@@ -362,7 +290,7 @@ std::string CheckModule(ITalpl& platform)
     std::string moniker = "/Ferro";
     in.Text(u"Moniker", moniker);
     const bool isPath = moniker.size() >= 2 && moniker.size() < 200 && moniker.front() == '/' &&
-                        moniker.back() != '/' && !HasControlCharacter(moniker);
+                        moniker.back() != '/' && !base::HasControlOrTab(moniker);
     if (!isPath)
         in.Refuse(u"Moniker", "expected a path such as '/Ferro', with a '/' at its beginning and "
                               "none at its end");
@@ -383,8 +311,7 @@ std::string CheckStore(ITalpl& platform)
     in.Number(u"Reserve", size, 0, 1U << 20);
     std::string address = "127.0.0.1";
     in.Text(u"Server Address", address);
-    in_addr four{};
-    if (inet_pton(AF_INET, address.c_str(), &four) != 1)
+    if (!base::IsIpv4Address(address))
         in.Refuse(u"Server Address", "expected an IPv4 address");
     return in.Problem();
 }
@@ -395,7 +322,7 @@ std::string CheckVolumes(ITalpl& platform)
     std::vector<std::pair<std::string, std::string>> volumes;
     in.AllTexts(volumes);
     for (const auto& [name, directory] : volumes) {
-        const std::u16string wide = ToUtf16(name).value_or(u"?");
+        const std::u16string wide = base::ToUtf16(name).value_or(u"?");
         struct stat info {};
         if (name.find('/') != std::string::npos || name == "." || name == "..")
             in.Refuse(wide.c_str(), "a volume's name holds no '/' and is neither '.' nor '..'");
@@ -420,17 +347,14 @@ std::string CheckComponentSettings(ITalpl& platform)
 bool ParseListenAddress(std::string_view text, ListenAddress& address)
 {
     const size_t colon = text.rfind(':');
-    if (colon == std::string_view::npos || !ParsePort(text.substr(colon + 1), address.port))
+    if (colon == std::string_view::npos || !base::ParsePort(text.substr(colon + 1), address.port))
         return false;
     std::string_view host = text.substr(0, colon);
     const bool isBracketed = host.starts_with('[') && host.ends_with(']') && host.size() > 2;
     if (isBracketed)
         host = host.substr(1, host.size() - 2);
     address.address = host;
-    in_addr four{};
-    in6_addr six{};
-    return isBracketed ? inet_pton(AF_INET6, address.address.c_str(), &six) == 1
-                       : inet_pton(AF_INET, address.address.c_str(), &four) == 1;
+    return isBracketed ? base::IsIpv6Address(host) : base::IsIpv4Address(host);
 }
 
 std::string FormatListenAddress(const ListenAddress& address)
@@ -440,46 +364,23 @@ std::string FormatListenAddress(const ListenAddress& address)
            std::to_string(address.port);
 }
 
-bool IsLoopback(const std::string& address)
-{
-    in_addr four{};
-    if (inet_pton(AF_INET, address.c_str(), &four) == 1)
-        return (ntohl(four.s_addr) >> 24) == 127;
-    in6_addr six{};
-    if (inet_pton(AF_INET6, address.c_str(), &six) != 1)
-        return false;
-    const bool isMappedLoopback = IN6_IS_ADDR_V4MAPPED(&six) && six.s6_addr[12] == 127;
-    return IN6_IS_ADDR_LOOPBACK(&six) || isMappedLoopback;
-}
-
 namespace {
 
-// The authority of an http or https URL; empty when it is none.
-std::string_view AuthorityOf(std::string_view url, bool& isSecure)
+bool IsSecure(std::string_view scheme)
 {
-    for (const std::string_view scheme : {"http://", "https://"})
-        if (EqualsIgnoringCase(url.substr(0, scheme.size()), scheme)) {
-            isSecure = scheme.size() == 8;
-            url.remove_prefix(scheme.size());
-            return url.substr(0, url.find_first_of("/?#"));
-        }
-    return {};
+    return base::EqualsIgnoringCase(scheme, "https");
 }
 
 } // namespace
 
 std::string WhatIsWrongWithPublicUrl(std::string_view url)
 {
-    bool isSecure = false;
-    const std::string_view authority = AuthorityOf(url, isSecure);
-    const std::string_view rest = url.substr(
-        authority.empty() ? 0
-                          : static_cast<size_t>(authority.data() - url.data()) + authority.size());
-    constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                          "0123456789-._~[]:";
-    if (authority.empty() || authority.find_first_not_of(kAllowed) != std::string_view::npos)
+    std::string_view scheme;
+    std::string_view host;
+    const bool isServer = base::TakeOrigin(url, scheme, host);
+    if (!isServer || !(base::EqualsIgnoringCase(scheme, "http") || IsSecure(scheme)))
         return "expected http://HOST[:PORT] or https://HOST[:PORT]";
-    if (!rest.empty() && rest != "/")
+    if (!url.empty() && url != "/")
         return "expected no path behind the host";
     return {};
 }
@@ -488,21 +389,24 @@ HostName NameOfHost(const ServerSettings& settings)
 {
     HostName name;
     bool isSecure = !settings.tlsCertificate.empty();
-    std::string_view authority;
-    if (!settings.publicUrl.empty())
-        authority = AuthorityOf(settings.publicUrl, isSecure);
-    const std::string ownPort = isSecure ? "443" : "80";
-    if (authority.empty()) {
+    std::string_view url = settings.publicUrl;
+    std::string_view scheme;
+    std::string_view host;
+    if (base::TakeOrigin(url, scheme, host)) {
+        isSecure = IsSecure(scheme);
+        std::string_view bare;
+        std::string_view port;
+        base::SplitHost(host, bare, port);
+        name.hostname = host;
+        name.port = port;
+    } else {
         const ListenAddress first = settings.listen.empty() ? ListenAddress{} : settings.listen[0];
         name.port = std::to_string(first.port);
         name.hostname = FormatListenAddress(first);
-    } else {
-        name.hostname = authority;
-        const size_t colon = authority.rfind(':');
-        const bool hasPort =
-            colon != std::string_view::npos && authority.find(']', colon) == std::string_view::npos;
-        name.port = hasPort ? std::string(authority.substr(colon + 1)) : ownPort;
     }
+    const std::string ownPort = isSecure ? "443" : "80";
+    if (name.port.empty())
+        name.port = ownPort;
     const std::string tail = ":" + name.port;
     const bool isPlain = name.port == ownPort || name.port == "0"; // not known before listening
     if (isPlain && name.hostname.ends_with(tail))

@@ -15,6 +15,7 @@
 #include "host/components/directory_ldap.h"
 #include "host/config/settings.h"
 #include <kest/com.h>
+#include <kest/sdk/registry.h>
 #include <kest/talpl.h>
 
 namespace kestd {
@@ -33,9 +34,6 @@ class RegistryReader {
   public:
     // `key` is a full path; it need not exist.
     RegistryReader(ITalpl& platform, const char16_t* key);
-    ~RegistryReader();
-    RegistryReader(const RegistryReader&) = delete;
-    RegistryReader& operator=(const RegistryReader&) = delete;
 
     void Text(const char16_t* name, std::string& value);
     void Texts(const char16_t* name, std::vector<std::string>& value);
@@ -59,14 +57,11 @@ class RegistryReader {
     const std::string& Problem() const { return problem_; }
 
   private:
-    // The record of a value; null when it is missing or there is a problem already.
-    const TALX_KEY_VALUE_INFORMATION* Query(const char16_t* name);
-    std::u16string_view WideText(const TALX_KEY_VALUE_INFORMATION& info) const;
+    // Whether a value was read; what is wrong with it otherwise becomes the problem.
+    bool Took(const char16_t* name, kest::ReadResult result, const char* expected);
 
-    ITalpl& platform_;
     const char16_t* const key_;
-    HANDLE handle_ = nullptr;
-    std::vector<uint64_t> record_; // aligned for the record
+    kest::RegistryKey open_;
     std::string problem_;
 };
 
@@ -93,7 +88,6 @@ std::string CheckComponentSettings(ITalpl& platform);
 // "ADDR:PORT", "[ADDR]:PORT" for IPv6. False when it is neither; names are not resolved.
 bool ParseListenAddress(std::string_view text, ListenAddress& address);
 std::string FormatListenAddress(const ListenAddress& address);
-bool IsLoopback(const std::string& address);
 
 // Empty when the text is an absolute http or https URL of a server without a path, query or user;
 // else what is wrong with it. A trailing "/" is allowed.

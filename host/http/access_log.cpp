@@ -2,10 +2,11 @@
 #include "host/http/access_log.h"
 
 #include <charconv>
-#include <cstdio>
 #include <ctime>
 #include <new>
 
+#include "base/hex.h"
+#include "base/http_date.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -22,8 +23,8 @@ void PutEscaped(std::string& out, std::string_view text)
         if (byte >= 0x20 && byte != 0x7F && c != '"' && c != '\\') {
             out.push_back(c);
         } else {
-            constexpr char kHex[] = "0123456789abcdef";
-            out.append({'\\', 'x', kHex[byte >> 4], kHex[byte & 0xF]});
+            out.append("\\x");
+            base::AppendHex(out, byte, base::kLowerHex);
         }
     }
 }
@@ -34,23 +35,12 @@ void PutNumber(std::string& out, uint64_t number)
     out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
-// "[20/Nov/2026:13:55:01 +0000]", formatted once a second by each thread.
-std::string_view Stamp(time_t now)
+// "[20/Nov/2026:13:55:01 +0000]"
+void PutStamp(std::string& out, time_t now)
 {
-    thread_local time_t last = -1;
-    thread_local char text[40];
-    thread_local size_t size = 0;
-    if (now != last) {
-        static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-        tm t{};
-        gmtime_r(&now, &t);
-        size = static_cast<size_t>(
-            std::snprintf(text, sizeof text, "[%02d/%s/%04d:%02d:%02d:%02d +0000]", t.tm_mday,
-                          kMonths[t.tm_mon], t.tm_year + 1900, t.tm_hour, t.tm_min, t.tm_sec));
-        last = now;
-    }
-    return {text, size};
+    char text[base::kLogDateLength];
+    if (base::FormatLogDate(base::SystemTimeOf(now, 0), text))
+        out.append(text, sizeof text);
 }
 
 } // namespace
@@ -63,7 +53,8 @@ void FormatAccessLine(const AccessRecord& record, time_t now, std::string& out)
     else
         PutEscaped(out, record.user);
     out.push_back(' ');
-    out.append(Stamp(now)).append(" \"");
+    PutStamp(out, now);
+    out.append(" \"");
     if (record.method.empty()) {
         out.push_back('-');
     } else {
@@ -82,17 +73,18 @@ void FormatAccessLine(const AccessRecord& record, time_t now, std::string& out)
 
 void AccessLog::Write(const AccessRecord& record) noexcept
 {
-    try {
-        thread_local std::string line;
-        line.clear();
-        FormatAccessLine(record, std::time(nullptr), line);
-        line.push_back('\n');
-        std::unique_lock lock(mutex_);
-        lines_.append(line);
+    const time_t now = std::time(nullptr);
+    {
+        const std::lock_guard lock(mutex_);
+        const size_t before = lines_.size();
+        try {
+            FormatAccessLine(record, now, lines_);
+            lines_.push_back('\n');
+        } catch (const std::bad_alloc&) {
+            lines_.resize(before); // a line is lost, the server is not
+        }
         if (lines_.size() < kBatch)
             return;
-    } catch (const std::bad_alloc&) {
-        return; // a line is lost, the server is not
     }
     Flush();
 }

@@ -40,7 +40,8 @@ class AccessLog {
     std::string lines_;
 };
 
-// The line without its end; quotes, backslashes and control characters of the client are escaped.
+// Appends the line without its end; quotes, backslashes and control characters of the client are
+// escaped.
 void FormatAccessLine(const AccessRecord& record, time_t now, std::string& out);
 
 } // namespace kestd

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/component.h"
 #include <kest/status.h>
 
 namespace kestd {
@@ -11,11 +12,6 @@ namespace kestd {
 namespace {
 
 constexpr size_t kSkipLimit = 64 * 1024;
-
-constexpr TALSTATUS HostFailure(UINT16 code) noexcept
-{
-    return MakeStatus(kFacilityHost, code);
-}
 
 } // namespace
 

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/http/header_fields.h"
 
+#include "base/ascii.h"
 #include <array>
 #include <cstring>
 #include <new>
-
-#include "host/http/ascii.h"
 
 namespace kestd {
 
@@ -34,7 +33,7 @@ uint32_t KeyOf(std::string_view name) noexcept
     if (name.empty())
         return 0;
     const auto end = [](char c) {
-        return static_cast<uint32_t>(static_cast<unsigned char>(Lower(c)));
+        return static_cast<uint32_t>(static_cast<unsigned char>(base::Lower(c)));
     };
     return static_cast<uint32_t>(name.size()) << 16 | end(name.front()) << 8 | end(name.back());
 }
@@ -48,14 +47,15 @@ const HeaderFields::Line* HeaderFields::FindLine(std::string_view name) const no
 {
     const uint32_t key = KeyOf(name);
     for (const Line& line : lines_)
-        if (line.key == key && EqualsIgnoringCase(line.Name(), name))
+        if (line.key == key && base::EqualsIgnoringCase(line.Name(), name))
             return &line;
     return nullptr;
 }
 
 bool HeaderFields::Set(Arena& arena, std::string_view name, std::string_view value)
 {
-    if (!IsName(name) || HasControl(value) || name.size() > kLongest || value.size() > kLongest)
+    if (!IsName(name) || base::HasControl(value) || name.size() > kLongest ||
+        value.size() > kLongest)
         return false;
     const size_t size = name.size() + value.size() + 4;
     auto* const text = static_cast<char*>(arena.Allocate(size));

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/http/message_framing.h"
 
+#include "base/ascii.h"
+#include "base/hex.h"
 #include <algorithm>
 #include <cstring>
-
-#include "host/http/ascii.h"
 
 namespace kestd {
 
@@ -22,11 +22,11 @@ int ReadFraming(const RequestHead& head, MessageFraming& out)
     const Field* length = nullptr;
     const Field* coding = nullptr;
     for (const Field& field : head.fields) {
-        if (EqualsIgnoringCase(field.name, "Content-Length")) {
+        if (base::EqualsIgnoringCase(field.name, "Content-Length")) {
             if (length)
                 return 400;
             length = &field;
-        } else if (EqualsIgnoringCase(field.name, "Transfer-Encoding")) {
+        } else if (base::EqualsIgnoringCase(field.name, "Transfer-Encoding")) {
             if (coding)
                 return 400;
             coding = &field;
@@ -35,11 +35,11 @@ int ReadFraming(const RequestHead& head, MessageFraming& out)
     if (coding) {
         if (length || head.version == 10)
             return 400;
-        if (!EqualsIgnoringCase(coding->value, "chunked"))
+        if (!base::EqualsIgnoringCase(coding->value, "chunked"))
             return 501;
         out.kind = MessageFraming::Kind::Chunked;
     } else if (length) {
-        if (!ParseDecimal(length->value, out.length))
+        if (!base::ParseDecimal(length->value, out.length))
             return 400;
         out.kind = out.length ? MessageFraming::Kind::Length : MessageFraming::Kind::None;
     }
@@ -113,7 +113,7 @@ bool ChunkedDecoder::Step(char c) noexcept
 
 bool ChunkedDecoder::StepSize(char c) noexcept
 {
-    if (const int value = HexValue(c); value >= 0) {
+    if (const int value = base::HexValue(c); value >= 0) {
         if (++digits_ > 15) // 60 bits
             return false;
         left_ = left_ << 4 | static_cast<uint64_t>(value);
@@ -125,7 +125,7 @@ bool ChunkedDecoder::StepSize(char c) noexcept
         return Become(State::SizeLf);
     if (c == ';')
         return Become(State::ExtensionStart);
-    return IsBlank(c) && Become(State::ExtensionGap);
+    return base::IsBlank(c) && Become(State::ExtensionGap);
 }
 
 // RFC 9112 section 7.1.1. Blanks stand around ";" and "=" only, never at the line's end.
@@ -139,23 +139,23 @@ bool ChunkedDecoder::StepExtension(char c) noexcept
     };
     switch (state_) {
     case State::ExtensionGap:
-        return IsBlank(c) || (c == ';' && Become(State::ExtensionStart));
+        return base::IsBlank(c) || (c == ';' && Become(State::ExtensionStart));
     case State::ExtensionStart:
-        return IsBlank(c) || (IsTokenChar(c) && Become(State::ExtensionName));
+        return base::IsBlank(c) || (base::IsTokenChar(c) && Become(State::ExtensionName));
     case State::ExtensionName:
-        if (IsBlank(c))
+        if (base::IsBlank(c))
             return Become(State::ExtensionEquals);
         if (c == '=')
             return Become(State::ExtensionValueStart);
-        return IsTokenChar(c) || goesOn();
+        return base::IsTokenChar(c) || goesOn();
     case State::ExtensionEquals:
         if (c == '=')
             return Become(State::ExtensionValueStart);
-        return IsBlank(c) || (c == ';' && Become(State::ExtensionStart));
+        return base::IsBlank(c) || (c == ';' && Become(State::ExtensionStart));
     case State::ExtensionValueStart:
         if (c == '"')
             return Become(State::ExtensionQuoted);
-        return IsBlank(c) || (IsTokenChar(c) && Become(State::ExtensionValue));
+        return base::IsBlank(c) || (base::IsTokenChar(c) && Become(State::ExtensionValue));
     case State::ExtensionQuoted:
         if (c == '"')
             return Become(State::ExtensionEnd);
@@ -163,9 +163,9 @@ bool ChunkedDecoder::StepExtension(char c) noexcept
     case State::ExtensionEscape:
         return isText && Become(State::ExtensionQuoted);
     default: // ExtensionValue, ExtensionEnd
-        if (IsBlank(c))
+        if (base::IsBlank(c))
             return Become(State::ExtensionGap);
-        return (state_ == State::ExtensionValue && IsTokenChar(c)) || goesOn();
+        return (state_ == State::ExtensionValue && base::IsTokenChar(c)) || goesOn();
     }
 }
 
@@ -176,9 +176,9 @@ bool ChunkedDecoder::StepTrailer(char c) noexcept
     case State::TrailerStart:
         if (c == '\r')
             return Become(State::LastLf);
-        return IsTokenChar(c) && Become(State::TrailerName);
+        return base::IsTokenChar(c) && Become(State::TrailerName);
     case State::TrailerName:
-        return IsTokenChar(c) || (c == ':' && Become(State::Trailer));
+        return base::IsTokenChar(c) || (c == ':' && Become(State::Trailer));
     default:
         return isText || (c == '\r' && Become(State::TrailerLf));
     }

@@ -4,10 +4,9 @@
 #include <cstring>
 #include <limits>
 
+#include "base/ascii.h"
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/basic_parser.hpp>
-
-#include "host/http/ascii.h"
 
 namespace kestd {
 
@@ -79,7 +78,7 @@ bool NamesOtherVersion(std::string_view text) noexcept
     const std::string_view line = text.substr(0, text.find("\r\n"));
     const std::string_view end = line.size() > kSize ? line.substr(line.size() - kSize) : "";
     return end != "HTTP/1.1" && end != "HTTP/1.0" && end.substr(0, 5) == "HTTP/" &&
-           IsDigit(end[5]) && end[6] == '.' && IsDigit(end[7]);
+           base::IsDigit(end[5]) && end[6] == '.' && base::IsDigit(end[7]);
 }
 
 } // namespace
@@ -87,7 +86,7 @@ bool NamesOtherVersion(std::string_view text) noexcept
 const Field* RequestHead::Find(std::string_view name) const noexcept
 {
     for (const Field& field : fields)
-        if (EqualsIgnoringCase(field.name, name))
+        if (base::EqualsIgnoringCase(field.name, name))
             return &field;
     return nullptr;
 }
@@ -96,19 +95,19 @@ size_t RequestHead::Count(std::string_view name) const noexcept
 {
     size_t count = 0;
     for (const Field& field : fields)
-        count += EqualsIgnoringCase(field.name, name);
+        count += base::EqualsIgnoringCase(field.name, name);
     return count;
 }
 
 bool RequestHead::HasToken(std::string_view name, std::string_view token) const noexcept
 {
     for (const Field& field : fields) {
-        if (!EqualsIgnoringCase(field.name, name))
+        if (!base::EqualsIgnoringCase(field.name, name))
             continue;
         std::string_view list = field.value;
         std::string_view element;
-        while (NextElement(list, element))
-            if (EqualsIgnoringCase(element, token))
+        while (base::NextElement(list, element))
+            if (base::EqualsIgnoringCase(element, token))
                 return true;
     }
     return false;

@@ -7,7 +7,8 @@
 #include <cstring>
 #include <ctime>
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
+#include "base/http_date.h"
 #include "host/net/monotonic_clock.h"
 
 namespace kestd {
@@ -29,24 +30,19 @@ constexpr int64_t kLookTime = 100; // ms between two looks for the client
 // The lines that every head has, formatted once a second by each thread.
 std::string_view CommonLines()
 {
-    thread_local time_t last = -1;
-    thread_local char text[80];
-    thread_local size_t size = 0;
-    const time_t now = std::time(nullptr);
+    constexpr std::string_view kBefore = "\r\nDate: ";
+    constexpr std::string_view kBehind = "\r\nServer: Kest\r\n";
+    constexpr size_t kSize = kBefore.size() + base::kHttpDateLength + kBehind.size();
+    static thread_local constinit int64_t last = -1;
+    static thread_local constinit char text[kSize] = {};
+    const int64_t now = std::time(nullptr);
     if (now != last) {
-        static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-        static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-        tm t{};
-        gmtime_r(&now, &t);
-        const int made = std::snprintf(
-            text, sizeof text, "\r\nDate: %s, %02d %s %04d %02d:%02d:%02d GMT\r\nServer: Kest\r\n",
-            kDays[t.tm_wday], t.tm_mday, kMonths[t.tm_mon], t.tm_year + 1900, t.tm_hour, t.tm_min,
-            t.tm_sec);
-        size = std::min(static_cast<size_t>(std::max(made, 0)), sizeof text - 1);
+        kBefore.copy(text, kBefore.size());
+        (void)base::FormatHttpDate(base::SystemTimeOf(now, 0), text + kBefore.size());
+        kBehind.copy(text + kBefore.size() + base::kHttpDateLength, kBehind.size());
         last = now;
     }
-    return {text, size};
+    return {text, kSize};
 }
 
 char* Put(char* to, std::string_view text)
@@ -197,9 +193,9 @@ void Response::DecideMode(bool isFinal, size_t pending)
 {
     const std::string_view* length = FindHeader("Content-Length");
     const std::string_view* coding = FindHeader("Transfer-Encoding");
-    const bool wantsChunks = coding && EqualsIgnoringCase(*coding, "chunked");
+    const bool wantsChunks = coding && base::EqualsIgnoringCase(*coding, "chunked");
     uint64_t announced = 0;
-    const bool hasLength = length && !wantsChunks && ParseDecimal(*length, announced);
+    const bool hasLength = length && !wantsChunks && base::ParseDecimal(*length, announced);
     if (length && !hasLength)
         RemoveHeader("Content-Length");
     if (coding)

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Memory of connections and requests, and the blocks that threads keep for it.
 #include "host/net/buffer.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -15,34 +18,43 @@ constexpr size_t kBlock = 16 * 1024;
 constexpr size_t kArenaBlock = 8 * 1024;
 constexpr size_t kArenaLimit = 16 * 1024 * 1024;
 
-// Spare blocks of one thread. As many as requests that a thread has open at once, and a few more.
-class BlockPool {
-  public:
-    ~BlockPool()
-    {
-        while (count_)
-            std::free(blocks_[--count_]);
-    }
-    char* Take() noexcept
-    {
-        return count_ ? blocks_[--count_] : static_cast<char*>(std::malloc(kBlock));
-    }
-    void Give(char* block) noexcept
-    {
-        if (count_ < std::size(blocks_))
-            blocks_[count_++] = block;
-        else
-            std::free(block);
-    }
+constinit thread_local BlockPool* t_pool = nullptr; // the thread's own, if it has one
 
-  private:
-    char* blocks_[8];
-    size_t count_ = 0;
-};
+char* TakeBlock() noexcept
+{
+    char* const spare = t_pool ? t_pool->Take() : nullptr;
+    return spare ? spare : static_cast<char*>(std::malloc(kBlock));
+}
 
-thread_local BlockPool t_stock;
+void GiveBlock(char* block) noexcept
+{
+    if (!t_pool || !t_pool->Give(block))
+        std::free(block);
+}
 
 } // namespace
+
+BlockPool::BlockPool() noexcept : before_(std::exchange(t_pool, this)) {}
+
+BlockPool::~BlockPool()
+{
+    t_pool = before_;
+    while (count_)
+        std::free(blocks_[--count_]);
+}
+
+char* BlockPool::Take() noexcept
+{
+    return count_ ? blocks_[--count_] : nullptr;
+}
+
+bool BlockPool::Give(char* block) noexcept
+{
+    if (count_ == std::size(blocks_))
+        return false;
+    blocks_[count_++] = block;
+    return true;
+}
 
 Buffer& Buffer::operator=(Buffer&& other) noexcept
 {
@@ -67,8 +79,7 @@ size_t Buffer::Reserve(size_t size)
         size_t capacity = std::max(kBlock, capacity_);
         while (capacity - used < size)
             capacity *= 2;
-        char* data =
-            capacity == kBlock ? t_stock.Take() : static_cast<char*>(std::malloc(capacity));
+        char* data = capacity == kBlock ? TakeBlock() : static_cast<char*>(std::malloc(capacity));
         if (!data)
             throw std::bad_alloc();
         if (used)
@@ -119,7 +130,7 @@ void Buffer::Release() noexcept
 {
     if (data_) {
         if (capacity_ == kBlock)
-            t_stock.Give(data_);
+            GiveBlock(data_);
         else
             std::free(data_);
     }

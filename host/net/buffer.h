@@ -10,8 +10,28 @@
 
 namespace kestd {
 
+// Spare blocks for the buffers of the thread that made it, for as long as it lives: as many as
+// requests that a thread has open at once, and a few more. A thread without one takes and gives its
+// blocks at the allocator. It stands on the thread's stack: a thread-local object with a destructor
+// would end the process where a thread's first use of it finds no memory.
+class BlockPool {
+  public:
+    BlockPool() noexcept;
+    ~BlockPool();
+    BlockPool(const BlockPool&) = delete;
+    BlockPool& operator=(const BlockPool&) = delete;
+
+    char* Take() noexcept;           // null when there is none
+    bool Give(char* block) noexcept; // false when it is full; then the block is still the caller's
+
+  private:
+    BlockPool* const before_;
+    char* blocks_[8];
+    size_t count_ = 0;
+};
+
 // Received or gathered bytes in one piece. Takes memory only while it holds something: an idle
-// connection has none. Blocks of the usual size come from and go to a small stock of each thread.
+// connection has none. Blocks of the usual size come from and go to the thread's BlockPool.
 class Buffer {
   public:
     Buffer() noexcept = default;

@@ -1,30 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A file descriptor with an owner.
+// The owned descriptor of base/ under the host's own name, for who has not changed over.
 #pragma once
 
-#include <unistd.h>
-
-#include <utility>
+#include "base/descriptor.h"
 
 namespace kestd {
 
-// Closes what it holds; -1 is nothing.
-class Descriptor {
-  public:
-    explicit Descriptor(int number = -1) noexcept : number_(number) {}
-    ~Descriptor()
-    {
-        if (number_ >= 0)
-            close(number_);
-    }
-    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Number() const noexcept { return number_; }
-
-  private:
-    int number_;
-};
+using base::Descriptor;
 
 } // namespace kestd

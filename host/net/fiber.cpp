@@ -176,61 +176,47 @@ void Fiber::Trim() noexcept
 
 namespace {
 
-// Takes and gives the last one first, whose memory is in the processor's caches.
-template <size_t Most> class FiberPool {
-  public:
-    std::unique_ptr<Fiber> Take() noexcept
-    {
-        return count_ ? std::move(fibers_[--count_]) : nullptr;
-    }
-    // False when it is full; then the fiber is still the caller's.
-    bool Give(std::unique_ptr<Fiber>& fiber) noexcept
-    {
-        if (count_ == Most)
-            return false;
-        fibers_[count_++] = std::move(fiber);
-        return true;
-    }
-
-  private:
-    std::array<std::unique_ptr<Fiber>, Most> fibers_;
-    size_t count_ = 0;
+struct SharedFibers {
+    std::mutex mutex; // guards fibers
+    FiberStack<kSharedFibers> fibers;
 };
 
-struct SharedStock {
-    std::mutex mutex; // guards stock
-    FiberPool<kSharedFibers> stock;
-};
+constinit thread_local FiberPool* t_pool = nullptr; // the thread's own, if it has one
 
-thread_local FiberPool<kThreadFibers> t_stock;
-
-SharedStock& Shared() noexcept
+SharedFibers& Shared() noexcept
 {
-    static SharedStock shared;
+    static SharedFibers shared;
     return shared;
 }
 
 } // namespace
 
+FiberPool::FiberPool() noexcept : before_(std::exchange(t_pool, this)) {}
+
+FiberPool::~FiberPool()
+{
+    t_pool = before_;
+}
+
 std::unique_ptr<Fiber> AcquireFiber()
 {
-    std::unique_ptr<Fiber> fiber = t_stock.Take();
+    std::unique_ptr<Fiber> fiber = t_pool ? t_pool->fibers.Take() : nullptr;
     if (!fiber) {
-        SharedStock& shared = Shared();
+        SharedFibers& shared = Shared();
         const std::lock_guard lock(shared.mutex);
-        fiber = shared.stock.Take();
+        fiber = shared.fibers.Take();
     }
     return fiber ? std::move(fiber) : std::make_unique<Fiber>();
 }
 
 void ReleaseFiber(std::unique_ptr<Fiber> fiber) noexcept
 {
-    if (t_stock.Give(fiber))
+    if (t_pool && t_pool->fibers.Give(fiber))
         return;
     fiber->Trim();
-    SharedStock& shared = Shared();
+    SharedFibers& shared = Shared();
     const std::lock_guard lock(shared.mutex);
-    (void)shared.stock.Give(fiber); // else it goes
+    (void)shared.fibers.Give(fiber); // else it goes
 }
 
 size_t FiberCount() noexcept

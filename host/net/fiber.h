@@ -3,8 +3,10 @@
 // Calls on stacks of their own, which stop in the middle while a client keeps them waiting.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 namespace kestd {
 
@@ -57,13 +59,51 @@ class Fiber {
     Exceptions exceptions_;
 };
 
+// Fibers that are not in use. Takes and gives the last one first, whose memory is in the
+// processor's caches.
+template <size_t Most> class FiberStack {
+  public:
+    std::unique_ptr<Fiber> Take() noexcept
+    {
+        return count_ ? std::move(fibers_[--count_]) : nullptr;
+    }
+    // False when it is full; then the fiber is still the caller's.
+    bool Give(std::unique_ptr<Fiber>& fiber) noexcept
+    {
+        if (count_ == Most)
+            return false;
+        fibers_[count_++] = std::move(fiber);
+        return true;
+    }
+
+  private:
+    std::array<std::unique_ptr<Fiber>, Most> fibers_;
+    size_t count_ = 0;
+};
+
+inline constexpr size_t kThreadFibers = 2;
+inline constexpr size_t kSharedFibers = 64;
+
+// Fibers that the thread which made it keeps for itself, for as long as it lives; a thread without
+// one shares all. It stands on the thread's stack, as BlockPool does and for the same reason.
+class FiberPool {
+  public:
+    FiberPool() noexcept;
+    ~FiberPool();
+    FiberPool(const FiberPool&) = delete;
+    FiberPool& operator=(const FiberPool&) = delete;
+
+    FiberStack<kThreadFibers> fibers;
+
+  private:
+    FiberPool* const before_;
+};
+
 // A fiber that is not in use: one of the calling thread's, else one of those that all threads
 // share, else a new one. Throws std::bad_alloc.
 std::unique_ptr<Fiber> AcquireFiber();
 // Keeps it for the next call, or not: a thread keeps kThreadFibers, all share kSharedFibers.
 void ReleaseFiber(std::unique_ptr<Fiber> fiber) noexcept;
-inline constexpr size_t kThreadFibers = 2;
-inline constexpr size_t kSharedFibers = 64;
 // Those that exist, in use or not.
 size_t FiberCount() noexcept;
 

@@ -8,7 +8,9 @@
 #include <string>
 #include <system_error>
 
+#include "host/net/buffer.h"
 #include "host/net/event_loop.h"
+#include "host/net/fiber.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -44,6 +46,8 @@ void WorkerPool::AddWorker()
                 const std::lock_guard own(mutex_);
                 ids_.push_back(gettid());
             }
+            BlockPool blocks;
+            FiberPool fibers;
             loop_.Run(*queue);
             const std::lock_guard own(mutex_);
             --running_;

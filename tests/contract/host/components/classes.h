@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/components/com_object.h"
+#include "host/component.h"
 #include "host/components/host_classes.h"
 #include <kest/com.h>
 #include <kest/tolm.h>

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/components/com_object.h"
+#include "host/component.h"
 #include "tests/contract/host/components/slapd.h"
 
 namespace kestd {

@@ -123,7 +123,7 @@ struct Heard {
     void* data = nullptr;
 };
 
-class Listener final : public ComObject<IEventHandler> {
+class Listener final : public Object<Listener, IEventHandler> {
   public:
     explicit Listener(Heard& heard) : heard_(heard) {}
     TALSTATUS ConsumeEvent(GUID*, UINT32 type, void* data) override
@@ -133,7 +133,6 @@ class Listener final : public ComObject<IEventHandler> {
     }
 
   private:
-    ~Listener() override = default;
     Heard& heard_;
 };
 

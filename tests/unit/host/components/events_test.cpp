@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/components/com_object.h"
+#include "host/component.h"
 #include <kest/status.h>
 
 namespace kestd {
@@ -17,7 +17,7 @@ namespace {
 GUID g_first{1, 0, 0, {}};
 GUID g_second{2, 0, 0, {}};
 
-class Handler final : public ComObject<IEventHandler> {
+class Handler final : public Object<Handler, IEventHandler> {
   public:
     using Work = std::function<void(const GUID&, UINT32, void*)>;
     Handler(std::atomic<int>& alive, Work work) : alive_(alive), work_(std::move(work))
@@ -29,9 +29,9 @@ class Handler final : public ComObject<IEventHandler> {
         work_(*eventClass, type, data);
         return TAL_STATUS_SUCCESS;
     }
+    ~Handler() { --alive_; }
 
   private:
-    ~Handler() override { --alive_; }
     std::atomic<int>& alive_;
     const Work work_;
 };

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "base/ascii.h"
 #include "host/http/header_fields.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
-
-#include "host/http/ascii.h"
 
 namespace kestd {
 namespace {
@@ -85,7 +84,7 @@ TEST(HasControl, FindsEveryControlAtEveryPlace)
             for (int c = 0; c < 256; ++c) {
                 std::string text(size, 'x');
                 text[at] = static_cast<char>(c);
-                EXPECT_EQ(HasControl(text), (c < 0x20 && c != '\t') || c == 0x7F)
+                EXPECT_EQ(base::HasControl(text), (c < 0x20 && c != '\t') || c == 0x7F)
                     << size << " " << at << " " << c;
             }
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include "base/ascii.h"
 #include "host/http/access_log.h"
-#include "host/http/ascii.h"
 #include "host/http/method.h"
 #include "host/http/utf.h"
 #include "host/net/buffer.h"
@@ -134,11 +134,11 @@ TEST(NextElement, SkipsEmptyElements)
 {
     std::string_view list = " , a,,b c ,\t";
     std::string_view element;
-    ASSERT_TRUE(NextElement(list, element));
+    ASSERT_TRUE(base::NextElement(list, element));
     EXPECT_EQ(element, "a");
-    ASSERT_TRUE(NextElement(list, element));
+    ASSERT_TRUE(base::NextElement(list, element));
     EXPECT_EQ(element, "b c");
-    EXPECT_FALSE(NextElement(list, element));
+    EXPECT_FALSE(base::NextElement(list, element));
 }
 
 } // namespace
