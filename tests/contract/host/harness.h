@@ -254,18 +254,43 @@ inline ServerSettings QuietSettings()
 
 class ServerTest : public ::testing::Test {
   protected:
-    void Start(const ServerSettings& settings = QuietSettings(), std::string location = "/Ferro")
+    // Stops the server at the end of its scope: a handler may go on after its reply has been
+    // received, so it has to end before what it refers to does.
+    class Running {
+      public:
+        explicit Running(ServerTest& test) : test_(test) {}
+        Running(const Running&) = delete;
+        Running& operator=(const Running&) = delete;
+        ~Running() { test_.Stop(); }
+
+      private:
+        ServerTest& test_;
+    };
+
+    // To be called when everything that a handler refers to has been declared.
+    [[nodiscard]] Running Start(const ServerSettings& settings = QuietSettings(),
+                                std::string location = "/Ferro")
+    {
+        StartUntilTearDown(settings, std::move(location));
+        return Running(*this);
+    }
+    // For handlers that refer to members of the fixture only.
+    void StartUntilTearDown(const ServerSettings& settings = QuietSettings(),
+                            std::string location = "/Ferro")
     {
         server = std::make_unique<Server>(settings, door, &module, std::move(location));
-        ASSERT_EQ(server->Start(), "");
-        ASSERT_EQ(server->Addresses().size(), settings.listen.size());
-        port = server->Addresses()[0].port;
+        EXPECT_EQ(server->Start(), "");
+        EXPECT_EQ(server->Addresses().size(), settings.listen.size());
+        port = server->Addresses().empty() ? uint16_t{0} : server->Addresses()[0].port;
     }
-    void TearDown() override
+    void Stop()
     {
         if (server) {
             EXPECT_TRUE(server->Stop() || mayStick);
         }
+    }
+    void TearDown() override
+    {
         server.reset();
         EXPECT_EQ(door.inside, 0); // every hold on a session was given back
     }

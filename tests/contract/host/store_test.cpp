@@ -67,7 +67,7 @@ class Store : public ServerTest {
 
 TEST_F(Store, WhatIsPutComesBack)
 {
-    Start();
+    const Running running = Start();
     Client client(port);
     for (const size_t size : {0u, 1u, 1024u, 65535u, 65536u, 65537u, 1u << 20, 5000001u}) {
         const std::string content = Pattern(size);
@@ -82,7 +82,7 @@ TEST_F(Store, WhatIsPutComesBack)
 
 TEST_F(Store, ChunkedBodyIsTakenApart)
 {
-    Start();
+    const Running running = Start();
     Client client(port);
     std::string request = "PUT /Ferro/c HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n";
     const std::string content = Pattern(300000);
@@ -99,7 +99,7 @@ TEST_F(Store, ChunkedBodyIsTakenApart)
 
 TEST_F(Store, PipelinedRequestsAreAnsweredInOrder)
 {
-    Start();
+    const Running running = Start();
     Client client(port);
     std::string requests;
     for (int i = 0; i < 150; ++i)
@@ -114,7 +114,7 @@ TEST_F(Store, PipelinedRequestsAreAnsweredInOrder)
 
 TEST_F(Store, RequestsArriveWholeWhereverTheyAreSplit)
 {
-    Start();
+    const Running running = Start();
     const std::string request = Put("s", "0123456789") + Get("s");
     for (size_t at = 1; at < request.size(); at += 3) {
         Client client(port);
@@ -128,7 +128,7 @@ TEST_F(Store, RequestsArriveWholeWhereverTheyAreSplit)
 
 TEST_F(Store, ManyClientsAtOnce)
 {
-    Start();
+    const Running running = Start();
     std::vector<std::thread> threads;
     std::atomic<int> good{0};
     for (int t = 0; t < 16; ++t)

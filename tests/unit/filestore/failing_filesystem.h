@@ -20,14 +20,14 @@ class FailingFileSystem final : public FileSystem {
   public:
     explicit FailingFileSystem(std::unique_ptr<FileSystem> real) : real_(std::move(real)) {}
 
-    int failAt = 0; // counted down by every call that may fail; 0: never
-    int error = EIO;
+    std::atomic<int> failAt{0}; // counted down by every call that may fail; 0: never
+    std::atomic<int> error{EIO};
     bool hasUnnamed = true; // files without a name
     bool hasExchange = true;
     std::atomic<int> open{0};   // a request lets go of what it has after its reply
     std::atomic<int> opened{0}; // ever
     UINT64 unnamedIn = 0;       // the directory that the last file without a name was made in
-    bool hasFailed = false;
+    std::atomic<bool> hasFailed{false};
     std::function<void()> onFailure; // what happens at that moment
     bool onlyWatches = false;        // and nothing else does
     std::function<void(FileHandle)> onSync;
@@ -37,7 +37,7 @@ class FailingFileSystem final : public FileSystem {
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
-        return Opened(Fail(__func__) ? error : real_->Open(path, purpose, out));
+        return Opened(Fail(__func__) ? error.load() : real_->Open(path, purpose, out));
     }
     void Close(FileHandle handle) override
     {
@@ -46,72 +46,76 @@ class FailingFileSystem final : public FileSystem {
     }
     int Look(const char* path, FileInfo* out) override
     {
-        return Fail(__func__) ? error : real_->Look(path, out);
+        return Fail(__func__) ? error.load() : real_->Look(path, out);
     }
     int Inspect(FileHandle h, FileInfo* out) override
     {
-        return Fail(__func__) ? error : real_->Inspect(h, out);
+        return Fail(__func__) ? error.load() : real_->Inspect(h, out);
     }
     int InspectFully(FileHandle h, FileInfo* out) override
     {
-        return Fail(__func__) ? error : real_->InspectFully(h, out);
+        return Fail(__func__) ? error.load() : real_->InspectFully(h, out);
     }
     int Read(FileHandle h, UINT64 offset, void* buffer, size_t size, size_t* got) override
     {
-        return Fail(__func__) ? error : real_->Read(h, offset, buffer, size, got);
+        return Fail(__func__) ? error.load() : real_->Read(h, offset, buffer, size, got);
     }
     int Write(FileHandle h, UINT64 offset, const void* buffer, size_t size) override
     {
-        return IsFull() ? ENOSPC : Fail(__func__) ? error : real_->Write(h, offset, buffer, size);
+        return IsFull()         ? ENOSPC
+               : Fail(__func__) ? error.load()
+                                : real_->Write(h, offset, buffer, size);
     }
     int SetMode(FileHandle h, UINT32 mode) override
     {
-        return Fail(__func__) ? error : real_->SetMode(h, mode);
+        return Fail(__func__) ? error.load() : real_->SetMode(h, mode);
     }
     int SetOwner(FileHandle h, UINT32 owner, UINT32 group) override
     {
-        return Fail(__func__) ? error : real_->SetOwner(h, owner, group);
+        return Fail(__func__) ? error.load() : real_->SetOwner(h, owner, group);
     }
     int SetModified(FileHandle h, UINT64 date) override
     {
-        return Fail(__func__) ? error : real_->SetModified(h, date);
+        return Fail(__func__) ? error.load() : real_->SetModified(h, date);
     }
     int Sync(FileHandle h, bool everything) override
     {
         if (onSync)
             onSync(h);
-        return Fail(__func__) ? error : real_->Sync(h, everything);
+        return Fail(__func__) ? error.load() : real_->Sync(h, everything);
     }
     int CopyContent(FileHandle from, FileHandle to, UINT64 size, const GoOn& goOn) override
     {
         return IsFull()         ? ENOSPC
-               : Fail(__func__) ? error
+               : Fail(__func__) ? error.load()
                                 : real_->CopyContent(from, to, size, goOn);
     }
     int GetTag(FileHandle h, const char* tag, void* value, size_t room, size_t* size) override
     {
-        return Fail(__func__) ? error : real_->GetTag(h, tag, value, room, size);
+        return Fail(__func__) ? error.load() : real_->GetTag(h, tag, value, room, size);
     }
     int SetTag(FileHandle h, const char* tag, const void* value, size_t size) override
     {
-        return Fail(__func__) ? error : real_->SetTag(h, tag, value, size);
+        return Fail(__func__) ? error.load() : real_->SetTag(h, tag, value, size);
     }
     int InspectAt(FileHandle d, const char* name, FileInfo* out) override
     {
-        return Fail(__func__) ? error : real_->InspectAt(d, name, out);
+        return Fail(__func__) ? error.load() : real_->InspectAt(d, name, out);
     }
     int GetTagAt(FileHandle d, const char* name, const char* tag, void* value, size_t room,
                  size_t* size) override
     {
-        return Fail(__func__) ? error : real_->GetTagAt(d, name, tag, value, room, size);
+        return Fail(__func__) ? error.load() : real_->GetTagAt(d, name, tag, value, room, size);
     }
     int CreateFile(FileHandle d, const char* name, FileHandle* out) override
     {
-        return Opened(IsFull() ? ENOSPC : Fail(__func__) ? error : real_->CreateFile(d, name, out));
+        return Opened(IsFull()         ? ENOSPC
+                      : Fail(__func__) ? error.load()
+                                       : real_->CreateFile(d, name, out));
     }
     int OpenAt(FileHandle d, const char* name, OpenFor purpose, FileHandle* out) override
     {
-        return Opened(Fail(__func__) ? error : real_->OpenAt(d, name, purpose, out));
+        return Opened(Fail(__func__) ? error.load() : real_->OpenAt(d, name, purpose, out));
     }
     int CreateUnnamed(FileHandle d, FileHandle* out) override
     {
@@ -120,50 +124,53 @@ class FailingFileSystem final : public FileSystem {
         FileInfo in;
         EXPECT_EQ(0, real_->Inspect(d, &in));
         unnamedIn = in.inode;
-        return Opened(IsFull() ? ENOSPC : Fail(__func__) ? error : real_->CreateUnnamed(d, out));
+        return Opened(IsFull()         ? ENOSPC
+                      : Fail(__func__) ? error.load()
+                                       : real_->CreateUnnamed(d, out));
     }
     int GiveName(FileHandle file, FileHandle d, const char* name) override
     {
-        return Fail(__func__) ? error : real_->GiveName(file, d, name);
+        return Fail(__func__) ? error.load() : real_->GiveName(file, d, name);
     }
     int MakeDirectory(FileHandle d, const char* name) override
     {
-        return IsFull() ? ENOSPC : Fail(__func__) ? error : real_->MakeDirectory(d, name);
+        return IsFull() ? ENOSPC : Fail(__func__) ? error.load() : real_->MakeDirectory(d, name);
     }
     int ReadLink(FileHandle d, const char* name, std::string* out) override
     {
-        return Fail(__func__) ? error : real_->ReadLink(d, name, out);
+        return Fail(__func__) ? error.load() : real_->ReadLink(d, name, out);
     }
     int MakeLink(const char* text, FileHandle d, const char* name) override
     {
-        return Fail(__func__) ? error : real_->MakeLink(text, d, name);
+        return Fail(__func__) ? error.load() : real_->MakeLink(text, d, name);
     }
     int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
                bool replace) override
     {
-        return Fail(__func__) ? error
+        return Fail(__func__) ? error.load()
                               : real_->Rename(fromDirectory, from, toDirectory, to, replace);
     }
     // Clean-up is let through by `failAt`: a disk that refuses even that is the next start's
     // affair.
     int RemoveFile(FileHandle d, const char* name) override
     {
-        return Judged(__func__) ? error : real_->RemoveFile(d, name);
+        return Judged(__func__) ? error.load() : real_->RemoveFile(d, name);
     }
     int Exchange(FileHandle directory, const char* name, FileHandle otherDirectory,
                  const char* otherName) override
     {
         if (!hasExchange)
             return EOPNOTSUPP;
-        return Fail(__func__) ? error : real_->Exchange(directory, name, otherDirectory, otherName);
+        return Fail(__func__) ? error.load()
+                              : real_->Exchange(directory, name, otherDirectory, otherName);
     }
     int RemoveDirectory(FileHandle d, const char* name) override
     {
-        return Judged(__func__) ? error : real_->RemoveDirectory(d, name);
+        return Judged(__func__) ? error.load() : real_->RemoveDirectory(d, name);
     }
     int List(FileHandle d, NameSink& sink) override
     {
-        return Fail(__func__) ? error : real_->List(d, sink);
+        return Fail(__func__) ? error.load() : real_->List(d, sink);
     }
     int KeepPrivate(FileHandle h) override { return real_->KeepPrivate(h); }
     UINT32 NewFileMode() const override { return real_->NewFileMode(); }
@@ -174,11 +181,11 @@ class FailingFileSystem final : public FileSystem {
     }
     int Random(void* out, size_t size) override
     {
-        return Fail(__func__) ? error : real_->Random(out, size);
+        return Fail(__func__) ? error.load() : real_->Random(out, size);
     }
     int Allocate(FileHandle h, UINT64 size) override
     {
-        return IsFull() ? ENOSPC : Fail(__func__) ? error : real_->Allocate(h, size);
+        return IsFull() ? ENOSPC : Fail(__func__) ? error.load() : real_->Allocate(h, size);
     }
     int FreeSpace(UINT64* free, UINT64* total) override
     {

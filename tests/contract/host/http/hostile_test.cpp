@@ -48,7 +48,7 @@ TEST_F(Hostile, WhatTwoReadersTakeDifferentlyIsRefusedWhereverItIsCut)
         "PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n"
         "0\r\n\n",
     };
-    Start();
+    const Running running = Start();
     for (const std::string_view row : kRows) {
         const std::string text = std::string(row) + "GET /Ferro/behind HTTP/1.1\r\nHost: h\r\n\r\n";
         for (size_t cut = 0; cut < row.size(); ++cut) {
@@ -70,7 +70,7 @@ TEST_F(Hostile, WithoutUsersOnlyNamesOfThisMachineAreServed)
     ServerSettings settings = QuietSettings();
     settings.publicUrl = "https://Files.example.org:8443";
     door.isOpen = true;
-    Start(settings);
+    const Running running = Start(settings);
     static constexpr const char* kOwn[] = {
         "localhost",
         "LOCALHOST:8080",
@@ -133,7 +133,6 @@ TEST_F(Hostile, PagesRunScriptsOfTheWharfOnlyWhateverTheServerIsCalled)
     };
     ServerSettings settings = QuietSettings();
     settings.publicUrl = "https://files.example.org:8443";
-    Start(settings);
     const auto scripts = [this](const std::string& host, const char* fields = "") {
         const std::string policy =
             Ask("GET /Ferro/a HTTP/1.1\r\nHost: " + host + "\r\n" + fields + "\r\n")
@@ -142,12 +141,14 @@ TEST_F(Hostile, PagesRunScriptsOfTheWharfOnlyWhateverTheServerIsCalled)
         const size_t from = policy.find(mark) + mark.size();
         return policy.substr(from, policy.find("'sha256", from) - from);
     };
-    EXPECT_EQ(scripts("files.example.org:8443"), "files.example.org:8443/Wharf/ ");
-    EXPECT_EQ(scripts("10.0.0.1:80"), "10.0.0.1:80/Wharf/ files.example.org:8443/Wharf/ ");
-    EXPECT_EQ(scripts("a;b"), "files.example.org:8443/Wharf/ ");
-    EXPECT_EQ(scripts("a,'self'"), "files.example.org:8443/Wharf/ ");
-    server->Stop();
-    Start();
+    {
+        const Running named = Start(settings);
+        EXPECT_EQ(scripts("files.example.org:8443"), "files.example.org:8443/Wharf/ ");
+        EXPECT_EQ(scripts("10.0.0.1:80"), "10.0.0.1:80/Wharf/ files.example.org:8443/Wharf/ ");
+        EXPECT_EQ(scripts("a;b"), "files.example.org:8443/Wharf/ ");
+        EXPECT_EQ(scripts("a,'self'"), "files.example.org:8443/Wharf/ ");
+    }
+    const Running running = Start();
     EXPECT_EQ(scripts("Name:8080"), "Name:8080/Wharf/ ");
     EXPECT_EQ(scripts("[::1]:8080"), ""); // it could only be called the whole server
     EXPECT_EQ(scripts("a;script-src*"), "");
@@ -156,7 +157,7 @@ TEST_F(Hostile, PagesRunScriptsOfTheWharfOnlyWhateverTheServerIsCalled)
 
 TEST_F(Hostile, StoredContentIsNoScriptForABrowserThatAsksForOne)
 {
-    Start();
+    const Running running = Start();
     for (const char* use : {"script", "worker", "serviceworker", "sharedworker", "audioworklet"})
         EXPECT_EQ(
             Ask(Request("GET /Ferro/a.js", std::string("Sec-Fetch-Dest: ") + use + "\r\n")).status,
@@ -187,7 +188,7 @@ TEST_F(Hostile, RepliesTellBrowsersWhatTheyAre)
             set("Accept-Ranges", "bytes");
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     const auto ask = [&](const char* newType, bool newIsFile) {
         type = newType;
         isFile = newIsFile;

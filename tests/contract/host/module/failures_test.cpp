@@ -67,7 +67,7 @@ TEST_F(Failures, TakeThePlaceOfWhateverHasNotLeft)
             Report(row.code);
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     for (const Row& each : rows) {
         for (const bool before : {true, false}) {
             row = each;
@@ -94,7 +94,7 @@ TEST_F(Failures, AFaultOfTheSystemComesBeforeARefusal)
         Report(kCodeUnsuccessful); // the first of its kind counts
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(Request("PROPFIND")).status, 507);
 }
 
@@ -104,7 +104,7 @@ TEST_F(Failures, AReplyThatNeverBeganTellsThem)
         Report(kCodeInsufficientResources);
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(Request("PROPFIND")).status, 503);
 }
 
@@ -117,7 +117,7 @@ TEST_F(Failures, ABrowserIsShownAnErrorPage)
         Report(kCodeUnsuccessful);
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     const Answer answer = Ask(Request("GET"));
     EXPECT_EQ(answer.status, 500);
     EXPECT_EQ(answer.Header("Content-Type"), "text/plain; charset=utf-8");
@@ -141,7 +141,7 @@ TEST_F(Failures, AMessageThatHasBegunIsCut)
         Write(io, "</a:multistatus>");
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     for (const char* announced : {"", "65552"}) {
         length = announced;
         SCOPED_TRACE(length.empty() ? "chunked" : "with a length");
@@ -165,7 +165,7 @@ TEST_F(Failures, AMessageThatEndsWithItsConnectionIsReset)
         Report(kCodeUnsuccessful);
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     ASSERT_TRUE(client.Send(Request("PROPFIND", "1.0")));
     char bytes[16384];
@@ -187,7 +187,7 @@ TEST_F(Failures, NothingIsChangedUnderAConditionThatCouldNotBeJudged)
         ++changes;
         return io.SendHeader(201);
     };
-    Start();
+    const Running running = Start();
     const std::string end = "Host: h\r\nContent-Length: 0\r\n";
     EXPECT_EQ(Ask("PUT /Ferro/f HTTP/1.1\r\n" + end + "If-None-Match: *\r\n\r\n").status, 500);
     EXPECT_EQ(Ask("PUT /Ferro/f HTTP/1.1\r\n" + end + "If-Match: *\r\n\r\n").status, 500);

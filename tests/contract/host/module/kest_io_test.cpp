@@ -39,7 +39,7 @@ TEST_F(Io, RequestHeadersFollowTheLengthRules)
         EXPECT_EQ(Header(io, "X-One"), "three");
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(kGet).status, 200);
 }
 
@@ -86,7 +86,7 @@ TEST_F(Io, RequestIsDescribed)
         EXPECT_TRUE(Failed(io.GetMoveInfo(&overwrite, &destination)));
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(kGet).status, 200);
 }
 
@@ -118,7 +118,7 @@ TEST_F(Io, NullArgumentsAreRefused)
         EXPECT_TRUE(Failed(io.QueryInterface(&IID_KestIO_3, nullptr)));
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(kGet).status, 200);
 }
 
@@ -137,7 +137,7 @@ TEST_F(Io, OlderInterfaceIsOffered)
         EXPECT_EQ(out, nullptr);
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(kGet).status, 200);
 }
 
@@ -159,7 +159,7 @@ TEST_F(Io, ReplyHeadersAreReplacedAndNeverSplit)
         EXPECT_TRUE(Failed(io.SendHeader(500)));
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     const Answer answer = Ask(kGet);
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.Header("X-Test"), "two");
@@ -305,7 +305,7 @@ TEST_F(Io, RepliesAreFramed)
         row->say(io);
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     for (const Response& each : rows) {
         row = &each;
         Client client(port);
@@ -336,7 +336,7 @@ TEST_F(Io, SmallTextsLeaveInGrowingChunks)
             EXPECT_EQ(Write(io, std::string(1000, 'x')), TAL_STATUS_SUCCESS);
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     ASSERT_TRUE(client.Send("PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nConnection: close\r\n\r\n"));
     ASSERT_TRUE(client.IsClosed());
@@ -361,7 +361,7 @@ TEST_F(Io, Http10ClientsGetNoChunks)
         io.SendHeader(200);
         return Write(io, std::string(50000, 'x'));
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     const Answer answer = client.Ask("GET /Ferro/a HTTP/1.0\r\nConnection: keep-alive\r\n\r\n");
     EXPECT_EQ(answer.Header("Transfer-Encoding"), "(none)");
@@ -377,7 +377,7 @@ TEST_F(Io, HeadKeepsTheLengthAndSendsNoBody)
         io.SendHeader(200);
         return Write(io, "body");
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     for (int i = 0; i < 2; ++i) {
         const Answer answer = client.Ask("HEAD /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n", true);
@@ -396,11 +396,10 @@ TEST_F(Io, LargeWritesArriveWhole)
             EXPECT_EQ(Write(io, block), TAL_STATUS_SUCCESS);
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     const Answer answer = Ask(kGet);
     EXPECT_EQ(answer.body.size(), 20 * block.size());
     EXPECT_TRUE(answer.isWhole);
-    server->Stop(); // before what the handler uses goes
 }
 
 TEST_F(Io, ClientThatLeavesFailsTheWrite)
@@ -415,7 +414,7 @@ TEST_F(Io, ClientThatLeavesFailsTheWrite)
         hasFailed = Failed(status);
         return status;
     };
-    Start();
+    const Running running = Start();
     {
         Client client(port);
         ASSERT_TRUE(client.Send(kGet));
@@ -449,7 +448,7 @@ TEST_F(Io, BodyIsReadToItsEnd)
         EXPECT_EQ(available, 0u);
         return io.SendHeader(201);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(
         Ask("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 10\r\n\r\n0123456789").status,
         201);
@@ -466,7 +465,7 @@ TEST_F(Io, XmlBodiesAreHereAtTheCallWithTheirLength)
         EXPECT_EQ(ReadBody(io, status), "<propfind/>");
         return io.SendHeader(207);
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     ASSERT_TRUE(client.Send("PROPFIND /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: "
                             "chunked\r\n\r\n5\r\n<prop\r\n"));
@@ -487,7 +486,7 @@ TEST_F(Io, ContinueIsSentWhenTheBodyIsWanted)
         EXPECT_EQ(ReadBody(io, status).size(), 100000u);
         return io.SendHeader(201);
     };
-    Start();
+    const Running running = Start();
     for (const char* framing : {"Content-Length: 100000", "Transfer-Encoding: chunked"}) {
         Client client(port);
         const Answer first = client.Ask(std::string("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\n") +
@@ -504,7 +503,7 @@ TEST_F(Io, ContinueIsSentWhenTheBodyIsWanted)
 TEST_F(Io, UnwantedBodyIsNotAskedFor)
 {
     module.handler = [](IKestIO_5& io, UINT32) { return io.SendHeader(403); };
-    Start();
+    const Running running = Start();
     Client client(port);
     const Answer answer = client.Ask("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: "
                                      "10000000\r\nExpect: 100-continue\r\n\r\n");
@@ -515,7 +514,7 @@ TEST_F(Io, UnwantedBodyIsNotAskedFor)
 TEST_F(Io, UnreadBodyIsSkippedWhenSmallAndClosesWhenLarge)
 {
     module.handler = [](IKestIO_5& io, UINT32) { return io.SendHeader(403); };
-    Start();
+    const Running running = Start();
     Client client(port);
     for (const size_t size : {1u, 1000u, 65536u}) {
         EXPECT_EQ(client
@@ -544,7 +543,7 @@ TEST_F(Io, DiscardedBodyIsOver)
         EXPECT_EQ(available, 0u);
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(
@@ -569,7 +568,7 @@ TEST_F(Io, ClientThatLeavesInItsBodyIsAFailure)
         isComplete = complete;
         return io.SendHeader(400);
     };
-    Start();
+    const Running running = Start();
     {
         Client client(port);
         ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: "
@@ -590,7 +589,7 @@ TEST_F(Io, MalformedChunksAreAFailure)
         EXPECT_EQ(Code(status), kCodeInvalidRequest);
         return io.SendHeader(static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status)));
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     const Answer answer = client.Ask("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: "
                                      "chunked\r\n\r\n3\r\nabc\r\nzz\r\n");
@@ -630,7 +629,7 @@ TEST_F(Context, NamesTheRunningCallAndNoOther)
         EXPECT_TRUE(isComplete);
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(kGet).status, 200);
 }
 
@@ -668,15 +667,13 @@ TEST_F(Context, AttachedObjectsBelongToTheRequestAndGoWithIt)
         EXPECT_EQ(second.references, 2u);
         return io.SendHeader(200);
     };
-    Start();
     for (int i = 0; i < 2; ++i) {
+        const Running running = Start();
         EXPECT_EQ(Ask(kGet).status, 200);
-        server->Stop(); // the handler releases them after its reply
+        Stop(); // the handler releases them after its reply
         EXPECT_EQ(first.references, 1u);
         EXPECT_EQ(second.references, 1u);
-        Start();
     }
-    server->Stop();
 }
 
 TEST_F(Context, AttachmentsAreBoundedAndCheckTheirArguments)
@@ -695,7 +692,7 @@ TEST_F(Context, AttachmentsAreBoundedAndCheckTheirArguments)
         EXPECT_EQ(Code(Get()->IsCancelled(nullptr)), kCodeInvalidParameter);
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Ask(kGet).status, 200);
     GUID key{};
     IUnknown* found = nullptr;
@@ -726,7 +723,7 @@ TEST_F(Context, LateFailureTakesThePlaceOfASuccess)
             Get()->ReportFailure(TAL_STATUS_INFO_END_OF_FILE); // no failure
         return TAL_STATUS_SUCCESS;
     };
-    Start();
+    const Running running = Start();
     for (; moment < 3; ++moment) {
         const Answer answer = Ask(kGet);
         EXPECT_EQ(answer.status, 507) << moment;

@@ -78,7 +78,7 @@ TEST_F(Accept, ConnectionIsWatchedByOneCall)
     ServerSettings settings = QuietSettings();
     settings.limits.workerThreads = 4;
     settings.limits.connectionsPerAddress = 5000;
-    Start(settings);
+    const Running running = Start(settings);
     constexpr int kClients = 1500;
     const int before = g_changesOfTheSet;
     std::vector<std::unique_ptr<Client>> clients;
@@ -97,7 +97,7 @@ TEST_F(Accept, ConnectionForWhichMemoryFailsIsClosed)
     t_isTest = true;
     ServerSettings settings = QuietSettings();
     settings.limits.workerThreads = 2;
-    Start(settings);
+    const Running running = Start(settings);
     const int before = OpenDescriptors();
     EXPECT_EQ(Ask(kGet).status, 200); // what is made once is there
     int failures = 0;

@@ -44,7 +44,7 @@ class Leaving : public ServerTest {
             hasReturned = true;
             return io.SendHeader(200);
         };
-        Start(settings);
+        StartUntilTearDown(settings);
     }
     void WaitFor(const std::atomic<bool>& what)
     {
@@ -111,7 +111,7 @@ TEST_F(Leaving, WriteFailsAlsoWhereItSendsNothing)
         wasTold = Failed(status);
         return status;
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     ASSERT_TRUE(client.Send("GET /Ferro/a HTTP/1.1\r\nHost: h\r\n"
                             "Range: bytes=900000000000-900000000001\r\n\r\n"));
@@ -166,7 +166,7 @@ TEST_F(Leaving, StopDoesNotWaitForACallThatNeverReturns)
             std::this_thread::sleep_for(milliseconds(1));
         return io.SendHeader(200);
     };
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     ASSERT_TRUE(client.Send(kGet));
     WaitFor(isRunning);
@@ -190,7 +190,7 @@ TEST_F(Leaving, StopUnwindsCallsThatWaitForTheirClients)
         ++ended;
         return io.SendHeader(400);
     };
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> clients;
     for (int i = 0; i < 20; ++i) {
         clients.push_back(std::make_unique<Client>(port));

@@ -51,7 +51,7 @@ TEST_F(Limits, LongTargetsAndHeads)
     ServerSettings settings = QuietSettings();
     settings.limits.targetBytes = 100;
     settings.limits.headBytes = 4096;
-    Start(settings);
+    const Running running = Start(settings);
     const auto get = [](size_t target, size_t header) {
         return "GET /" + std::string(target - 1, 'a') +
                " HTTP/1.1\r\nHost: h\r\nX: " + std::string(header, 'x') + "\r\n\r\n";
@@ -76,7 +76,7 @@ TEST_F(Limits, LargeBodies)
                                  ? 201
                                  : static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status)));
     };
-    Start(settings);
+    const Running running = Start(settings);
     static constexpr struct {
         const char* method;
         size_t size;
@@ -103,7 +103,7 @@ TEST_F(Limits, SlowHeadIsToldSo)
 {
     ServerSettings settings = QuietSettings();
     settings.limits.headTime = milliseconds(300);
-    Start(settings);
+    const Running running = Start(settings);
     Client silent(port);
     Client slow(port);
     ASSERT_TRUE(slow.Send("GET /Ferro/a HT"));
@@ -117,7 +117,7 @@ TEST_F(Limits, TricklingDoesNotExtendTheTimeForAHead)
 {
     ServerSettings settings = QuietSettings();
     settings.limits.headTime = milliseconds(500);
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     Answer answer;
     ASSERT_TRUE(client.Send("GET /Ferro/a HTTP/1.1\r\nX: "));
@@ -132,7 +132,7 @@ TEST_F(Limits, IdleConnectionsAreClosedAfterTheirTime)
 {
     ServerSettings settings = QuietSettings();
     settings.limits.keepAliveTime = milliseconds(300);
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     EXPECT_EQ(client.Ask(kGet).status, 200);
     EXPECT_TRUE(client.IsClosed());
@@ -148,7 +148,7 @@ TEST_F(Limits, SlowBodiesAreToldSo)
         (void)ReadBody(io, status);
         return io.SendHeader(static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status)));
     };
-    Start(settings);
+    const Running running = Start(settings);
     for (const char* framing :
          {"Content-Length: 100", "Content-Length: 1000000", "Transfer-Encoding: chunked\r\nX: "}) {
         Client client(port);
@@ -176,11 +176,10 @@ TEST_F(Limits, ClientThatTakesNothingIsGivenUp)
         gate.Pass();
         return status;
     };
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port, 4096);
     ASSERT_TRUE(client.Send(kGet));
     gate.WaitFor(1);
-    EXPECT_TRUE(server->Stop()); // before what the handler uses goes
 }
 
 TEST_F(Limits, SlowUploadsInTheModuleHoldNoThread)
@@ -196,7 +195,7 @@ TEST_F(Limits, SlowUploadsInTheModuleHoldNoThread)
         --inside;
         return io.SendHeader(200);
     };
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> slow;
     for (int i = 0; i < 30; ++i) {
         slow.push_back(std::make_unique<Client>(port));
@@ -216,7 +215,7 @@ TEST_F(Limits, SlowUploadsInTheModuleHoldNoThread)
 
 TEST_F(Limits, UploadThatSendsNothingReachesNoModule)
 {
-    Start();
+    const Running running = Start();
     std::vector<std::unique_ptr<Client>> slow;
     for (int i = 0; i < 30; ++i) {
         slow.push_back(std::make_unique<Client>(port));
@@ -247,7 +246,7 @@ TEST_F(Limits, SlowDownloadsHoldNoThread)
         --inside;
         return status;
     };
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> slow;
     for (int i = 0; i < 30; ++i) {
         slow.push_back(std::make_unique<Client>(port, 4096));
@@ -259,7 +258,6 @@ TEST_F(Limits, SlowDownloadsHoldNoThread)
     EXPECT_EQ(inside, 30);
     for (size_t i = 0; i < slow.size(); i += 10)
         EXPECT_EQ(slow[i]->Receive().body.size(), 16 * block.size());
-    EXPECT_TRUE(server->Stop()); // what the handlers send lives here
 }
 
 // Requests that are sent ahead, whose replies nobody reads: what is not taken is kept without a
@@ -274,7 +272,7 @@ TEST_F(Limits, UnreadRepliesHoldNoThreadAndStopThePipeline)
         io.SendHeader(200);
         return Write(io, body);
     };
-    Start(settings);
+    const Running running = Start(settings);
     constexpr int kAhead = 200;
     std::string requests;
     for (int i = 0; i < kAhead; ++i)
@@ -293,7 +291,7 @@ TEST_F(Limits, SlowSmallUploadsHoldNoThread)
 {
     ServerSettings settings = QuietSettings();
     settings.limits.workerThreads = 1;
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> slow;
     for (int i = 0; i < 50; ++i) {
         slow.push_back(std::make_unique<Client>(port));
@@ -314,7 +312,7 @@ TEST_F(Limits, StuckServerTurnsRequestsAwayInsteadOfHanging)
         gate.Pass();
         return io.SendHeader(200);
     };
-    Start(settings);
+    const Running running = Start(settings);
     Client first(port);
     Client second(port);
     ASSERT_TRUE(first.Send(kGet));
@@ -332,7 +330,6 @@ TEST_F(Limits, StuckServerTurnsRequestsAwayInsteadOfHanging)
     for (int i = 0; i < 1000 && later.status != 200; ++i)
         later = third.Ask(kGet);
     EXPECT_EQ(later.status, 200);
-    EXPECT_TRUE(server->Stop()); // before what the handler uses goes
 }
 
 TEST_F(Limits, RequestThatCameWithItsConnectionKeepsNobodyFromConnecting)
@@ -347,7 +344,7 @@ TEST_F(Limits, RequestThatCameWithItsConnectionKeepsNobodyFromConnecting)
             gate->second.Pass();
         return io.SendHeader(200);
     };
-    Start(settings);
+    const Running running = Start(settings);
     const auto get = [](const char* name) {
         return std::string("GET /Ferro/") + name + " HTTP/1.1\r\nHost: h\r\n\r\n";
     };
@@ -367,7 +364,6 @@ TEST_F(Limits, RequestThatCameWithItsConnectionKeepsNobodyFromConnecting)
     EXPECT_TRUE(status == 200 || status == 503) << status; // turned away on a very slow machine
     gates[u"/Ferro/c"].Open();
     EXPECT_NE(c.Receive().status, 0);
-    EXPECT_TRUE(server->Stop()); // before what the handler uses goes
 }
 
 TEST_F(Limits, ThreadsGrowWhenTheModuleTakesItsTime)
@@ -379,7 +375,7 @@ TEST_F(Limits, ThreadsGrowWhenTheModuleTakesItsTime)
         gate.Pass();
         return io.SendHeader(200);
     };
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> clients;
     for (int i = 0; i < 20; ++i) {
         clients.push_back(std::make_unique<Client>(port));
@@ -389,14 +385,13 @@ TEST_F(Limits, ThreadsGrowWhenTheModuleTakesItsTime)
     gate.Open();
     for (const auto& client : clients)
         EXPECT_EQ(client->Receive().status, 200);
-    EXPECT_TRUE(server->Stop()); // before what the handler uses goes
 }
 
 TEST_F(Limits, OneConnectionTooManyIsTurnedAway)
 {
     ServerSettings settings = QuietSettings();
     settings.limits.connections = 3;
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> clients;
     for (int i = 0; i < 3; ++i) {
         clients.push_back(std::make_unique<Client>(port));
@@ -424,7 +419,7 @@ TEST_F(Limits, OneAddressHasSoManyConnections)
 {
     ServerSettings settings = QuietSettings();
     settings.limits.connectionsPerAddress = 3;
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> clients;
     for (int i = 0; i < 3; ++i) {
         clients.push_back(std::make_unique<Client>(port));
@@ -447,7 +442,7 @@ TEST_F(Limits, ClientBelowTheLeastRateIsEnded)
         (void)ReadBody(io, status);
         return io.SendHeader(static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status)));
     };
-    Start(settings);
+    const Running running = Start(settings);
     for (const size_t before : {size_t{1}, size_t{10'000}}) { // gathered, and in the module
         Client client(port);
         ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: "
@@ -471,7 +466,7 @@ TEST_F(Limits, FastClientThatTakesLongIsNotEnded)
         TALSTATUS status = 0;
         return io.SendHeader(ReadBody(io, status).size() == 800'000 ? 200 : 500);
     };
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 800000\r\n\r\n"));
     for (int i = 0; i < 80; ++i) { // longer than the rate is measured, and far above it
@@ -490,7 +485,7 @@ TEST_F(Limits, OfTooManyWaitingRequestsTheOldestIsEnded)
         TALSTATUS status = 0;
         return io.SendHeader(ReadBody(io, status).size() == 100'000 ? 200 : 400);
     };
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> clients;
     for (int i = 0; i < 8; ++i) {
         clients.push_back(std::make_unique<Client>(port));
@@ -509,7 +504,7 @@ TEST_F(Limits, FullHouseLetsSilentConnectionsGo)
 {
     ServerSettings settings = QuietSettings();
     settings.limits.connections = 16;
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::unique_ptr<Client>> silent;
     for (int i = 0; i < 16; ++i) {
         silent.push_back(std::make_unique<Client>(port));
@@ -530,23 +525,23 @@ TEST_F(Limits, StopLetsRunningRequestsFinish)
         gate.Pass();
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     Client idle(port);
     Client partial(port);
-    Client running(port);
+    Client asking(port);
     ASSERT_TRUE(partial.Send("GET /Ferro/a HT"));
-    ASSERT_TRUE(running.Send(kGet));
+    ASSERT_TRUE(asking.Send(kGet));
     gate.WaitFor(1);
     std::thread stopper([&] { EXPECT_TRUE(server->Stop()); });
     EXPECT_TRUE(idle.IsClosed());
     ASSERT_TRUE(partial.Send("TP/1.1\r\nHost: h\r\n\r\n"));
     gate.WaitFor(2);
     gate.Open();
-    const Answer answer = running.Receive();
+    const Answer answer = asking.Receive();
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.Header("Connection"), "(none)"); // it was asked before the stop
     EXPECT_EQ(partial.Receive().Header("Connection"), "close");
-    EXPECT_TRUE(running.IsClosed());
+    EXPECT_TRUE(asking.IsClosed());
     stopper.join();
     EXPECT_TRUE(server->Stop()); // does nothing
 }
@@ -562,7 +557,7 @@ TEST_F(Limits, StopEndsWhatTakesTooLong)
         ended = true;
         return io.SendHeader(400);
     };
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     ASSERT_TRUE(client.Send("PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nContent-Length: 1000000\r\n\r\n" +
                             std::string(10000, 'x')));
@@ -575,7 +570,7 @@ TEST_F(Limits, StopEndsWhatTakesTooLong)
 TEST_F(Limits, ReloadTakesEffectOrNothingChanges)
 {
     ServerSettings settings = QuietSettings();
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     EXPECT_EQ(client.Ask(kGet).status, 200);
     settings.limits.targetBytes = 5;
@@ -597,7 +592,7 @@ TEST_F(Limits, ReloadTakesEffectOrNothingChanges)
 
 TEST_F(Limits, AddressesThatCannotBeHadAreNamed)
 {
-    Start();
+    const Running running = Start();
     ServerSettings settings = QuietSettings();
     settings.listen = {{"127.0.0.1", port}};
     Server taken(settings, door, &module, "/Ferro");
@@ -611,7 +606,7 @@ TEST_F(Limits, SeveralAddressesAreServed)
 {
     ServerSettings settings = QuietSettings();
     settings.listen = {{"127.0.0.1", 0}, {"127.0.0.1", 0}};
-    Start(settings);
+    const Running running = Start(settings);
     EXPECT_NE(server->Addresses()[0].port, server->Addresses()[1].port);
     for (const ListenAddress& address : server->Addresses()) {
         Client client(address.port);

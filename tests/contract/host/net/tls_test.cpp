@@ -136,7 +136,7 @@ const std::string kGet = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
 
 TEST_F(Tls, ContentGoesBothWays)
 {
-    Start(settings);
+    const Running running = Start(settings);
     TlsClient client(port);
     ASSERT_TRUE(client.isConnected);
     EXPECT_EQ(client.Protocol(), "http/1.1");
@@ -159,7 +159,7 @@ TEST_F(Tls, ContentGoesBothWays)
 
 TEST_F(Tls, ChunkedUploadArrivesWhole)
 {
-    Start(settings);
+    const Running running = Start(settings);
     TlsClient client(port);
     std::string request = "PUT /Ferro/a HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n";
     for (int i = 0; i < 100; ++i)
@@ -171,7 +171,7 @@ TEST_F(Tls, ChunkedUploadArrivesWhole)
 TEST_F(Tls, ManyClientsAtOnce)
 {
     content = std::string(50000, 'x');
-    Start(settings);
+    const Running running = Start(settings);
     std::vector<std::thread> threads;
     std::atomic<int> good{0};
     for (int t = 0; t < 8; ++t)
@@ -189,14 +189,14 @@ TEST_F(Tls, ManyClientsAtOnce)
 
 TEST_F(Tls, OldVersionsAreRefused)
 {
-    Start(settings);
+    const Running running = Start(settings);
     EXPECT_FALSE(TlsClient(port, TLS1_1_VERSION).isConnected);
     EXPECT_TRUE(TlsClient(port, TLS1_2_VERSION).isConnected);
 }
 
 TEST_F(Tls, PlainTextIsNoTls)
 {
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     ASSERT_TRUE(client.Send(kGet));
     EXPECT_TRUE(client.IsClosed());
@@ -207,7 +207,7 @@ TEST_F(Tls, HalfAHandshakeHoldsNobody)
 {
     settings.limits.headTime = std::chrono::milliseconds(300);
     settings.limits.workerThreads = 1;
-    Start(settings);
+    const Running running = Start(settings);
     Client silent(port);
     Client half(port);
     ASSERT_TRUE(half.Send("\x16\x03\x01"));
@@ -218,7 +218,7 @@ TEST_F(Tls, HalfAHandshakeHoldsNobody)
 
 TEST_F(Tls, ReloadTakesTheNewCertificate)
 {
-    Start(settings);
+    const Running running = Start(settings);
     TlsClient before(port);
     EXPECT_EQ(before.PeerName(), "first");
     MakeCertificate(directory, "second");

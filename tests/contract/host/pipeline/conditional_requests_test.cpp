@@ -21,7 +21,7 @@ class Preconditions : public ServerTest {
             ++changes;
             return io.SendHeader(method == KestMethodLock ? 200 : 201);
         };
-        Start();
+        StartUntilTearDown();
     }
     int Status(const std::string& fields, const std::string& method = "PUT")
     {

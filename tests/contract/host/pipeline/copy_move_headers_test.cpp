@@ -47,7 +47,7 @@ class Relocations : public ServerTest {
 
 TEST_F(Relocations, DestinationsComeInTheFormsOfTheModule)
 {
-    Start();
+    const Running running = Start();
     static constexpr struct {
         const char* sent;
         const char16_t* move;
@@ -77,7 +77,7 @@ TEST_F(Relocations, DestinationsComeInTheFormsOfTheModule)
 
 TEST_F(Relocations, HeadersThatCannotBeFollowedAreRefused)
 {
-    Start();
+    const Running running = Start();
     static constexpr struct {
         const char* fields;
         int copy;
@@ -122,7 +122,7 @@ TEST_F(Relocations, HeadersThatCannotBeFollowedAreRefused)
 
 TEST_F(Relocations, FlagsAreReported)
 {
-    Start();
+    const Running running = Start();
     const std::string to = "Destination: /Ferro/b\r\n";
     EXPECT_EQ(Status("COPY", to), 201);
     EXPECT_EQ(overwrites, 1);
@@ -138,7 +138,7 @@ TEST_F(Relocations, FlagsAreReported)
 
 TEST_F(Relocations, OverwriteIsClearWhereNothingExists)
 {
-    Start();
+    const Running running = Start();
     static constexpr struct {
         int found;
         BOOLEAN flag;
@@ -169,7 +169,7 @@ TEST_F(Relocations, ProbeIsACallOfItsOwn)
         methods.push_back(number);
         return inner(io, method);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Status("MOVE", "Destination: /Ferro/b\r\n"), 201);
     // A look that is answered as PROPFIND is: for the literal name only.
     EXPECT_EQ(methods, (std::vector<UINT32>{KestMethodPropFind, KestMethodMove}));
@@ -189,7 +189,7 @@ TEST_F(Relocations, ATakenNameIsNoRefusalForAClientThatAllowsOverwriting)
         told.push_back(overwrites);
         return io.SendHeader(overwrites ? 200 : 412);
     };
-    Start();
+    const Running running = Start();
     for (const char* method : {"COPY", "MOVE"}) {
         told.clear();
         EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\n"), 204) << method;
@@ -208,7 +208,7 @@ TEST_F(Relocations, ANameThatIsTakenEveryTimeEndsInARefusal)
         asked += method != KestMethodHead;
         return io.SendHeader(method == KestMethodHead ? 404 : 412);
     };
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Status("COPY", "Destination: /Ferro/b\r\n"), 412);
     EXPECT_GT(asked, 1);
     EXPECT_LT(asked, 20);
@@ -218,7 +218,7 @@ TEST_F(Relocations, PublicNameIsOurs)
 {
     ServerSettings settings = QuietSettings();
     settings.publicUrl = "https://files.example.org";
-    Start(settings);
+    const Running running = Start(settings);
     EXPECT_EQ(Status("COPY", "Destination: https://Files.example.org/Ferro/b\r\n"), 201);
     EXPECT_EQ(destination, u"https://files.example.org:443/Ferro/b");
     EXPECT_EQ(Status("COPY", "Destination: https://files.example.org:443/Ferro/b\r\n"), 201);
@@ -232,7 +232,7 @@ TEST_F(Relocations, SuccessesTellWhetherSomethingWasReplaced)
     module.handler = [this](IKestIO_5& io, UINT32 method) {
         return io.SendHeader(method == KestMethodHead ? probeStatus : moduleStatus);
     };
-    Start();
+    const Running running = Start();
     for (const char* method : {"COPY", "MOVE"}) {
         probeStatus = 404;
         EXPECT_EQ(Status(method, "Destination: /Ferro/b\r\n"), 201) << method;

@@ -46,7 +46,7 @@ class GrantedLocks : public ServerTest {
             done.set_value();
             return status;
         };
-        Start();
+        StartUntilTearDown();
     }
     int Status(std::string_view body = "<x/>")
     {

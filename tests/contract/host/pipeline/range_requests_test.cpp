@@ -66,7 +66,7 @@ class Ranges : public ServerTest {
 
 TEST_F(Ranges, OpenAndSuffixRangesAreClosedForTheModule)
 {
-    Start();
+    const Running running = Start();
     Answer answer = Get("Range: bytes=4-\r\n");
     EXPECT_EQ(answer.status, 206);
     EXPECT_EQ(answer.Header("Content-Range"), "bytes 4-9/10");
@@ -83,7 +83,7 @@ TEST_F(Ranges, OpenAndSuffixRangesAreClosedForTheModule)
 
 TEST_F(Ranges, RangesThatTheModuleIsNotAskedFor)
 {
-    Start();
+    const Running running = Start();
     for (const char* range : {"bytes=0-1,4-5", "bytes=5-3", "bytes=x-", "lines=0-1"}) {
         const Answer answer = Get(std::string("Range: ") + range + "\r\n");
         EXPECT_EQ(answer.status, 200) << range;
@@ -95,7 +95,7 @@ TEST_F(Ranges, RangesThatTheModuleIsNotAskedFor)
 
 TEST_F(Ranges, NothingThereIsUnsatisfiable)
 {
-    Start();
+    const Running running = Start();
     for (const char* range : {"bytes=10-", "bytes=-0"}) {
         const Answer answer = Get(std::string("Range: ") + range + "\r\n");
         EXPECT_EQ(answer.status, 416) << range;
@@ -107,7 +107,7 @@ TEST_F(Ranges, NothingThereIsUnsatisfiable)
 
 TEST_F(Ranges, ConditionThatDoesNotHoldGivesTheWhole)
 {
-    Start();
+    const Running running = Start();
     EXPECT_EQ(Get(std::string("Range: bytes=4-\r\nIf-Range: ") + kDate + "\r\n").status, 206);
     for (const char* range : {"bytes=4-", "bytes=-3", "bytes=77-"}) {
         const Answer answer = Get(std::string("Range: ") + range + "\r\nIf-Range: \"tag\"\r\n");
@@ -121,7 +121,7 @@ TEST_F(Ranges, ConditionThatDoesNotHoldGivesTheWhole)
 TEST_F(Ranges, FarRangeIsCutOutOfWhatTheModuleCanSend)
 {
     size = (uint64_t{1} << 31) + (3 << 20);
-    Start();
+    const Running running = Start();
     const std::string first = std::to_string((uint64_t{1} << 31) + (1 << 20));
     const std::string last = std::to_string((uint64_t{1} << 31) + (1 << 20) + 4);
     const Answer answer = Get("Range: bytes=" + first + "-" + last + "\r\n");
@@ -137,7 +137,7 @@ TEST_F(Ranges, FarRangeIsCutOutOfWhatTheModuleCanSend)
 TEST_F(Ranges, WholeBeyond32BitsIsAskedForByARange)
 {
     size = (uint64_t{1} << 32) + 5;
-    Start();
+    const Running running = Start();
     // The client leaves early: what is of interest is at the front.
     Client client(port);
     client.Send("GET /Ferro/docs/a HTTP/1.1\r\nHost: h\r\n\r\n");

@@ -39,7 +39,7 @@ TEST_F(Rules, HostileRequestsAreRefusedAndTheConnectionCloses)
         {"GET /Ferro/a HTTP/2.0\r\nHost: h\r\n\r\n", 505},
         {"NONSENSE\r\n\r\n", 400},
     };
-    Start();
+    const Running running = Start();
     for (const auto& row : kRows) {
         Client client(port);
         const Answer answer = client.Ask(row.text);
@@ -84,7 +84,7 @@ TEST_F(Rules, RefusalsThatLeaveTheFramingClearKeepTheConnection)
         {"PUT /new HTTP/1.1\r\nHost: h\r\nContent-Length: 2\r\n\r\nab", 404},
         {"DELETE / HTTP/1.1\r\nHost: h\r\n\r\n", 405},
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     for (const auto& row : kRows) {
         const Answer answer = client.Ask(row.text);
@@ -108,7 +108,7 @@ TEST_F(Rules, ModuleSeesDecodedPathsUnderItsLocation)
         EXPECT_GE(url->MaximumLength - url->Length, 2048);
         return io.SendHeader(200);
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     static constexpr struct {
         const char* target;
@@ -131,7 +131,7 @@ TEST_F(Rules, ModuleSeesDecodedPathsUnderItsLocation)
 
 TEST_F(Rules, EmptyLinesBeforeARequestAreIgnored)
 {
-    Start();
+    const Running running = Start();
     const std::string text = "\r\n\r\n" + Request("GET /Ferro/a");
     for (size_t cut = 0; cut < text.size(); ++cut) {
         Client client(port);
@@ -142,7 +142,7 @@ TEST_F(Rules, EmptyLinesBeforeARequestAreIgnored)
 
 TEST_F(Rules, OptionsAboveTheModuleTellWhatIsBelow)
 {
-    Start();
+    const Running running = Start();
     for (const char* target : {"*", "/"}) {
         const Answer answer = Ask(Request(std::string("OPTIONS ") + target));
         EXPECT_EQ(answer.status, 200) << target;
@@ -158,7 +158,7 @@ TEST_F(Rules, OptionsAboveTheModuleTellWhatIsBelow)
 
 TEST_F(Rules, RootLeadsToTheModule)
 {
-    Start();
+    const Running running = Start();
     const Answer get = Ask(Request("GET /"));
     EXPECT_EQ(get.status, 302);
     EXPECT_EQ(get.Header("Location"), "/Ferro/");
@@ -178,7 +178,7 @@ TEST_F(Rules, RootLeadsToTheModule)
 
 TEST_F(Rules, AncestorsOfADeeperLocationAreCollections)
 {
-    Start(QuietSettings(), "/dav/deep");
+    const Running running = Start(QuietSettings(), "/dav/deep");
     EXPECT_NE(Ask(Request("PROPFIND /", "Depth: 1\r\n")).body.find("<D:href>/dav/</D:href>"),
               std::string::npos);
     EXPECT_NE(
@@ -209,7 +209,7 @@ TEST_F(Rules, AccessControlDecidesBeforeTheModule)
         }
         return admission;
     };
-    Start();
+    const Running running = Start();
     const Answer none = Ask(Request("GET /Ferro/a"));
     EXPECT_EQ(none.status, 401);
     EXPECT_EQ(none.Header("WWW-Authenticate"), "Basic realm=\"Kest\"");
@@ -233,7 +233,7 @@ TEST_F(Rules, UnauthorizedUploadIsRefusedBeforeItsBody)
         admission.challenge = "Basic realm=\"Kest\"";
         return admission;
     };
-    Start();
+    const Running running = Start();
     Client client(port);
     const Answer answer = client.Ask(
         Request("PUT /Ferro/big", "Content-Length: 1000000000\r\nExpect: 100-continue\r\n"));
@@ -247,7 +247,7 @@ TEST_F(Rules, UnauthorizedUploadIsRefusedBeforeItsBody)
 // The end may arrive with the last request, and is not told again.
 TEST_F(Rules, EndOfAClientThatHasSaidAllIsSeen)
 {
-    Start();
+    const Running running = Start();
     for (int i = 0; i < 20; ++i) {
         Client client(port);
         ASSERT_TRUE(client.Send(Request("GET /Ferro/a") + Request("GET /Ferro/b")));
@@ -266,7 +266,7 @@ TEST_F(Rules, LongPipelineIsAnsweredInOrder)
         io.SendHeader(200);
         return io.PutString(url->Buffer);
     };
-    Start();
+    const Running running = Start();
     constexpr int kRequests = 300; // several turns of one connection
     std::string all;
     for (int i = 0; i < kRequests; ++i)
@@ -290,7 +290,7 @@ TEST_F(Rules, KeepAliveFollowsVersionAndWish)
         {"GET /Ferro/a HTTP/1.0\r\n\r\n", "close", true},
         {"GET /Ferro/a HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", "keep-alive", false},
     };
-    Start();
+    const Running running = Start();
     for (const auto& row : kRows) {
         Client client(port);
         const Answer answer = client.Ask(row.text);
@@ -316,7 +316,7 @@ TEST_F(Rules, HostNamesComeFromTheClientUnlessThePublicUrlIsKnown)
         return io.SendHeader(200);
     };
     ServerSettings settings = QuietSettings();
-    Start(settings);
+    const Running running = Start(settings);
     Ask("GET /Ferro/a HTTP/1.1\r\nHost: Example.org:81\r\n\r\n");
     EXPECT_EQ(seen, "http://Example.org:81");
     Ask("GET /Ferro/a HTTP/1.1\r\nHost: [::1]\r\n\r\n");
@@ -352,7 +352,7 @@ TEST_F(Rules, PostsFromPagesOfOtherSitesAreRefused)
         {"another page by its referrer", "Referer: http://evil.example/http://h/\r\n", 403},
         {"a broken referrer", "Referer: h\r\n", 403},
     };
-    Start();
+    const Running running = Start();
     for (const auto& row : kRows)
         EXPECT_EQ(Ask(Request("POST /Ferro/docs", row.fields)).status, row.status) << row.why;
     EXPECT_EQ(Ask(Request("PUT /Ferro/docs/a", "Origin: http://evil.example\r\n")).status, 200)
@@ -373,7 +373,7 @@ TEST_F(Rules, NewLocksTellTheirTokenInAHeader)
         (void)io.PutString(body.data());
         return sent;
     };
-    Start();
+    const Running running = Start();
     const auto lock = [&](const char* fields = "Content-Length: 4\r\n\r\nlock") {
         return Ask("LOCK /Ferro/a HTTP/1.1\r\nHost: h\r\n" + std::string(fields))
             .Header("Lock-Token");
@@ -402,7 +402,7 @@ TEST_F(Rules, EachRequestLeavesOneLineInTheLog)
     ASSERT_EQ(dup2(file, STDERR_FILENO), STDERR_FILENO);
     ServerSettings settings = QuietSettings();
     settings.accessLog = true;
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     EXPECT_EQ(client.Ask(Request("GET /Ferro/a%20b?q=\"x")).status, 200);
     EXPECT_EQ(client.Ask(Request("GET /nowhere")).status, 404);
@@ -449,7 +449,7 @@ TEST_F(Wharf, StaticFilesAreServedAndRevalidated)
 {
     ServerSettings settings = QuietSettings();
     settings.wharfDirectory = directory;
-    Start(settings);
+    const Running running = Start(settings);
     Client client(port);
     const Answer answer = client.Ask(Request("GET /Wharf/common.js"));
     EXPECT_EQ(answer.status, 200);
@@ -477,7 +477,7 @@ TEST_F(Wharf, NothingElseIsReachable)
 {
     ServerSettings settings = QuietSettings();
     settings.wharfDirectory = directory;
-    Start(settings);
+    const Running running = Start(settings);
     for (const char* target :
          {"/Wharf/", "/Wharf/img", "/Wharf/img/", "/Wharf/leak", "/Wharf/link.js",
           "/Wharf/../../etc/passwd", "/Wharf//etc/passwd", "/Wharf/missing"})
