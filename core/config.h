@@ -34,9 +34,6 @@ TALSTATUS GetInfinityEntries();
 // "/" and no trailing one. Always 0.
 TALSTATUS GetTopLevelMoniker();
 
-// Takes over the settings that may change while the module runs: the moniker.
-void ProcessConfigChangeEvent();
-
 // Parses "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}" by position; separators and digits are not
 // checked. The text must hold 38 code units. Always 0.
 TALSTATUS RegistryKeyToGUID(const WCHAR* pFormatedKey, GUID* pClassId);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/eventhandler.h"
 
-#include "core/config.h"
-
 namespace {
 
 // This handler's failures carry a high half of their own.

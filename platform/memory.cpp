@@ -12,7 +12,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/internal.h"
+#include "platform/failures.h"
 #include "platform/talpl.h"
 
 namespace tolm {
@@ -247,6 +247,29 @@ void ReadStatistics(TALPL_STATISTICS& out) noexcept
 ITalplFaultInjection* FaultInjection() noexcept
 {
     return g_injects ? &g_faultInjection : nullptr;
+}
+
+void* Talpl::TalxAllocNonPagedMemory(UINT32 size)
+{
+    return AllocateBlock(size);
+}
+
+void* Talpl::TalxAllocPagedMemory(UINT32 size)
+{
+    return AllocateBlock(size);
+}
+
+TALSTATUS Talpl::TalxFreeMemory(void* memory)
+{
+    return !memory || FreeBlock(memory) ? TAL_STATUS_SUCCESS : Fail(kCodeInvalidParameter);
+}
+
+TALSTATUS Talpl::TalxGetGeneralTalplStatistics(TALPL_STATISTICS* out)
+{
+    if (!out)
+        return Fail(kCodeInvalidParameter);
+    ReadStatistics(*out);
+    return TAL_STATUS_SUCCESS;
 }
 
 } // namespace tolm

@@ -29,7 +29,4 @@ inline void KeepStores(const void* memory) noexcept
 
 void ReadStatistics(TALPL_STATISTICS& out) noexcept;
 
-// The shared object for tests, or null unless the process was started with TOLM_FAULT_INJECTION=1.
-ITalplFaultInjection* FaultInjection() noexcept;
-
 } // namespace tolm

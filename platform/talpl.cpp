@@ -12,7 +12,7 @@
 #include <kest/identifiers.h>
 #include <kest/layout.h>
 
-#include "platform/internal.h"
+#include "platform/failures.h"
 
 namespace tolm {
 namespace {
@@ -52,29 +52,6 @@ UINT32 Talpl::AddRef()
 UINT32 Talpl::Release()
 {
     return g_references.fetch_sub(1, std::memory_order_relaxed) - 1;
-}
-
-void* Talpl::TalxAllocNonPagedMemory(UINT32 size)
-{
-    return AllocateBlock(size);
-}
-
-void* Talpl::TalxAllocPagedMemory(UINT32 size)
-{
-    return AllocateBlock(size);
-}
-
-TALSTATUS Talpl::TalxFreeMemory(void* memory)
-{
-    return !memory || FreeBlock(memory) ? TAL_STATUS_SUCCESS : Fail(kCodeInvalidParameter);
-}
-
-TALSTATUS Talpl::TalxGetGeneralTalplStatistics(TALPL_STATISTICS* out)
-{
-    if (!out)
-        return Fail(kCodeInvalidParameter);
-    ReadStatistics(*out);
-    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Talpl::TalxGetSystemTime(UINT64* time)

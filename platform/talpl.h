@@ -118,4 +118,8 @@ class Talpl final : public ITalpl {
 // Lives as long as the process; counts references only to answer AddRef and Release.
 Talpl& SharedTalpl() noexcept;
 
+// The shared object for tests (memory.cpp), or null unless the process was started with
+// TOLM_FAULT_INJECTION=1.
+ITalplFaultInjection* FaultInjection() noexcept;
+
 } // namespace tolm
