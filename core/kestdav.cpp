@@ -207,7 +207,12 @@ constexpr MethodTable MakeStandardTable()
     table[KestMethodPut] = standard::Put;
     table[KestMethodDelete] = standard::Delete;
     table[KestMethodOptions] = standard::Options;
+    table[KestMethodPropFind] = standard::PropFind;
+    table[7] = standard::PropPatch;
+    table[KestMethodPropPatch] = standard::PropPatch;
     table[KestMethodMkCol] = standard::MkCol;
+    table[KestMethodLock] = standard::Lock;
+    table[KestMethodUnlock] = standard::Unlock;
     table[KestMethodCopy] = standard::Copy;
     table[KestMethodMove] = standard::Move;
     table[KestMethodHead] = standard::Head;

@@ -16,10 +16,14 @@ TALSTATUS Copy(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Delete(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Get(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Head(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Lock(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS MkCol(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Move(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS PropFind(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS PropPatch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Unlock(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 
 } // namespace standard

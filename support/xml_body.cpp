@@ -16,10 +16,13 @@ char Lower(char c) noexcept
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-// Keeps clients from choosing names that collide in a parser's tables. Drawn once: left to itself,
-// every parser asks for one of its own, and that is a quarter of what a usual body costs. Without
-// randomness it is 0, and parsers are left to themselves.
-unsigned long NameSalt() noexcept
+struct FreeParser {
+    void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
+};
+
+} // namespace
+
+unsigned long XmlNameSalt() noexcept
 {
     static const unsigned long salt = [] {
         unsigned long drawn = 0;
@@ -27,12 +30,6 @@ unsigned long NameSalt() noexcept
     }();
     return salt;
 }
-
-struct FreeParser {
-    void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
-};
-
-} // namespace
 
 const char* LocalName(const char* tag) noexcept
 {
@@ -61,7 +58,7 @@ XmlBody ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartEle
     if (size > static_cast<UINT32>(std::numeric_limits<int>::max()))
         return XmlBody::Broken;
 
-    (void)XML_SetHashSalt(parser.get(), NameSalt()); // nothing was parsed yet: it cannot fail
+    (void)XML_SetHashSalt(parser.get(), XmlNameSalt()); // nothing was parsed yet: it cannot fail
     XML_SetUserData(parser.get(), userData);
     XML_SetElementHandler(parser.get(), start, end);
     if (text)

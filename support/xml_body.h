@@ -14,6 +14,11 @@ const char* LocalName(const char* tag) noexcept;
 // Compares ASCII letters without case.
 bool SameName(const char* a, const char* b) noexcept;
 
+// Keeps clients from choosing names that collide in a parser's tables. Drawn once: left to itself,
+// every parser asks for one of its own, and that is a quarter of what a usual body costs. Without
+// randomness it is 0, and parsers are left to themselves.
+unsigned long XmlNameSalt() noexcept;
+
 enum class XmlBody {
     NoParser, // none could be made; nothing was parsed
     NoMemory, // memory was short; what the handlers heard is a part of what was asked for

@@ -484,6 +484,13 @@ class Collection1 final : public OpenedCollection<IKestDAVCollection> {
 class Collection2 final : public OpenedCollection<IKestDAVCollection2> {
   public:
     using OpenedCollection::OpenedCollection;
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (*iid != IidOf<IKestDAVCollection3>::value || !owner_.HasThird())
+            return OpenedCollection::QueryInterface(iid, out);
+        *out = NewCollection3(owner_);
+        return TAL_STATUS_SUCCESS;
+    }
     TALSTATUS Associate(SCHANDLE, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
     {
         return Bind(path, ", token=" + Narrow(token));

@@ -28,6 +28,13 @@ struct LockRecord {
     bool claimsMore = false; // the lengths that are told reach far beyond the record
 };
 
+// A dead property of the third generation; `value` is its whole element.
+struct DeadProperty {
+    std::string space;
+    std::string local;
+    std::string value;
+};
+
 struct Node {
     DAV_TYPE type = Resource;
     std::string content;
@@ -40,6 +47,7 @@ struct Node {
     UINT64 sizeShown =
         0; // GetResourceSize and listings show it in place of the content's, if not 0
     std::vector<std::pair<std::u16string, std::string>> properties;
+    std::vector<DeadProperty> dead;
     std::vector<LockRecord> locks;
     DAV_PROVIDER_STATE state = 0; // of its entry in a listing
     std::u16string uri;           // of its entry in a listing, when state is not 0
@@ -81,6 +89,10 @@ class Provider {
     size_t recordsPerCall = 1;   // locks and properties packed into one answer
     UINT32 readLimit = 0;        // Read gives at most that many bytes at once, if not 0
     UINT32 writeLimit = 0;       // Write takes at most that many bytes at once, if not 0
+    size_t membersPerCall = 3;   // GetMembers gives at most that many at once
+    std::string refusedProperty; // PatchProperties fails this one's change with code 6
+    UINT64 quotaUsed = 0;        // GetQuota tells both, if the second is not 0
+    UINT64 quotaAvailable = 0;
     std::string enhResult;       // what SetNamedPropertyEnh writes as its result text
     bool listsAttributes = true; // else listings leave the field as it was
     std::string nextToken = "00000000-0000-4000-8000-000000000001";

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 
+#include "records3.h"
 #include "text.h"
 
 namespace harness {
@@ -37,6 +38,8 @@ std::string TextOf(const DAV_TEXT& text)
     return {text.Text ? text.Text : "", text.Length};
 }
 
+} // namespace
+
 void Describe(const Node& node, DAV_OBJECT_INFO* info)
 {
     if (!info)
@@ -44,7 +47,7 @@ void Describe(const Node& node, DAV_OBJECT_INFO* info)
     info->Type = node.type;
     info->Attributes = node.attributes;
     info->Flags = (node.locks.empty() ? 0 : kObjectHasLocks) |
-                  (node.properties.empty() ? 0 : kObjectHasProperties);
+                  (node.properties.empty() && node.dead.empty() ? 0 : kObjectHasProperties);
     info->ResourceSize =
         node.type == Resource ? (node.sizeShown ? node.sizeShown : node.content.size()) : 0;
     info->CreationDate = node.created;
@@ -53,6 +56,8 @@ void Describe(const Node& node, DAV_OBJECT_INFO* info)
     info->Tag.Length = static_cast<UINT32>(std::min<size_t>(tag.size(), kTagBytes));
     std::memcpy(info->Tag.Text, tag.data(), info->Tag.Length);
 }
+
+namespace {
 
 // Judges preconditions and locks of one request.
 class Judgement {
@@ -238,44 +243,113 @@ class Namespace3 final : public IKestDAV3 {
         return Relocate("Move", source, destination, flags, conditions, failures, change);
     }
     TALSTATUS PatchProperties(SCHANDLE, UNICODE_STRING* path, const DAV_PRECONDITIONS* conditions,
-                              UINT32 count, DAV_PROPERTY_CHANGE*, IKestDAVFailures3*,
-                              DAV_CHANGE*) override
+                              UINT32 count, DAV_PROPERTY_CHANGE* changes,
+                              IKestDAVFailures3* failures, DAV_CHANGE* change) override
     {
-        return Note("PatchProperties", Narrow(path) + ", properties=" + std::to_string(count),
-                    conditions)
-            .value_or(ProviderFailure(kCodeNotImplemented));
+        if (const auto status =
+                Note("PatchProperties", Narrow(path) + ChangesText(count, changes), conditions))
+            return *status;
+        const std::lock_guard lock(owner_.Mutex());
+        const Judgement judgement(owner_, conditions, failures);
+        const std::u16string name = PathOf(path);
+        Node* node = owner_.Find(name);
+        TALSTATUS status = node ? judgement.Conditions(name) : ProviderFailure(kCodeNotFound);
+        if (!Failed(status))
+            status = judgement.Locks(name, false, false);
+        if (!Failed(status))
+            status = PatchNode(*node, count, changes, owner_.refusedProperty);
+        return Failed(status) ? status : Tell(name, kOutcomeReplaced, change);
     }
-    TALSTATUS GetProperties(SCHANDLE, UNICODE_STRING* path, UINT64*, UINT32*,
-                            DAV_PROPERTY*) override
+    TALSTATUS GetProperties(SCHANDLE, UNICODE_STRING* path, UINT64* place, UINT32* size,
+                            DAV_PROPERTY* buffer) override
     {
-        return Note("GetProperties", Narrow(path)).value_or(ProviderFailure(kCodeNoMoreEntries));
+        if (const auto status = Note("GetProperties", Narrow(path)))
+            return *status;
+        const std::lock_guard lock(owner_.Mutex());
+        const Node* node = owner_.Find(PathOf(path));
+        return node ? PackProperties(*node, place, size, buffer) : ProviderFailure(kCodeNotFound);
     }
-    TALSTATUS Lock(SCHANDLE, UNICODE_STRING* path, const DAV_LOCK_REQUEST*,
-                   const DAV_PRECONDITIONS* conditions, IKestDAVFailures3*, UINT32*,
-                   DAV_LOCK_INFO_3*, DAV_CHANGE*) override
+    TALSTATUS Lock(SCHANDLE, UNICODE_STRING* path, const DAV_LOCK_REQUEST* request,
+                   const DAV_PRECONDITIONS* conditions, IKestDAVFailures3* failures, UINT32* size,
+                   DAV_LOCK_INFO_3* lock, DAV_CHANGE* change) override
     {
-        return Note("Lock", Narrow(path), conditions)
-            .value_or(ProviderFailure(kCodeNotImplemented));
+        if (const auto status = Note("Lock", Narrow(path) + LockText(*request), conditions))
+            return *status;
+        const std::lock_guard guard(owner_.Mutex());
+        const std::u16string name = PathOf(path);
+        const Judgement judgement(owner_, conditions, failures);
+        TALSTATUS status = judgement.Conditions(name);
+        if (!Failed(status))
+            status = Conflicts(name, *request, failures);
+        const DAV_OUTCOME outcome = owner_.Find(name) ? kOutcomeReplaced : kOutcomeCreated;
+        if (!Failed(status) && outcome == kOutcomeCreated && !owner_.Find(ParentOf(name)))
+            status = ProviderFailure(kCodeConflict);
+        if (Failed(status))
+            return status;
+        if (outcome == kOutcomeCreated)
+            owner_.AddFile(Narrow(name));
+        LockRecord made = {request->Type,    request->Scope,         request->Depth,
+                           request->Timeout, TextOf(request->Owner), owner_.nextToken};
+        owner_.Find(name)->locks.push_back(made);
+        (void)Tell(name, outcome, change);
+        return PackLock3(made, Narrow(name), size, lock);
     }
-    TALSTATUS RefreshLock(SCHANDLE, UNICODE_STRING* path, INT64,
-                          const DAV_PRECONDITIONS* conditions, UINT32*, DAV_LOCK_INFO_3*) override
+    TALSTATUS RefreshLock(SCHANDLE, UNICODE_STRING* path, INT64 timeout,
+                          const DAV_PRECONDITIONS* conditions, UINT32* size,
+                          DAV_LOCK_INFO_3* lock) override
     {
-        return Note("RefreshLock", Narrow(path), conditions)
-            .value_or(ProviderFailure(kCodeNotImplemented));
+        if (const auto status = Note(
+                "RefreshLock", Narrow(path) + ", timeout=" + std::to_string(timeout), conditions))
+            return *status;
+        const std::lock_guard guard(owner_.Mutex());
+        const std::u16string name = PathOf(path);
+        for (UINT32 i = 0; i < conditions->TokenCount; ++i)
+            if (const auto [root, held] = Covering(name, TextOf(conditions->Tokens[i])); held) {
+                held->timeout = timeout;
+                return PackLock3(*held, Narrow(root), size, lock);
+            }
+        return ProviderFailure(kCodePreconditionFailed);
     }
     TALSTATUS Unlock(SCHANDLE, UNICODE_STRING* path, const DAV_TEXT* token,
                      const DAV_PRECONDITIONS* conditions) override
     {
-        return Note("Unlock", Narrow(path) + ", token=" + TextOf(*token), conditions)
-            .value_or(ProviderFailure(kCodeNotImplemented));
+        if (const auto status =
+                Note("Unlock", Narrow(path) + ", token=" + TextOf(*token), conditions))
+            return *status;
+        const std::lock_guard guard(owner_.Mutex());
+        const auto [root, held] = Covering(PathOf(path), TextOf(*token));
+        if (!held)
+            return ProviderFailure(kCodeNotFound);
+        auto& locks = owner_.Find(root)->locks;
+        locks.erase(locks.begin() + (held - locks.data()));
+        return TAL_STATUS_SUCCESS;
     }
-    TALSTATUS GetLocks(SCHANDLE, UNICODE_STRING* path, UINT64*, UINT32*, DAV_LOCK_INFO_3*) override
+    TALSTATUS GetLocks(SCHANDLE, UNICODE_STRING* path, UINT64* place, UINT32* size,
+                       DAV_LOCK_INFO_3* buffer) override
     {
-        return Note("GetLocks", Narrow(path)).value_or(ProviderFailure(kCodeNoMoreEntries));
+        if (const auto status = Note("GetLocks", Narrow(path)))
+            return *status;
+        const std::lock_guard guard(owner_.Mutex());
+        const std::u16string name = PathOf(path);
+        UINT64 at = 0;
+        TALSTATUS result = ProviderFailure(kCodeNoMoreEntries);
+        owner_.EachNode([&](const std::u16string& root, const Node& node) {
+            for (const LockRecord& each : node.locks)
+                if ((root == name || (each.depth == -1 && IsIn(name, root))) && at++ == *place)
+                    result = PackLock3(each, Narrow(root), size, buffer);
+        });
+        *place += Failed(result) ? 0 : 1;
+        return result;
     }
-    TALSTATUS GetQuota(SCHANDLE, UNICODE_STRING* path, DAV_QUOTA*) override
+    TALSTATUS GetQuota(SCHANDLE, UNICODE_STRING* path, DAV_QUOTA* quota) override
     {
-        return Note("GetQuota", Narrow(path)).value_or(ProviderFailure(kCodeNotImplemented));
+        if (const auto status = Note("GetQuota", Narrow(path)))
+            return *status;
+        if (owner_.quotaAvailable == 0)
+            return ProviderFailure(kCodeNotImplemented);
+        quota->Used = owner_.quotaUsed;
+        quota->Available = owner_.quotaAvailable;
+        return TAL_STATUS_SUCCESS;
     }
 
   private:
@@ -287,6 +361,42 @@ class Namespace3 final : public IKestDAV3 {
                                   const DAV_PRECONDITIONS* conditions)
     {
         return Note(operation, arguments + ", " + PreconditionsText(conditions));
+    }
+    // The lock of a token that covers a path, and its root.
+    std::pair<std::u16string, LockRecord*> Covering(const std::u16string& path,
+                                                    const std::string& token)
+    {
+        std::u16string found;
+        owner_.EachNode([&](const std::u16string& root, const Node& node) {
+            for (const LockRecord& each : node.locks)
+                if (each.token == token && (root == path || (each.depth == -1 && IsIn(path, root))))
+                    found = root;
+        });
+        if (found.empty())
+            return {};
+        for (LockRecord& each : owner_.Find(found)->locks)
+            if (each.token == token)
+                return {found, &each};
+        return {};
+    }
+    TALSTATUS Conflicts(const std::u16string& path, const DAV_LOCK_REQUEST& request,
+                        IKestDAVFailures3* failures)
+    {
+        TALSTATUS result = TAL_STATUS_SUCCESS;
+        owner_.EachNode([&](const std::u16string& root, const Node& node) {
+            for (const LockRecord& each : node.locks) {
+                const bool meets = root == path || (each.depth == -1 && IsIn(path, root)) ||
+                                   (request.Depth == -1 && IsIn(root, path));
+                if (!meets || (each.scope == Shared && request.Scope == Shared))
+                    continue;
+                result = ProviderFailure(kCodeLocked);
+                std::u16string text = root;
+                UNICODE_STRING told = Counted(text);
+                if (failures)
+                    (void)failures->OnFailure(&told, result);
+            }
+        });
+        return result;
     }
     TALSTATUS Tell(const std::u16string& path, DAV_OUTCOME outcome, DAV_CHANGE* change)
     {

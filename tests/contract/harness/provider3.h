@@ -9,6 +9,7 @@
 #pragma once
 
 #include "provider.h"
+#include <kest/dav/collection_3.h>
 #include <kest/dav/namespace_3.h>
 #include <kest/dav/resource_3.h>
 
@@ -18,6 +19,12 @@ namespace harness {
 std::shared_ptr<IKestDAV3> MakeNamespace3(Provider& provider);
 // An opened object with one reference.
 IKestDAVResource3* NewResource3(Provider& provider);
+
+// An opened collection with one reference; its calls are "NAME.col3.Op".
+IKestDAVCollection3* NewCollection3(Provider& provider);
+
+// What is told of a node.
+void Describe(const Node& node, DAV_OBJECT_INFO* info);
 
 // A node's entity tag: its own text, or "vN" in quotes, where N counts its contents.
 std::string TagOf(const Node& node);

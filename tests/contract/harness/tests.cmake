@@ -5,6 +5,8 @@ add_library(kest_harness STATIC
   ${CMAKE_CURRENT_LIST_DIR}/platform.cpp
   ${CMAKE_CURRENT_LIST_DIR}/provider.cpp
   ${CMAKE_CURRENT_LIST_DIR}/provider3.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/collection3.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/records3.cpp
   ${CMAKE_CURRENT_LIST_DIR}/recorder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/services.cpp
   ${CMAKE_CURRENT_LIST_DIR}/text.cpp

@@ -5,5 +5,8 @@ kest_test(contract_standard
     ${CMAKE_CURRENT_LIST_DIR}/namespace_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/put_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/lock_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/propfind_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/proppatch_test.cpp
   LIBS kest_harness
 )

@@ -10,3 +10,10 @@ kest_test(unit_standard
     ${PROJECT_SOURCE_DIR}/standard/ranges.cpp
     ${PROJECT_SOURCE_DIR}/standard/upload_headers.cpp
 )
+
+# Its readers of headers and bodies that need a host's memory.
+kest_test(unit_standard_readers
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/if_header_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/readers_test.cpp
+  LIBS kestdav_objects kest_harness)

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reading what a request wants of properties, and telling what came of it.
+#include "standard/property_changes.h"
+
+#include <algorithm>
+
+#include "standard/answer.h"
+#include "standard/property_value.h"
+#include "standard/propfind_response.h"
+
+namespace standard {
+
+namespace {
+
+constexpr TALSTATUS kTooMany = MakeStatus(kFacilityModule, kCodeStorageFull);
+
+} // namespace
+
+class PropertyChangesReader final : public XmlHandler {
+  public:
+    PropertyChangesReader(PropertyChanges& changes, std::string_view root)
+        : changes_(changes), root_(root)
+    {
+    }
+
+    bool OnStart(XmlReader& reader, const XmlName& name, unsigned depth) override
+    {
+        if (depth == 0)
+            return name.IsDav(root_);
+        if (depth == 1) {
+            isSet_ = name.IsDav("set");
+            isRemove_ = name.IsDav("remove"); // anything else is an extension
+        } else if (depth == 2) {
+            isProp_ = (isSet_ || isRemove_) && name.IsDav("prop");
+        } else if (depth == 3 && isProp_) {
+            reader.Take(IsLive(name) ? Capture::Content : Capture::Element);
+        }
+        return true;
+    }
+    bool OnEnd(XmlReader& reader, const XmlName& name, unsigned depth) override
+    {
+        return depth != 3 || !isProp_ || Add(name, reader.Taken());
+    }
+
+    bool hasTooMany = false;
+
+  private:
+    bool Add(const XmlName& name, std::string_view value)
+    {
+        if (changes_.items_.size() == kMostPropertyChanges) {
+            hasTooMany = true;
+            return false;
+        }
+        PropertyChanges::Item item{};
+        item.kind = isSet_ ? kPropertySet : kPropertyRemove;
+        if (const LiveChange live = ReadLiveChange(name, value); live.isLive) {
+            item.status = isSet_ ? live.status : TAL_STATUS_ACCESS_DENIED;
+            item.kind = live.kind;
+            item.number = live.number;
+            value = {};
+        } else if (isRemove_) {
+            value = {};
+        }
+        item.at = changes_.texts_.size();
+        item.spaceLength = static_cast<UINT32>(name.space.size());
+        item.localLength = static_cast<UINT32>(name.local.size());
+        item.valueLength = static_cast<UINT32>(value.size());
+        return changes_.texts_.Put(name.space) && changes_.texts_.Put(name.local) &&
+               changes_.texts_.Put(value) && changes_.items_.Append(item);
+    }
+
+    PropertyChanges& changes_;
+    const std::string_view root_;
+    bool isSet_ = false;
+    bool isRemove_ = false;
+    bool isProp_ = false;
+};
+
+TALSTATUS PropertyChanges::Read(std::string_view body, std::string_view root)
+{
+    PropertyChangesReader handler(*this, root);
+    XmlReader reader(handler);
+    const XmlResult result = reader.Read(body);
+    if (handler.hasTooMany)
+        return kTooMany;
+    if (texts_.HasFailed() || items_.HasFailed())
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    if (result != XmlResult::Whole)
+        return StatusOf(result);
+    return MakeRecords() ? TAL_STATUS_SUCCESS : TAL_STATUS_INSUFFICIENT_RESOURCES;
+}
+
+// The texts move while they are read, and not any more.
+bool PropertyChanges::MakeRecords()
+{
+    for (const Item& item : items_) {
+        const char* const text = texts_.data() + item.at;
+        DAV_PROPERTY_CHANGE record{};
+        record.Size = sizeof record;
+        record.Kind = item.kind;
+        record.Namespace = {text, item.spaceLength};
+        record.Name = {text + item.spaceLength, item.localLength};
+        record.Value = {text + item.spaceLength + item.localLength, item.valueLength};
+        record.Number = item.number;
+        record.Status = item.status;
+        if (!records_.Append(record))
+            return false;
+    }
+    return true;
+}
+
+bool PropertyChanges::HasFailures() const
+{
+    return std::any_of(records_.begin(), records_.end(),
+                       [](const auto& record) { return Failed(record.Status); });
+}
+
+namespace {
+
+// What a change's own failure is in HTTP (RFC 4918 section 9.2.1).
+HTTPSTATUS HttpOf(TALSTATUS status)
+{
+    switch (Code(status)) {
+    case kCodeInvalidParameter:
+        return 409;
+    case kCodeNotImplemented:
+        return 403;
+    default:
+        return HttpStatusOf(status);
+    }
+}
+
+std::string_view StatusLine(HTTPSTATUS http)
+{
+    switch (http) {
+    case 200:
+        return "HTTP/1.1 200 OK";
+    case 403:
+        return "HTTP/1.1 403 Forbidden";
+    case 409:
+        return "HTTP/1.1 409 Conflict";
+    case 423:
+        return "HTTP/1.1 423 Locked";
+    case 424:
+        return "HTTP/1.1 424 Failed Dependency";
+    case 507:
+        return "HTTP/1.1 507 Insufficient Storage";
+    default:
+        return "HTTP/1.1 500 Internal Server Error";
+    }
+}
+
+} // namespace
+
+void PropertyChanges::PutPropStat(ReplyWriter& out, HTTPSTATUS http, TALSTATUS status,
+                                  bool ofSuccess) const
+{
+    out.Put("<D:propstat><D:prop>");
+    for (const DAV_PROPERTY_CHANGE& record : records_)
+        if (ofSuccess ? !Failed(record.Status)
+                      : Failed(record.Status) && Code(record.Status) == Code(status))
+            PutPropertyName(out, {{record.Namespace.Text, record.Namespace.Length},
+                                  {record.Name.Text, record.Name.Length}});
+    out.Put("</D:prop><D:status>");
+    out.Put(StatusLine(http));
+    out.Put("</D:status>");
+    if (http == 403)
+        out.Put("<D:error><D:cannot-modify-protected-property/></D:error>");
+    out.Put("</D:propstat>");
+}
+
+void PropertyChanges::PutOutcome(ReplyWriter& out, HTTPSTATUS otherwise) const
+{
+    bool hasOthers = false;
+    UINT64 codes = 0; // those told of, below 64; there are no others
+    for (const DAV_PROPERTY_CHANGE& record : records_) {
+        hasOthers = hasOthers || !Failed(record.Status);
+        const UINT64 bit = UINT64{1} << (Code(record.Status) & 63);
+        if (!Failed(record.Status) || (codes & bit) != 0)
+            continue;
+        codes |= bit;
+        PutPropStat(out, HttpOf(record.Status), record.Status, false);
+    }
+    if (hasOthers)
+        PutPropStat(out, otherwise, TAL_STATUS_SUCCESS, true);
+}
+
+} // namespace standard

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The "response" element of one object in a PROPFIND's multistatus (RFC 4918 section 14.24).
+#pragma once
+
+#include "standard/lock_element.h"
+#include "standard/propfind_request.h"
+#include "standard/reply_writer.h"
+
+namespace standard {
+
+// Writes a property's empty element.
+void PutPropertyName(ReplyWriter& out, const XmlName& name);
+
+// What a response is about.
+struct PropFindObject {
+    IKestDAV3* provider =
+        nullptr; // null for what no third generation serves: it has no more to say
+    UNICODE_STRING* wide = nullptr; // the provider path, as the provider takes it
+    std::string_view path;          // the same in UTF-8, without a trailing "/"
+    std::string_view name;          // to show
+    DAV_OBJECT_INFO info{};
+
+    bool IsCollection() const { return info.Type == Collection; }
+};
+
+// Writes the responses of one request.
+class PropFindResponses {
+  public:
+    PropFindResponses(ReplyWriter& out, SCHANDLE session, const PropFindRequest& request)
+        : out_(out), session_(session), request_(request)
+    {
+    }
+    PropFindResponses(const PropFindResponses&) = delete;
+    PropFindResponses& operator=(const PropFindResponses&) = delete;
+
+    // Code 5 when memory is short for what the request asks for: the reply cannot be whole then.
+    // What a provider cannot be asked for is reported to the host.
+    [[nodiscard]] TALSTATUS Put(const PropFindObject& object);
+
+  private:
+    // Of one object: what it is told to have, and which of the request's names it lacks.
+    void PutFound(const PropFindObject& object);
+    void PutMissing();
+    void PutLiveNames(UINT32 live);
+    // False when the object has no such property.
+    bool PutLive(const PropFindObject& object, UINT32 property);
+    bool PutText(const char* before, std::string_view text, const char* behind);
+    bool PutContentType(const PropFindObject& object);
+    bool PutQuota(const PropFindObject& object, UINT32 property);
+    bool PutWin32(const PropFindObject& object, UINT32 property);
+    void PutPrivileges(const PropFindObject& object);
+    void PutDead(const PropFindObject& object);
+    void PutDeadProperty(const DAV_PROPERTY& property);
+    void BeginFound(); // the first property opens its element
+    void EndFound(bool isEmptyAllowed);
+
+    ReplyWriter& out_;
+    const SCHANDLE session_;
+    const PropFindRequest& request_;
+    RecordBuffer records_;
+    GrowingArray<UINT8> isFound_; // of the request's dead names, for the object at hand
+    UINT32 missing_ = 0;          // live properties that the object at hand lacks
+    bool isOpen_ = false;         // the propstat of what was found
+};
+
+} // namespace standard

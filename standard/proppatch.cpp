@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// PROPPATCH (RFC 4918 section 9.2): all changes of properties in document order, or none.
+#include "standard/answer.h"
+#include "standard/failures.h"
+#include "standard/handlers.h"
+#include "standard/lock_element.h"
+#include "standard/object.h"
+#include "standard/preconditions.h"
+#include "standard/property_changes.h"
+#include "standard/propfind_request.h"
+#include "standard/tree_path.h"
+#include "support/handlers.h"
+#include "support/reply.h"
+#include "support/resolution.h"
+#include "support/uri.h"
+
+namespace standard {
+
+namespace {
+
+TALSTATUS ReadChanges(IKestIO_5* io, PropertyChanges& changes)
+{
+    XmlBodyText body;
+    if (const TALSTATUS status = ReadBody(io, body); Failed(status))
+        return status;
+    if (const TALSTATUS status = changes.Read(body.Text(), "propertyupdate"); Failed(status))
+        return status;
+    return changes.Count() != 0 ? TAL_STATUS_SUCCESS : TAL_STATUS_INVALID_REQUEST;
+}
+
+// What is asked of the path beside the changes that a provider need not be asked for.
+TALSTATUS JudgeRefused(SCHANDLE session, IKestDAV3& provider, UNICODE_STRING* path,
+                       const DAV_PRECONDITIONS& preconditions, DAV_OBJECT_INFO& info)
+{
+    if (const TALSTATUS status = provider.GetInfo(session, path, &info); Failed(status))
+        return status;
+    return provider.Judge(session, path, &preconditions);
+}
+
+TALSTATUS SendOutcome(IKestIO_5* io, const UNICODE_STRING& path, bool isCollection,
+                      const PropertyChanges& changes)
+{
+    TreePath href;
+    if (const TALSTATUS status = href.Set(path); Failed(status))
+        return RefuseMapped(io, status);
+    SendXmlHead(io, 207);
+    ReplyWriter out(io);
+    out.Put("<D:multistatus xmlns:D=\"DAV:\">\n<D:response><D:href>");
+    PutHref(out, href.Text(), isCollection);
+    out.Put("</D:href>");
+    changes.PutOutcome(out, changes.HasFailures() ? 424 : 200);
+    out.Put("</D:response>\n</D:multistatus>\n");
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler,
+                    IKestIO_5* io)
+{
+    PropertyChanges changes;
+    if (const TALSTATUS status = ReadChanges(io, changes); Failed(status))
+        return RefuseMapped(io, status);
+    DAV_PRECONDITIONS preconditions{};
+    if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))
+        return RefuseMapped(io, status);
+
+    IKestDAV3& provider = *handler.pIKestDav3;
+    DAV_CHANGE change = EmptyChange();
+    if (changes.HasFailures()) { // nothing is changed then
+        if (const TALSTATUS status =
+                JudgeRefused(session, provider, path, preconditions, change.Info);
+            Failed(status))
+            return RefuseMapped(io, status);
+        return SendOutcome(io, *path, change.Info.Type == Collection, changes);
+    }
+    Failures failures;
+    const TALSTATUS status = provider.PatchProperties(
+        session, path, &preconditions, changes.Count(), changes.Records(), &failures, &change);
+    if (Failed(status) && !changes.HasFailures())
+        return AnswerFailure(io, status, failures, *path);
+    if (Failed(status)) {
+        change = EmptyChange();
+        (void)provider.GetInfo(session, path, &change.Info); // only the href's last "/" needs it
+    }
+    return SendOutcome(io, *path, change.Info.Type == Collection, changes);
+}
+
+} // namespace
+
+TALSTATUS PropPatch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    if (IsMonikerRoot(*url))
+        return Refuse(io, 403, TAL_STATUS_ACCESS_DENIED, "cannot-modify-protected-property");
+    ProviderGuard providers;
+    UNICODE_STRING path = ProviderPath(*url);
+    KESTDAV_HANDLER* handler = nullptr;
+    if (const TALSTATUS status = DavUriToHandler(session, &path, &handler); Failed(status))
+        return RefuseMapped(io, status);
+    if (handler->pIKestDav3)
+        return PatchPath(session, &path, *handler, io);
+    providers.Release();
+    return KestDavPropPatch(session, url, io);
+}
+
+} // namespace standard

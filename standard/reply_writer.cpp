@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The body of an XML reply.
+#include "standard/reply_writer.h"
+
+#include <cstring>
+
+#include "support/escape.h"
+#include "support/globals.h"
+#include "support/reply.h"
+
+namespace standard {
+
+namespace {
+
+constexpr UINT32 kDateBytes = 64;
+
+constexpr bool IsUnreserved(char c) noexcept
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~' || c == '/';
+}
+
+// How many bytes at the front need no escape.
+size_t PlainText(std::string_view text) noexcept
+{
+    size_t at = 0;
+    for (; at < text.size(); ++at) {
+        const auto c = static_cast<UINT8>(text[at]);
+        if (c < 0x20 ? c != '\n' && c != '\t'
+                     : c == '&' || c == '<' || c == '>' || c == '"' || c == 0xEF)
+            break;
+    }
+    return at;
+}
+
+// U+FFFE and U+FFFF, which are no characters.
+bool IsNoncharacter(std::string_view text) noexcept
+{
+    return text.size() >= 3 && text.starts_with("\xEF\xBF") &&
+           (text[2] == '\xBE' || text[2] == '\xBF');
+}
+
+} // namespace
+
+void ReplyWriter::Put(std::string_view markup)
+{
+    if (markup.size() > kRoom - used_) {
+        Flush();
+        if (markup.size() > kRoom) {
+            failed_ =
+                failed_ ||
+                Failed(io_->Write(static_cast<UINT32>(markup.size()),
+                                  reinterpret_cast<UINT8*>(const_cast<char*>(markup.data()))));
+            return;
+        }
+    }
+    if (!markup.empty())
+        std::memcpy(text_ + used_, markup.data(), markup.size());
+    used_ += static_cast<UINT32>(markup.size());
+}
+
+void ReplyWriter::PutText(std::string_view text)
+{
+    while (!text.empty()) {
+        const size_t plain = PlainText(text);
+        Put(text.substr(0, plain));
+        if (plain == text.size())
+            return;
+        text.remove_prefix(plain);
+        size_t taken = 1;
+        switch (text.front()) {
+        case '&':
+            Put("&amp;");
+            break;
+        case '<':
+            Put("&lt;");
+            break;
+        case '>':
+            Put("&gt;");
+            break;
+        case '"':
+            Put("&quot;");
+            break;
+        case '\r':
+            Put("&#13;");
+            break;
+        case '\xEF':
+            taken = IsNoncharacter(text) ? 3 : 1;
+            Put(taken == 3 ? "?" : text.substr(0, 1));
+            break;
+        default:
+            Put("?");
+            break;
+        }
+        text.remove_prefix(taken);
+    }
+}
+
+void ReplyWriter::PutPath(std::string_view path)
+{
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    while (!path.empty()) {
+        size_t plain = 0;
+        while (plain < path.size() && IsUnreserved(path[plain]))
+            ++plain;
+        Put(path.substr(0, plain));
+        if (plain == path.size())
+            return;
+        const auto c = static_cast<UINT8>(path[plain]);
+        const char escape[] = {'%', kHex[c >> 4], kHex[c & 15]};
+        Put({escape, sizeof escape});
+        path.remove_prefix(plain + 1);
+    }
+}
+
+void ReplyWriter::PutNumber(UINT64 number)
+{
+    char digits[kU64Digits];
+    const INT32 length = U64ToAscii(number, 10, digits);
+    Put({digits, static_cast<size_t>(length)});
+}
+
+void ReplyWriter::PutHttpDate(DAV_DATETIME date)
+{
+    char buffer[kDateBytes];
+    STRING text = {0, sizeof buffer, buffer};
+    if (!Failed(g_pIKestUtil->SystemTimeToHttpTime(&date, &text)))
+        Put({buffer, text.Length});
+}
+
+void ReplyWriter::PutIsoDate(DAV_DATETIME date)
+{
+    char buffer[kDateBytes];
+    STRING text = {0, sizeof buffer, buffer};
+    if (!Failed(g_pIKestUtil->SystemTimeTo8601Time(&date, &text)))
+        Put({buffer, text.Length});
+}
+
+void ReplyWriter::Flush()
+{
+    if (used_ != 0 && Failed(io_->Write(used_, reinterpret_cast<UINT8*>(text_))))
+        failed_ = true;
+    used_ = 0;
+}
+
+void SendXmlHead(IKestIO_5* io, HTTPSTATUS http)
+{
+    SetHeader(io, "Transfer-Encoding", "chunked");
+    SetHeader(io, "Content-Type", "application/xml; charset=\"utf-8\"");
+    (void)io->SendHeader(http);
+    Put(io, "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n");
+}
+
+} // namespace standard
