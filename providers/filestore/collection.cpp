@@ -22,44 +22,6 @@ constexpr size_t kNamesAhead = 4; // that are fetched before their turn comes
 constexpr TALSTATUS kCancelled = Failure(kCodeTimeout);
 constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
 
-// Takes the names that are served.
-class ServedNames final : public NameSink {
-  public:
-    explicit ServedNames(NameList& names) : names_(names) {}
-    bool OnName(std::string_view name) override
-    {
-        if (call::IsCancelled())
-            return false;
-        if (IsPrivateName(name))
-            return true;
-        if (IsServableName(name))
-            names_.Add(name);
-        else
-            ++leftOut_;
-        return true;
-    }
-    size_t LeftOut() const { return leftOut_; }
-
-  private:
-    NameList& names_;
-    size_t leftOut_ = 0;
-};
-
-TALSTATUS InspectVolume(const Store& store, std::string_view name, FileInfo* info)
-{
-    Target target;
-    OpenFile top;
-    for (const auto& v : store.Volumes())
-        if (v->Name() == name)
-            target.volume = v.get();
-    if (!target.volume)
-        return Failure(kCodeNotFound);
-    const TALSTATUS status = store.OpenExisting(&target, OpenFor::Locating, &top, info);
-    return Failed(status)
-               ? status
-               : StatusFromErrno(target.volume->GetCreated(top.Get(), *info, &info->created));
-}
-
 // All of a record but its name.
 void Fill(const FileInfo& info, DAV_COMMON_ENUM* out)
 {
@@ -76,11 +38,18 @@ void Fill(const FileInfo& info, DAV_COMMON_ENUM* out)
 
 } // namespace
 
+TALSTATUS FileCollection::QueryInterface(const GUID* iid, void** out)
+{
+    if (iid && out && *iid == IID_KestCollection_3)
+        return OfferFace<IKestDAVCollection3>(&third_, *this, node_.GetStore(), out);
+    return Object::QueryInterface(iid, out);
+}
+
 TALSTATUS FileCollection::Associate(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token)
 {
     return relocation::Step(Protected([&] {
         node_.Unbind();
-        names_.reset();
+        listing_.Clear();
         directory_.reset();
         return Open(hSession, path, token);
     }));
@@ -114,38 +83,6 @@ TALSTATUS FileCollection::Open(SCHANDLE session, const UNICODE_STRING* path,
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS FileCollection::ListNames()
-{
-    next_ = 0;
-    hidden_.clear();
-    names_.emplace(UpperCaseUnits);
-    if (node_.IsRoot()) {
-        for (const auto& v : node_.GetStore().Volumes())
-            names_->Add(v->Name());
-        names_->Sort();
-        return TAL_STATUS_SUCCESS;
-    }
-    const Volume& volume = node_.GetVolume();
-    ServedNames sink(*names_);
-    if (const int error = volume.Fs().List(directory_->Get(), sink))
-        return StatusFromErrno(error);
-    if (call::IsCancelled())
-        return kCancelled; // the list may be short
-    if (sink.LeftOut())
-        Log(kLogWarning, std::to_string(sink.LeftOut()) + " names in '" + volume.Name() + "/" +
-                             node_.Path() +
-                             "' are left out of its listing: not UTF-8, or with control "
-                             "characters");
-    names_->Sort();
-    if (const int error = volume.HasKeptDates(*directory_, &hasKeptDates_))
-        return StatusFromErrno(error);
-    if (!volume.MayHaveProperties())
-        return TAL_STATUS_SUCCESS;
-    std::unique_ptr<MetadataSession> session;
-    const TALSTATUS status = Store::OpenMetadata(volume, &session);
-    return Failed(status) ? status : session->HiddenChildren(node_.Path(), &hidden_);
-}
-
 TALSTATUS FileCollection::GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     if (!node_.IsBound())
@@ -153,63 +90,40 @@ TALSTATUS FileCollection::GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer)
     if (relocation::IsCopied())
         return Failure(kCodeNoMoreEntries);
     return relocation::Step(ToldIfDenied(Protected([&] {
-        const TALSTATUS status = ListNames();
+        next_ = 0;
+        const TALSTATUS status = listing_.Read(node_.IsRoot() ? nullptr : &node_.GetVolume(),
+                                               directory_, node_.Path(), true);
         return Failed(status) ? status : Emit(size, buffer);
     })));
 }
 
 TALSTATUS FileCollection::GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
-    if (!node_.IsBound() || !names_)
+    if (!node_.IsBound() || !listing_.IsRead())
         return kNotAssociated;
     return relocation::Step(ToldIfDenied(Protected([&] { return Emit(size, buffer); })));
 }
 
-// Fills in what there is to say about a child. Code 11 for what is gone meanwhile, leads outside or
-// is neither file nor directory, and for nothing else: the others are told of, or none is.
+// Fills in what there is to say about a child; code 11 as Listing::Inspect.
 TALSTATUS FileCollection::Describe(const char* name, DAV_COMMON_ENUM* out)
 {
     FileInfo info;
-    const TALSTATUS status =
-        node_.IsRoot() ? InspectVolume(node_.GetStore(), name, &info) : InspectChild(name, &info);
-    if (Failed(status))
+    if (const TALSTATUS status = listing_.Inspect(name, &info); Failed(status))
         return status;
     Fill(info, out);
-    if (!hidden_.empty() && hidden_.contains(name))
+    if (listing_.IsHidden(name))
         out->Attributes |= kAttributeHidden;
-    return status;
-}
-
-TALSTATUS FileCollection::InspectChild(const char* name, FileInfo* info) const
-{
-    const Volume& volume = node_.GetVolume();
-    if (const int error = volume.Fs().InspectAt(directory_->Get(), name, info))
-        return StatusFromErrno(error);
-    if (info->isLink) {
-        Target target;
-        OpenFile real;
-        target.volume = &node_.GetVolume();
-        if (!target.path.Assign(node_.Path()) || !target.path.Append(name))
-            return Failure(kCodeNotFound); // no request can name it
-        const TALSTATUS status =
-            node_.GetStore().OpenExisting(&target, OpenFor::Locating, &real, info);
-        return Failed(status)
-                   ? status
-                   : StatusFromErrno(volume.GetCreated(real.Get(), *info, &info->created));
-    }
-    if (!info->isDirectory && !info->isRegular)
-        return Failure(kCodeNotFound);
-    return hasKeptDates_ ? StatusFromErrno(volume.GetCreatedOfChild(directory_->Get(), name, info))
-                         : TAL_STATUS_SUCCESS;
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
-    for (; next_ < names_->Count(); ++next_) {
+    const NameList& names = listing_.Names();
+    for (; next_ < names.Count(); ++next_) {
         if (call::IsCancelled())
             return kCancelled;
-        names_->Expect(next_ + kNamesAhead);
-        const size_t units = names_->UnitsAt(next_);
+        names.Expect(next_ + kNamesAhead);
+        const size_t units = names.UnitsAt(next_);
         constexpr size_t kHead = offsetof(DAV_COMMON_ENUM, DisplayName);
         const auto needed =
             static_cast<UINT32>(std::max(kHead + units * sizeof(WCHAR), sizeof(DAV_COMMON_ENUM)));
@@ -217,13 +131,13 @@ TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
             *size = needed;
             return Failure(kCodeBufferTooSmall);
         }
-        const TALSTATUS status = Describe(names_->At(next_).data(), buffer);
+        const TALSTATUS status = Describe(names.At(next_).data(), buffer);
         if (Code(status) == kCodeNotFound)
             continue;
         if (Failed(status))
             return status;
         buffer->DisplayNameLength = static_cast<UINT32>(units * sizeof(WCHAR));
-        names_->WideAt(next_, reinterpret_cast<WCHAR*>(reinterpret_cast<char*>(buffer) + kHead));
+        names.WideAt(next_, reinterpret_cast<WCHAR*>(reinterpret_cast<char*>(buffer) + kHead));
         *size = needed;
         ++next_;
         return TAL_STATUS_SUCCESS;

@@ -3,13 +3,13 @@
 // An opened directory, or the root that lists the volumes.
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
-#include <unordered_set>
 
 #include <kest/dav.h>
 
-#include "providers/filestore/name_list.h"
+#include "providers/filestore/collection3.h"
+#include "providers/filestore/listing.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/object.h"
 #include "providers/filestore/store.h"
@@ -18,8 +18,9 @@ namespace filestore {
 
 class FileCollection final : public Object<FileCollection, IKestDAVCollection2> {
   public:
-    explicit FileCollection(Store& store) : node_(store) {}
+    explicit FileCollection(Store& store) : node_(store), listing_(store) {}
 
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override;
     TALSTATUS Associate(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override;
     TALSTATUS GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer) override;
     TALSTATUS GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer) override;
@@ -43,10 +44,8 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
 
   private:
     FileHandle Handle() const { return directory_ ? directory_->Get() : kNoFile; }
-    TALSTATUS ListNames();
     TALSTATUS Emit(UINT32* size, DAV_COMMON_ENUM* buffer);
     TALSTATUS Describe(const char* name, DAV_COMMON_ENUM* out);
-    TALSTATUS InspectChild(const char* name, FileInfo* info) const;
     TALSTATUS PackDeleted(const DeletedEntry& entry, const FileInfo& info, bool hidden,
                           UINT32* length, void* out);
 
@@ -57,15 +56,12 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
     Node node_;              // bound while associated
     DirectoryRef directory_; // null for the root
     FileInfo info_;
-    // The listing: names are taken once and sorted, everything else about a child is asked when its
-    // turn comes, so that memory is the names' and the first child comes early.
-    std::optional<NameList> names_;
-    size_t next_ = 0;
-    bool hasKeptDates_ = false;
-    std::unordered_set<std::string> hidden_; // children that are
+    Listing listing_;
+    size_t next_ = 0; // of its names
     // The list of deleted children: the last one given out, and the URI that its record points at.
     INT64 lastDeleted_ = 0;
     std::u16string deletedUri_;
+    std::unique_ptr<CollectionFace> third_;
 };
 
 } // namespace filestore

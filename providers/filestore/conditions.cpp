@@ -5,6 +5,7 @@
 #include <string>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/node.h"
@@ -18,26 +19,19 @@ std::string_view TextOf(const STRING& text)
     return {text.Buffer, text.Length};
 }
 
-// Whether `list` names the tag of `there`. A weak tag equals a strong one only where that is
-// enough.
-bool Names(std::string_view list, const FileInfo& there, bool mayBeWeak)
-{
-    const std::string tag = ETagText(ETagOf(there));
-    for (size_t at = 0; (at = list.find(tag, at)) != list.npos; at += tag.size())
-        if (mayBeWeak || at < 2 || list.substr(at - 2, 2) != "W/")
-            return true;
-    return false;
-}
-
 } // namespace
 
 Conditions Conditions::Of(const Volume& volume, std::string_view path)
 {
     Conditions out;
-    if (!call::GetConditions(&out.values_))
+    KEST_CONDITIONS values{};
+    if (!call::GetConditions(&values))
         return out;
-    if (!out.values_.Match.Length && !out.values_.NoneMatch.Length && !out.values_.UnmodifiedSince)
+    if (!values.Match.Length && !values.NoneMatch.Length && !values.UnmodifiedSince)
         return out;
+    out.match_ = TextOf(values.Match);
+    out.noneMatch_ = TextOf(values.NoneMatch);
+    out.unmodifiedSince_ = values.UnmodifiedSince;
     const std::string own = call::Path();
     std::string asked = Store::ModulePath() + "/" + volume.Name();
     if (!path.empty())
@@ -49,24 +43,41 @@ Conditions Conditions::Of(const Volume& volume, std::string_view path)
     return out;
 }
 
-std::string_view Conditions::NoneMatch() const
+Conditions Conditions::From(const DAV_PRECONDITIONS& given, UINT64 now)
 {
-    return TextOf(values_.NoneMatch);
+    Conditions out;
+    out.match_ = {given.Match.Text, given.Match.Length};
+    out.noneMatch_ = {given.NoneMatch.Text, given.NoneMatch.Length};
+    out.unmodifiedSince_ = given.UnmodifiedSince;
+    out.now_ = now;
+    out.any_ = !out.match_.empty() || !out.noneMatch_.empty() || given.UnmodifiedSince;
+    return out;
+}
+
+// Whether `list` names the tag of `there`. A weak tag equals a strong one only where that is
+// enough.
+bool Conditions::Names(std::string_view list, const FileInfo& there, bool mayBeWeak) const
+{
+    if (!mayBeWeak && now_ && !HasStrongTag(there, *now_))
+        return false;
+    const std::string tag = ETagText(ETagOf(there));
+    for (size_t at = 0; (at = list.find(tag, at)) != list.npos; at += tag.size())
+        if (mayBeWeak || at < 2 || list.substr(at - 2, 2) != "W/")
+            return true;
+    return false;
 }
 
 TALSTATUS Conditions::Judge(const FileInfo* there) const
 {
     if (!any_)
         return TAL_STATUS_SUCCESS;
-    const std::string_view match = TextOf(values_.Match);
-    const UINT64 since = values_.UnmodifiedSince;
     bool holds = true;
-    if (!match.empty())
-        holds = there && (match == "*" || Names(match, *there, false));
-    else if (since && there) // dates are told in whole seconds
-        holds = there->modified - there->modified % kTicksPerSecond <= since;
-    if (there && !NoneMatch().empty())
-        holds = holds && NoneMatch() != "*" && !Names(NoneMatch(), *there, true);
+    if (!match_.empty())
+        holds = there && (match_ == "*" || Names(match_, *there, false));
+    else if (unmodifiedSince_ && there) // dates are told in whole seconds
+        holds = there->modified - there->modified % kTicksPerSecond <= unmodifiedSince_;
+    if (there && !noneMatch_.empty())
+        holds = holds && noneMatch_ != "*" && !Names(noneMatch_, *there, true);
     return holds ? TAL_STATUS_SUCCESS : Failure(kCodePreconditionFailed);
 }
 

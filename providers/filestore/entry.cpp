@@ -16,11 +16,11 @@ using namespace filestore;
 TALSTATUS MakeObject(const GUID* iid, void** out)
 {
     Store& store = Store::OfProcess();
-    if (*iid == IID_KestResource_2)
+    if (*iid == IID_KestResource_2 || *iid == IID_KestResource_3)
         return kest::HandOut(new FileResource(store), iid, out);
-    if (*iid == IID_KestCollection_2)
+    if (*iid == IID_KestCollection_2 || *iid == IID_KestCollection_3)
         return kest::HandOut(new FileCollection(store), iid, out);
-    if (*iid == IID_KestDAV_2 || *iid == IID_IUnknown)
+    if (*iid == IID_KestDAV_2 || *iid == IID_KestDAV_3 || *iid == IID_IUnknown)
         return kest::HandOut(new FileNamespace(store), iid, out);
     return Failure(kCodeNoInterface);
 }

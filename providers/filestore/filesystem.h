@@ -76,6 +76,8 @@ class FileSystem {
                      size_t* got) = 0; // got 0: the end
     virtual int Write(FileHandle handle, UINT64 offset, const void* buffer,
                       size_t size) = 0; // all of it, or a failure
+    // Cuts the content off, or makes it longer by zeros.
+    virtual int SetSize(FileHandle handle, UINT64 size) = 0;
     virtual int SetMode(FileHandle handle, UINT32 mode) = 0;
     virtual int SetOwner(FileHandle handle, UINT32 owner, UINT32 group) = 0;
     virtual int SetModified(FileHandle handle, UINT64 date) = 0;

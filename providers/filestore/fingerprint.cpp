@@ -62,7 +62,7 @@ void Fingerprint::AddRow(std::string_view path, const Property* property)
     Hash hash;
     hash.Text(path);
     if (property)
-        hash.Text(property->name).Text(property->value);
+        hash.Text(property->space).Text(property->name).Text(property->value);
     sum_ += hash.Value();
     ++count_;
 }

@@ -4,11 +4,14 @@
 #include <algorithm>
 #include <map>
 #include <new>
+#include <span>
+#include <utility>
 
 #include <kest/com.h>
 #include <kest/host.h>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/ifheader.h"
 #include "providers/filestore/names.h"
@@ -22,8 +25,9 @@ namespace {
 // request spells it; what lies elsewhere is nothing that this store knows.
 class ResourceState final : public IfState {
   public:
-    ResourceState(const Store& store, std::string_view location)
-        : store_(store), location_(location)
+    // `hasWeakTags`: some files have none that could be compared.
+    ResourceState(const Store& store, std::string_view location, bool hasWeakTags)
+        : store_(store), location_(location), hasWeakTags_(hasWeakTags)
     {
     }
     bool HasLock(std::string_view path, std::string_view token) override
@@ -45,6 +49,7 @@ class ResourceState final : public IfState {
         FileInfo info;
         return Locate(path, &target) &&
                IsKnown(store_.OpenExisting(&target, OpenFor::Locating, &file, &info)) &&
+               (!hasWeakTags_ || HasStrongTag(info, store_.Now())) &&
                ETagText(ETagOf(info)) == entityTag;
     }
     // Why an answer was not to be had: then none of them counts.
@@ -67,6 +72,7 @@ class ResourceState final : public IfState {
     }
     const Store& store_;
     const std::string_view location_;
+    const bool hasWeakTags_;
     TALSTATUS failure_ = TAL_STATUS_SUCCESS;
 };
 
@@ -103,15 +109,68 @@ Guard::Guard(const Store& store, SCHANDLE session, const DAV_LOCK_TOKEN* token)
             tokens_.emplace_back(given);
 }
 
+namespace {
+
+IfCondition ConditionOf(const DAV_IF_CONDITION& given)
+{
+    constexpr IfCondition::Kind kKinds[] = {
+        IfCondition::Kind::LockToken, IfCondition::Kind::EntityTag, IfCondition::Kind::OtherToken};
+    IfCondition out;
+    out.negated = given.Negated != FALSE;
+    out.kind = kKinds[std::min(given.Kind, kIfNever)];
+    out.value.assign(given.Value.Length ? given.Value.Text : "", given.Value.Length);
+    return out;
+}
+
+} // namespace
+
+Guard::Guard(const Store& store, SCHANDLE session, const Target& own,
+             const DAV_PRECONDITIONS& preconditions)
+    : store_(store), session_(session), given_(&preconditions),
+      own_(own.volume ? ProviderPath(*own.volume, own.path.View()) : "/")
+{
+    for (UINT32 i = 0; i < preconditions.TokenCount; ++i)
+        if (preconditions.Tokens[i].Length)
+            tokens_.emplace_back(preconditions.Tokens[i].Text, preconditions.Tokens[i].Length);
+    if (!preconditions.IfCount)
+        return;
+    std::vector<IfList> lists;
+    for (const DAV_IF_LIST& given : std::span(preconditions.If, preconditions.IfCount)) {
+        IfList list;
+        if (given.Path.Length)
+            list.resource.emplace(given.Path.Text, given.Path.Length);
+        for (UINT32 i = 0; i < given.Count; ++i)
+            list.conditions.push_back(ConditionOf(given.Conditions[i]));
+        lists.push_back(std::move(list));
+    }
+    lists_ = IfHeader::Of(std::move(lists));
+}
+
+Conditions Guard::On(const Volume& volume, std::string_view path) const
+{
+    if (!given_)
+        return Conditions::Of(volume, path);
+    return ProviderPath(volume, path) == own_ ? Conditions::From(*given_, store_.Now())
+                                              : Conditions();
+}
+
 TALSTATUS Guard::CheckConditions() const
 {
+    if (lists_) {
+        ResourceState state(store_, {}, true);
+        const bool isMet = lists_->Evaluate(own_, state);
+        if (Failed(state.Status()))
+            return state.Status();
+        return isMet ? TAL_STATUS_SUCCESS : Failure(kCodePreconditionFailed);
+    }
     if (!header_ || call::Method() == KestMethodPost)
         return TAL_STATUS_SUCCESS;
     const std::optional<IfHeader> parsed = IfHeader::Parse(*header_);
     if (!parsed)
         return Failure(kCodeInvalidRequest);
     const std::string path = call::Path();
-    ResourceState state(store_, std::string_view(path).substr(0, Store::ModulePath().size()));
+    ResourceState state(store_, std::string_view(path).substr(0, Store::ModulePath().size()),
+                        false);
     const bool isMet = parsed->Evaluate(path, state);
     if (Failed(state.Status()))
         return state.Status();
@@ -135,8 +194,17 @@ bool Guard::IsOpened(const std::vector<const LockRecord*>& locks) const
     });
 }
 
-TALSTATUS Guard::CheckLocks(MetadataSession& session, std::string_view path, Reach reach) const
+void Guard::NoteRefusal(const Volume& volume, std::string_view lockRoot) const
 {
+    constexpr size_t kMost = 1000;
+    if (given_ && refusing_.size() < kMost)
+        refusing_.push_back(ProviderPath(volume, lockRoot));
+}
+
+TALSTATUS Guard::CheckLocks(const Volume& volume, MetadataSession& session, std::string_view path,
+                            Reach reach) const
+{
+    refusing_.clear();
     const UINT64 now = store_.Now();
     std::vector<LockRecord> locks;
     TALSTATUS status = CoveringLocks(session, path, now, &locks);
@@ -149,10 +217,13 @@ TALSTATUS Guard::CheckLocks(MetadataSession& session, std::string_view path, Rea
     std::map<std::string_view, std::vector<const LockRecord*>> byObject;
     for (const LockRecord& lock : locks)
         byObject[lock.path].push_back(&lock);
+    status = TAL_STATUS_SUCCESS;
     for (const auto& [object, on] : byObject)
-        if (!IsOpened(on))
-            return Failure(kCodeLocked);
-    return TAL_STATUS_SUCCESS;
+        if (!IsOpened(on)) {
+            status = Failure(kCodeLocked);
+            NoteRefusal(volume, object);
+        }
+    return status;
 }
 
 TALSTATUS Guard::CheckLocks(const Volume& volume, std::string_view path, Reach reach) const
@@ -162,7 +233,7 @@ TALSTATUS Guard::CheckLocks(const Volume& volume, std::string_view path, Reach r
     std::unique_ptr<MetadataSession> session;
     if (const TALSTATUS status = Store::OpenMetadata(volume, &session); Failed(status))
         return status;
-    return CheckLocks(*session, path, reach);
+    return CheckLocks(volume, *session, path, reach);
 }
 
 TALSTATUS CoveringLocks(MetadataSession& session, std::string_view path, UINT64 now,
@@ -180,6 +251,14 @@ TALSTATUS CoveringLocks(MetadataSession& session, std::string_view path, UINT64 
                 out->push_back(std::move(lock));
     }
     return TAL_STATUS_SUCCESS;
+}
+
+std::string ProviderPath(const Volume& volume, std::string_view path)
+{
+    std::string out = "/" + volume.Name();
+    if (!path.empty())
+        out.append("/").append(path);
+    return out;
 }
 
 std::string ETagText(const DAV_ETAG& etag)

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace filestore {
@@ -43,6 +44,13 @@ class IfHeader {
   public:
     // Nothing for a malformed header, an empty one included.
     static std::optional<IfHeader> Parse(std::string_view text);
+    // One that others have parsed.
+    static IfHeader Of(std::vector<IfList> lists)
+    {
+        IfHeader out;
+        out.lists_ = std::move(lists);
+        return out;
+    }
 
     // True when at least one list holds (RFC 4918 section 10.4.3).
     bool Evaluate(std::string_view requestPath, IfState& state) const;

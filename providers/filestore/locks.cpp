@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include "providers/filestore/conditions.h"
@@ -58,7 +59,8 @@ bool Covers(const LockRecord& lock, std::string_view path)
 }
 
 // Whether another lock keeps this one from being made.
-TALSTATUS CheckConflicts(MetadataSession& session, const LockRecord& wanted, UINT64 now)
+TALSTATUS CheckConflicts(const Guard& guard, const Volume& volume, MetadataSession& session,
+                         const LockRecord& wanted, UINT64 now)
 {
     std::vector<LockRecord> others;
     TALSTATUS status = CoveringLocks(session, wanted.path, now, &others);
@@ -66,10 +68,13 @@ TALSTATUS CheckConflicts(MetadataSession& session, const LockRecord& wanted, UIN
         status = session.LocksWithin(wanted.path, now, &others);
     if (Failed(status))
         return status;
-    const bool blocked = std::any_of(others.begin(), others.end(), [&](const LockRecord& other) {
-        return wanted.scope == Exclusive || other.scope == Exclusive;
-    });
-    return blocked ? Failure(kCodeLocked) : TAL_STATUS_SUCCESS;
+    std::set<std::string_view> blocking; // the roots of those that do
+    for (const LockRecord& other : others)
+        if (wanted.scope == Exclusive || other.scope == Exclusive)
+            blocking.insert(other.path);
+    for (const std::string_view root : blocking)
+        guard.NoteRefusal(volume, root);
+    return blocking.empty() ? TAL_STATUS_SUCCESS : Failure(kCodeLocked);
 }
 
 // The empty file that a lock on a free name makes.
@@ -134,7 +139,7 @@ class NewFile {
 } // namespace
 
 TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
-                   const LockRequest& request, std::string* token)
+                   const LockRequest& request, LockRecord* made, bool* isNew)
 {
     if (const TALSTATUS status = CheckLockable(target); Failed(status))
         return status;
@@ -148,6 +153,8 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     lock.type = request.type;
     lock.depth = request.depth ? -1 : 0;
     lock.owner = OwnerForReplies(request.owner);
+    if (request.isMarkup)
+        lock.markup = request.owner;
     lock.creator = guard.User();
     if (!ExpiryOf(now, request.timeout, &lock.expires))
         return Failure(kCodeInvalidParameter);
@@ -157,16 +164,16 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     NewFile file(volume);
     bool missing = false;
     std::unique_ptr<MetadataSession> session;
-    const Conditions conditions = Conditions::Of(volume, lock.path);
+    const Conditions conditions = guard.On(volume, lock.path);
     TALSTATUS status = Store::OpenMetadata(volume, &session);
     if (!Failed(status))
         status = session->Begin();
     if (!Failed(status))
         status = file.Look(lock.path, conditions, &missing);
     if (!Failed(status))
-        status = CheckConflicts(*session, lock, now);
+        status = CheckConflicts(guard, volume, *session, lock, now);
     if (!Failed(status) && missing) {
-        status = guard.CheckLocks(*session, lock.path, Reach::Membership);
+        status = guard.CheckLocks(volume, *session, lock.path, Reach::Membership);
         if (!Failed(status) && volume.MayHaveProperties())
             status = session->ForgetTree(lock.path); // of something that went without our doing
         if (!Failed(status))
@@ -179,7 +186,8 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     if (Failed(status))
         return status;
     file.Keep();
-    *token = std::move(lock.token); // takes no memory: the lock stands
+    *made = std::move(lock); // takes no memory: the lock stands
+    *isNew = missing;
     return TAL_STATUS_SUCCESS;
 }
 
@@ -198,7 +206,7 @@ TALSTATUS RefreshLock(const Guard& guard, const Target& target, UINT64 now, INT6
     if (!Failed(status))
         status = session->Begin(); // the lock is not given up between the look and the change
     if (!Failed(status))
-        status = Conditions::Of(*target.volume, target.path.View())
+        status = guard.On(*target.volume, target.path.View())
                      .JudgePath(target.volume->Fs(), target.path.CStr());
     if (Failed(status))
         return status;

@@ -15,12 +15,13 @@ struct LockRequest {
     DAV_LOCK_SCOPE scope = Exclusive;
     DAV_LOCK_TYPE type = Write;
     std::string_view owner;
+    bool isMarkup = false; // the owner is XML as the third generation has it, and is kept as it is
 };
 
 // Makes a lock, and an empty file where the path is free. Code 37 when another lock is in the way,
-// 33 when the path's parent is missing, 4 for a timeout that is not positive.
+// 33 when the path's parent is missing, 4 for a timeout that is not positive. `isNew`: it made one.
 TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
-                   const LockRequest& request, std::string* token);
+                   const LockRequest& request, LockRecord* made, bool* isNew);
 
 // Extends the lock that covers `target` and whose token was given, to `timeout` from `now`. Code 40
 // when there is none, 6 when it is somebody else's, 4 for a timeout that is not positive.

@@ -33,6 +33,7 @@ struct LockRecord {
     UINT64 expires = kNever; // as DAV_DATETIME
     std::string owner;       // as it goes into replies
     std::string creator;     // who signed in when it was made; empty for the local user
+    std::string markup;      // the owner as the third generation was given it
 };
 
 struct DeletedEntry {
@@ -42,9 +43,22 @@ struct DeletedEntry {
     UINT64 time = 0; // as DAV_DATETIME
 };
 
+// Properties come in two kinds. Those of the first two provider generations have a name as it was
+// given, prefix included, no namespace, and bytes for a value: they are kept in kClassicSpace,
+// which is no namespace name of any XML. Those of the third have a namespace name ("" for none) and
+// a local name, and their value is the whole element as XML. Each generation sees both
+// (property.h).
+inline constexpr std::string_view kClassicSpace = "\x01";
+
+struct PropertyName {
+    std::string_view space;
+    std::string_view local;
+};
+
 struct Property {
     INT64 order = 0;
-    std::string name; // UTF-8, as it was given, prefix included
+    std::string space;
+    std::string name; // UTF-8
     std::string value;
 };
 
@@ -73,14 +87,19 @@ class MetadataSession {
     virtual void Rollback() = 0;
 
     // -- Properties of one path.
-    virtual TALSTATUS GetProperty(std::string_view path, std::string_view name,
-                                  std::string* value) = 0;
+    // By a name as the first two generations have it: one of theirs, or else the first of the
+    // others with that local name.
+    virtual TALSTATUS GetProperty(std::string_view path, std::string_view name, Property* out) = 0;
     // The next one after the one with `order` (0: the first), in the order they were first set.
     // Code 9 past the last.
     virtual TALSTATUS NextProperty(std::string_view path, INT64 order, Property* out) = 0;
-    virtual TALSTATUS SetProperty(std::string_view path, std::string_view name,
+    virtual TALSTATUS SetProperty(std::string_view path, PropertyName name,
                                   std::string_view value) = 0;
-    virtual TALSTATUS RemoveProperty(std::string_view path, std::string_view name) = 0;
+    virtual TALSTATUS RemoveProperty(std::string_view path, PropertyName name) = 0;
+    virtual TALSTATUS HasProperties(std::string_view path, bool* out) = 0;
+    // The children of a collection that have properties of their own.
+    virtual TALSTATUS ChildrenWithProperties(std::string_view parent,
+                                             std::unordered_set<std::string>* names) = 0;
     virtual TALSTATUS IsHidden(std::string_view path, bool* out) = 0;
     virtual TALSTATUS SetHidden(std::string_view path, bool on) = 0;
     virtual TALSTATUS HiddenChildren(std::string_view parent,

@@ -16,6 +16,15 @@
 
 namespace filestore {
 
+TALSTATUS FileNamespace::QueryInterface(const GUID* iid, void** out)
+{
+    if (!iid || !out || !(*iid == IID_KestDAV_3))
+        return Object::QueryInterface(iid, out);
+    AddRef();
+    *out = static_cast<IKestDAV3*>(&third_);
+    return TAL_STATUS_SUCCESS;
+}
+
 TALSTATUS FileNamespace::BeginSession(SCHANDLE)
 {
     return TAL_STATUS_SUCCESS; // nothing is kept per session
@@ -275,16 +284,17 @@ TALSTATUS FileNamespace::Lock(SCHANDLE hSession, INT32 depth, INT64 timeout, DAV
         LockRequest request{depth, timeout, scope, type, {}};
         if (owner && owner->Buffer)
             request.owner = {owner->Buffer, owner->Length};
-        std::string made;
+        LockRecord made;
+        bool isNew = false;
         TALSTATUS status = store_.LocateNew(path, &target);
         if (!Failed(status))
             status = WithRoomForRows(store_, *target.volume, [&] {
-                return MakeLock(store_, guard, target, request, &made);
+                return MakeLock(store_, guard, target, request, &made, &isNew);
             });
         if (Failed(status))
             return status;
-        std::memcpy(token->Buffer, made.data(), made.size());
-        token->Length = static_cast<UINT16>(made.size());
+        std::memcpy(token->Buffer, made.token.data(), made.token.size());
+        token->Length = static_cast<UINT16>(made.token.size());
         return status;
     });
 }

@@ -5,6 +5,7 @@
 
 #include <kest/dav.h>
 
+#include "providers/filestore/namespace3.h"
 #include "providers/filestore/object.h"
 #include "providers/filestore/store.h"
 
@@ -12,8 +13,9 @@ namespace filestore {
 
 class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
   public:
-    explicit FileNamespace(Store& store) : store_(store) {}
+    explicit FileNamespace(Store& store) : store_(store), third_(*this, store) {}
 
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override;
     TALSTATUS Copy(SCHANDLE hSession, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
                    UNICODE_STRING* destination, DAV_LOCK_TOKEN* token,
                    DAV_ERROR_ID* errorId) override;
@@ -49,6 +51,7 @@ class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
     TALSTATUS ListLock(DAV_LOCK_PLACE* place, UINT32* length, void* out) const;
 
     Store& store_;
+    NamespaceFace third_;
 };
 
 } // namespace filestore

@@ -10,6 +10,7 @@
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/locks.h"
+#include "providers/filestore/property.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/upload.h"
 
@@ -27,7 +28,7 @@ TALSTATUS Settle(const Volume& volume, FileHandle file, int error)
     return StatusFromErrno(error);
 }
 
-TALSTATUS PropertyName(const UNICODE_STRING* name, std::string* out)
+TALSTATUS ReadPropertyName(const UNICODE_STRING* name, std::string* out)
 {
     if (!name || !name->Buffer || name->Length == 0)
         return Failure(kCodeInvalidParameter);
@@ -39,14 +40,15 @@ TALSTATUS PropertyName(const UNICODE_STRING* name, std::string* out)
 }
 
 // Packs a property: the value, then the name on an even offset.
-TALSTATUS PackProperty(const Property& property, UINT32* size, DAV_NAMED_PROPERTY* out)
+TALSTATUS PackProperty(const Property& property, const std::string& value, UINT32* size,
+                       DAV_NAMED_PROPERTY* out)
 {
     std::u16string name;
     if (!base::AppendUtf16(property.name, name))
         return Failure(kCodeUnsuccessful);
     const size_t units = name.size();
     constexpr size_t kHead = offsetof(DAV_NAMED_PROPERTY, Value);
-    const size_t nameOffset = kHead + (property.value.size() + 1) / 2 * 2;
+    const size_t nameOffset = kHead + (value.size() + 1) / 2 * 2;
     const size_t needed = std::max(nameOffset + units * sizeof(WCHAR), sizeof(DAV_NAMED_PROPERTY));
     if (*size < needed) {
         *size = static_cast<UINT32>(needed);
@@ -56,8 +58,8 @@ TALSTATUS PackProperty(const Property& property, UINT32* size, DAV_NAMED_PROPERT
     out->NextEntryOffset = 0;
     out->NameLength = static_cast<UINT32>(units * sizeof(WCHAR));
     out->NameOffset = static_cast<UINT32>(nameOffset);
-    out->ValueLength = static_cast<UINT32>(property.value.size());
-    std::memcpy(record + kHead, property.value.data(), property.value.size());
+    out->ValueLength = static_cast<UINT32>(value.size());
+    std::memcpy(record + kHead, value.data(), value.size());
     std::memcpy(record + nameOffset, name.data(), units * sizeof(WCHAR));
     *size = static_cast<UINT32>(needed);
     return TAL_STATUS_SUCCESS;
@@ -260,7 +262,7 @@ TALSTATUS Node::GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
     if (!Failed(status))
         status = session->NextProperty(path_, lastProperty_, &property);
     if (!Failed(status))
-        status = PackProperty(property, size, buffer);
+        status = PackProperty(property, ClassicValue(property), size, buffer);
     if (!Failed(status))
         lastProperty_ = property.order;
     return status;
@@ -268,17 +270,19 @@ TALSTATUS Node::GetNextProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer)
 
 TALSTATUS Node::GetNamedProperty(const UNICODE_STRING* name, UINT32* length, char* value) const
 {
-    std::string key, found;
-    if (const TALSTATUS status = PropertyName(name, &key); Failed(status))
+    std::string key;
+    Property property;
+    if (const TALSTATUS status = ReadPropertyName(name, &key); Failed(status))
         return status;
     if (!KeepsProperties())
         return Failure(kCodeNotFound);
     std::unique_ptr<MetadataSession> session;
     TALSTATUS status = Store::OpenMetadata(*volume_, &session);
     if (!Failed(status))
-        status = session->GetProperty(path_, key, &found);
+        status = session->GetProperty(path_, key, &property);
     if (Failed(status))
         return status;
+    const std::string found = ClassicValue(property);
     const UINT32 room = *length;
     *length = static_cast<UINT32>(found.size());
     if (room < found.size())
@@ -291,7 +295,7 @@ TALSTATUS Node::GetNamedProperty(const UNICODE_STRING* name, UINT32* length, cha
 TALSTATUS Node::SetNamedProperty(const UNICODE_STRING* name, UINT32 length, const char* value) const
 {
     std::string key;
-    if (const TALSTATUS status = PropertyName(name, &key); Failed(status))
+    if (const TALSTATUS status = ReadPropertyName(name, &key); Failed(status))
         return status;
     if (value && length > kMaxPropertyBytes)
         return Failure(kCodeStorageFull);
@@ -314,12 +318,12 @@ TALSTATUS Node::Patch(const Guard& guard, const std::string& key, const char* va
     if (!Failed(status))
         status = session->Begin();
     if (!Failed(status) && volume_->MayHaveLocks())
-        status = guard.CheckLocks(*session, path_, Reach::Self);
+        status = guard.CheckLocks(*volume_, *session, path_, Reach::Self);
     if (!Failed(status))
         status = JudgeConditions();
     if (!Failed(status))
-        status = value ? session->SetProperty(path_, key, {value, length})
-                       : session->RemoveProperty(path_, key);
+        status = value ? session->SetProperty(path_, {kClassicSpace, key}, {value, length})
+                       : session->RemoveProperty(path_, {kClassicSpace, key});
     return Failed(status) ? status : session->Commit();
 }
 

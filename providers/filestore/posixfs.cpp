@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <string>
 #include <vector>
@@ -167,6 +168,12 @@ class PosixFileSystem final : public FileSystem {
             size -= static_cast<size_t>(n);
         }
         return 0;
+    }
+    int SetSize(FileHandle handle, UINT64 size) override
+    {
+        if (size > static_cast<UINT64>(std::numeric_limits<off_t>::max()))
+            return EFBIG;
+        return Result(Retry([&] { return ::ftruncate(handle, static_cast<off_t>(size)); }));
     }
     int SetMode(FileHandle handle, UINT32 mode) override
     {

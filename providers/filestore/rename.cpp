@@ -247,8 +247,9 @@ TALSTATUS Rename::CheckLocks(MetadataSession& session) const
 {
     if (!volume_.MayHaveLocks()) // in a transaction the answer is exact
         return TAL_STATUS_SUCCESS;
-    const TALSTATUS status = guard_.CheckLocks(session, from_.path, Reach::Tree);
-    return Failed(status) || !toServed ? status : guard_.CheckLocks(session, toPath_, Reach::Tree);
+    const TALSTATUS status = guard_.CheckLocks(volume_, session, from_.path, Reach::Tree);
+    return Failed(status) || !toServed ? status
+                                       : guard_.CheckLocks(volume_, session, toPath_, Reach::Tree);
 }
 
 TALSTATUS Rename::MoveName()
@@ -258,6 +259,9 @@ TALSTATUS Rename::MoveName()
             conditions.JudgeName(volume_.Fs(), from_.directory->Get(), from_.leaf.c_str());
         Failed(status))
         return status;
+    if (guard_.IsJudgedInStep())
+        if (const TALSTATUS status = guard_.CheckConditions(); Failed(status))
+            return status;
     int error = RenameOrTrade();
     if (error == EACCES) {
         const MadeWritable moving(volume_.Fs(), from_.path);

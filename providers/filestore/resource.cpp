@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/publish.h"
 #include "providers/filestore/recent.h"
 #include "providers/filestore/relocation.h"
 #include "providers/filestore/room.h"
@@ -19,6 +20,13 @@ constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
 FileResource::~FileResource()
 {
     CloseAll();
+}
+
+TALSTATUS FileResource::QueryInterface(const GUID* iid, void** out)
+{
+    if (iid && out && *iid == IID_KestResource_3)
+        return OfferFace<IKestDAVResource3>(&third_, *this, node_.GetStore(), out);
+    return Object::QueryInterface(iid, out);
 }
 
 void FileResource::CloseAll()
@@ -50,40 +58,13 @@ TALSTATUS FileResource::FinishUpload()
     Volume& volume = node_.GetVolume();
     TALSTATUS status = WithRoomForRows(store, volume, [&] { return upload_->Finish(); });
     if (!Failed(status))
-        status = WithRoomForRows(store, volume, [&] { return PublishUpload(); });
+        status = WithRoomForRows(store, volume, [&] {
+            return PublishUpload(node_.MakeGuard(), volume, node_.Path(), isUploadConditional_,
+                                 &*upload_);
+        });
     if (!Failed(status) && uploadHidden_)
         return SetHidden(node_.GetVolume(), node_.Path(), *uploadHidden_);
     return status;
-}
-
-// Puts the content in place if no lock has come in between, and none has gone that the request's
-// conditions ask for. The question and the rename are one
-// step wherever there are locks; where there are none, the time between the look and the rename is
-// shorter than any client needs to take a lock and hear of it.
-TALSTATUS FileResource::PublishUpload()
-{
-    Volume& volume = node_.GetVolume();
-    const bool isStale = !upload_->IsReplacing() && volume.MayHaveProperties();
-    if (!volume.MayHaveLocks() && !isStale && !isUploadConditional_)
-        return upload_->Publish();
-    const Guard guard = node_.MakeGuard();
-    std::unique_ptr<MetadataSession> session;
-    TALSTATUS status = Store::OpenMetadata(volume, &session);
-    bool forget = false;
-    if (!Failed(status) && isStale) // of a file that went without our doing
-        status = session->HasAny(node_.Path(), &forget);
-    if (!Failed(status))
-        status = session->Begin();
-    if (!Failed(status) && isUploadConditional_)
-        status = guard.CheckConditions();
-    if (!Failed(status))
-        status = guard.CheckLocks(*session, node_.Path(),
-                                  upload_->IsReplacing() ? Reach::Self : Reach::Membership);
-    if (!Failed(status) && forget)
-        status = session->ForgetTree(node_.Path());
-    if (!Failed(status))
-        status = upload_->Publish();
-    return Failed(status) ? status : session->Commit();
 }
 
 TALSTATUS FileResource::Associate(SCHANDLE hSession, BOOLEAN create, DAV_OPEN_ACCESS access,

@@ -4,12 +4,14 @@
 // object is released (upload.h).
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include <kest/dav.h>
 
 #include "providers/filestore/node.h"
 #include "providers/filestore/object.h"
+#include "providers/filestore/resource3.h"
 #include "providers/filestore/store.h"
 #include "providers/filestore/upload.h"
 
@@ -20,6 +22,8 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     explicit FileResource(Store& store) : node_(store) {}
     // Puts new content in place. What fails here goes to the host: the module has stopped looking.
     ~FileResource();
+
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override;
 
     TALSTATUS Associate(SCHANDLE hSession, BOOLEAN create, DAV_OPEN_ACCESS access,
                         DAV_SHARE_MODE share, DAV_OPEN_FLAGS flags, UNICODE_STRING* path,
@@ -54,7 +58,6 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     bool TakeMissing(const Target& target);
     TALSTATUS StartUpload(bool keepContent, bool seemsFree);
     TALSTATUS FinishUpload();
-    TALSTATUS PublishUpload();
     TALSTATUS Inspect(FileInfo* out) const;
     bool IsListedWithoutDates() const;
     FileHandle Handle();
@@ -72,6 +75,7 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     std::optional<Upload> upload_;
     bool isUploadConditional_ = false; // by an "If" header
     std::optional<bool> uploadHidden_; // asked for while new content is on its way in
+    std::unique_ptr<ContentFace> third_;
 };
 
 } // namespace filestore

@@ -42,7 +42,7 @@ int WaitForOthers(void* trouble, int count)
 // to sum up than larger ones. A database that is there keeps the size that it has.
 #define PAGE_SIZE "PRAGMA page_size = 1024;"
 
-constexpr int kSchemaVersion = 3;
+constexpr int kSchemaVersion = 4;
 // Deleted entries are numbered one by one, and a number is never given again. The last one given is
 // that of the newest entry, or in deleted_last if that has left the list: noting it with every
 // entry, as AUTOINCREMENT does, would cost each deletion one more page.
@@ -56,20 +56,23 @@ constexpr int kSchemaVersion = 3;
     "CREATE TABLE intents (id INTEGER PRIMARY KEY, owner TEXT NOT NULL, source TEXT NOT NULL,"     \
     "                      target TEXT NOT NULL, aside TEXT NOT NULL, inode INTEGER NOT NULL);"
 
-constexpr char kSchema[] =
-    DELETED_TABLES DELETED_INDEX INTENTS_TABLE "INSERT INTO deleted_last VALUES (0);"
-                                               R"(
-CREATE TABLE props (seq INTEGER PRIMARY KEY, path TEXT NOT NULL, name TEXT NOT NULL,
-                    value BLOB NOT NULL, UNIQUE (path, name));
-CREATE INDEX props_order ON props (path, seq);
+#define OWNER_MARKUP "ALTER TABLE locks ADD COLUMN markup BLOB NOT NULL DEFAULT '';"
+#define PROPERTIES_TABLE                                                                           \
+    "CREATE TABLE props (seq INTEGER PRIMARY KEY, path TEXT NOT NULL, space TEXT NOT NULL,"        \
+    "                    name TEXT NOT NULL, value BLOB NOT NULL, UNIQUE (path, space, name));"    \
+    "CREATE INDEX props_order ON props (path, seq);"
+
+constexpr char kSchema[] = DELETED_TABLES DELETED_INDEX INTENTS_TABLE PROPERTIES_TABLE
+    "INSERT INTO deleted_last VALUES (0);"
+    R"(
 CREATE TABLE hidden (parent TEXT NOT NULL, leaf TEXT NOT NULL, PRIMARY KEY (parent, leaf))
                     WITHOUT ROWID;
 CREATE TABLE locks (seq INTEGER PRIMARY KEY, token TEXT NOT NULL UNIQUE, path TEXT NOT NULL,
                     scope INTEGER NOT NULL, type INTEGER NOT NULL, depth INTEGER NOT NULL,
                     expires INTEGER NOT NULL, owner BLOB NOT NULL, creator TEXT NOT NULL);
 CREATE INDEX locks_path ON locks (path);
-PRAGMA user_version = 3;
-)";
+PRAGMA user_version = 4;
+)" OWNER_MARKUP;
 
 // Version 1 had the numbers from AUTOINCREMENT, and at first an index by time.
 constexpr char kFromVersion1[] =
@@ -87,7 +90,15 @@ constexpr char kFromVersion2[] =
     "DROP TABLE intents_before;"
     "PRAGMA user_version = 3;";
 
-#define LOCK_COLUMNS "token, path, scope, type, depth, expires, owner, creator"
+// Version 3 knew no namespaces of properties, and one form of a lock's owner.
+constexpr char kFromVersion3[] =
+    "ALTER TABLE props RENAME TO props_before;"
+    "DROP INDEX props_order;" PROPERTIES_TABLE
+    "INSERT INTO props SELECT seq, path, char(1), name, value FROM props_before ORDER BY seq;"
+    "DROP TABLE props_before;" OWNER_MARKUP "PRAGMA user_version = 4;";
+
+#define LOCK_COLUMNS "token, path, scope, type, depth, expires, owner, creator, markup"
+#define PROPERTY_COLUMNS "seq, space, name, value"
 #define DELETED_COLUMNS "id, parent, name, time"
 // A tree is its top and the range of paths below it: "0" is the character after "/".
 #define WITHIN(column) "(" column " = ?1 OR (" column " > ?1 || '/' AND " column " < ?1 || '0'))"
@@ -97,13 +108,16 @@ constexpr const char* kStatements[] = {
     "BEGIN IMMEDIATE",
     "COMMIT",
     "ROLLBACK",
-    "SELECT value FROM props WHERE path = ?1 AND name = ?2",
-    "SELECT value FROM props WHERE path = ?1 AND instr(name, ':') > 0 "
+    "SELECT " PROPERTY_COLUMNS " FROM props WHERE path = ?1 AND name = ?2 "
+    "ORDER BY space <> char(1), seq LIMIT 1",
+    "SELECT " PROPERTY_COLUMNS " FROM props WHERE path = ?1 AND instr(name, ':') > 0 "
     "AND substr(name, instr(name, ':') + 1) = ?2 ORDER BY seq LIMIT 1",
-    "SELECT seq, name, value FROM props WHERE path = ?1 AND seq > ?2 ORDER BY seq LIMIT 1",
-    "INSERT INTO props (path, name, value) VALUES (?1, ?2, ?3) "
-    "ON CONFLICT (path, name) DO UPDATE SET value = excluded.value",
-    "DELETE FROM props WHERE path = ?1 AND name = ?2",
+    "SELECT " PROPERTY_COLUMNS " FROM props WHERE path = ?1 AND seq > ?2 ORDER BY seq LIMIT 1",
+    "INSERT INTO props (path, space, name, value) VALUES (?1, ?2, ?3, ?4) "
+    "ON CONFLICT (path, space, name) DO UPDATE SET value = excluded.value",
+    "DELETE FROM props WHERE path = ?1 AND space = ?2 AND name = ?3",
+    "SELECT 1 FROM props WHERE path = ?1 LIMIT 1",
+    "SELECT path FROM props WHERE path > ?1 ORDER BY path LIMIT 1",
     "SELECT 1 FROM hidden WHERE parent = ?1 AND leaf = ?2",
     "INSERT OR IGNORE INTO hidden (parent, leaf) VALUES (?1, ?2)",
     "DELETE FROM hidden WHERE parent = ?1 AND leaf = ?2",
@@ -119,8 +133,9 @@ constexpr const char* kStatements[] = {
     "DELETE FROM props WHERE " WITHIN("path"),
     "DELETE FROM hidden WHERE parent = ?1 AND leaf = ?2",
     "DELETE FROM hidden WHERE " WITHIN("parent"),
-    "SELECT path, name, value FROM props WHERE path = ?1 OR (?2 AND " BELOW("path") ") "
-                                                                                    "ORDER BY seq",
+    "SELECT path, space, name, value FROM props WHERE path = ?1 OR (?2 AND " BELOW(
+        "path") ") "
+                "ORDER BY seq",
     "SELECT parent, leaf FROM hidden WHERE " WITHIN("parent"),
     "INSERT INTO deleted (" DELETED_COLUMNS ") VALUES (1 + max("
     "ifnull((SELECT max(id) FROM deleted), 0), (SELECT id FROM deleted_last)), ?1, ?2, ?3)",
@@ -135,7 +150,7 @@ constexpr const char* kStatements[] = {
     "SELECT " LOCK_COLUMNS " FROM locks WHERE ?1 = '' AND expires > ?2 ORDER BY seq",
     "SELECT " LOCK_COLUMNS ", seq FROM locks WHERE seq > ?1 AND expires > ?2 ORDER BY seq LIMIT 1",
     "SELECT " LOCK_COLUMNS " FROM locks WHERE token = ?1 AND expires > ?2",
-    "INSERT INTO locks (" LOCK_COLUMNS ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)",
+    "INSERT INTO locks (" LOCK_COLUMNS ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)",
     "UPDATE locks SET expires = ?2 WHERE token = ?1",
     "DELETE FROM locks WHERE token = ?1",
     "DELETE FROM locks WHERE " WITHIN("path"),
@@ -283,6 +298,8 @@ int PrepareSchema(Database& db)
         result = db.Execute(kFromVersion1);
     if (result == SQLITE_OK && (version == 1 || version == 2))
         result = db.Execute(kFromVersion2);
+    if (result == SQLITE_OK && version >= 1 && version <= 3)
+        result = db.Execute(kFromVersion3);
     if (result == SQLITE_OK)
         return db.Execute("COMMIT");
     (void)db.Execute("ROLLBACK"); // the first failure is the one that counts

@@ -25,6 +25,8 @@ enum class Sql {
     NextProperty,
     SetProperty,
     RemoveProperty,
+    HasProperties,
+    NextPathWithProperties,
     IsHidden,
     AddHidden,
     RemoveHidden,

@@ -56,7 +56,7 @@ class SqliteSession final : public MetadataSession {
         writer_.unlock();
     }
 
-    TALSTATUS GetProperty(std::string_view path, std::string_view name, std::string* value) override
+    TALSTATUS GetProperty(std::string_view path, std::string_view name, Property* out) override
     {
         for (const Sql which : {Sql::GetProperty, Sql::GetPropertyByLocalName}) {
             // Only a name without a prefix is looked for behind other prefixes.
@@ -64,7 +64,7 @@ class SqliteSession final : public MetadataSession {
                 break;
             Query query(Db(), which);
             if (query.Bind(path).Bind(name).Step()) {
-                *value = query.Text(0);
+                ReadProperty(query, out);
                 return TAL_STATUS_SUCCESS;
             }
             if (Failed(query.Status()))
@@ -77,22 +77,54 @@ class SqliteSession final : public MetadataSession {
         Query query(Db(), Sql::NextProperty);
         if (!query.Bind(path).Bind(order).Step())
             return End(query, kCodeNoMoreEntries);
-        out->order = query.Number(0);
-        out->name = query.Text(1);
-        out->value = query.Text(2);
+        ReadProperty(query, out);
         return TAL_STATUS_SUCCESS;
     }
-    TALSTATUS SetProperty(std::string_view path, std::string_view name,
-                          std::string_view value) override
+    TALSTATUS SetProperty(std::string_view path, PropertyName name, std::string_view value) override
     {
         return Change([&] {
             owner_.Expect(kHasProperties);
-            return Query(Db(), Sql::SetProperty).Bind(path).Bind(name).BindBlob(value).Run();
+            return Query(Db(), Sql::SetProperty)
+                .Bind(path)
+                .Bind(name.space)
+                .Bind(name.local)
+                .BindBlob(value)
+                .Run();
         });
     }
-    TALSTATUS RemoveProperty(std::string_view path, std::string_view name) override
+    TALSTATUS RemoveProperty(std::string_view path, PropertyName name) override
     {
-        return Change([&] { return Query(Db(), Sql::RemoveProperty).Bind(path).Bind(name).Run(); });
+        return Change([&] {
+            return Query(Db(), Sql::RemoveProperty)
+                .Bind(path)
+                .Bind(name.space)
+                .Bind(name.local)
+                .Run();
+        });
+    }
+    TALSTATUS HasProperties(std::string_view path, bool* out) override
+    {
+        return Exists(Query(Db(), Sql::HasProperties).Bind(path), out);
+    }
+    TALSTATUS ChildrenWithProperties(std::string_view parent,
+                                     std::unordered_set<std::string>* names) override
+    {
+        const std::string prefix = parent.empty() ? std::string() : std::string(parent) + "/";
+        // What lies deeper is passed over: no path goes on with a byte that UTF-8 does not have.
+        constexpr std::string_view kLast = "/\xFF";
+        for (std::string at = prefix;;) {
+            Query query(Db(), Sql::NextPathWithProperties);
+            if (!query.Bind(at).Step())
+                return query.Status();
+            at = query.Text(0);
+            if (!at.starts_with(prefix))
+                return TAL_STATUS_SUCCESS;
+            const size_t slash = at.find('/', prefix.size());
+            if (slash == at.npos)
+                names->insert(at.substr(prefix.size()));
+            else
+                at.replace(slash, at.npos, kLast);
+        }
     }
     TALSTATUS IsHidden(std::string_view path, bool* out) override
     {
@@ -174,8 +206,9 @@ class SqliteSession final : public MetadataSession {
         Query props(Db(), Sql::ExportProperties);
         props.Bind(from).Bind(INT64{deep});
         while (props.Step()) {
-            property.name = props.Text(1);
-            property.value = props.Text(2);
+            property.space = props.Text(1);
+            property.name = props.Text(2);
+            property.value = props.Text(3);
             if (const TALSTATUS status = each(props.Text(0), &property); Failed(status))
                 return status;
         }
@@ -256,7 +289,7 @@ class SqliteSession final : public MetadataSession {
         if (!query.Bind(*order).Bind(static_cast<INT64>(now)).Step())
             return End(query, kCodeNoMoreEntries);
         *out = LockOf(query);
-        *order = query.Number(8);
+        *order = query.Number(9);
         return TAL_STATUS_SUCCESS;
     }
     TALSTATUS FindLock(std::string_view token, UINT64 now, LockRecord* out) override
@@ -282,6 +315,7 @@ class SqliteSession final : public MetadataSession {
                 .Bind(static_cast<INT64>(lock.expires))
                 .BindBlob(lock.owner)
                 .Bind(lock.creator)
+                .BindBlob(lock.markup)
                 .Run();
         });
     }
@@ -361,6 +395,13 @@ class SqliteSession final : public MetadataSession {
     {
         return Failed(query.Status()) ? query.Status() : Failure(code);
     }
+    static void ReadProperty(const Query& query, Property* out)
+    {
+        out->order = query.Number(0);
+        out->space = query.Text(1);
+        out->name = query.Text(2);
+        out->value = query.Text(3);
+    }
     static TALSTATUS ReadDeleted(Query& query, UINT16 none, DeletedEntry* out)
     {
         if (!query.Step())
@@ -383,6 +424,7 @@ class SqliteSession final : public MetadataSession {
         lock.expires = static_cast<UINT64>(query.Number(5));
         lock.owner = query.Text(6);
         lock.creator = query.Text(7);
+        lock.markup = query.Text(8);
         return lock;
     }
     static TALSTATUS ReadLocks(Query& query, std::vector<LockRecord>* out)

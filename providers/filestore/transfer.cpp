@@ -162,7 +162,7 @@ TALSTATUS Transfer::RemoveSource()
     const Place& place = source_.place;
     DeletedEntry entry{0, std::string(ParentOf(place.path)), place.leaf, store_.Now()};
     Rename rename(guard_, volume, source_.place, volume.Deleted(), kDeleted);
-    rename.conditions = Conditions::Of(volume, place.path);
+    rename.conditions = guard_.On(volume, place.path);
     rename.added = &entry;
     rename.toServed = false;
     TALSTATUS status = rename.To({});

@@ -280,7 +280,7 @@ TALSTATUS TreeCopy::CopyRows()
         source_.AddRow(below, property);
         const std::string place =
             TmpPath().append(sourcePath_.empty() && !below.empty() ? "/" : "").append(below);
-        return property ? to->SetProperty(place, property->name, property->value)
+        return property ? to->SetProperty(place, {property->space, property->name}, property->value)
                         : to->SetHidden(place, true);
     };
     if (!Failed(status) && sourcePath_.empty())

@@ -39,6 +39,7 @@ class TreeCopy {
     // as the destination's volume wants it. Ends with code 1 when the request has been cancelled.
     TALSTATUS Make(const Target& source, std::string_view destination, const CopyExtent& extent);
     bool IsDirectory() const { return info_.isDirectory; }
+    const FileInfo& SourceInfo() const { return info_; }
     // Of what has been copied.
     const Fingerprint& Source() const { return source_; }
     // The copy in its place beside the volume's tree, from where a rename publishes it. Its

@@ -68,7 +68,7 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from
     rename.added = keep ? &entry : nullptr;
     rename.forget = !keep;
     rename.toServed = false;
-    rename.conditions = Conditions::Of(volume, from.path);
+    rename.conditions = guard.On(volume, from.path);
     const TALSTATUS status = rename.To(keep ? std::string() : volume.UniqueName());
     if (!Failed(status) && !keep)
         store.WakePurger();
@@ -105,7 +105,7 @@ TALSTATUS RemoveForGood(const Guard& guard, Volume& volume, const Place& from)
     {
         const NameGuard name(volume.MutexOf(from.path));
         if (const TALSTATUS status =
-                Conditions::Of(volume, from.path).JudgeName(fs, directory, from.leaf.c_str());
+                guard.On(volume, from.path).JudgeName(fs, directory, from.leaf.c_str());
             Failed(status))
             return status;
         int error = fs.Rename(directory, from.leaf.c_str(), volume.Purge(),
@@ -193,7 +193,7 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target)
 }
 
 TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Target& from,
-                   const Target& to)
+                   const Target& to, bool* replaced)
 {
     if (const TALSTATUS status = CheckEnds(from, to); Failed(status))
         return status;
@@ -227,6 +227,8 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
         status = CheckReplaceable(overwrite, destination);
     if (Failed(status))
         return status;
+    if (replaced)
+        *replaced = destination.exists;
     if (!isWithin)
         return Transfer(store, guard, from, source, to, destination).Run();
     bool keepsDates = from.deletedId != 0;
@@ -236,12 +238,12 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
         (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
     Rename rename(guard, volume, source, destination.directory->Get(), ParentOf(destination.path));
     rename.restored = from.deletedId;
-    rename.conditions = Conditions::Of(volume, source.path);
+    rename.conditions = guard.On(volume, source.path);
     return TakeName(store, source, destination, &rename);
 }
 
 TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyExtent& extent,
-                   const Target& from, const Target& to)
+                   const Target& from, const Target& to, bool* replaced)
 {
     if (const TALSTATUS status = CheckEnds(from, to); Failed(status))
         return status;
@@ -260,9 +262,15 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyE
         return TAL_STATUS_SUCCESS;
     if (status = CheckReplaceable(overwrite, destination); Failed(status))
         return status;
+    if (replaced)
+        *replaced = destination.exists;
 
     TreeCopy copy(store, *from.volume, volume);
     if (status = copy.Make(from, to.path.View(), extent); Failed(status))
+        return status;
+    if (guard.IsGiven()) // what has been copied is what they are about
+        status = guard.On(*from.volume, from.path.View()).Judge(&copy.SourceInfo());
+    if (Failed(status))
         return status;
     (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
     Place made = copy.Made();

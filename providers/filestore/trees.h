@@ -18,11 +18,12 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target);
 // Between volumes, too. Code 22 when the destination exists and `overwrite` is clear, 33 when its
 // parent is missing, 6 when one lies in the other. What is replaced is kept like a deleted entry if
 // it is, or gives way to, a collection. Moving a deleted entry restores it.
+// `replaced`, if given, is whether something bore the destination's name.
 TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Target& from,
-                   const Target& to);
+                   const Target& to, bool* replaced = nullptr);
 
 // Codes as MoveTree; works between volumes, too.
 TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyExtent& extent,
-                   const Target& from, const Target& to);
+                   const Target& from, const Target& to, bool* replaced = nullptr);
 
 } // namespace filestore

@@ -96,6 +96,17 @@ TALSTATUS Upload::Write(UINT64 offset, const void* data, UINT32 size)
     return status;
 }
 
+TALSTATUS Upload::SetLength(UINT64 length)
+{
+    if (!HasFile())
+        return Failure(kCodeAccessDenied);
+    const TALSTATUS status = StatusFromErrno(
+        WithRoom(store_, volume_, 0, [&] { return volume_.Fs().SetSize(file_.Get(), length); }));
+    if (Failed(status) && !Failed(failed_))
+        failed_ = status;
+    return status;
+}
+
 // Gives the new file what the old one had, and what the caller asked for.
 int Upload::ApplyAttributes()
 {

@@ -34,6 +34,7 @@ class Upload {
     // The same, and fills the file with what is there under the name now.
     TALSTATUS BeginWithContent(std::string_view path, FileHandle content, UINT64 size);
     TALSTATUS Write(UINT64 offset, const void* data, UINT32 size);
+    TALSTATUS SetLength(UINT64 length);
     // The content is whole: gives it what it is to have, and syncs it as the volume wants. The
     // first write that failed is reported again.
     TALSTATUS Finish();
@@ -43,6 +44,8 @@ class Upload {
 
     bool IsReplacing() const { return replaces_; }
     FileHandle File() const { return file_.Get(); }
+    // The file that bore the name when it was looked at last; null when none did.
+    const FileInfo* Old() const { return old_ ? &*old_ : nullptr; }
     // What the file is to have once it is in place; until set, what a replaced file had.
     void SetModified(UINT64 date) { modified_ = date; }
     void SetCreated(UINT64 date) { created_ = date; }

@@ -102,6 +102,7 @@ class MemoryFileSystem final : public FileSystem {
                      .bytes = std::string(static_cast<const char*>(buffer), size)});
         return 0;
     }
+    int SetSize(FileHandle, UINT64) override { return EOPNOTSUPP; } // no operation here asks for it
     int SetMode(FileHandle handle, UINT32 mode) override
     {
         const Busy busy;

@@ -242,22 +242,30 @@ class FailingSession final : public MetadataSession {
         real_->Rollback();
         End();
     }
-    TALSTATUS GetProperty(std::string_view path, std::string_view name, std::string* value) override
+    TALSTATUS GetProperty(std::string_view path, std::string_view name, Property* out) override
     {
-        return Do(__func__, &MetadataSession::GetProperty, path, name, value);
+        return Do(__func__, &MetadataSession::GetProperty, path, name, out);
     }
     TALSTATUS NextProperty(std::string_view path, INT64 order, Property* out) override
     {
         return Do(__func__, &MetadataSession::NextProperty, path, order, out);
     }
-    TALSTATUS SetProperty(std::string_view path, std::string_view name,
-                          std::string_view value) override
+    TALSTATUS SetProperty(std::string_view path, PropertyName name, std::string_view value) override
     {
         return Do(__func__, &MetadataSession::SetProperty, path, name, value);
     }
-    TALSTATUS RemoveProperty(std::string_view path, std::string_view name) override
+    TALSTATUS RemoveProperty(std::string_view path, PropertyName name) override
     {
         return Do(__func__, &MetadataSession::RemoveProperty, path, name);
+    }
+    TALSTATUS HasProperties(std::string_view path, bool* out) override
+    {
+        return Do(__func__, &MetadataSession::HasProperties, path, out);
+    }
+    TALSTATUS ChildrenWithProperties(std::string_view parent,
+                                     std::unordered_set<std::string>* names) override
+    {
+        return Do(__func__, &MetadataSession::ChildrenWithProperties, parent, names);
     }
     TALSTATUS IsHidden(std::string_view path, bool* out) override
     {

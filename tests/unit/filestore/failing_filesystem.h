@@ -66,6 +66,10 @@ class FailingFileSystem final : public FileSystem {
                : Fail(__func__) ? error.load()
                                 : real_->Write(h, offset, buffer, size);
     }
+    int SetSize(FileHandle h, UINT64 size) override
+    {
+        return IsFull() ? ENOSPC : Fail(__func__) ? error : real_->SetSize(h, size);
+    }
     int SetMode(FileHandle h, UINT32 mode) override
     {
         return Fail(__func__) ? error.load() : real_->SetMode(h, mode);

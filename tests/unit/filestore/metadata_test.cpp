@@ -26,8 +26,8 @@ struct World {
     }
     static std::string Read(MetadataSession& session, const char* path)
     {
-        std::string value;
-        return Failed(session.GetProperty(path, "p", &value)) ? "(none)" : value;
+        Property value;
+        return Failed(session.GetProperty(path, "p", &value)) ? "(none)" : value.value;
     }
 
     TempDirectory directory;
@@ -40,10 +40,10 @@ TEST(MetadataSessions, SeeTheirOwnChangesAtOnceAndOthersWhenTheyAreCommitted)
 {
     World world;
     const auto writer = world.Session(), reader = world.Session();
-    ASSERT_EQ(0u, writer->SetProperty("a", "p", "old"));
+    ASSERT_EQ(0u, writer->SetProperty("a", {kClassicSpace, "p"}, "old"));
     EXPECT_EQ("old", World::Read(*writer, "a"));
     ASSERT_EQ(0u, writer->Begin());
-    ASSERT_EQ(0u, writer->SetProperty("a", "p", "new"));
+    ASSERT_EQ(0u, writer->SetProperty("a", {kClassicSpace, "p"}, "new"));
     EXPECT_EQ("new", World::Read(*writer, "a"));
     EXPECT_EQ("old", World::Read(*reader, "a"));
     ASSERT_EQ(0u, writer->Commit());
@@ -57,15 +57,15 @@ TEST(MetadataSessions, LeaveNothingOfWhatTheyTakeBack)
     {
         const auto session = world.Session();
         ASSERT_EQ(0u, session->Begin());
-        ASSERT_EQ(0u, session->SetProperty("a", "p", "new"));
+        ASSERT_EQ(0u, session->SetProperty("a", {kClassicSpace, "p"}, "new"));
         session->Rollback();
         EXPECT_EQ("(none)", World::Read(*session, "a"));
         ASSERT_EQ(0u, session->Begin());
-        ASSERT_EQ(0u, session->SetProperty("b", "p", "new"));
+        ASSERT_EQ(0u, session->SetProperty("b", {kClassicSpace, "p"}, "new"));
     }
     const auto session = world.Session();
     EXPECT_EQ("(none)", World::Read(*session, "b"));
-    EXPECT_EQ(0u, session->SetProperty("c", "p", "others go on"));
+    EXPECT_EQ(0u, session->SetProperty("c", {kClassicSpace, "p"}, "others go on"));
 }
 
 TEST(MetadataSessions, FindWhatATreeHolds)
@@ -84,7 +84,7 @@ TEST(MetadataSessions, FindWhatATreeHolds)
     EXPECT_TRUE(has("a/b"));
     EXPECT_FALSE(has("a/b/gone"));
     EXPECT_FALSE(has("a/c"));
-    ASSERT_EQ(0u, session->SetProperty("c/d", "p", "v"));
+    ASSERT_EQ(0u, session->SetProperty("c/d", {kClassicSpace, "p"}, "v"));
     ASSERT_EQ(0u, session->SetHidden("e/f", true));
     EXPECT_TRUE(has("c"));
     EXPECT_TRUE(has("e"));
@@ -114,12 +114,12 @@ TEST(MetadataSessions, GoOnWhenTheMetadataHasGoneToRest)
     const std::filesystem::path log = world.directory.Path() / ".kest/meta.db-wal";
     Metadata& metadata = *world.store->Volumes()[0]->Meta();
     const auto changing = world.Session();
-    ASSERT_EQ(0u, world.Session()->SetProperty("a", "p", "v"));
+    ASSERT_EQ(0u, world.Session()->SetProperty("a", {kClassicSpace, "p"}, "v"));
     EXPECT_TRUE(std::filesystem::exists(log));
     metadata.Rest();
     EXPECT_FALSE(std::filesystem::exists(log));
     ASSERT_EQ(0u, changing->Begin());
-    ASSERT_EQ(0u, changing->SetProperty("b", "p", "v"));
+    ASSERT_EQ(0u, changing->SetProperty("b", {kClassicSpace, "p"}, "v"));
     metadata.Rest(); // while a change is on its way
     ASSERT_EQ(0u, changing->Commit());
     for (const char* const path : {"a", "b"}) {
@@ -250,7 +250,8 @@ TEST(MetadataTrouble, OneWaitInVainMakesTheNextOnesShortUntilTheDatabaseWasFree)
 TEST(MetadataTrouble, ABrokenDatabaseFailsRequestsAndSaysWhy)
 {
     World world;
-    ASSERT_EQ(0u, world.Session()->SetProperty("a", "p", std::string(100'000, 'x')));
+    ASSERT_EQ(0u,
+              world.Session()->SetProperty("a", {kClassicSpace, "p"}, std::string(100'000, 'x')));
     const std::string path = world.directory.Path() / ".kest/meta.db";
     world.store.reset();
     sqlite3* db = nullptr;
@@ -265,9 +266,10 @@ TEST(MetadataTrouble, ABrokenDatabaseFailsRequestsAndSaysWhy)
     }
     testing::internal::CaptureStderr();
     world.store = MakeStore(world.directory.Path());
-    std::string value;
+    Property value;
     EXPECT_EQ(kCodeUnsuccessful, Code(world.Session()->GetProperty("a", "p", &value)));
-    EXPECT_EQ(kCodeUnsuccessful, Code(world.Session()->SetProperty("a", "p", "new")));
+    EXPECT_EQ(kCodeUnsuccessful,
+              Code(world.Session()->SetProperty("a", {kClassicSpace, "p"}, "new")));
     EXPECT_EQ(0u, Client(*world.store).Put("/v/a", "content does not need it"));
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_EQ(1u, Count(log, "/.kest/meta.db': database disk image is malformed")) << log;

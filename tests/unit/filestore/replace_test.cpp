@@ -79,7 +79,7 @@ class AtEachSync {
     {
         world.failing->onSync = [this, path](FileHandle handle) {
             std::unique_ptr<MetadataSession> session;
-            std::string value;
+            Property value;
             FileInfo info;
             EXPECT_EQ(0u, Store::OpenMetadata(*world_.store->Volumes()[0], &session));
             EXPECT_EQ(0u, session->GetProperty(path, "p", &value)) << "sync " << synced.size();

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/etag.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "providers/filestore/node.h"
+#include "providers/filestore/platform.h"
+
+namespace filestore {
+
+namespace {
+
+constexpr UINT64 kChecks = 1000;
+constexpr UINT64 kFractions = kTicksPerSecond / kChecks; // that a second has stamps for
+// Changes that are further apart never bear the same date: the coarsest clock of a file system
+// counts whole seconds or two.
+constexpr UINT64 kSettled = 2 * kTicksPerSecond;
+
+UINT64 CheckOf(UINT64 stamp) // in seconds and fractions, without the check
+{
+    stamp = (stamp ^ stamp >> 29) * 0xBF58476D1CE4E5B9u;
+    stamp = (stamp ^ stamp >> 32) * 0x94D049BB133111EBu;
+    return (stamp ^ stamp >> 31) % kChecks;
+}
+
+// The next of the numbers that go up with the clock, and are never the same.
+UINT64 NextOf(std::atomic<UINT64>& last, UINT64 now)
+{
+    UINT64 before = last.load(std::memory_order_relaxed);
+    UINT64 next = 0;
+    do
+        next = std::max(now, before + 1);
+    while (!last.compare_exchange_weak(before, next, std::memory_order_relaxed));
+    return next;
+}
+
+} // namespace
+
+UINT64 StampedDate(UINT64 wanted, bool isGiven)
+{
+    static std::atomic<UINT64> lastNow{0};
+    static std::atomic<UINT64> lastGiven{SystemTime() / kChecks};
+    UINT64 stamp = wanted / kChecks;
+    if (isGiven) {
+        // Dates that clients give come again and again: the fraction tells them apart.
+        const UINT64 fraction = NextOf(lastGiven, 0) % kFractions;
+        stamp = stamp - stamp % kFractions + fraction;
+    } else {
+        stamp = NextOf(lastNow, stamp);
+    }
+    return stamp * kChecks + CheckOf(stamp);
+}
+
+bool IsStamped(UINT64 date)
+{
+    return date % kChecks == CheckOf(date / kChecks);
+}
+
+bool HasStrongTag(const FileInfo& info, UINT64 now)
+{
+    return !info.isDirectory &&
+           (IsStamped(info.modified) || (now >= kSettled && info.modified < now - kSettled));
+}
+
+void PutTag(const FileInfo& info, UINT64 now, DAV_TAG* out)
+{
+    const DAV_ETAG etag = ETagOf(info);
+    char* to = out->Text;
+    if (!HasStrongTag(info, now)) {
+        *to++ = 'W';
+        *to++ = '/';
+    }
+    *to++ = '"';
+    for (const UINT8 byte : etag.Bytes) {
+        *to++ = "0123456789abcdef"[byte >> 4];
+        *to++ = "0123456789abcdef"[byte & 15];
+    }
+    *to++ = '"';
+    out->Length = static_cast<UINT32>(to - out->Text);
+}
+
+std::string TagText(const FileInfo& info, UINT64 now)
+{
+    DAV_TAG tag;
+    PutTag(info, now, &tag);
+    return {tag.Text, tag.Length};
+}
+
+} // namespace filestore

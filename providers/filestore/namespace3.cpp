@@ -1,0 +1,453 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "providers/filestore/namespace3.h"
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#include "providers/filestore/folder.h"
+#include "providers/filestore/locks.h"
+#include "providers/filestore/operation.h"
+#include "providers/filestore/packing.h"
+#include "providers/filestore/patch.h"
+#include "providers/filestore/property.h"
+#include "providers/filestore/recent.h"
+#include "providers/filestore/room.h"
+#include "providers/filestore/trees.h"
+
+namespace filestore {
+
+namespace {
+
+// Runs an operation that begins something new: nothing that was found before counts.
+template <class F> TALSTATUS Anew(F&& operation)
+{
+    return Protected([&] {
+        recent::Drop();
+        return operation();
+    });
+}
+
+// A caller's list of changes of whatever age; their statuses go back at the end.
+class Changes {
+  public:
+    Changes(UINT32 count, DAV_PROPERTY_CHANGE* given) : given_(given)
+    {
+        if (count && (!given || count > kMostPropertyChanges ||
+                      given->Size < offsetof(DAV_PROPERTY_CHANGE, Status) + sizeof given->Status))
+            return;
+        isValid_ = true;
+        list_.resize(count);
+        for (UINT32 i = 0; i < count; ++i)
+            (void)ReadRecord(Given(i), &list_[i]);
+    }
+    ~Changes()
+    {
+        for (UINT32 i = 0; i < list_.size(); ++i)
+            Given(i)->Status = list_[i].Status;
+    }
+    Changes(const Changes&) = delete;
+    Changes& operator=(const Changes&) = delete;
+
+    bool IsValid() const { return isValid_; }
+    std::span<DAV_PROPERTY_CHANGE> List() { return list_; }
+
+  private:
+    DAV_PROPERTY_CHANGE* Given(UINT32 index) const
+    {
+        return reinterpret_cast<DAV_PROPERTY_CHANGE*>(reinterpret_cast<char*>(given_) +
+                                                      size_t{index} * given_->Size);
+    }
+    DAV_PROPERTY_CHANGE* const given_;
+    bool isValid_ = false;
+    std::vector<DAV_PROPERTY_CHANGE> list_;
+};
+
+TALSTATUS PackLock(const LockRecord& lock, const Volume& volume, UINT64 now, UINT32* size,
+                   DAV_LOCK_INFO_3* out)
+{
+    Packing packing(out, *size);
+    (void)packing.Put(lock, ProviderPath(volume, lock.path), now); // Finish tells
+    return packing.Finish(size);
+}
+
+// The room that a lock's description can take is asked before the lock is made.
+TALSTATUS CheckRoom(const Target& target, size_t ownerBytes, const UINT32* size)
+{
+    constexpr size_t kTokenBytes = 36;
+    const size_t text =
+        kTokenBytes + ownerBytes + ProviderPath(*target.volume, target.path.View()).size();
+    return *size < sizeof(DAV_LOCK_INFO_3) + text ? Failure(kCodeBufferTooSmall)
+                                                  : TAL_STATUS_SUCCESS;
+}
+
+} // namespace
+
+TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CHANGE* change) const
+{
+    if (!change)
+        return TAL_STATUS_SUCCESS;
+    recent::Drop();
+    Target at = target;
+    DAV_OBJECT_INFO info{};
+    info.Size = sizeof info;
+    // The change has happened: that somebody else has taken it away is no failure of it.
+    if (Failed(DescribePath(store_, &at, &info)))
+        info.Tag.Length = 0;
+    recent::Drop();
+    TellChange(hasReplaced, info, change);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS NamespaceFace::GetInfo(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_INFO* info)
+{
+    if (!info)
+        return Failure(kCodeInvalidParameter);
+    return Protected([&] {
+        Target target;
+        DAV_OBJECT_INFO told;
+        TALSTATUS status = store_.Locate(path, &target);
+        if (!Failed(status))
+            status = DescribePath(store_, &target, &told);
+        if (!Failed(status))
+            WriteRecord(told, info);
+        return status;
+    });
+}
+
+TALSTATUS NamespaceFace::Judge(SCHANDLE hSession, UNICODE_STRING* path,
+                               const DAV_PRECONDITIONS* preconditions)
+{
+    return Protected([&] {
+        Target target;
+        if (const TALSTATUS status = store_.Locate(path, &target);
+            Failed(status) && Code(status) != kCodeNotFound && Code(status) != kCodeNameTooLong)
+            return status;
+        return RunGuarded(store_, hSession, target, preconditions, nullptr,
+                          [&](const Guard& guard) {
+                              const TALSTATUS status = guard.CheckConditions();
+                              if (Failed(status) || !target.volume)
+                                  return status;
+                              return guard.On(*target.volume, target.path.View())
+                                  .JudgePath(target.volume->Fs(), target.path.CStr());
+                          });
+    });
+}
+
+TALSTATUS NamespaceFace::MakeCollection(SCHANDLE hSession, UNICODE_STRING* path,
+                                        const DAV_PRECONDITIONS* preconditions, UINT32 count,
+                                        DAV_PROPERTY_CHANGE* changes, IKestDAVFailures3* failures,
+                                        DAV_CHANGE* change)
+{
+    return Anew([&] {
+        Target target;
+        Changes list(count, changes);
+        if (!list.IsValid())
+            return Failure(kCodeInvalidParameter);
+        if (const TALSTATUS status = store_.LocateNew(path, &target); Failed(status))
+            return status;
+        const TALSTATUS status =
+            RunGuarded(store_, hSession, target, preconditions, failures, [&](const Guard& guard) {
+                return WithRoomForRows(store_, *target.volume, [&] {
+                    return filestore::MakeFolder(store_, guard, target, list.List());
+                });
+            });
+        return Failed(status) ? status : Describe(target, false, change);
+    });
+}
+
+TALSTATUS NamespaceFace::Delete(SCHANDLE hSession, UNICODE_STRING* path,
+                                const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures)
+{
+    return Protected([&] {
+        Target target;
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        return RunGuarded(store_, hSession, target, preconditions, failures,
+                          [&](const Guard& guard) { return DeleteTree(store_, guard, target); });
+    });
+}
+
+TALSTATUS NamespaceFace::RelocateOnce(const Guard& guard, bool isMove, UINT32 flags,
+                                      const Target& from, const Target& to, bool* replaced)
+{
+    const bool overwrite = (flags & kRelocateOverwrite) != 0;
+    CopyExtent extent;
+    extent.members = !(flags & kRelocateShallow);
+    return WithRoomForRows(store_, *to.volume, [&] {
+        return isMove ? MoveTree(store_, guard, overwrite, from, to, replaced)
+                      : CopyTree(store_, guard, overwrite, extent, from, to, replaced);
+    });
+}
+
+TALSTATUS NamespaceFace::Relocate(SCHANDLE session, bool isMove, const UNICODE_STRING* source,
+                                  const UNICODE_STRING* destination, UINT32 flags,
+                                  const DAV_PRECONDITIONS* preconditions,
+                                  IKestDAVFailures3* failures, DAV_CHANGE* change)
+{
+    constexpr int kMostAttempts = 4; // to take a name that others make in between
+    Target from, to;
+    TALSTATUS status = store_.Locate(source, &from);
+    if (!Failed(status))
+        status = store_.LocateNew(destination, &to);
+    if (Failed(status))
+        return status;
+    if (from.IsRoot() || (from.volume == to.volume && from.path.View() == to.path.View()))
+        return Failure(kCodeAccessDenied);
+    bool replaced = false;
+    status = RunGuarded(store_, session, from, preconditions, failures, [&](const Guard& guard) {
+        TALSTATUS tried =
+            guard.On(*from.volume, from.path.View()).JudgePath(from.volume->Fs(), from.path.CStr());
+        for (int attempt = 0; !Failed(tried) && attempt < kMostAttempts; ++attempt) {
+            tried = RelocateOnce(guard, isMove, flags, from, to, &replaced);
+            if (!Failed(tried) || Code(tried) != kCodeObjectExists || !(flags & kRelocateOverwrite))
+                return tried;
+            tried = TAL_STATUS_SUCCESS;
+        }
+        return Failed(tried) ? tried : Failure(kCodeConflict);
+    });
+    return Failed(status) ? status : Describe(to, replaced, change);
+}
+
+TALSTATUS NamespaceFace::Copy(SCHANDLE hSession, UNICODE_STRING* source,
+                              UNICODE_STRING* destination, UINT32 flags,
+                              const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
+                              DAV_CHANGE* change)
+{
+    return Anew([&] {
+        return Relocate(hSession, false, source, destination, flags, preconditions, failures,
+                        change);
+    });
+}
+
+TALSTATUS NamespaceFace::Move(SCHANDLE hSession, UNICODE_STRING* source,
+                              UNICODE_STRING* destination, UINT32 flags,
+                              const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
+                              DAV_CHANGE* change)
+{
+    return Protected([&] {
+        return Relocate(hSession, true, source, destination, flags, preconditions, failures,
+                        change);
+    });
+}
+
+TALSTATUS NamespaceFace::PatchProperties(SCHANDLE hSession, UNICODE_STRING* path,
+                                         const DAV_PRECONDITIONS* preconditions, UINT32 count,
+                                         DAV_PROPERTY_CHANGE* changes, IKestDAVFailures3* failures,
+                                         DAV_CHANGE* change)
+{
+    return Anew([&] {
+        Target target;
+        Changes list(count, changes);
+        if (!list.IsValid())
+            return Failure(kCodeInvalidParameter);
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        if (target.IsRoot() || target.deletedId || !target.volume->IsWritable())
+            return Failure(kCodeAccessDenied);
+        const TALSTATUS status =
+            RunGuarded(store_, hSession, target, preconditions, failures, [&](const Guard& guard) {
+                return WithRoomForRows(store_, *target.volume,
+                                       [&] { return Patch(guard, &target, list.List()); });
+            });
+        return Failed(status) ? status : Describe(target, true, change);
+    });
+}
+
+// The rows first, then the file, then the transaction ends: what fails is put back.
+TALSTATUS NamespaceFace::Patch(const Guard& guard, Target* target,
+                               std::span<DAV_PROPERTY_CHANGE> changes)
+{
+    Volume& volume = *target->volume;
+    const std::string path(target->path.View());
+    OpenFile file;
+    FileInfo info;
+    PropertyPatch patch(volume, path, changes);
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = store_.OpenExisting(target, OpenFor::Reading, &file, &info);
+    if (!Failed(status))
+        status = patch.Judge();
+    if (!Failed(status))
+        status = Store::OpenMetadata(volume, &session);
+    if (!Failed(status))
+        status = session->Begin(); // no lock comes between the question and the change
+    if (!Failed(status))
+        status = guard.CheckConditions();
+    if (!Failed(status))
+        status = guard.CheckLocks(volume, *session, path, Reach::Self);
+    if (!Failed(status))
+        status = guard.On(volume, path).JudgePath(volume.Fs(), path.c_str());
+    if (!Failed(status))
+        status = patch.ChangeRows(*session);
+    if (!Failed(status))
+        status = patch.ChangeFile(file.Get(), info);
+    if (Failed(status))
+        return status;
+    status = session->Commit();
+    if (Failed(status))
+        patch.Undo(file.Get());
+    return status;
+}
+
+TALSTATUS NamespaceFace::GetProperties(SCHANDLE, UNICODE_STRING* path, UINT64* place, UINT32* size,
+                                       DAV_PROPERTY* buffer)
+{
+    if (!place || !size || !buffer)
+        return Failure(kCodeInvalidParameter);
+    return Protected([&] {
+        Target target;
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        if (target.IsRoot() || !target.volume->MayHaveProperties())
+            return Failure(kCodeNoMoreEntries);
+        std::unique_ptr<MetadataSession> session;
+        Packing packing(buffer, *size);
+        Property property;
+        property.order = static_cast<INT64>(*place);
+        TALSTATUS status = Store::OpenMetadata(*target.volume, &session);
+        while (!Failed(status)) {
+            status = session->NextProperty(target.path.View(), property.order, &property);
+            if (Failed(status))
+                break;
+            const std::optional<Property> element = AsElement(property);
+            if (element && !packing.Put(*element))
+                break;
+            *place = static_cast<UINT64>(property.order);
+        }
+        return Failed(status) && Code(status) != kCodeNoMoreEntries ? status : packing.Finish(size);
+    });
+}
+
+TALSTATUS NamespaceFace::Lock(SCHANDLE hSession, UNICODE_STRING* path,
+                              const DAV_LOCK_REQUEST* request,
+                              const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
+                              UINT32* size, DAV_LOCK_INFO_3* lock, DAV_CHANGE* change)
+{
+    DAV_LOCK_REQUEST wanted;
+    if (!request || !ReadRecord(request, &wanted) || !size || !lock ||
+        wanted.Owner.Length > kMostOwnerBytes || (wanted.Owner.Length && !wanted.Owner.Text) ||
+        !IsXmlText(TextOf(wanted.Owner)))
+        return Failure(kCodeInvalidParameter);
+    return Anew([&] {
+        Target target;
+        LockRecord made;
+        bool isNew = false;
+        const LockRequest asked{wanted.Depth, wanted.Timeout,       wanted.Scope,
+                                wanted.Type,  TextOf(wanted.Owner), true};
+        TALSTATUS status = store_.LocateNew(path, &target);
+        if (!Failed(status))
+            status = CheckRoom(target, wanted.Owner.Length, size);
+        if (!Failed(status))
+            status = RunGuarded(
+                store_, hSession, target, preconditions, failures, [&](const Guard& guard) {
+                    return WithRoomForRows(store_, *target.volume, [&] {
+                        return MakeLock(store_, guard, target, asked, &made, &isNew);
+                    });
+                });
+        if (!Failed(status))
+            status = PackLock(made, *target.volume, store_.Now(), size, lock);
+        return Failed(status) ? status : Describe(target, !isNew, change);
+    });
+}
+
+TALSTATUS NamespaceFace::RefreshLock(SCHANDLE hSession, UNICODE_STRING* path, INT64 timeout,
+                                     const DAV_PRECONDITIONS* preconditions, UINT32* size,
+                                     DAV_LOCK_INFO_3* lock)
+{
+    if (!size || !lock)
+        return Failure(kCodeInvalidParameter);
+    return Anew([&] {
+        Target target;
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        if (target.IsRoot())
+            return Failure(kCodeAccessDenied);
+        LockRecord record;
+        const UINT64 now = store_.Now(); // what is described is what was granted, to the second
+        const TALSTATUS status =
+            RunGuarded(store_, hSession, target, preconditions, nullptr, [&](const Guard& guard) {
+                return ToldIfFull(WithReserve(store_, *target.volume, [&] {
+                    return filestore::RefreshLock(guard, target, now, timeout, &record);
+                }));
+            });
+        return Failed(status) ? status : PackLock(record, *target.volume, now, size, lock);
+    });
+}
+
+TALSTATUS NamespaceFace::Unlock(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* token,
+                                const DAV_PRECONDITIONS* preconditions)
+{
+    if (!token || (token->Length && !token->Text))
+        return Failure(kCodeInvalidParameter);
+    return Anew([&] {
+        Target target;
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        if (target.IsRoot())
+            return Failure(kCodeNotFound);
+        return RunGuarded(store_, hSession, target, preconditions, nullptr,
+                          [&](const Guard& guard) {
+                              TALSTATUS status = guard.CheckConditions();
+                              if (!Failed(status))
+                                  status = guard.On(*target.volume, target.path.View())
+                                               .JudgePath(target.volume->Fs(), target.path.CStr());
+                              if (Failed(status))
+                                  return status;
+                              return ToldIfFull(WithReserve(store_, *target.volume, [&] {
+                                  return ReleaseLock(store_, guard, target, TextOf(*token));
+                              }));
+                          });
+    });
+}
+
+TALSTATUS NamespaceFace::GetLocks(SCHANDLE, UNICODE_STRING* path, UINT64* place, UINT32* size,
+                                  DAV_LOCK_INFO_3* buffer)
+{
+    if (!place || !size || !buffer)
+        return Failure(kCodeInvalidParameter);
+    return Protected([&] {
+        Target target;
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        if (target.IsRoot() || !target.volume->MayHaveLocks())
+            return Failure(kCodeNoMoreEntries);
+        const UINT64 now = store_.Now();
+        std::unique_ptr<MetadataSession> session;
+        std::vector<LockRecord> locks;
+        TALSTATUS status = Store::OpenMetadata(*target.volume, &session);
+        if (!Failed(status))
+            status = CoveringLocks(*session, target.path.View(), now, &locks);
+        if (Failed(status))
+            return status;
+        Packing packing(buffer, *size);
+        for (; *place < locks.size(); ++*place) {
+            const LockRecord& lock = locks[*place];
+            if (!packing.Put(lock, ProviderPath(*target.volume, lock.path), now))
+                break;
+        }
+        return packing.Finish(size);
+    });
+}
+
+TALSTATUS NamespaceFace::GetQuota(SCHANDLE, UNICODE_STRING* path, DAV_QUOTA* quota)
+{
+    if (!quota)
+        return Failure(kCodeInvalidParameter);
+    return Protected([&] {
+        Target target;
+        DAV_QUOTA told{};
+        UINT64 free = 0, total = 0;
+        if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
+            return status;
+        if (target.IsRoot())
+            return Failure(kCodeNotImplemented);
+        if (const int error = target.volume->Fs().FreeSpace(&free, &total))
+            return StatusFromErrno(error);
+        told.Available = target.volume->IsWritable() ? free : 0;
+        told.Used = total - std::min(free, total);
+        WriteRecord(told, quota);
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+} // namespace filestore

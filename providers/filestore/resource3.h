@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Content of a file: read where it is, or new content that is published in one step.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "providers/filestore/face.h"
+#include "providers/filestore/guard.h"
+#include "providers/filestore/store.h"
+#include "providers/filestore/upload.h"
+
+namespace filestore {
+
+class ContentFace final : public Face<IKestDAVResource3> {
+  public:
+    ContentFace(IUnknown& whole, Store& store) : Face(whole), store_(store) {}
+
+    TALSTATUS Open(SCHANDLE hSession, UNICODE_STRING* path, UINT32 purpose, INT64 expected,
+                   const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
+                   DAV_OBJECT_INFO* info) override;
+    TALSTATUS Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read) override;
+    TALSTATUS Write(UINT64 offset, UINT32 length, const char* buffer) override;
+    TALSTATUS SetLength(UINT64 length) override;
+    TALSTATUS Publish(DAV_DATETIME modified, DAV_DATETIME created, IKestDAVFailures3* failures,
+                      DAV_CHANGE* change) override;
+
+  private:
+    void Close();
+    TALSTATUS OpenForReading(SCHANDLE session, const UNICODE_STRING* path, DAV_OBJECT_INFO* info);
+    TALSTATUS OpenForWriting(SCHANDLE session, const UNICODE_STRING* path, UINT32 purpose,
+                             INT64 expected, DAV_OBJECT_INFO* info);
+    TALSTATUS Begin(UINT32 purpose, INT64 expected);
+    TALSTATUS MakeRoomFor(UINT64 bytes);
+    TALSTATUS Finish(DAV_DATETIME modified, DAV_DATETIME created);
+
+    Store& store_;
+    Target target_;
+    bool isOpen_ = false;
+    OpenFile file_; // what was there when it was opened; none where that was only looked at
+    FileInfo info_;
+    // Of content on its way in. The texts are the caller's.
+    DAV_PRECONDITIONS given_{};
+    std::optional<Guard> guard_;
+    std::optional<Upload> upload_;
+};
+
+} // namespace filestore

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Stamped dates, and which tags are strong.
+#include "providers/filestore/etag.h"
+
+#include <set>
+
+#include <gtest/gtest.h>
+
+using namespace filestore;
+
+namespace {
+
+constexpr UINT64 kSecond = kTicksPerSecond;
+constexpr UINT64 kNow = 13'400'000'000 * kSecond + 1'234'567;
+
+FileInfo File(UINT64 modified)
+{
+    FileInfo info;
+    info.isRegular = true;
+    info.inode = 7;
+    info.size = 5;
+    info.modified = modified;
+    return info;
+}
+
+} // namespace
+
+TEST(StampedDate, IsNeverTheSameWithinOneTick)
+{
+    std::set<UINT64> seen;
+    for (int i = 0; i < 5000; ++i)
+        EXPECT_TRUE(seen.insert(StampedDate(kNow, false)).second);
+    for (int i = 0; i < 5000; ++i)
+        EXPECT_TRUE(seen.insert(StampedDate(kNow - 77 * kSecond, true)).second);
+    for (const UINT64 date : seen)
+        EXPECT_TRUE(IsStamped(date));
+}
+
+TEST(StampedDate, KeepsTheSecondThatAClientGives)
+{
+    for (UINT64 given : {kNow, kNow - kNow % kSecond, kNow - kNow % kSecond + kSecond - 1})
+        for (int i = 0; i < 100; ++i)
+            EXPECT_EQ(given / kSecond, StampedDate(given, true) / kSecond);
+}
+
+TEST(StampedDate, GoesUpWithTheClock)
+{
+    const UINT64 late = kNow + 100 * kSecond;
+    const UINT64 first = StampedDate(late, false);
+    EXPECT_LE(first / 1000, late / 1000 + 1);
+    EXPECT_LT(first, StampedDate(late, false));
+    EXPECT_LT(first, StampedDate(late + kSecond, false));
+}
+
+TEST(StampedDate, IsRareAmongTheDatesThatOthersSet)
+{
+    int stamped = 0;
+    for (UINT64 i = 0; i < 100'000; ++i)
+        stamped += IsStamped(kNow + i * 40'000); // ticks of 4 ms
+    EXPECT_LT(stamped, 300);
+}
+
+TEST(Tag, IsStrongForStampedAndForOldDates)
+{
+    EXPECT_TRUE(HasStrongTag(File(StampedDate(kNow, false)), kNow));
+    EXPECT_TRUE(HasStrongTag(File(StampedDate(kNow + 900 * kSecond, true)), kNow)) << "of later";
+    UINT64 plain = kNow - kSecond;
+    while (IsStamped(plain))
+        --plain;
+    EXPECT_FALSE(HasStrongTag(File(plain), kNow)) << "just written by another program";
+    EXPECT_TRUE(HasStrongTag(File(plain), kNow + 2 * kSecond)) << "a while ago";
+    FileInfo folder = File(StampedDate(kNow, false));
+    folder.isDirectory = true;
+    EXPECT_FALSE(HasStrongTag(folder, kNow));
+}
+
+TEST(Tag, IsQuotedAndSaysThatItIsWeak)
+{
+    FileInfo file = File(StampedDate(kNow, false));
+    const std::string strong = TagText(file, kNow);
+    EXPECT_EQ(34u, strong.size());
+    EXPECT_EQ('"', strong.front());
+    EXPECT_EQ('"', strong.back());
+    ++file.inode;
+    EXPECT_NE(strong, TagText(file, kNow));
+    file.isDirectory = true;
+    EXPECT_EQ("W/\"", TagText(file, kNow).substr(0, 3));
+}
