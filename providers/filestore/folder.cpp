@@ -35,8 +35,6 @@ class NewFolder {
         if (error)
             return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
                                                        : StatusFromErrno(error);
-        if (const TALSTATUS status = patch_.Judge(); Failed(status))
-            return status;
         if (!hasChanges_ && !volume_.MayHaveLocks() && !volume_.MayHaveProperties())
             return MakeName();
         std::unique_ptr<MetadataSession> session;

@@ -144,6 +144,9 @@ TALSTATUS NamespaceFace::MakeCollection(SCHANDLE hSession, UNICODE_STRING* path,
         Changes list(count, changes);
         if (!list.IsValid())
             return Failure(kCodeInvalidParameter);
+        // Before anything gives way for it: what is too long never fits.
+        if (const TALSTATUS status = JudgeChanges(list.List()); Failed(status))
+            return status;
         if (const TALSTATUS status = store_.LocateNew(path, &target); Failed(status))
             return status;
         const TALSTATUS status =
@@ -241,6 +244,9 @@ TALSTATUS NamespaceFace::PatchProperties(SCHANDLE hSession, UNICODE_STRING* path
         Changes list(count, changes);
         if (!list.IsValid())
             return Failure(kCodeInvalidParameter);
+        // Before anything gives way for it: what is too long never fits.
+        if (const TALSTATUS status = JudgeChanges(list.List()); Failed(status))
+            return status;
         if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
             return status;
         if (target.IsRoot() || target.deletedId || !target.volume->IsWritable())
@@ -265,8 +271,6 @@ TALSTATUS NamespaceFace::Patch(const Guard& guard, Target* target,
     PropertyPatch patch(volume, path, changes);
     std::unique_ptr<MetadataSession> session;
     TALSTATUS status = store_.OpenExisting(target, OpenFor::Reading, &file, &info);
-    if (!Failed(status))
-        status = patch.Judge();
     if (!Failed(status))
         status = Store::OpenMetadata(volume, &session);
     if (!Failed(status))

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <span>
 #include <string>
 
+#include "base/utf.h"
 #include "providers/filestore/etag.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/recent.h"
@@ -101,14 +103,12 @@ void TellRefusals(const Guard& guard, TALSTATUS status, IKestDAVFailures3* failu
     if (Code(status) != kCodeLocked || !failures)
         return;
     for (const std::string& path : guard.Refusing()) {
-        std::u16string wide(path.size(), u'\0');
-        size_t units = 0;
-        if (!ToUtf16(path.data(), path.size(), wide.data(), wide.size(), &units) ||
-            units * sizeof(WCHAR) > std::numeric_limits<UINT16>::max())
+        std::optional<std::u16string> wide = base::ToUtf16(path);
+        if (!wide || wide->size() * sizeof(WCHAR) > std::numeric_limits<UINT16>::max())
             continue;
         UNICODE_STRING text{};
-        text.Buffer = wide.data();
-        text.Length = text.MaximumLength = static_cast<UINT16>(units * sizeof(WCHAR));
+        text.Buffer = wide->data();
+        text.Length = text.MaximumLength = static_cast<UINT16>(wide->size() * sizeof(WCHAR));
         (void)failures->OnFailure(&text, status);
     }
 }

@@ -24,20 +24,7 @@ PropertyName NameOf(const DAV_PROPERTY_CHANGE& change)
     return {TextOf(change.Namespace), TextOf(change.Name)};
 }
 
-} // namespace
-
-TALSTATUS PropertyPatch::Judge()
-{
-    TALSTATUS first = TAL_STATUS_SUCCESS;
-    for (DAV_PROPERTY_CHANGE& change : changes_) {
-        change.Status = JudgeOne(change);
-        if (Failed(change.Status) && !Failed(first))
-            first = change.Status;
-    }
-    return first;
-}
-
-TALSTATUS PropertyPatch::JudgeOne(const DAV_PROPERTY_CHANGE& change) const
+TALSTATUS JudgeOne(const DAV_PROPERTY_CHANGE& change)
 {
     constexpr UINT64 kLatest = ~UINT64{0} >> 1;
     if (change.Kind > kPropertyAttributes)
@@ -58,6 +45,19 @@ TALSTATUS PropertyPatch::JudgeOne(const DAV_PROPERTY_CHANGE& change) const
     return change.Kind == kPropertySet && !IsXmlText(TextOf(change.Value))
                ? Failure(kCodeInvalidParameter)
                : TAL_STATUS_SUCCESS;
+}
+
+} // namespace
+
+TALSTATUS JudgeChanges(std::span<DAV_PROPERTY_CHANGE> changes)
+{
+    TALSTATUS first = TAL_STATUS_SUCCESS;
+    for (DAV_PROPERTY_CHANGE& change : changes) {
+        change.Status = JudgeOne(change);
+        if (Failed(change.Status) && !Failed(first))
+            first = change.Status;
+    }
+    return first;
 }
 
 TALSTATUS PropertyPatch::ChangeRows(MetadataSession& session)

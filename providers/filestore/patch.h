@@ -11,6 +11,10 @@
 
 namespace filestore {
 
+// Looks whether each change could be made, and writes each one's status. The first failure.
+TALSTATUS JudgeChanges(std::span<DAV_PROPERTY_CHANGE> changes);
+
+// Of changes that have been judged.
 class PropertyPatch {
   public:
     PropertyPatch(Volume& volume, std::string_view path, std::span<DAV_PROPERTY_CHANGE> changes)
@@ -18,8 +22,6 @@ class PropertyPatch {
     {
     }
 
-    // Looks whether each could be made, and writes each one's status. The first failure.
-    TALSTATUS Judge();
     // The rows, in the changes' order, within a transaction of the caller's.
     TALSTATUS ChangeRows(MetadataSession& session);
     // Dates and permissions of the object that is open as `file`. After a failure they are as they
@@ -29,7 +31,6 @@ class PropertyPatch {
     void Undo(FileHandle file);
 
   private:
-    TALSTATUS JudgeOne(const DAV_PROPERTY_CHANGE& change) const;
     TALSTATUS ChangeRow(MetadataSession& session, const DAV_PROPERTY_CHANGE& change);
     TALSTATUS ChangeOfFile(FileHandle file, const DAV_PROPERTY_CHANGE& change);
 

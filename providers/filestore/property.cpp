@@ -4,14 +4,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "providers/filestore/names.h"
+#include "base/utf.h"
 
 namespace filestore {
 
 namespace {
 
 // Characters of XML 1.0 (section 2.2).
-bool IsXmlCharacter(UINT32 c)
+bool IsXmlCharacter(char32_t c)
 {
     return c == '\t' || c == '\n' || c == '\r' || (c >= 0x20 && c < 0xD800) ||
            (c >= 0xE000 && c < 0xFFFE) || (c >= 0x10000 && c <= 0x10FFFF);
@@ -54,8 +54,8 @@ bool IsLocalName(std::string_view text)
 bool IsXmlText(std::string_view text)
 {
     while (!text.empty()) {
-        UINT32 c = 0;
-        const size_t bytes = DecodeCodePoint(text, &c);
+        char32_t c = 0;
+        const size_t bytes = base::DecodeCodePoint(text, c);
         if (bytes == 0 || !IsXmlCharacter(c))
             return false;
         text.remove_prefix(bytes);
@@ -66,8 +66,8 @@ bool IsXmlText(std::string_view text)
 void AppendEscaped(std::string_view text, std::string* out)
 {
     while (!text.empty()) {
-        UINT32 c = 0;
-        const size_t bytes = DecodeCodePoint(text, &c);
+        char32_t c = 0;
+        const size_t bytes = base::DecodeCodePoint(text, c);
         if (bytes == 0 || !IsXmlCharacter(c))
             out->append("\xEF\xBF\xBD");
         else if (c == '&')

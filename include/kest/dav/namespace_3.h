@@ -75,8 +75,8 @@ struct IKestDAV3 : IUnknown {
     // Dead properties of a path, in the order in which they were first set, as many as fit. *place
     // is 0 at first and then what the last call left there. *size is the room in bytes on entry,
     // the bytes used on return. Code 9 past the last; 7 when the next one does not fit: *size is
-    // then what it takes. Other failures: 11 (404), 5, 10 (503), 1 (500). [request thread;
-    // concurrent; during the reply]
+    // then what it takes. A path that bears nothing has none. Other failures: 5, 10 (503), 1 (500).
+    // [request thread; concurrent; during the reply]
     virtual TALSTATUS GetProperties(SCHANDLE hSession, UNICODE_STRING* path, UINT64* place,
                                     UINT32* size, DAV_PROPERTY* buffer) = 0;
     // Makes a lock and describes it: *size is the room at `lock` in bytes on entry, the bytes used

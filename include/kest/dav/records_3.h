@@ -38,6 +38,8 @@ struct DAV_OBJECT_INFO {
     UINT32 Attributes;   // kAttribute bits
     UINT32 Flags;        // kObject bits
     UINT64 ResourceSize; // bytes of content, 0 for a collection
+    // 0 where it was not looked for: it costs a look of its own, and only GetInfo, GetMembers and
+    // the changes of the namespace take it.
     DAV_DATETIME CreationDate;
     DAV_DATETIME ModificationDate;
     // Strong: no other content of this path has ever had it, nor will. Weak: the content may have

@@ -16,9 +16,10 @@
 #include <kest/unknown.h>
 
 struct IKestDAVResource3 : IUnknown {
-    // Opens a path. `purpose`: kOpenRead, the object may be a collection, which has no content;
-    // kOpenReplace or kOpenModify, where preconditions and locks are judged, so that no body is
-    // taken in vain, and again by Publish: both belong to the caller until then. `expected` is the
+    // Opens a path. `purpose`: kOpenRead, the object may be a collection, which has no content, and
+    // preconditions are judged once; kOpenReplace or kOpenModify, where preconditions and locks are
+    // judged, so that no body is taken in vain, and again by Publish: the preconditions' texts stay
+    // valid until then. `expected` is the
     // content's size in bytes where it is known, -1 otherwise; one that cannot be kept is refused
     // (35). `info` is what bears the name now, info->Size set by the caller; may be null when not
     // reading. With kOpenReplace and nothing there its ResourceSize is 0 and its Tag empty.

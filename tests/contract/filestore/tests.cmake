@@ -3,6 +3,8 @@ kest_test(filestore_contract_test
           ${CMAKE_CURRENT_LIST_DIR}/listing_test.cpp ${CMAKE_CURRENT_LIST_DIR}/locks_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/properties_test.cpp ${CMAKE_CURRENT_LIST_DIR}/trees_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/walks_test.cpp ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/content3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/namespace3_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/properties3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/locks3_test.cpp
   LIBS tolm ${CMAKE_DL_LIBS})
 target_compile_definitions(filestore_contract_test PRIVATE FILESTORE_LIBRARY="$<TARGET_FILE:filestore>")
 add_dependencies(filestore_contract_test filestore)
