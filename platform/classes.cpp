@@ -74,8 +74,7 @@ TALSTATUS AskTalpl(const GUID* iid, void** out)
     return SharedTalpl().QueryInterface(iid, out);
 }
 
-constinit kest::ClassObject<PlatformComponent, TALSTATUS (*)(const GUID*, void**)>
-    g_talplClass(AskTalpl);
+constinit kest::StaticClassObject<PlatformComponent> g_talplClass(AskTalpl);
 
 class ClassManager {
   public:

@@ -25,7 +25,7 @@ TALSTATUS MakeObject(const GUID* iid, void** out)
     return Failure(kCodeNoInterface);
 }
 
-constinit kest::ClassObject<StoreComponent, TALSTATUS (*)(const GUID*, void**)> g_class(MakeObject);
+constinit kest::StaticClassObject<StoreComponent> g_class(MakeObject);
 
 } // namespace
 

@@ -15,17 +15,11 @@
 
 namespace kest {
 
-// The class object of one class. `Maker` is callable as TALSTATUS(const GUID* iid, void** out),
-// from any thread: it makes an object and asks it for `iid`, which is not null; *out is null when
-// it is called. It may throw what AtBoundary takes.
-//
-// One in static storage lives as long as the library, which is never unloaded: nobody gives its
-// first reference back. One that is made with new belongs to whoever made it.
-template <class Component, class Maker>
-class ClassObject final : public Object<ClassObject<Component, Maker>, Component, IClassFactory> {
+// IClassFactory over a maker, on top of `Base`, which implements IUnknown. `Maker` is callable as
+// TALSTATUS(const GUID* iid, void** out), from any thread: it makes an object and asks it for
+// `iid`, which is not null; *out is null when it is called. It may throw what AtBoundary takes.
+template <class Component, class Maker, class Base> class ClassObjectOn : public Base {
   public:
-    explicit constexpr ClassObject(Maker make) : make_(std::move(make)) {}
-
     TALSTATUS CreateInstance(IUnknown* outer, const GUID* iid, void** out) override
     {
         if (!out)
@@ -37,8 +31,32 @@ class ClassObject final : public Object<ClassObject<Component, Maker>, Component
     }
     TALSTATUS LockServer(BOOLEAN) override { return TAL_STATUS_SUCCESS; } // never unloaded
 
+  protected:
+    explicit constexpr ClassObjectOn(Maker make) : make_(std::move(make)) {}
+    ~ClassObjectOn() = default;
+
   private:
     Maker make_;
+};
+
+// The class object of one class, made with new.
+template <class Component, class Maker>
+class ClassObject final
+    : public ClassObjectOn<Component, Maker,
+                           Object<ClassObject<Component, Maker>, Component, IClassFactory>> {
+  public:
+    explicit ClassObject(Maker make) : ClassObject::ClassObjectOn(std::move(make)) {}
+};
+
+// One in static storage, which lives as long as its library: that is never unloaded.
+template <class Component>
+class StaticClassObject final : public ClassObjectOn<Component, TALSTATUS (*)(const GUID*, void**),
+                                                     StaticObject<Component, IClassFactory>> {
+  public:
+    explicit constexpr StaticClassObject(TALSTATUS (*make)(const GUID*, void**))
+        : StaticClassObject::ClassObjectOn(make)
+    {
+    }
 };
 
 // The body of DllGetClassObject in a library of one class.

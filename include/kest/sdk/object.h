@@ -14,18 +14,14 @@
 
 namespace kest {
 
-// Implements IUnknown for a class `Final` that derives from it and implements `Interfaces`. An
-// object begins with one reference, its maker's, and the last one deletes it; counting is safe on
-// any thread. QueryInterface answers for IUnknown (which is the first interface) and for each of
-// `Interfaces`; it fails with code 4 for null arguments, 2 for any other identifier.
-//
-//     class Thing final : public kest::Object<Thing, MyStore, IThing> { ... };
-//
-// Where the destructor of `Final` is private, it names its base a friend.
-template <class Final, class Component, class... Interfaces> class Object : public Interfaces... {
+// What both kinds of objects share: QueryInterface and the count of references, which is safe on
+// any thread and begins with one, the maker's. QueryInterface answers for IUnknown (which is the
+// first interface) and for each of `Interfaces`; it fails with code 4 for null arguments, 2 for any
+// other identifier.
+template <class Component, class... Interfaces> class Counted : public Interfaces... {
   public:
-    Object(const Object&) = delete;
-    Object& operator=(const Object&) = delete;
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override
     {
@@ -46,9 +42,29 @@ template <class Final, class Component, class... Interfaces> class Object : publ
         return TAL_STATUS_SUCCESS;
     }
     UINT32 AddRef() override { return references_.fetch_add(1, std::memory_order_relaxed) + 1; }
+
+  protected:
+    constexpr Counted() noexcept = default;
+    ~Counted() = default;
+
+    UINT32 DropReference() { return references_.fetch_sub(1, std::memory_order_acq_rel) - 1; }
+
+  private:
+    using First = std::tuple_element_t<0, std::tuple<Interfaces...>>;
+
+    std::atomic<UINT32> references_{1};
+};
+
+// Implements IUnknown for a class `Final` that derives from it, implements `Interfaces` and is made
+// with new: the last reference deletes it. Its destructor is public, or it names its base a friend.
+//
+//     class Thing final : public kest::Object<Thing, MyStore, IThing> { ... };
+template <class Final, class Component, class... Interfaces>
+class Object : public Counted<Component, Interfaces...> {
+  public:
     UINT32 Release() override
     {
-        const UINT32 left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+        const UINT32 left = this->DropReference();
         if (left == 0)
             delete static_cast<Final*>(this);
         return left;
@@ -57,11 +73,17 @@ template <class Final, class Component, class... Interfaces> class Object : publ
   protected:
     constexpr Object() noexcept = default;
     ~Object() = default;
+};
 
-  private:
-    using First = std::tuple_element_t<0, std::tuple<Interfaces...>>;
+// The same for an object in static storage, which no reference ends.
+template <class Component, class... Interfaces>
+class StaticObject : public Counted<Component, Interfaces...> {
+  public:
+    UINT32 Release() override { return this->DropReference(); }
 
-    std::atomic<UINT32> references_{1};
+  protected:
+    constexpr StaticObject() noexcept = default;
+    ~StaticObject() = default;
 };
 
 // Hands a freshly made object out as `iid`, and gives the maker's reference back. Without the

@@ -98,7 +98,7 @@ TALSTATUS MakeHandler(const GUID* iid, void** out)
 }
 
 // In static storage, without anything that runs at the start or the end of the process.
-constinit kest::ClassObject<TestComponent, TALSTATUS (*)(const GUID*, void**)> g_class(MakeHandler);
+constinit kest::StaticClassObject<TestComponent> g_class(MakeHandler);
 constexpr GUID kOwn = {1, 2, 3, {4}};
 constexpr GUID kOther = {9, 2, 3, {4}};
 
@@ -110,6 +110,26 @@ TEST(ClassObject, MakesObjects)
     EXPECT_TRUE(Failed(g_class.CreateInstance(nullptr, &IidOf<IKestDAV2>::value, &out)));
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(g_alive, 0);
+}
+
+TEST(ClassObject, MadeWithNewGoesWithItsLastReference)
+{
+    // The maker is part of the object: it goes, too.
+    const auto owned = std::make_shared<int>(7);
+    const auto make = [owned](const GUID*, void**) { return static_cast<TALSTATUS>(*owned); };
+    auto* const made = new kest::ClassObject<TestComponent, decltype(make)>(make);
+    void* out = nullptr;
+    const long before = owned.use_count();
+    EXPECT_EQ(made->CreateInstance(nullptr, &IID_IUnknown, &out), 7U);
+    EXPECT_EQ(made->Release(), 0U);
+    EXPECT_EQ(owned.use_count(), before - 1);
+}
+
+TEST(ClassObject, InStaticStorageIsEndedByNoReference)
+{
+    static constinit kest::StaticClassObject<TestComponent> object(MakeHandler);
+    EXPECT_EQ(object.Release(), 0U);
+    EXPECT_EQ(object.AddRef(), 1U);
 }
 
 TEST(ClassObject, RefusesAggregationAndNullArguments)
