@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The resolution cache, in the session's object store.
 #include "core/cache.h"
 
 #include <atomic>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The module's settings, read from the registry.
 #include "core/config.h"
 
 #include <cstring>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The one handler of the host's events.
 #include "core/eventhandler.h"
 
 namespace {

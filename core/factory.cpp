@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The class factory and the module object.
 #include "core/factory.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The module's session: an attribute of the host's.
 #include "core/session.h"
 
 #include <new>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Dates of the provider as calendar dates.
 #include "index/calendar.h"
 
 #include <limits>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Dates of the provider as calendar dates, for the index page.
 #pragma once
 
 #include <ctime>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Which set of templates a client gets.
 #include "index/clientmode.h"
 
 #include <cstdlib>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The entry template, rendered for every entry.
 #include "index/entry.h"
 
 #include <atomic>

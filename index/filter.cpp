@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The name filter of a listing.
 #include "index/filter.h"
 
 #include <cstring>

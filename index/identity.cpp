@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Who is signed in, and where a folder really lives.
 #include "index/identity.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The listing of a collection.
 #include "index/listing.h"
 
 #include <algorithm>

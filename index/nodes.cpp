@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The entries of one listing.
 #include "index/nodes.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The page template and its directives.
 #include "index/page.h"
 
 #include <cstdio>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Templates: read, and taken apart into lines and directives.
 #include "index/template.h"
 
 #include <algorithm>

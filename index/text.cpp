@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Text of the index page, converted and escaped.
 #include "index/text.h"
 
 #include <cstdlib>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// LOCK: a new lock, or a longer one.
 #include "lock/lock.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// UNLOCK.
 #include <memory>
 
 #include "lock/lock.h"

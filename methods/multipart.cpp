@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading multipart/form-data.
 #include "methods/multipart.h"
 
 #include <cstring>

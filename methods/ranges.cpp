@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading "Range".
 #include "methods/ranges.h"
 
 #include <cstdlib>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// From the request's body into a resource.
 #include "methods/upload.h"
 
 #include <cstring>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The href of an object in a multistatus.
 #include <algorithm>
 #include <cstring>
 #include <limits>

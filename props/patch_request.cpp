@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading the body of PROPPATCH.
 #include <algorithm>
 #include <cstring>
 

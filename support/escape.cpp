@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Escaping for URLs and XML, and numbers as text.
 #include "support/escape.h"
 
 #include <algorithm>

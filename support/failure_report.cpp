@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Telling the host of failures that a reply does not show.
 #include "support/failure_report.h"
 
 #include <kest/com.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The lock tokens of a request's headers.
 #include <algorithm>
 #include <cstring>
 

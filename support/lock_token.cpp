@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Lock tokens as text and back.
 #include "support/lock_token.h"
 
 #include <algorithm>

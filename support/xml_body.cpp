@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading the XML body of a request.
 #include "support/xml_body.h"
 
 #include <cstring>

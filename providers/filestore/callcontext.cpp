@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The running request, as the host tells of it.
 #include "providers/filestore/callcontext.h"
 
 #include <new>

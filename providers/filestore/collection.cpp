@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Directories as the module sees them: their members, and those that were deleted.
 #include "providers/filestore/collection.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Conditions of a request, judged against what lies at a path.
 #include "providers/filestore/conditions.h"
 
 #include <cerrno>

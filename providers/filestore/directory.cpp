@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Open directories, and those that a request has open anyway.
 #include "providers/filestore/directory.h"
 
 #include <vector>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What errors of the system mean in statuses, and who is told of them.
 #include "providers/filestore/failures.h"
 
 #include <array>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What a tree consisted of, in a few bytes.
 #include "providers/filestore/fingerprint.h"
 
 #include <vector>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Which locks stand in the way of a change, and which tokens open them.
 #include "providers/filestore/guard.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading and judging the "If" header.
 #include "providers/filestore/ifheader.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The way along symbolic links, checked step by step.
 #include "providers/filestore/linkwalk.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Making, refreshing and ending locks.
 #include "providers/filestore/locks.h"
 
 #include <algorithm>

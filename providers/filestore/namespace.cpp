@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Paths as the module sees them: their types, deletion, names that move.
 #include "providers/filestore/namespace.h"
 
 #include <algorithm>

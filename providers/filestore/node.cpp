@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What files and directories have in common: dates, properties, locks.
 #include "providers/filestore/node.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The owner of a lock as text that every reply can hold.
 #include "providers/filestore/ownertext.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What the store uses of the platform layer.
 #include "providers/filestore/platform.h"
 
 #include <chrono>

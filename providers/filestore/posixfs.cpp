@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The file system beneath, over POSIX calls on directory descriptors.
 #include "providers/filestore/posixfs.h"
 
 #include <algorithm>

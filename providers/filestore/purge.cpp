@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The thread that removes deleted entries whose time is over.
 #include "providers/filestore/purge.h"
 
 #include <cerrno>

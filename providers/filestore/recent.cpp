@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What GetType found, handed over to the operation that follows it.
 #include "providers/filestore/recent.h"
 
 #include <utility>

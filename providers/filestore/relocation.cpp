@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// COPY and MOVE as steps of the module, and how far one has come.
 #include "providers/filestore/relocation.h"
 
 #include <cerrno>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Changing a name and the rows that follow it, or neither.
 #include "providers/filestore/rename.h"
 
 #include <cerrno>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Files as the module sees them.
 #include "providers/filestore/resource.h"
 
 #include <utility>

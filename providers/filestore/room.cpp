@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Space on a full disk: kept entries give way, and the reserve.
 #include "providers/filestore/room.h"
 
 #include <algorithm>

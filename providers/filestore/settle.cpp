@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What a power cut or a kill has left unfinished, at the start.
 #include "providers/filestore/settle.h"
 
 #include <cerrno>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Connections, statements and transactions of SQLite, with errors as numbers.
 #include "providers/filestore/sqlitedb.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Metadata in a database of SQLite.
 #include "providers/filestore/sqlitemeta.h"
 
 #include <memory>

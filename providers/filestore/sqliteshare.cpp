@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Several processes with one database: its files, its state and who waits for it.
 #include "providers/filestore/sqliteshare.h"
 
 #include <cerrno>

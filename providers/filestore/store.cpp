@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The volumes of this process, and taking paths apart.
 #include "providers/filestore/store.h"
 
 #include <algorithm>

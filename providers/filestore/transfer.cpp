@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Moving content and rows between volumes.
 #include "providers/filestore/transfer.h"
 
 #include "providers/filestore/failures.h"

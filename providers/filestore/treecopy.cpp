@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Copying a whole tree, or nothing.
 #include "providers/filestore/treecopy.h"
 
 #include <cerrno>

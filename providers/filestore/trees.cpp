@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Deleting, moving and copying trees: the checks before, and the change.
 #include "providers/filestore/trees.h"
 
 #include <cerrno>

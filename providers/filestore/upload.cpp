@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Content on its way in, published when it is whole.
 #include "providers/filestore/upload.h"
 
 #include <cerrno>

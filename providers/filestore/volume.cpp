@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// One volume and its private directory.
 #include "providers/filestore/volume.h"
 
 #include <algorithm>
