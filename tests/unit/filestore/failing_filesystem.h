@@ -68,7 +68,7 @@ class FailingFileSystem final : public FileSystem {
     }
     int SetSize(FileHandle h, UINT64 size) override
     {
-        return IsFull() ? ENOSPC : Fail(__func__) ? error : real_->SetSize(h, size);
+        return IsFull() ? ENOSPC : Fail(__func__) ? error.load() : real_->SetSize(h, size);
     }
     int SetMode(FileHandle h, UINT32 mode) override
     {
