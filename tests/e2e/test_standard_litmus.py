@@ -24,7 +24,7 @@ class Litmus(unittest.TestCase):
             self.assertEqual(server.scheme, scheme)
             for suite, count in SUITES.items():
                 if (suite, scheme) == ("http", "https"):
-                    count -= 1  # litmus leaves "expect100" out over TLS
+                    continue  # its one test, "expect100", litmus does not do over TLS
                 with self.subTest(suite):
                     _, text = run("litmus", "-k", server.url("docs") + "/", cwd=work,
                                   env={"TESTS": suite})
