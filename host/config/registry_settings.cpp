@@ -230,6 +230,15 @@ std::string ReadDirectory(ITalpl& platform, HostSettings& settings)
     return in.Problem().empty() ? attributes.Problem() : in.Problem();
 }
 
+// What else it may be is refused by CheckModule.
+void ReadDialect(ITalpl& platform, ServerSettings& server)
+{
+    RegistryReader in(platform, kModuleKey);
+    std::string dialect;
+    in.Text(u"Dialect", dialect);
+    server.dialect = dialect == "standard" ? Dialect::Standard : Dialect::Classic;
+}
+
 } // namespace
 
 std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
@@ -239,6 +248,7 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
     RegistryReader in(platform, kServerKey);
     ReadServer(in, settings.server);
     ReadLimits(in, settings.server.limits);
+    ReadDialect(platform, settings.server);
     in.Time(u"Session Timeout", settings.sessions.idleTime, 10, 30 * 24 * 3600);
     in.Number(u"Sessions", settings.sessions.sessions, 1, 1'000'000);
     in.Number(u"Browser Sessions", settings.sessions.cookieSessionsPerUser, 1, 100'000);

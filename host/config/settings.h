@@ -34,6 +34,10 @@ struct Limits {
     std::chrono::milliseconds shutdownTime{10'000};  // 'Shutdown Time': running requests may finish
 };
 
+// How the module answers ('Dialect' of 'Kest\Configuration\KestDav'): as it always has, or as RFC
+// 4918 and 9110 say. In the standard dialect it sees to conditions, ranges and overwriting itself.
+enum class Dialect { Classic, Standard };
+
 struct ListenAddress {
     std::string address; // numeric, IPv6 without brackets
     uint16_t port = 0;   // 0 takes a free one
@@ -42,12 +46,13 @@ struct ListenAddress {
 
 struct ServerSettings {
     std::vector<ListenAddress> listen{{"127.0.0.1", 8080}}; // 'Listen'
-    std::string tlsCertificate; // 'TLS Certificate', PEM chain; empty: plain HTTP
-    std::string tlsKey;         // 'TLS Key', PEM
-    std::string publicUrl;      // 'Public URL', what clients see; empty: as asked
-    std::string realm = "Kest"; // 'Realm'
-    bool accessLog = true;      // 'Access Log', to standard error
-    std::string wharfDirectory; // 'Wharf Directory', served under /Wharf/
+    std::string tlsCertificate;         // 'TLS Certificate', PEM chain; empty: plain HTTP
+    std::string tlsKey;                 // 'TLS Key', PEM
+    std::string publicUrl;              // 'Public URL', what clients see; empty: as asked
+    std::string realm = "Kest";         // 'Realm'
+    bool accessLog = true;              // 'Access Log', to standard error
+    std::string wharfDirectory;         // 'Wharf Directory', served under /Wharf/
+    Dialect dialect = Dialect::Classic; // of the start; a reload does not change it
     Limits limits;
 };
 

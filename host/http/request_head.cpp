@@ -91,6 +91,15 @@ const Field* RequestHead::Find(std::string_view name) const noexcept
     return nullptr;
 }
 
+const Field* RequestHead::FindNext(const Field& field, std::string_view name) const noexcept
+{
+    const Field* const end = fields.data() + fields.size();
+    for (const Field* each = &field + 1; each != end; ++each)
+        if (base::EqualsIgnoringCase(each->name, name))
+            return each;
+    return nullptr;
+}
+
 size_t RequestHead::Count(std::string_view name) const noexcept
 {
     size_t count = 0;

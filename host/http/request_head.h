@@ -23,10 +23,17 @@ struct RequestHead {
 
     // The first field of that name (compared without case), or null.
     const Field* Find(std::string_view name) const noexcept;
+    // The next one of that name behind `field`, which is one of these, or null.
+    const Field* FindNext(const Field& field, std::string_view name) const noexcept;
     // How many fields have that name.
     size_t Count(std::string_view name) const noexcept;
     // Whether a list-valued field (all its lines) holds `token`, compared without case.
     bool HasToken(std::string_view name, std::string_view token) const noexcept;
+    void Clear() noexcept
+    {
+        fields.clear();
+        method = target = lines = {};
+    }
 };
 
 // The length of the head at the start of `text`, its empty line included; 0 while it is not

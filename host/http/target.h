@@ -16,6 +16,14 @@ struct Target {
     std::string_view query;  // still escaped, without "?"; points into the target's text
     std::string_view host;   // absolute-form only: host[:port]; points into the target's text
     bool isAsterisk = false; // "*"; the paths are empty
+
+    void Clear() noexcept
+    {
+        path.clear();
+        rawPath.clear();
+        query = host = {};
+        isAsterisk = false;
+    }
 };
 
 // Takes a target apart. 0, or 400 for a target that is malformed: no known form, a malformed

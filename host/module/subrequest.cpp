@@ -3,7 +3,6 @@
 
 #include "host/http/ascii.h"
 #include "host/http/utf.h"
-#include "host/module/kest_io.h"
 #include <kest/identifiers.h>
 #include <kest/status.h>
 
@@ -29,8 +28,8 @@ template <class T, class U> TALSTATUS Give(T* out, U value) noexcept
 
 } // namespace
 
-Subrequest::Subrequest(KestIo& behind, std::string_view path, UINT32 method)
-    : behind_(behind), method_(method), escaped_(EscapePath(path))
+Subrequest::Subrequest(Exchange& behind, std::string_view path, UINT32 method)
+    : behind_(behind), behindIo_(behind), method_(method), escaped_(EscapePath(path))
 {
     if (!AppendWide(path, path_))
         path_.clear(); // cannot happen: the path was decoded from valid text
@@ -43,15 +42,15 @@ Subrequest::Subrequest(KestIo& behind, std::string_view path, UINT32 method)
                escaped_.data()};
 }
 
-void Subrequest::Run(Front& front, SCHANDLE session)
+void Subrequest::Run(IKestReq_2& module)
 {
     const CallScope scope(*this);
-    (void)front.module->RequestHandler(this, session, method_); // the reply says it all
+    (void)module.RequestHandler(this, behind_.session.Get(), method_); // the reply says it all
 }
 
 bool Subrequest::IsCancelled() noexcept
 {
-    return behind_.IsCancelled();
+    return behind_.response.HasClientLeft();
 }
 
 TALSTATUS Subrequest::QueryInterface(const GUID* iid, void** out)
@@ -88,12 +87,12 @@ TALSTATUS Subrequest::GetRawUrl(STRING** url)
 
 TALSTATUS Subrequest::GetRemoteAddress(UNICODE_STRING* address)
 {
-    return behind_.GetRemoteAddress(address);
+    return behindIo_.GetRemoteAddress(address);
 }
 
 TALSTATUS Subrequest::GetRemoteHost(UNICODE_STRING* host)
 {
-    return behind_.GetRemoteHost(host);
+    return behindIo_.GetRemoteHost(host);
 }
 
 TALSTATUS Subrequest::GetUrl(UINT32*, UNICODE_STRING** url)
@@ -208,17 +207,17 @@ TALSTATUS Subrequest::GetRawHeaders(UINT8** headers)
 
 TALSTATUS Subrequest::GetHostname(UINT32* length, char* buffer)
 {
-    return behind_.GetHostname(length, buffer);
+    return behindIo_.GetHostname(length, buffer);
 }
 
 TALSTATUS Subrequest::GetPort(UINT32* length, char* buffer)
 {
-    return behind_.GetPort(length, buffer);
+    return behindIo_.GetPort(length, buffer);
 }
 
 TALSTATUS Subrequest::GetProtocolName(UINT32* length, char* buffer)
 {
-    return behind_.GetProtocolName(length, buffer);
+    return behindIo_.GetProtocolName(length, buffer);
 }
 
 TALSTATUS Subrequest::SetCustomError(HTTPSTATUS, char*)
@@ -228,12 +227,12 @@ TALSTATUS Subrequest::SetCustomError(HTTPSTATUS, char*)
 
 TALSTATUS Subrequest::GetAuthRealm(UINT32* length, char* buffer)
 {
-    return behind_.GetAuthRealm(length, buffer);
+    return behindIo_.GetAuthRealm(length, buffer);
 }
 
 BOOLEAN Subrequest::IsSecure()
 {
-    return behind_.IsSecure();
+    return behindIo_.IsSecure();
 }
 
 } // namespace kestd

@@ -7,28 +7,27 @@
 #include <string_view>
 
 #include "host/module/call_context.h"
+#include "host/module/kest_io.h"
 #include "host/net/buffer.h"
-#include "host/net/connection_registry.h"
 #include <kest/io.h>
+#include <kest/req.h>
 
 namespace kestd {
-
-class KestIo;
 
 // A request without headers and body, on behalf of another one; of the reply only the status and
 // the date are kept.
 class Subrequest final : public IKestIO_5, public RunningCall {
   public:
     // `path` is unescaped and begins with the location. Throws std::bad_alloc.
-    Subrequest(KestIo& behind, std::string_view path, UINT32 method);
+    Subrequest(Exchange& behind, std::string_view path, UINT32 method);
     ~Subrequest() = default;
     Subrequest(const Subrequest&) = delete;
     Subrequest& operator=(const Subrequest&) = delete;
 
     // The one header that a request of this kind can have.
     void SetLockToken(std::string value) { lockToken_ = std::move(value); }
-    // Has the module answer, in the session.
-    void Run(Front& front, SCHANDLE session);
+    // Has the module answer, in the session of the request behind.
+    void Run(IKestReq_2& module);
     // 0 when the handler sent none. A failure that a component reports is the request's: then this
     // tells nothing.
     int Status() const noexcept { return status_; }
@@ -79,7 +78,8 @@ class Subrequest final : public IKestIO_5, public RunningCall {
     bool IsCancelled() noexcept override;
 
   private:
-    KestIo& behind_;
+    Exchange& behind_;
+    KestIo behindIo_; // answers for what both have in common
     const UINT32 method_;
     UINT32 references_ = 1;
     int status_ = 0;

@@ -8,8 +8,10 @@
 #include <cstring>
 #include <utility>
 
-#include "host/module/kest_io.h"
 #include "host/net/connection_registry.h"
+#include "host/net/monotonic_clock.h"
+#include "host/net/settings_holder.h"
+#include "host/pipeline/exchange.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -31,10 +33,11 @@ constexpr int kRounds = 8;
 
 } // namespace
 
-Connection::Connection(Front& front, Descriptor socket, ClientLimits::Place place,
-                       const sockaddr_storage& peer, const EffectiveSettings& live)
-    : front_(front), place_(std::move(place)), socket_(std::move(socket)),
-      stream_(socket_.Number(), live.tls.get()), live_(front.Snapshot())
+Connection::Connection(const ConnectionServices& services,
+                       std::shared_ptr<const EffectiveSettings> settings, Descriptor socket,
+                       ClientLimits::Place place, const sockaddr_storage& peer)
+    : services_(services), place_(std::move(place)), socket_(std::move(socket)),
+      stream_(socket_.Number(), settings->tls.get()), settings_(std::move(settings))
 {
     const int on = 1;
     (void)setsockopt(socket_.Number(), IPPROTO_TCP, TCP_NODELAY, &on,
@@ -45,29 +48,28 @@ Connection::Connection(Front& front, Descriptor socket, ClientLimits::Place plac
             : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
     if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
         remote_[0] = '-';
-    registration_ = front_.loop.Reserve(*this);
-    front_.Add(*this);
+    registration_ = services_.loop.Reserve(*this);
+    services_.registry.Add(*this);
 }
 
 Connection::~Connection()
 {
     isGivenUp_ = true;
     if (isListed_)
-        front_.clients.EndWait(*this);
+        services_.clients.EndWait(*this);
     if (state_ == State::Call)
         while (!RunCall())
             ;
-    if (request_ && request_->isAdmitted)
-        front_.accessControl.ReleaseSession(request_->auth.session);
-    front_.Remove(*this);
-    front_.loop.Remove(registration_);
+    exchange_.reset();
+    services_.registry.Remove(*this);
+    services_.loop.Remove(registration_);
 }
 
 void Connection::Begin() noexcept
 {
     idleStart_ = NowMs();
     headWaitStart_ = idleStart_;
-    deadline_ = idleStart_ + live_->settings.limits.headTime.count();
+    deadline_ = idleStart_ + settings_->server.limits.headTime.count();
     Watch();
 }
 
@@ -75,7 +77,7 @@ void Connection::Begin() noexcept
 // for.
 void Connection::Watch() noexcept
 {
-    if (const int error = front_.loop.Watch(registration_, socket_.Number())) {
+    if (const int error = services_.loop.Watch(registration_, socket_.Number())) {
         TolmLog(kLogWarning, "kestd", std::strerror(error));
         delete this;
     }
@@ -139,17 +141,17 @@ void Connection::Run(Event event)
 {
     do {
         if (state_ == State::Call && event.isOverload) { // a handler takes its time
-            front_.loop.Schedule(registration_);
+            services_.loop.Schedule(registration_);
             continue;
         }
         hasExpired_ = deadline_.exchange(0) == -1;
         if (isListed_)
-            front_.clients.EndWait(*this);
+            services_.clients.EndWait(*this);
         isListed_ = false;
         event_ = event;
         isDrained_ = false;
-        if (!request_)
-            front_.Refresh(live_);
+        if (!exchange_)
+            services_.settings.Refresh(settings_);
         Step step = Step::Again;
         for (int rounds = 0; step == Step::Again && rounds < kRounds; ++rounds)
             step = Serve();
@@ -158,7 +160,7 @@ void Connection::Run(Event event)
             return;
         }
         if (step == Step::Again) // a long pipeline lets others have their turn
-            front_.loop.Schedule(registration_);
+            services_.loop.Schedule(registration_);
         event.mayHaveEnded = true; // if it goes on at once: nobody has said
     } while (!Release());
 }
@@ -170,20 +172,21 @@ bool Connection::Release() noexcept
     const auto wanted =
         waitsFor_ == For::Input ? EventLoop::Interest::Input : EventLoop::Interest::Output;
     if (interest_ != wanted)
-        front_.loop.Expect(registration_, socket_.Number(), wanted);
+        services_.loop.Expect(registration_, socket_.Number(), wanted);
     interest_ = wanted;
     PublishWait();
-    return front_.loop.Release(registration_);
+    return services_.loop.Release(registration_);
 }
 
 // Says what others must know of the wait that begins.
 void Connection::PublishWait() noexcept
 {
-    const bool isRequest = request_ || state_ == State::Flush;
+    const bool isRequest = exchange_ || state_ == State::Flush;
     if (isRequest && !isListed_) {
         isListed_ = true;
-        const Limits& limits = live_->settings.limits;
-        front_.clients.BeginWait(*this, place_, {limits.waitingRequests, limits.waitingPerAddress});
+        const Limits& limits = settings_->server.limits;
+        services_.clients.BeginWait(*this, place_,
+                                    {limits.waitingRequests, limits.waitingPerAddress});
     }
     const int64_t start = isIdle_ ? idleStart_ : headStart_;
     headWaitStart_.store(state_ == State::Head ? start : 0, std::memory_order_relaxed);
@@ -225,7 +228,7 @@ Connection::Step Connection::ReadHead()
         while (scanned_ == 0 && in_.View().substr(0, 2) == "\r\n")
             in_.Consume(2); // RFC 9112 section 2.2: an empty line before a request is ignored
         if (in_.Size() > 1) {
-            const uint32_t limit = live_->settings.limits.headBytes;
+            const uint32_t limit = settings_->server.limits.headBytes;
             const size_t end = FindHeadEnd(in_.View(), scanned_);
             if (end > limit || (!end && in_.Size() >= limit)) {
                 const size_t line = in_.View().substr(0, limit).find('\n');
@@ -267,10 +270,10 @@ ssize_t Connection::ReceiveHead()
 
 Connection::Step Connection::WaitForHead()
 {
-    if (front_.isStopping && in_.Size() == 0)
+    if (services_.isStopping && in_.Size() == 0)
         return Step::Close;
     // The time for a head runs from its first byte, however slowly the rest comes.
-    const Limits& limits = live_->settings.limits;
+    const Limits& limits = settings_->server.limits;
     if (!isIdle_)
         return WaitFor(ToReceive(), headStart_ + limits.headTime.count());
     const milliseconds time = isFirst_ ? limits.headTime : limits.keepAliveTime;

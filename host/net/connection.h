@@ -19,11 +19,25 @@
 
 namespace kestd {
 
-class Front;
-class KestIo;
+class AccessLog;
+class ConnectionRegistry;
+class Exchange;
+class Pipeline;
 class RunningCall;
-struct Limits;
+class SettingsHolder;
 struct EffectiveSettings;
+struct Limits;
+
+// What connections work with; all of it outlives them.
+struct ConnectionServices {
+    EventLoop& loop;
+    ConnectionRegistry& registry;
+    ClientLimits& clients;
+    SettingsHolder& settings;
+    const Pipeline& pipeline;
+    AccessLog& log;
+    const std::atomic<bool>& isStopping;
+};
 
 // Waits for the socket to become ready, then runs on whichever worker picks that up, and waits
 // again. No thread waits for a client: a head and the beginning of a body are gathered, what is
@@ -41,8 +55,9 @@ class Connection final : public EventHandler, public Waiter, public WaitingReque
     };
 
     // Throws std::bad_alloc.
-    Connection(Front& front, Descriptor socket, ClientLimits::Place place,
-               const sockaddr_storage& peer, const EffectiveSettings& live);
+    Connection(const ConnectionServices& services,
+               std::shared_ptr<const EffectiveSettings> settings, Descriptor socket,
+               ClientLimits::Place place, const sockaddr_storage& peer);
     // A handler that has stopped runs to its end first, as if its client had left.
     ~Connection();
     Connection(const Connection&) = delete;
@@ -64,7 +79,7 @@ class Connection final : public EventHandler, public Waiter, public WaitingReque
     bool Wait(For what, int64_t deadline) override;
     bool IsGivenUp() const noexcept override { return isGivenUp_; }
 
-    // The list of the front; guarded by its lock.
+    // The registry's list; guarded by its lock.
     Connection* next = nullptr;
     Connection* previous = nullptr;
 
@@ -98,6 +113,7 @@ class Connection final : public EventHandler, public Waiter, public WaitingReque
     Step OnHead(size_t size);
     Step Refuse(int status);
     Step RejectForOverload();
+    void StartExchange();
     void StartReply();
     Step StartCall(Work work);
     static void RunWork(void* self) noexcept;
@@ -110,10 +126,11 @@ class Connection final : public EventHandler, public Waiter, public WaitingReque
     Step AnswerAndEnd(int status);
     void FinishReply();
     Step EndRequest();
+    void LogRequest();
     Step Flush();
     Step AfterReply();
 
-    Front& front_;
+    const ConnectionServices& services_;
     const ClientLimits::Place place_;
     const Descriptor socket_;
     EventLoop::Registration registration_ = 0;
@@ -121,13 +138,13 @@ class Connection final : public EventHandler, public Waiter, public WaitingReque
     For waitsFor_ = For::Input;
     SocketStream stream_;
     Buffer in_;
-    std::shared_ptr<const EffectiveSettings> live_; // changes between requests only
-    std::unique_ptr<KestIo> request_;
-    std::unique_ptr<Fiber> fiber_; // while a handler runs or has stopped
-    Work work_ = nullptr;          // what runs on it
-    RunningCall* call_ = nullptr;  // of the handler that has stopped
-    int64_t callDeadline_ = 0;     // likewise
-    size_t scanned_ = 0;           // of the head in `in_`
+    std::shared_ptr<const EffectiveSettings> settings_; // changes between requests only
+    std::unique_ptr<Exchange> exchange_;                // while there is a request
+    std::unique_ptr<Fiber> fiber_;                      // while a handler runs or has stopped
+    Work work_ = nullptr;                               // what runs on it
+    RunningCall* call_ = nullptr;                       // of the handler that has stopped
+    int64_t callDeadline_ = 0;                          // likewise
+    size_t scanned_ = 0;                                // of the head in `in_`
     size_t lingered_ = 0;
     int64_t headStart_ = 0; // when the first byte of a head came
     int64_t idleStart_ = 0; // when the wait for it began

@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A connection's requests, from the end of the head to the end of the reply.
-#include <array>
 #include <utility>
 
+#include "host/http/access_log.h"
+#include "host/http/error_status.h"
+#include "host/http/short_reply.h"
 #include "host/module/call_context.h"
-#include "host/module/kest_io.h"
 #include "host/net/connection.h"
-#include "host/net/connection_registry.h"
-#include "host/pipeline/conditional_requests.h"
-#include "host/pipeline/copy_move_headers.h"
-#include "host/pipeline/granted_lock.h"
-#include "host/pipeline/router.h"
+#include "host/net/monotonic_clock.h"
+#include "host/net/settings_holder.h"
+#include "host/pipeline/body_limits.h"
+#include "host/pipeline/exchange.h"
+#include "host/pipeline/pipeline.h"
+#include "host/pipeline/request_validator.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -26,95 +28,75 @@ constexpr uint64_t kGatheredBody = 64 * 1024;
 // Of a longer one, what is received first: who sends no more opens nothing.
 constexpr size_t kGatheredBeginning = 8 * 1024;
 
-// Requests that are not in use, kept with their memory. Few: one for each that a thread has open.
-struct Spare {
-    std::array<std::unique_ptr<KestIo>, 4> requests;
-    size_t count = 0;
-};
-thread_local Spare t_spare;
-
-std::unique_ptr<KestIo> AcquireRequest()
-{
-    if (t_spare.count == 0)
-        return std::make_unique<KestIo>();
-    return std::move(t_spare.requests[--t_spare.count]);
-}
-
-void ReleaseRequest(std::unique_ptr<KestIo> request) noexcept
-{
-    request->Reset();
-    if (t_spare.count < t_spare.requests.size())
-        t_spare.requests[t_spare.count++] = std::move(request);
-}
-
-bool IsXmlMethod(UINT32 method) noexcept
-{
-    return method == KestMethodPropFind || method == KestMethodPropPatch ||
-           method == KestMethodLock;
-}
-
 } // namespace
 
 void Connection::StartReply()
 {
-    Response::Options terms;
-    terms.isHead = request_->method == KestMethodHead;
-    terms.mayChunk = request_->head.version == 11;
-    terms.mayKeepAlive = WantsKeepAlive(request_->head) && !front_.isStopping;
-    terms.saysKeepAlive = request_->head.version == 10;
-    terms.stall = live_->settings.limits.sendStallTime;
-    request_->response.Start(terms, request_->arena, request_->body, stream_, *this);
+    const Request& request = exchange_->request;
+    Response::Options options;
+    options.isHead = request.method == KestMethodHead;
+    options.mayChunk = request.head.version == 11;
+    options.mayKeepAlive = WantsKeepAlive(request.head) && !services_.isStopping;
+    options.saysKeepAlive = request.head.version == 10;
+    options.stall = settings_->server.limits.sendStallTime;
+    exchange_->response.Start(options, exchange_->request.arena, exchange_->body, stream_, *this);
+}
+
+// An exchange with what is known before the head is read.
+void Connection::StartExchange()
+{
+    exchange_ = AcquireExchange();
+    exchange_->settings = settings_.get();
+    exchange_->pipeline = &services_.pipeline;
+    if (settings_->server.accessLog)
+        exchange_->start = std::chrono::steady_clock::now();
+    exchange_->request.remote = remote_;
+    exchange_->request.isSecure = stream_.IsTls() || settings_->isPublicSecure;
 }
 
 Connection::Step Connection::OnHead(size_t size)
 {
-    const EffectiveSettings& live = *live_;
-    request_ = AcquireRequest();
-    KestIo& request = *request_;
-    if (live.settings.accessLog)
-        request.start = std::chrono::steady_clock::now();
-    request.remote = remote_;
-    request.isSecure = stream_.IsTls() || live.isPublicSecure;
+    StartExchange();
+    Exchange& exchange = *exchange_;
+    Request& request = exchange.request;
     request.headText.Append(in_.Data(), size);
     in_.Consume(size);
     scanned_ = 0;
     isFirst_ = false;
     MessageFraming framing;
     bool mustClose = false;
-    const int refusal = ReadRequest(request, live, framing, mustClose);
+    const int refusal = ReadRequest(request, *settings_, framing, mustClose);
     const bool expects = request.head.version == 11 && request.head.Find("Expect") != nullptr;
-    request.body.Start(mustClose ? MessageFraming{} : framing, in_, stream_, *this, expects,
-                       live.settings.limits.bodyIdleTime);
+    exchange.body.Start(mustClose ? MessageFraming{} : framing, in_, stream_, *this, expects,
+                        settings_->server.limits.bodyIdleTime);
     StartReply();
     if (mustClose)
-        request.response.Close();
+        exchange.response.Close();
     if (refusal)
         return AnswerAndEnd(refusal);
     return event_.isOverload ? RejectForOverload() : StartCall(&Connection::Handle);
 }
 
+// Answers a head that is too long or came too slowly.
 Connection::Step Connection::Refuse(int status)
 {
-    request_ = AcquireRequest();
-    if (live_->settings.accessLog)
-        request_->start = std::chrono::steady_clock::now();
-    request_->remote = remote_;
-    request_->body.Start({}, in_, stream_, *this, false, milliseconds(0));
+    StartExchange();
+    exchange_->body.Start({}, in_, stream_, *this, false, milliseconds(0));
     StartReply();
-    request_->response.Close();
+    exchange_->response.Close();
     return AnswerAndEnd(status);
 }
 
 Connection::Step Connection::RejectForOverload()
 {
-    request_->response.SetHeader("Retry-After", "5");
+    exchange_->response.SetHeader("Retry-After", kRetrySeconds);
     return AnswerAndEnd(503);
 }
 
 // For short answers without the fiber: what the client does not take is kept.
 Connection::Step Connection::AnswerAndEnd(int status)
 {
-    AnswerError(*request_, status);
+    SendError(exchange_->response, status);
     FinishReply();
     return EndRequest();
 }
@@ -176,19 +158,11 @@ bool Connection::Wait(For what, int64_t deadline)
 
 void Connection::Handle()
 {
-    KestIo& request = *request_;
-    if (Decide(request, front_, *live_) != RouteResult::Module)
+    if (!services_.pipeline.OnRequest(*exchange_))
         return FinishReply();
-    const Limits& limits = live_->settings.limits;
-    const uint64_t limit = IsXmlMethod(request.method) ? limits.xmlBodyBytes : limits.bodyBytes;
-    if (limit && request.body.AnnouncedLength() > limit) {
-        AnswerError(request, 413);
-        return FinishReply();
-    }
-    request.body.SetLimit(limits.bodyBytes);
     uint64_t gathered = 0;
     size_t enough = 0;
-    if (MustGather(gathered, enough) && !request.body.IsHere()) {
+    if (MustGather(gathered, enough) && !exchange_->body.IsHere()) {
         isToGather_ = true;
         return;
     }
@@ -197,30 +171,13 @@ void Connection::Handle()
 
 void Connection::CallModule()
 {
-    KestIo& request = *request_;
-    if (!MeetsConditions(request, front_)) {
-        AnswerError(request, 412);
-        return FinishReply();
-    }
-    do {
-        if (request.method == KestMethodCopy || request.method == KestMethodMove)
-            ResolveOverwrite(request, front_);
-        if (request.HasFailed()) // what there is could not be looked at
-            break;
-        const CallScope scope(request);
-        (void)front_.module->RequestHandler(&request, request.auth.session,
-                                            request.method); // the reply says it all
-    } while (request.TakeRetry());
+    services_.pipeline.Call(*exchange_);
     FinishReply();
 }
 
 void Connection::FinishReply()
 {
-    KestIo& request = *request_;
-    if (request.response.Status() >= 400 && !request.body.HasArrived())
-        request.response.Close();
-    goesOn_ = request.Finish();
-    RevokeUnsentLock(request, front_);
+    goesOn_ = services_.pipeline.Finish(*exchange_);
 }
 
 // -- Without it ------------------------------------------------------------------------------
@@ -229,10 +186,10 @@ void Connection::FinishReply()
 // more than `enough`.
 bool Connection::MustGather(uint64_t& limit, size_t& enough) const
 {
-    const Limits& limits = live_->settings.limits;
-    const Body& body = request_->body;
+    const Limits& limits = settings_->server.limits;
+    const Body& body = exchange_->body;
     enough = SIZE_MAX;
-    if (IsXmlMethod(request_->method)) {
+    if (HasXmlBody(exchange_->request.method)) {
         limit = limits.xmlBodyBytes;
         return true;
     }
@@ -245,17 +202,17 @@ bool Connection::MustGather(uint64_t& limit, size_t& enough) const
 
 Connection::Step Connection::GatherBody()
 {
-    if (hasExpired_ && !request_->body.IsHere())
+    if (hasExpired_ && !exchange_->body.IsHere())
         return AnswerAndEnd(408);
     uint64_t limit = 0;
     size_t enough = 0;
     (void)MustGather(limit, enough);
-    switch (request_->body.Fetch(limit, enough)) {
+    switch (exchange_->body.Fetch(limit, enough)) {
     case Body::Fetched::Whole:
     case Body::Fetched::Enough:
         return event_.isOverload ? RejectForOverload() : StartCall(&Connection::CallModule);
     case Body::Fetched::More:
-        return WaitFor(ToReceive(), NowMs() + live_->settings.limits.bodyIdleTime.count());
+        return WaitFor(ToReceive(), NowMs() + settings_->server.limits.bodyIdleTime.count());
     case Body::Fetched::TooLarge:
         return AnswerAndEnd(413);
     case Body::Fetched::Malformed:
@@ -268,20 +225,12 @@ Connection::Step Connection::GatherBody()
 // The reply is complete, though perhaps not sent.
 Connection::Step Connection::EndRequest()
 {
-    KestIo& request = *request_;
-    const bool isBroken = request.response.IsBroken();
-    hasUnread_ = in_.Size() || !request.body.HasArrived();
-    if (request.isAdmitted) {
-        front_.accessControl.ReleaseSession(request.auth.session);
-        request.isAdmitted = false;
-    }
-    if (live_->settings.accessLog && request.start != decltype(request.start)())
-        front_.log.Write({request.remote, request.auth.user, request.head.method,
-                          request.head.target, request.head.version, request.response.Status(),
-                          request.response.BodyBytes(),
-                          std::chrono::duration_cast<std::chrono::microseconds>(
-                              std::chrono::steady_clock::now() - request.start)});
-    ReleaseRequest(std::move(request_));
+    const Response& response = exchange_->response;
+    const bool isBroken = response.IsBroken();
+    hasUnread_ = in_.Size() || !exchange_->body.HasArrived();
+    if (settings_->server.accessLog)
+        LogRequest();
+    ReleaseExchange(std::move(exchange_));
     hasExpired_ = false;
     if (isBroken)
         return Step::Close;
@@ -292,6 +241,17 @@ Connection::Step Connection::EndRequest()
     return Step::Again;
 }
 
+void Connection::LogRequest()
+{
+    const Request& request = exchange_->request;
+    const Response& response = exchange_->response;
+    services_.log.Write({request.remote, exchange_->auth.user, request.head.method,
+                         request.head.target, request.head.version, response.Status(),
+                         response.BodyBytes(),
+                         std::chrono::duration_cast<std::chrono::microseconds>(
+                             std::chrono::steady_clock::now() - exchange_->start)});
+}
+
 // The next request starts when this reply has left, so a client that reads nothing is served
 // nothing.
 Connection::Step Connection::Flush()
@@ -300,12 +260,12 @@ Connection::Step Connection::Flush()
         return Step::Close;
     if (stream_.Flush())
         return AfterReply();
-    return WaitFor(stream_.ToSend(), NowMs() + live_->settings.limits.sendStallTime.count());
+    return WaitFor(stream_.ToSend(), NowMs() + settings_->server.limits.sendStallTime.count());
 }
 
 Connection::Step Connection::AfterReply()
 {
-    front_.Refresh(live_);
+    services_.settings.Refresh(settings_);
     if (!goesOn_) {
         stream_.EndSending();
         return hasUnread_ ? StartLinger() : Step::Close;

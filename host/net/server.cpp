@@ -1,23 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/net/server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sched.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 
-#include <cerrno>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <system_error>
 #include <thread>
 
-#include "host/http/ascii.h"
-#include "host/http/target.h"
-#include "host/net/connection.h"
+#include "host/http/access_log.h"
+#include "host/module/module_handler.h"
+#include "host/net/buffer.h"
+#include "host/net/client_limits.h"
 #include "host/net/connection_registry.h"
+#include "host/net/event_loop.h"
+#include "host/net/fiber.h"
+#include "host/net/listener.h"
+#include "host/net/monotonic_clock.h"
+#include "host/net/settings_holder.h"
+#include "host/net/worker_pool.h"
+#include "host/pipeline/pipeline.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -28,36 +31,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kTick{100};
 constexpr milliseconds kLongWait{60'000};
-// Connections over the limit that are told so at the same time, fewer where the limit is low; more
-// are just closed.
-constexpr size_t kTurnedAway = 256;
-constexpr int kAcceptBatch = 32;
-
-std::string Reason(const char* what, const ListenAddress& where, int error)
-{
-    return std::string(what) + " " + where.address + ":" + std::to_string(where.port) + ": " +
-           std::strerror(error);
-}
-
-bool FillAddress(const ListenAddress& from, sockaddr_storage& out, socklen_t& size)
-{
-    out = {};
-    auto& v4 = reinterpret_cast<sockaddr_in&>(out);
-    auto& v6 = reinterpret_cast<sockaddr_in6&>(out);
-    if (inet_pton(AF_INET, from.address.c_str(), &v4.sin_addr) == 1) {
-        v4.sin_family = AF_INET;
-        v4.sin_port = htons(from.port);
-        size = sizeof v4;
-        return true;
-    }
-    if (inet_pton(AF_INET6, from.address.c_str(), &v6.sin6_addr) == 1) {
-        v6.sin6_family = AF_INET6;
-        v6.sin6_port = htons(from.port);
-        size = sizeof v6;
-        return true;
-    }
-    return false;
-}
 
 // The processors that this process may run on; there may be more that it may not.
 unsigned UsableCores()
@@ -98,147 +71,23 @@ uint32_t FitToFileLimit(uint32_t connections)
     return static_cast<uint32_t>(allowed);
 }
 
-// Whether a connection beside as many as this is not even told that there are too many.
-bool IsFarOver(size_t connections, size_t limit)
+// A worker's pools stand on its stack.
+void RunWorker(EventLoop& loop, EventLoop::ReadyQueue& queue)
 {
-    return connections >= limit + std::min(kTurnedAway, limit / 4 + 8);
+    const BlockPool blocks;
+    const FiberPool fibers;
+    const ExchangePool exchanges;
+    loop.Run(queue);
 }
-
-// Turns a settings record into what the server works with. Null with a text in `error`.
-std::shared_ptr<EffectiveSettings> MakeEffectiveSettings(const ServerSettings& settings,
-                                                         std::string& error)
-{
-    static std::atomic<uint64_t> versions{0};
-    auto live = std::make_shared<EffectiveSettings>();
-    live->settings = settings;
-    live->version = ++versions;
-    // The contract's strings count 16 bits of bytes, two for each code unit, and spare room.
-    live->settings.limits.targetBytes = std::min(live->settings.limits.targetBytes, 28u * 1024);
-    if (!settings.publicUrl.empty()) {
-        std::string_view url = settings.publicUrl;
-        std::string_view scheme;
-        std::string_view host;
-        if (!TakeOrigin(url, scheme, host)) {
-            error = "the public URL " + settings.publicUrl + " is not http(s)://HOST[:PORT]";
-            return nullptr;
-        }
-        std::string_view name;
-        std::string_view port;
-        SplitHost(host, name, port);
-        live->publicHost = name;
-        live->isPublicSecure = EqualsIgnoringCase(scheme, "https");
-        live->publicPort =
-            !port.empty() ? port : std::string_view(live->isPublicSecure ? "443" : "80");
-    }
-    if (settings.tlsCertificate.empty() != settings.tlsKey.empty()) {
-        error = "TLS needs a certificate and a key";
-        return nullptr;
-    }
-    if (!settings.tlsCertificate.empty()) {
-        live->tls = LoadTlsContext(settings.tlsCertificate, settings.tlsKey, error);
-        if (!live->tls)
-            return nullptr;
-    }
-    return live;
-}
-
-// One listening socket.
-class Listener final : public EventHandler {
-  public:
-    // Throws std::bad_alloc or std::system_error.
-    Listener(Front& front, Descriptor socket)
-        : front_(front), socket_(std::move(socket)),
-          registration_(front_.loop.Add(socket_.Number(), *this))
-    {
-    }
-    ~Listener() { front_.loop.Remove(registration_); }
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-
-    void Begin() { OnReady({}); }
-    // From any thread: goes on after a pause.
-    void Resume()
-    {
-        if (isPaused_.exchange(false))
-            front_.loop.Schedule(registration_);
-    }
-    // From any thread: refuses new connections from now on. The socket itself stays until the
-    // listener goes, so that nobody else gets its number meanwhile.
-    void Close() { (void)shutdown(socket_.Number(), SHUT_RDWR); }
-
-    void OnReady(Event) noexcept override
-    {
-        do {
-            if (front_.isStopping)
-                continue;
-            if (Accept())
-                front_.loop.Schedule(registration_); // others have their turn
-        } while (!front_.loop.Release(registration_));
-    }
-
-  private:
-    // Takes connections. True when there may be more to take now.
-    bool Accept()
-    {
-        for (int i = 0; i < kAcceptBatch; ++i) {
-            sockaddr_storage peer{};
-            socklen_t size = sizeof peer;
-            Descriptor client(
-                accept4(socket_.Number(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
-            if (client.Number() >= 0) {
-                Welcome(std::move(client), peer);
-            } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                // The connection stays in the queue; asking again at once would spin.
-                if (const int64_t now = NowMs(); now >= saysAgain_) {
-                    TolmLog(kLogWarning, "kestd",
-                            "cannot accept a connection: too many open files or no memory");
-                    saysAgain_ = now + 10'000;
-                }
-                isPaused_ = true;
-                return false;
-            } else if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINVAL) {
-                return false; // nobody is there, or the listener is closed
-            }                 // else a connection went away, or its network did
-        }
-        return true;
-    }
-
-    void Welcome(Descriptor client, const sockaddr_storage& peer)
-    {
-        const EffectiveSettings& live = front_.Current();
-        const Limits& limits = live.settings.limits;
-        try {
-            ClientLimits::Place place = front_.clients.Enter(peer);
-            const size_t open = front_.ConnectionCount();
-            const size_t own = place.Connections() - 1;
-            if (IsFarOver(open, limits.connections) || IsFarOver(own, limits.connectionsPerAddress))
-                return;
-            // deletes itself
-            auto* connection =
-                new Connection(front_, std::move(client), std::move(place), peer, live);
-            if (open >= limits.connections || own >= limits.connectionsPerAddress)
-                connection->RejectOverload();
-            else
-                connection->Begin();
-        } catch (const std::exception& error) {
-            TolmLog(kLogWarning, "kestd", error.what());
-        }
-    }
-
-    Front& front_;
-    const Descriptor socket_;
-    const EventLoop::Registration registration_;
-    std::atomic<bool> isPaused_{false}; // no memory, or no number for another descriptor
-    int64_t saysAgain_ = 0;
-};
 
 } // namespace
 
 class Server::Impl {
   public:
-    Impl(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2* module,
+    Impl(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2& module,
          std::string location)
-        : settings_(settings), front_(accessControl, module, std::move(location))
+        : settings_(settings), handler_(module),
+          pipeline_(settings.dialect, accessControl, handler_, std::move(location))
     {
     }
     ~Impl()
@@ -253,12 +102,26 @@ class Server::Impl {
     bool Stop();
 
   private:
+    std::string Publish(ServerSettings settings);
+    std::string Listen(ListenAddress where);
+    void RunClock();
+    void ReportGivenUp(int64_t now);
+    void StopConnections();
+    void StopClock();
     void End(milliseconds time);
-    std::string Listen(const ListenAddress& where);
-    void Clock();
 
     const ServerSettings settings_;
-    Front front_;
+    ModuleHandler handler_;
+    const Pipeline pipeline_;
+    EventLoop loop_;
+    WorkerPool workers_{loop_, &RunWorker};
+    ClientLimits clients_;
+    ConnectionRegistry registry_;
+    SettingsHolder live_;
+    AccessLog log_;
+    std::atomic<bool> isStopping_{false};
+    const ConnectionServices services_{loop_,     registry_, clients_,   live_,
+                                       pipeline_, log_,      isStopping_};
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<ListenAddress> addresses_;
     std::thread clock_;
@@ -267,128 +130,144 @@ class Server::Impl {
     bool clockEnds_ = false;
     std::once_flag stopped_;
     bool hasEnded_ = false;
+    uint64_t reportedGivenUp_ = 0; // of the clock's thread
+    int64_t reportsAgain_ = 0;     // likewise; NowMs
 };
 
-std::string Server::Impl::Listen(const ListenAddress& where)
+std::string Server::Impl::Publish(ServerSettings settings)
 {
-    sockaddr_storage address{};
-    socklen_t size = 0;
-    if (!FillAddress(where, address, size))
-        return "cannot listen on " + where.address + ": not a numeric address";
-    Descriptor listening(socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const int fd = listening.Number();
-    if (fd < 0)
-        return Reason("cannot listen on", where, errno);
-    const int on = 1;
-    (void)setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (address.ss_family == AF_INET6)
-        (void)setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
-        listen(fd, SOMAXCONN) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0)
-        return Reason("cannot listen on", where, errno);
-    const uint16_t port = address.ss_family == AF_INET6
-                              ? reinterpret_cast<const sockaddr_in6&>(address).sin6_port
-                              : reinterpret_cast<const sockaddr_in&>(address).sin_port;
-    addresses_.push_back({where.address, ntohs(port)});
-    listeners_.push_back(std::make_unique<Listener>(front_, std::move(listening)));
+    std::string error;
+    settings.dialect = settings_.dialect; // the module's does not change either
+    settings.limits.connections = FitToFileLimit(settings.limits.connections);
+    if (const auto made = MakeEffectiveSettings(settings, error))
+        live_.Publish(made);
+    return error;
+}
+
+std::string Server::Impl::Listen(ListenAddress where)
+{
+    std::string error;
+    Descriptor socket = OpenListeningSocket(where, error);
+    if (!error.empty())
+        return error;
+    addresses_.push_back(where);
+    listeners_.push_back(std::make_unique<Listener>(services_, std::move(socket)));
     return {};
 }
 
 std::string Server::Impl::Start()
 {
-    std::string error;
-    const std::shared_ptr<EffectiveSettings> live = MakeEffectiveSettings(settings_, error);
-    if (!live)
+    if (const std::string error = Publish(settings_); !error.empty())
         return error;
-    live->settings.limits.connections = FitToFileLimit(settings_.limits.connections);
-    front_.Publish(live);
     for (const ListenAddress& where : settings_.listen)
-        if (error = Listen(where); !error.empty())
+        if (const std::string error = Listen(where); !error.empty())
             return error;
     for (const auto& listener : listeners_)
         listener->Begin();
     const unsigned cores = UsableCores();
     try {
-        front_.workers.Start(cores, settings_.limits.workerThreads);
-        clock_ = std::thread([this] { Clock(); });
+        workers_.Start(cores, settings_.limits.workerThreads);
+        clock_ = std::thread([this] { RunClock(); });
     } catch (const std::system_error& failure) {
         return std::string("cannot start threads: ") + failure.what();
     }
     return {};
 }
 
-void Server::Impl::Clock()
+void Server::Impl::RunClock()
 {
     std::unique_lock lock(mutex_);
     for (unsigned ticks = 0; !clockEnds_; ++ticks) {
         wake_.wait_for(lock, kTick, [this] { return clockEnds_; });
         lock.unlock();
-        front_.workers.OnTimer();
+        workers_.OnTimer();
         for (const auto& listener : listeners_)
             listener->Resume();
-        if (ticks % 2 == 0)
-            front_.ExpireDeadlines(NowMs());
+        if (ticks % 2 == 0) {
+            const int64_t now = NowMs();
+            registry_.ExpireDeadlines(now, live_.Snapshot()->server.limits);
+            ReportGivenUp(now);
+        }
         if (ticks % 5 == 0)
-            front_.log.Flush();
+            log_.Flush();
         lock.lock();
     }
 }
 
+void Server::Impl::ReportGivenUp(int64_t now)
+{
+    const uint64_t all = clients_.GivenUp();
+    if (all == reportedGivenUp_ || now < reportsAgain_)
+        return;
+    TolmLog(kLogWarning, "kestd",
+            (std::to_string(all - reportedGivenUp_) +
+             " requests were ended that waited longest for their clients: too many waited")
+                .c_str());
+    reportedGivenUp_ = all;
+    reportsAgain_ = now + 10'000;
+}
+
 std::string Server::Impl::Apply(const ServerSettings& settings)
 {
-    std::string error;
-    const std::shared_ptr<EffectiveSettings> live = MakeEffectiveSettings(settings, error);
-    if (!live)
+    if (const std::string error = Publish(settings); !error.empty())
         return error;
-    live->settings.limits.connections = FitToFileLimit(settings.limits.connections);
-    front_.workers.SetLimit(settings.limits.workerThreads);
-    front_.Publish(live);
+    workers_.SetLimit(settings.limits.workerThreads);
     return {};
 }
 
 bool Server::Impl::Stop()
 {
     std::call_once(stopped_, [this] {
-        front_.isStopping = true;
+        isStopping_ = true;
         if (clock_.joinable()) {
-            for (const auto& listener : listeners_)
-                listener->Close();
-            const milliseconds time = front_.Snapshot()->settings.limits.shutdownTime;
-            // Again and again: a connection may have been about to become idle.
-            const auto end = std::chrono::steady_clock::now() + time;
-            do
-                front_.Hurry(false);
-            while (!front_.WaitUntilEmpty(kTick / 4) && std::chrono::steady_clock::now() < end);
-            front_.Hurry(true);
-            (void)front_.WaitUntilEmpty(milliseconds(1000)); // for the replies in hand
-            {
-                const std::lock_guard lock(mutex_);
-                clockEnds_ = true;
-            }
-            wake_.notify_all();
-            clock_.join();
+            StopConnections();
+            StopClock();
         }
-        front_.loop.Stop();
+        loop_.Stop();
         End(milliseconds(1000));
-        front_.log.Flush();
+        log_.Flush();
     });
     return hasEnded_;
+}
+
+// Lets running requests end in their time, then cancels them.
+void Server::Impl::StopConnections()
+{
+    for (const auto& listener : listeners_)
+        listener->Close();
+    // Again and again: a connection may have been about to become idle.
+    const auto end =
+        std::chrono::steady_clock::now() + live_.Snapshot()->server.limits.shutdownTime;
+    do
+        registry_.CloseIdle();
+    while (!registry_.WaitUntilEmpty(kTick / 4) && std::chrono::steady_clock::now() < end);
+    registry_.CloseAll();
+    (void)registry_.WaitUntilEmpty(milliseconds(1000)); // for the replies in hand
+}
+
+void Server::Impl::StopClock()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        clockEnds_ = true;
+    }
+    wake_.notify_all();
+    clock_.join();
 }
 
 // Gives back what the workers use, once they have ended.
 void Server::Impl::End(milliseconds time)
 {
-    hasEnded_ = front_.workers.Join(time);
+    hasEnded_ = workers_.Join(time);
     if (!hasEnded_)
         return;
-    front_.DeleteAll();
+    registry_.DeleteAll();
     listeners_.clear();
 }
 
 Server::Server(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2* module,
                std::string location)
-    : impl_(std::make_unique<Impl>(settings, accessControl, module, std::move(location)))
+    : impl_(std::make_unique<Impl>(settings, accessControl, *module, std::move(location)))
 {
 }
 

@@ -8,9 +8,7 @@
 #include <string>
 #include <system_error>
 
-#include "host/net/buffer.h"
 #include "host/net/event_loop.h"
-#include "host/net/fiber.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -46,9 +44,7 @@ void WorkerPool::AddWorker()
                 const std::lock_guard own(mutex_);
                 ids_.push_back(gettid());
             }
-            BlockPool blocks;
-            FiberPool fibers;
-            loop_.Run(*queue);
+            serve_(loop_, *queue);
             const std::lock_guard own(mutex_);
             --running_;
             hasEnded_.notify_all();

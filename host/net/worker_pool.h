@@ -14,13 +14,16 @@
 #include <thread>
 #include <vector>
 
-namespace kestd {
+#include "host/net/event_loop.h"
 
-class EventLoop;
+namespace kestd {
 
 class WorkerPool {
   public:
-    explicit WorkerPool(EventLoop& loop) : loop_(loop) {}
+    // What a worker does: sets up what its thread needs and runs the loop.
+    using Serve = void (*)(EventLoop& loop, EventLoop::ReadyQueue& queue);
+
+    WorkerPool(EventLoop& loop, Serve serve) : loop_(loop), serve_(serve) {}
 
     // Throws std::system_error when not even one thread can be started.
     void Start(unsigned count, unsigned limit);
@@ -40,6 +43,7 @@ class WorkerPool {
     bool AreWaiting(std::chrono::steady_clock::time_point now);
 
     EventLoop& loop_;
+    const Serve serve_;
     std::atomic<unsigned> count_{0};
     std::atomic<unsigned> limit_{1};
     uint64_t servedBefore_ = 0; // of the ticking thread

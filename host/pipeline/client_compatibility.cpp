@@ -3,33 +3,38 @@
 
 #include <string>
 
-#include "host/pipeline/granted_lock.h"
-
 namespace kestd {
 
-void AdaptToClients(KestIo& request)
+namespace {
+
+void CompleteLockReply(Exchange& exchange)
 {
-    Response& response = request.response;
+    Response& response = exchange.response;
+    const std::string_view token = FindLockToken(response.Gathered());
+    const bool isRefresh = exchange.body.BytesRead() == 0;
+    if (!token.empty() && !isRefresh)
+        response.AddLateHeader("Lock-Token", "<" + std::string(token) + ">");
+    if (exchange.isKnownNew)
+        response.ChangeStatus(201);
+}
+
+} // namespace
+
+Decision AuthoringHeader::OnRequest(Exchange& exchange) const
+{
+    exchange.response.SetHeader("MS-Author-Via", "DAV");
+    return Decision::GoOn();
+}
+
+void ClientCompatibility::OnReplyEnd(Exchange& exchange) const
+{
+    Response& response = exchange.response;
     if (response.HeadersSent() || response.Status() != 200)
         return;
-    switch (request.method) {
-    case KestMethodLock: {
-        const std::string_view token = FindLockToken(response.Gathered());
-        const bool isRefresh = request.body.BytesRead() == 0;
-        if (!token.empty() && !isRefresh)
-            response.AddLateHeader("Lock-Token", "<" + std::string(token) + ">");
-        if (request.isKnownNew)
-            response.ChangeStatus(201);
-        break;
-    }
-    case KestMethodCopy:
-    case KestMethodMove:
-        // The flag is clear by now when there was nothing to overwrite.
-        response.ChangeStatus(request.copyMove.overwrites ? 204 : 201);
-        break;
-    default:
-        break;
-    }
+    if (exchange.request.method == KestMethodLock)
+        CompleteLockReply(exchange);
+    else // the flag is clear by now when there was nothing to overwrite
+        response.ChangeStatus(exchange.copyMove.overwrites ? 204 : 201);
 }
 
 } // namespace kestd

@@ -4,30 +4,8 @@
 #include <chrono>
 
 #include "host/http/ascii.h"
-#include "host/module/subrequest.h"
 
 namespace kestd {
-
-namespace {
-
-bool Changes(UINT32 method) noexcept
-{
-    switch (method) {
-    case KestMethodPut:
-    case KestMethodPost:
-    case KestMethodDelete:
-    case KestMethodPropPatch:
-    case KestMethodMkCol:
-    case KestMethodCopy:
-    case KestMethodMove:
-    case KestMethodLock:
-        return true;
-    default:
-        return false;
-    }
-}
-
-} // namespace
 
 uint64_t DateOrder(std::string_view date) noexcept
 {
@@ -63,40 +41,40 @@ uint64_t DateOrder(std::string_view date) noexcept
     return (static_cast<uint64_t>((day - first).count()) * kSecondsOfADay + seconds) * kTicks;
 }
 
-bool MeetsConditions(KestIo& request, Front& front)
+Decision ConditionHeaders::OnBody(Exchange& exchange) const
 {
-    if (!Changes(request.method))
-        return true;
-    // Each value is taken on its own: a look-up may move what an earlier one gave.
-    const auto value = [&request](std::string_view name) -> std::optional<std::string_view> {
-        const std::string_view* found = request.FindRequestHeader(name);
-        return found ? std::optional(*found) : std::nullopt;
-    };
-    const auto match = value("If-Match");
-    const auto noneMatch = value("If-None-Match");
-    const auto since = value("If-Unmodified-Since");
-    if (!match && !noneMatch && !since)
-        return true;
-    const uint64_t limit = since ? DateOrder(*since) : 0;
-    request.preconditions.match = match.value_or("");
-    request.preconditions.noneMatch = noneMatch.value_or("");
-    if (limit != 0 && !match)
-        request.preconditions.unmodifiedSince = limit;
+    Request& request = exchange.request;
+    Conditions& conditions = exchange.conditions;
+    conditions.match = request.Header("If-Match");
+    conditions.noneMatch = request.Header("If-None-Match");
+    if (!request.FindHeader("If-Match"))
+        conditions.unmodifiedSince = DateOrder(request.Header("If-Unmodified-Since"));
+    return Decision::GoOn();
+}
 
-    Subrequest subrequest(request, request.target.path, KestMethodHead);
-    subrequest.Run(front, request.auth.session);
-    if (request.HasFailed())
-        return false; // nobody knows; the failure is what the client hears of
-    const bool exists = subrequest.Status() == 200;
-    request.isKnownNew = !exists;
-    if (match) {
-        if (*match != "*" || !exists)
-            return false;
-    } else if (since) {
-        if (limit != 0 && DateOrder(subrequest.LastModified()) > limit)
-            return false;
-    }
-    return !noneMatch || *noneMatch != "*" || !exists;
+Decision ConditionalRequests::OnBody(Exchange& exchange) const
+{
+    Request& request = exchange.request;
+    const bool hasMatch = request.FindHeader("If-Match") != nullptr;
+    if (!hasMatch && !request.FindHeader("If-None-Match") &&
+        !request.FindHeader("If-Unmodified-Since"))
+        return Decision::GoOn();
+
+    const SubrequestResult found =
+        handler_.Subrequest(exchange, request.target.path, KestMethodHead, {});
+    if (exchange.HasFailed())
+        return Decision::Refuse(412); // nobody knows; the failure is what the client hears of
+    const bool exists = found.status == 200;
+    exchange.isKnownNew = !exists;
+    const Conditions& conditions = exchange.conditions;
+    if (hasMatch && (conditions.match != "*" || !exists))
+        return Decision::Refuse(412);
+    if (conditions.unmodifiedSince != 0 &&
+        DateOrder(found.lastModified) > conditions.unmodifiedSince)
+        return Decision::Refuse(412);
+    if (exists && conditions.noneMatch == "*")
+        return Decision::Refuse(412);
+    return Decision::GoOn();
 }
 
 } // namespace kestd

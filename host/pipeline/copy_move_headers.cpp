@@ -3,7 +3,7 @@
 
 #include "host/http/ascii.h"
 #include "host/http/utf.h"
-#include "host/module/subrequest.h"
+#include "host/net/settings_holder.h"
 
 namespace kestd {
 
@@ -28,22 +28,26 @@ bool IsSameHost(std::string_view a, std::string_view b) noexcept
     return EqualsIgnoringCase(nameA, nameB) && IsSamePort(portA, portB);
 }
 
-bool IsOurHost(const KestIo& request, const EffectiveSettings& live, std::string_view host)
+bool IsOurHost(const Exchange& exchange, std::string_view host)
 {
+    const Request& request = exchange.request;
+    const EffectiveSettings& settings = *exchange.settings;
     const Field* asked = request.head.Find("Host");
     if (asked && IsSameHost(asked->value, host))
         return true;
     if (!request.target.host.empty() && IsSameHost(request.target.host, host))
         return true;
-    return !live.publicHost.empty() && IsSameHost(live.publicHost + ":" + live.publicPort, host);
+    return !settings.publicHost.empty() &&
+           IsSameHost(settings.publicHost + ":" + settings.publicPort, host);
 }
 
-int ReadDestination(KestIo& request, const Front& front, const EffectiveSettings& live)
+// Section 10.3. 0, or the status to refuse the request with.
+int ReadDestination(Exchange& exchange, const std::string& location)
 {
-    const std::string_view* value = request.FindRequestHeader("Destination");
+    const std::string_view* value = exchange.request.FindHeader("Destination");
     if (!value || value->empty())
         return 400;
-    if (value->size() > live.settings.limits.targetBytes)
+    if (value->size() > exchange.settings->server.limits.targetBytes)
         return 414;
     std::string_view rest = *value;
     if (rest.front() != '/') {
@@ -51,60 +55,77 @@ int ReadDestination(KestIo& request, const Front& front, const EffectiveSettings
         std::string_view host;
         if (!TakeOrigin(rest, scheme, host))
             return 400;
-        if (!IsOurHost(request, live, host))
+        if (!IsOurHost(exchange, host))
             return 502;
         if (rest.empty())
             rest = "/";
     }
-    std::string& path = request.copyMove.path;
+    std::string& path = exchange.copyMove.path;
     std::string raw;
     if (rest.find('?') != std::string_view::npos || !NormalisePath(rest, path, raw))
         return 400;
-    if (!IsUnder(path, front.location))
+    if (!IsUnder(path, location))
         return 502;
-    if (path.size() > front.location.size() + 1 && path.back() == '/')
+    if (path.size() > location.size() + 1 && path.back() == '/')
         path.pop_back(); // as the module does with a request's own path
     return 0;
 }
 
-} // namespace
-
-int ReadCopyMoveHeaders(KestIo& request, const Front& front, const EffectiveSettings& live)
+// Sections 10.6 and 10.2.
+int ReadOverwriteAndDepth(Request& request, CopyMoveTarget& target)
 {
-    CopyMoveTarget& target = request.copyMove;
-    if (const int refusal = ReadDestination(request, front, live))
-        return refusal;
-    const std::string_view* overwrite = request.FindRequestHeader("Overwrite");
+    const std::string_view* overwrite = request.FindHeader("Overwrite");
     if (overwrite && *overwrite != "T" && *overwrite != "F")
         return 400;
     target.allowsOverwrite = target.overwrites = !overwrite || *overwrite == "T";
-    const std::string_view* depth = request.FindRequestHeader("Depth");
-    const bool isCopy = request.method == KestMethodCopy;
+    const std::string_view* depth = request.FindHeader("Depth");
     if (!depth || EqualsIgnoringCase(*depth, "infinity"))
         target.depth = -1;
-    else if (*depth == "0" && isCopy)
+    else if (*depth == "0" && request.method == KestMethodCopy)
         target.depth = 0;
     else
         return 400;
-    std::string_view source = request.target.path;
+    return 0;
+}
+
+bool IsInside(std::string_view path, std::string_view source) noexcept
+{
     if (source.size() > 1 && source.back() == '/')
         source.remove_suffix(1);
-    if (target.path.size() > source.size() && IsUnder(target.path, source))
-        return 403;
-    std::u16string wide;
-    if (!AppendWide(target.path, wide))
-        return 400;
-    if (!isCopy) {
-        target.destination = std::move(wide);
-        return 0;
+    return path.size() > source.size() && IsUnder(path, source);
+}
+
+// The destination as GetCopyInfo (a URL) or GetMoveInfo (a path) hands it out.
+bool MakeDestination(const Request& request, CopyMoveTarget& target)
+{
+    std::u16string path;
+    if (!AppendWide(target.path, path))
+        return false;
+    if (request.method != KestMethodCopy) {
+        target.destination = std::move(path);
+        return true;
     }
     // The port is always written: the module looks for its location among all segments of the URL,
     // and a host of the same name must not be taken for it.
     if (!AppendWide(request.isSecure ? "https://" : "http://", target.destination) ||
         !AppendWide(request.hostname + ":" + request.port, target.destination))
-        return 400;
-    target.destination.append(CopyUrlPath(wide));
-    return 0;
+        return false;
+    target.destination.append(CopyUrlPath(path));
+    return true;
+}
+
+} // namespace
+
+Decision CopyMoveHeaders::OnRequest(Exchange& exchange) const
+{
+    CopyMoveTarget& target = exchange.copyMove;
+    if (const int refusal = ReadDestination(exchange, location_))
+        return Decision::Refuse(refusal);
+    if (const int refusal = ReadOverwriteAndDepth(exchange.request, target))
+        return Decision::Refuse(refusal);
+    if (IsInside(target.path, exchange.request.target.path))
+        return Decision::Refuse(403);
+    return MakeDestination(exchange.request, target) ? Decision::GoOn() : Decision::Refuse(400);
 }
 
 std::u16string CopyUrlPath(std::u16string_view path)
@@ -118,27 +139,6 @@ std::u16string CopyUrlPath(std::u16string_view path)
             out.push_back(unit);
     }
     return out;
-}
-
-bool HasDestinationChanged(const KestIo& request, int status) noexcept
-{
-    constexpr int kMostRounds = 8; // whoever is outrun so often is told so
-    const CopyMoveTarget& target = request.copyMove;
-    return status == 412 &&
-           (request.method == KestMethodCopy || request.method == KestMethodMove) &&
-           target.allowsOverwrite && !target.overwrites && target.rounds < kMostRounds &&
-           !request.HasFailed() && !request.response.HasBegun();
-}
-
-void ResolveOverwrite(KestIo& request, Front& front)
-{
-    request.copyMove.overwrites = request.copyMove.allowsOverwrite;
-    if (!request.copyMove.overwrites)
-        return;
-    Subrequest subrequest(request, request.copyMove.path, KestMethodHead);
-    subrequest.Run(front, request.auth.session);
-    if (subrequest.Status() == 404)
-        request.copyMove.overwrites = false;
 }
 
 } // namespace kestd

@@ -4,35 +4,33 @@
 #include <new>
 #include <string>
 
-#include "host/module/kest_io.h"
-#include "host/module/subrequest.h"
-
 namespace kestd {
 
-// It stands behind the owner's text, which is the client's: the last one counts.
-std::string_view FindLockToken(std::string_view body) noexcept
+bool GrantedLocks::OnReplyHead(Exchange& exchange, int& status) const
 {
-    const size_t begin = body.rfind("<a:href>opaquelocktoken:");
-    if (begin == std::string_view::npos)
-        return {};
-    const std::string_view token = body.substr(begin + std::string_view("<a:href>").size());
-    const size_t end = token.find('<');
-    return end == std::string_view::npos ? std::string_view() : token.substr(0, end);
+    exchange.lockReply.NoteStatus(status);
+    return true;
 }
 
-void RevokeUnsentLock(KestIo& request, Front& front) noexcept
+std::string_view GrantedLocks::OnReplyBody(Exchange& exchange, std::string_view piece, bool&) const
 {
-    const bool isRefresh = request.body.BytesRead() == 0;
-    if (request.method != KestMethodLock || request.grantedLock.Status() != 200 || isRefresh ||
-        (request.response.Status() < 300 && !request.response.IsBroken()))
+    exchange.lockReply.NoteBody(piece);
+    return piece;
+}
+
+void GrantedLocks::OnReplySent(Exchange& exchange) const noexcept
+{
+    const Response& response = exchange.response;
+    const bool isRefresh = exchange.body.BytesRead() == 0;
+    const bool isHeard = response.Status() < 300 && !response.IsBroken();
+    if (exchange.lockReply.Status() != 200 || isRefresh || isHeard)
         return;
-    const std::string_view token = FindLockToken(request.grantedLock.Tail());
+    const std::string_view token = FindLockToken(exchange.lockReply.Tail());
     if (token.empty())
         return;
     try {
-        Subrequest subrequest(request, request.target.path, KestMethodUnlock);
-        subrequest.SetLockToken("<" + std::string(token) + ">");
-        subrequest.Run(front, request.auth.session);
+        (void)handler_.Subrequest(exchange, exchange.request.target.path, KestMethodUnlock,
+                                  "<" + std::string(token) + ">");
     } catch (const std::bad_alloc&) { // it ends with its time
     }
 }

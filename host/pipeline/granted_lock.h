@@ -1,53 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A lock that the module has granted and the client never heard of: nobody could give it up, so it
-// is taken back.
+// A lock that the module has granted (RFC 4918 section 9.10) and the client never heard of: nobody
+// could give it up, so it is taken back.
 #pragma once
 
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <string_view>
-
-#include "host/net/connection_registry.h"
+#include "host/pipeline/request_handler.h"
+#include "host/pipeline/stage.h"
 
 namespace kestd {
 
-class KestIo;
-
-// What the module has said in answer to a LOCK, whatever became of that: its status, and the end of
-// the body, where the token stands. Takes no memory.
-class GrantedLock {
+class GrantedLocks final : public Stage {
   public:
-    void Reset() noexcept
-    {
-        status_ = 0;
-        size_ = 0;
-    }
-    void NoteStatus(int status) noexcept { status_ = status; }
-    void NoteBody(std::string_view bytes) noexcept
-    {
-        bytes.remove_prefix(bytes.size() - std::min(bytes.size(), tail_.size()));
-        const size_t kept = std::min(size_, tail_.size() - bytes.size());
-        std::memmove(tail_.data(), tail_.data() + (size_ - kept), kept);
-        std::copy(bytes.begin(), bytes.end(), tail_.data() + kept);
-        size_ = kept + bytes.size();
-    }
-    int Status() const noexcept { return status_; }
-    std::string_view Tail() const noexcept { return {tail_.data(), size_}; }
+    explicit GrantedLocks(RequestHandler& handler) : handler_(handler) {}
+    // Take note of what the module says.
+    bool OnReplyHead(Exchange& exchange, int& status) const override;
+    std::string_view OnReplyBody(Exchange& exchange, std::string_view piece,
+                                 bool& isOver) const override;
+    // Gives the lock up with an UNLOCK, if the client was told of a failure instead, or the reply
+    // could not be sent.
+    void OnReplySent(Exchange& exchange) const noexcept override;
 
   private:
-    int status_ = 0;
-    size_t size_ = 0;
-    std::array<char, 512> tail_; // a token, and what follows it
+    RequestHandler& handler_;
 };
-
-// The token of the lock that a reply describes, with its "opaquelocktoken:"; empty when there is
-// none.
-std::string_view FindLockToken(std::string_view body) noexcept;
-
-// Called when the reply to a request has ended. Gives up the lock that the module has granted, if
-// the client was told of a failure instead, or the reply could not be sent.
-void RevokeUnsentLock(KestIo& request, Front& front) noexcept;
 
 } // namespace kestd

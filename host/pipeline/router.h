@@ -1,32 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Which requests are well-formed, where they go, and what the server answers without the module.
+// Who serves a request target (RFC 9110 section 7.1): the handler at its location, or the server
+// itself.
 #pragma once
 
-#include "host/module/kest_io.h"
-#include "host/net/connection_registry.h"
+#include <string>
+#include <utility>
+
+#include "host/pipeline/stage.h"
 
 namespace kestd {
 
-enum class RouteResult {
-    Refused,  // answered with an error
-    Answered, // answered otherwise
-    Module,   // to be handed on
+class Router final : public Stage {
+  public:
+    explicit Router(std::string location) : location_(std::move(location)) {}
+    Decision OnRequest(Exchange& exchange) const override;
+
+  private:
+    const std::string location_;
 };
-
-// Fills `request` from its head, whose text is complete: framing, host, target, method. 0, or the
-// status to refuse it with. `mustClose` is set when nobody can tell where the next request starts.
-int ReadRequest(KestIo& request, const EffectiveSettings& live, MessageFraming& framing,
-                bool& mustClose);
-
-// Whether the client lets the connection stay open.
-bool WantsKeepAlive(const RequestHead& head) noexcept;
-
-// Decides who serves a request whose reply has been started, and serves what is not the module's.
-// For the module's, the client has been authenticated.
-RouteResult Decide(KestIo& request, Front& front, const EffectiveSettings& live);
-
-// Answers with a short text.
-void AnswerError(KestIo& request, int status);
 
 } // namespace kestd

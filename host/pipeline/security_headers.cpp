@@ -4,7 +4,6 @@
 #include <string>
 
 #include "host/http/ascii.h"
-#include "host/http/target.h"
 
 namespace kestd {
 
@@ -54,10 +53,10 @@ bool AppendWharf(std::string_view host, std::string& sources)
 
 // Where shipped scripts and styles come from, as a browser sees it. Never the whole server: content
 // that anybody has stored is a script, too, if a page may name it as one.
-std::string WharfSources(KestIo& request)
+std::string WharfSources(Request& request)
 {
     std::string sources;
-    const std::string_view* asked = request.FindRequestHeader("Host");
+    const std::string_view* asked = request.FindHeader("Host");
     bool isNamed = asked && AppendWharf(*asked, sources);
     if (!asked || asked->substr(0, request.hostname.size()) != request.hostname) { // a public URL
         std::string known = request.hostname;
@@ -68,11 +67,11 @@ std::string WharfSources(KestIo& request)
     // A browser that says what it wants a reply for gets no script of what is stored; see
     // IsStoredScript. Others do without scripts where a policy cannot name the place.
     if (!isNamed)
-        sources = request.FindRequestHeader("Sec-Fetch-Dest") ? " 'self'" : " 'none'";
+        sources = request.FindHeader("Sec-Fetch-Dest") ? " 'self'" : " 'none'";
     return sources;
 }
 
-std::string PagePolicy(KestIo& request)
+std::string PagePolicy(Request& request)
 {
     const std::string sources = WharfSources(request);
     std::string policy = "default-src 'none'; script-src";
@@ -82,52 +81,12 @@ std::string PagePolicy(KestIo& request)
     return policy;
 }
 
-// True when `url` begins with this server's origin. The scheme is not compared: behind a proxy the
-// browser's is another one. Neither are the ports that schemes imply.
-bool IsOwnOrigin(KestIo& request, std::string_view url)
-{
-    std::string_view scheme;
-    std::string_view host;
-    if (!TakeOrigin(url, scheme, host))
-        return false;
-    const std::string_view* asked = request.FindRequestHeader("Host");
-    if (asked && EqualsIgnoringCase(*asked, host))
-        return true;
-    std::string_view name;
-    std::string_view port;
-    SplitHost(host, name, port);
-    if (port.empty())
-        port = EqualsIgnoringCase(scheme, "https") ? "443" : "80";
-    return EqualsIgnoringCase(name, request.hostname) && port == request.port;
-}
-
 } // namespace
 
-bool IsCrossSite(KestIo& request)
+bool SecurityHeaders::OnReplyHead(Exchange& exchange, int&) const
 {
-    if (const std::string_view* site = request.FindRequestHeader("Sec-Fetch-Site"))
-        return *site != "same-origin" && *site != "none";
-    for (const char* name : {"Origin", "Referer"})
-        if (const std::string_view* url = request.FindRequestHeader(name))
-            return !IsOwnOrigin(request, *url);
-    return false;
-}
-
-bool IsStoredScript(KestIo& request)
-{
-    const std::string_view* use = request.FindRequestHeader("Sec-Fetch-Dest");
-    if (!use)
-        return false;
-    for (const std::string_view script : {"script", "worker", "sharedworker", "serviceworker",
-                                          "audioworklet", "paintworklet", "xslt"})
-        if (*use == script)
-            return true;
-    return false;
-}
-
-void SetSecurityHeaders(KestIo& request)
-{
-    Response& response = request.response;
+    Request& request = exchange.request;
+    Response& response = exchange.response;
     response.SetHeader("X-Content-Type-Options", "nosniff");
     const std::string_view* type = response.FindHeader("Content-Type");
     if (response.FindHeader("Accept-Ranges")) { // stored content
@@ -135,14 +94,15 @@ void SetSecurityHeaders(KestIo& request)
         if (!type || !IsType(*type, "application/pdf"))
             response.SetHeader("Content-Security-Policy",
                                type && IsMedia(*type) ? kMediaPolicy : kFilePolicy);
-        return;
+        return true;
     }
     if (!type || !IsType(*type, "text/html"))
-        return;
+        return true;
     const bool isData = request.target.rawPath.find("/.index_xml") != std::string::npos;
     response.SetHeader("Content-Security-Policy", isData ? kDataPolicy : PagePolicy(request));
     response.SetHeader("X-Frame-Options", "SAMEORIGIN");
     response.SetHeader("Referrer-Policy", "same-origin");
+    return true;
 }
 
 } // namespace kestd

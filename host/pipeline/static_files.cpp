@@ -12,7 +12,7 @@
 #include <ctime>
 
 #include "host/http/ascii.h"
-#include "host/pipeline/router.h"
+#include "host/http/short_reply.h"
 
 namespace kestd {
 
@@ -83,9 +83,9 @@ std::string HttpDate(time_t time)
 
 // If-None-Match goes before If-Modified-Since (RFC 9110 section 13.2.2). The date is compared as
 // text: clients send back what they were given.
-bool IsFresh(KestIo& request, std::string_view tag, std::string_view date)
+bool IsFresh(Request& request, std::string_view tag, std::string_view date)
 {
-    if (const std::string_view* tags = request.FindRequestHeader("If-None-Match")) {
+    if (const std::string_view* tags = request.FindHeader("If-None-Match")) {
         std::string_view list = *tags;
         std::string_view element;
         while (NextElement(list, element)) {
@@ -96,7 +96,7 @@ bool IsFresh(KestIo& request, std::string_view tag, std::string_view date)
         }
         return false;
     }
-    const std::string_view* since = request.FindRequestHeader("If-Modified-Since");
+    const std::string_view* since = request.FindHeader("If-Modified-Since");
     return since && *since == date;
 }
 
@@ -110,12 +110,12 @@ bool IsFresh(KestIo& request, std::string_view tag, std::string_view date)
     return got;
 }
 
-void SendContent(KestIo& request, int fd, uint64_t size)
+void SendContent(Response& response, int fd, uint64_t size)
 {
     char bytes[64 * 1024];
     for (uint64_t sent = 0; sent < size;) {
         const ssize_t got = ReadAt(fd, bytes, sizeof bytes, sent);
-        if (got <= 0 || !request.response.Append(bytes, static_cast<size_t>(got)))
+        if (got <= 0 || !response.Append(bytes, static_cast<size_t>(got)))
             return; // short: the reply ends the connection
         sent += static_cast<uint64_t>(got);
     }
@@ -123,36 +123,38 @@ void SendContent(KestIo& request, int fd, uint64_t size)
 
 } // namespace
 
-void ServeStaticFile(KestIo& request, const std::string& directory, const std::string& name)
+void ServeStaticFile(Exchange& exchange, const std::string& directory, const std::string& name)
 {
+    Request& request = exchange.request;
+    Response& response = exchange.response;
     if (request.method != KestMethodGet && request.method != KestMethodHead) {
-        request.response.SetHeader("Allow", "GET, HEAD");
-        return AnswerError(request, 405);
+        response.SetHeader("Allow", "GET, HEAD");
+        return SendError(response, 405);
     }
     const File root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const File file(root.Fd() >= 0 ? OpenBeneath(root.Fd(), name) : -1);
     struct stat info {};
     if (file.Fd() < 0 || fstat(file.Fd(), &info) != 0 || !S_ISREG(info.st_mode))
-        return AnswerError(request, 404);
+        return SendError(response, 404);
     char tag[64];
     std::snprintf(tag, sizeof tag, "\"%llx-%llx-%lx\"",
                   static_cast<unsigned long long>(info.st_size),
                   static_cast<unsigned long long>(info.st_mtim.tv_sec),
                   static_cast<unsigned long>(info.st_mtim.tv_nsec));
     const std::string date = HttpDate(info.st_mtim.tv_sec);
-    request.response.SetHeader("ETag", tag);
-    request.response.SetHeader("Last-Modified", date);
-    request.response.SetHeader("Cache-Control", "public, max-age=3600");
-    request.response.SetHeader("X-Content-Type-Options", "nosniff");
+    response.SetHeader("ETag", tag);
+    response.SetHeader("Last-Modified", date);
+    response.SetHeader("Cache-Control", "public, max-age=3600");
+    response.SetHeader("X-Content-Type-Options", "nosniff");
     if (IsFresh(request, tag, date)) {
-        request.response.Begin(304);
+        response.Begin(304);
         return;
     }
-    request.response.SetHeader("Content-Type", TypeOf(name));
-    request.response.SetHeader("Content-Length", std::to_string(info.st_size));
-    request.response.Begin(200);
+    response.SetHeader("Content-Type", TypeOf(name));
+    response.SetHeader("Content-Length", std::to_string(info.st_size));
+    response.Begin(200);
     if (request.method == KestMethodGet)
-        SendContent(request, file.Fd(), static_cast<uint64_t>(info.st_size));
+        SendContent(response, file.Fd(), static_cast<uint64_t>(info.st_size));
 }
 
 } // namespace kestd

@@ -5,13 +5,13 @@
 
 #include <string>
 
-#include "host/module/kest_io.h"
+#include "host/pipeline/exchange.h"
 
 namespace kestd {
 
 // Answers a GET or HEAD of `name` (unescaped, relative to `directory`) with the file's content, its
 // dates and an entity tag; everything else with an error. Nothing outside of the directory is
 // reachable, symbolic links included.
-void ServeStaticFile(KestIo& request, const std::string& directory, const std::string& name);
+void ServeStaticFile(Exchange& exchange, const std::string& directory, const std::string& name);
 
 } // namespace kestd

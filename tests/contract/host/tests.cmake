@@ -11,6 +11,7 @@ kest_test(host_contract
     ${CMAKE_CURRENT_LIST_DIR}/net/tls_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/conditional_requests_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/copy_move_headers_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/dialect_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/range_requests_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/rules_test.cpp

@@ -132,9 +132,9 @@ TEST_F(GrantedLocks, AreTakenBackWhenTheClientHasLeft)
     EXPECT_EQ(token, "<opaquelocktoken:abc-1>");
 }
 
-TEST(GrantedLock, HoldsTheEndOfWhatWasSaid)
+TEST(LockReply, HoldsTheEndOfWhatWasSaid)
 {
-    GrantedLock answer;
+    LockReply answer;
     std::string all;
     for (int i = 0; i < 200; ++i) {
         const std::string piece(static_cast<size_t>(i) * 7 % 40, static_cast<char>('a' + i % 26));

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/http/request.h"
+
+#include "host/http/ascii.h"
+
+namespace kestd {
+
+const std::string_view* Request::FindHeader(std::string_view name)
+{
+    for (const Field& field : joined_)
+        if (EqualsIgnoringCase(field.name, name))
+            return field.value.data() ? &field.value : nullptr;
+    const Field* const first = head.Find(name);
+    if (!first || !head.FindNext(*first, name))
+        return first ? &first->value : nullptr;
+    // RFC 9110 section 5.3; cookies are the exception (RFC 6265 section 5.4).
+    const std::string_view separator = EqualsIgnoringCase(name, "Cookie") ? "; " : ", ";
+    std::string value;
+    for (const Field* field = first; field; field = head.FindNext(*field, name)) {
+        if (!value.empty())
+            value.append(separator);
+        value.append(field->value);
+    }
+    joined_.push_back({first->name, arena.Copy(value)});
+    return &joined_.back().value;
+}
+
+void Request::SetHeader(std::string_view name, std::string_view value)
+{
+    Overrule(name, arena.Copy(value));
+}
+
+void Request::HideHeader(std::string_view name)
+{
+    Overrule(name, {});
+}
+
+void Request::Overrule(std::string_view name, std::string_view value)
+{
+    for (Field& field : joined_) {
+        if (EqualsIgnoringCase(field.name, name)) {
+            field.value = value;
+            return;
+        }
+    }
+    joined_.push_back({arena.Copy(name), value});
+}
+
+void Request::Reset() noexcept
+{
+    headText.Release();
+    head.Clear();
+    target.Clear();
+    method = KestMethodUnknown;
+    isSecure = false;
+    remote = {};
+    hostname.clear();
+    port.clear();
+    joined_.clear();
+    arena.Reset();
+}
+
+} // namespace kestd

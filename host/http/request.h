@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One request as it was received: its head taken apart, and where it came from.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/http/request_head.h"
+#include "host/http/target.h"
+#include "host/net/buffer.h"
+#include <kest/io.h>
+
+namespace kestd {
+
+// Filled by the connection and the request validator. Views point into `headText` or `arena`.
+struct Request {
+    Arena arena;     // memory that lives as long as the request
+    Buffer headText; // as received, with its empty line
+    RequestHead head;
+    Target target;
+    UINT32 method = KestMethodUnknown;
+    bool isSecure = false;   // what the client sees, which may be a proxy's TLS
+    std::string_view remote; // numeric address of the client
+    std::string hostname;    // the name it asked for, or the one the server is known under
+    std::string port;
+
+    // A header's value: lines of one name are joined. Null when there is none. Valid until the next
+    // call. Throws std::bad_alloc.
+    const std::string_view* FindHeader(std::string_view name);
+    // The same; empty when there is none. The text is valid as long as the request.
+    std::string_view Header(std::string_view name)
+    {
+        const std::string_view* value = FindHeader(name);
+        return value ? *value : std::string_view();
+    }
+    // Gives a header another value for whoever looks it up from now on. Throws std::bad_alloc.
+    void SetHeader(std::string_view name, std::string_view value);
+    // Likewise for a header that nobody shall find any more.
+    void HideHeader(std::string_view name);
+
+    void Reset() noexcept; // as new, with the memory kept
+
+  private:
+    void Overrule(std::string_view name, std::string_view value);
+
+    std::vector<Field> joined_; // looked up before, or set; a value without text: hidden
+};
+
+} // namespace kestd

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/module/module_handler.h"
+
+#include "host/module/call_context.h"
+#include "host/module/kest_io.h"
+#include "host/module/subrequest.h"
+
+namespace kestd {
+
+void ModuleHandler::Handle(Exchange& exchange)
+{
+    KestIo io(exchange);
+    const CallScope scope(io);
+    (void)module_.RequestHandler(&io, exchange.session.Get(),
+                                 exchange.request.method); // the reply says it all
+}
+
+SubrequestResult ModuleHandler::Subrequest(Exchange& behind, std::string_view path, UINT32 method,
+                                           std::string lockToken)
+{
+    kestd::Subrequest request(behind, path, method);
+    request.SetLockToken(std::move(lockToken));
+    request.Run(module_);
+    return {request.Status(), request.LastModified()};
+}
+
+} // namespace kestd

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/pipeline/authentication.h"
+
+#include "host/http/error_status.h"
+
+namespace kestd {
+
+namespace {
+
+Decision Refuse(const AuthResult& auth, Response& response)
+{
+    switch (auth.outcome) {
+    case AuthResult::Outcome::Unauthorized:
+        response.SetHeader("WWW-Authenticate", auth.challenge);
+        return Decision::Refuse(401);
+    case AuthResult::Outcome::Unavailable:
+        response.SetHeader("Retry-After", kRetrySeconds);
+        return Decision::Refuse(503);
+    case AuthResult::Outcome::Throttled:
+        response.SetHeader("Retry-After", std::to_string(auth.retryAfter.count()));
+        return Decision::Refuse(429);
+    default:
+        return Decision::Refuse(403);
+    }
+}
+
+} // namespace
+
+Decision Authentication::OnRequest(Exchange& exchange) const
+{
+    Request& request = exchange.request;
+    Credentials credentials;
+    credentials.authorization = request.Header("Authorization");
+    credentials.cookie = request.Header("Cookie");
+    credentials.wantsCookie = request.Header("Accept").find("text/html") != std::string_view::npos;
+    credentials.remoteAddress = request.remote;
+    credentials.isSecure = request.isSecure;
+    exchange.auth = accessControl_.Authenticate(credentials);
+    if (exchange.auth.outcome != AuthResult::Outcome::Granted)
+        return Refuse(exchange.auth, exchange.response);
+    exchange.session = SessionHold(accessControl_, exchange.auth.session);
+    if (!exchange.auth.setCookie.empty())
+        exchange.response.SetHeader("Set-Cookie", exchange.auth.setCookie);
+    return Decision::GoOn();
+}
+
+bool Authentication::OnReplyHead(Exchange& exchange, int&) const
+{
+    if (exchange.auth.setCookie.empty())
+        return true;
+    const std::string_view* cookie = exchange.response.FindHeader("Set-Cookie");
+    if (!cookie)
+        return true;
+    std::string value(*cookie);
+    if (value.find("; HttpOnly") == std::string::npos)
+        value.append("; HttpOnly");
+    if (exchange.request.isSecure && value.find("; Secure") == std::string::npos)
+        value.append("; Secure");
+    exchange.response.SetHeader("Set-Cookie", value);
+    return true;
+}
+
+} // namespace kestd

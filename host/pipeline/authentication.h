@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Who sends a request (RFC 9110 section 11), and the cookie that carries a browser's session (RFC
+// 6265).
+#pragma once
+
+#include "host/pipeline/stage.h"
+
+namespace kestd {
+
+// Asks the access control and holds the session that it grants, or refuses with 401, 403, 429 or
+// 503.
+class Authentication final : public Stage {
+  public:
+    explicit Authentication(AccessControl& accessControl) : accessControl_(accessControl) {}
+    Decision OnRequest(Exchange& exchange) const override;
+    // The session's cookie is of no use to scripts. The module says so on its pages; elsewhere
+    // nobody has.
+    bool OnReplyHead(Exchange& exchange, int& status) const override;
+
+  private:
+    AccessControl& accessControl_;
+};
+
+} // namespace kestd

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/pipeline/body_limits.h"
+
+#include "host/net/settings_holder.h"
+
+namespace kestd {
+
+bool HasXmlBody(UINT32 method) noexcept
+{
+    return method == KestMethodPropFind || method == KestMethodPropPatch ||
+           method == KestMethodLock;
+}
+
+Decision BodyLimits::OnRequest(Exchange& exchange) const
+{
+    const Limits& limits = exchange.settings->server.limits;
+    const uint64_t limit =
+        HasXmlBody(exchange.request.method) ? limits.xmlBodyBytes : limits.bodyBytes;
+    if (limit && exchange.body.AnnouncedLength() > limit)
+        return Decision::Refuse(413);
+    exchange.body.SetLimit(limits.bodyBytes);
+    return Decision::GoOn();
+}
+
+void BodyLimits::OnReplyEnd(Exchange& exchange) const
+{
+    if (exchange.body.IsOverLimit() && exchange.response.Status() >= 400)
+        exchange.response.Replace(413, {}, {});
+}
+
+} // namespace kestd

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Bodies that are longer than the settings allow (RFC 9110 section 15.5.14).
+#pragma once
+
+#include "host/pipeline/stage.h"
+
+namespace kestd {
+
+// Whether a method's body is XML that is read before anything is done.
+bool HasXmlBody(UINT32 method) noexcept;
+
+class BodyLimits final : public Stage {
+  public:
+    // 413 for a length that is announced; other bodies are bounded while they are read.
+    Decision OnRequest(Exchange& exchange) const override;
+    // The contract has no status of that meaning, so the handler has said something else.
+    void OnReplyEnd(Exchange& exchange) const override;
+};
+
+} // namespace kestd

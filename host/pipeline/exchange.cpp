@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/pipeline/exchange.h"
+
+#include "host/http/error_status.h"
+#include <kest/status.h>
+
+namespace kestd {
+
+namespace {
+
+constinit thread_local ExchangePool* t_pool = nullptr; // the thread's own, if it has one
+
+} // namespace
+
+ExchangePool::ExchangePool() noexcept : before_(std::exchange(t_pool, this)) {}
+
+ExchangePool::~ExchangePool()
+{
+    t_pool = before_;
+}
+
+std::unique_ptr<Exchange> AcquireExchange()
+{
+    ExchangePool* const pool = t_pool;
+    if (!pool || pool->count_ == 0)
+        return std::make_unique<Exchange>();
+    return std::move(pool->exchanges_[--pool->count_]);
+}
+
+void ReleaseExchange(std::unique_ptr<Exchange> exchange) noexcept
+{
+    ExchangePool* const pool = t_pool;
+    if (!pool || pool->count_ == pool->exchanges_.size())
+        return;
+    exchange->Reset();
+    pool->exchanges_[pool->count_++] = std::move(exchange);
+}
+
+void Exchange::Reset() noexcept
+{
+    body.Reset();
+    response.Reset();
+    session.Release();
+    auth = {};
+    copyMove = {};
+    conditions = {};
+    isKnownNew = mustAskAgain_ = false;
+    range.Reset();
+    lockReply.Reset();
+    failure_ = 0;
+    errorPageStatus_ = 0;
+    start = {};
+    request.Reset(); // last: what the others hold may lie in its memory
+}
+
+void Exchange::ReportFailure(TALSTATUS failure) noexcept
+{
+    if (Failed(failure) &&
+        (!failure_ || (HttpStatusOf(failure_) < 500 && HttpStatusOf(failure) >= 500)))
+        failure_ = failure;
+}
+
+void Exchange::ApplyReportedFailure()
+{
+    if (!failure_)
+        return;
+    const int status = HttpStatusOf(failure_);
+    const int said = response.Status();
+    if (response.HeadersSent())
+        response.Cut();
+    else if (said < 300 || said == 404 || (status >= 500 && said != status))
+        ReplyWithFailure(status);
+}
+
+void Exchange::ReplyWithFailure(int status)
+{
+    const bool isSeen = // in a browser
+        request.method == KestMethodGet || request.method == KestMethodPost;
+    response.Replace(status, kErrorType, isSeen ? ErrorText(status) : std::string());
+    if (status == 503)
+        response.AddLateHeader("Retry-After", kRetrySeconds);
+}
+
+void Exchange::SetErrorPage(int status, std::string_view text)
+{
+    errorPage_ = request.arena.Copy(text);
+    errorPageStatus_ = status;
+}
+
+void Exchange::ApplyErrorPage()
+{
+    if (errorPageStatus_ && errorPageStatus_ == response.Status() && response.IsBodyEmpty())
+        response.Replace(errorPageStatus_, "text/html; charset=utf-8", errorPage_);
+}
+
+} // namespace kestd

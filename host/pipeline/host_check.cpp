@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/pipeline/host_check.h"
+
+#include "host/http/ascii.h"
+#include "host/net/settings_holder.h"
+
+namespace kestd {
+
+namespace {
+
+bool IsOwnName(std::string_view host, const std::string& publicHost)
+{
+    std::string_view name;
+    std::string_view port;
+    SplitHost(host, name, port);
+    return IsLoopbackHost(name) || (!publicHost.empty() && EqualsIgnoringCase(name, publicHost));
+}
+
+} // namespace
+
+Decision HostCheck::OnRequest(Exchange& exchange) const
+{
+    if (!accessControl_.AllowsAnonymous())
+        return Decision::GoOn();
+    const Request& request = exchange.request;
+    const std::string& publicHost = exchange.settings->publicHost;
+    const Field* host = request.head.Find("Host");
+    if ((host && !IsOwnName(host->value, publicHost)) ||
+        (!request.target.host.empty() && !IsOwnName(request.target.host, publicHost)))
+        return Decision::Refuse(421);
+    return Decision::GoOn();
+}
+
+} // namespace kestd
