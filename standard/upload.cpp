@@ -8,6 +8,7 @@
 #include "standard/allow.h"
 #include "standard/answer.h"
 #include "standard/byteranges.h"
+#include "standard/digests.h"
 #include "standard/preconditions.h"
 #include "standard/request_headers.h"
 #include "standard/scan.h"
@@ -99,6 +100,9 @@ TALSTATUS FindStart(Upload& upload, UINT64 size, UINT64& start)
 // announced, is a failure.
 TALSTATUS WriteBody(IKestIO_5* io, IKestDAVResource3& resource, UINT64 start, Upload& upload)
 {
+    BodyDigests digests;
+    if (const TALSTATUS status = digests.Begin(io, !upload.isPart); Failed(status))
+        return status;
     const TransferBuffer buffer = TransferBuffer::Allocate();
     if (!buffer)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
@@ -116,13 +120,16 @@ TALSTATUS WriteBody(IKestIO_5* io, IKestDAVResource3& resource, UINT64 start, Up
         read = std::min(read, buffer.size);
         if (upload.hasBodyLength && read > upload.bodyLength - written)
             return TAL_STATUS_INVALID_REQUEST;
+        if (const TALSTATUS added = digests.Add(buffer.data.get(), read); Failed(added))
+            return added;
         if (const TALSTATUS stored = resource.Write(start + written, read, buffer.data.get());
             Failed(stored))
             return stored;
         written += read;
     }
-    return upload.hasBodyLength && written != upload.bodyLength ? TAL_STATUS_INVALID_REQUEST
-                                                                : TAL_STATUS_SUCCESS;
+    if (upload.hasBodyLength && written != upload.bodyLength)
+        return TAL_STATUS_INVALID_REQUEST;
+    return digests.Check();
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "host/component.h"
+#include "host/components/digest_service.h"
 #include "host/components/util_service.h"
 #include <kest/sdk/class_object.h>
 #include <kest/tolm.h>
@@ -49,6 +50,8 @@ TALSTATUS RegisterHostClasses(HostServices& services)
          }},
         {&CLSID_KestUtil,
          [util](const GUID* iid, void** out) { return util->QueryInterface(iid, out); }},
+        {&CLSID_KestDigest,
+         [](const GUID* iid, void** out) { return kest::HandOut(MakeDigest(), iid, out); }},
         {&CLSID_EventMgr,
          [&services](const GUID* iid, void** out) {
              return kest::HandOut(MakeEventService(services.events), iid, out);
@@ -75,8 +78,8 @@ TALSTATUS RegisterHostClasses(HostServices& services)
 void UnregisterHostClasses()
 {
     for (const GUID* const clazz :
-         {&CLSID_KestSrv, &CLSID_KestUtil, &CLSID_EventMgr, &CLSID_SecurityAttributeManager,
-          &CLSID_ObjectManagerDataStore, &CLSID_Directory_1})
+         {&CLSID_KestSrv, &CLSID_KestUtil, &CLSID_KestDigest, &CLSID_EventMgr,
+          &CLSID_SecurityAttributeManager, &CLSID_ObjectManagerDataStore, &CLSID_Directory_1})
         (void)TolmRegisterClassObject(clazz, nullptr);
 }
 

@@ -7,6 +7,7 @@
 #include <kest/host/attributes.h>
 #include <kest/host/call_context.h>
 #include <kest/host/config.h>
+#include <kest/host/digest.h>
 #include <kest/host/event.h>
 #include <kest/host/event_handler.h>
 #include <kest/host/objects.h>

@@ -63,6 +63,11 @@ inline constexpr GUID CLSID_ObjectManagerDataStore =
         0xB946,
         0x4843,
         {0x92, 0xB7, 0x72, 0xB9, 0xE4, 0x7A, 0x53, 0x8C}};
+inline constexpr GUID CLSID_KestDigest = { // 69da5909-f3fc-4c89-807f-1be63416f43d: digests
+    0x69DA5909,
+    0xF3FC,
+    0x4C89,
+    {0x80, 0x7F, 0x1B, 0xE6, 0x34, 0x16, 0xF4, 0x3D}};
 inline constexpr GUID CLSID_KestCallContext =
     { // 651309d6-bc96-4bec-b342-d2a5ea0ef4dd: the running call
         0x651309D6,
@@ -155,6 +160,11 @@ inline constexpr GUID IID_ISCObjectManager_1 = { // 119d7086-1847-49fd-8fda-8e5a
     0x1847,
     0x49FD,
     {0x8F, 0xDA, 0x8E, 0x5A, 0x89, 0xEB, 0x48, 0x93}};
+inline constexpr GUID IID_KestDigest_1 = { // 29f7fed2-18c7-4c33-b6c7-05d2c5fde206
+    0x29F7FED2,
+    0x18C7,
+    0x4C33,
+    {0xB6, 0xC7, 0x05, 0xD2, 0xC5, 0xFD, 0xE2, 0x06}};
 inline constexpr GUID IID_KestCallContext_1 = { // 2912455c-49bd-4727-877e-3653af49016e
     0x2912455C,
     0x49BD,
@@ -244,6 +254,7 @@ struct IEventHandler;
 struct ISA;
 struct ISCOM;
 struct IKestCallContext;
+struct IKestDigest;
 struct IDirectory;
 struct IDirectoryObject;
 struct IReadAttrResults;
@@ -302,6 +313,9 @@ template <> struct IidOf<ISCOM> {
 };
 template <> struct IidOf<IKestCallContext> {
     static constexpr const GUID& value = IID_KestCallContext_1;
+};
+template <> struct IidOf<IKestDigest> {
+    static constexpr const GUID& value = IID_KestDigest_1;
 };
 template <> struct IidOf<IDirectory> {
     static constexpr const GUID& value = IID_IDirectory_1;

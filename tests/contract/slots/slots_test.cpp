@@ -294,6 +294,11 @@ TEST(Slots, IKestSession)
     ExpectOrder<IKestSession>(&IKestSession::Associate, &IKestSession::GetPrimaryCredentials);
 }
 
+TEST(Slots, IKestDigest)
+{
+    ExpectOrder<IKestDigest>(&IKestDigest::Begin, &IKestDigest::Add, &IKestDigest::Finish);
+}
+
 TEST(Slots, IKestCallContext)
 {
     ExpectOrder<IKestCallContext>(

@@ -1,6 +1,7 @@
 # The standard dialect, against scripted hosts and providers.
 kest_test(contract_standard
   SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/digest_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/get_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/namespace_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/put_test.cpp

@@ -2,10 +2,12 @@
 kest_test(unit_standard
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/digest_headers_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/entity_tag_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ranges_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/upload_headers_test.cpp
     ${PROJECT_SOURCE_DIR}/standard/conditions.cpp
+    ${PROJECT_SOURCE_DIR}/standard/digest_headers.cpp
     ${PROJECT_SOURCE_DIR}/standard/entity_tag.cpp
     ${PROJECT_SOURCE_DIR}/standard/ranges.cpp
     ${PROJECT_SOURCE_DIR}/standard/upload_headers.cpp
