@@ -25,6 +25,7 @@ constexpr Sentence kSentences[] = {
     {405, "This cannot be done with what is here."},
     {409, "The folder that this belongs to does not exist."},
     {412, "It has been changed meanwhile, or a condition of the request does not hold."},
+    {413, "The request's body is too long."},
     {414, "The name is too long."},
     {415, "The request's body is of a kind that is not taken here."},
     {416, "The file does not reach that far."},

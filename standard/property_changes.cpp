@@ -17,6 +17,16 @@ constexpr TALSTATUS kTooMany = MakeStatus(kFacilityModule, kCodeStorageFull);
 
 } // namespace
 
+// Hears of what a resource type holds, and accepts one plain collection.
+class PlainCollection final : public XmlHandler {
+  public:
+    bool OnStart(XmlReader&, const XmlName& name, unsigned depth) override
+    {
+        return depth == 0 && name.IsDav("collection");
+    }
+    bool OnEnd(XmlReader&, const XmlName&, unsigned) override { return true; }
+};
+
 class PropertyChangesReader final : public XmlHandler {
   public:
     PropertyChangesReader(PropertyChanges& changes, std::string_view root)
@@ -46,8 +56,17 @@ class PropertyChangesReader final : public XmlHandler {
     bool hasTooMany = false;
 
   private:
+    // Whether this says of a new collection what it is in any case (RFC 5689 section 3).
+    bool IsItsType(const XmlName& name, std::string_view value) const
+    {
+        PlainCollection handler;
+        return root_ == "mkcol" && isSet_ && name.IsDav("resourcetype") &&
+               XmlReader(handler).Read(value) == XmlResult::Whole;
+    }
     bool Add(const XmlName& name, std::string_view value)
     {
+        if (IsItsType(name, value))
+            return true;
         if (changes_.items_.size() == kMostPropertyChanges) {
             hasTooMany = true;
             return false;

@@ -136,6 +136,69 @@ TEST_F(StandardMkCol, WithABody_Answers415)
     EXPECT_FALSE(world["gen3"].Has("/gen3/n"));
 }
 
+class StandardExtendedMkCol : public StandardMkCol {
+  protected:
+    Request Make(const std::string& body, const std::string& type = "text/xml; charset=utf-8")
+    {
+        return MkCol("n").Header("Content-Type", type).Body({body});
+    }
+    static std::string Body(const std::string& properties)
+    {
+        return "<?xml version=\"1.0\"?><D:mkcol xmlns:D=\"DAV:\"><D:set><D:prop>" + properties +
+               "</D:prop></D:set></D:mkcol>";
+    }
+};
+
+constexpr char kItsType[] = "<D:resourcetype><D:collection/></D:resourcetype>";
+
+TEST_F(StandardExtendedMkCol, MakesItWithItsProperties)
+{
+    EXPECT_EQ(Run(Make(Body(kItsType))), Refused("201"));
+    EXPECT_THAT(Changes(), ElementsAre("gen3.3.MakeCollection(/gen3/n, properties=0, -)"));
+    world["gen3"].EraseTree(u"/gen3/n");
+    EXPECT_EQ(Run(Make(Body(std::string(kItsType) + "<x:colour xmlns:x=\"urn:x\">red</x:colour>"),
+                       "application/xml")),
+              Refused("201"));
+    EXPECT_THAT(Changes(), testing::Contains("gen3.3.MakeCollection(/gen3/n, properties=1, -)"));
+}
+
+TEST_F(StandardExtendedMkCol, OfAnotherType_Answers424AndMakesNothing)
+{
+    const std::string other = "<D:resourcetype><D:collection/><x:calendar xmlns:x=\"urn:x\"/>"
+                              "</D:resourcetype>";
+    const std::string reply = Run(Make(Body(other + "<x:colour xmlns:x=\"urn:x\"/>")));
+    EXPECT_THAT(reply, HasSubstr("424\nCache-Control: no-cache\n"));
+    EXPECT_THAT(reply, HasSubstr("<D:mkcol-response xmlns:D=\"DAV:\"><D:propstat><D:prop>"
+                                 "<D:resourcetype/></D:prop>"
+                                 "<D:status>HTTP/1.1 403 Forbidden</D:status>"));
+    EXPECT_THAT(reply, HasSubstr("<D:status>HTTP/1.1 424 Failed Dependency</D:status>"));
+    EXPECT_FALSE(world["gen3"].Has("/gen3/n"));
+    Request there = Make(Body(other));
+    there.path = "/Ferro/gen3/c";
+    EXPECT_EQ(Run(there), Refused("405", kCollectionMethods));
+}
+
+TEST_F(StandardExtendedMkCol, BadBodies)
+{
+    EXPECT_EQ(Run(Make("<D:mkcol xmlns:D=\"DAV:\"><D:set>")), Refused("400"));
+    EXPECT_EQ(Run(Make("<D:propertyupdate xmlns:D=\"DAV:\"/>")), Refused("400"));
+    EXPECT_EQ(Run(Make(Body("<x:colour/>"))), Refused("400")) << "a prefix of nothing";
+    Request large = Make("<x/>");
+    large.payloadAvailable = 2'000'000;
+    EXPECT_EQ(Run(large), Refused("413"));
+    EXPECT_FALSE(world["gen3"].Has("/gen3/n"));
+}
+
+TEST(StandardExtendedMkColFailures, EveryCallMayFail)
+{
+    harness::ExpectEveryFailureIsSurvived(
+        MakeWorld,
+        Request(KestMethodMkCol, "/Ferro/gen3/n")
+            .Header("Content-Type", "text/xml")
+            .Body({"<D:mkcol xmlns:D=\"DAV:\"><D:set><D:prop><x xmlns=\"\">1</x></D:prop>"
+                   "</D:set></D:mkcol>"}));
+}
+
 TEST_F(StandardMkCol, UnderConditionsAndLocks)
 {
     EXPECT_EQ(Run(MkCol("n").Header("If-Match", "*")), Refused("412"));
@@ -167,7 +230,7 @@ TEST_F(StandardOptions, AllowWhatTheResourceHas)
 {
     const auto reply = [](const char* allow) {
         return std::string("200\nAllow: ") + allow +
-               "\nDAV: 1, 2, 3, sabredav-partialupdate\nMS-Author-Via: DAV\n"
+               "\nDAV: 1, 2, 3, extended-mkcol, sabredav-partialupdate\nMS-Author-Via: DAV\n"
                "Accept-Patch: application/x-sabredav-partialupdate\nContent-Length: 0\n\n";
     };
     EXPECT_EQ(Run(Request(KestMethodOptions, "/Ferro/gen3/f.txt")),
