@@ -25,6 +25,7 @@ from urllib.parse import quote, unquote, urlsplit
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 KESTD = os.path.join(ROOT, "build", "release", "bin", "kestd")
 LOCATION = "/Ferro"
+DIALECT = None  # of servers whose case chooses none; None: as the server does
 
 # Where the test trees go. They need a file system on disk that can rename and hold sparse files.
 SCRATCH = os.environ.get("KEST_TEST_DIR") or None
@@ -197,6 +198,8 @@ class TestServer:
     def command(self):
         line = [*self.wrapper, KESTD, "serve", "--listen", "127.0.0.1:0",
                 "--state-dir", self.state, *self.options]
+        if DIALECT and "--dialect" not in self.options:
+            line += ["--dialect", DIALECT]
         if self.settings is not None:
             path = os.path.join(self.state, "test.toml")
             with open(path, "w", encoding="utf-8") as out:

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Runs the end-to-end tests.
 
-usage: run.py [--junit FILE] [--server KESTD] [NAME…]
+usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [NAME…]
 
 NAME picks modules, classes or cases as unittest does ("test_content", "test_content.Put.test_…").
 The exit status is not 0 when a case failed.
@@ -86,10 +86,13 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--junit")
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
+    parser.add_argument("--dialect", choices=("classic", "standard"),
+                        help="of servers whose case chooses none (default: as the server does)")
     parser.add_argument("names", nargs="*")
     args = parser.parse_args()
     if args.server:
         harness.KESTD = os.path.abspath(args.server)
+    harness.DIALECT = args.dialect
     if not os.access(harness.KESTD, os.X_OK):
         print(f"run.py: there is no server at {harness.KESTD}", file=sys.stderr)
         return 2
