@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Packing a collection's members with all that is asked of them.
 #include "providers/filestore/collection3.h"
 
 #include <algorithm>

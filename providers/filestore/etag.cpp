@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// How tags and stamped dates are made.
 #include "providers/filestore/etag.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// A new collection, and taking it back where something fails.
 #include "providers/filestore/folder.h"
 
 #include <cerrno>
@@ -35,8 +37,15 @@ class NewFolder {
         if (error)
             return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
                                                        : StatusFromErrno(error);
-        if (!hasChanges_ && !volume_.MayHaveLocks() && !volume_.MayHaveProperties())
-            return MakeName();
+        const bool hasRows = hasChanges_ || volume_.MayHaveLocks() || volume_.MayHaveProperties();
+        const TALSTATUS status = hasRows ? MakeInTransaction() : MakeName();
+        isMade_ = isMade_ && Failed(status);
+        return status;
+    }
+
+  private:
+    TALSTATUS MakeInTransaction()
+    {
         std::unique_ptr<MetadataSession> session;
         TALSTATUS status = Store::OpenMetadata(volume_, &session);
         if (!Failed(status))
@@ -45,18 +54,11 @@ class NewFolder {
             status = guard_.CheckLocks(volume_, *session, path_, Reach::Membership);
         if (!Failed(status))
             status = MakeWithRows(*session);
-        if (!Failed(status))
-            status = session->Commit();
-        isMade_ = isMade_ && Failed(status);
-        return status;
+        return Failed(status) ? status : session->Commit();
     }
-
-  private:
     TALSTATUS MakeWithRows(MetadataSession& session)
     {
-        isMade_ = false;
         TALSTATUS status = MakeName();
-        isMade_ = !Failed(status);
         if (!Failed(status) && volume_.MayHaveProperties())
             status = session.ForgetTree(path_); // of something that went without our doing
         if (!Failed(status))
@@ -86,6 +88,7 @@ class NewFolder {
                                    [&] { return fs.MakeDirectory(parent_->Get(), leaf_.c_str()); });
         if (error == EEXIST && conditions_.NeedFree())
             return Failure(kCodePreconditionFailed);
+        isMade_ = error == 0;
         return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
 

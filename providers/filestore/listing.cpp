@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading and inspecting the names of a collection.
 #include "providers/filestore/listing.h"
 
 #include <utility>

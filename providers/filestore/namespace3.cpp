@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The namespace's operations: finding what a path leads to, judging, changing, telling.
 #include "providers/filestore/namespace3.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Describing objects, and telling changes and refusals.
 #include "providers/filestore/operation.h"
 
 #include <algorithm>

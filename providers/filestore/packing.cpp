@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// How properties and locks are laid out in a caller's buffer.
 #include "providers/filestore/packing.h"
 
 #include <algorithm>

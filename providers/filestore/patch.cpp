@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Judging, making and undoing changes of properties.
 #include "providers/filestore/patch.h"
 
 #include <cerrno>

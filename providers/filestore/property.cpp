@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Turning properties of one generation into those of another.
 #include "providers/filestore/property.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Judging locks and conditions while an upload takes its name.
 #include "providers/filestore/publish.h"
 
 namespace filestore {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Opening, reading, writing and publishing content.
 #include "providers/filestore/resource3.h"
 
 #include "providers/filestore/callcontext.h"

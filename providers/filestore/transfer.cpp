@@ -3,6 +3,8 @@
 // Moving content and rows between volumes.
 #include "providers/filestore/transfer.h"
 
+#include <utility>
+
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/purge.h"
@@ -43,8 +45,13 @@ TALSTATUS Transfer::Run()
         status = Publish();
     if (Failed(status))
         return status;
-    if (status = from_.deletedId ? RemoveEntry() : RemoveSource(); Failed(status)) {
-        TakeBack();
+    // From here on there is something to take back, also where memory runs out.
+    status = Protected([this] { return from_.deletedId ? RemoveEntry() : RemoveSource(); });
+    if (Failed(status)) {
+        (void)Protected([this] {
+            TakeBack();
+            return TAL_STATUS_SUCCESS;
+        });
         return status;
     }
     const bool keep = store_.Settings().keepDeletedDays > 0;
@@ -105,7 +112,7 @@ TALSTATUS Transfer::Publish()
     const TALSTATUS status = rename.To(place.leaf);
     if (!Failed(status) || rename.HasMoved()) {
         copy_.Keep();
-        destination_.entry = entry;
+        destination_.entry = std::move(entry);
         if (Failed(status))
             TakeBack();
     } else if (rename.IsStuck()) {
@@ -170,10 +177,10 @@ TALSTATUS Transfer::RemoveSource()
     TALSTATUS status = rename.To({});
     if (Failed(status) && !rename.HasMoved())
         return status;
-    source_.entry = entry;
+    source_.entry = std::move(entry);
     areRowsBehind_ = rename.AreRowsBehind();
     if (!Failed(status))
-        status = CompareSource();
+        status = Protected([this] { return CompareSource(); });
     // One whose name has been taken meanwhile stays among the deleted entries.
     return Failed(status) && PutSourceBack() ? status : TAL_STATUS_SUCCESS;
 }
@@ -200,24 +207,24 @@ TALSTATUS Transfer::CompareSource()
 bool Transfer::PutSourceBack()
 {
     const Place& place = source_.place;
-    Place aside;
-    TALSTATUS status = OpenEntry(source_, &aside);
-    if (!Failed(status)) {
+    bool isBack = false;
+    const TALSTATUS status = Protected([&] {
+        Place aside;
+        if (const TALSTATUS opened = OpenEntry(source_, &aside); Failed(opened))
+            return opened;
         Rename rename(guard_, source_.volume, aside, place.directory->Get(), ParentOf(place.path));
         rename.restored = source_.entry.id;
-        status = rename.To(place.leaf);
-        if (Failed(status) && !rename.HasMoved())
-            Tell(source_.volume, place.path, "stays among the deleted entries after a move",
-                 status);
+        const TALSTATUS moved = rename.To(place.leaf);
+        isBack = !Failed(moved) || rename.HasMoved();
+        if (!isBack)
+            Tell(source_.volume, place.path, "stays among the deleted entries after a move", moved);
         else
-            status = TAL_STATUS_SUCCESS;
-    }
-    if (Failed(status)) {
+            RestoreLocks(source_);
+        return moved;
+    });
+    if (Failed(status) && !isBack)
         source_.entry.id = 0; // it is kept whatever the setting says
-        return false;
-    }
-    RestoreLocks(source_);
-    return true;
+    return isBack;
 }
 
 // What cannot be retired now goes when the list is looked through.

@@ -441,6 +441,9 @@ void Rows(const fs::path& database, const char* sql,
     sqlite3_close(db);
 }
 
+// The dates that tests set, and none that the clock has shown since.
+constexpr time_t kLongAgo = 1'700'000'000;
+
 class Describer {
   public:
     Describer(const fs::path& volume, std::set<std::string>* out) : volume_(volume), out_(out)
@@ -462,8 +465,9 @@ class Describer {
         for (const auto& entry : fs::directory_iterator(volume_ / ".kest/deleted"))
             if (!deleted_.contains(entry.path().filename()))
                 Add("deleted files without an entry");
-        Rows(Database(), "SELECT path, name, value FROM props", [&](const auto& row) {
-            Add(Shown(row[0]) + " property " + row[1] + "=" + row[2] + Orphan(row[0]));
+        Rows(Database(), "SELECT path, space, name, value FROM props", [&](const auto& row) {
+            const std::string space = row[1] == kClassicSpace ? "" : "{" + row[1] + "}";
+            Add(Shown(row[0]) + " property " + space + row[2] + "=" + row[3] + Orphan(row[0]));
         });
         Rows(Database(), "SELECT parent, leaf FROM hidden", [&](const auto& row) {
             const std::string path = row[0].empty() ? row[1] : row[0] + "/" + row[1];
@@ -509,7 +513,10 @@ class Describer {
         std::ostringstream line;
         line << shown << " mode " << std::oct << (info.st_mode & 07777) << std::dec;
         if (S_ISREG(info.st_mode))
-            line << " from " << info.st_mtim.tv_sec % 1000 << " file " << Contents(path);
+            line << (info.st_mtim.tv_sec > kLongAgo
+                         ? " from now"
+                         : " from " + std::to_string(info.st_mtim.tv_sec % 1000))
+                 << " file " << Contents(path);
         else if (S_ISLNK(info.st_mode))
             line << " link " << fs::read_symlink(path).string();
         else
@@ -589,6 +596,12 @@ void Installation::Start()
     std::vector<std::unique_ptr<Volume>> volumes;
     for (const fs::path& path : {One(), Two()}) {
         int error = 0;
+        if (setup_.isPlain) {
+            volumes.push_back(std::make_unique<Volume>(path.filename(),
+                                                       OpenPosixFileSystem(path.c_str(), &error),
+                                                       setup_.sync, OpenSqliteMetadata));
+            continue;
+        }
         auto failing =
             std::make_unique<FailingFileSystem>(OpenPosixFileSystem(path.c_str(), &error));
         const auto judge = [this](const std::string& operation) {
@@ -631,6 +644,17 @@ Outcome Installation::Run(const harness::Request& request)
     Outcome outcome;
     outcome.said = std::atoi(io.TakeReply().text.c_str());
     outcome.reported = running.reported;
+    return outcome;
+}
+
+Outcome Installation::Run(const std::function<TALSTATUS(filestore::Store&)>& work)
+{
+    plan.calls = 0;
+    plan.isArmed = true;
+    const TALSTATUS status = work(*store_);
+    plan.isArmed = false;
+    Outcome outcome;
+    outcome.said = Failed(status) ? Code(status) : 200;
     return outcome;
 }
 
@@ -694,13 +718,13 @@ struct Expected {
     std::string after;
 };
 
-Expected Find(const Setup& setup, const harness::Request& request, const Sweep& sweep)
+Expected Find(const Setup& setup, const Task& task, const Sweep& sweep)
 {
     Expected expected;
     Installation place(setup);
     place.Restart();
     expected.before = place.Snapshot();
-    const Outcome outcome = place.Run(request);
+    const Outcome outcome = task(place);
     EXPECT_EQ(!sweep.isRefused, outcome.IsSuccess()) << outcome;
     EXPECT_TRUE(place.Leftovers().empty());
     place.Restart();
@@ -732,15 +756,15 @@ bool IsWithMoreKept(const std::string& found, const std::string& wanted)
 }
 
 // False when the run met no failure.
-bool RunOnce(const Setup& setup, const harness::Request& request, const Sweep& sweep, int error,
-             int failAt, const Expected& expected)
+bool RunOnce(const Setup& setup, const Task& task, const Sweep& sweep, int error, int failAt,
+             const Expected& expected)
 {
     Installation place(setup);
     const int open = place.OpenHandles();
     place.plan.failAt = failAt;
     place.plan.andAfter = sweep.andAfter;
     place.plan.error = error;
-    const Outcome outcome = place.Run(request);
+    const Outcome outcome = task(place);
     SCOPED_TRACE("call " + std::to_string(failAt) + ", " + place.plan.failed + ", " +
                  std::strerror(error));
     EXPECT_EQ(open, place.OpenHandles());
@@ -763,13 +787,46 @@ bool RunOnce(const Setup& setup, const harness::Request& request, const Sweep& s
 
 void FailEveryCall(const Setup& setup, const harness::Request& request, const Sweep& sweep)
 {
-    const Expected expected = Find(setup, request, sweep);
+    FailEveryCall(
+        setup, [&](Installation& place) { return place.Run(request); }, sweep);
+}
+
+void FailEveryCall(const Setup& setup, const Task& task, const Sweep& sweep)
+{
+    const Expected expected = Find(setup, task, sweep);
     for (const int error : sweep.errors)
         for (int failAt = 1; !testing::Test::HasFailure(); ++failAt) {
             ASSERT_LT(failAt, 2000);
-            if (!RunOnce(setup, request, sweep, error, failAt, expected))
+            if (!RunOnce(setup, task, sweep, error, failAt, expected))
                 break;
         }
+}
+
+void FailEach(const Setup& setup, const Task& task, const std::function<void(int)>& fail,
+              const std::function<bool()>& hasFailed)
+{
+    const Expected expected = Find(setup, task, {});
+    // Neighbours mostly fail alike.
+    const int sparing = std::getenv("KEST_FULL_TESTS") ? 1 << 30 : 32;
+    for (int failAt = 1; !testing::Test::HasFailure(); failAt += 1 + failAt / sparing) {
+        ASSERT_LT(failAt, 100000);
+        SCOPED_TRACE("failure " + std::to_string(failAt));
+        Installation place(setup);
+        fail(failAt);
+        const Outcome outcome = task(place);
+        const bool isOver = !hasFailed();
+        fail(0);
+        place.Restart();
+        EXPECT_EQ(std::vector<std::string>(), place.Leftovers());
+        const std::string found = place.Snapshot();
+        if (outcome.IsSuccess()) {
+            EXPECT_EQ(expected.after, found);
+        } else if (!IsWithMoreKept(found, expected.after)) {
+            EXPECT_EQ(expected.before, found);
+        }
+        if (isOver)
+            break;
+    }
 }
 
 } // namespace faults

@@ -40,6 +40,7 @@ struct Setup {
     filestore::SyncLevel sync = filestore::SyncLevel::None;
     // Makes what is there before the request, without failures.
     std::function<void(filestore::Client&)> fill = {};
+    bool isPlain = false; // without the seams that fail, which take memory themselves
 };
 
 struct Outcome {
@@ -68,6 +69,8 @@ class Installation {
 
     // Serves one request as the host does, with the plan.
     Outcome Run(const harness::Request& request);
+    // Works on the store without the module, with the plan. A status of 0 counts as 200.
+    Outcome Run(const std::function<TALSTATUS(filestore::Store&)>& work);
     // For `onCall`: lets another client do something in between, without failures.
     void AsAnother(const std::function<void(filestore::Client&)>& work);
     // Whether the request keeps everybody else from the metadata just now: they would wait for it.
@@ -99,8 +102,17 @@ struct Sweep {
     bool isRefused = false;
 };
 
+// What is run over and over.
+using Task = std::function<Outcome(Installation&)>;
+
 // See above. Every run has to end with what was there before or what is to be, whole, and a
 // success only with the latter; nothing is left over and no handle stays open.
+void FailEveryCall(const Setup& setup, const Task& task, const Sweep& sweep = {});
 void FailEveryCall(const Setup& setup, const harness::Request& request, const Sweep& sweep = {});
+
+// The same for one failure of another kind, for every N at first and for some of the later ones:
+// `fail(N)` arms the N-th, `hasFailed` says whether it came, and fail(0) ends it.
+void FailEach(const Setup& setup, const Task& task, const std::function<void(int)>& fail,
+              const std::function<bool()>& hasFailed);
 
 } // namespace faults

@@ -13,3 +13,9 @@ add_dependencies(filestore_contract_test filestore)
 kest_test(filestore_faults_test
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
   LIBS kest_harness filestore_objects)
+
+# The same without the module, with memory that fails as well.
+kest_test(filestore_faults3_test
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/faults3_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/../truth/failing_memory.cpp
+  LIBS kest_harness filestore_objects)
