@@ -25,20 +25,38 @@ constexpr UINT32 kMethod = KestMethodPropPatch;
 constexpr UINT32 kMethod = KestMethodLock;
 #endif
 
+#if defined(KEST_FUZZ_STANDARD)
+constexpr bool kIsStandard = true;
+constexpr int kGenerations = 6;
+#else
+constexpr bool kIsStandard = false;
+constexpr int kGenerations = 2;
+#endif
+
 void Fill(harness::Provider& provider)
 {
     provider.serveRoot = true;
     Node& file = provider.AddFile("/p/c/a", "hello");
     file.properties = {{u"author", "me"}, {u"large", std::string(40000, 'v')}};
+    file.dead = {{"urn:x", "author", "<author xmlns=\"urn:x\">me</author>"}};
     file.locks.clear();
-    provider.AddCollection("/p/c").properties = {{u"author", "you"}};
+    Node& folder = provider.AddCollection("/p/c");
+    folder.properties = {{u"author", "you"}};
+    folder.dead.clear();
+    folder.locks.clear();
     provider.AddCollection("/p/c/d");
+    if (Node* made = provider.Find("/p/x"))
+        made->locks.clear();
 }
 
 World& TheWorld()
 {
     static World* const world = [] {
-        auto* made = new World({{.name = "p", .caps = kCapsNamedProperties}});
+        auto* made = new World({{.name = "p",
+                                 .generations = kGenerations,
+                                 .caps = kCapsNamedProperties,
+                                 .servesNew = kIsStandard}},
+                               {.moduleValues = kIsStandard ? "'Dialect' = 'standard'" : ""});
         Fill((*made)["p"]);
         made->Remember("/Ferro/p/c/a");
         return made;

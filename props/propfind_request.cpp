@@ -6,8 +6,8 @@
 #include <cstring>
 #include <limits>
 
-#include "props/known_bodies.h"
 #include "props/propfind.h"
+#include "support/known_bodies.h"
 #include "support/list.h"
 #include "support/memory.h"
 #include "support/xml_body.h"
@@ -110,11 +110,13 @@ void PFStartTagHandler(void* pUserData, const char* pTagName, const char** /*ppA
 // Kept: an end tag clears nothing, so elements behind </prop> are still asked for.
 void PFEndTagHandler(void* /*pUserData*/, const char* /*pTagName*/) {}
 
+static constinit KnownBodies g_knownBodies;
+
 // Fills a record that has its NameBudget as reading `body` would. False when it is not known.
 static bool Recall(std::string_view body, PROPFIND_REQ* request)
 {
     KnownRequest known;
-    if (!RecallBody(body, known))
+    if (!g_knownBodies.Recall(body, known))
         return false;
     request->Flags = known.flags;
     request->LiveProperties = known.liveProperties;
@@ -141,7 +143,7 @@ static void Remember(std::string_view body, const PROPFIND_REQ& request)
     }
     known.flags = request.Flags;
     known.liveProperties = request.LiveProperties;
-    RememberBody(body, known);
+    g_knownBodies.Remember(body, known);
 }
 
 TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)

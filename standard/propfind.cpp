@@ -49,17 +49,17 @@ TALSTATUS ForEachMember(IKestDAVCollection3& collection, RecordBuffer& buffer, V
 // rest of each level above the one at hand.
 class Pending {
   public:
-    bool Push(size_t parentWide, size_t parentUtf8, std::string_view name)
+    bool Push(const TreePath::Place& parent, std::string_view name)
     {
-        const Entry entry = {parentWide, parentUtf8, static_cast<UINT32>(names_.size())};
+        const Entry entry = {parent, static_cast<UINT32>(names_.size())};
         return names_.Put(name) && entries_.Append(entry);
     }
     bool IsEmpty() const { return entries_.empty(); }
-    // Goes to the last one. False when it cannot be named: it is left out.
+    // Goes to the last one. False when memory is short.
     bool Pop(TreePath& path)
     {
         const Entry entry = entries_.back();
-        path.Leave({entry.parentWide, entry.parentUtf8});
+        path.Leave(entry.parent);
         const bool entered = path.Enter(names_.Text(entry.nameAt, names_.size() - entry.nameAt));
         names_.Cut(entry.nameAt);
         entries_.Cut(entries_.size() - 1);
@@ -68,8 +68,7 @@ class Pending {
 
   private:
     struct Entry {
-        size_t parentWide; // the parent's path ends here
-        size_t parentUtf8;
+        TreePath::Place parent;
         UINT32 nameAt; // to the end of names_, when it is the last
     };
     GrowingArray<Entry> entries_;
@@ -112,10 +111,10 @@ class PropFindWalk {
     {
         const TreePath::Place here = path_.Here();
         if (!path_.Enter(name))
-            return TAL_STATUS_NAME_TOO_LONG; // a list without it must not pass for whole
+            return TAL_STATUS_INSUFFICIENT_RESOURCES; // a list without it must not pass for whole
         PropFindObject object;
         object.provider = handler_.pIKestDav3;
-        object.wide = path_.Wide();
+        object.tree = &path_;
         object.path = path_.Text();
         object.name = name;
         object.info = member.Info;
@@ -133,10 +132,10 @@ class PropFindWalk {
             const TALSTATUS status = WalkCollection(pending, visit);
             if (Failed(status) && (isTop || !IsLeftOut(status)))
                 return path_.Leave(top), status;
-            do {
-                if (pending.IsEmpty() || !goesOn())
-                    return path_.Leave(top), TAL_STATUS_SUCCESS;
-            } while (!pending.Pop(path_));
+            if (pending.IsEmpty() || !goesOn())
+                return path_.Leave(top), TAL_STATUS_SUCCESS;
+            if (!pending.Pop(path_))
+                return path_.Leave(top), TAL_STATUS_INSUFFICIENT_RESOURCES;
         }
     }
 
@@ -149,8 +148,11 @@ class PropFindWalk {
 
     template <class Visit> TALSTATUS WalkCollection(Pending& pending, Visit visit)
     {
+        UNICODE_STRING* const path = path_.Wide();
+        if (!path)
+            return TAL_STATUS_NAME_TOO_LONG;
         Ref<IKestDAVCollection3> collection;
-        if (const TALSTATUS status = OpenCollection(handler_, session_, path_.Wide(), collection);
+        if (const TALSTATUS status = OpenCollection(handler_, session_, path, collection);
             Failed(status))
             return status;
         const TreePath::Place here = path_.Here();
@@ -158,7 +160,7 @@ class PropFindWalk {
         const TALSTATUS status = ForEachMember(
             *collection.Get(), members_, [&](const DAV_MEMBER& member, std::string_view name) {
                 if (request_.depth == Depth::Infinity && member.Info.Type == Collection)
-                    isWhole = pending.Push(here.wide, here.utf8, name);
+                    isWhole = pending.Push(here, name);
                 return isWhole && visit(member, name);
             });
         return isWhole ? status : TAL_STATUS_INSUFFICIENT_RESOURCES;
@@ -203,7 +205,10 @@ TALSTATUS AnswerPath(IKestIO_5* io, SCHANDLE session, const KESTDAV_HANDLER& han
     PropFindObject object;
     object.provider = handler.pIKestDav3;
     object.info = EmptyInfo();
-    if (const TALSTATUS status = object.provider->GetInfo(session, path.Wide(), &object.info);
+    UNICODE_STRING* const wide = path.Wide();
+    if (!wide)
+        return RefuseMapped(io, TAL_STATUS_INSUFFICIENT_RESOURCES);
+    if (const TALSTATUS status = object.provider->GetInfo(session, wide, &object.info);
         Failed(status))
         return RefuseMapped(io, status);
 
@@ -217,7 +222,7 @@ TALSTATUS AnswerPath(IKestIO_5* io, SCHANDLE session, const KESTDAV_HANDLER& han
             return RefuseInfinity(io);
     }
     return SendMultiStatus(io, request, session, [&](PropFindResponses& responses, auto& out) {
-        object.wide = path.Wide();
+        object.tree = &path;
         object.path = path.Text();
         object.name = path.Name();
         if (!request.withoutRoot)

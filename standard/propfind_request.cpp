@@ -4,15 +4,26 @@
 #include "standard/propfind_request.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "standard/request_headers.h"
 #include "standard/scan.h"
+#include "support/known_bodies.h"
 
 namespace standard {
 
 namespace {
 
 constexpr std::string_view kMicrosoft = "urn:schemas-microsoft-com:";
+
+bool Keep(PropFindRequest& request, const XmlName& name)
+{
+    const PropFindRequest::Name kept = {static_cast<UINT32>(request.names.size()),
+                                        static_cast<UINT32>(name.space.size()),
+                                        static_cast<UINT32>(name.local.size())};
+    return request.names.Put(name.space) && request.names.Put(name.local) &&
+           request.dead.Append(kept);
+}
 
 class PropFindReader final : public XmlHandler {
   public:
@@ -34,7 +45,6 @@ class PropFindReader final : public XmlHandler {
             takesNames_ = false;
         return depth != 0 || IsWhole();
     }
-    bool HasFailed() const { return request_.dead.HasFailed() || request_.names.HasFailed(); }
 
   private:
     // What stands in the propfind element. Anything unknown is an extension and is passed over
@@ -69,11 +79,7 @@ class PropFindReader final : public XmlHandler {
             return true;
         if (request_.dead.size() == kMostAskedProperties)
             return false;
-        const PropFindRequest::Name kept = {static_cast<UINT32>(request_.names.size()),
-                                            static_cast<UINT32>(name.space.size()),
-                                            static_cast<UINT32>(name.local.size())};
-        return request_.names.Put(name.space) && request_.names.Put(name.local) &&
-               request_.dead.Append(kept);
+        return Keep(request_, name);
     }
 
     bool IsAsked(const XmlName& name) const
@@ -197,6 +203,64 @@ TALSTATUS ReadDepth(IKestIO_5* io, Depth& depth, bool& withoutRoot)
     return TAL_STATUS_SUCCESS;
 }
 
+namespace {
+
+constinit KnownBodies g_knownBodies;
+
+// Takes over what a known body asks for: names stand as namespace and local name, each with a
+// terminator. False when it is not known, or memory is short.
+bool Recall(std::string_view body, PropFindRequest& request)
+{
+    KnownRequest known;
+    if (!g_knownBodies.Recall(body, known))
+        return false;
+    request.kind = static_cast<PropFindRequest::Kind>(known.flags);
+    request.live = known.liveProperties;
+    for (const char* text = known.names; text != known.names + known.nameBytes;) {
+        const std::string_view space(text);
+        const std::string_view local(text + space.size() + 1);
+        if (!Keep(request, {space, local}))
+            return false;
+        text = local.data() + local.size() + 1;
+    }
+    return true;
+}
+
+// Keeps a body that has been read, unless it names more than is kept.
+void Remember(std::string_view body, const PropFindRequest& request)
+{
+    KnownRequest known;
+    known.flags = static_cast<UINT32>(request.kind);
+    known.liveProperties = request.live;
+    for (const PropFindRequest::Name& each : request.dead) {
+        const XmlName name = request.NameOf(each);
+        for (const std::string_view text : {name.space, name.local}) {
+            if (text.size() + 1 > kKnownNameBytes - known.nameBytes)
+                return;
+            std::memcpy(known.names + known.nameBytes, text.data(), text.size());
+            known.names[known.nameBytes + text.size()] = '\0';
+            known.nameBytes += static_cast<UINT32>(text.size() + 1);
+        }
+    }
+    g_knownBodies.Remember(body, known);
+}
+
+// Reads the body, or knows it.
+TALSTATUS ReadPropFindBody(std::string_view body, PropFindRequest& request)
+{
+    if (Recall(body, request))
+        return TAL_STATUS_SUCCESS;
+    PropFindReader handler(request);
+    const XmlResult result = XmlReader(handler).Read(body);
+    if (request.dead.HasFailed() || request.names.HasFailed())
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    if (result == XmlResult::Whole)
+        Remember(body, request);
+    return StatusOf(result);
+}
+
+} // namespace
+
 TALSTATUS ReadPropFind(IKestIO_5* io, PropFindRequest& request)
 {
     if (const TALSTATUS status = ReadPreferences(io, request); Failed(status))
@@ -206,15 +270,9 @@ TALSTATUS ReadPropFind(IKestIO_5* io, PropFindRequest& request)
     XmlBodyText body;
     if (const TALSTATUS status = ReadBody(io, body); Failed(status))
         return status;
-    if (body.size != 0) {
-        PropFindReader handler(request);
-        XmlReader reader(handler);
-        const XmlResult result = reader.Read(body.Text());
-        if (handler.HasFailed())
-            return TAL_STATUS_INSUFFICIENT_RESOURCES;
-        if (result != XmlResult::Whole)
-            return StatusOf(result);
-    }
+    if (body.size != 0)
+        if (const TALSTATUS status = ReadPropFindBody(body.Text(), request); Failed(status))
+            return status;
     if (request.kind != PropFindRequest::Kind::Named)
         request.live |= kLiveAll;
     return TAL_STATUS_SUCCESS;

@@ -94,6 +94,14 @@ void PropFindResponses::PutFound(const PropFindObject& object)
         PutDead(object);
 }
 
+UNICODE_STRING* PropFindResponses::WidePath(const PropFindObject& object)
+{
+    UNICODE_STRING* const path = object.tree->Wide();
+    if (!path)
+        ReportFailure(TAL_STATUS_NAME_TOO_LONG);
+    return path;
+}
+
 bool PropFindResponses::PutText(const char* before, std::string_view text, const char* behind)
 {
     if (text.empty())
@@ -170,8 +178,9 @@ bool PropFindResponses::PutLive(const PropFindObject& object, UINT32 property)
     case kLiveLockDiscovery:
         out_.Put("<D:lockdiscovery>");
         if (object.info.Flags & kObjectHasLocks)
-            PutLocks(out_, *object.provider, session_, object.wide, object.path,
-                     object.IsCollection());
+            if (UNICODE_STRING* const path = WidePath(object))
+                PutLocks(out_, *object.provider, session_, path, object.path,
+                         object.IsCollection());
         out_.Put("</D:lockdiscovery>");
         return true;
     case kLiveSupportedLock:
@@ -219,8 +228,9 @@ bool PropFindResponses::PutQuota(const PropFindObject& object, UINT32 property)
 {
     DAV_QUOTA quota{};
     quota.Size = sizeof quota;
-    if (!object.provider || !object.IsCollection() ||
-        Failed(object.provider->GetQuota(session_, object.wide, &quota)))
+    UNICODE_STRING* const path =
+        object.provider && object.IsCollection() ? WidePath(object) : nullptr;
+    if (!path || Failed(object.provider->GetQuota(session_, path, &quota)))
         return false;
     BeginFound();
     const bool isUsed = property == kLiveQuotaUsed;
@@ -269,11 +279,14 @@ bool PropFindResponses::PutWin32(const PropFindObject& object, UINT32 property)
 
 void PropFindResponses::PutDead(const PropFindObject& object)
 {
+    UNICODE_STRING* const path = WidePath(object);
+    if (!path)
+        return;
     UINT64 place = 0;
     const TALSTATUS status = ForEachRecord<DAV_PROPERTY>(
         records_,
         [&](UINT32* size, DAV_PROPERTY* records) {
-            return object.provider->GetProperties(session_, object.wide, &place, size, records);
+            return object.provider->GetProperties(session_, path, &place, size, records);
         },
         [&](const DAV_PROPERTY& property, UINT32 room) {
             const UINT64 text =

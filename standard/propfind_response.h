@@ -6,6 +6,7 @@
 #include "standard/lock_element.h"
 #include "standard/propfind_request.h"
 #include "standard/reply_writer.h"
+#include "standard/tree_path.h"
 
 namespace standard {
 
@@ -15,10 +16,10 @@ void PutPropertyName(ReplyWriter& out, const XmlName& name);
 // What a response is about.
 struct PropFindObject {
     IKestDAV3* provider =
-        nullptr; // null for what no third generation serves: it has no more to say
-    UNICODE_STRING* wide = nullptr; // the provider path, as the provider takes it
-    std::string_view path;          // the same in UTF-8, without a trailing "/"
-    std::string_view name;          // to show
+        nullptr;              // null for what no third generation serves: it has no more to say
+    TreePath* tree = nullptr; // the provider path, as the provider takes it
+    std::string_view path;    // the same in UTF-8, without a trailing "/"
+    std::string_view name;    // to show
     DAV_OBJECT_INFO info{};
 
     bool IsCollection() const { return info.Type == Collection; }
@@ -45,6 +46,8 @@ class PropFindResponses {
     void PutLiveNames(UINT32 live);
     // False when the object has no such property.
     bool PutLive(const PropFindObject& object, UINT32 property);
+    // The path for a call of the provider; null, and reported, when it cannot be told.
+    static UNICODE_STRING* WidePath(const PropFindObject& object);
     bool PutText(const char* before, std::string_view text, const char* behind);
     bool PutContentType(const PropFindObject& object);
     bool PutQuota(const PropFindObject& object, UINT32 property);

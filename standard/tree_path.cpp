@@ -8,8 +8,8 @@ namespace standard {
 namespace {
 
 constexpr size_t kMostUnits = 32766; // what a counted string can name, and a terminator
-constexpr UINT32 kMostNameUnits = 1024;
-constexpr size_t kBytesPerUnit = 3; // a surrogate pair takes four for two
+constexpr size_t kBytesPerUnit = 3;  // a surrogate pair takes four for two
+constexpr size_t kPieceUnits = 1024; // converted at once; a name has at most 255 bytes
 
 } // namespace
 
@@ -20,6 +20,7 @@ TALSTATUS TreePath::Set(const UNICODE_STRING& path)
         --units;
     wide_.Cut(0);
     utf8_.Cut(0);
+    converted_ = 0;
     if (units == 0)
         return TAL_STATUS_SUCCESS;
     const Paged<char> text = AllocPaged<char>(units * kBytesPerUnit + 1);
@@ -30,38 +31,54 @@ TALSTATUS TreePath::Set(const UNICODE_STRING& path)
                                               static_cast<UINT32>(units), text.get(), &bytes)) !=
         kCodeSuccess)
         return TAL_STATUS_INVALID_REQUEST;
-    return wide_.Append(path.Buffer, units) && utf8_.Append(text.get(), bytes)
-               ? TAL_STATUS_SUCCESS
-               : TAL_STATUS_INSUFFICIENT_RESOURCES;
+    if (!wide_.Append(path.Buffer, units) || !utf8_.Append(text.get(), bytes))
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    converted_ = utf8_.size();
+    return TAL_STATUS_SUCCESS;
 }
 
 bool TreePath::Enter(std::string_view name)
 {
-    WCHAR wide[kMostNameUnits];
-    UINT32 units = kMostNameUnits;
-    if (name.size() > kMostNameUnits ||
-        Code(pITalpl->TalxMultiByteToWideChar(kCodePageUtf8, name.data(),
-                                              static_cast<UINT32>(name.size()), wide, &units)) !=
-            kCodeSuccess ||
-        wide_.size() + 1 + units > kMostUnits)
-        return false;
-    const Place before = Here();
-    const WCHAR slash = u'/';
-    if (wide_.Append(slash) && wide_.Append(wide, units) && utf8_.Put("/") && utf8_.Put(name))
+    const size_t before = utf8_.size();
+    if (utf8_.Put("/") && utf8_.Put(name))
         return true;
-    Leave(before);
+    utf8_.Cut(before);
     return false;
+}
+
+void TreePath::Leave(const Place& place)
+{
+    utf8_.Cut(place.utf8);
+    if (converted_ > place.utf8) { // the place was taken before this was converted
+        wide_.Cut(place.wide);
+        converted_ = place.converted;
+    }
 }
 
 UNICODE_STRING* TreePath::Wide()
 {
-    if (wide_.empty()) {
+    if (utf8_.empty()) {
         given_ = {sizeof(WCHAR), sizeof root_, root_};
         return &given_;
     }
+    while (converted_ < utf8_.size()) {
+        // Up to the next "/", so that no character is cut.
+        const std::string_view rest = utf8_.Text().substr(converted_);
+        const std::string_view piece = rest.substr(0, rest.find('/', 1));
+        WCHAR units[kPieceUnits];
+        UINT32 count = kPieceUnits;
+        if (piece.size() > kPieceUnits ||
+            Code(pITalpl->TalxMultiByteToWideChar(kCodePageUtf8, piece.data(),
+                                                  static_cast<UINT32>(piece.size()), units,
+                                                  &count)) != kCodeSuccess ||
+            wide_.size() + count > kMostUnits || !wide_.Append(units, count))
+            return nullptr;
+        converted_ += piece.size();
+    }
     const WCHAR end = 0; // behind the text, for whoever wants one
-    if (wide_.Append(end))
-        wide_.Cut(wide_.size() - 1);
+    if (!wide_.Append(end))
+        return nullptr;
+    wide_.Cut(wide_.size() - 1);
     const auto bytes = static_cast<UINT16>(wide_.size() * sizeof(WCHAR));
     given_ = {bytes, bytes, wide_.data()};
     return &given_;
