@@ -21,10 +21,10 @@ namespace standard {
 
 namespace {
 
-// What has been opened for a GET or HEAD.
+// What a GET or HEAD is about.
 struct Opened {
     KESTDAV_HANDLER* handler = nullptr;
-    Ref<IKestDAVResource3> resource;
+    Ref<IKestDAVResource3> resource; // of a GET
     DAV_OBJECT_INFO info = EmptyInfo();
 };
 
@@ -38,12 +38,16 @@ bool NamesIndex(const UNICODE_STRING& url)
                        kSuffixBytes) == 0;
 }
 
-TALSTATUS Open(SCHANDLE session, UNICODE_STRING* path, Opened& opened)
+// Opens what a GET will send. A HEAD only asks what it is.
+TALSTATUS Open(SCHANDLE session, UNICODE_STRING* path, bool isGet, Opened& opened)
 {
     if (const TALSTATUS status = DavUriToHandler(session, path, &opened.handler); Failed(status))
         return status;
-    if (!opened.handler->pIKestDav3)
+    IKestDAV3* const provider = opened.handler->pIKestDav3;
+    if (!provider)
         return TAL_STATUS_SUCCESS; // the caller sees to it
+    if (!isGet)
+        return provider->GetInfo(session, path, &opened.info);
     if (const TALSTATUS status = CreateResource(*opened.handler, opened.resource); Failed(status))
         return status;
     return opened.resource->Open(session, path, kOpenRead, -1, nullptr, nullptr, &opened.info);
@@ -62,11 +66,12 @@ TALSTATUS JudgeIf(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, const O
     return opened.handler->pIKestDav3->Judge(session, path, &preconditions);
 }
 
-// A collection's page, made from the templates.
+// A collection's page, made from the templates. It fails only before it has sent something.
 TALSTATUS AnswerIndex(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     SetHeader(io, "Cache-Control", "no-store");
-    return HTMLIndexRequest(io, session, url);
+    const TALSTATUS status = HTMLIndexRequest(io, session, url);
+    return Failed(status) ? RefuseMapped(io, status) : status;
 }
 
 // What GET of a collection would say of its page, which is not made for that.
@@ -101,12 +106,12 @@ TALSTATUS ChooseRanges(IKestIO_5* io, const DAV_OBJECT_INFO& info, RangeVerdict&
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS SendWhole(IKestIO_5* io, Opened& opened, bool wantsBody)
+TALSTATUS SendWhole(IKestIO_5* io, Opened& opened)
 {
     SetHeaderText(io, "Content-Length", Decimal(opened.info.ResourceSize).Text());
     (void)io->SendHeader(200);
-    return wantsBody ? SendBytes(io, *opened.resource.Get(), {0, opened.info.ResourceSize})
-                     : TAL_STATUS_SUCCESS;
+    return opened.resource ? SendBytes(io, *opened.resource.Get(), {0, opened.info.ResourceSize})
+                           : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS SendFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path)
@@ -123,7 +128,7 @@ TALSTATUS SendFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path)
     }
     SetHeaderText(io, "Content-Type", type);
     if (verdict == RangeVerdict::Whole)
-        return SendWhole(io, opened, true);
+        return SendWhole(io, opened);
     if (set.count == 1)
         return SendPart(io, *opened.resource.Get(), set.parts[0], size);
     return SendParts(io, *opened.resource.Get(), set, size, type);
@@ -148,7 +153,7 @@ TALSTATUS AnswerFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path, bool i
     if (isGet)
         return SendFile(io, opened, path);
     SetHeaderText(io, "Content-Type", MediaType(path));
-    return SendWhole(io, opened, false);
+    return SendWhole(io, opened);
 }
 
 TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
@@ -158,7 +163,7 @@ TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
     UNICODE_STRING path = ProviderPath(*url);
     ProviderGuard providers; // to the last byte of the reply
     Opened opened;
-    const TALSTATUS status = Open(session, &path, opened);
+    const TALSTATUS status = Open(session, &path, isGet, opened);
     if (opened.handler && !opened.handler->pIKestDav3) {
         providers.Release();
         return isGet ? KestDavGet(session, url, io) : KestDavHead(session, url, io);

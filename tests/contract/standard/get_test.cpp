@@ -46,7 +46,7 @@ TEST_F(StandardGet, HeadSaysWhatGetWould)
 {
     EXPECT_EQ(Run(Request(KestMethodHead, "/Ferro/gen3/f.txt").Header("Range", "bytes=0-1")),
               WithValidators("200", "Content-Type: text/plain\nContent-Length: 11\n\n"));
-    EXPECT_THAT(Changes(), ElementsAre("gen3.res3.Open(/gen3/f.txt, read)"));
+    EXPECT_THAT(Changes(), ElementsAre("gen3.3.GetInfo(/gen3/f.txt)"));
 }
 
 TEST_F(StandardGet, EmptyFile)
@@ -94,6 +94,16 @@ TEST_F(StandardGet, FileWithTheIndexDocumentsName_IsRead)
 {
     world["gen3"].AddFile("/gen3/x.index_xml", "mine");
     EXPECT_THAT(Run(Get("x.index_xml")), HasSubstr("\n\nmine"));
+}
+
+TEST_F(StandardGet, OfACollectionWithoutTemplates_IsToldInsteadOfNothing)
+{
+    EXPECT_EQ(Run(Request(KestMethodGet, "/Ferro/gen3/c/")),
+              "500\nCache-Control: no-store\nContent-Length: 0\n\n");
+    EXPECT_EQ(Run(Request(KestMethodGet, "/Ferro/gen3/c/.index_xml")),
+              "500\nCache-Control: no-store\nContent-Length: 0\n\n");
+    EXPECT_EQ(Run(Request(KestMethodGet, "/Ferro/")),
+              "500\nCache-Control: no-store\nContent-Length: 0\n\n");
 }
 
 TEST_F(StandardGet, HeadOfACollection)
