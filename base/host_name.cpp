@@ -71,6 +71,15 @@ bool IsIpv4Address(std::string_view text) noexcept
     return ParseIpv4(text, address);
 }
 
+bool ParseIpv4Address(std::string_view text, uint8_t (&bytes)[4]) noexcept
+{
+    in_addr address{};
+    if (!ParseIpv4(text, address))
+        return false;
+    std::memcpy(bytes, &address.s_addr, sizeof bytes);
+    return true;
+}
+
 bool IsIpv6Address(std::string_view text) noexcept
 {
     in6_addr address{};

@@ -26,6 +26,8 @@ bool IsLoopbackHost(std::string_view name) noexcept;
 // Whether a text is an IPv4 address, or an IPv6 address without brackets.
 bool IsIpv4Address(std::string_view text) noexcept;
 bool IsIpv6Address(std::string_view text) noexcept;
+// An IPv4 address in the order of the network. False, and `bytes` as it was, for anything else.
+bool ParseIpv4Address(std::string_view text, uint8_t (&bytes)[4]) noexcept;
 
 // Whether an address without brackets is one of this machine only: 127.0.0.0/8, also mapped into
 // IPv6, and ::1. False for what is no address.

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <sys/random.h>
 
+#include "base/hex.h"
+
 namespace kestd {
 namespace {
 
@@ -19,15 +21,12 @@ constexpr uint64_t kPlaceMask = (uint64_t{1} << kPlaceBits) - 1;
 
 std::string RandomCookie()
 {
-    constexpr char kDigits[] = "0123456789abcdef";
     std::array<unsigned char, 16> bytes{};
     if (getentropy(bytes.data(), bytes.size()) != 0)
         throw std::runtime_error("no random numbers");
     std::string text;
-    for (const unsigned char byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0xF];
-    }
+    for (const unsigned char byte : bytes)
+        base::AppendHex(text, byte, base::kLowerHex);
     return text;
 }
 

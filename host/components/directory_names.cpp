@@ -2,6 +2,7 @@
 #include "host/components/directory_names.h"
 
 #include "base/ascii.h"
+#include "base/hex.h"
 #include "base/utf.h"
 #include <algorithm>
 
@@ -91,7 +92,6 @@ bool IsAttributeType(std::string_view type)
 // RFC 4514 section 2.4; every special character as two hexadecimal digits.
 std::string EscapedValue(std::string_view value)
 {
-    constexpr char kDigits[] = "0123456789ABCDEF";
     constexpr std::string_view kSpecial = ",+\"\\<>;=#";
     std::string out;
     for (size_t i = 0; i < value.size(); ++i) {
@@ -100,8 +100,7 @@ std::string EscapedValue(std::string_view value)
         if (byte < 0x20 || byte == 0x7F || isEdgeBlank ||
             kSpecial.find(value[i]) != std::string_view::npos) {
             out += '\\';
-            out += kDigits[byte >> 4];
-            out += kDigits[byte & 0xF];
+            base::AppendHex(out, byte, base::kUpperHex);
         } else {
             out += value[i];
         }

@@ -8,7 +8,7 @@
 #include <kest/com.h>
 
 #include "providers/filestore/names.h"
-#include "providers/filestore/store.h"
+#include "providers/filestore/platform.h"
 
 namespace filestore::call {
 
@@ -163,7 +163,7 @@ std::string Path()
 // copying it onto itself.
 static bool IsSource(std::string_view path)
 {
-    return Path() == Store::ModulePath().append(path);
+    return Path() == ModulePath().append(path);
 }
 
 bool GetConditions(KEST_CONDITIONS* out)

@@ -10,10 +10,12 @@
 #include "base/percent.h"
 #include "base/utf.h"
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/etag.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/recent.h"
 #include "providers/filestore/relocation.h"
+#include "providers/filestore/walked.h"
 
 namespace filestore {
 
@@ -355,9 +357,9 @@ TALSTATUS FileCollection::PackDeleted(const DeletedEntry& entry, const FileInfo&
         return Failure(kCodeBufferTooSmall);
     }
     // Escaped: pages put it into links as it is.
-    const std::string uri = Store::ModulePath() +
-                            base::PercentEncode("/" + node_.GetVolume().Name() + "/.kest/deleted/" +
-                                                std::to_string(entry.id) + "/" + entry.name);
+    const std::string uri =
+        ModulePath() + base::PercentEncode("/" + node_.GetVolume().Name() + "/.kest/deleted/" +
+                                           std::to_string(entry.id) + "/" + entry.name);
     deletedUri_.assign(uri.begin(), uri.end()); // the moniker apart, all ASCII
     auto* const record = static_cast<DAV_DELETED_ENTRY*>(out);
     record->FileID = static_cast<UINT64>(entry.id);

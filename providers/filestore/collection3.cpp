@@ -11,6 +11,7 @@
 #include "providers/filestore/guard.h"
 #include "providers/filestore/operation.h"
 #include "providers/filestore/recent.h"
+#include "providers/filestore/walked.h"
 
 namespace filestore {
 

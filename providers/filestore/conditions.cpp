@@ -9,8 +9,7 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
-#include "providers/filestore/guard.h"
-#include "providers/filestore/node.h"
+#include "providers/filestore/platform.h"
 
 namespace filestore {
 
@@ -35,11 +34,11 @@ Conditions Conditions::Of(const Volume& volume, std::string_view path)
     out.noneMatch_ = TextOf(values.NoneMatch);
     out.unmodifiedSince_ = values.UnmodifiedSince;
     const std::string own = call::Path();
-    std::string asked = Store::ModulePath() + "/" + volume.Name();
+    std::string asked = ModulePath() + "/" + volume.Name();
     if (!path.empty())
         asked.append("/").append(path);
     // The location is compared by its length: letter case in it is the client's.
-    const size_t location = Store::ModulePath().size();
+    const size_t location = ModulePath().size();
     out.any_ = own.size() == asked.size() &&
                own.compare(location, own.npos, asked, location, asked.npos) == 0;
     return out;

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Directories that are open, and those of them that a request has open anyway.
-//
-// A walk over a tree names every object by its whole path, while it holds the collections that it
-// walks through open. What lies directly in one of those is reached through it, in one step and not
-// by the way down from the volume's top.
+// Open directories.
 #pragma once
 
 #include <atomic>
@@ -33,18 +29,5 @@ struct Directory {
 };
 
 using DirectoryRef = std::shared_ptr<const Directory>;
-
-// The directories that the running request has open as collections (RequestState). None is offered
-// while no request runs.
-namespace walked {
-
-// Lets later look-ups of the running request find the directory, for as long as somebody holds it.
-void Offer(const DirectoryRef& directory);
-// Null when the running request has none of that path open.
-[[nodiscard]] DirectoryRef Find(const Volume& volume, std::string_view path);
-// The tree at `path` moves or goes: from now on its directories are looked up anew.
-void Forget(const Volume& volume, std::string_view path);
-
-} // namespace walked
 
 } // namespace filestore

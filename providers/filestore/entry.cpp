@@ -7,6 +7,7 @@
 
 #include "providers/filestore/collection.h"
 #include "providers/filestore/namespace.h"
+#include "providers/filestore/process_store.h"
 #include "providers/filestore/resource.h"
 
 namespace {
@@ -15,7 +16,7 @@ using namespace filestore;
 
 TALSTATUS MakeObject(const GUID* iid, void** out)
 {
-    Store& store = Store::OfProcess();
+    Store& store = ProcessStore();
     if (*iid == IID_KestResource_2 || *iid == IID_KestResource_3)
         return kest::HandOut(new FileResource(store), iid, out);
     if (*iid == IID_KestCollection_2 || *iid == IID_KestCollection_3)

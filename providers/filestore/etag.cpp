@@ -7,7 +7,7 @@
 #include <atomic>
 #include <cstring>
 
-#include "providers/filestore/node.h"
+#include "base/hex.h"
 #include "providers/filestore/platform.h"
 
 namespace filestore {
@@ -76,8 +76,8 @@ void PutTag(const FileInfo& info, UINT64 now, DAV_TAG* out)
     }
     *to++ = '"';
     for (const UINT8 byte : etag.Bytes) {
-        *to++ = "0123456789abcdef"[byte >> 4];
-        *to++ = "0123456789abcdef"[byte & 15];
+        *to++ = base::kLowerHex[byte >> 4];
+        *to++ = base::kLowerHex[byte & 15];
     }
     *to++ = '"';
     out->Length = static_cast<UINT32>(to - out->Text);
@@ -88,6 +88,23 @@ std::string TagText(const FileInfo& info, UINT64 now)
     DAV_TAG tag;
     PutTag(info, now, &tag);
     return {tag.Text, tag.Length};
+}
+
+DAV_ETAG ETagOf(const FileInfo& info)
+{
+    const UINT64 parts[2] = {info.modified, info.inode ^ info.size << 32 ^ info.size >> 32};
+    DAV_ETAG etag;
+    static_assert(sizeof parts == sizeof etag.Bytes);
+    std::memcpy(etag.Bytes, parts, sizeof parts);
+    return etag;
+}
+
+std::string ETagText(const DAV_ETAG& etag)
+{
+    std::string text = "\"";
+    for (const UINT8 byte : etag.Bytes)
+        base::AppendHex(text, byte, base::kLowerHex);
+    return text + "\"";
 }
 
 } // namespace filestore

@@ -26,6 +26,12 @@ namespace filestore {
 [[nodiscard]] UINT64 StampedDate(UINT64 wanted, bool isGiven);
 [[nodiscard]] bool IsStamped(UINT64 date);
 
+// Changes when the content does, and with every replacement.
+[[nodiscard]] DAV_ETAG ETagOf(const FileInfo& info);
+
+// An object's entity tag as it stands in headers, quotes included.
+[[nodiscard]] std::string ETagText(const DAV_ETAG& etag);
+
 // Whether the file's tag is good for all that it can ever have held under it.
 [[nodiscard]] bool HasStrongTag(const FileInfo& info, UINT64 now);
 // As headers spell it.

@@ -17,7 +17,7 @@
 #include "providers/filestore/failures.h"
 #include "providers/filestore/ifheader.h"
 #include "providers/filestore/names.h"
-#include "providers/filestore/node.h"
+#include "providers/filestore/platform.h"
 
 namespace filestore {
 
@@ -171,8 +171,7 @@ TALSTATUS Guard::CheckConditions() const
     if (!parsed)
         return Failure(kCodeInvalidRequest);
     const std::string path = call::Path();
-    ResourceState state(store_, std::string_view(path).substr(0, Store::ModulePath().size()),
-                        false);
+    ResourceState state(store_, std::string_view(path).substr(0, ModulePath().size()), false);
     const bool isMet = parsed->Evaluate(path, state);
     if (Failed(state.Status()))
         return state.Status();
@@ -261,16 +260,6 @@ std::string ProviderPath(const Volume& volume, std::string_view path)
     if (!path.empty())
         out.append("/").append(path);
     return out;
-}
-
-std::string ETagText(const DAV_ETAG& etag)
-{
-    std::string text = "\"";
-    for (const UINT8 byte : etag.Bytes) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text + "\"";
 }
 
 } // namespace filestore

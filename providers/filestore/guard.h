@@ -86,7 +86,4 @@ class Guard {
 TALSTATUS CoveringLocks(MetadataSession& session, std::string_view path, UINT64 now,
                         std::vector<LockRecord>* out);
 
-// An object's entity tag as it stands in headers, quotes included.
-[[nodiscard]] std::string ETagText(const DAV_ETAG& etag);
-
 } // namespace filestore

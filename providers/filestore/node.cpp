@@ -10,6 +10,7 @@
 #include "base/utf.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/conditions.h"
+#include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/property.h"
@@ -82,15 +83,6 @@ TALSTATUS PutName(std::string_view name, UNICODE_STRING* out)
     std::memcpy(out->Buffer, wide, units * sizeof(WCHAR));
     out->Length = static_cast<UINT16>(units * sizeof(WCHAR));
     return TAL_STATUS_SUCCESS;
-}
-
-DAV_ETAG ETagOf(const FileInfo& info)
-{
-    const UINT64 parts[2] = {info.modified, info.inode ^ info.size << 32 ^ info.size >> 32};
-    DAV_ETAG etag;
-    static_assert(sizeof parts == sizeof etag.Bytes);
-    std::memcpy(etag.Bytes, parts, sizeof parts);
-    return etag;
 }
 
 UINT32 AttributesOf(const FileInfo& info)

@@ -79,9 +79,6 @@ class Node {
 // Copies a name as UTF-16. Code 7 when it does not fit; `out` is then unchanged.
 TALSTATUS PutName(std::string_view name, UNICODE_STRING* out);
 
-// Changes when the content does, and with every replacement.
-[[nodiscard]] DAV_ETAG ETagOf(const FileInfo& info);
-
 // The attribute bits that follow from an object's permissions.
 [[nodiscard]] UINT32 AttributesOf(const FileInfo& info);
 

@@ -83,4 +83,10 @@ std::vector<NamedText> ReadTexts(const WCHAR* key)
     return out;
 }
 
+std::string ModulePath()
+{
+    std::string path;
+    return ReadText(u"Kest\\Configuration\\KestDav", u"Moniker", &path) ? path : "/Ferro";
+}
+
 } // namespace filestore

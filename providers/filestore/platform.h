@@ -46,4 +46,7 @@ struct NamedText {
 // Every text value of a key, in the registry's order.
 [[nodiscard]] std::vector<NamedText> ReadTexts(const WCHAR* key);
 
+// The URI path under which the module serves: its top-level moniker.
+[[nodiscard]] std::string ModulePath();
+
 } // namespace filestore

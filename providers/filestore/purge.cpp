@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The thread that removes deleted entries whose time is over.
+// Removing what need not be kept.
 #include "providers/filestore/purge.h"
 
 #include <cerrno>
@@ -9,20 +9,16 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
-#include "providers/filestore/room.h"
 
 namespace filestore {
 
 namespace {
 
-constexpr auto kRound = std::chrono::minutes(1);
 // Entries are kept for days, and the whole list is read for those whose time is over: an index by
 // time would cost more with every deletion.
-constexpr auto kRetireRound = std::chrono::minutes(15);
 // At most 64 removals every 2 ms: 100,000 files take some three seconds, and leave the disk idle
 // for most of that.
 constexpr int kRemovalsPerPause = 64;
-constexpr auto kPauseTime = std::chrono::milliseconds(2);
 // Entries that leave the list in one transaction, after one sync.
 constexpr size_t kRetiredAtOnce = 64;
 constexpr UINT64 kDay = UINT64{24} * 3600 * 10'000'000;
@@ -212,52 +208,6 @@ void DropExpiredLocks(const Store& store, Volume& volume)
     (void)session->RemoveExpiredLocks(store.Now()); // they count for nothing anyway
     session.reset();
     volume.Meta()->Tidy();
-}
-
-Purger::Purger(const Store& store)
-    : store_(store), thread_([this](std::stop_token stop) { Run(std::move(stop)); })
-{
-}
-
-Purger::~Purger() = default;
-
-void Purger::Wake()
-{
-    {
-        const std::lock_guard lock(mutex_);
-        woken_ = true;
-    }
-    wake_.notify_one();
-}
-
-void Purger::Run(std::stop_token stop)
-{
-    const PurgePause pause = [&] {
-        std::this_thread::sleep_for(kPauseTime);
-        return !stop.stop_requested();
-    };
-    auto nextRetirement = std::chrono::steady_clock::now();
-    while (!stop.stop_requested()) {
-        const auto now = std::chrono::steady_clock::now();
-        const bool retires = now >= nextRetirement;
-        if (retires)
-            nextRetirement = now + kRetireRound;
-        (void)Protected([&] {
-            for (const auto& volume : store_.Volumes()) {
-                volume->CheckPlace();
-                if (retires)
-                    RetireDeleted(store_, *volume);
-                (void)EmptyPurge(*volume, pause);
-                KeepRoom(store_, *volume, pause);
-                volume->FillReserve();
-                DropExpiredLocks(store_, *volume);
-            }
-            return TAL_STATUS_SUCCESS;
-        });
-        std::unique_lock lock(mutex_);
-        wake_.wait_for(lock, stop, kRound, [this] { return woken_; });
-        woken_ = false;
-    }
 }
 
 } // namespace filestore

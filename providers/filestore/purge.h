@@ -4,34 +4,14 @@
 // are on their way out, expired locks.
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
-#include <thread>
+#include <functional>
 #include <vector>
 
 #include "providers/filestore/store.h"
 
 namespace filestore {
 
-class Purger {
-  public:
-    // Starts a thread that works through the store's volumes now and then.
-    explicit Purger(const Store& store);
-    ~Purger();
-    // Something is there to be removed at once.
-    void Wake();
-
-  private:
-    void Run(std::stop_token stop);
-
-    const Store& store_;
-    std::mutex mutex_;
-    std::condition_variable_any wake_;
-    bool woken_ = false;
-    std::jthread thread_; // last: it uses the others
-};
-
-// What the thread does. `pause` is called after every so many removals, so that a big tree does not
+// `pause` is called after every so many removals, so that a big tree does not
 // keep the disk from everybody else; returning false ends the work for now.
 using PurgePause = std::function<bool()>;
 void RetireDeleted(const Store& store, Volume& volume);   // entries older than they are kept

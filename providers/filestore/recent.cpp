@@ -13,7 +13,7 @@ void Keep(const Target& target, OpenFile file, const FileInfo& info)
 {
     if (RequestState* const state = RequestState::Current()) {
         state->found.Note(target, info);
-        state->found.file = file.Detach();
+        state->found.file = std::move(file);
     }
 }
 
@@ -39,11 +39,11 @@ bool Take(const Target& target, OpenFile* file, FileInfo* info)
     if (!state)
         return false;
     RequestState::Found& found = state->found;
-    if ((found.file == kNoFile && !found.isLook) || !found.IsFor(target)) {
+    if ((!found.file && !found.isLook) || !found.IsFor(target)) {
         found.Close();
         return false;
     }
-    *file = OpenFile(target.volume->Fs(), std::exchange(found.file, kNoFile));
+    *file = std::move(found.file);
     *info = found.info;
     found.isLook = false;
     return true;

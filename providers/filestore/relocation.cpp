@@ -9,6 +9,7 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/platform.h"
 #include "providers/filestore/requeststate.h"
 #include "providers/filestore/trees.h"
 
@@ -29,7 +30,7 @@ void TakeFailure(TALSTATUS status)
 bool LocateSource(const Store& store, Target* out)
 {
     const std::string path = call::Path();
-    const size_t location = Store::ModulePath().size();
+    const size_t location = ModulePath().size();
     return path.size() > location &&
            !Failed(store.Locate(std::string_view(path).substr(location), out)) && !out->IsRoot();
 }

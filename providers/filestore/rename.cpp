@@ -9,6 +9,7 @@
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/upload.h"
+#include "providers/filestore/walked.h"
 
 namespace filestore {
 

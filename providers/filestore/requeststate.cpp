@@ -4,12 +4,10 @@
 #include "providers/filestore/requeststate.h"
 
 #include <new>
-#include <utility>
 
 #include <kest/identifiers.h>
 
 #include "providers/filestore/callcontext.h"
-#include "providers/filestore/volume.h"
 
 namespace filestore {
 
@@ -52,8 +50,7 @@ void RequestState::ParsedPath::Note(UINT64 store, std::u16string_view text,
 
 void RequestState::Found::Close()
 {
-    if (file != kNoFile)
-        volume->Fs().Close(std::exchange(file, kNoFile));
+    file.Reset();
     directory.reset();
     failure = TAL_STATUS_SUCCESS;
     isLook = false;

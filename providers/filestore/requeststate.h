@@ -46,9 +46,9 @@ class RequestState final : public Object<RequestState, IUnknown> {
     // What GetType found, for the operation that follows it; see recent.h.
     struct Found {
         Volume* volume = nullptr;
-        std::string path;          // keeps its room
-        FileHandle file = kNoFile; // this one or
-        DirectoryRef directory;    // that one, or none
+        std::string path;       // keeps its room
+        OpenFile file;          // this one or
+        DirectoryRef directory; // that one, or none
         TALSTATUS failure = TAL_STATUS_SUCCESS;
         bool isLook = false; // none, but `info` is good
         FileInfo info;
@@ -71,8 +71,6 @@ class RequestState final : public Object<RequestState, IUnknown> {
 
     // Directories that the request has open as collections, the innermost last; see directory.h.
     std::vector<std::weak_ptr<const Directory>> open;
-
-    ~RequestState() { found.Close(); }
 };
 
 } // namespace filestore

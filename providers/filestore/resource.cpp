@@ -2,6 +2,7 @@
 //
 // Files as the module sees them.
 #include "providers/filestore/resource.h"
+#include "providers/filestore/etag.h"
 
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include "providers/filestore/recent.h"
 #include "providers/filestore/relocation.h"
 #include "providers/filestore/room.h"
+#include "providers/filestore/walked.h"
 
 namespace filestore {
 

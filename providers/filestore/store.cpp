@@ -16,82 +16,14 @@
 #include "providers/filestore/failures.h"
 #include "providers/filestore/name_list.h"
 #include "providers/filestore/platform.h"
-#include "providers/filestore/posixfs.h"
-#include "providers/filestore/purge.h"
 #include "providers/filestore/requeststate.h"
-#include "providers/filestore/sqlitemeta.h"
+#include "providers/filestore/walked.h"
 
 namespace filestore {
 
 namespace {
 
-constexpr WCHAR kStoreKey[] = u"Kest\\Configuration\\FileStore";
-constexpr WCHAR kVolumesKey[] = u"Kest\\Configuration\\FileStore\\Volumes";
-
-// Four decimal numbers with dots between them.
-bool ParseAddress(const std::string& text, UINT8 (&out)[4])
-{
-    unsigned parts[4];
-    char rest = 0;
-    if (std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%c", &parts[0], &parts[1], &parts[2], &parts[3],
-                    &rest) != 4 ||
-        *std::max_element(parts, parts + 4) > 255)
-        return false;
-    std::copy(parts, parts + 4, out);
-    return true;
-}
-
 std::atomic<UINT64> g_stores{0};
-
-Store::Options ReadOptions()
-{
-    Store::Options options;
-    options.now = SystemTime;
-    std::string sync;
-    if (ReadText(kStoreKey, u"Sync", &sync)) {
-        if (sync == "none")
-            options.sync = SyncLevel::None;
-        else if (sync == "full")
-            options.sync = SyncLevel::Full;
-        else if (sync != "data")
-            Log(kLogError, "'Sync' is \"" + sync +
-                               "\"; expected \"none\", \"data\" or \"full\". Using \"data\"");
-    }
-    (void)ReadNumber(kStoreKey, u"Keep Deleted", &options.keepDeletedDays); // else the default
-    UINT32 keepFreeMiB = 256;
-    UINT32 reserveKiB = 1024;
-    (void)ReadNumber(kStoreKey, u"Keep Free", &keepFreeMiB);
-    (void)ReadNumber(kStoreKey, u"Reserve", &reserveKiB);
-    options.keepFreeBytes = UINT64{keepFreeMiB} << 20;
-    options.reserveBytes = UINT64{reserveKiB} << 10;
-    std::string address;
-    if (ReadText(kStoreKey, u"Server Address", &address) &&
-        !ParseAddress(address, options.serverAddress))
-        Log(kLogError,
-            "'Server Address' is \"" + address + "\"; expected an IPv4 address. Using 127.0.0.1");
-    return options;
-}
-
-std::vector<std::unique_ptr<Volume>> OpenVolumes(const Store::Options& options)
-{
-    std::vector<std::unique_ptr<Volume>> volumes;
-    for (NamedText& setting : ReadTexts(kVolumesKey)) {
-        if (!IsServableName(setting.name)) {
-            Log(kLogError, "volume '" + setting.name + "' cannot be served: not a usable name");
-            continue;
-        }
-        int error = 0;
-        std::unique_ptr<FileSystem> fs = OpenPosixFileSystem(setting.value.c_str(), &error);
-        if (!fs) {
-            Log(kLogError, "volume '" + setting.name + "' cannot be served: '" + setting.value +
-                               "': " + std::strerror(error));
-            continue;
-        }
-        volumes.push_back(std::make_unique<Volume>(std::move(setting.name), std::move(fs),
-                                                   options.sync, OpenSqliteMetadata));
-    }
-    return volumes;
-}
 
 } // namespace
 
@@ -111,28 +43,6 @@ Store::Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& option
     volumes_ = std::move(sorted);
     for (const auto& v : volumes_)
         v->SetReserve(options_.reserveBytes);
-}
-
-Store& Store::OfProcess()
-{
-    // Never destroyed: opened objects may be released while the process ends.
-    static Store* const store = [] {
-        const Options options = ReadOptions();
-        Store* const made = new Store(OpenVolumes(options), options);
-        made->SetPurger(std::make_unique<Purger>(*made));
-        return made;
-    }();
-    // The thread ends before what it uses of the process does.
-    static const struct Stop {
-        ~Stop()
-        {
-            store->SetPurger(nullptr);
-            for (const auto& volume : store->Volumes())
-                if (volume->Meta())
-                    volume->Meta()->Rest();
-        }
-    } stop;
-    return *store;
 }
 
 Volume* Store::FindVolume(std::string_view name) const
@@ -224,15 +134,23 @@ TALSTATUS Store::OpenMetadata(const Volume& volume, std::unique_ptr<MetadataSess
     return volume.Meta() ? volume.Meta()->Open(out) : Failure(kCodeAccessDenied);
 }
 
-std::string Store::ModulePath()
+bool Target::IsDeletedEntry() const
 {
-    std::string path;
-    return ReadText(u"Kest\\Configuration\\KestDav", u"Moniker", &path) ? path : "/Ferro";
+    return deletedId && path.View() == ".kest/deleted/" + std::to_string(deletedId);
+}
+
+std::string Target::ShownName() const
+{
+    if (IsRoot())
+        return "/";
+    if (IsDeletedEntry())
+        return deletedName;
+    return path.Length() ? std::string(LeafOf(path.View())) : volume->Name();
 }
 
 Store::~Store() = default;
 
-void Store::SetPurger(std::unique_ptr<Purger> purger)
+void Store::SetPurger(std::unique_ptr<BackgroundWork> purger)
 {
     purger_ = std::move(purger);
 }

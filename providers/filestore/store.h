@@ -1,15 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The volumes of this process, and how provider paths lead into them.
-//
-// Settings, read once when the store is first used:
-//   'Kest\Configuration\FileStore\Volumes'   one text value per volume: name = directory
-//   'Kest\Configuration\FileStore'
-//     'Sync'            "none", "data" (default) or "full", see SyncLevel
-//     'Keep Deleted'    days for which deleted entries are kept, default 30; 0: not at all
-//     'Keep Free'       MiB; while less is free, kept entries give way, default 256
-//     'Reserve'         KiB that deletions and unlocking can use on a full disk, default 1024
-//     'Server Address'  IPv4 address that a collection's location is shown with, default 127.0.0.1
 #pragma once
 
 #include <memory>
@@ -24,6 +15,14 @@
 
 namespace filestore {
 
+// Work that goes on beside the requests and can be woken.
+class BackgroundWork {
+  public:
+    virtual ~BackgroundWork() = default;
+    // Something is there to be removed at once.
+    virtual void Wake() = 0;
+};
+
 class Store {
   public:
     struct Options {
@@ -37,9 +36,6 @@ class Store {
     };
     Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& options);
     ~Store();
-
-    // The store of this process, made from the registry at the first call.
-    static Store& OfProcess();
 
     const std::vector<std::unique_ptr<Volume>>& Volumes() const { return volumes_; }
     const Options& Settings() const { return options_; }
@@ -59,13 +55,11 @@ class Store {
     // literal name and a page is what is asked for (GET, HEAD); `target` then holds the real path.
     TALSTATUS OpenExisting(Target* target, OpenFor purpose, OpenFile* out, FileInfo* info) const;
 
-    // The URI path under which the module serves: its top-level moniker.
-    static std::string ModulePath();
     // The volume's metadata; code 6 when the volume is read-only.
     static TALSTATUS OpenMetadata(const Volume& volume, std::unique_ptr<MetadataSession>* out);
 
     // The thread that removes what need not be kept; null in a store without one.
-    void SetPurger(std::unique_ptr<class Purger> purger);
+    void SetPurger(std::unique_ptr<BackgroundWork> purger);
     void WakePurger() const;
 
   private:
@@ -78,7 +72,7 @@ class Store {
     std::vector<std::unique_ptr<Volume>> volumes_; // in listing order
     const Options options_;
     const UINT64 started_;
-    std::unique_ptr<class Purger> purger_;
+    std::unique_ptr<BackgroundWork> purger_;
 };
 
 } // namespace filestore

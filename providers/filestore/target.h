@@ -22,7 +22,7 @@ struct Target {
     std::string deletedName;
 
     bool IsRoot() const { return volume == nullptr; }
-    // The deleted entry itself, not something in it.
+    // Both in store.cpp. The deleted entry itself, not something in it.
     bool IsDeletedEntry() const;
     // The name under which the object is shown.
     std::string ShownName() const;

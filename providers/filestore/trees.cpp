@@ -16,6 +16,7 @@
 #include "providers/filestore/transfer.h"
 #include "providers/filestore/treecopy.h"
 #include "providers/filestore/upload.h"
+#include "providers/filestore/walked.h"
 
 namespace filestore {
 

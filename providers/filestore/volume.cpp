@@ -14,6 +14,7 @@
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/settle.h"
+#include "providers/filestore/walked.h"
 
 namespace filestore {
 

@@ -67,6 +67,12 @@ TEST(Address, LoopbackIsThisMachineOnly)
     EXPECT_TRUE(IsIpv4Address("1.2.3.4"));
     EXPECT_FALSE(IsIpv4Address("1.2.3.256"));
     EXPECT_FALSE(IsIpv4Address(std::string_view("1.2.3.4\0", 8)));
+    uint8_t bytes[4] = {9, 9, 9, 9};
+    EXPECT_FALSE(ParseIpv4Address("1.2.3", bytes));
+    EXPECT_EQ(bytes[0], 9);
+    EXPECT_TRUE(ParseIpv4Address("1.2.3.255", bytes));
+    EXPECT_EQ(bytes[0], 1);
+    EXPECT_EQ(bytes[3], 255);
     EXPECT_TRUE(IsIpv6Address("fe80::1"));
     EXPECT_FALSE(IsIpv6Address("1.2.3.4"));
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Open directories, and those that a request has open anyway.
-#include "providers/filestore/directory.h"
+// Directories that a request has open anyway.
+#include "providers/filestore/walked.h"
 
 #include <vector>
 
