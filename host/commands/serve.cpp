@@ -21,6 +21,7 @@
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
 #include "host/components/host_classes.h"
+#include "host/module/call_context.h"
 #include "host/net/server.h"
 #include <kest/req.h>
 #include <kest/sdk/text.h>

@@ -12,7 +12,7 @@
 #include "host/components/attributes.h"
 #include "host/components/directory.h"
 #include "host/components/events.h"
-#include "host/components/object_store.h"
+#include "host/components/object_stores.h"
 #include "host/components/server_service.h"
 
 namespace kestd {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 
+#include "host/http/chunked_decoder.h"
 #include "host/http/message_framing.h"
 #include "host/net/buffer.h"
 #include "host/net/socket_stream.h"

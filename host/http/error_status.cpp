@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/http/error_status.h"
 
-#include "host/http/response.h"
+#include "host/http/status_text.h"
 #include <kest/status.h>
 
 namespace kestd {

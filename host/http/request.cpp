@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/http/request.h"
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
 
 namespace kestd {
 
 const std::string_view* Request::FindHeader(std::string_view name)
 {
     for (const Field& field : joined_)
-        if (EqualsIgnoringCase(field.name, name))
+        if (base::EqualsIgnoringCase(field.name, name))
             return field.value.data() ? &field.value : nullptr;
     const Field* const first = head.Find(name);
     if (!first || !head.FindNext(*first, name))
         return first ? &first->value : nullptr;
     // RFC 9110 section 5.3; cookies are the exception (RFC 6265 section 5.4).
-    const std::string_view separator = EqualsIgnoringCase(name, "Cookie") ? "; " : ", ";
+    const std::string_view separator = base::EqualsIgnoringCase(name, "Cookie") ? "; " : ", ";
     std::string value;
     for (const Field* field = first; field; field = head.FindNext(*field, name)) {
         if (!value.empty())
@@ -38,7 +38,7 @@ void Request::HideHeader(std::string_view name)
 void Request::Overrule(std::string_view name, std::string_view value)
 {
     for (Field& field : joined_) {
-        if (EqualsIgnoringCase(field.name, name)) {
+        if (base::EqualsIgnoringCase(field.name, name)) {
             field.value = value;
             return;
         }

@@ -9,6 +9,7 @@
 
 #include "base/ascii.h"
 #include "base/http_date.h"
+#include "host/http/status_text.h"
 #include "host/net/monotonic_clock.h"
 
 namespace kestd {
@@ -310,82 +311,6 @@ bool Response::Flush(const void* extra, size_t size, bool isFinal)
         isBroken_ = true;
     gathered_.Clear();
     return !isBroken_;
-}
-
-std::string_view ReasonPhrase(int status) noexcept
-{
-    switch (status) {
-    case 200:
-        return "OK";
-    case 201:
-        return "Created";
-    case 204:
-        return "No Content";
-    case 206:
-        return "Partial Content";
-    case 207:
-        return "Multi-Status";
-    case 301:
-        return "Moved Permanently";
-    case 302:
-        return "Found";
-    case 304:
-        return "Not Modified";
-    case 307:
-        return "Temporary Redirect";
-    case 400:
-        return "Bad Request";
-    case 401:
-        return "Unauthorized";
-    case 403:
-        return "Forbidden";
-    case 404:
-        return "Not Found";
-    case 405:
-        return "Method Not Allowed";
-    case 408:
-        return "Request Timeout";
-    case 409:
-        return "Conflict";
-    case 412:
-        return "Precondition Failed";
-    case 413:
-        return "Content Too Large";
-    case 414:
-        return "URI Too Long";
-    case 421:
-        return "Misdirected Request";
-    case 429:
-        return "Too Many Requests";
-    case 415:
-        return "Unsupported Media Type";
-    case 416:
-        return "Range Not Satisfiable";
-    case 417:
-        return "Expectation Failed";
-    case 422:
-        return "Unprocessable Content";
-    case 423:
-        return "Locked";
-    case 424:
-        return "Failed Dependency";
-    case 431:
-        return "Request Header Fields Too Large";
-    case 500:
-        return "Internal Server Error";
-    case 501:
-        return "Not Implemented";
-    case 502:
-        return "Bad Gateway";
-    case 503:
-        return "Service Unavailable";
-    case 505:
-        return "HTTP Version Not Supported";
-    case 507:
-        return "Insufficient Storage";
-    default:
-        return "";
-    }
 }
 
 } // namespace kestd

@@ -92,7 +92,4 @@ class Response {
     bool discardsBody_ = false; // replaced: the module's body is not wanted
 };
 
-// "Not Found" for 404; empty for a number without a name.
-std::string_view ReasonPhrase(int status) noexcept;
-
 } // namespace kestd

@@ -3,7 +3,6 @@
 
 #include <utility>
 
-#include "host/net/server.h"
 #include <kest/host.h>
 #include <kest/identifiers.h>
 #include <kest/layout.h>

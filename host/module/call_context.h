@@ -9,6 +9,7 @@
 #include <kest/host.h>
 #include <kest/io.h>
 #include <kest/types.h>
+#include <kest/unknown.h>
 
 namespace kestd {
 
@@ -69,5 +70,8 @@ class CallScope {
     RunningCall& call_;
     RunningCall* before_;
 };
+
+// The class object of CLSID_KestCallContext: the request that runs on the calling thread.
+IClassFactory* CallContextFactory();
 
 } // namespace kestd

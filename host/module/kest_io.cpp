@@ -6,8 +6,8 @@
 #include <limits>
 #include <new>
 
-#include "host/http/ascii.h"
-#include "host/http/utf.h"
+#include "base/ascii.h"
+#include "base/utf.h"
 #include "host/net/settings_holder.h"
 #include "host/pipeline/pipeline.h"
 #include <kest/identifiers.h>
@@ -69,13 +69,13 @@ UNICODE_STRING MakeWide(Arena& arena, std::u16string_view text, size_t spare)
 // The same from UTF-8. False when it is none.
 bool MakeWide(Arena& arena, std::string_view text, size_t spare, UNICODE_STRING& out)
 {
-    if (IsAscii(text)) {
+    if (base::IsAscii(text)) {
         out = MakeRoom(arena, text.size(), spare);
         std::copy(text.begin(), text.end(), out.Buffer);
         return true;
     }
     std::u16string wide;
-    if (!AppendWide(text, wide))
+    if (!base::AppendUtf16(text, wide))
         return false;
     out = MakeWide(arena, wide, spare);
     return true;
@@ -86,7 +86,7 @@ TALSTATUS CopyWide(std::string_view text, UNICODE_STRING* out)
     if (!out || !out->Buffer)
         return Failure(kCodeInvalidParameter);
     std::u16string wide;
-    if (!AppendWide(text, wide))
+    if (!base::AppendUtf16(text, wide))
         return Failure(kCodeUnsuccessful);
     const size_t bytes = wide.size() * sizeof(WCHAR);
     if (bytes > out->MaximumLength)

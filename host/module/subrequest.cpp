@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/module/subrequest.h"
 
-#include "host/http/ascii.h"
-#include "host/http/utf.h"
 #include <kest/identifiers.h>
 #include <kest/status.h>
+
+#include "base/ascii.h"
+#include "base/percent.h"
+#include "base/utf.h"
 
 namespace kestd {
 
@@ -29,9 +31,9 @@ template <class T, class U> TALSTATUS Give(T* out, U value) noexcept
 } // namespace
 
 Subrequest::Subrequest(Exchange& behind, std::string_view path, UINT32 method)
-    : behind_(behind), behindIo_(behind), method_(method), escaped_(EscapePath(path))
+    : behind_(behind), behindIo_(behind), method_(method), escaped_(base::PercentEncode(path))
 {
-    if (!AppendWide(path, path_))
+    if (!base::AppendUtf16(path, path_))
         path_.clear(); // cannot happen: the path was decoded from valid text
     const size_t units = path_.size();
     path_.resize(units + kSpareUnits);
@@ -109,7 +111,7 @@ TALSTATUS Subrequest::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name || !length)
         return Failure(kCodeInvalidParameter);
-    if (lockToken_.empty() || !EqualsIgnoringCase(name, "Lock-Token"))
+    if (lockToken_.empty() || !base::EqualsIgnoringCase(name, "Lock-Token"))
         return Failure(kCodeNotFound);
     const UINT32 room = buffer ? *length : 0;
     *length = static_cast<UINT32>(lockToken_.size() + (lockToken_.size() >= room ? 1 : 0));
@@ -176,7 +178,7 @@ TALSTATUS Subrequest::SetReplyHeader(char* name, UINT32 length, char* value)
     if (!name || (length && !value))
         return Failure(kCodeInvalidParameter);
     try {
-        if (EqualsIgnoringCase(name, "Last-Modified"))
+        if (base::EqualsIgnoringCase(name, "Last-Modified"))
             lastModified_.assign(value, length);
         return TAL_STATUS_SUCCESS;
     } catch (const std::bad_alloc&) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/descriptor.h"
 #include "host/net/connection_registry.h"
 #include "host/net/monotonic_clock.h"
 #include "host/net/settings_holder.h"
@@ -34,7 +35,7 @@ constexpr int kRounds = 8;
 } // namespace
 
 Connection::Connection(const ConnectionServices& services,
-                       std::shared_ptr<const EffectiveSettings> settings, Descriptor socket,
+                       std::shared_ptr<const EffectiveSettings> settings, base::Descriptor socket,
                        ClientLimits::Place place, const sockaddr_storage& peer)
     : services_(services), place_(std::move(place)), socket_(std::move(socket)),
       stream_(socket_.Number(), settings->tls.get()), settings_(std::move(settings))

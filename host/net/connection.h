@@ -10,9 +10,10 @@
 #include <memory>
 #include <string_view>
 
+#include "base/descriptor.h"
 #include "host/net/buffer.h"
 #include "host/net/client_limits.h"
-#include "host/net/descriptor.h"
+#include "host/net/connection_registry.h"
 #include "host/net/event_loop.h"
 #include "host/net/fiber.h"
 #include "host/net/socket_stream.h"
@@ -20,13 +21,11 @@
 namespace kestd {
 
 class AccessLog;
-class ConnectionRegistry;
 class Exchange;
 class Pipeline;
 class RunningCall;
 class SettingsHolder;
 struct EffectiveSettings;
-struct Limits;
 
 // What connections work with; all of it outlives them.
 struct ConnectionServices {
@@ -44,19 +43,14 @@ struct ConnectionServices {
 // left of a reply is sent as the client takes it, and a handler in between runs on a fiber, which
 // stops where it would wait. At any time either nobody or one thread runs the connection, so its
 // members need no lock; the exceptions are said. Deletes itself.
-class Connection final : public EventHandler, public Waiter, public WaitingRequest {
+class Connection final : public EventHandler,
+                         public Waiter,
+                         public WaitingRequest,
+                         public RegisteredConnection {
   public:
-    // What the clock's thread looks at: the time, since it last looked, and whether few more
-    // connections may be opened. Milliseconds.
-    struct Moment {
-        int64_t now;
-        int64_t elapsed;
-        bool isCrowded;
-    };
-
     // Throws std::bad_alloc.
     Connection(const ConnectionServices& services,
-               std::shared_ptr<const EffectiveSettings> settings, Descriptor socket,
+               std::shared_ptr<const EffectiveSettings> settings, base::Descriptor socket,
                ClientLimits::Place place, const sockaddr_storage& peer);
     // A handler that has stopped runs to its end first, as if its client had left.
     ~Connection();
@@ -68,20 +62,13 @@ class Connection final : public EventHandler, public Waiter, public WaitingReque
     // Says 503 and goes: there are too many connections.
     void RejectOverload();
 
-    // From any thread, while the connection is in the list:
-    // Ends a wait whose time is up, that keeps others out, or whose client is too slow. For the
-    // clock's thread only.
-    void Check(const Moment& moment, const Limits& limits) noexcept;
-    void ExpireIfIdle() noexcept;
-    void GiveUp() noexcept override; // whatever it does fails from now on
+    void Check(const Moment& moment, const Limits& limits) noexcept override;
+    void ExpireIfIdle() noexcept override;
+    void GiveUp() noexcept override;
 
     void OnReady(Event event) noexcept override;
     bool Wait(For what, int64_t deadline) override;
     bool IsGivenUp() const noexcept override { return isGivenUp_; }
-
-    // The registry's list; guarded by its lock.
-    Connection* next = nullptr;
-    Connection* previous = nullptr;
 
   private:
     enum class State {
@@ -132,7 +119,7 @@ class Connection final : public EventHandler, public Waiter, public WaitingReque
 
     const ConnectionServices& services_;
     const ClientLimits::Place place_;
-    const Descriptor socket_;
+    const base::Descriptor socket_;
     EventLoop::Registration registration_ = 0;
     EventLoop::Interest interest_ = EventLoop::Interest::Input; // as the loop knows it
     For waitsFor_ = For::Input;

@@ -2,11 +2,10 @@
 #include "host/net/connection_registry.h"
 
 #include "host/config/settings.h"
-#include "host/net/connection.h"
 
 namespace kestd {
 
-void ConnectionRegistry::Add(Connection& connection)
+void ConnectionRegistry::Add(RegisteredConnection& connection)
 {
     const std::lock_guard lock(mutex_);
     connection.next = first_;
@@ -16,7 +15,7 @@ void ConnectionRegistry::Add(Connection& connection)
     ++count_;
 }
 
-void ConnectionRegistry::Remove(Connection& connection)
+void ConnectionRegistry::Remove(RegisteredConnection& connection)
 {
     const std::lock_guard lock(mutex_);
     if (connection.previous)
@@ -35,21 +34,21 @@ void ConnectionRegistry::ExpireDeadlines(int64_t now, const Limits& limits)
     expiredBefore_ = now;
     const bool isCrowded = Count() > limits.connections - limits.connections / 8;
     const std::lock_guard lock(mutex_);
-    for (Connection* each = first_; each; each = each->next)
+    for (RegisteredConnection* each = first_; each; each = each->next)
         each->Check({now, elapsed, isCrowded}, limits);
 }
 
 void ConnectionRegistry::CloseIdle()
 {
     const std::lock_guard lock(mutex_);
-    for (Connection* each = first_; each; each = each->next)
+    for (RegisteredConnection* each = first_; each; each = each->next)
         each->ExpireIfIdle();
 }
 
 void ConnectionRegistry::CloseAll()
 {
     const std::lock_guard lock(mutex_);
-    for (Connection* each = first_; each; each = each->next) {
+    for (RegisteredConnection* each = first_; each; each = each->next) {
         each->ExpireIfIdle();
         each->GiveUp();
     }

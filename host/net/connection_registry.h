@@ -12,16 +12,39 @@
 
 namespace kestd {
 
-class Connection;
 struct Limits;
+
+// A connection as its server sees it. Its operations are called by any thread while it is in the
+// list, with the list's lock held.
+class RegisteredConnection {
+  public:
+    // What the clock's thread looks at: the time, since it last looked, and whether few more
+    // connections may be opened. Milliseconds.
+    struct Moment {
+        int64_t now;
+        int64_t elapsed;
+        bool isCrowded;
+    };
+    virtual ~RegisteredConnection() = default;
+
+    // Ends a wait whose time is up, that keeps others out, or whose client is too slow. For the
+    // clock's thread only.
+    virtual void Check(const Moment& moment, const Limits& limits) noexcept = 0;
+    virtual void ExpireIfIdle() noexcept = 0;
+    virtual void GiveUp() noexcept = 0; // whatever it does fails from now on
+
+    // The list's.
+    RegisteredConnection* next = nullptr;
+    RegisteredConnection* previous = nullptr;
+};
 
 // Thread-safe.
 class ConnectionRegistry {
   public:
     // Remove comes before the socket is closed, so that whoever goes through the list can use every
     // socket in it.
-    void Add(Connection& connection);
-    void Remove(Connection& connection);
+    void Add(RegisteredConnection& connection);
+    void Remove(RegisteredConnection& connection);
     size_t Count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
     // Ends waits whose time is up (`now` is NowMs). For one thread, at regular intervals.
@@ -35,7 +58,7 @@ class ConnectionRegistry {
   private:
     std::mutex mutex_; // guards the list
     std::condition_variable isEmpty_;
-    Connection* first_ = nullptr;
+    RegisteredConnection* first_ = nullptr;
     std::atomic<size_t> count_{0};
     int64_t expiredBefore_ = 0; // when ExpireDeadlines was called last; 0 for never
 };

@@ -33,6 +33,30 @@ class EventHandler {
 // One epoll set that any number of threads serve. Descriptors are registered once, edge-triggered:
 // waiting again costs no system call. What a thread finds ready beyond its first piece of work
 // stands in its queue, from which threads without work take it.
+//
+// A registration is in one of four states. "Event" is what epoll tells, or what Schedule makes:
+//
+//            Reserve             Watch, Release
+//   (none) ----------> [ held ] ----------------> [ waiting ]
+//      ^                |  | ^                         |
+//      |     Remove     |  | |     event: OnReady      |
+//      +----------------+  | +-------------------------+
+//      ^             event | | Release, which then says no
+//      |     Remove        v |
+//      +---------- [ held, and more has come ] (a further event changes nothing)
+//
+// - At any time nobody or one thread holds a registration; only the holder calls its handler's
+//   object, Release, Expect and Remove. So a handler needs no lock for what only it uses.
+// - An event for a registration that waits makes the thread that found it the holder and calls
+//   OnReady. For one that is held it is remembered: Release then returns false, and the holder
+//   looks again. No event is lost, and none is told twice.
+// - An event for a registration that is gone reaches nobody: its number is never used again (state
+//   and generation are one atomic word; every change of state is a compare-and-exchange on it).
+//
+// A thread takes work in this order: what stands in the queues of others (StealWork), what epoll
+// has, what was scheduled. While other threads are free it fetches one event at a time, else up to
+// sixteen. A write to the wake-up descriptor, which is never read, is an edge that ends the wait of
+// one thread.
 class EventLoop {
   public:
     // Names a registration. None ever gets the name of another, so an event that comes late for one

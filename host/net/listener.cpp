@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/descriptor.h"
 #include "host/net/connection_registry.h"
 #include "host/net/monotonic_clock.h"
 #include "host/net/settings_holder.h"
@@ -58,15 +59,15 @@ bool IsFarOver(size_t connections, size_t limit)
 
 } // namespace
 
-Descriptor OpenListeningSocket(ListenAddress& where, std::string& error)
+base::Descriptor OpenListeningSocket(ListenAddress& where, std::string& error)
 {
     sockaddr_storage address{};
     socklen_t size = 0;
     if (!FillAddress(where, address, size)) {
         error = "cannot listen on " + where.address + ": not a numeric address";
-        return Descriptor();
+        return base::Descriptor();
     }
-    Descriptor made(socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    base::Descriptor made(socket(address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int fd = made.Number();
     const int on = 1;
     if (fd >= 0) {
@@ -78,7 +79,7 @@ Descriptor OpenListeningSocket(ListenAddress& where, std::string& error)
         listen(fd, SOMAXCONN) != 0 ||
         getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
         error = Reason(where, errno);
-        return Descriptor();
+        return base::Descriptor();
     }
     where.port = ntohs(address.ss_family == AF_INET6
                            ? reinterpret_cast<const sockaddr_in6&>(address).sin6_port
@@ -86,7 +87,7 @@ Descriptor OpenListeningSocket(ListenAddress& where, std::string& error)
     return made;
 }
 
-Listener::Listener(const ConnectionServices& services, Descriptor socket)
+Listener::Listener(const ConnectionServices& services, base::Descriptor socket)
     : services_(services), socket_(std::move(socket)),
       registration_(services.loop.Add(socket_.Number(), *this))
 {
@@ -114,7 +115,7 @@ bool Listener::AcceptSome()
     for (int i = 0; i < kAcceptBatch; ++i) {
         sockaddr_storage peer{};
         socklen_t size = sizeof peer;
-        Descriptor client(
+        base::Descriptor client(
             accept4(socket_.Number(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
         if (client.Number() >= 0) {
             Admit(std::move(client), peer);
@@ -139,7 +140,7 @@ void Listener::Pause()
     isPaused_ = true;
 }
 
-void Listener::Admit(Descriptor client, const sockaddr_storage& peer)
+void Listener::Admit(base::Descriptor client, const sockaddr_storage& peer)
 {
     const std::shared_ptr<const EffectiveSettings> settings = services_.settings.Snapshot();
     const Limits& limits = settings->server.limits;

@@ -9,21 +9,21 @@
 #include <cstdint>
 #include <string>
 
+#include "base/descriptor.h"
 #include "host/config/settings.h"
 #include "host/net/connection.h"
-#include "host/net/descriptor.h"
 #include "host/net/event_loop.h"
 
 namespace kestd {
 
 // Binds and listens; `where` gets the real port. On failure nothing, with a text in `error`.
-Descriptor OpenListeningSocket(ListenAddress& where, std::string& error);
+base::Descriptor OpenListeningSocket(ListenAddress& where, std::string& error);
 
 // One listening socket. Accepts connections once Begin has been called.
 class Listener final : public EventHandler {
   public:
     // `services` outlives the listener. Throws std::bad_alloc or std::system_error.
-    Listener(const ConnectionServices& services, Descriptor socket);
+    Listener(const ConnectionServices& services, base::Descriptor socket);
     ~Listener() { services_.loop.Remove(registration_); }
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
@@ -40,10 +40,10 @@ class Listener final : public EventHandler {
   private:
     bool AcceptSome();
     void Pause();
-    void Admit(Descriptor client, const sockaddr_storage& peer);
+    void Admit(base::Descriptor client, const sockaddr_storage& peer);
 
     const ConnectionServices& services_;
-    const Descriptor socket_;
+    const base::Descriptor socket_;
     const EventLoop::Registration registration_;
     std::atomic<bool> isPaused_{false};
     int64_t warnsAgain_ = 0; // NowMs

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <thread>
 
+#include "base/descriptor.h"
 #include "host/http/access_log.h"
 #include "host/module/module_handler.h"
 #include "host/net/buffer.h"
@@ -147,7 +148,7 @@ std::string Server::Impl::Publish(ServerSettings settings)
 std::string Server::Impl::Listen(ListenAddress where)
 {
     std::string error;
-    Descriptor socket = OpenListeningSocket(where, error);
+    base::Descriptor socket = OpenListeningSocket(where, error);
     if (!error.empty())
         return error;
     addresses_.push_back(where);

@@ -11,7 +11,6 @@
 #include "host/config/settings.h"
 #include "host/pipeline/access_control.h"
 #include <kest/req.h>
-#include <kest/unknown.h>
 
 namespace kestd {
 
@@ -46,8 +45,5 @@ class Server {
     class Impl;
     std::unique_ptr<Impl> impl_;
 };
-
-// The class object of CLSID_KestCallContext: the request that runs on the calling thread.
-IClassFactory* CallContextFactory();
 
 } // namespace kestd

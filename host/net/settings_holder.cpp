@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <string_view>
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
+#include "base/host_name.h"
+#include "base/uri.h"
 #include "host/http/target.h"
-#include "host/net/socket_stream.h"
+#include "host/net/tls.h"
 
 namespace kestd {
 
@@ -18,13 +20,13 @@ bool ReadPublicUrl(EffectiveSettings& settings)
     std::string_view url = settings.server.publicUrl;
     std::string_view scheme;
     std::string_view host;
-    if (!TakeOrigin(url, scheme, host))
+    if (!base::TakeOrigin(url, scheme, host))
         return false;
     std::string_view name;
     std::string_view port;
-    SplitHost(host, name, port);
+    base::SplitHost(host, name, port);
     settings.publicHost = name;
-    settings.isPublicSecure = EqualsIgnoringCase(scheme, "https");
+    settings.isPublicSecure = base::EqualsIgnoringCase(scheme, "https");
     settings.publicPort =
         !port.empty() ? port : std::string_view(settings.isPublicSecure ? "443" : "80");
     return true;

@@ -105,9 +105,4 @@ class SocketStream {
     Buffer unsent_;
 };
 
-// A server context from PEM files: TLS 1.2 and later, HTTP/1.1 by ALPN. Null with a reason in
-// `error`.
-std::shared_ptr<ssl_ctx_st> LoadTlsContext(const std::string& certificate, const std::string& key,
-                                           std::string& error);
-
 } // namespace kestd

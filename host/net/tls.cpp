@@ -12,8 +12,6 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
-#include "host/net/socket_stream.h"
-
 namespace kestd {
 
 namespace {

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <string>
 
 struct ssl_st;
 struct ssl_ctx_st;
@@ -18,5 +20,10 @@ ssl_st* MakeTlsSession(ssl_ctx_st* context, int fd);
 int TlsRead(ssl_st* ssl, void* to, size_t size, size_t& got);
 int TlsWrite(ssl_st* ssl, const void* from, size_t size, size_t& written);
 void TlsEnd(ssl_st* ssl); // sends the closure alert as far as it goes
+
+// A server context from PEM files: TLS 1.2 and later, HTTP/1.1 by ALPN. Null with a reason in
+// `error`.
+std::shared_ptr<ssl_ctx_st> LoadTlsContext(const std::string& certificate, const std::string& key,
+                                           std::string& error);
 
 } // namespace kestd

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/pipeline/ancestor_collections.h"
 
+#include "base/percent.h"
+#include "base/uri.h"
 #include "host/http/short_reply.h"
 
 namespace kestd {
@@ -9,7 +11,7 @@ namespace {
 
 void AppendCollection(std::string& text, std::string_view path)
 {
-    text.append("<D:response><D:href>").append(EscapePath(path));
+    text.append("<D:response><D:href>").append(base::PercentEncode(path));
     if (text.back() != '/')
         text.push_back('/');
     text.append("</D:href><D:propstat><D:prop><D:resourcetype><D:collection/>"
@@ -38,7 +40,7 @@ bool IsAncestorOf(std::string_view path, std::string_view location) noexcept
 {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);
-    return path == "/" || (path != location && IsUnder(location, path));
+    return path == "/" || (path != location && base::IsUnder(location, path));
 }
 
 void ServeAncestor(Exchange& exchange, const std::string& location)
@@ -49,7 +51,7 @@ void ServeAncestor(Exchange& exchange, const std::string& location)
         return SendOptions(exchange);
     case KestMethodGet:
     case KestMethodHead:
-        response.SetHeader("Location", EscapePath(location) + "/");
+        response.SetHeader("Location", base::PercentEncode(location) + "/");
         response.SetHeader("Content-Length", "0");
         response.Begin(302);
         return;

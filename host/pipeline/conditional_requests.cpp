@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
 
 namespace kestd {
 
@@ -15,7 +15,7 @@ uint64_t DateOrder(std::string_view date) noexcept
         return 0;
     uint64_t digits = 0; // day, year and time as they are written
     for (size_t i = 0; i < kForm.size(); ++i) {
-        if (kForm[i] == 'd' ? !IsDigit(date[i])
+        if (kForm[i] == 'd' ? !base::IsDigit(date[i])
                             : kForm[i] != 'w' && kForm[i] != 'm' && kForm[i] != date[i])
             return 0;
         if (kForm[i] == 'd')

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/pipeline/copy_move_headers.h"
 
-#include "host/http/ascii.h"
-#include "host/http/utf.h"
+#include "base/ascii.h"
+#include "base/host_name.h"
+#include "base/uri.h"
+#include "base/utf.h"
 #include "host/net/settings_holder.h"
 
 namespace kestd {
@@ -23,9 +25,9 @@ bool IsSameHost(std::string_view a, std::string_view b) noexcept
     std::string_view portA;
     std::string_view nameB;
     std::string_view portB;
-    SplitHost(a, nameA, portA);
-    SplitHost(b, nameB, portB);
-    return EqualsIgnoringCase(nameA, nameB) && IsSamePort(portA, portB);
+    base::SplitHost(a, nameA, portA);
+    base::SplitHost(b, nameB, portB);
+    return base::EqualsIgnoringCase(nameA, nameB) && IsSamePort(portA, portB);
 }
 
 bool IsOurHost(const Exchange& exchange, std::string_view host)
@@ -53,7 +55,7 @@ int ReadDestination(Exchange& exchange, const std::string& location)
     if (rest.front() != '/') {
         std::string_view scheme;
         std::string_view host;
-        if (!TakeOrigin(rest, scheme, host))
+        if (!base::TakeOrigin(rest, scheme, host))
             return 400;
         if (!IsOurHost(exchange, host))
             return 502;
@@ -64,7 +66,7 @@ int ReadDestination(Exchange& exchange, const std::string& location)
     std::string raw;
     if (rest.find('?') != std::string_view::npos || !NormalisePath(rest, path, raw))
         return 400;
-    if (!IsUnder(path, location))
+    if (!base::IsUnder(path, location))
         return 502;
     if (path.size() > location.size() + 1 && path.back() == '/')
         path.pop_back(); // as the module does with a request's own path
@@ -79,7 +81,7 @@ int ReadOverwriteAndDepth(Request& request, CopyMoveTarget& target)
         return 400;
     target.allowsOverwrite = target.overwrites = !overwrite || *overwrite == "T";
     const std::string_view* depth = request.FindHeader("Depth");
-    if (!depth || EqualsIgnoringCase(*depth, "infinity"))
+    if (!depth || base::EqualsIgnoringCase(*depth, "infinity"))
         target.depth = -1;
     else if (*depth == "0" && request.method == KestMethodCopy)
         target.depth = 0;
@@ -92,14 +94,14 @@ bool IsInside(std::string_view path, std::string_view source) noexcept
 {
     if (source.size() > 1 && source.back() == '/')
         source.remove_suffix(1);
-    return path.size() > source.size() && IsUnder(path, source);
+    return path.size() > source.size() && base::IsUnder(path, source);
 }
 
 // The destination as GetCopyInfo (a URL) or GetMoveInfo (a path) hands it out.
 bool MakeDestination(const Request& request, CopyMoveTarget& target)
 {
     std::u16string path;
-    if (!AppendWide(target.path, path))
+    if (!base::AppendUtf16(target.path, path))
         return false;
     if (request.method != KestMethodCopy) {
         target.destination = std::move(path);
@@ -107,8 +109,8 @@ bool MakeDestination(const Request& request, CopyMoveTarget& target)
     }
     // The port is always written: the module looks for its location among all segments of the URL,
     // and a host of the same name must not be taken for it.
-    if (!AppendWide(request.isSecure ? "https://" : "http://", target.destination) ||
-        !AppendWide(request.hostname + ":" + request.port, target.destination))
+    if (!base::AppendUtf16(request.isSecure ? "https://" : "http://", target.destination) ||
+        !base::AppendUtf16(request.hostname + ":" + request.port, target.destination))
         return false;
     target.destination.append(CopyUrlPath(path));
     return true;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/pipeline/csrf.h"
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
+#include "base/host_name.h"
+#include "base/uri.h"
 
 namespace kestd {
 
@@ -13,17 +15,17 @@ bool IsOwnOrigin(Request& request, std::string_view url)
 {
     std::string_view scheme;
     std::string_view host;
-    if (!TakeOrigin(url, scheme, host))
+    if (!base::TakeOrigin(url, scheme, host))
         return false;
     const std::string_view* asked = request.FindHeader("Host");
-    if (asked && EqualsIgnoringCase(*asked, host))
+    if (asked && base::EqualsIgnoringCase(*asked, host))
         return true;
     std::string_view name;
     std::string_view port;
-    SplitHost(host, name, port);
+    base::SplitHost(host, name, port);
     if (port.empty())
-        port = EqualsIgnoringCase(scheme, "https") ? "443" : "80";
-    return EqualsIgnoringCase(name, request.hostname) && port == request.port;
+        port = base::EqualsIgnoringCase(scheme, "https") ? "443" : "80";
+    return base::EqualsIgnoringCase(name, request.hostname) && port == request.port;
 }
 
 // Told by "Sec-Fetch-Site", else "Origin", else "Referer"; programs send none of them and pass.

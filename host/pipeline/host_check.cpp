@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/pipeline/host_check.h"
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
+#include "base/host_name.h"
 #include "host/net/settings_holder.h"
 
 namespace kestd {
@@ -12,8 +13,9 @@ bool IsOwnName(std::string_view host, const std::string& publicHost)
 {
     std::string_view name;
     std::string_view port;
-    SplitHost(host, name, port);
-    return IsLoopbackHost(name) || (!publicHost.empty() && EqualsIgnoringCase(name, publicHost));
+    base::SplitHost(host, name, port);
+    return base::IsLoopbackHost(name) ||
+           (!publicHost.empty() && base::EqualsIgnoringCase(name, publicHost));
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
 
 namespace kestd {
 
@@ -30,7 +30,7 @@ std::optional<uint64_t> TakeNumber(std::string_view& text) noexcept
 
 bool Take(std::string_view& text, std::string_view what) noexcept
 {
-    if (!EqualsIgnoringCase(text.substr(0, what.size()), what))
+    if (!base::EqualsIgnoringCase(text.substr(0, what.size()), what))
         return false;
     text.remove_prefix(what.size());
     return true;
@@ -64,7 +64,7 @@ std::optional<ByteRange> ParseByteRange(std::string_view header) noexcept
     std::string_view text = header;
     if (!Take(text, "bytes="))
         return std::nullopt;
-    text = Trimmed(text);
+    text = base::Trimmed(text);
     ByteRange range;
     range.first = TakeNumber(text);
     if (!Take(text, "-"))

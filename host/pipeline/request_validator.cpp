@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/pipeline/request_validator.h"
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
+#include "base/host_name.h"
 #include "host/http/method.h"
 
 namespace kestd {
@@ -16,7 +17,7 @@ int ReadHost(Request& request, const EffectiveSettings& settings)
     if (host ? request.head.FindNext(*host, "Host") != nullptr : request.head.version == 11)
         return 400;
     std::string_view text = host ? host->value : std::string_view();
-    if (host && !IsValidHost(text))
+    if (host && !base::IsValidHost(text))
         return 400;
     if (!request.target.host.empty()) // RFC 9112 section 3.2.2: it takes the place of "Host"
         text = request.target.host;
@@ -27,7 +28,7 @@ int ReadHost(Request& request, const EffectiveSettings& settings)
     }
     std::string_view name;
     std::string_view port;
-    SplitHost(text, name, port);
+    base::SplitHost(text, name, port);
     request.hostname = name;
     request.port = port.empty() ? std::string_view(request.isSecure ? "443" : "80") : port;
     return 0;
@@ -56,7 +57,7 @@ int ReadRequest(Request& request, const EffectiveSettings& settings, MessageFram
     if (request.method == KestMethodUnknown)
         return 501;
     if (const Field* expect = request.head.Find("Expect"); expect && request.head.version == 11)
-        if (!EqualsIgnoringCase(expect->value, "100-continue"))
+        if (!base::EqualsIgnoringCase(expect->value, "100-continue"))
             return 417;
     return 0;
 }

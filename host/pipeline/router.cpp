@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/pipeline/router.h"
 
+#include "base/uri.h"
 #include "host/net/settings_holder.h"
 #include "host/pipeline/ancestor_collections.h"
 #include "host/pipeline/static_files.h"
@@ -16,7 +17,7 @@ Decision Router::OnRequest(Exchange& exchange) const
         SendOptions(exchange);
         return Decision::Replied();
     }
-    if (IsUnder(target.path, location_))
+    if (base::IsUnder(target.path, location_))
         return Decision::GoOn();
     constexpr std::string_view kWharf = "/Wharf/";
     const std::string& directory = exchange.settings->server.wharfDirectory;

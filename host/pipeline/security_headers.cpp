@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
 
 namespace kestd {
 
@@ -30,21 +30,21 @@ bool IsType(std::string_view value, std::string_view type) noexcept
     return value.size() >= type.size() &&
            (value.size() == type.size() || value[type.size()] == ';' ||
             value[type.size()] == ' ') &&
-           EqualsIgnoringCase(value.substr(0, type.size()), type);
+           base::EqualsIgnoringCase(value.substr(0, type.size()), type);
 }
 
 bool IsMedia(std::string_view type) noexcept
 {
     const std::string_view kind = type.substr(0, 6);
-    return EqualsIgnoringCase(kind, "audio/") || EqualsIgnoringCase(kind, "video/");
+    return base::EqualsIgnoringCase(kind, "audio/") || base::EqualsIgnoringCase(kind, "video/");
 }
 
 // Appends " HOST[:PORT]/Wharf/". False for what a policy cannot name, such as an IPv6 address.
 bool AppendWharf(std::string_view host, std::string& sources)
 {
     for (const char c : host)
-        if (!IsDigit(c) && !(Lower(c) >= 'a' && Lower(c) <= 'z') && c != '.' && c != '-' &&
-            c != '_' && c != ':')
+        if (!base::IsDigit(c) && !(base::Lower(c) >= 'a' && base::Lower(c) <= 'z') && c != '.' &&
+            c != '-' && c != '_' && c != ':')
             return false;
     if (!host.empty())
         sources.append(" ").append(host).append("/Wharf/");

@@ -4,43 +4,20 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
+#include "base/descriptor.h"
+#include "base/http_date.h"
+#include "base/open_beneath.h"
 #include "host/http/short_reply.h"
 
 namespace kestd {
 
 namespace {
-
-class File {
-  public:
-    explicit File(int fd) noexcept : fd_(fd) {}
-    ~File()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    int Fd() const noexcept { return fd_; }
-
-  private:
-    const int fd_;
-};
-
-int OpenBeneath(int directory, const std::string& name)
-{
-    open_how how{};
-    how.flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK; // a pipe must not hold the thread
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-    return static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how));
-}
 
 std::string_view TypeOf(std::string_view name) noexcept
 {
@@ -63,22 +40,9 @@ std::string_view TypeOf(std::string_view name) noexcept
     };
     for (const auto& row : kTypes)
         if (name.size() > row.ending.size() &&
-            EqualsIgnoringCase(name.substr(name.size() - row.ending.size()), row.ending))
+            base::EqualsIgnoringCase(name.substr(name.size() - row.ending.size()), row.ending))
             return row.type;
     return "application/octet-stream";
-}
-
-std::string HttpDate(time_t time)
-{
-    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    tm t{};
-    gmtime_r(&time, &t);
-    char text[64];
-    std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d GMT", kDays[t.tm_wday],
-                  t.tm_mday, kMonths[t.tm_mon], t.tm_year + 1900, t.tm_hour, t.tm_min, t.tm_sec);
-    return text;
 }
 
 // If-None-Match goes before If-Modified-Since (RFC 9110 section 13.2.2). The date is compared as
@@ -88,7 +52,7 @@ bool IsFresh(Request& request, std::string_view tag, std::string_view date)
     if (const std::string_view* tags = request.FindHeader("If-None-Match")) {
         std::string_view list = *tags;
         std::string_view element;
-        while (NextElement(list, element)) {
+        while (base::NextElement(list, element)) {
             if (element.substr(0, 2) == "W/")
                 element.remove_prefix(2);
             if (element == tag || element == "*")
@@ -131,17 +95,22 @@ void ServeStaticFile(Exchange& exchange, const std::string& directory, const std
         response.SetHeader("Allow", "GET, HEAD");
         return SendError(response, 405);
     }
-    const File root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const File file(root.Fd() >= 0 ? OpenBeneath(root.Fd(), name) : -1);
+    const base::Descriptor root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    // Without waiting: a pipe must not hold the thread.
+    const base::Descriptor file(root ? base::OpenBeneath(root.Number(), name.c_str(),
+                                                         O_RDONLY | O_CLOEXEC | O_NONBLOCK,
+                                                         RESOLVE_NO_SYMLINKS)
+                                     : -1);
     struct stat info {};
-    if (file.Fd() < 0 || fstat(file.Fd(), &info) != 0 || !S_ISREG(info.st_mode))
+    if (!file || fstat(file.Number(), &info) != 0 || !S_ISREG(info.st_mode))
         return SendError(response, 404);
     char tag[64];
     std::snprintf(tag, sizeof tag, "\"%llx-%llx-%lx\"",
                   static_cast<unsigned long long>(info.st_size),
                   static_cast<unsigned long long>(info.st_mtim.tv_sec),
                   static_cast<unsigned long>(info.st_mtim.tv_nsec));
-    const std::string date = HttpDate(info.st_mtim.tv_sec);
+    char date[base::kHttpDateLength + 1] = {};
+    (void)base::FormatHttpDate(base::SystemTimeOf(info.st_mtim), date);
     response.SetHeader("ETag", tag);
     response.SetHeader("Last-Modified", date);
     response.SetHeader("Cache-Control", "public, max-age=3600");
@@ -154,7 +123,7 @@ void ServeStaticFile(Exchange& exchange, const std::string& directory, const std
     response.SetHeader("Content-Length", std::to_string(info.st_size));
     response.Begin(200);
     if (request.method == KestMethodGet)
-        SendContent(response, file.Fd(), static_cast<uint64_t>(info.st_size));
+        SendContent(response, file.Number(), static_cast<uint64_t>(info.st_size));
 }
 
 } // namespace kestd

@@ -22,7 +22,8 @@
 
 #include <gtest/gtest.h>
 
-#include "host/http/ascii.h"
+#include "base/ascii.h"
+#include "host/module/call_context.h"
 #include "host/net/server.h"
 #include <kest/host.h>
 #include <kest/identifiers.h>
@@ -93,8 +94,8 @@ struct Answer {
             const std::string line = head.substr(at + 2, end - at - 2);
             const size_t colon = line.find(':');
             if (colon != std::string::npos &&
-                EqualsIgnoringCase(std::string_view(line).substr(0, colon), name))
-                return std::string(Trimmed(std::string_view(line).substr(colon + 1)));
+                base::EqualsIgnoringCase(std::string_view(line).substr(0, colon), name))
+                return std::string(base::Trimmed(std::string_view(line).substr(colon + 1)));
             at = end;
         }
         return "(none)";

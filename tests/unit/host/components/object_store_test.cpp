@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/components/object_store.h"
+#include "host/components/object_stores.h"
 
 #include <atomic>
 #include <thread>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "host/http/chunked_decoder.h"
 #include "host/http/message_framing.h"
 
 #include <string>

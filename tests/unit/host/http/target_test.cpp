@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "base/host_name.h"
+#include "base/percent.h"
+#include "base/uri.h"
 #include "host/http/target.h"
 
 #include <gtest/gtest.h>
@@ -133,7 +136,7 @@ TEST(IsValidHost, TakesNamesAndAddresses)
     for (const char* text :
          {"h", "h:80", "h:", "example.org", "EXAMPLE.org:65535", "127.0.0.1", "127.0.0.1:0",
           "[::1]", "[::1]:8080", "[2001:db8::1]:", "my_host", "a-b.c~d", "localhost."})
-        EXPECT_TRUE(IsValidHost(text)) << text;
+        EXPECT_TRUE(base::IsValidHost(text)) << text;
 }
 
 TEST(IsValidHost, RefusesEverythingElse)
@@ -166,41 +169,41 @@ TEST(IsValidHost, RefusesEverythingElse)
                              "[fe80::1%25eth0]",
                              "\xC3\xA9",
                              "[1.2.3.4]"})
-        EXPECT_FALSE(IsValidHost(text)) << text;
-    EXPECT_FALSE(IsValidHost(std::string(256, 'a')));
-    EXPECT_TRUE(IsValidHost(std::string(255, 'a')));
+        EXPECT_FALSE(base::IsValidHost(text)) << text;
+    EXPECT_FALSE(base::IsValidHost(std::string(256, 'a')));
+    EXPECT_TRUE(base::IsValidHost(std::string(255, 'a')));
 }
 
 TEST(SplitHost, FindsThePort)
 {
     std::string_view name;
     std::string_view port;
-    SplitHost("h:80", name, port);
+    base::SplitHost("h:80", name, port);
     EXPECT_EQ(name, "h");
     EXPECT_EQ(port, "80");
-    SplitHost("[::1]:81", name, port);
+    base::SplitHost("[::1]:81", name, port);
     EXPECT_EQ(name, "[::1]");
     EXPECT_EQ(port, "81");
-    SplitHost("[::1]", name, port);
+    base::SplitHost("[::1]", name, port);
     EXPECT_EQ(name, "[::1]");
     EXPECT_EQ(port, "");
 }
 
 TEST(IsUnder, ComparesWholeSegments)
 {
-    EXPECT_TRUE(IsUnder("/Ferro", "/Ferro"));
-    EXPECT_TRUE(IsUnder("/Ferro/", "/Ferro"));
-    EXPECT_TRUE(IsUnder("/Ferro/a", "/Ferro"));
-    EXPECT_FALSE(IsUnder("/Ferrox", "/Ferro"));
-    EXPECT_FALSE(IsUnder("/ferro", "/Ferro"));
-    EXPECT_FALSE(IsUnder("/", "/Ferro"));
-    EXPECT_FALSE(IsUnder("/Fer", "/Ferro"));
+    EXPECT_TRUE(base::IsUnder("/Ferro", "/Ferro"));
+    EXPECT_TRUE(base::IsUnder("/Ferro/", "/Ferro"));
+    EXPECT_TRUE(base::IsUnder("/Ferro/a", "/Ferro"));
+    EXPECT_FALSE(base::IsUnder("/Ferrox", "/Ferro"));
+    EXPECT_FALSE(base::IsUnder("/ferro", "/Ferro"));
+    EXPECT_FALSE(base::IsUnder("/", "/Ferro"));
+    EXPECT_FALSE(base::IsUnder("/Fer", "/Ferro"));
 }
 
 TEST(EscapePath, EscapesEverythingThatCouldBeMistaken)
 {
-    EXPECT_EQ(EscapePath("/a-b._~/C9"), "/a-b._~/C9");
-    EXPECT_EQ(EscapePath("/a b%\"<\xC3\xA9"), "/a%20b%25%22%3C%C3%A9");
+    EXPECT_EQ(base::PercentEncode("/a-b._~/C9"), "/a-b._~/C9");
+    EXPECT_EQ(base::PercentEncode("/a b%\"<\xC3\xA9"), "/a%20b%25%22%3C%C3%A9");
 }
 
 } // namespace

@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "base/ascii.h"
+#include "base/utf.h"
 #include "host/http/access_log.h"
 #include "host/http/method.h"
-#include "host/http/utf.h"
 #include "host/net/buffer.h"
 #include "host/pipeline/copy_move_headers.h"
 
@@ -26,10 +26,10 @@ TEST(Utf, ConvertsBothWays)
     };
     for (const auto& row : kRows) {
         std::u16string wide;
-        EXPECT_TRUE(AppendWide(row.narrow, wide));
+        EXPECT_TRUE(base::AppendUtf16(row.narrow, wide));
         EXPECT_EQ(wide, row.wide);
         std::string narrow;
-        EXPECT_TRUE(AppendUtf8(row.wide, narrow));
+        EXPECT_TRUE(base::AppendUtf8(row.wide, narrow));
         EXPECT_EQ(narrow, row.narrow);
     }
 }
@@ -40,12 +40,12 @@ TEST(Utf, RefusesMalformedText)
                              "\xED\xA0\x80", "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80",
                              "\xF5\x80\x80\x80", "\xF0\x90\x80", "\xFE", "\xFF"}) {
         std::u16string wide;
-        EXPECT_FALSE(AppendWide(text, wide)) << text;
+        EXPECT_FALSE(base::AppendUtf16(text, wide)) << text;
     }
     static constexpr char16_t kUnpaired[][3] = {{0xD800, 'a', 0}, {0xDC00, 0}, {0xD800, 0}};
     for (const auto* text : kUnpaired) {
         std::string narrow;
-        EXPECT_FALSE(AppendUtf8(text, narrow));
+        EXPECT_FALSE(base::AppendUtf8(text, narrow));
     }
 }
 
