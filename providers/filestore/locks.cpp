@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "providers/filestore/conditions.h"
+#include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/ownertext.h"
 #include "providers/filestore/room.h"
@@ -110,13 +111,17 @@ class NewFile {
         return conditions.Judge(*missing ? nullptr : &info);
     }
     // Somebody else may have been faster: then there is something to lock, too.
-    TALSTATUS Make(const Conditions& conditions)
+    // Its date is stamped, as that of all content of the store's own: a client that takes the tag
+    // of the LOCK's reply for its "If-Match" has to find it strong.
+    TALSTATUS Make(const Conditions& conditions, UINT64 now)
     {
         const int error =
             volume_.Fs().CreateFile(parent_->Get(), leaf_.c_str(), file_.Out(volume_.Fs()));
         made_ = error == 0;
         if (error == EEXIST)
             return conditions.JudgeName(volume_.Fs(), parent_->Get(), leaf_.c_str());
+        if (made_) // without it the tag is a weak one for a while
+            (void)volume_.Fs().SetModified(file_.Get(), StampedDate(now, false));
         return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
     void Keep() { made_ = false; }
@@ -179,7 +184,7 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
         if (!Failed(status) && volume.MayHaveProperties())
             status = session->ForgetTree(lock.path); // of something that went without our doing
         if (!Failed(status))
-            status = file.Make(conditions);
+            status = file.Make(conditions, store.Now());
     }
     if (!Failed(status))
         status = session->AddLock(lock);
