@@ -14,7 +14,8 @@ namespace filestore {
 // Looks whether each change could be made, and writes each one's status. The first failure.
 TALSTATUS JudgeChanges(std::span<DAV_PROPERTY_CHANGE> changes);
 
-// Of changes that have been judged.
+// Of changes that have been judged. A power cut between the change of the file and the end of the
+// transaction leaves the file's alone.
 class PropertyPatch {
   public:
     PropertyPatch(Volume& volume, std::string_view path, std::span<DAV_PROPERTY_CHANGE> changes)

@@ -7,6 +7,7 @@
 #include <sqlite3.h>
 
 #include "tests/crashstates/machine.h"
+#include "tests/unit/filestore/third_generation.h"
 
 namespace crashstates {
 
@@ -50,6 +51,12 @@ TALSTATUS BringLogIn(Store& store, Client&)
     Operation                                                                                      \
     {                                                                                              \
         text, [](Store&, Client& c) -> TALSTATUS { return expression; }, true                      \
+    }
+
+#define THIRD(text, expression)                                                                    \
+    Operation                                                                                      \
+    {                                                                                              \
+        text, [](Store& s, Client&) -> TALSTATUS { return third::expression; }                     \
     }
 
 const std::vector<Operation> kOperations = {
@@ -125,6 +132,16 @@ const std::vector<Operation> kOperations = {
                       s, "/v/g", [](auto& file) { return file.SetLiveAttributes(kHidden); });
               }},
     Operation{"checkpoint", BringLogIn},
+    THIRD("third PUT new", StoreContent(s, "/v/n", kOpenReplace)),
+    THIRD("third PUT over", StoreContent(s, "/v/f", kOpenReplace)),
+    THIRD("third PUT of a range", StoreContent(s, "/v/f", kOpenModify)),
+    THIRD("third MKCOL", MakeFolder(s, "/v/n")),
+    THIRD("third DELETE", DeleteObject(s, "/v/d")),
+    THIRD("third COPY folder onto file", Relocate(s, false, "/v/d", "/v/f")),
+    THIRD("third MOVE folder onto folder", Relocate(s, true, "/v/d", "/v/e")),
+    // Both kinds together can be cut apart: files have no part in the database's transactions.
+    THIRD("third PROPPATCH", PatchObject(s, "/v/f", 0, 2)),
+    THIRD("third PROPPATCH of a date", PatchObject(s, "/v/f", 2, 1)),
 };
 
 void MakeFirstTree(Client& client, bool keepsDeleted)

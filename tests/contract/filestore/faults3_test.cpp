@@ -2,38 +2,15 @@
 //
 // Each change of the third generation has happened or has not, whichever call of the file system or
 // the metadata fails, and wherever memory runs out.
-#include "providers/filestore/namespace.h"
-#include "providers/filestore/resource.h"
 #include "tests/contract/filestore/faults.h"
 #include "tests/contract/truth/failing_memory.h"
+#include "tests/unit/filestore/third_generation.h"
 
 using namespace faults;
 using filestore::Client;
+using namespace filestore::third;
 
 namespace {
-
-constexpr UINT64 kDate = 12'900'000'000ull * 10'000'000;
-
-DAV_TEXT Text(std::string_view text)
-{
-    return {text.data(), static_cast<UINT32>(text.size())};
-}
-
-// Counted strings over ASCII, which take no memory.
-class Name {
-  public:
-    explicit Name(std::string_view text)
-    {
-        std::copy(text.begin(), text.end(), text_);
-        value_ = {static_cast<UINT16>(text.size() * 2), static_cast<UINT16>(text.size() * 2),
-                  text_};
-    }
-    UNICODE_STRING* operator&() { return &value_; }
-
-  private:
-    WCHAR text_[64];
-    UNICODE_STRING value_;
-};
 
 void Fill(Client& client)
 {
@@ -47,75 +24,7 @@ void Fill(Client& client)
     ASSERT_EQ(0u, client.Put("/two/folder/member", "of before"));
 }
 
-// With a reference of its own: the faces go with their objects.
-template <class Object, class I, class F> TALSTATUS With(filestore::Store& store, F&& work)
-{
-    void* face = nullptr;
-    Object* object = nullptr;
-    TALSTATUS status = filestore::Protected([&] {
-        object = new Object(store);
-        return object->QueryInterface(&IidOf<I>::value, &face);
-    });
-    if (!Failed(status)) {
-        status = work(*static_cast<I*>(face));
-        static_cast<I*>(face)->Release();
-    }
-    if (object)
-        object->Release();
-    return status;
-}
-
 using Work = TALSTATUS (*)(filestore::Store&);
-
-template <class F> TALSTATUS InNamespace(filestore::Store& store, F&& work)
-{
-    return With<filestore::FileNamespace, IKestDAV3>(store, std::forward<F>(work));
-}
-
-TALSTATUS StoreContent(filestore::Store& store, const char* path, UINT32 purpose)
-{
-    return With<filestore::FileResource, IKestDAVResource3>(store, [&](IKestDAVResource3& content) {
-        Name name(path);
-        DAV_CHANGE change{};
-        change.Size = sizeof change;
-        TALSTATUS status = content.Open({}, &name, purpose, 3, nullptr, nullptr, nullptr);
-        if (!Failed(status))
-            status = content.Write(2, 3, "new");
-        return Failed(status) ? status : content.Publish(kDate, kDate, nullptr, &change);
-    });
-}
-
-TALSTATUS Relocate(filestore::Store& store, bool isMove, const char* from, const char* to)
-{
-    return InNamespace(store, [&](IKestDAV3& space) {
-        Name source(from), destination(to);
-        return isMove ? space.Move({}, &source, &destination, kRelocateOverwrite, nullptr, nullptr,
-                                   nullptr)
-                      : space.Copy({}, &source, &destination, kRelocateOverwrite, nullptr, nullptr,
-                                   nullptr);
-    });
-}
-
-struct Patch {
-    DAV_PROPERTY_CHANGE list[5] = {
-        {sizeof(DAV_PROPERTY_CHANGE), kPropertySet, Text("urn:x"), Text("p"), Text("<p/>"), 0, 0},
-        {sizeof(DAV_PROPERTY_CHANGE), kPropertyRemove, Text(""), Text("color"), {}, 0, 0},
-        {sizeof(DAV_PROPERTY_CHANGE), kPropertyModified, {}, {}, {}, kDate, 0},
-        {sizeof(DAV_PROPERTY_CHANGE), kPropertyCreated, {}, {}, {}, kDate, 0},
-        {sizeof(DAV_PROPERTY_CHANGE), kPropertyAttributes, {}, {}, {}, 3, 0}};
-};
-
-TALSTATUS TakeLock(filestore::Store& store, const char* path)
-{
-    return InNamespace(store, [&](IKestDAV3& space) {
-        Name name(path);
-        const DAV_LOCK_REQUEST request{sizeof request, Exclusive, Write, -1, -1, Text("me")};
-        alignas(8) char lock[512];
-        UINT32 size = sizeof lock;
-        return space.Lock({}, &name, &request, nullptr, nullptr, &size,
-                          reinterpret_cast<DAV_LOCK_INFO_3*>(lock), nullptr);
-    });
-}
 
 struct Row {
     const char* name;
@@ -132,22 +41,8 @@ const Row kRows[] = {
     {"PublishNew", [](auto& s) { return StoreContent(s, "/one/new", kOpenReplace); }},
     {"PublishOver", [](auto& s) { return StoreContent(s, "/one/file", kOpenReplace); }},
     {"PublishRange", [](auto& s) { return StoreContent(s, "/one/file", kOpenModify); }},
-    {"MakeCollection",
-     [](auto& s) {
-         return InNamespace(s, [](IKestDAV3& space) {
-             Name name("/one/new");
-             Patch patch;
-             return space.MakeCollection({}, &name, nullptr, 5, patch.list, nullptr, nullptr);
-         });
-     }},
-    {"Delete",
-     [](auto& s) {
-         return InNamespace(s, [](IKestDAV3& space) {
-             Name name("/one/tree");
-             return space.Delete({}, &name, nullptr, nullptr);
-         });
-     },
-     true},
+    {"MakeCollection", [](auto& s) { return MakeFolder(s, "/one/new"); }},
+    {"Delete", [](auto& s) { return DeleteObject(s, "/one/tree"); }, true},
     {"CopyTree", [](auto& s) { return Relocate(s, false, "/one/tree", "/one/new"); }},
     {"CopyFileOver", [](auto& s) { return Relocate(s, false, "/one/file", "/one/old"); }},
     {"CopyTreeOverFolderAcross",
@@ -155,14 +50,7 @@ const Row kRows[] = {
     {"MoveTreeOverFile", [](auto& s) { return Relocate(s, true, "/one/tree", "/one/old"); }},
     {"MoveTreeOverFolderAcross",
      [](auto& s) { return Relocate(s, true, "/one/tree", "/two/folder"); }},
-    {"PatchProperties",
-     [](auto& s) {
-         return InNamespace(s, [](IKestDAV3& space) {
-             Name name("/one/file");
-             Patch patch;
-             return space.PatchProperties({}, &name, nullptr, 5, patch.list, nullptr, nullptr);
-         });
-     }},
+    {"PatchProperties", [](auto& s) { return PatchObject(s, "/one/file"); }},
     {"LockNew", [](auto& s) { return TakeLock(s, "/one/new"); }},
     {"LockTree", [](auto& s) { return TakeLock(s, "/one/tree"); }},
 };
