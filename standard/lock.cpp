@@ -124,6 +124,8 @@ TALSTATUS MakeLock(LockCall& call)
         return SendConflict(call, status, failures);
     if (Failed(status))
         return RefuseMapped(call.io, status);
+    if (!IsWhole(*lock, call.records.Size()))
+        return RefuseMapped(call.io, TAL_STATUS_UNSUCCESSFUL);
     SetLockToken(call.io, {lock->Text, lock->TokenLength});
     SetValidators(call.io, change.Info);
     return SendLock(call, change.Outcome == kOutcomeCreated ? 201 : 200, *lock,
@@ -144,6 +146,8 @@ TALSTATUS Refresh(LockCall& call)
         return Refuse(call.io, 412, status, "lock-token-matches-request-uri");
     if (Failed(status))
         return RefuseMapped(call.io, status);
+    if (!IsWhole(*lock, call.records.Size()))
+        return RefuseMapped(call.io, TAL_STATUS_UNSUCCESSFUL);
     DAV_OBJECT_INFO info = EmptyInfo();
     (void)call.provider->GetInfo(call.session, call.path,
                                  &info); // only the href's last "/" needs it

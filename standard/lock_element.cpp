@@ -99,8 +99,7 @@ void PutLocks(ReplyWriter& out, IKestDAV3& provider, SCHANDLE session, UNICODE_S
             return provider.GetLocks(session, wide, &place, size, records);
         },
         [&](const DAV_LOCK_INFO_3& lock, UINT32 room) {
-            const UINT64 text = UINT64{lock.TokenLength} + lock.OwnerLength + lock.RootLength;
-            if (text <= room - offsetof(DAV_LOCK_INFO_3, Text))
+            if (IsWhole(lock, room))
                 PutLock(out, lock, path, isCollection);
             return !out.HasFailed();
         });

@@ -3,12 +3,21 @@
 // How a lock is told: the "activelock" element of RFC 4918 section 14.1.
 #pragma once
 
+#include <algorithm>
+
 #include <kest/dav/namespace_3.h>
 
 #include "standard/reply_writer.h"
 #include "support/memory.h"
 
 namespace standard {
+
+// Whether a lock's texts lie within `bytes`, the room that its record was given.
+inline bool IsWhole(const DAV_LOCK_INFO_3& lock, UINT32 bytes) noexcept
+{
+    return bytes >= sizeof lock && UINT64{lock.TokenLength} + lock.OwnerLength + lock.RootLength <=
+                                       bytes - offsetof(DAV_LOCK_INFO_3, Text);
+}
 
 // Writes one lock. `path` is what the request or the response is about, by its provider path
 // without a trailing "/", and `isCollection` says of it what it is: a root above it always is one.
@@ -67,6 +76,7 @@ template <class Record, class Fetch, class Visit>
         }
         if (Failed(status))
             return status;
+        used = std::min(used, buffer.Size()); // whatever a provider says
         for (UINT32 at = 0; used - at >= sizeof(Record);) {
             const auto* record =
                 reinterpret_cast<const Record*>(reinterpret_cast<const char*>(records) + at);

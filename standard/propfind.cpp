@@ -265,13 +265,20 @@ bool HaveAllThirdGeneration()
     }));
 }
 
+// A provider without a root of its own has no members to show there.
+TALSTATUS UnlessNotFound(TALSTATUS status)
+{
+    return Code(status) == kCodeNotFound ? TAL_STATUS_SUCCESS : status;
+}
+
 TALSTATUS AnswerRoot(IKestIO_5* io, SCHANDLE session, const PropFindRequest& request)
 {
     TreePath path; // the root
     if (request.depth == Depth::Infinity) {
         UINT32 count = 1;
         const TALSTATUS status = ForEachHandler([&](const KESTDAV_HANDLER& handler) {
-            return PropFindWalk(handler, session, request, path).Count(g_InfinityEntries, count);
+            return UnlessNotFound(
+                PropFindWalk(handler, session, request, path).Count(g_InfinityEntries, count));
         });
         if (Failed(status))
             return RefuseMapped(io, status);
@@ -285,7 +292,8 @@ TALSTATUS AnswerRoot(IKestIO_5* io, SCHANDLE session, const PropFindRequest& req
         if (request.depth == Depth::Zero)
             return TAL_STATUS_SUCCESS;
         return ForEachHandler([&](const KESTDAV_HANDLER& handler) {
-            return PropFindWalk(handler, session, request, path).SendMembers(responses, out);
+            return UnlessNotFound(
+                PropFindWalk(handler, session, request, path).SendMembers(responses, out));
         });
     });
 }
