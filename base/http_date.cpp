@@ -241,8 +241,9 @@ bool ReadAsctime(std::string_view text, Fields& f)
 // Nothing for a date that is none.
 std::optional<uint64_t> SystemTimeOf(const Fields& f)
 {
-    const chrono::year_month_day date =
-        chrono::year(f.year) / static_cast<unsigned>(f.month + 1) / static_cast<unsigned>(f.day);
+    const chrono::year_month_day date = chrono::year(f.year) /
+                                        chrono::month(static_cast<unsigned>(f.month + 1)) /
+                                        chrono::day(static_cast<unsigned>(f.day));
     if (!date.ok() || f.hour > 23 || f.minute > 59 ||
         f.second > 60) // a leap second is the first of the next minute
         return std::nullopt;
