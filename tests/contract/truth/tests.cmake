@@ -1,5 +1,13 @@
-# A whole server over things that fail.
-kest_test(contract_truth
+# A whole server over things that fail, in each of its dialects.
+foreach(dialect classic standard)
+if(dialect STREQUAL classic)
+  set(truth contract_truth)
+  set(prefix "")
+else()
+  set(truth contract_truth_${dialect})
+  set(prefix ${dialect}.)
+endif()
+kest_test(${truth} PREFIX "${prefix}"
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/world.cpp ${CMAKE_CURRENT_LIST_DIR}/requests.cpp
           ${CMAKE_CURRENT_LIST_DIR}/failing_memory.cpp
           ${PROJECT_SOURCE_DIR}/tests/unit/filestore/system_calls.cpp
@@ -8,7 +16,9 @@ kest_test(contract_truth
           ${CMAKE_CURRENT_LIST_DIR}/memory_test.cpp
   LIBS kestd_services kestd_http filestore_objects tolm OpenSSL::SSL OpenSSL::Crypto
        Threads::Threads ${CMAKE_DL_LIBS})
-target_compile_definitions(contract_truth PRIVATE
+target_compile_definitions(${truth} PRIVATE
+  TRUTH_DIALECT="${dialect}"
   KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>"
   TEMPLATE_DIRECTORY="${PROJECT_SOURCE_DIR}/web/templates/")
-add_dependencies(contract_truth kestdav)
+add_dependencies(${truth} kestdav)
+endforeach()

@@ -17,6 +17,7 @@
 #include "providers/filestore/resource.h"
 #include "providers/filestore/sqlitemeta.h"
 #include "providers/filestore/store.h"
+#include "tests/contract/truth/served3.h"
 #include "tests/unit/filestore/system_calls.h"
 #include <kest/com.h>
 #include <kest/talpl.h>
@@ -31,9 +32,23 @@ namespace {
 
 std::unique_ptr<Store> g_store; // the one that is served now
 
+Store& CurrentStore()
+{
+    return *g_store;
+}
+
+ServedNamespace3<CurrentStore> g_third;
+
 // The module keeps its provider for the life of the process; the store behind it changes.
 class ServedNamespace final : public Object<ServedNamespace, IKestDAV2> {
   public:
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (!iid || !out || !(*iid == IID_KestDAV_3))
+            return Object::QueryInterface(iid, out);
+        *out = static_cast<IKestDAV3*>(&g_third);
+        return TAL_STATUS_SUCCESS;
+    }
     TALSTATUS Copy(SCHANDLE s, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* from,
                    UNICODE_STRING* to, DAV_LOCK_TOKEN* token, DAV_ERROR_ID* id) override
     {
@@ -123,9 +138,9 @@ class StoreFactory final : public IClassFactory {
     TALSTATUS CreateInstance(IUnknown*, const GUID* iid, void** out) override
     {
         *out = nullptr;
-        if (*iid == IID_KestResource_2)
+        if (*iid == IID_KestResource_2 || *iid == IID_KestResource_3)
             return Make([] { return new FileResource(*g_store); }, iid, out);
-        if (*iid == IID_KestCollection_2)
+        if (*iid == IID_KestCollection_2 || *iid == IID_KestCollection_3)
             return Make([] { return new FileCollection(*g_store); }, iid, out);
         if (*iid == IID_KestDAV_2)
             return Make([] { return new ServedNamespace; }, iid, out);
@@ -198,6 +213,7 @@ World::World()
     static const fs::path remove = directory_;
     std::atexit([] { fs::remove_all(remove); });
     Set(u"Kest\\Configuration\\KestDav", u"Template Directory", TEMPLATE_DIRECTORY);
+    Set(u"Kest\\Configuration\\KestDav", u"Dialect", TRUTH_DIALECT);
     Set(u"Kest\\Policies\\DAV Handlers\\Configured\\" + Braced(CLSID_FileStore), u"Name", "store");
     static Parts* const parts = new Parts; // components hold parts of it until the process ends
     EXPECT_EQ(0u, RegisterHostClasses(parts->services));
