@@ -28,26 +28,6 @@ RequestState* RequestState::Current()
     return isKept ? made : nullptr;
 }
 
-bool RequestState::ParsedPath::Recall(UINT64 store, std::u16string_view text, Target* target) const
-{
-    if (store_ != store || text != std::u16string_view(text_, units_))
-        return false;
-    target->volume = volume_;
-    target->deletedId = 0;
-    return target->path.Assign({path_, bytes_}); // it fitted before
-}
-
-void RequestState::ParsedPath::Note(UINT64 store, std::u16string_view text,
-                                    const Target& target) noexcept
-{
-    if (text.size() > kMost || target.path.Length() > kMost)
-        return;
-    store_ = store;
-    volume_ = target.volume;
-    units_ = text.copy(text_, kMost);
-    bytes_ = target.path.View().copy(path_, kMost);
-}
-
 void RequestState::Found::Close()
 {
     file.Reset();

@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <kest/unknown.h>
@@ -22,26 +21,6 @@ class RequestState final : public Object<RequestState, IUnknown> {
     // it until the request's handler has returned.
     [[nodiscard]] static RequestState* Current(); // makes it at the first call
     [[nodiscard]] static RequestState* Find();    // makes none
-
-    // The path that the request's operations took apart last. A request asks what a path is and
-    // then opens it, and where a path leads within a store never changes.
-    class ParsedPath {
-      public:
-        // Sets `target` when `text` is the path that was noted for the store of that number.
-        [[nodiscard]] bool Recall(UINT64 store, std::u16string_view text, Target* target) const;
-        // Long paths are not noted. `target` is no deleted entry.
-        void Note(UINT64 store, std::u16string_view text, const Target& target) noexcept;
-
-      private:
-        static constexpr size_t kMost = 128; // units, and bytes
-
-        UINT64 store_ = 0; // stores count from 1
-        Volume* volume_ = nullptr;
-        size_t units_ = 0;
-        size_t bytes_ = 0;
-        WCHAR text_[kMost];
-        char path_[kMost];
-    } parsed;
 
     // What GetType found, for the operation that follows it; see recent.h.
     struct Found {

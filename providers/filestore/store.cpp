@@ -15,8 +15,8 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/name_list.h"
+#include "providers/filestore/parsed_paths.h"
 #include "providers/filestore/platform.h"
-#include "providers/filestore/requeststate.h"
 #include "providers/filestore/walked.h"
 
 namespace filestore {
@@ -60,8 +60,7 @@ TALSTATUS Store::Parse(const UNICODE_STRING* path, Target* out, bool* servable) 
         return Failure(kCodeInvalidParameter);
     const size_t units = path->Length / sizeof(WCHAR);
     const std::u16string_view text(path->Buffer, units);
-    RequestState* const state = RequestState::Current();
-    if (state && state->parsed.Recall(number_, text, out))
+    if (parsed_paths::Recall(number_, text, out))
         return TAL_STATUS_SUCCESS;
     char buffer[2 * kMaxPathBytes];
     size_t length = 0;
@@ -70,8 +69,8 @@ TALSTATUS Store::Parse(const UNICODE_STRING* path, Target* out, bool* servable) 
         return units * 3 > sizeof buffer ? Failure(kCodeNameTooLong) : TAL_STATUS_SUCCESS;
     }
     const TALSTATUS status = Parse(std::string_view(buffer, length), out, servable);
-    if (state && !Failed(status) && *servable && out->deletedId == 0)
-        state->parsed.Note(number_, text, *out);
+    if (!Failed(status) && *servable && out->deletedId == 0)
+        parsed_paths::Note(number_, text, *out);
     return status;
 }
 
