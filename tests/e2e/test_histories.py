@@ -10,26 +10,42 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(os.path.dirname(HERE), "histories"))
 
 import chaos  # noqa: E402
+import harness  # noqa: E402
 import locks  # noqa: E402
 import peer  # noqa: E402
 from harness import TestServer, Tree  # noqa: E402
 from test_checker import Illegal, Legal, Random  # noqa: E402,F401 (the checker's own cases)
 
 
-class Histories(unittest.TestCase):
+class InBothDialects(unittest.TestCase):
+    def speak(self, dialect):
+        """What servers speak that the case starts from here on."""
+        self.addCleanup(setattr, harness, "DIALECT", harness.DIALECT)
+        harness.DIALECT = dialect
+
+
+class Histories(InBothDialects):
     def test_locks_and_conditions_have_a_legal_order_kills_or_not(self):
+        self.check("classic", rounds=45)
+
+    def test_so_they_have_in_the_standard_dialect(self):
+        self.check("standard", rounds=45)
+
+    def check(self, dialect, rounds):
+        self.speak(dialect)
         tree = Tree()
         self.addCleanup(tree.remove)
         settings = {"FileStore": {"Sync": "none"}, "Server": {"Access Log": False}}
         with TestServer({"docs": tree.path}, settings=settings) as server:
-            result = locks.run(server, rounds=45, clients=6, requests=12, seed=2026)
+            result = locks.run(server, rounds=rounds, clients=6, requests=12, seed=2026)
         print(result)
         self.assertEqual([], result.illegal, "\n".join(result.illegal))
         self.assertGreater(result.kills, 10)
 
 
-class Chaos(unittest.TestCase):
-    def check(self, **how):
+class Chaos(InBothDialects):
+    def check(self, dialect="classic", **how):
+        self.speak(dialect)
         world = chaos.run(clients=16, **how)
         print(chaos.summary(world))
         self.assertEqual([], world.faults, "\n".join(world.faults))
@@ -39,6 +55,9 @@ class Chaos(unittest.TestCase):
 
     def test_nor_is_it_with_kills_and_full_disks(self):
         self.check(seconds=10, seed=2, kills=True, full_disk=True)
+
+    def test_nor_is_it_in_the_standard_dialect(self):
+        self.check("standard", seconds=8, seed=3, kills=True, full_disk=True)
 
 
 class Peer(unittest.TestCase):

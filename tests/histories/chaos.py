@@ -4,7 +4,7 @@
 every few moments, and, if asked, is killed and writes to a disk that is full now and then.
 
 usage: chaos.py [--seconds N] [--clients N] [--seed N] [--kills] [--full-disk] [--sync LEVEL]
-                [--server KESTD]
+                [--server KESTD] [--dialect classic|standard]
 
 What is checked: every content that is read is one that was sent, whole; what a client alone writes
 it reads back, kills or not; while a client holds a lock nobody else changes the file, and no update
@@ -200,7 +200,7 @@ class Client:
         body = self.world.content.make(self.number, self.dice)
         self.own_content.add(body)
         reply = self.ask("PUT", self.own, body)
-        if reply.status == 201:
+        if reply.status in (201, 204):
             self.own_content = {body}
         elif reply.status != 503:
             self.world.fault(f"PUT {self.own} -> {reply.status}")
@@ -242,7 +242,7 @@ class Client:
         body = f"{count + 1} {self.number}\n".encode()
         self.world.unsure[i] += 1
         reply = self.ask("PUT", path, body, mine)
-        if reply.status != 201:
+        if reply.status not in (201, 204):
             self.world.unsure[i] -= 1
             return self.world.fault(f"PUT {path} by the holder of its lock -> {reply.status}")
         self.world.unsure[i] -= 1
@@ -423,7 +423,9 @@ def main():
     parser.add_argument("--full-disk", action="store_true")
     parser.add_argument("--sync", default="data")
     parser.add_argument("--server")
+    parser.add_argument("--dialect", choices=("classic", "standard"))
     args = parser.parse_args()
+    harness.DIALECT = args.dialect
     if args.server:
         harness.KESTD = os.path.abspath(args.server)
     print(f"seed {args.seed}", flush=True)

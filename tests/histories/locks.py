@@ -4,7 +4,7 @@
 the same few files, while the server is killed now and then; every file's history is checked.
 
 usage: locks.py [--rounds N] [--clients N] [--requests N] [--seed N] [--sync none|data|full]
-                [--server KESTD]
+                [--server KESTD] [--dialect classic|standard]
 
 Prints what was done, and for each history that no order of its requests explains the shortest part
 that shows it. The exit status is not 0 when there was one.
@@ -223,7 +223,9 @@ def main():
     parser.add_argument("--seed", type=int, default=int(time.time()))
     parser.add_argument("--sync", default="none")
     parser.add_argument("--server")
+    parser.add_argument("--dialect", choices=("classic", "standard"))
     args = parser.parse_args()
+    harness.DIALECT = args.dialect
     if args.server:
         harness.KESTD = os.path.abspath(args.server)
     tree = Tree()
