@@ -60,7 +60,8 @@ class Locks(ServerCase):
         tag = reply.headers["etag"]
         self.assertFalse(tag.startswith("W/"), tag)
         put = self.server.request("PUT", self.path("new.txt"), b"text",
-                                  {"If": f"<{self.docs('new.txt')}> (<{reply.token}> [{tag}])"})
+                                  {"If": f"<{self.docs('new.txt')}> (<{reply.token}> [{tag}])",
+                                   "If-Match": tag})
         self.assertEqual(put.status, 204)
         self.assertEqual(self.tree.read("new.txt"), b"text")
         self.assertEqual(self.unlock(self.path("new.txt"), reply.token), 204)
