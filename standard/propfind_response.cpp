@@ -35,7 +35,7 @@ void PutPropertyName(ReplyWriter& out, const XmlName& name)
     out.Put(name.local);
     if (name.space != kDav && !name.space.empty()) {
         out.Put(" xmlns:n=\"");
-        out.PutText(name.space);
+        out.PutAttribute(name.space);
         out.Put("\"");
     }
     out.Put("/>");

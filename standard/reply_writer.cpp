@@ -3,6 +3,7 @@
 // The body of an XML reply.
 #include "standard/reply_writer.h"
 
+#include <array>
 #include <cstring>
 
 #include "support/escape.h"
@@ -15,22 +16,39 @@ namespace {
 
 constexpr UINT32 kDateBytes = 64;
 
-constexpr bool IsUnreserved(char c) noexcept
+constexpr bool IsUnreserved(UINT8 c) noexcept
 {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
            c == '.' || c == '_' || c == '~' || c == '/';
 }
 
+// What stops a run of bytes that are written as they are: a bit for each place.
+enum Place : UINT8 { kInText = 1, kInAttribute = 2, kInPath = 4 };
+
+constexpr std::array<UINT8, 256> MakeStops()
+{
+    std::array<UINT8, 256> stops{};
+    for (unsigned c = 0; c < stops.size(); ++c) {
+        const bool isControl = c < 0x20 && c != '\n' && c != '\t';
+        const bool isMarkup = c == '&' || c == '<' || c == '>';
+        const bool mayBeNone = c == 0xEF; // the first byte of what is no character
+        if (isControl || isMarkup || mayBeNone)
+            stops[c] = kInText | kInAttribute;
+        if (c == '"')
+            stops[c] |= kInAttribute;
+        if (!IsUnreserved(static_cast<UINT8>(c)))
+            stops[c] |= kInPath;
+    }
+    return stops;
+}
+constexpr std::array<UINT8, 256> kStops = MakeStops();
+
 // How many bytes at the front need no escape.
-size_t PlainText(std::string_view text) noexcept
+size_t PlainLength(std::string_view text, Place place) noexcept
 {
     size_t at = 0;
-    for (; at < text.size(); ++at) {
-        const auto c = static_cast<UINT8>(text[at]);
-        if (c < 0x20 ? c != '\n' && c != '\t'
-                     : c == '&' || c == '<' || c == '>' || c == '"' || c == 0xEF)
-            break;
-    }
+    while (at < text.size() && (kStops[static_cast<UINT8>(text[at])] & place) == 0)
+        ++at;
     return at;
 }
 
@@ -62,8 +80,18 @@ void ReplyWriter::Put(std::string_view markup)
 
 void ReplyWriter::PutText(std::string_view text)
 {
+    PutEscaped(text, kInText);
+}
+
+void ReplyWriter::PutAttribute(std::string_view text)
+{
+    PutEscaped(text, kInAttribute);
+}
+
+void ReplyWriter::PutEscaped(std::string_view text, int place)
+{
     while (!text.empty()) {
-        const size_t plain = PlainText(text);
+        const size_t plain = PlainLength(text, static_cast<Place>(place));
         Put(text.substr(0, plain));
         if (plain == text.size())
             return;
@@ -101,9 +129,7 @@ void ReplyWriter::PutPath(std::string_view path)
 {
     static constexpr char kHex[] = "0123456789ABCDEF";
     while (!path.empty()) {
-        size_t plain = 0;
-        while (plain < path.size() && IsUnreserved(path[plain]))
-            ++plain;
+        const size_t plain = PlainLength(path, kInPath);
         Put(path.substr(0, plain));
         if (plain == path.size())
             return;

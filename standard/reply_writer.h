@@ -20,8 +20,10 @@ class ReplyWriter {
 
     // Markup, as it is.
     void Put(std::string_view markup);
-    // Text between tags or in an attribute's value. Characters that XML 1.0 cannot hold become "?".
+    // Text between tags, and in an attribute's value. Characters that XML 1.0 cannot hold become
+    // "?".
     void PutText(std::string_view text);
+    void PutAttribute(std::string_view text);
     // A part of a URL's path, UTF-8: everything but unreserved characters and "/" is escaped.
     void PutPath(std::string_view path);
     void PutNumber(UINT64 number);
@@ -38,6 +40,8 @@ class ReplyWriter {
 
   private:
     static constexpr UINT32 kRoom = 8192;
+
+    void PutEscaped(std::string_view text, int place);
 
     IKestIO_5* io_;
     UINT32 used_ = 0;

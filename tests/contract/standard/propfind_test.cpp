@@ -63,7 +63,7 @@ TEST_F(StandardPropFind, AllProperties_OfAFile)
                            "<D:displayname>f.txt</D:displayname>"
                            "<D:getcontentlength>11</D:getcontentlength>"
                            "<D:getcontenttype>text/plain</D:getcontenttype>"
-                           "<D:getetag>&quot;v1&quot;</D:getetag>"
+                           "<D:getetag>\"v1\"</D:getetag>"
                            "<D:getlastmodified>Sat, 31 Jan 2026 12:00:00 GMT</D:getlastmodified>"
                            "<D:resourcetype/><D:lockdiscovery></D:lockdiscovery>"
                            "<D:supportedlock>"
@@ -146,7 +146,7 @@ TEST_F(StandardPropFind, Names_AreEscapedForWhereTheyStand)
     EXPECT_EQ(Run(Find("/Ferro/gen3/n", "1", Prop("<p:displayname/>"))),
               kHead + Response("/Ferro/gen3/n/", "<D:displayname>n</D:displayname>") +
                   Response("/Ferro/gen3/n/a%3Cb%3E%26%22c%20%C3%BC%2520.txt",
-                           "<D:displayname>a&lt;b&gt;&amp;&quot;c ü%20.txt</D:displayname>") +
+                           "<D:displayname>a&lt;b&gt;&amp;\"c ü%20.txt</D:displayname>") +
                   kEnd);
 }
 
