@@ -81,12 +81,21 @@ bool NamesOtherVersion(std::string_view text) noexcept
            base::IsDigit(end[5]) && end[6] == '.' && base::IsDigit(end[7]);
 }
 
+// Most names differ in their length or in their first letter. A field's name is never empty.
+inline bool HasName(const Field& field, std::string_view name) noexcept
+{
+    constexpr int kCase = 0x20;
+    return field.name.size() == name.size() &&
+           ((field.name.front() ^ name.front()) & ~kCase) == 0 &&
+           base::EqualsIgnoringCase(field.name, name);
+}
+
 } // namespace
 
 const Field* RequestHead::Find(std::string_view name) const noexcept
 {
     for (const Field& field : fields)
-        if (base::EqualsIgnoringCase(field.name, name))
+        if (HasName(field, name))
             return &field;
     return nullptr;
 }
@@ -95,7 +104,7 @@ const Field* RequestHead::FindNext(const Field& field, std::string_view name) co
 {
     const Field* const end = fields.data() + fields.size();
     for (const Field* each = &field + 1; each != end; ++each)
-        if (base::EqualsIgnoringCase(each->name, name))
+        if (HasName(*each, name))
             return each;
     return nullptr;
 }

@@ -66,7 +66,8 @@ Connection::Step Connection::OnHead(size_t size)
     MessageFraming framing;
     bool mustClose = false;
     const int refusal = ReadRequest(request, *settings_, framing, mustClose);
-    const bool expects = request.head.version == 11 && request.head.Find("Expect") != nullptr;
+    const bool expects = framing.kind != MessageFraming::Kind::None && !mustClose &&
+                         request.head.version == 11 && request.head.Find("Expect") != nullptr;
     exchange.body.Start(mustClose ? MessageFraming{} : framing, in_, stream_, *this, expects,
                         settings_->server.limits.bodyIdleTime);
     StartReply();

@@ -35,6 +35,16 @@ struct AuthResult {
     std::string setCookie; // value of "Set-Cookie" to send, empty for none
     std::string challenge; // value of "WWW-Authenticate"
     std::chrono::seconds retryAfter{0};
+
+    void Clear() noexcept
+    {
+        outcome = Outcome::Forbidden;
+        session = {};
+        user.clear();
+        setCookie.clear();
+        challenge.clear();
+        retryAfter = {};
+    }
 };
 
 class AccessControl {

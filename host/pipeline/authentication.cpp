@@ -38,7 +38,7 @@ Decision Authentication::OnRequest(Exchange& exchange) const
     exchange.auth = accessControl_.Authenticate(credentials);
     if (exchange.auth.outcome != AuthResult::Outcome::Granted)
         return Refuse(exchange.auth, exchange.response);
-    exchange.session = SessionHold(accessControl_, exchange.auth.session);
+    exchange.session.Hold(accessControl_, exchange.auth.session);
     if (!exchange.auth.setCookie.empty())
         exchange.response.SetHeader("Set-Cookie", exchange.auth.setCookie);
     return Decision::GoOn();

@@ -41,8 +41,9 @@ void Exchange::Reset() noexcept
     body.Reset();
     response.Reset();
     session.Release();
-    auth = {};
-    copyMove = {};
+    auth.Clear();
+    if (request.method == KestMethodCopy || request.method == KestMethodMove)
+        copyMove = {}; // nobody else has touched it
     conditions = {};
     isKnownNew = mustAskAgain_ = false;
     range.Reset();
@@ -60,10 +61,8 @@ void Exchange::ReportFailure(TALSTATUS failure) noexcept
         failure_ = failure;
 }
 
-void Exchange::ApplyReportedFailure()
+void Exchange::ReplaceOrCut()
 {
-    if (!failure_)
-        return;
     const int status = HttpStatusOf(failure_);
     const int said = response.Status();
     if (response.HeadersSent())
@@ -87,9 +86,9 @@ void Exchange::SetErrorPage(int status, std::string_view text)
     errorPageStatus_ = status;
 }
 
-void Exchange::ApplyErrorPage()
+void Exchange::ReplaceByErrorPage()
 {
-    if (errorPageStatus_ && errorPageStatus_ == response.Status() && response.IsBodyEmpty())
+    if (errorPageStatus_ == response.Status() && response.IsBodyEmpty())
         response.Replace(errorPageStatus_, "text/html; charset=utf-8", errorPage_);
 }
 

@@ -46,21 +46,16 @@ struct Conditions {
 class SessionHold {
   public:
     SessionHold() noexcept = default;
-    SessionHold(AccessControl& keeper, SCHANDLE session) noexcept
-        : keeper_(&keeper), session_(session)
-    {
-    }
-    SessionHold(SessionHold&& other) noexcept
-        : keeper_(std::exchange(other.keeper_, nullptr)), session_(other.session_)
-    {
-    }
-    SessionHold& operator=(SessionHold&& other) noexcept
-    {
-        std::swap(keeper_, other.keeper_);
-        std::swap(session_, other.session_);
-        return *this;
-    }
+    SessionHold(const SessionHold&) = delete;
+    SessionHold& operator=(const SessionHold&) = delete;
     ~SessionHold() { Release(); }
+    // Takes a session over that was granted.
+    void Hold(AccessControl& keeper, SCHANDLE session) noexcept
+    {
+        Release();
+        keeper_ = &keeper;
+        session_ = session;
+    }
     void Release() noexcept
     {
         if (keeper_)
@@ -107,10 +102,18 @@ class Exchange {
     // what could not be looked at, and have left it out. While nothing has left, another reply
     // takes the place of its own; from then on the message is cut, so that nobody takes it for
     // whole. Throws std::bad_alloc.
-    void ApplyReportedFailure();
+    void ApplyReportedFailure()
+    {
+        if (failure_)
+            ReplaceOrCut();
+    }
     // The body of a reply of this status that has none. Throws std::bad_alloc.
     void SetErrorPage(int status, std::string_view text);
-    void ApplyErrorPage();
+    void ApplyErrorPage()
+    {
+        if (errorPageStatus_)
+            ReplaceByErrorPage();
+    }
 
     // The handler is asked once more, as if it had not run; what it still says is dropped.
     void AskAgain() noexcept { mustAskAgain_ = true; }
@@ -118,7 +121,9 @@ class Exchange {
     bool TakeAskAgain() noexcept { return std::exchange(mustAskAgain_, false); }
 
   private:
+    void ReplaceOrCut();
     void ReplyWithFailure(int status);
+    void ReplaceByErrorPage();
 
     TALSTATUS failure_ = 0; // 0 is none
     bool mustAskAgain_ = false;

@@ -127,10 +127,11 @@ bool Pipeline::OnRequest(Exchange& exchange) const
 {
     for (const Stage* stage : StagesOf(exchange, kRequest)) {
         const Decision decision = stage->OnRequest(exchange);
+        if (decision.GoesOn())
+            continue;
         if (const int status = decision.Refusal())
             SendError(exchange.response, status);
-        if (!decision.GoesOn())
-            return false;
+        return false;
     }
     return true;
 }
@@ -139,10 +140,11 @@ void Pipeline::Call(Exchange& exchange) const
 {
     for (const Stage* stage : StagesOf(exchange, kBody)) {
         const Decision decision = stage->OnBody(exchange);
+        if (decision.GoesOn())
+            continue;
         if (const int status = decision.Refusal())
             SendError(exchange.response, status);
-        if (!decision.GoesOn())
-            return;
+        return;
     }
     do {
         for (const Stage* stage : StagesOf(exchange, kCall))

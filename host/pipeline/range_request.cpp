@@ -79,6 +79,7 @@ std::optional<ByteRange> ParseByteRange(std::string_view header) noexcept
 
 void RangeRequest::Read(std::string_view range, const std::string_view* ifRange)
 {
+    isUsed_ = true;
     wanted_ = ParseByteRange(range);
     if (ifRange)
         ifRange_ = *ifRange;
@@ -111,6 +112,7 @@ bool RangeRequest::IsOutdated(const ModuleReply& told) const noexcept
 
 RangeRequest::Action RangeRequest::Evaluate(const ModuleReply& told)
 {
+    isUsed_ = true;
     if (told.status == 206)
         return EvaluatePart(told);
     if (told.status == 200)
@@ -190,6 +192,8 @@ std::string RangeRequest::ContentRange() const
 
 std::string_view RangeRequest::Cut(std::string_view piece, bool& isOver) noexcept
 {
+    if (!isUsed_) // the whole, as most want
+        return piece;
     const auto skipped = static_cast<size_t>(std::min<uint64_t>(skip_, piece.size()));
     skip_ -= skipped;
     piece.remove_prefix(skipped);

@@ -43,7 +43,11 @@ class RangeRequest {
         Retry,         // send nothing; the module has to answer ForModule as it is now
     };
 
-    void Reset() noexcept { *this = RangeRequest(); }
+    void Reset() noexcept
+    {
+        if (isUsed_)
+            *this = RangeRequest();
+    }
     // The client's headers; `ifRange` is null when it did not send one. Its text must outlive this.
     // Throws std::bad_alloc.
     void Read(std::string_view range, const std::string_view* ifRange);
@@ -77,6 +81,7 @@ class RangeRequest {
     uint64_t size_ = 0;       // of everything
     uint64_t skip_ = 0;       // to come before the part
     uint64_t left_ = UINT64_MAX;
+    bool isUsed_ = false; // anything above has changed
 };
 
 } // namespace kestd
