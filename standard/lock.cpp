@@ -9,12 +9,12 @@
 #include "standard/handlers.h"
 #include "standard/lock_element.h"
 #include "standard/lock_request.h"
+#include "standard/new_name.h"
 #include "standard/object.h"
 #include "standard/preconditions.h"
 #include "standard/tree_path.h"
 #include "support/handlers.h"
 #include "support/reply.h"
-#include "support/resolution.h"
 #include "support/uri.h"
 
 namespace standard {
@@ -175,8 +175,8 @@ TALSTATUS Lock(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     ProviderGuard providers;
     UNICODE_STRING path = ProviderPath(*url);
     KESTDAV_HANDLER* handler = nullptr;
-    if (const TALSTATUS status = DavUriToHandler(session, &path, &handler); Failed(status))
-        return RefuseMapped(io, Code(status) == kCodeNotFound ? MissingParent(path) : status);
+    if (const TALSTATUS status = FindProviderOfNew(session, path, handler); Failed(status))
+        return RefuseMapped(io, status);
     if (handler->pIKestDav3) {
         LockCall call;
         call.io = io;

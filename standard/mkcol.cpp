@@ -5,6 +5,7 @@
 #include "standard/answer.h"
 #include "standard/failures.h"
 #include "standard/handlers.h"
+#include "standard/new_name.h"
 #include "standard/object.h"
 #include "standard/preconditions.h"
 #include "standard/property_changes.h"
@@ -14,7 +15,6 @@
 #include "support/handlers.h"
 #include "support/memory.h"
 #include "support/reply.h"
-#include "support/resolution.h"
 #include "support/uri.h"
 
 namespace standard {
@@ -70,8 +70,8 @@ TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, 
 {
     const ProviderGuard providers;
     KESTDAV_HANDLER* handler = nullptr;
-    if (const TALSTATUS status = DavUriToHandler(session, path, &handler); Failed(status))
-        return Code(status) == kCodeNotFound ? MissingParent(*path) : status;
+    if (const TALSTATUS status = FindProviderOfNew(session, *path, handler); Failed(status))
+        return status;
     made.isServed = handler->pIKestDav3 != nullptr;
     if (!made.isServed)
         return TAL_STATUS_SUCCESS;

@@ -49,16 +49,6 @@ inline void SetValidators(IKestIO_5* io, DAV_OBJECT_INFO info)
     SetDateHeader(io, "Last-Modified", info.ModificationDate);
 }
 
-// Why a name that no provider serves cannot be made: the root of all providers takes no members,
-// and below it the name's parent is missing.
-inline TALSTATUS MissingParent(const UNICODE_STRING& path) noexcept
-{
-    size_t components = 0;
-    for (size_t i = 0; i < path.Length / sizeof(WCHAR); ++i)
-        components += path.Buffer[i] == u'/';
-    return components > 1 ? TAL_STATUS_CONFLICT : TAL_STATUS_ACCESS_DENIED;
-}
-
 // The object through which one resource's content goes.
 [[nodiscard]] inline TALSTATUS CreateResource(const KESTDAV_HANDLER& handler,
                                               Ref<IKestDAVResource3>& resource)

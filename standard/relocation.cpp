@@ -9,6 +9,7 @@
 #include "standard/answer.h"
 #include "standard/destination.h"
 #include "standard/failures.h"
+#include "standard/new_name.h"
 #include "standard/object.h"
 #include "standard/preconditions.h"
 #include "support/handlers.h"
@@ -63,12 +64,16 @@ bool IsIn(const UNICODE_STRING& path, const UNICODE_STRING& tree)
 }
 
 // RFC 4918 sections 9.8.5 and 9.9.4: onto itself 403. Into itself has no end, and what would be
-// replaced may not hold the source.
-TALSTATUS JudgeEnds(Relocation& relocation)
+// replaced may not hold the source. What is not there is still 404.
+TALSTATUS JudgeEnds(SCHANDLE session, IKestDAV3& provider, Relocation& relocation)
 {
     const bool isBelow = IsIn(relocation.destination, relocation.source);
     if (!isBelow && !IsIn(relocation.source, relocation.destination))
         return TAL_STATUS_SUCCESS;
+    DAV_OBJECT_INFO info = EmptyInfo();
+    if (const TALSTATUS status = provider.GetInfo(session, &relocation.source, &info);
+        Failed(status))
+        return status;
     relocation.refusal = isBelow ? 403 : 409;
     return TAL_STATUS_ACCESS_DENIED;
 }
@@ -82,9 +87,9 @@ TALSTATUS FindProvider(SCHANDLE session, Relocation& relocation, KESTDAV_HANDLER
     if (!relocation.isServed)
         return TAL_STATUS_SUCCESS;
     KESTDAV_HANDLER* other = nullptr;
-    if (const TALSTATUS status = DavUriToHandler(session, &relocation.destination, &other);
+    if (const TALSTATUS status = FindProviderOfNew(session, relocation.destination, other);
         Failed(status))
-        return Code(status) == kCodeNotFound ? MissingParent(relocation.destination) : status;
+        return status;
     if (other == handler)
         return TAL_STATUS_SUCCESS;
     relocation.refusal = 502; // RFC 4918 section 9.8.5: another repository
@@ -98,7 +103,8 @@ TALSTATUS Carry(SCHANDLE session, IKestIO_5* io, Relocation& relocation)
     if (const TALSTATUS status = FindProvider(session, relocation, handler);
         Failed(status) || !relocation.isServed)
         return status;
-    if (const TALSTATUS status = JudgeEnds(relocation); Failed(status))
+    if (const TALSTATUS status = JudgeEnds(session, *handler->pIKestDav3, relocation);
+        Failed(status))
         return status;
     DAV_PRECONDITIONS preconditions;
     if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))

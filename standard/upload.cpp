@@ -9,13 +9,13 @@
 #include "standard/answer.h"
 #include "standard/byteranges.h"
 #include "standard/digests.h"
+#include "standard/new_name.h"
 #include "standard/preconditions.h"
 #include "standard/request_headers.h"
 #include "standard/scan.h"
 #include "standard/upload_headers.h"
 #include "support/memory.h"
 #include "support/reply.h"
-#include "support/resolution.h"
 
 namespace standard {
 
@@ -152,8 +152,8 @@ TALSTATUS StoreUpload(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, Upl
 {
     const ProviderGuard providers;
     KESTDAV_HANDLER* handler = nullptr;
-    if (const TALSTATUS status = DavUriToHandler(session, path, &handler); Failed(status))
-        return Code(status) == kCodeNotFound ? MissingParent(*path) : status;
+    if (const TALSTATUS status = FindProviderOfNew(session, *path, handler); Failed(status))
+        return status;
     upload.isServed = handler->pIKestDav3 != nullptr;
     if (!upload.isServed)
         return TAL_STATUS_SUCCESS;

@@ -60,6 +60,18 @@ TEST_F(StandardPut, WithoutItsParent_Answers409)
     EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/nowhere/n").Body({"x"})), Refused("409"));
 }
 
+// The provider knows no names that do not exist, and the session none of its names.
+TEST_F(StandardPut, OfANewFileInANewSession_IsTheNearestCollectionsProviders)
+{
+    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/other/n").Body({"x"}).Session(7)), kCreated);
+    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/other/no/n").Body({"x"}).Session(8)),
+              Refused("409"));
+    EXPECT_THAT(world.Calls({"other.res3.Open"}),
+                testing::Contains("other.res3.Open(/other/no/n, replace, ?, -)"))
+        << "which says itself what is wrong";
+    EXPECT_EQ(Run(Request(KestMethodMkCol, "/Ferro/other/c/m").Session(9)), Refused("201"));
+}
+
 TEST_F(StandardPut, OntoACollection_Answers405)
 {
     EXPECT_EQ(Run(Put("c")), Refused("405", kFileMethods));

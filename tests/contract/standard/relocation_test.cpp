@@ -78,11 +78,13 @@ TEST_P(StandardRelocation, OntoItself_Answers403)
     EXPECT_EQ(Run(From("c", "gen3/c/d/e")), Refused("403")) << "into itself";
     EXPECT_EQ(Run(From("c/d", "gen3/c")), Refused("409")) << "what holds it cannot go for it";
     EXPECT_EQ(Tree(), "/ /c/ /c/a /c/d/ /c/d/b /f.txt ");
-    EXPECT_THAT(Changes(), IsEmpty());
+    EXPECT_THAT(world.Calls({"gen3.3." + Name()}), IsEmpty());
 }
 
 TEST_P(StandardRelocation, OfNothing_Answers404)
 {
+    EXPECT_EQ(Run(From("none", "gen3/none")), Refused("404")) << "also onto itself";
+    EXPECT_EQ(Run(From("none", "gen3/none/n")), Refused("404"));
     EXPECT_EQ(Run(From("none", "gen3/n")), Refused("404"));
     EXPECT_EQ(Run(From("none", "gen3/n").Header("If-Match", "*")), Refused("404"));
 }
@@ -92,6 +94,13 @@ TEST_P(StandardRelocation, WithoutAParent_Answers409)
     EXPECT_EQ(Run(From("f.txt", "gen3/no/n")), Refused("409"));
     EXPECT_EQ(Run(From("f.txt", "nowhere/n")), Refused("409"));
     EXPECT_EQ(Run(From("f.txt", "nowhere")), Refused("403"));
+}
+
+TEST_P(StandardRelocation, ToANewNameInANewSession)
+{
+    Request request = From("f.txt", "other/n").Session(7);
+    request.path = "/Ferro/other/f.txt";
+    EXPECT_EQ(Run(request), kCreated) << "the provider knows no names that do not exist";
 }
 
 TEST_P(StandardRelocation, ToAnotherProvider_Answers502)
