@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The program kestd: picks the command.
 #include <cstdio>
 #include <exception>
 #include <string>

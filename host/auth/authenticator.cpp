@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Checks passwords: the cache of what was right before, the queue for hashes, the limits on
+// guesses.
 #include "host/auth/authenticator.h"
 
 #include <cstring>

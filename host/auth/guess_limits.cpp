@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Counts of wrong guesses, and the waits that follow from them.
 #include "host/auth/guess_limits.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Makes and checks password hashes by libcrypt.
 #include "host/auth/passwords.h"
 
 #include <algorithm>

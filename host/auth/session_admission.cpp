@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Finds or makes the session of a request from its credentials and cookie.
 #include "host/auth/session_admission.h"
 
 #include "base/ascii.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The table of sessions: held, idle, ended.
 #include "host/auth/sessions.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reads and writes the users file.
 #include "host/auth/users.h"
 
 #include <array>

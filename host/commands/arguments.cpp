@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reads the command line.
 #include "host/commands/arguments.h"
 
 #include <filesystem>

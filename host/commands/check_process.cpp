@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Runs "kestd check" on a changed configuration and takes its answer.
 #include "host/commands/check_process.h"
 
 #include <array>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// What "kestd help" and "kestd --help" say.
 #include <cstdio>
 
 #include "host/commands/commands.h"

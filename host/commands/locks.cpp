@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The command "kestd locks".
 #include <algorithm>
 #include <cstdio>
 #include <iterator>

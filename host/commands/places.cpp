@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Finds the checkout or the installation around the program's own file.
 #include "host/commands/places.h"
 
 #include <cstdlib>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The command "kestd serve": starts everything, reloads, stops.
 #include <algorithm>
 #include <array>
 #include <cerrno>

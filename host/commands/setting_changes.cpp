@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Compares two states of the registry value by value.
 #include "host/commands/setting_changes.h"
 
 #include <algorithm>

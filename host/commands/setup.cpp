@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Lays the command line over the configuration file and reads the settings.
 #include "host/commands/setup.h"
 
 #include <array>

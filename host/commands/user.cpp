@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The command "kestd user".
 #include <array>
 #include <csignal>
 #include <cstdio>

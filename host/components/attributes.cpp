@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Attributes of sessions: their data, their readers and writers, their end.
 #include "host/components/attributes.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Answers for the directory from the users file, or hands on to LDAP.
 #include "host/components/directory.h"
 
 #include <limits>

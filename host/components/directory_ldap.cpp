@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Asks an LDAP server and keeps what it said for a while.
 #include "host/components/directory_ldap.h"
 
 #include <list>

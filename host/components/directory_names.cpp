@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Takes names of directory entries apart and puts them together.
 #include "host/components/directory_names.h"
 
 #include "base/ascii.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Subscriptions, and the thread that calls the subscribers.
 #include "host/components/events.h"
 
 #include <algorithm>

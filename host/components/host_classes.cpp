@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Makes the host's services and registers their classes.
 #include "host/components/host_classes.h"
 
 #include <functional>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// One component's objects: search, references, handles, eviction.
 #include "host/components/object_store.h"
 
 #include <algorithm>

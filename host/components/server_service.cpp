@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Answers components about the configuration and a session's user.
 #include "host/components/server_service.h"
 
 #include <algorithm>

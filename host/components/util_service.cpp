@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Dates, media types and escapes in the forms of the contract.
 #include "host/components/util_service.h"
 
 #include <algorithm>

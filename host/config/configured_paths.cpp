@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Looks at each file and directory that a setting names.
 #include "host/config/configured_paths.h"
 
 #include <array>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// One reader for each table of the registry, with the checks of what it holds.
 #include "host/config/registry_settings.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Formats access lines and gathers them.
 #include "host/http/access_log.h"
 
 #include <charconv>

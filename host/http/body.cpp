@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Receives a body, gathers its beginning, takes chunks apart.
 #include "host/http/body.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The states of the chunked coding, byte by byte.
 #include "host/http/chunked_decoder.h"
 
 #include <algorithm>

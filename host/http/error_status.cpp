@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Maps failures of components to statuses of HTTP.
 #include "host/http/error_status.h"
 
 #include "host/http/status_text.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Keeps the lines of a reply's head as they will be sent.
 #include "host/http/header_fields.h"
 
 #include "base/ascii.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reads "Content-Length" and "Transfer-Encoding".
 #include "host/http/message_framing.h"
 
 #include "base/ascii.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The table of methods.
 #include "host/http/method.h"
 
 namespace kestd {

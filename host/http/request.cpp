@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Looks header fields up, and joins those that stand in several lines.
 #include "host/http/request.h"
 
 #include "base/ascii.h"

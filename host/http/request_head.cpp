@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Finds a head's end and parses it with Beast.
 #include "host/http/request_head.h"
 
 #include <cstring>

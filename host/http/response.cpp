@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Gathers a reply, decides its framing, sends it.
 #include "host/http/response.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Sends a reply that is one text.
 #include "host/http/short_reply.h"
 
 #include "host/http/error_status.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The table of reason phrases.
 #include "host/http/status_text.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Decodes a path once and removes its dot segments.
 #include "host/http/target.h"
 
 #include <algorithm>

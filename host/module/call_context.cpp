@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The request of each thread, and the component that tells of it.
 #include "host/module/call_context.h"
 
 #include <utility>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Forwards IKestIO_5 to the exchange, in the types of the contract.
 #include "host/module/kest_io.h"
 
 #include <algorithm>

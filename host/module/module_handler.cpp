@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Calls the module for requests and subrequests.
 #include "host/module/module_handler.h"
 
 #include "host/module/call_context.h"

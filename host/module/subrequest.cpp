@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// IKestIO_5 of a request in memory: a path and a method, of the reply the status.
 #include "host/module/subrequest.h"
 
 #include <kest/identifiers.h>

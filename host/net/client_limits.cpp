@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Counts connections and waiting requests by address, and gives up the one that waited longest.
 #include "host/net/client_limits.h"
 
 #include <netinet/in.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// A connection between its requests: waits, deadlines, heads, the lingering close.
 #include "host/net/connection.h"
 
 #include <arpa/inet.h>

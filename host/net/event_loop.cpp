@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The states of registrations, the threads' queues, and the waits in between.
 #include "host/net/event_loop.h"
 
 #include <sys/epoll.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Switches stacks, and keeps those that are not in use.
 #include "host/net/fiber.h"
 
 #include <sys/mman.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Binds, listens, accepts.
 #include "host/net/listener.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Asks the system's coarse clock.
 #include "host/net/monotonic_clock.h"
 
 #include <time.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Puts the server's parts together, starts and stops them.
 #include "host/net/server.h"
 
 #include <sched.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Makes the settings in force from those that are configured, and publishes them.
 #include "host/net/settings_holder.h"
 
 #include <algorithm>

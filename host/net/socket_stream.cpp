@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Receives and sends without keeping the thread, and keeps the end of a reply.
 #include "host/net/socket_stream.h"
 
 #include <poll.h>

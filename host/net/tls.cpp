@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// OpenSSL over a socket that never waits, and the server's context.
 #include "host/net/tls.h"
 
 #include <sys/socket.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Starts workers, and more of them when those there are wait for disks.
 #include "host/net/worker_pool.h"
 
 #include <fcntl.h>

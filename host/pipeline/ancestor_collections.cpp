@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Answers OPTIONS, GET, HEAD and PROPFIND above the handler's location.
 #include "host/pipeline/ancestor_collections.h"
 
 #include "base/percent.h"

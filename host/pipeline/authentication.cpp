@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Gathers the credentials of a request and applies the access control's answer.
 #include "host/pipeline/authentication.h"
 
 #include "host/http/error_status.h"

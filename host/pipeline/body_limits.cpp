@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Refuses bodies that announce too much, and names the reason for those that were cut.
 #include "host/pipeline/body_limits.h"
 
 #include "host/net/settings_holder.h"

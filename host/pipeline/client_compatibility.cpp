@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Adds what clients insist on to replies of LOCK, COPY, MOVE and OPTIONS.
 #include "host/pipeline/client_compatibility.h"
 
 #include <string>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reads conditions, and judges them by a HEAD of the target.
 #include "host/pipeline/conditional_requests.h"
 
 #include <chrono>

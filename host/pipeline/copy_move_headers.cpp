@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reads and checks "Destination", "Overwrite" and "Depth".
 #include "host/pipeline/copy_move_headers.h"
 
 #include "base/ascii.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Tells by Fetch Metadata, "Origin" or "Referer" who made the browser send a request.
 #include "host/pipeline/csrf.h"
 
 #include "base/ascii.h"

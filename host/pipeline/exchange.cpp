@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The state of a request: failures, error pages, reset and reuse.
 #include "host/pipeline/exchange.h"
 
 #include "host/http/error_status.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Watches the reply to a LOCK, and unlocks what its client never heard of.
 #include "host/pipeline/granted_lock.h"
 
 #include <new>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Compares the names that a request asks for with those that are served.
 #include "host/pipeline/host_check.h"
 
 #include "base/ascii.h"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Finds the token in the module's reply to a LOCK.
 #include "host/pipeline/lock_reply.h"
 
 namespace kestd {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Looks at the destination before the module does, and again where it has changed.
 #include "host/pipeline/overwrite_resolution.h"
 
 namespace kestd {

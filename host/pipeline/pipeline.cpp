@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// THE ORDER of the stages, and their hooks at each point of a request's way.
 #include "host/pipeline/pipeline.h"
 
 #include <cstdint>

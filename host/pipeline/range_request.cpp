@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Chooses what the module is asked for, and judges what it says.
 #include "host/pipeline/range_request.h"
 
 #include <algorithm>

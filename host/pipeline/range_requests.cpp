@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Applies a range to the module's reply.
 #include "host/pipeline/range_requests.h"
 
 namespace kestd {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Parses head, framing, target and host, and refuses what is malformed.
 #include "host/pipeline/request_validator.h"
 
 #include "base/ascii.h"

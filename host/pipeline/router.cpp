@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Picks the handler, a static file, an ancestor, or nobody.
 #include "host/pipeline/router.h"
 
 #include "base/uri.h"

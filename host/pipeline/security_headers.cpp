@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The policies for pages and for stored content.
 #include "host/pipeline/security_headers.h"
 
 #include <string>

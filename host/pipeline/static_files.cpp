@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Opens a file beneath the directory and sends it with its validators.
 #include "host/pipeline/static_files.h"
 
 #include <fcntl.h>
