@@ -128,8 +128,8 @@ IfCondition ConditionOf(const DAV_IF_CONDITION& given)
 
 Guard::Guard(const Store& store, SCHANDLE session, const Target& own,
              const DAV_PRECONDITIONS& preconditions)
-    : store_(store), session_(session), given_(&preconditions),
-      own_(own.volume ? ProviderPath(*own.volume, own.path.View()) : "/")
+    : store_(store), session_(session), given_(&preconditions), ownVolume_(own.volume),
+      own_(own.path.View())
 {
     for (UINT32 i = 0; i < preconditions.TokenCount; ++i)
         if (preconditions.Tokens[i].Length)
@@ -152,15 +152,16 @@ Conditions Guard::On(const Volume& volume, std::string_view path) const
 {
     if (!given_)
         return Conditions::Of(volume, path);
-    return ProviderPath(volume, path) == own_ ? Conditions::From(*given_, store_.Now())
-                                              : Conditions();
+    return &volume == ownVolume_ && path == own_ ? Conditions::From(*given_, store_.Now())
+                                                 : Conditions();
 }
 
 TALSTATUS Guard::CheckConditions() const
 {
     if (lists_) {
         ResourceState state(store_, {}, true);
-        const bool isMet = lists_->Evaluate(own_, state);
+        const bool isMet =
+            lists_->Evaluate(ownVolume_ ? ProviderPath(*ownVolume_, own_) : "/", state);
         if (Failed(state.Status()))
             return state.Status();
         return isMet ? TAL_STATUS_SUCCESS : Failure(kCodePreconditionFailed);

@@ -73,6 +73,7 @@ class Guard {
     std::vector<std::string> tokens_;
     // Of preconditions that were handed over: the path that they are about, and the "If" header.
     const DAV_PRECONDITIONS* given_ = nullptr;
+    const Volume* ownVolume_ = nullptr; // null: the root
     std::string own_;
     std::optional<IfHeader> lists_;
     mutable std::optional<std::string> user_; // asked for only where locks are

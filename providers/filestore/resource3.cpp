@@ -14,6 +14,11 @@ namespace filestore {
 
 namespace {
 
+bool HasAny(const DAV_PRECONDITIONS& given)
+{
+    return given.IfCount || given.Match.Length || given.NoneMatch.Length || given.UnmodifiedSince;
+}
+
 constexpr UINT64 kLastOffset = ~UINT64{0} >> 1; // that any file system counts to
 
 } // namespace
@@ -54,37 +59,49 @@ TALSTATUS ContentFace::Open(SCHANDLE hSession, UNICODE_STRING* path, UINT32 purp
 TALSTATUS ContentFace::OpenForReading(SCHANDLE session, const UNICODE_STRING* path,
                                       DAV_OBJECT_INFO* info)
 {
-    if (const TALSTATUS status = store_.Locate(path, &target_); Failed(status))
+    Target target;
+    if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
         return status;
-    if (target_.IsRoot()) {
+    volume_ = target.volume;
+    if (target.IsRoot()) {
         recent::Drop();
         info_ = {};
         info_.isDirectory = true;
         WriteRecord(DescribeRoot(store_), info);
         return TAL_STATUS_SUCCESS;
     }
-    guard_.emplace(store_, session, target_, given_);
-    TALSTATUS status = OpenFound(store_, &target_, &file_, &info_);
-    if (!Failed(status))
-        status = guard_->CheckConditions();
-    if (!Failed(status))
-        status = guard_->On(*target_.volume, target_.path.View()).Judge(&info_);
-    if (!Failed(status))
-        WriteRecord(DescribeObject(store_, target_.volume, info_, false), info);
+    TALSTATUS status = OpenFound(store_, &target, &file_, &info_);
+    if (!Failed(status) && HasAny(given_))
+        status = JudgeReading(session, target);
+    if (Failed(status))
+        return status;
+    path_ = target.path.View();
+    WriteRecord(DescribeObject(store_, volume_, info_, false), info);
     return status;
+}
+
+// What is open now is what is read.
+TALSTATUS ContentFace::JudgeReading(SCHANDLE session, const Target& target)
+{
+    const Guard guard(store_, session, target, given_);
+    const TALSTATUS status = guard.CheckConditions();
+    return Failed(status) ? status : guard.On(*target.volume, target.path.View()).Judge(&info_);
 }
 
 TALSTATUS ContentFace::OpenForWriting(SCHANDLE session, const UNICODE_STRING* path, UINT32 purpose,
                                       INT64 expected, DAV_OBJECT_INFO* info)
 {
     recent::Drop();
-    if (const TALSTATUS status = store_.LocateNew(path, &target_); Failed(status))
+    Target target;
+    if (const TALSTATUS status = store_.LocateNew(path, &target); Failed(status))
         return status;
-    guard_.emplace(store_, session, target_, given_);
+    volume_ = target.volume;
+    path_ = target.path.View();
+    guard_.emplace(store_, session, target, given_);
     if (const TALSTATUS status = guard_->CheckConditions(); Failed(status))
         return status;
     if (purpose == kOpenModify) {
-        TALSTATUS status = store_.OpenExisting(&target_, OpenFor::Reading, &file_, &info_);
+        TALSTATUS status = store_.OpenExisting(&target, OpenFor::Reading, &file_, &info_);
         if (!Failed(status) && info_.isDirectory)
             status = Failure(kCodeMethodNotAllowed);
         if (Failed(status))
@@ -95,7 +112,7 @@ TALSTATUS ContentFace::OpenForWriting(SCHANDLE session, const UNICODE_STRING* pa
     DAV_OBJECT_INFO told{};
     told.Size = sizeof told;
     if (const FileInfo* const old = upload_->Old())
-        told = DescribeObject(store_, target_.volume, *old, false);
+        told = DescribeObject(store_, volume_, *old, false);
     WriteRecord(told, info);
     return TAL_STATUS_SUCCESS;
 }
@@ -103,15 +120,14 @@ TALSTATUS ContentFace::OpenForWriting(SCHANDLE session, const UNICODE_STRING* pa
 // Locks are asked before a byte is taken: a client is not to send a long body in vain.
 TALSTATUS ContentFace::Begin(UINT32 purpose, INT64 expected)
 {
-    Volume& volume = *target_.volume;
-    const std::string_view path = target_.path.View();
+    Volume& volume = *volume_;
     upload_.emplace(store_, volume);
-    upload_->SetConditions(guard_->On(volume, path));
+    upload_->SetConditions(guard_->On(volume, path_));
     TALSTATUS status = purpose == kOpenModify
-                           ? upload_->BeginWithContent(path, file_.Get(), info_.size)
-                           : upload_->Begin(path, false);
+                           ? upload_->BeginWithContent(path_, file_.Get(), info_.size)
+                           : upload_->Begin(path_, false);
     if (!Failed(status))
-        status = guard_->CheckLocks(volume, path,
+        status = guard_->CheckLocks(volume, path_,
                                     upload_->IsReplacing() ? Reach::Self : Reach::Membership);
     if (!Failed(status) && expected > 0)
         status = MakeRoomFor(static_cast<UINT64>(expected));
@@ -122,7 +138,7 @@ TALSTATUS ContentFace::Begin(UINT32 purpose, INT64 expected)
 TALSTATUS ContentFace::MakeRoomFor(UINT64 bytes)
 {
     constexpr UINT64 kWorthAsking = 1u << 20;
-    Volume& volume = *target_.volume;
+    Volume& volume = *volume_;
     UINT64 free = 0, total = 0;
     if (bytes < kWorthAsking)
         return TAL_STATUS_SUCCESS;
@@ -148,10 +164,10 @@ TALSTATUS ContentFace::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* 
     if (offset != 0 && call::IsCancelled())
         return Failure(kCodeUnsuccessful);
     return Protected([&] {
-        FileSystem& fs = target_.volume->Fs();
+        FileSystem& fs = volume_->Fs();
         size_t got = 0;
         if (!file_) // it has only been looked at
-            if (const int error = fs.Open(target_.path.CStr(), OpenFor::Reading, file_.Out(fs)))
+            if (const int error = fs.Open(path_.c_str(), OpenFor::Reading, file_.Out(fs)))
                 return StatusFromErrno(error);
         const int error = fs.Read(file_.Get(), offset, buffer, length, &got);
         *read = static_cast<UINT32>(got);
@@ -177,7 +193,7 @@ TALSTATUS ContentFace::SetLength(UINT64 length)
 
 TALSTATUS ContentFace::Finish(DAV_DATETIME modified, DAV_DATETIME created)
 {
-    Volume& volume = *target_.volume;
+    Volume& volume = *volume_;
     upload_->SetModified(modified ? StampedDate(modified, true) : StampedDate(store_.Now(), false));
     if (created)
         upload_->SetCreated(created);
@@ -185,8 +201,7 @@ TALSTATUS ContentFace::Finish(DAV_DATETIME modified, DAV_DATETIME created)
     TALSTATUS status = WithRoomForRows(store_, volume, [&] { return upload_->Finish(); });
     if (!Failed(status))
         status = WithRoomForRows(store_, volume, [&] {
-            return PublishUpload(*guard_, volume, target_.path.View(), guard_->HasConditions(),
-                                 &*upload_);
+            return PublishUpload(*guard_, volume, path_, guard_->HasConditions(), &*upload_);
         });
     return Failed(status) ? status : StatusFromErrno(volume.Fs().Inspect(upload_->File(), &info_));
 }
@@ -202,7 +217,7 @@ TALSTATUS ContentFace::Publish(DAV_DATETIME modified, DAV_DATETIME created,
         if (Failed(published))
             TellRefusals(*guard_, published, failures);
         else
-            TellChange(upload_->IsReplacing(), DescribeObject(store_, target_.volume, info_, false),
+            TellChange(upload_->IsReplacing(), DescribeObject(store_, volume_, info_, false),
                        change);
         return published;
     });

@@ -29,6 +29,7 @@ class ContentFace final : public Face<IKestDAVResource3> {
   private:
     void Close();
     TALSTATUS OpenForReading(SCHANDLE session, const UNICODE_STRING* path, DAV_OBJECT_INFO* info);
+    TALSTATUS JudgeReading(SCHANDLE session, const Target& target);
     TALSTATUS OpenForWriting(SCHANDLE session, const UNICODE_STRING* path, UINT32 purpose,
                              INT64 expected, DAV_OBJECT_INFO* info);
     TALSTATUS Begin(UINT32 purpose, INT64 expected);
@@ -36,7 +37,8 @@ class ContentFace final : public Face<IKestDAVResource3> {
     TALSTATUS Finish(DAV_DATETIME modified, DAV_DATETIME created);
 
     Store& store_;
-    Target target_;
+    Volume* volume_ = nullptr; // null: the root
+    std::string path_;         // in it
     bool isOpen_ = false;
     OpenFile file_; // what was there when it was opened; none where that was only looked at
     FileInfo info_;
