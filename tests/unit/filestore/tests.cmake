@@ -5,7 +5,8 @@ kest_test(filestore_unit_test
           ${CMAKE_CURRENT_LIST_DIR}/upgrade_test.cpp ${CMAKE_CURRENT_LIST_DIR}/replace_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/linkwalk_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/room_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/looks_test.cpp ${CMAKE_CURRENT_LIST_DIR}/etag_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/looks_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/parsed_paths_test.cpp ${CMAKE_CURRENT_LIST_DIR}/etag_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/property_test.cpp
   LIBS filestore_objects)
 # Apart from the others: it has system calls of its own.
