@@ -3,23 +3,18 @@
 // Numbers as text, on the stack.
 #pragma once
 
-#include <charconv>
-
-#include <kest/types.h>
+#include "support/escape.h"
 
 namespace standard {
 
 // The decimal text of a number, NUL-terminated.
 class Decimal {
   public:
-    explicit Decimal(UINT64 value)
-    {
-        *std::to_chars(text_, text_ + sizeof text_ - 1, value).ptr = 0;
-    }
+    explicit Decimal(UINT64 value) { (void)U64ToAscii(value, 10, text_); }
     const char* Text() const { return text_; }
 
   private:
-    char text_[21]; // 20 digits and the terminator
+    char text_[kU64Digits];
 };
 
 } // namespace standard

@@ -171,6 +171,14 @@ bool PropFindResponses::PutLive(const PropFindObject& object, UINT32 property)
         out_.PutHttpDate(object.info.ModificationDate);
         out_.Put("</D:getlastmodified>");
         return true;
+    default:
+        return PutLiveElement(object, property);
+    }
+}
+
+bool PropFindResponses::PutLiveElement(const PropFindObject& object, UINT32 property)
+{
+    switch (property) {
     case kLiveResourceType:
         out_.Put(object.IsCollection() ? "<D:resourcetype><D:collection/></D:resourcetype>"
                                        : "<D:resourcetype/>");

@@ -46,6 +46,8 @@ class PropFindResponses {
     void PutLiveNames(UINT32 live);
     // False when the object has no such property.
     bool PutLive(const PropFindObject& object, UINT32 property);
+    // Those whose values are elements, and the ones of another namespace.
+    bool PutLiveElement(const PropFindObject& object, UINT32 property);
     // The path for a call of the provider; null, and reported, when it cannot be told.
     static UNICODE_STRING* WidePath(const PropFindObject& object);
     bool PutText(const char* before, std::string_view text, const char* behind);
