@@ -126,7 +126,8 @@ TALSTATUS MakeLock(LockCall& call)
         return RefuseMapped(call.io, status);
     if (!IsWhole(*lock, call.records.Size()))
         return RefuseMapped(call.io, TAL_STATUS_UNSUCCESSFUL);
-    SetLockToken(call.io, {lock->Text, lock->TokenLength});
+    SetLockToken(call.io,
+                 {VariableText(*lock, offsetof(DAV_LOCK_INFO_3, Text)), lock->TokenLength});
     SetValidators(call.io, change.Info);
     return SendLock(call, change.Outcome == kOutcomeCreated ? 201 : 200, *lock,
                     change.Info.Type == Collection);
@@ -151,7 +152,8 @@ TALSTATUS Refresh(LockCall& call)
     DAV_OBJECT_INFO info = EmptyInfo();
     (void)call.provider->GetInfo(call.session, call.path,
                                  &info); // only the href's last "/" needs it
-    SetLockToken(call.io, {lock->Text, lock->TokenLength});
+    SetLockToken(call.io,
+                 {VariableText(*lock, offsetof(DAV_LOCK_INFO_3, Text)), lock->TokenLength});
     return SendLock(call, 200, *lock, info.Type == Collection);
 }
 

@@ -68,9 +68,10 @@ void PutHref(ReplyWriter& out, std::string_view path, bool isCollection)
 void PutLock(ReplyWriter& out, const DAV_LOCK_INFO_3& lock, std::string_view path,
              bool isCollection)
 {
-    const std::string_view token(lock.Text, lock.TokenLength);
-    const std::string_view owner(lock.Text + lock.TokenLength, lock.OwnerLength);
-    const std::string_view root(lock.Text + lock.TokenLength + lock.OwnerLength, lock.RootLength);
+    const char* const text = VariableText(lock, offsetof(DAV_LOCK_INFO_3, Text));
+    const std::string_view token(text, lock.TokenLength);
+    const std::string_view owner(text + lock.TokenLength, lock.OwnerLength);
+    const std::string_view root(text + lock.TokenLength + lock.OwnerLength, lock.RootLength);
     out.Put("<D:activelock><D:locktype>");
     out.Put(lock.Type == Write ? "<D:write/>" : "<D:read/>");
     out.Put("</D:locktype><D:lockscope>");

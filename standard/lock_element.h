@@ -12,6 +12,12 @@
 
 namespace standard {
 
+// What stands at an offset of a packed record, which runs past its declaration's end.
+template <class Record> const char* VariableText(const Record& record, size_t offset) noexcept
+{
+    return reinterpret_cast<const char*>(&record) + offset;
+}
+
 // Whether a lock's texts lie within `bytes`, the room that its record was given.
 inline bool IsWhole(const DAV_LOCK_INFO_3& lock, UINT32 bytes) noexcept
 {

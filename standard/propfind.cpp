@@ -41,7 +41,8 @@ TALSTATUS ForEachMember(IKestDAVCollection3& collection, RecordBuffer& buffer, V
         [&](UINT32* size, DAV_MEMBER* members) { return collection.GetMembers(size, members); },
         [&](const DAV_MEMBER& member, UINT32 room) {
             return member.NameLength > room - offsetof(DAV_MEMBER, Name) ||
-                   visit(member, std::string_view(member.Name, member.NameLength));
+                   visit(member, std::string_view(VariableText(member, offsetof(DAV_MEMBER, Name)),
+                                                  member.NameLength));
         });
 }
 

@@ -309,11 +309,10 @@ void PropFindResponses::PutDead(const PropFindObject& object)
 
 void PropFindResponses::PutDeadProperty(const DAV_PROPERTY& property)
 {
-    const XmlName name = {
-        {property.Text, property.NamespaceLength},
-        {property.Text + property.NamespaceLength, property.NameLength},
-    };
-    const std::string_view value(property.Text + property.NamespaceLength + property.NameLength,
+    const char* const text = VariableText(property, offsetof(DAV_PROPERTY, Text));
+    const XmlName name = {{text, property.NamespaceLength},
+                          {text + property.NamespaceLength, property.NameLength}};
+    const std::string_view value(text + property.NamespaceLength + property.NameLength,
                                  property.ValueLength);
     if (FindLiveProperty(name) != 0)
         return; // kept by another dialect: the live one has been told
