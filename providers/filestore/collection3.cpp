@@ -58,7 +58,7 @@ TALSTATUS CollectionFace::OpenTarget(Target* target, DAV_OBJECT_INFO* info)
         opened->path = target->path.View();
         directory_ = opened;
         walked::Offer(directory_);
-        told = DescribeObject(store_, target->volume, found, false);
+        told = DescribeObject(store_.Now(), target->volume, found, false);
     }
     volume_ = target->volume;
     path_ = target->path.View();
@@ -122,6 +122,7 @@ TALSTATUS CollectionFace::FindLocked(MetadataSession& session)
 TALSTATUS CollectionFace::Pack(UINT32* size, char* buffer)
 {
     const NameList& names = listing_.Names();
+    const UINT64 now = store_.Now();
     size_t used = 0;
     DAV_MEMBER* last = nullptr;
     size_t lastAt = 0;
@@ -134,7 +135,7 @@ TALSTATUS CollectionFace::Pack(UINT32* size, char* buffer)
             break;
         names.Expect(next_ + kNamesAhead);
         auto* const record = reinterpret_cast<DAV_MEMBER*>(buffer + used);
-        const TALSTATUS status = PackMember(name, record);
+        const TALSTATUS status = PackMember(name, now, record);
         if (Code(status) == kCodeNotFound)
             continue;
         if (Failed(status))
@@ -149,14 +150,14 @@ TALSTATUS CollectionFace::Pack(UINT32* size, char* buffer)
     return last ? TAL_STATUS_SUCCESS : Failure(kCodeNoMoreEntries);
 }
 
-TALSTATUS CollectionFace::PackMember(std::string_view name, DAV_MEMBER* out) const
+TALSTATUS CollectionFace::PackMember(std::string_view name, UINT64 now, DAV_MEMBER* out) const
 {
     FileInfo info;
     if (const TALSTATUS status = listing_.Inspect(name.data(), &info); Failed(status))
         return status;
     out->NextEntryOffset = 0;
     out->NameLength = static_cast<UINT32>(name.size());
-    out->Info = DescribeObject(store_, nullptr, info, true);
+    out->Info = DescribeObject(now, nullptr, info, true);
     if (listing_.IsHidden(name.data()))
         out->Info.Attributes |= kAttributeHidden;
     if (!withProperties_.empty() && withProperties_.contains(std::string(name)))

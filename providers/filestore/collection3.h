@@ -24,7 +24,7 @@ class CollectionFace final : public Face<IKestDAVCollection3> {
     TALSTATUS ReadNames();
     TALSTATUS FindLocked(MetadataSession& session);
     TALSTATUS Pack(UINT32* size, char* buffer);
-    TALSTATUS PackMember(std::string_view name, DAV_MEMBER* out) const;
+    TALSTATUS PackMember(std::string_view name, UINT64 now, DAV_MEMBER* out) const;
 
     Store& store_;
     bool isOpen_ = false;

@@ -25,7 +25,7 @@ bool IsReadable(const DAV_TEXT& text)
 
 } // namespace
 
-DAV_OBJECT_INFO DescribeObject(const Store& store, const Volume* volume, const FileInfo& info,
+DAV_OBJECT_INFO DescribeObject(UINT64 now, const Volume* volume, const FileInfo& info,
                                bool hasCreated)
 {
     DAV_OBJECT_INFO out{};
@@ -39,7 +39,7 @@ DAV_OBJECT_INFO DescribeObject(const Store& store, const Volume* volume, const F
     out.ResourceSize = info.isDirectory ? 0 : info.size;
     out.CreationDate = hasCreated ? info.created : 0;
     out.ModificationDate = info.modified;
-    PutTag(info, store.Now(), &out.Tag);
+    PutTag(info, now, &out.Tag);
     return out;
 }
 
@@ -78,7 +78,7 @@ TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out)
         status = StatusFromErrno(volume.GetCreated(file.Get(), info, &info.created));
     if (Failed(status))
         return status;
-    *out = DescribeObject(store, &volume, info, true);
+    *out = DescribeObject(store.Now(), &volume, info, true);
     if (volume.MayHaveProperties()) {
         std::unique_ptr<MetadataSession> session;
         bool isHidden = false;

@@ -14,9 +14,10 @@
 
 namespace filestore {
 
-// Everything that costs no further look. The creation date is `info`'s if `hasCreated`.
-[[nodiscard]] DAV_OBJECT_INFO DescribeObject(const Store& store, const Volume* volume,
-                                             const FileInfo& info, bool hasCreated);
+// Everything that costs no further look. The creation date is `info`'s if `hasCreated`; `now` says
+// whether the tag is strong.
+[[nodiscard]] DAV_OBJECT_INFO DescribeObject(UINT64 now, const Volume* volume, const FileInfo& info,
+                                             bool hasCreated);
 // The same for a path, with the kept creation date and the hidden mark. Opens the object; the
 // request's next operation on the path finds it open.
 TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out);

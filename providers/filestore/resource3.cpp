@@ -76,7 +76,7 @@ TALSTATUS ContentFace::OpenForReading(SCHANDLE session, const UNICODE_STRING* pa
     if (Failed(status))
         return status;
     path_ = target.path.View();
-    WriteRecord(DescribeObject(store_, volume_, info_, false), info);
+    WriteRecord(DescribeObject(store_.Now(), volume_, info_, false), info);
     return status;
 }
 
@@ -112,7 +112,7 @@ TALSTATUS ContentFace::OpenForWriting(SCHANDLE session, const UNICODE_STRING* pa
     DAV_OBJECT_INFO told{};
     told.Size = sizeof told;
     if (const FileInfo* const old = upload_->Old())
-        told = DescribeObject(store_, volume_, *old, false);
+        told = DescribeObject(store_.Now(), volume_, *old, false);
     WriteRecord(told, info);
     return TAL_STATUS_SUCCESS;
 }
@@ -217,7 +217,7 @@ TALSTATUS ContentFace::Publish(DAV_DATETIME modified, DAV_DATETIME created,
         if (Failed(published))
             TellRefusals(*guard_, published, failures);
         else
-            TellChange(upload_->IsReplacing(), DescribeObject(store_, volume_, info_, false),
+            TellChange(upload_->IsReplacing(), DescribeObject(store_.Now(), volume_, info_, false),
                        change);
         return published;
     });
