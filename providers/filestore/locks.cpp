@@ -115,13 +115,12 @@ class NewFile {
     // of the LOCK's reply for its "If-Match" has to find it strong.
     TALSTATUS Make(const Conditions& conditions, UINT64 now)
     {
-        const int error =
-            volume_.Fs().CreateFile(parent_->Get(), leaf_.c_str(), file_.Out(volume_.Fs()));
+        int error = volume_.Fs().CreateFile(parent_->Get(), leaf_.c_str(), file_.Out(volume_.Fs()));
         made_ = error == 0;
         if (error == EEXIST)
             return conditions.JudgeName(volume_.Fs(), parent_->Get(), leaf_.c_str());
-        if (made_) // without it the tag is a weak one for a while
-            (void)volume_.Fs().SetModified(file_.Get(), StampedDate(now, false));
+        if (error == 0)
+            error = volume_.Fs().SetModified(file_.Get(), StampedDate(now, false));
         return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
     void Keep() { made_ = false; }
