@@ -25,7 +25,7 @@ kestd serve [OPTIONS] [[NAME=]DIR ...]
     --public-url URL       the address that clients see, behind a reverse proxy
     --tls-cert FILE        certificate chain, PEM; with --tls-key the server speaks https
     --tls-key FILE         its private key, PEM
-    --dialect DIALECT      how WebDAV requests are answered: classic or standard
+    --dialect DIALECT      how WebDAV requests are answered: standard or classic
     --state-dir DIR        where the users file and the volume "files" are kept
 
     Without users only loopback addresses are served, and everybody is the local user.

@@ -113,9 +113,9 @@ std::string Setup::LoadRegistry(bool isReload)
                                     error.size())))
             return error.data();
     }
-    if (std::string problem = LayCommandLine(); !problem.empty())
+    if (std::string problem = LayDefaults(); !problem.empty())
         return problem;
-    return LayDefaults();
+    return LayCommandLine();
 }
 
 std::string Setup::LayCommandLine()
@@ -142,12 +142,14 @@ std::string Setup::LayCommandLine()
     return problem;
 }
 
-// What an installation knows without a file: its classes, its provider, its data, its volume.
+// What an installation knows without a file: its classes, its provider, its dialect, its data, its
+// volume.
 std::string Setup::LayDefaults()
 {
     const std::vector<Default> defaults = {
         {Below(kClassesKey, Braced(CLSID_KestDavHandler)), u"Library", "kestdav.so"},
         {Below(kClassesKey, Braced(CLSID_FileStore)), u"Library", "filestore.so"},
+        {kModuleKey, u"Dialect", "standard"}, // the module's own is what it has always answered
         {kModuleKey, u"Template Directory", places_.templates},
         {kServerKey, u"Wharf Directory", places_.wharf},
     };

@@ -25,7 +25,7 @@ from urllib.parse import quote, unquote, urlsplit
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 KESTD = os.path.join(ROOT, "build", "release", "bin", "kestd")
 LOCATION = "/Ferro"
-DIALECT = None  # of servers whose case chooses none; None: as the server does
+DIALECT = "classic"  # of servers whose case chooses none; None: what the server chooses
 
 # Where the test trees go. They need a file system on disk that can rename and hold sparse files.
 SCRATCH = os.environ.get("KEST_TEST_DIR") or None

@@ -87,12 +87,12 @@ def main():
     parser.add_argument("--junit")
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--dialect", choices=("classic", "standard"),
-                        help="of servers whose case chooses none (default: as the server does)")
+                        help="of servers whose case chooses none (default: classic)")
     parser.add_argument("names", nargs="*")
     args = parser.parse_args()
     if args.server:
         harness.KESTD = os.path.abspath(args.server)
-    harness.DIALECT = args.dialect
+    harness.DIALECT = args.dialect or harness.DIALECT
     if not os.access(harness.KESTD, os.X_OK):
         print(f"run.py: there is no server at {harness.KESTD}", file=sys.stderr)
         return 2

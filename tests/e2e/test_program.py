@@ -9,6 +9,7 @@ import signal
 import socket
 import subprocess
 import threading
+import unittest
 
 import harness
 from harness import Failure, ServerCase, TestServer, Tree, curl, registry_text, run, url_path, \
@@ -18,6 +19,39 @@ from harness import Failure, ServerCase, TestServer, Tree, curl, registry_text, 
 def basic(name, password):
     text = base64.b64encode(f"{name}:{password}".encode()).decode()
     return {"Authorization": f"Basic {text}"}
+
+
+class Dialects(unittest.TestCase):
+    """Replacing a file is 204 in the standard dialect and 201 in the classic one."""
+
+    def setUp(self):
+        self.addCleanup(setattr, harness, "DIALECT", harness.DIALECT)
+        harness.DIALECT = None
+        self.tree = Tree()
+        self.addCleanup(self.tree.remove)
+
+    def replaced(self, options=(), settings=None):
+        with TestServer({"docs": self.tree.path}, options, settings) as server:
+            server.request("PUT", url_path("docs", "f"), b"one")
+            return server.request("PUT", url_path("docs", "f"), b"two").status
+
+    def test_standard_is_what_the_server_chooses(self):
+        self.assertEqual(self.replaced(), 204)
+
+    def test_the_file_chooses_another(self):
+        self.assertEqual(self.replaced(settings={"KestDav": {"Dialect": "classic"}}), 201)
+
+    def test_the_option_wins_over_the_file_also_after_a_reload(self):
+        settings = {"KestDav": {"Dialect": "classic"}}
+        with TestServer({"docs": self.tree.path}, ("--dialect", "standard"), settings) as server:
+            server.request("PUT", url_path("docs", "f"), b"one")
+            settings["KestDav"]["Read-Write Block Size"] = 4096  # the log will tell of it
+            with open(os.path.join(server.state, "test.toml"), "w", encoding="utf-8") as out:
+                out.write(registry_text(settings))
+            server.process.send_signal(signal.SIGHUP)
+            wait_for(lambda: "Read-Write Block Size" in server.log(), "the file to be read again")
+            self.assertEqual(server.request("PUT", url_path("docs", "f"), b"two").status, 204)
+            self.assertNotIn("Dialect", server.log())
 
 
 class Commands(ServerCase):

@@ -425,7 +425,7 @@ def main():
     parser.add_argument("--server")
     parser.add_argument("--dialect", choices=("classic", "standard"))
     args = parser.parse_args()
-    harness.DIALECT = args.dialect
+    harness.DIALECT = args.dialect or harness.DIALECT
     if args.server:
         harness.KESTD = os.path.abspath(args.server)
     print(f"seed {args.seed}", flush=True)
