@@ -190,7 +190,7 @@ bool Connection::MustGather(uint64_t& limit, size_t& enough) const
     const Limits& limits = settings_->server.limits;
     const Body& body = exchange_->body;
     enough = SIZE_MAX;
-    if (HasXmlBody(exchange_->request.method)) {
+    if (HasXmlBody(*exchange_)) {
         limit = limits.xmlBodyBytes;
         return true;
     }

@@ -7,17 +7,19 @@
 
 namespace kestd {
 
-bool HasXmlBody(UINT32 method) noexcept
+bool HasXmlBody(const Exchange& exchange) noexcept
 {
+    const UINT32 method = exchange.request.method;
     return method == KestMethodPropFind || method == KestMethodPropPatch ||
-           method == KestMethodLock;
+           method == KestMethodLock ||
+           (method == KestMethodMkCol &&
+            exchange.settings->server.dialect == Dialect::Standard); // RFC 5689
 }
 
 Decision BodyLimits::OnRequest(Exchange& exchange) const
 {
     const Limits& limits = exchange.settings->server.limits;
-    const uint64_t limit =
-        HasXmlBody(exchange.request.method) ? limits.xmlBodyBytes : limits.bodyBytes;
+    const uint64_t limit = HasXmlBody(exchange) ? limits.xmlBodyBytes : limits.bodyBytes;
     if (limit && exchange.body.AnnouncedLength() > limit)
         return Decision::Refuse(413);
     exchange.body.SetLimit(limits.bodyBytes);

@@ -7,8 +7,8 @@
 
 namespace kestd {
 
-// Whether a method's body is XML that is read before anything is done.
-bool HasXmlBody(UINT32 method) noexcept;
+// Whether the request's body is XML that is read before anything is done.
+bool HasXmlBody(const Exchange& exchange) noexcept;
 
 class BodyLimits final : public Stage {
   public:

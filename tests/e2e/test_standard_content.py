@@ -323,6 +323,9 @@ class Namespace(StandardCase):
         found = self.ask("PROPFIND", "coloured", b'<D:propfind xmlns:D="DAV:"><D:prop>'
                          b'<x:colour xmlns:x="urn:x"/></D:prop></D:propfind>', Depth="0")
         self.assertIn(b">red<", found.body)
+        text = body(kind)
+        self.status(self.ask("MKCOL", "in-chunks", b"%x\r\n%b\r\n0\r\n\r\n" % (len(text), text),
+                             Content_Type="text/xml", Transfer_Encoding="chunked"), 201)
         refused = self.ask("MKCOL", "calendar", body('<D:resourcetype><D:collection/>'
                                                      '<x:calendar xmlns:x="urn:x"/>'
                                                      "</D:resourcetype>" + colour),
