@@ -121,6 +121,8 @@ class NewFile {
             return conditions.JudgeName(volume_.Fs(), parent_->Get(), leaf_.c_str());
         if (error == 0)
             error = volume_.Fs().SetModified(file_.Get(), StampedDate(now, false));
+        if (error == 0 && volume_.Sync() == SyncLevel::Full)
+            error = volume_.Fs().Sync(file_.Get(), true); // the date; there is no content
         return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
     void Keep() { made_ = false; }
