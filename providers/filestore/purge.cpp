@@ -181,6 +181,7 @@ bool EmptyPurge(Volume& volume, const PurgePause& pause)
 {
     if (!volume.IsWritable())
         return false;
+    volume.RemoveAbandoned();
     Emptying work(volume, pause);
     for (;;) {
         NameCollector found;

@@ -48,12 +48,8 @@ TreeCopy::~TreeCopy()
     std::unique_ptr<MetadataSession> session;
     if (hasRows_ && !Failed(Store::OpenMetadata(to_, &session)))
         (void)session->ForgetTree(TmpPath()); // what stays belongs to a name that never comes again
-    FileSystem& fs = to_.Fs();
-    if (const int error = fs.RemoveFile(to_.Tmp(), tmpName_.c_str()); error == 0 || error == ENOENT)
-        return;
-    // A tree is removed in the background; if that cannot be, the next start finds it.
-    (void)fs.Rename(to_.Tmp(), tmpName_.c_str(), to_.Purge(), tmpName_.c_str(), false);
-    store_.WakePurger();
+    to_.Abandon(std::move(tmpName_));
+    store_.WakePurger(); // a tree is removed in the background
 }
 
 Place TreeCopy::Made() const

@@ -23,6 +23,7 @@ namespace {
 constexpr char kCreatedTag[] = "user.kest.created"; // 8 bytes, little-endian, as DAV_DATETIME
 constexpr char kDatesTag[] = "user.kest.dates";     // on a directory: a child may have the above
 constexpr std::string_view kLockSuffix = ".lock";
+constexpr size_t kMostAbandoned = 1000;     // the next start finds the others
 constexpr UINT64 kReservePiece = 64 * 1024; // some ten changes of the database
 
 class NameCollector final : public NameSink {
@@ -209,16 +210,43 @@ void Volume::SweepTmp()
             isAlone = isAlone && name.substr(0, end) == token_;
             continue;
         }
-        // A half-made copy of a tree is a directory: it goes out like a deleted one. What stays the
-        // next start removes.
-        if (fs_->RemoveFile(tmp_, name.c_str()) == EISDIR)
-            (void)fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
+        (void)RemoveFromTmp(name); // what stays the next start removes
     }
     std::unique_ptr<MetadataSession> session;
     const std::string tree = std::string(kPrivateDirectory) + "/tmp";
     bool any = false;
     if (isAlone && !Failed(meta_->Open(&session)) && !Failed(session->HasAny(tree, &any)) && any)
         (void)session->ForgetTree(tree); // else the next start
+}
+
+// A half-made copy of a tree is a directory: it goes out like a deleted one. False when it stays.
+bool Volume::RemoveFromTmp(const std::string& name)
+{
+    int error = fs_->RemoveFile(tmp_, name.c_str());
+    if (error == EISDIR || error == EPERM)
+        error = fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
+    return error == 0 || error == ENOENT;
+}
+
+void Volume::Abandon(std::string name) noexcept
+{
+    (void)Protected([&] {
+        if (RemoveFromTmp(name))
+            return TAL_STATUS_SUCCESS;
+        const std::lock_guard lock(abandonedMutex_);
+        if (abandoned_.size() < kMostAbandoned)
+            abandoned_.push_back(std::move(name));
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+void Volume::RemoveAbandoned() noexcept
+{
+    (void)Protected([this] {
+        const std::lock_guard lock(abandonedMutex_);
+        std::erase_if(abandoned_, [this](const std::string& name) { return RemoveFromTmp(name); });
+        return TAL_STATUS_SUCCESS;
+    });
 }
 
 NameGuard::NameGuard(std::mutex& name, std::mutex& other)

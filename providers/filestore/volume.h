@@ -18,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "providers/filestore/directory.h"
 #include "providers/filestore/filesystem.h"
@@ -81,6 +82,12 @@ class Volume {
     // A name that no other process and no other call uses, for Tmp() and Purge().
     std::string UniqueName();
 
+    // Takes over what a call has made under a name of Tmp(), and can no longer use. What cannot go
+    // on its way out now, on a disk that refuses renames too, goes when RemoveAbandoned is called
+    // again, or at the next start.
+    void Abandon(std::string name) noexcept;
+    void RemoveAbandoned() noexcept;
+
     // Room on the disk that is given up when it is full: see room.h. In pieces, each a file of its
     // own, that all processes share. At most a sixteenth of the disk.
     void SetReserve(UINT64 bytes);      // and fills it
@@ -128,6 +135,7 @@ class Volume {
     bool IsAlive(const std::string& token) const;
     int TakeToken();
     void SweepTmp();
+    bool RemoveFromTmp(const std::string& name);
     int OpenDirectory(std::string_view path, DirectoryRef* out) const;
     int OpenPrivate(std::string_view name, FileHandle* out);
 
@@ -144,6 +152,8 @@ class Volume {
     std::atomic<UINT64> counter_{0};
     mutable std::array<std::mutex, 64> names_;
     std::mutex room_;
+    std::mutex abandonedMutex_;
+    std::vector<std::string> abandoned_; // in Tmp(), at most kMostAbandoned
     UINT64 reserveBytes_ = 0;
     FileHandle reserve_ = kNoFile;
     std::atomic<bool> isReserveShort_{true};

@@ -10,6 +10,7 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/purge.h"
 #include "tests/unit/filestore/failing_filesystem.h"
 #include "tests/unit/filestore/scratch.h"
 
@@ -278,6 +279,22 @@ TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)
         EXPECT_EQ("old a", world.At("a"));
     }
     EXPECT_TRUE(Leftovers(world.directory.Path() / ".kest/tmp").empty());
+}
+
+TEST(FileSystemFailures, ACopyThatFailsOnADiskThatRefusesAllGoesWhenTheDiskDoesNot)
+{
+    World world;
+    Client client(*world.store);
+    world.failing->judge = [](const char* operation) {
+        const std::string_view name = operation;
+        return name == "CopyContent" || name == "Rename" ? ENOSPC : 0;
+    };
+    EXPECT_EQ(kCodeStorageFull, Code(client.Copy("/v/dir", "/v/copy")));
+    EXPECT_FALSE(Leftovers(world.directory.Path() / ".kest/tmp").empty());
+    world.failing->judge = nullptr;
+    EmptyPurge(*world.store->Volumes()[0], [] { return true; });
+    EXPECT_TRUE(Leftovers(world.directory.Path() / ".kest/tmp").empty());
+    EXPECT_FALSE(world.Has("copy"));
 }
 
 TEST(FileSystemFailures, AreTheSystemsFaultInTheLogOnceAMinute)
