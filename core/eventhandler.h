@@ -10,8 +10,8 @@ void RegisterEventHandler();
 // Lets the event manager go. The subscription is the host's to end.
 void UnRegisterEventHandler();
 
-// What the handler does about a changed configuration: takes over the settings that may change while
-// the module runs, which is the moniker. In core/config.cpp.
+// What the handler does about a changed configuration: takes over the settings that may change
+// while the module runs, which is the moniker. In core/config.cpp.
 void ProcessConfigChangeEvent();
 
 // QueryInterface of the handler; `self` may be null.
