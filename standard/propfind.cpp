@@ -140,11 +140,11 @@ class PropFindWalk {
         }
     }
 
-    // A collection below that has gone meanwhile, or that may not be read, has no members to show.
+    // A collection below that has gone meanwhile, or has become a file, has no members to show. One
+    // that cannot be read has: a list without them must not pass for whole.
     static bool IsLeftOut(TALSTATUS status)
     {
-        return Code(status) == kCodeNotFound || Code(status) == kCodeAccessDenied ||
-               Code(status) == kCodeMethodNotAllowed;
+        return Code(status) == kCodeNotFound || Code(status) == kCodeMethodNotAllowed;
     }
 
     template <class Visit> TALSTATUS WalkCollection(Pending& pending, Visit visit)

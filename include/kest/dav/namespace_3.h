@@ -62,7 +62,8 @@ struct IKestDAV3 : IUnknown {
     virtual TALSTATUS Move(SCHANDLE hSession, UNICODE_STRING* source, UNICODE_STRING* destination,
                            UINT32 flags, const DAV_PRECONDITIONS* preconditions,
                            IKestDAVFailures3* failures, DAV_CHANGE* change) = 0;
-    // Makes `count` property changes in their order, all or none. Each one's Status is written,
+    // Makes `count` property changes in their order, all or none; a power cut between the two can
+    // leave dates and attributes changed and dead properties not. Each one's Status is written,
     // also on failure: those that failed by themselves bear their code, the others success (and
     // were not made: 424). Removing what is not set is no failure.
     // Statuses: 6 not to be changed (403), 35 too long or no space (507), 4 a malformed change

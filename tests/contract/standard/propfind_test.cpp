@@ -120,6 +120,19 @@ TEST_F(StandardPropFind, DepthInfinityAndNone_WalkTheTree)
     EXPECT_EQ(Types("/Ferro/gen3/c", ""), expected);
 }
 
+TEST_F(StandardPropFind, DepthInfinity_LeavesOutWhatHasGoneAndNothingThatCannotBeRead)
+{
+    world["gen3"].AddFile("/gen3/c/d/e/f", "x");
+    const auto walk = [&](UINT16 code) {
+        world.Fail("gen3.col3.Open", ProviderFailure(code), 2); // of /c/d, before the reply
+        return Types("/Ferro/gen3/c", "infinity").substr(0, 3);
+    };
+    EXPECT_EQ(walk(kCodeAccessDenied), "403");
+    EXPECT_EQ(walk(kCodeUnsuccessful), "500");
+    EXPECT_EQ(walk(kCodeInsufficientResources), "503");
+    EXPECT_EQ(walk(kCodeNotFound), "207");
+}
+
 TEST(StandardPropFindBound, InfinityBeyondTheSetting_IsRefusedBeforeAnythingIsSent)
 {
     const char kRefused[] = "403\nContent-Type: application/xml; charset=\"utf-8\"\n"
