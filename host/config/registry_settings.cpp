@@ -176,9 +176,30 @@ void ReadLimits(RegistryReader& in, Limits& limits)
     in.Time(u"Shutdown Time", limits.shutdownTime, 0, kMostTime);
 }
 
+void ReadProxies(RegistryReader& in, ServerSettings& server)
+{
+    std::vector<std::string> texts;
+    in.Texts(u"Trusted Proxies", texts);
+    for (const std::string& text : texts) {
+        base::IpPrefix prefix;
+        if (const std::string wrong = base::ParseIpPrefix(text, prefix); !wrong.empty())
+            in.Refuse(u"Trusted Proxies", wrong);
+        server.trustedProxies.push_back(prefix);
+    }
+    std::string headers = "any";
+    in.Text(u"Proxy Headers", headers);
+    if (headers == "forwarded")
+        server.proxyHeaders = ProxyHeaders::Forwarded;
+    else if (headers == "x-forwarded")
+        server.proxyHeaders = ProxyHeaders::XForwarded;
+    else if (headers != "any")
+        in.Refuse(u"Proxy Headers", "expected 'any', 'forwarded' or 'x-forwarded'");
+}
+
 void ReadServer(RegistryReader& in, ServerSettings& server)
 {
     ReadListen(in, server);
+    ReadProxies(in, server);
     in.Text(u"TLS Certificate", server.tlsCertificate);
     in.Text(u"TLS Key", server.tlsKey);
     in.Text(u"Public URL", server.publicUrl);

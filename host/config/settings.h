@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "base/ip_address.h"
+
 namespace kestd {
 
 // Bounds on what one client, or all of them, can take. A request waits while its client sends or
@@ -44,15 +46,25 @@ struct ListenAddress {
     bool operator==(const ListenAddress&) const = default;
 };
 
+// Which headers of a trusted proxy count: what it does not write itself it hands on as the client
+// sent it.
+enum class ProxyHeaders {
+    Any,        // "X-Forwarded-…" where one is there, else "Forwarded"
+    Forwarded,  // RFC 7239
+    XForwarded, // "X-Forwarded-For", "-Proto", "-Host", "-Port"
+};
+
 struct ServerSettings {
     std::vector<ListenAddress> listen{{"127.0.0.1", 8080}}; // 'Listen'
-    std::string tlsCertificate;         // 'TLS Certificate', PEM chain; empty: plain HTTP
-    std::string tlsKey;                 // 'TLS Key', PEM
-    std::string publicUrl;              // 'Public URL', what clients see; empty: as asked
-    std::string realm = "Kest";         // 'Realm'
-    bool accessLog = true;              // 'Access Log', to standard error
-    std::string wharfDirectory;         // 'Wharf Directory', served under /Wharf/
-    Dialect dialect = Dialect::Classic; // of the start; a reload does not change it
+    std::string tlsCertificate;                 // 'TLS Certificate', PEM chain; empty: plain HTTP
+    std::string tlsKey;                         // 'TLS Key', PEM
+    std::string publicUrl;                      // 'Public URL', what clients see; empty: as asked
+    std::string realm = "Kest";                 // 'Realm'
+    bool accessLog = true;                      // 'Access Log', to standard error
+    std::string wharfDirectory;                 // 'Wharf Directory', served under /Wharf/
+    Dialect dialect = Dialect::Classic;         // of the start; a reload does not change it
+    std::vector<base::IpPrefix> trustedProxies; // 'Trusted Proxies'
+    ProxyHeaders proxyHeaders = ProxyHeaders::Any; // 'Proxy Headers': "any" or one of the two
     Limits limits;
 };
 

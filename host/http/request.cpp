@@ -56,6 +56,9 @@ void Request::Reset() noexcept
     method = KestMethodUnknown;
     isSecure = false;
     remote = {};
+    isFromProxy = false;
+    client.reset();
+    forwardedHost = forwardedPort = {};
     hostname.clear();
     port.clear();
     joined_.clear();

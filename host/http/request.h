@@ -3,10 +3,12 @@
 // One request as it was received: its head taken apart, and where it came from.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/ip_address.h"
 #include "host/http/request_head.h"
 #include "host/http/target.h"
 #include "host/net/buffer.h"
@@ -21,9 +23,14 @@ struct Request {
     RequestHead head;
     Target target;
     UINT32 method = KestMethodUnknown;
-    bool isSecure = false;   // what the client sees, which may be a proxy's TLS
-    std::string_view remote; // numeric address of the client
-    std::string hostname;    // the name it asked for, or the one the server is known under
+    bool isSecure = false;    // what the client sees, which may be a proxy's TLS
+    std::string_view remote;  // numeric address of the client
+    bool isFromProxy = false; // the peer is a trusted proxy: what it says of the client counts
+    // What it has said:
+    std::optional<base::IpAddress> client; // none: it does not know
+    std::string_view forwardedHost;        // host[:port] that the client asked for; may be empty
+    std::string_view forwardedPort;        // where the host names none; may be empty
+    std::string hostname; // the name it asked for, or the one the server is known under
     std::string port;
 
     // A header's value: lines of one name are joined. Null when there is none. Valid until the next

@@ -49,7 +49,7 @@ struct Client {
 // All addresses that have a connection. Thread-safe.
 class ClientLimits {
   public:
-    // One connection's hold on its address.
+    // One connection's hold on its address; or that of a request which a proxy has sent on.
     class Place {
       public:
         Place() = default;
@@ -58,13 +58,20 @@ class ClientLimits {
               connections_(other.connections_)
         {
         }
+        Place& operator=(Place other) noexcept // what it held goes last, with `other`
+        {
+            std::swap(clients_, other.clients_);
+            std::swap(client_, other.client_);
+            std::swap(connections_, other.connections_);
+            return *this;
+        }
         ~Place()
         {
             if (clients_)
                 clients_->Leave(*client_);
         }
         Place(const Place&) = delete;
-        Place& operator=(const Place&) = delete;
+        explicit operator bool() const noexcept { return clients_ != nullptr; }
         // How many connections the address had with this one.
         uint32_t Connections() const noexcept { return connections_; }
 

@@ -51,6 +51,7 @@ Connection::Connection(const ConnectionServices& services,
             : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
     if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
         remote_[0] = '-';
+    (void)base::IpAddressOf(peer, peer_); // no other is accepted
     registration_ = services_.loop.Reserve(*this);
     services_.registry.Add(*this);
 }
@@ -188,8 +189,11 @@ void Connection::PublishWait() noexcept
     if (isRequest && !isListed_) {
         isListed_ = true;
         const Limits& limits = settings_->server.limits;
-        services_.clients.BeginWait(*this, place_,
-                                    {limits.waitingRequests, limits.waitingPerAddress});
+        // A proxy that does not say who its clients are stands for any number of them.
+        const bool isForMany = isFromProxy_ && !clientPlace_;
+        services_.clients.BeginWait(
+            *this, clientPlace_ ? clientPlace_ : place_,
+            {limits.waitingRequests, isForMany ? UINT32_MAX : limits.waitingPerAddress});
     }
     const int64_t start = isIdle_ ? idleStart_ : headStart_;
     headWaitStart_.store(state_ == State::Head ? start : 0, std::memory_order_relaxed);

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/descriptor.h"
+#include "base/ip_address.h"
 #include "host/net/buffer.h"
 #include "host/net/client_limits.h"
 #include "host/net/connection_registry.h"
@@ -101,6 +102,7 @@ class Connection final : public EventHandler,
     Step Refuse(int status);
     Step RejectForOverload();
     void StartExchange();
+    bool EnterClient();
     void StartReply();
     Step StartCall(Work work);
     static void RunWork(void* self) noexcept;
@@ -118,7 +120,8 @@ class Connection final : public EventHandler,
     Step AfterReply();
 
     const ConnectionServices& services_;
-    const ClientLimits::Place place_;
+    ClientLimits::Place place_;
+    ClientLimits::Place clientPlace_; // of the client that a proxy has told of, while it is served
     const base::Descriptor socket_;
     EventLoop::Registration registration_ = 0;
     EventLoop::Interest interest_ = EventLoop::Interest::Input; // as the loop knows it
@@ -158,8 +161,10 @@ class Connection final : public EventHandler,
     // The clock's: how long the request has waited since this much had been moved.
     int64_t waited_ = 0;
     uint64_t movedBefore_ = 0;
-    bool isListed_ = false; // as a waiting request, unless it was given up
-    char remote_[46] = {};  // INET6_ADDRSTRLEN
+    bool isListed_ = false;    // as a waiting request, unless it was given up
+    bool isFromProxy_ = false; // the last request's peer was a trusted proxy
+    base::IpAddress peer_;
+    char remote_[46] = {}; // INET6_ADDRSTRLEN
 };
 
 } // namespace kestd

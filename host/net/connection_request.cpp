@@ -51,6 +51,9 @@ void Connection::StartExchange()
     if (settings_->server.accessLog)
         exchange_->start = std::chrono::steady_clock::now();
     exchange_->request.remote = remote_;
+    const std::vector<base::IpPrefix>& trusted = settings_->server.trustedProxies;
+    isFromProxy_ = !trusted.empty() && base::IsInAny(trusted, peer_);
+    exchange_->request.isFromProxy = isFromProxy_;
     exchange_->request.isSecure = stream_.IsTls() || settings_->isPublicSecure;
 }
 
@@ -75,7 +78,17 @@ Connection::Step Connection::OnHead(size_t size)
         exchange.response.Close();
     if (refusal)
         return AnswerAndEnd(refusal);
+    if (request.client && !EnterClient())
+        return RejectForOverload();
     return event_.isOverload ? RejectForOverload() : StartCall(&Connection::Handle);
+}
+
+// Counts a client that a proxy has told of among those of its address. False when there are too
+// many.
+bool Connection::EnterClient()
+{
+    clientPlace_ = services_.clients.Enter(base::SocketAddressOf(*exchange_->request.client));
+    return clientPlace_.Connections() <= settings_->server.limits.connectionsPerAddress;
 }
 
 // Answers a head that is too long or came too slowly.
@@ -267,6 +280,8 @@ Connection::Step Connection::Flush()
 Connection::Step Connection::AfterReply()
 {
     services_.settings.Refresh(settings_);
+    if (clientPlace_)
+        clientPlace_ = {};
     if (!goesOn_) {
         stream_.EndSending();
         return hasUnread_ ? StartLinger() : Step::Close;

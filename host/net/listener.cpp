@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "base/descriptor.h"
+#include "base/ip_address.h"
 #include "host/net/connection_registry.h"
 #include "host/net/monotonic_clock.h"
 #include "host/net/settings_holder.h"
@@ -51,6 +52,13 @@ bool FillAddress(const ListenAddress& from, sockaddr_storage& out, socklen_t& si
         return true;
     }
     return false;
+}
+
+bool IsTrusted(const ServerSettings& settings, const sockaddr_storage& peer)
+{
+    base::IpAddress address;
+    return !settings.trustedProxies.empty() && base::IpAddressOf(peer, address) &&
+           base::IsInAny(settings.trustedProxies, address);
 }
 
 // Whether a connection beside as many as this is not even told that there are too many.
@@ -149,7 +157,8 @@ void Listener::Admit(base::Descriptor client, const sockaddr_storage& peer)
     try {
         ClientLimits::Place place = services_.clients.Enter(peer);
         const size_t open = services_.registry.Count();
-        const size_t own = place.Connections() - 1;
+        // A proxy stands for any number of clients, which are counted with their requests.
+        const size_t own = IsTrusted(settings->server, peer) ? 0 : place.Connections() - 1;
         if (IsFarOver(open, limits.connections) || IsFarOver(own, limits.connectionsPerAddress))
             return;
         // deletes itself

@@ -35,14 +35,19 @@ bool IsSameHost(std::string_view a, std::string_view b) noexcept
 bool IsOurHost(const Exchange& exchange, std::string_view host)
 {
     const Request& request = exchange.request;
-    const EffectiveSettings& settings = *exchange.settings;
     const Field* asked = request.head.Find("Host");
     if (asked && IsSameHost(asked->value, host))
         return true;
     if (!request.target.host.empty() && IsSameHost(request.target.host, host))
         return true;
-    return !settings.publicHost.empty() &&
-           IsSameHost(settings.publicHost + ":" + settings.publicPort, host);
+    if (!request.forwardedHost.empty() && IsSameHost(request.forwardedHost, host))
+        return true;
+    // The public URL's, or what a proxy has said of host and port.
+    if (IsSameHost(request.hostname + ":" + request.port, host))
+        return true;
+    // A proxy that sends its own "Host" and does not say what the client's was.
+    return request.isFromProxy && request.forwardedHost.empty() &&
+           exchange.settings->server.dialect == Dialect::Standard;
 }
 
 // Section 10.3. 0, or the status to refuse the request with.

@@ -16,7 +16,9 @@ namespace kestd {
 // for one that is too long.
 //
 // Schemes are never compared: clients behind TLS or with webdav:// send what they like. The host is
-// ours when it is the one the request was sent to, or that of the public URL.
+// ours when it is the one the request was sent to, that of the public URL, or the one that a
+// trusted proxy says the client asked for. Where a trusted proxy says nothing, the standard dialect
+// takes any host for ours: the proxy has sent its own "Host".
 class CopyMoveHeaders final : public Stage {
   public:
     explicit CopyMoveHeaders(std::string location) : location_(std::move(location)) {}

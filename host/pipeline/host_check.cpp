@@ -30,7 +30,8 @@ Decision HostCheck::OnRequest(Exchange& exchange) const
     const std::string& publicHost = exchange.settings->publicHost;
     const Field* host = request.head.Find("Host");
     if ((host && !IsOwnName(host->value, publicHost)) ||
-        (!request.target.host.empty() && !IsOwnName(request.target.host, publicHost)))
+        (!request.target.host.empty() && !IsOwnName(request.target.host, publicHost)) ||
+        (!request.forwardedHost.empty() && !IsOwnName(request.forwardedHost, publicHost)))
         return Decision::Refuse(421);
     return Decision::GoOn();
 }

@@ -6,6 +6,7 @@
 #include "base/ascii.h"
 #include "base/host_name.h"
 #include "host/http/method.h"
+#include "host/pipeline/forwarded_request.h"
 
 namespace kestd {
 
@@ -28,9 +29,13 @@ int ReadHost(Request& request, const EffectiveSettings& settings)
         request.port = settings.publicPort;
         return 0;
     }
+    if (!request.forwardedHost.empty())
+        text = request.forwardedHost;
     std::string_view name;
     std::string_view port;
     base::SplitHost(text, name, port);
+    if (port.empty())
+        port = request.forwardedPort;
     request.hostname = name;
     request.port = port.empty() ? std::string_view(request.isSecure ? "443" : "80") : port;
     return 0;
@@ -47,6 +52,9 @@ int ReadRequest(Request& request, const EffectiveSettings& settings, MessageFram
     if (const int refusal = ReadFraming(request.head, framing))
         return refusal;
     mustClose = false;
+    if (request.isFromProxy)
+        if (const int refusal = ReadForwarded(request, settings))
+            return refusal;
     request.method = MethodNumber(request.head.method);
     if (settings.server.dialect == Dialect::Standard && request.head.method == "PATCH")
         request.method = KestMethodPatch; // RFC 5789; the classic dialect knows no such method

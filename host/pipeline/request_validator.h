@@ -9,7 +9,8 @@
 
 namespace kestd {
 
-// Fills `request` from its head, whose text is complete: framing, host, target, method. 0, or the
+// Fills `request` from its head, whose text is complete: framing, host, target, method, and what a
+// trusted proxy (`request.isFromProxy`) says of its client. 0, or the
 // status to refuse it with. `mustClose` is set when nobody can tell where the next request starts.
 int ReadRequest(Request& request, const EffectiveSettings& settings, MessageFraming& framing,
                 bool& mustClose);

@@ -80,7 +80,8 @@ class EachSetting(ServerCase):
             "Credential Time": ("3", False), "Guess Delay": ("0", False),
             "Connections Per Address": ("900", False), "Waiting Requests": ("900", False),
             "Waiting Requests Per Address": ("90", False), "Least Rate": ("100", False),
-            "Rate Time": ("50000", False),
+            "Rate Time": ("50000", False), "Trusted Proxies": ("['10.0.0.0/8']", False),
+            "Proxy Headers": ("'forwarded'", False),
         }
         module = {
             "Moniker": ("'/Other'", True), "Read-Write Block Size": ("4096", True),

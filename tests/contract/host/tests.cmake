@@ -8,6 +8,7 @@ kest_test(host_contract
     ${CMAKE_CURRENT_LIST_DIR}/module/kest_io_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/leaving_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/limits_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/net/proxies_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/tls_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/conditional_requests_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/copy_move_headers_test.cpp

@@ -87,6 +87,8 @@ TEST_F(Settings, EveryValueIsTakenOver)
 'Password Waiters' = 0
 'Credential Cache' = 10
 'Credential Time' = 11
+'Trusted Proxies' = ['192.0.2.1', '10.0.0.0/8', 'fd00::/8']
+'Proxy Headers' = 'x-forwarded'
 )",
                    s),
               "");
@@ -95,6 +97,9 @@ TEST_F(Settings, EveryValueIsTakenOver)
                   s.server.wharfDirectory + s.usersFile,
               "/c/khttps://files.example.orgR/w/u");
     EXPECT_FALSE(s.server.accessLog);
+    ASSERT_EQ(s.server.trustedProxies.size(), 3U);
+    EXPECT_EQ(base::FormatIpAddress(s.server.trustedProxies[1].address), "10.0.0.0");
+    EXPECT_EQ(s.server.proxyHeaders, ProxyHeaders::XForwarded);
     const Limits& l = s.server.limits;
     EXPECT_EQ(l.connections, 1U);
     EXPECT_EQ(l.connectionsPerAddress, 106U);
@@ -132,6 +137,11 @@ TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
         {"'Listen' = 'x'", "expected a list of texts"},
         {"'Listen' = []", "at least one"},
         {"'Listen' = ['localhost:80']", "not 'localhost:80'"},
+        {"'Trusted Proxies' = '10.0.0.0/8'", "expected a list of texts"},
+        {"'Trusted Proxies' = ['::1', 'proxy']", "not 'proxy'"},
+        {"'Trusted Proxies' = ['10.0.0.1/8']", "expected '10.0.0.0/8'"},
+        {"'Trusted Proxies' = ['10.0.0.0/33']", "expected 0 to 32 bits"},
+        {"'Proxy Headers' = 'via'", "expected 'any', 'forwarded' or 'x-forwarded'"},
         {"'Realm' = 5", "expected a text"},
         {"'Realm' = ''", "expected a text"},
         {"'Access Log' = 2", "true or false"},

@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a trusted proxy says about a request, and what nobody else may say.
+#include <condition_variable>
+
+#include "tests/contract/host/harness.h"
+
+namespace kestd::test {
+
+namespace {
+
+base::IpPrefix Prefix(const char* text)
+{
+    base::IpPrefix prefix;
+    EXPECT_EQ(base::ParseIpPrefix(text, prefix), "");
+    return prefix;
+}
+
+// The peer is 127.0.0.1, or another of that network.
+class Proxies : public ServerTest {
+  protected:
+    void SetUp() override
+    {
+        settings.listen = {{"127.0.0.1", 0}};
+        settings.accessLog = false;
+        settings.trustedProxies = {Prefix("127.0.0.1"), Prefix("10.0.0.0/8"), Prefix("fd00::/8")};
+        door.judge = [this](const Credentials& credentials) {
+            remote = credentials.remoteAddress;
+            isSecure = credentials.isSecure;
+            AuthResult admission;
+            admission.outcome = AuthResult::Outcome::Granted;
+            return admission;
+        };
+        module.handler = [this](IKestIO_5& io, UINT32) {
+            char text[300];
+            UINT32 length = sizeof text;
+            EXPECT_EQ(io.GetHostname(&length, text), TAL_STATUS_SUCCESS);
+            host.assign(text, length);
+            length = sizeof text;
+            EXPECT_EQ(io.GetPort(&length, text), TAL_STATUS_SUCCESS);
+            host.append(":").append(text, length);
+            return io.SendHeader(204);
+        };
+    }
+    // "REMOTE SCHEME HOST:PORT" as the server takes it; or the status of a refusal.
+    std::string Seen(const std::string& fields, const char* from = "127.0.0.1")
+    {
+        Client client(port, 0, from);
+        const Answer answer =
+            client.Ask("GET /Ferro/a HTTP/1.1\r\nHost: inner:81\r\n" + fields + "\r\n");
+        if (answer.status != 204)
+            return std::to_string(answer.status);
+        return remote + (isSecure ? " https " : " http ") + host;
+    }
+    int Move(const std::string& destination, const std::string& fields,
+             const char* from = "127.0.0.1")
+    {
+        Client client(port, 0, from);
+        return client
+            .Ask("MOVE /Ferro/a HTTP/1.1\r\nHost: inner:81\r\nDestination: " + destination +
+                 "\r\n" + fields + "\r\n")
+            .status;
+    }
+
+    ServerSettings settings;
+    std::string remote;
+    std::string host;
+    bool isSecure = false;
+};
+
+TEST_F(Proxies, TheClientIsTheLastHopThatIsNoTrustedProxy)
+{
+    const Running running = Start(settings);
+    static constexpr struct {
+        const char* fields;
+        const char* seen;
+    } kRows[] = {
+        {"", "127.0.0.1 http inner:81"},
+        {"X-Forwarded-For: 192.0.2.1\r\n", "192.0.2.1 http inner:81"},
+        {"X-Forwarded-For: 6.6.6.6, 192.0.2.1\r\n", "192.0.2.1 http inner:81"},
+        {"X-Forwarded-For: 6.6.6.6, 192.0.2.1, 10.0.0.9\r\n", "192.0.2.1 http inner:81"},
+        {"X-Forwarded-For: 192.0.2.1, 10.0.0.9,fd00::1\r\n", "192.0.2.1 http inner:81"},
+        {"X-Forwarded-For: 6.6.6.6\r\nX-Forwarded-For: 192.0.2.1\r\n", "192.0.2.1 http inner:81"},
+        {"X-Forwarded-For: 10.0.0.8, 10.0.0.9\r\n", "10.0.0.8 http inner:81"},
+        {"X-Forwarded-For: [2001:db8::1]:4711\r\n", "2001:db8::1 http inner:81"},
+        {"X-Forwarded-For: 192.0.2.1:4711\r\n", "192.0.2.1 http inner:81"},
+        {"X-Forwarded-For: 192.0.2.1, unknown\r\n", "127.0.0.1 http inner:81"},
+        {"X-Forwarded-For: 192.0.2.1, unknown, 10.0.0.1\r\n", "127.0.0.1 http inner:81"},
+        {"X-Forwarded-For: \r\n", "127.0.0.1 http inner:81"},
+        {"X-Forwarded-Proto: https\r\n", "127.0.0.1 https inner:81"},
+        {"X-Forwarded-Proto: gopher\r\n", "127.0.0.1 http inner:81"},
+        {"X-Forwarded-For: 192.0.2.1\r\nX-Forwarded-Proto: http, https\r\n",
+         "192.0.2.1 https inner:81"},
+        {"X-Forwarded-For: 6.6.6.6, 192.0.2.1, 10.0.0.1\r\n"
+         "X-Forwarded-Proto: gopher, https, http\r\nX-Forwarded-Host: evil, outer, middle\r\n",
+         "192.0.2.1 https outer:443"},
+        {"X-Forwarded-For: 192.0.2.1, 10.0.0.1\r\nX-Forwarded-Proto: https\r\n"
+         "X-Forwarded-Host: outer\r\n",
+         "192.0.2.1 https outer:443"},
+        {"X-Forwarded-Host: outer\r\n", "127.0.0.1 http outer:80"},
+        {"X-Forwarded-Host: outer:8443\r\nX-Forwarded-Port: 9\r\n", "127.0.0.1 http outer:8443"},
+        {"X-Forwarded-Host: outer\r\nX-Forwarded-Port: 8443\r\n", "127.0.0.1 http outer:8443"},
+        {"X-Forwarded-Host: outer\r\nX-Forwarded-Port: 99999\r\n", "127.0.0.1 http outer:80"},
+        {"X-Forwarded-Host: <b>\r\n", "127.0.0.1 http inner:81"},
+        {"Forwarded: for=192.0.2.1;proto=https;host=outer\r\n", "192.0.2.1 https outer:443"},
+        {"Forwarded: for=6.6.6.6;host=evil,for=\"[2001:db8::1]:9\";host=\"outer:8443\", "
+         "for=10.0.0.1;host=middle;proto=https\r\n",
+         "2001:db8::1 http outer:8443"},
+        {"Forwarded: for=192.0.2.1, for=_hidden\r\n", "127.0.0.1 http inner:81"},
+        {"Forwarded: for=192.0.2.1, for=unknown;proto=https\r\n", "127.0.0.1 https inner:81"},
+        {"Forwarded: for=6.6.6.6\r\nForwarded: for=192.0.2.1\r\n", "192.0.2.1 http inner:81"},
+        {"Forwarded: for=6.6.6.6\r\nX-Forwarded-For: 192.0.2.1\r\n", "192.0.2.1 http inner:81"},
+        {"Forwarded: for=6.6.6.6;host=evil\r\nX-Forwarded-Proto: https\r\n",
+         "127.0.0.1 https inner:81"},
+        {"Forwarded: for =6.6.6.6\r\n", "400"},
+        {"Forwarded: for=\"192.0.2.1\r\n", "400"},
+        {"Forwarded: \r\n", "400"},
+    };
+    for (const auto& row : kRows)
+        EXPECT_EQ(Seen(row.fields), row.seen) << row.fields;
+}
+
+TEST_F(Proxies, NobodyElseIsListenedTo)
+{
+    const Running running = Start(settings);
+    for (const char* fields :
+         {"X-Forwarded-For: 192.0.2.1\r\nX-Forwarded-Proto: https\r\nX-Forwarded-Host: outer\r\n"
+          "X-Forwarded-Port: 9\r\n",
+          "Forwarded: for=192.0.2.1;proto=https;host=outer\r\n", "Forwarded: ;;;===\r\n"})
+        EXPECT_EQ(Seen(fields, "127.0.0.2"), "127.0.0.2 http inner:81") << fields;
+}
+
+TEST_F(Proxies, OnlyTheHeadersThatTheProxyWritesCount)
+{
+    const std::string both = "Forwarded: for=192.0.2.1;host=standard\r\n"
+                             "X-Forwarded-For: 192.0.2.2\r\nX-Forwarded-Host: x\r\n";
+    settings.proxyHeaders = ProxyHeaders::Forwarded;
+    {
+        const Running running = Start(settings);
+        EXPECT_EQ(Seen(both), "192.0.2.1 http standard:80");
+        EXPECT_EQ(Seen("X-Forwarded-For: 192.0.2.2\r\n"), "127.0.0.1 http inner:81");
+    }
+    settings.proxyHeaders = ProxyHeaders::XForwarded;
+    const Running running = Start(settings);
+    EXPECT_EQ(Seen(both), "192.0.2.2 http x:80");
+    EXPECT_EQ(Seen("Forwarded: for=192.0.2.1\r\n"), "127.0.0.1 http inner:81");
+    EXPECT_EQ(Seen("Forwarded: ;;;===\r\n"), "127.0.0.1 http inner:81");
+}
+
+TEST_F(Proxies, ThePublicUrlWins)
+{
+    settings.publicUrl = "https://public:444";
+    const Running running = Start(settings);
+    EXPECT_EQ(Seen("X-Forwarded-Proto: http\r\nX-Forwarded-Host: outer\r\n"),
+              "127.0.0.1 https public:444");
+    EXPECT_EQ(Move("https://public:444/Ferro/b", "X-Forwarded-Host: outer\r\n"), 204);
+    EXPECT_EQ(Move("https://outer/Ferro/b", "X-Forwarded-Host: outer\r\n"), 204);
+}
+
+TEST_F(Proxies, DestinationsMayNameTheHostThatTheProxyTells)
+{
+    settings.dialect = Dialect::Standard;
+    const Running running = Start(settings);
+    const char* const told = "X-Forwarded-Host: outer:8443\r\n";
+    EXPECT_EQ(Move("https://outer:8443/Ferro/b", told), 204);
+    EXPECT_EQ(Move("https://OUTER:8443/Ferro/b", "Forwarded: host=\"outer:8443\"\r\n"), 204);
+    EXPECT_EQ(
+        Move("https://outer:8443/Ferro/b", "X-Forwarded-Host: outer\r\nX-Forwarded-Port: 8443\r\n"),
+        204);
+    EXPECT_EQ(Move("http://inner:81/Ferro/b", told), 204);
+    EXPECT_EQ(Move("https://other/Ferro/b", told), 502);
+    EXPECT_EQ(Move("https://outer/Ferro/b", told), 502) << "another port";
+    EXPECT_EQ(Move("https://outer:8443/elsewhere", told), 502);
+    EXPECT_EQ(Move("https://outer:8443/Ferro/b", told, "127.0.0.2"), 502);
+}
+
+TEST_F(Proxies, WithoutAWordAboutTheHost_AnyDestinationIsOurs)
+{
+    settings.dialect = Dialect::Standard;
+    const Running running = Start(settings);
+    EXPECT_EQ(Move("https://outer/Ferro/b", ""), 204);
+    EXPECT_EQ(Move("https://outer/Ferro/b", "X-Forwarded-For: 192.0.2.1\r\n"), 204);
+    EXPECT_EQ(Move("https://outer/elsewhere", ""), 502);
+    EXPECT_EQ(Move("https://outer/Ferro/b", "", "127.0.0.2"), 502);
+}
+
+TEST_F(Proxies, TheClassicDialectKnowsItsHosts)
+{
+    settings.dialect = Dialect::Classic;
+    const Running running = Start(settings);
+    EXPECT_EQ(Move("https://outer/Ferro/b", ""), 502);
+}
+
+TEST_F(Proxies, NoHeaderOpensTheDoorForAnotherHost)
+{
+    door.isOpen = true;
+    settings.publicUrl = "https://public";
+    const Running running = Start(settings);
+    const auto status = [this](const std::string& fields) {
+        return Client(port).Ask("GET /Ferro/a HTTP/1.1\r\n" + fields + "\r\n").status;
+    };
+    EXPECT_EQ(status("Host: localhost\r\n"), 204);
+    EXPECT_EQ(status("Host: 127.0.0.1:8080\r\nX-Forwarded-Host: public\r\n"), 204);
+    EXPECT_EQ(status("Host: evil\r\nX-Forwarded-Host: localhost\r\n"), 421);
+    EXPECT_EQ(status("Host: evil\r\nForwarded: host=public\r\n"), 421);
+    EXPECT_EQ(status("Host: localhost\r\nX-Forwarded-Host: evil\r\n"), 421);
+    EXPECT_EQ(status("Host: localhost\r\nForwarded: host=evil\r\n"), 421);
+}
+
+TEST_F(Proxies, PostsFromTheForwardedHostAreItsOwn)
+{
+    const Running running = Start(settings);
+    const auto status = [this](const std::string& fields, const char* from = "127.0.0.1") {
+        return Client(port, 0, from)
+            .Ask("POST /Ferro/a HTTP/1.1\r\nHost: inner:81\r\nContent-Length: 0\r\n"
+                 "Origin: https://outer\r\n" +
+                 fields + "\r\n")
+            .status;
+    };
+    EXPECT_EQ(status("X-Forwarded-Host: outer\r\nX-Forwarded-Proto: https\r\n"), 204);
+    EXPECT_EQ(status("X-Forwarded-Host: other\r\nX-Forwarded-Proto: https\r\n"), 403);
+    EXPECT_EQ(status("X-Forwarded-Host: outer\r\nX-Forwarded-Proto: https\r\n", "127.0.0.2"), 403);
+}
+
+TEST_F(Proxies, ConnectionsAreCountedByTheirClients)
+{
+    settings.limits.connectionsPerAddress = 2;
+    std::mutex mutex;
+    std::condition_variable changed;
+    int inside = 0;
+    bool isOver = false;
+    module.handler = [&](IKestIO_5& io, UINT32) {
+        {
+            std::unique_lock lock(mutex);
+            ++inside;
+            changed.notify_all();
+            changed.wait_for(lock, std::chrono::seconds(60), [&] { return isOver; });
+        }
+        return io.SendHeader(204);
+    };
+    const Running running = Start(settings);
+    const auto ask = [](Client& client, const std::string& who) {
+        EXPECT_TRUE(client.Send("GET /Ferro/a HTTP/1.1\r\nHost: h\r\nX-Forwarded-For: " + who +
+                                "\r\n\r\n"));
+    };
+    Client first(port);
+    Client second(port);
+    Client third(port);
+    ask(first, "192.0.2.1");
+    ask(second, "192.0.2.1");
+    ask(third, "192.0.2.2");
+    {
+        std::unique_lock lock(mutex);
+        EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(60), [&] { return inside == 3; }));
+    }
+    Client fourth(port);
+    ask(fourth, "192.0.2.1");
+    EXPECT_EQ(fourth.Receive().status, 503);
+    {
+        const std::lock_guard lock(mutex);
+        isOver = true;
+    }
+    changed.notify_all();
+    for (Client* client : {&first, &second, &third})
+        EXPECT_EQ(client->Receive().status, 204);
+    ask(fourth, "192.0.2.1"); // the places were given back
+    EXPECT_EQ(fourth.Receive().status, 204);
+}
+
+} // namespace
+
+} // namespace kestd::test
