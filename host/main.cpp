@@ -24,6 +24,8 @@ int Run(const std::vector<std::string>& arguments)
         return kestd::RunUser(rest);
     if (command == "locks")
         return kestd::RunLocks(rest);
+    if (command == "access")
+        return kestd::RunAccess(rest);
     if (command == "--help" || command == "-h" || command == "help") {
         kestd::PrintHelp();
         return 0;

@@ -18,6 +18,8 @@ int RunCheck(const std::vector<std::string>& arguments);
 int RunUser(const std::vector<std::string>& arguments);
 // Lists the locks of the volumes that "serve" would serve, or breaks one.
 int RunLocks(const std::vector<std::string>& arguments);
+// Prints which access rule decides about each right of a user on a path.
+int RunAccess(const std::vector<std::string>& arguments);
 
 // Prints the help text of the whole program.
 void PrintHelp();

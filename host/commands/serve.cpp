@@ -23,6 +23,7 @@
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
 #include "host/components/host_classes.h"
+#include "host/config/access_settings.h"
 #include "host/module/call_context.h"
 #include "host/net/server.h"
 #include <kest/req.h>
@@ -88,6 +89,15 @@ void WarnOfOpenUsersFile(const std::string& path)
         Log(kLogWarning, path + ": others can read the password hashes; its mode should be 0600");
 }
 
+// Rules that name whom or what there is not.
+std::vector<std::string> DoubtsAboutAccess(const HostSettings& settings, const UserMap& users,
+                                           ITalpl& platform)
+{
+    const auto isUser = [&](const std::string& name) { return users.contains(name); };
+    return settings.server.access ? DoubtsAbout(*settings.server.access, platform, isUser)
+                                  : std::vector<std::string>();
+}
+
 // A running host, from the loaded settings to the last session's end.
 class Host {
   public:
@@ -140,6 +150,8 @@ std::string Host::Start()
     if (std::string problem = Setup::CheckAccessPolicy(settings_, users_); !problem.empty())
         return problem;
     WarnOfOpenUsersFile(UsersFileOf(settings_, setup_.StateDirectory()));
+    for (const std::string& doubt : DoubtsAboutAccess(settings_, users_, setup_.Platform()))
+        Log(kLogWarning, doubt);
     MakeServices();
     if (std::string problem = StartModule(); !problem.empty())
         return problem;
@@ -287,6 +299,8 @@ void Host::Reload()
     }
     ReloadUsers(fresh);
     UseDirectory(fresh);
+    for (const std::string& doubt : DoubtsAboutAccess(fresh, users_, setup_.Platform()))
+        Log(kLogWarning, doubt);
     services_->sessions.SetLimits(fresh.sessions);
     services_->authenticator.SetLimits(fresh.auth);
     services_->sessionAdmission.SetRealm(fresh.server.realm);
@@ -395,7 +409,12 @@ int RunCheck(const std::vector<std::string>& arguments)
         problem = setup.ReadUsers(settings, users);
     if (problem.empty() && !hasUsers)
         problem = Setup::CheckAccessPolicy(settings, users);
-    return problem.empty() ? 0 : Failure(problem);
+    if (!problem.empty())
+        return Failure(problem);
+    if (!hasUsers)
+        for (const std::string& doubt : DoubtsAboutAccess(settings, users, setup.Platform()))
+            std::fprintf(stderr, "kestd: %s\n", doubt.c_str());
+    return 0;
 }
 
 } // namespace kestd

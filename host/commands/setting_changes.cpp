@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "base/utf.h"
+#include "host/config/access_settings.h"
 #include "host/config/registry_settings.h"
 #include <kest/status.h>
 #include <kest/tolm.h>
@@ -151,7 +152,8 @@ bool Waits(const std::u16string& key, const std::u16string& name)
         if (key == known.key &&
             std::find(known.names.begin(), known.names.end(), name) != known.names.end())
             return known.waits;
-    return key != kDirectoryAttributesKey; // volumes, providers, classes
+    return key != kDirectoryAttributesKey && key != kAccessGroupsKey &&
+           !key.starts_with(kAccessRulesKey); // volumes, providers, classes do
 }
 
 } // namespace
@@ -165,8 +167,8 @@ SettingChanges::Values SettingChanges::Read(ITalpl& platform)
             if (const auto* const info = key.Value(name))
                 values[{known.key, name}] = BytesOf(*info);
     }
-    std::vector<std::u16string> whole = {kDirectoryAttributesKey, kVolumesKey};
-    for (const char16_t* const parent : {kProvidersKey, kClassesKey}) {
+    std::vector<std::u16string> whole = {kDirectoryAttributesKey, kVolumesKey, kAccessGroupsKey};
+    for (const char16_t* const parent : {kProvidersKey, kClassesKey, kAccessRulesKey}) {
         Key key(platform, parent);
         for (UINT32 i = 0; const auto* const info = key.Subkey(i); ++i)
             whole.push_back(std::u16string(parent) + u"\\" +

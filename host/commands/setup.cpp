@@ -13,6 +13,7 @@
 #include "base/utf.h"
 #include "host/auth/passwords.h"
 #include "host/components/directory_names.h"
+#include "host/config/access_settings.h"
 #include "host/config/configured_paths.h"
 #include <kest/tolm.h>
 
@@ -188,6 +189,8 @@ std::string Setup::LayVolumes()
 std::string Setup::ReadSettings(HostSettings& settings)
 {
     if (std::string problem = ReadHostSettings(Platform(), settings); !problem.empty())
+        return problem;
+    if (std::string problem = ReadAccessRules(Platform(), settings.server.access); !problem.empty())
         return problem;
     return CheckComponentSettings(Platform());
 }

@@ -6,12 +6,15 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "base/ip_address.h"
 
 namespace kestd {
+
+class AccessRules;
 
 // Bounds on what one client, or all of them, can take. A request waits while its client sends or
 // takes nothing; where too many do, the one that has waited longest without getting on is ended.
@@ -66,6 +69,7 @@ struct ServerSettings {
     std::vector<base::IpPrefix> trustedProxies; // 'Trusted Proxies'
     ProxyHeaders proxyHeaders = ProxyHeaders::Any; // 'Proxy Headers': "any" or one of the two
     Limits limits;
+    std::shared_ptr<const AccessRules> access; // who may do what; null: everybody everything
 };
 
 } // namespace kestd

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "host/commands/setup.h"
+#include "host/config/access_settings.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -158,6 +159,104 @@ TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
         const std::string problem = Read(std::string("# first\n") + row.text + "\n", settings);
         EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
         EXPECT_TRUE(problem.starts_with(file_ + ":3: ")) << problem;
+    }
+}
+
+class AccessSettings : public Settings {
+  protected:
+    // Reads groups and one rule with these lines.
+    std::string ReadRule(const std::string& lines, HostSettings& settings)
+    {
+        const std::string problem = Read(R"(
+['Kest\Configuration\Access\Groups']
+'Staff' = ['anna', 'ben']
+'empty' = []
+['Kest\Configuration\Access\Rules\first']
+)" + lines + "\n",
+                                         settings);
+        return problem.empty() ? ReadAccessRules(*platform_.Get(), settings.server.access)
+                               : problem;
+    }
+};
+
+TEST_F(AccessSettings, Rules_AreTakenOver)
+{
+    HostSettings s;
+    ASSERT_EQ(ReadHostSettings(*platform_.Get(), s), "");
+    EXPECT_EQ(s.server.access, nullptr);
+    ASSERT_EQ(ReadRule(R"('Who' = ['group:STAFF', 'user:Carl', 'anonymous']
+'Path' = '/docs'
+'Rights' = ['list', 'read']
+['Kest\Configuration\Access\Rules\Own folders']
+'Who' = ['everybody']
+'Path' = '/homes/%u'
+'Allow' = ['all']
+'Deny' = []
+'Make' = true
+['Kest\Configuration\Access\Rules\drop']
+'Who' = ['everybody']
+'Path' = '/docs/drop/*'
+'Allow' = ['create']
+'Deny' = ['list', 'read'])",
+                       s),
+              "");
+    ASSERT_NE(s.server.access, nullptr);
+    const std::vector<AccessRule>& rules = s.server.access->Rules();
+    ASSERT_EQ(rules.size(), 3U);
+    EXPECT_EQ(rules[0].name + rules[1].name + rules[2].name, "firstOwn foldersdrop");
+    EXPECT_EQ(rules[0].who, (std::vector<Who>{{Who::Kind::Group, "staff"},
+                                              {Who::Kind::User, "Carl"},
+                                              {Who::Kind::Anonymous, ""}}));
+    EXPECT_EQ(rules[0].allowed, kMayList | kMayRead);
+    EXPECT_EQ(rules[0].denied, kMayCreate | kMayChange | kMayDelete);
+    EXPECT_EQ(rules[1].path, "/homes/%u");
+    EXPECT_EQ(rules[1].allowed, kAllRights);
+    EXPECT_TRUE(rules[1].makes);
+    EXPECT_EQ(rules[2].allowed, kMayCreate);
+    EXPECT_EQ(rules[2].denied, kMayList | kMayRead);
+    EXPECT_FALSE(rules[2].makes);
+    EXPECT_EQ(s.server.access->GroupsOf("ben"), std::vector<std::string>{"staff"});
+    EXPECT_EQ(DoubtsAbout(*s.server.access, *platform_.Get(),
+                          [](const std::string& user) { return user == "anna"; })
+                  .size(),
+              4U); // Carl, and the volumes
+    std::string unread;
+    TolmRegistryReportUnread(
+        [](const char* line, void* all) { *static_cast<std::string*>(all) += line; }, &unread);
+    EXPECT_EQ(unread, "");
+}
+
+TEST_F(AccessSettings, BadRule_IsNamedWithItsPlace)
+{
+    struct Row {
+        const char* text;
+        const char* expected;
+    };
+    const std::string good = "'Who' = ['everybody']\n'Path' = '/a'\n";
+    for (const Row& row : {
+             Row{"'Who' = ['everybody']\n'Rights' = []", "begins with '/'"},
+             Row{"'Path' = '/a'\n'Rights' = []", "expected a list of 'everybody'"},
+             Row{"'Path' = '/a'\n'Rights' = []\n'Who' = []", "expected a list of 'everybody'"},
+             Row{"'Path' = '/a'\n'Rights' = []\n'Who' = 'everybody'", "a list of texts"},
+             Row{"'Path' = '/a'\n'Rights' = []\n'Who' = ['anna']", "not 'anna'"},
+             Row{"'Path' = '/a'\n'Rights' = []\n'Who' = ['group:none']", "no group 'none'"},
+             Row{"'Path' = 5\n'Rights' = []\n'Who' = ['everybody']", "expected a text"},
+             Row{"'Path' = '/a/../b'\n'Rights' = []\n'Who' = ['everybody']", "nor '..'"},
+             Row{"+", "expected 'Rights', 'Allow' or 'Deny'"},
+             Row{"+'Rights' = ['write']", "not 'write'"},
+             Row{"+'Rights' = 'read'", "a list of texts"},
+             Row{"+'Rights' = ['read']\n'Deny' = ['list']", "either 'Rights' or"},
+             Row{"+'Allow' = ['read']\n'Deny' = ['read']", "allowed and denied"},
+             Row{"+'Rights' = []\n'Make' = 'yes'", "true or false"},
+             Row{"'Who' = ['everybody']\n'Rights' = []\n'Path' = '/a/*'\n'Make' = true",
+                 "the folder that is to be made"},
+         }) {
+        HostSettings settings;
+        const std::string text = row.text[0] == '+' ? good + (row.text + 1) : row.text;
+        const std::string problem = ReadRule(text, settings);
+        EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
+        EXPECT_NE(problem.find("Access\\Rules\\first'"), std::string::npos) << problem;
+        EXPECT_EQ(settings.server.access, nullptr);
     }
 }
 

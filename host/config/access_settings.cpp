@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One table for the groups, and one for each rule.
+#include "host/config/access_settings.h"
+
+#include <algorithm>
+
+#include "base/utf.h"
+#include "host/config/registry_settings.h"
+#include <kest/sdk/registry.h>
+#include <kest/status.h>
+
+namespace kestd {
+namespace {
+
+// Calls `visit` with the name of each value of a key. False when one cannot be read.
+template <class Visit> bool ForEachName(ITalpl& platform, const char16_t* key, Visit&& visit)
+{
+    kest::RegistryKey values(platform, key);
+    std::u16string name;
+    for (UINT32 index = 0;; ++index) {
+        const kest::ReadResult found = values.NameAt(index, name);
+        if (found == kest::ReadResult::Missing)
+            return true;
+        if (found != kest::ReadResult::Read)
+            return false;
+        visit(name);
+    }
+}
+
+std::string ReadGroups(ITalpl& platform, std::vector<AccessGroup>& groups)
+{
+    RegistryReader in(platform, kAccessGroupsKey);
+    const bool isRead = ForEachName(platform, kAccessGroupsKey, [&](const std::u16string& name) {
+        AccessGroup& group = groups.emplace_back();
+        group.name = GroupName(base::ToUtf8(name).value_or(""));
+        in.Texts(name.c_str(), group.users);
+        if (group.name.empty())
+            in.Refuse(name.c_str(), "expected a name");
+    });
+    return isRead ? in.Problem() : "the groups cannot be read";
+}
+
+class RuleReader {
+  public:
+    RuleReader(ITalpl& platform, const std::u16string& key, const std::vector<AccessGroup>& groups)
+        : in_(platform, key.c_str()), groups_(groups)
+    {
+        rule_.name = base::ToUtf8(key.substr(key.rfind(u'\\') + 1)).value_or("?");
+    }
+    // Empty on success.
+    std::string Read(AccessRule& rule)
+    {
+        ReadWho();
+        ReadPath();
+        ReadRights();
+        in_.Flag(u"Make", rule_.makes);
+        if (rule_.makes && (rule_.path == "/" || rule_.path.ends_with("/*")))
+            in_.Refuse(u"Make", "expected 'Path' to name the folder that is to be made");
+        rule = std::move(rule_);
+        return in_.Problem();
+    }
+
+  private:
+    void ReadWho()
+    {
+        std::vector<std::string> texts;
+        in_.Texts(u"Who", texts);
+        if (texts.empty())
+            in_.Refuse(u"Who", "expected a list of 'everybody', 'anonymous', 'user:NAME' and "
+                               "'group:NAME'");
+        for (const std::string& text : texts) {
+            Who& who = rule_.who.emplace_back();
+            if (!ParseWho(text, who))
+                in_.Refuse(u"Who", "expected 'everybody', 'anonymous', 'user:NAME' or "
+                                   "'group:NAME', not '" +
+                                       text + "'");
+            else if (who.kind == Who::Kind::Group && !IsGroup(who.name))
+                in_.Refuse(u"Who", "there is no group '" + who.name +
+                                       "' in 'Kest\\Configuration\\Access\\Groups'");
+        }
+    }
+    bool IsGroup(const std::string& name) const
+    {
+        return std::ranges::find(groups_, name, &AccessGroup::name) != groups_.end();
+    }
+    void ReadPath()
+    {
+        in_.Text(u"Path", rule_.path);
+        if (const std::string wrong = WhatIsWrongWithRulePath(rule_.path); !wrong.empty())
+            in_.Refuse(u"Path", wrong);
+    }
+    bool ReadList(const char16_t* name, Rights& rights)
+    {
+        const bool isThere = in_.Has(name);
+        std::vector<std::string> texts;
+        in_.Texts(name, texts);
+        for (const std::string& text : texts)
+            if (!ParseRight(text, rights))
+                in_.Refuse(name, "expected 'list', 'read', 'create', 'change', 'delete' or 'all', "
+                                 "not '" +
+                                     text + "'");
+        return isThere;
+    }
+    void ReadRights()
+    {
+        Rights exactly = 0;
+        const bool isExact = ReadList(u"Rights", exactly);
+        const bool allows = ReadList(u"Allow", rule_.allowed);
+        const bool denies = ReadList(u"Deny", rule_.denied);
+        if (isExact && (allows || denies))
+            in_.Refuse(u"Rights", "expected either 'Rights' or 'Allow' and 'Deny'");
+        if (!isExact && !allows && !denies)
+            in_.Refuse(u"Rights", "expected 'Rights', 'Allow' or 'Deny'");
+        if (rule_.allowed & rule_.denied)
+            in_.Refuse(u"Deny", "the same right is allowed and denied");
+        if (isExact) {
+            rule_.allowed = exactly;
+            rule_.denied = kAllRights & ~exactly;
+        }
+    }
+
+    RegistryReader in_;
+    const std::vector<AccessGroup>& groups_;
+    AccessRule rule_;
+};
+
+} // namespace
+
+bool AccessRuleKeys(ITalpl& platform, std::vector<std::u16string>& keys)
+{
+    HANDLE handle = nullptr;
+    if (const TALSTATUS status = platform.TalxOpenKey(kAccessRulesKey, TALX_KEY_READ, &handle);
+        Failed(status))
+        return Code(status) == kCodeNotFound;
+    std::vector<uint64_t> record(128); // aligned for the record
+    TALSTATUS status = TAL_STATUS_SUCCESS;
+    while (!Failed(status)) {
+        UINT32 needed = 0;
+        const auto room = static_cast<UINT32>(record.size() * sizeof(uint64_t));
+        status = platform.TalxEnumerateKey(handle, static_cast<UINT32>(keys.size()), record.data(),
+                                           room, &needed);
+        if (Code(status) == kCodeBufferTooSmall && needed > room) {
+            record.resize(needed / sizeof(uint64_t) + 1);
+            status = TAL_STATUS_SUCCESS;
+        } else if (!Failed(status)) {
+            const auto* const info = reinterpret_cast<const TALX_KEY_INFORMATION*>(record.data());
+            keys.push_back(std::u16string(kAccessRulesKey) + u"\\" +
+                           std::u16string(info->KeyName, info->KeyNameLength / sizeof(char16_t)));
+        }
+    }
+    (void)platform.TalxCloseKey(handle); // it was open
+    return Code(status) == kCodeNoMoreEntries || Code(status) == kCodeNotFound;
+}
+
+std::vector<std::string> VolumeNames(ITalpl& platform)
+{
+    std::vector<std::string> names;
+    (void)ForEachName(platform, kVolumesKey, [&](const std::u16string& name) {
+        names.push_back(base::ToUtf8(name).value_or("?"));
+    });
+    return names;
+}
+
+std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>& rules)
+{
+    std::vector<AccessGroup> groups;
+    if (std::string problem = ReadGroups(platform, groups); !problem.empty())
+        return problem;
+    std::vector<std::u16string> keys;
+    if (!AccessRuleKeys(platform, keys))
+        return "the access rules cannot be read";
+    std::vector<AccessRule> read(keys.size());
+    for (size_t i = 0; i < keys.size(); ++i)
+        if (std::string problem = RuleReader(platform, keys[i], groups).Read(read[i]);
+            !problem.empty())
+            return problem;
+    rules = read.empty() ? nullptr
+                         : std::make_shared<const AccessRules>(std::move(read), std::move(groups));
+    return {};
+}
+
+} // namespace kestd
