@@ -24,7 +24,7 @@ namespace {
 // What a GET or HEAD is about.
 struct Opened {
     KESTDAV_HANDLER* handler = nullptr;
-    Ref<IKestDAVResource3> resource; // of a GET
+    Ref<IKestDAVResource3> resource;
     DAV_OBJECT_INFO info = EmptyInfo();
 };
 
@@ -38,16 +38,14 @@ bool NamesIndex(const UNICODE_STRING& url)
                        kSuffixBytes) == 0;
 }
 
-// Opens what a GET will send. A HEAD only asks what it is.
-TALSTATUS Open(SCHANDLE session, UNICODE_STRING* path, bool isGet, Opened& opened)
+// Opens what is asked for, by a HEAD as by a GET: it says what a GET would, also of a file that
+// cannot be read, and opening costs less than asking for all that a listing shows.
+TALSTATUS Open(SCHANDLE session, UNICODE_STRING* path, Opened& opened)
 {
     if (const TALSTATUS status = DavUriToHandler(session, path, &opened.handler); Failed(status))
         return status;
-    IKestDAV3* const provider = opened.handler->pIKestDav3;
-    if (!provider)
+    if (!opened.handler->pIKestDav3)
         return TAL_STATUS_SUCCESS; // the caller sees to it
-    if (!isGet)
-        return provider->GetInfo(session, path, &opened.info);
     if (const TALSTATUS status = CreateResource(*opened.handler, opened.resource); Failed(status))
         return status;
     return opened.resource->Open(session, path, kOpenRead, -1, nullptr, nullptr, &opened.info);
@@ -106,12 +104,11 @@ TALSTATUS ChooseRanges(IKestIO_5* io, const DAV_OBJECT_INFO& info, RangeVerdict&
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS SendWhole(IKestIO_5* io, Opened& opened)
+void SendHeadOfWhole(IKestIO_5* io, const Opened& opened, const char* type)
 {
+    SetHeaderText(io, "Content-Type", type);
     SetHeaderText(io, "Content-Length", Decimal(opened.info.ResourceSize).Text());
     (void)io->SendHeader(200);
-    return opened.resource ? SendBytes(io, *opened.resource.Get(), {0, opened.info.ResourceSize})
-                           : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS SendFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path)
@@ -126,9 +123,11 @@ TALSTATUS SendFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path)
         SetUnsatisfied(io, size);
         return Refuse(io, 416, TAL_STATUS_SUCCESS);
     }
+    if (verdict == RangeVerdict::Whole) {
+        SendHeadOfWhole(io, opened, type);
+        return SendBytes(io, *opened.resource.Get(), {0, size});
+    }
     SetHeaderText(io, "Content-Type", type);
-    if (verdict == RangeVerdict::Whole)
-        return SendWhole(io, opened);
     if (set.count == 1)
         return SendPart(io, *opened.resource.Get(), set.parts[0], size);
     return SendParts(io, *opened.resource.Get(), set, size, type);
@@ -152,8 +151,8 @@ TALSTATUS AnswerFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path, bool i
         return Reply(io, 304, TAL_STATUS_SUCCESS);
     if (isGet)
         return SendFile(io, opened, path);
-    SetHeaderText(io, "Content-Type", MediaType(path));
-    return SendWhole(io, opened);
+    SendHeadOfWhole(io, opened, MediaType(path));
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
@@ -163,7 +162,7 @@ TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
     UNICODE_STRING path = ProviderPath(*url);
     ProviderGuard providers; // to the last byte of the reply
     Opened opened;
-    const TALSTATUS status = Open(session, &path, isGet, opened);
+    const TALSTATUS status = Open(session, &path, opened);
     if (opened.handler && !opened.handler->pIKestDav3) {
         providers.Release();
         return isGet ? KestDavGet(session, url, io) : KestDavHead(session, url, io);

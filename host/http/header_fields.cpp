@@ -29,25 +29,15 @@ bool IsName(std::string_view name) noexcept
     return !name.empty();
 }
 
-// Tells most names apart without comparing them: the length and both ends, without case.
-uint32_t KeyOf(std::string_view name) noexcept
-{
-    if (name.empty())
-        return 0;
-    const auto end = [](char c) {
-        return static_cast<uint32_t>(static_cast<unsigned char>(base::Lower(c)));
-    };
-    return static_cast<uint32_t>(name.size()) << 16 | end(name.front()) << 8 | end(name.back());
-}
-
 // No field of a reply comes near; keeps the sums below from wrapping.
 constexpr size_t kLongest = 1U << 24;
 
 } // namespace
 
-const HeaderFields::Line* HeaderFields::FindLine(std::string_view name) const noexcept
+const HeaderFields::Line* HeaderFields::FindLine(std::string_view name, uint32_t key) const noexcept
 {
-    const uint32_t key = KeyOf(name);
+    if (!names_.MayHold(key))
+        return nullptr;
     for (const Line& line : lines_)
         if (line.key == key && base::EqualsIgnoringCase(line.Name(), name))
             return &line;
@@ -63,12 +53,13 @@ bool HeaderFields::Set(Arena& arena, std::string_view name, std::string_view val
     auto* const text = static_cast<char*>(arena.Allocate(size));
     if (!text)
         throw std::bad_alloc();
-    const Line* const known = FindLine(name);
+    const uint32_t key = NameKey(name);
+    const Line* const known = FindLine(name, key);
     Line& line = known ? lines_[static_cast<size_t>(known - lines_.data())] : lines_.emplace_back();
     if (known)
         name = known->Name(); // written as it was first
     else
-        line.key = KeyOf(name);
+        names_.Add(line.key = key);
     std::memcpy(text, name.data(), name.size());
     char* at = text + name.size();
     *at++ = ':';
@@ -87,13 +78,13 @@ bool HeaderFields::Set(Arena& arena, std::string_view name, std::string_view val
 
 const std::string_view* HeaderFields::Find(std::string_view name) const noexcept
 {
-    const Line* const line = FindLine(name);
+    const Line* const line = FindLine(name, NameKey(name));
     return line ? &line->value : nullptr;
 }
 
 void HeaderFields::Remove(std::string_view name) noexcept
 {
-    if (const Line* line = FindLine(name))
+    if (const Line* line = FindLine(name, NameKey(name)))
         lines_.erase(lines_.begin() + (line - lines_.data()));
 }
 

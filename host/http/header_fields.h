@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/http/name_filter.h"
 #include "host/net/buffer.h"
 
 namespace kestd {
@@ -21,7 +22,11 @@ class HeaderFields {
     // Null when it is not set. Valid until the list changes.
     const std::string_view* Find(std::string_view name) const noexcept;
     void Remove(std::string_view name) noexcept;
-    void Clear() noexcept { lines_.clear(); }
+    void Clear() noexcept
+    {
+        lines_.clear();
+        names_.Clear();
+    }
 
     // The bytes of all lines, and their text. CopyTo returns the end of what it wrote.
     size_t TextSize() const noexcept;
@@ -33,12 +38,13 @@ class HeaderFields {
         const char* text; // "Name: value\r\n"
         uint32_t nameSize;
         uint32_t size;
-        uint32_t key; // of the name: see KeyOf
+        uint32_t key; // of the name: see NameKey
         std::string_view Name() const noexcept { return {text, nameSize}; }
     };
-    const Line* FindLine(std::string_view name) const noexcept;
+    const Line* FindLine(std::string_view name, uint32_t key) const noexcept;
 
     std::vector<Line> lines_;
+    NameFilter names_; // of the lines, and of some that were removed
 };
 
 } // namespace kestd

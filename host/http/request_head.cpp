@@ -42,6 +42,7 @@ class Collector final : public http::basic_parser<true> {
     void on_field_impl(http::field, string_view name, string_view value, error_code&) override
     {
         head_.fields.push_back({View(name), View(value)});
+        head_.names.Add(NameKey(View(name)));
     }
     void on_response_impl(int, string_view, int, error_code&) override {}
     void on_header_impl(error_code&) override {}
@@ -96,6 +97,8 @@ inline bool HasName(const Field& field, std::string_view name) noexcept
 
 const Field* RequestHead::Find(std::string_view name) const noexcept
 {
+    if (!names.MayHold(NameKey(name)))
+        return nullptr;
     for (const Field& field : fields)
         if (HasName(field, name))
             return &field;
@@ -153,7 +156,7 @@ size_t FindHeadEnd(std::string_view text, size_t& scanned) noexcept
 
 int ParseHead(std::string_view text, RequestHead& head)
 {
-    head.fields.clear();
+    head.Clear();
     if (HasFold(text))
         return 400;
     Collector parser(head);

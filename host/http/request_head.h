@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/http/name_filter.h"
+
 namespace kestd {
 
 struct Field {
@@ -20,6 +22,7 @@ struct RequestHead {
     std::string_view lines; // the header lines with their line ends, without the empty one
     unsigned version = 11;  // 10 or 11
     std::vector<Field> fields;
+    NameFilter names; // of the fields
 
     // The first field of that name (compared without case), or null.
     const Field* Find(std::string_view name) const noexcept;
@@ -32,6 +35,7 @@ struct RequestHead {
     void Clear() noexcept
     {
         fields.clear();
+        names.Clear();
         method = target = lines = {};
     }
 };

@@ -46,7 +46,7 @@ TEST_F(StandardGet, HeadSaysWhatGetWould)
 {
     EXPECT_EQ(Run(Request(KestMethodHead, "/Ferro/gen3/f.txt").Header("Range", "bytes=0-1")),
               WithValidators("200", "Content-Type: text/plain\nContent-Length: 11\n\n"));
-    EXPECT_THAT(Changes(), ElementsAre("gen3.3.GetInfo(/gen3/f.txt)"));
+    EXPECT_THAT(Changes(), ElementsAre("gen3.res3.Open(/gen3/f.txt, read)"));
 }
 
 TEST_F(StandardGet, EmptyFile)
