@@ -11,12 +11,12 @@
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 
 #include "providers/filestore/collection.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/purge.h"
 #include "tests/contract/harness/world.h"
+#include "tests/support/temporary_directory.h"
 #include <kest/identifiers.h>
 
 namespace faults {
@@ -557,19 +557,8 @@ std::ostream& operator<<(std::ostream& out, const Outcome& outcome)
     return out;
 }
 
-// In memory, if files there carry tags: thousands of databases are made.
-static std::string FastestPlace()
-{
-    static const std::string place = [] {
-        const TempDirectory probe("/dev/shm");
-        const bool isFit =
-            !probe.Path().empty() && ::setxattr(probe.Path().c_str(), "user.probe", "1", 1, 0) == 0;
-        return isFit ? "/dev/shm" : "/tmp";
-    }();
-    return place;
-}
-
-Installation::Installation(const Setup& setup) : setup_(setup), directory_(FastestPlace())
+Installation::Installation(const Setup& setup)
+    : setup_(setup), directory_(test_support::FastestPlace())
 {
     (void)Module(); // the call context is there before the store looks for it
     fs::create_directory(One());

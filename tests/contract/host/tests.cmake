@@ -1,7 +1,7 @@
 find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
 
-kest_test(host_contract
+kest_test(host_contract SHARDS 4
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/http/hostile_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/failures_test.cpp

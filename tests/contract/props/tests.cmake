@@ -1,4 +1,4 @@
-kest_test(contract_props
+kest_test(contract_props SHARDS 2
   SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/propfind_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/deadprops_test.cpp

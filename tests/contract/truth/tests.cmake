@@ -2,12 +2,10 @@
 foreach(dialect classic standard)
 if(dialect STREQUAL classic)
   set(truth contract_truth)
-  set(prefix "")
 else()
   set(truth contract_truth_${dialect})
-  set(prefix ${dialect}.)
 endif()
-kest_test(${truth} PREFIX "${prefix}"
+kest_test(${truth} SHARDS 4
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/world.cpp ${CMAKE_CURRENT_LIST_DIR}/requests.cpp
           ${CMAKE_CURRENT_LIST_DIR}/failing_memory.cpp
           ${PROJECT_SOURCE_DIR}/tests/unit/filestore/system_calls.cpp

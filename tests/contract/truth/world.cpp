@@ -2,7 +2,6 @@
 #include "tests/contract/truth/world.h"
 
 #include <cstdlib>
-#include <fstream>
 #include <thread>
 
 #include <dlfcn.h>
@@ -18,6 +17,7 @@
 #include "providers/filestore/sqlitemeta.h"
 #include "providers/filestore/store.h"
 #include "tests/contract/truth/served3.h"
+#include "tests/support/temporary_directory.h"
 #include "tests/unit/filestore/system_calls.h"
 #include <kest/com.h>
 #include <kest/talpl.h>
@@ -27,6 +27,7 @@ namespace truth_test {
 
 using namespace filestore;
 namespace fs = std::filesystem;
+using test_support::WriteFile;
 
 namespace {
 
@@ -198,20 +199,13 @@ struct Parts {
     std::unique_ptr<kestd::Server> server;
 };
 
-void Write(const fs::path& path, std::string_view content)
-{
-    std::ofstream(path, std::ios::binary) << content;
-}
-
 } // namespace
 
 World::World()
 {
     system_calls::SyncNothing();
-    char name[] = "/tmp/kest-truth-XXXXXX";
-    directory_ = mkdtemp(name);
-    static const fs::path remove = directory_;
-    std::atexit([] { fs::remove_all(remove); });
+    static const test_support::TemporaryDirectory directory(test_support::FastestPlace());
+    directory_ = directory.Path();
     Set(u"Kest\\Configuration\\KestDav", u"Template Directory", TEMPLATE_DIRECTORY);
     Set(u"Kest\\Configuration\\KestDav", u"Dialect", TRUTH_DIALECT);
     Set(u"Kest\\Policies\\DAV Handlers\\Configured\\" + Braced(CLSID_FileStore), u"Name", "store");
@@ -249,14 +243,15 @@ void World::Renew()
     g_store.reset();
     fs::remove_all(Volume());
     fs::create_directories(Volume() / "dir/folder");
-    Write(Volume() / "file", "content");
-    Write(Volume() / "large", std::string(300'000, 'x'));
+    WriteFile(Volume() / "file", "content");
+    WriteFile(Volume() / "large", std::string(300'000, 'x'));
     for (const char* name : {"dir/one", "dir/two", "dir/three"})
-        Write(Volume() / name, "content");
+        WriteFile(Volume() / name, "content");
     fs::create_symlink("one", Volume() / "dir/link");
     fs::create_directory(Volume() / "many"); // more than leaves in one piece
     for (int i = 0; i < 40; ++i)
-        Write(Volume() / ("many/member of a folder with many of them " + std::to_string(i)), "");
+        WriteFile(Volume() / ("many/member of a folder with many of them " + std::to_string(i)),
+                  "");
     int error = 0;
     auto failing =
         std::make_unique<FailingFileSystem>(OpenPosixFileSystem(Volume().c_str(), &error));

@@ -15,27 +15,13 @@
 #include "providers/filestore/resource.h"
 #include "providers/filestore/sqlitemeta.h"
 #include "providers/filestore/store.h"
+#include "tests/support/temporary_directory.h"
 
 namespace filestore {
 
 inline UINT64 g_now = 130'000'000'000'000'000;
 
-class TempDirectory {
-  public:
-    explicit TempDirectory(const std::string& parent = "/tmp")
-    {
-        std::string name = parent + "/filestore-unit-XXXXXX";
-        if (const char* const made = mkdtemp(name.data()))
-            path_ = made;
-    }
-    ~TempDirectory() { std::filesystem::remove_all(path_); }
-    TempDirectory(const TempDirectory&) = delete;
-    TempDirectory& operator=(const TempDirectory&) = delete;
-    const std::filesystem::path& Path() const { return path_; }
-
-  private:
-    std::filesystem::path path_;
-};
+using TempDirectory = test_support::TemporaryDirectory;
 
 using Wrapper = std::function<std::unique_ptr<FileSystem>(std::unique_ptr<FileSystem>)>;
 
@@ -194,8 +180,7 @@ class Client {
 
 inline std::string Contents(const std::filesystem::path& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    return test_support::ReadFile(path);
 }
 
 // Names in a private directory, without the files that stand for processes.

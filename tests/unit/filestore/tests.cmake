@@ -1,4 +1,4 @@
-kest_test(filestore_unit_test
+kest_test(filestore_unit_test SHARDS 4
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/names_test.cpp ${CMAKE_CURRENT_LIST_DIR}/ownertext_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/store_test.cpp ${CMAKE_CURRENT_LIST_DIR}/failures_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/upload_test.cpp ${CMAKE_CURRENT_LIST_DIR}/metadata_test.cpp

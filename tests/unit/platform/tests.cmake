@@ -12,7 +12,7 @@ foreach(name component_good component_declines component_empty)
   math(EXPR kind "${kind} + 1")
 endforeach()
 
-kest_test(unit_platform
+kest_test(unit_platform SHARDS 2
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/classes_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/codepage_test.cpp
