@@ -3,31 +3,15 @@
 // Keeps the lines of a reply's head as they will be sent.
 #include "host/http/header_fields.h"
 
-#include "base/ascii.h"
-#include <array>
 #include <cstring>
 #include <new>
+
+#include "base/ascii.h"
+#include "base/token.h"
 
 namespace kestd {
 
 namespace {
-
-// The bytes of a token (RFC 9110 section 5.6.2).
-constexpr std::array<bool, 256> kTokenBytes = [] {
-    std::array<bool, 256> table{};
-    for (const char c : std::string_view("!#$%&'*+-.^_`|~0123456789abcdefghijklmnopqrstuvwxyz"
-                                         "ABCDEFGHIJKLMNOPQRSTUVWXYZ"))
-        table[static_cast<unsigned char>(c)] = true;
-    return table;
-}();
-
-bool IsName(std::string_view name) noexcept
-{
-    for (const char c : name)
-        if (!kTokenBytes[static_cast<unsigned char>(c)])
-            return false;
-    return !name.empty();
-}
 
 // No field of a reply comes near; keeps the sums below from wrapping.
 constexpr size_t kLongest = 1U << 24;
@@ -46,7 +30,7 @@ const HeaderFields::Line* HeaderFields::FindLine(std::string_view name, uint32_t
 
 bool HeaderFields::Set(Arena& arena, std::string_view name, std::string_view value)
 {
-    if (!IsName(name) || base::HasControl(value) || name.size() > kLongest ||
+    if (!base::IsToken(name) || base::HasControl(value) || name.size() > kLongest ||
         value.size() > kLongest)
         return false;
     const size_t size = name.size() + value.size() + 4;

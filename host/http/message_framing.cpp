@@ -10,6 +10,9 @@ namespace kestd {
 int ReadFraming(const RequestHead& head, MessageFraming& out)
 {
     out = {};
+    if (!head.names.MayHold(NameKey("Content-Length")) &&
+        !head.names.MayHold(NameKey("Transfer-Encoding")))
+        return 0;
     const Field* length = nullptr;
     const Field* coding = nullptr;
     for (const Field& field : head.fields) {

@@ -1,87 +1,74 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Finds a head's end and parses it with Beast.
+// Finds a head's end and takes it apart.
 #include "host/http/request_head.h"
 
+#include <algorithm>
 #include <cstring>
-#include <limits>
 
 #include "base/ascii.h"
-#include <boost/asio/buffer.hpp>
-#include <boost/beast/http/basic_parser.hpp>
+#include "base/token.h"
 
 namespace kestd {
 
 namespace {
 
-namespace http = boost::beast::http;
-using boost::beast::string_view;
-using boost::system::error_code;
-
-// Collects views of what the parser finds: of the text itself, since no value is joined from
-// several lines. Only the head is fed to it, so that nothing of a body ever gets here; the
-// message's framing is judged elsewhere, more strictly than the parser does.
-class Collector final : public http::basic_parser<true> {
-  public:
-    explicit Collector(RequestHead& head) : head_(head)
-    {
-        header_limit(std::numeric_limits<std::uint32_t>::max()); // bounded by whoever received it
-        body_limit(std::numeric_limits<std::uint64_t>::max());
-    }
-
-  private:
-    static std::string_view View(string_view text) noexcept { return {text.data(), text.size()}; }
-
-    void on_request_impl(http::verb, string_view method, string_view target, int version,
-                         error_code&) override
-    {
-        head_.method = View(method);
-        head_.target = View(target);
-        head_.version = static_cast<unsigned>(version);
-    }
-    void on_field_impl(http::field, string_view name, string_view value, error_code&) override
-    {
-        head_.fields.push_back({View(name), View(value)});
-        head_.names.Add(NameKey(View(name)));
-    }
-    void on_response_impl(int, string_view, int, error_code&) override {}
-    void on_header_impl(error_code&) override {}
-    void on_body_init_impl(boost::optional<std::uint64_t> const&, error_code&) override {}
-    std::size_t on_body_impl(string_view body, error_code&) override { return body.size(); }
-    void on_chunk_header_impl(std::uint64_t, string_view, error_code&) override {}
-    std::size_t on_chunk_body_impl(std::uint64_t, string_view body, error_code&) override
-    {
-        return body.size();
-    }
-    void on_finish_impl(error_code&) override {}
-
-    RequestHead& head_;
-};
-
-// Whether a line begins with a blank. Some parsers take it for the rest of the line before it, some
-// for a field (RFC 9112 section 5.2); the one used here does not tell of a fold behind an empty
-// line.
-bool HasFold(std::string_view text) noexcept
+// Takes the next line off `text`, without its line end. False where none ends with CR LF: a bare LF
+// ends no line (RFC 9112 section 2.2 lets a server refuse it), and the scans of what is in the line
+// find a bare CR.
+bool TakeLine(std::string_view& text, std::string_view& line) noexcept
 {
-    const char* const end = text.data() + text.size();
-    for (const char* at = text.data(); at < end; ++at) {
-        at = static_cast<const char*>(std::memchr(at, '\n', static_cast<size_t>(end - at)));
-        if (!at || at + 1 == end)
-            return false;
-        if (at[1] == ' ' || at[1] == '\t')
-            return true;
-    }
-    return false;
+    const void* const feed = text.empty() ? nullptr : std::memchr(text.data(), '\n', text.size());
+    if (!feed)
+        return false;
+    const auto size = static_cast<size_t>(static_cast<const char*>(feed) - text.data());
+    if (size == 0 || text[size - 1] != '\r')
+        return false;
+    line = text.substr(0, size - 1);
+    text.remove_prefix(size + 1);
+    return true;
 }
 
-// Whether the request line ends as one of another HTTP version does.
-bool NamesOtherVersion(std::string_view text) noexcept
+// Takes a word and the space behind it off a request line. False when either is missing.
+bool TakeWord(std::string_view& line, std::string_view& word) noexcept
 {
-    constexpr size_t kSize = 8; // HTTP/d.d
-    const std::string_view line = text.substr(0, text.find("\r\n"));
-    const std::string_view end = line.size() > kSize ? line.substr(line.size() - kSize) : "";
-    return end != "HTTP/1.1" && end != "HTTP/1.0" && end.substr(0, 5) == "HTTP/" &&
-           base::IsDigit(end[5]) && end[6] == '.' && base::IsDigit(end[7]);
+    const size_t size = line.find(' ');
+    if (size == 0 || size == std::string_view::npos)
+        return false;
+    word = line.substr(0, size);
+    line.remove_prefix(size + 1);
+    return true;
+}
+
+// "HTTP/1.1" and the like, RFC 9112 section 2.3. 0, or the status to refuse it with.
+int ReadVersion(std::string_view text, unsigned& version) noexcept
+{
+    if (text.size() != 8 || text.substr(0, 5) != "HTTP/" || !base::IsDigit(text[5]) ||
+        text[6] != '.' || !base::IsDigit(text[7]))
+        return 400;
+    version = static_cast<unsigned>(text[5] - '0') * 10 + static_cast<unsigned>(text[7] - '0');
+    return version == 10 || version == 11 ? 0 : 505;
+}
+
+// RFC 9112 section 3. What the target is made of is judged where it is read.
+int ReadRequestLine(std::string_view line, RequestHead& head) noexcept
+{
+    if (!TakeWord(line, head.method) || !TakeWord(line, head.target) ||
+        !base::IsToken(head.method) || base::HasControlOrTab(head.target))
+        return 400;
+    return ReadVersion(line, head.version);
+}
+
+// RFC 9112 section 5. A line that begins with a blank goes on with the one before it for some
+// readers, and is a field for others (section 5.2): neither here, since a blank is in no name.
+bool ReadField(std::string_view line, Field& field) noexcept
+{
+    const size_t colon = line.find(':');
+    if (colon == std::string_view::npos)
+        return false;
+    field.name = line.substr(0, colon);
+    field.value = base::Trimmed(line.substr(colon + 1));
+    return base::IsToken(field.name) && !base::HasControl(field.value);
 }
 
 // Most names differ in their length or in their first letter. A field's name is never empty.
@@ -116,6 +103,8 @@ const Field* RequestHead::FindNext(const Field& field, std::string_view name) co
 
 size_t RequestHead::Count(std::string_view name) const noexcept
 {
+    if (!names.MayHold(NameKey(name)))
+        return 0;
     size_t count = 0;
     for (const Field& field : fields)
         count += base::EqualsIgnoringCase(field.name, name);
@@ -124,6 +113,8 @@ size_t RequestHead::Count(std::string_view name) const noexcept
 
 bool RequestHead::HasToken(std::string_view name, std::string_view token) const noexcept
 {
+    if (!names.MayHold(NameKey(name)))
+        return false;
     for (const Field& field : fields) {
         if (!base::EqualsIgnoringCase(field.name, name))
             continue;
@@ -157,20 +148,21 @@ size_t FindHeadEnd(std::string_view text, size_t& scanned) noexcept
 int ParseHead(std::string_view text, RequestHead& head)
 {
     head.Clear();
-    if (HasFold(text))
+    std::string_view line;
+    if (!TakeLine(text, line))
         return 400;
-    Collector parser(head);
-    error_code error;
-    parser.put(boost::asio::const_buffer(text.data(), text.size()), error);
-    if (error == http::error::bad_version && NamesOtherVersion(text))
-        return 505;
-    if (error || !parser.is_header_done())
-        return 400;
-    if (head.version != 10 && head.version != 11)
-        return 505;
-    const size_t lines = text.find("\r\n") + 2;
-    head.lines = text.substr(lines, text.size() - lines - 2);
-    return 0;
+    if (const int status = ReadRequestLine(line, head))
+        return status;
+    head.lines = text.substr(0, text.size() - std::min<size_t>(text.size(), 2));
+    while (TakeLine(text, line)) {
+        if (line.empty())
+            return text.empty() ? 0 : 400;
+        Field& field = head.fields.emplace_back();
+        if (!ReadField(line, field))
+            return 400;
+        head.names.Add(NameKey(field.name));
+    }
+    return 400;
 }
 
 } // namespace kestd
