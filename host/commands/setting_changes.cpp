@@ -34,7 +34,7 @@ struct KnownNames {
 const std::vector<KnownNames>& Known()
 {
     static const std::vector<KnownNames> known = {
-        {kServerKey, true, {u"Listen", u"Session Objects"}},
+        {kServerKey, true, {u"Listen", u"Session Objects", u"PROXY Protocol"}},
         {kServerKey,
          false,
          {u"TLS Certificate",

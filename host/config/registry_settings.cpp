@@ -135,24 +135,31 @@ void RegistryReader::AllTexts(std::vector<std::pair<std::string, std::string>>& 
 
 namespace {
 
-void ReadListen(RegistryReader& in, ServerSettings& server)
+void ReadAddresses(RegistryReader& in, const char16_t* name, std::vector<ListenAddress>& addresses)
 {
-    if (!in.Has(u"Listen"))
+    if (!in.Has(name))
         return;
     std::vector<std::string> texts;
-    in.Texts(u"Listen", texts);
-    if (!in.Problem().empty())
-        return;
-    if (texts.empty())
-        return in.Refuse(u"Listen", "expected at least one address");
-    server.listen.clear();
+    in.Texts(name, texts);
+    addresses.clear();
     for (const std::string& text : texts) {
         ListenAddress address;
         if (!ParseListenAddress(text, address))
-            return in.Refuse(u"Listen",
-                             "expected ADDRESS:PORT with a numeric address, not '" + text + "'");
-        server.listen.push_back(std::move(address));
+            in.Refuse(name, "expected ADDRESS:PORT with a numeric address, not '" + text + "'");
+        addresses.push_back(std::move(address));
     }
+}
+
+void ReadListen(RegistryReader& in, ServerSettings& server)
+{
+    ReadAddresses(in, u"Listen", server.listen);
+    if (in.Problem().empty() && server.listen.empty())
+        in.Refuse(u"Listen", "expected at least one address");
+    ReadAddresses(in, u"PROXY Protocol", server.proxyProtocol);
+    for (const ListenAddress& address : server.proxyProtocol)
+        if (std::find(server.listen.begin(), server.listen.end(), address) == server.listen.end())
+            in.Refuse(u"PROXY Protocol", "'" + FormatListenAddress(address) +
+                                             "' is none of the addresses of 'Listen'");
 }
 
 void ReadLimits(RegistryReader& in, Limits& limits)
@@ -186,6 +193,8 @@ void ReadProxies(RegistryReader& in, ServerSettings& server)
             in.Refuse(u"Trusted Proxies", wrong);
         server.trustedProxies.push_back(prefix);
     }
+    if (!server.proxyProtocol.empty() && server.trustedProxies.empty())
+        in.Refuse(u"PROXY Protocol", "nobody may connect there without 'Trusted Proxies'");
     std::string headers = "any";
     in.Text(u"Proxy Headers", headers);
     if (headers == "forwarded")

@@ -67,6 +67,7 @@ struct ServerSettings {
     std::string wharfDirectory;                 // 'Wharf Directory', served under /Wharf/
     Dialect dialect = Dialect::Classic;         // of the start; a reload does not change it
     std::vector<base::IpPrefix> trustedProxies; // 'Trusted Proxies'
+    std::vector<ListenAddress> proxyProtocol;   // 'PROXY Protocol'; each is one of `listen`
     ProxyHeaders proxyHeaders = ProxyHeaders::Any; // 'Proxy Headers': "any" or one of the two
     Limits limits;
     std::shared_ptr<const AccessRules> access; // who may do what; null: everybody everything

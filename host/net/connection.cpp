@@ -38,7 +38,7 @@ constexpr int kRounds = 8;
 
 Connection::Connection(const ConnectionServices& services,
                        std::shared_ptr<const EffectiveSettings> settings, base::Descriptor socket,
-                       ClientLimits::Place place, const sockaddr_storage& peer)
+                       ClientLimits::Place place, const sockaddr_storage& peer, bool awaitsPreamble)
     : services_(services), place_(std::move(place)), socket_(std::move(socket)),
       stream_(socket_.Number(), settings->tls.get()), settings_(std::move(settings))
 {
@@ -52,6 +52,8 @@ Connection::Connection(const ConnectionServices& services,
     if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
         remote_[0] = '-';
     (void)base::IpAddressOf(peer, peer_); // no other is accepted
+    if (awaitsPreamble)
+        state_ = State::Preamble;
     registration_ = services_.loop.Reserve(*this);
     services_.registry.Add(*this);
 }
@@ -196,13 +198,16 @@ void Connection::PublishWait() noexcept
             {limits.waitingRequests, isForMany ? UINT32_MAX : limits.waitingPerAddress});
     }
     const int64_t start = isIdle_ ? idleStart_ : headStart_;
-    headWaitStart_.store(state_ == State::Head ? start : 0, std::memory_order_relaxed);
+    const bool isForHead = state_ == State::Head || state_ == State::Preamble;
+    headWaitStart_.store(isForHead ? start : 0, std::memory_order_relaxed);
     movedAndOne_.store(isRequest ? stream_.Moved() + 1 : 0, std::memory_order_relaxed);
 }
 
 Connection::Step Connection::Serve()
 {
     switch (state_) {
+    case State::Preamble:
+        return ReadPreamble();
     case State::Head:
         return ReadHead();
     case State::Body:

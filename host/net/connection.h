@@ -27,6 +27,7 @@ class Pipeline;
 class RunningCall;
 class SettingsHolder;
 struct EffectiveSettings;
+struct ProxyPreamble;
 
 // What connections work with; all of it outlives them.
 struct ConnectionServices {
@@ -49,10 +50,11 @@ class Connection final : public EventHandler,
                          public WaitingRequest,
                          public RegisteredConnection {
   public:
-    // Throws std::bad_alloc.
+    // Throws std::bad_alloc. With `awaitsPreamble`, the peer is a proxy that says first whose
+    // connection it is.
     Connection(const ConnectionServices& services,
                std::shared_ptr<const EffectiveSettings> settings, base::Descriptor socket,
-               ClientLimits::Place place, const sockaddr_storage& peer);
+               ClientLimits::Place place, const sockaddr_storage& peer, bool awaitsPreamble);
     // A handler that has stopped runs to its end first, as if its client had left.
     ~Connection();
     Connection(const Connection&) = delete;
@@ -73,11 +75,12 @@ class Connection final : public EventHandler,
 
   private:
     enum class State {
-        Head,   // receives a head
-        Body,   // gathers the body, or its beginning, before the handler is called
-        Call,   // the handler has stopped and waits for the client
-        Flush,  // the reply is complete, and its end waits for the client
-        Linger, // nothing more is answered
+        Preamble, // receives what a proxy says about the client
+        Head,     // receives a head
+        Body,     // gathers the body, or its beginning, before the handler is called
+        Call,     // the handler has stopped and waits for the client
+        Flush,    // the reply is complete, and its end waits for the client
+        Linger,   // nothing more is answered
     };
     enum class Step { Again, Wait, Close };
     using Work = void (Connection::*)();
@@ -96,6 +99,10 @@ class Connection final : public EventHandler,
     Step WaitForHead();
     Step Linger();
     Step StartLinger();
+
+    // connection_preamble.cpp
+    Step ReadPreamble();
+    Step TakePreamble(const ProxyPreamble& preamble);
 
     // connection_request.cpp
     Step OnHead(size_t size);
@@ -161,10 +168,14 @@ class Connection final : public EventHandler,
     // The clock's: how long the request has waited since this much had been moved.
     int64_t waited_ = 0;
     uint64_t movedBefore_ = 0;
-    bool isListed_ = false;    // as a waiting request, unless it was given up
-    bool isFromProxy_ = false; // the last request's peer was a trusted proxy
-    base::IpAddress peer_;
-    char remote_[46] = {}; // INET6_ADDRSTRLEN
+    bool isListed_ = false;       // as a waiting request, unless it was given up
+    bool isFromProxy_ = false;    // the last request's peer was a trusted proxy
+    bool isClientSecure_ = false; // the client speaks TLS with the proxy that announced it
+    base::IpAddress peer_;        // or the client that it has announced; likewise its text
+    char remote_[46] = {};        // INET6_ADDRSTRLEN
 };
+
+// Logs why a connection to a listener that takes preambles is closed, not too often.
+void WarnOfPreamble(const char* peer, const char* what);
 
 } // namespace kestd

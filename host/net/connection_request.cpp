@@ -54,7 +54,7 @@ void Connection::StartExchange()
     const std::vector<base::IpPrefix>& trusted = settings_->server.trustedProxies;
     isFromProxy_ = !trusted.empty() && base::IsInAny(trusted, peer_);
     exchange_->request.isFromProxy = isFromProxy_;
-    exchange_->request.isSecure = stream_.IsTls() || settings_->isPublicSecure;
+    exchange_->request.isSecure = stream_.IsTls() || isClientSecure_ || settings_->isPublicSecure;
 }
 
 Connection::Step Connection::OnHead(size_t size)

@@ -97,8 +97,8 @@ base::Descriptor OpenListeningSocket(ListenAddress& where, std::string& error)
     return made;
 }
 
-Listener::Listener(const ConnectionServices& services, base::Descriptor socket)
-    : services_(services), socket_(std::move(socket)),
+Listener::Listener(const ConnectionServices& services, base::Descriptor socket, bool takesPreambles)
+    : services_(services), socket_(std::move(socket)), takesPreambles_(takesPreambles),
       registration_(services.loop.Add(socket_.Number(), *this))
 {
 }
@@ -154,16 +154,22 @@ void Listener::Admit(base::Descriptor client, const sockaddr_storage& peer)
 {
     const std::shared_ptr<const EffectiveSettings> settings = services_.settings.Snapshot();
     const Limits& limits = settings->server.limits;
+    const bool isTrusted = IsTrusted(settings->server, peer);
     try {
+        if (takesPreambles_ && !isTrusted) {
+            base::IpAddress address;
+            (void)base::IpAddressOf(peer, address); // no other is accepted
+            return WarnOfPreamble(base::FormatIpAddress(address).c_str(), "it is no trusted proxy");
+        }
         ClientLimits::Place place = services_.clients.Enter(peer);
         const size_t open = services_.registry.Count();
         // A proxy stands for any number of clients, which are counted with their requests.
-        const size_t own = IsTrusted(settings->server, peer) ? 0 : place.Connections() - 1;
+        const size_t own = isTrusted ? 0 : place.Connections() - 1;
         if (IsFarOver(open, limits.connections) || IsFarOver(own, limits.connectionsPerAddress))
             return;
         // deletes itself
-        auto* connection =
-            new Connection(services_, settings, std::move(client), std::move(place), peer);
+        auto* connection = new Connection(services_, settings, std::move(client), std::move(place),
+                                          peer, takesPreambles_);
         if (open >= limits.connections || own >= limits.connectionsPerAddress)
             connection->RejectOverload();
         else

@@ -22,8 +22,10 @@ base::Descriptor OpenListeningSocket(ListenAddress& where, std::string& error);
 // One listening socket. Accepts connections once Begin has been called.
 class Listener final : public EventHandler {
   public:
-    // `services` outlives the listener. Throws std::bad_alloc or std::system_error.
-    Listener(const ConnectionServices& services, base::Descriptor socket);
+    // `services` outlives the listener. With `takesPreambles`, only trusted proxies may connect,
+    // which say whose connections they are. Throws std::bad_alloc or std::system_error.
+    Listener(const ConnectionServices& services, base::Descriptor socket,
+             bool takesPreambles = false);
     ~Listener() { services_.loop.Remove(registration_); }
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
@@ -44,6 +46,7 @@ class Listener final : public EventHandler {
 
     const ConnectionServices& services_;
     const base::Descriptor socket_;
+    const bool takesPreambles_;
     const EventLoop::Registration registration_;
     std::atomic<bool> isPaused_{false};
     int64_t warnsAgain_ = 0; // NowMs

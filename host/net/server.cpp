@@ -150,11 +150,13 @@ std::string Server::Impl::Publish(ServerSettings settings)
 std::string Server::Impl::Listen(ListenAddress where)
 {
     std::string error;
+    const std::vector<ListenAddress>& announced = settings_.proxyProtocol;
+    const bool takesPreambles = std::count(announced.begin(), announced.end(), where) != 0;
     base::Descriptor socket = OpenListeningSocket(where, error);
     if (!error.empty())
         return error;
     addresses_.push_back(where);
-    listeners_.push_back(std::make_unique<Listener>(services_, std::move(socket)));
+    listeners_.push_back(std::make_unique<Listener>(services_, std::move(socket), takesPreambles));
     return {};
 }
 

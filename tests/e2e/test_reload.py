@@ -82,6 +82,7 @@ class EachSetting(ServerCase):
             "Waiting Requests Per Address": ("90", False), "Least Rate": ("100", False),
             "Rate Time": ("50000", False), "Trusted Proxies": ("['10.0.0.0/8']", False),
             "Proxy Headers": ("'forwarded'", False),
+            "PROXY Protocol": ("['127.0.0.1:0']\n'Trusted Proxies' = ['10.0.0.0/8']", True),
         }
         module = {
             "Moniker": ("'/Other'", True), "Read-Write Block Size": ("4096", True),

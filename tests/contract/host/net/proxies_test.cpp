@@ -2,6 +2,7 @@
 //
 // What a trusted proxy says about a request, and what nobody else may say.
 #include <condition_variable>
+#include <thread>
 
 #include "tests/contract/host/harness.h"
 
@@ -265,6 +266,109 @@ TEST_F(Proxies, ConnectionsAreCountedByTheirClients)
         EXPECT_EQ(client->Receive().status, 204);
     ask(fourth, "192.0.2.1"); // the places were given back
     EXPECT_EQ(fourth.Receive().status, 204);
+}
+
+// A listener whose connections begin with a preamble.
+class Announced : public Proxies {
+  protected:
+    void SetUp() override
+    {
+        Proxies::SetUp();
+        settings.proxyProtocol = settings.listen;
+    }
+    static std::string Request(const std::string& fields = "")
+    {
+        return "GET /Ferro/a HTTP/1.1\r\nHost: inner:81\r\n" + fields + "\r\n";
+    }
+    static std::string Record(const std::string& head, const std::string& rest)
+    {
+        using namespace std::string_literals;
+        return "\r\n\r\n\0\r\nQUIT\n"s + head + '\0' + static_cast<char>(rest.size()) + rest;
+    }
+    // As Proxies::Seen; "closed" when there is no reply.
+    std::string Seen(const std::string& bytes, const char* from = "127.0.0.1")
+    {
+        Client client(port, 0, from);
+        const Answer answer = client.Ask(bytes);
+        if (answer.status == 0)
+            return client.IsClosed() ? "closed" : "silent";
+        return answer.status == 204 ? remote + (isSecure ? " https" : " http")
+                                    : std::to_string(answer.status);
+    }
+};
+
+TEST_F(Announced, TheClientIsWhoThePreambleNames)
+{
+    using namespace std::string_literals;
+    const Running running = Start(settings);
+    const std::string four = "\xC0\x00\x02\x07\x7F\x00\x00\x01\x12\x34\x00\x50"s;
+    EXPECT_EQ(Seen("PROXY TCP4 192.0.2.7 127.0.0.1 1 2\r\n" + Request()), "192.0.2.7 http");
+    EXPECT_EQ(Seen("PROXY TCP6 2001:db8::1 ::1 1 2\r\n" + Request()), "2001:db8::1 http");
+    EXPECT_EQ(Seen("PROXY UNKNOWN\r\n" + Request()), "127.0.0.1 http");
+    EXPECT_EQ(Seen(Record("\x21\x11", four) + Request()), "192.0.2.7 http");
+    EXPECT_EQ(Seen(Record("\x21\x11", four + "\xEE\x00\x01?\x20\x00\x05\x01\x00\x00\x00\x00"s) +
+                   Request()),
+              "192.0.2.7 https");
+    EXPECT_EQ(Seen(Record("\x20"s + '\0', "") + Request()), "127.0.0.1 http") << "LOCAL";
+}
+
+TEST_F(Announced, HeadersOfTheClientAreItsOwn)
+{
+    const Running running = Start(settings);
+    EXPECT_EQ(Seen("PROXY TCP4 192.0.2.7 127.0.0.1 1 2\r\n" +
+                   Request("X-Forwarded-For: 6.6.6.6\r\nX-Forwarded-Proto: https\r\n")),
+              "192.0.2.7 http");
+    EXPECT_EQ(Seen("PROXY TCP4 10.0.0.1 127.0.0.1 1 2\r\n" +
+                   Request("X-Forwarded-For: 192.0.2.8\r\nX-Forwarded-Proto: https\r\n")),
+              "192.0.2.8 https")
+        << "a trusted proxy behind the first";
+}
+
+TEST_F(Announced, WhoDoesNotSayItProperlyIsClosed)
+{
+    settings.limits.headTime = std::chrono::milliseconds(300);
+    const Running running = Start(settings);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Seen(Request()), "closed");
+    EXPECT_EQ(Seen("PROXY TCP4 nobody 127.0.0.1 1 2\r\n" + Request()), "closed");
+    EXPECT_EQ(Seen(Record("\x31\x11", "") + Request()), "closed");
+    EXPECT_EQ(Seen("PROXY TCP4 192.0.2.7 127.0.0.1 1 2\r\n" + Request(), "127.0.0.2"), "closed")
+        << "no trusted proxy";
+    EXPECT_EQ(Seen("PROXY TCP4"), "closed") << "not in time";
+    EXPECT_EQ(Seen(""), "closed") << "not in time";
+    EXPECT_EQ(module.calls, 0);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("connection from 127.0.0.1 closed: its PROXY preamble is malformed"),
+              std::string::npos)
+        << log;
+}
+
+TEST_F(Announced, APreambleMayComeInPieces)
+{
+    const Running running = Start(settings);
+    Client client(port);
+    for (const char c : std::string("PROXY TCP4 192.0.2.7 127.0.0.1 1 2\r\n" + Request())) {
+        ASSERT_TRUE(client.Send({&c, 1}));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(client.Receive().status, 204);
+    EXPECT_EQ(remote, "192.0.2.7");
+    EXPECT_EQ(client.Ask(Request()).status, 204) << "once for all requests";
+    EXPECT_EQ(remote, "192.0.2.7");
+}
+
+TEST_F(Announced, ConnectionsAreCountedByTheirClients)
+{
+    settings.limits.connectionsPerAddress = 1;
+    const Running running = Start(settings);
+    const std::string whole = "PROXY TCP4 192.0.2.7 127.0.0.1 1 2\r\n" + Request();
+    Client first(port);
+    EXPECT_EQ(first.Ask(whole).status, 204);
+    Client second(port);
+    EXPECT_EQ(second.Ask(whole).status, 503);
+    EXPECT_TRUE(second.IsClosed());
+    Client third(port);
+    EXPECT_EQ(third.Ask("PROXY TCP4 192.0.2.8 127.0.0.1 1 2\r\n" + Request()).status, 204);
 }
 
 } // namespace

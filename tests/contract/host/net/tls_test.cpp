@@ -43,8 +43,11 @@ void MakeCertificate(const std::string& directory, const char* name)
 
 class TlsClient final : public Client {
   public:
-    TlsClient(uint16_t port, int maxVersion = 0) : Client(port)
+    // `before` is sent plain, before the handshake.
+    TlsClient(uint16_t port, int maxVersion = 0, std::string_view before = {}) : Client(port)
     {
+        EXPECT_EQ(send(fd_, before.data(), before.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(before.size()));
         context_ = SSL_CTX_new(TLS_client_method());
         if (maxVersion) {
             SSL_CTX_set_min_proto_version(context_, TLS1_VERSION);
@@ -155,6 +158,33 @@ TEST_F(Tls, ContentGoesBothWays)
     ASSERT_TRUE(client.Send(pipelined));
     for (int i = 0; i < 20; ++i)
         EXPECT_EQ(client.Receive().body.size(), 3000000u);
+}
+
+TEST_F(Tls, APreambleComesBeforeIt)
+{
+    base::IpPrefix own;
+    ASSERT_EQ(base::ParseIpPrefix("127.0.0.1", own), "");
+    settings.trustedProxies = {own};
+    settings.proxyProtocol = settings.listen;
+    content = "content";
+    std::string remote;
+    door.judge = [&remote](const Credentials& credentials) {
+        remote = credentials.remoteAddress;
+        AuthResult admission;
+        admission.outcome = AuthResult::Outcome::Granted;
+        return admission;
+    };
+    const Running running = Start(settings);
+    using namespace std::string_literals;
+    for (const std::string& preamble :
+         {"PROXY TCP4 192.0.2.7 127.0.0.1 1 2\r\n"s,
+          "\r\n\r\n\0\r\nQUIT\n\x21\x11\0\x0C\xC0\0\x02\x07\x7F\0\0\x01\0\x01\0\x02"s}) {
+        TlsClient client(port, 0, preamble);
+        ASSERT_TRUE(client.isConnected);
+        EXPECT_EQ(client.Ask(kGet).body, "content");
+        EXPECT_EQ(remote, "192.0.2.7");
+    }
+    EXPECT_FALSE(TlsClient(port).isConnected) << "without one";
 }
 
 TEST_F(Tls, ChunkedUploadArrivesWhole)

@@ -88,6 +88,7 @@ TEST_F(Settings, EveryValueIsTakenOver)
 'Password Waiters' = 0
 'Credential Cache' = 10
 'Credential Time' = 11
+'PROXY Protocol' = ['[::1]:8081']
 'Trusted Proxies' = ['192.0.2.1', '10.0.0.0/8', 'fd00::/8']
 'Proxy Headers' = 'x-forwarded'
 )",
@@ -98,6 +99,7 @@ TEST_F(Settings, EveryValueIsTakenOver)
                   s.server.wharfDirectory + s.usersFile,
               "/c/khttps://files.example.orgR/w/u");
     EXPECT_FALSE(s.server.accessLog);
+    EXPECT_EQ(s.server.proxyProtocol, (std::vector<ListenAddress>{{"::1", 8081}}));
     ASSERT_EQ(s.server.trustedProxies.size(), 3U);
     EXPECT_EQ(base::FormatIpAddress(s.server.trustedProxies[1].address), "10.0.0.0");
     EXPECT_EQ(s.server.proxyHeaders, ProxyHeaders::XForwarded);
@@ -142,6 +144,10 @@ TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
         {"'Trusted Proxies' = ['::1', 'proxy']", "not 'proxy'"},
         {"'Trusted Proxies' = ['10.0.0.1/8']", "expected '10.0.0.0/8'"},
         {"'Trusted Proxies' = ['10.0.0.0/33']", "expected 0 to 32 bits"},
+        {"'PROXY Protocol' = ['127.0.0.1:8080']", "without 'Trusted Proxies'"},
+        {"'PROXY Protocol' = ['127.0.0.1:81']\n'Trusted Proxies' = ['::1']",
+         "'127.0.0.1:81' is none of the addresses of 'Listen'"},
+        {"'PROXY Protocol' = ['all']", "not 'all'"},
         {"'Proxy Headers' = 'via'", "expected 'any', 'forwarded' or 'x-forwarded'"},
         {"'Realm' = 5", "expected a text"},
         {"'Realm' = ''", "expected a text"},
