@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/host_name.h"
+#include "base/uri.h"
 #include "base/utf.h"
 #include "host/auth/passwords.h"
 #include "host/components/directory_names.h"
@@ -116,7 +117,24 @@ std::string Setup::LoadRegistry(bool isReload)
     }
     if (std::string problem = LayDefaults(); !problem.empty())
         return problem;
-    return LayCommandLine();
+    if (std::string problem = LayCommandLine(); !problem.empty())
+        return problem;
+    return LayPrefix();
+}
+
+// What a proxy publishes below a path is there for the module, too: all that it says of paths is
+// then what clients see. Whether the proxy takes the path off is not known; see ReadRequest.
+std::string Setup::LayPrefix()
+{
+    TakeAway(kModuleKey, u"Moniker");
+    std::string url;
+    RegistryReader(Platform(), kServerKey).Text(u"Public URL", url);
+    const std::string prefix = PathOfPublicUrl(url);
+    std::string moniker = "/Ferro";
+    RegistryReader(Platform(), kModuleKey).Text(u"Moniker", moniker);
+    if (prefix.empty() || base::IsUnder(moniker, prefix))
+        return {};
+    return LayText(kModuleKey, u"Moniker", prefix + moniker);
 }
 
 std::string Setup::LayCommandLine()

@@ -53,6 +53,7 @@ class Setup {
     std::string LayCommandLine();
     std::string LayDefaults();
     std::string LayVolumes();
+    std::string LayPrefix();
 
     const ServeArguments arguments_;
     const Places places_;

@@ -13,7 +13,6 @@
 
 #include "base/ascii.h"
 #include "base/host_name.h"
-#include "base/uri.h"
 #include "base/utf.h"
 #include <kest/tolm.h>
 
@@ -220,6 +219,7 @@ void ReadServer(RegistryReader& in, ServerSettings& server)
     if (!server.publicUrl.empty())
         if (const std::string wrong = WhatIsWrongWithPublicUrl(server.publicUrl); !wrong.empty())
             in.Refuse(u"Public URL", wrong);
+    server.pathPrefix = PathOfPublicUrl(server.publicUrl);
     if (server.tlsCertificate.empty() != server.tlsKey.empty())
         in.Refuse(server.tlsKey.empty() ? u"TLS Certificate" : u"TLS Key",
                   "'TLS Certificate' and 'TLS Key' belong together; one of them is missing");
@@ -384,76 +384,6 @@ std::string CheckComponentSettings(ITalpl& platform)
         if (std::string problem = check(platform); !problem.empty())
             return problem;
     return {};
-}
-
-bool ParseListenAddress(std::string_view text, ListenAddress& address)
-{
-    const size_t colon = text.rfind(':');
-    if (colon == std::string_view::npos || !base::ParsePort(text.substr(colon + 1), address.port))
-        return false;
-    std::string_view host = text.substr(0, colon);
-    const bool isBracketed = host.starts_with('[') && host.ends_with(']') && host.size() > 2;
-    if (isBracketed)
-        host = host.substr(1, host.size() - 2);
-    address.address = host;
-    return isBracketed ? base::IsIpv6Address(host) : base::IsIpv4Address(host);
-}
-
-std::string FormatListenAddress(const ListenAddress& address)
-{
-    const bool isSix = address.address.find(':') != std::string::npos;
-    return (isSix ? "[" + address.address + "]" : address.address) + ":" +
-           std::to_string(address.port);
-}
-
-namespace {
-
-bool IsSecure(std::string_view scheme)
-{
-    return base::EqualsIgnoringCase(scheme, "https");
-}
-
-} // namespace
-
-std::string WhatIsWrongWithPublicUrl(std::string_view url)
-{
-    std::string_view scheme;
-    std::string_view host;
-    const bool isServer = base::TakeOrigin(url, scheme, host);
-    if (!isServer || !(base::EqualsIgnoringCase(scheme, "http") || IsSecure(scheme)))
-        return "expected http://HOST[:PORT] or https://HOST[:PORT]";
-    if (!url.empty() && url != "/")
-        return "expected no path behind the host";
-    return {};
-}
-
-HostName NameOfHost(const ServerSettings& settings)
-{
-    HostName name;
-    bool isSecure = !settings.tlsCertificate.empty();
-    std::string_view url = settings.publicUrl;
-    std::string_view scheme;
-    std::string_view host;
-    if (base::TakeOrigin(url, scheme, host)) {
-        isSecure = IsSecure(scheme);
-        std::string_view bare;
-        std::string_view port;
-        base::SplitHost(host, bare, port);
-        name.hostname = host;
-        name.port = port;
-    } else {
-        const ListenAddress first = settings.listen.empty() ? ListenAddress{} : settings.listen[0];
-        name.port = std::to_string(first.port);
-        name.hostname = FormatListenAddress(first);
-    }
-    const std::string ownPort = isSecure ? "443" : "80";
-    if (name.port.empty())
-        name.port = ownPort;
-    const std::string tail = ":" + name.port;
-    const bool isPlain = name.port == ownPort || name.port == "0"; // not known before listening
-    if (isPlain && name.hostname.ends_with(tail))
-        name.hostname.resize(name.hostname.size() - tail.size());
-    return name;
 }
 
 } // namespace kestd

@@ -89,9 +89,12 @@ std::string CheckComponentSettings(ITalpl& platform);
 bool ParseListenAddress(std::string_view text, ListenAddress& address);
 std::string FormatListenAddress(const ListenAddress& address);
 
-// Empty when the text is an absolute http or https URL of a server without a path, query or user;
-// else what is wrong with it. A trailing "/" is allowed.
+// Empty when the text is an absolute http or https URL of a server, with or without a path of plain
+// characters under which a proxy publishes it; else what is wrong with it. A trailing "/" is
+// allowed.
 std::string WhatIsWrongWithPublicUrl(std::string_view url);
+// The path of such a URL without a "/" at its end; empty when it has none, or is no such URL.
+std::string PathOfPublicUrl(std::string_view url);
 
 // What components hear of the host: the public URL's name, or the first listening address.
 struct HostName {

@@ -59,15 +59,16 @@ enum class ProxyHeaders {
 
 struct ServerSettings {
     std::vector<ListenAddress> listen{{"127.0.0.1", 8080}}; // 'Listen'
-    std::string tlsCertificate;                 // 'TLS Certificate', PEM chain; empty: plain HTTP
-    std::string tlsKey;                         // 'TLS Key', PEM
-    std::string publicUrl;                      // 'Public URL', what clients see; empty: as asked
-    std::string realm = "Kest";                 // 'Realm'
-    bool accessLog = true;                      // 'Access Log', to standard error
-    std::string wharfDirectory;                 // 'Wharf Directory', served under /Wharf/
-    Dialect dialect = Dialect::Classic;         // of the start; a reload does not change it
-    std::vector<base::IpPrefix> trustedProxies; // 'Trusted Proxies'
-    std::vector<ListenAddress> proxyProtocol;   // 'PROXY Protocol'; each is one of `listen`
+    std::string tlsCertificate;         // 'TLS Certificate', PEM chain; empty: plain HTTP
+    std::string tlsKey;                 // 'TLS Key', PEM
+    std::string publicUrl;              // 'Public URL', what clients see; empty: as asked
+    std::string pathPrefix;             // its path, such as "/dav"; of the start, as the dialect
+    std::string realm = "Kest";         // 'Realm'
+    bool accessLog = true;              // 'Access Log', to standard error
+    std::string wharfDirectory;         // 'Wharf Directory', served under /Wharf/
+    Dialect dialect = Dialect::Classic; // of the start; a reload does not change it
+    std::vector<base::IpPrefix> trustedProxies;    // 'Trusted Proxies'
+    std::vector<ListenAddress> proxyProtocol;      // 'PROXY Protocol'; each is one of `listen`
     ProxyHeaders proxyHeaders = ProxyHeaders::Any; // 'Proxy Headers': "any" or one of the two
     Limits limits;
     std::shared_ptr<const AccessRules> access; // who may do what; null: everybody everything

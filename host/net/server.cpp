@@ -140,7 +140,8 @@ class Server::Impl {
 std::string Server::Impl::Publish(ServerSettings settings)
 {
     std::string error;
-    settings.dialect = settings_.dialect; // the module's does not change either
+    settings.dialect = settings_.dialect;       // the module's does not change either,
+    settings.pathPrefix = settings_.pathPrefix; // nor does its location
     settings.limits.connections = FitToFileLimit(settings.limits.connections);
     if (const auto made = MakeEffectiveSettings(settings, error))
         live_.Publish(made);

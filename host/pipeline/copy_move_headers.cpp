@@ -73,6 +73,9 @@ int ReadDestination(Exchange& exchange, const std::string& location)
     std::string raw;
     if (rest.find('?') != std::string_view::npos || !NormalisePath(rest, path, raw))
         return 400;
+    const std::string& prefix = exchange.settings->server.pathPrefix;
+    if (!prefix.empty() && !base::IsUnder(path, prefix)) // a proxy may have taken it off here, too
+        path.insert(0, prefix);
     if (!base::IsUnder(path, location))
         return 502;
     if (path.size() > location.size() + 1 && path.back() == '/')

@@ -43,9 +43,9 @@ constexpr size_t kBlock = 4096;
 
 struct Pipeline::AllStages {
     AllStages(AccessControl& accessControl, RequestHandler& handler, const std::string& location)
-        : hostCheck(accessControl), router(location), authentication(accessControl),
-          copyMoveHeaders(location), conditionalRequests(handler), overwriteResolution(handler),
-          grantedLocks(handler)
+        : securityHeaders(location), hostCheck(accessControl), router(location),
+          authentication(accessControl), copyMoveHeaders(location), conditionalRequests(handler),
+          overwriteResolution(handler), grantedLocks(handler)
     {
     }
 

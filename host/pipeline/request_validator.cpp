@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/host_name.h"
+#include "base/uri.h"
 #include "host/http/method.h"
 #include "host/pipeline/forwarded_request.h"
 
@@ -41,6 +42,23 @@ int ReadHost(Request& request, const EffectiveSettings& settings)
     return 0;
 }
 
+// A proxy that publishes the server below a path may have taken that off.
+void AddPrefix(Request& request, const std::string& prefix)
+{
+    Target& target = request.target;
+    if (target.isAsterisk)
+        return;
+    std::string_view taken;
+    if (request.isFromProxy)
+        taken = request.Header("X-Forwarded-Prefix");
+    if (taken.ends_with('/'))
+        taken.remove_suffix(1);
+    if (base::IsUnder(target.path, prefix) && taken != prefix)
+        return;
+    target.path.insert(0, prefix);
+    target.rawPath.insert(0, prefix); // no character of it is escaped
+}
+
 } // namespace
 
 int ReadRequest(Request& request, const EffectiveSettings& settings, MessageFraming& framing,
@@ -62,6 +80,8 @@ int ReadRequest(Request& request, const EffectiveSettings& settings, MessageFram
         return 414;
     if (const int refusal = ParseTarget(request.head.target, request.target))
         return refusal;
+    if (!settings.server.pathPrefix.empty())
+        AddPrefix(request, settings.server.pathPrefix);
     if (const int refusal = ReadHost(request, settings))
         return refusal;
     if (request.method == KestMethodUnknown)

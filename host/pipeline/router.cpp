@@ -6,7 +6,6 @@
 #include "base/uri.h"
 #include "host/net/settings_holder.h"
 #include "host/pipeline/ancestor_collections.h"
-#include "host/pipeline/static_files.h"
 
 namespace kestd {
 
@@ -23,8 +22,9 @@ Decision Router::OnRequest(Exchange& exchange) const
         return Decision::GoOn();
     constexpr std::string_view kWharf = "/Wharf/";
     const std::string& directory = exchange.settings->server.wharfDirectory;
-    if (target.path.compare(0, kWharf.size(), kWharf) == 0 && !directory.empty())
-        ServeStaticFile(exchange, directory, target.path.substr(kWharf.size()));
+    const std::string_view place = target.path.starts_with(kWharf) ? kWharf : wharf_;
+    if (target.path.starts_with(place) && !directory.empty())
+        ServeStaticFile(exchange, directory, target.path.substr(place.size()));
     else if (IsAncestorOf(target.path, location_))
         ServeAncestor(exchange, location_);
     else

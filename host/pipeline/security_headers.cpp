@@ -6,6 +6,8 @@
 #include <string>
 
 #include "base/ascii.h"
+#include "base/percent.h"
+#include "host/pipeline/static_files.h"
 
 namespace kestd {
 
@@ -42,29 +44,29 @@ bool IsMedia(std::string_view type) noexcept
 }
 
 // Appends " HOST[:PORT]/Wharf/". False for what a policy cannot name, such as an IPv6 address.
-bool AppendWharf(std::string_view host, std::string& sources)
+bool AppendWharf(std::string_view host, const std::string& wharf, std::string& sources)
 {
     for (const char c : host)
         if (!base::IsDigit(c) && !(base::Lower(c) >= 'a' && base::Lower(c) <= 'z') && c != '.' &&
             c != '-' && c != '_' && c != ':')
             return false;
     if (!host.empty())
-        sources.append(" ").append(host).append("/Wharf/");
+        sources.append(" ").append(host).append(wharf);
     return !host.empty();
 }
 
 // Where shipped scripts and styles come from, as a browser sees it. Never the whole server: content
 // that anybody has stored is a script, too, if a page may name it as one.
-std::string WharfSources(Request& request)
+std::string WharfSources(Request& request, const std::string& wharf)
 {
     std::string sources;
     const std::string_view* asked = request.FindHeader("Host");
-    bool isNamed = asked && AppendWharf(*asked, sources);
+    bool isNamed = asked && AppendWharf(*asked, wharf, sources);
     if (!asked || asked->substr(0, request.hostname.size()) != request.hostname) { // a public URL
         std::string known = request.hostname;
         if (request.port != (request.isSecure ? "443" : "80"))
             known.append(":").append(request.port);
-        isNamed = AppendWharf(known, sources) || isNamed;
+        isNamed = AppendWharf(known, wharf, sources) || isNamed;
     }
     // A browser that says what it wants a reply for gets no script of what is stored; see
     // IsStoredScript. Others do without scripts where a policy cannot name the place.
@@ -73,9 +75,9 @@ std::string WharfSources(Request& request)
     return sources;
 }
 
-std::string PagePolicy(Request& request)
+std::string PagePolicy(Request& request, const std::string& wharf)
 {
-    const std::string sources = WharfSources(request);
+    const std::string sources = WharfSources(request, wharf);
     std::string policy = "default-src 'none'; script-src";
     if (sources != " 'none'") // beside others it would mean nothing
         policy += sources;
@@ -83,7 +85,25 @@ std::string PagePolicy(Request& request)
     return policy;
 }
 
+// Escaped once more: ";" and "," end what a policy says.
+std::string EscapedForPolicy(const std::string& path)
+{
+    std::string escaped;
+    for (const char c : base::PercentEncode(path)) {
+        if (c == ';' || c == ',')
+            escaped.append(c == ';' ? "%3B" : "%2C");
+        else
+            escaped.push_back(c);
+    }
+    return escaped;
+}
+
 } // namespace
+
+SecurityHeaders::SecurityHeaders(const std::string& location)
+    : wharf_(EscapedForPolicy(WharfBeside(location)))
+{
+}
 
 bool SecurityHeaders::OnReplyHead(Exchange& exchange, int&) const
 {
@@ -101,7 +121,8 @@ bool SecurityHeaders::OnReplyHead(Exchange& exchange, int&) const
     if (!type || !IsType(*type, "text/html"))
         return true;
     const bool isData = request.target.rawPath.find("/.index_xml") != std::string::npos;
-    response.SetHeader("Content-Security-Policy", isData ? kDataPolicy : PagePolicy(request));
+    response.SetHeader("Content-Security-Policy",
+                       isData ? kDataPolicy : PagePolicy(request, wharf_));
     response.SetHeader("X-Frame-Options", "SAMEORIGIN");
     response.SetHeader("Referrer-Policy", "same-origin");
     return true;

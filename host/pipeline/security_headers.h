@@ -4,6 +4,8 @@
 // 8.3): neither pages nor stored files can become more than they are.
 #pragma once
 
+#include <string>
+
 #include "host/pipeline/stage.h"
 
 namespace kestd {
@@ -12,7 +14,12 @@ namespace kestd {
 // nothing. The headers that the handler has set tell which of both a reply is.
 class SecurityHeaders final : public Stage {
   public:
+    // `location` is the handler's path; pages find scripts and styles beside it.
+    explicit SecurityHeaders(const std::string& location);
     bool OnReplyHead(Exchange& exchange, int& status) const override;
+
+  private:
+    const std::string wharf_; // escaped for a policy
 };
 
 } // namespace kestd

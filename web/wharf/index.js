@@ -13,6 +13,7 @@ const here = folderUrl(location.pathname);
 const isRoot = here === root;
 const entries = document.getElementById("entries");
 const notice = makeNotice();
+const icons = new URL("icons.svg", import.meta.url).pathname; // beside this file, wherever it is published
 
 start();
 
@@ -54,6 +55,7 @@ function dressRow(row) {
     label.className = "name";
     label.textContent = name;
     inert.replaceWith(label);
+    row.querySelector("use")?.setAttribute("href", icons + "#" + row.dataset.type);
     row.classList.toggle("deleted", isDeleted);
     const url = isDeleted ? link.getAttribute("href") : here + encodeName(name) + (isFolder ? "/" : "");
     link.href = url;
@@ -96,7 +98,7 @@ function action(icon, label, row, run) {
     svg.setAttribute("class", "icon");
     svg.setAttribute("aria-hidden", "true");
     const use = document.createElementNS("http://www.w3.org/2000/svg", "use");
-    use.setAttribute("href", "/Wharf/icons.svg#" + icon);
+    use.setAttribute("href", icons + "#" + icon);
     svg.append(use);
     button.append(svg);
     button.addEventListener("click", () => run(row));

@@ -268,6 +268,80 @@ TEST_F(Proxies, ConnectionsAreCountedByTheirClients)
     EXPECT_EQ(fourth.Receive().status, 204);
 }
 
+// Published by a proxy under /dav/.
+class Published : public Proxies {
+  protected:
+    void SetUp() override
+    {
+        Proxies::SetUp();
+        settings.publicUrl = "https://outer/dav";
+        settings.pathPrefix = "/dav";
+        settings.dialect = Dialect::Standard;
+        module.handler = [this](IKestIO_5& io, UINT32 method) {
+            url = Url(io);
+            destination.clear();
+            BOOLEAN overwrites = 0;
+            UNICODE_STRING* text = nullptr;
+            if (method == KestMethodMove && !Failed(io.GetMoveInfo(&overwrites, &text)))
+                destination.assign(text->Buffer, text->Length / sizeof(WCHAR));
+            return io.SendHeader(204);
+        };
+    }
+    // The URL as the module gets it, or the status where it is not asked.
+    std::u16string UrlOf(const std::string& target, const std::string& fields = "")
+    {
+        const Answer answer =
+            Ask("GET " + target + " HTTP/1.1\r\nHost: inner\r\n" + fields + "\r\n");
+        const std::string status = std::to_string(answer.status);
+        return answer.status == 204 ? url : std::u16string(status.begin(), status.end());
+    }
+
+    std::u16string url;
+    std::u16string destination;
+};
+
+TEST_F(Published, PathsAreWhatClientsSee_WhetherTheProxyTakesThePrefixOffOrNot)
+{
+    const Running running = Start(settings, "/dav/Ferro");
+    EXPECT_EQ(UrlOf("/Ferro/a%20b"), u"/dav/Ferro/a b");
+    EXPECT_EQ(UrlOf("/dav/Ferro/a%20b"), u"/dav/Ferro/a b");
+    EXPECT_EQ(UrlOf("/dav/dav/Ferro/a"), u"404");
+    EXPECT_EQ(UrlOf("/davenport/Ferro/a"), u"404");
+    const std::string taken = "X-Forwarded-Prefix: /dav/\r\n";
+    EXPECT_EQ(UrlOf("/Ferro/a", taken), u"/dav/Ferro/a");
+    EXPECT_EQ(UrlOf("/dav/Ferro/a", taken), u"404") << "the client asked for /dav/dav/Ferro/a";
+    EXPECT_EQ(UrlOf("/dav/Ferro/a", "X-Forwarded-Prefix: /other\r\n"), u"/dav/Ferro/a");
+    const std::string head = "GET / HTTP/1.1\r\nHost: inner\r\n\r\n";
+    EXPECT_EQ(Ask(head).Header("Location"), "/dav/Ferro/");
+}
+
+TEST_F(Published, DestinationsAreTakenWithAndWithoutThePrefix)
+{
+    const Running running = Start(settings, "/dav/Ferro");
+    for (const char* sent : {"https://outer/dav/Ferro/b", "https://outer/Ferro/b", "/dav/Ferro/b",
+                             "/Ferro/b", "http://inner/Ferro/b"}) {
+        EXPECT_EQ(Ask(std::string("MOVE /Ferro/a HTTP/1.1\r\nHost: inner\r\nDestination: ") + sent +
+                      "\r\n\r\n")
+                      .status,
+                  204);
+        EXPECT_EQ(destination, u"/dav/Ferro/b") << sent;
+        EXPECT_EQ(url, u"/dav/Ferro/a");
+    }
+}
+
+TEST_F(Published, PagesRunWhatStandsBesideTheirPlace)
+{
+    module.handler = [](IKestIO_5& io, UINT32) {
+        SetHeader(io, "Content-Type", "text/html");
+        return io.SendHeader(200);
+    };
+    const Running running = Start(settings, "/dav/Ferro");
+    const Answer page = Ask("GET /Ferro/ HTTP/1.1\r\nHost: inner\r\n\r\n");
+    const std::string policy = page.Header("Content-Security-Policy");
+    EXPECT_NE(policy.find("script-src inner/dav/Wharf/ outer/dav/Wharf/ "), std::string::npos)
+        << policy;
+}
+
 // A listener whose connections begin with a preamble.
 class Announced : public Proxies {
   protected:

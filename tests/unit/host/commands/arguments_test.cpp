@@ -53,7 +53,7 @@ TEST(ServeArguments, WhatIsWrong_IsSaid)
         {{"--user", ":secret"}, "empty"},
         {{"--public-url", "files.example.org"}, "expected http"},
         {{"--public-url", "https://u@example.org"}, "expected http"},
-        {{"--public-url", "https://example.org/path"}, "no path"},
+        {{"--public-url", "https://example.org/a;b"}, "expected no more behind the host"},
         {{"--tls-cert", "c"}, "belong together"},
         {{"--tls-key", "c"}, "belong together"},
         {{"--nonsense"}, "unknown option --nonsense"},

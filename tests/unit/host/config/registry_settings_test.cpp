@@ -130,6 +130,25 @@ TEST_F(Settings, EveryValueIsTakenOver)
     EXPECT_EQ(s.auth.cacheTime.count(), 11);
 }
 
+TEST_F(Settings, ThePathOfThePublicUrlIsThePrefix)
+{
+    const struct {
+        const char* url;
+        const char* prefix;
+    } kRows[] = {
+        {"https://h", ""},
+        {"https://h/", ""},
+        {"https://h/dav", "/dav"},
+        {"https://h:8443/dav/", "/dav"},
+        {"https://h/a-b/~c_d.e", "/a-b/~c_d.e"},
+    };
+    for (const auto& row : kRows) {
+        HostSettings settings;
+        EXPECT_EQ(Read(std::string("'Public URL' = '") + row.url + "'\n", settings), "");
+        EXPECT_EQ(settings.server.pathPrefix, row.prefix) << row.url;
+    }
+}
+
 TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
 {
     struct Row {
@@ -144,6 +163,11 @@ TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
         {"'Trusted Proxies' = ['::1', 'proxy']", "not 'proxy'"},
         {"'Trusted Proxies' = ['10.0.0.1/8']", "expected '10.0.0.0/8'"},
         {"'Trusted Proxies' = ['10.0.0.0/33']", "expected 0 to 32 bits"},
+        {"'Public URL' = 'https://h/a b'", "letters, digits"},
+        {"'Public URL' = 'https://h/a?b'", "letters, digits"},
+        {"'Public URL' = 'https://h/a//b'", "letters, digits"},
+        {"'Public URL' = 'https://h/a/../b'", "letters, digits"},
+        {"'Public URL' = 'https://h?a'", "letters, digits"},
         {"'PROXY Protocol' = ['127.0.0.1:8080']", "without 'Trusted Proxies'"},
         {"'PROXY Protocol' = ['127.0.0.1:81']\n'Trusted Proxies' = ['::1']",
          "'127.0.0.1:81' is none of the addresses of 'Listen'"},
