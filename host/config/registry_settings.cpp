@@ -281,6 +281,9 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
     ReadServer(in, settings.server);
     ReadLimits(in, settings.server.limits);
     ReadDialect(platform, settings.server);
+    // The classic COPY finds the module's place in a URL only where that is a single segment.
+    if (settings.server.dialect == Dialect::Classic && !settings.server.pathPrefix.empty())
+        in.Refuse(u"Public URL", "a path behind the host needs the standard dialect");
     in.Time(u"Session Timeout", settings.sessions.idleTime, 10, 30 * 24 * 3600);
     in.Number(u"Sessions", settings.sessions.sessions, 1, 1'000'000);
     in.Number(u"Browser Sessions", settings.sessions.cookieSessionsPerUser, 1, 100'000);

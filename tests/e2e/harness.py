@@ -361,10 +361,10 @@ class Reply:
 
 def exchange(client, method, path, body=None, headers=None):
     """One request on a connection that may be used again."""
-    client.putrequest(method, path, skip_accept_encoding=True)
-    client.putheader("X-Test-Case", current_case)
     given = dict(headers or {})
     names = {name.lower() for name in given}
+    client.putrequest(method, path, skip_host="host" in names, skip_accept_encoding=True)
+    client.putheader("X-Test-Case", current_case)
     if body is not None and not names & {"content-length", "transfer-encoding"}:
         given["Content-Length"] = str(len(body))
     for name, value in given.items():

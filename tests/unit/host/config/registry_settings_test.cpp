@@ -144,7 +144,9 @@ TEST_F(Settings, ThePathOfThePublicUrlIsThePrefix)
     };
     for (const auto& row : kRows) {
         HostSettings settings;
-        EXPECT_EQ(Read(std::string("'Public URL' = '") + row.url + "'\n", settings), "");
+        const std::string url = std::string("'Public URL' = '") + row.url + "'\n";
+        EXPECT_EQ(
+            Read(url + "['Kest\\Configuration\\KestDav']\n'Dialect' = 'standard'\n", settings), "");
         EXPECT_EQ(settings.server.pathPrefix, row.prefix) << row.url;
     }
 }
@@ -164,6 +166,7 @@ TEST_F(Settings, WrongValue_IsNamedWithItsPlace)
         {"'Trusted Proxies' = ['10.0.0.1/8']", "expected '10.0.0.0/8'"},
         {"'Trusted Proxies' = ['10.0.0.0/33']", "expected 0 to 32 bits"},
         {"'Public URL' = 'https://h/a b'", "letters, digits"},
+        {"'Public URL' = 'https://h/a'", "needs the standard dialect"},
         {"'Public URL' = 'https://h/a?b'", "letters, digits"},
         {"'Public URL' = 'https://h/a//b'", "letters, digits"},
         {"'Public URL' = 'https://h/a/../b'", "letters, digits"},
