@@ -43,6 +43,7 @@
 #include <kest/dav/collection_1.h>
 #include <kest/dav/collection_2.h>
 #include <kest/dav/collection_3.h>
+#include <kest/dav/content_file_3.h>
 #include <kest/dav/failures_3.h>
 #include <kest/dav/namespace_1.h>
 #include <kest/dav/namespace_2.h>

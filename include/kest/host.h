@@ -11,6 +11,7 @@
 #include <kest/host/event.h>
 #include <kest/host/event_handler.h>
 #include <kest/host/objects.h>
+#include <kest/host/send_file.h>
 #include <kest/host/session.h>
 #include <kest/host/util.h>
 #include <kest/io.h>

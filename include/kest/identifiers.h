@@ -165,6 +165,11 @@ inline constexpr GUID IID_KestDigest_1 = { // 29f7fed2-18c7-4c33-b6c7-05d2c5fde2
     0x18C7,
     0x4C33,
     {0xB6, 0xC7, 0x05, 0xD2, 0xC5, 0xFD, 0xE2, 0x06}};
+inline constexpr GUID IID_KestSendFile_1 = { // b8385915-b68e-4866-9a15-a2f746c5b058
+    0xB8385915,
+    0xB68E,
+    0x4866,
+    {0x9A, 0x15, 0xA2, 0xF7, 0x46, 0xC5, 0xB0, 0x58}};
 inline constexpr GUID IID_KestCallContext_1 = { // 2912455c-49bd-4727-877e-3653af49016e
     0x2912455C,
     0x49BD,
@@ -225,6 +230,11 @@ inline constexpr GUID IID_KestResource_3 = { // a3860cc3-13a0-4698-940d-342eb1c4
     0x13A0,
     0x4698,
     {0x94, 0x0D, 0x34, 0x2E, 0xB1, 0xC4, 0x1B, 0x12}};
+inline constexpr GUID IID_KestContentFile_3 = { // 719642d8-fe5d-4608-8782-72b2b6c450b7
+    0x719642D8,
+    0xFE5D,
+    0x4608,
+    {0x87, 0x82, 0x72, 0xB2, 0xB6, 0xC4, 0x50, 0xB7}};
 inline constexpr GUID IID_KestCollection_3 = { // ddfeb1a5-cda5-47d7-8e53-11985edabeaf
     0xDDFEB1A5,
     0xCDA5,
@@ -255,6 +265,7 @@ struct ISA;
 struct ISCOM;
 struct IKestCallContext;
 struct IKestDigest;
+struct IKestSendFile;
 struct IDirectory;
 struct IDirectoryObject;
 struct IReadAttrResults;
@@ -266,6 +277,7 @@ struct IKestDAVCollection;
 struct IKestDAVCollection2;
 struct IKestDAV3;
 struct IKestDAVResource3;
+struct IKestDAVContentFile3;
 struct IKestDAVCollection3;
 struct IKestDAVFailures3;
 
@@ -317,6 +329,9 @@ template <> struct IidOf<IKestCallContext> {
 template <> struct IidOf<IKestDigest> {
     static constexpr const GUID& value = IID_KestDigest_1;
 };
+template <> struct IidOf<IKestSendFile> {
+    static constexpr const GUID& value = IID_KestSendFile_1;
+};
 template <> struct IidOf<IDirectory> {
     static constexpr const GUID& value = IID_IDirectory_1;
 };
@@ -349,6 +364,9 @@ template <> struct IidOf<IKestDAV3> {
 };
 template <> struct IidOf<IKestDAVResource3> {
     static constexpr const GUID& value = IID_KestResource_3;
+};
+template <> struct IidOf<IKestDAVContentFile3> {
+    static constexpr const GUID& value = IID_KestContentFile_3;
 };
 template <> struct IidOf<IKestDAVCollection3> {
     static constexpr const GUID& value = IID_KestCollection_3;
