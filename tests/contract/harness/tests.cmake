@@ -1,14 +1,18 @@
 # The harness of the contract tests: scripted host and providers around the built module.
 add_library(kest_harness STATIC
   ${CMAKE_CURRENT_LIST_DIR}/io.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/opened.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/opened_collection.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/opened_resource.cpp
   ${CMAKE_CURRENT_LIST_DIR}/platform.cpp
   ${CMAKE_CURRENT_LIST_DIR}/provider.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/provider_tree.cpp
   ${CMAKE_CURRENT_LIST_DIR}/provider3.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/resource3.cpp
   ${CMAKE_CURRENT_LIST_DIR}/collection3.cpp
   ${CMAKE_CURRENT_LIST_DIR}/records3.cpp
   ${CMAKE_CURRENT_LIST_DIR}/recorder.cpp
   ${CMAKE_CURRENT_LIST_DIR}/services.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/session_services.cpp
   ${CMAKE_CURRENT_LIST_DIR}/text.cpp
   ${CMAKE_CURRENT_LIST_DIR}/world.cpp)
 target_include_directories(kest_harness PUBLIC ${CMAKE_CURRENT_LIST_DIR})

@@ -4,8 +4,13 @@ find_package(Threads REQUIRED)
 kest_test(host_contract SHARDS 4
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/http/hostile_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/bodies_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/call_context_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/failures_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/kest_io_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/replies_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/store_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/net/connection_limits_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/leaving_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/limits_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/proxies_test.cpp
@@ -16,7 +21,6 @@ kest_test(host_contract SHARDS 4
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/range_requests_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/rules_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/store_test.cpp
   LIBS kestd_http tolm OpenSSL::SSL Threads::Threads)
 
 # A program of its own: it takes the place of the allocator and of epoll_ctl.

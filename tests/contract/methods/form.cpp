@@ -51,4 +51,23 @@ Request Upload(const std::string& body, const std::string& path)
     return request;
 }
 
+std::unique_ptr<harness::World> MakeWorld(int generations, harness::Setup setup)
+{
+    auto world = std::make_unique<harness::World>(
+        std::vector<harness::ProviderSpec>{{.name = "vol", .generations = generations}},
+        std::move(setup));
+    (*world)["vol"].AddCollection("/vol/dir");
+    return world;
+}
+
+std::string Bytes(size_t size, unsigned seed)
+{
+    std::string text(size, '\0');
+    for (char& c : text) {
+        seed = seed * 1664525 + 1013904223;
+        c = static_cast<char>(seed >> 24);
+    }
+    return text;
+}
+
 } // namespace form

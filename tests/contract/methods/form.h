@@ -3,10 +3,11 @@
 // Forms as browsers send them, and the replies to them.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "../harness/world.h"
+#include "world.h"
 
 namespace form {
 
@@ -27,6 +28,12 @@ std::vector<std::string> Pieces(const std::string& text, size_t size);
 
 // A POST of a form's body, arriving in one piece.
 harness::Request Upload(const std::string& body, const std::string& path = "/Ferro/vol/dir");
+
+// The module with the provider "vol", which holds the collection "dir".
+std::unique_ptr<harness::World> MakeWorld(int generations = 2, harness::Setup setup = {});
+
+// The same for the same seed.
+std::string Bytes(size_t size, unsigned seed);
 
 // Whole replies.
 extern const char kSuccess[];
