@@ -35,6 +35,19 @@ InodeId Disk::Resolve(InodeId top, std::string_view path) const
     return at;
 }
 
+void Disk::ApplyRename(const Event& e)
+{
+    const InodeId from = Resolve(e.directory, e.name);
+    const InodeId to = Resolve(e.toDirectory, e.toName);
+    if (from == kNoInode || !Get(e.directory) || !Get(e.toDirectory))
+        return;
+    if (e.kind == Event::Exchange && to != kNoInode)
+        Get(e.directory)->entries[e.name] = to;
+    else
+        Get(e.directory)->entries.erase(e.name);
+    Get(e.toDirectory)->entries[e.toName] = from;
+}
+
 void Disk::Apply(const Event& e)
 {
     switch (e.kind) {
@@ -56,18 +69,9 @@ void Disk::Apply(const Event& e)
             directory->entries.erase(e.name);
         break;
     case Event::Rename:
-    case Event::Exchange: {
-        const InodeId from = Resolve(e.directory, e.name);
-        const InodeId to = Resolve(e.toDirectory, e.toName);
-        if (from == kNoInode || !Get(e.directory) || !Get(e.toDirectory))
-            break;
-        if (e.kind == Event::Exchange && to != kNoInode)
-            Get(e.directory)->entries[e.name] = to;
-        else
-            Get(e.directory)->entries.erase(e.name);
-        Get(e.toDirectory)->entries[e.toName] = from;
+    case Event::Exchange:
+        ApplyRename(e);
         break;
-    }
     case Event::Write:
         if (Inode* const inode = Get(e.inode)) {
             if (inode->content.size() < e.number + e.bytes.size())

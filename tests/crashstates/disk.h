@@ -75,6 +75,7 @@ class Disk {
     InodeId Next() const { return static_cast<InodeId>(inodes_.size() + 1); }
 
   private:
+    void ApplyRename(const Event& event);
     Inode* Get(InodeId id);
     // An inode is copied when a disk that shares it with another changes it.
     std::vector<std::shared_ptr<const Inode>> inodes_; // by number, the first is 1

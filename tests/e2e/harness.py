@@ -6,7 +6,6 @@ looks at the tree on disk. Every request that goes through here carries the runn
 the header X-Test-Case, so that a server log or a packet trace can be read.
 """
 
-import contextlib
 import ctypes
 import hashlib
 import http.client
@@ -22,13 +21,12 @@ import time
 import unittest
 from urllib.parse import quote, unquote, urlsplit
 
+from trees import HOSTILE_NAMES, SCRATCH, Tree, pattern  # noqa: F401  (cases take them from here)
+
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 KESTD = os.path.join(ROOT, "build", "release", "bin", "kestd")
 LOCATION = "/Ferro"
 DIALECT = "classic"  # of servers whose case chooses none; None: what the server chooses
-
-# Where the test trees go. They need a file system on disk that can rename and hold sparse files.
-SCRATCH = os.environ.get("KEST_TEST_DIR") or None
 
 # How long anything may take that is not a figure under test. Generous: the machine may be busy.
 PATIENCE = 120
@@ -46,35 +44,6 @@ PR_SET_PDEATHSIG = 1
 def _die_with_parent():
     """Runs in a new server's process: it ends when the tests end, however they end."""
     _libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
-
-
-# Names that have broken servers: each becomes a file in the default tree.
-HOSTILE_NAMES = [
-    "plain.txt",
-    "with space.txt",
-    "100%.txt",
-    "a%20b.txt",
-    "semi;colon.txt",
-    "hash#question?.txt",
-    "amp&ersand.txt",
-    "quote'and\"quote.txt",
-    "less<greater>.txt",
-    "plus+equals=.txt",
-    "colon:at@.txt",
-    "brackets[]{}().txt",
-    "back\\slash.txt",
-    "tilde~caret^pipe|.txt",
-    "-leading-dash.txt",
-    ".dotfile",
-    "trailing.dot.",
-    "ünïcödé.txt",
-    "e\u0301 combining.txt",
-    "emoji \U0001f600\U0001f469\u200d\U0001f680.txt",
-    "שלום עולם.txt",
-    "\u202eright-to-left override.txt",
-    "日本語.txt",
-    "x" * 255,
-]
 
 
 class Failure(Exception):
@@ -106,58 +75,9 @@ def wait_for(condition, what, seconds=PATIENCE):
         pause = min(pause * 1.5, 0.2)
 
 
-def pattern(size, seed=0):
-    """Bytes that differ at every offset that matters, the same for the same size and seed."""
-    block = hashlib.sha512(str(seed).encode()).digest()
-    unit = b"".join(hashlib.sha512(block + bytes([i & 255, i >> 8])).digest() for i in range(1024))
-    whole, rest = divmod(size, len(unit))
-    return unit * whole + unit[:rest]
-
-
 def url_path(*parts):
     """Path of a request from unescaped names below the location."""
     return LOCATION + "".join("/" + quote(part, safe="") for part in parts)
-
-
-class Tree:
-    """A fresh directory that goes away with all that is in it."""
-
-    def __init__(self, base=None):
-        self.path = tempfile.mkdtemp(prefix="kest-e2e-", dir=base or SCRATCH)
-
-    def __truediv__(self, name):
-        return os.path.join(self.path, name)
-
-    def write(self, name, data=b""):
-        path = self / name
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "wb") as out:
-            out.write(data if isinstance(data, bytes) else data.encode())
-        return path
-
-    def read(self, name):
-        with open(self / name, "rb") as file:
-            return file.read()
-
-    def fill_hostile(self):
-        for name in HOSTILE_NAMES:
-            self.write(name, name.encode())
-        return self
-
-    def leftovers(self):
-        """Files of unfinished uploads that the file store still keeps below this tree."""
-        found = []
-        for folder, _, files in os.walk(self / ".kest/tmp"):
-            # A running server keeps a lock file, by which others know that its files are in use.
-            found += [os.path.join(folder, name) for name in files if not name.endswith(".lock")]
-        return found
-
-    def remove(self):
-        # Cases may have taken permissions away.
-        for folder, _, _ in os.walk(self.path):
-            with contextlib.suppress(OSError):
-                os.chmod(folder, 0o700)
-        shutil.rmtree(self.path, ignore_errors=True)
 
 
 def registry_text(settings):

@@ -1,6 +1,7 @@
 kest_test(filestore_contract_test SHARDS 2
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/fixture.cpp ${CMAKE_CURRENT_LIST_DIR}/content_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/listing_test.cpp ${CMAKE_CURRENT_LIST_DIR}/locks_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/lock_conditions_test.cpp ${CMAKE_CURRENT_LIST_DIR}/lookups_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/properties_test.cpp ${CMAKE_CURRENT_LIST_DIR}/trees_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/walks_test.cpp ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/content3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/namespace3_test.cpp

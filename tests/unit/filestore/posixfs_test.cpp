@@ -30,68 +30,96 @@ class Names final : public NameSink {
     std::set<std::string> names_;
 };
 
+// Uses a file system, and writes down what each operation gave.
+class User {
+  public:
+    explicit User(const std::string& directory)
+        : fs_(OpenPosixFileSystem(directory.c_str(), &error_))
+    {
+        Tell("open", fs_->Open("", OpenFor::Directory, top_.Out(*fs_)));
+    }
+    void UseContent();
+    void UseNames();
+    std::string Told() const { return told_.str(); }
+
+  private:
+    int Tell(const char* what, int result)
+    {
+        told_ << what << ' ' << result << '\n';
+        return result;
+    }
+    int error_ = 0;
+    const std::unique_ptr<FileSystem> fs_;
+    std::ostringstream told_;
+    OpenFile top_, file_;
+    FileInfo info_;
+    char bytes_[64] = {};
+    size_t got_ = 0;
+};
+
+void User::UseContent()
+{
+    OpenFile copy;
+    Tell("make", fs_->MakeDirectory(top_.Get(), "dir"));
+    Tell("create", fs_->CreateFile(top_.Get(), "file", file_.Out(*fs_)));
+    Tell("write", fs_->Write(file_.Get(), 0, "content", 7));
+    Tell("read", fs_->Read(file_.Get(), 0, bytes_, sizeof bytes_, &got_));
+    told_ << std::string_view(bytes_, got_) << '\n';
+    Tell("mode", fs_->SetMode(file_.Get(), 0640));
+    Tell("date", fs_->SetModified(file_.Get(), 130'000'000'000'000'000));
+    Tell("sync", fs_->Sync(file_.Get(), false));
+    Tell("sync", fs_->Sync(file_.Get(), true));
+    const int tag = fs_->SetTag(file_.Get(), "user.kest.test", "x", 1);
+    Tell("tag", tag);
+    Tell("tag", fs_->GetTag(file_.Get(), "user.kest.test", bytes_, sizeof bytes_, &got_));
+    Tell("tag", fs_->GetTagAt(top_.Get(), "file", "user.kest.test", bytes_, sizeof bytes_, &got_));
+    Tell("create", fs_->CreateFile(top_.Get(), "copy", copy.Out(*fs_)));
+    Tell("copy", fs_->CopyContent(file_.Get(), copy.Get(), 7, {}));
+    Tell("look", fs_->Look("copy", &info_));
+    told_ << info_.size << '\n';
+    Tell("inspect", fs_->Inspect(file_.Get(), &info_));
+    told_ << info_.mode << ' ' << info_.modified << '\n';
+    Tell("inspect", fs_->InspectFully(file_.Get(), &info_));
+    Tell("inspect", fs_->InspectAt(top_.Get(), "file", &info_));
+    Tell("owner", fs_->SetOwner(file_.Get(), info_.owner, info_.group));
+}
+
+void User::UseNames()
+{
+    OpenFile nameless, located, child;
+    if (Tell("nameless", fs_->CreateUnnamed(top_.Get(), nameless.Out(*fs_))) == 0)
+        Tell("name", fs_->GiveName(nameless.Get(), top_.Get(), "named"));
+    Tell("locate", fs_->Open("dir/../file", OpenFor::Locating, located.Out(*fs_)));
+    Tell("mode", fs_->SetMode(located.Get(), 0600));
+    Tell("date", fs_->SetModified(located.Get(), 131'000'000'000'000'000));
+    Tell("tag", fs_->SetTag(located.Get(), "user.kest.test", "y", 1));
+    Tell("tag", fs_->GetTag(located.Get(), "user.kest.test", bytes_, sizeof bytes_, &got_));
+    Tell("rename", fs_->Rename(top_.Get(), "copy", top_.Get(), "taken", false));
+    Tell("rename", fs_->Rename(top_.Get(), "file", top_.Get(), "taken", false));
+    Tell("rename", fs_->Rename(top_.Get(), "file", top_.Get(), "taken", true));
+    Tell("at", fs_->OpenAt(top_.Get(), "taken", OpenFor::Reading, child.Out(*fs_)));
+    Tell("lock", fs_->TryLock(child.Get()));
+    Tell("list", [&] {
+        Names names;
+        const int result = fs_->List(top_.Get(), names);
+        for (const std::string& name : names.Sorted())
+            told_ << name << '\n';
+        return result;
+    }());
+    Tell("random", fs_->Random(bytes_, 16));
+    told_ << fs_->IsInPlace() << '\n';
+    Tell("remove", fs_->RemoveFile(top_.Get(), "taken"));
+    Tell("remove", fs_->RemoveDirectory(top_.Get(), "dir"));
+    Tell("gone", fs_->Open("taken", OpenFor::Reading, child.Out(*fs_)));
+}
+
 // Every operation once or more, and what each gave.
 std::string UseAll(const std::string& directory)
 {
-    std::ostringstream told;
-    int error = 0;
-    const std::unique_ptr<FileSystem> fs = OpenPosixFileSystem(directory.c_str(), &error);
-    const auto tell = [&](const char* what, int result) {
-        told << what << ' ' << result << '\n';
-        return result;
-    };
-    OpenFile top, file, copy, nameless, located, child;
-    FileInfo info;
-    char bytes[64] = {};
-    size_t got = 0;
-    tell("open", fs->Open("", OpenFor::Directory, top.Out(*fs)));
-    tell("make", fs->MakeDirectory(top.Get(), "dir"));
-    tell("create", fs->CreateFile(top.Get(), "file", file.Out(*fs)));
-    tell("write", fs->Write(file.Get(), 0, "content", 7));
-    tell("read", fs->Read(file.Get(), 0, bytes, sizeof bytes, &got));
-    told << std::string_view(bytes, got) << '\n';
-    tell("mode", fs->SetMode(file.Get(), 0640));
-    tell("date", fs->SetModified(file.Get(), 130'000'000'000'000'000));
-    tell("sync", fs->Sync(file.Get(), false));
-    tell("sync", fs->Sync(file.Get(), true));
-    const int tag = fs->SetTag(file.Get(), "user.kest.test", "x", 1);
-    tell("tag", tag);
-    tell("tag", fs->GetTag(file.Get(), "user.kest.test", bytes, sizeof bytes, &got));
-    tell("tag", fs->GetTagAt(top.Get(), "file", "user.kest.test", bytes, sizeof bytes, &got));
-    tell("create", fs->CreateFile(top.Get(), "copy", copy.Out(*fs)));
-    tell("copy", fs->CopyContent(file.Get(), copy.Get(), 7, {}));
-    tell("look", fs->Look("copy", &info));
-    told << info.size << '\n';
-    tell("inspect", fs->Inspect(file.Get(), &info));
-    told << info.mode << ' ' << info.modified << '\n';
-    tell("inspect", fs->InspectFully(file.Get(), &info));
-    tell("inspect", fs->InspectAt(top.Get(), "file", &info));
-    tell("owner", fs->SetOwner(file.Get(), info.owner, info.group));
-    if (tell("nameless", fs->CreateUnnamed(top.Get(), nameless.Out(*fs))) == 0)
-        tell("name", fs->GiveName(nameless.Get(), top.Get(), "named"));
-    tell("locate", fs->Open("dir/../file", OpenFor::Locating, located.Out(*fs)));
-    tell("mode", fs->SetMode(located.Get(), 0600));
-    tell("date", fs->SetModified(located.Get(), 131'000'000'000'000'000));
-    tell("tag", fs->SetTag(located.Get(), "user.kest.test", "y", 1));
-    tell("tag", fs->GetTag(located.Get(), "user.kest.test", bytes, sizeof bytes, &got));
-    tell("rename", fs->Rename(top.Get(), "copy", top.Get(), "taken", false));
-    tell("rename", fs->Rename(top.Get(), "file", top.Get(), "taken", false));
-    tell("rename", fs->Rename(top.Get(), "file", top.Get(), "taken", true));
-    tell("at", fs->OpenAt(top.Get(), "taken", OpenFor::Reading, child.Out(*fs)));
-    tell("lock", fs->TryLock(child.Get()));
-    tell("list", [&] {
-        Names names;
-        const int result = fs->List(top.Get(), names);
-        for (const std::string& name : names.Sorted())
-            told << name << '\n';
-        return result;
-    }());
-    tell("random", fs->Random(bytes, 16));
-    told << fs->IsInPlace() << '\n';
-    tell("remove", fs->RemoveFile(top.Get(), "taken"));
-    tell("remove", fs->RemoveDirectory(top.Get(), "dir"));
-    tell("gone", fs->Open("taken", OpenFor::Reading, child.Out(*fs)));
-    return told.str();
+    User user(directory);
+    user.UseContent();
+    user.UseNames();
+    return user.Told();
 }
 
 size_t OpenDescriptors()
