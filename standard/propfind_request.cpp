@@ -275,6 +275,10 @@ TALSTATUS ReadPropFind(IKestIO_5* io, PropFindRequest& request)
             return status;
     if (request.kind != PropFindRequest::Kind::Named)
         request.live |= kLiveAll;
+    // RFC 4331 section 2 keeps the quota out of "allprop", for what it may cost. Clients that send
+    // no body at all, to learn of one folder, know no other way to ask how much room there is.
+    if (body.size == 0 && request.depth == Depth::Zero)
+        request.live |= kLiveQuotaAvailable | kLiveQuotaUsed;
     return TAL_STATUS_SUCCESS;
 }
 

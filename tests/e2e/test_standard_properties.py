@@ -93,6 +93,18 @@ class Listing(Standard):
         self.assertEqual(entry.missing, {})
         self.assertGreater(int(entry.text("quota-available-bytes")), 0)
 
+    def test_quota_is_told_to_who_asks_without_a_body_about_one_collection(self):
+        quota = {D + "quota-available-bytes", D + "quota-used-bytes"}
+        self.tree.write("quota/file", b"1")
+        for path, depth, body, wanted in (
+                (self.path("quota"), 0, None, quota), (self.path("quota"), 1, None, set()),
+                (self.path("quota"), 0, ALLPROP, set()),
+                (self.path("quota", "file"), 0, None, set()), ("/Ferro/", 0, None, set())):
+            with self.subTest(path=path, depth=depth, body=body):
+                for entry in propfind(self.server, path, depth, body).entries:
+                    self.assertEqual(quota & set(entry.found), wanted)
+                    self.assertEqual(entry.missing, {})
+
     def test_deep_paths_are_complete(self):
         folder = "/".join(["f" * 60] * 12)
         os.makedirs(self.tree / folder)
