@@ -16,9 +16,18 @@ namespace {
 
 constexpr UINT64 kChecks = 1000;
 constexpr UINT64 kFractions = kTicksPerSecond / kChecks; // that a second has stamps for
-// Changes that are further apart never bear the same date: the coarsest clock of a file system
-// counts whole seconds or two.
-constexpr UINT64 kSettled = 2 * kTicksPerSecond;
+// Changes that are further apart never bear the same date. The coarsest file systems count whole
+// seconds, two or hundredths of one; the others take the kernel's clock, which ticks a hundred
+// times a second at least, and at any fraction.
+constexpr UINT64 kCoarse = kTicksPerSecond / 100;
+constexpr UINT64 kSettledCoarse = 2 * kTicksPerSecond;
+constexpr UINT64 kSettledFine = kTicksPerSecond / 10;
+
+bool IsSettled(UINT64 date, UINT64 now)
+{
+    const UINT64 age = date % kCoarse == 0 ? kSettledCoarse : kSettledFine;
+    return now >= age && date < now - age;
+}
 
 UINT64 CheckOf(UINT64 stamp) // in seconds and fractions, without the check
 {
@@ -62,8 +71,7 @@ bool IsStamped(UINT64 date)
 
 bool HasStrongTag(const FileInfo& info, UINT64 now)
 {
-    return !info.isDirectory &&
-           (IsStamped(info.modified) || (now >= kSettled && info.modified < now - kSettled));
+    return !info.isDirectory && (IsStamped(info.modified) || IsSettled(info.modified, now));
 }
 
 void PutTag(const FileInfo& info, UINT64 now, DAV_TAG* out)

@@ -65,11 +65,18 @@ TEST(Tag, IsStrongForStampedAndForOldDates)
 {
     EXPECT_TRUE(HasStrongTag(File(StampedDate(kNow, false)), kNow));
     EXPECT_TRUE(HasStrongTag(File(StampedDate(kNow + 900 * kSecond, true)), kNow)) << "of later";
-    UINT64 plain = kNow - kSecond;
-    while (IsStamped(plain))
-        --plain;
-    EXPECT_FALSE(HasStrongTag(File(plain), kNow)) << "just written by another program";
-    EXPECT_TRUE(HasStrongTag(File(plain), kNow + 2 * kSecond)) << "a while ago";
+    UINT64 fine = kNow - kNow % kSecond + 1234567;
+    while (IsStamped(fine))
+        ++fine;
+    EXPECT_FALSE(HasStrongTag(File(fine), fine + kSecond / 100))
+        << "just written by another program";
+    EXPECT_TRUE(HasStrongTag(File(fine), fine + kSecond / 5)) << "more than a tick ago";
+    // Every other second or 10 ms may be the only date that a file system can tell.
+    UINT64 coarse = kNow - kNow % kSecond + 3 * kSecond / 100;
+    while (IsStamped(coarse))
+        coarse += kSecond / 100;
+    EXPECT_FALSE(HasStrongTag(File(coarse), coarse + kSecond));
+    EXPECT_TRUE(HasStrongTag(File(coarse), coarse + 3 * kSecond));
     FileInfo folder = File(StampedDate(kNow, false));
     folder.isDirectory = true;
     EXPECT_FALSE(HasStrongTag(folder, kNow));
