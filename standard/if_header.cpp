@@ -196,8 +196,13 @@ TALSTATUS ReadIf(IKestIO_5* io, DAV_PRECONDITIONS& preconditions)
 std::string_view ReadLockToken(std::string_view codedUrl) noexcept
 {
     std::string_view text = Trimmed(codedUrl);
-    std::string_view url = TakeCodedUrl(text);
-    if (!url.data() || !text.empty() || !Take(url, kScheme) || url.empty())
+    std::string_view url = text;
+    if (text.substr(0, 1) == "<") {
+        url = TakeCodedUrl(text);
+        if (!url.data() || !text.empty())
+            return {};
+    }
+    if (!Take(url, kScheme) || url.empty() || url.find_first_of("<> \t") != url.npos)
         return {};
     return url;
 }

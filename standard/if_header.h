@@ -20,7 +20,8 @@ namespace standard {
                                 DAV_PRECONDITIONS& preconditions);
 
 // A lock token without "<", ">" and its scheme "opaquelocktoken:", as in "Lock-Token" (RFC 4918
-// section 10.5). data() is null for anything else.
+// section 10.5). Some clients send it back as it stands in the reply's body, without "<" and ">":
+// it is no less clear which lock they mean. data() is null for anything else.
 std::string_view ReadLockToken(std::string_view codedUrl) noexcept;
 
 } // namespace standard

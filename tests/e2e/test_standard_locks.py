@@ -103,6 +103,14 @@ class Locks(ServerCase):
         self.assertEqual(told, {"/Ferro/docs/m/in": "423", "/Ferro/docs/m/": "424"})
         self.assertEqual(self.unlock(self.path("m", "in"), held.token), 204)
 
+    def test_unlock_takes_a_token_as_it_stands_in_the_body(self):
+        self.tree.write("bare.txt", b"1")
+        token = self.lock(self.path("bare.txt")).token
+        for header, wanted in ((token + ">", 400), (token + " x", 400), (token, 204), (token, 409)):
+            reply = self.server.request("UNLOCK", self.path("bare.txt"), None,
+                                        {"Lock-Token": header})
+            self.assertEqual(reply.status, wanted, header)
+
     def test_shared_locks_stand_beside_each_other(self):
         self.tree.write("s.txt", b"1")
         tokens = [self.lock(self.path("s.txt"), scope="shared").token for _ in range(2)]

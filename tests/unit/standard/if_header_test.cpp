@@ -115,8 +115,10 @@ TEST_F(IfHeader, CutAnywhere_IsMalformedOrShorter)
 TEST(LockToken, IsACodedUrlOfItsScheme)
 {
     EXPECT_EQ(standard::ReadLockToken(" <opaquelocktoken:a-1> "), "a-1");
-    for (const char* text : {"", "a", "<a>", "opaquelocktoken:a", "<opaquelocktoken:>",
-                             "<opaquelocktoken:a", "<opaquelocktoken:a> b"})
+    EXPECT_EQ(standard::ReadLockToken(" opaquelocktoken:a-1 "), "a-1");
+    for (const char* text :
+         {"", "a", "<a>", "opaquelocktoken:", "<opaquelocktoken:>", "<opaquelocktoken:a",
+          "<opaquelocktoken:a> b", "opaquelocktoken:a>", "opaquelocktoken:a b"})
         EXPECT_EQ(standard::ReadLockToken(text).data(), nullptr) << text;
 }
 
