@@ -2,10 +2,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """Runs the end-to-end tests.
 
-usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [NAME…]
+usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [--clients] [NAME…]
 
 NAME picks modules, classes or cases as unittest does ("test_content", "test_content.Put.test_…").
-The exit status is not 0 when a case failed.
+--clients runs what tries real programs, the long forms too, and puts the table that it prints into
+docs/clients.md. The exit status is not 0 when a case failed, or a run of everything does not show
+what that table says.
 """
 
 import argparse
@@ -19,6 +21,11 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, HERE)
 
 import harness  # noqa: E402
+import programs  # noqa: E402
+
+# What tries real programs; the last is run by ./test --full.
+CLIENTS = ["test_standard_clients", "test_standard_desktops", "test_standard_libraries",
+           "test_standard_mounts", "test_standard_transfers", "long_clients"]
 
 
 class Report(unittest.TextTestResult):
@@ -82,12 +89,28 @@ def write_junit(path, rows):
         out.write("</testsuite>\n")
 
 
+def show_clients(result, is_all, writes):
+    """Prints the table of real programs; where everything ran, the document has to have it."""
+    if not programs.results:
+        return
+    print(programs.table())
+    if writes:
+        programs.write_document(programs.DOCUMENT)
+    differences = programs.differs_from(programs.DOCUMENT) if is_all else []
+    for line in differences:
+        print(f"docs/clients.md: {line}")
+    if is_all:
+        result.rows.append(("docs/clients.md", 0.0, bool(differences)))
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--junit")
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--dialect", choices=("classic", "standard"),
                         help="of servers whose case chooses none (default: classic)")
+    parser.add_argument("--clients", action="store_true",
+                        help="write the table of docs/clients.md anew")
     parser.add_argument("names", nargs="*")
     args = parser.parse_args()
     if args.server:
@@ -97,12 +120,14 @@ def main():
         print(f"run.py: there is no server at {harness.KESTD}", file=sys.stderr)
         return 2
     loader = unittest.TestLoader()
-    if args.names:
-        suite = loader.loadTestsFromNames(args.names)
+    names = args.names or (CLIENTS if args.clients else [])
+    if names:
+        suite = loader.loadTestsFromNames(names)
     else:
         suite = loader.discover(HERE, pattern="test_*.py", top_level_dir=HERE)
     runner = unittest.TextTestRunner(verbosity=2, resultclass=Report, stream=sys.stdout)
     result = runner.run(suite)
+    show_clients(result, is_all=not names, writes=args.clients and not args.names)
     if args.junit:
         write_junit(args.junit, result.rows)
     bad = sum(1 for row in result.rows if row[2])
