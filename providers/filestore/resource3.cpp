@@ -70,7 +70,12 @@ TALSTATUS ContentFace::OpenForReading(SCHANDLE session, const UNICODE_STRING* pa
         WriteRecord(DescribeRoot(store_), info);
         return TAL_STATUS_SUCCESS;
     }
+    const auto asked = target.path.Length();
     TALSTATUS status = OpenFound(store_, &target, &file_, &info_);
+    // What pages escape twice is found under a shorter name. No page sends HEAD: who does wants to
+    // know whether the very name is free.
+    if (!Failed(status) && target.path.Length() != asked && call::Method() == KestMethodHead)
+        status = Failure(kCodeNotFound);
     if (!Failed(status) && HasAny(given_))
         status = JudgeReading(session, target);
     if (Failed(status))
