@@ -65,7 +65,7 @@ BIO_METHOD* SocketMethod()
 int SelectProtocol(SSL*, const unsigned char** out, unsigned char* outSize, const unsigned char* in,
                    unsigned int inSize, void*)
 {
-    static constexpr unsigned char kProtocols[] = "\x08http/1.1";
+    static constexpr unsigned char kProtocols[] = "\x08http/1.1\x08http/1.0";
     unsigned char* selected = nullptr;
     if (SSL_select_next_proto(&selected, outSize, kProtocols, sizeof kProtocols - 1, in, inSize) !=
         OPENSSL_NPN_NEGOTIATED)
