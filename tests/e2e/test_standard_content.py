@@ -9,7 +9,8 @@ import re
 import threading
 import time
 
-from dav import lock, unlock
+import davxml
+from dav import D, lock, multistatus, unlock
 from harness import PATIENCE, ServerCase, Tree, curl, exchange, in_parallel, pattern, run
 
 STANDARD = ("--dialect", "standard")
@@ -294,7 +295,8 @@ class Uploads(StandardCase):
         token = lock(self.server, self.path("locked")).lock.token
         refused = self.ask("PUT", "locked", b"yours")
         self.status(refused, 423)
-        self.assertIn(b"lock-token-submitted", refused.body)
+        self.assertEqual(davxml.condition(refused.body),
+                         ("lock-token-submitted", ["/Ferro/docs/locked"]))
         self.assertNotIn(token.encode(), refused.body)
         self.status(self.ask("PUT", "locked", b"still mine", If=f"(<{token}>)"), 204)
         self.assertIn(unlock(self.server, self.path("locked"), token).status, (200, 204))
@@ -322,7 +324,8 @@ class Namespace(StandardCase):
                     201)
         found = self.ask("PROPFIND", "coloured", b'<D:propfind xmlns:D="DAV:"><D:prop>'
                          b'<x:colour xmlns:x="urn:x"/></D:prop></D:propfind>', Depth="0")
-        self.assertIn(b">red<", found.body)
+        entry, = multistatus(found.body)
+        self.assertEqual(entry.found["{urn:x}colour"].text, "red")
         text = body(kind)
         self.status(self.ask("MKCOL", "in-chunks", b"%x\r\n%b\r\n0\r\n\r\n" % (len(text), text),
                              Content_Type="text/xml", Transfer_Encoding="chunked"), 201)
@@ -331,7 +334,9 @@ class Namespace(StandardCase):
                                                      "</D:resourcetype>" + colour),
                            Content_Type="application/xml")
         self.status(refused, 424)
-        self.assertIn(b"mkcol-response", refused.body)
+        told = davxml.document(refused.body, "mkcol-response").findall(D + "propstat")
+        self.assertEqual(sorted(each.find(D + "status").text.split()[1] for each in told),
+                         ["403", "424"])
         self.assertFalse(os.path.exists(self.tree / "calendar"))
 
     def test_tree_replaces_a_tree_whole(self):
