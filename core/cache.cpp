@@ -99,7 +99,8 @@ TALSTATUS DavUriToHandler(SCHANDLE hSession, UNICODE_STRING* pUri, KESTDAV_HANDL
         if (Failed(status))
             continue;
         *ppHandler = handler;
-        (void)DavAddUriPrefixToCache(hSession, &storeRoot, handler); // else the next one asks again
+        (void)DavAddUriPrefixToCache(hSession, &storeRoot,
+                                     handler); // on failure the next request asks again
         return Code(status) == 0 ? status : TAL_STATUS_NOT_FOUND;
     }
     return TAL_STATUS_NOT_FOUND;

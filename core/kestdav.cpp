@@ -48,7 +48,7 @@ __attribute__((visibility("default"))) int DllGetClassObject(const GUID* pClassI
     if (!g_bInitialized) {
         const ModuleMutex lock;
         if (!g_bInitialized) {
-            if (Code(KestDavInitialization()) != 0) // informational ones are as final
+            if (Code(KestDavInitialization()) != 0) // an informational code fails the start, too
                 std::fputs("KestDav -DllGetClassObject- Module initialization failed\n", stderr);
             else
                 g_bInitialized = true;
@@ -268,7 +268,7 @@ TALSTATUS KestDavRequestHandler(IKestReq_2*, IKestIO_5* pKestIo, SCHANDLE hSessi
 
     const TALSTATUS status = KestDavCreateSession(hSession);
     if (Failed(status)) {
-        ReportFailure(status); // kept: the reply blames the method
+        ReportFailure(status); // kept: the reply is 405, as if the method were at fault
         return Reply(pKestIo, 405, status);
     }
     const MethodHandler handler = FindHandler(Method);

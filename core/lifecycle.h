@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The module's start: stage one with the first DllGetClassObject, stage two with the first
-// CreateInstance. Nothing is torn down after a successful start.
+// Starts the module in two stages: the first DllGetClassObject runs stage one, the first
+// CreateInstance stage two. Both run under g_hModuleMutex. The module is never shut down.
 #pragma once
 
 #include <atomic>
@@ -18,7 +18,7 @@ extern std::atomic<bool> g_vtInitialized; // stage two succeeded
 
 // Under g_hModuleMutex.
 extern bool g_bDavInitialized;     // stage one was attempted
-extern TALSTATUS g_InitStatus;     // and this is how it ended
+extern TALSTATUS g_InitStatus;     // stage one's status
 extern bool g_KestDavUnloading;    // the module tears itself down
 extern const WCHAR kModuleKey[];   // the module's registry key
 extern const WCHAR kProviderKey[]; // the subkeys of this one name the providers

@@ -106,7 +106,7 @@ TALSTATUS KestDavSAInit()
     const TALSTATUS status =
         service->SARegisterAttribute(&KESTDAV_SESSION_ATTRIBUTE, sizeof(KESTDAV_SESSION),
                                      KestDavSACleanup, nullptr, &g_hSessionAttribute);
-    if (!Failed(status)) // else the next CreateInstance tries again
+    if (!Failed(status)) // on failure the next CreateInstance tries again
         g_pIAttr = service.Detach();
     return status;
 }

@@ -29,7 +29,7 @@ struct RequestBlock {
     char agent[kIndexBuffer + 1];
 };
 
-// Owns the block and what hangs on it.
+// Owns the block and the objects that it points to.
 class IndexRequest {
   public:
     IndexRequest() : block_(AllocPaged<RequestBlock>(1)) {}

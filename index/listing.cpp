@@ -94,7 +94,8 @@ class Listing {
     {
         Add(record, 0, isRoot, record.Type == Collection ? folders_ : files_);
     }
-    // Where the page ends: nothing behind it in its own group can be on it.
+    // The number of the last entry that can be on the page: an entry with a higher place in its own
+    // group (folders, files, deleted ones) cannot.
     static UINT64 LastShown(const NodeContext& context)
     {
         return UINT64{context.dHead->firstFile} + context.dHead->maxFiles;

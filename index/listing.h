@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The list of a collection's entries on a page.
+// Writes a collection's entries into a page: filtered, sorted, one page of them.
 #pragma once
 
 #include "index/context.h"

@@ -47,12 +47,12 @@ class FirstNodes {
     FirstNodes(const FirstNodes&) = delete;
     FirstNodes& operator=(const FirstNodes&) = delete;
 
-    // False when the entry, coming next, cannot be among the first any more: it needs no node.
+    // Whether the next entry can still be among the first ones; where not, it needs no node.
     bool Wants(const DAV_COMMON_ENUM& entry) const;
     void Append(SortNode* node);
-    // One that is not wanted.
+    // Counts an entry for which Wants was false.
     void Skip() { ++count_; }
-    // All that came, wanted or not.
+    // The number of all entries, those that were skipped included.
     UINT64 Count() const { return count_; }
     // Gives the first ones to the caller, in order, linked by `next`.
     SortNode* Take();
@@ -67,7 +67,7 @@ class FirstNodes {
     UINT64 count_ = 0;
     NodeList sorted_;                // at most wanted_
     const SortNode* last_ = nullptr; // of sorted_, once it holds wanted_
-    NodeList batch_;                 // came since
+    NodeList batch_;                 // appended since sorted_ was sorted
     UINT64 batched_ = 0;
 };
 

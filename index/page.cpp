@@ -80,7 +80,7 @@ char* PageWriter::Run(char* keyword, char* resume)
     if (IsDirective(keyword, kSetFiletype, kSetFiletypePrefix)) {
         char* equals = std::strchr(keyword, '=');
         if (equals == nullptr) {
-            // Not taken: it goes to the page as text, without its first character.
+            // No directive of that name: its text goes to the page, without its first character.
             *(resume - kDirectiveEndLength) = kDirectiveEnd[0];
             return keyword - kDirectiveMarkLength + 1;
         }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// LOCK: a new lock, or a longer one.
+// LOCK in the classic dialect (RFC 4918 section 9.10): takes a lock, or refreshes one.
 #include "lock/lock.h"
 
 #include <algorithm>

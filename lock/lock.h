@@ -15,8 +15,8 @@ inline constexpr UINT32 kLockRefresh = 0x10000000;  // a token in "If" and no bo
 
 inline constexpr UINT32 kLockSignature = 0x7102002;
 inline constexpr INT64 kTimeoutUnits = 10000000; // a second, as providers count time
-// Locks are granted that much longer than clients are told, so that a refresh that is sent in time
-// but arrives late still finds its lock.
+// Added to the time that a client is granted before it goes to the provider, and taken off what
+// clients are told: a refresh that is sent in time but arrives late still finds its lock.
 inline constexpr INT32 kLockGraceSeconds = 60;
 
 struct LOCK_REQ {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// UNLOCK.
+// UNLOCK in the classic dialect (RFC 4918 section 9.11).
 #include <memory>
 
 #include "lock/lock.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Copying through the providers' opened objects.
+// Copies resources and trees through the objects that the providers open.
 #include <algorithm>
 
 #include "methods/copy.h"

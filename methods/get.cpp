@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// GET.
+// GET in the classic dialect (RFC 9110 section 9.3.1): whole bodies, ranges, and the index pages.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>

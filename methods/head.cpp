@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// HEAD.
+// HEAD in the classic dialect (RFC 9110 section 9.3.2).
 #include <algorithm>
 #include <cstring>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// MOVE.
+// MOVE in the classic dialect (RFC 4918 section 9.9).
 #include "methods/copy.h"
 #include "support/handlers.h"
 #include "support/lock_header.h"

@@ -9,7 +9,7 @@
 #include "support/memory.h"
 #include <kest/io.h>
 
-// The unread front of the request's body.
+// The buffer that the request's body passes through: bytes that were read and not yet dropped.
 class PayloadWindow {
   public:
     PayloadWindow(IKestIO_5* io, TransferBuffer buffer) : io_(io), buffer_(std::move(buffer)) {}
@@ -72,7 +72,7 @@ class PartSink {
     ~PartSink() = default;
 };
 
-// The parts in order. Usage: findFormPart, nextFileName, writeOrSkipContent, and again.
+// Reads the parts in order: findFormPart, then getFileName, then writeOrSkipContent, for each part.
 class FormReader {
   public:
     FormReader(IKestIO_5* io, TransferBuffer buffer, std::string_view boundary)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reading "Range".
+// Parses the "Range" header in the classic dialect.
 #include "methods/ranges.h"
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The end of a list of results.
+// Frees a list of results.
 #include "methods/statuslist.h"
 
 #include "support/list.h"

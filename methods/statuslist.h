@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The list of results that a walk over a tree takes along.
+// The list of results that the walks of COPY, MOVE and DELETE are handed.
 #pragma once
 
 #include "support/globals.h"

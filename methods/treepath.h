@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Paths that a walk over a tree extends in place.
+// Appends a name to the path of a walk over a tree, in the path's own buffer.
 #pragma once
 
 #include <cstring>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From the request's body into a resource.
+// Stores the files of a multipart/form-data body as members of a collection.
 #include "methods/upload.h"
 
 #include <cstring>

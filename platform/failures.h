@@ -10,8 +10,8 @@
 
 namespace tolm {
 
-// The platform layer as a component. What fails here is answered to whoever called, who knows
-// whether a request has to hear of it.
+// The platform layer as a component of kest/sdk. Its failures are returned and not reported to the
+// host: only the caller knows whether a request depends on what failed.
 struct PlatformComponent : kest::Component<kFacilityPlatform> {
     [[nodiscard]] static constexpr TALSTATUS Fault(UINT16 code) noexcept { return Failure(code); }
 };

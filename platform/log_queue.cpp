@@ -72,7 +72,7 @@ void LogQueue::Put(std::string_view lines, Kind kind) noexcept
         std::memcpy(waiting_.get() + used_, lines.data(), lines.size());
         used_ += lines.size();
         if (isWriting_)
-            return; // it looks again
+            return; // Run() looks again before it waits
     }
     work_.notify_one();
 }
@@ -92,7 +92,8 @@ void LogQueue::Run() noexcept
             return;
         std::swap(waiting_, written_);
         const std::size_t size = std::exchange(used_, 0);
-        // What was lost until now came behind what is to be written now.
+        // The lines that were dropped came later than those in the buffer: their count is written
+        // last.
         const std::uint64_t lost = std::exchange(lost_, 0);
         isWriting_ = true;
         lock.unlock();

@@ -142,7 +142,7 @@ bool FailsOnDemand() noexcept
 
 class FaultInjectionObject final : public ITalplFaultInjection {
   public:
-    // The platform layer and this interface are two faces of one object that lives as long as the
+    // The platform layer and this interface belong to one object that lives as long as the
     // process; identity and count are the platform layer's.
     TALSTATUS QueryInterface(const GUID* iid, void** out) override
     {

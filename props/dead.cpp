@@ -191,7 +191,7 @@ TALSTATUS PropFindGetColProps(IKestDAVCollection2* pICollection, PROPFIND_REQ* p
     return FetchRequested(pICollection, pRequest);
 }
 
-TALSTATUS PropFindSendDeadProps(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendDeadProps(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     LIST_ENTRY* const head = &pRequest->lDeadProperties;
     for (LIST_ENTRY* entry = head->Flink; entry != head; entry = entry->Flink) {

@@ -16,20 +16,20 @@ void ClearMarks(PROPFIND_REQ* request)
     request->bSharedLocks = FALSE;
 }
 
-// The element leaves here, while the provider is held and however many are to follow.
-void EndResponse(GatheredIo* io)
+// Each element is sent as soon as it is complete: memory does not grow with their number.
+void EndResponse(BufferedIo* io)
 {
     Put(io, "</a:response>");
     io->Flush();
 }
 
-void SendDeadPropsIfAny(GatheredIo* io, PROPFIND_REQ* request)
+void SendDeadPropsIfAny(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (!pITalpl->TalxIsListEmpty(&request->lDeadProperties))
         (void)PropFindSendDeadProps(io, request); // a property that fails is left out
 }
 
-void SendUnreturnedIfAny(GatheredIo* io, const PROPFIND_REQ* request)
+void SendUnreturnedIfAny(BufferedIo* io, const PROPFIND_REQ* request)
 {
     if (request->LiveProperties != 0)
         (void)SendUnreturnedProperties(io, request->LiveProperties);
@@ -53,7 +53,7 @@ void FillRootVitals(DAV_COMMON_ENUM& vitals)
 
 } // namespace
 
-TALSTATUS PropFindSendResource(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendResource(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "\n<a:response>");
     const TALSTATUS status = PropFindBuildAndSendHRef(pKestIo, &pRequest->HRefU);
@@ -77,7 +77,7 @@ TALSTATUS PropFindSendResource(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
     return status;
 }
 
-TALSTATUS PropFindSendCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendCollection(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "\n<a:response>");
     const TALSTATUS status = PropFindBuildAndSendHRef(pKestIo, &pRequest->HRefU);
@@ -96,7 +96,7 @@ TALSTATUS PropFindSendCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
     return status;
 }
 
-TALSTATUS SendRootCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS SendRootCollection(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "\n<a:response>");
     SendRootHRef(pKestIo);
@@ -110,7 +110,7 @@ TALSTATUS SendRootCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
     return status;
 }
 
-TALSTATUS PropFindSendObjectNotFound(GatheredIo* pKestIo, UNICODE_STRING* pURI)
+TALSTATUS PropFindSendObjectNotFound(BufferedIo* pKestIo, UNICODE_STRING* pURI)
 {
     Put(pKestIo, "\n<a:response>");
     const TALSTATUS status = PropFindBuildAndSendHRef(pKestIo, pURI);

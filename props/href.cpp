@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The href of an object in a multistatus.
+// Writes the href of an object in a multistatus: origin, location, escaped path.
 #include <algorithm>
 #include <cstring>
 #include <limits>
 
 #include "props/propfind.h"
 #include "support/escape.h"
-#include "support/scratch_buffer.h"
+#include "support/stack_or_heap_buffer.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ char* AddHost(IKestIO_5* io, char* out)
 }
 
 // The path under which the module is mounted, without a "/" at the end.
-void PutModulePath(GatheredIo* io)
+void PutModulePath(BufferedIo* io)
 {
     PutText(io, g_szKestLocation);
     PutBytes(io, g_MonikerS.Buffer, g_MonikerS.Length);
@@ -59,7 +59,7 @@ void PutModulePath(GatheredIo* io)
 
 } // namespace
 
-std::string_view GatheredIo::Origin()
+std::string_view BufferedIo::Origin()
 {
     if (originLength_ == 0)
         originLength_ =
@@ -67,7 +67,7 @@ std::string_view GatheredIo::Origin()
     return {origin_, originLength_};
 }
 
-void SendRootHRef(GatheredIo* pKestIo)
+void SendRootHRef(BufferedIo* pKestIo)
 {
     char origin[kRootProtocolBytes + 3 + kHostBytes];
     const char* const end =
@@ -78,10 +78,10 @@ void SendRootHRef(GatheredIo* pKestIo)
     Put(pKestIo, "/</a:href>\n");
 }
 
-TALSTATUS PropFindBuildAndSendHRef(GatheredIo* pKestIo, UNICODE_STRING* pRefU)
+TALSTATUS PropFindBuildAndSendHRef(BufferedIo* pKestIo, UNICODE_STRING* pRefU)
 {
     const UINT32 units = pRefU->Length / UINT32{sizeof(WCHAR)};
-    Scratch<kPathBytes * 3 + 1> pathRoom;
+    StackOrHeapBuffer<kPathBytes * 3 + 1> pathRoom;
     UINT32 bytes = units * 3 + 1;
     char* const path = pathRoom.Get(bytes);
     if (!path)
@@ -97,7 +97,7 @@ TALSTATUS PropFindBuildAndSendHRef(GatheredIo* pKestIo, UNICODE_STRING* pRefU)
     // Kept: a name of which every byte is escaped needs one byte more than three times its size, so
     // such a name without a "/" has no href. An empty one does fit.
     const UINT32 room = std::clamp<UINT32>(bytes * 3, 1, kLongest);
-    Scratch<kPathBytes * 3> escapedRoom;
+    StackOrHeapBuffer<kPathBytes * 3> escapedRoom;
     STRING pathS = {static_cast<UINT16>(bytes), static_cast<UINT16>(bytes), path};
     STRING escaped = {0, static_cast<UINT16>(room), escapedRoom.Get(room)};
     if (!escaped.Buffer)

@@ -27,7 +27,7 @@ bool NamesOnly(const PROPFIND_REQ* request)
     return (request->Flags & kNamesOnly) != 0;
 }
 
-void SendContentLength(GatheredIo* io, PROPFIND_REQ* request)
+void SendContentLength(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveContentLength))
         return;
@@ -47,7 +47,7 @@ void SendContentLength(GatheredIo* io, PROPFIND_REQ* request)
 
 // Writes "&" as its reference while the converted name's buffer would have room for it; what does
 // not fit becomes "_". Kept: nothing else is escaped.
-void PutEscapedName(GatheredIo* io, const char* name, UINT32 length, UINT32 capacity)
+void PutEscapedName(BufferedIo* io, const char* name, UINT32 length, UINT32 capacity)
 {
     UINT32 free = capacity - length;
     const char* const end = name + length;
@@ -65,7 +65,7 @@ void PutEscapedName(GatheredIo* io, const char* name, UINT32 length, UINT32 capa
     PutBytes(io, name, static_cast<UINT32>(end - name));
 }
 
-void SendDisplayName(GatheredIo* io, PROPFIND_REQ* request)
+void SendDisplayName(BufferedIo* io, PROPFIND_REQ* request)
 {
     const UINT32 wideBytes = std::min(request->Enum.DisplayNameLength, kLongestNameBytes);
     if (wideBytes == 0 || !Take(request, kLiveDisplayName))
@@ -86,13 +86,13 @@ void SendDisplayName(GatheredIo* io, PROPFIND_REQ* request)
     Put(io, "</a:displayname>\n");
 }
 
-void SendETag(GatheredIo* io, PROPFIND_REQ* request)
+void SendETag(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (Take(request, kLiveETag))
         Put(io, "<a:getetag/>\n"); // kept: never a value
 }
 
-void SendResourceType(GatheredIo* io, PROPFIND_REQ* request)
+void SendResourceType(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveResourceType))
         return;
@@ -104,7 +104,7 @@ void SendResourceType(GatheredIo* io, PROPFIND_REQ* request)
         Put(io, "<a:resourcetype><a:resource/></a:resourcetype>\n");
 }
 
-void SendIsHidden(GatheredIo* io, PROPFIND_REQ* request)
+void SendIsHidden(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsHidden))
         return;
@@ -116,7 +116,7 @@ void SendIsHidden(GatheredIo* io, PROPFIND_REQ* request)
         Put(io, "<a:ishidden b:dt=\"boolean\">0</a:ishidden>\n");
 }
 
-void SendIsReadOnly(GatheredIo* io, PROPFIND_REQ* request)
+void SendIsReadOnly(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsReadOnly))
         return;
@@ -128,7 +128,7 @@ void SendIsReadOnly(GatheredIo* io, PROPFIND_REQ* request)
         Put(io, "<a:isreadonly b:dt=\"boolean\">0</a:isreadonly>\n");
 }
 
-void SendIsCollection(GatheredIo* io, PROPFIND_REQ* request)
+void SendIsCollection(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsCollection))
         return;
@@ -141,7 +141,7 @@ void SendIsCollection(GatheredIo* io, PROPFIND_REQ* request)
 }
 
 // Everything but the root leaves the property out, and answered.
-void SendIsRoot(GatheredIo* io, PROPFIND_REQ* request)
+void SendIsRoot(BufferedIo* io, PROPFIND_REQ* request)
 {
     if (!Take(request, kLiveIsRoot) || !request->bRoot)
         return;
@@ -153,7 +153,7 @@ void SendIsRoot(GatheredIo* io, PROPFIND_REQ* request)
 
 } // namespace
 
-TALSTATUS PropFindSendCreationDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendCreationDate(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     if (!Take(pRequest, kLiveCreationDate))
         return TAL_STATUS_SUCCESS;
@@ -173,7 +173,7 @@ TALSTATUS PropFindSendCreationDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS PropFindSendModifiedDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendModifiedDate(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     if (!Take(pRequest, kLiveLastModified))
         return TAL_STATUS_SUCCESS;
@@ -193,7 +193,7 @@ TALSTATUS PropFindSendModifiedDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS PropFindSendLiveProperties(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+TALSTATUS PropFindSendLiveProperties(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     SendContentLength(pKestIo, pRequest);
     (void)PropFindSendCreationDate(pKestIo, pRequest); // a missing date costs that property only
@@ -208,7 +208,7 @@ TALSTATUS PropFindSendLiveProperties(GatheredIo* pKestIo, PROPFIND_REQ* pRequest
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS SendUnreturnedProperties(GatheredIo* pKestIo, UINT32 uProperties)
+TALSTATUS SendUnreturnedProperties(BufferedIo* pKestIo, UINT32 uProperties)
 {
     static constexpr struct {
         UINT32 property;

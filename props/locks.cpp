@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lock discovery (RFC 4918 section 15.8).
+// Collects a resource's locks from its provider and writes "lockdiscovery" (RFC 4918 section 15.8).
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -13,7 +13,7 @@
 namespace {
 
 constexpr INT64 kUnitsPerSecond = 10000000;
-constexpr INT64 kGraceSeconds = 60; // locks are granted that much longer than clients are told
+constexpr INT64 kGraceSeconds = 60; // LOCK grants so much more than clients are told
 constexpr UINT32 kTokenRoom = kLockRecordBytes - offsetof(DAV_LOCK_2, Token);
 
 // `buffer` holds kLockRecordBytes, with a lock at its start.
@@ -34,7 +34,7 @@ TALSTATUS KeepLock(PROPFIND_REQ* request, const UINT8* buffer)
     return TAL_STATUS_SUCCESS;
 }
 
-void SendTimeout(GatheredIo* io, INT64 timeout)
+void SendTimeout(BufferedIo* io, INT64 timeout)
 {
     if (timeout == -1) {
         Put(io, "Infinite");
@@ -47,7 +47,7 @@ void SendTimeout(GatheredIo* io, INT64 timeout)
     PutBytes(io, digits, static_cast<UINT32>(length));
 }
 
-void SendLock(GatheredIo* io, const DAV_LOCK_2& lock)
+void SendLock(BufferedIo* io, const DAV_LOCK_2& lock)
 {
     // Kept: the type is always write.
     Put(io, "<a:activelock>\n<a:locktype><a:write/></a:locktype>\n");
@@ -88,7 +88,7 @@ TALSTATUS PropFindGetLocks(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest
     }
 }
 
-void PropFindSendLocks(GatheredIo* pKestIo, PROPFIND_REQ* pRequest)
+void PropFindSendLocks(BufferedIo* pKestIo, PROPFIND_REQ* pRequest)
 {
     Put(pKestIo, "<a:lockdiscovery>\n");
     const LIST_ENTRY* const head = &pRequest->lLocks;

@@ -24,7 +24,7 @@ constexpr DAV_SHARE_MODE kShareReadingFirst = 1; // what first-generation provid
 // What every step of one request needs.
 struct Call {
     SCHANDLE session;
-    GatheredIo* io;
+    BufferedIo* io;
     PROPFIND_REQ* request;
     UINT32 mask; // the live properties that the request asked for
 };
@@ -160,7 +160,7 @@ bool SendCollection(const Call& call, const KESTDAV_HANDLER& handler, UNICODE_ST
     return true;
 }
 
-void SendHead(GatheredIo* io)
+void SendHead(BufferedIo* io)
 {
     SendMultiStatusHead(io->Host());
     Put(io, "<a:multistatus xmlns:b=\"urn:uuid:c2f41010-65b3-11d1-a29f-00aa00c14882/\" "
@@ -209,7 +209,7 @@ TALSTATUS KestDavPropFind(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pK
 
     WCHAR root[2];
     UNICODE_STRING path = RequestPath(*pUrl, root);
-    GatheredIo io(pKestIo);
+    BufferedIo io(pKestIo);
     const Call call = {hSession, &io, request.get(), request->LiveProperties};
     const bool isRoot = path.Length == sizeof(WCHAR) && path.Buffer[0] == u'/';
     return isRoot ? AnswerRoot(call, &path) : AnswerObject(call, &path);

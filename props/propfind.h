@@ -122,24 +122,24 @@ void AddDeadProperty(PROPFIND_REQ* pRequest, const char* pName);
 // -- Hrefs (href.cpp)
 
 // Writes one href element for a provider-relative path. On failure nothing is written.
-[[nodiscard]] TALSTATUS PropFindBuildAndSendHRef(GatheredIo* pKestIo, UNICODE_STRING* pRefU);
+[[nodiscard]] TALSTATUS PropFindBuildAndSendHRef(BufferedIo* pKestIo, UNICODE_STRING* pRefU);
 // Writes that of the module's root.
-void SendRootHRef(GatheredIo* pKestIo);
+void SendRootHRef(BufferedIo* pKestIo);
 
 // -- Response elements (element.cpp)
 
-TALSTATUS PropFindSendResource(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS SendRootCollection(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendObjectNotFound(GatheredIo* pKestIo, UNICODE_STRING* pURI);
+TALSTATUS PropFindSendResource(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendCollection(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS SendRootCollection(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendObjectNotFound(BufferedIo* pKestIo, UNICODE_STRING* pURI);
 
 // -- Live properties (live.cpp). Each clears its bit in LiveProperties.
 
-TALSTATUS PropFindSendLiveProperties(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendCreationDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendModifiedDate(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendLiveProperties(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendCreationDate(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendModifiedDate(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);
 // The 404 block for the bits of a mask.
-TALSTATUS SendUnreturnedProperties(GatheredIo* pKestIo, UINT32 uProperties);
+TALSTATUS SendUnreturnedProperties(BufferedIo* pKestIo, UINT32 uProperties);
 
 // -- Dead properties (dead.cpp). The collectors of all properties start over with twice the buffer
 //    when a record does not fit; those of requested ones end at the first that cannot be had.
@@ -148,10 +148,10 @@ TALSTATUS PropFindGetRDeadProps(IKestDAVResource2* pIResource, PROPFIND_REQ* pRe
 TALSTATUS PropFindGetCDeadProps(IKestDAVCollection2* pICollection, PROPFIND_REQ* pRequest);
 TALSTATUS PropFindGetResProps(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest);
 TALSTATUS PropFindGetColProps(IKestDAVCollection2* pICollection, PROPFIND_REQ* pRequest);
-TALSTATUS PropFindSendDeadProps(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+TALSTATUS PropFindSendDeadProps(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);
 
 // -- Lock discovery (locks.cpp)
 
 TALSTATUS PropFindGetLocks(IKestDAVResource2* pIResource, PROPFIND_REQ* pRequest);
 // Writes the element for the locks that were collected, and marks which scopes are among them.
-void PropFindSendLocks(GatheredIo* pKestIo, PROPFIND_REQ* pRequest);
+void PropFindSendLocks(BufferedIo* pKestIo, PROPFIND_REQ* pRequest);

@@ -7,9 +7,9 @@
 #include <limits>
 
 #include "props/propfind.h"
-#include "support/known_bodies.h"
 #include "support/list.h"
 #include "support/memory.h"
+#include "support/propfind_body_cache.h"
 #include "support/xml_body.h"
 
 const LIVE_PROPERTY g_LiveProperties[] = {
@@ -110,13 +110,13 @@ void PFStartTagHandler(void* pUserData, const char* pTagName, const char** /*ppA
 // Kept: an end tag clears nothing, so elements behind </prop> are still asked for.
 void PFEndTagHandler(void* /*pUserData*/, const char* /*pTagName*/) {}
 
-static constinit KnownBodies g_knownBodies;
+static constinit PropFindBodyCache g_bodyCache;
 
 // Fills a record that has its NameBudget as reading `body` would. False when it is not known.
 static bool Recall(std::string_view body, PROPFIND_REQ* request)
 {
-    KnownRequest known;
-    if (!g_knownBodies.Recall(body, known))
+    CachedPropFind known;
+    if (!g_bodyCache.Recall(body, known))
         return false;
     request->Flags = known.flags;
     request->LiveProperties = known.liveProperties;
@@ -131,19 +131,19 @@ static void Remember(std::string_view body, const PROPFIND_REQ& request)
 {
     if (request.bNameDropped)
         return;
-    KnownRequest known;
+    CachedPropFind known;
     for (const LIST_ENTRY* link = request.lDeadProperties.Flink; link != &request.lDeadProperties;
          link = link->Flink) {
         const char* const name = reinterpret_cast<const DAV_PROP*>(link)->szName;
         const size_t bytes = std::strlen(name) + 1;
-        if (bytes > kKnownNameBytes - known.nameBytes)
+        if (bytes > kCachedNameBytes - known.nameBytes)
             return;
         std::memcpy(known.names + known.nameBytes, name, bytes);
         known.nameBytes += static_cast<UINT32>(bytes);
     }
     known.flags = request.Flags;
     known.liveProperties = request.LiveProperties;
-    g_knownBodies.Remember(body, known);
+    g_bodyCache.Remember(body, known);
 }
 
 TALSTATUS PropFindParseRequest(IKestIO_5* pKestIo, PROPFIND_REQ* pRequest)

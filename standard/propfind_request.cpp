@@ -8,7 +8,7 @@
 
 #include "standard/request_headers.h"
 #include "standard/scan.h"
-#include "support/known_bodies.h"
+#include "support/propfind_body_cache.h"
 
 namespace standard {
 
@@ -205,14 +205,14 @@ TALSTATUS ReadDepth(IKestIO_5* io, Depth& depth, bool& withoutRoot)
 
 namespace {
 
-constinit KnownBodies g_knownBodies;
+constinit PropFindBodyCache g_bodyCache;
 
 // Takes over what a known body asks for: names stand as namespace and local name, each with a
 // terminator. False when it is not known, or memory is short.
 bool Recall(std::string_view body, PropFindRequest& request)
 {
-    KnownRequest known;
-    if (!g_knownBodies.Recall(body, known))
+    CachedPropFind known;
+    if (!g_bodyCache.Recall(body, known))
         return false;
     request.kind = static_cast<PropFindRequest::Kind>(known.flags);
     request.live = known.liveProperties;
@@ -229,20 +229,20 @@ bool Recall(std::string_view body, PropFindRequest& request)
 // Keeps a body that has been read, unless it names more than is kept.
 void Remember(std::string_view body, const PropFindRequest& request)
 {
-    KnownRequest known;
+    CachedPropFind known;
     known.flags = static_cast<UINT32>(request.kind);
     known.liveProperties = request.live;
     for (const PropFindRequest::Name& each : request.dead) {
         const XmlName name = request.NameOf(each);
         for (const std::string_view text : {name.space, name.local}) {
-            if (text.size() + 1 > kKnownNameBytes - known.nameBytes)
+            if (text.size() + 1 > kCachedNameBytes - known.nameBytes)
                 return;
             std::memcpy(known.names + known.nameBytes, text.data(), text.size());
             known.names[known.nameBytes + text.size()] = '\0';
             known.nameBytes += static_cast<UINT32>(text.size() + 1);
         }
     }
-    g_knownBodies.Remember(body, known);
+    g_bodyCache.Remember(body, known);
 }
 
 // Reads the body, or knows it.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The request's I/O object as the writers of a multistatus body see it: the pieces of a response
-// element are gathered and go to the host together, as soon as it is complete. A call per piece is
-// what a listing of a hundred thousand members would spend most of its time on.
+// A buffer between the writers of a multistatus body and the host's IKestIO_5: the pieces of one
+// response element go to the host in one call. With a call for each piece, calls would be most of
+// the time that a large listing takes.
 #pragma once
 
 #include <cstring>
@@ -11,17 +11,17 @@
 #include "support/globals.h"
 #include "support/reply.h"
 
-class GatheredIo {
+class BufferedIo {
   public:
-    explicit GatheredIo(IKestIO_5* io) : io_(io) {}
-    ~GatheredIo() { Flush(); }
-    GatheredIo(const GatheredIo&) = delete;
-    GatheredIo& operator=(const GatheredIo&) = delete;
+    explicit BufferedIo(IKestIO_5* io) : io_(io) {}
+    ~BufferedIo() { Flush(); }
+    BufferedIo(const BufferedIo&) = delete;
+    BufferedIo& operator=(const BufferedIo&) = delete;
 
     // The I/O object itself, for all but the body.
     IKestIO_5* Host() const { return io_; }
 
-    // Appends to the body. What does not fit beside the pieces before it sends them first.
+    // Appends to the body, and sends what was buffered before where there is no room for more.
     void Add(const void* data, UINT32 size)
     {
         if (size > kRoom - used_) {
@@ -36,7 +36,7 @@ class GatheredIo {
         used_ += size;
     }
 
-    // Sends what was gathered. A value that a provider gave may have a NUL in it.
+    // Sends what is buffered. PutString ends at a NUL, which a provider's value may hold.
     void Flush()
     {
         text_[used_] = '\0';
@@ -62,18 +62,18 @@ class GatheredIo {
 };
 
 // Fixed text. Its length is that of the literal; text made at run time goes through PutBytes.
-template <size_t N> void Put(GatheredIo* io, const char (&literal)[N])
+template <size_t N> void Put(BufferedIo* io, const char (&literal)[N])
 {
     io->Add(literal, N - 1);
 }
-template <size_t N> void Put(GatheredIo* io, char (&buffer)[N]) = delete;
+template <size_t N> void Put(BufferedIo* io, char (&buffer)[N]) = delete;
 
-inline void PutBytes(GatheredIo* io, const void* data, UINT32 size)
+inline void PutBytes(BufferedIo* io, const void* data, UINT32 size)
 {
     io->Add(data, size);
 }
 
-inline void PutText(GatheredIo* io, std::string_view text)
+inline void PutText(BufferedIo* io, std::string_view text)
 {
     io->Add(text.data(), static_cast<UINT32>(text.size()));
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Failures that a reply does not show: a property, a member or a line that is left out of it for
-// lack of memory or of a descriptor. Replies go out as they always have; a host that listens can
-// then keep them from being taken for the whole truth.
+// Reports failures that a reply does not show: a property, a member or a line is left out for lack
+// of memory or of a descriptor. The module's reply does not change; a host that offers
+// IKestCallContext can turn it into an error before it leaves.
 #pragma once
 
 #include <kest/status.h>

@@ -27,7 +27,8 @@ template <class T> [[nodiscard]] Paged<T> TryAllocPaged(size_t count)
         static_cast<T*>(pITalpl->TalxAllocPagedMemory(static_cast<UINT32>(count * sizeof(T)))));
 }
 
-// The same for all others: what they leave out for it, the host hears of.
+// The same for callers that leave something out of the reply when memory is short: the host is
+// told of the failure (ReportFailure).
 template <class T> [[nodiscard]] Paged<T> AllocPaged(size_t count)
 {
     Paged<T> memory = TryAllocPaged<T>(count);

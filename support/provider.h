@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One face for both provider generations: opened resources, opened collections, and the namespace
-// operations. This is the only place that branches on the generation; what only the second one can
-// do is reached through Second().
+// One interface to providers of the first and the second generation: opened resources, opened
+// collections, and the namespace operations. This is the only place that branches on the
+// generation; what only the second one can do is reached through Second().
 #pragma once
 
 #include "support/globals.h"

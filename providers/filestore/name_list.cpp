@@ -15,8 +15,6 @@ namespace filestore {
 
 namespace {
 
-constexpr size_t kManyNames = 500; // from here on sorting by keys pays for its passes
-
 unsigned char AsciiUpper(char c)
 {
     return static_cast<unsigned char>(base::Upper(c));
@@ -103,48 +101,15 @@ void NameList::SetKeys()
     }
 }
 
-// One pass for each byte in which keys differ, from the last to the first: for thousands of names a
-// fraction of the time that comparisons take.
-void NameList::SortByKeys()
-{
-    UINT64 differing = 0;
-    for (const Entry& entry : entries_)
-        differing |= entry.key ^ entries_.front().key;
-    std::vector<Entry> sorted(entries_.size());
-    for (int shift = 0; shift < 64; shift += 8) {
-        const auto byteOf = [shift](const Entry& e) { return e.key >> shift & 0xFF; };
-        if ((differing >> shift & 0xFF) == 0)
-            continue;
-        UINT32 next[257] = {}; // where the first entry with a byte goes, counted one further up
-        for (const Entry& entry : entries_)
-            ++next[byteOf(entry) + 1];
-        for (size_t i = 1; i < std::size(next); ++i)
-            next[i] += next[i - 1];
-        for (const Entry& entry : entries_)
-            sorted[next[byteOf(entry)]++] = entry;
-        entries_.swap(sorted);
-    }
-}
-
-// The order of ASCII names, in which bytes compare as code units do.
+// The order of ASCII names, in which bytes compare as code units do. Nearly all comparisons end at
+// the keys. A radix sort by the keys was measured: 470 instructions for each of 100,000 names
+// instead of 410, in 60 ns less; not worth the code.
 void NameList::SortAscii()
 {
     SetKeys();
-    const auto less = [this](const Entry& a, const Entry& b) {
+    std::sort(entries_.begin(), entries_.end(), [this](const Entry& a, const Entry& b) {
         return a.key != b.key ? a.key < b.key : Less(a, b);
-    };
-    if (entries_.size() < kManyNames) {
-        std::sort(entries_.begin(), entries_.end(), less);
-        return;
-    }
-    SortByKeys();
-    for (auto first = entries_.begin(); first != entries_.end();) {
-        const auto last = std::find_if(first + 1, entries_.end(),
-                                       [first](const Entry& e) { return e.key != first->key; });
-        if (last - first > 1)
-            std::sort(first, last, less);
-        first = last;
-    }
+    });
 }
 
 // The order of any names: all of them are converted once, and not for every comparison.

@@ -16,8 +16,8 @@ using UpperCase = void (*)(WCHAR* text, UINT32 units);
 
 // The names of one directory, sorted as the platform layer compares without regard to case: by code
 // unit after simple upper-casing. Names that differ in case only stand in byte order. Costs about
-// 16 bytes per name beside its text, and while it sorts as much again, or the text once more in
-// UTF-16 when a name is not ASCII.
+// 16 bytes per name beside its text, and while it sorts the text once more in UTF-16 when a name is
+// not ASCII.
 class NameList {
   public:
     explicit NameList(UpperCase upper) : upper_(upper) {}
@@ -51,7 +51,6 @@ class NameList {
     bool Less(const Entry& a, const Entry& b) const;
     size_t SharedPrefix() const;
     void SetKeys();
-    void SortByKeys();
     void SortAscii();
     void SortWide();
 

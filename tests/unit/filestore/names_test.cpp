@@ -136,7 +136,7 @@ TEST(NameList, LongSharedBeginningsDoNotHideTheDifference)
     EXPECT_EQ(prefix + "-123456789-b", names.At(4));
 }
 
-// Whatever way is taken for long lists, the order is the same.
+// The order of long lists, ASCII and not, is that of comparing upper-cased names.
 TEST(NameList, ManyNamesComeInTheSameOrderAsFew)
 {
     UINT32 random = 1;

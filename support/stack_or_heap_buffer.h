@@ -6,11 +6,11 @@
 
 #include "support/memory.h"
 
-template <UINT32 Usual> class Scratch {
+template <UINT32 Usual> class StackOrHeapBuffer {
   public:
-    Scratch() = default; // the stack bytes stay as they are
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
+    StackOrHeapBuffer() = default; // the stack bytes stay as they are
+    StackOrHeapBuffer(const StackOrHeapBuffer&) = delete;
+    StackOrHeapBuffer& operator=(const StackOrHeapBuffer&) = delete;
 
     // `size` bytes, not initialised; null when memory is short. Called once.
     [[nodiscard]] char* Get(size_t size)

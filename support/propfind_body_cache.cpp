@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The bodies that were read last, and what they ask for.
-#include "support/known_bodies.h"
+// The cache of PROPFIND bodies: eight entries, each with a try-lock.
+#include "support/propfind_body_cache.h"
 
 #include <cstring>
 #include <iterator>
 
-// Holds a body, unless another thread does: reading the body anew takes no longer than waiting
-// might.
-class KnownBodies::Hold {
+// A try-lock on one entry: empty when another thread has it. Parsing the body anew takes no longer
+// than waiting might.
+class PropFindBodyCache::Hold {
   public:
-    explicit Hold(KnownBody& known)
+    explicit Hold(Entry& known)
         : known_(known.isHeld.exchange(true, std::memory_order_acquire) ? nullptr : &known)
     {
     }
@@ -23,20 +23,20 @@ class KnownBodies::Hold {
     Hold& operator=(const Hold&) = delete;
 
     explicit operator bool() const { return known_ != nullptr; }
-    KnownBody* operator->() const { return known_; }
+    Entry* operator->() const { return known_; }
 
   private:
-    KnownBody* const known_;
+    Entry* const known_;
 };
 
-KnownBodies::KnownBody& KnownBodies::PlaceOf(std::string_view body)
+PropFindBodyCache::Entry& PropFindBodyCache::EntryFor(std::string_view body)
 {
-    return known_[body.size() % std::size(known_)];
+    return entries_[body.size() % std::size(entries_)];
 }
 
-bool KnownBodies::Recall(std::string_view body, KnownRequest& request)
+bool PropFindBodyCache::Recall(std::string_view body, CachedPropFind& request)
 {
-    const Hold known(PlaceOf(body));
+    const Hold known(EntryFor(body));
     if (!known || known->size == 0 || body != std::string_view(known->body, known->size))
         return false;
     request.flags = known->request.flags;
@@ -46,11 +46,11 @@ bool KnownBodies::Recall(std::string_view body, KnownRequest& request)
     return true;
 }
 
-void KnownBodies::Remember(std::string_view body, const KnownRequest& request)
+void PropFindBodyCache::Remember(std::string_view body, const CachedPropFind& request)
 {
     if (body.size() > kMostBytes)
         return;
-    const Hold known(PlaceOf(body));
+    const Hold known(EntryFor(body));
     if (!known)
         return;
     known->request.flags = request.flags;
