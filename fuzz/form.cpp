@@ -4,18 +4,28 @@
 // pieces the body arrives; the rest is the body, with the boundary "B". A run that sends no reply,
 // stores outside its collection, or leaves a lock, an object or memory behind, is a crash.
 #include <algorithm>
-#include <cstdlib>
 
 #include <gtest/gtest.h>
 
+#include "served.h"
 #include "text.h"
-#include "world.h"
 
 namespace {
 
-using harness::Reply;
 using harness::Request;
 using harness::World;
+
+// Nothing may have been stored elsewhere than in the collection.
+void RemoveUploads(harness::Provider& provider)
+{
+    for (const std::string& path : provider.Paths()) {
+        EXPECT_TRUE(path == "/p/" || path.starts_with("/p/c/")) << path;
+        if (path.starts_with("/p/c/") && path != "/p/c/" && path != "/p/c/old")
+            provider.Remove(harness::Wide(path));
+    }
+}
+
+} // namespace
 
 // The smallest transfer buffer, so that short inputs move its window too.
 World& TheWorld()
@@ -29,15 +39,6 @@ World& TheWorld()
     return *world;
 }
 
-} // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
-{
-    testing::InitGoogleTest(argc, *argv);
-    (void)TheWorld();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size == 0)
@@ -49,20 +50,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (size_t at = 0; at < body.size(); at += piece)
         pieces.push_back(body.substr(at, piece));
 
-    World& world = TheWorld();
-    const Reply reply = world.Run(Request(KestMethodPost, "/Ferro/p/c")
-                                      .Header("Content-Type", "multipart/form-data; boundary=B")
-                                      .Query(choice & 2 ? "overwrite=0" : "")
-                                      .Body(std::move(pieces)));
-    world.recorder.Clear();
-    EXPECT_EQ(reply.heads, 1) << reply.text;
-    for (const std::string& path : world["p"].Paths()) {
-        EXPECT_TRUE(path == "/p/" || path.starts_with("/p/c/")) << path;
-        if (path.starts_with("/p/c/") && path != "/p/c/" && path != "/p/c/old")
-            world["p"].Remove(harness::Wide(path));
-    }
-    world.ExpectAtRest();
-    if (testing::Test::HasFailure())
-        std::abort();
+    Serve(Request(KestMethodPost, "/Ferro/p/c")
+              .Header("Content-Type", "multipart/form-data; boundary=B")
+              .Query(choice & 2 ? "overwrite=0" : "")
+              .Body(std::move(pieces)),
+          RemoveUploads);
     return 0;
 }

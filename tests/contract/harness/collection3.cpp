@@ -3,43 +3,16 @@
 // Opened collections of scripted providers, third generation.
 #include <cstring>
 
-#include "provider3.h"
+#include "opened3.h"
 #include "text.h"
 
 namespace harness {
 
 namespace {
 
-class Collection3 final : public IKestDAVCollection3 {
+class Collection3 final : public Opened3<IKestDAVCollection3> {
   public:
-    explicit Collection3(Provider& provider) : owner_(provider)
-    {
-        const std::lock_guard lock(owner_.Mutex());
-        owner_.Count(1);
-    }
-    virtual ~Collection3()
-    {
-        const std::lock_guard lock(owner_.Mutex());
-        owner_.Count(-1);
-    }
-
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        *out = nullptr;
-        if (*iid != IidOf<IKestDAVCollection3>::value && *iid != IID_IUnknown)
-            return ProviderFailure(kCodeNoInterface);
-        AddRef();
-        *out = static_cast<IKestDAVCollection3*>(this);
-        return TAL_STATUS_SUCCESS;
-    }
-    UINT32 AddRef() override { return ++references_; }
-    UINT32 Release() override
-    {
-        const UINT32 left = --references_;
-        if (left == 0)
-            delete this;
-        return left;
-    }
+    explicit Collection3(Provider& provider) : Opened3(provider, "col3.") {}
 
     TALSTATUS Open(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_INFO* info) override
     {
@@ -93,10 +66,6 @@ class Collection3 final : public IKestDAVCollection3 {
     }
 
   private:
-    std::optional<TALSTATUS> Note(const char* operation, const std::string& arguments)
-    {
-        return owner_.Log().Enter(owner_.Name("col3.") + operation, arguments);
-    }
     // 0 when it does not fit.
     UINT32 Pack(UINT32 room, DAV_MEMBER& member)
     {
@@ -114,12 +83,10 @@ class Collection3 final : public IKestDAVCollection3 {
         return bytes;
     }
 
-    Provider& owner_;
     std::u16string path_;
     std::vector<std::u16string> names_;
     size_t next_ = 0;
     bool isOpen_ = false;
-    UINT32 references_ = 1;
 };
 
 } // namespace

@@ -5,41 +5,15 @@
 #include <cstring>
 
 #include "judgement.h"
+#include "opened3.h"
 
 namespace harness {
 
 namespace {
 
-class Resource3 final : public IKestDAVResource3 {
+class Resource3 final : public Opened3<IKestDAVResource3> {
   public:
-    explicit Resource3(Provider& provider) : owner_(provider)
-    {
-        const std::lock_guard lock(owner_.Mutex());
-        owner_.Count(1);
-    }
-    virtual ~Resource3()
-    {
-        const std::lock_guard lock(owner_.Mutex());
-        owner_.Count(-1);
-    }
-
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        *out = nullptr;
-        if (*iid != IidOf<IKestDAVResource3>::value && *iid != IID_IUnknown)
-            return ProviderFailure(kCodeNoInterface);
-        AddRef();
-        *out = static_cast<IKestDAVResource3*>(this);
-        return TAL_STATUS_SUCCESS;
-    }
-    UINT32 AddRef() override { return ++references_; }
-    UINT32 Release() override
-    {
-        const UINT32 left = --references_;
-        if (left == 0)
-            delete this;
-        return left;
-    }
+    explicit Resource3(Provider& provider) : Opened3(provider, "res3.") {}
 
     TALSTATUS Open(SCHANDLE, UNICODE_STRING* path, UINT32 purpose, INT64 expected,
                    const DAV_PRECONDITIONS* conditions, IKestDAVFailures3* failures,
@@ -130,10 +104,6 @@ class Resource3 final : public IKestDAVResource3 {
     }
 
   private:
-    std::optional<TALSTATUS> Note(const char* operation, const std::string& arguments)
-    {
-        return owner_.Log().Enter(owner_.Name("res3.") + operation, arguments);
-    }
     TALSTATUS JudgeChange(IKestDAVFailures3* failures)
     {
         const Node* node = owner_.Find(path_);
@@ -146,8 +116,6 @@ class Resource3 final : public IKestDAVResource3 {
         return Failed(status) ? status : judgement.Locks(path_, node == nullptr, false);
     }
 
-    Provider& owner_;
-    UINT32 references_ = 1;
     std::u16string path_;
     std::string content_;
     UINT32 purpose_ = kOpenRead;

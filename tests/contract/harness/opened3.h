@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What opened objects of scripted providers of the third generation share.
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "provider3.h"
+#include "text.h"
+
+namespace harness {
+
+// Counted by its provider as long as it lives; its calls are noted as "NAME.KIND.Op".
+template <class I> class Opened3 : public I {
+  public:
+    Opened3(Provider& provider, std::string kind) : owner_(provider), kind_(std::move(kind))
+    {
+        const std::lock_guard lock(owner_.Mutex());
+        owner_.Count(1);
+    }
+    virtual ~Opened3()
+    {
+        const std::lock_guard lock(owner_.Mutex());
+        owner_.Count(-1);
+    }
+
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        *out = nullptr;
+        if (*iid != IidOf<I>::value && *iid != IID_IUnknown)
+            return ProviderFailure(kCodeNoInterface);
+        AddRef();
+        *out = static_cast<I*>(this);
+        return TAL_STATUS_SUCCESS;
+    }
+    UINT32 AddRef() override { return ++references_; }
+    UINT32 Release() override
+    {
+        const UINT32 left = --references_;
+        if (left == 0)
+            delete this;
+        return left;
+    }
+
+  protected:
+    std::optional<TALSTATUS> Note(const char* operation, const std::string& arguments)
+    {
+        return owner_.Log().Enter(owner_.Name(kind_.c_str()) + operation, arguments);
+    }
+
+    Provider& owner_;
+
+  private:
+    const std::string kind_;
+    UINT32 references_ = 1;
+};
+
+} // namespace harness
