@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/utf.h"
+#include <kest/registry_truth.h>
 #include <kest/tolm.h>
 
 #include "platform/caseless.h"
@@ -106,6 +107,20 @@ TALSTATUS TolmRegistryWhere(const WCHAR* key, const WCHAR* name, char* text, UIN
     if (!key || !name || !length || (!text && *length != 0))
         return Fail(kCodeInvalidParameter);
     return Guarded([&] { return Where(key, name, text, length); });
+}
+
+UINT32 TolmRegistryIsTruth(const WCHAR* key, const WCHAR* name)
+{
+    bool isTruth = false;
+    if (key && name)
+        (void)Guarded([&] { // short of memory, nobody knows
+            const auto tree = Registry::Get().Current();
+            const RegistryKey* const found = tree->Find(Folded(key));
+            const RegistryValue* const value = found ? found->Find(Folded(name)) : nullptr;
+            isTruth = value && value->isTruth;
+            return TAL_STATUS_SUCCESS;
+        });
+    return isTruth ? 1 : 0;
 }
 
 void TolmRegistryReportUnread(void (*report)(const char* line, void* context), void* context)

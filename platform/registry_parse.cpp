@@ -179,6 +179,7 @@ class Parser {
         if (const auto* truth = node.as_boolean()) {
             value.type = TALX_REG_UINT32;
             value.data = EncodeNumber(truth->get() ? 1 : 0, false);
+            value.isTruth = true;
             return nullptr;
         }
         if (const auto* number = node.as_integer()) {

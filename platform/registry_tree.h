@@ -42,7 +42,8 @@ struct RegistryValue {
     UINT32 type = TALX_REG_SZ;
     std::vector<UINT8> data;
     bool isOverride = false;
-    Place begin; // of the entry; line 0 for an override
+    bool isTruth = false; // written as true or false, which are kept as 1 and 0
+    Place begin;          // of the entry; line 0 for an override
     Place valueBegin;
     Place valueEnd; // just past the value
     std::shared_ptr<Usage> usage = std::make_shared<Usage>();

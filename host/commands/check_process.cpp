@@ -75,7 +75,7 @@ int Start(const std::vector<char*>& arguments, int output, pid_t& child)
 
 std::string CheckInOtherProcess(std::vector<std::string> words)
 {
-    words.insert(words.begin(), {"kestd", "check"});
+    words.insert(words.begin(), {"kestd", "check", "--running"}); // the addresses are its own
     std::vector<char*> arguments;
     for (std::string& word : words)
         arguments.push_back(word.data());

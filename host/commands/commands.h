@@ -13,7 +13,7 @@ inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUsage = 2;
 
 int RunServe(const std::vector<std::string>& arguments);
-// Reads the configuration as "serve" would and says what is wrong with it, without listening.
+// Reads the configuration as "serve" would and says all that is wrong with it. Changes nothing.
 int RunCheck(const std::vector<std::string>& arguments);
 int RunUser(const std::vector<std::string>& arguments);
 // Lists the locks of the volumes that "serve" would serve, or breaks one.
@@ -25,7 +25,7 @@ int RunAccess(const std::vector<std::string>& arguments);
 void PrintHelp();
 // Prints "kestd: PROBLEM" and where to find help; the exit status for it.
 int UsageError(const std::string& problem);
-// Prints "kestd: PROBLEM"; the exit status for it.
+// Prints "kestd: PROBLEM" for each line of the text; the exit status for it.
 int Failure(const std::string& problem);
 
 } // namespace kestd

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What "kestd help" and "kestd --help" say.
+#include <algorithm>
 #include <cstdio>
 
 #include "host/commands/commands.h"
@@ -32,8 +33,10 @@ kestd serve [OPTIONS] [[NAME=]DIR ...]
     Prints "kestd: serving URL" when it accepts connections. SIGTERM and SIGINT stop it when the
     running requests are done; SIGHUP makes it read configuration, users and certificate again.
 
-kestd check [OPTIONS] [[NAME=]DIR ...]
-    Reads the configuration as "kestd serve" would with the same arguments and says what is wrong.
+kestd check [--running] [OPTIONS] [[NAME=]DIR ...]
+    Reads the configuration as "kestd serve" would with the same arguments and says all that is
+    wrong, or "ok". Changes nothing. With --running, as the first argument, the addresses to listen
+    on may be in use: by the server whose configuration it is.
 
 kestd user add NAME [--dotted-name TEXT] [--tree TEXT] [--mail TEXT]
 kestd user passwd NAME
@@ -66,7 +69,11 @@ int UsageError(const std::string& problem)
 
 int Failure(const std::string& problem)
 {
-    std::fprintf(stderr, "kestd: %s\n", problem.c_str());
+    for (size_t at = 0; at <= problem.size();) {
+        const size_t end = std::min(problem.find('\n', at), problem.size());
+        std::fprintf(stderr, "kestd: %s\n", problem.substr(at, end - at).c_str());
+        at = end + 1;
+    }
     return kExitFailure;
 }
 

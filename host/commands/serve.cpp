@@ -23,7 +23,6 @@
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
 #include "host/components/host_classes.h"
-#include "host/config/access_settings.h"
 #include "host/module/call_context.h"
 #include "host/net/server.h"
 #include <kest/req.h>
@@ -89,15 +88,6 @@ void WarnOfOpenUsersFile(const std::string& path)
         Log(kLogWarning, path + ": others can read the password hashes; its mode should be 0600");
 }
 
-// Rules that name whom or what there is not.
-std::vector<std::string> DoubtsAboutAccess(const HostSettings& settings, const UserMap& users,
-                                           ITalpl& platform)
-{
-    const auto isUser = [&](const std::string& name) { return users.contains(name); };
-    return settings.server.access ? DoubtsAbout(*settings.server.access, platform, isUser)
-                                  : std::vector<std::string>();
-}
-
 // A running host, from the loaded settings to the last session's end.
 class Host {
   public:
@@ -141,10 +131,10 @@ std::string Host::Start()
         return problem;
     if (std::string problem = setup_.LoadRegistry(false); !problem.empty())
         return problem;
-    if (std::string problem = setup_.ReadSettings(settings_); !problem.empty())
-        return problem;
-    if (std::string problem = setup_.CheckPaths(); !problem.empty())
-        return problem;
+    std::string problems = setup_.ReadSettings(settings_);
+    AddProblems(problems, setup_.CheckPathsAndNames());
+    if (!problems.empty())
+        return problems;
     if (std::string problem = setup_.ReadUsers(settings_, users_); !problem.empty())
         return problem;
     if (std::string problem = Setup::CheckAccessPolicy(settings_, users_); !problem.empty())
@@ -379,41 +369,6 @@ int RunServe(const std::vector<std::string>& arguments)
     host.Wait();
     Log(kLogInfo, "stopping");
     host.Stop();
-    return 0;
-}
-
-int RunCheck(const std::vector<std::string>& arguments)
-{
-    ServeArguments parsed;
-    if (const std::string problem = ParseServe(arguments, parsed); !problem.empty())
-        return UsageError(problem);
-    if (parsed.wantsHelp) {
-        PrintHelp();
-        return 0;
-    }
-    const bool hasUsers = !parsed.users.empty();
-    parsed.users.clear(); // ParseServe has seen all that can be wrong; hashing takes its time
-    Setup setup(std::move(parsed), FindPlaces());
-    HostSettings settings;
-    UserMap users;
-    std::string problem = setup.CheckState();
-    if (problem.empty())
-        problem = setup.LoadRegistry(false);
-    if (problem.empty())
-        problem = setup.ReadSettings(settings);
-    if (problem.empty())
-        problem = setup.CheckPaths();
-    if (problem.empty())
-        problem = Server::Check(settings.server);
-    if (problem.empty())
-        problem = setup.ReadUsers(settings, users);
-    if (problem.empty() && !hasUsers)
-        problem = Setup::CheckAccessPolicy(settings, users);
-    if (!problem.empty())
-        return Failure(problem);
-    if (!hasUsers)
-        for (const std::string& doubt : DoubtsAboutAccess(settings, users, setup.Platform()))
-            std::fprintf(stderr, "kestd: %s\n", doubt.c_str());
     return 0;
 }
 

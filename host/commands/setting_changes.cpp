@@ -10,6 +10,7 @@
 
 #include "base/utf.h"
 #include "host/config/access_settings.h"
+#include "host/config/known_settings.h"
 #include "host/config/registry_settings.h"
 #include <kest/status.h>
 #include <kest/tolm.h>
@@ -17,70 +18,9 @@
 namespace kestd {
 namespace {
 
-constexpr const char16_t* kProvidersKey = u"Kest\\Policies\\DAV Handlers\\Configured";
-constexpr const char16_t* kClassesKey = u"Tolm\\Classes";
-
 // What the module reads again.
 constexpr const char16_t* kMoniker = u"Moniker";
 constexpr const char16_t* kTemplates = u"Template Directory";
-
-struct KnownNames {
-    const char16_t* key;
-    bool waits; // for the next start
-    std::vector<const char16_t*> names;
-};
-
-// By name, since a value that nobody knows is to be reported as unread.
-const std::vector<KnownNames>& Known()
-{
-    static const std::vector<KnownNames> known = {
-        {kServerKey, true, {u"Listen", u"Session Objects", u"PROXY Protocol"}},
-        {kServerKey,
-         false,
-         {u"TLS Certificate",
-          u"TLS Key",
-          u"Public URL",
-          u"Realm",
-          u"Access Log",
-          u"Wharf Directory",
-          u"Users File",
-          u"Connections",
-          u"Worker Threads",
-          u"Head Size",
-          u"Target Size",
-          u"XML Body Size",
-          u"Body Size",
-          u"Head Time",
-          u"Body Idle Time",
-          u"Send Stall Time",
-          u"Keep-Alive Time",
-          u"Shutdown Time",
-          u"Session Timeout",
-          u"Sessions",
-          u"Browser Sessions",
-          u"Password Hashes",
-          u"Password Waiters",
-          u"Credential Cache",
-          u"Credential Time",
-          u"Guess Delay",
-          u"Connections Per Address",
-          u"Waiting Requests",
-          u"Waiting Requests Per Address",
-          u"Least Rate",
-          u"Rate Time",
-          u"Trusted Proxies",
-          u"Proxy Headers"}},
-        {kModuleKey,
-         true,
-         {kMoniker, u"Read-Write Block Size", kTemplates, u"Dialect", u"Infinity Entries"}},
-        {kStoreKey, true, {u"Sync", u"Keep Deleted", u"Server Address", u"Keep Free", u"Reserve"}},
-        {kDirectoryKey,
-         false,
-         {u"Backend", u"Tree", u"Server", u"Base", u"Bind Name", u"Bind Password", u"Start TLS",
-          u"CA Certificate", u"Timeout", u"Cache Time", u"Cache Entries", u"Retry Time"}},
-    };
-    return known;
-}
 
 class Key {
   public:
@@ -148,7 +88,7 @@ std::string BytesOf(const TALX_KEY_VALUE_INFORMATION& info)
 
 bool Waits(const std::u16string& key, const std::u16string& name)
 {
-    for (const KnownNames& known : Known())
+    for (const KnownNames& known : KnownSettings())
         if (key == known.key &&
             std::find(known.names.begin(), known.names.end(), name) != known.names.end())
             return known.waits;
@@ -161,7 +101,7 @@ bool Waits(const std::u16string& key, const std::u16string& name)
 SettingChanges::Values SettingChanges::Read(ITalpl& platform)
 {
     Values values;
-    for (const KnownNames& known : Known()) {
+    for (const KnownNames& known : KnownSettings()) {
         Key key(platform, known.key);
         for (const char16_t* const name : known.names)
             if (const auto* const info = key.Value(name))

@@ -16,13 +16,12 @@
 #include "host/components/directory_names.h"
 #include "host/config/access_settings.h"
 #include "host/config/configured_paths.h"
+#include "host/config/known_settings.h"
 #include <kest/tolm.h>
 
 namespace kestd {
 namespace {
 
-constexpr const char16_t* kProvidersKey = u"Kest\\Policies\\DAV Handlers\\Configured";
-constexpr const char16_t* kClassesKey = u"Tolm\\Classes";
 constexpr const char* kDefaultVolume = "files";
 
 std::u16string Braced(const GUID& id)
@@ -98,10 +97,12 @@ bool HasAny(ITalpl& platform, const char16_t* key, decltype(&ITalpl::TalxEnumera
 
 } // namespace
 
-Setup::Setup(ServeArguments arguments, const Places& places)
+Setup::Setup(ServeArguments arguments, const Places& places, bool isCheck)
     : arguments_(std::move(arguments)), places_(places),
       config_(Absolute(arguments_.config.empty() ? places.config : arguments_.config)),
-      state_(Absolute(arguments_.stateDirectory.empty() ? places.state : arguments_.stateDirectory))
+      state_(
+          Absolute(arguments_.stateDirectory.empty() ? places.state : arguments_.stateDirectory)),
+      isCheck_(isCheck)
 {
 }
 
@@ -199,6 +200,8 @@ std::string Setup::LayVolumes()
     if (!ownsVolume_)
         return {};
     const std::string directory = state_ + "/" + kDefaultVolume;
+    if (isCheck_ && access(directory.c_str(), F_OK) != 0)
+        return {}; // it is made at the start
     if (std::string problem = MakeDirectories(directory); !problem.empty())
         return problem;
     return LayText(kVolumesKey, name, directory);
@@ -206,16 +209,18 @@ std::string Setup::LayVolumes()
 
 std::string Setup::ReadSettings(HostSettings& settings)
 {
-    if (std::string problem = ReadHostSettings(Platform(), settings); !problem.empty())
-        return problem;
-    if (std::string problem = ReadAccessRules(Platform(), settings.server.access); !problem.empty())
-        return problem;
-    return CheckComponentSettings(Platform());
+    std::string problems = ReadHostSettings(Platform(), settings);
+    AddProblems(problems, ReadAccessRules(Platform(), settings.server.access));
+    AddProblems(problems, CheckComponentSettings(Platform()));
+    return problems;
 }
 
-std::string Setup::CheckPaths()
+std::string Setup::CheckPathsAndNames()
 {
-    return CheckConfiguredPaths(Platform());
+    std::string problems = CheckConfiguredPaths(Platform());
+    AddProblems(problems, UnknownSettings(Platform(),
+                                          {Braced(CLSID_KestDavHandler), Braced(CLSID_FileStore)}));
+    return problems;
 }
 
 std::string Setup::CheckState() const
@@ -224,6 +229,14 @@ std::string Setup::CheckState() const
                          (!places_.isCheckout && std::getenv("STATE_DIRECTORY") != nullptr);
     const std::string wrong = isNamed ? WhatIsWrongWithDirectory(state_) : std::string();
     return wrong.empty() ? wrong : "the state directory " + wrong;
+}
+
+std::vector<std::string> DoubtsAboutAccess(const HostSettings& settings, const UserMap& users,
+                                           ITalpl& platform)
+{
+    const auto isUser = [&](const std::string& name) { return users.contains(name); };
+    return settings.server.access ? DoubtsAbout(*settings.server.access, platform, isUser)
+                                  : std::vector<std::string>();
 }
 
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory)

@@ -19,7 +19,8 @@ namespace kestd {
 // installation.
 class Setup {
   public:
-    Setup(ServeArguments arguments, const Places& places);
+    // With `isCheck` nothing is made on the disk.
+    Setup(ServeArguments arguments, const Places& places, bool isCheck = false);
 
     // A state directory that is named has to be there, since users in it would be missed in
     // silence. The one that is used by itself is made when something is kept in it. Empty when all
@@ -28,11 +29,12 @@ class Setup {
     // Reads the file and lays the command line and the defaults over it. Empty on success. With
     // `isReload`, a failure to read the file leaves everything as it was.
     std::string LoadRegistry(bool isReload);
-    // The settings as they are now, checked as a whole; empty on success.
+    // The settings as they are now; empty on success, else what is wrong with their values, a line
+    // each.
     std::string ReadSettings(HostSettings& settings);
-    // Whether the files and directories that the settings and the command line name are there;
-    // empty when they are. ReadUsers says it of the users file.
-    std::string CheckPaths();
+    // After it: tables and settings that nobody knows, and files, directories and libraries that
+    // are named and cannot be used, a line each. ReadUsers says it of the users file.
+    std::string CheckPathsAndNames();
     // The users of the file and of the command line. Passwords of the latter are hashed at the
     // first call.
     std::string ReadUsers(const HostSettings& settings, UserMap& users);
@@ -61,10 +63,15 @@ class Setup {
     std::string state_;
     Ref<ITalpl> platform_;
     std::vector<User> commandLineUsers_;
+    const bool isCheck_;
     bool haveHashed_ = false;
     bool ownsVolume_ = false; // the volume "files" of the state directory is laid over the file
     bool ownsProvider_ = false;
 };
+
+// Rules about access that name whom or what there is not.
+std::vector<std::string> DoubtsAboutAccess(const HostSettings& settings, const UserMap& users,
+                                           ITalpl& platform);
 
 // The users file that the settings name, or the state directory's.
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory);

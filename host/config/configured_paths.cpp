@@ -19,14 +19,48 @@
 namespace kestd {
 namespace {
 
-constexpr const char16_t* kClassesKey = u"Tolm\\Classes";
-
 std::string Reason(const std::string& path)
 {
     return "'" + path + "': " + std::strerror(errno);
 }
 
-// The full paths of the keys below a key.
+std::string WhatTheLinkerSays(const std::string& library)
+{
+    void* const loaded = dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL);
+    if (!loaded) {
+        const char* const error = dlerror();
+        return error ? error : "'" + library + "' cannot be loaded";
+    }
+    dlclose(loaded);
+    return {};
+}
+
+std::string WhatKeepsFromLoading(const std::string& path)
+{
+    const std::string wrong = WhatIsWrongWithFile(path);
+    return wrong.empty() ? WhatTheLinkerSays(path) : wrong;
+}
+
+// Finds a library as the component manager does: a path as it is or beside the manager's library,
+// a name there or wherever the dynamic linker looks.
+std::string WhatIsWrongWithLibrary(const std::string& name)
+{
+    if (name.empty())
+        return "expected the file of a library";
+    if (name.front() == '/')
+        return WhatKeepsFromLoading(name);
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<const void*>(&TolmCreateInstance), &info) && info.dli_fname) {
+        const std::string own = info.dli_fname;
+        const std::string beside = own.substr(0, own.rfind('/') + 1) + name;
+        if (name.find('/') != std::string::npos || access(beside.c_str(), F_OK) == 0)
+            return WhatKeepsFromLoading(beside);
+    }
+    return WhatTheLinkerSays(name);
+}
+
+} // namespace
+
 std::vector<std::u16string> KeysBelow(ITalpl& platform, const char16_t* key)
 {
     std::vector<std::u16string> keys;
@@ -45,32 +79,6 @@ std::vector<std::u16string> KeysBelow(ITalpl& platform, const char16_t* key)
     (void)platform.TalxCloseKey(handle); // it was open
     return keys;
 }
-
-// Finds a library as the component manager does: a path as it is or beside the manager's library,
-// a name there or wherever the dynamic linker looks.
-std::string WhatIsWrongWithLibrary(const std::string& name)
-{
-    if (name.empty())
-        return "expected the file of a library";
-    if (name.front() == '/')
-        return WhatIsWrongWithFile(name);
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<const void*>(&TolmCreateInstance), &info) && info.dli_fname) {
-        const std::string own = info.dli_fname;
-        const std::string beside = own.substr(0, own.rfind('/') + 1) + name;
-        if (name.find('/') != std::string::npos || access(beside.c_str(), F_OK) == 0)
-            return WhatIsWrongWithFile(beside);
-    }
-    void* const library = dlopen(name.c_str(), RTLD_LAZY | RTLD_LOCAL);
-    if (!library) {
-        const char* const error = dlerror();
-        return error ? error : "'" + name + "' cannot be loaded";
-    }
-    dlclose(library);
-    return {};
-}
-
-} // namespace
 
 std::string WhatIsWrongWithFile(const std::string& path)
 {
@@ -105,15 +113,16 @@ std::string CheckConfiguredPaths(ITalpl& platform)
         {kModuleKey, u"Template Directory", WhatIsWrongWithDirectory},
         {kDirectoryKey, u"CA Certificate", WhatIsWrongWithFile},
     };
+    std::string problems;
     for (const auto& one : kPaths) {
         RegistryReader in(platform, one.key);
         std::string path;
-        in.Text(one.name, path);
-        if (!path.empty())
+        // A value of another type has been told of by whoever reads it.
+        if (kest::RegistryKey(platform, one.key).Text(one.name, path) == kest::ReadResult::Read &&
+            !path.empty())
             if (const std::string wrong = one.check(path); !wrong.empty())
                 in.Refuse(one.name, wrong);
-        if (!in.Problem().empty())
-            return in.Problem();
+        AddProblems(problems, in.Problem());
     }
     for (const std::u16string& key : KeysBelow(platform, kClassesKey)) {
         RegistryReader in(platform, key.c_str());
@@ -122,10 +131,9 @@ std::string CheckConfiguredPaths(ITalpl& platform)
         if (in.Has(u"Library"))
             if (const std::string wrong = WhatIsWrongWithLibrary(library); !wrong.empty())
                 in.Refuse(u"Library", wrong);
-        if (!in.Problem().empty())
-            return in.Problem();
+        AddProblems(problems, in.Problem());
     }
-    return {};
+    return problems;
 }
 
 } // namespace kestd

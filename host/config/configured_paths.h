@@ -5,17 +5,22 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <kest/talpl.h>
 
 namespace kestd {
 
-// Empty when all are there and can be read, else "FILE:LINE: 'KEY' 'NAME': reason" for the first.
+// Empty when all are there and can be read, and all libraries of classes can be loaded; else
+// "FILE:LINE: 'KEY' 'NAME': reason" for each, a line each.
 // The users file is not looked at: whoever reads it says what is wrong.
 std::string CheckConfiguredPaths(ITalpl& platform);
 
 // What keeps `path` from being read as a file or entered as a directory; empty when nothing does.
 std::string WhatIsWrongWithFile(const std::string& path);
 std::string WhatIsWrongWithDirectory(const std::string& path);
+
+// The full paths of the keys right below a key.
+std::vector<std::u16string> KeysBelow(ITalpl& platform, const char16_t* key);
 
 } // namespace kestd

@@ -7,13 +7,17 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <thread>
 
 #include <sys/stat.h>
 
 #include "base/ascii.h"
 #include "base/host_name.h"
+#include "base/uri.h"
 #include "base/utf.h"
+#include <kest/registry_truth.h>
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -34,6 +38,13 @@ std::string PlaceOf(const char16_t* key, const char16_t* name)
 }
 
 } // namespace
+
+void AddProblems(std::string& all, const std::string& more)
+{
+    if (!all.empty() && !more.empty())
+        all.push_back('\n');
+    all.append(more);
+}
 
 RegistryReader::RegistryReader(ITalpl& platform, const char16_t* key)
     : key_(key), open_(platform, key)
@@ -62,65 +73,70 @@ bool RegistryReader::Took(const char16_t* name, kest::ReadResult result, const c
 
 void RegistryReader::Refuse(const char16_t* name, const std::string& reason)
 {
-    if (problem_.empty())
-        problem_ =
-            PlaceOf(key_, name) + "'" + Narrowed(key_) + "' '" + Narrowed(name) + "': " + reason;
+    AddProblems(problem_, PlaceOf(key_, name) + "'" + Narrowed(key_) + "' '" + Narrowed(name) +
+                              "': " + reason);
 }
 
 bool RegistryReader::Has(const char16_t* name)
 {
-    return problem_.empty() && open_.Find(name) == kest::ReadResult::Read;
+    return open_.Find(name) == kest::ReadResult::Read;
 }
 
-void RegistryReader::Text(const char16_t* name, std::string& value)
+bool RegistryReader::Text(const char16_t* name, std::string& value)
 {
-    if (problem_.empty())
-        (void)Took(name, open_.Text(name, value), "expected a text");
+    return Took(name, open_.Text(name, value), "expected a text");
 }
 
-void RegistryReader::Texts(const char16_t* name, std::vector<std::string>& value)
+bool RegistryReader::Texts(const char16_t* name, std::vector<std::string>& value)
 {
-    if (problem_.empty())
-        (void)Took(name, open_.Texts(name, value), "expected a list of texts");
+    return Took(name, open_.Texts(name, value), "expected a list of texts");
 }
 
-void RegistryReader::Number(const char16_t* name, uint64_t& value)
+bool RegistryReader::Number(const char16_t* name, uint64_t& value)
 {
-    if (problem_.empty())
-        (void)Took(name, open_.Number(name, value), "expected a number");
+    uint64_t number = 0;
+    if (!Took(name, open_.Number(name, number), "expected a number"))
+        return false;
+    if (TolmRegistryIsTruth(key_, name)) {
+        Refuse(name, "expected a number, not true or false");
+        return false;
+    }
+    value = number;
+    return true;
 }
 
-void RegistryReader::Number(const char16_t* name, uint32_t& value, uint32_t least, uint32_t most)
+bool RegistryReader::Number(const char16_t* name, uint32_t& value, uint32_t least, uint32_t most)
 {
-    uint64_t number = value;
-    Number(name, number);
-    if (!problem_.empty())
-        return;
-    if (number < least || number > most)
-        return Refuse(name, "expected a number from " + std::to_string(least) + " to " +
-                                std::to_string(most) + ", not " + std::to_string(number));
+    uint64_t number = 0;
+    if (!Number(name, number))
+        return false;
+    if (number < least || number > most) {
+        Refuse(name, "expected a number from " + std::to_string(least) + " to " +
+                         std::to_string(most) + ", not " + std::to_string(number));
+        return false;
+    }
     value = static_cast<uint32_t>(number);
+    return true;
 }
 
-void RegistryReader::Flag(const char16_t* name, bool& value)
+bool RegistryReader::Flag(const char16_t* name, bool& value)
 {
-    if (problem_.empty())
-        (void)Took(name, open_.Flag(name, value), "expected true or false");
+    return Took(name, open_.Flag(name, value), "expected true or false");
 }
 
 void RegistryReader::AllTexts(std::vector<std::pair<std::string, std::string>>& values)
 {
     std::u16string name;
-    for (UINT32 index = 0; problem_.empty(); ++index) {
+    for (UINT32 index = 0;; ++index) {
         const kest::ReadResult found = open_.NameAt(index, name);
         if (found == kest::ReadResult::Missing)
             return;
         if (found != kest::ReadResult::Read) {
-            problem_ = "'" + Narrowed(key_) + "': a value cannot be read";
-            return;
+            return AddProblems(problem_, "'" + Narrowed(key_) + "': a value cannot be read");
         }
         std::string value;
-        Text(name.c_str(), value);
+        if (!Text(name.c_str(), value))
+            continue;
         const std::string narrow = Narrowed(name);
         const auto known = std::find_if(values.begin(), values.end(), [&](const auto& one) {
             return base::EqualsIgnoringCase(one.first, narrow);
@@ -136,23 +152,23 @@ namespace {
 
 void ReadAddresses(RegistryReader& in, const char16_t* name, std::vector<ListenAddress>& addresses)
 {
-    if (!in.Has(name))
-        return;
     std::vector<std::string> texts;
-    in.Texts(name, texts);
+    if (!in.Texts(name, texts))
+        return;
     addresses.clear();
     for (const std::string& text : texts) {
         ListenAddress address;
-        if (!ParseListenAddress(text, address))
+        if (ParseListenAddress(text, address))
+            addresses.push_back(std::move(address));
+        else
             in.Refuse(name, "expected ADDRESS:PORT with a numeric address, not '" + text + "'");
-        addresses.push_back(std::move(address));
     }
 }
 
 void ReadListen(RegistryReader& in, ServerSettings& server)
 {
     ReadAddresses(in, u"Listen", server.listen);
-    if (in.Problem().empty() && server.listen.empty())
+    if (server.listen.empty() && in.Problem().empty())
         in.Refuse(u"Listen", "expected at least one address");
     ReadAddresses(in, u"PROXY Protocol", server.proxyProtocol);
     for (const ListenAddress& address : server.proxyProtocol)
@@ -259,7 +275,9 @@ std::string ReadDirectory(ITalpl& platform, HostSettings& settings)
         in.Refuse(u"Start TLS", "an ldaps:// connection has TLS from its beginning");
     RegistryReader attributes(platform, kDirectoryAttributesKey);
     attributes.AllTexts(ldap.attributes);
-    return in.Problem().empty() ? attributes.Problem() : in.Problem();
+    std::string problems = in.Problem();
+    AddProblems(problems, attributes.Problem());
+    return problems;
 }
 
 // What else it may be is refused by CheckModule.
@@ -294,7 +312,9 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
     in.Number(u"Credential Cache", settings.auth.cacheEntries, 1, 1'000'000);
     in.Time(u"Credential Time", settings.auth.cacheTime, 1, 24 * 3600);
     in.Time(u"Guess Delay", settings.auth.guessDelay, 0, 24 * 3600);
-    return in.Problem().empty() ? ReadDirectory(platform, settings) : in.Problem();
+    std::string problems = in.Problem();
+    AddProblems(problems, ReadDirectory(platform, settings));
+    return problems;
 }
 
 namespace {
@@ -361,20 +381,46 @@ std::string CheckStore(ITalpl& platform)
     return in.Problem();
 }
 
+struct Volume {
+    std::u16string name;
+    std::string directory; // without symbolic links
+};
+
+// Two volumes with the same entries would each keep locks and properties of their own for them.
+void CheckApart(RegistryReader& in, const Volume& volume, const std::vector<Volume>& others)
+{
+    for (const Volume& other : others) {
+        const std::string name = "that of the volume '" + Narrowed(other.name) + "'";
+        if (volume.directory == other.directory)
+            in.Refuse(volume.name.c_str(), "its directory is " + name);
+        else if (base::IsUnder(volume.directory, other.directory) || other.directory == "/")
+            in.Refuse(volume.name.c_str(), "its directory lies in " + name);
+        else if (base::IsUnder(other.directory, volume.directory) || volume.directory == "/")
+            in.Refuse(volume.name.c_str(), "its directory holds " + name);
+    }
+}
+
 std::string CheckVolumes(ITalpl& platform)
 {
     RegistryReader in(platform, kVolumesKey);
     std::vector<std::pair<std::string, std::string>> volumes;
     in.AllTexts(volumes);
+    std::vector<Volume> seen;
     for (const auto& [name, directory] : volumes) {
         const std::u16string wide = base::ToUtf16(name).value_or(u"?");
         struct stat info {};
         if (name.find('/') != std::string::npos || name == "." || name == "..")
             in.Refuse(wide.c_str(), "a volume's name holds no '/' and is neither '.' nor '..'");
-        if (stat(directory.c_str(), &info) != 0)
+        std::error_code error;
+        const std::string real = std::filesystem::canonical(directory, error);
+        if (stat(directory.c_str(), &info) != 0) {
             in.Refuse(wide.c_str(), "'" + directory + "': " + std::strerror(errno));
-        else if (!S_ISDIR(info.st_mode))
+        } else if (!S_ISDIR(info.st_mode)) {
             in.Refuse(wide.c_str(), "'" + directory + "' is not a directory");
+        } else if (!error) {
+            CheckApart(in, {wide, real}, seen);
+            seen.push_back({wide, real});
+        }
     }
     return in.Problem();
 }
@@ -383,10 +429,10 @@ std::string CheckVolumes(ITalpl& platform)
 
 std::string CheckComponentSettings(ITalpl& platform)
 {
+    std::string problems;
     for (const auto check : {CheckModule, CheckStore, CheckVolumes})
-        if (std::string problem = check(platform); !problem.empty())
-            return problem;
-    return {};
+        AddProblems(problems, check(platform));
+    return problems;
 }
 
 } // namespace kestd

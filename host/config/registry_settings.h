@@ -27,19 +27,22 @@ inline constexpr const char16_t* kDirectoryAttributesKey =
     u"Kest\\Configuration\\Directory\\Attributes";
 inline constexpr const char16_t* kStoreKey = u"Kest\\Configuration\\FileStore";
 inline constexpr const char16_t* kVolumesKey = u"Kest\\Configuration\\FileStore\\Volumes";
+inline constexpr const char16_t* kProvidersKey = u"Kest\\Policies\\DAV Handlers\\Configured";
+inline constexpr const char16_t* kClassesKey = u"Tolm\\Classes";
 
-// Reads the values of one key. A missing key or value leaves the variable as it is. The first
-// problem is kept and ends all later reading.
+// Reads the values of one key. A missing key or value, and one that is wrong, leaves the variable
+// as it is. All problems are kept.
 class RegistryReader {
   public:
     // `key` is a full path; it need not exist.
     RegistryReader(ITalpl& platform, const char16_t* key);
 
-    void Text(const char16_t* name, std::string& value);
-    void Texts(const char16_t* name, std::vector<std::string>& value);
-    void Flag(const char16_t* name, bool& value); // true and false, or 1 and 0
-    void Number(const char16_t* name, uint32_t& value, uint32_t least, uint32_t most);
-    void Number(const char16_t* name, uint64_t& value);
+    // Each says whether it has read a value.
+    bool Text(const char16_t* name, std::string& value);
+    bool Texts(const char16_t* name, std::vector<std::string>& value);
+    bool Flag(const char16_t* name, bool& value); // true and false, or 1 and 0
+    bool Number(const char16_t* name, uint32_t& value, uint32_t least, uint32_t most);
+    bool Number(const char16_t* name, uint64_t& value);
     template <class Rep, class Period>
     void Time(const char16_t* name, std::chrono::duration<Rep, Period>& value, uint32_t least,
               uint32_t most) // in the variable's unit
@@ -54,6 +57,7 @@ class RegistryReader {
 
     // Adds a problem with a value that was read: "FILE:LINE: 'KEY' 'NAME': reason".
     void Refuse(const char16_t* name, const std::string& reason);
+    // All of them, a line each; empty for none.
     const std::string& Problem() const { return problem_; }
 
   private:
@@ -64,6 +68,9 @@ class RegistryReader {
     kest::RegistryKey open_;
     std::string problem_;
 };
+
+// Adds further problems to some, a line each.
+void AddProblems(std::string& all, const std::string& more);
 
 // All settings of the host.
 struct HostSettings {
@@ -78,7 +85,7 @@ struct HostSettings {
     LdapSettings ldap;
 };
 
-// Reads them; empty on success, else the first problem. `settings` holds the defaults on entry.
+// Reads them; empty on success, else all problems. `settings` holds the defaults on entry.
 std::string ReadHostSettings(ITalpl& platform, HostSettings& settings);
 
 // Looks at the settings of the WebDAV module and of the file store, which fall back to defaults in

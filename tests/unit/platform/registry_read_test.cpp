@@ -4,6 +4,8 @@
 #include <thread>
 #include <vector>
 
+#include <kest/registry_truth.h>
+
 #include "tests/unit/platform/support.h"
 
 namespace talpl_test {
@@ -306,6 +308,17 @@ TEST_F(RegistryRead, OverridesThatAreMalformedAreRefused)
     EXPECT_EQ(refused, TolmRegistrySetOverride(u"A", u"x", TALX_REG_SZ, u"ab", 5));
     EXPECT_EQ(refused, TolmRegistrySetOverride(u"A", u"x", TALX_REG_MULTI_SZ, u"ab", 6));
     EXPECT_EQ("no key", Query(u"A", u"x"));
+}
+
+TEST_F(RegistryRead, TruthIsToldFromNumbers)
+{
+    ASSERT_EQ("", Load("['A']\n'yes' = true\n'no' = false\n'one' = 1\n'text' = 'true'\n"));
+    EXPECT_EQ(TolmRegistryIsTruth(u"a", u"YES"), 1u);
+    EXPECT_EQ(TolmRegistryIsTruth(u"A", u"no"), 1u);
+    for (const char16_t* const name : {u"one", u"text", u"none"})
+        EXPECT_EQ(TolmRegistryIsTruth(u"A", name), 0u);
+    EXPECT_EQ(TolmRegistryIsTruth(u"B", u"yes"), 0u);
+    EXPECT_EQ(TolmRegistryIsTruth(nullptr, nullptr), 0u);
 }
 
 TEST_F(RegistryRead, WhereNamesFileAndLine)
