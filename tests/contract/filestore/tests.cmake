@@ -12,11 +12,13 @@ add_dependencies(filestore_contract_test filestore)
 
 # The module and the store in one process, over seams that fail.
 kest_test(filestore_faults_test SHARDS 4
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/faults_module.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
   LIBS kest_harness filestore_objects)
 
 # The same without the module, with memory that fails as well.
 kest_test(filestore_faults3_test SHARDS 4
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/faults3_test.cpp
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/faults_module.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/faults3_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/../truth/failing_memory.cpp
   LIBS kest_harness filestore_objects)

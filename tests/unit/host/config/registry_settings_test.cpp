@@ -30,6 +30,9 @@ class Settings : public testing::Test {
         TolmRegistryLoad(nullptr, nullptr, 0);
         unlink(file_.c_str());
     }
+    // What EveryValueIsTakenOver gives.
+    static void ExpectGivenLimits(const Limits& l);
+    static void ExpectGivenSessions(const HostSettings& s);
     // Loads the text as the server's key and reads the settings.
     std::string Read(const std::string& text, HostSettings& settings)
     {
@@ -103,7 +106,12 @@ TEST_F(Settings, EveryValueIsTakenOver)
     ASSERT_EQ(s.server.trustedProxies.size(), 3U);
     EXPECT_EQ(base::FormatIpAddress(s.server.trustedProxies[1].address), "10.0.0.0");
     EXPECT_EQ(s.server.proxyHeaders, ProxyHeaders::XForwarded);
-    const Limits& l = s.server.limits;
+    ExpectGivenLimits(s.server.limits);
+    ExpectGivenSessions(s);
+}
+
+void Settings::ExpectGivenLimits(const Limits& l)
+{
     EXPECT_EQ(l.connections, 1U);
     EXPECT_EQ(l.connectionsPerAddress, 106U);
     EXPECT_EQ(l.waitingRequests, 107U);
@@ -120,6 +128,10 @@ TEST_F(Settings, EveryValueIsTakenOver)
     EXPECT_EQ(l.sendStallTime.count(), 103);
     EXPECT_EQ(l.keepAliveTime.count(), 104);
     EXPECT_EQ(l.shutdownTime.count(), 105);
+}
+
+void Settings::ExpectGivenSessions(const HostSettings& s)
+{
     EXPECT_EQ(s.sessions.idleTime.count(), 60);
     EXPECT_EQ(s.sessions.sessions, 7U);
     EXPECT_EQ(s.sessions.cookieSessionsPerUser, 8U);
@@ -303,6 +315,26 @@ std::string SampleFile()
     return text;
 }
 
+void ExpectSame(const Limits& l, const Limits& d)
+{
+    EXPECT_EQ(l.connections, d.connections);
+    EXPECT_EQ(l.connectionsPerAddress, d.connectionsPerAddress);
+    EXPECT_EQ(l.waitingRequests, d.waitingRequests);
+    EXPECT_EQ(l.waitingPerAddress, d.waitingPerAddress);
+    EXPECT_EQ(l.leastRate, d.leastRate);
+    EXPECT_EQ(l.rateTime, d.rateTime);
+    EXPECT_EQ(l.workerThreads, d.workerThreads);
+    EXPECT_EQ(l.headBytes, d.headBytes);
+    EXPECT_EQ(l.targetBytes, d.targetBytes);
+    EXPECT_EQ(l.xmlBodyBytes, d.xmlBodyBytes);
+    EXPECT_EQ(l.bodyBytes, d.bodyBytes);
+    EXPECT_EQ(l.headTime, d.headTime);
+    EXPECT_EQ(l.bodyIdleTime, d.bodyIdleTime);
+    EXPECT_EQ(l.sendStallTime, d.sendStallTime);
+    EXPECT_EQ(l.keepAliveTime, d.keepAliveTime);
+    EXPECT_EQ(l.shutdownTime, d.shutdownTime);
+}
+
 TEST_F(Settings, ShippedFile_HoldsTheDefaults)
 {
     HostSettings defaults;
@@ -341,24 +373,7 @@ TEST_F(Settings, ShippedFile_HoldsTheDefaults)
     EXPECT_EQ(s.server.listen, defaults.server.listen);
     EXPECT_EQ(s.server.realm, defaults.server.realm);
     EXPECT_EQ(s.server.accessLog, defaults.server.accessLog);
-    const Limits& l = s.server.limits;
-    const Limits& d = defaults.server.limits;
-    EXPECT_EQ(l.connections, d.connections);
-    EXPECT_EQ(l.connectionsPerAddress, d.connectionsPerAddress);
-    EXPECT_EQ(l.waitingRequests, d.waitingRequests);
-    EXPECT_EQ(l.waitingPerAddress, d.waitingPerAddress);
-    EXPECT_EQ(l.leastRate, d.leastRate);
-    EXPECT_EQ(l.rateTime, d.rateTime);
-    EXPECT_EQ(l.workerThreads, d.workerThreads);
-    EXPECT_EQ(l.headBytes, d.headBytes);
-    EXPECT_EQ(l.targetBytes, d.targetBytes);
-    EXPECT_EQ(l.xmlBodyBytes, d.xmlBodyBytes);
-    EXPECT_EQ(l.bodyBytes, d.bodyBytes);
-    EXPECT_EQ(l.headTime, d.headTime);
-    EXPECT_EQ(l.bodyIdleTime, d.bodyIdleTime);
-    EXPECT_EQ(l.sendStallTime, d.sendStallTime);
-    EXPECT_EQ(l.keepAliveTime, d.keepAliveTime);
-    EXPECT_EQ(l.shutdownTime, d.shutdownTime);
+    ExpectSame(s.server.limits, defaults.server.limits);
     EXPECT_EQ(s.sessions.sessions, defaults.sessions.sessions);
     EXPECT_EQ(s.sessions.cookieSessionsPerUser, defaults.sessions.cookieSessionsPerUser);
     EXPECT_EQ(s.sessions.idleTime, defaults.sessions.idleTime);
