@@ -67,24 +67,24 @@ sockaddr_in Loopback(int port)
 // A port that was free a moment ago.
 int FreePort()
 {
-    const int subrequest = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = Loopback(0);
     socklen_t length = sizeof address;
     int port = 0;
-    if (bind(subrequest, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-        getsockname(subrequest, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+    if (bind(probe, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0)
         port = ntohs(address.sin_port);
-    close(subrequest);
+    close(probe);
     return port;
 }
 
 bool Answers(int port)
 {
-    const int subrequest = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_in address = Loopback(port);
     const bool answers =
-        connect(subrequest, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    close(subrequest);
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(probe);
     return answers;
 }
 
