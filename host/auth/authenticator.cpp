@@ -150,12 +150,6 @@ void Authenticator::SetUsers(UserMap users)
     }
 }
 
-bool Authenticator::HasUsers() const
-{
-    const std::lock_guard lock(mutex_);
-    return !users_->empty();
-}
-
 std::shared_ptr<const Principal> Authenticator::PrincipalOf(std::string_view name) const
 {
     std::shared_ptr<const User> user;

@@ -56,7 +56,6 @@ class Authenticator {
     // Takes over another set of users. Verified credentials of users whose record is not the same
     // any more are forgotten at once, those of checks that run now included.
     void SetUsers(UserMap users);
-    bool HasUsers() const;
     void SetLimits(const AuthLimits& limits);
     // The principal of a user as it is known now; null when there is none.
     std::shared_ptr<const Principal> PrincipalOf(std::string_view name) const;

@@ -41,7 +41,6 @@ class Setup {
     // Refuses what would let anybody in from another machine; empty when all is well.
     static std::string CheckAccessPolicy(const HostSettings& settings, const UserMap& users);
 
-    const std::string& ConfigFile() const { return config_; }
     const std::string& StateDirectory() const { return state_; }
     ITalpl& Platform() { return *platform_.Get(); }
 
