@@ -190,6 +190,20 @@ TEST_F(StandardPropFind, Include_AddsToAllProperties)
     EXPECT_THAT(text, Not(HasSubstr("404")));
 }
 
+TEST_F(StandardPropFind, Quota_IsToldOfOneCollectionWithoutABody)
+{
+    world["gen3"].quotaUsed = 5;
+    world["gen3"].quotaAvailable = 7;
+    const auto quota = HasSubstr("<D:quota-available-bytes>7</D:quota-available-bytes>"
+                                 "<D:quota-used-bytes>5</D:quota-used-bytes>");
+    EXPECT_THAT(Run(Find("/Ferro/gen3/c", "0", "")), quota);
+    for (const Request& request :
+         {Find("/Ferro/gen3/c", "0", "<D:propfind xmlns:D=\"DAV:\"><D:allprop/></D:propfind>"),
+          Find("/Ferro/gen3/c", "1", ""), Find("/Ferro/gen3/c", "", ""),
+          Find("/Ferro/gen3/f.txt", "0", "")})
+        EXPECT_THAT(Run(request), ::testing::Not(HasSubstr("quota")));
+}
+
 TEST_F(StandardPropFind, Preferences_LeaveOutWhatIsMissingAndTheRoot)
 {
     const std::string body = Prop("<p:getcontentlength/><p:unheard/>");
