@@ -9,6 +9,7 @@
 
 #include "standard/answer.h"
 #include "standard/number_text.h"
+#include "support/failure_report.h"
 #include "support/memory.h"
 #include "support/reply.h"
 
@@ -38,8 +39,10 @@ TALSTATUS Failures::OnFailure(UNICODE_STRING* path, TALSTATUS failure)
     if (count_ == kMost)
         return TAL_STATUS_SUCCESS;
     void* const memory = pITalpl->TalxAllocPagedMemory(UINT32{sizeof(Entry)} + path->Length);
-    if (!memory)
+    if (!memory) { // what stands in the way would be told in part
+        ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    }
     auto* const text = reinterpret_cast<WCHAR*>(static_cast<char*>(memory) + sizeof(Entry));
     if (path->Length != 0)
         std::memcpy(text, path->Buffer, path->Length);

@@ -68,7 +68,10 @@ TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     if (const TALSTATUS status = ReadPart(io, upload); Failed(status))
         return RefuseMapped(io, status);
     const TALSTATUS status = Run(session, url, io, upload);
-    return upload.isServed ? status : KestDavPut(session, url, io);
+    if (upload.isServed)
+        return status;
+    return upload.isPart ? Refuse(io, 400, TAL_STATUS_NOT_SUPPORTED) // only the third generation
+                         : KestDavPut(session, url, io);
 }
 
 TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)

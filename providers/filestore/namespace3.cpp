@@ -83,6 +83,39 @@ TALSTATUS CheckRoom(const Target& target, size_t ownerBytes, const UINT32* size)
                                                   : TAL_STATUS_SUCCESS;
 }
 
+// A lock that was made: taken back unless its token was told, since nobody else could give it up.
+class GrantedLock {
+  public:
+    GrantedLock(const Store& store, SCHANDLE session, const Target& target,
+                std::string_view token) noexcept
+        : store_(store), session_(session), target_(target), token_(token)
+    {
+    }
+    GrantedLock(const GrantedLock&) = delete;
+    GrantedLock& operator=(const GrantedLock&) = delete;
+    ~GrantedLock()
+    {
+        if (!isTold_)
+            (void)Protected([this] { return TakeBack(); }); // else it ends with its time
+    }
+    void Tell() noexcept { isTold_ = true; }
+
+  private:
+    TALSTATUS TakeBack() const
+    {
+        return RunGuarded(store_, session_, target_, nullptr, nullptr, [&](const Guard& guard) {
+            return WithReserve(store_, *target_.volume,
+                               [&] { return ReleaseLock(store_, guard, target_, token_); });
+        });
+    }
+
+    const Store& store_;
+    const SCHANDLE session_;
+    const Target& target_;
+    const std::string_view token_;
+    bool isTold_ = false;
+};
+
 } // namespace
 
 TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CHANGE* change) const
@@ -350,9 +383,15 @@ TALSTATUS NamespaceFace::Lock(SCHANDLE hSession, UNICODE_STRING* path,
                         return MakeLock(store_, guard, target, asked, &made, &isNew);
                     });
                 });
+        if (Failed(status))
+            return status;
+        GrantedLock granted(store_, hSession, target, made.token);
+        status = PackLock(made, *target.volume, store_.Now(), size, lock);
         if (!Failed(status))
-            status = PackLock(made, *target.volume, store_.Now(), size, lock);
-        return Failed(status) ? status : Describe(target, !isNew, change);
+            status = Describe(target, !isNew, change);
+        if (!Failed(status))
+            granted.Tell();
+        return status;
     });
 }
 

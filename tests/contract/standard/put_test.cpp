@@ -183,6 +183,16 @@ TEST_F(StandardPut, OfAnOlderProvider_IsAnsweredAsBefore)
     EXPECT_EQ(world["gen2"].Content("/gen2/f.txt"), "x");
 }
 
+// Its handler would take the part for the whole.
+TEST_F(StandardPut, OfAPartByAnOlderProvider_IsRefused)
+{
+    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/gen2/f.txt")
+                      .Header("Content-Range", "bytes 0-0/11")
+                      .Body({"x"})),
+              Refused("400"));
+    EXPECT_EQ(world["gen2"].Content("/gen2/f.txt"), "hello world");
+}
+
 // -- Parts.
 
 TEST_F(StandardPut, ContentRange_ReplacesAPartInOneStep)
