@@ -40,11 +40,11 @@ TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     bool isServed = true;
     const Kind kind = Look(session, url, isServed);
+    SetHeader(io, "MS-Author-Via", "DAV"); // Office saves nothing without it
     if (!isServed)
         return KestDavOptions(session, url, io);
     SetAllow(io, kind);
     SetHeader(io, "DAV", "1, 2, 3, extended-mkcol, sabredav-partialupdate");
-    SetHeader(io, "MS-Author-Via", "DAV"); // Office saves nothing without it
     SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
     return ReplyEmpty(io, 200, TAL_STATUS_SUCCESS);
 }

@@ -29,16 +29,7 @@ const std::string_view* Request::FindHeader(std::string_view name)
 
 void Request::SetHeader(std::string_view name, std::string_view value)
 {
-    Overrule(name, arena.Copy(value));
-}
-
-void Request::HideHeader(std::string_view name)
-{
-    Overrule(name, {});
-}
-
-void Request::Overrule(std::string_view name, std::string_view value)
-{
+    value = arena.Copy(value);
     for (Field& field : joined_) {
         if (base::EqualsIgnoringCase(field.name, name)) {
             field.value = value;

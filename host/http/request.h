@@ -44,14 +44,10 @@ struct Request {
     }
     // Gives a header another value for whoever looks it up from now on. Throws std::bad_alloc.
     void SetHeader(std::string_view name, std::string_view value);
-    // Likewise for a header that nobody shall find any more.
-    void HideHeader(std::string_view name);
 
     void Reset() noexcept; // as new, with the memory kept
 
   private:
-    void Overrule(std::string_view name, std::string_view value);
-
     std::vector<Field> joined_; // looked up before, or set; a value without text: hidden
 };
 

@@ -94,12 +94,6 @@ bool Response::AddLateHeader(std::string_view name, std::string_view value)
     return !headersSent_ && headers_.Set(*arena_, name, value);
 }
 
-void Response::ChangeStatus(int status) noexcept
-{
-    if (!headersSent_)
-        status_ = status;
-}
-
 bool Response::Begin(int status)
 {
     if (status_)

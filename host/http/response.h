@@ -55,11 +55,8 @@ class Response {
     bool Finish();
     // Another request must not follow, whatever the client wants.
     void Close() noexcept { terms_.mayKeepAlive = false; }
-    // For the host, until the head has left: one more header, another success, and what of the body
-    // is still here.
+    // For the host, until the head has left: one more header.
     bool AddLateHeader(std::string_view name, std::string_view value);
-    void ChangeStatus(int status) noexcept;
-    std::string_view Gathered() const noexcept { return gathered_.View(); }
     bool IsBodyEmpty() const noexcept { return bodyBytes_ == 0; }
     uint64_t BodyBytes() const noexcept { return bodyBytes_; }
     bool IsBroken() const noexcept { return isBroken_; }

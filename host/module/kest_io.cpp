@@ -160,7 +160,7 @@ TALSTATUS KestIo::GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination)
     return Guarded([&] {
         if (!destination_.Buffer)
             destination_ = MakeWide(request_.arena, exchange_.copyMove.destination, 1);
-        *overwrite = exchange_.copyMove.overwrites;
+        *overwrite = exchange_.copyMove.mayOverwrite;
         *destination = &destination_;
         return TAL_STATUS_SUCCESS;
     });
@@ -272,15 +272,8 @@ TALSTATUS KestIo::PutString(char* text)
 TALSTATUS KestIo::SendHeader(HTTPSTATUS status)
 {
     return Guarded([&] {
-        switch (exchange_.pipeline->BeginReply(exchange_, status)) {
-        case Pipeline::Begun::Yes:
-            return TAL_STATUS_SUCCESS;
-        case Pipeline::Begun::AskAgain:
-            return Failure(kCodeUnsuccessful);
-        case Pipeline::Begun::Before:
-            break;
-        }
-        return Failure(kCodeInvalidRequest);
+        return exchange_.pipeline->BeginReply(exchange_, status) ? TAL_STATUS_SUCCESS
+                                                                 : Failure(kCodeInvalidRequest);
     });
 }
 
@@ -292,7 +285,7 @@ KEST_CONDITIONS KestIo::Conditions() const noexcept
         return STRING{size, size, const_cast<char*>(value.data())}; // only read
     };
     return {text(exchange_.conditions.match), text(exchange_.conditions.noneMatch),
-            exchange_.conditions.unmodifiedSince, exchange_.copyMove.allowsOverwrite};
+            exchange_.conditions.unmodifiedSince, exchange_.copyMove.mayOverwrite};
 }
 
 TALSTATUS KestIo::SetRequestHeader(char* name, UINT32 length, char* value)

@@ -17,13 +17,10 @@ void ModuleHandler::Handle(Exchange& exchange)
                                  exchange.request.method); // the reply says it all
 }
 
-SubrequestResult ModuleHandler::Subrequest(Exchange& behind, std::string_view path, UINT32 method,
-                                           std::string lockToken)
+void ModuleHandler::Unlock(Exchange& behind, std::string token)
 {
-    kestd::Subrequest request(behind, path, method);
-    request.SetLockToken(std::move(lockToken));
+    Subrequest request(behind, KestMethodUnlock, std::move(token));
     request.Run(module_);
-    return {request.Status(), request.LastModified()};
 }
 
 } // namespace kestd

@@ -13,8 +13,7 @@ class ModuleHandler final : public RequestHandler {
     explicit ModuleHandler(IKestReq_2& module) : module_(module) {} // outlives the handler
 
     void Handle(Exchange& exchange) override;
-    SubrequestResult Subrequest(Exchange& behind, std::string_view path, UINT32 method,
-                                std::string lockToken) override;
+    void Unlock(Exchange& behind, std::string token) override;
 
   private:
     IKestReq_2& module_;

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// IKestIO_5 of a request in memory: a path and a method, of the reply the status.
+// IKestIO_5 of a request in memory: a path, a method and a token.
 #include "host/module/subrequest.h"
+
+#include <utility>
 
 #include <kest/identifiers.h>
 #include <kest/status.h>
 
 #include "base/ascii.h"
-#include "base/percent.h"
 #include "base/utf.h"
 
 namespace kestd {
@@ -32,18 +33,16 @@ template <class T, class U> TALSTATUS Give(T* out, U value) noexcept
 
 } // namespace
 
-Subrequest::Subrequest(Exchange& behind, std::string_view path, UINT32 method)
-    : behind_(behind), behindIo_(behind), method_(method), escaped_(base::PercentEncode(path))
+Subrequest::Subrequest(Exchange& behind, UINT32 method, std::string lockToken)
+    : behind_(behind), behindIo_(behind), method_(method), lockToken_(std::move(lockToken))
 {
-    if (!base::AppendUtf16(path, path_))
+    if (!base::AppendUtf16(behind.request.target.path, path_))
         path_.clear(); // cannot happen: the path was decoded from valid text
     const size_t units = path_.size();
     path_.resize(units + kSpareUnits);
     url_ = {static_cast<UINT16>(units * sizeof(WCHAR)),
             static_cast<UINT16>(path_.size() * sizeof(WCHAR)), path_.data()};
     arguments_ = {0, 0, &noArguments_};
-    rawUrl_ = {static_cast<UINT16>(escaped_.size()), static_cast<UINT16>(escaped_.size()),
-               escaped_.data()};
 }
 
 void Subrequest::Run(IKestReq_2& module)
@@ -86,7 +85,7 @@ TALSTATUS Subrequest::GetMoveInfo(BOOLEAN*, UNICODE_STRING**)
 
 TALSTATUS Subrequest::GetRawUrl(STRING** url)
 {
-    return Give(url, &rawUrl_);
+    return behindIo_.GetRawUrl(url);
 }
 
 TALSTATUS Subrequest::GetRemoteAddress(UNICODE_STRING* address)
@@ -155,17 +154,9 @@ TALSTATUS Subrequest::PutString(char*)
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS Subrequest::SendHeader(HTTPSTATUS status)
+TALSTATUS Subrequest::SendHeader(HTTPSTATUS)
 {
-    if (status_)
-        return Failure(kCodeInvalidRequest);
-    status_ = status;
-    return TAL_STATUS_SUCCESS;
-}
-
-void Subrequest::ReportFailure(TALSTATUS failure) noexcept
-{
-    behind_.ReportFailure(failure);
+    return std::exchange(hasBegun_, true) ? Failure(kCodeInvalidRequest) : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Subrequest::SetRequestHeader(char*, UINT32, char*)
@@ -175,18 +166,9 @@ TALSTATUS Subrequest::SetRequestHeader(char*, UINT32, char*)
 
 TALSTATUS Subrequest::SetReplyHeader(char* name, UINT32 length, char* value)
 {
-    if (status_)
+    if (hasBegun_)
         return Failure(kCodeInvalidRequest);
-    if (!name || (length && !value))
-        return Failure(kCodeInvalidParameter);
-    try {
-        if (base::EqualsIgnoringCase(name, "Last-Modified"))
-            lastModified_.assign(value, length);
-        return TAL_STATUS_SUCCESS;
-    } catch (const std::bad_alloc&) {
-        ReportFailure(Failure(kCodeInsufficientResources));
-        return Failure(kCodeInsufficientResources);
-    }
+    return !name || (length && !value) ? Failure(kCodeInvalidParameter) : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Subrequest::Working()

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "host/module/call_context.h"
 #include "host/module/kest_io.h"
@@ -14,24 +13,18 @@
 
 namespace kestd {
 
-// A request without headers and body, on behalf of another one; of the reply only the status and
-// the date are kept.
+// A request with no header but "Lock-Token" and without a body, on behalf of another one and for
+// its path. Of the reply nothing is kept.
 class Subrequest final : public IKestIO_5, public RunningCall {
   public:
-    // `path` is unescaped and begins with the location. Throws std::bad_alloc.
-    Subrequest(Exchange& behind, std::string_view path, UINT32 method);
+    // Throws std::bad_alloc.
+    Subrequest(Exchange& behind, UINT32 method, std::string lockToken);
     ~Subrequest() = default;
     Subrequest(const Subrequest&) = delete;
     Subrequest& operator=(const Subrequest&) = delete;
 
-    // The one header that a request of this kind can have.
-    void SetLockToken(std::string value) { lockToken_ = std::move(value); }
     // Has the module answer, in the session of the request behind.
     void Run(IKestReq_2& module);
-    // 0 when the handler sent none. A failure that a component reports is the request's: then this
-    // tells nothing.
-    int Status() const noexcept { return status_; }
-    const std::string& LastModified() const noexcept { return lastModified_; } // empty: untold
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override;
     UINT32 AddRef() override { return ++references_; }
@@ -66,15 +59,10 @@ class Subrequest final : public IKestIO_5, public RunningCall {
     BOOLEAN IsSecure() override;
 
     IKestIO_5* Request() noexcept override { return this; }
-    // As PROPFIND it asks for what bears the literal name: a HEAD may be answered for a page's link
-    // that escapes a name once too often.
-    UINT32 Method() const noexcept override
-    {
-        return method_ == KestMethodHead ? UINT32{KestMethodPropFind} : method_;
-    }
+    UINT32 Method() const noexcept override { return method_; }
     KEST_CONDITIONS Conditions() const noexcept override { return {}; }
     bool HasBodyArrived() const noexcept override { return true; }
-    void ReportFailure(TALSTATUS failure) noexcept override;
+    void ReportFailure(TALSTATUS) noexcept override {} // the reply that it would change has left
     bool IsCancelled() noexcept override;
 
   private:
@@ -82,15 +70,12 @@ class Subrequest final : public IKestIO_5, public RunningCall {
     KestIo behindIo_; // answers for what both have in common
     const UINT32 method_;
     UINT32 references_ = 1;
-    int status_ = 0;
+    bool hasBegun_ = false;
     Arena arena_;
-    std::string escaped_;
     std::string lockToken_;
-    std::string lastModified_;
     std::u16string path_; // with spare room behind
     UINT8 noHeaders_ = 0;
     WCHAR noArguments_ = 0;
-    STRING rawUrl_{};
     UNICODE_STRING url_{};
     UNICODE_STRING arguments_{};
 };

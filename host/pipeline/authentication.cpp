@@ -46,20 +46,19 @@ Decision Authentication::OnRequest(Exchange& exchange) const
     return Decision::GoOn();
 }
 
-bool Authentication::OnReplyHead(Exchange& exchange, int&) const
+void Authentication::OnReplyHead(Exchange& exchange, int) const
 {
     if (exchange.auth.setCookie.empty())
-        return true;
+        return;
     const std::string_view* cookie = exchange.response.FindHeader("Set-Cookie");
     if (!cookie)
-        return true;
+        return;
     std::string value(*cookie);
     if (value.find("; HttpOnly") == std::string::npos)
         value.append("; HttpOnly");
     if (exchange.request.isSecure && value.find("; Secure") == std::string::npos)
         value.append("; Secure");
     exchange.response.SetHeader("Set-Cookie", value);
-    return true;
 }
 
 } // namespace kestd

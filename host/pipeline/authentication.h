@@ -16,7 +16,7 @@ class Authentication final : public Stage {
     Decision OnRequest(Exchange& exchange) const override;
     // The session's cookie is of no use to scripts. The module says so on its pages; elsewhere
     // nobody has.
-    bool OnReplyHead(Exchange& exchange, int& status) const override;
+    void OnReplyHead(Exchange& exchange, int status) const override;
 
   private:
     AccessControl& accessControl_;

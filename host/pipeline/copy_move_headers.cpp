@@ -89,7 +89,7 @@ int ReadOverwriteAndDepth(Request& request, CopyMoveTarget& target)
     const std::string_view* overwrite = request.FindHeader("Overwrite");
     if (overwrite && *overwrite != "T" && *overwrite != "F")
         return 400;
-    target.allowsOverwrite = target.overwrites = !overwrite || *overwrite == "T";
+    target.mayOverwrite = !overwrite || *overwrite == "T";
     const std::string_view* depth = request.FindHeader("Depth");
     if (!depth || base::EqualsIgnoringCase(*depth, "infinity"))
         target.depth = -1;

@@ -47,8 +47,6 @@ void Exchange::Reset() noexcept
     if (request.method == KestMethodCopy || request.method == KestMethodMove)
         copyMove = {}; // nobody else has touched it
     conditions = {};
-    isKnownNew = mustAskAgain_ = false;
-    range.Reset();
     lockReply.Reset();
     failure_ = 0;
     errorPageStatus_ = 0;

@@ -16,7 +16,6 @@
 #include "host/http/response.h"
 #include "host/pipeline/access_control.h"
 #include "host/pipeline/lock_reply.h"
-#include "host/pipeline/range_request.h"
 
 namespace kestd {
 
@@ -26,9 +25,7 @@ struct EffectiveSettings;
 // COPY's and MOVE's headers (RFC 4918 sections 10.2, 10.3 and 10.6) in the forms that the module
 // takes.
 struct CopyMoveTarget {
-    bool allowsOverwrite = false; // what the client wants
-    bool overwrites = false;      // what the module is told
-    int rounds = 0;               // for which the destination has changed under the module's hands
+    bool mayOverwrite = false;
     INT32 depth = -1;
     std::string path;           // of the destination, decoded
     std::u16string destination; // as GetCopyInfo or GetMoveInfo hands it out
@@ -89,15 +86,11 @@ class Exchange {
     SessionHold session;
     CopyMoveTarget copyMove;
     Conditions conditions;
-    bool isKnownNew = false; // nothing was there when the client's conditions were judged
-    RangeRequest range;      // of a GET
-    LockReply lockReply;     // of a LOCK
+    LockReply lockReply; // of a LOCK
 
     // A component has failed. The first failure counts, but a fault of the system comes before a
     // refusal.
     void ReportFailure(TALSTATUS failure) noexcept;
-    // Whether a failure was reported, so that nothing that the handler says can be taken for true.
-    bool HasFailed() const noexcept { return failure_ != 0; }
     // What the handler says gives way to a failure that was reported: it may have taken for missing
     // what could not be looked at, and have left it out. While nothing has left, another reply
     // takes the place of its own; from then on the message is cut, so that nobody takes it for
@@ -115,18 +108,12 @@ class Exchange {
             ReplaceByErrorPage();
     }
 
-    // The handler is asked once more, as if it had not run; what it still says is dropped.
-    void AskAgain() noexcept { mustAskAgain_ = true; }
-    bool MustAskAgain() const noexcept { return mustAskAgain_; }
-    bool TakeAskAgain() noexcept { return std::exchange(mustAskAgain_, false); }
-
   private:
     void ReplaceOrCut();
     void ReplyWithFailure(int status);
     void ReplaceByErrorPage();
 
-    TALSTATUS failure_ = 0; // 0 is none
-    bool mustAskAgain_ = false;
+    TALSTATUS failure_ = 0;   // 0 is none
     int errorPageStatus_ = 0; // 0: there is none
     std::string_view errorPage_;
 };

@@ -8,16 +8,15 @@
 
 namespace kestd {
 
-bool GrantedLocks::OnReplyHead(Exchange& exchange, int& status) const
+void GrantedLocks::OnReplyHead(Exchange& exchange, int status) const
 {
-    exchange.lockReply.NoteStatus(status);
-    return true;
+    const std::string_view* token = exchange.response.FindHeader("Lock-Token");
+    exchange.lockReply.NoteHead(status, token ? *token : std::string_view());
 }
 
-std::string_view GrantedLocks::OnReplyBody(Exchange& exchange, std::string_view piece, bool&) const
+void GrantedLocks::OnReplyBody(Exchange& exchange, std::string_view piece) const
 {
     exchange.lockReply.NoteBody(piece);
-    return piece;
 }
 
 void GrantedLocks::OnReplySent(Exchange& exchange) const noexcept
@@ -25,14 +24,14 @@ void GrantedLocks::OnReplySent(Exchange& exchange) const noexcept
     const Response& response = exchange.response;
     const bool isRefresh = exchange.body.BytesRead() == 0;
     const bool isHeard = response.Status() < 300 && !response.IsBroken();
-    if (exchange.lockReply.Status() != 200 || isRefresh || isHeard)
+    const int granted = exchange.lockReply.Status();
+    if ((granted != 200 && granted != 201) || isRefresh || isHeard)
         return;
-    const std::string_view token = FindLockToken(exchange.lockReply.Tail());
+    const std::string_view token = exchange.lockReply.Token();
     if (token.empty())
         return;
     try {
-        (void)handler_.Subrequest(exchange, exchange.request.target.path, KestMethodUnlock,
-                                  "<" + std::string(token) + ">");
+        handler_.Unlock(exchange, "<" + std::string(token) + ">");
     } catch (const std::bad_alloc&) { // it ends with its time
     }
 }

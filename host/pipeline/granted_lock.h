@@ -13,9 +13,8 @@ class GrantedLocks final : public Stage {
   public:
     explicit GrantedLocks(RequestHandler& handler) : handler_(handler) {}
     // Take note of what the module says.
-    bool OnReplyHead(Exchange& exchange, int& status) const override;
-    std::string_view OnReplyBody(Exchange& exchange, std::string_view piece,
-                                 bool& isOver) const override;
+    void OnReplyHead(Exchange& exchange, int status) const override;
+    void OnReplyBody(Exchange& exchange, std::string_view piece) const override;
     // Gives the lock up with an UNLOCK, if the client was told of a failure instead, or the reply
     // could not be sent.
     void OnReplySent(Exchange& exchange) const noexcept override;

@@ -8,14 +8,12 @@
 #include "host/http/short_reply.h"
 #include "host/pipeline/authentication.h"
 #include "host/pipeline/body_limits.h"
-#include "host/pipeline/client_compatibility.h"
-#include "host/pipeline/conditional_requests.h"
+#include "host/pipeline/condition_headers.h"
 #include "host/pipeline/copy_move_headers.h"
 #include "host/pipeline/csrf.h"
 #include "host/pipeline/granted_lock.h"
 #include "host/pipeline/host_check.h"
-#include "host/pipeline/overwrite_resolution.h"
-#include "host/pipeline/range_requests.h"
+#include "host/pipeline/partial_put.h"
 #include "host/pipeline/router.h"
 #include "host/pipeline/security_headers.h"
 
@@ -28,6 +26,16 @@ using Methods = uint32_t; // a bit for each number of a method
 template <class... Number> constexpr Methods Of(Number... number) noexcept
 {
     return ((Methods{1} << number) | ...);
+}
+
+// The dialects in which a stage stands. The classic one gets what protects the host and the data,
+// and nothing that would change what the module says or is asked for.
+enum class Speakers { Both, Classic, Standard };
+
+constexpr bool Stands(Speakers speakers, Dialect dialect) noexcept
+{
+    return speakers == Speakers::Both ||
+           (speakers == Speakers::Classic) == (dialect == Dialect::Classic);
 }
 
 constexpr Methods kAll = ~Methods{0};
@@ -44,8 +52,7 @@ constexpr size_t kBlock = 4096;
 struct Pipeline::AllStages {
     AllStages(AccessControl& accessControl, RequestHandler& handler, const std::string& location)
         : securityHeaders(location), hostCheck(accessControl), router(location),
-          authentication(accessControl), copyMoveHeaders(location), conditionalRequests(handler),
-          overwriteResolution(handler), grantedLocks(handler)
+          authentication(accessControl), copyMoveHeaders(location), grantedLocks(handler)
     {
     }
 
@@ -53,16 +60,12 @@ struct Pipeline::AllStages {
     const HostCheck hostCheck;
     const Router router;
     const Authentication authentication;
-    const AuthoringHeader authoringHeader;
     const Csrf csrf;
     const StoredScripts storedScripts;
-    const ClientCompatibility clientCompatibility;
-    const RangeRequests rangeRequests;
+    const PartialPut partialPut;
     const CopyMoveHeaders copyMoveHeaders;
     const BodyLimits bodyLimits;
     const ConditionHeaders conditionHeaders;
-    const ConditionalRequests conditionalRequests;
-    const OverwriteResolution overwriteResolution;
     const GrantedLocks grantedLocks;
 };
 
@@ -71,7 +74,7 @@ struct Pipeline::Row {
     const Stage& stage;
     unsigned hooks;
     Methods methods;
-    bool isClassicOnly; // the standard dialect's handlers do it themselves
+    Speakers speakers;
 };
 
 Pipeline::Pipeline(Dialect dialect, AccessControl& accessControl, RequestHandler& handler,
@@ -85,26 +88,22 @@ Pipeline::Pipeline(Dialect dialect, AccessControl& accessControl, RequestHandler
     // last to the first.
     const Row order[] = {
         // clang-format off
-        {"security_headers", all.securityHeaders, at(kReplyHead), Of(KestMethodGet, KestMethodPost), false},
-        {"host_check", all.hostCheck, at(kRequest), kAll, false},
-        {"router", all.router, at(kRequest), kAll, false},
-        {"authentication", all.authentication, at(kRequest, kReplyHead), kAll, false},
-        {"authoring_header", all.authoringHeader, at(kRequest), Of(KestMethodOptions), false},
-        {"csrf", all.csrf, at(kRequest), Of(KestMethodPost), false},
-        {"stored_scripts", all.storedScripts, at(kRequest), Of(KestMethodGet), false},
-        {"client_compatibility", all.clientCompatibility, at(kReplyEnd), kCopyMove | Of(KestMethodLock), true},
-        {"range_requests", all.rangeRequests, at(kRequest, kReplyHead, kReplyBody), Of(KestMethodGet), true},
-        {"range_requests", all.rangeRequests, at(kRequest), Of(KestMethodPut), true},
-        {"copy_move_headers", all.copyMoveHeaders, at(kRequest), kCopyMove, false},
-        {"body_limits", all.bodyLimits, at(kRequest, kReplyEnd), kAll, false},
-        {"condition_headers", all.conditionHeaders, at(kBody), kChanging, false},
-        {"conditional_requests", all.conditionalRequests, at(kBody), kChanging, true},
-        {"overwrite_resolution", all.overwriteResolution, at(kCall, kReplyHead), kCopyMove, true},
-        {"granted_lock", all.grantedLocks, at(kReplyHead, kReplyBody, kReplySent), Of(KestMethodLock), true},
+        {"security_headers", all.securityHeaders, at(kReplyHead), Of(KestMethodGet, KestMethodPost), Speakers::Both},
+        {"host_check", all.hostCheck, at(kRequest), kAll, Speakers::Both},
+        {"router", all.router, at(kRequest), kAll, Speakers::Both},
+        {"authentication", all.authentication, at(kRequest, kReplyHead), kAll, Speakers::Both},
+        {"csrf", all.csrf, at(kRequest), Of(KestMethodPost), Speakers::Both},
+        {"stored_scripts", all.storedScripts, at(kRequest), Of(KestMethodGet), Speakers::Both},
+        // The standard dialect's handlers store parts, or refuse them themselves.
+        {"partial_put", all.partialPut, at(kRequest), Of(KestMethodPut), Speakers::Classic},
+        {"copy_move_headers", all.copyMoveHeaders, at(kRequest), kCopyMove, Speakers::Both},
+        {"body_limits", all.bodyLimits, at(kRequest, kReplyEnd), kAll, Speakers::Both},
+        {"condition_headers", all.conditionHeaders, at(kBody), kChanging, Speakers::Standard},
+        {"granted_lock", all.grantedLocks, at(kReplyHead, kReplyBody, kReplySent), Of(KestMethodLock), Speakers::Both},
         // clang-format on
     };
     for (const Row& row : order)
-        if (dialect == Dialect::Classic || !row.isClassicOnly)
+        if (Stands(row.speakers, dialect))
             Place(row);
 }
 
@@ -148,40 +147,29 @@ void Pipeline::Call(Exchange& exchange) const
             SendError(exchange.response, status);
         return;
     }
-    do {
-        for (const Stage* stage : StagesOf(exchange, kCall))
-            stage->OnCall(exchange);
-        if (exchange.HasFailed()) // what there is could not be looked at
-            return;
-        handler_.Handle(exchange);
-    } while (exchange.TakeAskAgain());
+    handler_.Handle(exchange);
 }
 
-Pipeline::Begun Pipeline::BeginReply(Exchange& exchange, int status) const
+bool Pipeline::BeginReply(Exchange& exchange, int status) const
 {
     if (exchange.response.HasBegun())
-        return Begun::Before;
-    for (const Stage* stage : StagesOf(exchange, kReplyHead)) {
-        if (!stage->OnReplyHead(exchange, status)) {
-            exchange.AskAgain();
-            return Begun::AskAgain;
-        }
-    }
+        return false;
+    for (const Stage* stage : StagesOf(exchange, kReplyHead))
+        stage->OnReplyHead(exchange, status);
     exchange.response.Begin(status);
     exchange.ApplyReportedFailure();
-    return Begun::Yes;
+    return true;
 }
 
 bool Pipeline::WriteReply(Exchange& exchange, std::string_view piece) const
 {
-    // A block of content may be dropped unsent, up to the range that is asked for.
-    if (exchange.MustAskAgain() || (piece.size() >= kBlock && exchange.response.HasClientLeft()))
+    // Of a reply that was replaced nothing is sent, so that only a look tells who has left.
+    if (piece.size() >= kBlock && exchange.response.HasClientLeft())
         return false;
-    bool isOver = false;
     for (const Stage* stage : StagesOf(exchange, kReplyBody))
-        piece = stage->OnReplyBody(exchange, piece, isOver);
+        stage->OnReplyBody(exchange, piece);
     exchange.ApplyReportedFailure();
-    return exchange.response.Append(piece.data(), piece.size()) && !isOver;
+    return exchange.response.Append(piece.data(), piece.size());
 }
 
 bool Pipeline::Finish(Exchange& exchange) const

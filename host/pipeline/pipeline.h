@@ -39,17 +39,15 @@ class Pipeline {
     bool Finish(Exchange& exchange) const;
 
     // For the handler; all throw std::bad_alloc.
-    enum class Begun { Yes, AskAgain, Before };
-    // Ends the head of the reply. AskAgain: nothing is sent, and the handler will be asked again.
-    // Before: the head has ended before.
-    Begun BeginReply(Exchange& exchange, int status) const;
-    // Sends a piece of the body. False when nothing more is wanted or nobody takes it.
+    // Ends the head of the reply. False when it has ended before.
+    bool BeginReply(Exchange& exchange, int status) const;
+    // Sends a piece of the body. False when nobody takes it.
     bool WriteReply(Exchange& exchange, std::string_view piece) const;
 
   private:
     struct AllStages;
     struct Row;
-    enum Hook : unsigned { kRequest, kBody, kCall, kReplyHead, kReplyBody, kReplyEnd, kReplySent };
+    enum Hook : unsigned { kRequest, kBody, kReplyHead, kReplyBody, kReplyEnd, kReplySent };
     static constexpr size_t kHooks = kReplySent + 1;
     static constexpr size_t kMethods = 32; // more than there are
     using Run = std::vector<const Stage*>;

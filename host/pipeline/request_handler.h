@@ -4,17 +4,10 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "host/pipeline/exchange.h"
 
 namespace kestd {
-
-// What a subrequest was answered.
-struct SubrequestResult {
-    int status = 0;           // 0: the handler sent none
-    std::string lastModified; // "Last-Modified"; empty: not told
-};
 
 class RequestHandler {
   public:
@@ -22,12 +15,10 @@ class RequestHandler {
 
     // Answers through the exchange, on a fiber.
     virtual void Handle(Exchange& exchange) = 0;
-    // Answers a request without headers (but "Lock-Token", unless `lockToken` is empty) and body,
-    // in memory, on behalf of another one and in its session. `path` is unescaped and begins with
-    // the location. A failure that a component reports is that of `behind`; then the result tells
-    // nothing. Throws std::bad_alloc.
-    virtual SubrequestResult Subrequest(Exchange& behind, std::string_view path, UINT32 method,
-                                        std::string lockToken) = 0;
+    // Gives up the lock on the path of a request that has been answered, in its session. `token`
+    // is what "Lock-Token" of such a request would say. Nobody hears of a failure. Throws
+    // std::bad_alloc.
+    virtual void Unlock(Exchange& behind, std::string token) = 0;
 };
 
 } // namespace kestd

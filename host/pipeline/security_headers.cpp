@@ -105,7 +105,7 @@ SecurityHeaders::SecurityHeaders(const std::string& location)
 {
 }
 
-bool SecurityHeaders::OnReplyHead(Exchange& exchange, int&) const
+void SecurityHeaders::OnReplyHead(Exchange& exchange, int) const
 {
     Request& request = exchange.request;
     Response& response = exchange.response;
@@ -116,16 +116,15 @@ bool SecurityHeaders::OnReplyHead(Exchange& exchange, int&) const
         if (!type || !IsType(*type, "application/pdf"))
             response.SetHeader("Content-Security-Policy",
                                type && IsMedia(*type) ? kMediaPolicy : kFilePolicy);
-        return true;
+        return;
     }
     if (!type || !IsType(*type, "text/html"))
-        return true;
+        return;
     const bool isData = request.target.rawPath.find("/.index_xml") != std::string::npos;
     response.SetHeader("Content-Security-Policy",
                        isData ? kDataPolicy : PagePolicy(request, wharf_));
     response.SetHeader("X-Frame-Options", "SAMEORIGIN");
     response.SetHeader("Referrer-Policy", "same-origin");
-    return true;
 }
 
 } // namespace kestd

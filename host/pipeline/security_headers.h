@@ -16,7 +16,7 @@ class SecurityHeaders final : public Stage {
   public:
     // `location` is the handler's path; pages find scripts and styles beside it.
     explicit SecurityHeaders(const std::string& location);
-    bool OnReplyHead(Exchange& exchange, int& status) const override;
+    void OnReplyHead(Exchange& exchange, int status) const override;
 
   private:
     const std::string wharf_; // escaped for a policy

@@ -35,19 +35,12 @@ class Stage {
 
     // The head has been read.
     virtual Decision OnRequest(Exchange&) const { return Decision::GoOn(); }
-    // The body, or its beginning, is here.
+    // The body, or its beginning, is here, and the handler about to be asked.
     virtual Decision OnBody(Exchange&) const { return Decision::GoOn(); }
-    // The handler is about to be asked; it may be asked more than once.
-    virtual void OnCall(Exchange&) const {}
-    // The handler ends the head of its reply, with a status that may be replaced by another. False
-    // when nothing shall be sent and the handler be asked again.
-    virtual bool OnReplyHead(Exchange&, int&) const { return true; }
-    // The handler sends a piece of the body: what of it is to leave. `isOver` is set when nothing
-    // that follows is wanted.
-    virtual std::string_view OnReplyBody(Exchange&, std::string_view piece, bool&) const
-    {
-        return piece;
-    }
+    // The handler ends the head of its reply, with this status.
+    virtual void OnReplyHead(Exchange&, int) const {}
+    // The handler sends a piece of the body.
+    virtual void OnReplyBody(Exchange&, std::string_view) const {}
     // The reply is complete, whoever made it. Its head may not have left.
     virtual void OnReplyEnd(Exchange&) const {}
     // The reply has left, or could not.

@@ -20,7 +20,8 @@ def named(*names):
 
 
 def well_formed(body):
-    """Parses without namespaces: a reply may echo a prefix that only the request declared."""
+    """Parses without namespaces, for the classic dialect's reply to PROPPATCH: it echoes a prefix
+    that only the request declared."""
     parser = xml.parsers.expat.ParserCreate()
     parser.Parse(body, True)
 
@@ -32,6 +33,8 @@ class Entry:
         href = element.find(D + "href")
         self.href = None if href is None else href.text
         self.path = None if href is None else plain_path(href.text)
+        whole = element.find(D + "status")  # of the entry, where it has no properties
+        self.status = None if whole is None else int(whole.text.split()[1])
         self.found = {}
         self.missing = {}
         for propstat in element.findall(D + "propstat"):
@@ -91,8 +94,10 @@ def proppatch(server, path, sets=(), removes=(), headers=None):
     text.append("</D:propertyupdate>")
     given = {"Content-Type": "text/xml; charset=utf-8", **(headers or {})}
     reply = server.request("PROPPATCH", path, "".join(text).encode(), given)
-    if reply.status == 207:
+    if reply.status == 207 and server.dialect == "classic":
         well_formed(reply.body)
+    elif reply.status == 207:
+        reply.entries = multistatus(reply.body)
     return reply
 
 
@@ -129,12 +134,14 @@ class Lock:
 
 
 def lock(server, path, timeout="Second-600", owner="someone", scope="exclusive", **headers):
-    """The reply; its .lock is the one described, on 423 that of the other holder."""
+    """The reply; its .lock is the one described, on 423 of the classic dialect the other
+    holder's."""
     reply = server.request("LOCK", path, lock_body(owner, scope),
                            {"Timeout": timeout, "Depth": "0", "Content-Type": "text/xml",
                             **headers})
     reply.lock = None
-    if reply.status in (200, 201, 423) and reply.body:
+    describes = reply.status in (200, 201) or b"lockdiscovery" in reply.body
+    if describes and reply.status != 207:
         try:
             reply.lock = Lock(reply.body)
         except ElementTree.ParseError:

@@ -15,6 +15,7 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -26,7 +27,7 @@ from trees import HOSTILE_NAMES, SCRATCH, Tree, pattern  # noqa: F401  (cases ta
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 KESTD = os.path.join(ROOT, "build", "release", "bin", "kestd")
 LOCATION = "/Ferro"
-DIALECT = "classic"  # of servers whose case chooses none; None: what the server chooses
+DIALECT = "standard"  # of servers whose case chooses none; None: what the server chooses
 
 # How long anything may take that is not a figure under test. Generous: the machine may be busy.
 PATIENCE = 120
@@ -106,6 +107,9 @@ class TestServer:
         self.settings = settings
         self.env = dict(os.environ, **(env or {}))
         self.wrapper = list(wrapper)
+        self.dialect = DIALECT or "standard"
+        if "--dialect" in self.options:
+            self.dialect = self.options[self.options.index("--dialect") + 1]
         self.process = None
         self.port = 0
         self.scheme = "http"
@@ -119,7 +123,7 @@ class TestServer:
         line = [*self.wrapper, KESTD, "serve", "--listen", "127.0.0.1:0",
                 "--state-dir", self.state, *self.options]
         if DIALECT and "--dialect" not in self.options:
-            line += ["--dialect", DIALECT]
+            line += ["--dialect", self.dialect]
         if self.settings is not None:
             path = os.path.join(self.state, "test.toml")
             with open(path, "w", encoding="utf-8") as out:
@@ -396,15 +400,46 @@ def in_parallel(count, work):
     return results
 
 
-class ServerCase(unittest.TestCase):
-    """Cases that share one server over one tree "docs"."""
+class Statuses:
+    """What a dialect answers where something was done."""
 
+    def __init__(self, replaced, deleted, unlocked, relocated, overwritten, locked_new):
+        self.replaced = replaced          # PUT over a file
+        self.deleted = deleted
+        self.unlocked = unlocked
+        self.relocated = relocated        # COPY and MOVE to a free name
+        self.overwritten = overwritten    # and onto a file
+        self.locked_new = locked_new      # LOCK of a free name
+
+
+STATUSES = {"standard": Statuses(204, 204, 204, 201, 204, 201),
+            "classic": Statuses(201, 200, 200, 200, 200, 200)}
+
+
+def in_both_dialects(case):
+    """For a ServerCase: its cases run in the standard dialect, and once more in the classic one.
+    To be placed on what both promise alike."""
+    name = case.__name__ + "InClassic"
+    setattr(sys.modules[case.__module__], name,
+            type(name, (case,), {"dialect": "classic", "__module__": case.__module__}))
+    return case
+
+
+class ServerCase(unittest.TestCase):
+    """Cases that share one server over one tree "docs". All servers that they start speak the
+    class's dialect."""
+
+    dialect = "standard"
     options = ()
     settings = None
     hostile = False
 
     @classmethod
     def setUpClass(cls):
+        global DIALECT
+        DIALECT, cls._before = cls.dialect, DIALECT
+        cls.addClassCleanup(cls._restore_dialect)
+        cls.says = STATUSES[cls.dialect]
         cls.tree = Tree()
         if cls.hostile:
             cls.tree.fill_hostile()
@@ -413,6 +448,11 @@ class ServerCase(unittest.TestCase):
         except BaseException:
             cls.tree.remove()
             raise
+
+    @classmethod
+    def _restore_dialect(cls):
+        global DIALECT
+        DIALECT = cls._before
 
     @classmethod
     def tearDownClass(cls):

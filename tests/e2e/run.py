@@ -108,7 +108,7 @@ def main():
     parser.add_argument("--junit")
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--dialect", choices=("classic", "standard"),
-                        help="of servers whose case chooses none (default: classic)")
+                        help="of servers whose case chooses none (default: standard)")
     parser.add_argument("--clients", action="store_true",
                         help="write the table of docs/clients.md anew")
     parser.add_argument("names", nargs="*")

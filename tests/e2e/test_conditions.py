@@ -5,7 +5,7 @@ import http.client
 import threading
 
 from dav import copy, lock, lock_body, move, unlock
-from harness import PATIENCE, ServerCase, exchange, in_parallel
+from harness import PATIENCE, ServerCase, exchange, head, in_parallel
 
 FREE = {"If-None-Match": "*"}
 
@@ -89,15 +89,15 @@ class OfManyClients(ServerCase):
             self.assertEqual([s for s in statuses[1:] if s not in (412, 423)], [])
             made = next(reply for reply in replies if reply.status == 201)
             token = made.headers["lock-token"].strip("<>")
-            self.assertEqual(unlock(self.server, self.path("name"), token).status, 200)
-            self.assertEqual(self.server.request("DELETE", self.path("name")).status, 200)
+            self.assertEqual(unlock(self.server, self.path("name"), token).status, 204)
+            self.assertEqual(self.server.request("DELETE", self.path("name")).status, 204)
 
     def test_one_deletes_what_has_to_exist(self):
         for _ in range(self.ROUNDS):
             self.tree.write("name", b"x")
             statuses = self.statuses(lambda client, _: exchange(
                 client, "DELETE", self.path("name"), None, {"If-Match": "*"}))
-            self.assertEqual(statuses.count(200), 1, statuses)
+            self.assertEqual(statuses.count(204), 1, statuses)
 
 
 class OneClient(ServerCase):
@@ -136,5 +136,39 @@ class OneClient(ServerCase):
         self.assertEqual(move(self.server, path, self.path("away"), **early).status, 412)
         self.assertEqual(self.tree.read("dated"), b"first")
         late = {"If-Unmodified-Since": "Sun, 06 Nov 2994 08:49:37 GMT"}
-        self.assertEqual(self.server.request("PUT", path, b"second", late).status, 201)
-        self.assertEqual(unlock(self.server, self.path("other"), held.lock.token).status, 200)
+        self.assertEqual(self.server.request("PUT", path, b"second", late).status, 204)
+        self.assertEqual(unlock(self.server, self.path("other"), held.lock.token).status, 204)
+
+    def test_a_body_is_not_invited_where_the_condition_fails(self):
+        self.tree.write("taken", b"theirs")
+        with self.server.connect() as sock:
+            sock.sendall(head("PUT", self.path("taken"), self.server.port,
+                              "Content-Length: 5000000", "Expect: 100-continue",
+                              "If-None-Match: *"))
+            self.assertTrue(sock.recv(4096).startswith(b"HTTP/1.1 412 "))
+        self.assertEqual(self.tree.read("taken"), b"theirs")
+
+
+class Classic(ServerCase):
+    """The module's own conditions are those of "If" and the flag of COPY and MOVE: nothing judges
+    the others for it."""
+
+    dialect = "classic"
+
+    def test_headers_that_the_module_does_not_know_change_nothing(self):
+        for headers in (FREE, {"If-Match": '"none"'},
+                        {"If-Unmodified-Since": "Sun, 06 Nov 1994 08:49:37 GMT"}):
+            self.tree.write("known", b"old")
+            self.assertEqual(self.server.request("PUT", self.path("known"), b"new",
+                                                 headers).status, 201)
+            self.assertEqual(self.tree.read("known"), b"new")
+            reply = self.server.request("DELETE", self.path("known"), None, headers)
+            self.assertEqual(reply.status, 200)
+
+    def test_nothing_is_overwritten_without_leave(self):
+        self.tree.write("from", b"new")
+        self.tree.write("to", b"old")
+        for method in (copy, move):
+            reply = method(self.server, self.path("from"), self.path("to"), Overwrite="F")
+            self.assertEqual(reply.status, 412)
+            self.assertEqual(self.tree.read("to"), b"old")

@@ -3,11 +3,12 @@
 
 import os
 
-from harness import ServerCase, Tree, head, url_path
+from harness import ServerCase, Tree, head, in_both_dialects, url_path
 
 SECRET = b"not for you"
 
 
+@in_both_dialects
 class Escapes(ServerCase):
     @classmethod
     def setUpClass(cls):
@@ -96,6 +97,7 @@ class Escapes(ServerCase):
                     self.assertIn(reply.status, range(400, 500), reply)
 
 
+@in_both_dialects
 class Malformed(ServerCase):
     """Each gets a status that fits, and leaves the server as it was."""
 

@@ -260,7 +260,8 @@ class Client:
                 reply = self.ask(method, path, None, headers)
                 break
             except Gone:
-                good = (*good, 404) if method == "UNLOCK" else good  # it may have been done
+                if method == "UNLOCK":
+                    good = (*good, 404, 409)  # it may have been done
         if reply.status not in good:
             self.world.fault(f"{method} {path} by the holder of its lock -> {reply.status}")
         return reply

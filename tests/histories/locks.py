@@ -87,7 +87,9 @@ class Client:
             wish["value"] = f"{file.path} {self.number} {self.dice.getrandbits(48):x}"
             body = body_of(wish["value"], self.dice)
             file.names[body] = wish["value"]
-            wish["condition"] = self.dice.choice((None, None, None, *CONDITIONS))
+            # The classic dialect knows none of them.
+            known = CONDITIONS if self.server.dialect == "standard" else ()
+            wish["condition"] = self.dice.choice((None, None, None, *known))
             if wish["condition"]:
                 headers.update([CONDITIONS[wish["condition"]]])
         if kind == "lock":

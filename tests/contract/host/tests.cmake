@@ -15,11 +15,10 @@ kest_test(host_contract SHARDS 4
     ${CMAKE_CURRENT_LIST_DIR}/net/limits_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/proxies_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/tls_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/pipeline/conditional_requests_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/condition_headers_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/copy_move_headers_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/dialect_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/granted_lock_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/pipeline/range_requests_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/rules_test.cpp
   LIBS kestd_http tolm OpenSSL::SSL Threads::Threads)
 
@@ -36,3 +35,10 @@ kest_test(contract_host_components
     ${CMAKE_CURRENT_LIST_DIR}/components/slots_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/components/util_test.cpp
   LIBS kestd_services tolm)
+
+# What the module says alone, and by way of the server.
+kest_test(contract_host_classic
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/pipeline/classic_replies_test.cpp
+  LIBS kest_harness kestd_http tolm OpenSSL::SSL Threads::Threads)
+target_compile_definitions(contract_host_classic PRIVATE
+  TEMPLATE_DIRECTORY="${PROJECT_SOURCE_DIR}/web/templates/")

@@ -225,6 +225,8 @@ World::World()
     // One thread: what it keeps for itself is there once it has served a request.
     kestd::ServerSettings settings = kestd::test::QuietSettings();
     settings.limits.workerThreads = 1;
+    settings.dialect = std::string_view(TRUTH_DIALECT) == "standard" ? kestd::Dialect::Standard
+                                                                     : kestd::Dialect::Classic;
     parts->server = std::make_unique<kestd::Server>(settings, parts->services.sessionAdmission,
                                                     parts->module.Get(), "/Ferro");
     EXPECT_EQ("", parts->server->Start());
@@ -289,7 +291,10 @@ bool World::HasClosedAllBut(int open) const
 kestd::test::Answer World::Ask(const std::string& request, bool isHead)
 {
     kestd::test::Client client(port_);
-    return client.Ask(request, isHead);
+    const kestd::test::Answer answer = client.Ask(request, isHead);
+    client.EndSending();
+    EXPECT_TRUE(client.IsClosed()); // what the server does after the reply is done, too
+    return answer;
 }
 
 std::string World::Request(const std::string& method, const std::string& path,
@@ -313,7 +318,10 @@ std::string World::Lock(const std::string& path)
                     "<D:locktype><D:write/></D:locktype></D:lockinfo>"),
             false);
     EXPECT_EQ(200, answer.status);
-    return answer.Header("Lock-Token"); // "<opaquelocktoken:…>"
+    const size_t begin = answer.body.rfind("href>opaquelocktoken:");
+    EXPECT_NE(begin, std::string::npos) << answer.body;
+    const std::string token = answer.body.substr(begin + std::strlen("href>"));
+    return "<" + token.substr(0, token.find('<')) + ">";
 }
 
 size_t World::OpenDescriptors()

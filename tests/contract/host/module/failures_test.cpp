@@ -176,26 +176,6 @@ TEST_F(Failures, AMessageThatEndsWithItsConnectionIsReset)
     EXPECT_EQ(errno, ECONNRESET);
 }
 
-TEST_F(Failures, NothingIsChangedUnderAConditionThatCouldNotBeJudged)
-{
-    std::atomic<int> changes{0};
-    module.handler = [&](IKestIO_5& io, UINT32 method) {
-        if (method == KestMethodHead) {
-            Report(kCodeUnsuccessful);
-            return io.SendHeader(404);
-        }
-        ++changes;
-        return io.SendHeader(201);
-    };
-    const Running running = Start();
-    const std::string end = "Host: h\r\nContent-Length: 0\r\n";
-    EXPECT_EQ(Ask("PUT /Ferro/f HTTP/1.1\r\n" + end + "If-None-Match: *\r\n\r\n").status, 500);
-    EXPECT_EQ(Ask("PUT /Ferro/f HTTP/1.1\r\n" + end + "If-Match: *\r\n\r\n").status, 500);
-    EXPECT_EQ(Ask("MOVE /Ferro/f HTTP/1.1\r\n" + end + "Destination: /Ferro/g\r\n\r\n").status,
-              500);
-    EXPECT_EQ(changes, 0);
-}
-
 } // namespace
 
 } // namespace kestd::test

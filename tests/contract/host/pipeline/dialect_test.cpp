@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// In the standard dialect the module gets requests as they were sent, and its replies are the
-// client's.
+// The module gets requests as they were sent, and its replies are the client's, in both dialects.
 #include "tests/contract/host/harness.h"
 
 namespace kestd::test {
@@ -18,24 +17,19 @@ class StandardDialect : public ServerTest {
     }
 };
 
-KEST_CONDITIONS ConditionsNow()
-{
-    void* out = nullptr;
-    EXPECT_EQ(CallContextFactory()->CreateInstance(nullptr, &IID_KestCallContext_1, &out),
-              TAL_STATUS_SUCCESS);
-    KEST_CONDITIONS conditions{};
-    EXPECT_EQ(static_cast<IKestCallContext*>(out)->GetConditions(&conditions), TAL_STATUS_SUCCESS);
-    return conditions;
-}
-
-std::string TextOf(const STRING& text)
-{
-    return {text.Buffer, text.Length};
-}
+class EachDialect : public ServerTest, public testing::WithParamInterface<Dialect> {
+  protected:
+    void SetUp() override
+    {
+        ServerSettings settings = QuietSettings();
+        settings.dialect = GetParam();
+        StartUntilTearDown(settings);
+    }
+};
 
 } // namespace
 
-TEST_F(StandardDialect, RangesAreTheModules)
+TEST_P(EachDialect, RangesAreTheModules)
 {
     std::string range;
     module.handler = [&range](IKestIO_5& io, UINT32) {
@@ -66,26 +60,21 @@ TEST_F(StandardDialect, APutOfAPartReachesTheModule)
               204);
 }
 
-TEST_F(StandardDialect, ConditionsAreToldAndNotJudged)
+TEST_P(EachDialect, ConditionsAreNotJudged)
 {
-    std::string match;
-    std::string noneMatch;
-    module.handler = [&](IKestIO_5& io, UINT32 method) {
+    module.handler = [](IKestIO_5& io, UINT32 method) {
         EXPECT_EQ(method, UINT32{KestMethodDelete});
-        match = TextOf(ConditionsNow().Match);
-        noneMatch = TextOf(ConditionsNow().NoneMatch);
+        EXPECT_EQ(Header(io, "If-Match"), "\"e\"");
         return io.SendHeader(204);
     };
     EXPECT_EQ(Ask("DELETE /Ferro/a HTTP/1.1\r\nHost: h\r\nIf-Match: \"e\"\r\n"
                   "If-None-Match: *\r\n\r\n")
                   .status,
               204);
-    EXPECT_EQ(match, "\"e\"");
-    EXPECT_EQ(noneMatch, "*");
     EXPECT_EQ(module.calls, 1);
 }
 
-TEST_F(StandardDialect, CopyIsAskedForOnceWithTheClientsOverwrite)
+TEST_P(EachDialect, CopyIsAskedForOnceWithTheClientsOverwrite)
 {
     BOOLEAN overwrite = false;
     module.handler = [&overwrite](IKestIO_5& io, UINT32) {
@@ -100,7 +89,7 @@ TEST_F(StandardDialect, CopyIsAskedForOnceWithTheClientsOverwrite)
     EXPECT_EQ(module.calls, 1);
 }
 
-TEST_F(StandardDialect, RepliesKeepTheirStatus)
+TEST_P(EachDialect, RepliesKeepTheirStatus)
 {
     module.handler = [](IKestIO_5& io, UINT32) {
         EXPECT_EQ(io.SendHeader(200), TAL_STATUS_SUCCESS);
@@ -113,6 +102,36 @@ TEST_F(StandardDialect, RepliesKeepTheirStatus)
     EXPECT_EQ(answer.Header("Lock-Token"), "(none)");
     EXPECT_EQ(module.calls, 2);
 }
+
+TEST_P(EachDialect, OptionsOfTheModuleGetNothingAdded)
+{
+    EXPECT_EQ(Ask("OPTIONS /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n").Header("MS-Author-Via"),
+              "(none)");
+    EXPECT_EQ(module.calls, 1);
+}
+
+// What is too long for the module to send is short, and seen to be.
+TEST_P(EachDialect, ABodyShorterThanItsLengthEndsTheConnection)
+{
+    module.handler = [](IKestIO_5& io, UINT32) {
+        SetHeader(io, "Content-Length", "4294967301");
+        EXPECT_EQ(io.SendHeader(200), TAL_STATUS_SUCCESS);
+        return Write(io, "12345");
+    };
+    Client client(port);
+    ASSERT_TRUE(client.Send("GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n"));
+    const Answer answer = client.Receive();
+    EXPECT_EQ(answer.Header("Content-Length"), "4294967301");
+    EXPECT_EQ(answer.body, "12345");
+    EXPECT_FALSE(answer.isWhole);
+    EXPECT_TRUE(client.IsClosed());
+}
+
+INSTANTIATE_TEST_SUITE_P(Dialects, EachDialect,
+                         testing::Values(Dialect::Classic, Dialect::Standard),
+                         [](const auto& each) {
+                             return each.param == Dialect::Classic ? "Classic" : "Standard";
+                         });
 
 TEST_F(StandardDialect, PatchReachesTheModuleWithItsBody)
 {

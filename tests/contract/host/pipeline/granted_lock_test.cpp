@@ -3,15 +3,21 @@
 // A lock that was granted and whose client never heard of it.
 #include <future>
 
-#include "host/pipeline/granted_lock.h"
+#include "host/pipeline/lock_reply.h"
 #include "tests/contract/host/harness.h"
 
 namespace kestd::test {
 
 namespace {
 
-constexpr char kGranted[] = "<a:href>opaquelocktoken:abc-1</a:href>\n</a:locktoken>\n"
+// As the module says it in each dialect. The owner's text is the client's; the root of a lock may
+// be longer than what is kept of the body.
+constexpr char kClassic[] = "<a:owner><a:href>opaquelocktoken:forged</a:href></a:owner>"
+                            "<a:href>opaquelocktoken:abc-1</a:href>\n</a:locktoken>\n"
                             "</a:activelock></a:lockdiscovery></a:prop>";
+const std::string kStandard = "<D:href>opaquelocktoken:abc-1</D:href></D:locktoken><D:lockroot>"
+                              "<D:href>/Ferro/docs/" +
+                              std::string(2000, 'x') + "</D:href></D:lockroot>";
 
 constexpr std::chrono::seconds kPatience{60};
 
@@ -23,8 +29,10 @@ void Report(TALSTATUS failure)
     EXPECT_EQ(static_cast<IKestCallContext*>(out)->ReportFailure(failure), TAL_STATUS_SUCCESS);
 }
 
-class GrantedLocks : public ServerTest {
+class GrantedLocks : public ServerTest, public testing::WithParamInterface<Dialect> {
   protected:
+    static bool IsStandard() { return GetParam() == Dialect::Standard; }
+    static std::string Granted() { return IsStandard() ? kStandard : kClassic; }
     void SetUp() override
     {
         module.handler = [this](IKestIO_5& io, UINT32 method) {
@@ -46,7 +54,9 @@ class GrantedLocks : public ServerTest {
             done.set_value();
             return status;
         };
-        StartUntilTearDown();
+        ServerSettings settings = QuietSettings();
+        settings.dialect = GetParam();
+        StartUntilTearDown(settings);
     }
     int Status(std::string_view body = "<x/>")
     {
@@ -55,12 +65,18 @@ class GrantedLocks : public ServerTest {
                    std::to_string(body.size()) + "\r\n\r\n" + std::string(body))
             .status;
     }
-    static TALSTATUS Grant(IKestIO_5& io, int status = 200)
+    static void Begin(IKestIO_5& io, int status = 200)
     {
         SetHeader(io, "Transfer-Encoding", "chunked");
-        const TALSTATUS begun = io.SendHeader(status);
-        (void)Write(io, kGranted);
-        return begun;
+        if (IsStandard() && status < 300)
+            SetHeader(io, "Lock-Token", "<opaquelocktoken:abc-1>");
+        EXPECT_EQ(io.SendHeader(status), TAL_STATUS_SUCCESS);
+    }
+    static TALSTATUS Grant(IKestIO_5& io, int status = 200)
+    {
+        Begin(io, status);
+        (void)Write(io, Granted());
+        return TAL_STATUS_SUCCESS;
     }
 
     std::function<TALSTATUS(IKestIO_5&)> answer = [](IKestIO_5& io) { return Grant(io); };
@@ -72,7 +88,7 @@ class GrantedLocks : public ServerTest {
 
 } // namespace
 
-TEST_F(GrantedLocks, AreKeptByWhoHearsOfThem)
+TEST_P(GrantedLocks, AreKeptByWhoHearsOfThem)
 {
     EXPECT_EQ(Status(), 200);
     answer = [](IKestIO_5& io) { return Grant(io, 423); }; // somebody else's
@@ -81,7 +97,7 @@ TEST_F(GrantedLocks, AreKeptByWhoHearsOfThem)
     EXPECT_EQ(unlocked, 0);
 }
 
-TEST_F(GrantedLocks, AreTakenBackWhenTheClientIsToldOfAFailure)
+TEST_P(GrantedLocks, AreTakenBackWhenTheClientIsToldOfAFailure)
 {
     const std::function<TALSTATUS(IKestIO_5&)> answers[] = {
         [](IKestIO_5& io) {
@@ -92,6 +108,16 @@ TEST_F(GrantedLocks, AreTakenBackWhenTheClientIsToldOfAFailure)
             const TALSTATUS status = Grant(io);
             Report(MakeStatus(kFacilityHost, kCodeUnsuccessful));
             return status;
+        },
+        [](IKestIO_5& io) { // of a name that was new
+            const TALSTATUS status = Grant(io, 201);
+            Report(MakeStatus(kFacilityHost, kCodeUnsuccessful));
+            return status;
+        },
+        [](IKestIO_5& io) { // there was no memory for the header
+            Report(MakeStatus(kFacilityHost, kCodeUnsuccessful));
+            EXPECT_EQ(io.SendHeader(200), TAL_STATUS_SUCCESS);
+            return Write(io, Granted());
         }};
     for (const auto& each : answers) {
         answer = each;
@@ -102,22 +128,22 @@ TEST_F(GrantedLocks, AreTakenBackWhenTheClientIsToldOfAFailure)
         EXPECT_EQ(Status(""), 500); // a refresh: the client has the token
     }
     server->Stop();
-    EXPECT_EQ(unlocked, 2);
+    EXPECT_EQ(unlocked, 4);
 }
 
-TEST_F(GrantedLocks, AreTakenBackWhenTheClientHasLeft)
+TEST_P(GrantedLocks, AreTakenBackWhenTheClientHasLeft)
 {
     std::promise<void> asked;
     std::promise<void> hasLeft;
     answer = [&](IKestIO_5& io) {
         asked.set_value();
         hasLeft.get_future().wait();
-        const TALSTATUS status = io.SendHeader(200);
+        Begin(io);
         const std::string much(1 << 20, 'x');
         for (int i = 0; i < 100 && !Failed(Write(io, much)); ++i) {
         }
-        (void)Write(io, kGranted);
-        return status;
+        (void)Write(io, Granted());
+        return TAL_STATUS_SUCCESS;
     };
     {
         Client client(port);
@@ -132,21 +158,51 @@ TEST_F(GrantedLocks, AreTakenBackWhenTheClientHasLeft)
     EXPECT_EQ(token, "<opaquelocktoken:abc-1>");
 }
 
-TEST(LockReply, HoldsTheEndOfWhatWasSaid)
+INSTANTIATE_TEST_SUITE_P(Dialects, GrantedLocks,
+                         testing::Values(Dialect::Classic, Dialect::Standard),
+                         [](const auto& each) {
+                             return each.param == Dialect::Classic ? "Classic" : "Standard";
+                         });
+
+TEST(LockReply, NamesTheTokenThatIsTheLocks)
 {
-    LockReply answer;
-    std::string all;
-    for (int i = 0; i < 200; ++i) {
-        const std::string piece(static_cast<size_t>(i) * 7 % 40, static_cast<char>('a' + i % 26));
-        answer.NoteBody(piece);
-        all += piece;
-        const std::string_view tail = answer.Tail();
-        EXPECT_EQ(tail, std::string_view(all).substr(all.size() - tail.size()));
-        EXPECT_EQ(tail.size(), std::min<size_t>(all.size(), 512));
+    const std::string ending = "</a:href>\n</a:locktoken>\n</a:activelock>";
+    const std::string forged = "<a:owner><a:href>opaquelocktoken:forged</a:href></a:owner>";
+    struct Row {
+        const char* why;
+        std::string header, body, token;
+    };
+    const Row rows[] = {
+        {"in the body", "", "<a:href>opaquelocktoken:T-1" + ending, "opaquelocktoken:T-1"},
+        {"behind the owner's", "", forged + "<a:href>opaquelocktoken:T-1" + ending,
+         "opaquelocktoken:T-1"},
+        {"in the header", "<opaquelocktoken:T-2>", "<a:href>opaquelocktoken:T-1" + ending,
+         "opaquelocktoken:T-2"},
+        {"cut off", "", "<a:href>opaquelocktoken:T-1", ""},
+        {"cut off in the header", "<opaquelocktoken:T-2", "", ""},
+        {"longer than any", "", "<a:href>opaquelocktoken:" + std::string(160, 't') + ending, ""},
+        {"another href", "", "<a:href>/Ferro/a" + ending, ""},
+        {"nothing", "", "", ""},
+    };
+    for (const Row& row : rows) {
+        LockReply reply;
+        reply.NoteHead(200, row.header);
+        reply.NoteBody(row.body);
+        EXPECT_EQ(reply.Token(), row.token) << row.why;
     }
-    answer.NoteBody(std::string(2000, 'z') + "end");
-    EXPECT_TRUE(answer.Tail().ends_with("zend"));
-    EXPECT_EQ(answer.Tail().size(), 512u);
+}
+
+TEST(LockReply, FindsTheTokenHoweverItComes)
+{
+    for (const std::string& body : {std::string(kClassic), kStandard}) {
+        for (size_t step = 1; step < body.size(); step = step * 3 / 2 + 1) {
+            LockReply reply;
+            reply.NoteHead(200, {});
+            for (size_t at = 0; at < body.size(); at += step)
+                reply.NoteBody(std::string_view(body).substr(at, step));
+            EXPECT_EQ(reply.Token(), "opaquelocktoken:abc-1") << step;
+        }
+    }
 }
 
 } // namespace kestd::test

@@ -152,8 +152,6 @@ TEST_F(Rules, OptionsAboveTheModuleTellWhatIsBelow)
         EXPECT_EQ(answer.Header("Content-Length"), "0");
     }
     EXPECT_EQ(module.calls, 0);
-    EXPECT_EQ(Ask(Request("OPTIONS /Ferro/x")).Header("MS-Author-Via"), "DAV");
-    EXPECT_EQ(module.calls, 1);
 }
 
 TEST_F(Rules, RootLeadsToTheModule)
@@ -357,40 +355,6 @@ TEST_F(Rules, PostsFromPagesOfOtherSitesAreRefused)
         EXPECT_EQ(Ask(Request("POST /Ferro/docs", row.fields)).status, row.status) << row.why;
     EXPECT_EQ(Ask(Request("PUT /Ferro/docs/a", "Origin: http://evil.example\r\n")).status, 200)
         << "browsers ask before they send this one";
-}
-
-TEST_F(Rules, NewLocksTellTheirTokenInAHeader)
-{
-    int status = 200;
-    std::string body;
-    module.handler = [&](IKestIO_5& io, UINT32) {
-        UINT8 buffer[64];
-        UINT32 read = 0;
-        (void)io.ReadClientPayload(sizeof buffer, buffer, &read);
-        (void)io.SetReplyHeader(const_cast<char*>("Transfer-Encoding"), 7,
-                                const_cast<char*>("chunked"));
-        const TALSTATUS sent = io.SendHeader(status);
-        (void)io.PutString(body.data());
-        return sent;
-    };
-    const Running running = Start();
-    const auto lock = [&](const char* fields = "Content-Length: 4\r\n\r\nlock") {
-        return Ask("LOCK /Ferro/a HTTP/1.1\r\nHost: h\r\n" + std::string(fields))
-            .Header("Lock-Token");
-    };
-    const std::string ending = "</a:href>\n</a:locktoken>\n</a:activelock>";
-    body = "<a:locktoken>\n<a:href>opaquelocktoken:T-1" + ending;
-    EXPECT_EQ(lock(), "<opaquelocktoken:T-1>");
-    EXPECT_EQ(lock("If: (<opaquelocktoken:T-1>)\r\n\r\n"), "(none)") << "a refresh";
-    body = "<a:owner><a:href>opaquelocktoken:forged</a:href></a:owner>" + body;
-    EXPECT_EQ(lock(), "<opaquelocktoken:T-1>") << "the owner's text is not the token";
-    body = "<a:href>opaquelocktoken:T-1";
-    EXPECT_EQ(lock(), "(none)") << "cut off";
-    body = "<a:href>opaquelocktoken:T\r\nX: y" + ending;
-    EXPECT_EQ(lock(), "(none)") << "no header can hold this";
-    body = "<a:href>opaquelocktoken:T-1" + ending;
-    status = 423;
-    EXPECT_EQ(lock(), "(none)") << "somebody else's lock";
 }
 
 TEST_F(Rules, EachRequestLeavesOneLineInTheLog)

@@ -20,10 +20,7 @@ class ClosedDoor final : public AccessControl {
 class NoHandler final : public RequestHandler {
   public:
     void Handle(Exchange&) override {}
-    SubrequestResult Subrequest(Exchange&, std::string_view, UINT32, std::string) override
-    {
-        return {};
-    }
+    void Unlock(Exchange&, std::string) override {}
 };
 
 std::vector<std::string_view> StagesOf(Dialect dialect)
@@ -48,22 +45,20 @@ UINT32 MethodIn(Dialect dialect, std::string_view token, int& refusal)
 
 } // namespace
 
-TEST(PipelineOrder, OfTheClassicDialectAdaptsWhatTheModuleSays)
+TEST(PipelineOrder, OfTheClassicDialectProtectsAndChangesNothing)
 {
     EXPECT_THAT(StagesOf(Dialect::Classic),
-                ElementsAre("security_headers", "host_check", "router", "authentication",
-                            "authoring_header", "csrf", "stored_scripts", "client_compatibility",
-                            "range_requests", "copy_move_headers", "body_limits",
-                            "condition_headers", "conditional_requests", "overwrite_resolution",
+                ElementsAre("security_headers", "host_check", "router", "authentication", "csrf",
+                            "stored_scripts", "partial_put", "copy_move_headers", "body_limits",
                             "granted_lock"));
 }
 
-TEST(PipelineOrder, OfTheStandardDialectLeavesMeaningToTheModule)
+TEST(PipelineOrder, OfTheStandardDialectTellsOfConditions)
 {
     EXPECT_THAT(StagesOf(Dialect::Standard),
-                ElementsAre("security_headers", "host_check", "router", "authentication",
-                            "authoring_header", "csrf", "stored_scripts", "copy_move_headers",
-                            "body_limits", "condition_headers"));
+                ElementsAre("security_headers", "host_check", "router", "authentication", "csrf",
+                            "stored_scripts", "copy_move_headers", "body_limits",
+                            "condition_headers", "granted_lock"));
 }
 
 TEST(PipelineMethods, PatchIsOneOfTheStandardDialectOnly)
