@@ -9,6 +9,7 @@
 #include "standard/preconditions.h"
 #include "standard/request_headers.h"
 #include "standard/scan.h"
+#include "standard/upload_requests.h"
 #include "support/handlers.h"
 #include "support/memory.h"
 #include "support/reply.h"
@@ -59,6 +60,8 @@ TALSTATUS Delete(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
+    if (UploadResource resource; IsUploadResource(*url, resource))
+        return DeleteUpload(session, resource, io);
     UNICODE_STRING path = ProviderPath(*url);
     bool isServed = true;
     Failures failures;

@@ -24,26 +24,25 @@ TALSTATUS ReadInto(IKestIO_5* io, const char* name, Reader read, WantedDigests& 
 
 } // namespace
 
-TALSTATUS BodyDigests::Begin(IKestIO_5* io, bool isWhole)
+TALSTATUS BodyDigests::Begin(IKestIO_5* io, DigestsOf of)
 {
-    if (const TALSTATUS status = ReadInto(io, "Content-Digest", ReadDigestHeader, wanted_);
-        Failed(status))
-        return status;
-    if (isWhole)
-        if (const TALSTATUS status = ReadInto(io, "Repr-Digest", ReadDigestHeader, wanted_);
-            Failed(status))
-            return status;
-    if (const TALSTATUS status = ReadInto(io, "OC-Checksum", ReadChecksumHeader, wanted_);
-        Failed(status))
+    TALSTATUS status = TAL_STATUS_SUCCESS;
+    if (of != DigestsOf::Whole)
+        status = ReadInto(io, "Content-Digest", ReadDigestHeader, wanted_);
+    if (!Failed(status) && (of == DigestsOf::Whole || of == DigestsOf::Both))
+        status = ReadInto(io, "Repr-Digest", ReadDigestHeader, wanted_);
+    if (!Failed(status) && of != DigestsOf::Content)
+        status = ReadInto(io, "OC-Checksum", ReadChecksumHeader, wanted_);
+    if (Failed(status))
         return status;
     for (size_t i = 0; i < wanted_.count; ++i) {
         Ref<IKestDigest> digest;
-        if (const TALSTATUS status = Create(CLSID_KestDigest, digest); Failed(status)) {
+        if (status = Create(CLSID_KestDigest, digest); Failed(status)) {
             if (Code(status) == kCodeInsufficientResources)
                 return status;
             continue; // not offered
         }
-        const TALSTATUS status = digest->Begin(wanted_.digests[i].algorithm);
+        status = digest->Begin(wanted_.digests[i].algorithm);
         if (Code(status) == kCodeInsufficientResources)
             return status;
         if (!Failed(status))

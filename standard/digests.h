@@ -31,13 +31,21 @@ struct WantedDigests {
 [[nodiscard]] bool ReadDigestHeader(std::string_view header, WantedDigests& wanted) noexcept;
 [[nodiscard]] bool ReadChecksumHeader(std::string_view header, WantedDigests& wanted) noexcept;
 
+// What a body is a part of.
+enum class DigestsOf {
+    Content, // a part of the whole: "Content-Digest" alone is about it
+    Whole,   // all of it, from several bodies: "Repr-Digest" and "OC-Checksum"
+    Both,    // the whole in one body
+    Part,    // as Content, with "OC-Checksum"
+};
+
 // Computes along while a body is written. Without announced digests it costs nothing.
 class BodyDigests {
   public:
-    // Reads the request's headers and begins. `isWhole`: the body is the whole resource, so that
-    // "Repr-Digest" is about it, too. Where the host offers no digests, or not this one, nothing is
-    // verified. Code 16 for a malformed digest.
-    [[nodiscard]] TALSTATUS Begin(IKestIO_5* io, bool isWhole);
+    // Reads the request's headers and begins. Where the host offers no digests, or not this one,
+    // nothing is verified. Code 16 for a malformed digest.
+    [[nodiscard]] TALSTATUS Begin(IKestIO_5* io, DigestsOf of);
+    bool AreNone() const { return wanted_.count == 0; }
     [[nodiscard]] TALSTATUS Add(const void* data, UINT32 size);
     // Code 16 when one of them is another than was announced.
     [[nodiscard]] TALSTATUS Check();

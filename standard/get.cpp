@@ -11,6 +11,7 @@
 #include "standard/number_text.h"
 #include "standard/object.h"
 #include "standard/request_headers.h"
+#include "standard/upload_requests.h"
 #include "support/handlers.h"
 #include "support/memory.h"
 #include "support/reply.h"
@@ -187,6 +188,8 @@ TALSTATUS Get(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 
 TALSTATUS Head(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
+    if (UploadResource resource; IsUploadResource(*url, resource))
+        return HeadUpload(session, resource, io);
     return Read(session, url, io, false);
 }
 

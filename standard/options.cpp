@@ -4,6 +4,7 @@
 #include "standard/allow.h"
 #include "standard/handlers.h"
 #include "standard/object.h"
+#include "standard/upload_requests.h"
 #include "support/handlers.h"
 #include "support/memory.h"
 #include "support/reply.h"
@@ -38,6 +39,8 @@ Kind Look(SCHANDLE session, UNICODE_STRING* url, bool& isServed)
 
 TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
+    if (UploadResource resource; IsUploadResource(*url, resource))
+        return OptionsOfUpload(io);
     bool isServed = true;
     const Kind kind = Look(session, url, isServed);
     SetHeader(io, "MS-Author-Via", "DAV"); // Office saves nothing without it
@@ -45,7 +48,12 @@ TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
         return KestDavOptions(session, url, io);
     SetAllow(io, kind);
     SetHeader(io, "DAV", "1, 2, 3, extended-mkcol, sabredav-partialupdate");
-    SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
+    const bool isPutHere = kind == Kind::File || kind == Kind::Missing;
+    if (isPutHere && SetUploadOptions(session, ProviderPath(*url), io))
+        SetHeader(io, "Accept-Patch",
+                  "application/x-sabredav-partialupdate, application/partial-upload");
+    else
+        SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
     return ReplyEmpty(io, 200, TAL_STATUS_SUCCESS);
 }
 

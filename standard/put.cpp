@@ -6,8 +6,10 @@
 #include "standard/answer.h"
 #include "standard/handlers.h"
 #include "standard/request_headers.h"
+#include "standard/resumable_upload.h"
 #include "standard/scan.h"
 #include "standard/upload.h"
+#include "standard/upload_requests.h"
 #include "support/handlers.h"
 #include "support/reply.h"
 #include "support/uri.h"
@@ -46,6 +48,14 @@ bool IsPartialUpdate(IKestIO_5* io)
                               "application/x-sabredav-partialupdate");
 }
 
+bool HasBodyArrived()
+{
+    Ref<IKestCallContext> context;
+    BOOLEAN isComplete = FALSE;
+    return !Failed(Create(CLSID_KestCallContext, context)) &&
+           !Failed(context->IsBodyComplete(&isComplete)) && isComplete;
+}
+
 // The steps of both methods once it is known what the body is for.
 TALSTATUS Run(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, Upload& upload)
 {
@@ -54,6 +64,23 @@ TALSTATUS Run(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, Upload& uplo
     if (!Failed(status))
         status = StoreUpload(session, &path, io, upload);
     return upload.isServed ? AnswerUpload(io, status, path, upload) : status;
+}
+
+// A PUT that may go on in other requests. One whose body is here already needs none.
+TALSTATUS PutResumable(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isPart,
+                       bool& isServed)
+{
+    UploadFields fields;
+    isServed = true;
+    if (const TALSTATUS status = ReadUploadFields(io, fields); Failed(status))
+        return RefuseMapped(io, status);
+    if (isPart) // parts of parts: not taken
+        return Refuse(io, 400, TAL_STATUS_INVALID_REQUEST);
+    isServed = !(fields.isComplete && HasBodyArrived());
+    if (!isServed)
+        return TAL_STATUS_SUCCESS;
+    ResumableUpload upload(session, ProviderPath(*url), io);
+    return upload.Create(fields, isServed);
 }
 
 } // namespace
@@ -67,6 +94,14 @@ TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     Upload upload;
     if (const TALSTATUS status = ReadPart(io, upload); Failed(status))
         return RefuseMapped(io, status);
+    UploadFields fields;
+    if (const TALSTATUS status = ReadUploadMark(io, fields); Failed(status))
+        return RefuseMapped(io, status);
+    bool isServed = false;
+    if (fields.isMarked)
+        if (const TALSTATUS status = PutResumable(session, url, io, upload.isPart, isServed);
+            isServed)
+            return status;
     const TALSTATUS status = Run(session, url, io, upload);
     if (upload.isServed)
         return status;
@@ -78,6 +113,8 @@ TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
+    if (UploadResource resource; IsUploadResource(*url, resource))
+        return PatchUpload(session, resource, io);
     if (!IsPartialUpdate(io)) {
         SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
         return Refuse(io, 415, TAL_STATUS_NOT_SUPPORTED);

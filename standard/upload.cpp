@@ -101,7 +101,9 @@ TALSTATUS FindStart(Upload& upload, UINT64 size, UINT64& start)
 TALSTATUS WriteBody(IKestIO_5* io, IKestDAVResource3& resource, UINT64 start, Upload& upload)
 {
     BodyDigests digests;
-    if (const TALSTATUS status = digests.Begin(io, !upload.isPart); Failed(status))
+    if (const TALSTATUS status =
+            digests.Begin(io, upload.isPart ? DigestsOf::Part : DigestsOf::Both);
+        Failed(status))
         return status;
     const TransferBuffer buffer = TransferBuffer::Allocate();
     if (!buffer)

@@ -374,6 +374,8 @@ std::string CheckStore(ITalpl& platform)
     uint32_t size = 0;
     in.Number(u"Keep Free", size, 0, 1U << 30);
     in.Number(u"Reserve", size, 0, 1U << 20);
+    uint32_t seconds = 0;
+    in.Number(u"Upload Time", seconds, 0, 31'536'000);
     std::string address = "127.0.0.1";
     in.Text(u"Server Address", address);
     if (!base::IsIpv4Address(address))

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string>
 
 #include "base/ascii.h"
 #include "base/http_date.h"
@@ -183,6 +184,27 @@ bool Response::HasClientLeft() noexcept
         isBroken_ = !stream_->Send(&piece, 1, true, terms_.stall, *waiter_);
     }
     return isBroken_;
+}
+
+Response::Interim Response::SendInterim(int status, const HeaderFields& fields)
+{
+    if (status_ || headersSent_)
+        return Interim::TooLate;
+    if (!terms_.mayChunk) // RFC 9110 section 15.2: not to HTTP/1.0
+        return Interim::NotTaken;
+    constexpr std::string_view kVersion = "HTTP/1.1 ";
+    constexpr std::string_view kEnd = "\r\n";
+    char digits[4] = {};
+    std::to_chars(digits, digits + 3, status);
+    std::string head;
+    head.append(kVersion).append(digits).append(" ").append(ReasonPhrase(status)).append(kEnd);
+    const size_t lines = head.size();
+    head.resize(lines + fields.TextSize());
+    (void)fields.CopyTo(head.data() + lines);
+    head.append(kEnd);
+    const iovec piece{head.data(), head.size()};
+    isBroken_ = isBroken_ || !stream_->Send(&piece, 1, true, terms_.stall, *waiter_);
+    return isBroken_ ? Interim::Gone : Interim::Sent;
 }
 
 // How the end of the body is told to the client, once it has to be known.

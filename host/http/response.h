@@ -38,6 +38,10 @@ class Response {
         return headers_.Find(name);
     }
     void RemoveHeader(std::string_view name) noexcept { headers_.Remove(name); }
+    // Sends an interim reply (RFC 9110 section 15.2) with these headers alone. Throws
+    // std::bad_alloc.
+    enum class Interim { Sent, NotTaken, TooLate, Gone };
+    Interim SendInterim(int status, const HeaderFields& fields);
     // Ends the head. False when it has ended before.
     bool Begin(int status);
     bool HasBegun() const noexcept { return status_ != 0; }

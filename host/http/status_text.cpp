@@ -15,8 +15,10 @@ struct Row {
     std::string_view text;
 };
 
-// RFC 9110 section 15, RFC 4918 section 11, RFC 6585; in the order of the numbers.
+// RFC 9110 section 15, RFC 4918 section 11, RFC 6585, and
+// 104 of resumable uploads; in the order of the numbers.
 constexpr Row kRows[] = {
+    {104, "Upload Resumption Supported"},
     {200, "OK"},
     {201, "Created"},
     {204, "No Content"},
@@ -33,6 +35,7 @@ constexpr Row kRows[] = {
     {405, "Method Not Allowed"},
     {408, "Request Timeout"},
     {409, "Conflict"},
+    {410, "Gone"},
     {412, "Precondition Failed"},
     {413, "Content Too Large"},
     {414, "URI Too Long"},

@@ -126,9 +126,12 @@ TALSTATUS KestIo::QueryInterface(const GUID* iid, void** out)
     if (!iid || !out)
         return Failure(kCodeInvalidParameter);
     *out = nullptr;
-    if (!(*iid == IID_KestIO_5 || *iid == IID_KestIO_3 || *iid == IID_IUnknown))
+    if (*iid == IID_KestInterimReply_1)
+        *out = static_cast<IKestInterimReply*>(this);
+    else if (*iid == IID_KestIO_5 || *iid == IID_KestIO_3 || *iid == IID_IUnknown)
+        *out = static_cast<IKestIO_5*>(this);
+    else
         return Failure(kCodeNoInterface);
-    *out = static_cast<IKestIO_5*>(this);
     AddRef();
     return TAL_STATUS_SUCCESS;
 }
@@ -274,6 +277,32 @@ TALSTATUS KestIo::SendHeader(HTTPSTATUS status)
     return Guarded([&] {
         return exchange_.pipeline->BeginReply(exchange_, status) ? TAL_STATUS_SUCCESS
                                                                  : Failure(kCodeInvalidRequest);
+    });
+}
+
+TALSTATUS KestIo::SendInterim(HTTPSTATUS status, UINT32 count, const KEST_HEADER_LINE* lines)
+{
+    const auto viewOf = [](const STRING& text) {
+        return std::string_view(text.Buffer ? text.Buffer : "", text.Buffer ? text.Length : 0);
+    };
+    if (status < 102 || status > 199 || count > kMostInterimLines || (count && !lines))
+        return Failure(kCodeInvalidParameter);
+    return Guarded([&] {
+        HeaderFields fields;
+        for (UINT32 i = 0; i < count; ++i)
+            if (!fields.Set(request_.arena, viewOf(lines[i].Name), viewOf(lines[i].Value)))
+                return Failure(kCodeInvalidParameter);
+        switch (response_.SendInterim(status, fields)) {
+        case Response::Interim::Sent:
+            return TAL_STATUS_SUCCESS;
+        case Response::Interim::NotTaken:
+            return Failure(kCodeNotImplemented);
+        case Response::Interim::TooLate:
+            return Failure(kCodeInvalidRequest);
+        case Response::Interim::Gone:
+            break;
+        }
+        return Failure(kCodeUnsuccessful);
     });
 }
 

@@ -176,7 +176,7 @@ void Connection::Handle()
         return FinishReply();
     uint64_t gathered = 0;
     size_t enough = 0;
-    if (MustGather(gathered, enough) && !exchange_->body.IsHere()) {
+    if (!exchange_->body.IsHere() && MustGather(gathered, enough)) {
         isToGather_ = true;
         return;
     }
@@ -208,6 +208,8 @@ bool Connection::MustGather(uint64_t& limit, size_t& enough) const
         return true;
     }
     limit = limits.bodyBytes ? limits.bodyBytes : UINT64_MAX;
+    if (IsResumable(*exchange_))
+        return false;
     if (body.AnnouncedLength() && body.AnnouncedLength() <= kGatheredBody)
         return true;
     enough = kGatheredBeginning;

@@ -10,6 +10,10 @@ namespace kestd {
 // Whether the request's body is XML that is read before anything is done.
 bool HasXmlBody(const Exchange& exchange) noexcept;
 
+// Whether what comes of the body is of use when the rest does not ("Resumable Uploads for HTTP"):
+// then it is handed on as it comes, and a client may wait for the interim reply before it sends.
+bool IsResumable(Exchange& exchange) noexcept;
+
 class BodyLimits final : public Stage {
   public:
     // 413 for a length that is announced; other bodies are bounded while they are read.

@@ -13,6 +13,7 @@
 //   conditions judged in the change; Depth 0 of a COPY          generation 3 only
 //   dead properties with namespaces, attributes and xml:lang    generation 3 only
 //   a range of existing content replaced; quota                 generation 3 only
+//   uploads that go on after their connection (uploads_3.h)     generation 3, where offered
 //   entity tags, locks, dead properties by name                 generations 2 and 3
 //   content, dates, attributes, members one by one              all
 //
@@ -53,3 +54,4 @@
 #include <kest/dav/resource_1.h>
 #include <kest/dav/resource_2.h>
 #include <kest/dav/resource_3.h>
+#include <kest/dav/uploads_3.h>

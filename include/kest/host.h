@@ -10,6 +10,7 @@
 #include <kest/host/digest.h>
 #include <kest/host/event.h>
 #include <kest/host/event_handler.h>
+#include <kest/host/interim_reply.h>
 #include <kest/host/objects.h>
 #include <kest/host/send_file.h>
 #include <kest/host/session.h>

@@ -245,6 +245,16 @@ inline constexpr GUID IID_KestFailures_3 = { // c7c6efa9-f38b-489f-beca-bf978d59
     0xF38B,
     0x489F,
     {0xBE, 0xCA, 0xBF, 0x97, 0x8D, 0x59, 0x52, 0x2D}};
+inline constexpr GUID IID_KestUploads_3 = { // 052394f7-4639-4b10-b629-25169f166ed2
+    0x052394F7,
+    0x4639,
+    0x4B10,
+    {0xB6, 0x29, 0x25, 0x16, 0x9F, 0x16, 0x6E, 0xD2}};
+inline constexpr GUID IID_KestInterimReply_1 = { // ef3ab78c-09a0-4944-87f6-4cd22a6356dc
+    0xEF3AB78C,
+    0x09A0,
+    0x4944,
+    {0x87, 0xF6, 0x4C, 0xD2, 0x2A, 0x63, 0x56, 0xDC}};
 
 // The identifier that belongs to an interface, so that no call can pair the wrong two.
 template <class I> struct IidOf;
@@ -280,6 +290,8 @@ struct IKestDAVResource3;
 struct IKestDAVContentFile3;
 struct IKestDAVCollection3;
 struct IKestDAVFailures3;
+struct IKestDAVUploads3;
+struct IKestInterimReply;
 
 template <> struct IidOf<IUnknown> {
     static constexpr const GUID& value = IID_IUnknown;
@@ -373,4 +385,10 @@ template <> struct IidOf<IKestDAVCollection3> {
 };
 template <> struct IidOf<IKestDAVFailures3> {
     static constexpr const GUID& value = IID_KestFailures_3;
+};
+template <> struct IidOf<IKestDAVUploads3> {
+    static constexpr const GUID& value = IID_KestUploads_3;
+};
+template <> struct IidOf<IKestInterimReply> {
+    static constexpr const GUID& value = IID_KestInterimReply_1;
 };

@@ -8,6 +8,7 @@
 #include <kest/dav/records_3.h>
 #include <kest/host/attributes.h>
 #include <kest/host/call_context.h>
+#include <kest/host/interim_reply.h>
 #include <kest/talpl.h>
 #include <kest/types.h>
 
@@ -39,6 +40,7 @@ static_assert(sizeof(TALPL_STATISTICS) == 48);
 static_assert(sizeof(KEST_CONDITIONS) == 48 && offsetof(KEST_CONDITIONS, NoneMatch) == 16 &&
               offsetof(KEST_CONDITIONS, UnmodifiedSince) == 32 &&
               offsetof(KEST_CONDITIONS, MayReplace) == 40);
+static_assert(sizeof(KEST_HEADER_LINE) == 32 && offsetof(KEST_HEADER_LINE, Value) == 16);
 static_assert(sizeof(Attribute) == 24 && offsetof(Attribute, pData) == 16);
 
 static_assert(sizeof(DAV_LOCK_2) == 296 && offsetof(DAV_LOCK_2, NextEntryOffset) == 0 &&
@@ -126,3 +128,7 @@ static_assert(sizeof(DAV_LOCK_INFO_3) == 40 && offsetof(DAV_LOCK_INFO_3, Scope) 
               offsetof(DAV_LOCK_INFO_3, RootLength) == 32 && offsetof(DAV_LOCK_INFO_3, Text) == 36);
 static_assert(sizeof(DAV_QUOTA) == 24 && offsetof(DAV_QUOTA, Used) == 8 &&
               offsetof(DAV_QUOTA, Available) == 16);
+static_assert(sizeof(DAV_UPLOAD) == 104 && offsetof(DAV_UPLOAD, Flags) == 4 &&
+              offsetof(DAV_UPLOAD, Offset) == 8 && offsetof(DAV_UPLOAD, Length) == 16 &&
+              offsetof(DAV_UPLOAD, MostBytes) == 24 && offsetof(DAV_UPLOAD, Lifetime) == 32 &&
+              offsetof(DAV_UPLOAD, NameLength) == 40 && offsetof(DAV_UPLOAD, Name) == 44);

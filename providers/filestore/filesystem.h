@@ -41,6 +41,7 @@ struct FileInfo {
 
 enum class OpenFor {
     Reading,   // content or entries; falls back to Locating where reading is not allowed
+    Changing,  // content of a file, to be read and written; no fallback
     Directory, // a directory in which names are looked up, made and removed
     Locating,  // just the object: inspect, set mode, dates and tags
 };

@@ -20,10 +20,13 @@ namespace filestore {
 
 TALSTATUS FileNamespace::QueryInterface(const GUID* iid, void** out)
 {
-    if (!iid || !out || !(*iid == IID_KestDAV_3))
+    if (!iid || !out || !(*iid == IID_KestDAV_3 || *iid == IID_KestUploads_3))
         return Object::QueryInterface(iid, out);
     AddRef();
-    *out = static_cast<IKestDAV3*>(&third_);
+    if (*iid == IID_KestDAV_3)
+        *out = static_cast<IKestDAV3*>(&third_);
+    else
+        *out = static_cast<IKestDAVUploads3*>(&uploads_);
     return TAL_STATUS_SUCCESS;
 }
 

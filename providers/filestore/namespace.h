@@ -8,12 +8,16 @@
 #include "providers/filestore/namespace3.h"
 #include "providers/filestore/object.h"
 #include "providers/filestore/store.h"
+#include "providers/filestore/uploads3.h"
 
 namespace filestore {
 
 class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
   public:
-    explicit FileNamespace(Store& store) : store_(store), third_(*this, store) {}
+    explicit FileNamespace(Store& store)
+        : store_(store), third_(*this, store), uploads_(*this, store)
+    {
+    }
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override;
     TALSTATUS Copy(SCHANDLE hSession, BOOLEAN overwrite, INT32 depth, UNICODE_STRING* source,
@@ -52,6 +56,7 @@ class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
 
     Store& store_;
     NamespaceFace third_;
+    UploadsFace uploads_;
 };
 
 } // namespace filestore

@@ -362,6 +362,9 @@ class PosixFileSystem final : public FileSystem {
         case OpenFor::Reading: // O_NONBLOCK: a pipe in the volume must not hold the thread
             flags |= O_RDONLY | O_NONBLOCK | O_NOCTTY;
             break;
+        case OpenFor::Changing:
+            flags |= O_RDWR | O_NONBLOCK | O_NOCTTY;
+            break;
         case OpenFor::Directory:
             flags |= O_RDONLY | O_DIRECTORY;
             break;
@@ -370,7 +373,8 @@ class PosixFileSystem final : public FileSystem {
             break;
         }
         int fd = OpenBeneath(directory, path, flags, resolve);
-        if (fd < 0 && errno == EACCES && purpose != OpenFor::Locating)
+        if (fd < 0 && errno == EACCES && purpose != OpenFor::Locating &&
+            purpose != OpenFor::Changing)
             fd = OpenBeneath(directory, path, O_CLOEXEC | O_PATH | (flags & O_DIRECTORY), resolve);
         if (fd < 0)
             return errno;

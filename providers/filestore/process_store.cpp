@@ -37,6 +37,7 @@ Store::Options ReadOptions()
                                "\"; expected \"none\", \"data\" or \"full\". Using \"data\"");
     }
     (void)ReadNumber(kStoreKey, u"Keep Deleted", &options.keepDeletedDays); // else the default
+    (void)ReadNumber(kStoreKey, u"Upload Time", &options.uploadSeconds);    // likewise
     UINT32 keepFreeMiB = 256;
     UINT32 reserveKiB = 1024;
     (void)ReadNumber(kStoreKey, u"Keep Free", &keepFreeMiB);

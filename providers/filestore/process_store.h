@@ -9,6 +9,7 @@
 //     'Keep Deleted'    days for which deleted entries are kept, default 30; 0: not at all
 //     'Keep Free'       MiB; while less is free, kept entries give way, default 256
 //     'Reserve'         KiB that deletions and unlocking can use on a full disk, default 1024
+//     'Upload Time'     seconds for which an upload that was broken off can go on, default 86400
 //     'Server Address'  IPv4 address that a collection's location is shown with, default 127.0.0.1
 #pragma once
 

@@ -9,6 +9,7 @@
 #include "providers/filestore/failures.h"
 #include "providers/filestore/purge.h"
 #include "providers/filestore/room.h"
+#include "providers/filestore/upload_directory.h"
 
 namespace filestore {
 
@@ -57,6 +58,7 @@ void Purger::Run(std::stop_token stop)
                 KeepRoom(store_, *volume, pause);
                 volume->FillReserve();
                 DropExpiredLocks(store_, *volume);
+                DropExpiredUploads(store_, *volume);
             }
             return TAL_STATUS_SUCCESS;
         });

@@ -135,26 +135,8 @@ TALSTATUS ContentFace::Begin(UINT32 purpose, INT64 expected)
         status = guard_->CheckLocks(volume, path_,
                                     upload_->IsReplacing() ? Reach::Self : Reach::Membership);
     if (!Failed(status) && expected > 0)
-        status = MakeRoomFor(static_cast<UINT64>(expected));
+        status = MakeRoomForBody(store_, volume, static_cast<UINT64>(expected));
     return status;
-}
-
-// A body that cannot be kept is refused before it is sent.
-TALSTATUS ContentFace::MakeRoomFor(UINT64 bytes)
-{
-    constexpr UINT64 kWorthAsking = 1u << 20;
-    Volume& volume = *volume_;
-    UINT64 free = 0, total = 0;
-    if (bytes < kWorthAsking)
-        return TAL_STATUS_SUCCESS;
-    for (;;) {
-        if (const int error = volume.Fs().FreeSpace(&free, &total))
-            return StatusFromErrno(error);
-        if (free >= bytes)
-            return TAL_STATUS_SUCCESS;
-        if (bytes > total || !MakeRoom(store_, volume, bytes))
-            return Failure(kCodeStorageFull);
-    }
 }
 
 TALSTATUS ContentFace::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read)

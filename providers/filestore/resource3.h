@@ -33,7 +33,6 @@ class ContentFace final : public Face<IKestDAVResource3> {
     TALSTATUS OpenForWriting(SCHANDLE session, const UNICODE_STRING* path, UINT32 purpose,
                              INT64 expected, DAV_OBJECT_INFO* info);
     TALSTATUS Begin(UINT32 purpose, INT64 expected);
-    TALSTATUS MakeRoomFor(UINT64 bytes);
     TALSTATUS Finish(DAV_DATETIME modified, DAV_DATETIME created);
 
     Store& store_;

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 
 namespace filestore {
@@ -66,6 +67,22 @@ bool MakeRoom(const Store& store, Volume& volume, UINT64 bytes)
     reports.Drop();     // what fails here is not what was asked for
     store.WakePurger(); // it goes on until as much is free as is wanted
     return hasRemoved;
+}
+
+TALSTATUS MakeRoomForBody(const Store& store, Volume& volume, UINT64 bytes)
+{
+    constexpr UINT64 kWorthAsking = 1u << 20;
+    UINT64 free = 0, total = 0;
+    if (bytes < kWorthAsking)
+        return TAL_STATUS_SUCCESS;
+    for (;;) {
+        if (const int error = volume.Fs().FreeSpace(&free, &total))
+            return StatusFromErrno(error);
+        if (free >= bytes)
+            return TAL_STATUS_SUCCESS;
+        if (bytes > total || !MakeRoom(store, volume, bytes))
+            return Failure(kCodeStorageFull);
+    }
 }
 
 void KeepRoom(const Store& store, Volume& volume, const PurgePause& pause)

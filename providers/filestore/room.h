@@ -20,6 +20,8 @@ namespace filestore {
 // Removes what is on its way out, then the oldest kept entries, until `bytes` more can be written.
 // False when there was nothing to remove.
 [[nodiscard]] bool MakeRoom(const Store& store, Volume& volume, UINT64 bytes);
+// The same for a body of that length before it is sent; code 35 when it cannot be kept.
+TALSTATUS MakeRoomForBody(const Store& store, Volume& volume, UINT64 bytes);
 // Removes the oldest kept entries until as much is free as the store's setting wants.
 void KeepRoom(const Store& store, Volume& volume, const PurgePause& pause);
 

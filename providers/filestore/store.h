@@ -32,6 +32,8 @@ class Store {
         // What a full disk is spared for, see room.h. A small disk gives less.
         UINT64 reserveBytes = 0;
         UINT64 keepFreeBytes = 0;
+        // For which an upload is kept when nothing comes of it; 0: none are.
+        UINT32 uploadSeconds = 86400;
         UINT64 (*now)() = nullptr; // 100 ns units since 1601
     };
     Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& options);

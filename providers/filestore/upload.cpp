@@ -16,7 +16,7 @@ UINT32 WithReadOnly(UINT32 mode, bool on)
     return on ? mode & ~0222u : (mode & 0222 ? mode : mode | 0200);
 }
 
-TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
+TALSTATUS Upload::LookAtParent(std::string_view path)
 {
     if (!volume_.IsWritable())
         return Failure(kCodeAccessDenied);
@@ -26,6 +26,31 @@ TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
         return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
                                                    : StatusFromErrno(error);
     path_ = path;
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Upload::Look(std::string_view path)
+{
+    const TALSTATUS status = LookAtParent(path);
+    return Failed(status) ? status : LookAtName();
+}
+
+TALSTATUS Upload::BeginWithFile(std::string_view path, FileHandle directory, std::string name)
+{
+    if (const TALSTATUS status = Look(path); Failed(status))
+        return status;
+    FileSystem& fs = volume_.Fs();
+    if (const int error = fs.OpenAt(directory, name.c_str(), OpenFor::Changing, file_.Out(fs)))
+        return StatusFromErrno(error);
+    origin_ = directory;
+    tmpName_ = std::move(name);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
+{
+    if (const TALSTATUS status = LookAtParent(path); Failed(status))
+        return status;
     if (seemsFree && MakeUnnamed() == 0)
         return TAL_STATUS_SUCCESS;
     if (const TALSTATUS status = LookAtName(); Failed(status))
@@ -179,9 +204,9 @@ TALSTATUS Upload::StatusOfTaking(int error) const
 TALSTATUS Upload::TakeName()
 {
     FileSystem& fs = volume_.Fs();
-    const int error = isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), Leaf())
-                                 : fs.Rename(volume_.Tmp(), tmpName_.c_str(), parent_->Get(),
-                                             Leaf(), !mustBeFree_);
+    const int error =
+        isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), Leaf())
+                   : fs.Rename(Origin(), tmpName_.c_str(), parent_->Get(), Leaf(), !mustBeFree_);
     return error == EEXIST && !mustBeFree_ ? Replace() : StatusOfTaking(error);
 }
 
@@ -235,7 +260,7 @@ TALSTATUS Upload::ReplaceJudged(const FileInfo& there)
 {
     FileSystem& fs = volume_.Fs();
     const auto trade = [&] {
-        return fs.Exchange(volume_.Tmp(), tmpName_.c_str(), parent_->Get(), Leaf());
+        return fs.Exchange(Origin(), tmpName_.c_str(), parent_->Get(), Leaf());
     };
     const int error = trade();
     if (error == EOPNOTSUPP)
@@ -243,12 +268,12 @@ TALSTATUS Upload::ReplaceJudged(const FileInfo& there)
     if (error)
         return StatusOfTaking(error);
     FileInfo out;
-    if (fs.InspectAt(volume_.Tmp(), tmpName_.c_str(), &out) != 0 || out.inode != there.inode ||
+    if (fs.InspectAt(Origin(), tmpName_.c_str(), &out) != 0 || out.inode != there.inode ||
         out.modified != there.modified || out.size != there.size) {
         const TALSTATUS back = StatusFromErrno(trade());
         return Failed(back) ? back : Failure(kCodePreconditionFailed);
     }
-    (void)fs.RemoveFile(volume_.Tmp(), tmpName_.c_str()); // else the next start does
+    (void)fs.RemoveFile(Origin(), tmpName_.c_str()); // else the next start does
     return TAL_STATUS_SUCCESS;
 }
 
@@ -269,8 +294,8 @@ TALSTATUS Upload::Publish()
 
 void Upload::Discard()
 {
-    if (!tmpName_.empty())
-        (void)volume_.Fs().RemoveFile(volume_.Tmp(), tmpName_.c_str()); // else the next start does
+    if (!tmpName_.empty() && origin_ == kNoFile)
+        (void)volume_.Fs().RemoveFile(Origin(), tmpName_.c_str()); // else the next start does
     tmpName_.clear();
     isUnnamed_ = false;
     file_.Reset();

@@ -27,11 +27,16 @@ class Upload {
     // Before Begin: the name must be free then, too.
     void SetMustBeFree() { mustBeFree_ = true; }
 
+    // Whether content could be published at `path` just now. Codes as Begin.
+    TALSTATUS Look(std::string_view path);
     // Prepares to write the file at `path`. Code 33 when its parent is missing, 39 when it is a
     // collection, 6 when it is read-only or the volume is. `seemsFree`: the caller has just looked
     // for the name in vain; what does bear it is then met in Publish.
     TALSTATUS Begin(std::string_view path, bool seemsFree);
-    // The same, and fills the file with what is there under the name now.
+    // The same for content that lies in a private directory already, under `name`: Publish takes it
+    // from there, and until then it stays, whatever becomes of this object.
+    TALSTATUS BeginWithFile(std::string_view path, FileHandle directory, std::string name);
+    // The same as the first, and fills the file with what is there under the name now.
     TALSTATUS BeginWithContent(std::string_view path, FileHandle content, UINT64 size);
     TALSTATUS Write(UINT64 offset, const void* data, UINT32 size);
     TALSTATUS SetLength(UINT64 length);
@@ -53,7 +58,10 @@ class Upload {
     std::optional<UINT64> Created() const { return created_; }
 
   private:
+    TALSTATUS LookAtParent(std::string_view path);
     TALSTATUS LookAtName();
+    // Where the file has its name until it is in place.
+    FileHandle Origin() const { return origin_ == kNoFile ? volume_.Tmp() : origin_; }
     int MakeUnnamed();
     TALSTATUS TakeName();
     TALSTATUS TakeJudgedName();
@@ -70,8 +78,9 @@ class Upload {
     Volume& volume_;
     DirectoryRef parent_;
     OpenFile file_;
-    std::string tmpName_;    // empty: nothing to put in place or to remove, or
-    bool isUnnamed_ = false; // a file that goes by itself
+    FileHandle origin_ = kNoFile; // the caller's directory that the file lies in; none: Tmp()
+    std::string tmpName_;         // empty: nothing to put in place or to remove, or
+    bool isUnnamed_ = false;      // a file that goes by itself
     std::string path_;
     Conditions conditions_;
     bool mustBeFree_ = false;

@@ -121,7 +121,7 @@ Volume::~Volume()
     meta_.reset();
     if (tmp_ != kNoFile)
         (void)fs_->RemoveFile(tmp_, (token_ + std::string(kLockSuffix)).c_str()); // the next start
-    for (const FileHandle h : {tmp_, deleted_, purge_, reserve_, tokenLock_})
+    for (const FileHandle h : {tmp_, deleted_, purge_, uploads_, reserve_, tokenLock_})
         if (h != kNoFile)
             fs_->Close(h);
 }
@@ -137,6 +137,24 @@ int Volume::OpenPrivate(std::string_view name, FileHandle* out)
         return error;
     error = fs_->MakeDirectory(parent.Get(), std::string(name).c_str());
     return error && error != EEXIST ? error : fs_->Open(path.c_str(), OpenFor::Directory, out);
+}
+
+int Volume::OpenUploads(bool make, FileHandle* out)
+{
+    const std::lock_guard lock(uploadsMutex_);
+    if (uploads_ == kNoFile) {
+        OpenFile opened;
+        const std::string path = std::string(kPrivateDirectory) + "/uploads";
+        int error = make ? OpenPrivate("uploads", opened.Out(*fs_))
+                         : fs_->Open(path.c_str(), OpenFor::Directory, opened.Out(*fs_));
+        if (error == 0)
+            error = fs_->KeepPrivate(opened.Get());
+        if (error)
+            return error;
+        uploads_ = opened.Detach();
+    }
+    *out = uploads_;
+    return 0;
 }
 
 int Volume::Prepare()
@@ -156,6 +174,9 @@ int Volume::Prepare()
          {std::pair{"tmp", &tmp_}, {"deleted", &deleted_}, {"purge", &purge_}})
         if (const int error = OpenPrivate(name, handle))
             return error;
+    FileHandle uploads = kNoFile;
+    if (const int error = OpenUploads(false, &uploads); error && error != ENOENT)
+        return error;
     for (const FileHandle handle : {own.Get(), tmp_, deleted_, purge_})
         if (const int error = fs_->KeepPrivate(handle))
             return error;

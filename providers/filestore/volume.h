@@ -7,6 +7,8 @@
 //                    is none yet (upload.h)
 //   .kest/deleted/   deleted entries that are kept, named by their number
 //   .kest/purge/     deleted entries on their way out
+//   .kest/uploads/   uploads that can go on later, each with its record (pending_upload.h); made
+//                    with the first one
 //   .kest/reserve/   files that are given up on a full disk
 //   .kest/meta.db    properties, hidden marks, locks, the list of deleted entries
 //   .kest/state      empty; who waits for the database has a lock on it
@@ -24,6 +26,7 @@
 #include "providers/filestore/filesystem.h"
 #include "providers/filestore/metadata.h"
 #include "providers/filestore/names.h"
+#include "providers/filestore/upload_registry.h"
 
 namespace filestore {
 
@@ -71,6 +74,11 @@ class Volume {
     FileHandle Tmp() const { return tmp_; }
     FileHandle Deleted() const { return deleted_; }
     FileHandle Purge() const { return purge_; }
+
+    // The directory of uploads that can go on later, which is the volume's to close; with `make` it
+    // is made where it is missing, else ENOENT.
+    int OpenUploads(bool make, FileHandle* out);
+    UploadRegistry& Uploads() { return uploadRegistry_; }
 
     // Null when the volume is read-only: then it has no locks and no properties.
     Metadata* Meta() const { return meta_.get(); }
@@ -154,6 +162,9 @@ class Volume {
     std::mutex room_;
     std::mutex abandonedMutex_;
     std::vector<std::string> abandoned_; // in Tmp(), at most kMostAbandoned
+    UploadRegistry uploadRegistry_;
+    std::mutex uploadsMutex_;
+    FileHandle uploads_ = kNoFile;
     UINT64 reserveBytes_ = 0;
     FileHandle reserve_ = kNoFile;
     std::atomic<bool> isReserveShort_{true};

@@ -102,7 +102,12 @@ class MemoryFileSystem final : public FileSystem {
                      .bytes = std::string(static_cast<const char*>(buffer), size)});
         return 0;
     }
-    int SetSize(FileHandle, UINT64) override { return EOPNOTSUPP; } // no operation here asks for it
+    int SetSize(FileHandle handle, UINT64 size) override
+    {
+        const Busy busy;
+        machine_.Do({.kind = Event::Truncate, .inode = InodeOf(handle), .number = size});
+        return 0;
+    }
     int SetMode(FileHandle handle, UINT32 mode) override
     {
         const Busy busy;

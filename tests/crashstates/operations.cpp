@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include "providers/filestore/pending_upload.h"
 #include "tests/crashstates/machine.h"
 #include "tests/unit/filestore/third_generation.h"
 
@@ -135,6 +136,11 @@ const std::vector<Operation> kOperations = {
     THIRD("third PUT new", StoreContent(s, "/v/n", kOpenReplace)),
     THIRD("third PUT over", StoreContent(s, "/v/f", kOpenReplace)),
     THIRD("third PUT of a range", StoreContent(s, "/v/f", kOpenModify)),
+    THIRD("third PUT in parts", StoreInParts(s, "/v/n")),
+    THIRD("third PUT over in parts", StoreInParts(s, "/v/f")),
+    Operation{"third PUT of a first part",
+              [](Store& s, Client&) -> TALSTATUS { return third::StoreFirstPart(s, "/v/n"); },
+              false, "upload /v/n has ''"},
     THIRD("third MKCOL", MakeFolder(s, "/v/n")),
     THIRD("third DELETE", DeleteObject(s, "/v/d")),
     THIRD("third COPY folder onto file", Relocate(s, false, "/v/d", "/v/f")),
@@ -196,6 +202,7 @@ class Description {
             lines_.push_back("fault " + name + " is served for reading only");
             return;
         }
+        AddUploads(inode, name);
         char path[256];
         EXPECT_EQ(0, volume.Fs().ExternalPath(".kest/meta.db", path, sizeof path));
         sqlite3* database = nullptr;
@@ -232,6 +239,28 @@ class Description {
         for (const auto& [name, child] : inode.entries)
             if (name != ".kest")
                 AddTree(child, path + "/" + name, mark);
+    }
+    // What a client would be told of them; a record without content says that there is none.
+    void AddUploads(InodeId top, const std::string& volume)
+    {
+        const Busy busy;
+        const Inode* const directory =
+            machine_.Now().Find(machine_.Now().Resolve(top, ".kest/uploads"));
+        if (!directory)
+            return;
+        for (const auto& [name, id] : directory->entries) {
+            UploadRecord record;
+            const auto state = directory->entries.find(name + std::string(kUploadRecordSuffix));
+            if (state == directory->entries.end() ||
+                !ReadUploadText(machine_.Now().Find(state->second)->content, &record))
+                continue;
+            const std::string& content = machine_.Now().Find(id)->content;
+            const std::string where = "upload " + volume + "/" + record.path + " has '";
+            lines_.push_back(content.size() < record.offset
+                                 ? "fault " + where + content + "' of " +
+                                       std::to_string(record.offset)
+                                 : where + content.substr(0, record.offset) + "'");
+        }
     }
     // An entry of the list without its file is harmless: it is shown to nobody for long. A file
     // without its entry is lost.

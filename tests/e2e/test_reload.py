@@ -92,7 +92,7 @@ class EachSetting(ServerCase):
         store = {
             "Sync": ("'none'", True), "Keep Deleted": ("0", True),
             "Server Address": ("'127.0.0.2'", True), "Keep Free": ("1", True),
-            "Reserve": ("64", True),
+            "Reserve": ("64", True), "Upload Time": ("60", True),
         }
         directory = {
             "Backend": ("'ldap'\n'Server' = 'ldap://127.0.0.1:1'", False), "Tree": ("'X'", False),

@@ -182,3 +182,19 @@ struct DAV_QUOTA {
     UINT64 Used;
     UINT64 Available;
 };
+
+// An upload that can go on when its connection has broken (uploads_3.h).
+inline constexpr UINT32 kUploadNameBytes = 60;
+inline constexpr UINT32 kMostUploadTerms = 16384; // bytes
+inline constexpr UINT64 kUploadLengthUnknown = ~UINT64{0};
+inline constexpr UINT32 kUploadComplete = 0x1; // bit of Flags: it is under its name
+struct DAV_UPLOAD {
+    UINT32 Size;
+    UINT32 Flags;
+    UINT64 Offset;     // bytes that are kept, on the disk as the provider's setting wants it
+    UINT64 Length;     // of the whole in bytes, or kUploadLengthUnknown
+    UINT64 MostBytes;  // that the whole may have
+    UINT64 Lifetime;   // seconds from now for which it is kept if nothing comes
+    UINT32 NameLength; // bytes of Name
+    char Name[kUploadNameBytes]; // A-Z, a-z, 0-9, "-" and "_": nobody can guess it
+};

@@ -155,8 +155,10 @@ std::vector<std::string> Installation::Leftovers() const
 {
     std::vector<std::string> out;
     for (const fs::path& volume : {One(), Two()})
-        for (const std::string& name : filestore::Leftovers(volume / ".kest/tmp"))
-            out.push_back(volume.filename().string() + "/" + name);
+        for (const char* const directory : {".kest/tmp", ".kest/uploads"})
+            if (fs::exists(volume / directory))
+                for (const std::string& name : filestore::Leftovers(volume / directory))
+                    out.push_back(volume.filename().string() + "/" + name);
     return out;
 }
 

@@ -22,6 +22,7 @@ void Fill(Client& client)
     ASSERT_EQ(0u, client.SetProperty("/one/tree/a", "color", "blue"));
     ASSERT_EQ(0u, client.MkCol("/two/folder"));
     ASSERT_EQ(0u, client.Put("/two/folder/member", "of before"));
+    ASSERT_EQ(0u, BeginAndCancel(client.GetStore(), "/one/upload")); // the directory stays
 }
 
 using Work = TALSTATUS (*)(filestore::Store&);
@@ -41,6 +42,8 @@ const Row kRows[] = {
     {"PublishNew", [](auto& s) { return StoreContent(s, "/one/new", kOpenReplace); }},
     {"PublishOver", [](auto& s) { return StoreContent(s, "/one/file", kOpenReplace); }},
     {"PublishRange", [](auto& s) { return StoreContent(s, "/one/file", kOpenModify); }},
+    {"UploadInPartsNew", [](auto& s) { return StoreInParts(s, "/one/new"); }},
+    {"UploadInPartsOver", [](auto& s) { return StoreInParts(s, "/one/file"); }},
     {"MakeCollection", [](auto& s) { return MakeFolder(s, "/one/new"); }},
     {"Delete", [](auto& s) { return DeleteObject(s, "/one/tree"); }, true},
     {"CopyTree", [](auto& s) { return Relocate(s, false, "/one/tree", "/one/new"); }},

@@ -6,6 +6,7 @@ kest_test(filestore_contract_test SHARDS 2
           ${CMAKE_CURRENT_LIST_DIR}/walks_test.cpp ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/content3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/namespace3_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/properties3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/locks3_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/uploads3_test.cpp
   LIBS tolm ${CMAKE_DL_LIBS})
 target_compile_definitions(filestore_contract_test PRIVATE FILESTORE_LIBRARY="$<TARGET_FILE:filestore>")
 add_dependencies(filestore_contract_test filestore)

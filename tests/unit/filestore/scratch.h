@@ -66,6 +66,7 @@ class Path {
 class Client {
   public:
     explicit Client(Store& store) : store_(store) {}
+    Store& GetStore() { return store_; }
 
     TALSTATUS Put(const std::string& path, const std::string& content)
     {

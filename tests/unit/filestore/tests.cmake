@@ -8,6 +8,8 @@ kest_test(filestore_unit_test SHARDS 4
           ${CMAKE_CURRENT_LIST_DIR}/looks_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/parsed_paths_test.cpp ${CMAKE_CURRENT_LIST_DIR}/etag_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/property_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/upload_record_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/pending_upload_test.cpp
   LIBS filestore_objects)
 # Apart from the others: it has system calls of its own.
 kest_test(filestore_posixfs_test

@@ -72,6 +72,109 @@ inline TALSTATUS StoreContent(Store& store, const char* path, UINT32 purpose)
     });
 }
 
+// The place of an upload that was begun.
+struct Begun {
+    char name[kUploadNameBytes] = {};
+    UINT32 length = 0;
+    DAV_TEXT Text() const { return {name, length}; }
+};
+
+inline TALSTATUS BeginUpload(IKestDAVUploads3& uploads, const char* path, UINT64 length,
+                             Begun* begun)
+{
+    Name name(path);
+    const DAV_TEXT terms = Text("terms");
+    DAV_UPLOAD upload{};
+    upload.Size = sizeof upload;
+    const TALSTATUS status = uploads.Begin({}, &name, length, &terms, nullptr, nullptr, &upload);
+    begun->length = upload.NameLength;
+    std::copy_n(upload.Name, upload.NameLength, begun->name);
+    return status;
+}
+
+// Adds a text at `offset` and keeps it, or with `isLast` publishes all of it.
+inline TALSTATUS AppendToUpload(IKestDAVUploads3& uploads, const char* path, const Begun& begun,
+                                UINT64 offset, std::string_view text, bool isLast)
+{
+    Name name(path);
+    const DAV_TEXT place = begun.Text();
+    DAV_CHANGE change{};
+    change.Size = sizeof change;
+    IKestDAVResource3* content = nullptr;
+    TALSTATUS status =
+        uploads.Continue({}, &name, &place, offset, kUploadLengthUnknown, nullptr, &content);
+    if (Failed(status))
+        return status;
+    status = content->Write(offset, static_cast<UINT32>(text.size()), text.data());
+    if (!Failed(status) && isLast)
+        status = content->Publish(kDate, kDate, nullptr, &change);
+    content->Release();
+    return status;
+}
+
+// How far it has come; UINT64's most for a failure.
+inline UINT64 OffsetOfUpload(IKestDAVUploads3& uploads, const char* path, const Begun& begun)
+{
+    Name name(path);
+    const DAV_TEXT place = begun.Text();
+    DAV_UPLOAD upload{};
+    upload.Size = sizeof upload;
+    return Failed(uploads.Find({}, &name, &place, nullptr, nullptr, &upload)) ? ~UINT64{0}
+                                                                              : upload.Offset;
+}
+
+template <class F> TALSTATUS WithUploads(Store& store, F&& work)
+{
+    return With<FileNamespace, IKestDAVUploads3>(store, std::forward<F>(work));
+}
+
+// An upload in two parts, of which nothing is left but the file. What fails is dropped.
+inline TALSTATUS StoreInParts(Store& store, const char* path)
+{
+    return WithUploads(store, [&](IKestDAVUploads3& uploads) {
+        Begun begun;
+        TALSTATUS status = BeginUpload(uploads, path, 6, &begun);
+        if (Failed(status))
+            return status;
+        status = AppendToUpload(uploads, path, begun, 0, "old", false);
+        if (!Failed(status) && OffsetOfUpload(uploads, path, begun) != 3)
+            status = TAL_STATUS_UNSUCCESSFUL;
+        if (!Failed(status))
+            status = AppendToUpload(uploads, path, begun, 3, "new", true);
+        Name name(path);
+        const DAV_TEXT place = begun.Text();
+        for (int attempt = 0; attempt < 2; ++attempt)
+            if (!Failed(uploads.Cancel({}, &name, &place)))
+                break;
+        return status;
+    });
+}
+
+inline TALSTATUS BeginAndCancel(Store& store, const char* path)
+{
+    return WithUploads(store, [&](IKestDAVUploads3& uploads) {
+        Begun begun;
+        Name name(path);
+        const TALSTATUS status = BeginUpload(uploads, path, 6, &begun);
+        const DAV_TEXT place = begun.Text();
+        return Failed(status) ? status : uploads.Cancel({}, &name, &place);
+    });
+}
+
+// The first part of one, of which the caller hears how far it has come.
+inline TALSTATUS StoreFirstPart(Store& store, const char* path)
+{
+    return WithUploads(store, [&](IKestDAVUploads3& uploads) {
+        Begun begun;
+        TALSTATUS status = BeginUpload(uploads, path, 6, &begun);
+        if (!Failed(status))
+            status = AppendToUpload(uploads, path, begun, 0, "old", false);
+        if (!Failed(status) && OffsetOfUpload(uploads, path, begun) != 3)
+            status = TAL_STATUS_UNSUCCESSFUL;
+        return status;
+    });
+}
+
 inline TALSTATUS Relocate(Store& store, bool isMove, const char* from, const char* to)
 {
     return InNamespace(store, [&](IKestDAV3& space) {

@@ -18,4 +18,5 @@ kest_test(unit_standard_readers
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/if_header_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/readers_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/upload_fields_test.cpp
   LIBS kestdav_objects kest_harness)

@@ -409,6 +409,7 @@ TEST_F(Settings, WrongSettingsOfComponents_AreNamedWithTheirPlace)
                            Row{"KestDav", "'Template Directory' = '/srv'", "a '/' at its end"},
                            Row{"FileStore", "'Sync' = 'perhaps'", "expected 'none'"},
                            Row{"FileStore", "'Keep Deleted' = 'week'", "expected a number"},
+                           Row{"FileStore", "'Upload Time' = 31536001", "from 0 to 31536000"},
                            Row{"FileStore", "'Server Address' = '::1'", "IPv4"},
                            Row{"FileStore\\Volumes", "'a' = '/nonexistent'", "No such file"},
                            Row{"FileStore\\Volumes", "'a' = '/dev/null'", "not a directory"},

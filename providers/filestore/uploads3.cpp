@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Beginning, finding, continuing and dropping uploads.
+#include "providers/filestore/uploads3.h"
+
+#include <algorithm>
+
+#include "providers/filestore/operation.h"
+#include "providers/filestore/recent.h"
+#include "providers/filestore/upload.h"
+#include "providers/filestore/upload_content.h"
+#include "providers/filestore/upload_directory.h"
+
+namespace filestore {
+
+namespace {
+
+bool IsUploadName(const DAV_TEXT* name)
+{
+    constexpr size_t kDigits = 32;
+    const auto isDigit = [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); };
+    return name && name->Text && name->Length == kDigits &&
+           std::all_of(name->Text, name->Text + kDigits, isDigit);
+}
+
+// Whose upload it is. For anybody else, and under another path, there is none.
+TALSTATUS LoadOwn(PendingUpload& upload, const Guard& guard, const Target& target)
+{
+    const TALSTATUS status = upload.Load();
+    if (Failed(status))
+        return status;
+    const UploadRecord& record = upload.Record();
+    return record.path == target.path.View() && record.user == guard.User()
+               ? TAL_STATUS_SUCCESS
+               : Failure(kCodeNotFound);
+}
+
+void SetName(std::string_view name, DAV_UPLOAD* out)
+{
+    out->NameLength = static_cast<UINT32>(std::min<size_t>(name.size(), kUploadNameBytes));
+    std::copy_n(name.data(), out->NameLength, out->Name);
+}
+
+// Runs `use` on the upload of a name, with its mutex held.
+template <class F>
+TALSTATUS OnUpload(const Store& store, SCHANDLE session, const Target& target, const DAV_TEXT* name,
+                   F&& use)
+{
+    const DAV_PRECONDITIONS none{};
+    const Guard guard(store, session, target, none);
+    const std::string_view text = TextOf(*name);
+    auto hold = HoldUpload(store, *target.volume, text);
+    PendingUpload& upload = **hold;
+    const std::unique_lock lock(upload.Mutex());
+    const TALSTATUS status = LoadOwn(upload, guard, target);
+    return Failed(status) ? status : use(upload);
+}
+
+} // namespace
+
+// Where there is no volume there is no upload.
+TALSTATUS UploadsFace::LocateKnown(const UNICODE_STRING* path, Target* target) const
+{
+    const TALSTATUS status = store_.Locate(path, target);
+    if (Failed(status))
+        return status;
+    const bool isPossible = !target->IsRoot() && !target->deletedId && target->volume->IsWritable();
+    return isPossible && store_.Settings().uploadSeconds ? TAL_STATUS_SUCCESS
+                                                         : Failure(kCodeNotFound);
+}
+
+// Code 13 where the store takes no such uploads.
+TALSTATUS UploadsFace::LocateUsable(const UNICODE_STRING* path, Target* target) const
+{
+    const TALSTATUS status = store_.LocateNew(path, target);
+    if (Failed(status))
+        return status;
+    return store_.Settings().uploadSeconds && target->volume->IsWritable()
+               ? TAL_STATUS_SUCCESS
+               : Failure(kCodeNotImplemented);
+}
+
+TALSTATUS UploadsFace::GetLimits(SCHANDLE, UNICODE_STRING* path, DAV_UPLOAD* upload)
+{
+    if (!upload)
+        return Failure(kCodeInvalidParameter);
+    return Protected([&] {
+        Target target;
+        DAV_UPLOAD told{};
+        TALSTATUS status = LocateUsable(path, &target);
+        if (!Failed(status))
+            status = SpaceForUpload(*target.volume, {}, &told.MostBytes);
+        if (Failed(status))
+            return status;
+        told.Lifetime = store_.Settings().uploadSeconds;
+        WriteRecord(told, upload);
+        return TAL_STATUS_SUCCESS;
+    });
+}
+
+TALSTATUS UploadsFace::Begin(SCHANDLE hSession, UNICODE_STRING* path, UINT64 length,
+                             const DAV_TEXT* terms, const DAV_PRECONDITIONS* preconditions,
+                             IKestDAVFailures3* failures, DAV_UPLOAD* upload)
+{
+    if (!upload || !terms || (terms->Length && !terms->Text) || terms->Length > kMostUploadTerms)
+        return Failure(kCodeInvalidParameter);
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        if (const TALSTATUS status = LocateUsable(path, &target); Failed(status))
+            return status;
+        return RunGuarded(store_, hSession, target, preconditions, failures,
+                          [&](const Guard& guard) {
+                              return BeginAt(guard, target, length, TextOf(*terms), upload);
+                          });
+    });
+}
+
+// Judged as a PUT is, before a byte is taken.
+TALSTATUS UploadsFace::BeginAt(const Guard& guard, const Target& target, UINT64 length,
+                               std::string_view terms, DAV_UPLOAD* upload)
+{
+    Volume& volume = *target.volume;
+    Upload look(store_, volume);
+    look.SetConditions(guard.On(volume, target.path.View()));
+    TALSTATUS status = guard.CheckConditions();
+    if (!Failed(status))
+        status = look.Look(target.path.View());
+    if (!Failed(status))
+        status = guard.CheckLocks(volume, target.path.View(),
+                                  look.IsReplacing() ? Reach::Self : Reach::Membership);
+    if (Failed(status))
+        return status;
+    UploadRecord record;
+    record.length = length;
+    record.user = guard.User();
+    record.path = target.path.View();
+    record.terms = terms;
+    std::string name;
+    DAV_UPLOAD told{};
+    status = MakeUpload(store_, volume, std::move(record), &name, &told.MostBytes);
+    if (Failed(status))
+        return status;
+    told.Length = length;
+    told.Lifetime = store_.Settings().uploadSeconds;
+    SetName(name, &told);
+    WriteRecord(told, upload);
+    return TAL_STATUS_SUCCESS;
+}
+
+TALSTATUS UploadsFace::Find(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name,
+                            UINT32* size, char* terms, DAV_UPLOAD* upload)
+{
+    if (!upload || (terms && !size))
+        return Failure(kCodeInvalidParameter);
+    if (!IsUploadName(name))
+        return Failure(kCodeNotFound);
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
+            return status;
+        return OnUpload(store_, hSession, target, name, [&](PendingUpload& found) {
+            (void)found.Take();
+            DAV_UPLOAD told{};
+            TALSTATUS status = found.Checkpoint();
+            if (!Failed(status))
+                status = SpaceForUpload(*target.volume, TextOf(*name), &told.MostBytes);
+            if (Failed(status))
+                return status;
+            const UploadRecord& record = found.Record();
+            if (terms && *size < record.terms.size())
+                return Failure(kCodeBufferTooSmall);
+            if (terms) {
+                record.terms.copy(terms, record.terms.size());
+                *size = static_cast<UINT32>(record.terms.size());
+            }
+            told.Flags = found.IsComplete() ? kUploadComplete : 0;
+            told.Offset = found.Offset();
+            told.Length = found.IsComplete() ? found.Offset() : record.length;
+            const UINT64 end = record.touched + store_.Settings().uploadSeconds * kTicksPerSecond;
+            told.Lifetime = (end - std::min(end, store_.Now())) / kTicksPerSecond;
+            SetName(TextOf(*name), &told);
+            WriteRecord(told, upload);
+            return TAL_STATUS_SUCCESS;
+        });
+    });
+}
+
+TALSTATUS UploadsFace::Continue(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name,
+                                UINT64 offset, UINT64 length,
+                                const DAV_PRECONDITIONS* preconditions, IKestDAVResource3** content)
+{
+    DAV_PRECONDITIONS given;
+    if (!content || !ReadRecord(preconditions, &given) || !AreReadable(given))
+        return Failure(kCodeInvalidParameter);
+    if (!IsUploadName(name))
+        return Failure(kCodeNotFound);
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        UINT64 space = 0;
+        if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
+            return status;
+        return OnUpload(store_, hSession, target, name, [&](PendingUpload& found) {
+            if (found.IsComplete() || found.Offset() != offset)
+                return Failure(kCodeConflict);
+            TALSTATUS status = found.SetWholeLength(length);
+            if (!Failed(status))
+                status = SpaceForUpload(*target.volume, TextOf(*name), &space);
+            if (Failed(status))
+                return status;
+            auto made = Ref<UploadContent>::Adopt(
+                new UploadContent(store_, hSession, target, TextOf(*name), given));
+            made->Begin(found, space);
+            *content = made.Detach();
+            return TAL_STATUS_SUCCESS;
+        });
+    });
+}
+
+TALSTATUS UploadsFace::Cancel(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name)
+{
+    if (!IsUploadName(name))
+        return Failure(kCodeNotFound);
+    return Protected([&] {
+        recent::Drop();
+        Target target;
+        if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
+            return status;
+        return OnUpload(store_, hSession, target, name, [](PendingUpload& found) {
+            (void)found.Take();
+            return found.Remove();
+        });
+    });
+}
+
+} // namespace filestore

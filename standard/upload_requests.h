@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The methods of an upload resource, and the PUT that begins one.
+#pragma once
+
+#include "standard/upload_resource.h"
+
+namespace standard {
+
+// Each sends its whole reply and returns its last status.
+TALSTATUS HeadUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io);
+TALSTATUS PatchUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io);
+TALSTATUS DeleteUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io);
+TALSTATUS OptionsOfUpload(IKestIO_5* io);
+
+// Sets what OPTIONS of a path says of uploads for it. False when none are offered there.
+bool SetUploadOptions(SCHANDLE session, UNICODE_STRING path, IKestIO_5* io);
+
+} // namespace standard
