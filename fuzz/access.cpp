@@ -38,8 +38,8 @@ void ReadRule(std::string_view line, Input& input)
     AccessRule rule;
     if (line.size() < 3)
         return;
-    rule.allowed = static_cast<Rights>(line[0]) & kAllRights;
-    rule.denied = static_cast<Rights>(line[1]) & kAllRights;
+    rule.allowed = static_cast<Rights>(line[0]) & kRightsAll;
+    rule.denied = static_cast<Rights>(line[1]) & kRightsAll;
     line.remove_prefix(2);
     Who who;
     while (!line.empty() && line.front() != '/')

@@ -7,6 +7,11 @@
 
 namespace kestd {
 
+template <class Numbers> uint32_t AccessRules::NumberOf(Numbers& numbers, const std::string& name)
+{
+    return numbers.try_emplace(name, static_cast<uint32_t>(numbers.size())).first->second;
+}
+
 AccessRules::AccessRules(std::vector<AccessRule> rules, std::vector<AccessGroup> groups)
     : rules_(std::move(rules)), nodes_(1)
 {
@@ -21,12 +26,6 @@ AccessRules::AccessRules(std::vector<AccessRule> rules, std::vector<AccessGroup>
     }
     for (const AccessRule& rule : rules_)
         Enter(rule);
-}
-
-uint32_t AccessRules::NumberOf(std::map<std::string, uint32_t, std::less<>>& numbers,
-                               const std::string& name)
-{
-    return numbers.try_emplace(name, static_cast<uint32_t>(numbers.size())).first->second;
 }
 
 uint32_t AccessRules::ChildOf(uint32_t node, std::string_view name)
@@ -196,7 +195,7 @@ Rights AccessRules::Follow(const AccessSubject& subject, std::string_view path,
 {
     place.count = 0;
     place.Add(0);
-    Rights rights = Judge(subject, place, &Node::own, kAllRights);
+    Rights rights = Judge(subject, place, &Node::own, kRightsAll);
     std::string_view name;
     while (TakeComponent(path, name)) {
         rights = Judge(subject, place, &Node::below, rights);
@@ -257,7 +256,7 @@ Rights AccessRules::Below(const AccessSubject& subject, std::string_view path) c
 {
     Place place;
     const Rights rights = Follow(subject, path, place);
-    return InTree(subject, place, rights, kAllRights);
+    return InTree(subject, place, rights, kRightsAll);
 }
 
 std::vector<std::string> AccessRules::FoldersToMake(const AccessSubject& subject) const

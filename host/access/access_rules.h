@@ -116,8 +116,7 @@ class AccessRules {
     uint32_t NodeFor(std::string_view path, bool& isBelow);
     uint32_t ChildOf(uint32_t node, std::string_view name);
     void Enter(const AccessRule& rule);
-    uint32_t NumberOf(std::map<std::string, uint32_t, std::less<>>& numbers,
-                      const std::string& name);
+    template <class Numbers> static uint32_t NumberOf(Numbers& numbers, const std::string& name);
     static const Grant* Find(const NumberedGrants& grants, uint32_t number) noexcept;
     static void Put(NumberedGrants& grants, uint32_t number, const Grant& grant);
 
@@ -132,7 +131,7 @@ class AccessRules {
     std::vector<AccessRule> rules_;
     std::vector<Node> nodes_; // the first is the root
     std::map<std::string, uint32_t, std::less<>> groupNumbers_;
-    std::map<std::string, uint32_t, std::less<>> userNumbers_; // of rules
+    std::unordered_map<std::string, uint32_t, Hash, std::equal_to<>> userNumbers_; // of rules
     // Of users in groups: their groups, ascending.
     std::unordered_map<std::string, std::vector<uint32_t>, Hash, std::equal_to<>> memberships_;
     bool makesFolders_ = false;

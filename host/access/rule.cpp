@@ -36,7 +36,7 @@ bool ParseWho(std::string_view text, Who& who)
 bool ParseRight(std::string_view name, Rights& rights)
 {
     if (name == "all") {
-        rights |= kAllRights;
+        rights |= kRightsAll;
         return true;
     }
     const auto* const found = std::find(std::begin(kRightNames), std::end(kRightNames), name);

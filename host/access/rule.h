@@ -8,17 +8,12 @@
 #include <string_view>
 #include <vector>
 
+#include <kest/host/access.h>
+
 namespace kestd {
 
-// What can be allowed and denied, as bits; of the values that the contract gives them
-// (kest/host/access.h).
+// What can be allowed and denied: kRightList and so on, as bits.
 using Rights = uint32_t;
-inline constexpr Rights kMayList = 1;   // to be shown the object's name and properties
-inline constexpr Rights kMayRead = 2;   // its content, and its properties for who knows its name
-inline constexpr Rights kMayCreate = 4; // where nothing bears the name
-inline constexpr Rights kMayChange = 8; // its content, properties and locks
-inline constexpr Rights kMayDelete = 16;
-inline constexpr Rights kAllRights = 31;
 inline constexpr size_t kRightCount = 5;
 inline constexpr std::string_view kRightNames[kRightCount] = {"list", "read", "create", "change",
                                                               "delete"};

@@ -101,6 +101,8 @@ AuthResult SessionAdmission::Enter(const Credentials& credentials,
     AuthResult admission;
     admission.outcome = AuthResult::Outcome::Granted;
     admission.user = principal->name;
+    if (!principal->groups.empty())
+        admission.groups = {principal, &principal->groups};
     const std::string_view cookie = credentials.cookie.empty()
                                         ? credentials.cookie
                                         : FindCookie(credentials.cookie, kSessionCookie);

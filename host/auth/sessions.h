@@ -34,6 +34,7 @@ struct Principal {
     // Name and credentials in one text that says nothing about the password. Principals with equal
     // keys share a session.
     std::string key;
+    std::vector<std::string> groups{}; // that the sign-in has told of, in lower case
 };
 
 struct AttributeBlock; // attributes.cpp

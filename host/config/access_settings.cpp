@@ -116,7 +116,7 @@ class RuleReader {
             in_.Refuse(u"Deny", "the same right is allowed and denied");
         if (isExact) {
             rule_.allowed = exactly;
-            rule_.denied = kAllRights & ~exactly;
+            rule_.denied = kRightsAll & ~exactly;
         }
     }
 

@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "host/component.h"
 #include <kest/host.h>
 #include <kest/identifiers.h>
 #include <kest/layout.h>
@@ -21,6 +22,63 @@ constexpr TALSTATUS kNullArgument = MakeStatus(kFacilityHost, kCodeInvalidParame
 constexpr TALSTATUS kTooMany = MakeStatus(kFacilityHost, kCodeInsufficientResources);
 constexpr TALSTATUS kNoInterface = MakeStatus(kFacilityHost, kCodeNoInterface);
 
+// What the rules say for the running call. The object has no state, as that of the call's context.
+class Access final : public IKestAccess {
+  public:
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (!iid || !out)
+            return kNullArgument;
+        const bool isKnown = *iid == IID_KestAccess_1 || *iid == IID_IUnknown;
+        *out = isKnown ? static_cast<IKestAccess*>(this) : nullptr;
+        return isKnown ? TAL_STATUS_SUCCESS : kNoInterface;
+    }
+    UINT32 AddRef() override { return 1; }
+    UINT32 Release() override { return 1; }
+
+    TALSTATUS IsRestricted(BOOLEAN* restricted) override
+    {
+        if (!restricted)
+            return kNullArgument;
+        *restricted = t_call && t_call->Access().IsRestricted();
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS GetRights(UINT32 length, const char* path, UINT32* rights) override
+    {
+        if (!path || !rights)
+            return kNullArgument;
+        *rights = t_call ? t_call->Access().At({path, length}) : kRightsAll;
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS GetMemberRights(UINT32 length, const char* path, UINT32* rights,
+                              BOOLEAN* uniform) override
+    {
+        if (!path || !rights || !uniform)
+            return kNullArgument;
+        bool isUniform = true;
+        *rights = t_call ? t_call->Access().OfMembers({path, length}, isUniform) : kRightsAll;
+        *uniform = isUniform;
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS GetRightsBelow(UINT32 length, const char* path, UINT32* rights) override
+    {
+        if (!path || !rights)
+            return kNullArgument;
+        *rights = t_call ? t_call->Access().Below({path, length}) : kRightsAll;
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS ReportDenied(UINT32 length, const char* path, UINT32 rights) override
+    {
+        if (!path)
+            return kNullArgument;
+        return AtBoundary([&] {
+            if (t_call)
+                t_call->Access().Deny({path, length}, rights);
+            return TAL_STATUS_SUCCESS;
+        });
+    }
+};
+
 // The object has no state: every thread sees its own call through it, and one is enough.
 class CallContext final : public IKestCallContext {
   public:
@@ -28,6 +86,10 @@ class CallContext final : public IKestCallContext {
     {
         if (!iid || !out)
             return kNullArgument;
+        if (*iid == IID_KestAccess_1) {
+            *out = static_cast<IKestAccess*>(&access_);
+            return TAL_STATUS_SUCCESS;
+        }
         const bool isKnown = *iid == IID_KestCallContext_1 || *iid == IID_IUnknown;
         *out = isKnown ? static_cast<IKestCallContext*>(this) : nullptr;
         return isKnown ? TAL_STATUS_SUCCESS : kNoInterface;
@@ -92,6 +154,9 @@ class CallContext final : public IKestCallContext {
         *conditions = t_call ? t_call->Conditions() : KEST_CONDITIONS{};
         return t_call ? TAL_STATUS_SUCCESS : kNoCall;
     }
+
+  private:
+    Access access_;
 };
 
 class Factory final : public IClassFactory {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 
+#include "host/access/request_access.h"
 #include <kest/host.h>
 #include <kest/io.h>
 #include <kest/types.h>
@@ -46,6 +47,7 @@ class RunningCall {
     virtual bool IsCancelled() noexcept = 0;
     // See IKestCallContext.
     virtual KEST_CONDITIONS Conditions() const noexcept = 0;
+    virtual RequestAccess& Access() noexcept = 0;
 
     Attachments attachments;
 

@@ -58,6 +58,7 @@ class KestIo final : public IKestIO_5, public IKestInterimReply, public RunningC
     void ReportFailure(TALSTATUS failure) noexcept override { exchange_.ReportFailure(failure); }
     bool IsCancelled() noexcept override { return exchange_.response.HasClientLeft(); }
     KEST_CONDITIONS Conditions() const noexcept override;
+    RequestAccess& Access() noexcept override { return exchange_.access; }
 
   private:
     template <class F> TALSTATUS Guarded(F&& operation) noexcept;

@@ -61,6 +61,7 @@ class Subrequest final : public IKestIO_5, public RunningCall {
     IKestIO_5* Request() noexcept override { return this; }
     UINT32 Method() const noexcept override { return method_; }
     KEST_CONDITIONS Conditions() const noexcept override { return {}; }
+    RequestAccess& Access() noexcept override { return behind_.access; }
     bool HasBodyArrived() const noexcept override { return true; }
     void ReportFailure(TALSTATUS) noexcept override {} // the reply that it would change has left
     bool IsCancelled() noexcept override;

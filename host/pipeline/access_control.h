@@ -5,8 +5,10 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <kest/types.h>
 
@@ -30,8 +32,11 @@ struct AuthResult {
         Throttled,    // 429: too many wrong passwords, after `retryAfter`
     };
     Outcome outcome = Outcome::Forbidden;
-    SCHANDLE session{};    // Granted only; valid until ReleaseSession
-    std::string user;      // for the access log; empty for none
+    SCHANDLE session{}; // Granted only; valid until ReleaseSession
+    std::string user;   // for the access log and the access rules; empty for none
+    // Groups that the sign-in knows the user to be in, in lower case; null: none but those of the
+    // configuration.
+    std::shared_ptr<const std::vector<std::string>> groups;
     std::string setCookie; // value of "Set-Cookie" to send, empty for none
     std::string challenge; // value of "WWW-Authenticate"
     std::chrono::seconds retryAfter{0};
@@ -41,6 +46,7 @@ struct AuthResult {
         outcome = Outcome::Forbidden;
         session = {};
         user.clear();
+        groups.reset();
         setCookie.clear();
         challenge.clear();
         retryAfter = {};

@@ -43,6 +43,7 @@ void Exchange::Reset() noexcept
     body.Reset();
     response.Reset();
     session.Release();
+    access.Reset(); // before what it points into
     auth.Clear();
     if (request.method == KestMethodCopy || request.method == KestMethodMove)
         copyMove = {}; // nobody else has touched it

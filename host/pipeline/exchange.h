@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/access/request_access.h"
 #include "host/http/body.h"
 #include "host/http/request.h"
 #include "host/http/response.h"
@@ -84,6 +85,7 @@ class Exchange {
     // What stages keep and tell others:
     AuthResult auth;
     SessionHold session;
+    RequestAccess access; // the stage "access" begins it
     CopyMoveTarget copyMove;
     Conditions conditions;
     LockReply lockReply; // of a LOCK

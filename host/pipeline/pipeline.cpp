@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "host/http/short_reply.h"
+#include "host/pipeline/access.h"
 #include "host/pipeline/authentication.h"
 #include "host/pipeline/body_limits.h"
 #include "host/pipeline/condition_headers.h"
@@ -52,7 +53,8 @@ constexpr size_t kBlock = 4096;
 struct Pipeline::AllStages {
     AllStages(AccessControl& accessControl, RequestHandler& handler, const std::string& location)
         : securityHeaders(location), hostCheck(accessControl), router(location),
-          authentication(accessControl), copyMoveHeaders(location), grantedLocks(handler)
+          authentication(accessControl), copyMoveHeaders(location), access(location),
+          grantedLocks(handler)
     {
     }
 
@@ -64,6 +66,7 @@ struct Pipeline::AllStages {
     const StoredScripts storedScripts;
     const PartialPut partialPut;
     const CopyMoveHeaders copyMoveHeaders;
+    const Access access;
     const BodyLimits bodyLimits;
     const ConditionHeaders conditionHeaders;
     const GrantedLocks grantedLocks;
@@ -97,6 +100,7 @@ Pipeline::Pipeline(Dialect dialect, AccessControl& accessControl, RequestHandler
         // The standard dialect's handlers store parts, or refuse them themselves.
         {"partial_put", all.partialPut, at(kRequest), Of(KestMethodPut), Speakers::Classic},
         {"copy_move_headers", all.copyMoveHeaders, at(kRequest), kCopyMove, Speakers::Both},
+        {"access", all.access, at(kRequest, kReplyEnd), kAll, Speakers::Both},
         {"body_limits", all.bodyLimits, at(kRequest, kReplyEnd), kAll, Speakers::Both},
         {"condition_headers", all.conditionHeaders, at(kBody), kChanging, Speakers::Standard},
         {"granted_lock", all.grantedLocks, at(kReplyHead, kReplyBody, kReplySent), Of(KestMethodLock), Speakers::Both},

@@ -4,6 +4,7 @@
 // interface per header below host/; this one includes them all.
 #pragma once
 
+#include <kest/host/access.h>
 #include <kest/host/attributes.h>
 #include <kest/host/call_context.h>
 #include <kest/host/config.h>

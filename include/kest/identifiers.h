@@ -175,6 +175,11 @@ inline constexpr GUID IID_KestCallContext_1 = { // 2912455c-49bd-4727-877e-3653a
     0x49BD,
     0x4727,
     {0x87, 0x7E, 0x36, 0x53, 0xAF, 0x49, 0x01, 0x6E}};
+inline constexpr GUID IID_KestAccess_1 = { // 5cad71d4-43ae-42ec-92b4-f9319bc07047
+    0x5CAD71D4,
+    0x43AE,
+    0x42EC,
+    {0x92, 0xB4, 0xF9, 0x31, 0x9B, 0xC0, 0x70, 0x47}};
 inline constexpr GUID IID_IDirectory_1 = { // 119478b0-2074-4816-bd94-0abe0261975b
     0x119478B0,
     0x2074,
@@ -274,6 +279,7 @@ struct IEventHandler;
 struct ISA;
 struct ISCOM;
 struct IKestCallContext;
+struct IKestAccess;
 struct IKestDigest;
 struct IKestSendFile;
 struct IDirectory;
@@ -337,6 +343,9 @@ template <> struct IidOf<ISCOM> {
 };
 template <> struct IidOf<IKestCallContext> {
     static constexpr const GUID& value = IID_KestCallContext_1;
+};
+template <> struct IidOf<IKestAccess> {
+    static constexpr const GUID& value = IID_KestAccess_1;
 };
 template <> struct IidOf<IKestDigest> {
     static constexpr const GUID& value = IID_KestDigest_1;

@@ -9,6 +9,7 @@
 
 #include "base/percent.h"
 #include "base/utf.h"
+#include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/etag.h"
 #include "providers/filestore/node.h"
@@ -315,12 +316,15 @@ TALSTATUS FileCollection::EmitDeleted(UINT32* length, void* out)
         return Failure(kCodeNoMoreEntries);
     if (const TALSTATUS status = Store::OpenMetadata(volume, &session); Failed(status))
         return status;
+    const access::MemberFilter filter(&volume, node_.Path());
     for (DeletedEntry entry{lastDeleted_, {}, {}, 0};; lastDeleted_ = entry.id) {
         if (call::IsCancelled())
             return kCancelled;
         if (const TALSTATUS status = session->NextDeleted(node_.Path(), entry.id, &entry);
             Failed(status))
             return status;
+        if (!filter.IsListed(entry.name))
+            continue;
         const std::string stored = std::to_string(entry.id);
         FileInfo info;
         int error = volume.Fs().InspectAt(volume.Deleted(), stored.c_str(), &info);

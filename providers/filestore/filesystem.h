@@ -58,9 +58,17 @@ class NameSink {
 // Asked between the pieces of long work; false ends it.
 using GoOn = std::function<bool()>;
 
+// Told a path with a link on its way, and where it really leads: both within the tree, without a
+// "/" at their beginnings. False: it leads nowhere.
+using LinkJudge = std::function<bool(std::string_view path, std::string_view real)>;
+
 class FileSystem {
   public:
     virtual ~FileSystem() = default;
+
+    // Before anything is opened: who is asked by Open about each path that leads through a link. A
+    // file system that has no links asks nobody.
+    virtual void JudgeLinks(LinkJudge) {}
 
     // -- By path. The caller closes the handle.
     virtual int Open(const char* path, OpenFor purpose, FileHandle* out) = 0;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 
+#include "providers/filestore/access.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/patch.h"
 #include "providers/filestore/rename.h"
@@ -183,6 +184,9 @@ TALSTATUS MakeFolder(const Store& store, const Guard& guard, const Target& targe
         return Failure(kCodeObjectExists);
     if (!target.volume->IsWritable())
         return Failure(kCodeAccessDenied);
+    if (const TALSTATUS status = access::Require(*target.volume, target.path.View(), kRightCreate);
+        Failed(status))
+        return status;
     return NewFolder(store, guard, target).Make(changes);
 }
 

@@ -61,36 +61,60 @@ class WayDown {
     WayDown& operator=(const WayDown&) = delete;
 
     int Here() const { return open_.empty() ? top_ : open_.back(); }
-    void Reserve() { open_.reserve(open_.size() + 1); } // so that Down cannot fail
-    void Down(int directory) { open_.push_back(directory); }
+    void Reserve() // so that Down cannot fail
+    {
+        open_.reserve(open_.size() + 1);
+        names_.reserve(names_.size() + 1);
+    }
+    void Down(int directory, std::string name) noexcept
+    {
+        open_.push_back(directory);
+        names_.push_back(std::move(name));
+    }
     bool Up() // false at the top
     {
         if (open_.empty())
             return false;
         ::close(open_.back());
         open_.pop_back();
+        names_.pop_back();
         return true;
+    }
+    // The names that lead here, a "/" before each.
+    std::string Names() const
+    {
+        std::string names;
+        for (const std::string& name : names_)
+            names.append("/").append(name);
+        return names;
     }
 
   private:
     const int top_;
     std::vector<int> open_;
+    std::vector<std::string> names_;
 };
 
 class LinkWalk {
   public:
     LinkWalk(int top, std::string_view path, int flags) : way_(top), rest_(path), flags_(flags) {}
 
-    // 0 or an errno value.
-    int Open(int* out)
+    // 0 or an errno value. See OpenThroughLinks.
+    int Open(int* out, std::string* real)
     {
         while (!rest_.empty()) {
             const bool isFromLink = fromLink_ > 0;
             const std::string name = TakeName();
             bool done = false;
+            if (real)
+                *real = way_.Names() + "/" + name; // while it can fail: a file ends the way
             if (const int error = Step(name, isFromLink, &done, out); error || done)
                 return error;
         }
+        if (real)
+            *real = way_.Names();
+        if (real && real->empty())
+            *real = "/";
         return Reopen(".", out);
     }
 
@@ -112,6 +136,7 @@ class LinkWalk {
             return way_.Up() ? 0 : EXDEV;
         if (isFromLink && IsPrivateName(name))
             return ENOENT;
+        std::string kept = name; // before anything is open
         way_.Reserve();
         const int fd = Retry(
             [&] { return ::openat(way_.Here(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC); });
@@ -124,7 +149,7 @@ class LinkWalk {
             return error;
         }
         if (S_ISDIR(found.st_mode)) {
-            way_.Down(fd);
+            way_.Down(fd, std::move(kept));
             return links_ > 0 && IsPrivate(found) ? ENOENT : 0;
         }
         const base::Descriptor own(fd);
@@ -195,12 +220,12 @@ void EndPrivate(int directory)
         all.known.erase(known);
 }
 
-int OpenThroughLinks(int top, std::string_view path, int flags)
+int OpenThroughLinks(int top, std::string_view path, int flags, std::string* real)
 {
     int fd = -1;
     int error;
     try {
-        error = LinkWalk(top, path, flags).Open(&fd);
+        error = LinkWalk(top, path, flags).Open(&fd, real);
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
     }

@@ -4,6 +4,7 @@
 // volume's top but into a directory that is private, whatever name it gets there by.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace filestore {
@@ -18,6 +19,9 @@ void EndPrivate(int directory);
 // The path's own names are taken as they stand: who may name what is private has been judged
 // before. A descriptor, or -1 with errno: ENOENT for what is private, EXDEV for what is not below
 // `top`, ELOOP for more than 40 links.
-[[nodiscard]] int OpenThroughLinks(int top, std::string_view path, int flags);
+// `real` (may be null) becomes the path without links, a "/" before each name; "/" alone is the
+// top.
+[[nodiscard]] int OpenThroughLinks(int top, std::string_view path, int flags,
+                                   std::string* real = nullptr);
 
 } // namespace filestore

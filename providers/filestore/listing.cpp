@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
@@ -13,15 +14,18 @@ namespace filestore {
 
 namespace {
 
-// Takes the names that are served.
+// Takes the names that are served, to this user.
 class ServedNames final : public NameSink {
   public:
-    explicit ServedNames(NameList& names) : names_(names) {}
+    ServedNames(NameList& names, const access::MemberFilter& filter)
+        : names_(names), filter_(filter)
+    {
+    }
     bool OnName(std::string_view name) override
     {
         if (call::IsCancelled())
             return false;
-        if (IsPrivateName(name))
+        if (IsPrivateName(name) || !filter_.IsListed(name))
             return true;
         if (IsServableName(name))
             names_.Add(name);
@@ -33,6 +37,7 @@ class ServedNames final : public NameSink {
 
   private:
     NameList& names_;
+    const access::MemberFilter& filter_;
     size_t leftOut_ = 0;
 };
 
@@ -53,13 +58,15 @@ TALSTATUS Listing::Read(Volume* volume, DirectoryRef directory, const std::strin
     path_ = path;
     hidden_.clear();
     names_.emplace(UpperCaseUnits);
+    const access::MemberFilter filter(volume, path);
     if (!volume) {
         for (const auto& v : store_.Volumes())
-            names_->Add(v->Name());
+            if (filter.IsListed(v->Name()))
+                names_->Add(v->Name());
         names_->Sort();
         return TAL_STATUS_SUCCESS;
     }
-    ServedNames sink(*names_);
+    ServedNames sink(*names_, filter);
     if (const int error = volume->Fs().List(directory_->Get(), sink))
         return StatusFromErrno(error);
     if (call::IsCancelled())

@@ -10,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "providers/filestore/access.h"
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
@@ -178,6 +179,8 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
         status = session->Begin();
     if (!Failed(status))
         status = file.Look(lock.path, conditions, &missing);
+    if (!Failed(status))
+        status = access::RequireLock(volume, lock.path, missing, lock.depth);
     if (!Failed(status))
         status = CheckConflicts(guard, volume, *session, lock, now);
     if (!Failed(status) && missing) {

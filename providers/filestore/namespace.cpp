@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/guard.h"
@@ -106,7 +107,7 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
     FileInfo info;
     if (!Failed(status) && (FindLeaf(target, &info) || LookAtFile(target, &info))) {
         *type = info.isDirectory ? Collection : Resource;
-        return TAL_STATUS_SUCCESS;
+        return access::RequireKnown(target, info);
     }
     if (!Failed(status))
         status = store_.OpenExisting(&target, OpenFor::Reading, &file, &info);
@@ -159,6 +160,9 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
     const Guard guard(store_, session, token);
     if (const std::optional<TALSTATUS> copied = relocation::CopyInstead(store_, guard, target))
         return *copied;
+    if (const TALSTATUS status = access::Require(volume, target.path.View(), kRightCreate);
+        Failed(status))
+        return status;
     DirectoryRef parent;
     int error = volume.OpenParent(target.path.View(), &parent);
     if (error)

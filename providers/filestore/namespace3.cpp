@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "providers/filestore/access.h"
 #include "providers/filestore/folder.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/operation.h"
@@ -305,7 +306,8 @@ TALSTATUS NamespaceFace::Patch(const Guard& guard, Target* target,
     FileInfo info;
     PropertyPatch patch(volume, path, changes);
     std::unique_ptr<MetadataSession> session;
-    TALSTATUS status = store_.OpenExisting(target, OpenFor::Reading, &file, &info);
+    TALSTATUS status = access::Require(volume, path, kRightChange);
+    status = Failed(status) ? status : store_.OpenExisting(target, OpenFor::Reading, &file, &info);
     if (!Failed(status))
         status = Store::OpenMetadata(volume, &session);
     if (!Failed(status))

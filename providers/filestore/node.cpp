@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/utf.h"
+#include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/etag.h"
@@ -129,8 +130,11 @@ Guard Node::MakeGuard() const
 
 TALSTATUS Node::CheckObject() const
 {
-    return !volume_ || deletedId_ || !volume_->IsWritable() ? Failure(kCodeAccessDenied)
-                                                            : TAL_STATUS_SUCCESS;
+    if (!volume_ || deletedId_ || !volume_->IsWritable())
+        return Failure(kCodeAccessDenied);
+    // What a request makes may also be given its dates and properties by it.
+    const bool isMaking = call::Method() != KestMethodPropPatch;
+    return access::RequireAny(*volume_, path_, kRightChange | (isMaking ? kRightCreate : 0));
 }
 
 TALSTATUS Node::CheckChange() const

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/utf.h"
+#include "providers/filestore/access.h"
 #include "providers/filestore/etag.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/recent.h"
@@ -106,7 +107,8 @@ void TellRefusals(const Guard& guard, TALSTATUS status, IKestDAVFailures3* failu
         return;
     for (const std::string& path : guard.Refusing()) {
         std::optional<std::u16string> wide = base::ToUtf16(path);
-        if (!wide || wide->size() * sizeof(WCHAR) > std::numeric_limits<UINT16>::max())
+        if (!access::MayBeNamed(path) || !wide ||
+            wide->size() * sizeof(WCHAR) > std::numeric_limits<UINT16>::max())
             continue;
         UNICODE_STRING text{};
         text.Buffer = wide->data();

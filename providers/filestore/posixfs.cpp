@@ -11,6 +11,7 @@
 #include <limits>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <dirent.h>
@@ -59,9 +60,16 @@ class PosixFileSystem final : public FileSystem {
 
     int Open(const char* path, OpenFor purpose, FileHandle* out) override
     {
-        return OpenFrom(top_, *path ? path : ".", purpose, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS,
-                        out);
+        std::string real; // empty: no link is on the way
+        const int error =
+            OpenFrom(top_, *path ? path : ".", purpose, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS,
+                     out, linkJudge_ ? &real : nullptr);
+        if (error || real.empty() || linkJudge_(path, std::string_view(real).substr(1)))
+            return error;
+        Close(std::exchange(*out, kNoFile));
+        return ENOENT;
     }
+    void JudgeLinks(LinkJudge judge) override { linkJudge_ = std::move(judge); }
     void Close(FileHandle handle) override { ::close(handle); }
     int Look(const char* path, FileInfo* out) override
     {
@@ -355,7 +363,7 @@ class PosixFileSystem final : public FileSystem {
 
   private:
     static int OpenFrom(int directory, const char* path, OpenFor purpose, UINT64 resolve,
-                        FileHandle* out)
+                        FileHandle* out, std::string* real = nullptr)
     {
         UINT64 flags = O_CLOEXEC;
         switch (purpose) {
@@ -372,10 +380,11 @@ class PosixFileSystem final : public FileSystem {
             flags |= O_PATH;
             break;
         }
-        int fd = OpenBeneath(directory, path, flags, resolve);
+        int fd = OpenBeneath(directory, path, flags, resolve, real);
         if (fd < 0 && errno == EACCES && purpose != OpenFor::Locating &&
             purpose != OpenFor::Changing)
-            fd = OpenBeneath(directory, path, O_CLOEXEC | O_PATH | (flags & O_DIRECTORY), resolve);
+            fd = OpenBeneath(directory, path, O_CLOEXEC | O_PATH | (flags & O_DIRECTORY), resolve,
+                             real);
         if (fd < 0)
             return errno;
         *out = fd;
@@ -401,7 +410,9 @@ class PosixFileSystem final : public FileSystem {
     {
         return *path && !std::strchr(path, '/') && std::strcmp(path, "..") != 0;
     }
-    static int OpenBeneath(int directory, const char* path, UINT64 flags, UINT64 resolve)
+    // `real` as that of OpenThroughLinks; empty where no link is on the way.
+    static int OpenBeneath(int directory, const char* path, UINT64 flags, UINT64 resolve,
+                           std::string* real)
     {
         // A single name leads to what bears it and nowhere else, unless that is a link. The plain
         // call refuses those, and takes less time than the one that watches every step.
@@ -415,7 +426,7 @@ class PosixFileSystem final : public FileSystem {
         const int fd = base::OpenBeneath(directory, path, flags, resolve | RESOLVE_NO_SYMLINKS);
         if (fd >= 0 || errno != ELOOP || (resolve & RESOLVE_NO_SYMLINKS))
             return fd;
-        return OpenThroughLinks(directory, path, static_cast<int>(flags));
+        return OpenThroughLinks(directory, path, static_cast<int>(flags), real);
     }
     static int ListEntries(int fd, NameSink& sink)
     {
@@ -460,6 +471,7 @@ class PosixFileSystem final : public FileSystem {
     const std::string name_;   // as it was given
     std::vector<int> private_; // directories that no link leads into
     const UINT32 newFileMode_;
+    LinkJudge linkJudge_; // may be none
 };
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <new>
 
 #include "base/utf.h"
+#include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/name_list.h"
@@ -41,8 +42,12 @@ Store::Store(std::vector<std::unique_ptr<Volume>> volumes, const Options& option
             std::move(*std::find_if(volumes_.begin(), volumes_.end(),
                                     [&](const auto& v) { return v && v->Name() == order.At(i); })));
     volumes_ = std::move(sorted);
-    for (const auto& v : volumes_)
+    for (const auto& v : volumes_) {
         v->SetReserve(options_.reserveBytes);
+        v->Fs().JudgeLinks([volume = v.get()](std::string_view path, std::string_view real) {
+            return access::MayFollow(*volume, path, real);
+        });
+    }
 }
 
 Volume* Store::FindVolume(std::string_view name) const
@@ -124,6 +129,7 @@ TALSTATUS Store::ParseDeleted(std::string_view rest, Target* out, bool* servable
         return TAL_STATUS_SUCCESS;
     out->deletedId = id;
     out->deletedName = name;
+    out->deletedParent = entry.parent;
     *servable = true;
     return TAL_STATUS_SUCCESS;
 }
@@ -218,10 +224,11 @@ static int FindForPage(FileSystem& fs, std::string_view path, PathBuffer* out)
     return 0;
 }
 
-// Pipes, sockets and devices are nobody's resources.
-static TALSTATUS KindStatus(const FileInfo& info)
+// Pipes, sockets and devices are nobody's resources, and what the user may not know of is not his.
+static TALSTATUS StatusOfFound(const Target& target, const FileInfo& info)
 {
-    return info.isDirectory || info.isRegular ? TAL_STATUS_SUCCESS : Failure(kCodeNotFound);
+    return info.isDirectory || info.isRegular ? access::RequireKnown(target, info)
+                                              : Failure(kCodeNotFound);
 }
 
 // Opens what lies directly in a collection that the request walks through, with its date of birth:
@@ -246,7 +253,7 @@ TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, Fi
 {
     FileSystem& fs = target->volume->Fs();
     if (const int error = OpenWalked(*target, purpose, out, info); error != ELOOP)
-        return error ? StatusFromErrno(error) : KindStatus(*info);
+        return error ? StatusFromErrno(error) : StatusOfFound(*target, *info);
     int error = fs.Open(target->path.CStr(), purpose, out->Out(fs));
     if (error == ENOENT && target->path.View().find('%') != std::string_view::npos) {
         PathBuffer found;
@@ -262,7 +269,7 @@ TALSTATUS Store::OpenExisting(Target* target, OpenFor purpose, OpenFile* out, Fi
                                                      : fs.Inspect(out->Get(), info);
     if (error)
         return StatusFromErrno(error);
-    return KindStatus(*info);
+    return StatusOfFound(*target, *info);
 }
 
 } // namespace filestore

@@ -20,6 +20,7 @@ struct Target {
     // lives at ".kest/deleted/ID".
     INT64 deletedId = 0;
     std::string deletedName;
+    std::string deletedParent; // where it was, within the volume
 
     bool IsRoot() const { return volume == nullptr; }
     // Both in store.cpp. The deleted entry itself, not something in it.

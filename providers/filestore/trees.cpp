@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/node.h"
@@ -148,6 +149,37 @@ TALSTATUS CheckReplaceable(bool overwrite, const Place& to)
                                                     : TAL_STATUS_SUCCESS;
 }
 
+// Members that are moved are shown and read at their new place, and gone from the old one.
+constexpr UINT32 kMembersCopy = kRightList | kRightRead;
+constexpr UINT32 kMembersMove = kMembersCopy | kRightDelete;
+
+// Whether the user may bring an object to a place.
+TALSTATUS CheckArrival(const Volume& volume, const Place& to, const FileInfo& source, bool members)
+{
+    access::Arrival arrival;
+    arrival.isTree = source.isDirectory && members;
+    arrival.replaces = to.exists;
+    arrival.isFileForFile = !source.isDirectory && !to.info.isDirectory;
+    return access::RequireArrival(volume, to.path, arrival);
+}
+
+// Whether the user may read what is to be copied. `info` tells what that is only where there are
+// rules to ask for.
+TALSTATUS CheckReadable(const Store& store, const Target& from, const CopyExtent& extent,
+                        FileInfo* info)
+{
+    if (!access::IsRestricted())
+        return TAL_STATUS_SUCCESS;
+    Target source = from;
+    OpenFile file;
+    TALSTATUS status = access::RequireTree(from, kRightRead, 0);
+    if (!Failed(status))
+        status = store.OpenExisting(&source, OpenFor::Locating, &file, info);
+    if (!Failed(status) && info->isDirectory && extent.members)
+        status = access::RequireTree(from, 0, kMembersCopy);
+    return status;
+}
+
 // Renames to a name that is free, or that a file gives to a file, or whose bearer is put aside: a
 // collection is not lost because something takes its place.
 TALSTATUS TakeName(Store& store, const Place& from, const Place& to, Rename* rename)
@@ -173,6 +205,9 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target)
 {
     if (target.IsRoot() || target.IsVolumeTop() || !target.volume->IsWritable())
         return Failure(kCodeAccessDenied);
+    if (const TALSTATUS status = access::RequireTree(target, kRightDelete, kRightDelete);
+        Failed(status))
+        return status;
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
     Volume& volume = *target.volume;
@@ -209,7 +244,11 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
     Volume& volume = *from.volume;
     const bool isWithin = &volume == to.volume;
     Place source, destination;
-    TALSTATUS status = FindSource(from, &source);
+    TALSTATUS status = access::RequireTree(from, kRightRead | kRightDelete, 0);
+    if (!Failed(status))
+        status = FindSource(from, &source);
+    if (!Failed(status) && source.info.isDirectory)
+        status = access::RequireTree(from, 0, kMembersMove);
     if (!Failed(status))
         status = OpenPlace(*to.volume, to.path.View(), kCodeConflict, isWithin ? &source : nullptr,
                            &destination);
@@ -228,6 +267,8 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
         status = guard.CheckLocks(*to.volume, destination.path, Reach::Tree);
     if (!Failed(status))
         status = CheckReplaceable(overwrite, destination);
+    if (!Failed(status))
+        status = CheckArrival(*to.volume, destination, source.info, true);
     if (Failed(status))
         return status;
     if (replaced)
@@ -254,7 +295,10 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyE
         return status;
     Volume& volume = *to.volume;
     Place destination;
-    TALSTATUS status = OpenPlace(volume, to.path.View(), kCodeConflict, nullptr, &destination);
+    FileInfo source;
+    TALSTATUS status = CheckReadable(store, from, extent, &source);
+    if (!Failed(status))
+        status = OpenPlace(volume, to.path.View(), kCodeConflict, nullptr, &destination);
     if (!Failed(status))
         status = Look(volume, &destination);
     if (!Failed(status))
@@ -263,7 +307,10 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyE
         return status;
     if (from.volume == to.volume && from.path.View() == to.path.View())
         return TAL_STATUS_SUCCESS;
-    if (status = CheckReplaceable(overwrite, destination); Failed(status))
+    status = CheckReplaceable(overwrite, destination);
+    if (!Failed(status))
+        status = CheckArrival(volume, destination, source, extent.members);
+    if (Failed(status))
         return status;
     if (replaced)
         *replaced = destination.exists;

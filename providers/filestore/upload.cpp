@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "providers/filestore/access.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/room.h"
 
@@ -26,6 +27,9 @@ TALSTATUS Upload::LookAtParent(std::string_view path)
         return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
                                                    : StatusFromErrno(error);
     path_ = path;
+    const UINT32 rights = access::RightsOn(volume_, path);
+    mayCreate_ = (rights & kRightCreate) != 0;
+    mayChange_ = (rights & kRightChange) != 0;
     return TAL_STATUS_SUCCESS;
 }
 
@@ -51,7 +55,7 @@ TALSTATUS Upload::Begin(std::string_view path, bool seemsFree)
 {
     if (const TALSTATUS status = LookAtParent(path); Failed(status))
         return status;
-    if (seemsFree && MakeUnnamed() == 0)
+    if (seemsFree && mayCreate_ && mayChange_ && MakeUnnamed() == 0)
         return TAL_STATUS_SUCCESS;
     if (const TALSTATUS status = LookAtName(); Failed(status))
         return status;
@@ -81,13 +85,24 @@ int Upload::MakeUnnamed()
     return error;
 }
 
+TALSTATUS Upload::JudgeRights(bool isThere) const
+{
+    if (isThere ? mayChange_ : mayCreate_)
+        return TAL_STATUS_SUCCESS;
+    return access::RequireAny(volume_, path_, isThere ? kRightChange : kRightCreate);
+}
+
 // Takes note of what bears the name now, and whether it may be replaced.
 TALSTATUS Upload::LookAtName()
 {
     FileInfo info;
     const int error = volume_.Fs().InspectAt(parent_->Get(), Leaf(), &info);
+    if (error && error != ENOENT)
+        return StatusFromErrno(error);
+    if (const TALSTATUS status = JudgeRights(error == 0); Failed(status))
+        return status;
     if (error)
-        return error == ENOENT ? conditions_.Judge(nullptr) : StatusFromErrno(error);
+        return conditions_.Judge(nullptr);
     if (info.isDirectory)
         return Failure(kCodeMethodNotAllowed);
     if (!info.isRegular && !info.isLink)
@@ -204,9 +219,11 @@ TALSTATUS Upload::StatusOfTaking(int error) const
 TALSTATUS Upload::TakeName()
 {
     FileSystem& fs = volume_.Fs();
-    const int error =
-        isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), Leaf())
-                   : fs.Rename(Origin(), tmpName_.c_str(), parent_->Get(), Leaf(), !mustBeFree_);
+    const int error = isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), Leaf())
+                                 : fs.Rename(Origin(), tmpName_.c_str(), parent_->Get(), Leaf(),
+                                             !mustBeFree_ && mayChange_);
+    if (error == EEXIST && !mayChange_)
+        return JudgeRights(true); // somebody was faster
     return error == EEXIST && !mustBeFree_ ? Replace() : StatusOfTaking(error);
 }
 

@@ -59,6 +59,7 @@ class Upload {
 
   private:
     TALSTATUS LookAtParent(std::string_view path);
+    TALSTATUS JudgeRights(bool isThere) const;
     TALSTATUS LookAtName();
     // Where the file has its name until it is in place.
     FileHandle Origin() const { return origin_ == kNoFile ? volume_.Tmp() : origin_; }
@@ -85,6 +86,8 @@ class Upload {
     Conditions conditions_;
     bool mustBeFree_ = false;
     bool replaces_ = false;       // something bears the name now
+    bool mayCreate_ = true;       // what the user may do with the name while it is free
+    bool mayChange_ = true;       // and while a file bears it
     std::optional<FileInfo> old_; // a file does
     std::optional<UINT64> modified_;
     std::optional<UINT64> created_;

@@ -143,9 +143,20 @@ def check_live(element):
         check(element)
 
 
+def check_privileges(element):
+    """What a user lacks, and where (RFC 3744 section 7.1.1)."""
+    for resource in element:
+        if [local(each) for each in resource] != ["href", "privilege"] or len(resource[1]) != 1:
+            refuse(resource, "no resource with a privilege")
+        check(resource[0])
+
+
 def check_error(element):
     holds_no_text(element)
     for child in element:
+        if local(child) == "need-privileges":
+            check_privileges(child)
+            continue
         if local(child) not in PRECONDITIONS:
             refuse(child, "no condition of the protocol")
         if local(child) in EMPTY and (len(child) or child.text):

@@ -28,6 +28,19 @@ def shipped_settings():
     return found
 
 
+def rule_changes():
+    """For each value of an access rule: another one, with what a rule needs besides."""
+    rest = ["'Who' = ['everybody']", "'Path' = '/archive'", "'Rights' = ['list']"]
+    values = {"Who": "['anonymous']", "Path": "'/other'", "Rights": "['read']",
+              "Allow": "['read']", "Deny": "['read']", "Make": "true"}
+    changes = {}
+    for name, value in values.items():
+        without = "'Rights'" if name in ("Allow", "Deny") else f"'{name}'"
+        changes[name] = ("\n".join([value, *(line for line in rest
+                                             if not line.startswith(without))]), False)
+    return changes
+
+
 class Unaddressed(TestServer):
     """Listens where its configuration says."""
 
@@ -107,6 +120,8 @@ class EachSetting(ServerCase):
             "Telephone Number")}
         prefix = "Kest\\Configuration\\"
         keys = {
+            prefix + "Access\\Groups": {"staff": ("['anna']", False)},
+            prefix + "Access\\Rules\\archive": rule_changes(),
             prefix + "Server": server, prefix + "KestDav": module, prefix + "FileStore": store,
             prefix + "FileStore\\Volumes": {"docs": (f"'{own / 'other'}'", True)},
             prefix + "Directory": directory, prefix + "Directory\\Attributes": attributes,

@@ -203,3 +203,19 @@ scenario("UNLOCK", chain(file("f"), locked("f")),
          lambda item: ("UNLOCK", item.path("f"), {"Lock-Token": f"<{item.token}>"}, b""), 200, 204)
 scenario("UNLOCK folder", chain(tree("c"), locked("c", depth="infinity")),
          lambda item: ("UNLOCK", item.path("c"), {"Lock-Token": f"<{item.token}>"}, b""), 200, 204)
+
+# -- Access rules: the same with questions about rights, and refusals. "other" is read-only.
+RULED = ("ruled",)
+scenario("PUT new", nothing, ask("PUT", "f", {}, NEW), 201, worlds=RULED)
+scenario("PUT over", file("f"), ask("PUT", "f", {}, NEW), 200, 201, 204, worlds=RULED)
+scenario("PROPFIND 1", chain(file("f"), folder("sub")), ask("PROPFIND", "", {"Depth": "1"}), 207,
+         worlds=RULED)
+scenario("DELETE tree", tree("t"), ask("DELETE", "t"), 200, 204, worlds=RULED)
+scenario("COPY tree", tree("t"), to("COPY", "t", "u"), 201, worlds=RULED)
+scenario("LOCK new name", nothing, ask("LOCK", "f", lock_headers(), lock_body()), 200, 201,
+         worlds=RULED)
+scenario("PUT refused", file("f", volume="other"), ask("PUT", "f", {}, NEW, volume="other"), 403,
+         worlds=RULED)
+scenario("DELETE refused", file("f", volume="other"), ask("DELETE", "f", volume="other"), 403,
+         worlds=RULED)
+scenario("MOVE refused", file("f"), to("MOVE", "f", "f", volume="other"), 403, worlds=RULED)

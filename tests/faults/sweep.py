@@ -61,6 +61,10 @@ WORLDS = {
     "plain": {},
     "unsynced": {"settings": {"FileStore": {"Sync": "none"}}},
     "final": {"settings": {"FileStore": {"Keep Deleted": 0, "Sync": "full"}}},
+    "ruled": {"settings": {
+        "Access\\Rules\\open": {"Who": ["everybody"], "Path": "/docs/*", "Rights": ["all"]},
+        "Access\\Rules\\closed": {"Who": ["everybody"], "Path": "/other/*",
+                                  "Rights": ["list", "read"]}}},
     "crossing": {"other": os.environ.get("KEST_TEST_DIR") or tempfile.gettempdir()},
 }
 MANY = 4  # complaints of one injection that are kept

@@ -299,6 +299,13 @@ TEST(Slots, IKestDigest)
     ExpectOrder<IKestDigest>(&IKestDigest::Begin, &IKestDigest::Add, &IKestDigest::Finish);
 }
 
+TEST(Slots, IKestAccess)
+{
+    ExpectOrder<IKestAccess>(&IKestAccess::IsRestricted, &IKestAccess::GetRights,
+                             &IKestAccess::GetMemberRights, &IKestAccess::GetRightsBelow,
+                             &IKestAccess::ReportDenied);
+}
+
 TEST(Slots, IKestCallContext)
 {
     ExpectOrder<IKestCallContext>(

@@ -65,6 +65,28 @@ TEST_F(Links, LeadAnywhereBelowTheTop)
         EXPECT_EQ("directory", Leads(path)) << path;
 }
 
+TEST_F(Links, TellWhereTheyReallyLead)
+{
+    Link("a/b/file", "file");
+    Link("../b/../b/./file", "a/b/up");
+    Link("b", "a/through");
+    Link("../..", "a/b/top");
+    struct Row {
+        const char* path;
+        const char* real;
+    };
+    for (const Row& row :
+         {Row{"file", "/a/b/file"}, Row{"a/b/up", "/a/b/file"}, Row{"a/through", "/a/b"},
+          Row{"a/through/file", "/a/b/file"}, Row{"a/b/top", "/"}, Row{"a/b/top/file", "/a/b/file"},
+          Row{"a//b/./file", "/a/b/file"}, Row{"", "/"}}) {
+        std::string real = "as it was";
+        const int fd = OpenThroughLinks(descriptor_, row.path, O_RDONLY, &real);
+        ASSERT_GE(fd, 0) << row.path;
+        ::close(fd);
+        EXPECT_EQ(row.real, real) << row.path;
+    }
+}
+
 TEST_F(Links, DoNotLeadOut)
 {
     Link("../outside", "out");

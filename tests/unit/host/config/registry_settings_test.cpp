@@ -252,13 +252,13 @@ TEST_F(AccessSettings, Rules_AreTakenOver)
     EXPECT_EQ(rules[0].who, (std::vector<Who>{{Who::Kind::Group, "staff"},
                                               {Who::Kind::User, "Carl"},
                                               {Who::Kind::Anonymous, ""}}));
-    EXPECT_EQ(rules[0].allowed, kMayList | kMayRead);
-    EXPECT_EQ(rules[0].denied, kMayCreate | kMayChange | kMayDelete);
+    EXPECT_EQ(rules[0].allowed, kRightList | kRightRead);
+    EXPECT_EQ(rules[0].denied, kRightCreate | kRightChange | kRightDelete);
     EXPECT_EQ(rules[1].path, "/homes/%u");
-    EXPECT_EQ(rules[1].allowed, kAllRights);
+    EXPECT_EQ(rules[1].allowed, kRightsAll);
     EXPECT_TRUE(rules[1].makes);
-    EXPECT_EQ(rules[2].allowed, kMayCreate);
-    EXPECT_EQ(rules[2].denied, kMayList | kMayRead);
+    EXPECT_EQ(rules[2].allowed, kRightCreate);
+    EXPECT_EQ(rules[2].denied, kRightList | kRightRead);
     EXPECT_FALSE(rules[2].makes);
     EXPECT_EQ(s.server.access->GroupsOf("ben"), std::vector<std::string>{"staff"});
     EXPECT_EQ(DoubtsAbout(*s.server.access, *platform_.Get(),

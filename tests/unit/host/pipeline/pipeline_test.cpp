@@ -49,15 +49,15 @@ TEST(PipelineOrder, OfTheClassicDialectProtectsAndChangesNothing)
 {
     EXPECT_THAT(StagesOf(Dialect::Classic),
                 ElementsAre("security_headers", "host_check", "router", "authentication", "csrf",
-                            "stored_scripts", "partial_put", "copy_move_headers", "body_limits",
-                            "granted_lock"));
+                            "stored_scripts", "partial_put", "copy_move_headers", "access",
+                            "body_limits", "granted_lock"));
 }
 
 TEST(PipelineOrder, OfTheStandardDialectTellsOfConditions)
 {
     EXPECT_THAT(StagesOf(Dialect::Standard),
                 ElementsAre("security_headers", "host_check", "router", "authentication", "csrf",
-                            "stored_scripts", "copy_move_headers", "body_limits",
+                            "stored_scripts", "copy_move_headers", "access", "body_limits",
                             "condition_headers", "granted_lock"));
 }
 

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The access rules as they are for who sent one request.
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/access/access_rules.h"
+
+namespace kestd {
+
+// For one thread at a time. Before Begin, and without rules, everything is allowed.
+class RequestAccess {
+  public:
+    // `rules` (may be null), `user` (empty: not signed in) and `told` (see AccessRules::SubjectOf)
+    // outlive the request. Throws std::bad_alloc.
+    void Begin(const AccessRules* rules, std::string_view user,
+               const std::vector<std::string>* told)
+    {
+        rules_ = rules;
+        if (rules)
+            subject_ = rules->SubjectOf(user, told);
+    }
+    void Reset() noexcept
+    {
+        if (!rules_)
+            return;
+        rules_ = nullptr;
+        subject_ = {};
+        denied_ = 0;
+        askedSize_ = 0;
+    }
+
+    bool IsRestricted() const noexcept { return rules_ != nullptr; }
+    const AccessRules* Rules() const noexcept { return rules_; }
+    const AccessSubject& Subject() const noexcept { return subject_; }
+    // The stage and the provider mostly ask about the same path.
+    Rights At(std::string_view path) noexcept
+    {
+        if (!rules_)
+            return kRightsAll;
+        if (path == std::string_view(asked_.data(), askedSize_) && askedSize_ != 0)
+            return answer_;
+        const Rights rights = rules_->At(subject_, path);
+        if (path.size() <= asked_.size()) {
+            askedSize_ = path.copy(asked_.data(), asked_.size());
+            answer_ = rights;
+        }
+        return rights;
+    }
+    Rights OfMembers(std::string_view path, bool& isUniform) const noexcept
+    {
+        isUniform = true;
+        return rules_ ? rules_->OfMembers(subject_, path, isUniform) : kRightsAll;
+    }
+    Rights Below(std::string_view path) const noexcept
+    {
+        return rules_ ? rules_->Below(subject_, path) : kRightsAll;
+    }
+
+    // Keeps the first refusal for the reply. Throws std::bad_alloc.
+    void Deny(std::string_view path, Rights rights)
+    {
+        if (!rules_ || denied_ || !rights)
+            return;
+        deniedPath_ = path;
+        denied_ = rights;
+    }
+    Rights Denied() const noexcept { return denied_; } // 0: nothing has been refused
+    const std::string& DeniedPath() const noexcept { return deniedPath_; }
+
+  private:
+    const AccessRules* rules_ = nullptr;
+    AccessSubject subject_;
+    Rights denied_ = 0;
+    std::string deniedPath_;      // keeps its room
+    std::array<char, 256> asked_; // the path of the last question
+    size_t askedSize_ = 0;        // 0: none, or a longer one
+    Rights answer_ = 0;
+};
+
+} // namespace kestd
