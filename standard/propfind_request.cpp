@@ -141,6 +141,7 @@ const LiveName kLiveNames[kLiveCount] = {
     {kMicrosoft, "Win32CreationTime"},
     {kMicrosoft, "Win32LastModifiedTime"},
     {kMicrosoft, "Win32FileAttributes"},
+    {"http://owncloud.org/ns", "permissions"},
 };
 
 UINT32 FindLiveProperty(const XmlName& name) noexcept

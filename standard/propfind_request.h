@@ -25,8 +25,9 @@ enum LiveProperty : UINT32 {
     kLiveWin32Created = 0x1000,
     kLiveWin32Modified = 0x2000,
     kLiveWin32Attributes = 0x4000,
+    kLivePermissions = 0x8000, // ownCloud's
 };
-inline constexpr UINT32 kLiveCount = 15;
+inline constexpr UINT32 kLiveCount = 16;
 
 // Those of RFC 4918, which "allprop" stands for.
 inline constexpr UINT32 kLiveAll = 0x1FF;

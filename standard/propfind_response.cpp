@@ -200,7 +200,10 @@ bool PropFindResponses::PutLiveElement(const PropFindObject& object, UINT32 prop
                  "</D:supportedlock>");
         return true;
     case kLivePrivileges:
-        PutPrivileges(object);
+        PutPrivilegeSet(out_, PrivilegesOn(object));
+        return true;
+    case kLivePermissions:
+        PutPermissions(out_, PrivilegesOn(object));
         return true;
     default:
         return PutWin32(object, property);
@@ -248,18 +251,11 @@ bool PropFindResponses::PutQuota(const PropFindObject& object, UINT32 property)
     return true;
 }
 
-// RFC 3744 section 5.4.
-void PropFindResponses::PutPrivileges(const PropFindObject& object)
+// What no provider of the third generation serves is read-only: the root above all of them.
+Privileges PropFindResponses::PrivilegesOn(const PropFindObject& object)
 {
-    out_.Put("<D:current-user-privilege-set><D:privilege><D:read/></D:privilege>");
-    if (object.provider && !(object.info.Attributes & kAttributeReadOnly))
-        out_.Put("<D:privilege><D:write/></D:privilege>"
-                 "<D:privilege><D:write-properties/></D:privilege>"
-                 "<D:privilege><D:write-content/></D:privilege>"
-                 "<D:privilege><D:bind/></D:privilege>"
-                 "<D:privilege><D:unbind/></D:privilege>"
-                 "<D:privilege><D:unlock/></D:privilege>");
-    out_.Put("</D:current-user-privilege-set>");
+    const bool isReadOnly = !object.provider || (object.info.Attributes & kAttributeReadOnly);
+    return privileges_.Of(object.path, object.IsCollection(), isReadOnly);
 }
 
 bool PropFindResponses::PutWin32(const PropFindObject& object, UINT32 property)

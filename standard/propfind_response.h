@@ -4,6 +4,7 @@
 #pragma once
 
 #include "standard/lock_element.h"
+#include "standard/privileges.h"
 #include "standard/propfind_request.h"
 #include "standard/reply_writer.h"
 #include "standard/tree_path.h"
@@ -54,7 +55,7 @@ class PropFindResponses {
     bool PutContentType(const PropFindObject& object);
     bool PutQuota(const PropFindObject& object, UINT32 property);
     bool PutWin32(const PropFindObject& object, UINT32 property);
-    void PutPrivileges(const PropFindObject& object);
+    Privileges PrivilegesOn(const PropFindObject& object);
     void PutDead(const PropFindObject& object);
     void PutDeadProperty(const DAV_PROPERTY& property);
     void BeginFound(); // the first property opens its element
@@ -63,6 +64,7 @@ class PropFindResponses {
     ReplyWriter& out_;
     const SCHANDLE session_;
     const PropFindRequest& request_;
+    PrivilegeReader privileges_;
     RecordBuffer records_;
     GrowingArray<UINT8> isFound_; // of the request's dead names, for the object at hand
     UINT32 missing_ = 0;          // live properties that the object at hand lacks
