@@ -10,6 +10,7 @@
 #include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/conditions.h"
+#include "providers/filestore/folder.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/recent.h"
@@ -163,35 +164,13 @@ TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* 
     if (const TALSTATUS status = access::Require(volume, target.path.View(), kRightCreate);
         Failed(status))
         return status;
-    DirectoryRef parent;
-    int error = volume.OpenParent(target.path.View(), &parent);
-    if (error)
-        return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict)
-                                                   : StatusFromErrno(error);
-    TALSTATUS status = guard.CheckConditions();
-    if (!Failed(status))
-        status = guard.CheckLocks(volume, target.path.View(), Reach::Membership);
-    if (Failed(status))
-        return status;
-    const std::string leaf(LeafOf(target.path.View()));
-    const Conditions conditions = Conditions::Of(volume, target.path.View());
-    if (status = conditions.JudgeName(volume.Fs(), parent->Get(), leaf.c_str()); Failed(status))
-        return status;
-    error = WithRoom(store_, volume, 0,
-                     [&] { return volume.Fs().MakeDirectory(parent->Get(), leaf.c_str()); });
-    if (error == EEXIST && conditions.NeedFree())
-        return Failure(kCodePreconditionFailed);
-    if (error == 0)
-        error = volume.SyncNames(parent->Get());
-    if (error || !volume.MayHaveProperties())
-        return StatusFromErrno(error);
-    // Of something that bore the name and went without our doing.
-    std::unique_ptr<MetadataSession> metadata;
-    bool any = false;
-    status = Store::OpenMetadata(volume, &metadata);
-    if (!Failed(status))
-        status = metadata->HasAny(target.path.View(), &any);
-    return Failed(status) || !any ? status : metadata->ForgetTree(target.path.View());
+    // A condition is told before a lock that stands in the way, a missing parent before both.
+    if (const TALSTATUS judged = guard.CheckConditions(); Failed(judged)) {
+        DirectoryRef parent;
+        const int error = volume.OpenParent(target.path.View(), &parent);
+        return error == ENOENT || error == ENOTDIR ? Failure(kCodeConflict) : judged;
+    }
+    return MakeFolder(store_, guard, target, {});
 }
 
 // A source that has been deleted is one that may be restored; a destination never has been.

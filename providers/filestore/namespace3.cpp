@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "providers/filestore/access.h"
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/folder.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/operation.h"
@@ -127,9 +128,12 @@ TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CH
     Target at = target;
     DAV_OBJECT_INFO info{};
     info.Size = sizeof info;
-    // The change has happened: that somebody else has taken it away is no failure of it.
-    if (Failed(DescribePath(store_, &at, &info)))
+    // The change has happened: that it cannot be described, or that somebody else has taken it
+    // away, is no failure of it.
+    call::HeldReports reports;
+    if (Failed(Protected([&] { return DescribePath(store_, &at, &info); })))
         info.Tag.Length = 0;
+    reports.Drop();
     recent::Drop();
     TellChange(hasReplaced, info, change);
     return TAL_STATUS_SUCCESS;

@@ -12,6 +12,7 @@
 #include "base/utf.h"
 #include "providers/filestore/access.h"
 #include "providers/filestore/etag.h"
+#include "providers/filestore/failures.h"
 #include "providers/filestore/node.h"
 #include "providers/filestore/recent.h"
 
@@ -113,7 +114,8 @@ void TellRefusals(const Guard& guard, TALSTATUS status, IKestDAVFailures3* failu
         UNICODE_STRING text{};
         text.Buffer = wide->data();
         text.Length = text.MaximumLength = static_cast<UINT16>(wide->size() * sizeof(WCHAR));
-        (void)failures->OnFailure(&text, status);
+        if (Code(failures->OnFailure(&text, status)) == kCodeInsufficientResources)
+            (void)Fault(kCodeInsufficientResources); // a reply without it would not say whose lock
     }
 }
 

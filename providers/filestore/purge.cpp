@@ -115,13 +115,18 @@ static int PutOnTheirWayOut(Volume& volume, const std::vector<INT64>& ids)
         if (error && error != ENOENT)
             return error;
     }
-    const int error = volume.SyncNames(volume.Purge());
-    return error ? error : volume.SyncNames(volume.Deleted());
+    int error = volume.SyncNames(volume.Purge());
+    if (error == 0)
+        error = volume.SyncNames(volume.Deleted());
+    if (error) // the files have gone all the same
+        volume.Pending().AddUnlisted(ids);
+    return error;
 }
 
 static TALSTATUS RemoveFromList(const Volume& volume, MetadataSession& session,
                                 const std::vector<INT64>& ids)
 {
+    session.Rollback();
     TALSTATUS status = session.Begin();
     for (const INT64 id : ids) {
         if (!Failed(status))
@@ -140,15 +145,20 @@ TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vec
     if (const int error = PutOnTheirWayOut(volume, ids))
         return StatusFromErrno(error);
     call::HeldReports reports;
-    TALSTATUS status = RemoveFromList(volume, session, ids);
-    while (Code(status) == kCodeStorageFull && volume.GiveUpReserve())
-        status = RemoveFromList(volume, session, ids);
-    // The files are gone, which is what was asked for; the list is brought up to date in time.
+    const auto remove = [&] {
+        return Protected([&] { return RemoveFromList(volume, session, ids); });
+    };
+    TALSTATUS status = remove();
+    for (bool goesOn = true; Failed(status) && goesOn; status = remove()) // once more in any case
+        goesOn = Code(status) == kCodeStorageFull && volume.GiveUpReserve();
+    // The files are gone, which is what was asked for; the list follows as soon as it can.
     reports.Drop();
-    if (Failed(status))
+    if (Failed(status)) {
+        volume.Pending().AddUnlisted(ids);
         Log(kLogWarning, "deleted entries of volume '" + volume.Name() +
-                             "' stay in the list without files, code " +
+                             "' stay in the list without files for now, code " +
                              std::to_string(Code(status)));
+    }
     return TAL_STATUS_SUCCESS;
 }
 
@@ -198,6 +208,48 @@ bool EmptyPurge(Volume& volume, const PurgePause& pause)
             break;
     }
     return work.HasRemoved();
+}
+
+// In the transaction, in which nobody makes the name: what is there has rows of its own.
+static TALSTATUS ForgetMissing(const Volume& volume, MetadataSession& session,
+                               const std::string& path)
+{
+    OpenFile there;
+    const int error = volume.Fs().Open(path.c_str(), OpenFor::Locating, there.Out(volume.Fs()));
+    if (error != ENOENT && error != ENOTDIR)
+        return IsFault(error) ? StatusFromErrno(error) : TAL_STATUS_SUCCESS;
+    const TALSTATUS status = session.ForgetTree(path);
+    return Failed(status) ? status : session.RemoveLocksWithin(path);
+}
+
+static TALSTATUS WriteRows(const Volume& volume, const PendingRows::Rows& rows)
+{
+    std::unique_ptr<MetadataSession> session;
+    TALSTATUS status = Store::OpenMetadata(volume, &session);
+    if (!Failed(status))
+        status = session->Begin();
+    for (const std::string& path : rows.removed)
+        if (!Failed(status))
+            status = ForgetMissing(volume, *session, path);
+    for (const INT64 id : rows.unlisted) {
+        if (!Failed(status))
+            status = session->RemoveDeleted(id);
+        if (!Failed(status))
+            status = session->ForgetTree(".kest/deleted/" + std::to_string(id));
+    }
+    return Failed(status) ? status : session->Commit();
+}
+
+TALSTATUS WritePending(Volume& volume)
+{
+    return Protected([&] {
+        const std::lock_guard writing(volume.Pending().Writing());
+        const PendingRows::Rows rows = volume.Pending().Get();
+        const TALSTATUS status = rows.IsEmpty() ? TAL_STATUS_SUCCESS : WriteRows(volume, rows);
+        if (!Failed(status))
+            volume.Pending().Drop(rows);
+        return status;
+    });
 }
 
 void DropExpiredLocks(const Store& store, Volume& volume)

@@ -17,6 +17,9 @@ using PurgePause = std::function<bool()>;
 void RetireDeleted(const Store& store, Volume& volume);   // entries older than they are kept
 bool EmptyPurge(Volume& volume, const PurgePause& pause); // whether anything was removed
 void DropExpiredLocks(const Store& store, Volume& volume);
+// Removes properties, marks and locks of what has been removed and is not there, and entries whose
+// files have gone from the list. What fails is tried the next time.
+TALSTATUS WritePending(Volume& volume);
 
 // Takes deleted entries out of the list and puts them on their way out. Fails only where files
 // cannot be moved.

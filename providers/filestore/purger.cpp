@@ -28,11 +28,12 @@ Purger::Purger(const Store& store)
 
 Purger::~Purger() = default;
 
-void Purger::Wake()
+void Purger::Wake(bool retires)
 {
     {
         const std::lock_guard lock(mutex_);
         woken_ = true;
+        retires_ = retires_ || retires;
     }
     wake_.notify_one();
 }
@@ -44,6 +45,7 @@ void Purger::Run(std::stop_token stop)
         return !stop.stop_requested();
     };
     auto nextRetirement = std::chrono::steady_clock::now();
+    bool retiresNow = false;
     while (!stop.stop_requested()) {
         const auto now = std::chrono::steady_clock::now();
         const bool retires = now >= nextRetirement;
@@ -52,8 +54,9 @@ void Purger::Run(std::stop_token stop)
         (void)Protected([&] {
             for (const auto& volume : store_.Volumes()) {
                 volume->CheckPlace();
-                if (retires)
+                if (retires || retiresNow)
                     RetireDeleted(store_, *volume);
+                (void)WritePending(*volume);
                 (void)EmptyPurge(*volume, pause);
                 KeepRoom(store_, *volume, pause);
                 volume->FillReserve();
@@ -65,7 +68,10 @@ void Purger::Run(std::stop_token stop)
         std::unique_lock lock(mutex_);
         wake_.wait_for(lock, stop, kRound, [this] { return woken_; });
         woken_ = false;
+        retiresNow = std::exchange(retires_, false);
     }
+    for (const auto& volume : store_.Volumes()) // the last chance of this process
+        (void)WritePending(*volume);
 }
 
 } // namespace filestore

@@ -17,7 +17,7 @@ class Purger final : public BackgroundWork {
     // Starts a thread that works through the store's volumes now and then.
     explicit Purger(const Store& store);
     ~Purger() override;
-    void Wake() override;
+    void Wake(bool retires) override;
 
   private:
     void Run(std::stop_token stop);
@@ -26,7 +26,8 @@ class Purger final : public BackgroundWork {
     std::mutex mutex_;
     std::condition_variable_any wake_;
     bool woken_ = false;
-    std::jthread thread_; // last: it uses the others
+    bool retires_ = false; // with the next round
+    std::jthread thread_;  // last: it uses the others
 };
 
 } // namespace filestore

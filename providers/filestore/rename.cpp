@@ -8,6 +8,7 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
+#include "providers/filestore/room.h"
 #include "providers/filestore/upload.h"
 #include "providers/filestore/walked.h"
 
@@ -70,7 +71,7 @@ TALSTATUS Rename::To(std::string leaf)
     status = Protected([&] { return any ? MoveAll(*session) : MoveAlone(); });
     if (hasMoved_)
         walked::Forget(volume_, from_.path);
-    else if (session && !isStuck_)
+    else if (session && !isStuck_ && !isUnsure_)
         Withdraw(*session);
     return status;
 }
@@ -131,19 +132,27 @@ TALSTATUS Rename::WriteDown(MetadataSession& session, bool* any)
     return session.AddIntent(&intent_);
 }
 
-// It has come to nothing. What cannot be taken back the next start settles, and a deleted entry
-// without files is retired in time.
+// It has come to nothing. What cannot be taken back the next start settles.
 void Rename::Withdraw(MetadataSession& session) const
 {
-    session.Rollback();
-    if ((!added && !intent_.id) || Failed(session.Begin()))
+    if (!added && !intent_.id)
         return;
-    TALSTATUS status = added ? session.RemoveDeleted(added->id) : TAL_STATUS_SUCCESS;
+    call::HeldReports reports; // there is another one to be told
+    const auto withdraw = [&] { return Protected([&] { return WithdrawRows(session); }); };
+    if (Failed(withdraw()) && Failed(withdraw()) && added) // once more, then when there is room
+        volume_.Pending().AddUnlisted({added->id});
+    reports.Drop();
+}
+
+TALSTATUS Rename::WithdrawRows(MetadataSession& session) const
+{
+    session.Rollback();
+    TALSTATUS status = session.Begin();
+    if (!Failed(status) && added)
+        status = session.RemoveDeleted(added->id);
     if (!Failed(status) && intent_.id)
         status = session.RemoveIntent(intent_.id);
-    if (!Failed(status))
-        (void)session.Commit();
-    session.Rollback();
+    return Failed(status) ? status : session.Commit();
 }
 
 TALSTATUS Rename::MoveAlone()
@@ -223,10 +232,11 @@ bool Rename::MoveBack()
     } else {
         error = fs.Rename(toDirectory_, toLeaf_.c_str(), fromDirectory, from_.leaf.c_str(), false);
     }
-    if (error == 0) // else the intent would go before what it is there for
-        error = SyncNames(true);
-    hasMoved_ = error != 0;
-    return error == 0;
+    if (error)
+        return false;
+    hasMoved_ = false;
+    isUnsure_ = SyncNames(true) != 0;
+    return true;
 }
 
 TALSTATUS Rename::MoveRows(MetadataSession& session) const
@@ -273,7 +283,8 @@ TALSTATUS Rename::MoveName()
             error = RenameOrTrade();
     }
     hasMoved_ = error == 0;
-    return StatusFromErrno(error);
+    // With more room another try would begin from what this one has left.
+    return StatusFromErrno(isStuck_ && IsFull(error) ? EIO : error);
 }
 
 int Rename::RenameOrTrade()
@@ -330,7 +341,7 @@ int Rename::SyncNames(bool rowsFollow) const
     if (error == 0 && (!toServed || wantsBoth) && fromDirectory != toDirectory_)
         error = volume_.SyncNames(fromDirectory);
     // Everything has moved: more room would help nobody, and trying again would find nothing.
-    return error == ENOSPC || error == EDQUOT ? EIO : error;
+    return IsFull(error) ? EIO : error;
 }
 
 } // namespace filestore

@@ -66,6 +66,7 @@ class Rename {
     TALSTATUS Announce(MetadataSession& session, bool* any);
     TALSTATUS WriteDown(MetadataSession& session, bool* any);
     void Withdraw(MetadataSession& session) const;
+    TALSTATUS WithdrawRows(MetadataSession& session) const;
     TALSTATUS MoveAlone();
     TALSTATUS MoveAll(MetadataSession& session);
     TALSTATUS FollowAtLast(MetadataSession& session);
@@ -93,6 +94,8 @@ class Rename {
     bool hasMoved_ = false;
     bool isStuck_ = false;
     bool areRowsBehind_ = false;
+    // The names are back, and not synced: the intent stays, since a power cut may show them moved.
+    bool isUnsure_ = false;
 };
 
 } // namespace filestore

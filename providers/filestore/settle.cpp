@@ -4,6 +4,7 @@
 #include "providers/filestore/settle.h"
 
 #include <cerrno>
+#include <charconv>
 #include <optional>
 
 #include "providers/filestore/failures.h"
@@ -88,9 +89,30 @@ class Settlement {
         if (hasNotMoved && aside && !to) // names could not be traded, and the first step was taken
             return Rename(intent_.aside, intent_.to);
         if (*happened && from && !aside)
-            return Rename(intent_.from, intent_.aside);
+            return EndPuttingAside();
         isAsideGone_ = !aside; // dropped since
         return 0;
+    }
+
+    // Where the list does not know it any more (the oldest entries give way), it is on its way out.
+    int EndPuttingAside()
+    {
+        constexpr std::string_view kDeleted = ".kest/deleted/";
+        INT64 id = 0;
+        DeletedEntry entry;
+        const std::string& aside = intent_.aside;
+        const char* const end = aside.data() + aside.size();
+        if (!aside.starts_with(kDeleted) ||
+            std::from_chars(aside.data() + kDeleted.size(), end, id).ptr != end)
+            return Rename(intent_.from, aside);
+        const TALSTATUS listed = session_.FindDeleted(id, &entry);
+        if (!Failed(listed))
+            return Rename(intent_.from, aside);
+        if (Code(listed) != kCodeNotFound)
+            return EIO; // the next start tries again
+        isAsideGone_ = true;
+        return Rename(intent_.from, std::string(kPurge) + intent_.owner + "-settled-" +
+                                        std::to_string(intent_.id));
     }
 
     int Rename(const std::string& from, const std::string& to)

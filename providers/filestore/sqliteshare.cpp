@@ -157,7 +157,11 @@ std::unique_ptr<Database> SharedDatabase::Connect()
     }
     if (!isOwned_)
         Count(*db);
-    isOwned_ = true;
+    if (!isOwned_) {
+        const std::lock_guard watch(watchMutex_);
+        isOwned_ = true;
+        watchMoves_.notify_all();
+    }
     return db;
 }
 
@@ -252,19 +256,28 @@ bool SharedDatabase::LetGo(milliseconds patience)
 void SharedDatabase::Watch(const std::stop_token& stop)
 {
     std::unique_lock lock(watchMutex_);
-    while (!watchStops_.wait_for(lock, stop, kLook, [&] { return stop.stop_requested(); })) {
-        if (!isOwned_)
-            continue;
-        bool isIdle = false;
-        {
-            const std::lock_guard gate(gate_);
-            isIdle = uses_ == 0 && Clock::now() - lastUse_ > kIdle;
-        }
-        if (IsWished())
-            MakeRoom();
-        else if (isIdle)
-            (void)LetGo(milliseconds(0));
+    while (!stop.stop_requested()) {
+        // Nothing wakes a server that nobody asks for anything: there is nothing to let go.
+        if (!watchMoves_.wait(lock, stop, [&] { return isOwned_.load(); }))
+            return;
+        (void)watchMoves_.wait_for(lock, stop, kLook, [&] { return stop.stop_requested(); });
+        lock.unlock();
+        Look();
+        lock.lock();
     }
+}
+
+void SharedDatabase::Look()
+{
+    bool isIdle = false;
+    {
+        const std::lock_guard gate(gate_);
+        isIdle = uses_ == 0 && Clock::now() - lastUse_ > kIdle;
+    }
+    if (IsWished())
+        MakeRoom();
+    else if (isIdle)
+        (void)LetGo(milliseconds(0));
 }
 
 // Lets go, and gives the one who waits the time to take it.

@@ -79,6 +79,7 @@ class SharedDatabase {
     void Count(Database& db);
     bool LetGo(std::chrono::milliseconds patience);
     void Watch(const std::stop_token& stop);
+    void Look();
     void MakeRoom();
     bool IsWished() const;
     bool Wish(bool on) const;
@@ -109,8 +110,8 @@ class SharedDatabase {
     std::unique_ptr<Database> writer_;
 
     std::mutex watchMutex_;
-    std::condition_variable_any watchStops_;
-    std::jthread watch_; // ends before all the rest
+    std::condition_variable_any watchMoves_; // it has been taken, or the thread is to end
+    std::jthread watch_;                     // ends before all the rest
 };
 
 } // namespace filestore

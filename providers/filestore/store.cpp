@@ -160,10 +160,10 @@ void Store::SetPurger(std::unique_ptr<BackgroundWork> purger)
     purger_ = std::move(purger);
 }
 
-void Store::WakePurger() const
+void Store::WakePurger(bool retires) const
 {
     if (purger_)
-        purger_->Wake();
+        purger_->Wake(retires);
 }
 
 TALSTATUS Store::Locate(std::string_view path, Target* out) const

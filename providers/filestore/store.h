@@ -19,8 +19,8 @@ namespace filestore {
 class BackgroundWork {
   public:
     virtual ~BackgroundWork() = default;
-    // Something is there to be removed at once.
-    virtual void Wake() = 0;
+    // Something is there to be removed at once; `retires`: deleted entries whose time is over, too.
+    virtual void Wake(bool retires) = 0;
 };
 
 class Store {
@@ -62,7 +62,7 @@ class Store {
 
     // The thread that removes what need not be kept; null in a store without one.
     void SetPurger(std::unique_ptr<BackgroundWork> purger);
-    void WakePurger() const;
+    void WakePurger(bool retires = false) const;
 
   private:
     TALSTATUS Parse(const UNICODE_STRING* path, Target* out, bool* servable) const;

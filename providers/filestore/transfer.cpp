@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/purge.h"
@@ -227,14 +228,20 @@ bool Transfer::PutSourceBack()
     return isBack;
 }
 
-// What cannot be retired now goes when the list is looked through.
+// The move has happened, whatever comes of this: what cannot be retired now goes when the list is
+// looked through, at once where nothing is kept.
 void Transfer::Retire(const End& end)
 {
-    std::unique_ptr<MetadataSession> session;
-    if (!end.entry.id || Failed(Store::OpenMetadata(end.volume, &session)))
+    if (!end.entry.id)
         return;
-    (void)RetireEntries(end.volume, *session, {end.entry.id});
-    store_.WakePurger();
+    call::HeldReports reports;
+    const TALSTATUS status = Protected([&] {
+        std::unique_ptr<MetadataSession> session;
+        const TALSTATUS opened = Store::OpenMetadata(end.volume, &session);
+        return Failed(opened) ? opened : RetireEntries(end.volume, *session, {end.entry.id});
+    });
+    reports.Drop();
+    store_.WakePurger(Failed(status));
 }
 
 } // namespace filestore

@@ -45,9 +45,12 @@ TreeCopy::~TreeCopy()
 {
     if (tmpName_.empty())
         return;
-    std::unique_ptr<MetadataSession> session;
-    if (hasRows_ && !Failed(Store::OpenMetadata(to_, &session)))
-        (void)session->ForgetTree(TmpPath()); // what stays belongs to a name that never comes again
+    if (hasRows_) // what stays belongs to a name that never comes again
+        (void)Protected([this] {
+            std::unique_ptr<MetadataSession> session;
+            const TALSTATUS status = Store::OpenMetadata(to_, &session);
+            return Failed(status) ? status : session->ForgetTree(TmpPath());
+        });
     to_.Abandon(std::move(tmpName_));
     store_.WakePurger(); // a tree is removed in the background
 }

@@ -79,28 +79,20 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from
     return status;
 }
 
-// What goes without a trace of its metadata is forgotten when there is room again: nothing that is
-// made under its name later shows it.
+// What goes without a trace of its metadata is forgotten as soon as there is room again: nothing
+// that is made under its name later shows it.
 void ForgetRemoved(Volume& volume, const Place& from)
 {
     call::HeldReports reports;
-    std::unique_ptr<MetadataSession> session;
-    TALSTATUS status = Store::OpenMetadata(volume, &session);
-    if (!Failed(status))
-        status = session->Begin();
-    if (!Failed(status))
-        status = session->ForgetTree(from.path);
-    if (!Failed(status))
-        status = session->RemoveLocksWithin(from.path);
-    if (!Failed(status))
-        status = session->Commit();
+    volume.Pending().AddRemoved(from.path);
+    const TALSTATUS status = WritePending(volume);
     reports.Drop(); // the deletion has happened
     Log(kLogWarning, "volume '" + volume.Name() + "': the disk is full, '" + from.path +
                          "' has been removed for good, code " + std::to_string(Code(status)));
 }
 
 // Removes the object at `from` and what is in it, without writing anything down before.
-TALSTATUS RemoveForGood(const Guard& guard, Volume& volume, const Place& from)
+TALSTATUS RemoveForGood(const Store& store, const Guard& guard, Volume& volume, const Place& from)
 {
     if (const TALSTATUS status = guard.CheckLocks(volume, from.path, Reach::Tree); Failed(status))
         return status;
@@ -122,6 +114,7 @@ TALSTATUS RemoveForGood(const Guard& guard, Volume& volume, const Place& from)
     walked::Forget(volume, from.path);
     (void)EmptyPurge(volume, [] { return !call::IsCancelled(); }); // else the purger does
     ForgetRemoved(volume, from);
+    store.WakePurger();
     return StatusFromErrno(volume.SyncNames(directory));
 }
 
@@ -227,7 +220,7 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target)
         return status;
     status = WithReserve(store, volume, [&] { return PutAside(store, guard, volume, from); });
     // There is no room to write down what could be brought back: it goes all the same.
-    return Code(status) == kCodeStorageFull ? RemoveForGood(guard, volume, from) : status;
+    return Code(status) == kCodeStorageFull ? RemoveForGood(store, guard, volume, from) : status;
 }
 
 TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Target& from,

@@ -48,6 +48,7 @@ Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync,
     else
         reason = PrepareMetadata(openMetadata);
     if (reason.empty()) {
+        abandoned_.reserve(kMostAbandoned);
         SkipKeptIds();
         if (SettleIntents())
             SweepTmp();
@@ -241,21 +242,25 @@ void Volume::SweepTmp()
 }
 
 // A half-made copy of a tree is a directory: it goes out like a deleted one. False when it stays.
-bool Volume::RemoveFromTmp(const std::string& name)
+bool Volume::RemoveFromTmp(const std::string& name) noexcept
 {
     int error = fs_->RemoveFile(tmp_, name.c_str());
     if (error == EISDIR || error == EPERM)
-        error = fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
+        (void)Protected([&] { // without memory for a name it stays
+            error = fs_->Rename(tmp_, name.c_str(), purge_, UniqueName().c_str(), false);
+            return TAL_STATUS_SUCCESS;
+        });
     return error == 0 || error == ENOENT;
 }
 
+// There has been room in the list since the start: a copy often stays because memory has run out.
 void Volume::Abandon(std::string name) noexcept
 {
+    if (RemoveFromTmp(name))
+        return;
     (void)Protected([&] {
-        if (RemoveFromTmp(name))
-            return TAL_STATUS_SUCCESS;
         const std::lock_guard lock(abandonedMutex_);
-        if (abandoned_.size() < kMostAbandoned)
+        if (abandoned_.size() < abandoned_.capacity())
             abandoned_.push_back(std::move(name));
         return TAL_STATUS_SUCCESS;
     });

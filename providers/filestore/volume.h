@@ -26,6 +26,7 @@
 #include "providers/filestore/filesystem.h"
 #include "providers/filestore/metadata.h"
 #include "providers/filestore/names.h"
+#include "providers/filestore/pending.h"
 #include "providers/filestore/upload_registry.h"
 
 namespace filestore {
@@ -84,6 +85,8 @@ class Volume {
     Metadata* Meta() const { return meta_.get(); }
     bool MayHaveLocks() const { return meta_ && meta_->MayHaveLocks(); }
     bool MayHaveProperties() const { return meta_ && meta_->MayHaveProperties(); }
+    // What could not be written there.
+    PendingRows& Pending() { return pending_; }
     // Stands for this process as long as it lives, see RenameIntent.
     const std::string& Token() const { return token_; }
 
@@ -143,7 +146,7 @@ class Volume {
     bool IsAlive(const std::string& token) const;
     int TakeToken();
     void SweepTmp();
-    bool RemoveFromTmp(const std::string& name);
+    bool RemoveFromTmp(const std::string& name) noexcept;
     int OpenDirectory(std::string_view path, DirectoryRef* out) const;
     int OpenPrivate(std::string_view name, FileHandle* out);
 
@@ -161,7 +164,8 @@ class Volume {
     mutable std::array<std::mutex, 64> names_;
     std::mutex room_;
     std::mutex abandonedMutex_;
-    std::vector<std::string> abandoned_; // in Tmp(), at most kMostAbandoned
+    std::vector<std::string> abandoned_; // in Tmp(), never more than it has had room for
+    PendingRows pending_;
     UploadRegistry uploadRegistry_;
     std::mutex uploadsMutex_;
     FileHandle uploads_ = kNoFile;

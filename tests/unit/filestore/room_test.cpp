@@ -218,6 +218,48 @@ TEST_F(FullDisk, MakesADeletionFinalWhenItCannotBeWrittenDown)
     }
 }
 
+TEST_F(FullDisk, ForgetsWhatItHasRemovedAsSoonAsThereIsRoom)
+{
+    Start();
+    ASSERT_EQ(0u, client->Put("/v/a", "x"));
+    ASSERT_EQ(0u, client->SetProperty("/v/a", "p", "v"));
+    std::string token;
+    ASSERT_EQ(0u, client->Lock("/v/a", -1, &token));
+    g_isDatabaseFull = [] { return true; };
+    EXPECT_EQ(0u, client->Delete("/v/a", token));
+    EXPECT_FALSE(fs::exists(top / "a"));
+    EXPECT_NE(0u, WritePending(TheVolume()));
+    g_isDatabaseFull = nullptr;
+    EXPECT_EQ(0u, WritePending(TheVolume()));
+    EXPECT_EQ(0u, client->Put("/v/a", "another")) << "it bears the lock of what has gone";
+    EXPECT_EQ("(none)", client->Property("/v/a", "p"));
+}
+
+// Somebody else's file of that name keeps what belongs to it.
+TEST_F(FullDisk, ForgetsNothingOfWhatIsThereAgain)
+{
+    Start();
+    ASSERT_EQ(0u, client->Put("/v/a", "x"));
+    ASSERT_EQ(0u, client->SetProperty("/v/a", "p", "v"));
+    TheVolume().Pending().AddRemoved("a");
+    EXPECT_EQ(0u, WritePending(TheVolume()));
+    EXPECT_EQ("v", client->Property("/v/a", "p"));
+}
+
+TEST_F(FullDisk, TakesEntriesWithoutFilesOutOfTheListAsSoonAsThereIsRoom)
+{
+    Start();
+    Delete(1);
+    g_isDatabaseFull = [] { return true; };
+    ASSERT_EQ(0u, client->Delete("/v/.kest/deleted/1/deleted"));
+    g_isDatabaseFull = nullptr;
+    EXPECT_EQ(0u, WritePending(TheVolume()));
+    std::unique_ptr<MetadataSession> session;
+    DeletedEntry entry;
+    ASSERT_EQ(0u, Store::OpenMetadata(TheVolume(), &session));
+    EXPECT_EQ(kCodeNotFound, Code(session->FindDeleted(1, &entry)));
+}
+
 TEST_F(FullDisk, MakesNoDeletionFinalThatALockForbids)
 {
     Start();

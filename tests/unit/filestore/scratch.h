@@ -116,10 +116,13 @@ class Client {
         resource->Release();
         return status;
     }
-    TALSTATUS Delete(const std::string& path)
+    TALSTATUS Delete(const std::string& path, std::string token = {})
     {
-        return WithNamespace(
-            [&](auto& ns) { return ns.Delete({}, Path(path).Get(), nullptr, nullptr); });
+        const auto size = static_cast<UINT16>(token.size());
+        DAV_LOCK_TOKEN given{size, size, token.data()};
+        return WithNamespace([&](auto& ns) {
+            return ns.Delete({}, Path(path).Get(), size ? &given : nullptr, nullptr);
+        });
     }
     TALSTATUS MkCol(const std::string& path)
     {

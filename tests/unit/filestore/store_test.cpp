@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What needs a clock, a second process or a start over.
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <string_view>
+#include <thread>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -382,4 +386,76 @@ TEST(FileStoreRestart, AnUnwritableVolumeIsServedForReading)
     EXPECT_EQ("(none)", client.Property("/v/a", "p"));
     std::string token;
     EXPECT_EQ(kCodeAccessDenied, Code(client.Lock("/v/a", -1, &token)));
+}
+
+// A lock that is asked for while a folder is being made in the parent comes after it, or before: it
+// never stands in the way of what is then made all the same.
+TEST(FileStoreLocks, NobodyLocksAParentWhileAFolderIsMadeInIt)
+{
+    const TempDirectory directory;
+    FailingFileSystem* failing = nullptr;
+    const auto store =
+        MakeStore(directory.Path(), 2, SyncLevel::None, [&](std::unique_ptr<FileSystem> real) {
+            auto wrapped = std::make_unique<FailingFileSystem>(std::move(real));
+            failing = wrapped.get();
+            return wrapped;
+        });
+    Client client(*store);
+    std::string unrelated;
+    ASSERT_EQ(0u, client.MkCol("/v/parent"));
+    ASSERT_EQ(0u, client.Lock("/v/unrelated", -1, &unrelated));
+    std::atomic<bool> isLocked = false;
+    bool wasLocked = false;
+    std::jthread other;
+    failing->judge = [&](const char* operation) {
+        if (std::string_view(operation) == "MakeDirectory") {
+            other = std::jthread([&] {
+                std::string token;
+                isLocked = Client(*store).Lock("/v/parent", -1, &token) == 0;
+            });
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            wasLocked = isLocked;
+        }
+        return 0;
+    };
+    EXPECT_EQ(0u, client.MkCol("/v/parent/new"));
+    EXPECT_FALSE(wasLocked);
+    other.join();
+    EXPECT_TRUE(isLocked);
+    failing->judge = nullptr;
+    EXPECT_EQ(kCodeLocked, Code(client.MkCol("/v/parent/later")));
+}
+
+namespace {
+
+// How often the other threads of this process have gone to sleep.
+UINT64 SleepsOfOtherThreads()
+{
+    UINT64 sum = 0;
+    for (const auto& thread : fs::directory_iterator("/proc/self/task")) {
+        std::ifstream status(thread.path() / "status");
+        std::string word;
+        while (thread.path().filename() != std::to_string(::gettid()) && status >> word)
+            if (UINT64 count = 0; word == "voluntary_ctxt_switches:" && status >> count)
+                sum += count;
+    }
+    return sum;
+}
+
+} // namespace
+
+TEST(FileStoreMetadata, WakesNoThreadWhileNobodyUsesIt)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path(), 2);
+    ASSERT_EQ(0u, Client(*store).Put("/v/file", "x"));
+    ASSERT_EQ(0u, Client(*store).SetProperty("/v/file", "p", "v"));
+    const auto isIdle = [&] { return !store->Volumes()[0]->Meta()->IsInUse(); };
+    for (int i = 0; i < 300 && !isIdle(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(isIdle());
+    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // it goes to sleep
+    const UINT64 before = SleepsOfOtherThreads();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    EXPECT_LE(SleepsOfOtherThreads() - before, 1u);
 }
