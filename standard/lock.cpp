@@ -140,6 +140,11 @@ TALSTATUS Refresh(LockCall& call)
     DAV_LOCK_INFO_3* const lock = RecordOf(call);
     if (!lock)
         return RefuseMapped(call.io, TAL_STATUS_INSUFFICIENT_RESOURCES);
+    // Only the href's last "/" needs it. Before the change, which no failure follows.
+    DAV_OBJECT_INFO info = EmptyInfo();
+    if (const TALSTATUS status = call.provider->GetInfo(call.session, call.path, &info);
+        Failed(status) && Code(status) != kCodeNotFound)
+        return RefuseMapped(call.io, status);
     UINT32 size = call.records.Size();
     const TALSTATUS status = call.provider->RefreshLock(
         call.session, call.path, call.request.wanted.Timeout, &call.preconditions, &size, lock);
@@ -149,9 +154,6 @@ TALSTATUS Refresh(LockCall& call)
         return RefuseMapped(call.io, status);
     if (!IsWhole(*lock, call.records.Size()))
         return RefuseMapped(call.io, TAL_STATUS_UNSUCCESSFUL);
-    DAV_OBJECT_INFO info = EmptyInfo();
-    (void)call.provider->GetInfo(call.session, call.path,
-                                 &info); // only the href's last "/" needs it
     SetLockToken(call.io,
                  {VariableText(*lock, offsetof(DAV_LOCK_INFO_3, Text)), lock->TokenLength});
     return SendLock(call, 200, *lock, info.Type == Collection);

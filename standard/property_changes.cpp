@@ -54,19 +54,25 @@ class PropertyChangesReader final : public XmlHandler {
     }
 
     bool hasTooMany = false;
+    bool hasNoMemory = false;
 
   private:
     // Whether this says of a new collection what it is in any case (RFC 5689 section 3).
-    bool IsItsType(const XmlName& name, std::string_view value) const
+    bool IsItsType(const XmlName& name, std::string_view value)
     {
+        if (root_ != "mkcol" || !isSet_ || !name.IsDav("resourcetype"))
+            return false;
         PlainCollection handler;
-        return root_ == "mkcol" && isSet_ && name.IsDav("resourcetype") &&
-               XmlReader(handler).Read(value) == XmlResult::Whole;
+        const XmlResult result = XmlReader(handler).Read(value);
+        hasNoMemory = result == XmlResult::NoMemory;
+        return result == XmlResult::Whole;
     }
     bool Add(const XmlName& name, std::string_view value)
     {
         if (IsItsType(name, value))
             return true;
+        if (hasNoMemory)
+            return false;
         if (changes_.items_.size() == kMostPropertyChanges) {
             hasTooMany = true;
             return false;
@@ -103,7 +109,7 @@ TALSTATUS PropertyChanges::Read(std::string_view body, std::string_view root)
     const XmlResult result = reader.Read(body);
     if (handler.hasTooMany)
         return kTooMany;
-    if (texts_.HasFailed() || items_.HasFailed())
+    if (handler.hasNoMemory || texts_.HasFailed() || items_.HasFailed())
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     if (result != XmlResult::Whole)
         return StatusOf(result);

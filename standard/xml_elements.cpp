@@ -3,8 +3,10 @@
 // Reading XML bodies with their namespaces.
 #include "standard/xml_elements.h"
 
+#include <cstdlib>
 #include <limits>
 #include <memory>
+#include <utility>
 
 #include <expat.h>
 
@@ -25,6 +27,20 @@ constexpr UINT64 kLeastBudget = 65536;
 
 // Declarations in scope at once: clients have a handful.
 constexpr size_t kMostBindings = 256;
+
+// Whether the thread's parser has asked in vain: not every such failure is told as one. There from
+// a thread's start, since making it would take memory.
+constinit thread_local bool t_lacksMemory [[gnu::tls_model("initial-exec")]] = false;
+
+void* Noted(void* memory)
+{
+    t_lacksMemory = t_lacksMemory || !memory;
+    return memory;
+}
+
+constexpr XML_Memory_Handling_Suite kMemory{
+    [](size_t size) { return Noted(std::malloc(size)); },
+    [](void* memory, size_t size) { return Noted(std::realloc(memory, size)); }, std::free};
 
 struct FreeParser {
     void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
@@ -91,9 +107,10 @@ XmlResult XmlReader::Read(std::string_view body)
     if (body.size() > static_cast<size_t>(std::numeric_limits<int>::max()))
         return XmlResult::Malformed;
     const std::unique_ptr<XML_ParserStruct, FreeParser> parser(
-        XML_ParserCreateNS(nullptr, kSeparator));
+        XML_ParserCreate_MM(nullptr, &kMemory, &kSeparator));
     if (!parser)
         return XmlResult::NoMemory;
+    const bool outer = std::exchange(t_lacksMemory, false); // a handler may read in between
     budget_ = std::max(kLeastBudget, body.size() * kWrittenPerByte);
     parser_ = parser.get();
     (void)XML_SetHashSalt(parser.get(), XmlNameSalt()); // nothing was parsed yet: it cannot fail
@@ -106,6 +123,8 @@ XmlResult XmlReader::Read(std::string_view body)
     const XML_Status status =
         XML_Parse(parser.get(), body.data(), static_cast<int>(body.size()), 1);
     parser_ = nullptr;
+    if (std::exchange(t_lacksMemory, outer)) // also where the parser has gone on without it
+        return XmlResult::NoMemory;
     if (status == XML_STATUS_OK || result_ != XmlResult::Whole)
         return result_;
     return XML_GetErrorCode(parser.get()) == XML_ERROR_NO_MEMORY ? XmlResult::NoMemory
