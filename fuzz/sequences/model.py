@@ -15,7 +15,10 @@ def is_within(path, top):
 class Model:
     """{path: content or FOLDER}, properties by path, locks as (path, scope, number)."""
 
-    def __init__(self, volumes):
+    def __init__(self, volumes, dialect):
+        self.is_standard = dialect == "standard"
+        # What is told of a change that makes nothing new.
+        self.done = 204 if self.is_standard else 200
         self.nodes = {(volume,): FOLDER for volume in volumes}
         self.colours = {}
         self.locks = []
@@ -57,9 +60,9 @@ class Model:
                 del held[name]
         self.locks = [lock for lock in self.locks if not is_within(lock[0], path)]
 
-    def carry(self, source, target):
-        """Properties and content of a tree, at another place as well."""
-        for held in (self.nodes, self.colours):
+    def carry(self, source, target, colours=True):
+        """Content, and properties, of a tree, at another place as well."""
+        for held in (self.nodes, self.colours) if colours else (self.nodes,):
             for name, value in list(held.items()):
                 if is_within(name, source):
                     held[target + name[len(source):]] = value
@@ -78,13 +81,13 @@ class Model:
         if self.condition_fails(path, step["tokens"]):
             found.add(412)
         if self.is_closed(closed, step["tokens"]):
-            found.add(423)
+            found |= {207, 423} if self.is_standard else {423}  # 207: what is locked lies below
         return found
 
     def put(self, path, step):
         exists = path in self.nodes
         found = self.refusals(path, step, [path] if exists else self.membership(path))
-        if (step["none_match"] and exists) or (step["match"] and not exists):
+        if self.is_standard and (step["none_match"] and exists or step["match"] and not exists):
             found.add(412)
         if not self.is_folder(path[:-1]):
             found.add(409)
@@ -92,7 +95,7 @@ class Model:
             found.add(405)
         if not found:
             self.nodes[path] = step["content"]
-        return found or {201}
+        return found or {204 if exists and self.is_standard else 201}
 
     def mkcol(self, path, step):
         found = self.refusals(path, step, self.membership(path))
@@ -110,7 +113,7 @@ class Model:
         found = self.refusals(path, step, self.whole(path))
         if not found:
             self.forget(path)
-        return found or {200}
+        return found or {self.done}
 
     def relocation_refusals(self, path, step):
         """What COPY and MOVE refuse alike."""
@@ -127,18 +130,27 @@ class Model:
         return found
 
     def copy(self, path, step):
+        """The standard dialect replaces what is there by something new, with the properties of the
+        source. The classic one copies content only: a file that it writes over keeps its own
+        properties and locks, and no folder is put over anything."""
         target = step["target"]
         existed = target in self.nodes
+        closed = self.whole(target) if self.is_standard or not existed else [target]
         found = self.relocation_refusals(path, step)
-        found |= self.refusals(path, step, [target] if existed else self.membership(target))
+        found |= self.refusals(path, step, closed)
         if target == path:  # nothing changes, whatever is told
-            return {201, 204, 403, 409, 412, 423} if path in self.nodes else found
-        if (self.is_folder(path) and existed) or self.is_folder(target):
+            return {200, 201, 204, 403, 409, 412, 423} if path in self.nodes else found
+        if self.is_standard and is_within(path, target):
+            found.add(409)
+        if not self.is_standard and ((self.is_folder(path) and (existed or step["overwrite"])) or
+                                     self.is_folder(target)):
             found |= {403, 404, 405, 409, 412}
-        if not found:
-            self.colours.pop(target, None)
-            self.carry(path, target)
-        return found or ({204} if existed else {201})
+        if found:
+            return found
+        if self.is_standard:
+            self.forget(target)
+        self.carry(path, target, self.is_standard)
+        return self.relocated(existed)
 
     def move(self, path, step):
         target = step["target"]
@@ -146,16 +158,18 @@ class Model:
         found = self.relocation_refusals(path, step)
         found |= self.refusals(path, step, self.whole(path) + self.whole(target))
         if target == path:
-            return {201, 204, 403, 409, 412, 423} if path in self.nodes else found
-        if is_within(path, target) or (path[0] != target[0] and existed and (
-                self.is_folder(path) or self.is_folder(target))):
-            found |= {403, 404, 405, 409, 412}  # only within a volume a folder is replaced
+            return {200, 201, 204, 403, 409, 412, 423} if path in self.nodes else found
+        if is_within(path, target):
+            found |= {403, 404, 405, 409, 412}
         if found:
             return found
         self.forget(target)
         self.carry(path, target)
         self.forget(path)
-        return {204} if existed else {201}
+        return self.relocated(existed)
+
+    def relocated(self, existed):
+        return {204 if existed else 201} if self.is_standard else {200}
 
     def proppatch(self, path, step):
         if path not in self.nodes:
@@ -170,8 +184,11 @@ class Model:
             self.colours[path] = step["colour"]
         return {207}
 
-    def propfind(self, path, _):
-        return {207} if path in self.nodes else {404}
+    def propfind(self, path, step):
+        found = set() if path in self.nodes else {404}
+        if self.is_standard and self.condition_fails(path, step["tokens"]):
+            found.add(412)
+        return found or {207}
 
     def lock(self, path, step):
         found = set()
@@ -181,10 +198,11 @@ class Model:
             found.add(423)
         if path not in self.nodes and self.is_closed([path[:-1]], []):
             found.add(423)
+        is_new = path not in self.nodes
         if not found:
             self.nodes.setdefault(path, "")
             self.locks.append((path, step["scope"], step["number"]))
-        return found or {200}
+        return found or {201 if is_new and self.is_standard else 200}
 
     def refresh(self, path, step):
         """Without a body, with the token of a lock on the path."""
@@ -194,4 +212,5 @@ class Model:
         found = [lock for lock in self.locks_on(path) if lock[2] == step["number"]]
         if found:
             self.locks.remove(found[0])
-        return {200} if found else {404}
+            return {self.done}
+        return {404, 409} if self.is_standard else {404}

@@ -3,7 +3,9 @@
 """Random sequences of requests, compared with a model of what they do.
 
 usage: fuzz/sequences/run [--seconds N] [--seed N] [--length N] [--server KESTD] [--stop-after N]
-                          [--replay FILE] [--junit FILE]
+                          [--dialect NAME]… [--replay FILE] [--junit FILE]
+
+The time is shared out between the dialects.
 
 Prints each sequence that goes otherwise than the model says, with all steps taken out that it does
 not need. The exit status is not 0 when there is one. --replay runs one as it was printed.
@@ -31,6 +33,7 @@ from world import D, LOOK, MEMORY, Database, World, Wrong, colour_body, lock_bod
     lock_headers  # noqa: E402
 
 VOLUMES = ("docs", "other")
+DIALECTS = ("classic", "standard")
 NAMES = ("a", "b", "c")
 REMOVE = (b'<?xml version="1.0"?><D:propertyupdate xmlns:D="DAV:" xmlns:X="urn:x"><D:remove><D:prop>'
           b"<X:colour/></D:prop></D:remove></D:propertyupdate>")
@@ -119,8 +122,9 @@ class Generator:
 class Runner:
     """Runs sequences, each in a folder of its own."""
 
-    def __init__(self, server, trees):
+    def __init__(self, server, trees, dialect):
         self.server = server
+        self.dialect = dialect
         self.trees = trees
         self.peer = Peer(server.port, harness.PATIENCE)
         self.count = 0
@@ -140,7 +144,7 @@ class Runner:
         self.tokens = {}
         for volume in VOLUMES:
             os.mkdir(self.trees[volume] / self.folder)
-        self.model = Model(VOLUMES)
+        self.model = Model(VOLUMES, self.dialect)
 
     def run(self, steps):
         """Raises Mismatch, whose `at` is the number of steps taken."""
@@ -167,6 +171,8 @@ class Runner:
                 raise Mismatch(f"{show(step)}: other content")
         if method == "proppatch" and answer.status == 207:
             return 207 if b" 200 OK" in answer.body else "refused"
+        if method == "proppatch" and answer.status in (412, 423):
+            return "refused"
         return answer.status
 
     def token(self, number):
@@ -201,7 +207,7 @@ class Runner:
 
     def send_lock(self, step, path, headers):
         answer = self.ask("LOCK", path, {**headers, **lock_headers()}, lock_body(step["scope"]))
-        if answer.status == 200:
+        if answer.status in (200, 201):
             self.tokens[step["number"]] = re.search(rb"opaquelocktoken:[0-9a-f-]+",
                                                     answer.body)[0].decode()
         return answer
@@ -310,16 +316,16 @@ def shrink(runner, steps, kind):
 
 def report(runner, seed, steps, mismatch):
     shorter = shrink(runner, steps, mismatch.kind)
-    print(f"\nseed {seed}, {len(shorter)} steps: {fails(runner, shorter) or mismatch}")
+    print(f"\n{runner.dialect}, seed {seed}, {len(shorter)} steps: {fails(runner, shorter) or mismatch}")
     for number, step in enumerate(shorter):
         print(f"    {number}: {show(step)}")
     print(f"    {json.dumps(shorter)}", flush=True)
 
 
-def explore(runner, options):
+def explore(runner, options, seconds):
     """(sequences, kinds of failures)"""
     seen = set()
-    end = time.monotonic() + options.seconds
+    end = time.monotonic() + seconds
     count = 0
     while time.monotonic() < end and len(seen) < options.stop_after:
         seed = f"{options.seed}-{count}"
@@ -338,6 +344,7 @@ def arguments():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--length", type=int, default=16)
     parser.add_argument("--stop-after", type=int, default=6, help="different failures")
+    parser.add_argument("--dialect", action="append", choices=DIALECTS)
     parser.add_argument("--replay", help="a file with one sequence, as it was printed")
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--junit")
@@ -345,37 +352,49 @@ def arguments():
 
 
 def write_junit(path, failed):
+    """failed: {dialect: whether something went otherwise}"""
     with open(path, "w", encoding="utf-8") as out:
-        mark = "><failure/></testcase>" if failed else "/>"
-        out.write('<?xml version="1.0" encoding="UTF-8"?>\n<testsuite name="sequences" tests="1" '
-                  f'failures="{int(failed)}">\n<testcase name="sequences"{mark}\n</testsuite>\n')
+        out.write('<?xml version="1.0" encoding="UTF-8"?>\n<testsuite name="sequences" '
+                  f'tests="{len(failed)}" failures="{sum(failed.values())}">\n')
+        for dialect, is_bad in failed.items():
+            mark = "><failure/></testcase>" if is_bad else "/>"
+            out.write(f'<testcase name="sequences {dialect}"{mark}\n')
+        out.write("</testsuite>\n")
+
+
+def run_dialect(dialect, options, seconds):
+    """Whether something went otherwise than the model says."""
+    trees = {volume: Tree(MEMORY) for volume in VOLUMES}
+    settings = {"Server": {"Access Log": False}, "FileStore": {"Sync": "none"}}
+    try:
+        with TestServer({name: tree.path for name, tree in trees.items()},
+                        ("--dialect", dialect), settings) as server:
+            runner = Runner(server, trees, dialect)
+            if options.replay:
+                with open(options.replay, encoding="utf-8") as file:
+                    why = fails(runner, json.load(file))
+                print(f"{dialect}: {why or 'as the model says'}")
+                return bool(why)
+            count, seen = explore(runner, options, seconds)
+            runner.peer.close()
+    finally:
+        for tree in trees.values():
+            tree.remove()
+    print(f"{dialect}: {count} sequences of {options.length} steps, {runner.requests} requests, "
+          f"{'failures' if seen else 'all as the model says'}", flush=True)
+    return bool(seen) or not count
 
 
 def main():
     options = arguments()
     if options.server:
         harness.KESTD = os.path.abspath(options.server)
-    trees = {volume: Tree(MEMORY) for volume in VOLUMES}
-    settings = {"Server": {"Access Log": False}, "FileStore": {"Sync": "none"}}
-    try:
-        with TestServer({name: tree.path for name, tree in trees.items()},
-                        settings=settings) as server:
-            runner = Runner(server, trees)
-            if options.replay:
-                with open(options.replay, encoding="utf-8") as file:
-                    why = fails(runner, json.load(file))
-                print(why or "as the model says")
-                return 1 if why else 0
-            count, seen = explore(runner, options)
-            runner.peer.close()
-    finally:
-        for tree in trees.values():
-            tree.remove()
-    print(f"{count} sequences of {options.length} steps, {runner.requests} requests, "
-          f"{'failures' if seen else 'all as the model says'}")
+    dialects = options.dialect or DIALECTS
+    failed = {dialect: run_dialect(dialect, options, options.seconds / len(dialects))
+              for dialect in dialects}
     if options.junit:
-        write_junit(options.junit, bool(seen))
-    return 1 if seen or not count else 0
+        write_junit(options.junit, failed)
+    return 1 if any(failed.values()) else 0
 
 
 if __name__ == "__main__":

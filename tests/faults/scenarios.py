@@ -17,11 +17,15 @@ NAMED = (b'<?xml version="1.0"?><D:propfind xmlns:D="DAV:" xmlns:X="urn:x"><D:pr
          b"</D:prop></D:propfind>")
 
 
+DIALECTS = ("classic", "standard")
+
+
 class Scenario:
     """build(item) makes what is there before; request(item) is (method, path, headers, body)."""
 
-    def __init__(self, name, build, request, status, world="plain"):
+    def __init__(self, name, build, request, status, world, dialects):
         self.name = name
+        self.dialects = dialects
         self.build = build
         self.request = request
         self.status = status  # without a failure
@@ -31,10 +35,10 @@ class Scenario:
 ALL = []
 
 
-def scenario(name, build, request, *status, worlds=("plain",)):
+def scenario(name, build, request, *status, worlds=("plain",), dialects=DIALECTS):
     for world in worlds:
         shown = name if world == "plain" else f"{name} [{world}]"
-        ALL.append(Scenario(shown, build, request, status, world))
+        ALL.append(Scenario(shown, build, request, status, world, dialects))
 
 
 def chain(*steps):
@@ -134,8 +138,9 @@ scenario("PUT with token", chain(file("f"), locked("f")), with_token("PUT", "f",
          200, 201, 204)
 scenario("PUT to a locked file", chain(file("f"), locked("f")), ask("PUT", "f", {}, NEW), 423)
 scenario("PUT If-Match of another", file("f"),
-         ask("PUT", "f", {"If-Match": '"0"'}, NEW), 412)
-scenario("PUT If-None-Match", file("f"), ask("PUT", "f", {"If-None-Match": "*"}, NEW), 412)
+         ask("PUT", "f", {"If-Match": '"0"'}, NEW), 412, dialects=("standard",))
+scenario("PUT If-None-Match", file("f"), ask("PUT", "f", {"If-None-Match": "*"}, NEW), 412,
+         dialects=("standard",))
 scenario("PUT new If-None-Match", nothing, ask("PUT", "f", {"If-None-Match": "*"}, NEW), 201)
 scenario("PUT without parent", nothing, ask("PUT", "no/f", {}, NEW), 409)
 scenario("POST two files", file("b.txt"), post(("a.txt", NEW), ("b.txt", NEW)), 200)
@@ -152,31 +157,39 @@ scenario("DELETE tree with a locked file", chain(tree("t"), locked("t/f3")), ask
 scenario("DELETE with token", chain(file("f"), locked("f")), with_token("DELETE", "f"), 200, 204)
 
 for METHOD in ("COPY", "MOVE"):
-    scenario(f"{METHOD} file", chain(file("f", MIDDLE), coloured("f")), to(METHOD, "f", "g"), 201,
+    # The classic dialect copies a tree where it has not to look for another one first.
+    WHOLE = DIALECTS if METHOD == "MOVE" else ("standard",)
+    scenario(f"{METHOD} file", chain(file("f", MIDDLE), coloured("f")), to(METHOD, "f", "g"), 200, 201,
              worlds=BOTH)
     scenario(f"{METHOD} file over", chain(file("f"), coloured("f"), file("g", NEW),
                                           coloured("g", "old")),
              to(METHOD, "f", "g"), 200, 201, 204, worlds=ENDS)
     scenario(f"{METHOD} file Overwrite F", chain(file("f"), file("g", NEW)),
              to(METHOD, "f", "g", {"Overwrite": "F"}), 412)
-    scenario(f"{METHOD} new Overwrite F", file("f"), to(METHOD, "f", "g", {"Overwrite": "F"}), 201)
+    scenario(f"{METHOD} new Overwrite F", file("f"), to(METHOD, "f", "g", {"Overwrite": "F"}), 200, 201)
     scenario(f"{METHOD} onto a locked file", chain(file("f"), file("g", NEW), locked("g")),
              to(METHOD, "f", "g"), 423)
-    scenario(f"{METHOD} tree", tree("t"), to(METHOD, "t", "u"), 201)
-    # A tree onto another: only MOVE within a volume does it.
-    scenario(f"{METHOD} tree over", chain(tree("t"), tree("u")), to(METHOD, "t", "u"),
-             204 if METHOD == "MOVE" else 412, worlds=ENDS)
+    scenario(f"{METHOD} tree", tree("t"), to(METHOD, "t", "u"), 200, 201, dialects=WHOLE)
+    # The classic dialect copies no tree onto another.
+    for DIALECT in DIALECTS:
+        scenario(f"{METHOD} tree over", chain(tree("t"), tree("u")), to(METHOD, "t", "u"),
+                 *((412,) if (METHOD, DIALECT) == ("COPY", "classic") else (200, 204)),
+                 worlds=ENDS, dialects=(DIALECT,))
     BETWEEN = ("plain", "final", "crossing")
     scenario(f"{METHOD} file between volumes", chain(file("f", MIDDLE), coloured("f")),
-             to(METHOD, "f", "g", volume="other"), 201, worlds=(*BETWEEN, "unsynced"))
+             to(METHOD, "f", "g", volume="other"), 200, 201,
+             worlds=(*BETWEEN, "unsynced"))
     scenario(f"{METHOD} file over between volumes",
              chain(file("f"), coloured("f"), file("g", NEW, "other"),
                    coloured("g", "old", "other")),
              to(METHOD, "f", "g", volume="other"), 200, 201, 204, worlds=ENDS)
     scenario(f"{METHOD} tree between volumes", tree("t"), to(METHOD, "t", "u", volume="other"),
-             201, worlds=BETWEEN)
+             200, 201, worlds=BETWEEN, dialects=WHOLE)
     scenario(f"{METHOD} tree over between volumes", chain(tree("t"), tree("u", "other")),
-             to(METHOD, "t", "u", volume="other"), 204, 412, worlds=ENDS)
+             to(METHOD, "t", "u", volume="other"), 200, 204, 412, worlds=ENDS)
+scenario("COPY tree without another", tree("t"), to("COPY", "t", "u", {"Overwrite": "F"}), 200, 201)
+scenario("COPY tree without another between volumes", tree("t"),
+         to("COPY", "t", "u", {"Overwrite": "F"}, volume="other"), 200, 201, worlds=BETWEEN)
 scenario("MOVE locked", chain(file("f"), locked("f")), to("MOVE", "f", "g"), 423)
 
 # -- Properties
@@ -206,16 +219,51 @@ scenario("UNLOCK folder", chain(tree("c"), locked("c", depth="infinity")),
 
 # -- Access rules: the same with questions about rights, and refusals. "other" is read-only.
 RULED = ("ruled",)
-scenario("PUT new", nothing, ask("PUT", "f", {}, NEW), 201, worlds=RULED)
-scenario("PUT over", file("f"), ask("PUT", "f", {}, NEW), 200, 201, 204, worlds=RULED)
+scenario("PUT new", nothing, ask("PUT", "f", {}, NEW), 201, worlds=RULED,
+         dialects=("standard",))
+scenario("PUT over", file("f"), ask("PUT", "f", {}, NEW), 200, 201, 204, worlds=RULED,
+         dialects=("standard",))
 scenario("PROPFIND 1", chain(file("f"), folder("sub")), ask("PROPFIND", "", {"Depth": "1"}), 207,
-         worlds=RULED)
-scenario("DELETE tree", tree("t"), ask("DELETE", "t"), 200, 204, worlds=RULED)
-scenario("COPY tree", tree("t"), to("COPY", "t", "u"), 201, worlds=RULED)
+         worlds=RULED,
+         dialects=("standard",))
+scenario("DELETE tree", tree("t"), ask("DELETE", "t"), 200, 204, worlds=RULED,
+         dialects=("standard",))
+scenario("COPY tree", tree("t"), to("COPY", "t", "u"), 201, worlds=RULED,
+         dialects=("standard",))
 scenario("LOCK new name", nothing, ask("LOCK", "f", lock_headers(), lock_body()), 200, 201,
-         worlds=RULED)
+         worlds=RULED,
+         dialects=("standard",))
 scenario("PUT refused", file("f", volume="other"), ask("PUT", "f", {}, NEW, volume="other"), 403,
-         worlds=RULED)
+         worlds=RULED,
+         dialects=("standard",))
 scenario("DELETE refused", file("f", volume="other"), ask("DELETE", "f", volume="other"), 403,
-         worlds=RULED)
-scenario("MOVE refused", file("f"), to("MOVE", "f", "f", volume="other"), 403, worlds=RULED)
+         worlds=RULED,
+         dialects=("standard",))
+scenario("MOVE refused", file("f"), to("MOVE", "f", "f", volume="other"), 403, worlds=RULED,
+         dialects=("standard",))
+
+# -- What only the standard dialect has
+STANDARD = ("standard",)
+PART = {"Content-Type": "application/x-sabredav-partialupdate"}
+scenario("PATCH append", chain(file("f"), coloured("f")),
+         ask("PATCH", "f", {**PART, "X-Update-Range": "append"}, NEW), 200, 204,
+         dialects=STANDARD)
+scenario("PATCH within", chain(file("f", MIDDLE), coloured("f")),
+         ask("PATCH", "f", {**PART, "X-Update-Range": "bytes=5-19"}, SMALL), 200, 204,
+         worlds=("plain", "unsynced", "final"), dialects=STANDARD)
+scenario("PATCH with token", chain(file("f"), locked("f")),
+         with_token("PATCH", "f", {**PART, "X-Update-Range": "append"}, NEW), 200, 204,
+         dialects=STANDARD)
+scenario("PATCH of a locked file", chain(file("f"), locked("f")),
+         ask("PATCH", "f", {**PART, "X-Update-Range": "append"}, NEW), 423, dialects=STANDARD)
+scenario("MKCOL with properties", nothing,
+         ask("MKCOL", "c", {"Content-Type": "text/xml"},
+             b'<D:mkcol xmlns:D="DAV:" xmlns:X="urn:x"><D:set><D:prop><D:resourcetype>'
+             b"<D:collection/></D:resourcetype><X:colour>blue</X:colour></D:prop></D:set></D:mkcol>"),
+         201, worlds=BOTH, dialects=STANDARD)
+scenario("PROPFIND infinity", tree("t"), ask("PROPFIND", "t", {"Depth": "infinity"}, NAMED), 207,
+         dialects=STANDARD)
+scenario("PUT in a locked folder", chain(tree("c"), locked("c", depth="infinity")),
+         ask("PUT", "c/f", {}, NEW), 423, dialects=STANDARD)
+scenario("DELETE If-Match of another", file("f"),
+         ask("DELETE", "f", {"If-Match": '"0"'}), 412, dialects=STANDARD)

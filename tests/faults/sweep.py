@@ -3,7 +3,7 @@
 """Fails each call of each request in turn, and looks whether every reply was true.
 
 usage: tests/faults/run [--full] [--budget N] [--scenario TEXT]… [--call TEXT]… [--world NAME]…
-                        [--server KESTD] [--preload FILE] [--junit FILE] [--list] [-v]
+                        [--dialect NAME]… [--server KESTD] [--preload FILE] [--junit FILE] [--list] [-v]
 
 Without --full, a sample of N injections that is the same in every run. The exit status is not 0 when
 a reply was not true.
@@ -11,6 +11,7 @@ a reply was not true.
 
 import argparse
 import collections
+import contextlib
 import errno
 import hashlib
 import os
@@ -69,6 +70,7 @@ WORLDS = {
 }
 MANY = 4  # complaints of one injection that are kept
 MOST_PLACES = 200  # injections of one fault that are looked up in the program
+PATIENCE = 3  # seconds for what is removed in the background
 HANGS = 3  # of one scenario with one kind of call; the rest is left out, and told
 
 
@@ -123,6 +125,8 @@ class Runner:
         self.items = []       # of injections
         self.references = {}  # scenario: (item before, items without a failure)
         self.counts = {}
+        self.oldest = {}      # by volume: the number of the oldest deleted entry that is kept
+        self.told = set()     # private files that are known to be left
         self.left_out = 0
 
     def measure(self, scenario):
@@ -135,6 +139,7 @@ class Runner:
             self.run(item, None)
             if item.answer.status not in scenario.status or not item.answer.whole:
                 raise Wrong(f"{scenario.name} without a failure: {item.answer}")
+            item.kept = self.world.kept_of(item)
             clean.append(item)
         counts = self.world.control.counts()
         self.counts[scenario] = dict(zip(self.world.names, counts))
@@ -164,23 +169,26 @@ class Runner:
             item.same = None
             if not item.injection.may_differ:
                 item.notes.append(f"then: {wrong}"[:300])
-        for what, found in (("is left", world.leftovers), ("stays open", world.lost_files)):
-            try:
-                harness.wait_for(lambda: not found(), what, 0.5) if found() else None
-            except harness.Failure:
-                lost = found()
-                self.forget(lost)
-                if what == "is left" and item.injection.kind in ("unlink", "disk-dead", "rename"):
-                    continue  # it could not be removed; the next start does it
-                item.notes.append(f"{what}: {', '.join(lost)[:200]}")
+        item.kept = world.kept_of(item)
+        self.check_gone(item, "stays open", world.lost_files)
+        # Where names cannot be changed the next start does it.
+        if item.injection.kind in ("unlink", "rename", "disk-full", "disk-dead"):
+            self.told.update(world.leftovers())
+        else:
+            self.check_gone(item, "is left", lambda: [path for path in world.leftovers()
+                                                      if path not in self.told])
 
-    def forget(self, lost):
-        """What has been told once is not told for every injection that follows."""
-        for path in lost:
-            if path in self.world.open_files():
-                self.world.files = self.world.open_files()
-            elif "/.kest/tmp/" in path and os.path.isfile(path):
-                os.unlink(path)
+    def check_gone(self, item, what, found):
+        """What is removed in the background is waited for. What has been told once is not told for
+        every injection that follows."""
+        with contextlib.suppress(harness.Failure):
+            if found():
+                harness.wait_for(lambda: not found(), what, PATIENCE)
+            return
+        lost = found()
+        item.notes.append(f"{what}: {', '.join(lost)[:200]}")
+        self.told.update(lost)
+        self.world.files = self.world.open_files()
 
     def prepared(self, scenario):
         """An item whose preparation went well; if it does not, the failure before it lasts."""
@@ -198,10 +206,10 @@ class Runner:
         self.run(item, injection)
         if not item.hits:
             return None
-        if world.server.alive():
-            self.check_now(item)
-        else:
+        if world.has_died(item):
             item.notes.append("the server has died: " + world.revive()[-300:])
+        else:
+            self.check_now(item)
         self.items.append(item)
         return item
 
@@ -224,6 +232,7 @@ class Runner:
         with self.world.fresh() as peer:
             left = self.world.left_on_disk()
             kept, strays = self.world.kept()
+            self.oldest = judge.oldest_kept(kept)
             if left:
                 yield None, [f"left for ever: {path}" for path in left[:MANY]], False
             if strays:
@@ -233,9 +242,9 @@ class Runner:
 
     def settle_scenario(self, peer, scenario, before, clean, kept):
         look = self.world.look
-        found = [(look(peer, item), kept.get(item.name, [])) for item in clean]
-        reference = judge.Reference(look(peer, before), clean[-1].answer, found[-1][0],
-                                    kept.get(before.name, []), found[-1][1])
+        found = [(look(peer, item), self.kept(item, kept)) for item in clean]
+        reference = judge.Reference(scenario.name, look(peer, before), clean[-1].answer,
+                                    found[-1][0], self.kept(before, kept), found[-1][1])
         for item, (state, known) in zip(clean, found):
             if (judge.without_tokens(state), known) != reference.after or \
                     judge.steady(item.answer.body) != reference.body and scenario.name[:4] != "LOCK":
@@ -246,9 +255,21 @@ class Runner:
             yield clean[-1], [judge.compare(reference.after, reference.before)], False
         for item in self.items:
             if item.scenario is scenario:
-                yield self.verdict(peer, item, reference, kept.get(item.name, []))
+                yield self.verdict(peer, item, reference, kept)
 
-    def verdict(self, peer, item, reference, kept):
+    def kept(self, item, kept):
+        """What is kept of this item, and what was and has given way to a later request."""
+        found = dict(kept.get(item.name, {}))
+        for (volume, number), entry in item.kept.items():
+            if (volume, number) in found or not entry[1]:
+                continue
+            if number >= self.oldest.get(volume, number + 1):
+                item.notes.append(f"an older entry is kept than {entry}, which is gone")
+            found[volume, number] = entry
+        return sorted(((volume, *entry) for (volume, _), entry in found.items()), key=repr)
+
+    def verdict(self, peer, item, reference, all_kept):
+        kept = self.kept(item, all_kept)
         complaints = list(item.notes) + list(judge.judge_reply(item, reference))
         try:
             fresh = self.world.look(peer, item)
@@ -281,6 +302,7 @@ class Tally:
 
     def __init__(self, root):
         self.root = root
+        self.dialect = ""
         self.total = 0
         self.untrue = 0
         self.late = 0
@@ -293,16 +315,19 @@ class Tally:
         self.late += late
         if item is not None:
             self.total += 1
-            self.by_scenario[item.scenario.name] += 1
+            self.by_scenario[self.name_of(item)] += 1
             status = item.answer.status
             self.statuses[f"{status // 100}xx" if item.answer.told() else "cut"] += 1
         if not complaints:
             return
         self.untrue += 1
-        self.failed[item.scenario.name if item else "at the end"] += 1
+        self.failed[self.name_of(item)] += 1
         text = re.sub(r"\d+", "#", complaints[0].split(":")[0])
-        request = item.scenario.name.split(" [")[0] if item else ""
+        request = self.name_of(item).split(" [")[0]
         self.faults.setdefault((text[:60], request), []).append((item, complaints))
+
+    def name_of(self, item):
+        return f"{self.dialect}: {item.scenario.name if item else 'at the end'}"
 
     def report(self, verbose):
         for (_, request), found in sorted(self.faults.items(), key=lambda row: -len(row[1])):
@@ -341,6 +366,7 @@ def arguments():
     parser.add_argument("--scenario", action="append", help="only those with this in their name")
     parser.add_argument("--call", action="append", help="only injections that read like this")
     parser.add_argument("--world", action="append", choices=sorted(WORLDS))
+    parser.add_argument("--dialect", action="append", choices=scenarios.DIALECTS)
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--preload", help="default: that of the development build")
     parser.add_argument("--junit")
@@ -349,13 +375,20 @@ def arguments():
     return parser.parse_args()
 
 
-def run_world(name, options, share, tally):
-    chosen = [scenario for scenario in scenarios.ALL if scenario.world == name and
-              (not options.scenario or any(text in scenario.name for text in options.scenario))]
-    if not chosen or (options.world and name not in options.world):
-        return 0, 0
+def choose(name, dialect, options):
+    """The scenarios of one world."""
+    if options.world and name not in options.world or \
+            options.dialect and dialect not in options.dialect:
+        return []
+    return [scenario for scenario in scenarios.ALL
+            if scenario.world == name and dialect in scenario.dialects and
+            (not options.scenario or any(text in scenario.name for text in options.scenario))]
+
+
+def run_world(name, dialect, chosen, options, share, tally):
     started = time.monotonic()
-    world = World(options.preload, **WORLDS[name])
+    tally.dialect = dialect
+    world = World(options.preload, dialect, **WORLDS[name])
     try:
         runner = Runner(world, chosen, options)
         for scenario in chosen:
@@ -363,16 +396,15 @@ def run_world(name, options, share, tally):
         if options.list:
             for scenario, counts in runner.counts.items():
                 called = " ".join(f"{kind}={count}" for kind, count in counts.items() if count)
-                print(f"{scenario.name}: {called}")
-            return 0, 0
+                print(f"{dialect}: {scenario.name}: {called}")
+            return
         plan, possible = make_plan(runner, options, share)
         runner.go(plan)
         for row in runner.settle():
             tally.add(*row)
-        print(f"{name}: {len(runner.items)} of {possible} injections in {len(chosen)} requests, "
+        print(f"{dialect}, {name}: {len(runner.items)} of {possible} injections in {len(chosen)} requests, "
               f"{runner.left_out} left out after hangs, {time.monotonic() - started:.0f} s",
               flush=True)
-        return len(runner.items), possible
     finally:
         world.close()
 
@@ -389,10 +421,13 @@ def main():
             print(f"run: there is no {path}", file=sys.stderr)
             return 2
     tally = Tally(os.path.dirname(os.path.dirname(harness.KESTD)))
-    for name in WORLDS:
-        weight = sum(scenario.world == name for scenario in scenarios.ALL) / len(scenarios.ALL)
-        share = None if options.full else int(options.budget * weight)
-        run_world(name, options, share, tally)
+    worlds = {(name, dialect): choose(name, dialect, options)
+              for dialect in scenarios.DIALECTS for name in WORLDS}
+    total = sum(map(len, worlds.values()))
+    for (name, dialect), chosen in worlds.items():
+        share = None if options.full else options.budget * len(chosen) // max(total, 1)
+        if chosen:
+            run_world(name, dialect, chosen, options, share, tally)
     if options.list:
         return 0
     tally.report(options.verbose)

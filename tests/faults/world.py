@@ -11,6 +11,7 @@ import os
 import re
 import shutil
 import sqlite3
+import subprocess
 import tempfile
 import time
 import xml.etree.ElementTree as ElementTree
@@ -100,7 +101,13 @@ class Database:
         rows = self.execute(
             "SELECT path, value FROM props WHERE (path = ?1 OR path GLOB ?1 || '/*') "
             "AND name LIKE '%colour'", (top,))
-        return {path[len(top):].strip("/"): bytes(value).decode() for path, value in rows}
+        return {path[len(top):].strip("/"): self.text_of(bytes(value).decode())
+                for path, value in rows}
+
+    @staticmethod
+    def text_of(value):
+        """The content: the standard dialect keeps the whole element."""
+        return ElementTree.fromstring(value).text if value.startswith("<") else value
 
     def locks(self, top):
         """{path below `top`: its locks}"""
@@ -127,6 +134,7 @@ class Item:
         self.injection = None
         self.same = None    # State, as the running server shows it
         self.fresh = None   # as a fresh one does
+        self.kept = {}      # what the running server keeps of what was deleted: see World.kept
         self.notes = []     # what was found wrong right away
         self.places = ()    # where the injected failure happened
 
@@ -190,8 +198,9 @@ class World:
 
     PATIENCE = 20  # seconds without a byte; generous, the machine may be busy
 
-    def __init__(self, library, settings=None, other=None):
+    def __init__(self, library, dialect, settings=None, other=None):
         self.preload = library
+        self.options = ("--dialect", dialect)
         self.settings = {"Server": {"Access Log": False}, **(settings or {})}
         self.trees = {"docs": harness.Tree(MEMORY), "other": harness.Tree(other or MEMORY)}
         handle, path = tempfile.mkstemp(prefix="kest-control-", dir=MEMORY)
@@ -209,7 +218,7 @@ class World:
 
     def start(self):
         volumes = {name: tree.path for name, tree in self.trees.items()}
-        self.server = TestServer(volumes, settings=self.settings, env=self.environment())
+        self.server = TestServer(volumes, self.options, self.settings, self.environment())
         self.peer = Peer(self.server.port, self.PATIENCE)
         self.names = self.control.names()
         self.symbols = Symbols(self.server.process.pid)
@@ -237,6 +246,16 @@ class World:
         for tree in self.trees.values():
             tree.remove()
 
+    def has_died(self, item):
+        """Whether the server has ended; one that is about to takes its time to write a core."""
+        if not item.answer.told() and self.server.alive():
+            try:
+                self.peer.ask("OPTIONS", "/")
+            except OSError:
+                with contextlib.suppress(subprocess.TimeoutExpired):
+                    self.server.process.wait(self.PATIENCE)
+        return not self.server.alive()
+
     def revive(self):
         """After the server has died: the next one."""
         log = self.server.log()[-2000:]
@@ -255,7 +274,7 @@ class World:
         """A server without the library, after the one under test has ended."""
         self.stop()
         volumes = {name: tree.path for name, tree in self.trees.items()}
-        with TestServer(volumes, settings=self.settings) as server:
+        with TestServer(volumes, self.options, self.settings) as server:
             peer = Peer(server.port, self.PATIENCE)
             self.open_databases()
             yield peer
@@ -356,19 +375,29 @@ class World:
         return folder, size
 
     def kept(self):
-        """{folder of an item: what is kept of what was deleted in it}, from both databases, and
-        what should not be in them."""
+        """{name of an item: {(volume, number): (path, files)}} of all deleted entries, from both
+        databases, and what should not be in them."""
         kept, strays = {}, []
         for volume in VOLUMES:
-            tree = self.trees[volume]
             base = self.databases[volume]
             rows = base.execute("SELECT id, parent, name FROM deleted").fetchall()
-            for number, parent, name in rows:
-                item, _, below = f"{parent}/{name}".partition("/")
-                content = disk_state(tree / f".kest/deleted/{number}")
-                kept.setdefault(item, []).append((volume, below, content))
-            strays += self.strays(tree, base, {row[0] for row in rows})
-        return {name: sorted(found, key=repr) for name, found in kept.items()}, strays
+            for row in rows:
+                item, entry = self.entry_of(volume, *row)
+                kept.setdefault(item, {})[volume, row[0]] = entry
+            strays += self.strays(self.trees[volume], base, {row[0] for row in rows})
+        return kept, strays
+
+    def kept_of(self, item):
+        """The same of one item, as it is now."""
+        return {(volume, row[0]): self.entry_of(volume, *row)[1] for volume in VOLUMES
+                for row in self.databases[volume].execute(
+                    "SELECT id, parent, name FROM deleted WHERE parent = ?1 OR parent GLOB ?1 || "
+                    "'/*'", (item.name,))}
+
+    def entry_of(self, volume, number, parent, name):
+        """(name of the item, (path below it, files))"""
+        item, _, below = f"{parent}/{name}".partition("/")
+        return item, (below, disk_state(self.trees[volume] / f".kest/deleted/{number}"))
 
     @staticmethod
     def strays(tree, base, known):
