@@ -306,7 +306,9 @@ TALSTATUS Upload::Publish()
     }
     tmpName_.clear();
     isUnnamed_ = false;
-    return StatusFromErrno(volume_.SyncNames(parent_->Get()));
+    // It has the name: another try with more room would find it taken.
+    const int error = volume_.SyncNames(parent_->Get());
+    return StatusFromErrno(IsFull(error) ? EIO : error);
 }
 
 void Upload::Discard()
