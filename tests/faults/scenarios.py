@@ -226,8 +226,6 @@ scenario("PUT over", file("f"), ask("PUT", "f", {}, NEW), 200, 201, 204, worlds=
 scenario("PROPFIND 1", chain(file("f"), folder("sub")), ask("PROPFIND", "", {"Depth": "1"}), 207,
          worlds=RULED,
          dialects=("standard",))
-scenario("DELETE tree", tree("t"), ask("DELETE", "t"), 200, 204, worlds=RULED,
-         dialects=("standard",))
 scenario("COPY tree", tree("t"), to("COPY", "t", "u"), 201, worlds=RULED,
          dialects=("standard",))
 scenario("LOCK new name", nothing, ask("LOCK", "f", lock_headers(), lock_body()), 200, 201,
