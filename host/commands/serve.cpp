@@ -55,6 +55,7 @@ void PrepareProcess()
     const sigset_t waited = WaitedSignals();
     pthread_sigmask(SIG_BLOCK, &waited, nullptr);
     std::signal(SIGPIPE, SIG_IGN); // a client that went away is a failed write
+    std::signal(SIGXFSZ, SIG_IGN); // so is a file that grows beyond what the process may write
     rlimit files{};
     if (getrlimit(RLIMIT_NOFILE, &files) != 0)
         return;

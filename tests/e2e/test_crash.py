@@ -87,6 +87,17 @@ class DiskFull(ServerCase):
         self.small.remove()
         super().tearDown()
 
+    def test_file_that_the_process_may_not_write_is_refused_as_a_full_disk_is(self):
+        tree = Tree()
+        self.addCleanup(tree.remove)
+        wrapper = ["prlimit", f"--fsize={1 << 20}"]
+        with TestServer({"small": tree.path}, wrapper=wrapper) as server:
+            path = url_path("small", "file")
+            self.assertEqual(server.request("PUT", path, OLD).status, 201)
+            self.assertEqual(server.request("PUT", path, pattern(2 << 20)).status, 507)
+            self.assertTrue(server.alive())
+            self.assertEqual(server.request("GET", path).body, OLD)
+
     def test_full_disk_answers_507_and_keeps_the_old_content(self):
         path = url_path("small", "file")
         self.assertEqual(self.full.request("PUT", path, OLD).status, 201)
