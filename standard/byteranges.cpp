@@ -9,6 +9,9 @@
 #include "standard/number_text.h"
 #include "support/memory.h"
 #include "support/reply.h"
+#include <kest/com.h>
+#include <kest/dav/content_file_3.h>
+#include <kest/host/send_file.h>
 
 namespace standard {
 
@@ -18,6 +21,9 @@ using Number = unsigned long long; // as snprintf wants it
 
 constexpr size_t kFrameBytes = 512;
 constexpr size_t kBoundaryBytes = 33;
+// From here on content is sent from its file. A smaller one leaves with the head in one piece.
+constexpr UINT64 kLeastFromFile = 16 * 1024;
+constexpr UINT64 kFilePiece = 64 * 1024 * 1024; // of one call, after which the host may refuse
 
 // "bytes FIRST-LAST/SIZE".
 struct ContentRange {
@@ -82,8 +88,38 @@ UINT64 BodyLength(const Frames& frames, const RangeSet& set)
 
 } // namespace
 
+// Sends content from the file that it stands in, and takes it off `range`; what is left has to be
+// sent another way. Fails as SendBytes does.
+TALSTATUS SendFromFile(IKestIO_5* io, IKestDAVResource3& resource, ByteRange& range)
+{
+    Ref<IKestSendFile> sender;
+    Ref<IKestDAVContentFile3> file;
+    INT32 descriptor = -1;
+    if (Failed(Query(io, sender)) || Failed(Query(&resource, file)) ||
+        Code(file->GetDescriptor(&descriptor)) != 0)
+        return TAL_STATUS_SUCCESS;
+    while (range.length != 0) {
+        UINT64 sent = 0;
+        const UINT64 want = std::min(range.length, kFilePiece);
+        const TALSTATUS status = sender->SendFile(descriptor, range.first, want, &sent);
+        if (Code(status) == kCodeNotImplemented)
+            return TAL_STATUS_SUCCESS;
+        if (Code(status) != 0)
+            return status;
+        if (sent == 0) // the content has become shorter
+            return TAL_STATUS_END_OF_FILE;
+        sent = std::min(sent, want);
+        range.first += sent;
+        range.length -= sent;
+    }
+    return TAL_STATUS_SUCCESS;
+}
+
 TALSTATUS SendBytes(IKestIO_5* io, IKestDAVResource3& resource, ByteRange range)
 {
+    if (range.length >= kLeastFromFile)
+        if (const TALSTATUS status = SendFromFile(io, resource, range); Code(status) != 0)
+            return status;
     if (range.length == 0)
         return TAL_STATUS_SUCCESS;
     const TransferBuffer buffer = TransferBuffer::Allocate();

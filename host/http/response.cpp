@@ -120,7 +120,28 @@ bool Response::Append(const void* bytes, size_t size)
     }
     bodyBytes_ += size;
     gatherLimit_ = std::min(2 * gatherLimit_, kGatherMost);
-    return Flush(bytes, size, false);
+    return Flush(bytes, size, Follows::More);
+}
+
+Response::FileOutcome Response::AppendFile(int file, uint64_t offset, uint64_t length,
+                                           uint64_t& sent)
+{
+    sent = 0;
+    const bool isFramed =
+        mode_ == Mode::Length || (mode_ == Mode::Unknown && FindHeader("Content-Length"));
+    if (!status_ || isBroken_ || discardsBody_ || terms_.isHead || HasNoBody(status_) ||
+        !isFramed || !stream_->CanSendFile())
+        return FileOutcome::Cannot;
+    if ((!headersSent_ || gathered_.Size() != 0) && !Flush(nullptr, 0, Follows::File))
+        return FileOutcome::Broken;
+    // The length that was announced may be none, or less than what is to be sent.
+    if (mode_ != Mode::Length || bodyBytes_ > length_ || length > length_ - bodyBytes_)
+        return FileOutcome::Cannot;
+    const FileOutcome outcome =
+        stream_->SendFile(file, offset, length, terms_.stall, *waiter_, sent);
+    bodyBytes_ += sent;
+    isBroken_ = outcome == FileOutcome::Broken;
+    return outcome;
 }
 
 bool Response::Replace(int status, std::string_view type, std::string_view text)
@@ -155,7 +176,7 @@ bool Response::Finish()
     if (!status_)
         Replace(500, {}, {});
     if (!isBroken_)
-        Flush(nullptr, 0, true);
+        Flush(nullptr, 0, Follows::Nothing);
     const bool isShort = mode_ == Mode::Length && bodyBytes_ < length_;
     return !isBroken_ && !isShort && terms_.mayKeepAlive;
 }
@@ -298,8 +319,9 @@ void Response::PutFront(size_t chunk)
     Put(at, {sizeLine, sizeLineSize});
 }
 
-bool Response::Flush(const void* extra, size_t size, bool isFinal)
+bool Response::Flush(const void* extra, size_t size, Follows follows)
 {
+    const bool isFinal = follows == Follows::Nothing;
     const size_t pending = gathered_.Size() + size;
     if (!headersSent_)
         DecideMode(isFinal, pending);
@@ -325,7 +347,9 @@ bool Response::Flush(const void* extra, size_t size, bool isFinal)
             pieces[count++] = {const_cast<char*>(piece.data()), piece.size()};
     headersSent_ = true;
     const bool isLast = isFinal || (mode_ == Mode::Length && bodyBytes_ >= length_);
-    if (count && !stream_->Send(pieces, count, isLast, terms_.stall, *waiter_))
+    if (follows == Follows::File)
+        isBroken_ = !stream_->SendAhead(pieces, count, terms_.stall, *waiter_);
+    else if (count && !stream_->Send(pieces, count, isLast, terms_.stall, *waiter_))
         isBroken_ = true;
     gathered_.Clear();
     return !isBroken_;

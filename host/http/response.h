@@ -49,6 +49,11 @@ class Response {
     int Status() const noexcept { return status_; }
     // Appends to the body. False when the client is gone or too slow.
     bool Append(const void* bytes, size_t size);
+    // Appends a part of an open file, which goes from the page cache to the socket; `sent` is how
+    // much of it, less than `length` where the file ends before. Cannot: this reply has to take it
+    // by Append, and nothing of it was sent.
+    using FileOutcome = SocketStream::FileOutcome;
+    FileOutcome AppendFile(int file, uint64_t offset, uint64_t length, uint64_t& sent);
     // Forgets headers and body, if nothing has left: another status and body take their place, and
     // what is appended from now on is dropped.
     bool Replace(int status, std::string_view type, std::string_view text);
@@ -72,7 +77,8 @@ class Response {
     void DecideMode(bool isFinal, size_t pending);
     size_t CutSurplus(size_t pending) noexcept;
     void PutFront(size_t chunk);
-    bool Flush(const void* extra, size_t size, bool isFinal);
+    enum class Follows { More, File, Nothing };
+    bool Flush(const void* extra, size_t size, Follows follows);
 
     Options terms_;
     Arena* arena_ = nullptr;

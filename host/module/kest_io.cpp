@@ -128,6 +128,8 @@ TALSTATUS KestIo::QueryInterface(const GUID* iid, void** out)
     *out = nullptr;
     if (*iid == IID_KestInterimReply_1)
         *out = static_cast<IKestInterimReply*>(this);
+    else if (*iid == IID_KestSendFile_1)
+        *out = static_cast<IKestSendFile*>(this);
     else if (*iid == IID_KestIO_5 || *iid == IID_KestIO_3 || *iid == IID_IUnknown)
         *out = static_cast<IKestIO_5*>(this);
     else
@@ -352,6 +354,25 @@ TALSTATUS KestIo::Write(UINT32 size, UINT8* data)
         const std::string_view piece(reinterpret_cast<const char*>(data), size);
         return exchange_.pipeline->WriteReply(exchange_, piece) ? TAL_STATUS_SUCCESS
                                                                 : Failure(kCodeUnsuccessful);
+    });
+}
+
+TALSTATUS KestIo::SendFile(INT32 descriptor, UINT64 offset, UINT64 length, UINT64* sent)
+{
+    constexpr UINT64 kFarthest = std::numeric_limits<INT64>::max();
+    if (descriptor < 0 || !sent || offset > kFarthest || length > kFarthest - offset)
+        return Failure(kCodeInvalidParameter);
+    *sent = 0;
+    return Guarded([&] {
+        switch (exchange_.pipeline->SendFile(exchange_, descriptor, offset, length, *sent)) {
+        case Response::FileOutcome::Sent:
+            return TAL_STATUS_SUCCESS;
+        case Response::FileOutcome::Cannot:
+            return Failure(kCodeNotImplemented);
+        case Response::FileOutcome::Broken:
+            break;
+        }
+        return Failure(kCodeUnsuccessful);
     });
 }
 

@@ -6,13 +6,17 @@
 #include "host/module/call_context.h"
 #include "host/pipeline/exchange.h"
 #include <kest/host/interim_reply.h>
+#include <kest/host/send_file.h>
 #include <kest/io.h>
 
 namespace kestd {
 
 // Lives as long as one call of the module, on one thread at a time. Texts that it hands out lie in
 // the request's memory.
-class KestIo final : public IKestIO_5, public IKestInterimReply, public RunningCall {
+class KestIo final : public IKestIO_5,
+                     public IKestInterimReply,
+                     public IKestSendFile,
+                     public RunningCall {
   public:
     explicit KestIo(Exchange& exchange) noexcept;
     ~KestIo() = default;
@@ -51,6 +55,7 @@ class KestIo final : public IKestIO_5, public IKestInterimReply, public RunningC
     TALSTATUS GetAuthRealm(UINT32* length, char* buffer) override;
     BOOLEAN IsSecure() override { return request_.isSecure; }
     TALSTATUS SendInterim(HTTPSTATUS status, UINT32 count, const KEST_HEADER_LINE* lines) override;
+    TALSTATUS SendFile(INT32 descriptor, UINT64 offset, UINT64 length, UINT64* sent) override;
 
     IKestIO_5* Request() noexcept override { return this; }
     UINT32 Method() const noexcept override { return request_.method; }

@@ -4,6 +4,7 @@
 #include "host/net/socket_stream.h"
 
 #include <poll.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -24,7 +25,9 @@ namespace {
 constexpr int kPieces = 8;           // of one call
 constexpr size_t kTlsRecord = 16384; // plain bytes in one TLS record
 
-// The two system calls stand in functions of their own: errno's address, which differs between
+constexpr ssize_t kCannot = -4; // this file cannot be sent from
+
+// The system calls stand in functions of their own: errno's address, which differs between
 // threads, must not stay in a function that waits. They return what the call does, kWouldBlock or
 // kBroken.
 ssize_t Outcome(ssize_t result) noexcept
@@ -44,18 +47,29 @@ ssize_t Outcome(ssize_t result) noexcept
     return Outcome(got);
 }
 
-[[gnu::noinline]] ssize_t SendNow(int fd, iovec* pieces, int count) noexcept
+[[gnu::noinline]] ssize_t SendNow(int fd, iovec* pieces, int count, bool isMoreComing) noexcept
 {
-    constexpr int kFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
+    const int flags = MSG_NOSIGNAL | MSG_DONTWAIT | (isMoreComing ? MSG_MORE : 0);
     msghdr message{};
     message.msg_iov = pieces;
     message.msg_iovlen = static_cast<size_t>(count);
     ssize_t sent = 0;
     do
-        sent = count == 1 ? send(fd, pieces->iov_base, pieces->iov_len, kFlags)
-                          : sendmsg(fd, &message, kFlags);
+        sent = count == 1 ? send(fd, pieces->iov_base, pieces->iov_len, flags)
+                          : sendmsg(fd, &message, flags);
     while (sent < 0 && errno == EINTR);
     return Outcome(sent);
+}
+
+[[gnu::noinline]] ssize_t SendFileNow(int fd, int file, uint64_t offset, size_t size) noexcept
+{
+    auto at = static_cast<off_t>(offset);
+    ssize_t sent = 0;
+    do
+        sent = sendfile(fd, file, &at, size);
+    while (sent < 0 && errno == EINTR);
+    const bool isNoSuchFile = sent < 0 && (errno == EINVAL || errno == ENOSYS);
+    return isNoSuchFile ? kCannot : Outcome(sent);
 }
 
 size_t SizeOf(const iovec* pieces, int count) noexcept
@@ -180,6 +194,44 @@ bool SocketStream::SendAll(iovec* pieces, int count, bool isLast, std::chrono::m
     return true;
 }
 
+bool SocketStream::SendAhead(const iovec* pieces, int count, std::chrono::milliseconds stall,
+                             Waiter& waiter)
+{
+    isMoreComing_ = true;
+    const bool isSent = Send(pieces, count, false, stall, waiter);
+    isMoreComing_ = false;
+    return isSent;
+}
+
+SocketStream::FileOutcome SocketStream::SendFile(int file, uint64_t offset, uint64_t length,
+                                                 std::chrono::milliseconds stall, Waiter& waiter,
+                                                 uint64_t& sent)
+{
+    constexpr uint64_t kMost = 1024 * 1024; // of one call: other connections wait for the thread
+    int64_t deadline = 0;                   // while the client takes nothing
+    sent = 0;
+    if (HasUnsent() && !SendAhead(nullptr, 0, stall, waiter))
+        return FileOutcome::Broken;
+    while (sent < length && !isBroken_) {
+        const ssize_t now = SendFileNow(fd_, file, offset + sent,
+                                        static_cast<size_t>(std::min(length - sent, kMost)));
+        if (now == 0)
+            break; // the file has become shorter
+        if (now > 0) {
+            sent += static_cast<uint64_t>(now);
+            moved_ += static_cast<uint64_t>(now);
+            deadline = 0;
+        } else if (now == kCannot && sent == 0) {
+            return FileOutcome::Cannot;
+        } else {
+            if (deadline == 0)
+                deadline = NowMs() + stall.count();
+            isBroken_ = now != kWouldBlock || !waiter.Wait(Waiter::For::Output, deadline);
+        }
+    }
+    return isBroken_ ? FileOutcome::Broken : FileOutcome::Sent;
+}
+
 void SocketStream::Keep(const iovec* pieces, int count)
 {
     try {
@@ -195,7 +247,7 @@ ssize_t SocketStream::SendSome(iovec* pieces, int count)
 {
     ssize_t sent = kBroken;
     if (!ssl_) {
-        sent = SendNow(fd_, pieces, count);
+        sent = SendNow(fd_, pieces, count, isMoreComing_);
     } else {
         // Small pieces share a record: a head and its body then cost one, not two.
         char record[kTlsRecord];

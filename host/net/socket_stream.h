@@ -63,6 +63,17 @@ class SocketStream {
     // bytes are kept instead of waited for.
     bool Send(const iovec* pieces, int count, bool isLast, std::chrono::milliseconds stall,
               Waiter& waiter);
+    // As Send of what comes before a part of a file, which leaves with it in one piece.
+    bool SendAhead(const iovec* pieces, int count, std::chrono::milliseconds stall, Waiter& waiter);
+    // Whether SendFile can be called: not through TLS.
+    bool CanSendFile() const noexcept { return ssl_ == nullptr; }
+    // Sends `length` bytes of an open file from `offset` on, straight from the page cache; fewer
+    // where the file ends before. `sent`: how many. Broken when the client takes nothing, as with
+    // Send, or the file cannot be read; Cannot where nothing has left and this kind of file cannot.
+    // The process must ignore SIGPIPE.
+    enum class FileOutcome { Sent, Broken, Cannot };
+    FileOutcome SendFile(int file, uint64_t offset, uint64_t length,
+                         std::chrono::milliseconds stall, Waiter& waiter, uint64_t& sent);
     // Whether something is kept, and its sending without waiting: true when all has left, or the
     // client is gone.
     bool HasUnsent() const noexcept { return unsent_.Size() != 0; }
@@ -97,6 +108,7 @@ class SocketStream {
 
     const int fd_;
     ssl_st* ssl_ = nullptr;
+    bool isMoreComing_ = false; // something follows at once: see SendAhead
     bool wantsToSend_ = false;
     bool wantsToReceive_ = false; // TLS, before it can send
     bool isBroken_ = false;

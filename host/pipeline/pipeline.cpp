@@ -176,6 +176,19 @@ bool Pipeline::WriteReply(Exchange& exchange, std::string_view piece) const
     return exchange.response.Append(piece.data(), piece.size());
 }
 
+Response::FileOutcome Pipeline::SendFile(Exchange& exchange, int file, uint64_t offset,
+                                         uint64_t length, uint64_t& sent) const
+{
+    sent = 0;
+    const auto& stages = StagesOf(exchange, kReplyBody); // they have to see what is sent
+    if (stages.begin() != stages.end())
+        return Response::FileOutcome::Cannot;
+    exchange.ApplyReportedFailure();
+    return exchange.response.HasClientLeft()
+               ? Response::FileOutcome::Broken
+               : exchange.response.AppendFile(file, offset, length, sent);
+}
+
 bool Pipeline::Finish(Exchange& exchange) const
 {
     Response& response = exchange.response;

@@ -43,6 +43,9 @@ class Pipeline {
     bool BeginReply(Exchange& exchange, int status) const;
     // Sends a piece of the body. False when nobody takes it.
     bool WriteReply(Exchange& exchange, std::string_view piece) const;
+    // The same of a part of an open file; see Response::AppendFile.
+    Response::FileOutcome SendFile(Exchange& exchange, int file, uint64_t offset, uint64_t length,
+                                   uint64_t& sent) const;
 
   private:
     struct AllStages;

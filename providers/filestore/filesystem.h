@@ -83,6 +83,8 @@ class FileSystem {
     virtual int InspectFully(FileHandle handle, FileInfo* out) = 0;
     virtual int Read(FileHandle handle, UINT64 offset, void* buffer, size_t size,
                      size_t* got) = 0; // got 0: the end
+    // A descriptor to read the same content from by position; -1 where there is none.
+    virtual int Descriptor(FileHandle) const noexcept { return -1; }
     virtual int Write(FileHandle handle, UINT64 offset, const void* buffer,
                       size_t size) = 0; // all of it, or a failure
     // Cuts the content off, or makes it longer by zeros.

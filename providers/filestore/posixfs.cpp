@@ -105,6 +105,7 @@ class PosixFileSystem final : public FileSystem {
         *got = static_cast<size_t>(n);
         return 0;
     }
+    int Descriptor(FileHandle handle) const noexcept override { return handle; }
     int Write(FileHandle handle, UINT64 offset, const void* buffer, size_t size) override
     {
         const char* p = static_cast<const char*>(buffer);

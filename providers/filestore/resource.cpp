@@ -30,6 +30,11 @@ TALSTATUS FileResource::QueryInterface(const GUID* iid, void** out)
 {
     if (iid && out && *iid == IID_KestResource_3)
         return OfferFace<IKestDAVResource3>(&third_, *this, node_.GetStore(), out);
+    if (iid && out && third_ && *iid == IID_KestContentFile_3) {
+        AddRef();
+        *out = &third_->AsFile();
+        return TAL_STATUS_SUCCESS;
+    }
     return Object::QueryInterface(iid, out);
 }
 

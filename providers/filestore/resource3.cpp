@@ -139,6 +139,29 @@ TALSTATUS ContentFace::Begin(UINT32 purpose, INT64 expected)
     return status;
 }
 
+// A file that has only been looked at is opened when its content is wanted.
+TALSTATUS ContentFace::OpenContent()
+{
+    if (file_)
+        return TAL_STATUS_SUCCESS;
+    FileSystem& fs = volume_->Fs();
+    return StatusFromErrno(fs.Open(path_.c_str(), OpenFor::Reading, file_.Out(fs)));
+}
+
+TALSTATUS ContentFace::GetDescriptor(INT32* descriptor)
+{
+    if (!isOpen_ || upload_ || !descriptor)
+        return Failure(kCodeInvalidParameter);
+    if (info_.isDirectory)
+        return Failure(kCodeMethodNotAllowed);
+    return Protected([&] {
+        if (const TALSTATUS status = OpenContent(); Failed(status))
+            return status;
+        *descriptor = volume_->Fs().Descriptor(file_.Get());
+        return *descriptor < 0 ? Failure(kCodeNotImplemented) : TAL_STATUS_SUCCESS;
+    });
+}
+
 TALSTATUS ContentFace::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read)
 {
     if (!isOpen_ || upload_ || !read || (length && !buffer))
@@ -151,12 +174,10 @@ TALSTATUS ContentFace::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* 
     if (offset != 0 && call::IsCancelled())
         return Failure(kCodeUnsuccessful);
     return Protected([&] {
-        FileSystem& fs = volume_->Fs();
+        if (const TALSTATUS status = OpenContent(); Failed(status))
+            return status;
         size_t got = 0;
-        if (!file_) // it has only been looked at
-            if (const int error = fs.Open(path_.c_str(), OpenFor::Reading, file_.Out(fs)))
-                return StatusFromErrno(error);
-        const int error = fs.Read(file_.Get(), offset, buffer, length, &got);
+        const int error = volume_->Fs().Read(file_.Get(), offset, buffer, length, &got);
         *read = static_cast<UINT32>(got);
         return StatusFromErrno(error);
     });

@@ -15,7 +15,11 @@ namespace filestore {
 
 class ContentFace final : public Face<IKestDAVResource3> {
   public:
-    ContentFace(IUnknown& whole, Store& store) : Face(whole), store_(store) {}
+    ContentFace(IUnknown& whole, Store& store) : Face(whole), store_(store), asFile_(whole, *this)
+    {
+    }
+    // What IID_KestContentFile_3 asks for; it lives as long as this.
+    IKestDAVContentFile3& AsFile() noexcept { return asFile_; }
 
     TALSTATUS Open(SCHANDLE hSession, UNICODE_STRING* path, UINT32 purpose, INT64 expected,
                    const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
@@ -27,6 +31,20 @@ class ContentFace final : public Face<IKestDAVResource3> {
                       DAV_CHANGE* change) override;
 
   private:
+    class FileFace final : public Face<IKestDAVContentFile3> {
+      public:
+        FileFace(IUnknown& whole, ContentFace& content) : Face(whole), content_(content) {}
+        TALSTATUS GetDescriptor(INT32* descriptor) override
+        {
+            return content_.GetDescriptor(descriptor);
+        }
+
+      private:
+        ContentFace& content_;
+    };
+
+    TALSTATUS GetDescriptor(INT32* descriptor);
+    TALSTATUS OpenContent();
     void Close();
     TALSTATUS OpenForReading(SCHANDLE session, const UNICODE_STRING* path, DAV_OBJECT_INFO* info);
     TALSTATUS JudgeReading(SCHANDLE session, const Target& target);
@@ -36,6 +54,7 @@ class ContentFace final : public Face<IKestDAVResource3> {
     TALSTATUS Finish(DAV_DATETIME modified, DAV_DATETIME created);
 
     Store& store_;
+    FileFace asFile_;
     Volume* volume_ = nullptr; // null: the root
     std::string path_;         // in it
     bool isOpen_ = false;

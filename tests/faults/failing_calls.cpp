@@ -160,6 +160,12 @@ EXPORT ssize_t pwrite(int fd, const void* from, size_t size,
 EXPORT ssize_t pwrite64(int fd, const void* from, size_t size, off64_t at){
     READING(pwrite64, Call::k_write, fd, from, Part(fate, size), at)}
 
+EXPORT ssize_t sendfile(int out, int in, off_t* at,
+                        size_t size){READING(sendfile, Call::k_read, out, in, at, Part(fate, size))}
+
+EXPORT ssize_t sendfile64(int out, int in, off64_t* at, size_t size){
+    READING(sendfile64, Call::k_read, out, in, at, Part(fate, size))}
+
 EXPORT ssize_t getdents64(int fd, void* to, size_t size) noexcept
 {
     // No less than one entry with the longest name has room in.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Content, entity tags and preconditions through the third generation.
+#include <unistd.h>
+
 #include <atomic>
 #include <cstring>
 #include <thread>
@@ -26,6 +28,28 @@ TEST_F(FileStoreContent3, IsAnotherFaceOfTheSameObjects)
     UINT32 size = 4096;
     DAV_MEMBER member;
     EXPECT_EQ(kCodeInvalidParameter, Code(collection->GetMembers(&size, &member)));
+}
+
+TEST_F(FileStoreContent3, IsInAFileThatCanBeReadBesideIt)
+{
+    Wstr path("/docs/a");
+    Wstr folder("/docs");
+    Ref<IKestDAVResource3> third = Face<IKestDAVResource3>(NewResource());
+    Ref<IKestDAVContentFile3> file = Face<IKestDAVContentFile3>(third);
+    INT32 descriptor = -1;
+    EXPECT_EQ(kCodeInvalidParameter, Code(file->GetDescriptor(&descriptor))) << "nothing is open";
+    ASSERT_EQ(0u, Store("/docs/a", "content"));
+    ASSERT_EQ(0u, third->Open(session_, &path, kOpenRead, -1, nullptr, nullptr, nullptr));
+    EXPECT_EQ(kCodeInvalidParameter, Code(file->GetDescriptor(nullptr)));
+    ASSERT_EQ(0u, file->GetDescriptor(&descriptor));
+    ASSERT_EQ(0u, Store("/docs/a", "other content"));
+    char text[16] = {};
+    EXPECT_EQ(7, pread(descriptor, text, sizeof text, 0));
+    EXPECT_STREQ("content", text) << "what was opened, whatever has taken its name";
+    ASSERT_EQ(0u, third->Open(session_, &folder, kOpenRead, -1, nullptr, nullptr, nullptr));
+    EXPECT_EQ(kCodeMethodNotAllowed, Code(file->GetDescriptor(&descriptor)));
+    ASSERT_EQ(0u, third->Open(session_, &path, kOpenReplace, -1, nullptr, nullptr, nullptr));
+    EXPECT_EQ(kCodeInvalidParameter, Code(file->GetDescriptor(&descriptor))) << "on its way in";
 }
 
 TEST_F(FileStoreContent3, SaysWhatAChangeHasComeTo)

@@ -9,6 +9,7 @@ kest_test(host_contract SHARDS 4
     ${CMAKE_CURRENT_LIST_DIR}/module/failures_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/kest_io_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/replies_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/send_file_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/store_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/connection_limits_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/leaving_test.cpp
