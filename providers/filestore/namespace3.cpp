@@ -9,6 +9,7 @@
 
 #include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/change_list.h"
 #include "providers/filestore/folder.h"
 #include "providers/filestore/locks.h"
 #include "providers/filestore/operation.h"
@@ -31,41 +32,6 @@ template <class F> TALSTATUS Anew(F&& operation)
         return operation();
     });
 }
-
-// A caller's list of changes of whatever age; their statuses go back at the end.
-class Changes {
-  public:
-    Changes(UINT32 count, DAV_PROPERTY_CHANGE* given) : given_(given)
-    {
-        if (count && (!given || count > kMostPropertyChanges ||
-                      given->Size < offsetof(DAV_PROPERTY_CHANGE, Status) + sizeof given->Status))
-            return;
-        isValid_ = true;
-        list_.resize(count);
-        for (UINT32 i = 0; i < count; ++i)
-            (void)ReadRecord(Given(i), &list_[i]);
-    }
-    ~Changes()
-    {
-        for (UINT32 i = 0; i < list_.size(); ++i)
-            Given(i)->Status = list_[i].Status;
-    }
-    Changes(const Changes&) = delete;
-    Changes& operator=(const Changes&) = delete;
-
-    bool IsValid() const { return isValid_; }
-    std::span<DAV_PROPERTY_CHANGE> List() { return list_; }
-
-  private:
-    DAV_PROPERTY_CHANGE* Given(UINT32 index) const
-    {
-        return reinterpret_cast<DAV_PROPERTY_CHANGE*>(reinterpret_cast<char*>(given_) +
-                                                      size_t{index} * given_->Size);
-    }
-    DAV_PROPERTY_CHANGE* const given_;
-    bool isValid_ = false;
-    std::vector<DAV_PROPERTY_CHANGE> list_;
-};
 
 TALSTATUS PackLock(const LockRecord& lock, const Volume& volume, UINT64 now, UINT32* size,
                    DAV_LOCK_INFO_3* out)
@@ -181,7 +147,7 @@ TALSTATUS NamespaceFace::MakeCollection(SCHANDLE hSession, UNICODE_STRING* path,
 {
     return Anew([&] {
         Target target;
-        Changes list(count, changes);
+        ChangeList list(count, changes);
         if (!list.IsValid())
             return Failure(kCodeInvalidParameter);
         // Before anything gives way for it: what is too long never fits.
@@ -281,7 +247,7 @@ TALSTATUS NamespaceFace::PatchProperties(SCHANDLE hSession, UNICODE_STRING* path
 {
     return Anew([&] {
         Target target;
-        Changes list(count, changes);
+        ChangeList list(count, changes);
         if (!list.IsValid())
             return Failure(kCodeInvalidParameter);
         // Before anything gives way for it: what is too long never fits.
