@@ -94,12 +94,10 @@ TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CH
     Target at = target;
     DAV_OBJECT_INFO info{};
     info.Size = sizeof info;
-    // The change has happened: that it cannot be described, or that somebody else has taken it
-    // away, is no failure of it.
-    call::HeldReports reports;
-    if (Failed(Protected([&] { return DescribePath(store_, &at, &info); })))
+    // The change has happened: that somebody else has taken it away is no failure of it. What
+    // cannot be looked at is told as one: a reply without its kind would name a collection wrongly.
+    if (Failed(DescribePath(store_, &at, &info)))
         info.Tag.Length = 0;
-    reports.Drop();
     recent::Drop();
     TellChange(hasReplaced, info, change);
     return TAL_STATUS_SUCCESS;
@@ -358,9 +356,12 @@ TALSTATUS NamespaceFace::Lock(SCHANDLE hSession, UNICODE_STRING* path,
         if (Failed(status))
             return status;
         GrantedLock granted(store_, hSession, target, made.token);
+        call::HeldReports reports; // the lock stands, whatever can be told of its resource
         status = PackLock(made, *target.volume, store_.Now(), size, lock);
         if (!Failed(status))
             status = Describe(target, !isNew, change);
+        if (!Failed(status))
+            reports.Drop();
         if (!Failed(status))
             granted.Tell();
         return status;
