@@ -3,10 +3,10 @@
 // Reading XML bodies with their namespaces.
 #include "standard/xml_elements.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <limits>
 #include <memory>
-#include <utility>
 
 #include <expat.h>
 
@@ -28,13 +28,15 @@ constexpr UINT64 kLeastBudget = 65536;
 // Declarations in scope at once: clients have a handful.
 constexpr size_t kMostBindings = 256;
 
-// Whether the thread's parser has asked in vain: not every such failure is told as one. There from
-// a thread's start, since making it would take memory.
-constinit thread_local bool t_lacksMemory [[gnu::tls_model("initial-exec")]] = false;
+// How often a parser has asked for memory in vain: not every such failure is told as one. Of all
+// threads, since a parser's functions for memory do not know whose they are; a body that was read
+// whole while another lacked memory is answered as that one, and may be sent again.
+std::atomic<UINT64> g_inVain{0};
 
 void* Noted(void* memory)
 {
-    t_lacksMemory = t_lacksMemory || !memory;
+    if (!memory)
+        g_inVain.fetch_add(1, std::memory_order_relaxed);
     return memory;
 }
 
@@ -110,7 +112,7 @@ XmlResult XmlReader::Read(std::string_view body)
         XML_ParserCreate_MM(nullptr, &kMemory, &kSeparator));
     if (!parser)
         return XmlResult::NoMemory;
-    const bool outer = std::exchange(t_lacksMemory, false); // a handler may read in between
+    const UINT64 before = g_inVain.load(std::memory_order_relaxed);
     budget_ = std::max(kLeastBudget, body.size() * kWrittenPerByte);
     parser_ = parser.get();
     (void)XML_SetHashSalt(parser.get(), XmlNameSalt()); // nothing was parsed yet: it cannot fail
@@ -123,7 +125,8 @@ XmlResult XmlReader::Read(std::string_view body)
     const XML_Status status =
         XML_Parse(parser.get(), body.data(), static_cast<int>(body.size()), 1);
     parser_ = nullptr;
-    if (std::exchange(t_lacksMemory, outer)) // also where the parser has gone on without it
+    if (g_inVain.load(std::memory_order_relaxed) !=
+        before) // also where the parser has gone on without it
         return XmlResult::NoMemory;
     if (status == XML_STATUS_OK || result_ != XmlResult::Whole)
         return result_;

@@ -137,6 +137,8 @@ int Volume::OpenPrivate(std::string_view name, FileHandle* out)
     if ((error = fs_->Open(kPrivateDirectory.data(), OpenFor::Directory, parent.Out(*fs_))))
         return error;
     error = fs_->MakeDirectory(parent.Get(), std::string(name).c_str());
+    if (error == 0) // what is put into it and synced must not go with its name
+        error = SyncNames(parent.Get());
     return error && error != EEXIST ? error : fs_->Open(path.c_str(), OpenFor::Directory, out);
 }
 

@@ -104,10 +104,11 @@ thread_local ScriptedIo t_io;
 
 class ScriptedContext final : public IKestCallContext {
   public:
-    TALSTATUS QueryInterface(const GUID*, void** out) override
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
     {
-        *out = this;
-        return 0;
+        const bool isKnown = *iid == IID_KestCallContext_1 || *iid == IID_IUnknown;
+        *out = isKnown ? this : nullptr;
+        return isKnown ? TAL_STATUS_SUCCESS : TAL_STATUS_NO_INTERFACE;
     }
     UINT32 AddRef() override { return 1; }
     UINT32 Release() override { return 1; }

@@ -249,7 +249,12 @@ void CheckTrue(const Case& each, const kestd::test::Answer& answer, const std::s
         ++tally.told;
     } else {
         ++tally.unneeded;
-        EXPECT_EQ(truth, Essence(answer));
+        // A granted lock is told also where what it is on cannot be looked at any more.
+        const std::string tag = "ETag: \r\n";
+        const size_t at = truth.find(tag);
+        const bool lacksTag = truth.find("<D:lockdiscovery>") != std::string::npos &&
+                              at != std::string::npos && answer.Header("ETag") == "(none)";
+        EXPECT_EQ(lacksTag ? std::string(truth).erase(at, tag.size()) : truth, Essence(answer));
     }
     EXPECT_EQ("", each.check(answer.isWhole && answer.status >= 200 && answer.status < 300));
 }
