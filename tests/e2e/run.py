@@ -15,12 +15,12 @@ import os
 import sys
 import time
 import unittest
-from xml.sax.saxutils import quoteattr
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, HERE)
+sys.path[:0] = [HERE, os.path.join(os.path.dirname(HERE), "support")]
 
 import harness  # noqa: E402
+import junit  # noqa: E402
 import programs  # noqa: E402
 
 # What tries real programs; the last is run by ./test --full.
@@ -78,17 +78,6 @@ class Report(unittest.TextTestResult):
         super().addSkip(test, reason)
 
 
-def write_junit(path, rows):
-    bad = sum(1 for row in rows if row[2])
-    with open(path, "w", encoding="utf-8") as out:
-        out.write('<?xml version="1.0" encoding="UTF-8"?>\n')
-        out.write(f'<testsuite name="e2e" tests="{len(rows)}" failures="{bad}">\n')
-        for name, took, failed in rows:
-            mark = "><failure/></testcase>" if failed else "/>"
-            out.write(f'<testcase name={quoteattr(name)} time="{took:.3f}"{mark}\n')
-        out.write("</testsuite>\n")
-
-
 def show_clients(result, is_all, writes):
     """Prints the table of real programs; where everything ran, the document has to have it."""
     if not programs.results:
@@ -129,7 +118,7 @@ def main():
     result = runner.run(suite)
     show_clients(result, is_all=not names, writes=args.clients and not args.names)
     if args.junit:
-        write_junit(args.junit, result.rows)
+        junit.write(args.junit, "e2e", result.rows)
     bad = sum(1 for row in result.rows if row[2])
     return 1 if bad or not result.rows else 0
 
