@@ -125,8 +125,8 @@ bool Listener::AcceptSome()
     for (int i = 0; i < kAcceptBatch; ++i) {
         sockaddr_storage peer{};
         socklen_t size = sizeof peer;
-        base::Descriptor client(
-            accept4(socket_.Number(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
+        base::Descriptor client(accept4(socket_.Number(), reinterpret_cast<sockaddr*>(&peer), &size,
+                                        SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (client.Number() >= 0) {
             Admit(std::move(client), peer);
         } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {

@@ -33,8 +33,8 @@ class Waiter {
     ~Waiter() = default;
 };
 
-// One socket, which belongs to somebody else and outlives the stream. No call keeps its thread
-// waiting. One thread at a time.
+// One socket, which never blocks, belongs to somebody else and outlives the stream. No call keeps
+// its thread waiting. One thread at a time.
 class SocketStream {
   public:
     static constexpr ssize_t kWouldBlock = -1;

@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <csignal>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/contract/host/harness.h"
@@ -94,6 +96,34 @@ TEST_F(SendFile, ASlowClientGetsAllOfIt)
     Client client(port, 4096);
     const Answer answer = client.Ask(kGet);
     EXPECT_TRUE(answer.body == content);
+}
+
+TEST_F(SendFile, ClientsThatTakeNothingHoldNoThread)
+{
+    std::atomic<int> inside{0};
+    module.handler = [&](IKestIO_5& io, UINT32 method) {
+        if (method != KestMethodGet)
+            return io.SendHeader(204);
+        SetHeader(io, "Content-Length", std::to_string(content.size()));
+        io.SendHeader(200);
+        ++inside;
+        Ref<IKestSendFile> sender;
+        EXPECT_EQ(Query(&io, sender), TAL_STATUS_SUCCESS);
+        UINT64 mine = 0;
+        return sender->SendFile(file, 0, content.size(), &mine);
+    };
+    ServerSettings settings = Standard();
+    settings.limits.workerThreads = 1;
+    const Running running = Start(settings);
+    std::vector<std::unique_ptr<Client>> slow;
+    for (int i = 0; i < 30; ++i) {
+        slow.push_back(std::make_unique<Client>(port, 4096));
+        ASSERT_TRUE(slow.back()->Send(kGet));
+    }
+    while (inside < 30)
+        std::this_thread::yield();
+    EXPECT_EQ(Ask("OPTIONS /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n").status, 204);
+    EXPECT_TRUE(slow.front()->Receive().body == content);
 }
 
 TEST_F(SendFile, EndsWhereTheFileEnds)
