@@ -2,6 +2,7 @@
 //
 // What a trusted proxy says about a request, and what nobody else may say.
 #include <condition_variable>
+#include <mutex>
 #include <thread>
 
 #include "tests/contract/host/harness.h"
@@ -26,6 +27,7 @@ class Proxies : public ServerTest {
         settings.accessLog = false;
         settings.trustedProxies = {Prefix("127.0.0.1"), Prefix("10.0.0.0/8"), Prefix("fd00::/8")};
         door.judge = [this](const Credentials& credentials) {
+            const std::lock_guard lock(seenLock);
             remote = credentials.remoteAddress;
             isSecure = credentials.isSecure;
             AuthResult admission;
@@ -33,6 +35,7 @@ class Proxies : public ServerTest {
             return admission;
         };
         module.handler = [this](IKestIO_5& io, UINT32) {
+            const std::lock_guard lock(seenLock);
             char text[300];
             UINT32 length = sizeof text;
             EXPECT_EQ(io.GetHostname(&length, text), TAL_STATUS_SUCCESS);
@@ -51,6 +54,7 @@ class Proxies : public ServerTest {
             client.Ask("GET /Ferro/a HTTP/1.1\r\nHost: inner:81\r\n" + fields + "\r\n");
         if (answer.status != 204)
             return std::to_string(answer.status);
+        const std::lock_guard lock(seenLock);
         return remote + (isSecure ? " https " : " http ") + host;
     }
     int Move(const std::string& destination, const std::string& fields,
@@ -64,6 +68,7 @@ class Proxies : public ServerTest {
     }
 
     ServerSettings settings;
+    std::mutex seenLock; // of what the server's threads say:
     std::string remote;
     std::string host;
     bool isSecure = false;
