@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/contract/truth/world.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <thread>
 
@@ -192,10 +193,46 @@ Ref<IKestReq_2> LoadModule()
     return Ref<IKestReq_2>::Adopt(static_cast<IKestReq_2*>(module));
 }
 
+// The module, and how many requests are in it: a connection can end before its handler has let go
+// of the store, when the reply is cut short.
+class WatchedModule final : public IKestReq_2 {
+  public:
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        return module.Get()->QueryInterface(iid, out);
+    }
+    UINT32 AddRef() override { return 1; } // lives as long as the process
+    UINT32 Release() override { return 1; }
+    TALSTATUS ModuleInit(SCHANDLE session, KEST_LOCATION_ACCESS* access, UNICODE_STRING* location,
+                         GUID* id) override
+    {
+        return module.Get()->ModuleInit(session, access, location, id);
+    }
+    TALSTATUS RequestHandler(IKestIO_5* io, SCHANDLE session, UINT32 method) override
+    {
+        ++inside_;
+        const TALSTATUS status = module.Get()->RequestHandler(io, session, method);
+        --inside_;
+        inside_.notify_all();
+        return status;
+    }
+    void WaitUntilEmpty() const
+    {
+        for (int inside = inside_; inside != 0; inside = inside_)
+            inside_.wait(inside);
+    }
+
+    Ref<IKestReq_2> module;
+
+  private:
+    std::atomic<int> inside_{0};
+};
+
+WatchedModule g_module;
+
 struct Parts {
     kestd::SteadyClock clock;
     kestd::HostServices services{{}, clock};
-    Ref<IKestReq_2> module;
     std::unique_ptr<kestd::Server> server;
 };
 
@@ -214,12 +251,12 @@ World::World()
     EXPECT_EQ(0u, TolmRegisterClassObject(&CLSID_KestCallContext, kestd::CallContextFactory()));
     EXPECT_EQ(0u, TolmRegisterClassObject(&CLSID_FileStore, &g_factory));
     Renew();
-    parts->module = LoadModule();
+    g_module.module = LoadModule();
     WCHAR text[256];
     UNICODE_STRING location{0, sizeof text - 2, text};
     KEST_LOCATION_ACCESS access{};
     GUID id{};
-    EXPECT_EQ(0u, parts->module->ModuleInit({}, &access, &location, &id));
+    EXPECT_EQ(0u, g_module.ModuleInit({}, &access, &location, &id));
     parts->services.sessionAdmission.RequireCredentials(false);
     parts->services.sessionAdmission.SetLocation("/Ferro");
     // One thread: what it keeps for itself is there once it has served a request.
@@ -228,7 +265,7 @@ World::World()
     settings.dialect = std::string_view(TRUTH_DIALECT) == "standard" ? kestd::Dialect::Standard
                                                                      : kestd::Dialect::Classic;
     parts->server = std::make_unique<kestd::Server>(settings, parts->services.sessionAdmission,
-                                                    parts->module.Get(), "/Ferro");
+                                                    &g_module, "/Ferro");
     EXPECT_EQ("", parts->server->Start());
     port_ = parts->server->Addresses()[0].port;
     std::atexit([] { parts->server->Stop(); });
@@ -242,6 +279,7 @@ World& World::Get()
 
 void World::Renew()
 {
+    g_module.WaitUntilEmpty();
     g_store.reset();
     fs::remove_all(Volume());
     fs::create_directories(Volume() / "dir/folder");
