@@ -8,7 +8,7 @@
 
 #include "providers/filestore/pending_upload.h"
 #include "tests/crashstates/machine.h"
-#include "tests/unit/filestore/third_generation.h"
+#include "tests/unit/providers/filestore/third_generation.h"
 
 namespace crashstates {
 

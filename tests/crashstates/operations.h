@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/unit/filestore/scratch.h"
+#include "tests/unit/providers/filestore/scratch.h"
 
 namespace crashstates {
 

@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "tests/contract/truth/requests.h"
-#include "tests/unit/filestore/system_calls.h"
+#include "tests/unit/providers/filestore/system_calls.h"
 
 namespace truth_test {
 

@@ -8,7 +8,7 @@ endif()
 kest_test(${truth} SHARDS 4
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/world.cpp ${CMAKE_CURRENT_LIST_DIR}/requests.cpp
           ${CMAKE_CURRENT_LIST_DIR}/failing_memory.cpp
-          ${PROJECT_SOURCE_DIR}/tests/unit/filestore/system_calls.cpp
+          ${PROJECT_SOURCE_DIR}/tests/unit/providers/filestore/system_calls.cpp
           ${CMAKE_CURRENT_LIST_DIR}/files_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/interruptions_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/memory_test.cpp

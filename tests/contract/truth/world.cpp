@@ -19,7 +19,7 @@
 #include "providers/filestore/store.h"
 #include "tests/contract/truth/served3.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/filestore/system_calls.h"
+#include "tests/unit/providers/filestore/system_calls.h"
 #include <kest/com.h>
 #include <kest/talpl.h>
 #include <kest/tolm.h>

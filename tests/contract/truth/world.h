@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tests/contract/host/harness.h"
-#include "tests/unit/filestore/failing_filesystem.h"
+#include "tests/unit/providers/filestore/failing_filesystem.h"
 
 namespace filestore {
 class Store;
