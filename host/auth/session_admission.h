@@ -8,9 +8,9 @@
 #include <mutex>
 #include <string>
 
+#include "host/auth/access_control.h"
 #include "host/auth/authenticator.h"
 #include "host/auth/sessions.h"
-#include "host/pipeline/access_control.h"
 
 namespace kestd {
 

@@ -7,8 +7,8 @@
 #include "host/commands/arguments.h"
 #include "host/commands/commands.h"
 #include "host/commands/setup.h"
-#include "host/net/listener.h"
-#include "host/net/server.h"
+#include "host/server/listener.h"
+#include "host/server/server.h"
 
 namespace kestd {
 namespace {

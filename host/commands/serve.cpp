@@ -24,7 +24,7 @@
 #include "host/commands/setup.h"
 #include "host/components/host_classes.h"
 #include "host/module/call_context.h"
-#include "host/net/server.h"
+#include "host/server/server.h"
 #include <kest/req.h>
 #include <kest/sdk/text.h>
 #include <kest/tolm.h>

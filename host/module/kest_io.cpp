@@ -10,7 +10,7 @@
 
 #include "base/ascii.h"
 #include "base/utf.h"
-#include "host/net/settings_holder.h"
+#include "host/config/settings_holder.h"
 #include "host/pipeline/pipeline.h"
 #include <kest/identifiers.h>
 #include <kest/status.h>

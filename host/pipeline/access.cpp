@@ -4,9 +4,9 @@
 #include "host/pipeline/access.h"
 
 #include "base/percent.h"
+#include "host/config/settings_holder.h"
 #include "host/http/error_status.h"
 #include "host/http/short_reply.h"
-#include "host/net/settings_holder.h"
 
 namespace kestd {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "base/ascii.h"
-#include "host/net/settings_holder.h"
+#include "host/config/settings_holder.h"
 
 namespace kestd {
 

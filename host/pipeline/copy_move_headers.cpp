@@ -7,7 +7,7 @@
 #include "base/host_name.h"
 #include "base/uri.h"
 #include "base/utf.h"
-#include "host/net/settings_holder.h"
+#include "host/config/settings_holder.h"
 
 namespace kestd {
 

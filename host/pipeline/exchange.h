@@ -12,10 +12,10 @@
 #include <utility>
 
 #include "host/access/request_access.h"
+#include "host/auth/access_control.h"
 #include "host/http/body.h"
 #include "host/http/request.h"
 #include "host/http/response.h"
-#include "host/pipeline/access_control.h"
 #include "host/pipeline/lock_reply.h"
 
 namespace kestd {

@@ -3,8 +3,8 @@
 // What trusted proxies say about a request: "Forwarded" (RFC 7239) and "X-Forwarded-…".
 #pragma once
 
+#include "host/config/settings_holder.h"
 #include "host/http/request.h"
-#include "host/net/settings_holder.h"
 
 namespace kestd {
 

@@ -4,7 +4,7 @@
 #include "host/pipeline/home_folders.h"
 
 #include "base/utf.h"
-#include "host/net/settings_holder.h"
+#include "host/config/settings_holder.h"
 #include <kest/com.h>
 #include <kest/dav.h>
 #include <kest/identifiers.h>

@@ -5,7 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/host_name.h"
-#include "host/net/settings_holder.h"
+#include "host/config/settings_holder.h"
 
 namespace kestd {
 

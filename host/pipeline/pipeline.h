@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/auth/access_control.h"
 #include "host/config/settings.h"
-#include "host/pipeline/access_control.h"
 #include "host/pipeline/request_handler.h"
 #include "host/pipeline/stage.h"
 

@@ -3,9 +3,9 @@
 // Which requests are well-formed (RFC 9110 section 7, RFC 9112 sections 2 to 6).
 #pragma once
 
+#include "host/config/settings_holder.h"
 #include "host/http/message_framing.h"
 #include "host/http/request.h"
-#include "host/net/settings_holder.h"
 
 namespace kestd {
 

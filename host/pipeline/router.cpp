@@ -4,7 +4,7 @@
 #include "host/pipeline/router.h"
 
 #include "base/uri.h"
-#include "host/net/settings_holder.h"
+#include "host/config/settings_holder.h"
 #include "host/pipeline/ancestor_collections.h"
 
 namespace kestd {

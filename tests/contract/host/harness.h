@@ -24,7 +24,7 @@
 
 #include "base/ascii.h"
 #include "host/module/call_context.h"
-#include "host/net/server.h"
+#include "host/server/server.h"
 #include <kest/host.h>
 #include <kest/identifiers.h>
 #include <kest/req.h>

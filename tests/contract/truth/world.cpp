@@ -9,7 +9,7 @@
 
 #include "host/auth/clock.h"
 #include "host/components/host_classes.h"
-#include "host/net/server.h"
+#include "host/server/server.h"
 #include "providers/filestore/collection.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/namespace.h"

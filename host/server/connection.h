@@ -14,10 +14,10 @@
 #include "base/ip_address.h"
 #include "host/net/buffer.h"
 #include "host/net/client_limits.h"
-#include "host/net/connection_registry.h"
 #include "host/net/event_loop.h"
 #include "host/net/fiber.h"
 #include "host/net/socket_stream.h"
+#include "host/server/connection_registry.h"
 
 namespace kestd {
 

@@ -3,17 +3,17 @@
 // A connection's requests, from the end of the head to the end of the reply.
 #include <utility>
 
+#include "host/config/settings_holder.h"
 #include "host/http/access_log.h"
 #include "host/http/error_status.h"
 #include "host/http/short_reply.h"
 #include "host/module/call_context.h"
-#include "host/net/connection.h"
 #include "host/net/monotonic_clock.h"
-#include "host/net/settings_holder.h"
 #include "host/pipeline/body_limits.h"
 #include "host/pipeline/exchange.h"
 #include "host/pipeline/pipeline.h"
 #include "host/pipeline/request_validator.h"
+#include "host/server/connection.h"
 #include <kest/tolm.h>
 
 namespace kestd {

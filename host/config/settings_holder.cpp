@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Makes the settings in force from those that are configured, and publishes them.
-#include "host/net/settings_holder.h"
+#include "host/config/settings_holder.h"
 
 #include <algorithm>
 #include <string_view>
@@ -9,7 +9,6 @@
 #include "base/ascii.h"
 #include "base/host_name.h"
 #include "base/uri.h"
-#include "host/http/target.h"
 #include "host/net/tls.h"
 
 namespace kestd {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Puts the server's parts together, starts and stops them.
-#include "host/net/server.h"
+#include "host/server/server.h"
 
 #include <sched.h>
 #include <sys/resource.h>
@@ -12,18 +12,18 @@
 #include <thread>
 
 #include "base/descriptor.h"
+#include "host/config/settings_holder.h"
 #include "host/http/access_log.h"
 #include "host/module/module_handler.h"
 #include "host/net/buffer.h"
 #include "host/net/client_limits.h"
-#include "host/net/connection_registry.h"
 #include "host/net/event_loop.h"
 #include "host/net/fiber.h"
-#include "host/net/listener.h"
 #include "host/net/monotonic_clock.h"
-#include "host/net/settings_holder.h"
 #include "host/net/worker_pool.h"
 #include "host/pipeline/pipeline.h"
+#include "host/server/connection_registry.h"
+#include "host/server/listener.h"
 #include <kest/tolm.h>
 
 namespace kestd {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Goes through the open connections.
-#include "host/net/connection_registry.h"
+#include "host/server/connection_registry.h"
 
 #include "host/config/settings.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A connection between its requests: waits, deadlines, heads, the lingering close.
-#include "host/net/connection.h"
+#include "host/server/connection.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -11,10 +11,10 @@
 #include <utility>
 
 #include "base/descriptor.h"
-#include "host/net/connection_registry.h"
+#include "host/config/settings_holder.h"
 #include "host/net/monotonic_clock.h"
-#include "host/net/settings_holder.h"
 #include "host/pipeline/exchange.h"
+#include "host/server/connection_registry.h"
 #include <kest/tolm.h>
 
 namespace kestd {

@@ -11,8 +11,8 @@
 
 #include "base/descriptor.h"
 #include "host/config/settings.h"
-#include "host/net/connection.h"
 #include "host/net/event_loop.h"
+#include "host/server/connection.h"
 
 namespace kestd {
 

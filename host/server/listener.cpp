@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Binds, listens, accepts.
-#include "host/net/listener.h"
+#include "host/server/listener.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -13,9 +13,9 @@
 
 #include "base/descriptor.h"
 #include "base/ip_address.h"
-#include "host/net/connection_registry.h"
+#include "host/config/settings_holder.h"
 #include "host/net/monotonic_clock.h"
-#include "host/net/settings_holder.h"
+#include "host/server/connection_registry.h"
 #include <kest/tolm.h>
 
 namespace kestd {

@@ -8,10 +8,10 @@
 #include <cstring>
 #include <string>
 
-#include "host/net/connection.h"
+#include "host/config/settings_holder.h"
 #include "host/net/monotonic_clock.h"
 #include "host/net/proxy_preamble.h"
-#include "host/net/settings_holder.h"
+#include "host/server/connection.h"
 #include <kest/tolm.h>
 
 namespace kestd {

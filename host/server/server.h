@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "host/auth/access_control.h"
 #include "host/config/settings.h"
-#include "host/pipeline/access_control.h"
 #include <kest/req.h>
 
 namespace kestd {
