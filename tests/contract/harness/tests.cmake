@@ -20,4 +20,4 @@ target_link_libraries(kest_harness PUBLIC kest_contract tolm GTest::gtest GTest:
 target_compile_definitions(kest_harness PRIVATE KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>")
 add_dependencies(kest_harness kestdav)
 
-kest_test(contract_harness SOURCES ${CMAKE_CURRENT_LIST_DIR}/harness_test.cpp LIBS kest_harness)
+kest_test(contract_harness SINGLE_THREADED SOURCES ${CMAKE_CURRENT_LIST_DIR}/harness_test.cpp LIBS kest_harness)

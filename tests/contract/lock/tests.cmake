@@ -1,4 +1,4 @@
-kest_test(contract_lock
+kest_test(contract_lock SINGLE_THREADED
   SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/lock_refusals_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/lock_test.cpp

@@ -1,4 +1,4 @@
-kest_test(contract_methods SOURCES
+kest_test(contract_methods SINGLE_THREADED SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/copy_collection_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/copy_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/delete_test.cpp

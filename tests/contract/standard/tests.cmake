@@ -1,5 +1,5 @@
 # The standard dialect, against scripted hosts and providers.
-kest_test(contract_standard
+kest_test(contract_standard SINGLE_THREADED
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/digest_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/get_test.cpp

@@ -1,5 +1,5 @@
 # Logic of the module's frame, its methods and its support, compiled into the test as the module has it.
-kest_test(unit_core SOURCES
+kest_test(unit_core SINGLE_THREADED SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/cacheentry_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/factory_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/guidtext_test.cpp

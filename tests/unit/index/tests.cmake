@@ -1,5 +1,5 @@
 # The pieces of the index and of the form reader that need no host.
-kest_test(unit_index
+kest_test(unit_index SINGLE_THREADED
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/calendar_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/clientmode_test.cpp

@@ -34,5 +34,5 @@ kest_test(unit_platform_log SOURCES ${CMAKE_CURRENT_LIST_DIR}/log_test.cpp
   LIBS tolm_objects kest_contract Threads::Threads)
 
 # A process of its own: it runs out of memory on purpose.
-kest_test(unit_platform_faults SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults_test.cpp
+kest_test(unit_platform_faults SINGLE_THREADED SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults_test.cpp
   LIBS platform_support)

@@ -1,5 +1,5 @@
 # The standard dialect's readers of headers: pure functions, no host and no provider.
-kest_test(unit_standard
+kest_test(unit_standard SINGLE_THREADED
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/digest_headers_test.cpp
@@ -14,7 +14,7 @@ kest_test(unit_standard
 )
 
 # Its readers of headers and bodies that need a host's memory.
-kest_test(unit_standard_readers
+kest_test(unit_standard_readers SINGLE_THREADED
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/if_header_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/readers_test.cpp

@@ -12,10 +12,10 @@ kest_test(filestore_unit_test SHARDS 4
           ${CMAKE_CURRENT_LIST_DIR}/pending_upload_test.cpp
   LIBS filestore_objects)
 # Apart from the others: it has system calls of its own.
-kest_test(filestore_posixfs_test
+kest_test(filestore_posixfs_test SINGLE_THREADED
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/posixfs_test.cpp ${CMAKE_CURRENT_LIST_DIR}/system_calls.cpp
   LIBS filestore_objects ${CMAKE_DL_LIBS})
 # Without the store: the header's grammar and what it decides.
-kest_test(ifheader_test
+kest_test(ifheader_test SINGLE_THREADED
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/ifheader_test.cpp
           ${PROJECT_SOURCE_DIR}/providers/filestore/ifheader.cpp)
