@@ -90,7 +90,7 @@ TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, 
 }
 
 // Says which properties stood in the way (RFC 5689 section 5.2).
-TALSTATUS AnswerProperties(IKestIO_5* io, TALSTATUS status, const PropertyChanges& changes)
+TALSTATUS AnswerProperties(IKestIO_5* io, TALSTATUS status, PropertyChanges& changes)
 {
     SetHeader(io, "Cache-Control", "no-cache");
     SendXmlHead(io, 424);

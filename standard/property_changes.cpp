@@ -113,7 +113,7 @@ TALSTATUS PropertyChanges::Read(std::string_view body, std::string_view root)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     if (result != XmlResult::Whole)
         return StatusOf(result);
-    return MakeRecords() ? TAL_STATUS_SUCCESS : TAL_STATUS_INSUFFICIENT_RESOURCES;
+    return MakeRecords() && FindRepeated() ? TAL_STATUS_SUCCESS : TAL_STATUS_INSUFFICIENT_RESOURCES;
 }
 
 // The texts move while they are read, and not any more.
@@ -133,6 +133,47 @@ bool PropertyChanges::MakeRecords()
             return false;
     }
     return true;
+}
+
+namespace {
+
+XmlName NameOf(const DAV_PROPERTY_CHANGE& record)
+{
+    return {{record.Namespace.Text, record.Namespace.Length},
+            {record.Name.Text, record.Name.Length}};
+}
+
+} // namespace
+
+// Sorts the records by name, so that a body of many costs no more than it must.
+bool PropertyChanges::FindRepeated()
+{
+    GrowingArray<UINT32> order;
+    for (UINT32 i = 0; i < Count(); ++i)
+        if (!order.Append(i) || !first_.Append(i) || !told_.Append(i))
+            return false;
+    const auto compare = [&](UINT32 a, UINT32 b) {
+        const XmlName left = NameOf(records_[a]);
+        const XmlName right = NameOf(records_[b]);
+        const int local = left.local.compare(right.local);
+        return local != 0 ? local : left.space.compare(right.space);
+    };
+    std::sort(order.begin(), order.end(), [&](UINT32 a, UINT32 b) {
+        const int sign = compare(a, b);
+        return sign != 0 ? sign < 0 : a < b;
+    });
+    for (size_t i = 1; i < order.size(); ++i)
+        if (compare(order[i - 1], order[i]) == 0)
+            first_[order[i]] = first_[order[i - 1]];
+    return true;
+}
+
+void PropertyChanges::ChooseTold()
+{
+    for (UINT32 i = 0; i < Count(); ++i)
+        if (UINT32& told = told_[first_[i]];
+            Failed(records_[i].Status) && !Failed(records_[told].Status))
+            told = i;
 }
 
 bool PropertyChanges::HasFailures() const
@@ -169,6 +210,8 @@ std::string_view StatusLine(HTTPSTATUS http)
         return "HTTP/1.1 423 Locked";
     case 424:
         return "HTTP/1.1 424 Failed Dependency";
+    case 503:
+        return "HTTP/1.1 503 Service Unavailable";
     case 507:
         return "HTTP/1.1 507 Insufficient Storage";
     default:
@@ -182,11 +225,11 @@ void PropertyChanges::PutPropStat(ReplyWriter& out, HTTPSTATUS http, TALSTATUS s
                                   bool ofSuccess) const
 {
     out.Put("<D:propstat><D:prop>");
-    for (const DAV_PROPERTY_CHANGE& record : records_)
-        if (ofSuccess ? !Failed(record.Status)
-                      : Failed(record.Status) && Code(record.Status) == Code(status))
-            PutPropertyName(out, {{record.Namespace.Text, record.Namespace.Length},
-                                  {record.Name.Text, record.Name.Length}});
+    for (size_t i = 0; i < records_.size(); ++i) {
+        const TALSTATUS own = records_[i].Status;
+        if (IsTold(i) && (ofSuccess ? !Failed(own) : Failed(own) && Code(own) == Code(status)))
+            PutPropertyName(out, NameOf(records_[i]));
+    }
     out.Put("</D:prop><D:status>");
     out.Put(StatusLine(http));
     out.Put("</D:status>");
@@ -195,11 +238,15 @@ void PropertyChanges::PutPropStat(ReplyWriter& out, HTTPSTATUS http, TALSTATUS s
     out.Put("</D:propstat>");
 }
 
-void PropertyChanges::PutOutcome(ReplyWriter& out, HTTPSTATUS otherwise) const
+void PropertyChanges::PutOutcome(ReplyWriter& out, HTTPSTATUS otherwise)
 {
+    ChooseTold();
     bool hasOthers = false;
     UINT64 codes = 0; // those told of, below 64; there are no others
-    for (const DAV_PROPERTY_CHANGE& record : records_) {
+    for (size_t i = 0; i < records_.size(); ++i) {
+        if (!IsTold(i))
+            continue;
+        const DAV_PROPERTY_CHANGE& record = records_[i];
         hasOthers = hasOthers || !Failed(record.Status);
         const UINT64 bit = UINT64{1} << (Code(record.Status) & 63);
         if (!Failed(record.Status) || (codes & bit) != 0)

@@ -29,8 +29,9 @@ class PropertyChanges {
     bool HasFailures() const;
 
     // Writes a propstat for each outcome: what has failed by itself, and for all others
-    // `otherwise`, 200 or 424.
-    void PutOutcome(ReplyWriter& out, HTTPSTATUS otherwise) const;
+    // `otherwise`, 200 or 424. Each property is named once, however often it was changed: by its
+    // first failure, if one of its changes failed. Needs no memory.
+    void PutOutcome(ReplyWriter& out, HTTPSTATUS otherwise);
 
   private:
     friend class PropertyChangesReader;
@@ -44,11 +45,16 @@ class PropertyChanges {
         TALSTATUS status;
     };
     [[nodiscard]] bool MakeRecords();
+    [[nodiscard]] bool FindRepeated();
+    void ChooseTold();
+    bool IsTold(size_t at) const { return told_[first_[at]] == at; }
     void PutPropStat(ReplyWriter& out, HTTPSTATUS http, TALSTATUS status, bool ofSuccess) const;
 
     GrowingArray<Item> items_;
     GrowingText texts_;
     GrowingArray<DAV_PROPERTY_CHANGE> records_;
+    GrowingArray<UINT32> first_; // of each record: the first one of the same property
+    GrowingArray<UINT32> told_;  // of each first record: the one by which its property is told
 };
 
 } // namespace standard

@@ -180,10 +180,7 @@ template <class PutResponses>
 TALSTATUS SendMultiStatus(IKestIO_5* io, const PropFindRequest& request, SCHANDLE session,
                           PutResponses putResponses)
 {
-    if (request.isMinimal)
-        SetHeader(io, "Preference-Applied", "return=minimal");
-    else if (request.withoutRoot)
-        SetHeader(io, "Preference-Applied", "depth-noroot");
+    SetPreferencesApplied(io, request.preferences);
     SendXmlHead(io, 207);
     ReplyWriter out(io);
     out.Put("<D:multistatus xmlns:D=\"DAV:\">\n");
@@ -226,7 +223,7 @@ TALSTATUS AnswerPath(IKestIO_5* io, SCHANDLE session, const KESTDAV_HANDLER& han
         object.tree = &path;
         object.path = path.Text();
         object.name = path.Name();
-        if (!request.withoutRoot)
+        if (!request.preferences.withoutRoot)
             if (const TALSTATUS status = responses.Put(object); Failed(status))
                 return status;
         return hasMembers ? walk.SendMembers(responses, out) : TAL_STATUS_SUCCESS;
@@ -287,7 +284,7 @@ TALSTATUS AnswerRoot(IKestIO_5* io, SCHANDLE session, const PropFindRequest& req
             return RefuseInfinity(io);
     }
     return SendMultiStatus(io, request, session, [&](PropFindResponses& responses, auto& out) {
-        if (!request.withoutRoot)
+        if (!request.preferences.withoutRoot)
             if (const TALSTATUS status = responses.Put(RootObject()); Failed(status))
                 return status;
         if (request.depth == Depth::Zero)

@@ -101,28 +101,6 @@ class PropFindReader final : public XmlHandler {
     bool takesNames_ = false;
 };
 
-// "return=minimal" and "depth-noroot" (RFC 7240, RFC 8144), and what Microsoft's clients send for
-// the first.
-TALSTATUS ReadPreferences(IKestIO_5* io, PropFindRequest& request)
-{
-    std::string_view prefer;
-    if (const TALSTATUS status = ReadHeader(io, "Prefer", prefer); Failed(status))
-        return status;
-    while (!prefer.empty()) {
-        const std::string_view element = TakeElement(prefer);
-        const std::string_view preference = Trimmed(element.substr(0, element.find(';')));
-        if (EqualsIgnoringCase(preference, "return=minimal"))
-            request.isMinimal = true;
-        else if (EqualsIgnoringCase(preference, "depth-noroot"))
-            request.withoutRoot = true;
-    }
-    std::string_view brief;
-    const TALSTATUS status = ReadHeader(io, "Brief", brief);
-    if (EqualsIgnoringCase(Trimmed(brief), "t"))
-        request.isMinimal = true;
-    return status;
-}
-
 } // namespace
 
 const LiveName kLiveNames[kLiveCount] = {
@@ -264,9 +242,10 @@ TALSTATUS ReadPropFindBody(std::string_view body, PropFindRequest& request)
 
 TALSTATUS ReadPropFind(IKestIO_5* io, PropFindRequest& request)
 {
-    if (const TALSTATUS status = ReadPreferences(io, request); Failed(status))
+    if (const TALSTATUS status = ReadPreferences(io, request.preferences); Failed(status))
         return status;
-    if (const TALSTATUS status = ReadDepth(io, request.depth, request.withoutRoot); Failed(status))
+    if (const TALSTATUS status = ReadDepth(io, request.depth, request.preferences.withoutRoot);
+        Failed(status))
         return status;
     XmlBodyText body;
     if (const TALSTATUS status = ReadBody(io, body); Failed(status))

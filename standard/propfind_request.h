@@ -3,6 +3,7 @@
 // What a PROPFIND asks for (RFC 4918 section 9.1): its headers and its body.
 #pragma once
 
+#include "standard/preferences.h"
 #include "standard/xml_elements.h"
 #include <kest/io.h>
 
@@ -49,10 +50,9 @@ struct PropFindRequest {
 
     Kind kind = Kind::All;
     Depth depth = Depth::Infinity;
-    bool withoutRoot = false; // the request's own resource is not told of ("Prefer: depth-noroot")
-    bool isMinimal = false;   // what is missing is not told of ("Prefer: return=minimal")
-    UINT32 live = 0;          // asked for by name, or included
-    struct Name {             // a property that is not live; its texts are in `names`
+    Preferences preferences;
+    UINT32 live = 0; // asked for by name, or included
+    struct Name {    // a property that is not live; its texts are in `names`
         UINT32 at;
         UINT32 spaceLength;
         UINT32 localLength;

@@ -55,7 +55,7 @@ TALSTATUS PropFindResponses::Put(const PropFindObject& object)
     out_.Put("</D:href>");
     PutFound(object);
     const bool hasMissing =
-        request_.kind == PropFindRequest::Kind::Named && !request_.isMinimal &&
+        request_.kind == PropFindRequest::Kind::Named && !request_.preferences.isMinimal &&
         (missing_ != 0 || std::find(isFound_.begin(), isFound_.end(), 0) != isFound_.end());
     EndFound(hasMissing);
     if (hasMissing)

@@ -38,8 +38,16 @@ TALSTATUS JudgeRefused(SCHANDLE session, IKestDAV3& provider, UNICODE_STRING* pa
     return provider.Judge(session, path, &preconditions);
 }
 
+// What a client that wants no more is told of a success (RFC 8144 section 2.2).
+TALSTATUS SendMinimal(IKestIO_5* io, Preferences preferences)
+{
+    preferences.withoutRoot = false; // which says nothing here
+    SetPreferencesApplied(io, preferences);
+    return Reply(io, 204, TAL_STATUS_SUCCESS);
+}
+
 TALSTATUS SendOutcome(IKestIO_5* io, const UNICODE_STRING& path, bool isCollection,
-                      const PropertyChanges& changes)
+                      PropertyChanges& changes)
 {
     TreePath href;
     if (const TALSTATUS status = href.Set(path); Failed(status))
@@ -63,6 +71,9 @@ TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLE
     DAV_PRECONDITIONS preconditions{};
     if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))
         return RefuseMapped(io, status);
+    Preferences preferences;
+    if (const TALSTATUS status = ReadPreferences(io, preferences); Failed(status))
+        return RefuseMapped(io, status);
 
     IKestDAV3& provider = *handler.pIKestDav3;
     DAV_CHANGE change = EmptyChange();
@@ -81,6 +92,8 @@ TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLE
     if (Failed(status)) {
         change = EmptyChange();
         (void)provider.GetInfo(session, path, &change.Info); // only the href's last "/" needs it
+    } else if (preferences.isMinimal) {
+        return SendMinimal(io, preferences);
     }
     return SendOutcome(io, *path, change.Info.Type == Collection, changes);
 }

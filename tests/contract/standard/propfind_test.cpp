@@ -209,7 +209,7 @@ TEST_F(StandardPropFind, Preferences_LeaveOutWhatIsMissingAndTheRoot)
     const std::string body = Prop("<p:getcontentlength/><p:unheard/>");
     EXPECT_EQ(
         Run(Find("/Ferro/gen3/c", "1", body).Header("Prefer", "depth-noroot, return=minimal")),
-        "207\nPreference-Applied: return=minimal\n" + std::string(kHead).substr(4) +
+        "207\nPreference-Applied: return=minimal, depth-noroot\n" + std::string(kHead).substr(4) +
             Response("/Ferro/gen3/c/a", "<D:getcontentlength>2</D:getcontentlength>") +
             "<D:response><D:href>/Ferro/gen3/c/d/</D:href><D:propstat><D:prop>" + kFound +
             "</D:response>\n" + kEnd);

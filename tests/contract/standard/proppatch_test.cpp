@@ -55,7 +55,7 @@ TEST_F(StandardPropPatch, AllChanges_InTheirOrder)
                          " xmlns:x=\"urn:x\""))),
         kHead +
             PropStat("<n:a xmlns:n=\"urn:x\"/><n:b xmlns:n=\"urn:x\"/>"
-                     "<n:c xmlns:n=\"urn:x\"/><n:a xmlns:n=\"urn:x\"/>",
+                     "<n:c xmlns:n=\"urn:x\"/>",
                      "200 OK") +
             kEnd);
     const std::string scope = " xmlns:x=\"urn:x\" xmlns:D=\"DAV:\"";
@@ -154,6 +154,45 @@ TEST_F(StandardPropPatch, RefusedByTheProvider_FailsTheOthers)
                                                        PropStat("<a/>", "424 Failed Dependency") +
                                                        kEnd);
     EXPECT_TRUE(world["gen3"].Find("/gen3/f.txt")->dead.empty());
+}
+
+// Whatever became of its changes, a property has one outcome.
+TEST_F(StandardPropPatch, PropertyChangedTwice_IsNamedOnce)
+{
+    const std::string good = "<D:getlastmodified>Sat, 31 Jan 2026 12:00:00 GMT</D:getlastmodified>";
+    const std::string bad = "<D:getlastmodified>soon</D:getlastmodified>";
+    EXPECT_EQ(Run(Patch(Update(Set(good + bad + "<a/>") + Set(good)))),
+              kHead + PropStat("<D:getlastmodified/>", "409 Conflict") +
+                  PropStat("<a/>", "424 Failed Dependency") + kEnd)
+        << "one of its values is none";
+    EXPECT_EQ(Run(Patch(Update(Set(bad + "<a/>") +
+                               "<D:remove><D:prop><D:getlastmodified/><a/></D:prop></D:remove>"))),
+              kHead + PropStat("<D:getlastmodified/>", "409 Conflict") +
+                  PropStat("<a/>", "424 Failed Dependency") + kEnd)
+        << "the first of two failures counts";
+    EXPECT_EQ(Run(Patch(Update(Set("<a/>") + "<D:remove><D:prop><a/></D:prop></D:remove>" +
+                               Set("<a xmlns=\"urn:x\"/>")))),
+              kHead + PropStat("<a/><n:a xmlns:n=\"urn:x\"/>", "200 OK") + kEnd)
+        << "one of another namespace is another";
+}
+
+// RFC 8144 section 2.2.
+TEST_F(StandardPropPatch, MinimalReply_IsEmptyWhenAllWasDone)
+{
+    const std::string minimal = "204\nPreference-Applied: return=minimal\n\n";
+    EXPECT_EQ(Run(Patch(Update(Set("<a/>"))).Header("Prefer", "return=minimal")), minimal);
+    EXPECT_EQ(Run(Patch(Update(Set("<b/>"))).Header("Prefer", "depth-noroot, return=minimal; a=1")),
+              minimal);
+    EXPECT_EQ(Run(Patch(Update(Set("<c/>"))).Header("Brief", "t")), minimal);
+    EXPECT_EQ(world["gen3"].Find("/gen3/f.txt")->dead.size(), 3U);
+
+    EXPECT_EQ(Run(Patch(Update(Set("<d/><D:getetag/>"))).Header("Prefer", "return=minimal")),
+              kHead + PropStat("<D:getetag/>", "403 Forbidden") +
+                  PropStat("<d/>", "424 Failed Dependency") + kEnd)
+        << "what has failed is told";
+    world["gen3"].refusedProperty = "e";
+    EXPECT_EQ(Run(Patch(Update(Set("<e/>"))).Header("Prefer", "return=minimal")),
+              kHead + PropStat("<e/>", "403 Forbidden") + kEnd);
 }
 
 TEST_F(StandardPropPatch, Locked_Answers423)
