@@ -193,18 +193,35 @@ TALSTATUS ReadIf(IKestIO_5* io, DAV_PRECONDITIONS& preconditions)
     return text.data() ? ParseIf(io, text, preconditions) : TAL_STATUS_SUCCESS;
 }
 
-std::string_view ReadLockToken(std::string_view codedUrl) noexcept
+namespace {
+
+// RFC 3986 section 3.1, with something behind it.
+bool HasScheme(std::string_view url) noexcept
 {
-    std::string_view text = Trimmed(codedUrl);
+    const size_t length = std::min(url.find(':'), url.size());
+    const auto isLetter = [](char c) { return AsciiLower(c) >= 'a' && AsciiLower(c) <= 'z'; };
+    return length != 0 && length + 1 < url.size() && isLetter(url.front()) &&
+           std::all_of(url.begin(), url.begin() + static_cast<std::ptrdiff_t>(length), [&](char c) {
+               return isLetter(c) || IsDigit(c) || c == '+' || c == '-' || c == '.';
+           });
+}
+
+} // namespace
+
+LockToken ReadLockToken(std::string_view header) noexcept
+{
+    std::string_view text = Trimmed(header);
     std::string_view url = text;
     if (text.substr(0, 1) == "<") {
         url = TakeCodedUrl(text);
         if (!url.data() || !text.empty())
             return {};
     }
-    if (!Take(url, kScheme) || url.empty() || url.find_first_of("<> \t") != url.npos)
+    if (!HasScheme(url) || url.find_first_of("<> \t") != url.npos)
         return {};
-    return url;
+    if (!Take(url, kScheme))
+        return {LockToken::Form::Foreign};
+    return {LockToken::Form::Ours, url};
 }
 
 } // namespace standard

@@ -19,9 +19,20 @@ namespace standard {
 [[nodiscard]] TALSTATUS ParseIf(IKestIO_5* io, std::string_view text,
                                 DAV_PRECONDITIONS& preconditions);
 
-// A lock token without "<", ">" and its scheme "opaquelocktoken:", as in "Lock-Token" (RFC 4918
-// section 10.5). Some clients send it back as it stands in the reply's body, without "<" and ">":
-// it is no less clear which lock they mean. data() is null for anything else.
-std::string_view ReadLockToken(std::string_view codedUrl) noexcept;
+// What a "Lock-Token" header names (RFC 4918 section 10.5).
+struct LockToken {
+    enum class Form {
+        Malformed, // no URI, or one of our scheme without a token
+        Foreign,   // a URI of another scheme, which no lock here has
+        Ours,
+    };
+
+    Form form = Form::Malformed;
+    std::string_view text{}; // without "<", ">" and the scheme; of ours only
+};
+
+// Some clients send a token back as it stands in the reply's body, without "<" and ">": it is no
+// less clear which lock they mean.
+LockToken ReadLockToken(std::string_view header) noexcept;
 
 } // namespace standard

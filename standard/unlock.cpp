@@ -16,24 +16,35 @@ namespace standard {
 
 namespace {
 
+// Code 11 when no lock on the path has the token.
+TALSTATUS Release(SCHANDLE session, UNICODE_STRING* path, IKestDAV3& provider,
+                  const LockToken& token, const DAV_PRECONDITIONS& preconditions)
+{
+    if (token.form == LockToken::Form::Ours) {
+        const DAV_TEXT text = {token.text.data(), static_cast<UINT32>(token.text.size())};
+        return provider.Unlock(session, path, &text, &preconditions);
+    }
+    const TALSTATUS judged = provider.Judge(session, path, &preconditions);
+    return Failed(judged) ? judged : TAL_STATUS_NOT_FOUND;
+}
+
 TALSTATUS UnlockPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler,
                      IKestIO_5* io)
 {
     std::string_view header;
     if (const TALSTATUS status = ReadHeader(io, "Lock-Token", header); Failed(status))
         return RefuseMapped(io, status);
-    const std::string_view token = ReadLockToken(header);
-    if (!token.data())
+    const LockToken token = ReadLockToken(header);
+    if (token.form == LockToken::Form::Malformed)
         return RefuseMapped(io, TAL_STATUS_INVALID_REQUEST);
     DAV_PRECONDITIONS preconditions{};
     if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))
         return RefuseMapped(io, status);
 
-    const DAV_TEXT text = {token.data(), static_cast<UINT32>(token.size())};
-    const TALSTATUS status = handler.pIKestDav3->Unlock(session, path, &text, &preconditions);
+    const TALSTATUS status = Release(session, path, *handler.pIKestDav3, token, preconditions);
     if (!Failed(status))
         return Reply(io, 204, status);
-    if (Code(status) == kCodeNotFound)
+    if (Code(status) == kCodeNotFound) // RFC 4918 section 9.11.1
         return Refuse(io, 409, status, "lock-token-matches-request-uri");
     return RefuseMapped(io, status);
 }

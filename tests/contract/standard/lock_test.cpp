@@ -176,6 +176,20 @@ TEST_F(StandardLock, UnlockOfAnotherToken_Answers409)
     EXPECT_EQ(world["gen3"].Find("/gen3/c")->locks.size(), 1U);
 }
 
+// RFC 4918 section 9.11.1: no lock here has such a token, as none has a wrong one.
+TEST_F(StandardLock, UnlockOfATokenOfAnotherScheme_Answers409)
+{
+    Hold("/gen3/c", -1);
+    const std::string wrong = Run(Unlock("c", "<opaquelocktoken:other>"));
+    EXPECT_EQ(wrong.substr(0, 3), "409");
+    for (const char* token : {"<urn:uuid:00000000-0000-4000-8000-000000000001>", "<urn:held>",
+                              "urn:uuid:held", "<DAV:no-lock>"})
+        EXPECT_EQ(Run(Unlock("c", token)), wrong) << token;
+    EXPECT_EQ(Run(Unlock("c", "<urn:held>").Header("If", "(<opaquelocktoken:other>)")).substr(0, 3),
+              "412");
+    EXPECT_EQ(world["gen3"].Find("/gen3/c")->locks.size(), 1U);
+}
+
 TEST(StandardLockFailures, EveryFailureIsSurvived)
 {
     harness::ExpectEveryFailureIsSurvived(

@@ -114,12 +114,18 @@ TEST_F(IfHeader, CutAnywhere_IsMalformedOrShorter)
 
 TEST(LockToken, IsACodedUrlOfItsScheme)
 {
-    EXPECT_EQ(standard::ReadLockToken(" <opaquelocktoken:a-1> "), "a-1");
-    EXPECT_EQ(standard::ReadLockToken(" opaquelocktoken:a-1 "), "a-1");
+    using Form = standard::LockToken::Form;
+    for (const char* text : {" <opaquelocktoken:a-1> ", " opaquelocktoken:a-1 "}) {
+        EXPECT_EQ(standard::ReadLockToken(text).form, Form::Ours) << text;
+        EXPECT_EQ(standard::ReadLockToken(text).text, "a-1") << text;
+    }
     for (const char* text :
          {"", "a", "<a>", "opaquelocktoken:", "<opaquelocktoken:>", "<opaquelocktoken:a",
-          "<opaquelocktoken:a> b", "opaquelocktoken:a>", "opaquelocktoken:a b"})
-        EXPECT_EQ(standard::ReadLockToken(text).data(), nullptr) << text;
+          "<opaquelocktoken:a> b", "opaquelocktoken:a>", "opaquelocktoken:a b", "<:a>", "<1a:b>",
+          "<a b:c>", "<urn:>", "<urn:a", "<urn:a>>"})
+        EXPECT_EQ(standard::ReadLockToken(text).form, Form::Malformed) << text;
+    for (const char* text : {"<urn:uuid:a-1>", "urn:uuid:a-1", "<DAV:no-lock>", "<x+y-1.z:q>"})
+        EXPECT_EQ(standard::ReadLockToken(text).form, Form::Foreign) << text;
 }
 
 } // namespace
