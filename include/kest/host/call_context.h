@@ -55,10 +55,11 @@ struct IKestCallContext : IUnknown {
     // call ends or another takes its place. Null with success when there is none.
     // [request thread; one at a time; during the reply]
     virtual TALSTATUS GetAttachment(const GUID* key, IUnknown** object) = 0;
-    // The client's conditions. The host has judged them before the call, which says nothing about
-    // what others do meanwhile: a provider that judges them again in the step that takes or changes
-    // the name fails it, or reports, with code 40. [request thread; one at a time; before the
-    // reply]
+    // The client's conditions, which the host has read and not judged: all are empty where it
+    // gives them to nobody, as in the classic dialect. A provider judges them in the step that
+    // takes or changes the name, and fails it, or reports, with code 40. Operations of the third
+    // generation are handed them as DAV_PRECONDITIONS instead.
+    // [request thread; one at a time; before the reply]
     virtual TALSTATUS GetConditions(KEST_CONDITIONS* conditions) = 0;
 
   protected:
