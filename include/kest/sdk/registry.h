@@ -33,8 +33,11 @@ class RegistryKey {
     RegistryKey(ITalpl& platform, const WCHAR* path) : platform_(platform), record_(64)
     {
         HANDLE key = nullptr;
-        if (!Failed(platform.TalxOpenKey(path, TALX_KEY_READ, &key)))
+        const TALSTATUS status = platform.TalxOpenKey(path, TALX_KEY_READ, &key);
+        if (!Failed(status))
             key_ = key;
+        else if (Code(status) != kCodeNotFound)
+            withoutKey_ = ReadResult::Unreadable;
     }
     ~RegistryKey()
     {
@@ -124,6 +127,16 @@ class RegistryKey {
         return ReadResult::Read;
     }
 
+    // What a value is made of, whatever its type (TALX_REG_…).
+    [[nodiscard]] ReadResult Bytes(const WCHAR* name, UINT32& type, std::string& out)
+    {
+        if (const ReadResult found = Find(name); found != ReadResult::Read)
+            return found;
+        out.assign(Data(), Info().ValueLength);
+        type = Info().ValueType;
+        return ReadResult::Read;
+    }
+
     // The name of the value at `index`, counted from 0 in the order of the file; Missing past the
     // last one.
     [[nodiscard]] ReadResult NameAt(UINT32 index, std::u16string& name)
@@ -137,6 +150,19 @@ class RegistryKey {
         return ReadResult::Read;
     }
 
+    // Likewise of the key right below this one.
+    [[nodiscard]] ReadResult KeyAt(UINT32 index, std::u16string& name)
+    {
+        const ReadResult found = Fetch([&](UINT32 room, UINT32* needed) {
+            return platform_.TalxEnumerateKey(key_, index, record_.data(), room, needed);
+        });
+        if (found != ReadResult::Read)
+            return found;
+        const auto& info = *reinterpret_cast<const TALX_KEY_INFORMATION*>(record_.data());
+        name.assign(info.KeyName, info.KeyNameLength / sizeof(WCHAR));
+        return ReadResult::Read;
+    }
+
   private:
     static constexpr UINT32 kLargest = 2 * 1024 * 1024; // bytes; more than the registry holds
 
@@ -145,7 +171,7 @@ class RegistryKey {
     template <class Ask> ReadResult Fetch(Ask ask)
     {
         if (!key_)
-            return ReadResult::Missing;
+            return withoutKey_;
         for (;;) {
             const auto room = static_cast<UINT32>(record_.size() * sizeof(UINT64));
             UINT32 needed = 0;
@@ -199,7 +225,8 @@ class RegistryKey {
 
     ITalpl& platform_;
     HANDLE key_ = nullptr;
-    std::vector<UINT64> record_; // aligned for the record
+    ReadResult withoutKey_ = ReadResult::Missing; // Unreadable: it could not be opened
+    std::vector<UINT64> record_;                  // aligned for the record
 };
 
 } // namespace kest

@@ -128,4 +128,47 @@ TEST_F(RegistryKeyTest, ValuesAreNamedInOrder)
     EXPECT_EQ(names, (std::vector<std::u16string>{u"B", u"A"}));
 }
 
+TEST_F(RegistryKeyTest, KeysBelowAreNamedInOrder)
+{
+    for (const WCHAR* const below : {u"Kest\\Tests\\Below\\B", u"Kest\\Tests\\Below\\A"}) {
+        const UINT32 one = 1;
+        ASSERT_FALSE(
+            Failed(TolmRegistrySetOverride(below, u"X", TALX_REG_UINT32, &one, sizeof one)));
+    }
+    kest::RegistryKey key(*platform_.Get(), u"Kest\\Tests\\Below");
+    std::vector<std::u16string> names;
+    std::u16string name;
+    while (key.KeyAt(static_cast<UINT32>(names.size()), name) == ReadResult::Read)
+        names.push_back(name);
+    EXPECT_EQ(names, (std::vector<std::u16string>{u"B", u"A"}));
+    EXPECT_EQ(key.KeyAt(2, name), ReadResult::Missing);
+    for (const WCHAR* const below : {u"Kest\\Tests\\Below\\B", u"Kest\\Tests\\Below\\A"})
+        (void)TolmRegistrySetOverride(below, u"X", 0, nullptr, 0);
+}
+
+TEST_F(RegistryKeyTest, BytesAreThoseOfEachType)
+{
+    SetNumber(u"Number", 0x01020304);
+    kest::RegistryKey key(*platform_.Get(), kKey);
+    UINT32 type = 0;
+    std::string bytes;
+    EXPECT_EQ(key.Bytes(u"Number", type, bytes), ReadResult::Read);
+    EXPECT_EQ(type, TALX_REG_UINT32);
+    EXPECT_EQ(bytes, "\x04\x03\x02\x01");
+    EXPECT_EQ(key.Bytes(u"None", type, bytes), ReadResult::Missing);
+    EXPECT_EQ(bytes.size(), 4U);
+}
+
+// A table that cannot be opened is not taken for one that is not there: what it says may keep
+// somebody out.
+TEST_F(RegistryKeyTest, KeyThatCannotBeOpenedIsUnreadable)
+{
+    kest::RegistryKey key(*platform_.Get(), u"\\");
+    EXPECT_FALSE(key);
+    std::u16string name;
+    EXPECT_EQ(key.NameAt(0, name), ReadResult::Unreadable);
+    EXPECT_EQ(key.KeyAt(0, name), ReadResult::Unreadable);
+    EXPECT_EQ(key.Find(u"Text"), ReadResult::Unreadable);
+}
+
 } // namespace
