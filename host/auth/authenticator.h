@@ -21,18 +21,9 @@
 #include "host/auth/guess_limits.h"
 #include "host/auth/sessions.h"
 #include "host/auth/users.h"
+#include "host/config/auth_settings.h"
 
 namespace kestd {
-
-struct AuthLimits {
-    uint32_t hashesAtOnce = 1; // password hashes that run at the same time
-    uint32_t waiters = 32;     // requests that wait for a hash; one more is turned away
-    std::chrono::milliseconds longestWait{5000}; // for a hash to be free, or for another's result
-    uint32_t cacheEntries = 4096;
-    std::chrono::seconds cacheTime{600}; // unused for so long, a password is hashed again
-    std::chrono::seconds guessDelay{60}; // the longest wait between wrong guesses; 0 for none
-    std::chrono::milliseconds SlowestHash() const { return 2 * longestWait; }
-};
 
 // Credentials that have been checked.
 struct Verified {

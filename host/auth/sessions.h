@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "host/auth/clock.h"
+#include "host/config/auth_settings.h"
 #include <kest/types.h>
 
 namespace kestd {
@@ -67,12 +68,6 @@ struct Session {
     std::string cookie;                      // empty for a shared session
     std::vector<AttributeBlock*> attributes; // owned by the attribute service
     std::vector<ObjectList> objects;         // owned by the object stores
-};
-
-struct SessionLimits {
-    uint32_t sessions = 10'000;          // of all users; 1 to 2^20
-    uint32_t cookieSessionsPerUser = 64; // browsers of one user; one more ends the oldest
-    std::chrono::seconds idleTime{1200};
 };
 
 class SessionTable {

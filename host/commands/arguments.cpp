@@ -8,7 +8,7 @@
 #include "base/ascii.h"
 #include "base/utf.h"
 #include "host/auth/users.h"
-#include "host/config/registry_settings.h"
+#include "host/config/addresses.h"
 
 namespace kestd {
 

@@ -7,6 +7,8 @@
 #include "host/commands/arguments.h"
 #include "host/commands/commands.h"
 #include "host/commands/setup.h"
+#include "host/config/addresses.h"
+#include "host/config/registry_reader.h"
 #include "host/server/listener.h"
 #include "host/server/server.h"
 

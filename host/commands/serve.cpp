@@ -22,7 +22,9 @@
 #include "host/commands/commands.h"
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
+#include "host/components/directory_ldap.h"
 #include "host/components/host_classes.h"
+#include "host/config/addresses.h"
 #include "host/module/call_context.h"
 #include "host/server/server.h"
 #include <kest/req.h>
@@ -70,16 +72,6 @@ void ReportUnread()
 {
     TolmRegistryReportUnread([](const char* line, void*) { TolmLog(kLogWarning, "kestd", line); },
                              nullptr);
-}
-
-// Values that components read on first use, or that are kept for older ones, so that the report
-// of unread values does not name them.
-void TouchKnownValues(ITalpl& platform)
-{
-    RegistryReader module(platform, kModuleKey);
-    for (const char16_t* const name : {u"Template Directory", u"Debug Level", u"Moniker",
-                                       u"Read-Write Block Size", u"Dialect", u"Infinity Entries"})
-        (void)module.Has(name); // only the reading counts
 }
 
 void WarnOfOpenUsersFile(const std::string& path)
@@ -150,7 +142,6 @@ std::string Host::Start()
                                        location_);
     if (std::string problem = server_->Start(); !problem.empty())
         return problem;
-    TouchKnownValues(setup_.Platform());
     changes_.Begin(setup_.Platform());
     ReportUnread();
     // What was said so far has been read before the line that says that all is ready.
@@ -164,18 +155,17 @@ std::string Host::Start()
 // stands in it, as when it was cut short.
 bool Host::WantsUsers(const HostSettings& settings) const
 {
-    if (users_.empty() && !settings.usersFile.empty())
-        Log(kLogWarning, settings.usersFile + ": there are no users, so that nobody can sign in");
-    return !users_.empty() || !settings.usersFile.empty();
+    if (users_.empty() && !settings.users.usersFile.empty())
+        Log(kLogWarning,
+            settings.users.usersFile + ": there are no users, so that nobody can sign in");
+    return !users_.empty() || !settings.users.usersFile.empty();
 }
 
 void Host::MakeServices()
 {
     const HostName name = NameOfHost(settings_.server);
     HostServices::Settings settings;
-    settings.sessions = settings_.sessions;
-    settings.auth = settings_.auth;
-    settings.objectsPerSession = settings_.objectsPerSession;
+    settings.users = settings_.users;
     settings.identity = {name.hostname, name.port, {}};
     static SteadyClock clock;
     clock_ = &clock;
@@ -191,8 +181,8 @@ void Host::MakeServices()
 // The names of users come from where the settings say, as of now.
 void Host::UseDirectory(const HostSettings& settings)
 {
-    if (settings.usesLdap)
-        services_->directory.Use(MakeLdapDirectory(settings.ldap, *clock_));
+    if (settings.directory.usesLdap)
+        services_->directory.Use(MakeLdapDirectory(settings.directory.ldap, *clock_));
     else
         services_->directory.Use(std::make_shared<UserDirectory>(users_));
 }
@@ -292,14 +282,13 @@ void Host::Reload()
     UseDirectory(fresh);
     for (const std::string& doubt : DoubtsAboutAccess(fresh, users_, setup_.Platform()))
         Log(kLogWarning, doubt);
-    services_->sessions.SetLimits(fresh.sessions);
-    services_->authenticator.SetLimits(fresh.auth);
+    services_->sessions.SetLimits(fresh.users.sessions);
+    services_->authenticator.SetLimits(fresh.users.auth);
     services_->sessionAdmission.SetRealm(fresh.server.realm);
     if (problem = server_->Apply(fresh.server); !problem.empty())
         Log(kLogError, problem);
     settings_ = std::move(fresh);
     PublishChange();
-    TouchKnownValues(setup_.Platform());
     ReportUnread();
 }
 

@@ -4,15 +4,17 @@
 #include "host/commands/setting_changes.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <iterator>
 
 #include "base/utf.h"
 #include "host/config/access_settings.h"
+#include "host/config/class_settings.h"
+#include "host/config/directory_settings.h"
 #include "host/config/known_settings.h"
-#include "host/config/registry_settings.h"
-#include <kest/status.h>
+#include "host/config/module_settings.h"
+#include "host/config/store_settings.h"
+#include <kest/sdk/registry.h>
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -22,68 +24,17 @@ namespace {
 constexpr const char16_t* kMoniker = u"Moniker";
 constexpr const char16_t* kTemplates = u"Template Directory";
 
-class Key {
-  public:
-    Key(ITalpl& platform, const std::u16string& path) : platform_(platform)
-    {
-        if (Failed(platform.TalxOpenKey(path.c_str(), TALX_KEY_READ, &handle_)))
-            handle_ = nullptr;
-    }
-    ~Key()
-    {
-        if (handle_)
-            (void)platform_.TalxCloseKey(handle_); // it was open
-    }
-    Key(const Key&) = delete;
-    Key& operator=(const Key&) = delete;
-
-    // Calls one of the platform's operations until the record has room; null when there is none.
-    template <class Info, class Call> const Info* Fetch(Call&& call)
-    {
-        for (record_.resize(128);;) {
-            UINT32 needed = 0;
-            const auto room = static_cast<UINT32>(record_.size() * sizeof(uint64_t));
-            const TALSTATUS status = handle_ ? call(handle_, record_.data(), room, &needed)
-                                             : MakeStatus(kFacilityPlatform, kCodeNotFound);
-            if (!Failed(status))
-                return reinterpret_cast<const Info*>(record_.data());
-            if (Code(status) != kCodeBufferTooSmall || needed <= room)
-                return nullptr;
-            record_.resize(needed / sizeof(uint64_t) + 1);
-        }
-    }
-    const TALX_KEY_VALUE_INFORMATION* Value(const char16_t* name)
-    {
-        return Fetch<TALX_KEY_VALUE_INFORMATION>(
-            [&](HANDLE key, void* to, UINT32 room, UINT32* needed) {
-                return platform_.TalxQueryValueKey(key, name, to, room, needed);
-            });
-    }
-    const TALX_KEY_VALUE_INFORMATION* Value(UINT32 index)
-    {
-        return Fetch<TALX_KEY_VALUE_INFORMATION>(
-            [&](HANDLE key, void* to, UINT32 room, UINT32* needed) {
-                return platform_.TalxEnumerateValueKey(key, index, to, room, needed);
-            });
-    }
-    const TALX_KEY_INFORMATION* Subkey(UINT32 index)
-    {
-        return Fetch<TALX_KEY_INFORMATION>([&](HANDLE key, void* to, UINT32 room, UINT32* needed) {
-            return platform_.TalxEnumerateKey(key, index, to, room, needed);
-        });
-    }
-
-  private:
-    ITalpl& platform_;
-    HANDLE handle_ = nullptr;
-    std::vector<uint64_t> record_; // aligned for the records
-};
-
-std::string BytesOf(const TALX_KEY_VALUE_INFORMATION& info)
+// The type and the bytes of a value; false when there is none, or it cannot be read.
+bool ReadBytes(kest::RegistryKey& key, const char16_t* name, std::string& bytes)
 {
-    std::string bytes(sizeof info.ValueType, '\0');
-    std::memcpy(bytes.data(), &info.ValueType, sizeof info.ValueType);
-    return bytes.append(reinterpret_cast<const char*>(&info) + info.ValueOffset, info.ValueLength);
+    UINT32 type = 0;
+    std::string data;
+    if (key.Bytes(name, type, data) != kest::ReadResult::Read)
+        return false;
+    bytes.assign(sizeof type, '\0');
+    std::memcpy(bytes.data(), &type, sizeof type);
+    bytes.append(data);
+    return true;
 }
 
 bool Waits(const std::u16string& key, const std::u16string& name)
@@ -101,26 +52,23 @@ bool Waits(const std::u16string& key, const std::u16string& name)
 SettingChanges::Values SettingChanges::Read(ITalpl& platform)
 {
     Values values;
+    std::string bytes;
     for (const KnownNames& known : KnownSettings()) {
-        Key key(platform, known.key);
+        kest::RegistryKey key(platform, known.key);
         for (const char16_t* const name : known.names)
-            if (const auto* const info = key.Value(name))
-                values[{known.key, name}] = BytesOf(*info);
+            if (ReadBytes(key, name, bytes))
+                values[{known.key, name}] = bytes;
     }
     std::vector<std::u16string> whole = {kDirectoryAttributesKey, kVolumesKey, kAccessGroupsKey};
-    for (const char16_t* const parent : {kProvidersKey, kClassesKey, kAccessRulesKey}) {
-        Key key(platform, parent);
-        for (UINT32 i = 0; const auto* const info = key.Subkey(i); ++i)
-            whole.push_back(std::u16string(parent) + u"\\" +
-                            std::u16string(info->KeyName, info->KeyNameLength / sizeof(char16_t)));
-    }
+    for (const char16_t* const parent : {kProvidersKey, kClassesKey, kAccessRulesKey})
+        (void)KeysBelow(platform, parent, whole); // who uses them tells of what cannot be read
     for (const std::u16string& path : whole) {
-        Key key(platform, path);
-        for (UINT32 i = 0; const auto* const info = key.Value(i); ++i) {
-            const std::u16string name(info->KeyValueName,
-                                      info->KeyValueNameLength / sizeof(char16_t));
-            values[{path, name}] = BytesOf(*info);
-        }
+        std::vector<std::u16string> names;
+        (void)NamesOf(platform, path.c_str(), names); // likewise
+        kest::RegistryKey key(platform, path.c_str());
+        for (const std::u16string& name : names)
+            if (ReadBytes(key, name.c_str(), bytes))
+                values[{path, name}] = bytes;
     }
     return values;
 }

@@ -15,8 +15,14 @@
 #include "host/auth/passwords.h"
 #include "host/components/directory_names.h"
 #include "host/config/access_settings.h"
+#include "host/config/addresses.h"
+#include "host/config/class_settings.h"
 #include "host/config/configured_paths.h"
+#include "host/config/file_checks.h"
 #include "host/config/known_settings.h"
+#include "host/config/module_settings.h"
+#include "host/config/server_settings.h"
+#include "host/config/store_settings.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -80,19 +86,6 @@ std::string Absolute(const std::string& path)
         return path;
     std::array<char, 4096> here{};
     return getcwd(here.data(), here.size()) ? std::string(here.data()) + "/" + path : path;
-}
-
-// Whether the key has any of what the operation enumerates: subkeys or values.
-bool HasAny(ITalpl& platform, const char16_t* key, decltype(&ITalpl::TalxEnumerateKey) enumerate)
-{
-    HANDLE handle = nullptr;
-    if (Failed(platform.TalxOpenKey(key, TALX_KEY_READ, &handle)))
-        return false;
-    std::array<uint64_t, 128> info{};
-    UINT32 needed = 0;
-    const TALSTATUS status = (platform.*enumerate)(handle, 0, info.data(), sizeof info, &needed);
-    (void)platform.TalxCloseKey(handle); // it was open
-    return !Failed(status) || Code(status) == kCodeBufferTooSmall;
 }
 
 } // namespace
@@ -183,7 +176,9 @@ std::string Setup::LayDefaults()
     const std::u16string provider = Below(kProvidersKey, Braced(CLSID_FileStore));
     if (ownsProvider_)
         TakeAway(provider, u"Name");
-    ownsProvider_ = !HasAny(Platform(), kProvidersKey, &ITalpl::TalxEnumerateKey);
+    std::u16string first;
+    ownsProvider_ =
+        kest::RegistryKey(Platform(), kProvidersKey).KeyAt(0, first) == kest::ReadResult::Missing;
     if (ownsProvider_)
         if (std::string problem = LayText(provider, u"Name", "FileStore"); !problem.empty())
             return problem;
@@ -195,8 +190,10 @@ std::string Setup::LayVolumes()
     const std::u16string name = base::ToUtf16(kDefaultVolume).value_or(u"");
     if (ownsVolume_)
         TakeAway(kVolumesKey, name);
-    ownsVolume_ = arguments_.volumes.empty() &&
-                  !HasAny(Platform(), kVolumesKey, &ITalpl::TalxEnumerateValueKey);
+    std::u16string first;
+    ownsVolume_ =
+        arguments_.volumes.empty() &&
+        kest::RegistryKey(Platform(), kVolumesKey).NameAt(0, first) == kest::ReadResult::Missing;
     if (!ownsVolume_)
         return {};
     const std::string directory = state_ + "/" + kDefaultVolume;
@@ -241,7 +238,7 @@ std::vector<std::string> DoubtsAboutAccess(const HostSettings& settings, const U
 
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory)
 {
-    return settings.usersFile.empty() ? stateDirectory + "/users" : settings.usersFile;
+    return settings.users.usersFile.empty() ? stateDirectory + "/users" : settings.users.usersFile;
 }
 
 namespace {
@@ -266,8 +263,8 @@ void CompleteNames(const std::string& tree, UserMap& users)
 std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
 {
     UserMap read;
-    if (!settings.usersFile.empty())
-        if (std::string problem = WhatIsWrongWithFile(settings.usersFile); !problem.empty())
+    if (!settings.users.usersFile.empty())
+        if (std::string problem = WhatIsWrongWithFile(settings.users.usersFile); !problem.empty())
             return "'Users File': " + problem;
     if (std::string problem = LoadUsers(UsersFileOf(settings, state_), read); !problem.empty())
         return problem;
@@ -289,7 +286,7 @@ std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
         }
         read[user.name] = std::make_shared<const User>(std::move(merged));
     }
-    CompleteNames(settings.tree, read);
+    CompleteNames(settings.directory.tree, read);
     users = std::move(read);
     return {};
 }

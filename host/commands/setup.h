@@ -10,7 +10,7 @@
 #include "host/auth/users.h"
 #include "host/commands/arguments.h"
 #include "host/commands/places.h"
-#include "host/config/registry_settings.h"
+#include "host/config/host_settings.h"
 #include <kest/com.h>
 
 namespace kestd {

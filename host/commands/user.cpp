@@ -184,7 +184,8 @@ std::string FindFile(const UserArguments& arguments, std::string& file)
     if (std::string problem = setup.ReadSettings(settings); !problem.empty())
         return problem;
     file = UsersFileOf(settings, setup.StateDirectory());
-    return settings.usersFile.empty() ? MakeDirectories(setup.StateDirectory()) : std::string();
+    return settings.users.usersFile.empty() ? MakeDirectories(setup.StateDirectory())
+                                            : std::string();
 }
 
 } // namespace

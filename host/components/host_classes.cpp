@@ -27,9 +27,9 @@ TALSTATUS RegisterClass(const GUID& clazz, Maker make)
 
 HostServices::HostServices(const Settings& settings, const Clock& clock,
                            Authenticator::Matcher matches)
-    : sessions(settings.sessions, clock), attributes(sessions),
-      objects(sessions, settings.objectsPerSession), directory(sessions),
-      authenticator(settings.auth, clock, std::move(matches)),
+    : sessions(settings.users.sessions, clock), attributes(sessions),
+      objects(sessions, settings.users.objectsPerSession), directory(sessions),
+      authenticator(settings.users.auth, clock, std::move(matches)),
       sessionAdmission(authenticator, sessions),
       identity(std::make_shared<const HostIdentity>(settings.identity))
 {

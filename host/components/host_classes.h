@@ -22,9 +22,7 @@ namespace kestd {
 // this; tests, which hold no component, may.
 struct HostServices {
     struct Settings {
-        SessionLimits sessions;
-        AuthLimits auth;
-        uint32_t objectsPerSession = 64;
+        UserSettings users;
         HostIdentity identity;
     };
     explicit HostServices(const Settings& settings, const Clock& clock,

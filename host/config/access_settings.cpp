@@ -6,39 +6,25 @@
 #include <algorithm>
 
 #include "base/utf.h"
-#include "host/config/registry_settings.h"
-#include <kest/sdk/registry.h>
-#include <kest/status.h>
+#include "host/config/registry_reader.h"
 
 namespace kestd {
 namespace {
 
-// Calls `visit` with the name of each value of a key. False when one cannot be read.
-template <class Visit> bool ForEachName(ITalpl& platform, const char16_t* key, Visit&& visit)
-{
-    kest::RegistryKey values(platform, key);
-    std::u16string name;
-    for (UINT32 index = 0;; ++index) {
-        const kest::ReadResult found = values.NameAt(index, name);
-        if (found == kest::ReadResult::Missing)
-            return true;
-        if (found != kest::ReadResult::Read)
-            return false;
-        visit(name);
-    }
-}
-
 std::string ReadGroups(ITalpl& platform, std::vector<AccessGroup>& groups)
 {
+    std::vector<std::u16string> names;
+    if (!NamesOf(platform, kAccessGroupsKey, names))
+        return "the groups cannot be read";
     RegistryReader in(platform, kAccessGroupsKey);
-    const bool isRead = ForEachName(platform, kAccessGroupsKey, [&](const std::u16string& name) {
+    for (const std::u16string& name : names) {
         AccessGroup& group = groups.emplace_back();
         group.name = GroupName(base::ToUtf8(name).value_or(""));
         in.Texts(name.c_str(), group.users);
         if (group.name.empty())
             in.Refuse(name.c_str(), "expected a name");
-    });
-    return isRead ? in.Problem() : "the groups cannot be read";
+    }
+    return in.Problem();
 }
 
 class RuleReader {
@@ -127,48 +113,13 @@ class RuleReader {
 
 } // namespace
 
-bool AccessRuleKeys(ITalpl& platform, std::vector<std::u16string>& keys)
-{
-    HANDLE handle = nullptr;
-    if (const TALSTATUS status = platform.TalxOpenKey(kAccessRulesKey, TALX_KEY_READ, &handle);
-        Failed(status))
-        return Code(status) == kCodeNotFound;
-    std::vector<uint64_t> record(128); // aligned for the record
-    TALSTATUS status = TAL_STATUS_SUCCESS;
-    while (!Failed(status)) {
-        UINT32 needed = 0;
-        const auto room = static_cast<UINT32>(record.size() * sizeof(uint64_t));
-        status = platform.TalxEnumerateKey(handle, static_cast<UINT32>(keys.size()), record.data(),
-                                           room, &needed);
-        if (Code(status) == kCodeBufferTooSmall && needed > room) {
-            record.resize(needed / sizeof(uint64_t) + 1);
-            status = TAL_STATUS_SUCCESS;
-        } else if (!Failed(status)) {
-            const auto* const info = reinterpret_cast<const TALX_KEY_INFORMATION*>(record.data());
-            keys.push_back(std::u16string(kAccessRulesKey) + u"\\" +
-                           std::u16string(info->KeyName, info->KeyNameLength / sizeof(char16_t)));
-        }
-    }
-    (void)platform.TalxCloseKey(handle); // it was open
-    return Code(status) == kCodeNoMoreEntries || Code(status) == kCodeNotFound;
-}
-
-std::vector<std::string> VolumeNames(ITalpl& platform)
-{
-    std::vector<std::string> names;
-    (void)ForEachName(platform, kVolumesKey, [&](const std::u16string& name) {
-        names.push_back(base::ToUtf8(name).value_or("?"));
-    });
-    return names;
-}
-
 std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>& rules)
 {
     std::vector<AccessGroup> groups;
     if (std::string problem = ReadGroups(platform, groups); !problem.empty())
         return problem;
     std::vector<std::u16string> keys;
-    if (!AccessRuleKeys(platform, keys))
+    if (!KeysBelow(platform, kAccessRulesKey, keys))
         return "the access rules cannot be read";
     std::vector<AccessRule> read(keys.size());
     for (size_t i = 0; i < keys.size(); ++i)

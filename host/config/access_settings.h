@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/access/access_rules.h"
+#include "host/config/store_settings.h"
 #include <kest/talpl.h>
 
 namespace kestd {
@@ -25,11 +26,6 @@ std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>
 // not know, or for a volume that is not configured. One sentence each.
 template <class IsUser>
 std::vector<std::string> DoubtsAbout(const AccessRules& rules, ITalpl& platform, IsUser&& isUser);
-
-// The full paths of the keys below a key, in the order of the file. False when one cannot be read.
-bool AccessRuleKeys(ITalpl& platform, std::vector<std::u16string>& keys);
-// The names of the volumes that are configured.
-std::vector<std::string> VolumeNames(ITalpl& platform);
 
 template <class IsUser>
 std::vector<std::string> DoubtsAbout(const AccessRules& rules, ITalpl& platform, IsUser&& isUser)

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Listening addresses and the public URL: what may be written, and what it means.
+// Takes addresses and URLs apart, and puts them together.
+#include "host/config/addresses.h"
+
 #include <string>
 
 #include "base/ascii.h"
 #include "base/host_name.h"
 #include "base/percent.h"
 #include "base/uri.h"
-#include "host/config/registry_settings.h"
 
 namespace kestd {
 

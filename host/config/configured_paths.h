@@ -5,7 +5,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include <kest/talpl.h>
 
@@ -15,12 +14,5 @@ namespace kestd {
 // "FILE:LINE: 'KEY' 'NAME': reason" for each, a line each.
 // The users file is not looked at: whoever reads it says what is wrong.
 std::string CheckConfiguredPaths(ITalpl& platform);
-
-// What keeps `path` from being read as a file or entered as a directory; empty when nothing does.
-std::string WhatIsWrongWithFile(const std::string& path);
-std::string WhatIsWrongWithDirectory(const std::string& path);
-
-// The full paths of the keys right below a key.
-std::vector<std::u16string> KeysBelow(ITalpl& platform, const char16_t* key);
 
 } // namespace kestd

@@ -7,75 +7,28 @@
 #include <cstdint>
 
 #include "base/ascii.h"
-#include "base/utf.h"
 #include "host/config/access_settings.h"
-#include "host/config/configured_paths.h"
-#include "host/config/registry_settings.h"
+#include "host/config/class_settings.h"
+#include "host/config/directory_settings.h"
+#include "host/config/module_settings.h"
+#include "host/config/server_settings.h"
+#include "host/config/store_settings.h"
 #include <kest/tolm.h>
 
 namespace kestd {
 
-// By name, since a value that nobody knows is to be reported as unread.
 const std::vector<KnownNames>& KnownSettings()
 {
-    static const std::vector<KnownNames> known = {
-        {kServerKey, true, {u"Listen", u"Session Objects", u"PROXY Protocol"}},
-        {kServerKey,
-         false,
-         {u"TLS Certificate",
-          u"TLS Key",
-          u"Public URL",
-          u"Realm",
-          u"Access Log",
-          u"Wharf Directory",
-          u"Users File",
-          u"Connections",
-          u"Worker Threads",
-          u"Head Size",
-          u"Target Size",
-          u"XML Body Size",
-          u"Body Size",
-          u"Head Time",
-          u"Body Idle Time",
-          u"Send Stall Time",
-          u"Keep-Alive Time",
-          u"Shutdown Time",
-          u"Session Timeout",
-          u"Sessions",
-          u"Browser Sessions",
-          u"Password Hashes",
-          u"Password Waiters",
-          u"Credential Cache",
-          u"Credential Time",
-          u"Guess Delay",
-          u"Connections Per Address",
-          u"Waiting Requests",
-          u"Waiting Requests Per Address",
-          u"Least Rate",
-          u"Rate Time",
-          u"Trusted Proxies",
-          u"Proxy Headers"}},
-        {kModuleKey,
-         true,
-         {u"Moniker", u"Read-Write Block Size", u"Template Directory", u"Dialect",
-          u"Infinity Entries"}},
-        {kStoreKey,
-         true,
-         {u"Sync", u"Keep Deleted", u"Server Address", u"Keep Free", u"Reserve", u"Upload Time"}},
-        {kDirectoryKey,
-         false,
-         {u"Backend", u"Tree", u"Server", u"Base", u"Bind Name", u"Bind Password", u"Start TLS",
-          u"CA Certificate", u"Timeout", u"Cache Time", u"Cache Entries", u"Retry Time"}},
-    };
+    static const std::vector<KnownNames> known = [] {
+        std::vector<KnownNames> all = ServerSettingNames();
+        for (const auto names : {ModuleSettingNames, StoreSettingNames, DirectorySettingNames})
+            all.push_back(names());
+        return all;
+    }();
     return known;
 }
 
 namespace {
-
-std::string Narrowed(std::u16string_view text)
-{
-    return base::ToUtf8(text).value_or("?");
-}
 
 // How many characters have to be put in, left out or replaced (bytes; names are ASCII mostly).
 size_t Distance(std::string_view a, std::string_view b)
@@ -139,10 +92,10 @@ std::vector<std::string> KnownTables()
 {
     std::vector<std::string> tables;
     for (const KnownNames& known : KnownSettings())
-        tables.push_back(Narrowed(known.key));
+        tables.push_back(NarrowedName(known.key));
     for (const char16_t* const table :
          {kVolumesKey, kDirectoryAttributesKey, kAccessGroupsKey, kAccessRulesKey})
-        tables.push_back(Narrowed(table));
+        tables.push_back(NarrowedName(table));
     return tables;
 }
 
@@ -150,9 +103,9 @@ std::vector<std::string> NamesIn(std::string_view key)
 {
     std::vector<std::string> names;
     for (const KnownNames& known : KnownSettings())
-        if (base::EqualsIgnoringCase(Narrowed(known.key), key))
+        if (base::EqualsIgnoringCase(NarrowedName(known.key), key))
             for (const char16_t* const name : known.names)
-                names.push_back(Narrowed(name));
+                names.push_back(NarrowedName(name));
     return names;
 }
 
@@ -166,10 +119,12 @@ bool Holds(const std::vector<std::string>& names, std::string_view name)
 bool HasForeign(ITalpl& platform, const std::vector<std::u16string>& ownClasses)
 {
     for (const char16_t* const parent : {kProvidersKey, kClassesKey}) {
-        for (const std::u16string& key : KeysBelow(platform, parent)) {
-            const std::string name = Narrowed(key.substr(key.rfind(u'\\') + 1));
+        std::vector<std::u16string> keys;
+        (void)KeysBelow(platform, parent, keys); // who uses them tells of what cannot be read
+        for (const std::u16string& key : keys) {
+            const std::string name = NarrowedName(key.substr(key.rfind(u'\\') + 1));
             const auto isThis = [&](const std::u16string& own) {
-                return base::EqualsIgnoringCase(Narrowed(own), name);
+                return base::EqualsIgnoringCase(NarrowedName(own), name);
             };
             if (std::none_of(ownClasses.begin(), ownClasses.end(), isThis))
                 return true;
@@ -180,7 +135,7 @@ bool HasForeign(ITalpl& platform, const std::vector<std::u16string>& ownClasses)
 
 bool IsBelow(std::string_view key, const char16_t* parent)
 {
-    const std::string start = Narrowed(parent) + "\\";
+    const std::string start = NarrowedName(parent) + "\\";
     return base::EqualsIgnoringCase(key.substr(0, start.size()), start);
 }
 

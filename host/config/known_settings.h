@@ -7,16 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "host/config/registry_reader.h"
 #include <kest/talpl.h>
 
 namespace kestd {
 
-// Settings of one key.
-struct KnownNames {
-    const char16_t* key;
-    bool waits; // a change waits for the next start
-    std::vector<const char16_t*> names;
-};
+// Of the tables whose settings have names of our choice.
 const std::vector<KnownNames>& KnownSettings();
 
 // Says of each table and setting of the file that nobody has read and nobody knows where it stands,

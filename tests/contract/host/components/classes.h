@@ -43,7 +43,7 @@ class HostClasses : public testing::Test {
     {
         HostServices::Settings settings;
         settings.identity = {"files.example.org:8443", "8443", {}};
-        settings.sessions.idleTime = std::chrono::seconds(77);
+        settings.users.sessions.idleTime = std::chrono::seconds(77);
         services_ = std::make_unique<HostServices>(settings, clock_);
         ASSERT_EQ(RegisterHostClasses(*services_), 0U);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/config/registry_settings.h"
+#include "host/config/host_settings.h"
 
 #include <fstream>
 #include <string>
@@ -9,6 +9,7 @@
 
 #include "host/commands/setup.h"
 #include "host/config/access_settings.h"
+#include "host/config/addresses.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -52,8 +53,8 @@ TEST_F(Settings, WithoutAFile_AreTheDefaults)
     EXPECT_EQ(ReadHostSettings(*platform_.Get(), settings), "");
     EXPECT_EQ(settings.server.listen, (std::vector<ListenAddress>{{"127.0.0.1", 8080}}));
     EXPECT_EQ(settings.server.limits.connections, 10000U);
-    EXPECT_EQ(settings.sessions.idleTime.count(), 1200);
-    EXPECT_GE(settings.auth.hashesAtOnce, 1U);
+    EXPECT_EQ(settings.users.sessions.idleTime.count(), 1200);
+    EXPECT_GE(settings.users.auth.hashesAtOnce, 1U);
 }
 
 TEST_F(Settings, EveryValueIsTakenOver)
@@ -99,7 +100,7 @@ TEST_F(Settings, EveryValueIsTakenOver)
               "");
     EXPECT_EQ(s.server.listen, (std::vector<ListenAddress>{{"0.0.0.0", 80}, {"::1", 8081}}));
     EXPECT_EQ(s.server.tlsCertificate + s.server.tlsKey + s.server.publicUrl + s.server.realm +
-                  s.server.wharfDirectory + s.usersFile,
+                  s.server.wharfDirectory + s.users.usersFile,
               "/c/khttps://files.example.orgR/w/u");
     EXPECT_FALSE(s.server.accessLog);
     EXPECT_EQ(s.server.proxyProtocol, (std::vector<ListenAddress>{{"::1", 8081}}));
@@ -132,14 +133,14 @@ void Settings::ExpectGivenLimits(const Limits& l)
 
 void Settings::ExpectGivenSessions(const HostSettings& s)
 {
-    EXPECT_EQ(s.sessions.idleTime.count(), 60);
-    EXPECT_EQ(s.sessions.sessions, 7U);
-    EXPECT_EQ(s.sessions.cookieSessionsPerUser, 8U);
-    EXPECT_EQ(s.objectsPerSession, 9U);
-    EXPECT_EQ(s.auth.hashesAtOnce, 3U);
-    EXPECT_EQ(s.auth.waiters, 0U);
-    EXPECT_EQ(s.auth.cacheEntries, 10U);
-    EXPECT_EQ(s.auth.cacheTime.count(), 11);
+    EXPECT_EQ(s.users.sessions.idleTime.count(), 60);
+    EXPECT_EQ(s.users.sessions.sessions, 7U);
+    EXPECT_EQ(s.users.sessions.cookieSessionsPerUser, 8U);
+    EXPECT_EQ(s.users.objectsPerSession, 9U);
+    EXPECT_EQ(s.users.auth.hashesAtOnce, 3U);
+    EXPECT_EQ(s.users.auth.waiters, 0U);
+    EXPECT_EQ(s.users.auth.cacheEntries, 10U);
+    EXPECT_EQ(s.users.auth.cacheTime.count(), 11);
 }
 
 TEST_F(Settings, ThePathOfThePublicUrlIsThePrefix)
@@ -363,27 +364,28 @@ TEST_F(Settings, ShippedFile_HoldsTheDefaults)
                        std::chrono::milliseconds(1),
                        std::chrono::milliseconds(1),
                        std::chrono::milliseconds(1)};
-    s.sessions = {1, 1, std::chrono::seconds(1)};
-    s.objectsPerSession = 1;
-    s.auth.waiters = s.auth.cacheEntries = 1;
-    s.auth.cacheTime = std::chrono::seconds(1);
-    s.tree = "?";
-    s.ldap.attributes.clear();
+    s.users.sessions = {1, 1, std::chrono::seconds(1)};
+    s.users.objectsPerSession = 1;
+    s.users.auth.waiters = s.users.auth.cacheEntries = 1;
+    s.users.auth.cacheTime = std::chrono::seconds(1);
+    s.directory.tree = "?";
+    s.directory.ldap.attributes.clear();
     ASSERT_EQ(ReadHostSettings(*platform_.Get(), s), "");
     EXPECT_EQ(s.server.listen, defaults.server.listen);
     EXPECT_EQ(s.server.realm, defaults.server.realm);
     EXPECT_EQ(s.server.accessLog, defaults.server.accessLog);
     ExpectSame(s.server.limits, defaults.server.limits);
-    EXPECT_EQ(s.sessions.sessions, defaults.sessions.sessions);
-    EXPECT_EQ(s.sessions.cookieSessionsPerUser, defaults.sessions.cookieSessionsPerUser);
-    EXPECT_EQ(s.sessions.idleTime, defaults.sessions.idleTime);
-    EXPECT_EQ(s.objectsPerSession, defaults.objectsPerSession);
-    EXPECT_EQ(s.auth.waiters, defaults.auth.waiters);
-    EXPECT_EQ(s.auth.cacheEntries, defaults.auth.cacheEntries);
-    EXPECT_EQ(s.auth.cacheTime, defaults.auth.cacheTime);
-    EXPECT_EQ(s.tree, defaults.tree);
-    EXPECT_EQ(s.usesLdap, defaults.usesLdap);
-    EXPECT_EQ(s.ldap.attributes, defaults.ldap.attributes);
+    EXPECT_EQ(s.users.sessions.sessions, defaults.users.sessions.sessions);
+    EXPECT_EQ(s.users.sessions.cookieSessionsPerUser,
+              defaults.users.sessions.cookieSessionsPerUser);
+    EXPECT_EQ(s.users.sessions.idleTime, defaults.users.sessions.idleTime);
+    EXPECT_EQ(s.users.objectsPerSession, defaults.users.objectsPerSession);
+    EXPECT_EQ(s.users.auth.waiters, defaults.users.auth.waiters);
+    EXPECT_EQ(s.users.auth.cacheEntries, defaults.users.auth.cacheEntries);
+    EXPECT_EQ(s.users.auth.cacheTime, defaults.users.auth.cacheTime);
+    EXPECT_EQ(s.directory.tree, defaults.directory.tree);
+    EXPECT_EQ(s.directory.usesLdap, defaults.directory.usesLdap);
+    EXPECT_EQ(s.directory.ldap.attributes, defaults.directory.ldap.attributes);
     EXPECT_EQ(CheckComponentSettings(*platform_.Get()), "");
     std::string unread; // the file names nothing that nobody knows
     TolmRegistryReportUnread(

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What keeps a configured file or directory from being used.
+#pragma once
+
+#include <string>
+
+namespace kestd {
+
+// What keeps `path` from being read as a file or entered as a directory; empty when nothing does.
+std::string WhatIsWrongWithFile(const std::string& path);
+std::string WhatIsWrongWithDirectory(const std::string& path);
+
+} // namespace kestd
