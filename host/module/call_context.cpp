@@ -17,10 +17,10 @@ namespace {
 
 thread_local RunningCall* t_call = nullptr;
 
-constexpr TALSTATUS kNoCall = MakeStatus(kFacilityHost, kCodeNotFound);
-constexpr TALSTATUS kNullArgument = MakeStatus(kFacilityHost, kCodeInvalidParameter);
-constexpr TALSTATUS kTooMany = MakeStatus(kFacilityHost, kCodeInsufficientResources);
-constexpr TALSTATUS kNoInterface = MakeStatus(kFacilityHost, kCodeNoInterface);
+constexpr TALSTATUS kNoCall = HostFailure(kCodeNotFound);
+constexpr TALSTATUS kNullArgument = HostFailure(kCodeInvalidParameter);
+constexpr TALSTATUS kTooMany = HostFailure(kCodeInsufficientResources);
+constexpr TALSTATUS kNoInterface = HostFailure(kCodeNoInterface);
 
 // What the rules say for the running call. The object has no state, as that of the call's context.
 class Access final : public IKestAccess {

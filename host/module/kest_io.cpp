@@ -10,6 +10,7 @@
 
 #include "base/ascii.h"
 #include "base/utf.h"
+#include "host/component.h"
 #include "host/config/settings_holder.h"
 #include "host/pipeline/pipeline.h"
 #include <kest/identifiers.h>
@@ -19,22 +20,17 @@ namespace kestd {
 
 namespace {
 
-constexpr TALSTATUS Failure(UINT16 code) noexcept
-{
-    return MakeStatus(kFacilityHost, code);
-}
-
 // Copies a text with its terminator into a caller's buffer; see IKestIO_3::GetRequestHeader.
 TALSTATUS CopyOut(std::string_view text, UINT32* length, char* buffer) noexcept
 {
     if (!length)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     const UINT32 room = buffer ? *length : 0;
     if (text.size() >= room) {
         if (room != 0)
             std::memcpy(buffer, text.data(), std::min<size_t>(room, text.size()));
         *length = static_cast<UINT32>(text.size() + 1);
-        return Failure(kCodeBufferTooSmall);
+        return HostFailure(kCodeBufferTooSmall);
     }
     std::memcpy(buffer, text.data(), text.size());
     buffer[text.size()] = '\0';
@@ -86,13 +82,13 @@ bool MakeWide(Arena& arena, std::string_view text, size_t spare, UNICODE_STRING&
 TALSTATUS CopyWide(std::string_view text, UNICODE_STRING* out)
 {
     if (!out || !out->Buffer)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     std::u16string wide;
     if (!base::AppendUtf16(text, wide))
-        return Failure(kCodeUnsuccessful);
+        return HostFailure(kCodeUnsuccessful);
     const size_t bytes = wide.size() * sizeof(WCHAR);
     if (bytes > out->MaximumLength)
-        return Failure(kCodeBufferTooSmall);
+        return HostFailure(kCodeBufferTooSmall);
     std::memcpy(out->Buffer, wide.data(), bytes);
     out->Length = static_cast<UINT16>(bytes);
     return TAL_STATUS_SUCCESS;
@@ -108,11 +104,11 @@ template <class F> TALSTATUS KestIo::Guarded(F&& operation) noexcept
     try {
         return operation();
     } catch (const std::bad_alloc&) {
-        ReportFailure(Failure(kCodeInsufficientResources));
-        return Failure(kCodeInsufficientResources);
+        ReportFailure(HostFailure(kCodeInsufficientResources));
+        return HostFailure(kCodeInsufficientResources);
     } catch (...) {
-        ReportFailure(Failure(kCodeUnsuccessful));
-        return Failure(kCodeUnsuccessful);
+        ReportFailure(HostFailure(kCodeUnsuccessful));
+        return HostFailure(kCodeUnsuccessful);
     }
 }
 
@@ -124,7 +120,7 @@ KestIo::KestIo(Exchange& exchange) noexcept
 TALSTATUS KestIo::QueryInterface(const GUID* iid, void** out)
 {
     if (!iid || !out)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *out = nullptr;
     if (*iid == IID_KestInterimReply_1)
         *out = static_cast<IKestInterimReply*>(this);
@@ -133,7 +129,7 @@ TALSTATUS KestIo::QueryInterface(const GUID* iid, void** out)
     else if (*iid == IID_KestIO_5 || *iid == IID_KestIO_3 || *iid == IID_IUnknown)
         *out = static_cast<IKestIO_5*>(this);
     else
-        return Failure(kCodeNoInterface);
+        return HostFailure(kCodeNoInterface);
     AddRef();
     return TAL_STATUS_SUCCESS;
 }
@@ -151,7 +147,7 @@ TALSTATUS KestIo::DiscardClientPayload()
 TALSTATUS KestIo::GetCopyInfo(BOOLEAN* overwrite, INT32* depth, UNICODE_STRING** destination)
 {
     if (!depth)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *depth = exchange_.copyMove.depth;
     return GetMoveInfo(overwrite, destination);
 }
@@ -159,9 +155,9 @@ TALSTATUS KestIo::GetCopyInfo(BOOLEAN* overwrite, INT32* depth, UNICODE_STRING**
 TALSTATUS KestIo::GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination)
 {
     if (!overwrite || !destination)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     if (exchange_.copyMove.destination.empty())
-        return Failure(kCodeInvalidRequest); // neither COPY nor MOVE
+        return HostFailure(kCodeInvalidRequest); // neither COPY nor MOVE
     return Guarded([&] {
         if (!destination_.Buffer)
             destination_ = MakeWide(request_.arena, exchange_.copyMove.destination, 1);
@@ -174,7 +170,7 @@ TALSTATUS KestIo::GetMoveInfo(BOOLEAN* overwrite, UNICODE_STRING** destination)
 TALSTATUS KestIo::GetRawUrl(STRING** url)
 {
     if (!url)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     const auto length =
         static_cast<UINT16>(request_.target.rawPath.size()); // bounded with the target
     rawUrl_ = {length, static_cast<UINT16>(length + 1), request_.target.rawPath.data()};
@@ -195,10 +191,10 @@ TALSTATUS KestIo::GetRemoteHost(UNICODE_STRING* host)
 TALSTATUS KestIo::GetUrl(UINT32*, UNICODE_STRING** url)
 {
     if (!url)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         if (!url_.Buffer && !MakeWide(request_.arena, request_.target.path, kSpareUnits, url_))
-            return Failure(kCodeInvalidRequest);
+            return HostFailure(kCodeInvalidRequest);
         *url = &url_;
         return TAL_STATUS_SUCCESS;
     });
@@ -207,10 +203,10 @@ TALSTATUS KestIo::GetUrl(UINT32*, UNICODE_STRING** url)
 TALSTATUS KestIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
 {
     if (!arguments)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         if (!arguments_.Buffer && !MakeWide(request_.arena, request_.target.query, 1, arguments_))
-            return Failure(kCodeInvalidRequest);
+            return HostFailure(kCodeInvalidRequest);
         *arguments = &arguments_;
         return TAL_STATUS_SUCCESS;
     });
@@ -219,17 +215,17 @@ TALSTATUS KestIo::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
 TALSTATUS KestIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         const std::string_view* value = request_.FindHeader(name);
-        return value ? CopyOut(*value, length, buffer) : Failure(kCodeNotFound);
+        return value ? CopyOut(*value, length, buffer) : HostFailure(kCodeNotFound);
     });
 }
 
 TALSTATUS KestIo::GetRequestMethod(UINT32* number)
 {
     if (!number)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *number = request_.method;
     return TAL_STATUS_SUCCESS;
 }
@@ -237,15 +233,15 @@ TALSTATUS KestIo::GetRequestMethod(UINT32* number)
 TALSTATUS KestIo::GetReplyHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     const std::string_view* value = response_.FindHeader(name);
-    return value ? CopyOut(*value, length, buffer) : Failure(kCodeNotFound);
+    return value ? CopyOut(*value, length, buffer) : HostFailure(kCodeNotFound);
 }
 
 TALSTATUS KestIo::GetUserAgent(UINT32* kind)
 {
     if (!kind)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] { // 0: a program; 1: a browser, which is who asks for HTML
         const std::string_view* accept = request_.FindHeader("Accept");
         *kind = accept && accept->find("text/html") != std::string_view::npos;
@@ -256,7 +252,7 @@ TALSTATUS KestIo::GetUserAgent(UINT32* kind)
 TALSTATUS KestIo::IsClientPayloadAvailable(UINT32* available)
 {
     if (!available)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *available = exchange_.body.Available();
     return TAL_STATUS_SUCCESS;
 }
@@ -264,21 +260,21 @@ TALSTATUS KestIo::IsClientPayloadAvailable(UINT32* available)
 TALSTATUS KestIo::ReadClientPayload(UINT32 size, UINT8* buffer, UINT32* read)
 {
     if (!read || (size && !buffer))
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] { return exchange_.body.Read(size, buffer, read); });
 }
 
 TALSTATUS KestIo::PutString(char* text)
 {
     return text ? Write(static_cast<UINT32>(std::strlen(text)), reinterpret_cast<UINT8*>(text))
-                : Failure(kCodeInvalidParameter);
+                : HostFailure(kCodeInvalidParameter);
 }
 
 TALSTATUS KestIo::SendHeader(HTTPSTATUS status)
 {
     return Guarded([&] {
         return exchange_.pipeline->BeginReply(exchange_, status) ? TAL_STATUS_SUCCESS
-                                                                 : Failure(kCodeInvalidRequest);
+                                                                 : HostFailure(kCodeInvalidRequest);
     });
 }
 
@@ -288,23 +284,23 @@ TALSTATUS KestIo::SendInterim(HTTPSTATUS status, UINT32 count, const KEST_HEADER
         return std::string_view(text.Buffer ? text.Buffer : "", text.Buffer ? text.Length : 0);
     };
     if (status < 102 || status > 199 || count > kMostInterimLines || (count && !lines))
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         HeaderFields fields;
         for (UINT32 i = 0; i < count; ++i)
             if (!fields.Set(request_.arena, viewOf(lines[i].Name), viewOf(lines[i].Value)))
-                return Failure(kCodeInvalidParameter);
+                return HostFailure(kCodeInvalidParameter);
         switch (response_.SendInterim(status, fields)) {
         case Response::Interim::Sent:
             return TAL_STATUS_SUCCESS;
         case Response::Interim::NotTaken:
-            return Failure(kCodeNotImplemented);
+            return HostFailure(kCodeNotImplemented);
         case Response::Interim::TooLate:
-            return Failure(kCodeInvalidRequest);
+            return HostFailure(kCodeInvalidRequest);
         case Response::Interim::Gone:
             break;
         }
-        return Failure(kCodeUnsuccessful);
+        return HostFailure(kCodeUnsuccessful);
     });
 }
 
@@ -322,7 +318,7 @@ KEST_CONDITIONS KestIo::Conditions() const noexcept
 TALSTATUS KestIo::SetRequestHeader(char* name, UINT32 length, char* value)
 {
     if (!name || !*name || (length && !value))
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         request_.SetHeader(name, {value, length});
         return TAL_STATUS_SUCCESS;
@@ -332,10 +328,10 @@ TALSTATUS KestIo::SetRequestHeader(char* name, UINT32 length, char* value)
 TALSTATUS KestIo::SetReplyHeader(char* name, UINT32 length, char* value)
 {
     if (!name || (length && !value))
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         return response_.SetHeader(name, {value, length}) ? TAL_STATUS_SUCCESS
-                                                          : Failure(kCodeInvalidParameter);
+                                                          : HostFailure(kCodeInvalidParameter);
     });
 }
 
@@ -343,17 +339,17 @@ TALSTATUS KestIo::Working()
 {
     // Nothing is sent: interim replies for this (102) confuse more clients than they help, and the
     // limits that end a request count waiting for the client, not work.
-    return IsCancelled() ? Failure(kCodeUnsuccessful) : TAL_STATUS_SUCCESS;
+    return IsCancelled() ? HostFailure(kCodeUnsuccessful) : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS KestIo::Write(UINT32 size, UINT8* data)
 {
     if (size && !data)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         const std::string_view piece(reinterpret_cast<const char*>(data), size);
         return exchange_.pipeline->WriteReply(exchange_, piece) ? TAL_STATUS_SUCCESS
-                                                                : Failure(kCodeUnsuccessful);
+                                                                : HostFailure(kCodeUnsuccessful);
     });
 }
 
@@ -361,18 +357,18 @@ TALSTATUS KestIo::SendFile(INT32 descriptor, UINT64 offset, UINT64 length, UINT6
 {
     constexpr UINT64 kFarthest = std::numeric_limits<INT64>::max();
     if (descriptor < 0 || !sent || offset > kFarthest || length > kFarthest - offset)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *sent = 0;
     return Guarded([&] {
         switch (exchange_.pipeline->SendFile(exchange_, descriptor, offset, length, *sent)) {
         case Response::FileOutcome::Sent:
             return TAL_STATUS_SUCCESS;
         case Response::FileOutcome::Cannot:
-            return Failure(kCodeNotImplemented);
+            return HostFailure(kCodeNotImplemented);
         case Response::FileOutcome::Broken:
             break;
         }
-        return Failure(kCodeUnsuccessful);
+        return HostFailure(kCodeUnsuccessful);
     });
 }
 
@@ -384,7 +380,7 @@ void* KestIo::AllocMemory(UINT32 size)
 TALSTATUS KestIo::GetRawHeaders(UINT8** headers)
 {
     if (!headers)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         if (!rawHeaders_)
             rawHeaders_ = reinterpret_cast<UINT8*>(
@@ -412,7 +408,7 @@ TALSTATUS KestIo::GetProtocolName(UINT32* length, char* buffer)
 TALSTATUS KestIo::SetCustomError(HTTPSTATUS status, char* text)
 {
     if (!text || status < 400 || status > 599)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     return Guarded([&] {
         exchange_.SetErrorPage(status, text);
         return TAL_STATUS_SUCCESS;

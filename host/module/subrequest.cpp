@@ -10,6 +10,7 @@
 
 #include "base/ascii.h"
 #include "base/utf.h"
+#include "host/component.h"
 
 namespace kestd {
 
@@ -17,16 +18,11 @@ namespace {
 
 constexpr size_t kSpareUnits = 1024; // behind the path, as in every request
 
-constexpr TALSTATUS Failure(UINT16 code) noexcept
-{
-    return MakeStatus(kFacilityHost, code);
-}
-
 // Stores a result, or says that there was nowhere to put it.
 template <class T, class U> TALSTATUS Give(T* out, U value) noexcept
 {
     if (!out)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *out = value;
     return TAL_STATUS_SUCCESS;
 }
@@ -59,10 +55,10 @@ bool Subrequest::IsCancelled() noexcept
 TALSTATUS Subrequest::QueryInterface(const GUID* iid, void** out)
 {
     if (!iid || !out)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     *out = nullptr;
     if (!(*iid == IID_KestIO_5 || *iid == IID_KestIO_3 || *iid == IID_IUnknown))
-        return Failure(kCodeNoInterface);
+        return HostFailure(kCodeNoInterface);
     *out = static_cast<IKestIO_5*>(this);
     AddRef();
     return TAL_STATUS_SUCCESS;
@@ -75,12 +71,12 @@ TALSTATUS Subrequest::DiscardClientPayload()
 
 TALSTATUS Subrequest::GetCopyInfo(BOOLEAN*, INT32*, UNICODE_STRING**)
 {
-    return Failure(kCodeInvalidRequest);
+    return HostFailure(kCodeInvalidRequest);
 }
 
 TALSTATUS Subrequest::GetMoveInfo(BOOLEAN*, UNICODE_STRING**)
 {
-    return Failure(kCodeInvalidRequest);
+    return HostFailure(kCodeInvalidRequest);
 }
 
 TALSTATUS Subrequest::GetRawUrl(STRING** url)
@@ -111,13 +107,13 @@ TALSTATUS Subrequest::GetUrlArguments(UINT32*, UNICODE_STRING** arguments)
 TALSTATUS Subrequest::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name || !length)
-        return Failure(kCodeInvalidParameter);
+        return HostFailure(kCodeInvalidParameter);
     if (lockToken_.empty() || !base::EqualsIgnoringCase(name, "Lock-Token"))
-        return Failure(kCodeNotFound);
+        return HostFailure(kCodeNotFound);
     const UINT32 room = buffer ? *length : 0;
     *length = static_cast<UINT32>(lockToken_.size() + (lockToken_.size() >= room ? 1 : 0));
     if (lockToken_.size() >= room)
-        return Failure(kCodeBufferTooSmall);
+        return HostFailure(kCodeBufferTooSmall);
     lockToken_.copy(buffer, lockToken_.size());
     buffer[lockToken_.size()] = '\0';
     return TAL_STATUS_SUCCESS;
@@ -130,7 +126,7 @@ TALSTATUS Subrequest::GetRequestMethod(UINT32* number)
 
 TALSTATUS Subrequest::GetReplyHeader(char*, UINT32*, char*)
 {
-    return Failure(kCodeNotFound);
+    return HostFailure(kCodeNotFound);
 }
 
 TALSTATUS Subrequest::GetUserAgent(UINT32* kind)
@@ -146,7 +142,7 @@ TALSTATUS Subrequest::IsClientPayloadAvailable(UINT32* available)
 TALSTATUS Subrequest::ReadClientPayload(UINT32, UINT8*, UINT32* read)
 {
     const TALSTATUS status = Give(read, 0u);
-    return Failed(status) ? status : Failure(kCodeEndOfFile);
+    return Failed(status) ? status : HostFailure(kCodeEndOfFile);
 }
 
 TALSTATUS Subrequest::PutString(char*)
@@ -156,7 +152,7 @@ TALSTATUS Subrequest::PutString(char*)
 
 TALSTATUS Subrequest::SendHeader(HTTPSTATUS)
 {
-    return std::exchange(hasBegun_, true) ? Failure(kCodeInvalidRequest) : TAL_STATUS_SUCCESS;
+    return std::exchange(hasBegun_, true) ? HostFailure(kCodeInvalidRequest) : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Subrequest::SetRequestHeader(char*, UINT32, char*)
@@ -167,8 +163,8 @@ TALSTATUS Subrequest::SetRequestHeader(char*, UINT32, char*)
 TALSTATUS Subrequest::SetReplyHeader(char* name, UINT32 length, char* value)
 {
     if (hasBegun_)
-        return Failure(kCodeInvalidRequest);
-    return !name || (length && !value) ? Failure(kCodeInvalidParameter) : TAL_STATUS_SUCCESS;
+        return HostFailure(kCodeInvalidRequest);
+    return !name || (length && !value) ? HostFailure(kCodeInvalidParameter) : TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS Subrequest::Working()

@@ -4,6 +4,7 @@
 #include "host/pipeline/home_folders.h"
 
 #include "base/utf.h"
+#include "host/component.h"
 #include "host/config/settings_holder.h"
 #include <kest/com.h>
 #include <kest/dav.h>
@@ -24,7 +25,7 @@ bool IsThere(TALSTATUS status)
 void Make(IKestDAV2& provider, SCHANDLE session, const std::string& path)
 {
     std::u16string wide;
-    TALSTATUS status = MakeStatus(kFacilityHost, kCodeInvalidParameter);
+    TALSTATUS status = HostFailure(kCodeInvalidParameter);
     if (base::AppendUtf16(path, wide) && wide.size() < 0x7000) {
         UNICODE_STRING text{static_cast<UINT16>(wide.size() * sizeof(WCHAR)),
                             static_cast<UINT16>(wide.size() * sizeof(WCHAR)), wide.data()};
