@@ -40,6 +40,23 @@ def cpu_seconds(root):
     return total / TICK
 
 
+def cpu_nanoseconds(root):
+    """The same of the living alone, by thread and as exact as the scheduler counts it."""
+    total = 0
+    for pid in family(root):
+        try:
+            threads = os.listdir(f"/proc/{pid}/task")
+        except OSError:
+            continue
+        for thread in threads:
+            try:
+                with open(f"/proc/{pid}/task/{thread}/schedstat", encoding="ascii") as stat:
+                    total += int(stat.read().split()[0])
+            except OSError:
+                continue
+    return total
+
+
 def _status(pid, key):
     try:
         with open(f"/proc/{pid}/status", encoding="ascii", errors="replace") as status:

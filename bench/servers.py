@@ -16,6 +16,7 @@ import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 CONNECTIONS = 12000
+KESTD = os.path.join(ROOT, "build/release/bin/kestd")
 
 
 def free_port():
@@ -107,23 +108,27 @@ class Kestd(Server):
     name = "kestd"
     prefix = "/Ferro"
     sync = "none"  # the peers never sync, either
+    dialect = "standard"
+    keep_deleted = None  # days; None: as it is without a setting
 
     @classmethod
     def available(cls):
-        return find(os.path.join(ROOT, "build/release/bin/kestd"))
+        return find(KESTD)
 
     def configure(self):
+        keep = "" if self.keep_deleted is None else f"'Keep Deleted' = {self.keep_deleted}"
         config = self.text("kest.toml", f"""
 ['Kest\\Configuration\\Server']
 'Access Log' = false
 'Connections' = {CONNECTIONS}
 ['Kest\\Configuration\\FileStore']
 'Sync' = '{self.sync}'
+{keep}
 """)
         state = os.path.join(self.run, "state")
         os.makedirs(state, exist_ok=True)
         return [self.available(), "serve", "--config", config, "--listen", f"127.0.0.1:{self.port}",
-                "--state-dir", state,
+                "--state-dir", state, "--dialect", self.dialect,
                 f"r={self.read}", f"w={self.write}"]
 
 
@@ -132,6 +137,18 @@ class KestdData(Kestd):
 
     name = "kestd-sync"
     sync = "data"
+
+
+class Standard(Kestd):
+    """Nothing is synced and nothing deleted is kept: what the peers do."""
+
+    name = "standard"
+    keep_deleted = 0
+
+
+class Classic(Standard):
+    name = "classic"
+    dialect = "classic"
 
 
 class Nginx(Server):

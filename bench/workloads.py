@@ -25,10 +25,11 @@ class Wrong(Exception):
 class Context:
     """What a workload works with: one server, the common tree, and how long to measure."""
 
-    def __init__(self, server, seconds, scale):
+    def __init__(self, server, seconds, scale, sequences=0):
         self.server = server
         self.seconds = seconds
         self.scale = scale  # divides sizes and counts, for a quick look
+        self.sequences = sequences  # so many times in place of a time; 0: for a time
 
     def common(self, name):
         return os.path.join(self.server.read, name)
@@ -83,7 +84,8 @@ class Workload:
 
 
 def timed(ctx, connections, *lines):
-    return [f"connections {connections}", f"duration {ctx.seconds}", *lines]
+    bound = f"sequences {ctx.sequences}" if ctx.sequences else f"duration {ctx.seconds}"
+    return [f"connections {connections}", bound, *lines]
 
 
 class Get(Workload):
@@ -153,6 +155,7 @@ class Put(Workload):
 
 class Propfind(Workload):
     group = "properties"
+    question = PROPFIND
 
     def __init__(self, name, depth, entries):
         self.name, self.depth, self.entries = name, depth, entries
@@ -168,7 +171,7 @@ class Propfind(Workload):
             self.target = ctx.server.path("r", "propfind.txt")
         # One reply is read as a client does; the load client then holds all others against its
         # length and its count of entries.
-        status, body = ctx.request("PROPFIND", self.target, PROPFIND,
+        status, body = ctx.request("PROPFIND", self.target, self.question,
                                    {"Depth": str(self.depth), "Content-Type": "text/xml"})
         entries = len(re.findall(rb"<(?:\w+:)?response[ >]", body))
         wanted = count + 1
@@ -180,7 +183,7 @@ class Propfind(Workload):
     def scenario(self, ctx):
         return timed(ctx, 1 if self.entries >= 1000 else 16,
                      f"step PROPFIND {self.target}", f"header Depth: {self.depth}",
-                     "header Content-Type: text/xml", f"body {PROPFIND}",
+                     "header Content-Type: text/xml", f"body {self.question}",
                      "expect 207", f"reply-length {self.length}")
 
     def units(self):
