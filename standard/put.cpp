@@ -38,16 +38,6 @@ TALSTATUS ReadUpdate(IKestIO_5* io, Upload& upload)
     return ReadUpdateRange(range, upload.range) ? TAL_STATUS_SUCCESS : TAL_STATUS_INVALID_REQUEST;
 }
 
-// Whether the body is of the one kind that PATCH takes. A type's parameters do not matter.
-bool IsPartialUpdate(IKestIO_5* io)
-{
-    std::string_view type;
-    if (Failed(ReadHeader(io, "Content-Type", type)))
-        return false;
-    return EqualsIgnoringCase(Trimmed(type.substr(0, type.find(';'))),
-                              "application/x-sabredav-partialupdate");
-}
-
 bool HasBodyArrived()
 {
     Ref<IKestCallContext> context;
@@ -115,7 +105,12 @@ TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
     if (UploadResource resource; IsUploadResource(*url, resource))
         return PatchUpload(session, resource, io);
-    if (!IsPartialUpdate(io)) {
+    bool isUpdate = false; // the one kind of body that is taken
+    if (const TALSTATUS status =
+            ReadMediaType(io, "application/x-sabredav-partialupdate", isUpdate);
+        Failed(status))
+        return RefuseMapped(io, status);
+    if (!isUpdate) {
         SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
         return Refuse(io, 415, TAL_STATUS_NOT_SUPPORTED);
     }

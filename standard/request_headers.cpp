@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "standard/scan.h"
 #include "support/globals.h"
 #include "support/uri.h"
 
@@ -89,6 +90,15 @@ TALSTATUS ReadConditions(IKestIO_5* io, bool isReading, Conditions& conditions)
             Failed(status))
             return status;
     return ReadDateHeader(io, "If-Unmodified-Since", conditions.unmodifiedSince);
+}
+
+TALSTATUS ReadMediaType(IKestIO_5* io, std::string_view wanted, bool& isWanted)
+{
+    std::string_view type;
+    const TALSTATUS status = ReadHeader(io, "Content-Type", type);
+    isWanted =
+        !Failed(status) && EqualsIgnoringCase(Trimmed(type.substr(0, type.find(';'))), wanted);
+    return status;
 }
 
 bool EndsWithSlash(IKestIO_5* io)

@@ -25,6 +25,9 @@ UINT64 ReadDate(std::string_view text);
 // requests only and is not read otherwise.
 [[nodiscard]] TALSTATUS ReadConditions(IKestIO_5* io, bool isReading, Conditions& conditions);
 
+// Whether the body is of a media type ("Content-Type" without its parameters). Fails as ReadHeader.
+[[nodiscard]] TALSTATUS ReadMediaType(IKestIO_5* io, std::string_view wanted, bool& isWanted);
+
 // Whether the path as the client sent it ends with "/".
 bool EndsWithSlash(IKestIO_5* io);
 

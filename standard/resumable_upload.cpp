@@ -86,6 +86,10 @@ TALSTATUS ResumableUpload::Create(const UploadFields& fields, bool& isServed)
     if (Failed(status))
         return AnswerUpload(io_, status, target_, upload_);
     location_ = UploadLocation(io_, state_);
+    if (location_.empty() && !fields_.isComplete) { // nobody could go on with it
+        Cancel();
+        return RefuseMapped(io_, TAL_STATUS_INSUFFICIENT_RESOURCES);
+    }
     AnnounceUpload(io_, fields_, state_, location_);
     return Take(0);
 }
@@ -173,8 +177,9 @@ ResumableUpload::Received ResumableUpload::Receive(IKestDAVResource3& content, U
         received.bytes += read;
     }
     received.status = digests.Check();
-    if (Failed(received.status))
-        (void)content.SetLength(start); // else the next look finds more than was acknowledged
+    // The next look must not find what is known to be wrong: it would become a part of the file.
+    if (Failed(received.status) && Failed(content.SetLength(start)))
+        Cancel();
     return received;
 }
 

@@ -14,15 +14,6 @@ namespace standard {
 
 namespace {
 
-bool HasPartialUpload(IKestIO_5* io)
-{
-    std::string_view type;
-    if (Failed(ReadHeader(io, "Content-Type", type)))
-        return false;
-    return EqualsIgnoringCase(Trimmed(type.substr(0, type.find(';'))),
-                              "application/partial-upload");
-}
-
 TALSTATUS RefuseMissing(IKestIO_5* io, TALSTATUS status)
 {
     return IsNotOffered(status) ? Refuse(io, 404, status) : RefuseMapped(io, status);
@@ -59,7 +50,11 @@ TALSTATUS PatchUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io)
     UploadFields fields;
     if (const TALSTATUS status = ReadUploadFields(io, fields); Failed(status))
         return RefuseMapped(io, status);
-    if (fields.NeedsMediaType() && !HasPartialUpload(io)) {
+    bool isPart = false;
+    if (const TALSTATUS status = ReadMediaType(io, "application/partial-upload", isPart);
+        Failed(status))
+        return RefuseMapped(io, status);
+    if (fields.NeedsMediaType() && !isPart) {
         SetHeader(io, "Accept-Patch", "application/partial-upload");
         return Refuse(io, 415, TAL_STATUS_NOT_SUPPORTED);
     }

@@ -47,7 +47,8 @@ ScriptedIo::ScriptedIo(Recorder& recorder, const WatchedPlatform& platform, Requ
 Reply ScriptedIo::TakeReply() const
 {
     Reply reply = reply_;
-    reply.text = (head_.empty() ? std::string("none\n") : head_) + late_ + "\n" + reply.body;
+    reply.text =
+        before_ + (head_.empty() ? std::string("none\n") : head_) + late_ + "\n" + reply.body;
     return reply;
 }
 
@@ -73,6 +74,8 @@ TALSTATUS ScriptedIo::QueryInterface(const GUID* iid, void** out)
         *out = static_cast<IKestIO_5*>(this);
     else if (*iid == IID_KestIO_3)
         *out = static_cast<IKestIO_3*>(this);
+    else if (request_.takesInterims && *iid == IidOf<IKestInterimReply>::value)
+        *out = static_cast<IKestInterimReply*>(&interims_);
     else if (*iid == IID_IUnknown)
         *out = static_cast<IKestIO_5*>(this);
     else
@@ -247,12 +250,26 @@ TALSTATUS ScriptedIo::SendHeader(HTTPSTATUS status)
     return TAL_STATUS_SUCCESS;
 }
 
+TALSTATUS ScriptedIo::SendInterim(HTTPSTATUS status, UINT32 count, const KEST_HEADER_LINE* lines)
+{
+    if (const auto failure = recorder_.Enter("io.SendInterim", std::to_string(status)))
+        return *failure;
+    if (!head_.empty())
+        return HostFailure(kCodeInvalidRequest);
+    before_ += std::to_string(status) + "\n";
+    for (UINT32 i = 0; i < count; ++i)
+        before_ += Narrow(&lines[i].Name) + ": " + Narrow(&lines[i].Value) + "\n";
+    return TAL_STATUS_SUCCESS;
+}
+
 TALSTATUS ScriptedIo::SetRequestHeader(char* name, UINT32 length, char* value)
 {
     const std::string text(value, length);
     if (const auto status =
             recorder_.Enter("io.SetRequestHeader", std::string(name) + ", " + Quoted(text)))
         return *status;
+    std::erase_if(request_.headers,
+                  [&](const auto& header) { return strcasecmp(header.first.c_str(), name) == 0; });
     request_.headers.emplace_back(name, text);
     return TAL_STATUS_SUCCESS;
 }

@@ -13,6 +13,7 @@
 #include "platform.h"
 #include "recorder.h"
 #include <kest/com.h>
+#include <kest/host/interim_reply.h>
 #include <kest/io.h>
 
 namespace harness {
@@ -43,7 +44,8 @@ struct Request {
     bool exactHeaders = false; // a header value needs no room for its terminator, and has none
     bool nullUrl = false;      // GetUrl succeeds without a path
     bool nullTexts = false; // the other texts that the host gives by pointer are null, with success
-    bool nullBuffers = false; // they are there, but empty and without a buffer
+    bool nullBuffers = false;   // they are there, but empty and without a buffer
+    bool takesInterims = false; // the host and the client know replies before the reply
     int session = 1;
 
     Request(UINT32 methodCode, std::string requestPath)
@@ -97,6 +99,11 @@ struct Request {
         exactHeaders = true;
         return *this;
     }
+    Request& TakesInterims()
+    {
+        takesInterims = true;
+        return *this;
+    }
     Request& Session(int number)
     {
         session = number;
@@ -107,7 +114,7 @@ struct Request {
 struct Reply {
     // "STATUS\nName: value\n…\n\nbody": the status first, the headers in the order set. Without a
     // SendHeader the status line is "none"; a second SendHeader shows as a second status, a header
-    // set after the first as "late Name: value".
+    // set after the first as "late Name: value". Interim replies come before it in the same form.
     std::string text;
     std::string body;
     int heads = 0;              // SendHeader calls, failed ones included
@@ -159,6 +166,25 @@ class ScriptedIo : public IKestIO_5 {
     BOOLEAN IsSecure() override;
 
   private:
+    // The face that sends replies before the reply.
+    struct Interims final : IKestInterimReply {
+        explicit Interims(ScriptedIo& owner) : io(owner) {}
+        virtual ~Interims() = default;
+        TALSTATUS QueryInterface(const GUID* iid, void** out) override
+        {
+            return io.QueryInterface(iid, out);
+        }
+        UINT32 AddRef() override { return io.AddRef(); }
+        UINT32 Release() override { return io.Release(); }
+        TALSTATUS SendInterim(HTTPSTATUS status, UINT32 count,
+                              const KEST_HEADER_LINE* lines) override
+        {
+            return io.SendInterim(status, count, lines);
+        }
+        ScriptedIo& io;
+    };
+
+    TALSTATUS SendInterim(HTTPSTATUS status, UINT32 count, const KEST_HEADER_LINE* lines);
     TALSTATUS Text(const char* call, const std::string& value, UINT32* length, char* buffer);
 
     void Leave(std::string_view text);
@@ -178,7 +204,9 @@ class ScriptedIo : public IKestIO_5 {
     STRING rawS_{};
     std::deque<std::string> body_;
     std::vector<std::pair<std::string, std::string>> replyHeaders_;
-    std::string head_; // once sent
+    Interims interims_{*this};
+    std::string before_; // the interim replies
+    std::string head_;   // once sent
     std::string late_;
     Reply reply_;
     std::vector<std::unique_ptr<char[]>> memory_;

@@ -83,6 +83,18 @@ class Judgement {
         return result;
     }
 
+    // Whether new content may take the name.
+    TALSTATUS NewContent(const std::u16string& path) const
+    {
+        const Node* node = provider_.Find(path);
+        if (node && node->type == Collection)
+            return ProviderFailure(kCodeMethodNotAllowed);
+        if (!provider_.Find(ParentOf(path)))
+            return ProviderFailure(kCodeConflict);
+        const TALSTATUS status = Conditions(path);
+        return Failed(status) ? status : Locks(path, node == nullptr, false);
+    }
+
   private:
     bool HasToken(const std::string& token) const
     {

@@ -259,7 +259,8 @@ struct Provider::Second final : NamespaceCommon<IKestDAV2> {
 
 Provider::Provider(Recorder& recorder, ProviderSpec spec)
     : recorder_(recorder), spec_(std::move(spec)), first_(std::make_unique<First>(*this)),
-      second_(std::make_unique<Second>(*this)), third_(MakeNamespace3(*this))
+      second_(std::make_unique<Second>(*this)), third_(MakeNamespace3(*this)),
+      uploadsFace_(MakeUploads3(*this))
 {
     AddCollection("/" + spec_.name);
 }

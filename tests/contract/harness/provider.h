@@ -15,6 +15,7 @@
 #include "recorder.h"
 #include <kest/com.h>
 #include <kest/dav.h>
+#include <kest/dav/uploads_3.h>
 
 namespace harness {
 
@@ -55,10 +56,21 @@ struct Node {
     UINT32 nameBytesShown = 0;    // listings tell it as the name's length, if not 0
 };
 
+// An upload that goes on in other requests.
+struct PendingUpload {
+    std::u16string target;
+    std::string name;
+    std::string content;
+    UINT64 length = 0; // of the whole in bytes, or kUploadLengthUnknown
+    std::string terms;
+    bool isComplete = false;
+};
+
 // What a test says about a provider before the module starts.
 struct ProviderSpec {
     std::string name;    // "gen2"; it serves "/NAME" and below
-    int generations = 2; // 1, 2, or 3 for a class that offers both; 6: the second and the third
+    int generations = 2; // 1, 2, or 3 for a class that offers both; 6: the second and the third;
+                         // 14: with uploads that can be resumed
     UINT32 caps = 0;
     bool served = true;     // false: the class is configured but unknown to the component manager
     bool servesNew = false; // GetType answers Resource for what does not exist below "/NAME"
@@ -93,6 +105,8 @@ class Provider {
     std::string refusedProperty; // PatchProperties fails this one's change with code 6
     UINT64 quotaUsed = 0;        // GetQuota tells both, if the second is not 0
     UINT64 quotaAvailable = 0;
+    std::vector<PendingUpload> uploads; // begun and not forgotten, the first is named "u1"
+    UINT64 mostUploadBytes = 1000;
     std::string enhResult;       // what SetNamedPropertyEnh writes as its result text
     bool listsAttributes = true; // else listings leave the field as it was
     std::string nextToken = "00000000-0000-4000-8000-000000000001";
@@ -131,7 +145,10 @@ class Provider {
             use(path, node);
     }
     bool HasThird() const { return (spec_.generations & 4) != 0; }
+    bool HasUploads() const { return (spec_.generations & 8) != 0; }
     std::recursive_mutex& Mutex() { return mutex_; }
+
+    TALSTATUS QueryUploads(void** out);
 
     int references_ = 0;
 
@@ -147,6 +164,7 @@ class Provider {
     std::unique_ptr<First> first_;
     std::unique_ptr<Second> second_;
     std::shared_ptr<IKestDAV3> third_;
+    std::shared_ptr<IKestDAVUploads3> uploadsFace_;
 };
 
 // The status of a provider that fails with `code`.

@@ -39,6 +39,8 @@ class Namespace3 final : public IKestDAV3 {
     TALSTATUS QueryInterface(const GUID* iid, void** out) override
     {
         *out = nullptr;
+        if (*iid == IidOf<IKestDAVUploads3>::value && owner_.HasUploads())
+            return owner_.QueryUploads(out);
         if (*iid != IidOf<IKestDAV3>::value && *iid != IID_IUnknown)
             return ProviderFailure(kCodeNoInterface);
         AddRef();

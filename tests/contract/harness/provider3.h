@@ -12,16 +12,24 @@
 #include <kest/dav/collection_3.h>
 #include <kest/dav/namespace_3.h>
 #include <kest/dav/resource_3.h>
+#include <kest/dav/uploads_3.h>
 
 namespace harness {
 
 // The namespace object; its references are the provider's.
 std::shared_ptr<IKestDAV3> MakeNamespace3(Provider& provider);
+// The face of it that takes uploads; its calls are "NAME.up3.Op", those of the content that it
+// hands out "NAME.more3.Op".
+std::shared_ptr<IKestDAVUploads3> MakeUploads3(Provider& provider);
 // An opened object with one reference.
 IKestDAVResource3* NewResource3(Provider& provider);
 
 // An opened collection with one reference; its calls are "NAME.col3.Op".
 IKestDAVCollection3* NewCollection3(Provider& provider);
+
+// Makes `content` that of a path, or a new file of it.
+void PutUnderName(Provider& provider, const std::u16string& path, const std::string& content,
+                  DAV_DATETIME modified, DAV_CHANGE* change);
 
 // What is told of a node.
 void Describe(const Node& node, DAV_OBJECT_INFO* info);

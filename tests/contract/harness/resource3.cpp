@@ -9,6 +9,18 @@
 
 namespace harness {
 
+void PutUnderName(Provider& provider, const std::u16string& path, const std::string& content,
+                  DAV_DATETIME modified, DAV_CHANGE* change)
+{
+    const bool existed = provider.Find(path) != nullptr;
+    Node& node = existed ? *provider.Find(path) : provider.AddFile(Narrow(path));
+    node.content = content;
+    node.modified = modified ? modified : kChangeDate;
+    node.version += existed ? 1 : 0;
+    change->Outcome = existed ? kOutcomeReplaced : kOutcomeCreated;
+    Describe(node, &change->Info);
+}
+
 namespace {
 
 class Resource3 final : public Opened3<IKestDAVResource3> {
@@ -93,27 +105,14 @@ class Resource3 final : public Opened3<IKestDAVResource3> {
         isOpen_ = false;
         if (const TALSTATUS status = JudgeChange(failures); Failed(status))
             return status;
-        const bool existed = owner_.Find(path_) != nullptr;
-        Node& node = existed ? *owner_.Find(path_) : owner_.AddFile(Narrow(path_));
-        node.content = content_;
-        node.modified = modified ? modified : kChangeDate;
-        node.version += existed ? 1 : 0;
-        change->Outcome = existed ? kOutcomeReplaced : kOutcomeCreated;
-        Describe(node, &change->Info);
+        PutUnderName(owner_, path_, content_, modified, change);
         return TAL_STATUS_SUCCESS;
     }
 
   private:
     TALSTATUS JudgeChange(IKestDAVFailures3* failures)
     {
-        const Node* node = owner_.Find(path_);
-        if (node && node->type == Collection)
-            return ProviderFailure(kCodeMethodNotAllowed);
-        if (!owner_.Find(ParentOf(path_)))
-            return ProviderFailure(kCodeConflict);
-        const Judgement judgement(owner_, preconditions_, failures);
-        const TALSTATUS status = judgement.Conditions(path_);
-        return Failed(status) ? status : judgement.Locks(path_, node == nullptr, false);
+        return Judgement(owner_, preconditions_, failures).NewContent(path_);
     }
 
     std::u16string path_;

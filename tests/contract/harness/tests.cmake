@@ -14,6 +14,7 @@ add_library(kest_harness STATIC
   ${CMAKE_CURRENT_LIST_DIR}/services.cpp
   ${CMAKE_CURRENT_LIST_DIR}/session_services.cpp
   ${CMAKE_CURRENT_LIST_DIR}/text.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/uploads3.cpp
   ${CMAKE_CURRENT_LIST_DIR}/world.cpp)
 target_include_directories(kest_harness PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(kest_harness PUBLIC kest_contract tolm GTest::gtest GTest::gmock PRIVATE kest_flags ${CMAKE_DL_LIBS})

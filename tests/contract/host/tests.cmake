@@ -7,6 +7,7 @@ kest_test(host_contract SHARDS 4
     ${CMAKE_CURRENT_LIST_DIR}/module/bodies_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/call_context_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/failures_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/module/interim_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/kest_io_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/replies_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/module/send_file_test.cpp

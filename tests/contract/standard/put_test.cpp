@@ -281,6 +281,16 @@ TEST_F(StandardPatch, RefusesOtherKindsOfBodies)
               Refused("415", taken));
 }
 
+TEST_F(StandardPatch, MemoryThatIsShort_IsNoOtherKind)
+{
+    for (int nth = 1; nth < 12; ++nth) {
+        world.recorder.Clear();
+        world.Fail("io.AllocMemory", kInjected, nth);
+        const std::string reply = Run(Patch("append", "!"));
+        EXPECT_THAT(reply.substr(0, 3), testing::AnyOf("204", "503")) << nth << "\n" << reply;
+    }
+}
+
 TEST_F(StandardPatch, NeedsAFile)
 {
     Request missing = Patch("append", "x");
