@@ -5,6 +5,8 @@ Each step predicts the status of its reply and changes the model where it succee
 of names below the folder of the sequence, the volume first; values are texts.
 """
 
+import uploads
+
 FOLDER = object()  # stands where a file has its content
 
 
@@ -12,7 +14,7 @@ def is_within(path, top):
     return path[:len(top)] == top
 
 
-class Model:
+class Model(uploads.Model):
     """{path: content or FOLDER}, properties by path, locks as (path, scope, number)."""
 
     def __init__(self, volumes, dialect):
@@ -22,6 +24,7 @@ class Model:
         self.nodes = {(volume,): FOLDER for volume in volumes}
         self.colours = {}
         self.locks = []
+        self.uploads = {}
 
     # -- questions
 
@@ -84,7 +87,7 @@ class Model:
             found |= {207, 423} if self.is_standard else {423}  # 207: what is locked lies below
         return found
 
-    def put(self, path, step):
+    def put_refusals(self, path, step):
         exists = path in self.nodes
         found = self.refusals(path, step, [path] if exists else self.membership(path))
         if self.is_standard and (step["none_match"] and exists or step["match"] and not exists):
@@ -93,6 +96,11 @@ class Model:
             found.add(409)
         if self.is_folder(path):
             found.add(405)
+        return found
+
+    def put(self, path, step):
+        exists = path in self.nodes
+        found = self.put_refusals(path, step)
         if not found:
             self.nodes[path] = step["content"]
         return found or {204 if exists and self.is_standard else 201}

@@ -29,6 +29,7 @@ sys.path[:0] = [HERE, os.path.join(TESTS, "faults"), os.path.join(TESTS, "e2e"),
 import harness  # noqa: E402
 import junit  # noqa: E402
 from harness import TestServer, Tree, url_path  # noqa: E402
+import uploads  # noqa: E402
 from model import FOLDER, Model  # noqa: E402
 from connection import Peer  # noqa: E402
 from world import D, LOOK, MEMORY, Database, World, Wrong, colour_body, lock_body, \
@@ -52,12 +53,14 @@ class Mismatch(Exception):
         self.kind = f"{step['method'] if step else 'end'} {words[:60] if not step else text.split(': ')[-1]}"
 
 
-class Generator:
-    """Steps that refer to names and to the number of earlier locks, so that any of them can be
-    left out."""
+class Generator(uploads.Generator):
+    """Steps that refer to names and to the number of earlier locks and uploads, so that any of them
+    can be left out."""
 
-    def __init__(self, seed):
+    def __init__(self, seed, dialect):
         self.random = random.Random(seed)
+        # The classic dialect knows no uploads that go on in other requests.
+        self.weights = {**WEIGHTS, **(uploads.WEIGHTS if dialect == "standard" else {})}
 
     def path(self):
         depth = self.random.choices((1, 2, 3), (6, 4, 1))[0]
@@ -67,7 +70,7 @@ class Generator:
     def sequence(self, length):
         steps, locks = [], []
         for number in range(length):
-            method = self.random.choices(list(WEIGHTS), list(WEIGHTS.values()))[0]
+            method = self.random.choices(list(self.weights), list(self.weights.values()))[0]
             step = {"method": method, "path": self.path(), "tokens": self.tokens(locks)}
             getattr(self, "add_" + method, lambda *_: None)(step, number, locks)
             steps.append(step)
@@ -121,8 +124,10 @@ class Generator:
             step["path"] = next(lock["path"] for lock in locks if lock["number"] == step["number"])
 
 
-class Runner:
+class Runner(uploads.Runner):
     """Runs sequences, each in a folder of its own."""
+
+    mismatch = Mismatch
 
     def __init__(self, server, trees, dialect):
         self.server = server
@@ -144,6 +149,7 @@ class Runner:
         self.count += 1
         self.folder = f"s{self.count:06d}"
         self.tokens = {}
+        self.places, self.offsets = {}, {}
         for volume in VOLUMES:
             os.mkdir(self.trees[volume] / self.folder)
         self.model = Model(VOLUMES, self.dialect)
@@ -331,7 +337,7 @@ def explore(runner, options, seconds):
     count = 0
     while time.monotonic() < end and len(seen) < options.stop_after:
         seed = f"{options.seed}-{count}"
-        steps = Generator(seed).sequence(options.length)
+        steps = Generator(seed, runner.dialect).sequence(options.length)
         count += 1
         mismatch = fails(runner, steps)
         if mismatch and mismatch.kind not in seen:
