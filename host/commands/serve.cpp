@@ -10,6 +10,7 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -20,6 +21,7 @@
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
 #include "host/commands/commands.h"
+#include "host/commands/service_manager.h"
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
 #include "host/components/directory_ldap.h"
@@ -105,6 +107,7 @@ class Host {
     void ReloadUsers(const HostSettings& settings);
     bool IsNewFileRight();
     void PublishChange();
+    void ShowLife();
 
     const std::vector<std::string> words_; // the command line behind "serve"
     Setup setup_;
@@ -116,6 +119,8 @@ class Host {
     Ref<IKestReq_2> module_;
     std::string location_;
     std::unique_ptr<Server> server_;
+    ServiceManager manager_;
+    uint64_t shownTicks_ = 0; // of the server, when the service manager was last told
 };
 
 std::string Host::Start()
@@ -226,16 +231,33 @@ void Host::Announce()
         Log(kLogInfo, "no users: everybody who reaches a loopback address is the local user");
     std::printf("kestd: serving %s\n", urlOf(addresses.front()).c_str());
     std::fflush(stdout);
+    manager_.SetStatus("Serving " + urlOf(addresses.front()));
+    manager_.TellReady();
+}
+
+// Tells the watchdog that the server goes on, unless its clock stands still.
+void Host::ShowLife()
+{
+    const uint64_t ticks = server_->Ticks();
+    if (ticks != std::exchange(shownTicks_, ticks))
+        manager_.TellAlive();
 }
 
 void Host::Wait()
 {
     const sigset_t waited = WaitedSignals();
-    const timespec tick{kHousekeeping.count(), 0};
+    const std::chrono::milliseconds watchdog = manager_.WatchdogTime();
+    const std::chrono::milliseconds pause =
+        watchdog.count() > 0 ? std::min<std::chrono::milliseconds>(watchdog / 3, kHousekeeping)
+                             : kHousekeeping;
+    const timespec tick{pause.count() / 1000, pause.count() % 1000 * 1'000'000};
     for (;;) {
         const int signal = sigtimedwait(&waited, nullptr, &tick);
         if (signal == SIGTERM || signal == SIGINT)
             return;
+        ShowLife();
+        if (signal == SIGHUP)
+            manager_.TellReloading();
         try {
             if (signal == SIGHUP)
                 Reload();
@@ -243,6 +265,8 @@ void Host::Wait()
         } catch (const std::exception& error) { // memory is short: later, then
             Log(kLogError, error.what());
         }
+        if (signal == SIGHUP)
+            manager_.TellReady();
     }
 }
 
@@ -326,6 +350,7 @@ void Host::PublishChange()
 
 void Host::Stop()
 {
+    manager_.TellStopping();
     if (server_ && !server_->Stop()) {
         Log(kLogError, "a request does not end; the process ends without it");
         std::fflush(nullptr);

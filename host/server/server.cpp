@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "base/descriptor.h"
+#include "host/config/registry_settings.h"
 #include "host/config/settings_holder.h"
 #include "host/http/access_log.h"
 #include "host/module/module_handler.h"
@@ -23,6 +24,7 @@
 #include "host/net/worker_pool.h"
 #include "host/pipeline/pipeline.h"
 #include "host/server/connection_registry.h"
+#include "host/server/inherited_sockets.h"
 #include "host/server/listener.h"
 #include <kest/tolm.h>
 
@@ -102,11 +104,13 @@ class Server::Impl {
     std::string Start();
     std::vector<ListenAddress> Addresses() const { return addresses_; }
     std::string Apply(const ServerSettings& settings);
+    uint64_t Ticks() const { return ticks_; }
     bool Stop();
 
   private:
     std::string Publish(ServerSettings settings);
-    std::string Listen(ListenAddress where);
+    std::string Listen(ListenAddress where, InheritedSockets& inherited);
+    std::string ListenEverywhere();
     void RunClock();
     void ReportGivenUp(int64_t now);
     void StopConnections();
@@ -128,7 +132,8 @@ class Server::Impl {
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<ListenAddress> addresses_;
     std::thread clock_;
-    std::mutex mutex_; // guards clockEnds_
+    std::atomic<uint64_t> ticks_{0}; // of the clock's thread
+    std::mutex mutex_;               // guards clockEnds_
     std::condition_variable wake_;
     bool clockEnds_ = false;
     std::once_flag stopped_;
@@ -148,12 +153,14 @@ std::string Server::Impl::Publish(ServerSettings settings)
     return error;
 }
 
-std::string Server::Impl::Listen(ListenAddress where)
+std::string Server::Impl::Listen(ListenAddress where, InheritedSockets& inherited)
 {
     std::string error;
     const std::vector<ListenAddress>& announced = settings_.proxyProtocol;
     const bool takesPreambles = std::count(announced.begin(), announced.end(), where) != 0;
-    base::Descriptor socket = OpenListeningSocket(where, error);
+    base::Descriptor socket = inherited.Claim(where);
+    if (!socket)
+        socket = OpenListeningSocket(where, error);
     if (!error.empty())
         return error;
     addresses_.push_back(where);
@@ -161,13 +168,28 @@ std::string Server::Impl::Listen(ListenAddress where)
     return {};
 }
 
+// On each address of the settings, with the sockets of the service manager where it has opened
+// them.
+std::string Server::Impl::ListenEverywhere()
+{
+    std::string error;
+    InheritedSockets inherited = InheritedSockets::Take(error);
+    for (const ListenAddress& where : settings_.listen)
+        if (error.empty())
+            error = Listen(where, inherited);
+    for (const ListenAddress& where : inherited.Unclaimed())
+        if (error.empty())
+            error = "the service manager listens on " + FormatListenAddress(where) +
+                    ", which 'Listen' does not name";
+    return error;
+}
+
 std::string Server::Impl::Start()
 {
     if (const std::string error = Publish(settings_); !error.empty())
         return error;
-    for (const ListenAddress& where : settings_.listen)
-        if (const std::string error = Listen(where); !error.empty())
-            return error;
+    if (const std::string error = ListenEverywhere(); !error.empty())
+        return error;
     for (const auto& listener : listeners_)
         listener->Begin();
     const unsigned cores = UsableCores();
@@ -196,6 +218,7 @@ void Server::Impl::RunClock()
         }
         if (ticks % 5 == 0)
             log_.Flush();
+        ++ticks_;
         lock.lock();
     }
 }
@@ -299,6 +322,11 @@ std::vector<ListenAddress> Server::Addresses() const
 std::string Server::Apply(const ServerSettings& settings)
 {
     return impl_->Apply(settings);
+}
+
+uint64_t Server::Ticks() const
+{
+    return impl_->Ticks();
 }
 
 bool Server::Stop()

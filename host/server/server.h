@@ -35,6 +35,9 @@ class Server {
     // Takes over limits, access log, public URL and the certificate's files as they are now, for
     // requests that come later. Listening addresses stay. Returns a text on failure, as Start.
     std::string Apply(const ServerSettings& settings);
+    // Grows while the server's clock runs, ten times a second: what stands still is stuck.
+    // Thread-safe.
+    uint64_t Ticks() const;
     // Stops accepting, lets running requests finish within limits.shutdownTime, cancels the rest
     // and ends all threads. False when a call into the module has not returned two seconds after
     // that: then the process can only be ended as it is; the destructor would wait for the call.

@@ -27,6 +27,7 @@ from trees import HOSTILE_NAMES, SCRATCH, Tree, pattern  # noqa: F401  (cases ta
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 KESTD = os.path.join(ROOT, "build", "release", "bin", "kestd")
 LOCATION = "/Ferro"
+WRAPPER = []  # the program, with its arguments, that starts each server
 DIALECT = "standard"  # of servers whose case chooses none; None: what the server chooses
 
 # How long anything may take that is not a figure under test. Generous: the machine may be busy.
@@ -120,7 +121,7 @@ class TestServer:
     # -- life ---------------------------------------------------------------------------------
 
     def command(self):
-        line = [*self.wrapper, KESTD, "serve", "--listen", "127.0.0.1:0",
+        line = [*self.wrapper, *WRAPPER, KESTD, "serve", "--listen", "127.0.0.1:0",
                 "--state-dir", self.state, *self.options]
         if DIALECT and "--dialect" not in self.options:
             line += ["--dialect", self.dialect]

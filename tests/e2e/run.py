@@ -2,9 +2,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """Runs the end-to-end tests.
 
-usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [--clients] [NAME…]
+usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [--sandbox] [--clients] [NAME…]
 
 NAME picks modules, classes or cases as unittest does ("test_content", "test_content.Put.test_…").
+--sandbox runs the servers as the unit of packaging/ would, under its filter of system calls.
 --clients runs what tries real programs, the long forms too, and puts the table that it prints into
 docs/clients.md. The exit status is not 0 when a case failed, or a run of everything does not show
 what that table says.
@@ -98,12 +99,16 @@ def main():
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--dialect", choices=("classic", "standard"),
                         help="of servers whose case chooses none (default: standard)")
+    parser.add_argument("--sandbox", action="store_true",
+                        help="run servers under the service's filter of system calls")
     parser.add_argument("--clients", action="store_true",
                         help="write the table of docs/clients.md anew")
     parser.add_argument("names", nargs="*")
     args = parser.parse_args()
     if args.server:
         harness.KESTD = os.path.abspath(args.server)
+    if args.sandbox:
+        harness.WRAPPER = ["/usr/bin/python3", os.path.join(HERE, "sandbox")]
     harness.DIALECT = args.dialect or harness.DIALECT
     if not os.access(harness.KESTD, os.X_OK):
         print(f"run.py: there is no server at {harness.KESTD}", file=sys.stderr)
