@@ -41,6 +41,44 @@ class Installed(unittest.TestCase):
             paths = re.findall(r"(?:RUNPATH|RPATH)\).*\[(.*)\]", text)
             self.assertIn(paths, ([], ["$ORIGIN/../lib/kest"], ["$ORIGIN"]), path)
 
+    def test_other_projects_find_the_contract(self):
+        moved = self.prefix / "moved"
+        flags = subprocess.run(["pkg-config", "--cflags", "kest"], check=True, capture_output=True,
+                               text=True, env={**os.environ, "PKG_CONFIG_PATH":
+                                               os.path.join(moved, "share/pkgconfig")}).stdout
+        self.assertTrue(os.path.samefile(flags.split()[0].removeprefix("-I"),
+                                         os.path.join(moved, "include")))
+        project = Tree()
+        self.addCleanup(project.remove)
+        project.write("CMakeLists.txt",
+                      b"cmake_minimum_required(VERSION 3.25)\nproject(provider LANGUAGES NONE)\n"
+                      b"find_package(kest 0.2 REQUIRED)\n"
+                      b"get_target_property(found kest::contract INTERFACE_INCLUDE_DIRECTORIES)\n"
+                      b"if(NOT EXISTS ${found}/kest/dav.h)\n  message(FATAL_ERROR ${found})\n"
+                      b"endif()\n")
+        subprocess.run(["cmake", "-S", project.path, "-B", project.path + "/build",
+                        f"-DCMAKE_PREFIX_PATH={moved}"], check=True, capture_output=True)
+
+    def test_manual_pages_and_completion_name_every_option_and_setting(self):
+        pages = Tree()
+        self.addCleanup(pages.remove)
+        source = os.path.join(harness.ROOT, "packaging")
+        subprocess.run([os.path.join(source, "man", "make-man"), self.program, pages.path],
+                       check=True)
+        text = {name: pages.read(name).decode().replace("\\-", "-") for name in
+                ("kestd.8", "kestd-user.8", "kest.toml.5")}
+        said = subprocess.run([self.program, "--help"], check=True, capture_output=True,
+                              text=True).stdout
+        with open(self.prefix / "moved/share/bash-completion/completions/kestd",
+                  encoding="utf-8") as file:
+            completion = file.read()
+        for option in set(re.findall(r"--[a-z-]+", said)):
+            self.assertIn(option, text["kestd.8"] + text["kestd-user.8"])
+            self.assertIn(option, completion)
+        with open(os.path.join(source, "kest.toml"), encoding="utf-8") as file:
+            for name in re.findall(r"^#? *('[^']+') = ", file.read(), re.MULTILINE):
+                self.assertIn(name, text["kest.toml.5"])
+
     def test_serves_content_pages_and_scripts(self):
         tree = Tree()
         state = Tree()
