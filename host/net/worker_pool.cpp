@@ -3,24 +3,16 @@
 // Starts workers, and more of them when those there are wait for disks.
 #include "host/net/worker_pool.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <string>
+#include <algorithm>
 #include <system_error>
 
 #include "host/net/event_loop.h"
+#include "host/net/thread_activity.h"
 #include <kest/tolm.h>
 
 namespace kestd {
-
-namespace {
-
-// Ticks without any progress before waiting requests are turned away: a second.
-constexpr unsigned kPatience = 10;
-
-} // namespace
 
 void WorkerPool::Start(unsigned count, unsigned limit)
 {
@@ -74,60 +66,29 @@ bool WorkerPool::Join(std::chrono::milliseconds time)
     return true;
 }
 
-// Whether the workers spent most of the time since the last call neither running nor waiting for a
-// processor. Only the latter two say that more threads would be of no use.
-bool WorkerPool::AreWaiting(std::chrono::steady_clock::time_point now)
+std::optional<ThreadActivity> WorkerPool::Measure()
 {
     std::vector<pid_t> ids;
     {
         const std::lock_guard lock(mutex_);
         ids = ids_;
     }
-    uint64_t active = 0; // nanoseconds, all workers
-    for (const pid_t id : ids) {
-        const std::string path = "/proc/self/task/" + std::to_string(id) + "/schedstat";
-        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0)
-            return false; // not known here: then only those that stay stuck add threads
-        char text[96] = {};
-        const ssize_t size = read(fd, text, sizeof text - 1);
-        close(fd);
-        unsigned long long ran = 0;
-        unsigned long long queued = 0;
-        if (size <= 0 || std::sscanf(text, "%llu %llu", &ran, &queued) != 2)
-            return false;
-        active += ran + queued;
-    }
-    const auto wall = std::chrono::duration_cast<std::chrono::nanoseconds>(now - tickBefore_);
-    const uint64_t all = static_cast<uint64_t>(wall.count()) * ids.size();
-    const bool result =
-        activeBefore_ && active >= activeBefore_ && active - activeBefore_ < all / 2;
-    activeBefore_ = active;
-    tickBefore_ = now;
-    return result;
+    return MeasureActivity(ids);
 }
 
 void WorkerPool::OnTimer()
 {
-    const uint64_t served = loop_.Served();
     const bool isFull = loop_.IsFull();
-    const bool isStuck = isFull && served == servedBefore_;
-    servedBefore_ = served;
-    stuckTicks_ = isStuck ? stuckTicks_ + 1 : 0;
-    if (!isFull) {
+    WorkerGrowth::Tick tick{isFull, loop_.Served(), Count(), limit_, std::nullopt};
+    if (WorkerGrowth::Asks(isFull, tick.workers, tick.limit))
+        tick.activity = Measure();
+    const WorkerGrowth::Advice advice = growth_.OnTick(tick);
+    if (advice.wakesIdle)
         loop_.WakeIdle();
-        activeBefore_ = 0;
-        return;
-    }
-    if (Count() < limit_) {
-        // Threads that compute, or wait for a processor, only get in each other's way when there
-        // are more of them; still, short requests must not stand behind long ones for ever.
-        if (AreWaiting(std::chrono::steady_clock::now()) || stuckTicks_ >= kPatience / 2)
-            for (unsigned i = 0, more = Count() / 2 + 1; i < more; ++i)
-                AddWorker();
-    } else if (stuckTicks_ > kPatience) {
+    for (uint32_t i = 0; i < advice.more; ++i)
+        AddWorker();
+    if (advice.rejects)
         loop_.RunReady();
-    }
 }
 
 } // namespace kestd

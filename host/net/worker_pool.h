@@ -11,10 +11,12 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "host/net/event_loop.h"
+#include "host/net/worker_growth.h"
 
 namespace kestd {
 
@@ -32,25 +34,21 @@ class WorkerPool {
     // when some have not; then it may be called again.
     bool Join(std::chrono::milliseconds time);
 
-    // Called at regular intervals by a thread that is no worker. Adds threads when all are busy and
-    // wait (for a disk, say) rather than compute: then more of them get more done. Once there are
-    // as many as there may be and they stay stuck, the caller itself turns away what is ready.
+    // Called every 100 ms by a thread that is no worker, the same each time: does what WorkerGrowth
+    // advises. Where workers are stuck, the caller itself turns away what is ready.
     void OnTimer();
     unsigned Count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
   private:
     void AddWorker();
-    bool AreWaiting(std::chrono::steady_clock::time_point now);
+    std::optional<ThreadActivity> Measure();
 
     EventLoop& loop_;
     const Serve serve_;
     std::atomic<unsigned> count_{0};
     std::atomic<unsigned> limit_{1};
-    uint64_t servedBefore_ = 0; // of the ticking thread
-    unsigned stuckTicks_ = 0;   // likewise
-    uint64_t activeBefore_ = 0; // likewise: AreWaiting's measure of the last tick
-    std::chrono::steady_clock::time_point tickBefore_;
-    std::mutex mutex_; // guards running_, threads_ and ids_
+    WorkerGrowth growth_; // of the ticking thread
+    std::mutex mutex_;    // guards running_, threads_ and ids_
     std::condition_variable hasEnded_;
     unsigned running_ = 0;
     std::vector<std::thread> threads_;
