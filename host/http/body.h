@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "host/http/chunked_decoder.h"
+#include "host/http/body_readers.h"
 #include "host/http/message_framing.h"
 #include "host/net/buffer.h"
 #include "host/net/socket_stream.h"
@@ -16,14 +16,9 @@ namespace kestd {
 
 class Body {
   public:
-    enum class Fetched {
-        Whole,     // everything has arrived
-        Enough,    // as much as was asked for
-        More,      // wait for the client
-        TooLarge,  // over the limit
-        Malformed, // not chunked coding
-        Gone,      // the client went away first
-    };
+    Body() noexcept = default;
+    Body(const Body&) = delete;
+    Body& operator=(const Body&) = delete;
 
     // Begins a request's body. What `in` holds is its first part (and perhaps the next request).
     // `sendsContinue`: the client waits for "100 Continue" before it sends (RFC 9110 section
@@ -41,14 +36,14 @@ class Body {
     uint64_t AnnouncedLength() const noexcept { return framing_.length; } // 0 when unknown, too
     bool AwaitsContinue() const noexcept { return sendsContinue_; }
     // True when Fetch has nothing to receive.
-    bool IsHere() const noexcept;
+    bool IsHere() const noexcept { return reader_->IsHere(); }
 
     // As IKestIO_5::ReadClientPayload.
     TALSTATUS Read(UINT32 size, UINT8* to, UINT32* read);
     // As IKestIO_5::IsClientPayloadAvailable.
     UINT32 Available() const noexcept;
     // Whether the body arrived whole, read or not.
-    bool HasArrived() const noexcept;
+    bool HasArrived() const noexcept { return !failure_ && reader_->IsHere(); }
     // Drops the rest as far as that takes no waiting and at most 64 KiB of receiving. True when the
     // next request can follow.
     bool Skip();
@@ -57,19 +52,15 @@ class Body {
     uint64_t BytesRead() const noexcept { return delivered_; }
 
   private:
-    Fetched DecodeAhead(uint64_t limit);
-    size_t TakeReceived(UINT8* to, size_t room, bool& malformed);
     void SendContinue();
-    bool IsAtEnd() const noexcept;
+    bool IsAtEnd() const noexcept { return isAbandoned_ || reader_->IsAtEnd(); }
 
     MessageFraming framing_;
-    Buffer* in_ = nullptr;
-    SocketStream* stream_ = nullptr;
-    Waiter* waiter_ = nullptr;
-    std::chrono::milliseconds idle_{0};
-    uint64_t wireLeft_ = 0; // Length: not yet taken from `in_` or the stream
-    ChunkedDecoder decoder_;
-    Buffer whole_; // fetched ahead
+    BodySource source_;
+    LengthReader length_{source_};
+    ChunkedReader chunked_{source_};
+    FetchedReader fetched_{source_, chunked_};
+    BodyReader* reader_ = &length_; // one of the three
     uint64_t delivered_ = 0;
     uint64_t limit_ = 0;
     bool isOverLimit_ = false;

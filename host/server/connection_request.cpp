@@ -224,15 +224,15 @@ Connection::Step Connection::GatherBody()
     size_t enough = 0;
     (void)MustGather(limit, enough);
     switch (exchange_->body.Fetch(limit, enough)) {
-    case Body::Fetched::Whole:
-    case Body::Fetched::Enough:
+    case Fetched::Whole:
+    case Fetched::Enough:
         return event_.isOverload ? RejectForOverload() : StartCall(&Connection::CallModule);
-    case Body::Fetched::More:
+    case Fetched::More:
         return WaitFor(ToReceive(), NowMs() + settings_->server.limits.bodyIdleTime.count());
-    case Body::Fetched::TooLarge:
+    case Fetched::TooLarge:
         return AnswerAndEnd(413);
-    case Body::Fetched::Malformed:
-    case Body::Fetched::Gone: // it may still listen
+    case Fetched::Malformed:
+    case Fetched::Gone: // it may still listen
         break;
     }
     return AnswerAndEnd(400);
