@@ -134,8 +134,8 @@ AccessSubject AccessRules::SubjectOf(std::string_view user,
 
 // What the grants at one path make of the rights that were inherited. The more specific kind of
 // subject comes first; within a kind, also of several nodes, what one denies is denied.
-Rights AccessRules::Judge(const AccessSubject& subject, const Place& place, Grants Node::*which,
-                          Rights inherited) const noexcept
+Rights AccessRules::Evaluate(const AccessSubject& subject, const Place& place, Grants Node::*which,
+                             Rights inherited) const noexcept
 {
     Rights decided = 0;
     Rights allowed = 0;
@@ -195,17 +195,17 @@ Rights AccessRules::Follow(const AccessSubject& subject, std::string_view path,
 {
     place.count = 0;
     place.Add(0);
-    Rights rights = Judge(subject, place, &Node::own, kRightsAll);
+    Rights rights = Evaluate(subject, place, &Node::own, kRightsAll);
     std::string_view name;
     while (TakeComponent(path, name)) {
-        rights = Judge(subject, place, &Node::below, rights);
+        rights = Evaluate(subject, place, &Node::below, rights);
         Place next;
         if (!Descend(subject, name, place, next)) {
             place.count = 0;
             break;
         }
         std::copy_n(next.nodes, place.count = next.count, place.nodes);
-        rights = Judge(subject, place, &Node::own, rights);
+        rights = Evaluate(subject, place, &Node::own, rights);
     }
     return rights;
 }
@@ -220,7 +220,7 @@ Rights AccessRules::OfMembers(const AccessSubject& subject, std::string_view pat
                               bool& isUniform) const noexcept
 {
     Place place;
-    const Rights rights = Judge(subject, place, &Node::below, Follow(subject, path, place));
+    const Rights rights = Evaluate(subject, place, &Node::below, Follow(subject, path, place));
     isUniform = true;
     for (size_t i = 0; i < place.count; ++i) {
         const Node& node = nodes_[place.nodes[i]];
@@ -233,13 +233,13 @@ Rights AccessRules::OfMembers(const AccessSubject& subject, std::string_view pat
 Rights AccessRules::InTree(const AccessSubject& subject, const Place& place, Rights inherited,
                            Rights least) const noexcept
 {
-    inherited = Judge(subject, place, &Node::below, inherited);
+    inherited = Evaluate(subject, place, &Node::below, inherited);
     least &= inherited;
     const auto visit = [&](std::string_view name) {
         Place next;
         if (least == 0 || !Descend(subject, name, place, next))
             return;
-        const Rights rights = Judge(subject, next, &Node::own, inherited);
+        const Rights rights = Evaluate(subject, next, &Node::own, inherited);
         least = InTree(subject, next, rights, least & rights);
     };
     for (size_t i = 0; i < place.count; ++i) {

@@ -120,8 +120,8 @@ class AccessRules {
     static const Grant* Find(const NumberedGrants& grants, uint32_t number) noexcept;
     static void Put(NumberedGrants& grants, uint32_t number, const Grant& grant);
 
-    Rights Judge(const AccessSubject& subject, const Place& place, Grants Node::*which,
-                 Rights inherited) const noexcept;
+    Rights Evaluate(const AccessSubject& subject, const Place& place, Grants Node::*which,
+                    Rights inherited) const noexcept;
     bool Descend(const AccessSubject& subject, std::string_view name, const Place& from,
                  Place& to) const noexcept;
     Rights Follow(const AccessSubject& subject, std::string_view path, Place& place) const noexcept;

@@ -57,7 +57,7 @@ std::optional<Who::Kind> WhoRank(const AccessRule& rule, std::string_view user,
 Explanation Explain(const std::vector<AccessRule>& rules, std::string_view user,
                     const std::vector<std::string>& groups, std::string_view path)
 {
-    Explanation verdicts;
+    Explanation outcomes;
     std::array<Rank, kRightCount> ranks;
     for (const AccessRule& rule : rules) {
         const auto pathRank = PathRank(rule.path, user, path);
@@ -67,17 +67,17 @@ Explanation Explain(const std::vector<AccessRule>& rules, std::string_view user,
         const Rank rank{*pathRank, *whoRank};
         for (size_t i = 0; i < kRightCount; ++i) {
             const Rights right = Rights{1} << i;
-            Verdict& verdict = verdicts[i];
-            if (!((rule.allowed | rule.denied) & right) || (verdict.rule && rank < ranks[i]))
+            RightOutcome& outcome = outcomes[i];
+            if (!((rule.allowed | rule.denied) & right) || (outcome.rule && rank < ranks[i]))
                 continue;
             const bool isAllowed = !(rule.denied & right);
-            if (verdict.rule && rank == ranks[i] && (isAllowed || !verdict.isAllowed))
+            if (outcome.rule && rank == ranks[i] && (isAllowed || !outcome.isAllowed))
                 continue; // as strict as this one
-            verdict = {isAllowed, &rule};
+            outcome = {isAllowed, &rule};
             ranks[i] = rank;
         }
     }
-    return verdicts;
+    return outcomes;
 }
 
 } // namespace kestd

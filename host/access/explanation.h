@@ -13,11 +13,11 @@
 
 namespace kestd {
 
-struct Verdict {
+struct RightOutcome {
     bool isAllowed = true;
     const AccessRule* rule = nullptr; // null: no rule speaks of it
 };
-using Explanation = std::array<Verdict, kRightCount>; // in the order of kRightNames
+using Explanation = std::array<RightOutcome, kRightCount>; // in the order of kRightNames
 
 // `user` is empty for who has not signed in, `groups` are his, in lower case. `path` is a
 // provider's, decoded. The rules outlive the explanation.

@@ -333,7 +333,7 @@ Authenticator::Result Authenticator::Check(std::string_view authorization, std::
     }
     Result result = Result::Busy;
     try {
-        result = Judge(lock, {source, name, remote}, password.text, who, wait);
+        result = Verify(lock, {source, name, remote}, password.text, who, wait);
         if (result == Result::Granted)
             Remember(digest, who);
     } catch (...) {
@@ -354,10 +354,10 @@ Authenticator::Result Authenticator::Check(std::string_view authorization, std::
 }
 
 // With mutex_ held: hashes the password if it may be, and counts what came of it.
-Authenticator::Result Authenticator::Judge(std::unique_lock<std::mutex>& lock, const Guess& guess,
-                                           std::string_view password,
-                                           std::shared_ptr<Verified>& who,
-                                           std::chrono::seconds& wait)
+Authenticator::Result Authenticator::Verify(std::unique_lock<std::mutex>& lock, const Guess& guess,
+                                            std::string_view password,
+                                            std::shared_ptr<Verified>& who,
+                                            std::chrono::seconds& wait)
 {
     const auto& [source, name, remote] = guess;
     const Pending pending(*this, lock, source);

@@ -92,8 +92,8 @@ class Authenticator {
 
     Digest DigestOf(std::string_view text) const;
     GuessSource SourceOf(const std::string& name, std::string_view remote) const;
-    Result Judge(std::unique_lock<std::mutex>& lock, const Guess& guess, std::string_view password,
-                 std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
+    Result Verify(std::unique_lock<std::mutex>& lock, const Guess& guess, std::string_view password,
+                  std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
     std::shared_ptr<Verified> FindCached(const Digest& digest);
     void Remember(const Digest& digest, const std::shared_ptr<Verified>& who);
     Result WaitFor(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Flight>& flight,

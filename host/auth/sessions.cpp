@@ -102,7 +102,7 @@ SessionTable::Locked SessionTable::Lock(SCHANDLE handle)
 bool SessionTable::Hold(SCHANDLE handle)
 {
     const Locked session = Lock(handle);
-    if (!session || session->state != Session::State::EffectiveSettings || session->isDoomed)
+    if (!session || session->state != Session::State::Active || session->isDoomed)
         return false;
     ++session->holds;
     return true;
@@ -210,7 +210,7 @@ SCHANDLE SessionTable::MakeHeld(const std::shared_ptr<const Principal>& principa
     Session& session = *places_[place].load();
     const std::lock_guard lock(session.mutex);
     session.number = number;
-    session.state = Session::State::EffectiveSettings;
+    session.state = Session::State::Active;
     session.isDoomed = false;
     session.holds = 1;
     session.lastUsed = clock_.Now();
@@ -243,7 +243,7 @@ void SessionTable::CloseOldest(std::vector<SCHANDLE>& ended)
     for (uint32_t i = 0; i < madePlaces_; ++i) {
         Session& session = *places_[i].load();
         const std::lock_guard lock(session.mutex);
-        if (session.state == Session::State::EffectiveSettings && session.holds == 0)
+        if (session.state == Session::State::Active && session.holds == 0)
             idle.emplace_back(session.lastUsed, &session);
     }
     const size_t wanted = std::min(idle.size(), std::max<size_t>(capacity_ / kEvictedPart, 1));
@@ -280,7 +280,7 @@ void SessionTable::CloseOldestCookie(const std::vector<uint64_t>& numbers,
 // in Finish. `ended` has room reserved, so that nothing here fails half-way.
 bool SessionTable::CloseLocked(Session& session, std::vector<SCHANDLE>& ended)
 {
-    if (session.state != Session::State::EffectiveSettings || session.holds != 0)
+    if (session.state != Session::State::Active || session.holds != 0)
         return false;
     ended.push_back(HandleOf(session.number));
     session.state = Session::State::Ending;
@@ -350,7 +350,7 @@ void SessionTable::EndWhere(const std::function<bool(const Principal&)>& isGone)
         for (uint32_t i = 0; i < madePlaces_; ++i) {
             Session& session = *places_[i].load();
             const std::lock_guard sessionLock(session.mutex);
-            if (session.state != Session::State::EffectiveSettings || !isGone(*session.principal))
+            if (session.state != Session::State::Active || !isGone(*session.principal))
                 continue;
             session.isDoomed = true;
             CloseLocked(session, ended);

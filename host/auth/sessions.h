@@ -53,7 +53,7 @@ struct ObjectList {
 struct Session {
     enum class State {
         Free,
-        EffectiveSettings,
+        Active,
         Ending // services clean up: found by services, not by requests
     };
 

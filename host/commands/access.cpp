@@ -29,14 +29,14 @@ std::string WhatIsWrongWithPath(std::string_view path)
 void PrintExplanation(const AccessRules* rules, std::string_view user, std::string_view path)
 {
     static const std::vector<AccessRule> none;
-    const Explanation verdicts =
+    const Explanation outcomes =
         Explain(rules ? rules->Rules() : none, user,
                 rules ? rules->GroupsOf(user) : std::vector<std::string>(), path);
     for (size_t i = 0; i < kRightCount; ++i) {
-        const AccessRule* const rule = verdicts[i].rule;
+        const AccessRule* const rule = outcomes[i].rule;
         const std::string why = rule ? "rule '" + rule->name + "' on " + rule->path : "no rule";
         std::printf("%-6s  %s  %s\n", std::string(kRightNames[i]).c_str(),
-                    verdicts[i].isAllowed ? "allowed" : "denied ", why.c_str());
+                    outcomes[i].isAllowed ? "allowed" : "denied ", why.c_str());
     }
 }
 

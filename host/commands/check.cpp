@@ -82,8 +82,8 @@ int RunCheck(const std::vector<std::string>& arguments)
     if (!problems.empty())
         return Failure(problems);
     if (!hasUsers)
-        for (const std::string& doubt : DoubtsAboutAccess(settings, users, setup.Platform()))
-            std::fprintf(stderr, "kestd: %s\n", doubt.c_str());
+        for (const std::string& warning : AccessWarnings(settings, users, setup.Platform()))
+            std::fprintf(stderr, "kestd: %s\n", warning.c_str());
     std::puts("ok");
     return 0;
 }

@@ -138,8 +138,8 @@ std::string Host::Start()
     if (std::string problem = Setup::CheckAccessPolicy(settings_, users_); !problem.empty())
         return problem;
     WarnOfOpenUsersFile(UsersFileOf(settings_, setup_.StateDirectory()));
-    for (const std::string& doubt : DoubtsAboutAccess(settings_, users_, setup_.Platform()))
-        Log(kLogWarning, doubt);
+    for (const std::string& warning : AccessWarnings(settings_, users_, setup_.Platform()))
+        Log(kLogWarning, warning);
     MakeServices();
     if (std::string problem = StartModule(); !problem.empty())
         return problem;
@@ -304,8 +304,8 @@ void Host::Reload()
     }
     ReloadUsers(fresh);
     UseDirectory(fresh);
-    for (const std::string& doubt : DoubtsAboutAccess(fresh, users_, setup_.Platform()))
-        Log(kLogWarning, doubt);
+    for (const std::string& warning : AccessWarnings(fresh, users_, setup_.Platform()))
+        Log(kLogWarning, warning);
     services_->sessions.SetLimits(fresh.users.sessions);
     services_->authenticator.SetLimits(fresh.users.auth);
     services_->sessionAdmission.SetRealm(fresh.server.realm);

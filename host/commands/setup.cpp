@@ -228,11 +228,11 @@ std::string Setup::CheckState() const
     return wrong.empty() ? wrong : "the state directory " + wrong;
 }
 
-std::vector<std::string> DoubtsAboutAccess(const HostSettings& settings, const UserMap& users,
-                                           ITalpl& platform)
+std::vector<std::string> AccessWarnings(const HostSettings& settings, const UserMap& users,
+                                        ITalpl& platform)
 {
     const auto isUser = [&](const std::string& name) { return users.contains(name); };
-    return settings.server.access ? DoubtsAbout(*settings.server.access, platform, isUser)
+    return settings.server.access ? WarningsAbout(*settings.server.access, platform, isUser)
                                   : std::vector<std::string>();
 }
 

@@ -69,8 +69,8 @@ class Setup {
 };
 
 // Rules about access that name whom or what there is not.
-std::vector<std::string> DoubtsAboutAccess(const HostSettings& settings, const UserMap& users,
-                                           ITalpl& platform);
+std::vector<std::string> AccessWarnings(const HostSettings& settings, const UserMap& users,
+                                        ITalpl& platform);
 
 // The users file that the settings name, or the state directory's.
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory);

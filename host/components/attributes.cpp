@@ -171,7 +171,7 @@ TALSTATUS AttributeService::Create(SCHANDLE session, HANDLE registration, void* 
     const auto number = reinterpret_cast<uint64_t>(registration);
     for (;;) {
         SessionTable::Locked locked = sessions_.Lock(session);
-        if (!locked || locked->state != Session::State::EffectiveSettings)
+        if (!locked || locked->state != Session::State::Active)
             return HostFailure(kCodeNotFound);
         if (AttributeBlock* const block = FindIn(*locked.session, number)) {
             const Found found = Take(locked.lock, *block, openMode);
@@ -201,7 +201,7 @@ TALSTATUS AttributeService::Create(SCHANDLE session, HANDLE registration, void* 
                                         false};
         locked.lock.lock();
         const bool isSame = locked->number == SessionTable::NumberOf(session) &&
-                            locked->state == Session::State::EffectiveSettings;
+                            locked->state == Session::State::Active;
         if (!isSame || FindIn(*locked.session, number)) { // somebody was faster
             ::operator delete(memory);
             continue;

@@ -193,7 +193,7 @@ TALSTATUS ObjectStore::Create(SCHANDLE session, void* initData, SC_CONSTRUCTOR c
     StoredObject* taken = nullptr;
     try {
         const SessionTable::Locked locked = sessions_.Lock(session);
-        if (locked && locked->state == Session::State::EffectiveSettings) {
+        if (locked && locked->state == Session::State::Active) {
             taken = Search(*locked.session, key, compare);
             if (!taken) {
                 dead.reserve(objectsPerSession_ + 1);

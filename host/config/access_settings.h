@@ -25,27 +25,27 @@ std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>
 // What looks like a mistake and keeps nobody from starting: a rule for a user whom `isUser` does
 // not know, or for a volume that is not configured. One sentence each.
 template <class IsUser>
-std::vector<std::string> DoubtsAbout(const AccessRules& rules, ITalpl& platform, IsUser&& isUser);
+std::vector<std::string> WarningsAbout(const AccessRules& rules, ITalpl& platform, IsUser&& isUser);
 
 template <class IsUser>
-std::vector<std::string> DoubtsAbout(const AccessRules& rules, ITalpl& platform, IsUser&& isUser)
+std::vector<std::string> WarningsAbout(const AccessRules& rules, ITalpl& platform, IsUser&& isUser)
 {
-    std::vector<std::string> doubts;
+    std::vector<std::string> warnings;
     const std::vector<std::string> volumes = VolumeNames(platform);
     for (const AccessRule& rule : rules.Rules()) {
         for (const Who& who : rule.who)
             if (who.kind == Who::Kind::User && !isUser(who.name))
-                doubts.push_back("access rule '" + rule.name + "': there is no user '" + who.name +
-                                 "'");
+                warnings.push_back("access rule '" + rule.name + "': there is no user '" +
+                                   who.name + "'");
         std::string_view rest = rule.path;
         std::string_view volume;
         if (!TakeComponent(rest, volume) || volume == kUserComponent || volume == kMembersComponent)
             continue;
         if (std::find(volumes.begin(), volumes.end(), volume) == volumes.end())
-            doubts.push_back("access rule '" + rule.name + "': there is no volume '" +
-                             std::string(volume) + "'");
+            warnings.push_back("access rule '" + rule.name + "': there is no volume '" +
+                               std::string(volume) + "'");
     }
-    return doubts;
+    return warnings;
 }
 
 } // namespace kestd

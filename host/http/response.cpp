@@ -62,11 +62,11 @@ constexpr bool HasNoBody(int status) noexcept
 
 } // namespace
 
-void Response::Start(const Options& terms, Arena& arena, Body& body, SocketStream& stream,
+void Response::Start(const Options& options, Arena& arena, Body& body, SocketStream& stream,
                      Waiter& waiter) noexcept
 {
     Reset();
-    terms_ = terms;
+    options_ = options;
     arena_ = &arena;
     body_ = &body;
     stream_ = &stream;
@@ -109,7 +109,7 @@ bool Response::Append(const void* bytes, size_t size)
         status_ = 200;
     if (isBroken_)
         return false;
-    if (size == 0 || discardsBody_ || terms_.isHead || HasNoBody(status_) || status_ == 416)
+    if (size == 0 || discardsBody_ || options_.isHead || HasNoBody(status_) || status_ == 416)
         return true;
     if (size <= kGatherFirst && gathered_.Size() + size <= gatherLimit_) {
         if (gathered_.Size() == 0)
@@ -129,7 +129,7 @@ Response::FileOutcome Response::AppendFile(int file, uint64_t offset, uint64_t l
     sent = 0;
     const bool isFramed =
         mode_ == Mode::Length || (mode_ == Mode::Unknown && FindHeader("Content-Length"));
-    if (!status_ || isBroken_ || discardsBody_ || terms_.isHead || HasNoBody(status_) ||
+    if (!status_ || isBroken_ || discardsBody_ || options_.isHead || HasNoBody(status_) ||
         !isFramed || !stream_->CanSendFile())
         return FileOutcome::Cannot;
     if ((!headersSent_ || gathered_.Size() != 0) && !Flush(nullptr, 0, Follows::File))
@@ -138,7 +138,7 @@ Response::FileOutcome Response::AppendFile(int file, uint64_t offset, uint64_t l
     if (mode_ != Mode::Length || bodyBytes_ > length_ || length > length_ - bodyBytes_)
         return FileOutcome::Cannot;
     const FileOutcome outcome =
-        stream_->SendFile(file, offset, length, terms_.stall, *waiter_, sent);
+        stream_->SendFile(file, offset, length, options_.stall, *waiter_, sent);
     bodyBytes_ += sent;
     isBroken_ = outcome == FileOutcome::Broken;
     return outcome;
@@ -178,7 +178,7 @@ bool Response::Finish()
     if (!isBroken_)
         Flush(nullptr, 0, Follows::Nothing);
     const bool isShort = mode_ == Mode::Length && bodyBytes_ < length_;
-    return !isBroken_ && !isShort && terms_.mayKeepAlive;
+    return !isBroken_ && !isShort && options_.mayKeepAlive;
 }
 
 bool Response::HasClientLeft() noexcept
@@ -198,11 +198,11 @@ bool Response::HasClientLeft() noexcept
         return true;
     // It has left, or reads on after its last request: a system that has no such connection any
     // more refuses what is sent to it. RFC 9110 section 15.2: a client takes any interim reply.
-    if (!hasAsked_ && !headersSent_ && terms_.mayChunk) {
+    if (!hasAsked_ && !headersSent_ && options_.mayChunk) {
         static constexpr std::string_view kInterim = "HTTP/1.1 102 Processing\r\n\r\n";
         const iovec piece{const_cast<char*>(kInterim.data()), kInterim.size()};
         hasAsked_ = true;
-        isBroken_ = !stream_->Send(&piece, 1, true, terms_.stall, *waiter_);
+        isBroken_ = !stream_->Send(&piece, 1, true, options_.stall, *waiter_);
     }
     return isBroken_;
 }
@@ -211,7 +211,7 @@ Response::Interim Response::SendInterim(int status, const HeaderFields& fields)
 {
     if (status_ || headersSent_)
         return Interim::TooLate;
-    if (!terms_.mayChunk) // RFC 9110 section 15.2: not to HTTP/1.0
+    if (!options_.mayChunk) // RFC 9110 section 15.2: not to HTTP/1.0
         return Interim::NotTaken;
     constexpr std::string_view kVersion = "HTTP/1.1 ";
     constexpr std::string_view kEnd = "\r\n";
@@ -224,7 +224,7 @@ Response::Interim Response::SendInterim(int status, const HeaderFields& fields)
     (void)fields.CopyTo(head.data() + lines);
     head.append(kEnd);
     const iovec piece{head.data(), head.size()};
-    isBroken_ = isBroken_ || !stream_->Send(&piece, 1, true, terms_.stall, *waiter_);
+    isBroken_ = isBroken_ || !stream_->Send(&piece, 1, true, options_.stall, *waiter_);
     return isBroken_ ? Interim::Gone : Interim::Sent;
 }
 
@@ -240,7 +240,7 @@ void Response::DecideMode(bool isFinal, size_t pending)
         RemoveHeader("Content-Length");
     if (coding)
         RemoveHeader("Transfer-Encoding");
-    if (terms_.isHead || HasNoBody(status_)) {
+    if (options_.isHead || HasNoBody(status_)) {
         mode_ = Mode::None;
         if (HasNoBody(status_)) // RFC 9110 sections 8.6 and 15.4.5: it would describe another body
             RemoveHeader("Content-Length");
@@ -251,7 +251,7 @@ void Response::DecideMode(bool isFinal, size_t pending)
         length_ = announced;
         return;
     }
-    if (isFinal && !(wantsChunks && terms_.mayChunk)) {
+    if (isFinal && !(wantsChunks && options_.mayChunk)) {
         mode_ = Mode::Length;
         length_ = pending;
         char digits[24];
@@ -259,7 +259,7 @@ void Response::DecideMode(bool isFinal, size_t pending)
         headers_.Set(*arena_, "Content-Length", {digits, static_cast<size_t>(end - digits)});
         return;
     }
-    mode_ = terms_.mayChunk ? Mode::Chunked : Mode::UntilClose;
+    mode_ = options_.mayChunk ? Mode::Chunked : Mode::UntilClose;
     if (mode_ == Mode::UntilClose)
         Close();
 }
@@ -278,7 +278,7 @@ size_t Response::CutSurplus(size_t pending) noexcept
 
 // Puts what comes before the next piece of the body in front of it: the head, if it has not left,
 // and the size line of a chunk, if `chunk` is not 0.
-void Response::PutFront(size_t chunk)
+void Response::PutHead(size_t chunk)
 {
     char sizeLine[24];
     const size_t sizeLineSize =
@@ -290,13 +290,13 @@ void Response::PutFront(size_t chunk)
     constexpr std::string_view kVersion = "HTTP/1.1 ";
     if (!headersSent_) {
         // A body that nobody read stands before the next request.
-        if (terms_.mayKeepAlive && !body_->Skip())
+        if (options_.mayKeepAlive && !body_->Skip())
             Close();
         const bool isChunked = mode_ == Mode::Chunked;
-        if (!terms_.mayKeepAlive)
+        if (!options_.mayKeepAlive)
             ending = isChunked ? "Transfer-Encoding: chunked\r\nConnection: close\r\n\r\n"
                                : "Connection: close\r\n\r\n";
-        else if (terms_.saysKeepAlive) // never chunked: HTTP/1.0
+        else if (options_.saysKeepAlive) // never chunked: HTTP/1.0
             ending = "Connection: keep-alive\r\n\r\n";
         else
             ending = isChunked ? "Transfer-Encoding: chunked\r\n\r\n" : "\r\n";
@@ -329,7 +329,7 @@ bool Response::Flush(const void* extra, size_t size, Follows follows)
     gathered_.Truncate(std::min(allowed, gathered_.Size()));
     size = std::min(allowed - gathered_.Size(), size);
     const bool isChunked = mode_ == Mode::Chunked;
-    PutFront(isChunked ? pending : 0);
+    PutHead(isChunked ? pending : 0);
     std::string_view end;
     if (isChunked) {
         static constexpr std::string_view kEnds[] = {"", "\r\n", "0\r\n\r\n", "\r\n0\r\n\r\n"};
@@ -348,8 +348,8 @@ bool Response::Flush(const void* extra, size_t size, Follows follows)
     headersSent_ = true;
     const bool isLast = isFinal || (mode_ == Mode::Length && bodyBytes_ >= length_);
     if (follows == Follows::File)
-        isBroken_ = !stream_->SendAhead(pieces, count, terms_.stall, *waiter_);
-    else if (count && !stream_->Send(pieces, count, isLast, terms_.stall, *waiter_))
+        isBroken_ = !stream_->SendAhead(pieces, count, options_.stall, *waiter_);
+    else if (count && !stream_->Send(pieces, count, isLast, options_.stall, *waiter_))
         isBroken_ = true;
     gathered_.Clear();
     return !isBroken_;

@@ -24,7 +24,7 @@ class Response {
         std::chrono::milliseconds stall{0};
     };
 
-    void Start(const Options& terms, Arena& arena, Body& body, SocketStream& stream,
+    void Start(const Options& options, Arena& arena, Body& body, SocketStream& stream,
                Waiter& waiter) noexcept;
     void Reset() noexcept;
 
@@ -63,7 +63,7 @@ class Response {
     // Sends what is left. True when another request may follow on the connection.
     bool Finish();
     // Another request must not follow, whatever the client wants.
-    void Close() noexcept { terms_.mayKeepAlive = false; }
+    void Close() noexcept { options_.mayKeepAlive = false; }
     // For the host, until the head has left: one more header.
     bool AddLateHeader(std::string_view name, std::string_view value);
     bool IsBodyEmpty() const noexcept { return bodyBytes_ == 0; }
@@ -76,11 +76,11 @@ class Response {
     enum class Mode { Unknown, Length, Chunked, UntilClose, None };
     void DecideMode(bool isFinal, size_t pending);
     size_t CutSurplus(size_t pending) noexcept;
-    void PutFront(size_t chunk);
+    void PutHead(size_t chunk);
     enum class Follows { More, File, Nothing };
     bool Flush(const void* extra, size_t size, Follows follows);
 
-    Options terms_;
+    Options options_;
     Arena* arena_ = nullptr;
     Body* body_ = nullptr;
     SocketStream* stream_ = nullptr;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One judgement for each method.
+// One check for each method.
 #include "host/pipeline/access.h"
 
 #include "base/percent.h"
@@ -40,9 +40,9 @@ bool IsOfUpload(UINT32 method)
     return method == KestMethodHead || method == KestMethodPatch || method == KestMethodDelete;
 }
 
-class Judgement {
+class AccessCheck {
   public:
-    Judgement(Exchange& exchange, std::string_view path, std::string_view destination)
+    AccessCheck(Exchange& exchange, std::string_view path, std::string_view destination)
         : request_(exchange.request), access_(exchange.access), path_(path),
           destination_(destination), isShallow_(exchange.copyMove.depth == 0)
     {
@@ -177,7 +177,7 @@ Decision Access::OnRequest(Exchange& exchange) const
         return Decision::GoOn(); // the provider judges
     const std::string_view destination =
         isCopyOrMove ? ProviderPath(exchange.copyMove.path) : std::string_view();
-    const Lack lack = Judgement(exchange, path, destination).Of(method);
+    const Lack lack = AccessCheck(exchange, path, destination).Of(method);
     if (!lack.rights)
         return Decision::GoOn();
     if (!lack.isNew && !(access.At(lack.path) & kKnown))

@@ -124,10 +124,10 @@ class Server::Impl {
     WorkerPool workers_{loop_, &RunWorker};
     ClientLimits clients_;
     ConnectionRegistry registry_;
-    SettingsHolder live_;
+    SettingsHolder inForce_;
     AccessLog log_;
     std::atomic<bool> isStopping_{false};
-    const ConnectionServices services_{loop_,     registry_, clients_,   live_,
+    const ConnectionServices services_{loop_,     registry_, clients_,   inForce_,
                                        pipeline_, log_,      isStopping_};
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<ListenAddress> addresses_;
@@ -149,7 +149,7 @@ std::string Server::Impl::Publish(ServerSettings settings)
     settings.pathPrefix = settings_.pathPrefix; // nor does its location
     settings.limits.connections = FitToFileLimit(settings.limits.connections);
     if (const auto made = MakeEffectiveSettings(settings, error))
-        live_.Publish(made);
+        inForce_.Publish(made);
     return error;
 }
 
@@ -213,7 +213,7 @@ void Server::Impl::RunClock()
             listener->Resume();
         if (ticks % 2 == 0) {
             const int64_t now = NowMs();
-            registry_.ExpireDeadlines(now, live_.Snapshot()->server.limits);
+            registry_.ExpireDeadlines(now, inForce_.Snapshot()->server.limits);
             ReportGivenUp(now);
         }
         if (ticks % 5 == 0)
@@ -266,7 +266,7 @@ void Server::Impl::StopConnections()
         listener->Close();
     // Again and again: a connection may have been about to become idle.
     const auto end =
-        std::chrono::steady_clock::now() + live_.Snapshot()->server.limits.shutdownTime;
+        std::chrono::steady_clock::now() + inForce_.Snapshot()->server.limits.shutdownTime;
     do
         registry_.CloseIdle();
     while (!registry_.WaitUntilEmpty(kTick / 4) && std::chrono::steady_clock::now() < end);

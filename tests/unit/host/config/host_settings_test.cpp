@@ -262,7 +262,7 @@ TEST_F(AccessSettings, Rules_AreTakenOver)
     EXPECT_EQ(rules[2].denied, kRightList | kRightRead);
     EXPECT_FALSE(rules[2].makes);
     EXPECT_EQ(s.server.access->GroupsOf("ben"), std::vector<std::string>{"staff"});
-    EXPECT_EQ(DoubtsAbout(*s.server.access, *platform_.Get(),
+    EXPECT_EQ(WarningsAbout(*s.server.access, *platform_.Get(),
                           [](const std::string& user) { return user == "anna"; })
                   .size(),
               4U); // Carl, and the volumes
@@ -476,7 +476,7 @@ TEST(PublicName, IsTheUrlsOrTheFirstAddress)
     }
 }
 
-TEST(Doors, WithoutUsersOnlyLoopbackIsServed)
+TEST(ListenAddresses, WithoutUsersOnlyLoopbackIsServed)
 {
     struct Row {
         const char* address;
