@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the tests stand on notices what it has to."""
 
+import os
+import re
 import unittest
 
-from harness import Failure, SanitizerReport, TestServer, Tree, refuse_reports
+from harness import ROOT, Failure, SanitizerReport, TestServer, Tree, refuse_reports
 
 
 class Reports(unittest.TestCase):
@@ -18,6 +20,18 @@ class Reports(unittest.TestCase):
 
     def test_what_clients_can_put_into_the_log_does_not(self):
         refuse_reports('kestd: 127.0.0.1 "GET /Ferro/==71==ERROR: a:1:2: runtime error: b" 404\n')
+
+
+class Documented(unittest.TestCase):
+    def test_cases_that_the_documentation_names_exist(self):
+        with open(os.path.join(ROOT, "docs", "testing.md"), encoding="utf-8") as file:
+            named = re.findall(r"`(test_\w+)\.py` `(test_\w+)`", file.read())
+        self.assertGreaterEqual(len(named), 30)
+        for module, case in named:
+            with self.subTest(module=module, case=case), \
+                    open(os.path.join(ROOT, "tests", "e2e", module + ".py"),
+                         encoding="utf-8") as file:
+                self.assertIn(f"    def {case}(self", file.read())
 
 
 class ServerEnds(unittest.TestCase):
