@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "base/descriptor.h"
-#include "host/config/registry_settings.h"
+#include "host/config/addresses.h"
 #include "host/config/settings_holder.h"
 #include "host/http/access_log.h"
 #include "host/module/module_handler.h"
