@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// usage: crashstates [--full | --pairs N] [--seed N] [--limit N] [--without WORD] [--setting N]
+// usage: crashstates [--full | --pairs N] [--length N] [--part I/N] [--seed N] [--limit N]
+//                    [--without WORD] [--setting N]
 //
 // Checks every state that a power cut can leave in the course of every single operation and of
 // drawn pairs (N for each setting, default 40), or with --full of every sequence of up to three.
-// --limit: so many faults are told in detail (default 12). --without: leaves out the operations
-// whose names hold WORD. --setting: only the N-th of the settings, from 1. The exit status is not 0
-// when a fault was found.
+// --length: with --full, of up to N operations, 1 to 3. --part: of the sequences of several only
+// each N-th from the I-th on (1 to N), so that processes and nights can share them. --limit: so
+// many faults are told in detail (default 12). --without: leaves out the operations whose names
+// hold WORD. --setting: only the N-th of the settings, from 1. The exit status is not 0 when a
+// fault was found.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +26,9 @@ using namespace crashstates;
 
 struct Options {
     bool full = false;
+    size_t length = 3; // of the longest sequence of --full
+    size_t part = 1;   // of `parts`
+    size_t parts = 1;
     size_t pairs = 40;
     uint64_t seed = 1;
     size_t limit = 12;
@@ -47,18 +53,17 @@ void Print(const Setting& setting, const Checker& checker, size_t length, double
     std::fflush(stdout);
 }
 
-// Every sequence of up to `length` operations that begins with `sequence`, which was whole.
-void All(Checker& checker, const Sequence& operations, Sequence& sequence, size_t length)
+// Every sequence of `length` operations; of those, what belongs to this part.
+void All(Checker& checker, const Sequence& operations, size_t length, const Options& options)
 {
-    for (const Operation* operation : operations) {
-        sequence.push_back(operation);
-        if (sequence.size() == length) {
-            checker.Check(sequence, 0);
-        } else {
-            Sequence copy = sequence;
-            All(checker, operations, copy, length);
-        }
-        sequence.pop_back();
+    size_t count = 1;
+    for (size_t i = 0; i < length; ++i)
+        count *= operations.size();
+    for (size_t number = options.part - 1; number < count; number += options.parts) {
+        Sequence sequence;
+        for (size_t rest = number; sequence.size() < length; rest /= operations.size())
+            sequence.push_back(operations[rest % operations.size()]);
+        checker.Check(sequence, 0);
     }
 }
 
@@ -72,10 +77,9 @@ void Run(const Setting& setting, Checker& checker, const Options& options)
     for (const Operation* operation : operations)
         checker.Check({operation}, options.full ? 1 : 16);
     Print(setting, checker, 1, Seconds() - began);
-    Sequence sequence;
     if (options.full) {
-        for (const size_t length : {2, 3}) {
-            All(checker, operations, sequence, length);
+        for (size_t length = 2; length <= options.length; ++length) {
+            All(checker, operations, length, options);
             Print(setting, checker, length, Seconds() - began);
         }
         return;
@@ -114,13 +118,18 @@ bool Parse(int count, char** words, Options* out)
         };
         if (std::strcmp(words[i], "--full") == 0)
             out->full = true;
-        else if (std::strcmp(words[i], "--without") == 0 && i + 1 < count)
+        else if (std::strcmp(words[i], "--part") == 0 && i + 1 < count) {
+            if (std::sscanf(words[++i], "%zu/%zu", &out->part, &out->parts) != 2)
+                return false;
+        } else if (std::strcmp(words[i], "--without") == 0 && i + 1 < count)
             out->without = words[++i];
         else if (!number("--pairs", &out->pairs) && !number("--seed", &out->seed) &&
-                 !number("--limit", &out->limit) && !number("--setting", &out->setting))
+                 !number("--limit", &out->limit) && !number("--setting", &out->setting) &&
+                 !number("--length", &out->length))
             return false;
     }
-    return out->setting <= std::size(kSettings);
+    return out->setting <= std::size(kSettings) && out->length >= 1 && out->length <= 3 &&
+           out->part >= 1 && out->part <= out->parts;
 }
 
 } // namespace
@@ -130,7 +139,7 @@ int main(int count, char** words)
     Options options;
     if (!Parse(count, words, &options)) {
         std::fprintf(stderr, "usage: crashstates [--full | --pairs N] [--seed N] [--limit N] "
-                             "[--without WORD] [--setting N]\n");
+                             "[--without WORD] [--setting N] [--length N] [--part I/N]\n");
         return 2;
     }
     RegisterMemoryVfs();
