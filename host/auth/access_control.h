@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/auth/suspendable_call.h"
 #include <kest/types.h>
 
 namespace kestd {
@@ -21,6 +22,7 @@ struct Credentials {
     std::string_view remoteAddress; // numeric
     bool isSecure = false;          // TLS
     bool wantsCookie = false; // a browser (it accepts HTML), so that a session cookie makes sense
+    SuspendableCall* call = nullptr; // the request's, which may wait; null: its thread waits
 };
 
 struct AuthResult {
@@ -57,8 +59,8 @@ class AccessControl {
   public:
     virtual ~AccessControl() = default;
 
-    // Judges a request and holds its session open. Thread-safe; may take the time of one password
-    // hash when the credentials are not in the cache.
+    // Judges a request and holds its session open. Thread-safe. Takes the time of a password hash,
+    // and that of those before it, when the credentials are not in the cache.
     virtual AuthResult Authenticate(const Credentials& credentials) = 0;
     // Whether anybody is let in, whatever he shows. Thread-safe, without a lock.
     virtual bool AllowsAnonymous() const noexcept { return false; }

@@ -1,29 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Checks passwords: the cache of what was right before, the queue for hashes, the limits on
-// guesses.
+// Checks passwords: the cache of what was right before, the checks that run, the limits on guesses.
 #include "host/auth/authenticator.h"
 
-#include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <sys/random.h>
 
-#include "base/ascii.h"
-#include "base/base64.h"
-#include "base/utf.h"
+#include "host/auth/basic_credentials.h"
 #include "host/auth/passwords.h"
 #include <kest/tolm.h>
 
 namespace kestd {
 namespace {
-
-// The longest credentials that can belong to anybody: name, domain and password with room to spare.
-constexpr size_t kLongestHeader = 4096;
 
 // Contexts for digests, which cost more to make than a short text's digest. They are shared: one of
 // each thread's own would have to end with it, which takes memory at the thread's first use that
@@ -75,41 +68,16 @@ std::array<unsigned char, 32> Sha256(std::string_view first, std::string_view se
     return digest;
 }
 
-struct WipedText {
-    std::string text;
-    ~WipedText() { OPENSSL_cleanse(text.data(), text.size()); }
-};
+HashPool::Limits PoolLimits(const AuthLimits& limits)
+{
+    return {limits.hashesAtOnce, limits.waiters, limits.longestWait};
+}
 
 } // namespace
 
-bool ReadBasic(std::string_view authorization, std::string& name, std::string& password)
-{
-    constexpr std::string_view kScheme = "Basic ";
-    if (authorization.size() > kLongestHeader || authorization.size() < kScheme.size() ||
-        !base::EqualsIgnoringCase(authorization.substr(0, kScheme.size()), kScheme))
-        return false;
-    auto decoded = base::DecodeBase64(base::Trimmed(authorization.substr(kScheme.size())));
-    if (!decoded)
-        return false;
-    const WipedText text{std::move(*decoded)};
-    const std::string_view whole = text.text;
-    const size_t colon = whole.find(':');
-    if (colon == std::string_view::npos || whole.find('\0') != std::string_view::npos ||
-        !base::IsUtf8(whole))
-        return false;
-    std::string_view user = whole.substr(0, colon);
-    if (const size_t domain = user.rfind('\\'); domain != std::string_view::npos)
-        user.remove_prefix(domain + 1); // some clients send the machine's or the domain's name
-    if (user.empty())
-        return false;
-    name = user;
-    password = whole.substr(colon + 1);
-    return true;
-}
-
 Authenticator::Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches)
     : clock_(clock), matches_(std::move(matches)), limits_(limits), guessLimits_(clock),
-      users_(std::make_shared<const UserMap>())
+      users_(std::make_shared<const UserMap>()), pool_(PoolLimits(limits))
 {
     if (getentropy(salt_.data(), salt_.size()) != 0)
         throw std::runtime_error("no random numbers");
@@ -121,7 +89,7 @@ void Authenticator::SetLimits(const AuthLimits& limits)
     const std::lock_guard lock(mutex_);
     limits_ = limits;
     guessLimits_.SetLongestDelay(limits.guessDelay);
-    changed_.notify_all(); // more may be hashed at once
+    pool_.SetLimits(PoolLimits(limits));
 }
 
 std::shared_ptr<const Principal> Authenticator::MakePrincipal(const User& user)
@@ -218,53 +186,61 @@ void TellWrong(const std::string& name, std::string_view remote, const GuessLimi
 
 } // namespace
 
-// Made and destroyed with mutex_ held.
-class Authenticator::Pending {
+// One password on its way to a hash. What it tells is guarded by the authenticator's mutex_.
+class Authenticator::Guess final : public HashPool::Job {
   public:
-    Pending(Authenticator& self, std::unique_lock<std::mutex>& lock, const GuessSource& source)
-        : self_(self), lock_(lock), name_(self.guessLimits_.KeyOf(source)),
-          address_(source.address), hasAddress_(source.hasAddress)
+    Guess(Authenticator& self, const Digest& credentials, std::string user, std::string_view from)
+        : digest(credentials), name(std::move(user)), remote(from),
+          source(self.SourceOf(name, remote)), self_(self)
     {
-        isTooMany_ =
-            Count(name_) >= kGuessesAtOnce || (hasAddress_ && Count(address_) >= kGuessesAtOnce);
-        ++self_.pending_[name_];
-        try {
-            ++self_.pending_[address_];
-        } catch (...) {
-            Leave(name_);
-            throw;
-        }
     }
-    ~Pending()
-    {
-        if (!lock_.owns_lock())
-            lock_.lock();
-        Leave(name_);
-        Leave(address_);
-    }
-    Pending(const Pending&) = delete;
-    Pending& operator=(const Pending&) = delete;
-    bool IsTooMany() const { return isTooMany_; }
+    void Run(bool isLate) noexcept override { self_.Verify(*this, isLate); }
+
+    const Digest digest; // of the credentials
+    const std::string name;
+    const std::string remote;
+    const GuessSource source;
+    WipedText password;
+    Digest key{}; // that it is counted under, besides its address
+
+    Waiting* first = nullptr; // who waits for it
+    bool isDone = false;
+    Result result = Result::Busy;
+    std::chrono::seconds wait{0};
+    std::shared_ptr<Verified> who;
 
   private:
-    uint32_t Count(const Digest& key) const
+    Authenticator& self_;
+};
+
+// A request that waits for a guess; on its stack. Made and destroyed with mutex_ held.
+class Authenticator::Waiting {
+  public:
+    Waiting(Guess& guess, SuspendableCall* call)
+        : call_(call), guess_(guess), next_(std::exchange(guess.first, this))
     {
-        const auto found = self_.pending_.find(key);
-        return found == self_.pending_.end() ? 0 : found->second;
     }
-    void Leave(const Digest& key)
+    ~Waiting()
     {
-        const auto found = self_.pending_.find(key);
-        if (--found->second == 0)
-            self_.pending_.erase(found);
+        Waiting** link = &guess_.first;
+        while (*link != this)
+            link = &(*link)->next_;
+        *link = next_;
+    }
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+
+    static void WakeAll(const Guess& guess) noexcept
+    {
+        for (const Waiting* one = guess.first; one; one = one->next_)
+            if (one->call_)
+                one->call_->Wake();
     }
 
-    Authenticator& self_;
-    std::unique_lock<std::mutex>& lock_;
-    const Digest name_;
-    const Digest address_;
-    const bool hasAddress_;
-    bool isTooMany_ = false;
+  private:
+    SuspendableCall* const call_;
+    Guess& guess_;
+    Waiting* next_;
 };
 
 // With mutex_ held.
@@ -305,163 +281,168 @@ void Authenticator::Remember(const Digest& digest, const std::shared_ptr<Verifie
 
 Authenticator::Result Authenticator::Check(std::string_view authorization, std::string_view remote,
                                            std::shared_ptr<Verified>& who,
-                                           std::chrono::seconds& wait)
+                                           std::chrono::seconds& wait, SuspendableCall* call)
 {
-    if (authorization.size() > kLongestHeader)
+    if (authorization.size() > kLongestCredentials)
         return Result::Denied;
     const Digest digest = DigestOf(authorization);
     std::unique_lock lock(mutex_);
     if ((who = FindCached(digest)))
         return Result::Granted;
-    if (const auto found = flights_.find(digest); found != flights_.end()) {
-        const auto flight = found->second; // outlives its place in the table
-        return WaitFor(lock, flight, who, wait);
+    std::shared_ptr<Guess> guess = FindGuess(digest);
+    if (!guess) {
+        lock.unlock();
+        std::string name;
+        WipedText password;
+        if (!ReadBasic(authorization, name, password.text))
+            return Result::Denied;
+        auto fresh = std::make_shared<Guess>(*this, digest, std::move(name), remote);
+        fresh->password.text.swap(password.text);
+        lock.lock();
+        if ((wait = guessLimits_.Wait(fresh->source)).count() > 0)
+            return Result::Throttled;
+        if (!(guess = FindGuess(digest))) { // else somebody was faster
+            if (const Result refusal = Begin(fresh); refusal != Result::Granted) {
+                wait = std::chrono::seconds(1);
+                return refusal;
+            }
+            return WaitFor(lock, *fresh, who, wait, call);
+        }
     }
-    lock.unlock();
-    std::string name;
-    WipedText password;
-    if (!ReadBasic(authorization, name, password.text))
-        return Result::Denied;
-    const GuessSource source = SourceOf(name, remote);
-    auto flight = std::make_shared<Flight>();
-    lock.lock();
-    if ((wait = guessLimits_.Wait(source)).count() > 0)
+    // Some places are left for others: one client may bring the same credentials many times.
+    if (pool_.Waiting() + joined_ >= limits_.waiters - limits_.waiters / 4)
+        return Result::Busy;
+    ++joined_;
+    const Result result = WaitFor(lock, *guess, who, wait, call);
+    --joined_;
+    return result;
+}
+
+// With mutex_ held.
+std::shared_ptr<Authenticator::Guess> Authenticator::FindGuess(const Digest& digest) const
+{
+    const auto found = guesses_.find(digest);
+    return found == guesses_.end() ? nullptr : found->second;
+}
+
+// With mutex_ held: has the password hashed if it may be. Names that belong to nobody come last and
+// take half of the places at most: whoever makes names up cannot keep users out. While many wait,
+// the time therefore tells whether a name is one.
+Authenticator::Result Authenticator::Begin(const std::shared_ptr<Guess>& guess)
+{
+    guess->key = guessLimits_.KeyOf(guess->source);
+    const auto count = [&](const Digest& key) {
+        const auto found = pending_.find(key);
+        return found == pending_.end() ? 0 : found->second;
+    };
+    const bool isTooMany =
+        count(guess->key) >= kGuessesAtOnce ||
+        (guess->source.hasAddress && count(guess->source.address) >= kGuessesAtOnce);
+    if (isTooMany && limits_.guessDelay.count() > 0)
         return Result::Throttled;
-    if (!flights_.emplace(digest, flight).second) { // somebody was faster
-        const auto other = flights_.find(digest)->second;
-        return WaitFor(lock, other, who, wait);
-    }
-    Result result = Result::Busy;
+    // What is counted here End takes back: nothing in between may fail without it.
+    uint32_t& byName = pending_[guess->key];
+    uint32_t& byAddress = pending_[guess->source.address]; // a table's values stay in their place
+    ++byName;
+    ++byAddress;
+    bool isQueued = false;
     try {
-        result = Verify(lock, {source, name, remote}, password.text, who, wait);
-        if (result == Result::Granted)
-            Remember(digest, who);
+        guesses_.emplace(guess->digest, guess);
+        const bool isKnown = users_->find(guess->name) != users_->end();
+        isQueued = pool_.Submit(
+            guess, isKnown ? HashPool::Priority::User : HashPool::Priority::Other, joined_);
     } catch (...) {
-        if (!lock.owns_lock())
-            lock.lock();
-        flight->isDone = true; // with Busy: those who wait try again later
-        flights_.erase(digest);
-        changed_.notify_all();
+        End(*guess);
         throw;
     }
-    flight->isDone = true;
-    flight->result = result;
-    flight->wait = wait;
-    flight->who = who;
-    flights_.erase(digest);
-    changed_.notify_all();
-    return result;
+    if (!isQueued)
+        End(*guess);
+    return isQueued ? Result::Granted : Result::Busy;
 }
 
-// With mutex_ held: hashes the password if it may be, and counts what came of it.
-Authenticator::Result Authenticator::Verify(std::unique_lock<std::mutex>& lock, const Guess& guess,
-                                            std::string_view password,
-                                            std::shared_ptr<Verified>& who,
-                                            std::chrono::seconds& wait)
+// With mutex_ held: the guess is no longer on its way.
+void Authenticator::End(const Guess& guess) noexcept
 {
-    const auto& [source, name, remote] = guess;
-    const Pending pending(*this, lock, source);
-    wait = std::chrono::seconds(1);
-    if (pending.IsTooMany() && limits_.guessDelay.count() > 0)
-        return Result::Throttled;
-    if (!WaitForHash(lock, users_->find(name) != users_->end()))
-        return Result::Busy;
-    // Others may have guessed wrong meanwhile.
-    if ((wait = guessLimits_.Wait(source)).count() > 0) {
-        --running_;
-        changed_.notify_all();
-        return Result::Throttled;
+    for (const Digest& key : {guess.key, guess.source.address}) {
+        const auto found = pending_.find(key);
+        if (--found->second == 0)
+            pending_.erase(found);
     }
-    const Result result = Verify(lock, name, password, who);
-    if (!lock.owns_lock())
-        lock.lock();
-    if (result == Result::Granted)
-        guessLimits_.Right(source);
-    else if (result == Result::Denied)
-        TellWrong(name, remote, guessLimits_.Wrong(source));
-    return result;
+    guesses_.erase(guess.digest);
 }
 
-// With mutex_ held: the result of a check of the same credentials.
-Authenticator::Result Authenticator::WaitFor(std::unique_lock<std::mutex>& lock,
-                                             const std::shared_ptr<Flight>& flight,
+// With mutex_ held, which is let go meanwhile: waits for the guess to be verified, as a call that
+// stops without its thread where it is one. The pool sees to it that every guess comes to its end.
+Authenticator::Result Authenticator::WaitFor(std::unique_lock<std::mutex>& lock, Guess& guess,
                                              std::shared_ptr<Verified>& who,
-                                             std::chrono::seconds& wait)
+                                             std::chrono::seconds& wait, SuspendableCall* call)
 {
-    // Some places are left for others: one client may bring the same credentials many times.
-    if (waiting_ >= limits_.waiters - limits_.waiters / 4)
-        return Result::Busy;
-    ++waiting_;
-    const bool isDone =
-        changed_.wait_for(lock, limits_.SlowestHash(), [&] { return flight->isDone; });
-    --waiting_;
-    if (!isDone)
-        return Result::Busy;
-    who = flight->who;
-    wait = flight->wait;
-    return flight->result;
-}
-
-// With mutex_ held: takes the right to hash. False when too many want it. Names that belong to
-// nobody come last and take half of the places at most: whoever makes names up cannot keep users
-// out. While many wait, the time therefore tells whether a name is one.
-bool Authenticator::WaitForHash(std::unique_lock<std::mutex>& lock, bool isKnown)
-{
-    const auto isFree = [&] {
-        return running_ < limits_.hashesAtOnce && (isKnown || waitingKnown_ == 0);
-    };
-    if (!isFree()) {
-        if (waiting_ >= (isKnown ? limits_.waiters : (limits_.waiters + 1) / 2))
-            return false;
-        ++waiting_;
-        waitingKnown_ += isKnown;
-        const bool isMine = changed_.wait_for(lock, limits_.longestWait, isFree);
-        --waiting_;
-        waitingKnown_ -= isKnown;
-        if (!isMine) {
-            changed_.notify_all(); // others may have waited for this one
-            return false;
+    const Waiting here(guess, call);
+    bool goesOn = true;
+    while (!guess.isDone && goesOn) {
+        if (!call) {
+            hasEnded_.wait(lock);
+            continue;
         }
+        lock.unlock();
+        goesOn = call->Suspend();
+        lock.lock();
     }
-    ++running_;
-    return true;
+    if (!guess.isDone)
+        return Result::Busy; // its client is gone
+    who = guess.who;
+    wait = guess.wait;
+    return guess.result;
 }
 
-// With mutex_ held, which is let go during the hash, and the right to hash, which is given back.
-Authenticator::Result Authenticator::Verify(std::unique_lock<std::mutex>& lock,
-                                            const std::string& name, std::string_view password,
-                                            std::shared_ptr<Verified>& who)
+// On a thread of the pool.
+void Authenticator::Verify(Guess& guess, bool isLate) noexcept
 {
-    struct GiveBack {
-        Authenticator& self;
-        std::unique_lock<std::mutex>& lock;
-        ~GiveBack()
-        {
-            if (!lock.owns_lock())
-                lock.lock();
-            --self.running_;
-            self.changed_.notify_all();
-        }
-    };
-    const GiveBack giveBack{*this, lock};
+    Result result = Result::Busy;
+    try {
+        if (!isLate)
+            result = CheckHash(guess);
+    } catch (const std::exception& error) { // those who wait try again later
+        TolmLog(kLogError, "kestd", error.what());
+    }
+    const std::lock_guard lock(mutex_);
+    End(guess);
+    guess.result = result;
+    guess.isDone = true;
+    Waiting::WakeAll(guess);
+    hasEnded_.notify_all();
+}
+
+// Hashes the password, and counts what came of it.
+Authenticator::Result Authenticator::CheckHash(Guess& guess)
+{
     const auto find = [&] {
-        const auto found = users_->find(name);
+        const auto found = users_->find(guess.name);
         return found == users_->end() ? nullptr : found->second;
     };
+    std::unique_lock lock(mutex_);
+    // Others may have guessed wrong meanwhile.
+    if ((guess.wait = guessLimits_.Wait(guess.source)).count() > 0)
+        return Result::Throttled;
     const std::shared_ptr<const User> user = find();
     lock.unlock();
     // An unknown name costs the same hash, so that the time does not tell.
-    const bool fits = matches_(password, user ? user->hash : DecoyHash());
-    if (!user || !fits)
-        return Result::Denied;
-    auto made = std::make_shared<Verified>();
-    made->user = user;
-    made->principal = MakePrincipal(*user);
+    const bool fits = matches_(guess.password.text, user ? user->hash : DecoyHash());
+    std::shared_ptr<Verified> made;
+    if (user && fits) {
+        made = std::make_shared<Verified>();
+        made->user = user;
+        made->principal = MakePrincipal(*user);
+    }
     lock.lock();
-    const auto now = find(); // the users may have changed meanwhile
-    if (!now || !(*now == *user))
+    const std::shared_ptr<const User> now = find(); // the users may have changed meanwhile
+    if (!made || !now || !(*now == *user)) {
+        TellWrong(guess.name, guess.remote, guessLimits_.Wrong(guess.source));
         return Result::Denied;
-    who = std::move(made);
+    }
+    guessLimits_.Right(guess.source);
+    Remember(guess.digest, made);
+    guess.who = std::move(made);
     return Result::Granted;
 }
 

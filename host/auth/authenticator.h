@@ -19,7 +19,9 @@
 
 #include "host/auth/clock.h"
 #include "host/auth/guess_limits.h"
+#include "host/auth/hash_pool.h"
 #include "host/auth/sessions.h"
+#include "host/auth/suspendable_call.h"
 #include "host/auth/users.h"
 #include "host/config/auth_settings.h"
 
@@ -60,26 +62,19 @@ class Authenticator {
         Throttled // too many wrong ones came; nothing was checked
     };
     // Judges the value of an "Authorization" header that came from a numeric address (empty for an
-    // unknown one). `wait` is how long a throttled client should.
+    // unknown one). `wait` is how long a throttled client should. While a password is hashed `call`
+    // is suspended, or the calling thread waits where it is null. Busy also when the call need not
+    // go on. Throws std::bad_alloc.
     Result Check(std::string_view authorization, std::string_view remote,
-                 std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
+                 std::shared_ptr<Verified>& who, std::chrono::seconds& wait,
+                 SuspendableCall* call = nullptr);
 
     // A principal for a user's record.
     static std::shared_ptr<const Principal> MakePrincipal(const User& user);
 
   private:
-    // A check that runs; who brings the same credentials waits for it.
-    struct Flight {
-        bool isDone = false;
-        Result result = Result::Busy;
-        std::chrono::seconds wait{0};
-        std::shared_ptr<Verified> who;
-    };
-    struct Guess {
-        const GuessSource& source;
-        const std::string& name;
-        std::string_view remote;
-    };
+    class Guess;
+    class Waiting;
     struct Entry {
         Digest digest;
         std::shared_ptr<Verified> who;
@@ -87,41 +82,34 @@ class Authenticator {
     };
     using Entries = std::list<Entry>;
 
-    // A guess on its way to a hash; counted among those of its name and address while it lives.
-    class Pending;
-
     Digest DigestOf(std::string_view text) const;
     GuessSource SourceOf(const std::string& name, std::string_view remote) const;
-    Result Verify(std::unique_lock<std::mutex>& lock, const Guess& guess, std::string_view password,
-                  std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
     std::shared_ptr<Verified> FindCached(const Digest& digest);
     void Remember(const Digest& digest, const std::shared_ptr<Verified>& who);
-    Result WaitFor(std::unique_lock<std::mutex>& lock, const std::shared_ptr<Flight>& flight,
-                   std::shared_ptr<Verified>& who, std::chrono::seconds& wait);
-    bool WaitForHash(std::unique_lock<std::mutex>& lock, bool isKnown);
-    Result Verify(std::unique_lock<std::mutex>& lock, const std::string& name,
-                  std::string_view password, std::shared_ptr<Verified>& who);
+    std::shared_ptr<Guess> FindGuess(const Digest& digest) const;
+    Result Begin(const std::shared_ptr<Guess>& guess);
+    void End(const Guess& guess) noexcept;
+    Result WaitFor(std::unique_lock<std::mutex>& lock, Guess& guess, std::shared_ptr<Verified>& who,
+                   std::chrono::seconds& wait, SuspendableCall* call);
+    void Verify(Guess& guess, bool isLate) noexcept;
+    Result CheckHash(Guess& guess);
 
     const Clock& clock_;
     const Matcher matches_;
     std::array<unsigned char, 32> salt_{};
 
-    mutable std::mutex mutex_; // guards the rest; never held during a hash
-    std::condition_variable changed_;
+    mutable std::mutex mutex_;         // guards the rest; never held during a hash
+    std::condition_variable hasEnded_; // a guess, for threads that wait
     AuthLimits limits_;
     GuessLimits guessLimits_;
     std::unordered_map<Digest, uint32_t, DigestHash> pending_; // guesses on their way to a hash
     std::shared_ptr<const UserMap> users_;
     Entries entries_; // the last used first
     std::unordered_map<Digest, Entries::iterator, DigestHash> cache_;
-    std::unordered_map<Digest, std::shared_ptr<Flight>, DigestHash> flights_;
-    uint32_t running_ = 0;
-    uint32_t waiting_ = 0;
-    uint32_t waitingKnown_ = 0; // of them, those that name a user
-};
+    std::unordered_map<Digest, std::shared_ptr<Guess>, DigestHash> guesses_; // by the credentials
+    uint32_t joined_ = 0; // requests that wait for a guess of another one
 
-// Name and password of a Basic header; false when it is none. A domain before the last "\" of the
-// name is cut off.
-bool ReadBasic(std::string_view authorization, std::string& name, std::string& password);
+    HashPool pool_; // the last: its threads end before the rest goes
+};
 
 } // namespace kestd

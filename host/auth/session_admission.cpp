@@ -74,7 +74,7 @@ AuthResult SessionAdmission::Authenticate(const Credentials& credentials)
             credentials.authorization.empty()
                 ? Authenticator::Result::Denied
                 : authenticator_.Check(credentials.authorization, credentials.remoteAddress, who,
-                                       refused.retryAfter);
+                                       refused.retryAfter, credentials.call);
         if (result == Authenticator::Result::Granted)
             return Enter(credentials, who->principal, who->session);
         if (result == Authenticator::Result::Denied) {

@@ -12,11 +12,10 @@ namespace kestd {
 struct AuthLimits {
     uint32_t hashesAtOnce = 1; // password hashes that run at the same time
     uint32_t waiters = 32;     // requests that wait for a hash; one more is turned away
-    std::chrono::milliseconds longestWait{5000}; // for a hash to be free, or for another's result
+    std::chrono::milliseconds longestWait{5000}; // for a hash to begin
     uint32_t cacheEntries = 4096;
     std::chrono::seconds cacheTime{600}; // unused for so long, a password is hashed again
     std::chrono::seconds guessDelay{60}; // the longest wait between wrong guesses; 0 for none
-    std::chrono::milliseconds SlowestHash() const { return 2 * longestWait; }
 };
 
 struct SessionLimits {

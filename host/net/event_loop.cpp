@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace kestd {
 
@@ -46,6 +47,9 @@ constexpr uint64_t Word(uint64_t registration, uint64_t state) noexcept
 struct EventLoop::Slot {
     std::atomic<uint64_t> word{0};   // generation and state
     EventHandler* handler = nullptr; // written before the word says that there is one
+    // What is scheduled stands in a list, so that it takes no memory. Guarded by scheduledMutex_.
+    Registration scheduled = 0; // 0: it does not stand in the list
+    Slot* nextScheduled = nullptr;
 };
 
 class alignas(64) EventLoop::ReadyQueue {
@@ -233,13 +237,17 @@ void EventLoop::Dispatch(uint64_t event, bool isOverload) noexcept
 
 void EventLoop::Schedule(Registration registration) noexcept
 {
-    try {
+    {
+        Slot& slot = SlotOf(registration);
         const std::lock_guard lock(scheduledMutex_);
-        scheduled_.push_back(registration);
-        scheduledCount_.store(scheduled_.size(), std::memory_order_release);
-    } catch (const std::bad_alloc&) {
-        Dispatch(registration | kMayHaveEnded); // at once instead of later
-        return;
+        const bool stands = slot.scheduled != 0;
+        slot.scheduled = std::max(slot.scheduled, registration); // the one before it is gone
+        if (!stands) {
+            slot.nextScheduled = nullptr;
+            (lastScheduled_ ? lastScheduled_->nextScheduled : firstScheduled_) = &slot;
+            lastScheduled_ = &slot;
+            scheduledCount_.fetch_add(1, std::memory_order_release);
+        }
     }
     WakeThread();
 }
@@ -249,12 +257,14 @@ uint64_t EventLoop::TakeScheduled() noexcept
     if (scheduledCount_.load(std::memory_order_acquire) == 0)
         return 0;
     const std::lock_guard lock(scheduledMutex_);
-    if (scheduled_.empty())
+    Slot* const first = firstScheduled_;
+    if (!first)
         return 0;
-    const Registration first = scheduled_.front();
-    scheduled_.pop_front();
-    scheduledCount_.store(scheduled_.size(), std::memory_order_release);
-    return first | kMayHaveEnded;
+    firstScheduled_ = first->nextScheduled;
+    if (!firstScheduled_)
+        lastScheduled_ = nullptr;
+    scheduledCount_.fetch_sub(1, std::memory_order_release);
+    return std::exchange(first->scheduled, 0) | kMayHaveEnded;
 }
 
 void EventLoop::WakeThread() noexcept

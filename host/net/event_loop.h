@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -86,7 +85,8 @@ class EventLoop {
     // For the holder: stops holding. False when something came meanwhile: then the caller still
     // holds and has to look again. After true it must not touch the object any more.
     [[nodiscard]] bool Release(Registration registration) noexcept;
-    // Has the object served as if something had happened, after what is ready already. For anybody.
+    // Has the object served as if something had happened, after what is ready already; never on the
+    // calling thread. For anybody.
     void Schedule(Registration registration) noexcept;
 
     // A thread's ready events, which it works through and others may take from.
@@ -137,8 +137,9 @@ class EventLoop {
     std::vector<std::unique_ptr<Slot[]>> chunkOwners_;
     const std::unique_ptr<std::atomic<Slot*>[]> chunks_;
 
-    std::mutex scheduledMutex_; // guards scheduled_
-    std::deque<Registration> scheduled_;
+    std::mutex scheduledMutex_; // guards both, and what slots say of it
+    Slot* firstScheduled_ = nullptr;
+    Slot* lastScheduled_ = nullptr;
     std::atomic<size_t> scheduledCount_{0};
 };
 

@@ -21,10 +21,11 @@ namespace kestd {
 // Lets a call wait for its client. No thread waits with it.
 class Waiter {
   public:
-    enum class For { Input, Output };
+    enum class For { Input, Output, Wake };
 
-    // Returns when the socket may be ready, or perhaps for nothing. False when `deadline` (of
-    // NowMs) has passed, the client is given up, or nobody can wait here.
+    // Returns when the socket may be ready (For::Wake: when somebody says so), or perhaps for
+    // nothing. False when `deadline` (of NowMs) has passed, the client is given up, or nobody can
+    // wait here.
     [[nodiscard]] virtual bool Wait(For what, int64_t deadline) = 0;
     // Whether nothing is expected of the client any more: it is ended, or the server stops.
     virtual bool IsGivenUp() const noexcept = 0;

@@ -37,6 +37,7 @@ Decision Authentication::OnRequest(Exchange& exchange) const
     credentials.wantsCookie = request.Header("Accept").find("text/html") != std::string_view::npos;
     credentials.remoteAddress = request.remote;
     credentials.isSecure = request.isSecure;
+    credentials.call = exchange.call;
     exchange.auth = accessControl_.Authenticate(credentials);
     if (exchange.auth.outcome != AuthResult::Outcome::Granted)
         return Refuse(exchange.auth, exchange.response);

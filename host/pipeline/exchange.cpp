@@ -49,6 +49,7 @@ void Exchange::Reset() noexcept
         copyMove = {}; // nobody else has touched it
     conditions = {};
     lockReply.Reset();
+    call = nullptr;
     failure_ = 0;
     errorPageStatus_ = 0;
     start = {};

@@ -80,6 +80,7 @@ class Exchange {
     Response response;
     const EffectiveSettings* settings = nullptr; // outlives the exchange
     const Pipeline* pipeline = nullptr;          // likewise
+    SuspendableCall* call = nullptr;             // the stages'; null where their thread has to wait
     std::chrono::steady_clock::time_point start; // only where it is logged
 
     // What stages keep and tell others:

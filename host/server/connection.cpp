@@ -175,8 +175,9 @@ void Connection::Run(Event event)
 // something to do already.
 bool Connection::Release() noexcept
 {
-    const auto wanted =
-        waitsFor_ == For::Input ? EventLoop::Interest::Input : EventLoop::Interest::Output;
+    EventLoop::Interest wanted = interest_; // also of who waits to be woken
+    if (waitsFor_ != For::Wake)
+        wanted = waitsFor_ == For::Input ? EventLoop::Interest::Input : EventLoop::Interest::Output;
     if (interest_ != wanted)
         services_.loop.Expect(registration_, socket_.Number(), wanted);
     interest_ = wanted;
@@ -187,7 +188,8 @@ bool Connection::Release() noexcept
 // Says what others must know of the wait that begins.
 void Connection::PublishWait() noexcept
 {
-    const bool isRequest = exchange_ || state_ == State::Flush;
+    // Of the client nothing is expected while the call waits to be woken.
+    const bool isRequest = (exchange_ && waitsFor_ != For::Wake) || state_ == State::Flush;
     if (isRequest && !isListed_) {
         isListed_ = true;
         const Limits& limits = settings_->server.limits;

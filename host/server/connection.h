@@ -12,6 +12,7 @@
 
 #include "base/descriptor.h"
 #include "base/ip_address.h"
+#include "host/auth/suspendable_call.h"
 #include "host/net/buffer.h"
 #include "host/net/client_limits.h"
 #include "host/net/event_loop.h"
@@ -47,6 +48,7 @@ struct ConnectionServices {
 // members need no lock; the exceptions are said. Deletes itself.
 class Connection final : public EventHandler,
                          public Waiter,
+                         public SuspendableCall,
                          public WaitingRequest,
                          public RegisteredConnection {
   public:
@@ -72,13 +74,15 @@ class Connection final : public EventHandler,
     void OnReady(Event event) noexcept override;
     bool Wait(For what, int64_t deadline) override;
     bool IsGivenUp() const noexcept override { return isGivenUp_; }
+    bool Suspend() override;
+    void Wake() noexcept override;
 
   private:
     enum class State {
         Preamble, // receives what a proxy says about the client
         Head,     // receives a head
         Body,     // gathers the body, or its beginning, before the handler is called
-        Call,     // the handler has stopped and waits for the client
+        Call,     // the handler has stopped and waits for the client, or to be woken
         Flush,    // the reply is complete, and its end waits for the client
         Linger,   // nothing more is answered
     };

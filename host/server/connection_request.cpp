@@ -47,6 +47,7 @@ void Connection::StartExchange()
 {
     exchange_ = AcquireExchange();
     exchange_->settings = settings_.get();
+    exchange_->call = this;
     exchange_->pipeline = &services_.pipeline;
     if (settings_->server.accessLog)
         exchange_->start = std::chrono::steady_clock::now();
@@ -168,6 +169,22 @@ bool Connection::Wait(For what, int64_t deadline)
     callDeadline_ = deadline;
     fiber_->Suspend();
     return !hasExpired_ && !isGivenUp_;
+}
+
+// Likewise, but for somebody who wakes it. That takes as long as it takes: it has no deadline.
+bool Connection::Suspend()
+{
+    if (!fiber_ || isGivenUp_)
+        return false;
+    waitsFor_ = For::Wake;
+    callDeadline_ = INT64_MAX;
+    fiber_->Suspend();
+    return !isGivenUp_;
+}
+
+void Connection::Wake() noexcept
+{
+    services_.loop.Schedule(registration_);
 }
 
 void Connection::Handle()

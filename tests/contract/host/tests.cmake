@@ -16,13 +16,14 @@ kest_test(host_contract SHARDS 4
     ${CMAKE_CURRENT_LIST_DIR}/net/leaving_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/limits_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/proxies_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/net/sign_in_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/net/tls_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/condition_headers_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/copy_move_headers_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/dialect_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/rules_test.cpp
-  LIBS kestd_http tolm OpenSSL::SSL Threads::Threads)
+  LIBS kestd_http kestd_services tolm OpenSSL::SSL Threads::Threads)
 
 # A program of its own: it takes the place of the allocator and of epoll_ctl.
 kest_test(host_accept

@@ -1,80 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "host/auth/authenticator.h"
-
 #include <future>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "host/auth/basic_credentials.h"
 #include "host/auth/passwords.h"
-#include "tests/unit/host/fixtures.h"
+#include "tests/unit/host/auth/sign_ins.h"
 
 namespace kestd {
 namespace {
 
-using Result = Authenticator::Result;
-
-const char kAnna[] = "Basic YW5uYTpzZWNyZXQ=";       // anna:secret
-const char kAnnaWrong[] = "Basic YW5uYTp3cm9uZw==";  // anna:wrong
-const char kNobody[] = "Basic bm9ib2R5OnNlY3JldA=="; // nobody:secret
-
-UserMap Users(const std::string& hash = "secret")
-{
-    UserMap users;
-    users["anna"] = std::make_shared<const User>(User{"anna", hash, "CN=anna.O=org", "T", "a@b.c"});
-    return users;
-}
-
-// A password fits the hash that is equal to it; every check is counted.
-class Authentication : public testing::Test {
-  protected:
-    void Make(AuthLimits limits = {})
-    {
-        auth_ = std::make_unique<Authenticator>(
-            limits, clock_, [this](std::string_view password, const std::string& hash) {
-                const int now = ++running_;
-                int most = most_;
-                while (now > most && !most_.compare_exchange_weak(most, now)) {
-                }
-                ++hashes_;
-                if (gate_.valid())
-                    gate_.wait();
-                --running_;
-                return password == hash;
-            });
-        auth_->SetUsers(Users());
-    }
-    void SetUp() override { Make(); }
-    Result Check(std::string_view header, std::string_view remote = {})
-    {
-        std::shared_ptr<Verified> who;
-        std::chrono::seconds wait{0};
-        const Result result = auth_->Check(header, remote, who, wait);
-        EXPECT_EQ(result == Result::Granted, who != nullptr);
-        if (result == Result::Throttled)
-            wait_ = wait;
-        return result;
-    }
-    // Guesses wrong until guesses have to wait, and returns how many that took.
-    int GuessUntilThrottled(const char* header, std::string_view remote)
-    {
-        int guesses = 0;
-        while (Check(header, remote) == Result::Denied && guesses < 1000)
-            ++guesses;
-        return guesses;
-    }
-
-    ManualClock clock_;
-    std::chrono::seconds wait_{0}; // of the last throttled check
-    std::atomic<int> hashes_{0};
-    std::atomic<int> running_{0};
-    std::atomic<int> most_{0};
-    std::shared_future<void> gate_; // hashes end when it opens
-    std::unique_ptr<Authenticator> auth_;
-};
-
-TEST_F(Authentication, RightPassword_IsHashedOnce)
+TEST_F(SignIns, RightPassword_IsHashedOnce)
 {
     std::shared_ptr<Verified> who;
     std::chrono::seconds wait{0};
@@ -88,7 +26,7 @@ TEST_F(Authentication, RightPassword_IsHashedOnce)
     EXPECT_EQ(hashes_, 1);
 }
 
-TEST_F(Authentication, WrongPasswordAndUnknownName_CostOneHashEach)
+TEST_F(SignIns, WrongPasswordAndUnknownName_CostOneHashEach)
 {
     EXPECT_EQ(Check(kAnnaWrong), Result::Denied);
     EXPECT_EQ(Check(kAnnaWrong), Result::Denied);
@@ -97,7 +35,7 @@ TEST_F(Authentication, WrongPasswordAndUnknownName_CostOneHashEach)
     EXPECT_EQ(hashes_, 3);
 }
 
-TEST_F(Authentication, WhatIsNoBasicHeader_CostsNothing)
+TEST_F(SignIns, WhatIsNoBasicHeader_CostsNothing)
 {
     for (const std::string header :
          {"", "Basic", "Basic ", "Bearer abc", "Basic !!!!", "Basic YW5uYQ==" /* no colon */,
@@ -121,7 +59,7 @@ TEST(BasicHeader, DomainIsCutOffAndThePasswordKeepsItsColons)
     EXPECT_FALSE(ReadBasic("Basic RE9NQUlOXDph", name, password)); // a domain alone
 }
 
-TEST_F(Authentication, CachedCredentials_StayWhileTheyAreUsed)
+TEST_F(SignIns, CachedCredentials_StayWhileTheyAreUsed)
 {
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(Check(kAnna), Result::Granted);
@@ -133,7 +71,7 @@ TEST_F(Authentication, CachedCredentials_StayWhileTheyAreUsed)
     EXPECT_EQ(hashes_, 2);
 }
 
-TEST_F(Authentication, WrongGuesses_WaitLongerAndLongerWithoutAHash)
+TEST_F(SignIns, WrongGuesses_WaitLongerAndLongerWithoutAHash)
 {
     EXPECT_EQ(GuessUntilThrottled(kAnnaWrong, {}), 6); // five are free, the sixth sets the delay
     for (const int delay : {1, 2, 4, 8, 16, 32, 60, 60, 60}) {
@@ -151,12 +89,12 @@ TEST_F(Authentication, WrongGuesses_WaitLongerAndLongerWithoutAHash)
     EXPECT_EQ(GuessUntilThrottled(kAnnaWrong, {}), 6);
 }
 
-TEST_F(Authentication, UnknownNames_AreThrottledAlike)
+TEST_F(SignIns, UnknownNames_AreThrottledAlike)
 {
     EXPECT_EQ(GuessUntilThrottled(kNobody, {}), 6);
 }
 
-TEST_F(Authentication, RememberedCredentials_AreNeverThrottled)
+TEST_F(SignIns, RememberedCredentials_AreNeverThrottled)
 {
     EXPECT_EQ(Check(kAnna, "192.0.2.1"), Result::Granted);
     (void)GuessUntilThrottled(kAnnaWrong, "192.0.2.1");
@@ -165,7 +103,7 @@ TEST_F(Authentication, RememberedCredentials_AreNeverThrottled)
     EXPECT_EQ(Check(kAnna, "192.0.2.3"), Result::Granted);
 }
 
-TEST_F(Authentication, StrangersWhoGuessAtAName_DoNotKeepItsOwnerOut)
+TEST_F(SignIns, StrangersWhoGuessAtAName_DoNotKeepItsOwnerOut)
 {
     EXPECT_EQ(Check(kAnna, "192.0.2.1"), Result::Granted);
     clock_.Advance(std::chrono::seconds(600)); // to be hashed again
@@ -177,24 +115,7 @@ TEST_F(Authentication, StrangersWhoGuessAtAName_DoNotKeepItsOwnerOut)
     EXPECT_EQ(GuessUntilThrottled(kAnnaWrong, "192.0.2.1"), 6);
 }
 
-std::string BasicOf(const std::string& name)
-{
-    static constexpr char kDigits[] =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text = name + ":x";
-    while (text.size() % 3)
-        text += 'x';
-    std::string out = "Basic ";
-    for (size_t i = 0; i < text.size(); i += 3) {
-        const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
-        const unsigned bits = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
-        for (const int shift : {18, 12, 6, 0})
-            out += kDigits[bits >> shift & 63];
-    }
-    return out;
-}
-
-TEST_F(Authentication, ManyNamesFromOneAddress_AreThrottledToo)
+TEST_F(SignIns, ManyNamesFromOneAddress_AreThrottledToo)
 {
     const auto tries = [this](const std::string& prefix, const std::string& remote) {
         int i = 0;
@@ -212,7 +133,7 @@ TEST_F(Authentication, ManyNamesFromOneAddress_AreThrottledToo)
     EXPECT_EQ(Check(kAnna, "192.0.2.9"), Result::Granted);
 }
 
-TEST_F(Authentication, GuessesAtOneName_TakeFewPlaces)
+TEST_F(SignIns, GuessesAtOneName_TakeFewPlaces)
 {
     AuthLimits limits;
     limits.hashesAtOnce = 1;
@@ -241,7 +162,7 @@ TEST_F(Authentication, GuessesAtOneName_TakeFewPlaces)
     EXPECT_EQ(throttled, 6);
 }
 
-TEST_F(Authentication, CountsAreBounded)
+TEST_F(SignIns, CountsAreBounded)
 {
     BoundedTable<int> table(3);
     for (unsigned char i = 0; i < 10; ++i)
@@ -255,7 +176,7 @@ TEST_F(Authentication, CountsAreBounded)
     EXPECT_EQ(table.Find(Digest{8}), nullptr);
 }
 
-TEST_F(Authentication, ChangedOrRemovedUser_LosesHisCredentialsAtOnce)
+TEST_F(SignIns, ChangedOrRemovedUser_LosesHisCredentialsAtOnce)
 {
     std::shared_ptr<Verified> who;
     std::chrono::seconds wait{0};
@@ -271,7 +192,7 @@ TEST_F(Authentication, ChangedOrRemovedUser_LosesHisCredentialsAtOnce)
     EXPECT_EQ(Check(kAnna), Result::Denied);
 }
 
-TEST_F(Authentication, UserChangedDuringTheHash_IsDenied)
+TEST_F(SignIns, UserChangedDuringTheHash_IsDenied)
 {
     std::promise<void> open;
     gate_ = open.get_future().share();
@@ -283,7 +204,7 @@ TEST_F(Authentication, UserChangedDuringTheHash_IsDenied)
     client.join();
 }
 
-TEST_F(Authentication, CacheIsBounded)
+TEST_F(SignIns, CacheIsBounded)
 {
     AuthLimits limits;
     limits.cacheEntries = 2;
@@ -303,7 +224,7 @@ TEST_F(Authentication, CacheIsBounded)
     EXPECT_EQ(hashes_, 4);
 }
 
-TEST_F(Authentication, ManyWithTheSameCredentials_ShareOneHash)
+TEST_F(SignIns, ManyWithTheSameCredentials_ShareOneHash)
 {
     std::promise<void> open;
     gate_ = open.get_future().share();
@@ -318,7 +239,7 @@ TEST_F(Authentication, ManyWithTheSameCredentials_ShareOneHash)
     EXPECT_EQ(hashes_, 1);
 }
 
-TEST_F(Authentication, FloodOfPasswords_HashesFewAtOnceAndTurnsTheRestAway)
+TEST_F(SignIns, FloodOfPasswords_HashesFewAtOnceAndTurnsTheRestAway)
 {
     AuthLimits limits;
     limits.hashesAtOnce = 2;
@@ -355,7 +276,7 @@ TEST_F(Authentication, FloodOfPasswords_HashesFewAtOnceAndTurnsTheRestAway)
     EXPECT_EQ(Check(kAnna), Result::Granted); // all is as before
 }
 
-TEST_F(Authentication, FloodOfMadeUpNames_LeavesPlacesToUsers)
+TEST_F(SignIns, FloodOfMadeUpNames_LeavesPlacesToUsers)
 {
     AuthLimits limits;
     limits.hashesAtOnce = 1;
@@ -382,7 +303,7 @@ TEST_F(Authentication, FloodOfMadeUpNames_LeavesPlacesToUsers)
     EXPECT_EQ(busy, 35);
 }
 
-TEST_F(Authentication, WhoIsSignedIn_IsServedDuringAFlood)
+TEST_F(SignIns, WhoIsSignedIn_IsServedDuringAFlood)
 {
     EXPECT_EQ(Check(kAnna), Result::Granted);
     std::promise<void> open;
