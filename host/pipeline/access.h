@@ -17,7 +17,7 @@ namespace kestd {
 // whether a name is taken, the provider judges; see kest/host/access.h.
 class Access final : public Stage {
   public:
-    explicit Access(std::string location) : location_(std::move(location)) {}
+    explicit Access(std::string location) : location_(std::move(location)), homes_(clock_) {}
     Decision OnRequest(Exchange& exchange) const override;
     // The body of a 403 that the handler has sent without one.
     void OnReplyEnd(Exchange& exchange) const override;
@@ -27,7 +27,8 @@ class Access final : public Stage {
     std::string DenialOf(const Exchange& exchange) const;
 
     const std::string location_;
-    HomeFolders homes_;
+    const SteadyClock clock_;
+    const HomeFolders homes_;
 };
 
 } // namespace kestd
