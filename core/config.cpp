@@ -9,6 +9,7 @@
 #include "core/eventhandler.h"
 #include "core/lifecycle.h"
 #include "support/memory.h"
+#include "support/registry_key.h"
 
 const WCHAR kModuleKey[] = u"Kest\\Configuration\\KestDav";
 
@@ -39,45 +40,11 @@ STRING g_MonikerS = {0, kMonikerUnits, g_cMoniker};
 
 namespace {
 
-// An open registry key.
-class Key {
-  public:
-    Key() = default;
-    ~Key()
-    {
-        if (key_)
-            pITalpl->TalxCloseKey(key_);
-    }
-    Key(const Key&) = delete;
-    Key& operator=(const Key&) = delete;
-
-    [[nodiscard]] TALSTATUS Open(const WCHAR* name)
-    {
-        return pITalpl->TalxOpenKey(name, TALX_KEY_READ, &key_);
-    }
-    HANDLE Get() const { return key_; }
-
-  private:
-    HANDLE key_ = nullptr;
-};
-
-// The data of a value record that was read into `size` bytes; null when the record says that it
-// lies outside.
-const char* ValueData(const char* record, UINT32 size, UINT32& length)
-{
-    TALX_KEY_VALUE_INFORMATION info;
-    std::memcpy(&info, record, sizeof info);
-    length = info.ValueLength;
-    if (info.ValueOffset > size || length > size - info.ValueOffset)
-        return nullptr;
-    return record + info.ValueOffset;
-}
-
 // Reads a number of the module's key, whatever type it was stored as. Without one, or with less
 // data than a number has, `value` stays.
 TALSTATUS ReadNumber(const WCHAR* name, UINT32& value)
 {
-    Key key;
+    RegistryKey key;
     if (const TALSTATUS status = key.Open(kModuleKey); Failed(status))
         return status;
     const Paged<char> record = AllocPaged<char>(kNumberRecordBytes);
@@ -124,7 +91,7 @@ bool TakeMoniker(const char* data, UINT32 bytes)
 // Reads the stored moniker. The result is 0 or the code of the failure.
 UINT16 ReadMoniker()
 {
-    Key key;
+    RegistryKey key;
     if (const TALSTATUS status = key.Open(kModuleKey); Failed(status))
         return Code(status);
     const Paged<char> record = AllocPaged<char>(kMonikerRecordBytes);
@@ -184,7 +151,7 @@ TALSTATUS GetReadWriteBlockSize()
 TALSTATUS GetDialect()
 {
     g_Dialect = Dialect::Classic;
-    Key key;
+    RegistryKey key;
     if (const TALSTATUS status = key.Open(kModuleKey); Failed(status))
         return status;
     char record[kDialectRecordBytes] = {};

@@ -10,6 +10,7 @@
 #include "support/list.h"
 #include "support/memory.h"
 #include "support/provider.h"
+#include "support/registry_key.h"
 
 ISA* g_pIAttr;
 HANDLE g_hSessionAttribute;
@@ -65,17 +66,16 @@ template <class F> void ForEachProvider(F visit)
 
 TALSTATUS InstantiateDavHandlers()
 {
-    HANDLE key = nullptr;
-    if (!Failed(pITalpl->TalxOpenKey(kProviderKey, TALX_KEY_READ, &key))) {
+    RegistryKey key;
+    if (!Failed(key.Open(kProviderKey))) {
         if (const Paged<char> record = AllocPaged<char>(kKeyRecordBytes)) {
             auto* info = reinterpret_cast<TALX_KEY_INFORMATION*>(record.get());
             UINT32 used = 0;
             for (UINT32 index = 0;
-                 !Failed(pITalpl->TalxEnumerateKey(key, index, info, kKeyRecordBytes, &used));
+                 !Failed(pITalpl->TalxEnumerateKey(key.Get(), index, info, kKeyRecordBytes, &used));
                  ++index)
                 AddProvider(*info, info->KeyName);
         }
-        pITalpl->TalxCloseKey(key);
     }
     return pITalpl->TalxIsListEmpty(&g_HandlerList) ? TAL_STATUS_NOT_FOUND : TAL_STATUS_SUCCESS;
 }

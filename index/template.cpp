@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <strings.h>
 
+#include "support/registry_key.h"
+
 namespace {
 
 constexpr char kNotConfigured[] = "/";
@@ -24,20 +26,19 @@ constexpr UINT32 kValueBytes = 536;
 // Reads the registry value; null when it cannot be had. `units` does not count its terminator.
 const WCHAR* QueryTemplateDir(char* buffer, UINT32& units)
 {
-    HANDLE key = nullptr;
-    if (Code(pITalpl->TalxOpenKey(u"Kest\\Configuration\\KestDav", TALX_KEY_READ, &key)) != 0)
+    RegistryKey key;
+    if (Code(key.Open(u"Kest\\Configuration\\KestDav")) != 0)
         return nullptr;
     UINT32 resultLength = 0;
-    const TALSTATUS status =
-        pITalpl->TalxQueryValueKey(key, u"Template Directory", buffer, kValueBytes, &resultLength);
-    (void)pITalpl->TalxCloseKey(key);
-
-    const auto* info = reinterpret_cast<const TALX_KEY_VALUE_INFORMATION*>(buffer);
-    if (Code(status) != 0 || info->ValueOffset > kValueBytes ||
-        info->ValueLength > kValueBytes - info->ValueOffset)
+    const TALSTATUS status = pITalpl->TalxQueryValueKey(key.Get(), u"Template Directory", buffer,
+                                                        kValueBytes, &resultLength);
+    if (Code(status) != 0)
         return nullptr;
-    const auto* value = reinterpret_cast<const WCHAR*>(buffer + info->ValueOffset);
-    units = info->ValueLength / sizeof(WCHAR);
+    UINT32 length = 0;
+    const auto* value = reinterpret_cast<const WCHAR*>(ValueData(buffer, kValueBytes, length));
+    if (!value)
+        return nullptr;
+    units = length / sizeof(WCHAR);
     while (units > 0 && value[units - 1] == 0)
         --units;
     return value;

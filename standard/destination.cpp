@@ -6,27 +6,21 @@
 #include <algorithm>
 #include <string_view>
 
+#include "support/ascii.h"
+
 namespace standard {
 
 namespace {
 
 using Wide = std::u16string_view;
 
-int HexDigit(WCHAR unit) noexcept
-{
-    if (unit >= u'0' && unit <= u'9')
-        return unit - u'0';
-    const WCHAR lower = unit | 0x20;
-    return lower >= u'a' && lower <= u'f' ? lower - u'a' + 10 : -1;
-}
-
 // Takes "%" and two digits off the front. -1 when something else stands there.
 int TakeEscape(Wide& text) noexcept
 {
     if (text.size() < 3 || text[0] != u'%')
         return -1;
-    const int high = HexDigit(text[1]);
-    const int low = HexDigit(text[2]);
+    const int high = HexValue(text[1]);
+    const int low = HexValue(text[2]);
     if (high < 0 || low < 0)
         return -1;
     text.remove_prefix(3);

@@ -65,21 +65,13 @@ bool DecodeBase64(std::string_view text, UINT8* out, UINT32 size) noexcept
     return true;
 }
 
-int HexDigit(char c) noexcept
-{
-    if (IsDigit(c))
-        return c - '0';
-    const char lower = AsciiLower(c);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
 bool DecodeHex(std::string_view text, UINT8* out, UINT32 size) noexcept
 {
     if (text.size() != size_t{size} * 2)
         return false;
     for (; !text.empty(); text.remove_prefix(2)) {
-        const int high = HexDigit(text[0]);
-        const int low = HexDigit(text[1]);
+        const int high = HexValue(text[0]);
+        const int low = HexValue(text[1]);
         if (high < 0 || low < 0)
             return false;
         *out++ = static_cast<UINT8>(high * 16 + low);

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "support/ascii.h"
 #include "support/escape.h"
 #include "support/globals.h"
 #include "support/reply.h"
@@ -127,14 +128,13 @@ void ReplyWriter::PutEscaped(std::string_view text, int place)
 
 void ReplyWriter::PutPath(std::string_view path)
 {
-    static constexpr char kHex[] = "0123456789ABCDEF";
     while (!path.empty()) {
         const size_t plain = PlainLength(path, kInPath);
         Put(path.substr(0, plain));
         if (plain == path.size())
             return;
         const auto c = static_cast<UINT8>(path[plain]);
-        const char escape[] = {'%', kHex[c >> 4], kHex[c & 15]};
+        const char escape[] = {'%', kUpperHex[c >> 4], kUpperHex[c & 15]};
         Put({escape, sizeof escape});
         path.remove_prefix(plain + 1);
     }

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "support/ascii.h"
+
 namespace standard {
 
 namespace {
@@ -27,15 +29,6 @@ std::string_view PathOf(std::string_view url) noexcept
         url = path == std::string_view::npos || url[path] != '/' ? "/" : url.substr(path);
     }
     return url.substr(0, url.find_first_of("?#"));
-}
-
-int HexValue(char c) noexcept
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
 // Decodes into `out`, which has room for the whole text. False at a "%" without two hexadecimal

@@ -7,14 +7,10 @@
 #include <limits>
 #include <string_view>
 
+#include "support/ascii.h"
 #include <kest/types.h>
 
 namespace standard {
-
-constexpr char AsciiLower(char c) noexcept
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 constexpr bool EqualsIgnoringCase(std::string_view a, std::string_view b) noexcept
 {

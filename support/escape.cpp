@@ -8,24 +8,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "support/ascii.h"
 #include "support/memory.h"
 #include <kest/status.h>
 
 namespace {
-
-constexpr char kLowerHex[] = "0123456789abcdef";
-constexpr char kUpperHex[] = "0123456789ABCDEF";
-
-int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return -1;
-}
 
 // The bytes that an href shows as escapes. A NUL is not among them.
 struct PathEscapes {
@@ -101,8 +88,8 @@ TALSTATUS uri_unescape(char* text)
             *write++ = *read;
             continue;
         }
-        const int high = HexDigit(read[1]); // -1 for the terminator, so read[2] is never past it
-        const int low = high < 0 ? -1 : HexDigit(read[2]);
+        const int high = HexValue(read[1]); // -1 for the terminator, so read[2] is never past it
+        const int low = high < 0 ? -1 : HexValue(read[2]);
         if (low < 0)
             return kMalformedEscape;
         *write++ = static_cast<char>(high << 4 | low);

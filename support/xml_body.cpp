@@ -9,14 +9,10 @@
 
 #include <sys/random.h>
 
+#include "support/ascii.h"
 #include "support/failure_report.h"
 
 namespace {
-
-char Lower(char c) noexcept
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 struct FreeParser {
     void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
@@ -41,11 +37,11 @@ const char* LocalName(const char* tag) noexcept
 
 bool SameName(const char* a, const char* b) noexcept
 {
-    while (*a && Lower(*a) == Lower(*b)) {
+    while (*a && AsciiLower(*a) == AsciiLower(*b)) {
         ++a;
         ++b;
     }
-    return Lower(*a) == Lower(*b);
+    return AsciiLower(*a) == AsciiLower(*b);
 }
 
 XmlBody ParseXmlBody(const char* body, UINT32 size, void* userData, XML_StartElementHandler start,
