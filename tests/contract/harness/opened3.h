@@ -8,40 +8,23 @@
 #include <string>
 
 #include "provider3.h"
+#include "referenced.h"
 #include "text.h"
 
 namespace harness {
 
 // Counted by its provider as long as it lives; its calls are noted as "NAME.KIND.Op".
-template <class I> class Opened3 : public I {
+template <class I> class Opened3 : public Referenced<I> {
   public:
     Opened3(Provider& provider, std::string kind) : owner_(provider), kind_(std::move(kind))
     {
         const std::lock_guard lock(owner_.Mutex());
         owner_.Count(1);
     }
-    virtual ~Opened3()
+    ~Opened3() override
     {
         const std::lock_guard lock(owner_.Mutex());
         owner_.Count(-1);
-    }
-
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        *out = nullptr;
-        if (*iid != IidOf<I>::value && *iid != IID_IUnknown)
-            return ProviderFailure(kCodeNoInterface);
-        AddRef();
-        *out = static_cast<I*>(this);
-        return TAL_STATUS_SUCCESS;
-    }
-    UINT32 AddRef() override { return ++references_; }
-    UINT32 Release() override
-    {
-        const UINT32 left = --references_;
-        if (left == 0)
-            delete this;
-        return left;
     }
 
   protected:
@@ -54,7 +37,6 @@ template <class I> class Opened3 : public I {
 
   private:
     const std::string kind_;
-    UINT32 references_ = 1;
 };
 
 } // namespace harness

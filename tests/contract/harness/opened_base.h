@@ -9,6 +9,7 @@
 
 #include "opened.h"
 #include "provider3.h"
+#include "referenced.h"
 #include "text.h"
 
 namespace harness {
@@ -19,35 +20,12 @@ inline constexpr UINT32 Align8(size_t bytes)
 }
 
 // What opened resources and collections declare alike. `kind` is "res." or "col.".
-template <class I> class Opened : public I {
+template <class I> class Opened : public Referenced<I> {
   public:
     Opened(Provider& provider, std::string kind) : owner_(provider), kind_(std::move(kind))
     {
         const std::lock_guard lock(owner_.Mutex());
         owner_.Count(1);
-    }
-
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        *out = nullptr;
-        if (*iid != IidOf<I>::value && *iid != IID_IUnknown)
-            return ProviderFailure(kCodeNoInterface);
-        AddRef();
-        *out = static_cast<I*>(this);
-        return TAL_STATUS_SUCCESS;
-    }
-    UINT32 AddRef() override { return ++references_; }
-    UINT32 Release() override
-    {
-        const UINT32 left = --references_;
-        if (left == 0) {
-            {
-                const std::lock_guard lock(owner_.Mutex());
-                owner_.Count(-1);
-            }
-            delete this;
-        }
-        return left;
     }
 
     TALSTATUS GetFirstLock(UINT32* size, DAV_LOCK_2* buffer) override
@@ -110,7 +88,11 @@ template <class I> class Opened : public I {
     }
 
   protected:
-    virtual ~Opened() = default;
+    ~Opened() override
+    {
+        const std::lock_guard lock(owner_.Mutex());
+        owner_.Count(-1);
+    }
 
     std::optional<TALSTATUS> Note(const std::string& operation, std::string_view arguments = {})
     {
@@ -262,9 +244,31 @@ template <class I> class Opened : public I {
     std::u16string path_;
     size_t nextLock_ = 0;
     size_t nextProperty_ = 0;
+};
 
-  private:
-    UINT32 references_ = 1;
+// What the objects of the second generation have beside those of the first, the third among it
+// where the provider has one.
+template <class First, class Third, Third* (*NewThird)(Provider&)>
+class SecondGeneration : public First {
+  public:
+    using First::First;
+    TALSTATUS QueryInterface(const GUID* iid, void** out) override
+    {
+        if (*iid != IidOf<Third>::value || !this->owner_.HasThird())
+            return First::QueryInterface(iid, out);
+        *out = NewThird(this->owner_);
+        return TAL_STATUS_SUCCESS;
+    }
+    TALSTATUS IoctlRequest(SCHANDLE, UINT32 code, UINT32, void*, UINT32* size,
+                           void* output) override
+    {
+        return this->Ioctl(code, size, output);
+    }
+    TALSTATUS SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
+                                  UINT32* resultLength, char* result) override
+    {
+        return this->SetPropertyEnh(name, length, value, resultLength, result);
+    }
 };
 
 } // namespace harness

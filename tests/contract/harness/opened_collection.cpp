@@ -98,24 +98,13 @@ class Collection1 final : public OpenedCollection<IKestDAVCollection> {
     TALSTATUS Associate(SCHANDLE, UNICODE_STRING* path) override { return Bind(path, {}); }
 };
 
-class Collection2 final : public OpenedCollection<IKestDAVCollection2> {
+class Collection2 final : public SecondGeneration<OpenedCollection<IKestDAVCollection2>,
+                                                  IKestDAVCollection3, NewCollection3> {
   public:
-    using OpenedCollection::OpenedCollection;
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        if (*iid != IidOf<IKestDAVCollection3>::value || !owner_.HasThird())
-            return OpenedCollection::QueryInterface(iid, out);
-        *out = NewCollection3(owner_);
-        return TAL_STATUS_SUCCESS;
-    }
+    using SecondGeneration::SecondGeneration;
     TALSTATUS Associate(SCHANDLE, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
     {
         return Bind(path, ", token=" + Narrow(token));
-    }
-    TALSTATUS IoctlRequest(SCHANDLE, UINT32 code, UINT32, void*, UINT32* size,
-                           void* output) override
-    {
-        return Ioctl(code, size, output);
     }
     TALSTATUS GetFirstProperty(UINT32* size, DAV_NAMED_PROPERTY* buffer) override
     {
@@ -128,11 +117,6 @@ class Collection2 final : public OpenedCollection<IKestDAVCollection2> {
     TALSTATUS GetNamedProperty(UNICODE_STRING* name, UINT32* length, char* value) override
     {
         return NamedProperty(name, length, value);
-    }
-    TALSTATUS SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
-                                  UINT32* resultLength, char* result) override
-    {
-        return SetPropertyEnh(name, length, value, resultLength, result);
     }
 };
 

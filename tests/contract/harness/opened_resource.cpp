@@ -112,30 +112,14 @@ class Resource1 final : public OpenedResource<IKestDAVResource> {
     }
 };
 
-class Resource2 final : public OpenedResource<IKestDAVResource2> {
+class Resource2 final
+    : public SecondGeneration<OpenedResource<IKestDAVResource2>, IKestDAVResource3, NewResource3> {
   public:
-    using OpenedResource::OpenedResource;
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        if (*iid != IidOf<IKestDAVResource3>::value || !owner_.HasThird())
-            return OpenedResource::QueryInterface(iid, out);
-        *out = NewResource3(owner_);
-        return TAL_STATUS_SUCCESS;
-    }
+    using SecondGeneration::SecondGeneration;
     TALSTATUS Associate(SCHANDLE, BOOLEAN create, DAV_OPEN_ACCESS access, DAV_SHARE_MODE share,
                         DAV_OPEN_FLAGS flags, UNICODE_STRING* path, DAV_LOCK_TOKEN* token) override
     {
         return Bind(create, access, share, flags, path, ", token=" + Narrow(token));
-    }
-    TALSTATUS IoctlRequest(SCHANDLE, UINT32 code, UINT32, void*, UINT32* size,
-                           void* output) override
-    {
-        return Ioctl(code, size, output);
-    }
-    TALSTATUS SetNamedPropertyEnh(UNICODE_STRING* name, UINT32 length, char* value,
-                                  UINT32* resultLength, char* result) override
-    {
-        return SetPropertyEnh(name, length, value, resultLength, result);
     }
 };
 

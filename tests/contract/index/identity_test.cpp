@@ -7,6 +7,7 @@
 #include <cstring>
 #include <optional>
 
+#include "referenced.h"
 #include "site.h"
 #include <kest/directory.h>
 
@@ -25,29 +26,15 @@ std::string D(const std::string& text)
 }
 
 // Counts how many of its kind live.
-template <class I> class Object : public I {
+template <class I> class Object : public harness::Referenced<I> {
   public:
     explicit Object(int& live) : live_(live) { ++live_; }
-    TALSTATUS QueryInterface(const GUID*, void** out) override
-    {
-        *out = nullptr;
-        return MakeStatus(kFacilityHost, kCodeNoInterface);
-    }
-    UINT32 AddRef() override { return ++references_; }
-    UINT32 Release() override
-    {
-        const UINT32 left = --references_;
-        if (left == 0)
-            delete this;
-        return left;
-    }
 
   protected:
-    virtual ~Object() { --live_; }
+    ~Object() override { --live_; }
 
   private:
     int& live_;
-    UINT32 references_ = 1;
 };
 
 // What the services know, and how often they were asked.

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "fixture.h"
+#include "referenced.h"
 
 #include <kest/host/digest.h>
 
@@ -11,28 +12,9 @@ namespace standard_tests {
 
 // Digests that a reader can see through: as many bytes as the algorithm's, the first of which is
 // the sum of the content.
-class ScriptedDigest final : public IKestDigest {
+class ScriptedDigest final : public harness::Referenced<IKestDigest> {
   public:
     explicit ScriptedDigest(harness::Recorder& recorder) : recorder_(recorder) {}
-    virtual ~ScriptedDigest() = default;
-
-    TALSTATUS QueryInterface(const GUID* iid, void** out) override
-    {
-        *out = nullptr;
-        if (*iid != IidOf<IKestDigest>::value)
-            return ProviderFailure(kCodeNoInterface);
-        AddRef();
-        *out = static_cast<IKestDigest*>(this);
-        return TAL_STATUS_SUCCESS;
-    }
-    UINT32 AddRef() override { return ++references_; }
-    UINT32 Release() override
-    {
-        const UINT32 left = --references_;
-        if (left == 0)
-            delete this;
-        return left;
-    }
     TALSTATUS Begin(UINT32 algorithm) override
     {
         if (const auto status = recorder_.Enter("digest.Begin", std::to_string(algorithm)))
@@ -60,7 +42,6 @@ class ScriptedDigest final : public IKestDigest {
 
   private:
     harness::Recorder& recorder_;
-    UINT32 references_ = 1;
     UINT32 size_ = 0;
     UINT8 sum_ = 0;
 };
