@@ -148,7 +148,7 @@ class NewFile {
 } // namespace
 
 TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
-                   const LockRequest& request, LockRecord* made, bool* isNew)
+                   const LockRequest& request, const LockTeller& tell)
 {
     if (const TALSTATUS status = CheckLockable(target); Failed(status))
         return status;
@@ -193,13 +193,12 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     if (!Failed(status))
         status = session->AddLock(lock);
     if (!Failed(status))
+        status = tell(lock, missing);
+    if (!Failed(status))
         status = session->Commit();
-    if (Failed(status))
-        return status;
-    file.Keep();
-    *made = std::move(lock); // takes no memory: the lock stands
-    *isNew = missing;
-    return TAL_STATUS_SUCCESS;
+    if (!Failed(status))
+        file.Keep(); // takes no memory, as all that follows
+    return status;
 }
 
 TALSTATUS RefreshLock(const Guard& guard, const Target& target, UINT64 now, INT64 timeout,

@@ -272,18 +272,15 @@ TALSTATUS FileNamespace::Lock(SCHANDLE hSession, INT32 depth, INT64 timeout, DAV
         LockRequest request{depth, timeout, scope, type, {}};
         if (owner && owner->Buffer)
             request.owner = {owner->Buffer, owner->Length};
-        LockRecord made;
-        bool isNew = false;
-        TALSTATUS status = store_.LocateNew(path, &target);
-        if (!Failed(status))
-            status = WithRoomForRows(store_, *target.volume, [&] {
-                return MakeLock(store_, guard, target, request, &made, &isNew);
-            });
-        if (Failed(status))
-            return status;
-        std::memcpy(token->Buffer, made.token.data(), made.token.size());
-        token->Length = static_cast<UINT16>(made.token.size());
-        return status;
+        const LockTeller tell = [&](const LockRecord& made, bool) {
+            std::memcpy(token->Buffer, made.token.data(), made.token.size());
+            token->Length = static_cast<UINT16>(made.token.size());
+            return TAL_STATUS_SUCCESS;
+        };
+        const TALSTATUS status = store_.LocateNew(path, &target);
+        return Failed(status) ? status : WithRoomForRows(store_, *target.volume, [&] {
+            return MakeLock(store_, guard, target, request, tell);
+        });
     });
 }
 

@@ -51,39 +51,6 @@ TALSTATUS CheckRoom(const Target& target, size_t ownerBytes, const UINT32* size)
                                                   : TAL_STATUS_SUCCESS;
 }
 
-// A lock that was made: taken back unless its token was told, since nobody else could give it up.
-class GrantedLock {
-  public:
-    GrantedLock(const Store& store, SCHANDLE session, const Target& target,
-                std::string_view token) noexcept
-        : store_(store), session_(session), target_(target), token_(token)
-    {
-    }
-    GrantedLock(const GrantedLock&) = delete;
-    GrantedLock& operator=(const GrantedLock&) = delete;
-    ~GrantedLock()
-    {
-        if (!isTold_)
-            (void)Protected([this] { return TakeBack(); }); // else it ends with its time
-    }
-    void Tell() noexcept { isTold_ = true; }
-
-  private:
-    TALSTATUS TakeBack() const
-    {
-        return RunGuarded(store_, session_, target_, nullptr, nullptr, [&](const Guard& guard) {
-            return WithReserve(store_, *target_.volume,
-                               [&] { return ReleaseLock(store_, guard, target_, token_); });
-        });
-    }
-
-    const Store& store_;
-    const SCHANDLE session_;
-    const Target& target_;
-    const std::string_view token_;
-    bool isTold_ = false;
-};
-
 } // namespace
 
 TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CHANGE* change) const
@@ -339,32 +306,30 @@ TALSTATUS NamespaceFace::Lock(SCHANDLE hSession, UNICODE_STRING* path,
         return Failure(kCodeInvalidParameter);
     return Anew([&] {
         Target target;
-        LockRecord made;
-        bool isNew = false;
         const LockRequest asked{wanted.Depth, wanted.Timeout,       wanted.Scope,
                                 wanted.Type,  TextOf(wanted.Owner), true};
+        const UINT32 room = *size; // also when there is another try
+        const LockTeller tell = [&](const LockRecord& made, bool isNew) {
+            call::HeldReports reports; // it may stand, whatever can be told of its resource
+            *size = room;
+            TALSTATUS status = PackLock(made, *target.volume, store_.Now(), size, lock);
+            if (!Failed(status))
+                status = Describe(target, !isNew, change);
+            if (!Failed(status))
+                reports.Drop();
+            return status;
+        };
         TALSTATUS status = store_.LocateNew(path, &target);
         if (!Failed(status))
             status = CheckRoom(target, wanted.Owner.Length, size);
-        if (!Failed(status))
-            status = RunGuarded(
-                store_, hSession, target, preconditions, failures, [&](const Guard& guard) {
-                    return WithRoomForRows(store_, *target.volume, [&] {
-                        return MakeLock(store_, guard, target, asked, &made, &isNew);
-                    });
-                });
         if (Failed(status))
             return status;
-        GrantedLock granted(store_, hSession, target, made.token);
-        call::HeldReports reports; // the lock stands, whatever can be told of its resource
-        status = PackLock(made, *target.volume, store_.Now(), size, lock);
-        if (!Failed(status))
-            status = Describe(target, !isNew, change);
-        if (!Failed(status))
-            reports.Drop();
-        if (!Failed(status))
-            granted.Tell();
-        return status;
+        return RunGuarded(store_, hSession, target, preconditions, failures,
+                          [&](const Guard& guard) {
+                              return WithRoomForRows(store_, *target.volume, [&] {
+                                  return MakeLock(store_, guard, target, asked, tell);
+                              });
+                          });
     });
 }
 

@@ -351,7 +351,8 @@ class PosixFileSystem final : public FileSystem {
         if (Retry([&] { return ::fstatvfs(top_, &s); }) != 0)
             return errno;
         *free = static_cast<UINT64>(s.f_bavail) * s.f_frsize;
-        *total = static_cast<UINT64>(s.f_blocks) * s.f_frsize;
+        // What the system keeps for itself is neither used nor to be had.
+        *total = static_cast<UINT64>(s.f_blocks - s.f_bfree + s.f_bavail) * s.f_frsize;
         return 0;
     }
     bool IsInPlace() override

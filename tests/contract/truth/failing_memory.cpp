@@ -11,11 +11,16 @@ namespace {
 
 std::atomic<int> g_asked{0};
 std::atomic<int> g_failAt{0};
+std::atomic<bool> g_lasts{false};
 thread_local constinit bool t_isExempt = false;
 
 bool Fails() noexcept
 {
-    return g_failAt.load(std::memory_order_relaxed) != 0 && !t_isExempt && ++g_asked == g_failAt;
+    const int at = g_failAt.load(std::memory_order_relaxed);
+    if (at == 0 || t_isExempt)
+        return false;
+    const int asked = ++g_asked;
+    return asked == at || (asked > at && g_lasts.load(std::memory_order_relaxed));
 }
 
 } // namespace
@@ -26,6 +31,15 @@ void FailAt(int number)
 {
     g_failAt = 0;
     g_asked = 0;
+    g_lasts = false;
+    g_failAt = number;
+}
+
+void FailFrom(int number)
+{
+    g_failAt = 0;
+    g_asked = 0;
+    g_lasts = true;
     g_failAt = number;
 }
 

@@ -9,6 +9,8 @@ namespace failing_memory {
 
 // Counts anew. The allocation with that number fails; 0: none does.
 void FailAt(int number);
+// The same, and so do all that follow.
+void FailFrom(int number);
 bool HasFailed();
 // The calling thread's own allocations do not count, and do not fail.
 void ExemptThisThread();

@@ -231,6 +231,15 @@ TEST_F(FileStoreNamespace3, TellsHowMuchRoomThereIs)
     ASSERT_EQ(0u, ask("/docs", &quota));
     EXPECT_LT(0u, quota.Available);
     EXPECT_LE(quota.Available + quota.Used, space.capacity);
+    // Other programs write on the disk meanwhile.
+    const double slack = static_cast<double>(space.capacity) / 50 + (64 << 20);
+    EXPECT_NEAR(static_cast<double>(space.available), static_cast<double>(quota.Available), slack);
+    EXPECT_NEAR(static_cast<double>(space.capacity - space.free), static_cast<double>(quota.Used),
+                slack)
+        << "what the system keeps for itself is not used";
+    ASSERT_EQ(0u, MakeFolder("/docs/d"));
+    ASSERT_EQ(0u, ask("/docs/d", &quota));
+    EXPECT_NEAR(static_cast<double>(space.available), static_cast<double>(quota.Available), slack);
     EXPECT_EQ(kCodeNotImplemented, Code(ask("/", &quota)));
     EXPECT_EQ(kCodeNotFound, Code(ask("/nowhere", &quota)));
 }
