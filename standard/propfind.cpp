@@ -118,6 +118,7 @@ class PropFindWalk {
         object.tree = &path_;
         object.path = path_.Text();
         object.name = name;
+        object.nameAt = object.path.size() - name.size();
         object.info = member.Info;
         const TALSTATUS status = responses.Put(object);
         path_.Leave(here);

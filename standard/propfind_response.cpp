@@ -50,9 +50,12 @@ TALSTATUS PropFindResponses::Put(const PropFindObject& object)
     missing_ = 0;
     isOpen_ = false;
 
-    out_.Put("<D:response><D:href>");
-    PutHref(out_, object.path, object.IsCollection());
-    out_.Put("</D:href>");
+    out_.PutMarkup("<D:response><D:href>");
+    if (object.nameAt != 0)
+        PutMemberHref(object);
+    else
+        PutHref(out_, object.path, object.IsCollection());
+    out_.PutMarkup("</D:href>");
     PutFound(object);
     const bool hasMissing =
         request_.kind == PropFindRequest::Kind::Named && !request_.preferences.isMinimal &&
@@ -60,14 +63,36 @@ TALSTATUS PropFindResponses::Put(const PropFindObject& object)
     EndFound(hasMissing);
     if (hasMissing)
         PutMissing();
-    out_.Put("</D:response>\n");
+    out_.PutMarkup("</D:response>\n");
     return TAL_STATUS_SUCCESS;
+}
+
+// What the hrefs of all members of a collection begin with is escaped once.
+void PropFindResponses::PutMemberHref(const PropFindObject& object)
+{
+    const std::string_view parent = object.path.substr(0, object.nameAt);
+    if (parent != parent_.Text() && !EscapeParent(parent))
+        return PutHref(out_, object.path, object.IsCollection()); // without memory for it
+    out_.Put(parentHref_.Text());
+    out_.PutPath(object.path.substr(object.nameAt));
+    if (object.IsCollection())
+        out_.PutMarkup("/");
+}
+
+bool PropFindResponses::EscapeParent(std::string_view parent)
+{
+    const auto take = [this](std::string_view piece) { return parentHref_.Put(piece); };
+    const STRING moniker = g_MonikerS; // once: an event may change it meanwhile
+    parent_.Cut(0);
+    parentHref_.Cut(0);
+    return EscapePath({moniker.Buffer, moniker.Length}, take) && EscapePath(parent, take) &&
+           parent_.Put(parent);
 }
 
 void PropFindResponses::BeginFound()
 {
     if (!isOpen_)
-        out_.Put("<D:propstat><D:prop>");
+        out_.PutMarkup("<D:propstat><D:prop>");
     isOpen_ = true;
 }
 
@@ -77,7 +102,7 @@ void PropFindResponses::EndFound(bool isEmptyAllowed)
     if (!isOpen_ && isEmptyAllowed)
         return;
     BeginFound();
-    out_.Put("</D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat>");
+    out_.PutMarkup("</D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat>");
 }
 
 void PropFindResponses::PutFound(const PropFindObject& object)
@@ -150,26 +175,26 @@ bool PropFindResponses::PutLive(const PropFindObject& object, UINT32 property)
     }
     switch (property) {
     case kLiveCreationDate:
-        out_.Put("<D:creationdate>");
+        out_.PutMarkup("<D:creationdate>");
         out_.PutIsoDate(object.info.CreationDate);
-        out_.Put("</D:creationdate>");
+        out_.PutMarkup("</D:creationdate>");
         return true;
     case kLiveDisplayName:
-        out_.Put("<D:displayname>");
+        out_.PutMarkup("<D:displayname>");
         out_.PutText(object.name);
-        out_.Put("</D:displayname>");
+        out_.PutMarkup("</D:displayname>");
         return true;
     case kLiveContentLength:
-        out_.Put("<D:getcontentlength>");
+        out_.PutMarkup("<D:getcontentlength>");
         out_.PutNumber(object.info.ResourceSize);
-        out_.Put("</D:getcontentlength>");
+        out_.PutMarkup("</D:getcontentlength>");
         return true;
     case kLiveTag:
         return PutText("<D:getetag>", TagOf(object.info), "</D:getetag>");
     case kLiveLastModified:
-        out_.Put("<D:getlastmodified>");
+        out_.PutMarkup("<D:getlastmodified>");
         out_.PutHttpDate(object.info.ModificationDate);
-        out_.Put("</D:getlastmodified>");
+        out_.PutMarkup("</D:getlastmodified>");
         return true;
     default:
         return PutLiveElement(object, property);
@@ -180,24 +205,26 @@ bool PropFindResponses::PutLiveElement(const PropFindObject& object, UINT32 prop
 {
     switch (property) {
     case kLiveResourceType:
-        out_.Put(object.IsCollection() ? "<D:resourcetype><D:collection/></D:resourcetype>"
-                                       : "<D:resourcetype/>");
+        if (object.IsCollection())
+            out_.PutMarkup("<D:resourcetype><D:collection/></D:resourcetype>");
+        else
+            out_.PutMarkup("<D:resourcetype/>");
         return true;
     case kLiveLockDiscovery:
-        out_.Put("<D:lockdiscovery>");
+        out_.PutMarkup("<D:lockdiscovery>");
         if (object.info.Flags & kObjectHasLocks)
             if (UNICODE_STRING* const path = WidePath(object))
                 PutLocks(out_, *object.provider, session_, path, object.path,
                          object.IsCollection());
-        out_.Put("</D:lockdiscovery>");
+        out_.PutMarkup("</D:lockdiscovery>");
         return true;
     case kLiveSupportedLock:
-        out_.Put("<D:supportedlock>"
-                 "<D:lockentry><D:lockscope><D:exclusive/></D:lockscope>"
-                 "<D:locktype><D:write/></D:locktype></D:lockentry>"
-                 "<D:lockentry><D:lockscope><D:shared/></D:lockscope>"
-                 "<D:locktype><D:write/></D:locktype></D:lockentry>"
-                 "</D:supportedlock>");
+        out_.PutMarkup("<D:supportedlock>"
+                       "<D:lockentry><D:lockscope><D:exclusive/></D:lockscope>"
+                       "<D:locktype><D:write/></D:locktype></D:lockentry>"
+                       "<D:lockentry><D:lockscope><D:shared/></D:lockscope>"
+                       "<D:locktype><D:write/></D:locktype></D:lockentry>"
+                       "</D:supportedlock>");
         return true;
     case kLivePrivileges:
         PutPrivilegeSet(out_, PrivilegesOn(object));

@@ -21,6 +21,7 @@ struct PropFindObject {
     TreePath* tree = nullptr; // the provider path, as the provider takes it
     std::string_view path;    // the same in UTF-8, without a trailing "/"
     std::string_view name;    // to show
+    size_t nameAt = 0;        // of a member: where `name` begins in `path`
     DAV_OBJECT_INFO info{};
 
     bool IsCollection() const { return info.Type == Collection; }
@@ -41,6 +42,8 @@ class PropFindResponses {
     [[nodiscard]] TALSTATUS Put(const PropFindObject& object);
 
   private:
+    void PutMemberHref(const PropFindObject& object);
+    bool EscapeParent(std::string_view parent);
     // Of one object: what it is told to have, and which of the request's names it lacks.
     void PutFound(const PropFindObject& object);
     void PutMissing();
@@ -65,6 +68,8 @@ class PropFindResponses {
     const SCHANDLE session_;
     const PropFindRequest& request_;
     PrivilegeReader privileges_;
+    GrowingText parent_;     // of the members at hand: the path up to their names,
+    GrowingText parentHref_; // and what their hrefs begin with
     RecordBuffer records_;
     GrowingArray<UINT8> isFound_; // of the request's dead names, for the object at hand
     UINT32 missing_ = 0;          // live properties that the object at hand lacks

@@ -3,10 +3,10 @@
 // The body of an XML reply.
 #include "standard/reply_writer.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
-#include "support/ascii.h"
 #include "support/escape.h"
 #include "support/globals.h"
 #include "support/reply.h"
@@ -14,8 +14,6 @@
 namespace standard {
 
 namespace {
-
-constexpr UINT32 kDateBytes = 64;
 
 constexpr bool IsUnreserved(UINT8 c) noexcept
 {
@@ -62,21 +60,20 @@ bool IsNoncharacter(std::string_view text) noexcept
 
 } // namespace
 
-void ReplyWriter::Put(std::string_view markup)
+size_t PlainPathLength(std::string_view path) noexcept
 {
-    if (markup.size() > kRoom - used_) {
-        Flush();
-        if (markup.size() > kRoom) {
-            failed_ =
-                failed_ ||
-                Failed(io_->Write(static_cast<UINT32>(markup.size()),
-                                  reinterpret_cast<UINT8*>(const_cast<char*>(markup.data()))));
-            return;
-        }
-    }
-    if (!markup.empty())
-        std::memcpy(text_ + used_, markup.data(), markup.size());
-    used_ += static_cast<UINT32>(markup.size());
+    return PlainLength(path, kInPath);
+}
+
+// What does not fit behind what was gathered.
+void ReplyWriter::PutLong(std::string_view markup)
+{
+    Flush();
+    if (markup.size() <= kRoom)
+        return Put(markup);
+    failed_ =
+        failed_ || Failed(io_->Write(static_cast<UINT32>(markup.size()),
+                                     reinterpret_cast<UINT8*>(const_cast<char*>(markup.data()))));
 }
 
 void ReplyWriter::PutText(std::string_view text)
@@ -128,16 +125,7 @@ void ReplyWriter::PutEscaped(std::string_view text, int place)
 
 void ReplyWriter::PutPath(std::string_view path)
 {
-    while (!path.empty()) {
-        const size_t plain = PlainLength(path, kInPath);
-        Put(path.substr(0, plain));
-        if (plain == path.size())
-            return;
-        const auto c = static_cast<UINT8>(path[plain]);
-        const char escape[] = {'%', kUpperHex[c >> 4], kUpperHex[c & 15]};
-        Put({escape, sizeof escape});
-        path.remove_prefix(plain + 1);
-    }
+    (void)EscapePath(path, [this](std::string_view piece) { return Put(piece), true; });
 }
 
 void ReplyWriter::PutNumber(UINT64 number)
@@ -147,20 +135,32 @@ void ReplyWriter::PutNumber(UINT64 number)
     Put({digits, static_cast<size_t>(length)});
 }
 
+template <class Format>
+void ReplyWriter::PutDate(Written& written, DAV_DATETIME date, Format format)
+{
+    constexpr UINT64 kPerSecond = 10'000'000;
+    const UINT64 second = date / kPerSecond;
+    if (second != written.second) {
+        STRING text = {0, kDateRoom, written.text};
+        written.length =
+            Failed(format(&date, &text)) ? 0 : std::min<UINT32>(text.Length, kDateRoom);
+        written.second = second;
+    }
+    Put({written.text, written.length});
+}
+
 void ReplyWriter::PutHttpDate(DAV_DATETIME date)
 {
-    char buffer[kDateBytes];
-    STRING text = {0, sizeof buffer, buffer};
-    if (!Failed(g_pIKestUtil->SystemTimeToHttpTime(&date, &text)))
-        Put({buffer, text.Length});
+    PutDate(http_, date, [](DAV_DATETIME* from, STRING* to) {
+        return g_pIKestUtil->SystemTimeToHttpTime(from, to);
+    });
 }
 
 void ReplyWriter::PutIsoDate(DAV_DATETIME date)
 {
-    char buffer[kDateBytes];
-    STRING text = {0, sizeof buffer, buffer};
-    if (!Failed(g_pIKestUtil->SystemTimeTo8601Time(&date, &text)))
-        Put({buffer, text.Length});
+    PutDate(iso_, date, [](DAV_DATETIME* from, STRING* to) {
+        return g_pIKestUtil->SystemTimeTo8601Time(from, to);
+    });
 }
 
 void ReplyWriter::Flush()

@@ -82,11 +82,16 @@ size_t Buffer::Reserve(size_t size)
         char* data = capacity == kBlock ? TakeBlock() : static_cast<char*>(std::malloc(capacity));
         if (!data)
             throw std::bad_alloc();
+        // The room in front stays where there is enough: else what grows would be moved once more.
+        const size_t front = capacity - used - size >= begin_ ? begin_ : 0;
         if (used)
-            std::memcpy(data, data_ + begin_, used);
+            std::memcpy(data + front, data_ + begin_, used);
         Release();
         data_ = data;
         capacity_ = capacity;
+        begin_ = front;
+        end_ = front + used;
+        return Room();
     }
     begin_ = 0;
     end_ = used;

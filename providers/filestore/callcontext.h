@@ -43,6 +43,9 @@ class HeldReports {
 // Whether the reply can reach nobody any more: long work ends with a failure then. False when no
 // request runs.
 [[nodiscard]] bool IsCancelled();
+// Names that a listing goes on for between two such looks: one costs as much as what is said of a
+// name.
+inline constexpr size_t kNamesPerLook = 16;
 // Ties an object to the running request under a key; the request releases it at its end. False
 // when no request runs, or without memory.
 [[nodiscard]] bool Attach(const GUID& key, IUnknown* object);

@@ -127,7 +127,7 @@ TALSTATUS CollectionFace::Pack(UINT32* size, char* buffer)
     DAV_MEMBER* last = nullptr;
     size_t lastAt = 0;
     for (; next_ < names.Count(); ++next_) {
-        if (call::IsCancelled())
+        if (next_ % call::kNamesPerLook == 0 && call::IsCancelled())
             return Failure(kCodeTimeout);
         const std::string_view name = names.At(next_);
         const size_t needed = RecordSize(name.size());

@@ -23,7 +23,7 @@ class ServedNames final : public NameSink {
     }
     bool OnName(std::string_view name) override
     {
-        if (call::IsCancelled())
+        if (seen_++ % call::kNamesPerLook == 0 && call::IsCancelled())
             return false;
         if (IsPrivateName(name) || !filter_.IsListed(name))
             return true;
@@ -38,6 +38,7 @@ class ServedNames final : public NameSink {
   private:
     NameList& names_;
     const access::MemberFilter& filter_;
+    size_t seen_ = 0;
     size_t leftOut_ = 0;
 };
 

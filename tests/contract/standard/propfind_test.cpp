@@ -153,6 +153,42 @@ TEST(StandardPropFindBound, InfinityBeyondTheSetting_IsRefusedBeforeAnythingIsSe
     }
 }
 
+TEST_F(StandardPropFind, MembersOfManyCollections_HaveTheHrefsOfTheirOwn)
+{
+    world["gen3"].AddFile("/gen3/n/a b/%");
+    world["gen3"].AddFile("/gen3/n/a b/ü/x y");
+    world["gen3"].AddFile("/gen3/n/a bc/z");
+    const std::string top = "/Ferro/gen3/n/";
+    EXPECT_EQ(Types("/Ferro/gen3/n", "infinity"),
+              kHead + Response(top, Type(true)) + Response(top + "a%20b/", Type(true)) +
+                  Response(top + "a%20bc/", Type(true)) + Response(top + "a%20bc/z", Type(false)) +
+                  Response(top + "a%20b/%25", Type(false)) +
+                  Response(top + "a%20b/%C3%BC/", Type(true)) +
+                  Response(top + "a%20b/%C3%BC/x%20y", Type(false)) + kEnd);
+}
+
+TEST_F(StandardPropFind, Dates_AreThoseOfEachMember)
+{
+    const char* const names[] = {"/gen3/n/1", "/gen3/n/2", "/gen3/n/3", "/gen3/n/4"};
+    for (const char* const name : names)
+        world["gen3"].AddFile(name);
+    const DAV_DATETIME start = world["gen3"].Find(names[0])->modified;
+    world["gen3"].Find(names[1])->modified += 9'999'999; // the same second
+    world["gen3"].Find(names[2])->modified += 10'000'000;
+    world["gen3"].Find(names[2])->created += 20'000'000;
+    ASSERT_EQ(start, world["gen3"].Find(names[3])->modified); // the first one again
+    const auto dates = [](const std::string& modified, const std::string& created) {
+        return "<D:creationdate>2026-01-31T12:00:" + created + "Z</D:creationdate>" +
+               "<D:getlastmodified>Sat, 31 Jan 2026 12:00:" + modified + " GMT</D:getlastmodified>";
+    };
+    EXPECT_EQ(Run(Find("/Ferro/gen3/n", "1", Prop("<p:getlastmodified/><p:creationdate/>"))),
+              kHead + Response("/Ferro/gen3/n/", dates("00", "00")) +
+                  Response("/Ferro/gen3/n/1", dates("00", "00")) +
+                  Response("/Ferro/gen3/n/2", dates("00", "00")) +
+                  Response("/Ferro/gen3/n/3", dates("01", "02")) +
+                  Response("/Ferro/gen3/n/4", dates("00", "00")) + kEnd);
+}
+
 TEST_F(StandardPropFind, Names_AreEscapedForWhereTheyStand)
 {
     world["gen3"].AddFile("/gen3/n/a<b>&\"c ü%20.txt");
