@@ -123,6 +123,8 @@ void SplitHost(std::string_view text, std::string_view& name, std::string_view& 
 
 bool IsLoopbackHost(std::string_view name) noexcept
 {
+    if (name == "127.0.0.1") // what programs on this machine ask for
+        return true;
     constexpr std::string_view kName = "localhost";
     if (name.size() > 1 && name.back() == '.') // the same name, fully qualified
         name.remove_suffix(1);

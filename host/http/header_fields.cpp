@@ -30,7 +30,7 @@ const HeaderFields::Line* HeaderFields::FindLine(std::string_view name, uint32_t
 
 bool HeaderFields::Set(Arena& arena, std::string_view name, std::string_view value)
 {
-    if (!base::IsToken(name) || base::HasControl(value) || name.size() > kLongest ||
+    if (!base::IsFieldName(name) || base::HasControl(value) || name.size() > kLongest ||
         value.size() > kLongest)
         return false;
     const size_t size = name.size() + value.size() + 4;

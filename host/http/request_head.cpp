@@ -68,7 +68,7 @@ bool ReadField(std::string_view line, Field& field) noexcept
         return false;
     field.name = line.substr(0, colon);
     field.value = base::Trimmed(line.substr(colon + 1));
-    return base::IsToken(field.name) && !base::HasControl(field.value);
+    return base::IsFieldName(field.name) && !base::HasControl(field.value);
 }
 
 // Most names differ in their length or in their first letter. A field's name is never empty.

@@ -9,6 +9,7 @@
 #include "base/base64.h"
 #include "base/hex.h"
 #include "base/percent.h"
+#include "base/token.h"
 
 namespace base {
 namespace {
@@ -55,6 +56,21 @@ TEST(Ascii, TabBesideAControlDoesNotHideIt)
     EXPECT_TRUE(HasControl("aaaa\t\x01zzzzzzzzzz"));
     EXPECT_TRUE(HasControl("aaaaaaaaaaaaaa\x7F\t"));
     EXPECT_FALSE(HasControl("a\tb\tc\td\te\tf\t"));
+}
+
+TEST(Ascii, FieldNamesAreTokensWhateverTheirLength)
+{
+    EXPECT_FALSE(base::IsFieldName(""));
+    for (const size_t length : {1u, 3u, 4u, 7u, 8u, 9u, 15u, 16u, 23u})
+        for (size_t place = 0; place < length; ++place)
+            for (int byte = 0; byte < 256; ++byte) {
+                for (const char other : {'a', 'Z', '-'}) {
+                    std::string name(length, other);
+                    name[place] = static_cast<char>(byte);
+                    EXPECT_EQ(base::IsToken(name), base::IsFieldName(name))
+                        << byte << " at " << place << " of " << length;
+                }
+            }
 }
 
 TEST(Ascii, NumbersAreDigitsOnly)
