@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -49,8 +51,15 @@ void FromStatx(const struct statx& s, FileInfo* out)
 
 ProcPath::ProcPath(int fd, const char* name)
 {
-    std::snprintf(text, sizeof text, name ? "/proc/self/fd/%d/%s" : "/proc/self/fd/%d", fd,
-                  name ? name : "");
+    constexpr std::string_view kBefore = "/proc/self/fd/";
+    char* at = std::copy(kBefore.begin(), kBefore.end(), text);
+    char* const end = text + sizeof text - 1;
+    at = std::to_chars(at, end, fd).ptr;
+    if (name) {
+        *at++ = '/';
+        at = std::copy_n(name, std::min(std::strlen(name), static_cast<size_t>(end - at)), at);
+    }
+    *at = '\0';
 }
 
 void FromStat(const struct stat& s, FileInfo* out)

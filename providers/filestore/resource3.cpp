@@ -205,13 +205,16 @@ TALSTATUS ContentFace::Finish(DAV_DATETIME modified, DAV_DATETIME created)
     upload_->SetModified(modified ? StampedDate(modified, true) : StampedDate(store_.Now(), false));
     if (created)
         upload_->SetCreated(created);
+    upload_->SetDescribed();
     // What may take long comes before the locks are asked again.
     TALSTATUS status = WithRoomForRows(store_, volume, [&] { return upload_->Finish(); });
     if (!Failed(status))
         status = WithRoomForRows(store_, volume, [&] {
             return PublishUpload(*guard_, volume, path_, guard_->HasConditions(), &*upload_);
         });
-    return Failed(status) ? status : StatusFromErrno(volume.Fs().Inspect(upload_->File(), &info_));
+    if (!Failed(status))
+        info_ = upload_->Made();
+    return status;
 }
 
 TALSTATUS ContentFace::Publish(DAV_DATETIME modified, DAV_DATETIME created,

@@ -152,30 +152,8 @@ TALSTATUS Upload::SetLength(UINT64 length)
 // Gives the new file what the old one had, and what the caller asked for.
 int Upload::ApplyAttributes()
 {
-    FileSystem& fs = volume_.Fs();
-    UINT32 mode = fs.NewFileMode();
-    if (old_) {
-        FileInfo made;
-        if (const int error = fs.Inspect(file_.Get(), &made))
-            return error;
-        // The owner stays if the serving account may give files away.
-        if (made.owner != old_->owner || made.group != old_->group)
-            (void)fs.SetOwner(file_.Get(), old_->owner, old_->group);
-        mode = old_->mode;
-        if (!created_) {
-            bool isKept = false;
-            if (const int error = volume_.HasKeptDates(*parent_, &isKept))
-                return error;
-            if (isKept)
-                if (const int error = volume_.GetCreatedOfChild(parent_->Get(), Leaf(), &*old_))
-                    return error;
-            created_ = old_->created;
-        }
-    }
-    if (readOnly_)
-        mode = WithReadOnly(mode, *readOnly_);
-    if (mode != fs.NewFileMode())
-        if (const int error = fs.SetMode(file_.Get(), mode))
+    if (old_ && !created_)
+        if (const int error = TakeOverCreated())
             return error;
     if (created_ && !ShowsByItself(*created_)) {
         // A file system without tags shows its own date: that is no reason to refuse content.
@@ -183,7 +161,45 @@ int Upload::ApplyAttributes()
         if (error && error != EOPNOTSUPP)
             return error;
     }
-    return modified_ ? fs.SetModified(file_.Get(), *modified_) : 0;
+    FileSystem& fs = volume_.Fs();
+    if (modified_)
+        if (const int error = fs.SetModified(file_.Get(), *modified_))
+            return error;
+    // With its date as the file system keeps it. What follows changes none.
+    if (old_ || isToBeDescribed_)
+        if (const int error = fs.Inspect(file_.Get(), &made_))
+            return error;
+    return ApplyRights();
+}
+
+int Upload::TakeOverCreated()
+{
+    bool isKept = false;
+    if (const int error = volume_.HasKeptDates(*parent_, &isKept))
+        return error;
+    if (isKept)
+        if (const int error = volume_.GetCreatedOfChild(parent_->Get(), Leaf(), &*old_))
+            return error;
+    created_ = old_->created;
+    return 0;
+}
+
+int Upload::ApplyRights()
+{
+    FileSystem& fs = volume_.Fs();
+    // The owner stays if the serving account may give files away.
+    if (old_ && (made_.owner != old_->owner || made_.group != old_->group) &&
+        fs.SetOwner(file_.Get(), old_->owner, old_->group) == 0) {
+        made_.owner = old_->owner;
+        made_.group = old_->group;
+    }
+    UINT32 mode = old_ ? old_->mode : fs.NewFileMode();
+    if (readOnly_)
+        mode = WithReadOnly(mode, *readOnly_);
+    if (mode == fs.NewFileMode())
+        return 0;
+    made_.mode = mode;
+    return fs.SetMode(file_.Get(), mode);
 }
 
 // Whether the file will be told to be from `created` without that being kept: a new file shows the

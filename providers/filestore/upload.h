@@ -49,6 +49,11 @@ class Upload {
 
     bool IsReplacing() const { return replaces_; }
     FileHandle File() const { return file_.Get(); }
+    // Before Finish: the caller wants to know what the file is then. Costs a look.
+    void SetDescribed() { isToBeDescribed_ = true; }
+    // After Publish: the file as it was put in place, without a look at what others have done to it
+    // since. Only after SetDescribed.
+    const FileInfo& Made() const { return made_; }
     // The file that bore the name when it was looked at last; null when none did.
     const FileInfo* Old() const { return old_ ? &*old_ : nullptr; }
     // What the file is to have once it is in place; until set, what a replaced file had.
@@ -73,6 +78,8 @@ class Upload {
     const char* Leaf() const { return path_.c_str() + (path_.size() - LeafOf(path_).size()); }
     bool HasFile() const { return isUnnamed_ || !tmpName_.empty(); }
     int ApplyAttributes();
+    int TakeOverCreated();
+    int ApplyRights();
     bool ShowsByItself(UINT64 created) const;
 
     const Store& store_;
@@ -92,6 +99,8 @@ class Upload {
     std::optional<UINT64> modified_;
     std::optional<UINT64> created_;
     std::optional<bool> readOnly_;
+    bool isToBeDescribed_ = false;
+    FileInfo made_;                         // once it was looked at
     TALSTATUS failed_ = TAL_STATUS_SUCCESS; // of the first write that failed
 };
 

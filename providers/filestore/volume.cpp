@@ -335,9 +335,11 @@ bool Volume::GiveUpReserve()
 
 std::string Volume::UniqueName()
 {
-    char text[24];
-    std::snprintf(text, sizeof text, "-%llx", static_cast<unsigned long long>(++counter_));
-    return token_ + text;
+    char text[24] = "-";
+    const auto end = std::to_chars(text + 1, text + sizeof text, UINT64{++counter_}, 16).ptr;
+    std::string name;
+    name.reserve(token_.size() + sizeof text);
+    return name.append(token_).append(text, end);
 }
 
 int Volume::OpenParent(std::string_view path, DirectoryRef* out) const
