@@ -4,6 +4,7 @@
 #include "providers/filestore/posixfs.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -161,8 +162,13 @@ class PosixFileSystem final : public FileSystem {
     }
     int CopyContent(FileHandle from, FileHandle to, UINT64 size, const GoOn& goOn) override
     {
-        if (Retry([&] { return ::ioctl(to, FICLONE, from); }) == 0)
-            return 0;
+        // Other file systems may be mounted within, and some can: what is worth a look gets one.
+        constexpr UINT64 kWorthALook = 1 << 20;
+        if (size >= kWorthALook || mayClone_.load(std::memory_order_relaxed)) {
+            if (Retry([&] { return ::ioctl(to, FICLONE, from); }) == 0)
+                return 0;
+            mayClone_.store(errno != EOPNOTSUPP && errno != ENOTTY, std::memory_order_relaxed);
+        }
         UINT64 done = 0;
         while (done < size) {
             if (goOn && !goOn())
@@ -473,7 +479,8 @@ class PosixFileSystem final : public FileSystem {
     const std::string name_;   // as it was given
     std::vector<int> private_; // directories that no link leads into
     const UINT32 newFileMode_;
-    LinkJudge linkJudge_; // may be none
+    LinkJudge linkJudge_;              // may be none
+    std::atomic<bool> mayClone_{true}; // whether the last small file could share its content
 };
 
 } // namespace

@@ -105,6 +105,11 @@ constexpr char kFromVersion3[] =
 // A tree is its top and the range of paths below it: "0" is the character after "/".
 #define WITHIN(column) "(" column " = ?1 OR (" column " > ?1 || '/' AND " column " < ?1 || '0'))"
 #define BELOW(column) "(" column " > ?1 || '/' AND " column " < ?1 || '0')"
+// The same in two looks at an index. "OR" takes a table of its own to join them where rows have no
+// number, which costs ten times as much as both.
+#define ANY_WITHIN(table, column)                                                                  \
+    "SELECT 1 FROM " table " WHERE " column " = ?1 "                                               \
+    "UNION ALL SELECT 1 FROM " table " WHERE " BELOW(column)
 
 constexpr const char* kStatements[] = {
     "BEGIN IMMEDIATE",
@@ -124,9 +129,10 @@ constexpr const char* kStatements[] = {
     "INSERT OR IGNORE INTO hidden (parent, leaf) VALUES (?1, ?2)",
     "DELETE FROM hidden WHERE parent = ?1 AND leaf = ?2",
     "SELECT leaf FROM hidden WHERE parent = ?1",
-    "SELECT 1 FROM props WHERE " WITHIN("path") " LIMIT 1",
-    "SELECT 1 FROM hidden WHERE (parent = ?2 AND leaf = ?3) OR " WITHIN("parent") " LIMIT 1",
-    "SELECT 1 FROM deleted WHERE " WITHIN("parent") " LIMIT 1",
+    ANY_WITHIN("props", "path") " LIMIT 1",
+    "SELECT 1 FROM hidden WHERE parent = ?2 AND leaf = ?3 "
+    "UNION ALL " ANY_WITHIN("hidden", "parent") " LIMIT 1",
+    ANY_WITHIN("deleted", "parent") " LIMIT 1",
     "UPDATE OR REPLACE props SET path = ?2 || substr(path, length(?1) + 1) WHERE " WITHIN("path"),
     "UPDATE OR REPLACE hidden SET parent = ?3, leaf = ?4 WHERE parent = ?1 AND leaf = ?2",
     "UPDATE OR REPLACE hidden SET parent = ?2 || substr(parent, length(?1) + 1) "
@@ -134,11 +140,12 @@ constexpr const char* kStatements[] = {
     "UPDATE deleted SET parent = ?2 || substr(parent, length(?1) + 1) WHERE " WITHIN("parent"),
     "DELETE FROM props WHERE " WITHIN("path"),
     "DELETE FROM hidden WHERE parent = ?1 AND leaf = ?2",
-    "DELETE FROM hidden WHERE " WITHIN("parent"),
-    "SELECT path, space, name, value FROM props WHERE path = ?1 OR (?2 AND " BELOW(
-        "path") ") "
-                "ORDER BY seq",
-    "SELECT parent, leaf FROM hidden WHERE " WITHIN("parent"),
+    "DELETE FROM hidden WHERE parent = ?1",
+    "DELETE FROM hidden WHERE " BELOW("parent"),
+    "SELECT path, space, name, value FROM props WHERE path = ?1 ORDER BY seq",
+    "SELECT path, space, name, value FROM props WHERE " BELOW("path") " ORDER BY path, seq",
+    "SELECT parent, leaf FROM hidden WHERE parent = ?1 "
+    "UNION ALL SELECT parent, leaf FROM hidden WHERE " BELOW("parent"),
     "INSERT INTO deleted (" DELETED_COLUMNS ") VALUES (1 + max("
     "ifnull((SELECT max(id) FROM deleted), 0), (SELECT id FROM deleted_last)), ?1, ?2, ?3)",
     "UPDATE deleted_last SET id = ?1 WHERE id < ?1",

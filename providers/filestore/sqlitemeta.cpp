@@ -189,14 +189,13 @@ class SqliteSession final : public MetadataSession {
     TALSTATUS ForgetTree(std::string_view tree) override
     {
         return Change([&] {
-            TALSTATUS status = Query(Db(), Sql::ForgetProperties).Bind(tree).Run();
-            if (!Failed(status))
-                status = Query(Db(), Sql::ForgetHiddenSelf)
-                             .Bind(ParentOf(tree))
-                             .Bind(LeafOf(tree))
-                             .Run();
-            if (!Failed(status))
-                status = Query(Db(), Sql::ForgetHiddenBelow).Bind(tree).Run();
+            const std::string_view parent = ParentOf(tree);
+            TALSTATUS status =
+                Query(Db(), Sql::ForgetHiddenSelf).Bind(parent).Bind(LeafOf(tree)).Run();
+            for (const Sql which :
+                 {Sql::ForgetProperties, Sql::ForgetHiddenMembers, Sql::ForgetHiddenBelow})
+                if (!Failed(status))
+                    status = Query(Db(), which).Bind(tree).Run();
             return status;
         });
     }
@@ -204,18 +203,10 @@ class SqliteSession final : public MetadataSession {
     ExportTree(std::string_view from, bool deep,
                const std::function<TALSTATUS(std::string_view, const Property*)>& each) override
     {
-        Property property;
-        Query props(Db(), Sql::ExportProperties);
-        props.Bind(from).Bind(INT64{deep});
-        while (props.Step()) {
-            property.space = props.Text(1);
-            property.name = props.Text(2);
-            property.value = props.Text(3);
-            if (const TALSTATUS status = each(props.Text(0), &property); Failed(status))
-                return status;
-        }
-        if (Failed(props.Status()))
-            return props.Status();
+        for (const Sql which : {Sql::ExportProperties, Sql::ExportPropertiesBelow})
+            if (deep || which == Sql::ExportProperties)
+                if (const TALSTATUS status = ExportProperties(which, from, each); Failed(status))
+                    return status;
         bool hidden = false;
         if (const TALSTATUS status = IsHidden(from, &hidden); Failed(status))
             return status;
@@ -387,6 +378,22 @@ class SqliteSession final : public MetadataSession {
             return Commit();
         Rollback();
         return status;
+    }
+    TALSTATUS
+    ExportProperties(Sql which, std::string_view from,
+                     const std::function<TALSTATUS(std::string_view, const Property*)>& each)
+    {
+        Property property;
+        Query found(Db(), which);
+        found.Bind(from);
+        while (found.Step()) {
+            property.space = found.Text(1);
+            property.name = found.Text(2);
+            property.value = found.Text(3);
+            if (const TALSTATUS status = each(found.Text(0), &property); Failed(status))
+                return status;
+        }
+        return found.Status();
     }
     static TALSTATUS Exists(Query& query, bool* out)
     {

@@ -93,6 +93,51 @@ TEST(MetadataSessions, FindWhatATreeHolds)
     EXPECT_FALSE(has("g"));
 }
 
+namespace {
+
+// The rows of a tree as it exports them: "path name value", and "path hidden" for a mark.
+std::vector<std::string> Exported(MetadataSession& session, const char* tree, bool deep)
+{
+    std::vector<std::string> rows;
+    EXPECT_EQ(0u, session.ExportTree(tree, deep, [&](std::string_view path, const Property* one) {
+        rows.push_back(std::string(path) +
+                       (one ? " " + one->name + " " + one->value : std::string(" hidden")));
+        return TAL_STATUS_SUCCESS;
+    }));
+    return rows;
+}
+
+} // namespace
+
+TEST(MetadataSessions, ExportAndForgetATreeAndNothingBesideIt)
+{
+    using Rows = std::vector<std::string>;
+    World world;
+    const auto session = world.Session();
+    const auto set = [&](const char* path, const char* name) {
+        ASSERT_EQ(0u, session->SetProperty(path, {"urn:x", name}, "v"));
+    };
+    set("a/z/y", "late"); // set before those above it
+    set("a", "second");   // in the order in which they were set, not that of names
+    set("a", "first");
+    set("a-", "beside");
+    set("a0", "beside");
+    set("a/b", "member");
+    for (const char* const path : {"a", "a/h", "a/z/h", "a-/h", "a0", "b"})
+        ASSERT_EQ(0u, session->SetHidden(path, true));
+    EXPECT_EQ((Rows{"a second v", "a first v", "a hidden"}), Exported(*session, "a", false));
+    EXPECT_EQ((Rows{"a second v", "a first v", "a/b member v", "a/z/y late v", "a hidden",
+                    "a/h hidden", "a/z/h hidden"}),
+              Exported(*session, "a", true));
+    EXPECT_EQ((Rows{"a/b member v"}), Exported(*session, "a/b", true));
+    EXPECT_EQ((Rows{}), Exported(*session, "c", true));
+    ASSERT_EQ(0u, session->ForgetTree("a"));
+    EXPECT_EQ((Rows{}), Exported(*session, "a", true));
+    EXPECT_EQ((Rows{"a- beside v", "a-/h hidden"}), Exported(*session, "a-", true));
+    EXPECT_EQ((Rows{"a0 beside v", "a0 hidden"}), Exported(*session, "a0", true));
+    EXPECT_EQ((Rows{"b hidden"}), Exported(*session, "b", true));
+}
+
 TEST(MetadataSessions, FindAllThatIsOverInAnyOrderOfTimes)
 {
     World world;
