@@ -62,6 +62,16 @@ TALSTATUS FindSource(const Target& target, Place* out)
     return Failed(status) || out->exists ? status : Failure(kCodeNotFound);
 }
 
+// Removes what is on its way out under `name`, where that is one step and a short one: the purger
+// would have to look for it. False where it is left to the purger.
+bool RemoveAtOnce(const Volume& volume, const char* name, const FileInfo& info)
+{
+    constexpr UINT64 kLargest = 16 << 20; // file systems take their time over the blocks of more
+    if (info.isDirectory)                 // one with members stays
+        return volume.Fs().RemoveDirectory(volume.Purge(), name) == 0;
+    return info.size <= kLargest && volume.Fs().RemoveFile(volume.Purge(), name) == 0;
+}
+
 // Puts the object at `from` into the list of deleted entries, or on its way out.
 TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from)
 {
@@ -73,8 +83,9 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from
     rename.forget = !keep;
     rename.toServed = false;
     rename.conditions = guard.On(volume, from.path);
-    const TALSTATUS status = rename.To(keep ? std::string() : volume.UniqueName());
-    if (!Failed(status) && !keep)
+    const std::string name = keep ? std::string() : volume.UniqueName();
+    const TALSTATUS status = rename.To(name);
+    if (!Failed(status) && !keep && !RemoveAtOnce(volume, name.c_str(), from.info))
         store.WakePurger();
     return status;
 }

@@ -85,6 +85,25 @@ TEST(FileStoreClock, NothingIsKeptWithoutTime)
     EXPECT_EQ("(none)", client.Property("/v/dir/a", "p"));
 }
 
+TEST(FileStoreClock, WhatIsOneStepToRemoveLeavesNoWorkBehind)
+{
+    const TempDirectory directory;
+    const auto store = MakeStore(directory.Path(), 0);
+    Client client(*store);
+    ASSERT_EQ(0u, client.Put("/v/file", "x"));
+    ASSERT_EQ(0u, client.MkCol("/v/empty"));
+    ASSERT_EQ(0u, client.Put("/v/large", "x"));
+    fs::resize_file(directory.Path() / "large", 100 << 20);
+    for (const char* const name : {"/v/file", "/v/empty"}) {
+        ASSERT_EQ(0u, client.Delete(name));
+        EXPECT_TRUE(Leftovers(directory.Path() / ".kest/purge").empty()) << name;
+    }
+    ASSERT_EQ(0u, client.Delete("/v/large")); // takes its time
+    EXPECT_EQ(1u, Leftovers(directory.Path() / ".kest/purge").size());
+    PurgeAll(*store);
+    EXPECT_TRUE(Leftovers(directory.Path() / ".kest/purge").empty());
+}
+
 TEST(FileStoreClock, PurgingCopesWithReadOnlyAndDeepTrees)
 {
     const TempDirectory directory;
