@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "standard/number_text.h"
+#include "standard/transfer_room.h"
 #include "support/memory.h"
 #include "support/reply.h"
 #include <kest/com.h>
@@ -122,19 +123,19 @@ TALSTATUS SendBytes(IKestIO_5* io, IKestDAVResource3& resource, ByteRange range)
             return status;
     if (range.length == 0)
         return TAL_STATUS_SUCCESS;
-    const TransferBuffer buffer = TransferBuffer::Allocate();
-    if (!buffer)
+    TransferRoom room(range.length);
+    char* const data = room.Data();
+    if (!data)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     while (range.length != 0) {
-        const auto want = static_cast<UINT32>(std::min<UINT64>(buffer.size, range.length));
+        const auto want = static_cast<UINT32>(std::min<UINT64>(room.Size(), range.length));
         UINT32 read = 0;
-        if (const TALSTATUS status = resource.Read(range.first, want, buffer.data.get(), &read);
-            Failed(status))
+        if (const TALSTATUS status = resource.Read(range.first, want, data, &read); Failed(status))
             return status;
         read = std::min(read, want);
         if (read == 0) // the content has become shorter
             return TAL_STATUS_END_OF_FILE;
-        if (const TALSTATUS status = io->Write(read, reinterpret_cast<UINT8*>(buffer.data.get()));
+        if (const TALSTATUS status = io->Write(read, reinterpret_cast<UINT8*>(data));
             Code(status) != 0)
             return status;
         range.first += read;

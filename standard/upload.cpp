@@ -13,6 +13,7 @@
 #include "standard/preconditions.h"
 #include "standard/request_headers.h"
 #include "standard/scan.h"
+#include "standard/transfer_room.h"
 #include "standard/upload_headers.h"
 #include "support/memory.h"
 #include "support/reply.h"
@@ -105,27 +106,27 @@ TALSTATUS WriteBody(IKestIO_5* io, IKestDAVResource3& resource, UINT64 start, Up
             digests.Begin(io, upload.isPart ? DigestsOf::Part : DigestsOf::Both);
         Failed(status))
         return status;
-    const TransferBuffer buffer = TransferBuffer::Allocate();
-    if (!buffer)
+    TransferRoom room(upload.hasBodyLength ? upload.bodyLength : ~UINT64{0});
+    char* const data = room.Data();
+    if (!data)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     UINT64 written = 0;
     for (;;) {
         UINT32 read = 0;
         const TALSTATUS status =
-            io->ReadClientPayload(buffer.size, reinterpret_cast<UINT8*>(buffer.data.get()), &read);
+            io->ReadClientPayload(room.Size(), reinterpret_cast<UINT8*>(data), &read);
         if (Code(status) == kCodeEndOfFile)
             break;
         if (Code(status) != 0) {
             upload.refusal = Code(status) == kCodeTimeout ? 408 : 400;
             return TAL_STATUS_INVALID_REQUEST;
         }
-        read = std::min(read, buffer.size);
+        read = std::min(read, room.Size());
         if (upload.hasBodyLength && read > upload.bodyLength - written)
             return TAL_STATUS_INVALID_REQUEST;
-        if (const TALSTATUS added = digests.Add(buffer.data.get(), read); Failed(added))
+        if (const TALSTATUS added = digests.Add(data, read); Failed(added))
             return added;
-        if (const TALSTATUS stored = resource.Write(start + written, read, buffer.data.get());
-            Failed(stored))
+        if (const TALSTATUS stored = resource.Write(start + written, read, data); Failed(stored))
             return stored;
         written += read;
     }
