@@ -78,13 +78,14 @@ TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, 
     if (const TALSTATUS status = ReadProperties(io, made); Failed(status))
         return status;
     IKestDAV3& provider = *handler->pIKestDav3;
-    DAV_CHANGE change = EmptyChange();
+    DAV_OBJECT_INFO there = EmptyInfo();
     if (made.changes.HasFailures()) // what is there matters more
-        return Failed(provider.GetInfo(session, path, &change.Info)) ? TAL_STATUS_ACCESS_DENIED
-                                                                     : TAL_STATUS_OBJECT_EXISTS;
+        return Failed(provider.GetInfo(session, path, &there)) ? TAL_STATUS_ACCESS_DENIED
+                                                               : TAL_STATUS_OBJECT_EXISTS;
     DAV_PRECONDITIONS preconditions;
     if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))
         return status;
+    DAV_CHANGE change = OutcomeOnly();
     return provider.MakeCollection(session, path, &preconditions, made.changes.Count(),
                                    made.changes.Records(), &made.failures, &change);
 }

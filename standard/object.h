@@ -3,6 +3,8 @@
 // What a provider of the third generation says of an object, and the headers that tell it.
 #pragma once
 
+#include <cstddef>
+
 #include "standard/conditions.h"
 #include "support/dates.h"
 #include "support/globals.h"
@@ -24,6 +26,15 @@ inline DAV_CHANGE EmptyChange() noexcept
     DAV_CHANGE change{};
     change.Size = sizeof change;
     change.Info = EmptyInfo();
+    return change;
+}
+
+// For a change of which the outcome alone is told: the provider need not look at what has become of
+// it.
+inline DAV_CHANGE OutcomeOnly() noexcept
+{
+    DAV_CHANGE change{};
+    change.Size = offsetof(DAV_CHANGE, Info);
     return change;
 }
 

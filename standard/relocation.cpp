@@ -32,7 +32,7 @@ struct Relocation {
     // Of the result.
     bool isServed = true;
     HTTPSTATUS refusal = 0; // when not 0, what to answer in place of the status's meaning
-    DAV_CHANGE change = EmptyChange();
+    DAV_CHANGE change = OutcomeOnly();
     Failures failures;
 };
 

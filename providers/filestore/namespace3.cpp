@@ -58,6 +58,10 @@ TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CH
     if (!change)
         return TAL_STATUS_SUCCESS;
     recent::Drop();
+    if (change->Size <= offsetof(DAV_CHANGE, Info)) { // the caller wants the outcome alone
+        TellChange(hasReplaced, {}, change);
+        return TAL_STATUS_SUCCESS;
+    }
     Target at = target;
     DAV_OBJECT_INFO info{};
     info.Size = sizeof info;

@@ -90,6 +90,30 @@ TEST_F(FileStoreContent3, FillsNoMoreOfARecordThanItHas)
     EXPECT_TRUE(std::filesystem::exists(Docs() / "a"));
 }
 
+TEST_F(FileStoreContent3, TellsTheOutcomeOfAChangeAloneWhereNoMoreIsWanted)
+{
+    ASSERT_EQ(0u, Store("/docs/a", "one"));
+    Wstr from("/docs/a"), to("/docs/b"), made("/docs/made");
+    DAV_PRECONDITIONS none{};
+    none.Size = sizeof none;
+    DAV_CHANGE change;
+    const auto wantOutcome = [&] {
+        std::memset(&change, 0x55, sizeof change);
+        change.Size = offsetof(DAV_CHANGE, Info);
+        return &change;
+    };
+    for (const DAV_OUTCOME expected : {kOutcomeCreated, kOutcomeReplaced}) {
+        ASSERT_EQ(0u, third_->Copy(session_, &from, &to, kRelocateOverwrite, &none, nullptr,
+                                   wantOutcome()));
+        EXPECT_EQ(expected, change.Outcome);
+        EXPECT_EQ(0x55555555u, change.Info.Size);
+    }
+    ASSERT_EQ(0u,
+              third_->MakeCollection(session_, &made, &none, 0, nullptr, nullptr, wantOutcome()));
+    EXPECT_EQ(kOutcomeCreated, change.Outcome);
+    EXPECT_EQ(0x55555555u, change.Info.Size);
+}
+
 TEST_F(FileStoreContent3, HasAStrongTagOfItsOwnForEveryContentWithinOneTick)
 {
     std::set<std::string> tags;
