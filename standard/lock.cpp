@@ -2,6 +2,7 @@
 //
 // LOCK (RFC 4918 section 9.10): makes a lock, with an empty file under a name that nothing bears,
 // or gives one more time.
+#include <algorithm>
 #include <cstring>
 
 #include "standard/answer.h"
@@ -31,32 +32,75 @@ struct LockCall {
     LockRequest request;
     DAV_PRECONDITIONS preconditions{};
     RecordBuffer records;
+    Paged<char> tokenHeader; // kTokenHeaderBytes
 };
 
-// Room for the description of any lock on the path, which has to be there before the lock is made.
+constexpr UINT32 kMostTokenBytes = 512; // a UUID has 36
+constexpr std::string_view kTokenBefore = "<opaquelocktoken:";
+constexpr UINT32 kTokenHeaderBytes = kMostTokenBytes + static_cast<UINT32>(kTokenBefore.size()) + 1;
+
+// Room for the description of any lock on the path, and for all that the reply is made of: it has
+// to be there before the lock is made, since nobody gives up a lock that nobody was told of. Null
+// when memory is short.
 DAV_LOCK_INFO_3* RecordOf(LockCall& call)
 {
     constexpr UINT32 kRest = 1024; // the record and its token
+    call.tokenHeader = AllocPaged<char>(kTokenHeaderBytes);
+    if (!call.tokenHeader)
+        return nullptr;
     return static_cast<DAV_LOCK_INFO_3*>(
         call.records.Get(kMostOwnerBytes + static_cast<UINT32>(call.text.Text().size()) + kRest));
 }
 
-void SetLockToken(IKestIO_5* io, std::string_view token)
+// Whether the provider's record holds what it claims. `size` is what the provider says it has used:
+// beyond that, and beyond the room, nothing of it is believed.
+bool IsTold(const LockCall& call, const DAV_LOCK_INFO_3& lock, UINT32 size)
 {
-    GrowingText value;
-    char name[] = "Lock-Token";
-    if (value.Put("<opaquelocktoken:") && value.Put(token) && value.Put(">"))
-        (void)io->SetReplyHeader(name, static_cast<UINT32>(value.size()), value.data());
+    return size <= call.records.Size() && IsWhole(lock, size) &&
+           lock.TokenLength <= kMostTokenBytes && lock.TokenLength != 0;
 }
 
+std::string_view TokenOf(const DAV_LOCK_INFO_3& lock)
+{
+    return {VariableText(lock, offsetof(DAV_LOCK_INFO_3, Text)), lock.TokenLength};
+}
+
+// Takes no memory of the module.
+TALSTATUS SetLockToken(LockCall& call, std::string_view token)
+{
+    char name[] = "Lock-Token";
+    char* end = std::copy(kTokenBefore.begin(), kTokenBefore.end(), call.tokenHeader.get());
+    end = std::copy(token.begin(), token.end(), end);
+    *end++ = '>';
+    return call.io->SetReplyHeader(name, static_cast<UINT32>(end - call.tokenHeader.get()),
+                                   call.tokenHeader.get());
+}
+
+// Fails when the client cannot have heard of all of it.
 TALSTATUS SendLock(LockCall& call, HTTPSTATUS http, const DAV_LOCK_INFO_3& lock, bool isCollection)
 {
-    SendXmlHead(call.io, http);
+    if (const TALSTATUS status = SendXmlHead(call.io, http); Failed(status))
+        return status;
     ReplyWriter out(call.io);
     out.Put("<D:prop xmlns:D=\"DAV:\"><D:lockdiscovery>");
-    PutLock(out, lock, call.text.Text(), isCollection);
+    PutLock(out, lock, call.text.Text(), isCollection, call.request.owner.Text());
     out.Put("</D:lockdiscovery></D:prop>\n");
-    return TAL_STATUS_SUCCESS;
+    out.Flush();
+    return out.HasFailed() ? TAL_STATUS_UNSUCCESSFUL : TAL_STATUS_SUCCESS;
+}
+
+// Gives up a lock that the client does not hear of: nobody else could. Where that fails, too, or
+// the token is not to be read, it ends with its time.
+void TakeBack(LockCall& call, const DAV_LOCK_INFO_3& lock)
+{
+    constexpr UINT32 kFixed = offsetof(DAV_LOCK_INFO_3, Text);
+    if (lock.TokenLength == 0 || lock.TokenLength > call.records.Size() - kFixed)
+        return;
+    const std::string_view token = TokenOf(lock);
+    const DAV_TEXT text = {token.data(), lock.TokenLength};
+    DAV_PRECONDITIONS none{};
+    none.Size = sizeof none;
+    (void)call.provider->Unlock(call.session, call.path, &text, &none);
 }
 
 void PutHrefOf(ReplyWriter& out, const UNICODE_STRING& path)
@@ -109,11 +153,30 @@ TALSTATUS SendConflict(LockCall& call, TALSTATUS status, const Failures& failure
     return status;
 }
 
+// What happens once a lock stands: it is told, or taken back.
+TALSTATUS AnswerGranted(LockCall& call, const DAV_LOCK_INFO_3& lock, UINT32 size,
+                        const DAV_CHANGE& change)
+{
+    TALSTATUS status =
+        IsTold(call, lock, size) ? SetLockToken(call, TokenOf(lock)) : TAL_STATUS_UNSUCCESSFUL;
+    if (Failed(status)) {
+        TakeBack(call, lock);
+        return RefuseMapped(call.io, status);
+    }
+    SetValidators(call.io, change.Info);
+    status = SendLock(call, change.Outcome == kOutcomeCreated ? 201 : 200, lock,
+                      change.Info.Type == Collection);
+    if (Failed(status))
+        TakeBack(call, lock);
+    return status;
+}
+
 TALSTATUS MakeLock(LockCall& call)
 {
     DAV_LOCK_INFO_3* const lock = RecordOf(call);
     if (!lock)
         return RefuseMapped(call.io, TAL_STATUS_INSUFFICIENT_RESOURCES);
+    *lock = {};
     UINT32 size = call.records.Size();
     DAV_CHANGE change = EmptyChange();
     Failures failures;
@@ -124,20 +187,33 @@ TALSTATUS MakeLock(LockCall& call)
         return SendConflict(call, status, failures);
     if (Failed(status))
         return RefuseMapped(call.io, status);
-    if (!IsWhole(*lock, call.records.Size()))
-        return RefuseMapped(call.io, TAL_STATUS_UNSUCCESSFUL);
-    SetLockToken(call.io,
-                 {VariableText(*lock, offsetof(DAV_LOCK_INFO_3, Text)), lock->TokenLength});
-    SetValidators(call.io, change.Info);
-    return SendLock(call, change.Outcome == kOutcomeCreated ? 201 : 200, *lock,
-                    change.Info.Type == Collection);
+    return AnswerGranted(call, *lock, size, change);
+}
+
+// Gives the lock more time and describes it in `lock`, with more room where it takes more than a
+// lock of ours would: another dialect or another program may have made it.
+TALSTATUS GiveTime(LockCall& call, DAV_LOCK_INFO_3*& lock, UINT32& size)
+{
+    for (bool isAgain = false;; isAgain = true) {
+        *lock = {};
+        size = call.records.Size();
+        const TALSTATUS status = call.provider->RefreshLock(
+            call.session, call.path, call.request.wanted.Timeout, &call.preconditions, &size, lock);
+        if (Code(status) != kCodeBufferTooSmall)
+            return status;
+        if (isAgain || size <= call.records.Size())
+            return TAL_STATUS_UNSUCCESSFUL; // a room that it has asked for
+        lock = static_cast<DAV_LOCK_INFO_3*>(call.records.Get(size));
+        if (!lock)
+            return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    }
 }
 
 TALSTATUS Refresh(LockCall& call)
 {
     if (call.preconditions.TokenCount == 0) // nobody knows which lock is meant
         return RefuseMapped(call.io, TAL_STATUS_INVALID_REQUEST);
-    DAV_LOCK_INFO_3* const lock = RecordOf(call);
+    DAV_LOCK_INFO_3* lock = RecordOf(call);
     if (!lock)
         return RefuseMapped(call.io, TAL_STATUS_INSUFFICIENT_RESOURCES);
     // Only the href's last "/" needs it. Before the change, which no failure follows.
@@ -145,17 +221,15 @@ TALSTATUS Refresh(LockCall& call)
     if (const TALSTATUS status = call.provider->GetInfo(call.session, call.path, &info);
         Failed(status) && Code(status) != kCodeNotFound)
         return RefuseMapped(call.io, status);
-    UINT32 size = call.records.Size();
-    const TALSTATUS status = call.provider->RefreshLock(
-        call.session, call.path, call.request.wanted.Timeout, &call.preconditions, &size, lock);
+    UINT32 size = 0;
+    const TALSTATUS status = GiveTime(call, lock, size);
     if (Code(status) == kCodePreconditionFailed)
         return Refuse(call.io, 412, status, "lock-token-matches-request-uri");
     if (Failed(status))
         return RefuseMapped(call.io, status);
-    if (!IsWhole(*lock, call.records.Size()))
+    if (!IsTold(call, *lock, size))
         return RefuseMapped(call.io, TAL_STATUS_UNSUCCESSFUL);
-    SetLockToken(call.io,
-                 {VariableText(*lock, offsetof(DAV_LOCK_INFO_3, Text)), lock->TokenLength});
+    (void)SetLockToken(call, TokenOf(*lock)); // the client has the token
     return SendLock(call, 200, *lock, info.Type == Collection);
 }
 

@@ -31,12 +31,13 @@ bool IsMarkup(std::string_view text)
 
 // The owner as it was sent. What another dialect or another program has left there may be text that
 // only looks like markup.
-void PutOwner(ReplyWriter& out, std::string_view owner)
+void PutOwner(ReplyWriter& out, std::string_view owner, std::string_view markup)
 {
     if (owner.empty())
         return;
     out.Put("<D:owner>");
-    if (owner.find_first_of("<&>\r\xEF") == std::string_view::npos || IsMarkup(owner))
+    if (owner == markup || owner.find_first_of("<&>\r\xEF") == std::string_view::npos ||
+        IsMarkup(owner))
         out.Put(owner);
     else
         out.PutText(owner);
@@ -66,7 +67,7 @@ void PutHref(ReplyWriter& out, std::string_view path, bool isCollection)
 }
 
 void PutLock(ReplyWriter& out, const DAV_LOCK_INFO_3& lock, std::string_view path,
-             bool isCollection)
+             bool isCollection, std::string_view markup)
 {
     const char* const text = VariableText(lock, offsetof(DAV_LOCK_INFO_3, Text));
     const std::string_view token(text, lock.TokenLength);
@@ -79,7 +80,7 @@ void PutLock(ReplyWriter& out, const DAV_LOCK_INFO_3& lock, std::string_view pat
     out.Put("</D:lockscope><D:depth>");
     out.Put(lock.Depth == 0 ? "0" : "infinity");
     out.Put("</D:depth>");
-    PutOwner(out, owner);
+    PutOwner(out, owner, markup);
     out.Put("<D:timeout>");
     PutTimeout(out, lock.Timeout);
     out.Put("</D:timeout><D:locktoken><D:href>opaquelocktoken:");

@@ -27,8 +27,10 @@ inline bool IsWhole(const DAV_LOCK_INFO_3& lock, UINT32 bytes) noexcept
 
 // Writes one lock. `path` is what the request or the response is about, by its provider path
 // without a trailing "/", and `isCollection` says of it what it is: a root above it always is one.
+// `markup` is a text that is known to be well-formed: an owner that is the same is not read again,
+// which takes memory.
 void PutLock(ReplyWriter& out, const DAV_LOCK_INFO_3& lock, std::string_view path,
-             bool isCollection);
+             bool isCollection, std::string_view markup = {});
 
 // Writes the content of "lockdiscovery": all locks that cover a path. `wide` is the same path as
 // the provider takes it. What cannot be read is reported to the host.

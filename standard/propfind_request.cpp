@@ -133,8 +133,10 @@ UINT32 FindLiveProperty(const XmlName& name) noexcept
 TALSTATUS ReadBody(IKestIO_5* io, XmlBodyText& body)
 {
     UINT32 available = 0;
-    if (Code(io->IsClientPayloadAvailable(&available)) != kCodeSuccess || available == 0)
-        return TAL_STATUS_SUCCESS;
+    // What cannot be told must not pass for none: that would be another request.
+    if (const TALSTATUS status = io->IsClientPayloadAvailable(&available);
+        Failed(status) || available == 0)
+        return status;
     body.memory = AllocPaged<char>(available);
     if (!body.memory)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;

@@ -76,7 +76,7 @@ inline constexpr size_t kMostAskedProperties = 1000;
 [[nodiscard]] TALSTATUS ReadPropFind(IKestIO_5* io, PropFindRequest& request);
 
 // Reads a body that is XML, into `body`; its size is 0 when there is none. Fails with code 16 when
-// it breaks off, with code 5 when memory is short.
+// it breaks off, with code 5 when memory is short, and as the host does when it cannot tell.
 struct XmlBodyText {
     Paged<char> memory;
     UINT32 size = 0;

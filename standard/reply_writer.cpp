@@ -170,12 +170,14 @@ void ReplyWriter::Flush()
     used_ = 0;
 }
 
-void SendXmlHead(IKestIO_5* io, HTTPSTATUS http)
+TALSTATUS SendXmlHead(IKestIO_5* io, HTTPSTATUS http)
 {
     SetHeader(io, "Transfer-Encoding", "chunked");
     SetHeader(io, "Content-Type", "application/xml; charset=\"utf-8\"");
-    (void)io->SendHeader(http);
-    Put(io, "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n");
+    const TALSTATUS status = io->SendHeader(http);
+    char declaration[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+    const TALSTATUS put = io->PutString(declaration);
+    return Failed(status) ? status : put;
 }
 
 } // namespace standard

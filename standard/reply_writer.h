@@ -112,7 +112,7 @@ template <class Take> bool EscapePath(std::string_view path, Take take)
 }
 
 // Sends the head of an XML reply and the declaration. The host frames the body: its length is not
-// known yet.
-void SendXmlHead(IKestIO_5* io, HTTPSTATUS http);
+// known yet. Fails when the client cannot have got them, which most callers need not know.
+TALSTATUS SendXmlHead(IKestIO_5* io, HTTPSTATUS http);
 
 } // namespace standard

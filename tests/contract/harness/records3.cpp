@@ -125,6 +125,8 @@ TALSTATUS PackLock3(const LockRecord& lock, const std::string& root, UINT32* siz
     buffer->TokenLength = static_cast<UINT32>(lock.token.size());
     buffer->OwnerLength = static_cast<UINT32>(lock.owner.size());
     buffer->RootLength = static_cast<UINT32>(root.size());
+    if (lock.claimsMore)
+        buffer->OwnerLength = buffer->RootLength = used;
     std::memcpy(reinterpret_cast<char*>(buffer) + offsetof(DAV_LOCK_INFO_3, Text), text.data(),
                 text.size());
     return TAL_STATUS_SUCCESS;
