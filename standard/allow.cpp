@@ -4,15 +4,48 @@
 #include "standard/allow.h"
 
 #include "standard/answer.h"
+#include "standard/object.h"
+#include "standard/request_headers.h"
+#include "support/memory.h"
 #include "support/reply.h"
+#include "support/resolution.h"
+#include "support/uri.h"
 
 namespace standard {
+
+namespace {
+
+Kind KindAt(SCHANDLE session, UNICODE_STRING path, bool& isServed)
+{
+    const ProviderGuard providers;
+    KESTDAV_HANDLER* handler = nullptr;
+    if (Failed(DavUriToHandler(session, &path, &handler)))
+        return Kind::Missing;
+    isServed = handler->pIKestDav3 != nullptr;
+    DAV_OBJECT_INFO info = EmptyInfo();
+    if (!isServed || Failed(handler->pIKestDav3->GetInfo(session, &path, &info)))
+        return Kind::Missing;
+    return KindOf(info.Type);
+}
+
+} // namespace
+
+Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool& isServed)
+{
+    isServed = true;
+    if (IsMonikerRoot(*url))
+        return Kind::Root;
+    const Kind kind = KindAt(session, ProviderPath(*url), isServed);
+    if (kind == Kind::Collection || !EndsWithSlash(io))
+        return kind;
+    return kind == Kind::File ? Kind::FileAsCollection : Kind::MissingCollection;
+}
 
 void SetAllow(IKestIO_5* io, Kind kind)
 {
     switch (kind) {
     case Kind::Root:
-        return SetHeader(io, "Allow", "OPTIONS, GET, HEAD, PROPFIND");
+        return SetHeader(io, "Allow", "OPTIONS, GET, HEAD, POST, PROPFIND");
     case Kind::Collection:
         return SetHeader(io, "Allow",
                          "OPTIONS, GET, HEAD, POST, DELETE, PROPFIND, PROPPATCH, COPY, MOVE, LOCK, "
@@ -21,8 +54,14 @@ void SetAllow(IKestIO_5* io, Kind kind)
         return SetHeader(io, "Allow",
                          "OPTIONS, GET, HEAD, PUT, PATCH, DELETE, PROPFIND, PROPPATCH, COPY, MOVE, "
                          "LOCK, UNLOCK");
+    case Kind::FileAsCollection:
+        return SetHeader(io, "Allow",
+                         "OPTIONS, GET, HEAD, DELETE, PROPFIND, PROPPATCH, COPY, MOVE, LOCK, "
+                         "UNLOCK");
     case Kind::Missing:
         return SetHeader(io, "Allow", "OPTIONS, PUT, MKCOL, LOCK");
+    case Kind::MissingCollection:
+        return SetHeader(io, "Allow", "OPTIONS, MKCOL, LOCK");
     }
 }
 

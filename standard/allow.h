@@ -3,6 +3,7 @@
 // Which methods a resource has: "Allow" of OPTIONS and of every 405 (RFC 9110 section 10.2.1).
 #pragma once
 
+#include "support/globals.h"
 #include <kest/dav/records.h>
 #include <kest/io.h>
 #include <kest/types.h>
@@ -13,13 +14,20 @@ enum class Kind {
     Root, // of all providers: listed, and nothing else
     Collection,
     File,
-    Missing, // what can be made under the name
+    FileAsCollection,  // named with a "/" at its end: no content is put there
+    Missing,           // what can be made under the name
+    MissingCollection, // the same of a name with a "/" at its end
 };
 
 constexpr Kind KindOf(DAV_TYPE type) noexcept
 {
     return type == Collection ? Kind::Collection : Kind::File;
 }
+
+// What stands at the request's path. Every failure counts as nothing: OPTIONS is answered
+// everywhere, clients ask for it before they know what there is. `isServed` is cleared for what a
+// provider of an older generation serves. The caller does not hold the providers' list.
+[[nodiscard]] Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool& isServed);
 
 void SetAllow(IKestIO_5* io, Kind kind);
 

@@ -90,6 +90,14 @@ TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, 
                                    made.changes.Records(), &made.failures, &change);
 }
 
+// What there is where something is: a collection, for all that is known when the look fails.
+Kind KindInTheWay(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    bool isServed = true;
+    const Kind kind = LookAt(session, url, io, isServed);
+    return kind == Kind::Missing || kind == Kind::MissingCollection ? Kind::Collection : kind;
+}
+
 // Says which properties stood in the way (RFC 5689 section 5.2).
 TALSTATUS AnswerProperties(IKestIO_5* io, TALSTATUS status, PropertyChanges& changes)
 {
@@ -118,7 +126,7 @@ TALSTATUS MkCol(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     if (made.refusal)
         return Refuse(io, made.refusal, status);
     if (Code(status) == kCodeObjectExists)
-        return RefuseMethod(io, Kind::Collection, status);
+        return RefuseMethod(io, KindInTheWay(session, url, io), status);
     if (made.changes.HasFailures())
         return AnswerProperties(io, status, made.changes);
     return AnswerFailure(io, status, made.failures, path);

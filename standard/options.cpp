@@ -3,46 +3,19 @@
 // OPTIONS (RFC 9110 section 9.3.7, RFC 4918 section 18).
 #include "standard/allow.h"
 #include "standard/handlers.h"
-#include "standard/object.h"
 #include "standard/upload_requests.h"
 #include "support/handlers.h"
-#include "support/memory.h"
 #include "support/reply.h"
-#include "support/resolution.h"
 #include "support/uri.h"
 
 namespace standard {
-
-namespace {
-
-// What stands at a path. Every failure counts as nothing: OPTIONS is answered everywhere, clients
-// ask for it before they know what there is. `isServed` is cleared for what a provider of an older
-// generation serves.
-Kind Look(SCHANDLE session, UNICODE_STRING* url, bool& isServed)
-{
-    isServed = true;
-    if (IsMonikerRoot(*url))
-        return Kind::Root;
-    UNICODE_STRING path = ProviderPath(*url);
-    const ProviderGuard providers;
-    KESTDAV_HANDLER* handler = nullptr;
-    if (Failed(DavUriToHandler(session, &path, &handler)))
-        return Kind::Missing;
-    isServed = handler->pIKestDav3 != nullptr;
-    DAV_OBJECT_INFO info = EmptyInfo();
-    if (!isServed || Failed(handler->pIKestDav3->GetInfo(session, &path, &info)))
-        return Kind::Missing;
-    return KindOf(info.Type);
-}
-
-} // namespace
 
 TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (UploadResource resource; IsUploadResource(*url, resource))
         return OptionsOfUpload(io);
     bool isServed = true;
-    const Kind kind = Look(session, url, isServed);
+    const Kind kind = LookAt(session, url, io, isServed);
     SetHeader(io, "MS-Author-Via", "DAV"); // Office saves nothing without it
     if (!isServed)
         return KestDavOptions(session, url, io);
@@ -52,7 +25,7 @@ TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     if (isPutHere && SetUploadOptions(session, ProviderPath(*url), io))
         SetHeader(io, "Accept-Patch",
                   "application/x-sabredav-partialupdate, application/partial-upload");
-    else
+    else if (isPutHere) // RFC 5789 section 3.1: of what has PATCH
         SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
     return ReplyEmpty(io, 200, TAL_STATUS_SUCCESS);
 }

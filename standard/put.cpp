@@ -79,8 +79,10 @@ TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
-    if (EndsWithSlash(io)) // the name of a collection
-        return RefuseMethod(io, Kind::Collection, TAL_STATUS_ACCESS_DENIED);
+    if (EndsWithSlash(io)) { // the name of a collection
+        bool isServed = true;
+        return RefuseMethod(io, LookAt(session, url, io, isServed), TAL_STATUS_ACCESS_DENIED);
+    }
     Upload upload;
     if (const TALSTATUS status = ReadPart(io, upload); Failed(status))
         return RefuseMapped(io, status);

@@ -14,6 +14,7 @@
 #include "standard/preconditions.h"
 #include "support/handlers.h"
 #include "support/memory.h"
+#include "support/provider.h"
 #include "support/reply.h"
 #include "support/resolution.h"
 #include "support/uri.h"
@@ -78,21 +79,33 @@ TALSTATUS JudgeEnds(SCHANDLE session, IKestDAV3& provider, Relocation& relocatio
     return TAL_STATUS_ACCESS_DENIED;
 }
 
+// Whether the source is there at all: a session remembers who serves a tree, and not what is in it.
+TALSTATUS LookAtSource(SCHANDLE session, KESTDAV_HANDLER& handler, Relocation& relocation)
+{
+    DAV_OBJECT_INFO info = EmptyInfo();
+    DAV_TYPE type = Resource;
+    return handler.pIKestDav3 ? handler.pIKestDav3->GetInfo(session, &relocation.source, &info)
+                              : DavNamespace(handler).GetType(session, &relocation.source, &type);
+}
+
+// Finds the provider of both ends. RFC 4918 sections 9.8.5 and 9.9.4: none carries anything into
+// another one's tree. What is not there is still 404.
 TALSTATUS FindProvider(SCHANDLE session, Relocation& relocation, KESTDAV_HANDLER*& handler)
 {
     if (const TALSTATUS status = DavUriToHandler(session, &relocation.source, &handler);
         Failed(status))
         return status;
     relocation.isServed = handler->pIKestDav3 != nullptr;
-    if (!relocation.isServed)
-        return TAL_STATUS_SUCCESS;
     KESTDAV_HANDLER* other = nullptr;
-    if (const TALSTATUS status = FindProviderOfNew(session, relocation.destination, other);
-        Failed(status))
-        return status;
+    const TALSTATUS status = FindProviderOfNew(session, relocation.destination, other);
+    if (Failed(status))
+        return relocation.isServed ? status : TAL_STATUS_SUCCESS;
     if (other == handler)
         return TAL_STATUS_SUCCESS;
-    relocation.refusal = 502; // RFC 4918 section 9.8.5: another repository
+    relocation.isServed = true; // whoever serves it has no more to say
+    if (const TALSTATUS looked = LookAtSource(session, *handler, relocation); Failed(looked))
+        return looked;
+    relocation.refusal = 502;
     return TAL_STATUS_NOT_SUPPORTED;
 }
 

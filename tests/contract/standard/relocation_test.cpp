@@ -107,6 +107,23 @@ TEST_P(StandardRelocation, ToAnotherProvider_Answers502)
 {
     EXPECT_EQ(Run(From("f.txt", "other/n")), Refused("502"));
     EXPECT_FALSE(world["other"].Has("/other/n"));
+    EXPECT_EQ(Run(From("c", "other/c/d")), Refused("502")) << "a tree onto another one";
+    EXPECT_EQ(world["other"].Content("/other/c/d/b"), "bbb");
+    EXPECT_EQ(Run(From("f.txt", "gen2/n")), Refused("502")) << "of an older generation";
+    EXPECT_FALSE(world["gen2"].Has("/gen2/n"));
+    EXPECT_EQ(Run(From("no", "other/n")), Refused("404")) << "nothing is there to go anywhere";
+    EXPECT_EQ(Tree(), "/ /c/ /c/a /c/d/ /c/d/b /f.txt ");
+}
+
+TEST_P(StandardRelocation, FromAProviderOfAnOlderGenerationToAnother_Answers502)
+{
+    Request request = From("f.txt", "gen3/n");
+    request.path = "/Ferro/gen2/f.txt";
+    EXPECT_EQ(Run(request), Refused("502"));
+    request.path = "/Ferro/gen2/no";
+    EXPECT_EQ(Run(request), Refused("404"));
+    EXPECT_TRUE(world["gen2"].Has("/gen2/f.txt"));
+    EXPECT_FALSE(world["gen3"].Has("/gen3/n"));
 }
 
 TEST_P(StandardRelocation, BadDestination_Answers400)
@@ -176,7 +193,7 @@ TEST_P(StandardRelocation, OfTheRoot_Answers405)
 {
     Request root = From("x", "gen3/n");
     root.path = "/Ferro/";
-    EXPECT_EQ(Run(root), Refused("405", "Allow: OPTIONS, GET, HEAD, PROPFIND\n"));
+    EXPECT_EQ(Run(root), Refused("405", "Allow: OPTIONS, GET, HEAD, POST, PROPFIND\n"));
 }
 
 TEST_P(StandardRelocation, OfAnOlderProvider_IsAnsweredAsBefore)
