@@ -199,12 +199,13 @@ constexpr MethodTable MakeClassicTable()
     return table;
 }
 
-// What the standard dialect answers in its own way; the browser index and the form are shared.
+// What the standard dialect answers in its own way; the browser index is shared.
 constexpr MethodTable MakeStandardTable()
 {
     MethodTable table = MakeClassicTable();
     table[KestMethodGet] = standard::Get;
     table[KestMethodPut] = standard::Put;
+    table[KestMethodPost] = standard::Post;
     table[KestMethodDelete] = standard::Delete;
     table[KestMethodOptions] = standard::Options;
     table[KestMethodPropFind] = standard::PropFind;

@@ -25,25 +25,6 @@ bool Contains(const char* text, const char* part)
     return strcasestr(text, part) != nullptr;
 }
 
-// The outcome is told to the page's script, not by the status line.
-TALSTATUS ReplyPage(IKestIO_5* io, TALSTATUS status)
-{
-    SetHeader(io, "Content-Type", "text/html; charset=\"utf-8\"");
-    SetHeader(io, "Transfer-Encoding", "chunked");
-    (void)io->SendHeader(200);
-    if (!Failed(status))
-        Put(io, "<html><body><Script>window.close()</script></body></html>");
-    else
-        Put(io, "<html><body>"
-                "<script language='JavaScript' charset='utf-8' type='text/javascript' "
-                "src='/Wharf/messages.js'></script>"
-                "<script language='JavaScript' charset='utf-8' type='text/javascript' "
-                "src='/Wharf/common.js'></script>"
-                "<script>document.write(msgUploadError)</script>"
-                "</body></html>");
-    return status;
-}
-
 // A page's "token=" argument becomes the request's "If" header. Two placeholders stand in front of
 // the token's text, which the header's opening takes the place of.
 void UseToken(IKestIO_5* io, const char* arguments)
@@ -163,37 +144,63 @@ TALSTATUS ChangePreference(IKestIO_5* io, SCHANDLE session)
 
 } // namespace
 
-TALSTATUS KestDavPost(IKestIO_5* pKestIo, SCHANDLE hSession, UNICODE_STRING* pUrl)
+TALSTATUS ReplyToForm(IKestIO_5* io, TALSTATUS status)
 {
+    SetHeader(io, "Content-Type", "text/html; charset=\"utf-8\"");
+    SetHeader(io, "Transfer-Encoding", "chunked");
+    (void)io->SendHeader(200);
+    if (!Failed(status))
+        Put(io, "<html><body><Script>window.close()</script></body></html>");
+    else
+        Put(io, "<html><body>"
+                "<script language='JavaScript' charset='utf-8' type='text/javascript' "
+                "src='/Wharf/messages.js'></script>"
+                "<script language='JavaScript' charset='utf-8' type='text/javascript' "
+                "src='/Wharf/common.js'></script>"
+                "<script>document.write(msgUploadError)</script>"
+                "</body></html>");
+    return status;
+}
+
+TALSTATUS AnswerForm(IKestIO_5* io, SCHANDLE session, UNICODE_STRING* url,
+                     const FormReplies& replies, bool& isAnswered)
+{
+    isAnswered = true;
     Paged<char> text = AllocPaged<char>(kTextBytes);
-    Paged<WCHAR> path = AllocPaged<WCHAR>(pUrl->MaximumLength / sizeof(WCHAR));
+    Paged<WCHAR> path = AllocPaged<WCHAR>(url->MaximumLength / sizeof(WCHAR));
     if (!text || !path)
-        return ReplyPage(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
+        return replies.outcome(io, TAL_STATUS_INSUFFICIENT_RESOURCES);
 
     Upload upload = {};
-    upload.io = pKestIo;
-    upload.session = hSession;
-    upload.target = {0, pUrl->MaximumLength, path.get()};
-    upload.overwrite = ReadArguments(pKestIo, text.get());
-    if (const TALSTATUS status = ConvertPathUriToDavStoreUri(pKestIo, &upload.target);
-        Code(status) != 0)
-        return ReplyPage(pKestIo, Failed(status) ? status : TAL_STATUS_INVALID_REQUEST);
-    if (const TALSTATUS status = ReadContentType(pKestIo, text.get()); Code(status) != 0)
-        return Code(status) == kCodeBufferTooSmall ? ReplyPage(pKestIo, status)
-                                                   : status; // kept: no reply without a type
+    upload.io = io;
+    upload.session = session;
+    upload.target = {0, url->MaximumLength, path.get()};
+    upload.overwrite = ReadArguments(io, text.get());
+    if (const TALSTATUS status = ConvertPathUriToDavStoreUri(io, &upload.target); Code(status) != 0)
+        return replies.outcome(io, Failed(status) ? status : TAL_STATUS_INVALID_REQUEST);
+    if (const TALSTATUS status = ReadContentType(io, text.get()); Code(status) != 0) {
+        isAnswered = Code(status) == kCodeBufferTooSmall;
+        return isAnswered ? replies.outcome(io, status) : status;
+    }
 
     ProviderGuard providers;
     if (Contains(text.get(), "application/x-www-form-urlencoded")) {
-        const TALSTATUS status = ChangePreference(pKestIo, hSession);
+        const TALSTATUS status = ChangePreference(io, session);
         providers.Release();
         if (Failed(status))
-            return ReplyPage(pKestIo, status);
+            return replies.outcome(io, status);
         text.reset();
         path.reset();
-        return KestDavGet(hSession, pUrl, pKestIo);
+        return replies.page(session, url, io);
     }
     const TALSTATUS status =
-        IsMonikerRoot(*pUrl) ? TAL_STATUS_ACCESS_DENIED : StoreForm(upload, text.get());
+        IsMonikerRoot(*url) ? TAL_STATUS_ACCESS_DENIED : StoreForm(upload, text.get());
     providers.Release();
-    return ReplyPage(pKestIo, status);
+    return replies.outcome(io, status);
+}
+
+TALSTATUS KestDavPost(IKestIO_5* pKestIo, SCHANDLE hSession, UNICODE_STRING* pUrl)
+{
+    bool isAnswered = true; // kept: no reply without a type
+    return AnswerForm(pKestIo, hSession, pUrl, {ReplyToForm, KestDavGet}, isAnswered);
 }

@@ -81,6 +81,20 @@ TALSTATUS AnswerIndexHead(IKestIO_5* io)
     return Reply(io, 200, TAL_STATUS_SUCCESS);
 }
 
+// A collection's page differs from user to user: it has no tag, and is never "not modified". What a
+// client says must hold of the collection has to hold all the same (RFC 9110 section 13.2.2).
+TALSTATUS AnswerCollection(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io,
+                           const Opened& opened, bool isGet)
+{
+    Conditions conditions;
+    if (const TALSTATUS status = ReadConditions(io, true, conditions); Failed(status))
+        return RefuseMapped(io, status);
+    conditions.noneMatch = {};
+    if (Judge(conditions, CurrentOf(opened.info), true) == Verdict::Failed)
+        return Refuse(io, 412, TAL_STATUS_SUCCESS);
+    return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+}
+
 const char* MediaType(UNICODE_STRING* path)
 {
     char* type = nullptr;
@@ -175,7 +189,7 @@ TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
     if (const TALSTATUS judged = JudgeIf(session, &path, io, opened); Failed(judged))
         return RefuseMapped(io, judged);
     if (opened.info.Type == Collection)
-        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+        return AnswerCollection(session, url, io, opened, isGet);
     return AnswerFile(io, opened, &path, isGet);
 }
 

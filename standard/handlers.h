@@ -21,6 +21,7 @@ TALSTATUS MkCol(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Move(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+TALSTATUS Post(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS PropFind(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS PropPatch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);

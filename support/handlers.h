@@ -22,5 +22,17 @@ TALSTATUS KestDavMove(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestI
 TALSTATUS KestDavLock(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo);
 TALSTATUS KestDavUnlock(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo);
 
+// What a browser's form gets: the outcome of an upload, and the page after a preference was set.
+struct FormReplies {
+    TALSTATUS (*outcome)(IKestIO_5* io, TALSTATUS status);
+    TALSTATUS (*page)(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+};
+// POST in either dialect. `isAnswered` is cleared for a body without a type, of which nothing is
+// done and which has no reply yet.
+TALSTATUS AnswerForm(IKestIO_5* io, SCHANDLE session, UNICODE_STRING* url,
+                     const FormReplies& replies, bool& isAnswered);
+// The classic outcome, which the page's script reads: always 200.
+TALSTATUS ReplyToForm(IKestIO_5* io, TALSTATUS status);
+
 // The browser index, which GET and POST answer with.
 TALSTATUS HTMLIndexRequest(IKestIO_5* pKestIo, SCHANDLE hSession, UNICODE_STRING* pUrl);
