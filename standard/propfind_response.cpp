@@ -49,6 +49,7 @@ TALSTATUS PropFindResponses::Put(const PropFindObject& object)
     std::fill(isFound_.begin(), isFound_.end(), UINT8{0});
     missing_ = 0;
     isOpen_ = false;
+    hasAskedQuota_ = false;
 
     out_.PutMarkup("<D:response><D:href>");
     if (object.nameAt != 0)
@@ -261,19 +262,30 @@ bool PropFindResponses::PutContentType(const PropFindObject& object)
                    "</D:getcontenttype>");
 }
 
+// Null when it is not known. Both properties are of one look.
+const DAV_QUOTA* PropFindResponses::QuotaOf(const PropFindObject& object)
+{
+    if (!hasAskedQuota_) {
+        hasAskedQuota_ = true;
+        quota_ = {};
+        quota_.Size = sizeof quota_;
+        UNICODE_STRING* const path =
+            object.provider && object.IsCollection() ? WidePath(object) : nullptr;
+        hasQuota_ = path && !Failed(object.provider->GetQuota(session_, path, &quota_));
+    }
+    return hasQuota_ ? &quota_ : nullptr;
+}
+
 // RFC 4331. Asked for by name only.
 bool PropFindResponses::PutQuota(const PropFindObject& object, UINT32 property)
 {
-    DAV_QUOTA quota{};
-    quota.Size = sizeof quota;
-    UNICODE_STRING* const path =
-        object.provider && object.IsCollection() ? WidePath(object) : nullptr;
-    if (!path || Failed(object.provider->GetQuota(session_, path, &quota)))
+    const DAV_QUOTA* const quota = QuotaOf(object);
+    if (!quota)
         return false;
     BeginFound();
     const bool isUsed = property == kLiveQuotaUsed;
     out_.Put(isUsed ? "<D:quota-used-bytes>" : "<D:quota-available-bytes>");
-    out_.PutNumber(isUsed ? quota.Used : quota.Available);
+    out_.PutNumber(isUsed ? quota->Used : quota->Available);
     out_.Put(isUsed ? "</D:quota-used-bytes>" : "</D:quota-available-bytes>");
     return true;
 }

@@ -57,6 +57,7 @@ class PropFindResponses {
     bool PutText(const char* before, std::string_view text, const char* behind);
     bool PutContentType(const PropFindObject& object);
     bool PutQuota(const PropFindObject& object, UINT32 property);
+    const DAV_QUOTA* QuotaOf(const PropFindObject& object);
     bool PutWin32(const PropFindObject& object, UINT32 property);
     Privileges PrivilegesOn(const PropFindObject& object);
     void PutDead(const PropFindObject& object);
@@ -72,8 +73,11 @@ class PropFindResponses {
     GrowingText parentHref_; // and what their hrefs begin with
     RecordBuffer records_;
     GrowingArray<UINT8> isFound_; // of the request's dead names, for the object at hand
-    UINT32 missing_ = 0;          // live properties that the object at hand lacks
-    bool isOpen_ = false;         // the propstat of what was found
+    DAV_QUOTA quota_{};           // of the object at hand, once it was asked for
+    bool hasAskedQuota_ = false;
+    bool hasQuota_ = false;
+    UINT32 missing_ = 0;  // live properties that the object at hand lacks
+    bool isOpen_ = false; // the propstat of what was found
 };
 
 } // namespace standard

@@ -1,9 +1,12 @@
 # The standard dialect, against scripted hosts and providers.
 kest_test(contract_standard SINGLE_THREADED
   SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/bounds_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/digest_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/get_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/namespace_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/post_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/put_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/lock_test.cpp
