@@ -19,6 +19,8 @@ class HeaderFields {
     // Sets a field, in place of an earlier one of that name (compared without case). False for a
     // name or value that no field can have: RFC 9110 section 5. Throws std::bad_alloc.
     bool Set(Arena& arena, std::string_view name, std::string_view value);
+    // Takes the memory for a list of so many. Throws std::bad_alloc.
+    void Reserve(size_t count) { lines_.reserve(count); }
     // Null when it is not set. Valid until the list changes.
     const std::string_view* Find(std::string_view name) const noexcept;
     void Remove(std::string_view name) noexcept;

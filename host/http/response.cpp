@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <string>
 
 #include "base/ascii.h"
@@ -90,6 +91,16 @@ bool Response::SetHeader(std::string_view name, std::string_view value)
     return !status_ && headers_.Set(*arena_, name, value);
 }
 
+void Response::Reserve()
+{
+    constexpr size_t kFields = 24;
+    constexpr size_t kFieldBytes = 4096;
+    headers_.Reserve(kFields);
+    gathered_.Reserve(kHeadRoom + kGatherFirst);
+    if (!arena_->Reserve(kFieldBytes))
+        throw std::bad_alloc();
+}
+
 bool Response::AddLateHeader(std::string_view name, std::string_view value)
 {
     return !headersSent_ && headers_.Set(*arena_, name, value);
@@ -103,6 +114,28 @@ bool Response::Begin(int status)
     return true;
 }
 
+// Whether a piece is kept until more has come. Makes the room for it; where there is no memory for
+// that, it leaves at once.
+bool Response::MayGather(size_t size)
+{
+    if (size > kGatherFirst || gathered_.Size() + size > gatherLimit_)
+        return false;
+    if (gathered_.Size() == 0)
+        gathered_.MakeHeadroom(kHeadRoom);
+    if (gathered_.Room() >= size)
+        return true;
+    try { // with the room in front, which Reserve would take
+        Buffer grown;
+        grown.Reserve(kHeadRoom + gathered_.Size() + size);
+        grown.MakeHeadroom(kHeadRoom);
+        grown.Append(gathered_.Data(), gathered_.Size());
+        gathered_ = std::move(grown);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
 bool Response::Append(const void* bytes, size_t size)
 {
     if (!status_)
@@ -111,9 +144,7 @@ bool Response::Append(const void* bytes, size_t size)
         return false;
     if (size == 0 || discardsBody_ || options_.isHead || HasNoBody(status_) || status_ == 416)
         return true;
-    if (size <= kGatherFirst && gathered_.Size() + size <= gatherLimit_) {
-        if (gathered_.Size() == 0)
-            gathered_.MakeHeadroom(kHeadRoom);
+    if (MayGather(size)) {
         gathered_.Append(bytes, size);
         bodyBytes_ += size;
         return true;
@@ -159,6 +190,25 @@ bool Response::Replace(int status, std::string_view type, std::string_view text)
     if (!text.empty())
         Append(text.data(), text.size());
     discardsBody_ = true;
+    return true;
+}
+
+bool Response::ReplaceBody(std::string_view type, std::string_view text)
+{
+    if (!status_ || headersSent_ || isBroken_)
+        return false;
+    for (const std::string_view name :
+         {"Content-Length", "Transfer-Encoding", "Content-Encoding", "ETag", "Last-Modified"})
+        headers_.Remove(name);
+    headers_.Set(*arena_, "Content-Type", type);
+    gathered_.Clear();
+    bodyBytes_ = 0;
+    discardsBody_ = true;
+    if (options_.isHead || HasNoBody(status_))
+        return true;
+    gathered_.MakeHeadroom(kHeadRoom);
+    gathered_.Append(text.data(), text.size());
+    bodyBytes_ = text.size();
     return true;
 }
 

@@ -28,6 +28,9 @@ class Response {
                Waiter& waiter) noexcept;
     void Reset() noexcept;
 
+    // Takes the memory for a head of up to 24 fields and 4 KiB, and for gathering the body: what is
+    // said then needs no more. Throws std::bad_alloc.
+    void Reserve();
     // Sets a header, in place of an earlier one of that name. False for a name or value that no
     // header can have (line breaks, controls), or after Begin. An empty "Content-Length" stands for
     // whatever the body turns out to be. Throws std::bad_alloc.
@@ -57,6 +60,10 @@ class Response {
     // Forgets headers and body, if nothing has left: another status and body take their place, and
     // what is appended from now on is dropped.
     bool Replace(int status, std::string_view type, std::string_view text);
+    // Puts another body in place of the one that there is, if nothing has left. Status and headers
+    // stay, but for those that describe a body; what is appended from now on is dropped. Throws
+    // std::bad_alloc.
+    bool ReplaceBody(std::string_view type, std::string_view text);
     // Ends the message where it is: nothing more is sent, and the connection closes in a way that
     // no client can take for the end of the body.
     void Cut() noexcept;
@@ -74,6 +81,7 @@ class Response {
 
   private:
     enum class Mode { Unknown, Length, Chunked, UntilClose, None };
+    bool MayGather(size_t size);
     void DecideMode(bool isFinal, size_t pending);
     size_t CutSurplus(size_t pending) noexcept;
     void PutHead(size_t chunk);

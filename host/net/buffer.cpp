@@ -163,6 +163,16 @@ void* Arena::AllocateBlock(size_t size) noexcept
     return Allocate(size);
 }
 
+bool Arena::Reserve(size_t size) noexcept
+{
+    if (static_cast<size_t>(end_ - at_) >= size)
+        return true;
+    if (!AllocateBlock(size))
+        return false;
+    at_ -= RoundUp(size); // the piece is for whoever comes
+    return true;
+}
+
 std::string_view Arena::Copy(std::string_view text)
 {
     auto* copy = static_cast<char*>(Allocate(text.size() + 1));

@@ -79,6 +79,8 @@ class Arena {
         at_ += RoundUp(size); // blocks are as large as a number of such pieces
         return piece;
     }
+    // Makes sure that pieces of `size` bytes in all can be had. False when there is no memory.
+    [[nodiscard]] bool Reserve(size_t size) noexcept;
     // A NUL-terminated copy. Throws std::bad_alloc.
     std::string_view Copy(std::string_view text);
     // Frees everything but the first block.

@@ -5,6 +5,7 @@
 
 #include "base/percent.h"
 #include "base/uri.h"
+#include "host/config/settings_holder.h"
 #include "host/http/short_reply.h"
 
 namespace kestd {
@@ -19,6 +20,18 @@ void AppendCollection(std::string& text, std::string_view path)
     text.append("</D:href><D:propstat><D:prop><D:resourcetype><D:collection/>"
                 "</D:resourcetype></D:prop><D:status>HTTP/1.1 200 OK</D:status>"
                 "</D:propstat></D:response>");
+}
+
+constexpr std::string_view kAncestorMethods = "OPTIONS, GET, HEAD, PROPFIND";
+
+// Clients look at the server's root for what they may do below: it says that there is WebDAV.
+void SendOptionsOfAncestor(Exchange& exchange)
+{
+    Response& response = exchange.response;
+    response.SetHeader("DAV", "1, 2");
+    response.SetHeader("MS-Author-Via", "DAV");
+    response.SetHeader("Allow", kAncestorMethods);
+    response.Begin(200);
 }
 
 void SendProperties(Exchange& exchange, const std::string& location)
@@ -50,7 +63,7 @@ void ServeAncestor(Exchange& exchange, const std::string& location)
     Response& response = exchange.response;
     switch (exchange.request.method) {
     case KestMethodOptions:
-        return SendOptions(exchange);
+        return SendOptionsOfAncestor(exchange);
     case KestMethodGet:
     case KestMethodHead:
         response.SetHeader("Location", base::PercentEncode(location) + "/");
@@ -60,18 +73,22 @@ void ServeAncestor(Exchange& exchange, const std::string& location)
     case KestMethodPropFind:
         return SendProperties(exchange, location);
     default:
-        response.SetHeader("Allow", "OPTIONS, GET, HEAD, PROPFIND");
+        response.SetHeader("Allow", kAncestorMethods);
         return SendError(response, 405);
     }
 }
 
 void SendOptions(Exchange& exchange)
 {
+    const bool isStandard = exchange.settings->server.dialect == Dialect::Standard;
     Response& response = exchange.response;
-    response.SetHeader("DAV", "1, 2");
+    response.SetHeader("DAV", isStandard ? "1, 2, 3" : "1, 2");
     response.SetHeader("MS-Author-Via", "DAV");
-    response.SetHeader("Allow", "OPTIONS, GET, HEAD, DELETE, COPY, MOVE, PROPFIND, PROPPATCH, "
-                                "MKCOL, LOCK, UNLOCK, PUT, POST");
+    response.SetHeader("Allow", isStandard
+                                    ? "OPTIONS, GET, HEAD, POST, PUT, PATCH, DELETE, PROPFIND, "
+                                      "PROPPATCH, MKCOL, COPY, MOVE, LOCK, UNLOCK"
+                                    : "OPTIONS, GET, HEAD, DELETE, COPY, MOVE, PROPFIND, "
+                                      "PROPPATCH, MKCOL, LOCK, UNLOCK, PUT, POST");
     response.Begin(200);
 }
 

@@ -8,6 +8,12 @@
 
 namespace kestd {
 
+Decision GrantedLocks::OnBody(Exchange& exchange) const
+{
+    exchange.response.Reserve();
+    return Decision::GoOn();
+}
+
 void GrantedLocks::OnReplyHead(Exchange& exchange, int status) const
 {
     const std::string_view* token = exchange.response.FindHeader("Lock-Token");

@@ -12,6 +12,8 @@ namespace kestd {
 class GrantedLocks final : public Stage {
   public:
     explicit GrantedLocks(RequestHandler& handler) : handler_(handler) {}
+    // Takes the memory that the reply needs: no lock is granted that there is none to tell of.
+    Decision OnBody(Exchange& exchange) const override;
     // Take note of what the module says.
     void OnReplyHead(Exchange& exchange, int status) const override;
     void OnReplyBody(Exchange& exchange, std::string_view piece) const override;

@@ -12,6 +12,7 @@
 #include "host/pipeline/condition_headers.h"
 #include "host/pipeline/copy_move_headers.h"
 #include "host/pipeline/csrf.h"
+#include "host/pipeline/error_page.h"
 #include "host/pipeline/granted_lock.h"
 #include "host/pipeline/host_check.h"
 #include "host/pipeline/partial_put.h"
@@ -82,7 +83,7 @@ struct Pipeline::Row {
 
 Pipeline::Pipeline(Dialect dialect, AccessControl& accessControl, RequestHandler& handler,
                    std::string location)
-    : handler_(handler),
+    : handler_(handler), showsErrorPages_(dialect == Dialect::Standard),
       stages_(std::make_unique<const AllStages>(accessControl, handler, location))
 {
     const auto at = [](auto... hook) { return ((1U << hook) | ...); };
@@ -103,7 +104,7 @@ Pipeline::Pipeline(Dialect dialect, AccessControl& accessControl, RequestHandler
         {"access", all.access, at(kRequest, kReplyEnd), kAll, Speakers::Both},
         {"body_limits", all.bodyLimits, at(kRequest, kReplyEnd), kAll, Speakers::Both},
         {"condition_headers", all.conditionHeaders, at(kBody), kChanging, Speakers::Standard},
-        {"granted_lock", all.grantedLocks, at(kReplyHead, kReplyBody, kReplySent), Of(KestMethodLock), Speakers::Both},
+        {"granted_lock", all.grantedLocks, at(kBody, kReplyHead, kReplyBody, kReplySent), Of(KestMethodLock), Speakers::Both},
         // clang-format on
     };
     for (const Row& row : order)
@@ -200,6 +201,8 @@ bool Pipeline::Finish(Exchange& exchange) const
     if (!response.HasBegun())
         response.Replace(500, {}, {});
     exchange.ApplyErrorPage();
+    if (showsErrorPages_)
+        ShowErrorPage(exchange);
     const bool goesOn = response.Finish();
     for (const Stage* stage : StagesOf(exchange, kReplySent))
         stage->OnReplySent(exchange);

@@ -62,6 +62,7 @@ class Pipeline {
     }
 
     RequestHandler& handler_;
+    const bool showsErrorPages_; // in the standard dialect
     const std::unique_ptr<const AllStages> stages_;
     std::vector<std::string_view> names_;
     std::array<std::array<Run, kMethods>, kHooks> runs_; // by the number of the method

@@ -21,9 +21,16 @@ kest_test(host_contract SHARDS 4
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/condition_headers_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/copy_move_headers_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/dialect_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/error_page_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/rules_test.cpp
   LIBS kestd_http kestd_services tolm OpenSSL::SSL Threads::Threads)
+
+# A program of its own: it takes the place of the allocator.
+kest_test(host_lock_memory
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/pipeline/lock_memory_test.cpp
+          ${PROJECT_SOURCE_DIR}/tests/contract/truth/failing_memory.cpp
+  LIBS kestd_http tolm OpenSSL::SSL Threads::Threads)
 
 # A program of its own: it takes the place of the allocator and of epoll_ctl.
 kest_test(host_accept
