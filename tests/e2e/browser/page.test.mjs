@@ -68,6 +68,21 @@ describe("the file page", () => {
     });
     beforeEach(() => open());
 
+    it("says what failed, and leads back", async () => {
+        await server.write("kept.txt", "content");
+        const reply = await page.goto(folderUrl() + "nothing%20here.txt");
+        assert.equal(reply.status(), 404);
+        assert.equal(await page.locator("h1").textContent(), "There is nothing under this name.");
+        await page.getByText("Back to the folder").click();
+        await row("kept.txt").waitFor();
+        await page.goto(folderUrl() + "no/such/folder/");
+        await page.getByText("One folder up").click();
+        await page.getByText("One folder up").click();
+        await page.getByText("One folder up").click();
+        await row("kept.txt").waitFor();
+        await harmless();
+    });
+
     it("shows every hostile name as text and links to its content", async () => {
         for (const name of hostileNames)
             await server.write(name, "content of " + name);
