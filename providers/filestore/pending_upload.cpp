@@ -198,6 +198,7 @@ TALSTATUS PendingUpload::Publish(const Guard& guard, DAV_DATETIME modified, DAV_
     upload.SetModified(modified ? StampedDate(modified, true) : StampedDate(store_.Now(), false));
     if (created)
         upload.SetCreated(created);
+    upload.SetDescribed(); // before: once it is published nothing is told as failed any more
     TALSTATUS status = upload.BeginWithFile(record_.path, directory, name_);
     if (!Failed(status))
         status = WithRoomForRows(store_, volume_, [&] { return upload.Finish(); });
@@ -208,9 +209,10 @@ TALSTATUS PendingUpload::Publish(const Guard& guard, DAV_DATETIME modified, DAV_
     if (Failed(status))
         return status;
     *replaced = upload.IsReplacing();
+    *published = upload.Made();
     content_.Reset();
     isComplete_ = true;
-    return StatusFromErrno(fs.Inspect(upload.File(), published));
+    return TAL_STATUS_SUCCESS;
 }
 
 TALSTATUS PendingUpload::Remove()

@@ -231,6 +231,12 @@ scenario("COPY tree", tree("t"), to("COPY", "t", "u"), 201, worlds=RULED,
 scenario("LOCK new name", nothing, ask("LOCK", "f", lock_headers(), lock_body()), 200, 201,
          worlds=RULED,
          dialects=("standard",))
+scenario("DELETE tree", tree("t"), ask("DELETE", "t"), 200, 204, worlds=RULED,
+         dialects=("standard",))
+scenario("MOVE tree", tree("t"), to("MOVE", "t", "u"), 201, worlds=RULED,
+         dialects=("standard",))
+scenario("PROPPATCH set", file("f"), ask("PROPPATCH", "f", {}, colour_body("blue")), 207,
+         worlds=RULED, dialects=("standard",))
 scenario("PUT refused", file("f", volume="other"), ask("PUT", "f", {}, NEW, volume="other"), 403,
          worlds=RULED,
          dialects=("standard",))

@@ -73,6 +73,22 @@ class PendingUploads : public testing::Test {
     int open_ = 0;
 };
 
+TEST_F(PendingUploads, ThatArePublished_AreToldSoWhateverALookAtThemSays)
+{
+    Begin();
+    bool isPublished = false;
+    failing_->judge = [&](const char* operation) {
+        const std::string name = operation;
+        if (name == "Rename" || name == "Exchange" || name == "GiveName")
+            isPublished = true;
+        return isPublished && name == "Inspect" ? EIO : 0;
+    };
+    EXPECT_EQ(0u, Append(0, "abc", true));
+    EXPECT_TRUE(isPublished);
+    failing_->judge = nullptr;
+    EXPECT_EQ("abc", ContentOf(directory_.Path() / "file"));
+}
+
 TEST_F(PendingUploads, EndWhenNothingComesForTheirTime)
 {
     Begin();
