@@ -11,6 +11,7 @@
 #include "providers/filestore/publish.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/upload.h"
+#include "providers/filestore/whole_read.h"
 
 namespace filestore {
 
@@ -51,10 +52,8 @@ TALSTATUS PendingUpload::ReadRecord()
     if (const int error = fs.Inspect(recordFile_.Get(), &info))
         return StatusFromErrno(error);
     std::string text(std::min<UINT64>(info.size, kMostUploadRecordBytes), '\0');
-    size_t got = 0;
-    if (const int error = fs.Read(recordFile_.Get(), 0, text.data(), text.size(), &got))
+    if (const int error = ReadWhole(fs, recordFile_.Get(), &text))
         return StatusFromErrno(error);
-    text.resize(got);
     return ReadUploadText(text, &record_) ? TAL_STATUS_SUCCESS : Failure(kCodeNotFound);
 }
 

@@ -11,6 +11,7 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/room.h"
+#include "providers/filestore/whole_read.h"
 
 namespace filestore {
 
@@ -54,10 +55,8 @@ TALSTATUS ReadListed(FileSystem& fs, FileHandle directory, const std::string& fi
     if (error)
         return StatusFromErrno(error);
     std::string text(std::min<UINT64>(info.size, kMostUploadRecordBytes), '\0');
-    size_t got = 0;
-    if ((error = fs.Read(record.Get(), 0, text.data(), text.size(), &got)))
+    if ((error = ReadWhole(fs, record.Get(), &text)))
         return StatusFromErrno(error);
-    text.resize(got);
     out->touched = info.modified;
     if (ReadUploadText(text, &out->record))
         out->touched = out->record.touched;

@@ -3,6 +3,7 @@
 // A file system over another one that fails when a test says so.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <functional>
@@ -24,6 +25,7 @@ class FailingFileSystem final : public FileSystem {
     std::atomic<int> error{EIO};
     bool hasUnnamed = true; // files without a name
     bool hasExchange = true;
+    size_t mostPerRead = 0;     // bytes that a read gives at once, 0: all
     std::atomic<int> open{0};   // a request lets go of what it has after its reply
     std::atomic<int> opened{0}; // ever
     UINT64 unnamedIn = 0;       // the directory that the last file without a name was made in
@@ -58,7 +60,8 @@ class FailingFileSystem final : public FileSystem {
     }
     int Read(FileHandle h, UINT64 offset, void* buffer, size_t size, size_t* got) override
     {
-        return Fail(__func__) ? error.load() : real_->Read(h, offset, buffer, size, got);
+        const size_t wanted = mostPerRead ? std::min(size, mostPerRead) : size;
+        return Fail(__func__) ? error.load() : real_->Read(h, offset, buffer, wanted, got);
     }
     int Write(FileHandle h, UINT64 offset, const void* buffer, size_t size) override
     {

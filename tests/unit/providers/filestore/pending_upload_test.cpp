@@ -120,6 +120,20 @@ TEST_F(PendingUploads, AreFoundByAStoreThatStartsLater)
     EXPECT_EQ(6u, Offset()) << "complete";
 }
 
+// A signal, or another machine's disk, may end a read before its time.
+TEST_F(PendingUploads, AreFoundWhereReadsEndShort)
+{
+    Begin(6);
+    ASSERT_EQ(0u, Append(0, "abc"));
+    Start();
+    failing_->mostPerRead = 7;
+    open_ = failing_->open;
+    EXPECT_EQ(3u, Offset());
+    open_ = failing_->open;
+    ASSERT_EQ(0u, Append(3, "def", true));
+    EXPECT_EQ("abcdef", ContentOf(directory_.Path() / "file"));
+}
+
 TEST_F(PendingUploads, TellOnlyWhatWasSyncedBefore)
 {
     Start(SyncLevel::Data);
