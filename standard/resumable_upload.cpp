@@ -241,18 +241,18 @@ TALSTATUS ResumableUpload::Finish(IKestDAVResource3& content, UINT64 size)
     TALSTATUS status = isWhole ? CheckWhole(content, size) : TAL_STATUS_INVALID_REQUEST;
     if (!Failed(status))
         status = content.Publish(upload_.modified, 0, &upload_.failures, &upload_.change);
-    SetUploadOffset(io_, size);
+    // Trying again would not change it.
+    const bool isOver = !Failed(status) || HttpStatusOf(status) < 500;
+    // Where it goes on, only the next look knows what of it is on the disk.
+    if (isOver) {
+        SetUploadOffset(io_, size);
+        SetUploadComplete(io_, fields_, true);
+    }
     // Else it is the place of what was made (RFC 9110 section 15.3.2).
     if (!fields_.NeedsMediaType())
         SetPlace();
-    if (!Failed(status)) {
-        SetUploadComplete(io_, fields_, true);
-        return AnswerUpload(io_, status, target_, upload_);
-    }
-    if (HttpStatusOf(status) < 500) { // and trying again would not change it
-        SetUploadComplete(io_, fields_, true);
+    if (Failed(status) && isOver)
         Cancel();
-    }
     return AnswerUpload(io_, status, target_, upload_);
 }
 

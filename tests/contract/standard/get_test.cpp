@@ -208,6 +208,22 @@ TEST_F(StandardGet, OneRange)
         << "those that overlap are one";
 }
 
+// As long as the room for a value that is read at once, and a little shorter and longer: with a
+// host that needs room for a terminator and with one that does not.
+TEST_F(StandardGet, RangeHeaderOfAnyLength_KeepsItsLastCharacter)
+{
+    const std::string first = "bytes=0-4,";
+    const std::string last = "3-10";
+    for (const size_t size : {31U, 32U, 33U, 255U, 256U, 257U, 1023U, 1024U, 1025U}) {
+        const std::string spaces(size - first.size() - last.size(), ' ');
+        for (const bool needsNoTerminator : {false, true}) {
+            Request request = Get().Header("Range", first + spaces + last);
+            request.exactHeaders = needsNoTerminator;
+            EXPECT_EQ(Run(request), Part("0-10/11", "hello world")) << size;
+        }
+    }
+}
+
 TEST_F(StandardGet, RangeReadsNothingBeforeItself)
 {
     const std::string content(3'000'000, 'x');

@@ -12,6 +12,7 @@ kest_test(contract_standard SINGLE_THREADED
     ${CMAKE_CURRENT_LIST_DIR}/lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/propfind_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/proppatch_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/sweeps_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/upload_failures_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/uploads_test.cpp
   LIBS kest_harness

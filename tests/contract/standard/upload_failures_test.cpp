@@ -156,7 +156,8 @@ TEST_F(StandardUploadFailures, OfPublish)
         (void)Run(Begin("n", {"hello"}));
         world.Fail("gen3.more3.Publish", ProviderFailure(row.code));
         const bool isFinal = row.status[0] == '4';
-        const std::string state = isFinal ? State(6, true) : "Upload-Offset: 6\n";
+        // How much of it is on the disk nobody knows after a failure.
+        const std::string state = isFinal ? State(6, true) : "";
         EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"!"}, "?1")), RefusalOf(row.status, state))
             << row.code;
         EXPECT_EQ(Kept(), isFinal ? "(none)" : "hello!") << row.code;
@@ -224,7 +225,7 @@ TEST_F(StandardUploadFailures, OfTheWholesContent_KeepTheUpload)
     (void)Run(Begin("n", {"a"}).Header("Repr-Digest", kMd5));
     world["gen3"].readLimit = 1;
     world.Fail("gen3.more3.Read", ProviderFailure(kCodeUnsuccessful), 2);
-    EXPECT_EQ(Run(Append(PlaceOf("n"), 1, {"b"}, "?1")), Empty("500", "Upload-Offset: 2\n"));
+    EXPECT_EQ(Run(Append(PlaceOf("n"), 1, {"b"}, "?1")), Empty("500"));
     EXPECT_EQ(Kept(), "ab");
 }
 
