@@ -179,7 +179,7 @@ class Uploads3 final : public IKestDAVUploads3 {
             Failed(status))
             return status;
         owner_.uploads.push_back({.target = target,
-                                  .name = "u" + std::to_string(owner_.uploads.size() + 1),
+                                  .name = NewName(target),
                                   .content = {},
                                   .length = length,
                                   .terms = TextOf(*terms),
@@ -243,6 +243,14 @@ class Uploads3 final : public IKestDAVUploads3 {
     static std::string Named(const UNICODE_STRING* path, const DAV_TEXT* name)
     {
         return Narrow(path) + ", " + TextOf(*name);
+    }
+    // The first one that no upload of the target has.
+    std::string NewName(const std::u16string& target)
+    {
+        size_t number = 1;
+        while (FindUpload(owner_, target, "u" + std::to_string(number)))
+            ++number;
+        return "u" + std::to_string(number);
     }
     std::optional<TALSTATUS> Note(const char* operation, const std::string& arguments)
     {

@@ -373,6 +373,20 @@ TEST_F(Get, RangeHeaderOfMoreThan32Bytes_IsReadAgain)
     EXPECT_EQ(world.recorder.Count("io.AllocMemory"), 2);
 }
 
+// The first reading has room for that many bytes, and none for a terminator.
+TEST_F(Get, RangeHeaderOfExactly32Bytes_KeepsItsLastCharacter)
+{
+    const std::string range = "bytes=0-99,              101-199";
+    ASSERT_EQ(range.size(), 32U);
+    for (const bool needsNoTerminator : {false, true}) {
+        Request request = Request(KestMethodGet, "/Ferro/gen2/f").Header("Range", range);
+        request.exactHeaders = needsNoTerminator;
+        EXPECT_EQ(world.Run(request).text,
+                  Partial("0-199/1000", 199, Digits(100) + Digits(1000).substr(101, 99)))
+            << needsNoTerminator;
+    }
+}
+
 TEST_F(Get, RangeHeader_IsReadUpTo1023Bytes)
 {
     const std::string range = "bytes=0-99";

@@ -1,3 +1,4 @@
+find_package(SQLite3 REQUIRED) # whose steps a test counts
 kest_test(filestore_contract_test SHARDS 2
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/fixture.cpp ${CMAKE_CURRENT_LIST_DIR}/content_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/listing_test.cpp ${CMAKE_CURRENT_LIST_DIR}/locks_test.cpp
@@ -6,8 +7,8 @@ kest_test(filestore_contract_test SHARDS 2
           ${CMAKE_CURRENT_LIST_DIR}/walks_test.cpp ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/content3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/namespace3_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/properties3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/locks3_test.cpp
-          ${CMAKE_CURRENT_LIST_DIR}/uploads3_test.cpp
-  LIBS tolm ${CMAKE_DL_LIBS})
+          ${CMAKE_CURRENT_LIST_DIR}/uploads3_test.cpp ${CMAKE_CURRENT_LIST_DIR}/lock_listing_test.cpp
+  LIBS tolm SQLite::SQLite3 ${CMAKE_DL_LIBS})
 target_compile_definitions(filestore_contract_test PRIVATE FILESTORE_LIBRARY="$<TARGET_FILE:filestore>")
 add_dependencies(filestore_contract_test filestore)
 
