@@ -7,6 +7,7 @@ kest_test(contract_index
     ${CMAKE_CURRENT_LIST_DIR}/failures_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/golden_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/identity_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/large_folder_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/listing_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/request_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/site.cpp
