@@ -12,6 +12,7 @@
 #include <optional>
 #include <utility>
 
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -348,11 +349,20 @@ void Host::PublishChange()
     (void)services_->events.Publish(global, kEventConfigurationChanged, nullptr); // not stopping
 }
 
+// The log is written by a thread of its own, which ends with the process. Says nothing where the
+// reader of standard error takes nothing.
+void SayLast(std::string_view line)
+{
+    pollfd room{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&room, 1, 0) == 1)
+        (void)!write(STDERR_FILENO, line.data(), line.size());
+}
+
 void Host::Stop()
 {
     manager_.TellStopping();
     if (server_ && !server_->Stop()) {
-        Log(kLogError, "a request does not end; the process ends without it");
+        SayLast("kestd: a request does not end; the process ends without it\n");
         std::fflush(nullptr);
         _exit(1); // what has been answered is kept
     }
