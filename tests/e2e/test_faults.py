@@ -3,6 +3,7 @@
 
 import argparse
 import os
+import socket
 import sys
 import unittest
 
@@ -14,8 +15,8 @@ sys.path.append(os.path.join(ROOT, "tests", "faults"))
 import judge  # noqa: E402
 import scenarios  # noqa: E402
 import sweep  # noqa: E402
-from control import ONCE, SHORT  # noqa: E402
-from connection import parse  # noqa: E402
+from control import ONCE, SHORT, STUCK  # noqa: E402
+from connection import head, parse  # noqa: E402
 from world import World  # noqa: E402
 
 LIBRARY = os.path.join(ROOT, "build", "dev", "lib", "libfailing_calls.so")
@@ -116,6 +117,14 @@ class Uploads(unittest.TestCase):
         self.assertEqual(faults, [])
         self.assertGreater(count, 20)
 
+    def test_what_is_told_of_one_that_can_be_resumed_is_there(self):
+        faults, count = faults_of(("PATCH ends an upload [uploads]",), ["fsync", "read 1"], "standard")
+        self.assertEqual(faults, [])
+        self.assertGreater(count, 5)
+        faults, count = faults_of(("DELETE of an upload [uploads]",), ["read", "unlink"], "standard")
+        self.assertEqual(faults, [])
+        self.assertGreater(count, 5)
+
 
 class Sessions(unittest.TestCase):
     def test_want_of_memory_is_not_told_as_a_wrong_method(self):
@@ -159,6 +168,34 @@ class Standard(unittest.TestCase):
         faults, count = faults_of(("DELETE If-Match of another",), ["write"], "standard")
         self.assertEqual(faults, [])
         self.assertGreater(count, 10)
+
+
+class Shutdown(unittest.TestCase):
+    def test_it_does_not_wait_for_a_call_that_does_not_return(self):
+        """A disk that hangs: the process ends in its time, and says so. No request can be cancelled
+        that waits for the kernel."""
+        for dialect in ("classic", "standard"):
+            with self.subTest(dialect):
+                world = World(LIBRARY, dialect, {"Server": {"Access Log": False,
+                                                            "Shutdown Time": 1}})
+                try:
+                    self.stop_while_stuck(world)
+                finally:
+                    world.close()
+
+    def stop_while_stuck(self, world):
+        scenario = next(found for found in scenarios.ALL if found.name == "GET small")
+        item = world.item(scenario)
+        method, path, headers, body = scenario.request(item)
+        mask = sum(1 << world.names.index(kind) for kind in ("open", "openat2", "statx", "stat"))
+        with world.control.armed(mask, 1, STUCK), \
+                socket.create_connection(("127.0.0.1", world.server.port)) as client:
+            client.sendall(head(method, path, world.server.port, headers, len(body)))
+            harness.wait_for(world.control.hits, "a call to be stuck")
+            log = world.server.log_path
+            self.assertEqual(world.server.stop(), 1)
+            with open(log, encoding="utf-8") as lines:
+                self.assertIn("a request does not end; the process ends without it", lines.read())
 
 
 class Library(unittest.TestCase):

@@ -42,9 +42,10 @@ def unchunk(rest):
 
 def parse(text, method):
     """An Answer from all that a connection gave."""
-    while text.startswith(b"HTTP/1.1 100 "):
-        text = text.partition(b"\r\n\r\n")[2]
-    head, mark, rest = text.partition(b"\r\n\r\n")
+    last = text
+    while last.startswith(b"HTTP/1.1 1"):  # interim replies
+        last = last.partition(b"\r\n\r\n")[2]
+    head, mark, rest = last.partition(b"\r\n\r\n")
     if not mark:
         return Answer(0, {}, b"", False, text)
     first, *rows = head.decode("latin-1").split("\r\n")
@@ -65,7 +66,7 @@ def parse(text, method):
 def head(method, path, port, headers, length):
     lines = [f"{method} {path} HTTP/1.1", f"Host: 127.0.0.1:{port}"]
     lines += [f"{name}: {value}" for name, value in headers.items()]
-    if length or method in ("PUT", "POST"):
+    if length or method in ("PUT", "POST", "PATCH"):
         lines.append(f"Content-Length: {length}")
     return "\r\n".join(lines + ["", ""]).encode()
 

@@ -74,6 +74,8 @@ Fate DecideFor(Control& control, Call call) noexcept
         return Fate::Normal;
     if (control.hits.fetch_add(1, std::memory_order_relaxed) == 0)
         NoteWhere(control);
+    while (mode == Mode::Stuck) // until the process ends
+        pause();
     if (mode == Mode::Short || mode == Mode::ShortFrom)
         return Fate::Shortened;
     errno = control.error;

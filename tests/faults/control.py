@@ -22,7 +22,7 @@ AT_COUNTS = AT_ADDRESSES + 8 * MOST_FRAMES
 AT_NAMES = AT_COUNTS + 4 * MOST_CALLS
 SIZE = AT_NAMES + NAME_ROOM * MOST_CALLS
 
-ONCE, FROM_THEN, SHORT, SHORT_FROM = range(4)
+ONCE, FROM_THEN, SHORT, SHORT_FROM, STUCK = range(5)
 
 
 class Control:
@@ -49,7 +49,7 @@ class Control:
 
     @contextlib.contextmanager
     def armed(self, mask=0, nth=0, mode=ONCE, error=0):
-        """The nth call of the kinds in `mask` fails, or is cut short; nth 0 only counts."""
+        """The nth call of the kinds in `mask` fails, is cut short or stuck; nth 0 only counts."""
         self.memory[AT_SEEN:AT_NAMES] = bytes(AT_NAMES - AT_SEEN)
         struct.pack_into("<IIi", self.memory, AT_NTH, nth, mode, error)
         struct.pack_into("<Q", self.memory, AT_MASK, mask)

@@ -57,6 +57,7 @@ enum class Mode : uint32_t {
     FromThen,  // the Nth call and all that follow fail
     Short,     // the Nth call is given half of what it asks for
     ShortFrom, // that call and all that follow
+    Stuck,     // the Nth call does not return
 };
 
 inline constexpr uint32_t kMagic = 0x46434c31;

@@ -2,6 +2,9 @@
 """Every method on files, trees and between volumes: what is there before, and the one request that
 a failure is put into."""
 
+import functools
+
+import resumable
 from harness import pattern
 from world import colour_body, lock_body, lock_headers
 
@@ -23,22 +26,23 @@ DIALECTS = ("classic", "standard")
 class Scenario:
     """build(item) makes what is there before; request(item) is (method, path, headers, body)."""
 
-    def __init__(self, name, build, request, status, world, dialects):
+    def __init__(self, name, build, request, status, world, dialects, upload=None):
         self.name = name
         self.dialects = dialects
         self.build = build
         self.request = request
         self.status = status  # without a failure
         self.world = world
+        self.upload = upload  # what it does to one that goes on in other requests
 
 
 ALL = []
 
 
-def scenario(name, build, request, *status, worlds=("plain",), dialects=DIALECTS):
+def scenario(name, build, request, *status, worlds=("plain",), dialects=DIALECTS, upload=None):
     for world in worlds:
         shown = name if world == "plain" else f"{name} [{world}]"
-        ALL.append(Scenario(shown, build, request, status, world, dialects))
+        ALL.append(Scenario(shown, build, request, status, world, dialects, upload))
 
 
 def chain(*steps):
@@ -271,3 +275,6 @@ scenario("PUT in a locked folder", chain(tree("c"), locked("c", depth="infinity"
          ask("PUT", "c/f", {}, NEW), 423, dialects=STANDARD)
 scenario("DELETE If-Match of another", file("f"),
          ask("DELETE", "f", {"If-Match": '"0"'}), 412, dialects=STANDARD)
+
+# -- Uploads that go on in other requests
+resumable.add(functools.partial(scenario, worlds=("uploads",), dialects=STANDARD), chain, file, coloured)
