@@ -56,7 +56,7 @@ class Errors(ServerCase):
         self.see("POST", self.path("uploads") + "/", 413, body, headers)
         self.see("POST", self.path("uploads") + "/", 415, b"x", {"Content-Type": "text/plain"})
         headers, body = form("orphan.txt", b"x")
-        refused = self.see("POST", self.path("none") + "/", 409, body, headers)
+        refused = self.see("POST", self.path("none") + "/", 404, body, headers)
         self.assertNotIn(b"<script", refused.body.lower())
         lock = self.server.request("LOCK", self.path("uploads") + "/small.txt", lock_body())
         self.assertEqual(lock.status, 200)
