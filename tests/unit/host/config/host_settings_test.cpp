@@ -263,7 +263,7 @@ TEST_F(AccessSettings, Rules_AreTakenOver)
     EXPECT_FALSE(rules[2].makes);
     EXPECT_EQ(s.server.access->GroupsOf("ben"), std::vector<std::string>{"staff"});
     EXPECT_EQ(WarningsAbout(*s.server.access, *platform_.Get(),
-                          [](const std::string& user) { return user == "anna"; })
+                            [](const std::string& user) { return user == "anna"; })
                   .size(),
               4U); // Carl, and the volumes
     std::string unread;
