@@ -38,7 +38,7 @@ const WCHAR* QueryTemplateDir(char* buffer, UINT32& units)
     const auto* value = reinterpret_cast<const WCHAR*>(ValueData(buffer, kValueBytes, length));
     if (!value)
         return nullptr;
-    units = length / sizeof(WCHAR);
+    units = static_cast<UINT32>(length / sizeof(WCHAR));
     while (units > 0 && value[units - 1] == 0)
         --units;
     return value;

@@ -37,10 +37,10 @@ class HashPools : public testing::Test {
         const std::shared_future<void> gate_;
     };
 
-    void Make(uint32_t threads, uint32_t waiting,
-              milliseconds longestWait = std::chrono::minutes(5))
+    void Make(uint32_t threads, uint32_t waiting)
     {
-        pool_ = std::make_unique<HashPool>(HashPool::Limits{threads, waiting, longestWait});
+        pool_ =
+            std::make_unique<HashPool>(HashPool::Limits{threads, waiting, std::chrono::minutes(5)});
     }
     bool Submit(const std::string& name, HashPool::Priority priority = HashPool::Priority::User,
                 uint32_t others = 0)
@@ -102,8 +102,9 @@ TEST_F(HashPools, TurnAwayWhatFindsNoPlace)
 
 TEST_F(HashPools, SayWhatHasWaitedTooLong)
 {
-    Make(1, 10, milliseconds(1));
-    Occupy("first");
+    Make(1, 10);
+    Occupy("first"); // however long its thread takes to begin it
+    pool_->SetLimits({1, 10, milliseconds(1)});
     EXPECT_TRUE(Submit("x", HashPool::Priority::Other));
     std::this_thread::sleep_for(milliseconds(5));
     open_.set_value();
