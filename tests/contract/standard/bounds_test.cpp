@@ -3,6 +3,7 @@
 // Huge folders and trees: what they cost in memory, and that an answer is whole or none.
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "fixture.h"
 
@@ -68,6 +69,12 @@ class StandardBounds : public testing::Test {
         world["gen3"].AddFile("/gen3/c/d/b", "bbb");
         world["gen3"].membersPerCall = 1000; // as many as a batch has room for
         world.Remember("/Ferro/gen3");
+    }
+    // The module uses the platform to its end, which comes before the world's.
+    ~StandardBounds() override
+    {
+        if (auto* const module = std::exchange(world.module, nullptr))
+            module->Release();
     }
     void TearDown() override { world.ExpectAtRest(); }
     Request Find(const std::string& name, const std::string& depth)
