@@ -63,8 +63,11 @@ std::unique_ptr<harness::World> MakeWorld()
 {
     harness::Setup setup;
     setup.moduleValues = "'Template Directory' = '" TEMPLATE_DIRECTORY "'";
+    setup.start = false;
     auto world = std::make_unique<harness::World>(
         std::vector<harness::ProviderSpec>{{.name = "gen2"}}, std::move(setup));
+    world->platform.fixedTime = harness::Ticks(1769860800); // the root's dates are the start's
+    world->Start();
     harness::Provider& provider = (*world)["gen2"];
     provider.AddFile("/gen2/f", std::string(1000, 'f'));
     provider.AddFile("/gen2/g", "other");
