@@ -7,6 +7,7 @@
 #include "standard/object.h"
 #include "standard/request_headers.h"
 #include "support/memory.h"
+#include "support/provider.h"
 #include "support/reply.h"
 #include "support/resolution.h"
 #include "support/uri.h"
@@ -15,6 +16,23 @@ namespace standard {
 
 namespace {
 
+constexpr DAV_SHARE_MODE kShareAny = 3;
+
+// Of an older provider: its GetType may say that a name is there which can only be made.
+Kind KindOfOlder(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler)
+{
+    DAV_TYPE type = Resource;
+    if (Failed(DavNamespace(handler).GetType(session, path, &type)))
+        return Kind::Missing;
+    if (type == Collection)
+        return Kind::Collection;
+    DavResource resource;
+    const bool isThere = !Failed(resource.Open(handler)) &&
+                         !Failed(resource.Associate(session, FALSE, kAccessAttributesOnly,
+                                                    kShareAny, path, nullptr));
+    return isThere ? Kind::File : Kind::Missing;
+}
+
 Kind KindAt(SCHANDLE session, UNICODE_STRING path, bool& isServed)
 {
     const ProviderGuard providers;
@@ -22,8 +40,10 @@ Kind KindAt(SCHANDLE session, UNICODE_STRING path, bool& isServed)
     if (Failed(DavUriToHandler(session, &path, &handler)))
         return Kind::Missing;
     isServed = handler->pIKestDav3 != nullptr;
+    if (!isServed)
+        return KindOfOlder(session, &path, *handler);
     DAV_OBJECT_INFO info = EmptyInfo();
-    if (!isServed || Failed(handler->pIKestDav3->GetInfo(session, &path, &info)))
+    if (Failed(handler->pIKestDav3->GetInfo(session, &path, &info)))
         return Kind::Missing;
     return KindOf(info.Type);
 }
@@ -63,6 +83,14 @@ void SetAllow(IKestIO_5* io, Kind kind)
     case Kind::MissingCollection:
         return SetHeader(io, "Allow", "OPTIONS, MKCOL, LOCK");
     }
+}
+
+void SetAllowOfOlder(IKestIO_5* io, Kind kind)
+{
+    if (kind != Kind::File)
+        return SetAllow(io, kind);
+    SetHeader(io, "Allow",
+              "OPTIONS, GET, HEAD, PUT, DELETE, PROPFIND, PROPPATCH, COPY, MOVE, LOCK, UNLOCK");
 }
 
 TALSTATUS RefuseMethod(IKestIO_5* io, Kind kind, TALSTATUS status)

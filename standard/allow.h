@@ -30,6 +30,8 @@ constexpr Kind KindOf(DAV_TYPE type) noexcept
 [[nodiscard]] Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool& isServed);
 
 void SetAllow(IKestIO_5* io, Kind kind);
+// The same of what a provider of an older generation serves, which knows no PATCH.
+void SetAllowOfOlder(IKestIO_5* io, Kind kind);
 
 // 405 with the header.
 TALSTATUS RefuseMethod(IKestIO_5* io, Kind kind, TALSTATUS status);

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Refusals: "DAV:error" for programs, a page for people.
+// Refusals: "DAV:error" or a line for programs, a page for people.
 #include "standard/answer.h"
-
-#include <cstring>
 
 #include "standard/number_text.h"
 #include "support/reply.h"
+#include <kest/host/methods.h>
+#include <kest/sdk/refusal.h>
 
 namespace standard {
 
@@ -14,57 +14,38 @@ namespace {
 
 constexpr HTTPSTATUS kUnspecific = 417; // what the general mapping says of everything else
 
-struct Sentence {
-    HTTPSTATUS http;
-    const char* text;
-};
-constexpr Sentence kSentences[] = {
-    {400, "The request was not understood."},
-    {403, "You may not do this here."},
-    {404, "There is nothing under this name."},
-    {405, "This cannot be done with what is here."},
-    {409, "The folder that this belongs to does not exist."},
-    {412, "It has been changed meanwhile, or a condition of the request does not hold."},
-    {413, "The request's body is too long."},
-    {414, "The name is too long."},
-    {415, "The request's body is of a kind that is not taken here."},
-    {416, "The file does not reach that far."},
-    {423, "It is locked."},
-    {501, "The server does not do this."},
-    {502, "The destination is not on this server."},
-    {503, "The server is busy. Try again in a moment."},
-    {507, "There is no space left."},
-};
-
-const char* SentenceOf(HTTPSTATUS http) noexcept
-{
-    for (const Sentence& each : kSentences)
-        if (each.http == http)
-            return each.text;
-    return http >= 500 ? "The server could not do this." : "The request was refused.";
-}
-
 bool IsBrowser(IKestIO_5* io)
 {
     UINT32 kind = 0;
     return !Failed(io->GetUserAgent(&kind)) && kind == 1;
 }
 
-// The page says nothing that comes from the request: nothing in it has to be escaped.
+bool IsHead(IKestIO_5* io)
+{
+    UINT32 method = 0;
+    return !Failed(io->GetRequestMethod(&method)) && method == KestMethodHead;
+}
+
+// A body that the host cannot take is its to tell of: it cuts the reply, or refuses in its own
+// words.
 void SendPage(IKestIO_5* io, HTTPSTATUS http)
 {
-    SetHeader(io, "Content-Type", "text/html; charset=utf-8");
+    SetHeader(io, "Content-Type", kest::kRefusalPageType);
     SetHeader(io, "Cache-Control", "no-store");
     SetHeader(io, "Content-Length", "");
     (void)io->SendHeader(http);
-    Put(io, "<!DOCTYPE html>\n<html lang=\"en\">\n<head><meta charset=\"utf-8\"><title>");
-    Put(io, Decimal(static_cast<UINT64>(http)).Text());
-    Put(io, "</title></head>\n<body>\n<h1>");
-    Put(io, SentenceOf(http));
-    Put(io, "</h1>\n<p>Status ");
-    Put(io, Decimal(static_cast<UINT64>(http)).Text());
-    Put(io, ". <a href=\".\">Back to the folder</a> <a href=\"..\">One folder up</a></p>\n"
-            "</body>\n</html>\n");
+    if (!IsHead(io))
+        kest::PutRefusalPage(http, Decimal(static_cast<UINT64>(http)).Text(),
+                             [io](const char* text) { Put(io, text); });
+}
+
+void SendLine(IKestIO_5* io, HTTPSTATUS http)
+{
+    SetHeader(io, "Content-Type", kest::kRefusalLineType);
+    SetHeader(io, "Content-Length", "");
+    (void)io->SendHeader(http);
+    if (!IsHead(io))
+        kest::PutRefusalLine(http, [io](const char* text) { Put(io, text); });
 }
 
 void SendElement(IKestIO_5* io, HTTPSTATUS http, const char* precondition)
@@ -100,6 +81,8 @@ TALSTATUS Refuse(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status, const char* p
         SendElement(io, http, precondition);
     else if (IsBrowser(io))
         SendPage(io, http);
+    else if (kest::HasRefusalLine(http))
+        SendLine(io, http);
     else
         return ReplyEmpty(io, http, status);
     return status;

@@ -13,8 +13,8 @@ namespace standard {
 HTTPSTATUS HttpStatusOf(TALSTATUS status) noexcept;
 
 // Sends a refusal and hands `status` back. `precondition` is the local name of the element that
-// "DAV:error" holds (RFC 4918 section 16), null for none. A browser gets a short page with a way
-// up instead, every other client of a refusal without an element an empty body.
+// "DAV:error" holds (RFC 4918 section 16). Null: a sentence, as a line of text for programs, which
+// show it or pass it over, and on a page with a way up for a browser. HEAD is answered without.
 TALSTATUS Refuse(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status,
                  const char* precondition = nullptr);
 // The same with the HTTP status that `status` means.

@@ -4,7 +4,6 @@
 #include "standard/allow.h"
 #include "standard/handlers.h"
 #include "standard/upload_requests.h"
-#include "support/handlers.h"
 #include "support/reply.h"
 #include "support/uri.h"
 
@@ -17,8 +16,11 @@ TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     bool isServed = true;
     const Kind kind = LookAt(session, url, io, isServed);
     SetHeader(io, "MS-Author-Via", "DAV"); // Office saves nothing without it
-    if (!isServed)
-        return KestDavOptions(session, url, io);
+    if (!isServed) {
+        SetAllowOfOlder(io, kind);
+        SetHeader(io, "DAV", "1, 2"); // answered as ever: not what class 3 asks for
+        return ReplyEmpty(io, 200, TAL_STATUS_SUCCESS);
+    }
     SetAllow(io, kind);
     SetHeader(io, "DAV", "1, 2, 3, extended-mkcol, sabredav-partialupdate");
     const bool isPutHere = kind == Kind::File || kind == Kind::Missing;

@@ -65,11 +65,28 @@ class Errors(ServerCase):
         self.assertEqual(sorted(os.listdir(self.tree / "uploads")), ["small.txt"])
         self.assertEqual(self.tree.read("uploads/small.txt"), b"small")
 
-    def test_program_gets_no_page(self):
-        for method in ("GET", "PROPFIND", "DELETE"):
-            reply = self.server.request(method, self.path("nothing"))
-            self.assertEqual(reply.status, 404)
-            self.assertNotIn(b"<h1>", reply.body)
+    def test_program_is_told_in_a_line(self):
+        self.tree.write("f.txt", b"content")
+        nothing, there = self.path("nothing"), self.path("f.txt")
+        for method, path, status, headers in (
+                ("GET", nothing, 404, {}), ("PROPFIND", nothing, 404, {"Depth": "0"}),
+                ("DELETE", nothing, 404, {}), ("MKCOL", there, 405, {}),
+                ("PUT", self.path("no/parent"), 409, {}), ("PUT", there + "/", 405, {}),
+                ("PUT", there, 412, {"If-None-Match": "*"}),
+                ("COPY", nothing, 404, {"Destination": self.server.url("docs", "n")}),
+                ("LOCK", there, 400, {"Timeout": "Second-1"}), ("POST", "/elsewhere", 404, {})):
+            reply = self.server.request(method, path, b"", headers)
+            self.assertEqual(reply.status, status, (method, reply))
+            self.assertEqual(reply.headers["content-type"], "text/plain; charset=utf-8", method)
+            self.assertRegex(reply.body, rb"\A[0-9A-Z][^<\n]+\n\Z", method)
+        head = self.server.request("HEAD", nothing)
+        self.assertEqual((head.status, head.body), (404, b""))
+
+    def test_download_that_goes_on_gets_no_sentence_behind_it(self):
+        self.tree.write("f.txt", b"content")
+        reply = self.server.request("GET", self.path("f.txt"), None, {"Range": "bytes=7-"})
+        self.assertEqual((reply.status, reply.body), (416, b""))
+        self.assertEqual(reply.headers["content-range"], "bytes */7")
 
     def test_unlock_with_a_token_of_another_scheme(self):
         self.tree.write("f", b"1")

@@ -8,6 +8,7 @@
 
 #include "provider3.h"
 #include "world.h"
+#include <kest/sdk/refusal.h>
 
 namespace standard_tests {
 
@@ -55,6 +56,20 @@ class Standard : public testing::Test {
 
     World world{Providers(), StandardDialect()};
 };
+
+// A reply without content of its own: with a refusal comes its sentence, but for HEAD.
+inline std::string PlainHead(const std::string& status, const std::string& headers = {})
+{
+    return status + "\n" + headers + "Content-Type: " + kest::kRefusalLineType +
+           "\nContent-Length: \n\n";
+}
+inline std::string Plain(const std::string& status, const std::string& headers = {})
+{
+    const int http = std::stoi(status);
+    return kest::HasRefusalLine(http)
+               ? PlainHead(status, headers) + kest::RefusalSentence(http) + "\n"
+               : status + "\n" + headers + "Content-Length: 0\n\n";
+}
 
 inline std::unique_ptr<World> MakeWorld()
 {

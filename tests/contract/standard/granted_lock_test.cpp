@@ -96,7 +96,7 @@ TEST_F(StandardGrantedLock, ThatIsRefreshed_IsGivenTheRoomThatItTakes)
 TEST_F(StandardGrantedLock, ThatClaimsMoreThanItsRecordHolds_IsNotBelieved)
 {
     Locks().push_back({Write, Exclusive, 0, -1, "owner", "held", true});
-    EXPECT_EQ(Run(Refresh()), "500\nContent-Length: 0\n\n");
+    EXPECT_EQ(Run(Refresh()), Plain("500"));
     EXPECT_EQ(Locks().size(), 1U);
     const std::string found =
         Run(Request(KestMethodPropFind, "/Ferro/gen3/f.txt").Header("Depth", "0"));
@@ -111,7 +111,7 @@ TEST_F(StandardGrantedLock, WhoseRequestCannotBeRead_IsNotTakenForARefresh)
          {Refresh().Body({kInfo}),
           Request(KestMethodPropFind, "/Ferro/gen3/f.txt").Header("Depth", "0").Body({"<x/>"})}) {
         world.Fail("io.IsClientPayloadAvailable", ProviderFailure(kCodeInsufficientResources));
-        EXPECT_EQ(Run(request), "503\nContent-Length: 0\n\n");
+        EXPECT_EQ(Run(request), Plain("503"));
     }
     EXPECT_EQ(Locks()[0].timeout, 7);
 }

@@ -127,7 +127,7 @@ TEST_F(StandardLock, Refresh_GivesMoreTime)
               "412\nContent-Type: application/xml; charset=\"utf-8\"\nContent-Length: \n\n"
               "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
               "<D:error xmlns:D=\"DAV:\"><D:lock-token-matches-request-uri/></D:error>\n");
-    EXPECT_EQ(Run(Lock("c", "")), "400\nContent-Length: 0\n\n");
+    EXPECT_EQ(Run(Lock("c", "")), Plain("400"));
 }
 
 TEST_F(StandardLock, MalformedRequests_Answer400)
@@ -148,9 +148,7 @@ TEST_F(StandardLock, MalformedRequests_Answer400)
           Row{"another root", "<D:propfind xmlns:D=\"DAV:\"/>", "0"}, Row{"depth 1", Info(), "1"},
           Row{"a long owner",
               Info("exclusive", "<D:owner>" + std::string(9000, 'o') + "</D:owner>"), "0"}})
-        EXPECT_EQ(Run(Lock("f.txt", row.body).Header("Depth", row.depth)),
-                  "400\nContent-Length: 0\n\n")
-            << row.why;
+        EXPECT_EQ(Run(Lock("f.txt", row.body).Header("Depth", row.depth)), Plain("400")) << row.why;
     EXPECT_TRUE(world["gen3"].Find("/gen3/f.txt")->locks.empty());
 }
 

@@ -12,11 +12,6 @@ constexpr char kChanged[] = "ETag: \"v2\"\nLast-Modified: Sat, 31 Jan 2026 13:00
 const std::string kCreated = std::string("201\n") + kNew + "Content-Length: 0\n\n";
 const std::string kReplaced = std::string("204\n") + kChanged + "\n";
 
-std::string Refused(const std::string& status, const std::string& headers = {})
-{
-    return status + "\n" + headers + "Content-Length: 0\n\n";
-}
-
 constexpr char kFileMethods[] = "Allow: OPTIONS, GET, HEAD, POST, DELETE, PROPFIND, PROPPATCH, "
                                 "COPY, MOVE, LOCK, UNLOCK\n";
 
@@ -56,8 +51,8 @@ TEST_F(StandardPut, WithoutABody_MakesAnEmptyFile)
 
 TEST_F(StandardPut, WithoutItsParent_Answers409)
 {
-    EXPECT_EQ(Run(Put("no/n")), Refused("409"));
-    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/nowhere/n").Body({"x"})), Refused("409"));
+    EXPECT_EQ(Run(Put("no/n")), Plain("409"));
+    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/nowhere/n").Body({"x"})), Plain("409"));
 }
 
 // The provider knows no names that do not exist, and the session none of its names.
@@ -65,41 +60,41 @@ TEST_F(StandardPut, OfANewFileInANewSession_IsTheNearestCollectionsProviders)
 {
     EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/other/n").Body({"x"}).Session(7)), kCreated);
     EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/other/no/n").Body({"x"}).Session(8)),
-              Refused("409"));
+              Plain("409"));
     EXPECT_THAT(world.Calls({"other.res3.Open"}),
                 testing::Contains("other.res3.Open(/other/no/n, replace, ?, -)"))
         << "which says itself what is wrong";
-    EXPECT_EQ(Run(Request(KestMethodMkCol, "/Ferro/other/c/m").Session(9)), Refused("201"));
+    EXPECT_EQ(Run(Request(KestMethodMkCol, "/Ferro/other/c/m").Session(9)), Plain("201"));
 }
 
 TEST_F(StandardPut, OntoACollection_Answers405)
 {
-    EXPECT_EQ(Run(Put("c")), Refused("405", kFileMethods));
+    EXPECT_EQ(Run(Put("c")), Plain("405", kFileMethods));
     EXPECT_TRUE(world["gen3"].Has("/gen3/c/a"));
 }
 
 TEST_F(StandardPut, OfANameWithASlash_Answers405)
 {
-    EXPECT_EQ(Run(Put("n/")), Refused("405", "Allow: OPTIONS, MKCOL, LOCK\n"));
-    EXPECT_EQ(Run(Put("c/")), Refused("405", kFileMethods));
+    EXPECT_EQ(Run(Put("n/")), Plain("405", "Allow: OPTIONS, MKCOL, LOCK\n"));
+    EXPECT_EQ(Run(Put("c/")), Plain("405", kFileMethods));
     EXPECT_FALSE(world["gen3"].Has("/gen3/n"));
 }
 
 TEST_F(StandardPut, OfTheRootOrBesideTheVolumes)
 {
     EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro").Body({"x"})),
-              Refused("405", "Allow: OPTIONS, GET, HEAD, POST, PROPFIND\n"));
-    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/nowhere").Body({"x"})), Refused("403"));
+              Plain("405", "Allow: OPTIONS, GET, HEAD, POST, PROPFIND\n"));
+    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/nowhere").Body({"x"})), Plain("403"));
 }
 
 TEST_F(StandardPut, ConditionsAreJudgedInTheChange)
 {
-    EXPECT_EQ(Run(Put().Header("If-None-Match", "*")), Refused("412"));
-    EXPECT_EQ(Run(Put().Header("If-Match", "\"v9\"")), Refused("412"));
+    EXPECT_EQ(Run(Put().Header("If-None-Match", "*")), Plain("412"));
+    EXPECT_EQ(Run(Put().Header("If-Match", "\"v9\"")), Plain("412"));
     EXPECT_EQ(Run(Put().Header("If-Unmodified-Since", "Sat, 31 Jan 2026 11:00:00 GMT")),
-              Refused("412"));
-    EXPECT_EQ(Run(Put("n").Header("If-Match", "*")), Refused("412"));
-    EXPECT_EQ(Run(Put().Header("If-Match", "")), Refused("412")) << "names nothing";
+              Plain("412"));
+    EXPECT_EQ(Run(Put("n").Header("If-Match", "*")), Plain("412"));
+    EXPECT_EQ(Run(Put().Header("If-Match", "")), Plain("412")) << "names nothing";
     EXPECT_EQ(Content(), "hello world");
     EXPECT_EQ(Run(Put("n").Header("If-None-Match", "*")), kCreated);
     EXPECT_EQ(Run(Put().Header("If-Match", "\"v1\"")), kReplaced);
@@ -113,7 +108,7 @@ TEST_F(StandardPut, ChangedByOthersWhileTheBodyArrived_Answers412)
         if (name == "gen3.res3.Write")
             world["gen3"].Find("/gen3/f.txt")->version = 7;
     };
-    EXPECT_EQ(Run(Put().Header("If-Match", "\"v1\"")), Refused("412"));
+    EXPECT_EQ(Run(Put().Header("If-Match", "\"v1\"")), Plain("412"));
     EXPECT_EQ(Content(), "hello world");
     world.recorder.onCall = {};
 }
@@ -128,7 +123,7 @@ TEST_F(StandardPut, Locked_Answers423WithTheLocksRoot)
         "</D:lock-token-submitted></D:error>\n";
     EXPECT_EQ(Run(Put("c/a")), locked);
     EXPECT_EQ(Run(Put("c/a").Header("If", "(Not <opaquelocktoken:t-2>)")), locked);
-    EXPECT_EQ(Run(Put("c/a").Header("If", "(<opaquelocktoken:t-2>)")), Refused("412"));
+    EXPECT_EQ(Run(Put("c/a").Header("If", "(<opaquelocktoken:t-2>)")), Plain("412"));
     EXPECT_EQ(Content("c/a"), "aa");
     EXPECT_EQ(Run(Put("c/a").Header("If", "(<opaquelocktoken:t-1>)")), kReplaced);
     EXPECT_EQ(Content("c/a"), "new");
@@ -139,21 +134,21 @@ TEST_F(StandardPut, Locked_Answers423WithTheLocksRoot)
 TEST_F(StandardPut, BodyThatBreaksOff_ChangesNothing)
 {
     EXPECT_EQ(Run(Put("f.txt", {"half"}).BodyEndsWith(MakeStatus(kFacilityHost, kCodeTimeout))),
-              Refused("408"));
+              Plain("408"));
     EXPECT_EQ(
         Run(Put("f.txt", {"half"}).BodyEndsWith(MakeStatus(kFacilityHost, kCodeUnsuccessful))),
-        Refused("400"));
+        Plain("400"));
     EXPECT_EQ(Content(), "hello world");
     EXPECT_THAT(Changes(), Not(testing::Contains("gen3.res3.Publish()")));
 }
 
 TEST_F(StandardPut, ExpectedLengthThatDoesNotCome_ChangesNothing)
 {
-    EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "1000")), Refused("400"));
-    EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "2")), Refused("400"));
-    EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "many")), Refused("400"));
+    EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "1000")), Plain("400"));
+    EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "2")), Plain("400"));
+    EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "many")), Plain("400"));
     EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "3").Header("Content-Length", "4")),
-              Refused("400"));
+              Plain("400"));
     EXPECT_EQ(Content(), "hello world");
     EXPECT_EQ(Run(Put().Header("X-Expected-Entity-Length", "3")), kReplaced);
 }
@@ -169,17 +164,17 @@ TEST_F(StandardPut, DateOfTheClient)
 TEST_F(StandardPut, FaultsOfTheProvider)
 {
     world.Fail("gen3.res3.Open", ProviderFailure(kCodeStorageFull));
-    EXPECT_EQ(Run(Put()), Refused("507"));
+    EXPECT_EQ(Run(Put()), Plain("507"));
     world.Fail("gen3.res3.Write", ProviderFailure(kCodeStorageFull));
-    EXPECT_EQ(Run(Put()), Refused("507"));
+    EXPECT_EQ(Run(Put()), Plain("507"));
     world.Fail("gen3.res3.Publish", ProviderFailure(kCodeUnsuccessful));
-    EXPECT_EQ(Run(Put()), Refused("500"));
+    EXPECT_EQ(Run(Put()), Plain("500"));
     EXPECT_EQ(Content(), "hello world");
 }
 
 TEST_F(StandardPut, OfAnOlderProvider_IsAnsweredAsBefore)
 {
-    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/gen2/f.txt").Body({"x"})), Refused("201"));
+    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/gen2/f.txt").Body({"x"})), Plain("201"));
     EXPECT_EQ(world["gen2"].Content("/gen2/f.txt"), "x");
 }
 
@@ -189,7 +184,7 @@ TEST_F(StandardPut, OfAPartByAnOlderProvider_IsRefused)
     EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/gen2/f.txt")
                       .Header("Content-Range", "bytes 0-0/11")
                       .Body({"x"})),
-              Refused("400"));
+              Plain("400"));
     EXPECT_EQ(world["gen2"].Content("/gen2/f.txt"), "hello world");
 }
 
@@ -214,21 +209,21 @@ TEST_F(StandardPut, ContentRange_FirstPartMakesTheFile)
 {
     EXPECT_EQ(Run(Put("n", {"ab"}).Header("Content-Range", "bytes 0-1/4")), kCreated);
     EXPECT_EQ(Content("n"), "ab");
-    EXPECT_EQ(Run(Put("m", {"ab"}).Header("Content-Range", "bytes 2-3/4")), Refused("404"));
+    EXPECT_EQ(Run(Put("m", {"ab"}).Header("Content-Range", "bytes 2-3/4")), Plain("404"));
 }
 
 TEST_F(StandardPut, ContentRange_ThatDoesNotFit_ChangesNothing)
 {
     const std::string size = "Content-Range: bytes */11\n";
     EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "bytes 12-12/13")),
-              Refused("416", size))
+              Plain("416", size))
         << "a gap";
-    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "bytes 0-0/5")), Refused("416", size))
+    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "bytes 0-0/5")), Plain("416", size))
         << "there is more than that";
-    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "bytes 0-1/11")), Refused("400"));
-    EXPECT_EQ(Run(Put("f.txt", {"xyz"}).Header("Content-Range", "bytes 0-1/11")), Refused("400"));
-    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "bytes */11")), Refused("400"));
-    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "lines 0-0/1")), Refused("400"));
+    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "bytes 0-1/11")), Plain("400"));
+    EXPECT_EQ(Run(Put("f.txt", {"xyz"}).Header("Content-Range", "bytes 0-1/11")), Plain("400"));
+    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "bytes */11")), Plain("400"));
+    EXPECT_EQ(Run(Put("f.txt", {"x"}).Header("Content-Range", "lines 0-0/1")), Plain("400"));
     EXPECT_EQ(Content(), "hello world");
 }
 
@@ -262,11 +257,11 @@ TEST_F(StandardPatch, AppendAndFromTheEnd)
 TEST_F(StandardPatch, RefusesWhatDoesNotFit)
 {
     const std::string size = "Content-Range: bytes */11\n";
-    EXPECT_EQ(Run(Patch("bytes=12-", "x")), Refused("416", size));
-    EXPECT_EQ(Run(Patch("bytes=-12", "x")), Refused("416", size));
+    EXPECT_EQ(Run(Patch("bytes=12-", "x")), Plain("416", size));
+    EXPECT_EQ(Run(Patch("bytes=-12", "x")), Plain("416", size));
     EXPECT_EQ(Run(Patch("bytes=0-4", "short")), kReplaced);
-    EXPECT_EQ(Run(Patch("bytes=0-4", "four")), Refused("400"));
-    EXPECT_EQ(Run(Patch("somewhere", "x")), Refused("400"));
+    EXPECT_EQ(Run(Patch("bytes=0-4", "four")), Plain("400"));
+    EXPECT_EQ(Run(Patch("somewhere", "x")), Plain("400"));
     EXPECT_EQ(Content(), "short world");
 }
 
@@ -276,9 +271,8 @@ TEST_F(StandardPatch, RefusesOtherKindsOfBodies)
     EXPECT_EQ(Run(Request(KestMethodPatch, "/Ferro/gen3/f.txt")
                       .Header("Content-Type", "application/json")
                       .Body({"{}"})),
-              Refused("415", taken));
-    EXPECT_EQ(Run(Request(KestMethodPatch, "/Ferro/gen3/f.txt").Body({"x"})),
-              Refused("415", taken));
+              Plain("415", taken));
+    EXPECT_EQ(Run(Request(KestMethodPatch, "/Ferro/gen3/f.txt").Body({"x"})), Plain("415", taken));
 }
 
 TEST_F(StandardPatch, MemoryThatIsShort_IsNoOtherKind)
@@ -295,12 +289,12 @@ TEST_F(StandardPatch, NeedsAFile)
 {
     Request missing = Patch("append", "x");
     missing.path = "/Ferro/gen3/none";
-    EXPECT_EQ(Run(missing), Refused("404"));
+    EXPECT_EQ(Run(missing), Plain("404"));
     missing.path = "/Ferro/gen3/c";
-    EXPECT_EQ(Run(missing), Refused("405", kFileMethods));
+    EXPECT_EQ(Run(missing), Plain("405", kFileMethods));
     missing.path = "/Ferro/gen2/f.txt";
-    EXPECT_EQ(Run(missing), Refused("501")) << "an older provider cannot";
-    EXPECT_EQ(Run(Patch("append", "x").Header("If-Match", "\"v9\"")), Refused("412"));
+    EXPECT_EQ(Run(missing), Plain("501")) << "an older provider cannot";
+    EXPECT_EQ(Run(Patch("append", "x").Header("If-Match", "\"v9\"")), Plain("412"));
     EXPECT_EQ(Content(), "hello world");
 }
 

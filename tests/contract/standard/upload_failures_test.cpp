@@ -24,7 +24,7 @@ constexpr Row kGeneral[] = {
 std::string RefusalOf(const std::string& status, const std::string& headers = {})
 {
     if (status != "423")
-        return Empty(status, headers);
+        return Plain(status, headers);
     return "423\n" + headers +
            "Content-Type: application/xml; charset=\"utf-8\"\nContent-Length: \n\n"
            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
@@ -43,7 +43,7 @@ TEST_F(StandardUploadFailures, OfBegin)
     for (const Row& row : {Row{kCodeNotImplemented, "501"}, Row{kCodeConflict, "409"},
                            Row{kCodeInvalidRequest, "400"}}) {
         world.Fail(call, ProviderFailure(row.code));
-        EXPECT_EQ(Run(Begin("n", {"hello"})), Empty(row.status)) << row.code;
+        EXPECT_EQ(Run(Begin("n", {"hello"})), Plain(row.status)) << row.code;
     }
     EXPECT_THAT(world["gen3"].uploads, IsEmpty());
     EXPECT_EQ(Content("n"), "(missing)");
@@ -56,22 +56,22 @@ TEST_F(StandardUploadFailures, OfBegin_WithTheWholeAtHand)
     for (const UINT16 code :
          {kCodeNotImplemented, kCodeStorageFull, kCodeTimeout, kCodeBufferTooSmall}) {
         world.Fail("gen3.up3.Begin", ProviderFailure(code));
-        EXPECT_EQ(Run(Begin("n" + std::to_string(code), {"hello"}, "?1")), Empty("201", kNew));
+        EXPECT_EQ(Run(Begin("n" + std::to_string(code), {"hello"}, "?1")), Plain("201", kNew));
         EXPECT_EQ(Content("n" + std::to_string(code)), "hello");
     }
     world.Fail("gen3.up3.Begin", ProviderFailure(kCodeInsufficientResources));
-    EXPECT_EQ(Run(Begin("n", {"hello"}, "?1")), Empty("503"));
+    EXPECT_EQ(Run(Begin("n", {"hello"}, "?1")), Plain("503"));
     EXPECT_EQ(Content("n"), "(missing)");
 }
 
 TEST_F(StandardUploadFailures, OfBegin_ByWhatBearsTheName)
 {
     EXPECT_EQ(Run(Begin("c", {"x"})),
-              Empty("405", "Allow: OPTIONS, GET, HEAD, POST, DELETE, PROPFIND, PROPPATCH, COPY, "
+              Plain("405", "Allow: OPTIONS, GET, HEAD, POST, DELETE, PROPFIND, PROPPATCH, COPY, "
                            "MOVE, LOCK, UNLOCK\n"));
-    EXPECT_EQ(Run(Begin("no/n", {"x"})), Empty("409"));
-    EXPECT_EQ(Run(Begin("n", {"x"}).Header("Upload-Length", "1001")), Empty("507"));
-    EXPECT_EQ(Run(Begin("f.txt", {"x"}).Header("If-None-Match", "*")), Empty("412"));
+    EXPECT_EQ(Run(Begin("no/n", {"x"})), Plain("409"));
+    EXPECT_EQ(Run(Begin("n", {"x"}).Header("Upload-Length", "1001")), Plain("507"));
+    EXPECT_EQ(Run(Begin("f.txt", {"x"}).Header("If-None-Match", "*")), Plain("412"));
     EXPECT_THAT(world["gen3"].uploads, IsEmpty());
 }
 
@@ -84,9 +84,10 @@ TEST_F(StandardUploadFailures, OfFind)
           Row{kCodeInvalidParameter, "500"}, Row{kCodeInsufficientResources, "503"},
           Row{kCodeTimeout, "503"}, Row{kCodeAccessDenied, "403"}}) {
         world.Fail("gen3.up3.Find", ProviderFailure(row.code));
-        EXPECT_EQ(Head(PlaceOf("n")), Empty(row.status, "Cache-Control: no-store\n")) << row.code;
+        EXPECT_EQ(Head(PlaceOf("n")), PlainHead(row.status, "Cache-Control: no-store\n"))
+            << row.code;
         world.Fail("gen3.up3.Find", ProviderFailure(row.code));
-        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Empty(row.status)) << row.code;
+        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Plain(row.status)) << row.code;
     }
     EXPECT_EQ(Kept(), "hello");
 }
@@ -98,7 +99,7 @@ TEST_F(StandardUploadFailures, OfCancel)
                            Row{kCodeInsufficientResources, "503"}, Row{kCodeTimeout, "503"},
                            Row{kCodeStorageFull, "507"}, Row{kCodeAccessDenied, "403"}}) {
         world.Fail("gen3.up3.Cancel", ProviderFailure(row.code));
-        EXPECT_EQ(Cancel(PlaceOf("n")), Empty(row.status)) << row.code;
+        EXPECT_EQ(Cancel(PlaceOf("n")), Plain(row.status)) << row.code;
     }
     EXPECT_EQ(Kept(), "hello");
 }
@@ -111,7 +112,7 @@ TEST_F(StandardUploadFailures, OfContinue)
           Row{kCodeInsufficientResources, "503"}, Row{kCodeTimeout, "503"},
           Row{kCodeStorageFull, "507"}, Row{kCodeAccessDenied, "403"}}) {
         world.Fail("gen3.up3.Continue", ProviderFailure(row.code));
-        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Empty(row.status)) << row.code;
+        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Plain(row.status)) << row.code;
     }
     world.Fail("gen3.up3.Continue", ProviderFailure(kCodeInvalidRequest));
     EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), OtherLength());
@@ -126,11 +127,11 @@ TEST_F(StandardUploadFailures, OfWrite_KeepWhatHasArrived)
         world["gen3"].uploads.clear();
         (void)Run(Begin("n", {"hello"}));
         world.Fail("gen3.more3.Write", ProviderFailure(row.code), 2);
-        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"1", "2", "3"}, "?1")), Empty(row.status))
+        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"1", "2", "3"}, "?1")), Plain(row.status))
             << row.code;
         EXPECT_EQ(Kept(), "hello1");
     }
-    EXPECT_EQ(Run(Append(PlaceOf("n"), 6, {"23"}, "?1")), Empty("201", State(8, true) + kNew));
+    EXPECT_EQ(Run(Append(PlaceOf("n"), 6, {"23"}, "?1")), Plain("201", State(8, true) + kNew));
     EXPECT_EQ(Content("n"), "hello123");
 }
 
@@ -139,9 +140,9 @@ TEST_F(StandardUploadFailures, OfTheBody_KeepWhatHasArrived)
     for (const Row& row : {Row{kCodeTimeout, "408"}, Row{kCodeUnsuccessful, "400"}}) {
         world["gen3"].uploads.clear();
         const TALSTATUS end = MakeStatus(kFacilityHost, row.code);
-        EXPECT_EQ(Run(Begin("n", {"he", "llo"}, "?1").BodyEndsWith(end)), Empty(row.status));
+        EXPECT_EQ(Run(Begin("n", {"he", "llo"}, "?1").BodyEndsWith(end)), Plain(row.status));
         EXPECT_EQ(Kept(), "hello");
-        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"!"}).BodyEndsWith(end)), Empty(row.status));
+        EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"!"}).BodyEndsWith(end)), Plain(row.status));
         EXPECT_EQ(Kept(), "hello!");
         EXPECT_THAT(Head(PlaceOf("n")), HasSubstr(State(6)));
     }
@@ -167,16 +168,16 @@ TEST_F(StandardUploadFailures, OfPublish)
     world.Fail("gen3.more3.Publish", ProviderFailure(kCodeStorageFull));
     (void)Run(Append(PlaceOf("m"), 5, {"!"}, "?1"));
     const Request again = Append(PlaceOf("m"), 6, {}, "?1").Header("Content-Length", "0");
-    EXPECT_EQ(Run(again), Empty("201", State(6, true) + kNew));
+    EXPECT_EQ(Run(again), Plain("201", State(6, true) + kNew));
 }
 
 TEST_F(StandardUploadFailures, ProviderThatTellsTooMuch_IsCutShort)
 {
     (void)Run(Begin("n", {"hello"}));
     world["gen3"].uploads.back().terms = "no header";
-    EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Empty("500"));
+    EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Plain("500"));
     world["gen3"].uploads.back().terms = std::string(40, 'x') + ": y\n";
-    EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Empty("500"));
+    EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Plain("500"));
     EXPECT_EQ(Kept(), "hello");
 }
 
@@ -188,7 +189,7 @@ TEST_F(StandardUploadFailures, OfADigest_TakeBackTheBody)
     OfferDigests(world);
     (void)Run(Begin("n", {"hello"}));
     EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"a", "b"}).Header("Content-Digest", kOther)),
-              Empty("400"));
+              Plain("400"));
     EXPECT_EQ(Kept(), "hello");
     EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"a", "b"}).Header("Content-Digest", kMd5)),
               "204\n" + State(7) + "\n");
@@ -201,7 +202,7 @@ TEST_F(StandardUploadFailures, OfADigest_ThatCannotBeTakenBack_EndTheUpload)
     (void)Run(Begin("n", {"hello"}));
     world.Fail("gen3.more3.SetLength", ProviderFailure(kCodeUnsuccessful));
     EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"a", "b"}).Header("Content-Digest", kOther)),
-              Empty("400"));
+              Plain("400"));
     EXPECT_EQ(Kept(), "(none)");
 }
 
@@ -213,7 +214,7 @@ TEST_F(StandardUploadFailures, OfTheWholesDigest_EndTheUpload)
         (void)Run(Begin("n", {"a"}).Header("Repr-Digest", digest));
         const std::string reply = Run(Append(PlaceOf("n"), 1, {"b"}, "?1"));
         EXPECT_EQ(reply,
-                  isRight ? Empty("201", State(2, true) + kNew) : Empty("400", State(2, true)));
+                  isRight ? Plain("201", State(2, true) + kNew) : Plain("400", State(2, true)));
         EXPECT_EQ(Content("n"), isRight ? "ab" : "(missing)");
     }
     EXPECT_THAT(UploadCalls(), testing::Contains(HasSubstr("gen3.more3.Read(0, ")));
@@ -225,7 +226,7 @@ TEST_F(StandardUploadFailures, OfTheWholesContent_KeepTheUpload)
     (void)Run(Begin("n", {"a"}).Header("Repr-Digest", kMd5));
     world["gen3"].readLimit = 1;
     world.Fail("gen3.more3.Read", ProviderFailure(kCodeUnsuccessful), 2);
-    EXPECT_EQ(Run(Append(PlaceOf("n"), 1, {"b"}, "?1")), Empty("500"));
+    EXPECT_EQ(Run(Append(PlaceOf("n"), 1, {"b"}, "?1")), Plain("500"));
     EXPECT_EQ(Kept(), "ab");
 }
 
@@ -235,10 +236,10 @@ TEST_F(StandardUploadFailures, PartWithoutAPlaceToGoOn_IsNotBegun)
     EXPECT_EQ(Run(Begin("n", {"hello"}).Raw("/" + std::string(60'001, 'x'))).substr(0, 1), "5");
     EXPECT_THAT(world["gen3"].uploads, IsEmpty());
     world.Fail("io.GetRawUrl", kInjected);
-    EXPECT_EQ(Run(Begin("n", {"hello"})), Empty("503"));
+    EXPECT_EQ(Run(Begin("n", {"hello"})), Plain("503"));
     EXPECT_THAT(world["gen3"].uploads, IsEmpty());
     world.Fail("io.GetRawUrl", kInjected);
-    EXPECT_EQ(Run(Begin("n", {"hello"}, "?1")), Empty("201", State(5, true) + kNew))
+    EXPECT_EQ(Run(Begin("n", {"hello"}, "?1")), Plain("201", State(5, true) + kNew))
         << "the whole needs none";
 }
 

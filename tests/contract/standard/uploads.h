@@ -31,10 +31,6 @@ inline std::string Place(const std::string& name, int number = 1)
 {
     return "Location: " + PlaceOf(name, number) + "\n" + kLimits;
 }
-inline std::string Empty(const std::string& status, const std::string& headers = {})
-{
-    return status + "\n" + headers + "Content-Length: 0\n\n";
-}
 // The reply to a part: so far, and where to go on.
 inline std::string State(UINT64 offset, bool isComplete = false)
 {

@@ -16,7 +16,7 @@ constexpr char kChanged[] = "ETag: \"v2\"\nLast-Modified: Sat, 31 Jan 2026 13:00
 TEST_F(StandardUploads, PartOfANewFile_IsKeptAndNotPublished)
 {
     EXPECT_EQ(Run(Begin("n", {"he", "llo"}).Header("Upload-Length", "9").TakesInterims()),
-              "104\n" + Place("n") + Empty("201", State(5) + Place("n")));
+              "104\n" + Place("n") + Plain("201", State(5) + Place("n")));
     EXPECT_EQ(Content("n"), "(missing)");
     EXPECT_EQ(Kept(), "hello");
     EXPECT_THAT(UploadCalls(), ElementsAre("gen3.up3.Begin(/gen3/n, 9, [], -)",
@@ -27,7 +27,7 @@ TEST_F(StandardUploads, PartOfANewFile_IsKeptAndNotPublished)
 TEST_F(StandardUploads, EmptyPart_BeginsOne)
 {
     EXPECT_EQ(Run(Begin("n", {}).Header("Content-Length", "0")),
-              Empty("201", State(0) + Place("n")));
+              Plain("201", State(0) + Place("n")));
     EXPECT_THAT(UploadCalls(), ElementsAre("gen3.up3.Begin(/gen3/n, ?, [], -)",
                                            "gen3.up3.Continue(/gen3/n, u1, 0, ?, -)"));
 }
@@ -35,7 +35,7 @@ TEST_F(StandardUploads, EmptyPart_BeginsOne)
 TEST_F(StandardUploads, WholeInOneRequest_IsPublished)
 {
     EXPECT_EQ(Run(Begin("n", {"hello"}, "?1").TakesInterims()),
-              "104\n" + Place("n") + Empty("201", State(5, true) + kNew));
+              "104\n" + Place("n") + Plain("201", State(5, true) + kNew));
     EXPECT_EQ(Content("n"), "hello");
     EXPECT_EQ(Run(Begin("f.txt", {"new"}, "?1")), "204\n" + State(3, true) + kChanged + "\n");
     EXPECT_EQ(Content("f.txt"), "new");
@@ -44,7 +44,7 @@ TEST_F(StandardUploads, WholeInOneRequest_IsPublished)
 TEST_F(StandardUploads, LengthIsThatOfTheBodyWhereItIsTheWhole)
 {
     EXPECT_EQ(Run(Begin("n", {"hello"}, "?1").Header("Content-Length", "5")),
-              Empty("201", State(5, true) + kNew));
+              Plain("201", State(5, true) + kNew));
     EXPECT_THAT(UploadCalls(), testing::Contains("gen3.up3.Begin(/gen3/n, 5, [], -)"));
 }
 
@@ -56,24 +56,24 @@ TEST_F(StandardUploads, LengthsThatContradictEachOther_BeginNothing)
     EXPECT_EQ(Run(Begin("n", {"hello"}).Header("Content-Length", "5").Header("Upload-Length", "4")),
               OtherLength());
     EXPECT_THAT(UploadCalls(), IsEmpty());
-    EXPECT_EQ(Run(Begin("n", {"hello"}).Header("Content-Length", "many")), Empty("400"));
-    EXPECT_EQ(Run(Begin("n", {"h"}).Header("Content-Range", "bytes 0-0/5")), Empty("400"))
+    EXPECT_EQ(Run(Begin("n", {"hello"}).Header("Content-Length", "many")), Plain("400"));
+    EXPECT_EQ(Run(Begin("n", {"h"}).Header("Content-Range", "bytes 0-0/5")), Plain("400"))
         << "a part of a part";
     EXPECT_THAT(UploadCalls(), IsEmpty());
 }
 
 TEST_F(StandardUploads, FieldsThatAreNone_CountAsNotSent)
 {
-    EXPECT_EQ(Run(Begin("n", {"hello"}, "yes")), Empty("201", kNew)) << "a PUT like any other";
+    EXPECT_EQ(Run(Begin("n", {"hello"}, "yes")), Plain("201", kNew)) << "a PUT like any other";
     EXPECT_EQ(Run(Begin("m", {"hello"}).Header("Upload-Length", "-1")),
-              Empty("201", State(5) + Place("m")));
+              Plain("201", State(5) + Place("m")));
     EXPECT_THAT(UploadCalls(), testing::Contains("gen3.up3.Begin(/gen3/m, ?, [], -)"));
 }
 
 TEST_F(StandardUploads, WhatTheHostDoesNotSend_IsNoFailure)
 {
     world.Fail("io.SendInterim", kInjected);
-    EXPECT_EQ(Run(Begin("n", {"hello"}).TakesInterims()), Empty("201", State(5) + Place("n")));
+    EXPECT_EQ(Run(Begin("n", {"hello"}).TakesInterims()), Plain("201", State(5) + Place("n")));
 }
 
 TEST_F(StandardUploads, PlaceBearsThePathAsTheClientSpellsIt)
@@ -81,7 +81,7 @@ TEST_F(StandardUploads, PlaceBearsThePathAsTheClientSpellsIt)
     EXPECT_EQ(
         Run(Begin("a b", {"x"}).Raw("/Ferro/gen3/a%20b").TakesInterims()),
         "104\nLocation: /Ferro/gen3/a%20b/.kest/upload/u1\n" + std::string(kLimits) +
-            Empty("201", State(1) + "Location: /Ferro/gen3/a%20b/.kest/upload/u1\n" + kLimits));
+            Plain("201", State(1) + "Location: /Ferro/gen3/a%20b/.kest/upload/u1\n" + kLimits));
 }
 
 // -- Versions of the draft.
@@ -94,13 +94,13 @@ TEST_F(StandardUploads, OlderClientsAreAnsweredAsTheyAsk)
                       .Body({"he"})
                       .TakesInterims()),
               "104\n" + Place("n") + "Upload-Draft-Interop-Version: 3\n" +
-                  Empty("201", "Upload-Offset: 2\nUpload-Incomplete: ?1\nUpload-Complete: ?0\n" +
+                  Plain("201", "Upload-Offset: 2\nUpload-Incomplete: ?1\nUpload-Complete: ?0\n" +
                                    Place("n")));
     EXPECT_EQ(Run(Request(KestMethodPatch, PlaceOf("n"))
                       .Header("Upload-Draft-Interop-Version", "3")
                       .Header("Upload-Offset", "2")
                       .Body({"llo"})),
-              Empty("201", "Upload-Offset: 5\nUpload-Incomplete: ?0\nUpload-Complete: ?1\n" +
+              Plain("201", "Upload-Offset: 5\nUpload-Incomplete: ?0\nUpload-Complete: ?1\n" +
                                std::string(kNew)))
         << "what is not marked ends it, and no media type is asked for";
     EXPECT_EQ(Content("n"), "hello");
@@ -109,7 +109,7 @@ TEST_F(StandardUploads, OlderClientsAreAnsweredAsTheyAsk)
 TEST_F(StandardUploads, OlderClientsHearThePlaceAgainWithTheWhole)
 {
     EXPECT_EQ(Run(Begin("n", {"hello"}, "?1").Header("Upload-Draft-Interop-Version", "5")),
-              Empty("201", State(5, true) + Place("n") + kNew));
+              Plain("201", State(5, true) + Place("n") + kNew));
 }
 
 TEST_F(StandardUploads, VersionsThatAreNotSpoken_AreNotAnnounced)
@@ -139,13 +139,13 @@ TEST_F(StandardUploads, HeadTellsHowFarItHasCome)
 TEST_F(StandardUploads, ThereIsNoneUnderAnotherPathOrName)
 {
     (void)Run(Begin("n", {"hello"}));
-    const std::string missing = "404\nCache-Control: no-store\nContent-Length: 0\n\n";
+    const std::string missing = PlainHead("404", "Cache-Control: no-store\n");
     for (const std::string& place :
          {PlaceOf("m"), PlaceOf("n", 2), std::string("/Ferro/other/n/.kest/upload/u1"),
           std::string("/Ferro/gen2/n/.kest/upload/u1")}) {
         EXPECT_EQ(Head(place), missing) << place;
-        EXPECT_EQ(Cancel(place), Empty("404")) << place;
-        EXPECT_EQ(Run(Append(place, 5, {"x"})), Empty("404")) << place;
+        EXPECT_EQ(Cancel(place), Plain("404")) << place;
+        EXPECT_EQ(Run(Append(place, 5, {"x"})), Plain("404")) << place;
     }
     EXPECT_EQ(Kept(), "hello");
 }
@@ -165,7 +165,7 @@ TEST_F(StandardUploads, NamesThatNoUploadHas_AreNotAskedFor)
 TEST_F(StandardUploads, OptionsSayWhatIsOffered)
 {
     EXPECT_EQ(Run(Request(KestMethodOptions, PlaceOf("n"))),
-              Empty("200", "Allow: OPTIONS, HEAD, PATCH, DELETE\n"
+              Plain("200", "Allow: OPTIONS, HEAD, PATCH, DELETE\n"
                            "Accept-Patch: application/partial-upload\n"));
     EXPECT_THAT(Run(Request(KestMethodOptions, "/Ferro/gen3/f.txt")), HasSubstr(kLimits));
     EXPECT_THAT(Run(Request(KestMethodOptions, "/Ferro/other/f.txt")),
@@ -185,7 +185,7 @@ TEST_F(StandardUploads, PartsMakeTheWhole)
     EXPECT_EQ(Run(Append(PlaceOf("n"), 3, {"lo"})), "204\n" + State(5) + "\n");
     EXPECT_EQ(Content("n"), "(missing)");
     EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"!", "!!"}, "?1").Header("Content-Length", "3")),
-              Empty("201", State(8, true) + kNew));
+              Plain("201", State(8, true) + kNew));
     EXPECT_EQ(Content("n"), "hello!!!");
     EXPECT_THAT(UploadCalls(), testing::Contains("gen3.up3.Continue(/gen3/n, u1, 5, 8, -)"));
 }
@@ -252,16 +252,16 @@ TEST_F(StandardUploads, WhatIsNoPart_IsRefused)
     const std::string kinds = "Accept-Patch: application/partial-upload\n";
     const auto patch = [] { return Request(KestMethodPatch, PlaceOf("n")).Body({"x"}); };
     EXPECT_EQ(Run(patch().Header("Upload-Offset", "5").Header("Upload-Complete", "?1")),
-              Empty("415", kinds));
-    EXPECT_EQ(Run(patch().Header("Content-Type", "application/octet-stream")), Empty("415", kinds));
+              Plain("415", kinds));
+    EXPECT_EQ(Run(patch().Header("Content-Type", "application/octet-stream")), Plain("415", kinds));
     const auto typed = [&] {
         return patch().Header("Content-Type", " Application/Partial-Upload ; x=y");
     };
-    EXPECT_EQ(Run(typed()), Empty("400"));
-    EXPECT_EQ(Run(typed().Header("Upload-Complete", "?1")), Empty("400")) << "no offset";
-    EXPECT_EQ(Run(typed().Header("Upload-Offset", "5")), Empty("400")) << "not marked";
+    EXPECT_EQ(Run(typed()), Plain("400"));
+    EXPECT_EQ(Run(typed().Header("Upload-Complete", "?1")), Plain("400")) << "no offset";
+    EXPECT_EQ(Run(typed().Header("Upload-Offset", "5")), Plain("400")) << "not marked";
     EXPECT_EQ(Run(typed().Header("Upload-Offset", "five").Header("Upload-Complete", "?1")),
-              Empty("400"));
+              Plain("400"));
     EXPECT_EQ(Kept(), "hello");
     EXPECT_EQ(Run(typed().Header("Upload-Offset", "5;a").Header("Upload-Complete", "?0;b=1")),
               "204\n" + State(6) + "\n");
@@ -292,7 +292,7 @@ TEST_F(StandardUploads, ConditionThatHoldsNoMore_EndsTheUpload)
 {
     (void)Run(Begin("f.txt", {"new"}).Header("If-Match", "\"v1\""));
     world["gen3"].Find("/gen3/f.txt")->version = 7;
-    EXPECT_EQ(Run(Append(PlaceOf("f.txt"), 3, {"!"}, "?1")), Empty("412", State(4, true)));
+    EXPECT_EQ(Run(Append(PlaceOf("f.txt"), 3, {"!"}, "?1")), Plain("412", State(4, true)));
     EXPECT_EQ(Content("f.txt"), "hello world");
     EXPECT_EQ(Kept(), "(none)");
 }
@@ -300,8 +300,8 @@ TEST_F(StandardUploads, ConditionThatHoldsNoMore_EndsTheUpload)
 TEST_F(StandardUploads, TermsThatAreTooLong)
 {
     const std::string tags = "\"" + std::string(kMostUploadTerms, 'x') + "\"";
-    EXPECT_EQ(Run(Begin("n", {"x"}).Header("If-None-Match", tags)), Empty("500"));
-    EXPECT_EQ(Run(Begin("n", {"x"}, "?1").Header("If-None-Match", tags)), Empty("201", kNew))
+    EXPECT_EQ(Run(Begin("n", {"x"}).Header("If-None-Match", tags)), Plain("500"));
+    EXPECT_EQ(Run(Begin("n", {"x"}, "?1").Header("If-None-Match", tags)), Plain("201", kNew))
         << "in one go";
     EXPECT_THAT(world["gen3"].uploads, IsEmpty());
 }
@@ -313,14 +313,14 @@ TEST_F(StandardUploads, CancelledOneIsGone)
     (void)Run(Begin("n", {"hello"}));
     EXPECT_EQ(Cancel(PlaceOf("n")), "204\n\n");
     EXPECT_EQ(Kept(), "(none)");
-    EXPECT_EQ(Cancel(PlaceOf("n")), Empty("404"));
-    EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Empty("404"));
+    EXPECT_EQ(Cancel(PlaceOf("n")), Plain("404"));
+    EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"x"})), Plain("404"));
 }
 
 TEST_F(StandardUploads, OtherRequestsLeaveItAlone)
 {
     (void)Run(Begin("n", {"hello"}));
-    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/gen3/n").Body({"x"})), Empty("201", kNew));
+    EXPECT_EQ(Run(Request(KestMethodPut, "/Ferro/gen3/n").Body({"x"})), Plain("201", kNew));
     EXPECT_EQ(Kept(), "hello");
     EXPECT_EQ(Run(Append(PlaceOf("n"), 5, {"!"}, "?1")).substr(0, 3), "204") << "replaces it";
     EXPECT_EQ(Content("n"), "hello!");
@@ -336,7 +336,7 @@ TEST_F(StandardUploads, WhereNoneAreOffered_APartIsRefused)
                 .Header("Upload-Complete", complete)
                 .Body({"part"});
         };
-        EXPECT_EQ(Run(put("?0")), Empty("501"));
+        EXPECT_EQ(Run(put("?0")), Plain("501"));
         EXPECT_EQ(world[name].Content("/" + name + "/f.txt"), "hello world");
         EXPECT_EQ(Run(put("?1")).substr(0, 2), "20") << "the whole is a PUT like any other";
         EXPECT_EQ(world[name].Content("/" + name + "/f.txt"), "part");

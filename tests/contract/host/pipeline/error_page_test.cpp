@@ -121,14 +121,46 @@ TEST_F(ErrorPages, StandForAnUploadThatTurnsOutTooLong)
 
 TEST_F(ErrorPages, AreOnlyForWhoLooksAtThem)
 {
-    EXPECT_EQ(AskFor("GET /Ferro/docs/a", Do("404")).body, "") << "a program";
-    EXPECT_EQ(AskFor("PROPFIND /Ferro/docs/a", kBrowser + Do("404")).body, "")
+    const std::string line = "There is nothing under this name.\n";
+    EXPECT_EQ(AskFor("GET /Ferro/docs/a", Do("404")).body, line) << "a program";
+    EXPECT_EQ(AskFor("PROPFIND /Ferro/docs/a", kBrowser + Do("404")).body, line)
         << "no method of a browser";
     const Answer head = AskFor("HEAD /Ferro/docs/a", kBrowser + Do("404"), true);
     EXPECT_EQ(head.status, 404);
     EXPECT_EQ(head.Header("Content-Type"), "text/html; charset=utf-8");
     EXPECT_EQ(AskFor("GET /Ferro/docs/a", kBrowser + Do("own page")).body, "own page");
     EXPECT_EQ(AskFor("GET /Ferro/docs/a", kBrowser + Do("content")).body, "content");
+}
+
+// Whoever refuses, with whatever method: a client that shows what it was told shows a sentence.
+TEST_F(ErrorPages, ProgramsAreToldInALine)
+{
+    for (const char* method : {"GET", "PUT", "DELETE", "PROPFIND", "LOCK", "MKCOL", "UNLOCK"}) {
+        for (const char* what : {"403", "405", "409", "423", "500", "503", "507", "nothing"}) {
+            const Answer answer =
+                AskFor(std::string(method) + " /Ferro/docs/a", Do(what) + "Content-Length: 0\r\n");
+            EXPECT_TRUE(answer.isWhole) << method << what;
+            EXPECT_EQ(answer.Header("Content-Type"), "text/plain; charset=utf-8") << method << what;
+            EXPECT_EQ(answer.body.back(), '\n') << method << what;
+            EXPECT_EQ(answer.Header("Content-Length"), std::to_string(answer.body.size()));
+        }
+    }
+    const Answer busy = AskFor("PUT /Ferro/docs/a", Do("report") + "Content-Length: 0\r\n");
+    EXPECT_EQ(busy.status, 503);
+    EXPECT_EQ(busy.body, "The server is busy. Try again in a moment.\n");
+    EXPECT_NE(busy.Header("Retry-After"), "(none)");
+}
+
+TEST_F(ErrorPages, ProgramsGetNoneForHeadNorBehindADownload)
+{
+    const Answer head = AskFor("HEAD /Ferro/docs/a", Do("404"), true);
+    EXPECT_EQ(head.status, 404);
+    EXPECT_TRUE(head.isWhole);
+    EXPECT_EQ(head.body, "");
+    const Answer behind = AskFor("GET /Ferro/docs/a", Do("416"));
+    EXPECT_EQ(behind.status, 416);
+    EXPECT_EQ(behind.body, "");
+    EXPECT_EQ(behind.Header("Content-Range"), "bytes */7");
 }
 
 TEST_F(ErrorPages, LeaveTheConnectionToTheNextRequest)
