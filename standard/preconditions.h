@@ -13,4 +13,11 @@ namespace standard {
 // code 5 when memory is short.
 [[nodiscard]] TALSTATUS ReadPreconditions(IKestIO_5* io, DAV_PRECONDITIONS& preconditions);
 
+// Whether there is anything to judge in it.
+inline bool HasConditions(const DAV_PRECONDITIONS& preconditions) noexcept
+{
+    return preconditions.IfCount != 0 || preconditions.Match.Length != 0 ||
+           preconditions.NoneMatch.Length != 0 || preconditions.UnmodifiedSince != 0;
+}
+
 } // namespace standard

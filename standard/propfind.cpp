@@ -198,16 +198,28 @@ TALSTATUS RefuseInfinity(IKestIO_5* io)
     return Refuse(io, 403, TAL_STATUS_ACCESS_DENIED, "propfind-finite-depth");
 }
 
+// What is there, if it is as the client wants it to be. Conditions count where there is something
+// (RFC 9110 section 13.2.1).
+TALSTATUS Look(SCHANDLE session, IKestDAV3& provider, TreePath& path,
+               const DAV_PRECONDITIONS& preconditions, DAV_OBJECT_INFO& info)
+{
+    UNICODE_STRING* const wide = path.Wide();
+    if (!wide)
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    if (const TALSTATUS status = provider.GetInfo(session, wide, &info); Failed(status))
+        return status;
+    return HasConditions(preconditions) ? provider.Judge(session, wide, &preconditions)
+                                        : TAL_STATUS_SUCCESS;
+}
+
 TALSTATUS AnswerPath(IKestIO_5* io, SCHANDLE session, const KESTDAV_HANDLER& handler,
-                     const PropFindRequest& request, TreePath& path)
+                     const PropFindRequest& request, const DAV_PRECONDITIONS& preconditions,
+                     TreePath& path)
 {
     PropFindObject object;
     object.provider = handler.pIKestDav3;
     object.info = EmptyInfo();
-    UNICODE_STRING* const wide = path.Wide();
-    if (!wide)
-        return RefuseMapped(io, TAL_STATUS_INSUFFICIENT_RESOURCES);
-    if (const TALSTATUS status = object.provider->GetInfo(session, wide, &object.info);
+    if (const TALSTATUS status = Look(session, *object.provider, path, preconditions, object.info);
         Failed(status))
         return RefuseMapped(io, status);
 
@@ -298,18 +310,15 @@ TALSTATUS AnswerRoot(IKestIO_5* io, SCHANDLE session, const PropFindRequest& req
 }
 
 TALSTATUS Answer(IKestIO_5* io, SCHANDLE session, const PropFindRequest& request,
-                 const KESTDAV_HANDLER& handler, UNICODE_STRING* providerPath)
+                 const KESTDAV_HANDLER& handler, const UNICODE_STRING* providerPath)
 {
     DAV_PRECONDITIONS preconditions{};
     if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))
         return RefuseMapped(io, status);
-    if (const TALSTATUS status = handler.pIKestDav3->Judge(session, providerPath, &preconditions);
-        Failed(status))
-        return RefuseMapped(io, status);
     TreePath path;
     if (const TALSTATUS status = path.Set(*providerPath); Failed(status))
         return RefuseMapped(io, status);
-    return AnswerPath(io, session, handler, request, path);
+    return AnswerPath(io, session, handler, request, preconditions, path);
 }
 
 } // namespace

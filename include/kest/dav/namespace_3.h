@@ -7,6 +7,8 @@
 // sessions, resolution and control codes stays in IKestDAV2. A provider that lacks this generation
 // answers QueryInterface with code 2.
 //
+// The numbers in brackets are what the module answers in HTTP. A code that is not named is 500.
+//
 // `preconditions` and `failures` may be null anywhere. Every operation that changes something can
 // fail with: 40 a precondition does not hold (412); 37 a lock stands in the way, whose root goes to
 // `failures` (423, or 207 where it is not the request's own path); 6 not allowed, or read-only
@@ -85,13 +87,17 @@ struct IKestDAV3 : IUnknown {
     // name an empty resource is made, in the same step (change->Outcome says so). One with Depth -1
     // holds for members that are made later, too. Failures: 37 another lock on it, above it or,
     // with Depth -1, below it: their roots go to `failures` (423, 207); 33 no parent (409); 16 a
-    // name that cannot be kept (400). [request thread; concurrent; before the reply]
+    // name that cannot be kept (400); 7 the room is too short, and nothing is locked (500).
+    // [request thread; concurrent; before the reply]
     virtual TALSTATUS Lock(SCHANDLE hSession, UNICODE_STRING* path, const DAV_LOCK_REQUEST* request,
                            const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
                            UINT32* size, DAV_LOCK_INFO_3* lock, DAV_CHANGE* change) = 0;
     // Gives the lock that covers the path, and whose token is the first of `preconditions` to name
-    // one, `timeout` from now (100 ns units, -1 infinite), and describes it as Lock does.
-    // Failures: 40 no token names a lock that covers the path (412), 6 somebody else's (403).
+    // one, `timeout` from now (100 ns units, -1 infinite), and describes it as Lock does. Any lock
+    // may be met, also one that takes more room than a request of today could make.
+    // Failures: 11 (404), 40 no token names a lock that covers the path (412), 6 somebody else's
+    // (403), 7 the room at `lock` is too short: *size is then what it takes, the lock may have its
+    // time already, and the caller asks again with that much (500 if that does not help).
     // [request thread; concurrent; before the reply]
     virtual TALSTATUS RefreshLock(SCHANDLE hSession, UNICODE_STRING* path, INT64 timeout,
                                   const DAV_PRECONDITIONS* preconditions, UINT32* size,
@@ -106,9 +112,9 @@ struct IKestDAV3 : IUnknown {
     // [request thread; concurrent; during the reply]
     virtual TALSTATUS GetLocks(SCHANDLE hSession, UNICODE_STRING* path, UINT64* place, UINT32* size,
                                DAV_LOCK_INFO_3* buffer) = 0;
-    // How much is stored where the path lies, and how much more can be. quota->Size is set by the
-    // caller. Failures: 11 (404), 13 not known, as for the root: the properties are left out.
-    // [request thread; concurrent; during the reply]
+    // How much is stored on the disk that the path lies on, and how much more can be. quota->Size
+    // is set by the caller. Failures: 11 (404), 13 not known, as for the root: the properties are
+    // left out. [request thread; concurrent; during the reply]
     virtual TALSTATUS GetQuota(SCHANDLE hSession, UNICODE_STRING* path, DAV_QUOTA* quota) = 0;
 
   protected:

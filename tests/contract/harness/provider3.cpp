@@ -201,6 +201,10 @@ class Namespace3 final : public IKestDAV3 {
         const auto [root, held] = Covering(PathOf(path), TextOf(*token));
         if (!held)
             return ProviderFailure(kCodeNotFound);
+        if (const TALSTATUS status =
+                Judgement(owner_, conditions, nullptr).Conditions(PathOf(path));
+            Failed(status))
+            return status;
         auto& locks = owner_.Find(root)->locks;
         locks.erase(locks.begin() + (held - locks.data()));
         return TAL_STATUS_SUCCESS;

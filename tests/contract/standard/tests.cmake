@@ -2,7 +2,9 @@
 kest_test(contract_standard SINGLE_THREADED
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/bounds_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/digest_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/failure_codes_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/get_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/granted_lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/namespace_test.cpp
