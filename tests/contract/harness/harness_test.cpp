@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "world.h"
+#include "xml_reply.h"
 
 using harness::ExpectEveryFailureIsSurvived;
 using harness::Reply;
@@ -56,4 +57,42 @@ TEST(Harness, EveryCallThatCanFail_IsMadeToFailOnce)
         },
         Request(KestMethodGet, "/Ferro/gen1/a.txt"), [&](World&, const Reply&) { ++failures; });
     EXPECT_GT(failures, 20);
+}
+
+TEST(XmlReply, WhatStrictClientsTake)
+{
+    for (const char* body :
+         {"<D:multistatus xmlns:D=\"DAV:\"/>",
+          "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted><D:href>/a%20b/</D:href>"
+          "</D:lock-token-submitted></D:error>",
+          "<D:multistatus xmlns:D=\"DAV:\"><D:response><D:href>/a</D:href><D:propstat><D:prop>"
+          "<x xmlns=\"urn:x\"><D:href>any thing</D:href><y/></x><D:getetag>W/&quot;1&quot;"
+          "</D:getetag></D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat></D:response>"
+          "</D:multistatus>",
+          "<D:prop xmlns:D=\"DAV:\"><D:lockdiscovery><D:activelock><D:owner><h>me</h></D:owner>"
+          "<D:locktoken><D:href>opaquelocktoken:t</D:href></D:locktoken></D:activelock>"
+          "</D:lockdiscovery></D:prop>"})
+        EXPECT_EQ(harness::FaultOfXml(body), "") << body;
+}
+
+TEST(XmlReply, WhatStrictClientsRefuse)
+{
+    const std::string before = "<D:multistatus xmlns:D=\"DAV:\"><D:response>";
+    const std::string behind = "</D:response></D:multistatus>";
+    for (const std::string& body : std::vector<std::string>{
+             "", "<D:multistatus/>", before, "<multistatus/>",
+             "<!DOCTYPE a><D:error xmlns:D=\"DAV:\"/>",
+             before + behind, // names nothing
+             before + "<D:status>HTTP/1.1 200 OK</D:status>" + behind,
+             before + "<D:href>a b</D:href>" + behind,
+             before + "<D:href>/a&amp;b</D:href>" + behind,
+             before + "<D:href>/%2f</D:href>" + behind,
+             before + "<D:href>/a</D:href><D:status>200</D:status>" + behind,
+             before + "<D:href>/a</D:href><D:prop/>" + behind,
+             before + "<D:href>/a</D:href><x:y/>" + behind,
+             before +
+                 "<D:href>/a</D:href><D:propstat><D:prop><D:resourcetype><D:resource/>"
+                 "</D:resourcetype></D:prop></D:propstat>" +
+                 behind})
+        EXPECT_NE(harness::FaultOfXml(body), "") << body;
 }

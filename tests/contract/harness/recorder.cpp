@@ -12,6 +12,7 @@ std::optional<TALSTATUS> Recorder::Decide(std::string_view name)
         if (plan.name != name || (plan.nth != 0 && --plan.nth != 0))
             continue;
         happened_ = true;
+        ++failures_;
         const TALSTATUS status = plan.status;
         if (!plan.always)
             plans_.erase(plans_.begin() + static_cast<std::ptrdiff_t>(i));
@@ -19,6 +20,7 @@ std::optional<TALSTATUS> Recorder::Decide(std::string_view name)
     }
     if (countdown_ > 0 && --countdown_ == 0) {
         happened_ = true;
+        ++failures_;
         failedCall_ = name;
         return kInjected;
     }
@@ -64,6 +66,12 @@ bool Recorder::FailureHappened() const
 {
     const std::lock_guard lock(mutex_);
     return happened_;
+}
+
+int Recorder::Failures() const
+{
+    const std::lock_guard lock(mutex_);
+    return failures_;
 }
 
 std::string Recorder::FailedCall() const

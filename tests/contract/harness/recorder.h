@@ -38,6 +38,8 @@ class Recorder {
     void FailCall(int nth);
     // True when a call that was to fail has been made.
     bool FailureHappened() const;
+    // How many calls have failed because a test wanted it.
+    int Failures() const;
     // The name of the call that FailCall made fail.
     std::string FailedCall() const;
 
@@ -62,6 +64,7 @@ class Recorder {
     std::vector<Plan> plans_;
     int countdown_ = 0;
     bool happened_ = false;
+    int failures_ = 0;
     std::string failedCall_;
 };
 

@@ -1,3 +1,5 @@
+find_package(EXPAT REQUIRED)
+
 # The harness of the contract tests: scripted host and providers around the built module.
 add_library(kest_harness STATIC
   ${CMAKE_CURRENT_LIST_DIR}/io.cpp
@@ -15,9 +17,10 @@ add_library(kest_harness STATIC
   ${CMAKE_CURRENT_LIST_DIR}/session_services.cpp
   ${CMAKE_CURRENT_LIST_DIR}/text.cpp
   ${CMAKE_CURRENT_LIST_DIR}/uploads3.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/world.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/world.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/xml_reply.cpp)
 target_include_directories(kest_harness PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(kest_harness PUBLIC kest_contract tolm GTest::gtest GTest::gmock PRIVATE kest_flags ${CMAKE_DL_LIBS})
+target_link_libraries(kest_harness PUBLIC kest_contract tolm GTest::gtest GTest::gmock PRIVATE kest_flags EXPAT::EXPAT ${CMAKE_DL_LIBS})
 target_compile_definitions(kest_harness PRIVATE KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>")
 add_dependencies(kest_harness kestdav)
 

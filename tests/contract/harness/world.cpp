@@ -15,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include "text.h"
+#include "xml_reply.h"
+#include <kest/host/methods.h>
 
 namespace harness {
 
@@ -205,6 +207,7 @@ void World::ChangeRegistry(const Setup& setup)
 
 void World::LoadRegistry(const Setup& setup)
 {
+    speaksStandard_ = setup.moduleValues.find("'standard'") != std::string::npos;
     std::string text = "['Kest\\Configuration\\KestDav']\n";
     if (!setup.moniker.empty())
         text += "'Moniker' = " + TomlText(setup.moniker) + "\n";
@@ -264,14 +267,34 @@ Provider& World::operator[](const std::string& name)
     std::abort();
 }
 
+// In the standard dialect every XML reply is one that strict clients take, whatever a case looks
+// for. A listing that a failure has cut is not whole, nor is what could not be written.
+void World::ExpectReadable(const Request& request, const Reply& reply, int failures) const
+{
+    const bool isContent = request.method == KestMethodGet || request.method == KestMethodHead;
+    const bool mayBeCut =
+        recorder.Failures() != failures && (reply.text[0] == '2' || !recorder.FailedCall().empty());
+    if (!speaksStandard_ || isContent || mayBeCut ||
+        reply.text.find("\nContent-Type: application/xml") == std::string::npos)
+        return;
+    for (const auto& provider : providers_) {
+        const std::string place = "/Ferro/" + provider->Spec().name;
+        if (request.path.starts_with(place) && provider->Spec().generations >= 4) {
+            EXPECT_EQ(FaultOfXml(reply.body), "") << reply.text;
+        }
+    }
+}
+
 Reply World::Run(const Request& request)
 {
+    const int failures = recorder.Failures();
     ScriptedIo io(recorder, platform, request);
     const TALSTATUS status =
         module->RequestHandler(&io, SessionHandle(request.session), request.method);
     Reply reply = io.TakeReply();
     reply.returned = status;
     EXPECT_EQ(io.References(), 0) << "the request object's references";
+    ExpectReadable(request, reply, failures);
     return reply;
 }
 

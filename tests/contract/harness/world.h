@@ -44,7 +44,8 @@ class World {
 
     Provider& operator[](const std::string& name);
 
-    // Serves one request through RequestHandler, on the calling thread.
+    // Serves one request through RequestHandler, on the calling thread. In the standard dialect the
+    // XML of its reply is read as a strict client does, and what is wrong with it fails the case.
     Reply Run(const Request& request);
     // Makes the session know which provider serves a path (a HEAD), then forgets the calls.
     void Remember(const std::string& path, int session = 1);
@@ -95,12 +96,14 @@ class World {
 
   private:
     void ExpectProvidersGuarded(std::string_view call) const;
+    void ExpectReadable(const Request& request, const Reply& reply, int failures) const;
     void LoadModule();
     void LoadRegistry(const Setup& setup);
 
     std::vector<std::unique_ptr<Provider>> providers_;
     std::vector<GUID> offered_;
     int allocationsAtRest_ = 0;
+    bool speaksStandard_ = false;
 };
 
 // Makes a world, lets call N fail, runs the request, and checks that exactly one head was sent and
