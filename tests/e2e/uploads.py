@@ -3,7 +3,7 @@
 
 import os
 
-from harness import ServerCase, head, wait_for
+from harness import ServerCase, head, read_strictly, wait_for
 
 PARTIAL = "Content-Type: application/partial-upload"
 PROBLEM = "https://iana.org/assignments/http-problem-types#"
@@ -26,6 +26,7 @@ class Wire:
         self.server = server
         self.sock = server.connect()
         self.data = b""
+        self.asked = None  # method and path of the last request
 
     def __enter__(self):
         return self
@@ -34,6 +35,7 @@ class Wire:
         self.sock.close()
 
     def send(self, method, path, *lines, body=b""):
+        self.asked = method, path
         self.sock.sendall(head(method, path, self.server.port, *lines) + body)
         return self
 
@@ -54,7 +56,7 @@ class Wire:
         while len(self.data) < length:
             self._more()
         answer.body, self.data = self.data[:length], self.data[length:]
-        return answer
+        return read_strictly(self.server.port, *self.asked, answer)
 
 
 class UploadCase(ServerCase):
