@@ -147,6 +147,11 @@ class FileSystem {
     virtual int Allocate(FileHandle handle, UINT64 size) = 0;
     // Bytes that this process can still write, and bytes of the whole disk.
     virtual int FreeSpace(UINT64* free, UINT64* total) = 0;
+    // The same of the disk that a path lies on: another one may be mounted below the top.
+    virtual int FreeSpaceAt(const char*, UINT64* free, UINT64* total)
+    {
+        return FreeSpace(free, total);
+    }
     // Whether the volume's top still bears the name that it was opened by: false once it has been
     // removed, moved or mounted over.
     virtual bool IsInPlace() = 0;

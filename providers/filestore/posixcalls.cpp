@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -81,6 +82,17 @@ int Statx(int directory, const char* name, int flags, FileInfo* out)
     if (Retry([&] { return ::statx(directory, name, flags, kWanted, &s); }) != 0)
         return errno;
     FromStatx(s, out);
+    return 0;
+}
+
+int SpaceOf(int descriptor, UINT64* free, UINT64* total)
+{
+    struct statvfs s;
+    if (Retry([&] { return ::fstatvfs(descriptor, &s); }) != 0)
+        return errno;
+    *free = static_cast<UINT64>(s.f_bavail) * s.f_frsize;
+    // What the system keeps for itself is neither used nor to be had.
+    *total = static_cast<UINT64>(s.f_blocks - s.f_bfree + s.f_bavail) * s.f_frsize;
     return 0;
 }
 

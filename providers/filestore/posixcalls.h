@@ -27,6 +27,10 @@ void FromStat(const struct stat& s, FileInfo* out);
 // With it. 0, or the error.
 int Statx(int directory, const char* name, int flags, FileInfo* out);
 
+// Bytes that this process can still write on the disk of an open object, and bytes of all of it.
+// 0, or the error.
+int SpaceOf(int descriptor, UINT64* free, UINT64* total);
+
 // Listings of 100,000 names ask this for each: the call that takes a descriptor, where the
 // kernel has it (6.13), takes half the time of the one that looks the descriptor up in /proc.
 ssize_t GetTagRelative(int directory, const char* name, const char* tag, void* value, size_t room);

@@ -23,7 +23,6 @@
 #include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -351,15 +350,15 @@ class PosixFileSystem final : public FileSystem {
             error = ::posix_fallocate(handle, 0, static_cast<off_t>(size));
         return error;
     }
-    int FreeSpace(UINT64* free, UINT64* total) override
+    int FreeSpace(UINT64* free, UINT64* total) override { return SpaceOf(top_, free, total); }
+    int FreeSpaceAt(const char* path, UINT64* free, UINT64* total) override
     {
-        struct statvfs s;
-        if (Retry([&] { return ::fstatvfs(top_, &s); }) != 0)
-            return errno;
-        *free = static_cast<UINT64>(s.f_bavail) * s.f_frsize;
-        // What the system keeps for itself is neither used nor to be had.
-        *total = static_cast<UINT64>(s.f_blocks - s.f_bfree + s.f_bavail) * s.f_frsize;
-        return 0;
+        FileHandle handle = kNoFile;
+        if (const int error = Open(path, OpenFor::Locating, &handle))
+            return error;
+        const int error = SpaceOf(handle, free, total);
+        Close(handle);
+        return error;
     }
     bool IsInPlace() override
     {

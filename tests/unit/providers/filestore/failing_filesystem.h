@@ -201,6 +201,10 @@ class FailingFileSystem final : public FileSystem {
             *free = IsFull() ? 0 : *total;
         return result;
     }
+    int FreeSpaceAt(const char* path, UINT64* free, UINT64* total) override
+    {
+        return Fail(__func__) ? error.load() : real_->FreeSpaceAt(path, free, total);
+    }
     bool IsInPlace() override { return real_->IsInPlace(); }
 
   private:

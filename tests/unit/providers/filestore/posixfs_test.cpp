@@ -152,6 +152,25 @@ TEST(FileStorePosixFs, NothingChangesWhenASignalInterruptsAnyCall)
         EXPECT_EQ(undisturbed, use(n, &again)) << "call " << n << " of " << calls;
 }
 
+// Below the root of the system "proc" is always another file system, which has no room at all.
+TEST(FileStorePosixFs, TellsTheRoomOfWhatIsMountedBelowTheTop)
+{
+    int error = 0;
+    const std::unique_ptr<FileSystem> fs = OpenPosixFileSystem("/", &error);
+    const size_t before = OpenDescriptors();
+    UINT64 free = 0;
+    UINT64 total = 0;
+    ASSERT_EQ(0, fs->FreeSpaceAt("", &free, &total));
+    EXPECT_LT(0u, total);
+    ASSERT_EQ(0, fs->FreeSpaceAt("proc", &free, &total));
+    EXPECT_EQ(0u, total);
+    EXPECT_EQ(0u, free);
+    ASSERT_EQ(0, fs->FreeSpace(&free, &total));
+    EXPECT_LT(0u, total);
+    EXPECT_EQ(ENOENT, fs->FreeSpaceAt("proc/nothing of this name", &free, &total));
+    EXPECT_EQ(before, OpenDescriptors());
+}
+
 TEST(FileStorePosixFs, AListingThatRunsOutOfMemoryLeavesNothingOpen)
 {
     class Short final : public NameSink {
