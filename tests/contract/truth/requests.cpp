@@ -9,6 +9,22 @@ namespace truth_test {
 
 namespace fs = std::filesystem;
 
+std::string Content(const fs::path& path)
+{
+    std::ifstream in(World::Get().Volume() / path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+bool Has(const fs::path& path)
+{
+    return fs::exists(World::Get().Volume() / path);
+}
+
+std::function<std::string()> Plain(const std::string& request)
+{
+    return [request] { return request; };
+}
+
 namespace {
 
 std::string g_token; // of the lock that the running case has taken before
@@ -16,22 +32,6 @@ std::string g_token; // of the lock that the running case has taken before
 World& Here()
 {
     return World::Get();
-}
-
-std::string Content(const fs::path& path)
-{
-    std::ifstream in(Here().Volume() / path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-bool Has(const fs::path& path)
-{
-    return fs::exists(Here().Volume() / path);
-}
-
-std::function<std::string()> Plain(const std::string& request)
-{
-    return [request] { return request; };
 }
 
 std::string Find(const std::string& path, const char* depth, const std::string& body = {})
@@ -123,6 +123,24 @@ std::string CheckMoved(bool isTold)
                : "members are missing";
 }
 
+// Of one file: it is where it was, or where it is to be, and whole.
+std::string CheckOneCopied(bool isTold)
+{
+    if (Content("dir/two") != "content")
+        return "the source is damaged";
+    if (!Has("copy"))
+        return isTold ? "there is no copy" : "";
+    return Content("copy") == "content" ? "" : "the copy holds: " + Content("copy");
+}
+
+std::string CheckOneMoved(bool isTold)
+{
+    if (isTold && Has("dir/two"))
+        return "the source is still there";
+    const std::string at = Has("dir/two") ? "dir/two" : "moved";
+    return Content(at) == "content" ? "" : "the file is neither here nor there";
+}
+
 std::string Upload()
 {
     const std::string body = "--b\r\nContent-Disposition: form-data; name=\"f\"; "
@@ -191,6 +209,13 @@ std::vector<Case> Changing()
         {"COPY of a tree",
          Plain(World::Request("COPY", "dir", "Destination: /Ferro/v/copy\r\nOverwrite: F\r\n")),
          false, true, CheckCopied},
+        {"COPY of a file",
+         Plain(World::Request("COPY", "dir/two", "Destination: /Ferro/v/copy\r\nOverwrite: F\r\n")),
+         false, true, CheckOneCopied},
+        {"MOVE of a file",
+         Plain(
+             World::Request("MOVE", "dir/two", "Destination: /Ferro/v/moved\r\nOverwrite: F\r\n")),
+         false, true, CheckOneMoved},
         {"MOVE of a tree", Plain(World::Request("MOVE", "dir", "Destination: /Ferro/v/moved\r\n")),
          false, true, CheckMoved},
     };
@@ -204,6 +229,9 @@ const std::vector<Case>& Cases()
         std::vector<Case> all = Reading();
         for (Case& each : Changing())
             all.push_back(std::move(each));
+        if (std::string_view(TRUTH_DIALECT) == "standard")
+            for (Case& each : StandardCases())
+                all.push_back(std::move(each));
         return all;
     }();
     return cases;
@@ -215,7 +243,9 @@ std::string Essence(const kestd::test::Answer& answer)
     static const std::regex volatiles(
         "(\r\n(Date|Set-Cookie):[^\r]*)|(>file[0-9]+<)|(\"file[0-9]+\")"
         // Of what a change has made: its tag and date, and how much room is left.
-        "|((W/)?(\"|&quot;)[0-9a-f]{32}(\"|&quot;))|(\r\n(Last-Modified):[^\r]*)");
+        "|((W/)?(\"|&quot;)[0-9a-f]{32}(\"|&quot;))|(\r\n(Last-Modified):[^\r]*)"
+        // Of an upload: its name, and how much room is left for it.
+        "|(/upload/[A-Za-z0-9_-]+)|(max-size=[0-9]+)");
     constexpr size_t kMostText = 65536; // what is longer is a file's content
     const bool isText = answer.body.size() <= kMostText;
     std::string text = answer.head + "\r\n" + (isText ? answer.body : "");
@@ -228,6 +258,7 @@ std::string TruthOf(const Case& each)
     World& world = World::Get();
     world.Renew();
     const kestd::test::Answer answer = world.Ask(each.request(), each.isHead);
+    EXPECT_EQ(each.isAnnounced ? 1 : 0, world.Interims());
     EXPECT_TRUE(answer.isWhole);
     EXPECT_GE(answer.status, 200);
     EXPECT_LT(answer.status, 500);

@@ -3,6 +3,7 @@
 // The requests that are made while something fails, and what is true of them.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -20,9 +21,18 @@ struct Case {
     // What is there afterwards, given whether a success was told: empty when that is as it should
     // be, old or new and whole.
     std::function<std::string(bool isTold)> check = [](bool) { return std::string(); };
+    bool isAnnounced = false; // a reply comes before the reply (104)
 };
 
 const std::vector<Case>& Cases();
+// Those that only the standard dialect knows.
+std::vector<Case> StandardCases();
+
+// What is in the volume now.
+std::string Content(const std::filesystem::path& path);
+bool Has(const std::filesystem::path& path);
+// A request that needs nothing before it.
+std::function<std::string()> Plain(const std::string& request);
 
 // The reply without what differs from time to time: tokens and dates of the reply itself.
 std::string Essence(const kestd::test::Answer& answer);

@@ -7,6 +7,7 @@ else()
 endif()
 kest_test(${truth} SHARDS 4
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/world.cpp ${CMAKE_CURRENT_LIST_DIR}/requests.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/standard_requests.cpp
           ${CMAKE_CURRENT_LIST_DIR}/failing_memory.cpp
           ${PROJECT_SOURCE_DIR}/tests/unit/providers/filestore/system_calls.cpp
           ${CMAKE_CURRENT_LIST_DIR}/files_test.cpp

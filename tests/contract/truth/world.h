@@ -31,9 +31,11 @@ class World {
     bool HasClosedAllBut(int open) const;
     std::filesystem::path Volume() const { return directory_ / "volume"; }
 
-    // One request on a connection of its own, and its whole reply: status 0 when the connection
-    // ended before there was a head.
+    // One request on a connection of its own, and its whole reply, without those before it: status
+    // 0 when the connection ended before there was a head.
     kestd::test::Answer Ask(const std::string& request, bool isHead);
+    // How many replies came before that of the last request (1xx).
+    int Interims() const { return interims_; }
     // "METHOD /Ferro/v/PATH" with the headers that every request has, and `more`, each with its
     // line break; then the body.
     static std::string Request(const std::string& method, const std::string& path,
@@ -48,6 +50,7 @@ class World {
   private:
     World();
     uint16_t port_ = 0;
+    int interims_ = 0;
     std::filesystem::path directory_;
     filestore::FailingFileSystem* files_ = nullptr;
 };
