@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the tests stand on notices what it has to."""
 
+import glob
 import os
 import re
 import unittest
@@ -32,6 +33,17 @@ class Documented(unittest.TestCase):
                     open(os.path.join(ROOT, "tests", "e2e", module + ".py"),
                          encoding="utf-8") as file:
                 self.assertIn(f"    def {case}(self", file.read())
+
+    def test_suites_that_the_documentation_names_exist(self):
+        with open(os.path.join(ROOT, "docs", "testing.md"), encoding="utf-8") as file:
+            named = set(re.findall(r"`(Standard\w+)[.`]", file.read()))
+        self.assertGreaterEqual(len(named), 20)
+        text = ""
+        for path in glob.glob(os.path.join(ROOT, "tests", "contract", "standard", "*_test.cpp")):
+            with open(path, encoding="utf-8") as file:
+                text += file.read()
+        for suite in named:
+            self.assertRegex(text, rf"TEST\w*\({suite},", suite)
 
 
 class ServerEnds(unittest.TestCase):
