@@ -31,33 +31,30 @@ constexpr bool IsToken(std::string_view text) noexcept
 // are looked at eight, or four, at a time, the last ones once more.
 inline bool IsFieldName(std::string_view name) noexcept
 {
-    constexpr uint64_t kEach = 0x0101010101010101;
-    constexpr uint64_t kHigh = 0x80 * kEach;
-    const auto areUsual = [](uint64_t word) { // each byte is a letter or "-"
-        const uint64_t lower = word | 0x20 * kEach;
-        const uint64_t notDash = ((word ^ '-' * kEach) & ~kHigh) + 0x7F * kEach;
-        const uint64_t fromA = (lower & ~kHigh) + (0x80 - 'a') * kEach;
-        const uint64_t pastZ = (lower & ~kHigh) + (0x80 - 'z' - 1) * kEach;
-        return ((((fromA & ~pastZ) | ~notDash) & ~word) & kHigh) == kHigh;
+    using Words = uint64_t __attribute__((vector_size(16)));
+    using Bytes = uint8_t __attribute__((vector_size(16)));
+    const auto areUsual = [](Words words) { // each byte is a letter or "-"
+        const auto bytes = reinterpret_cast<Bytes>(words);
+        const auto others = reinterpret_cast<Words>((bytes != '-') & ((bytes | 0x20) - 'a' > 25));
+        return (others[0] | others[1]) == 0;
     };
-    const char* const at = name.data();
-    if (name.size() >= sizeof(uint64_t)) {
-        uint64_t word = 0;
-        const size_t last = name.size() - sizeof word;
+    const auto load = [at = name.data()](size_t from, auto word) {
+        std::memcpy(&word, at + from, sizeof word);
+        return uint64_t{word};
+    };
+    constexpr size_t kWord = sizeof(uint64_t);
+    const size_t size = name.size();
+    if (size >= kWord) {
+        const uint64_t last = load(size - kWord, uint64_t{});
         bool isUsual = true;
-        for (size_t i = 0; i < last && isUsual; i += sizeof word) {
-            std::memcpy(&word, at + i, sizeof word);
-            isUsual = areUsual(word);
-        }
-        std::memcpy(&word, at + last, sizeof word);
-        if (isUsual && areUsual(word))
+        size_t i = 0;
+        for (; i + 2 * kWord < size && isUsual; i += kWord)
+            isUsual = areUsual(Words{load(i, uint64_t{}), last});
+        if (isUsual && areUsual(Words{load(i, uint64_t{}), last}))
             return true;
-    } else if (name.size() >= sizeof(uint32_t)) {
-        uint32_t first = 0;
-        uint32_t second = 0;
-        std::memcpy(&first, at, sizeof first);
-        std::memcpy(&second, at + name.size() - sizeof second, sizeof second);
-        if (areUsual(uint64_t{first} << 32 | second))
+    } else if (size >= sizeof(uint32_t)) {
+        const uint64_t both = load(0, uint32_t{}) << 32 | load(size - sizeof(uint32_t), uint32_t{});
+        if (areUsual(Words{both, both}))
             return true;
     }
     return IsToken(name);

@@ -7,7 +7,6 @@
 #include <new>
 
 #include "base/ascii.h"
-#include "base/token.h"
 
 namespace kestd {
 
@@ -58,6 +57,19 @@ bool HeaderFields::Set(Arena& arena, std::string_view name, std::string_view val
     *at++ = '\r';
     *at = '\n';
     return true;
+}
+
+void HeaderFields::Set(Arena& arena, const FixedField& field)
+{
+    const uint32_t key = NameKey(field.Name());
+    if (FindLine(field.Name(), key)) {
+        (void)Set(arena, field.Name(), field.Value());
+        return;
+    }
+    const std::string_view line = field.Line();
+    lines_.push_back({field.Value(), line.data(), static_cast<uint32_t>(field.Name().size()),
+                      static_cast<uint32_t>(line.size()), key});
+    names_.Add(key);
 }
 
 const std::string_view* HeaderFields::Find(std::string_view name) const noexcept

@@ -7,10 +7,37 @@
 #include <string_view>
 #include <vector>
 
+#include "base/token.h"
 #include "host/http/name_filter.h"
 #include "host/net/buffer.h"
 
 namespace kestd {
+
+// A field that never changes, written as the line that goes out. What stands in it is judged where
+// it is compiled.
+class FixedField {
+  public:
+    template <size_t N>
+    consteval explicit FixedField(const char (&line)[N]) // "Name: value\r\n"
+        : line_(line, N - 1), nameSize_(static_cast<uint32_t>(line_.find(": ")))
+    {
+        if (!base::IsToken(Name()) || !line_.ends_with("\r\n"))
+            throw "not a field";
+        for (const char c : Value())
+            if (base::IsControl(c))
+                throw "not a value";
+    }
+    constexpr std::string_view Line() const noexcept { return line_; }
+    constexpr std::string_view Name() const noexcept { return line_.substr(0, nameSize_); }
+    constexpr std::string_view Value() const noexcept
+    {
+        return line_.substr(nameSize_ + 2, line_.size() - nameSize_ - 4);
+    }
+
+  private:
+    std::string_view line_;
+    uint32_t nameSize_;
+};
 
 // Fields in the order in which they were set first. Each is kept as the line that goes out, in
 // request memory, so that sending is one copy per field.
@@ -19,6 +46,8 @@ class HeaderFields {
     // Sets a field, in place of an earlier one of that name (compared without case). False for a
     // name or value that no field can have: RFC 9110 section 5. Throws std::bad_alloc.
     bool Set(Arena& arena, std::string_view name, std::string_view value);
+    // The same of one that can always be set, and takes no request memory unless it is set already.
+    void Set(Arena& arena, const FixedField& field);
     // Takes the memory for a list of so many. Throws std::bad_alloc.
     void Reserve(size_t count) { lines_.reserve(count); }
     // Null when it is not set. Valid until the list changes.

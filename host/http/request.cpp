@@ -7,10 +7,8 @@
 
 namespace kestd {
 
-const std::string_view* Request::FindHeader(std::string_view name)
+const std::string_view* Request::Search(std::string_view name)
 {
-    if (joined_.empty() && !head.names.MayHold(NameKey(name))) // most that is asked for
-        return nullptr;
     for (const Field& field : joined_)
         if (base::EqualsIgnoringCase(field.name, name))
             return field.value.data() ? &field.value : nullptr;

@@ -35,7 +35,13 @@ struct Request {
 
     // A header's value: lines of one name are joined. Null when there is none. Valid until the next
     // call. Throws std::bad_alloc.
-    const std::string_view* FindHeader(std::string_view name);
+    const std::string_view* FindHeader(std::string_view name)
+    {
+        // Most of what is asked for is not there, and most names are known where this is compiled.
+        if (joined_.empty() && !head.names.MayHold(NameKey(name)))
+            return nullptr;
+        return Search(name);
+    }
     // The same; empty when there is none. The text is valid as long as the request.
     std::string_view Header(std::string_view name)
     {
@@ -48,6 +54,8 @@ struct Request {
     void Reset() noexcept; // as new, with the memory kept
 
   private:
+    const std::string_view* Search(std::string_view name);
+
     std::vector<Field> joined_; // looked up before, or set; a value without text: hidden
 };
 

@@ -82,22 +82,12 @@ inline bool HasName(const Field& field, std::string_view name) noexcept
 
 } // namespace
 
-const Field* RequestHead::Find(std::string_view name) const noexcept
-{
-    if (!names.MayHold(NameKey(name)))
-        return nullptr;
-    for (const Field& field : fields)
-        if (HasName(field, name))
-            return &field;
-    return nullptr;
-}
-
-const Field* RequestHead::FindNext(const Field& field, std::string_view name) const noexcept
+const Field* RequestHead::FindFrom(const Field* from, std::string_view name) const noexcept
 {
     const Field* const end = fields.data() + fields.size();
-    for (const Field* each = &field + 1; each != end; ++each)
-        if (HasName(*each, name))
-            return each;
+    for (const Field* field = from; field != end; ++field)
+        if (HasName(*field, name))
+            return field;
     return nullptr;
 }
 
@@ -111,12 +101,10 @@ size_t RequestHead::Count(std::string_view name) const noexcept
     return count;
 }
 
-bool RequestHead::HasToken(std::string_view name, std::string_view token) const noexcept
+bool RequestHead::ListsToken(std::string_view name, std::string_view token) const noexcept
 {
-    if (!names.MayHold(NameKey(name)))
-        return false;
     for (const Field& field : fields) {
-        if (!base::EqualsIgnoringCase(field.name, name))
+        if (!HasName(field, name))
             continue;
         std::string_view list = field.value;
         std::string_view element;

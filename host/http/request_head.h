@@ -25,19 +25,32 @@ struct RequestHead {
     NameFilter names; // of the fields
 
     // The first field of that name (compared without case), or null.
-    const Field* Find(std::string_view name) const noexcept;
+    const Field* Find(std::string_view name) const noexcept
+    {
+        return names.MayHold(NameKey(name)) ? FindFrom(fields.data(), name) : nullptr;
+    }
     // The next one of that name behind `field`, which is one of these, or null.
-    const Field* FindNext(const Field& field, std::string_view name) const noexcept;
+    const Field* FindNext(const Field& field, std::string_view name) const noexcept
+    {
+        return FindFrom(&field + 1, name);
+    }
     // How many fields have that name.
     size_t Count(std::string_view name) const noexcept;
     // Whether a list-valued field (all its lines) holds `token`, compared without case.
-    bool HasToken(std::string_view name, std::string_view token) const noexcept;
+    bool HasToken(std::string_view name, std::string_view token) const noexcept
+    {
+        return names.MayHold(NameKey(name)) && ListsToken(name, token);
+    }
     void Clear() noexcept
     {
         fields.clear();
         names.Clear();
         method = target = lines = {};
     }
+
+  private:
+    const Field* FindFrom(const Field* from, std::string_view name) const noexcept;
+    bool ListsToken(std::string_view name, std::string_view token) const noexcept;
 };
 
 // The length of the head at the start of `text`, its empty line included; 0 while it is not

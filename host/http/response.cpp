@@ -91,6 +91,14 @@ bool Response::SetHeader(std::string_view name, std::string_view value)
     return !status_ && headers_.Set(*arena_, name, value);
 }
 
+bool Response::SetHeader(const FixedField& field)
+{
+    if (status_)
+        return false;
+    headers_.Set(*arena_, field);
+    return true;
+}
+
 void Response::Reserve()
 {
     constexpr size_t kFields = 24;

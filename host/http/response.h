@@ -35,6 +35,7 @@ class Response {
     // header can have (line breaks, controls), or after Begin. An empty "Content-Length" stands for
     // whatever the body turns out to be. Throws std::bad_alloc.
     bool SetHeader(std::string_view name, std::string_view value);
+    bool SetHeader(const FixedField& field);
     // Null when it is not set. Valid until a header is set or removed.
     const std::string_view* FindHeader(std::string_view name) const noexcept
     {

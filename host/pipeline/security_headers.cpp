@@ -21,10 +21,15 @@ constexpr std::string_view kPageRest =
     "; img-src 'self' data: blob:; connect-src 'self'; media-src 'self'; frame-src 'self'; "
     "form-action 'self'; frame-ancestors 'self'; base-uri 'none'";
 
+constexpr FixedField kNoSniffing("X-Content-Type-Options: nosniff\r\n");
+constexpr FixedField kNoFraming("X-Frame-Options: SAMEORIGIN\r\n");
+constexpr FixedField kReferrerPolicy("Referrer-Policy: same-origin\r\n");
+
 // Stored content is shown without scripts and in an origin of its own.
-constexpr std::string_view kFilePolicy = "sandbox; frame-ancestors 'self'";
+constexpr FixedField kFilePolicy("Content-Security-Policy: sandbox; frame-ancestors 'self'\r\n");
 // A browser's player fetches what it plays once more, and may not from another origin.
-constexpr std::string_view kMediaPolicy = "sandbox allow-same-origin; frame-ancestors 'self'";
+constexpr FixedField
+    kMediaPolicy("Content-Security-Policy: sandbox allow-same-origin; frame-ancestors 'self'\r\n");
 // The same for a page that is data for programs: its markup comes from names, and means nothing.
 constexpr std::string_view kDataPolicy =
     "sandbox; default-src 'none'; form-action 'none'; frame-ancestors 'self'; base-uri 'none'";
@@ -109,13 +114,12 @@ void SecurityHeaders::OnReplyHead(Exchange& exchange, int) const
 {
     Request& request = exchange.request;
     Response& response = exchange.response;
-    response.SetHeader("X-Content-Type-Options", "nosniff");
+    response.SetHeader(kNoSniffing);
     const std::string_view* type = response.FindHeader("Content-Type");
     if (response.FindHeader("Accept-Ranges")) { // stored content
         // Browsers show no sandboxed PDF; their viewers have no part in the server's origin.
         if (!type || !IsType(*type, "application/pdf"))
-            response.SetHeader("Content-Security-Policy",
-                               type && IsMedia(*type) ? kMediaPolicy : kFilePolicy);
+            response.SetHeader(type && IsMedia(*type) ? kMediaPolicy : kFilePolicy);
         return;
     }
     if (!type || !IsType(*type, "text/html"))
@@ -123,8 +127,8 @@ void SecurityHeaders::OnReplyHead(Exchange& exchange, int) const
     const bool isData = request.target.rawPath.find("/.index_xml") != std::string::npos;
     response.SetHeader("Content-Security-Policy",
                        isData ? kDataPolicy : PagePolicy(request, wharf_));
-    response.SetHeader("X-Frame-Options", "SAMEORIGIN");
-    response.SetHeader("Referrer-Policy", "same-origin");
+    response.SetHeader(kNoFraming);
+    response.SetHeader(kReferrerPolicy);
 }
 
 } // namespace kestd

@@ -61,7 +61,7 @@ TEST(Ascii, TabBesideAControlDoesNotHideIt)
 TEST(Ascii, FieldNamesAreTokensWhateverTheirLength)
 {
     EXPECT_FALSE(base::IsFieldName(""));
-    for (const size_t length : {1u, 3u, 4u, 7u, 8u, 9u, 15u, 16u, 23u})
+    for (const size_t length : {1u, 3u, 4u, 7u, 8u, 9u, 15u, 16u, 17u, 23u, 24u, 25u})
         for (size_t place = 0; place < length; ++place)
             for (int byte = 0; byte < 256; ++byte) {
                 for (const char other : {'a', 'Z', '-'}) {

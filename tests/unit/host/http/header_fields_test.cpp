@@ -46,6 +46,22 @@ TEST_F(HeaderLines, FieldsStandInTheOrderOfTheirFirstSetting)
     EXPECT_EQ(Value("Range"), "(none)");
 }
 
+TEST_F(HeaderLines, FixedFieldsAreLikeOthers)
+{
+    static constexpr FixedField kField("X-Fixed: a b\r\n");
+    list_.Set(arena_, kField);
+    EXPECT_EQ(Text(), "X-Fixed: a b\r\n");
+    ASSERT_TRUE(list_.Find("x-fixed"));
+    EXPECT_EQ(*list_.Find("x-fixed"), "a b");
+    EXPECT_TRUE(list_.Set(arena_, "X-FIXED", "other"));
+    list_.Set(arena_, FixedField("Another: 1\r\n"));
+    EXPECT_EQ(Text(), "X-Fixed: other\r\nAnother: 1\r\n");
+    list_.Set(arena_, kField);
+    EXPECT_EQ(Text(), "X-Fixed: a b\r\nAnother: 1\r\n");
+    list_.Remove("x-fixed");
+    EXPECT_EQ(Text(), "Another: 1\r\n");
+}
+
 TEST_F(HeaderLines, RemovedFieldsAreGone)
 {
     EXPECT_TRUE(Set("A", "1"));

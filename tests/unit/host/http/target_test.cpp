@@ -113,6 +113,41 @@ TEST(ParseTarget, RefusesNulInTheMiddle)
     EXPECT_EQ(ParseTarget(std::string_view("/a\0b", 4), target), 400);
 }
 
+// A path that stands for itself is found many bytes at a time: at each place of paths of all
+// lengths each byte has to count.
+TEST(ParseTarget, JudgesEveryByteAtEveryPlace)
+{
+    for (const size_t length : {2u, 15u, 16u, 17u, 18u, 31u, 32u, 33u, 34u, 48u, 49u, 50u})
+        for (size_t place = 1; place < length; ++place)
+            for (int byte = 1; byte < 0x80; ++byte) {
+                std::string path(length, 'p');
+                path[0] = '/';
+                path[place] = static_cast<char>(byte);
+                Target target;
+                const bool isRefused = byte <= 0x20 || byte == 0x7F || byte == '#' || byte == '%';
+                const int status = ParseTarget(path, target);
+                if (byte == '?')
+                    path.resize(place);
+                ASSERT_EQ(status, isRefused ? 400 : 0)
+                    << byte << " at " << place << " of " << length;
+                if (!isRefused && !(byte == '.' && length == 2))
+                    ASSERT_EQ(target.path, path) << place;
+            }
+}
+
+TEST(ParseTarget, FindsDotSegmentsAtEveryPlace)
+{
+    for (size_t before = 0; before < 40; ++before)
+        for (size_t behind = 0; behind < 20; ++behind) {
+            const std::string first = "/" + std::string(before, 'a');
+            const std::string last = "/" + std::string(behind, 'b');
+            Target target;
+            ASSERT_EQ(ParseTarget(first + "/." + last, target), 0);
+            ASSERT_EQ(target.path, first + last);
+            ASSERT_EQ(target.rawPath, first + last);
+        }
+}
+
 TEST(ParseTarget, AsteriskHasNoPath)
 {
     Target target;
