@@ -85,6 +85,8 @@ std::u16string Folded(std::u16string_view text)
 
 int CompareIgnoringCase(std::u16string_view a, std::u16string_view b) noexcept
 {
+    if (a == b) // mostly: names are written as they were
+        return 0;
     const std::size_t common = std::min(a.size(), b.size());
     std::size_t i = 0;
     for (; i < common; ++i) { // as long as each unit is a character of its own

@@ -18,6 +18,18 @@ constexpr UINT32 kUsualBytes = 256; // most values fit, and cost one look-up
 // The host bounds a request's head well below this.
 constexpr UINT32 kMostBytes = 1U << 20;
 
+// Puts a value into request memory.
+TALSTATUS Keep(IKestIO_5* io, const char* bytes, UINT32 length, std::string_view& value)
+{
+    auto* text = static_cast<char*>(io->AllocMemory(length + 1));
+    if (!text)
+        return TAL_STATUS_INSUFFICIENT_RESOURCES;
+    std::memcpy(text, bytes, length);
+    text[length] = '\0';
+    value = {text, length};
+    return TAL_STATUS_SUCCESS;
+}
+
 // Reads a value of more than kUsualBytes, of which the host has told the room that it needs.
 TALSTATUS ReadLong(IKestIO_5* io, char* name, UINT32 room, std::string_view& value)
 {
@@ -42,20 +54,11 @@ TALSTATUS ReadHeader(IKestIO_5* io, const char* name, std::string_view& value)
     char usual[kUsualBytes + 1];
     UINT32 length = kUsualBytes;
     const TALSTATUS status = io->GetRequestHeader(field, &length, usual);
-    if (Code(status) == kCodeBufferTooSmall)
-        return ReadLong(io, field, length, value);
     if (Code(status) == kCodeNotFound)
         return TAL_STATUS_SUCCESS; // not sent
-    if (Failed(status))
-        return status;
-    length = std::min(length, kUsualBytes);
-    auto* text = static_cast<char*>(io->AllocMemory(length + 1));
-    if (!text)
-        return TAL_STATUS_INSUFFICIENT_RESOURCES;
-    std::memcpy(text, usual, length);
-    text[length] = '\0';
-    value = {text, length};
-    return TAL_STATUS_SUCCESS;
+    if (Code(status) == kCodeBufferTooSmall)
+        return ReadLong(io, field, length, value);
+    return Failed(status) ? status : Keep(io, usual, std::min(length, kUsualBytes), value);
 }
 
 UINT64 ReadDate(std::string_view text)

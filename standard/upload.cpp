@@ -59,8 +59,9 @@ TALSTATUS Open(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& ha
         upload.hasBodyLength && !upload.isPart && upload.bodyLength <= kMostExpected
             ? static_cast<INT64>(upload.bodyLength)
             : -1;
+    DAV_OBJECT_INFO* const wanted = upload.isPart ? &info : nullptr; // else nobody asks what it was
     const TALSTATUS status = resource->Open(session, path, purpose, expected, &upload.conditions,
-                                            &upload.failures, &info);
+                                            &upload.failures, wanted);
     // The first part of what is not there makes it.
     if (Code(status) != kCodeNotFound || !upload.isPart || !upload.range.hasSize ||
         upload.range.first != 0)

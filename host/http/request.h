@@ -37,10 +37,13 @@ struct Request {
     // call. Throws std::bad_alloc.
     const std::string_view* FindHeader(std::string_view name)
     {
-        // Most of what is asked for is not there, and most names are known where this is compiled.
-        if (joined_.empty() && !head.names.MayHold(NameKey(name)))
-            return nullptr;
-        return Search(name);
+        return MayHaveHeader(name) ? Search(name) : nullptr;
+    }
+    // False only where there is none. Most of what is asked for is not there, and most names are
+    // known where this is compiled.
+    bool MayHaveHeader(std::string_view name) const noexcept
+    {
+        return !joined_.empty() || head.names.MayHold(NameKey(name));
     }
     // The same; empty when there is none. The text is valid as long as the request.
     std::string_view Header(std::string_view name)

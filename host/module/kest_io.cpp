@@ -216,8 +216,11 @@ TALSTATUS KestIo::GetRequestHeader(char* name, UINT32* length, char* buffer)
 {
     if (!name)
         return HostFailure(kCodeInvalidParameter);
+    const std::string_view asked = name;
+    if (!request_.MayHaveHeader(asked)) // most that handlers ask for
+        return HostFailure(kCodeNotFound);
     return Guarded([&] {
-        const std::string_view* value = request_.FindHeader(name);
+        const std::string_view* value = request_.FindHeader(asked);
         return value ? CopyOut(*value, length, buffer) : HostFailure(kCodeNotFound);
     });
 }

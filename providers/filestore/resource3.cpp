@@ -112,7 +112,7 @@ TALSTATUS ContentFace::OpenForWriting(SCHANDLE session, const UNICODE_STRING* pa
         if (Failed(status))
             return status;
     }
-    if (const TALSTATUS status = Begin(purpose, expected); Failed(status))
+    if (const TALSTATUS status = Begin(purpose, expected); Failed(status) || !info)
         return status;
     DAV_OBJECT_INFO told{};
     told.Size = sizeof told;

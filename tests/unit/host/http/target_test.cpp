@@ -130,8 +130,9 @@ TEST(ParseTarget, JudgesEveryByteAtEveryPlace)
                     path.resize(place);
                 ASSERT_EQ(status, isRefused ? 400 : 0)
                     << byte << " at " << place << " of " << length;
-                if (!isRefused && !(byte == '.' && length == 2))
+                if (!isRefused && !(byte == '.' && length == 2)) {
                     ASSERT_EQ(target.path, path) << place;
+                }
             }
 }
 
