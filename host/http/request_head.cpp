@@ -4,6 +4,7 @@
 #include "host/http/request_head.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "base/ascii.h"
@@ -59,54 +60,78 @@ int ReadRequestLine(std::string_view line, RequestHead& head) noexcept
     return ReadVersion(line, head.version);
 }
 
+// How many of the first sixteen bytes are letters or "-", which is what names of fields are made
+// of. There are as many bytes.
+size_t CountUsual(const char* at) noexcept
+{
+    using Words = uint64_t __attribute__((vector_size(16)));
+    using Bytes = uint8_t __attribute__((vector_size(16)));
+    Bytes bytes;
+    std::memcpy(&bytes, at, sizeof bytes);
+    const auto others = reinterpret_cast<Words>((bytes != '-') & ((bytes | 0x20) - 'a' > 25));
+    const auto first = [](uint64_t word) {
+        return static_cast<size_t>(std::countr_zero(word)) / 8;
+    };
+    return others[0] ? first(others[0]) : sizeof(uint64_t) + first(others[1]);
+}
+
 // RFC 9112 section 5. A line that begins with a blank goes on with the one before it for some
 // readers, and is a field for others (section 5.2): neither here, since a blank is in no name.
 bool ReadField(std::string_view line, Field& field) noexcept
 {
-    const size_t colon = line.find(':');
-    if (colon == std::string_view::npos)
-        return false;
+    size_t colon = 0; // stays where the name has to be looked at byte by byte
+    if constexpr (std::endian::native == std::endian::little)
+        if (line.size() > sizeof(uint64_t) * 2)
+            colon = CountUsual(line.data());
+    if (colon == 0 || line[colon] != ':') {
+        colon = line.find(':');
+        if (colon == std::string_view::npos || !base::IsFieldName(line.substr(0, colon)))
+            return false;
+    }
     field.name = line.substr(0, colon);
     field.value = base::Trimmed(line.substr(colon + 1));
-    return base::IsFieldName(field.name) && !base::HasControl(field.value);
+    field.key = NameKey(field.name);
+    return !base::HasControl(field.value);
 }
 
-// Most names differ in their length or in their first letter. A field's name is never empty.
-inline bool HasName(const Field& field, std::string_view name) noexcept
+inline bool HasName(const Field& field, std::string_view name, uint32_t key) noexcept
 {
-    constexpr int kCase = 0x20;
-    return field.name.size() == name.size() &&
-           ((field.name.front() ^ name.front()) & ~kCase) == 0 &&
-           base::EqualsIgnoringCase(field.name, name);
+    return field.key == key && base::EqualsIgnoringCase(field.name, name);
 }
 
 } // namespace
 
-const Field* RequestHead::FindFrom(const Field* from, std::string_view name) const noexcept
+const Field* RequestHead::FindFrom(const Field* from, std::string_view name,
+                                   uint32_t key) const noexcept
 {
     const Field* const end = fields.data() + fields.size();
     for (const Field* field = from; field != end; ++field)
-        if (HasName(*field, name))
+        if (HasName(*field, name, key))
             return field;
     return nullptr;
 }
 
 size_t RequestHead::Count(std::string_view name) const noexcept
 {
-    if (!names.MayHold(NameKey(name)))
-        return 0;
+    const uint32_t key = NameKey(name);
     size_t count = 0;
     for (const Field& field : fields)
-        count += base::EqualsIgnoringCase(field.name, name);
+        count += HasName(field, name, key);
     return count;
 }
 
 bool RequestHead::ListsToken(std::string_view name, std::string_view token) const noexcept
 {
+    const uint32_t key = NameKey(name);
     for (const Field& field : fields) {
-        if (!HasName(field, name))
+        if (!HasName(field, name, key))
             continue;
         std::string_view list = field.value;
+        if (list.find(',') == std::string_view::npos) { // mostly: it has one element
+            if (base::EqualsIgnoringCase(list, token))
+                return true;
+            continue;
+        }
         std::string_view element;
         while (base::NextElement(list, element))
             if (base::EqualsIgnoringCase(element, token))
@@ -148,7 +173,7 @@ int ParseHead(std::string_view text, RequestHead& head)
         Field& field = head.fields.emplace_back();
         if (!ReadField(line, field))
             return 400;
-        head.names.Add(NameKey(field.name));
+        head.names.Add(field.key);
     }
     return 400;
 }

@@ -3,6 +3,7 @@
 // A request's head: request line and header lines (RFC 9112 sections 2 to 5).
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 #include <vector>
 
@@ -13,6 +14,7 @@ namespace kestd {
 struct Field {
     std::string_view name;
     std::string_view value; // without surrounding blanks
+    uint32_t key = 0;       // of the name: see NameKey
 };
 
 // Everything points into the text that was parsed.
@@ -27,12 +29,13 @@ struct RequestHead {
     // The first field of that name (compared without case), or null.
     const Field* Find(std::string_view name) const noexcept
     {
-        return names.MayHold(NameKey(name)) ? FindFrom(fields.data(), name) : nullptr;
+        const uint32_t key = NameKey(name);
+        return names.MayHold(key) ? FindFrom(fields.data(), name, key) : nullptr;
     }
     // The next one of that name behind `field`, which is one of these, or null.
     const Field* FindNext(const Field& field, std::string_view name) const noexcept
     {
-        return FindFrom(&field + 1, name);
+        return FindFrom(&field + 1, name, field.key);
     }
     // How many fields have that name.
     size_t Count(std::string_view name) const noexcept;
@@ -49,7 +52,7 @@ struct RequestHead {
     }
 
   private:
-    const Field* FindFrom(const Field* from, std::string_view name) const noexcept;
+    const Field* FindFrom(const Field* from, std::string_view name, uint32_t key) const noexcept;
     bool ListsToken(std::string_view name, std::string_view token) const noexcept;
 };
 

@@ -49,34 +49,43 @@ bool IsPlain(unsigned char before, unsigned char byte) noexcept
            (byte != '.' || before != '/');
 }
 
+using Bytes = uint8_t __attribute__((vector_size(16)));
+using Words = uint64_t __attribute__((vector_size(16)));
+
+// The same of sixteen bytes.
+bool ArePlain(Bytes before, Bytes bytes) noexcept
+{
+    const auto others =
+        reinterpret_cast<Words>((bytes <= 0x20) | (bytes >= 0x7F) | (bytes == '%') |
+                                (bytes == '#') | ((bytes == '.') & (before == '/')));
+    return (others[0] | others[1]) == 0;
+}
+
 // The same of a path that begins with "/": sixteen bytes at a time, the last ones once more.
 bool IsPlain(std::string_view path) noexcept
 {
-    using Bytes = uint8_t __attribute__((vector_size(16)));
-    using Words = uint64_t __attribute__((vector_size(16)));
-    const size_t size = path.size();
-    if (size <= sizeof(Bytes)) {
-        for (size_t i = 1; i < size; ++i)
-            if (!IsPlain(static_cast<unsigned char>(path[i - 1]),
-                         static_cast<unsigned char>(path[i])))
-                return false;
-        return true;
-    }
-    const auto arePlain = [&](size_t from) {
-        Bytes bytes;
-        Bytes before;
-        std::memcpy(&bytes, path.data() + from, sizeof bytes);
-        std::memcpy(&before, path.data() + from - 1, sizeof before);
-        const auto others =
-            reinterpret_cast<Words>((bytes <= 0x20) | (bytes >= 0x7F) | (bytes == '%') |
-                                    (bytes == '#') | ((bytes == '.') & (before == '/')));
-        return (others[0] | others[1]) == 0;
+    const auto load = [at = path.data()](size_t from, auto piece) {
+        std::memcpy(&piece, at + from, sizeof piece);
+        return piece;
     };
-    const size_t last = size - sizeof(Bytes);
-    for (size_t i = 1; i < last; i += sizeof(Bytes))
-        if (!arePlain(i))
+    const size_t size = path.size();
+    if (size > sizeof(Bytes)) {
+        const size_t last = size - sizeof(Bytes);
+        for (size_t i = 1; i < last; i += sizeof(Bytes))
+            if (!ArePlain(load(i - 1, Bytes{}), load(i, Bytes{})))
+                return false;
+        return ArePlain(load(last - 1, Bytes{}), load(last, Bytes{}));
+    }
+    constexpr size_t kWord = sizeof(uint64_t);
+    if (size > kWord) { // the first eight and the last eight
+        const Words before = {load(0, uint64_t{}), load(size - kWord - 1, uint64_t{})};
+        const Words words = {load(1, uint64_t{}), load(size - kWord, uint64_t{})};
+        return ArePlain(reinterpret_cast<Bytes>(before), reinterpret_cast<Bytes>(words));
+    }
+    for (size_t i = 1; i < size; ++i)
+        if (!IsPlain(static_cast<unsigned char>(path[i - 1]), static_cast<unsigned char>(path[i])))
             return false;
-    return arePlain(last);
+    return true;
 }
 
 } // namespace

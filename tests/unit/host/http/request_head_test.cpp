@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/http/request_head.h"
 
+#include "base/token.h"
+
 #include <string>
 
 #include <gtest/gtest.h>
@@ -96,6 +98,29 @@ TEST(ParseHead, RefusesHostileHeads)
         RequestHead head;
         EXPECT_EQ(ParseHead(row.text, head), row.status) << row.text;
     }
+}
+
+// Names are looked at sixteen bytes at a time where the line is long enough.
+TEST(ParseHead, JudgesEveryByteOfANameAtEveryPlace)
+{
+    for (const size_t length : {1u, 7u, 8u, 14u, 15u, 16u, 17u, 20u})
+        for (const std::string value : {"", "v", "a value: of some length"})
+            for (size_t place = 0; place < length; ++place)
+                for (int byte = 0; byte < 256; ++byte) {
+                    std::string name(length, 'N');
+                    name[place] = static_cast<char>(byte);
+                    RequestHead head;
+                    const std::string text = "GET / HTTP/1.1\r\n" + name + ":" + value + "\r\n\r\n";
+                    const bool isEarlier = byte == ':' && place != 0; // the colon that ends it
+                    const bool isName = isEarlier || base::IsToken(name);
+                    ASSERT_EQ(ParseHead(text, head), isName ? 0 : 400)
+                        << byte << " at " << place << " of " << length;
+                    if (isName) {
+                        ASSERT_EQ(head.fields.size(), 1U);
+                        ASSERT_EQ(head.fields[0].name, isEarlier ? name.substr(0, place) : name);
+                        ASSERT_TRUE(head.Find(head.fields[0].name));
+                    }
+                }
 }
 
 TEST(ParseHead, RefusesNulInValue)

@@ -117,7 +117,8 @@ TEST(ParseTarget, RefusesNulInTheMiddle)
 // lengths each byte has to count.
 TEST(ParseTarget, JudgesEveryByteAtEveryPlace)
 {
-    for (const size_t length : {2u, 15u, 16u, 17u, 18u, 31u, 32u, 33u, 34u, 48u, 49u, 50u})
+    for (const size_t length :
+         {2u, 8u, 9u, 10u, 15u, 16u, 17u, 18u, 31u, 32u, 33u, 34u, 48u, 49u, 50u})
         for (size_t place = 1; place < length; ++place)
             for (int byte = 1; byte < 0x80; ++byte) {
                 std::string path(length, 'p');
