@@ -115,10 +115,12 @@ class Head(Workload):
 
 
 class Ranges(Workload):
+    """Parts at random places of a large file, as players and downloads in pieces ask for."""
+
     group, name = "content", "range-64k"
 
     def prepare(self, ctx):
-        self.file = tree.fill(ctx.common("ranges.bin"), tree.LARGE // max(ctx.scale, 4))
+        self.file = tree.fill(ctx.common("ranges.bin"), tree.LARGE // ctx.scale)
 
     def scenario(self, ctx):
         return timed(ctx, 16, f"step GET {ctx.server.path('r', 'ranges.bin')}",
