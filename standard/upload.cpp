@@ -47,7 +47,7 @@ TALSTATUS TakeDate(IKestIO_5* io, Upload& upload)
     return TAL_STATUS_SUCCESS;
 }
 
-// Opens the resource for what the upload wants. `info` is what is there.
+// Opens the resource for what the upload wants. `info` is what is there, filled for a part alone.
 TALSTATUS Open(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler,
                Upload& upload, Ref<IKestDAVResource3>& resource, DAV_OBJECT_INFO& info)
 {
