@@ -71,7 +71,7 @@ class Errors(ServerCase):
         for method, path, status, headers in (
                 ("GET", nothing, 404, {}), ("PROPFIND", nothing, 404, {"Depth": "0"}),
                 ("DELETE", nothing, 404, {}), ("MKCOL", there, 405, {}),
-                ("PUT", self.path("no/parent"), 409, {}), ("PUT", there + "/", 405, {}),
+                ("PUT", self.path("no") + "/parent", 409, {}), ("PUT", there + "/", 405, {}),
                 ("PUT", there, 412, {"If-None-Match": "*"}),
                 ("COPY", nothing, 404, {"Destination": self.server.url("docs", "n")}),
                 ("LOCK", there, 400, {"Timeout": "Second-1"}), ("POST", "/elsewhere", 404, {})):
