@@ -15,11 +15,11 @@ sys.path.append(os.path.join(ROOT, "tests", "faults"))
 import judge  # noqa: E402
 import scenarios  # noqa: E402
 import sweep  # noqa: E402
-from control import ONCE, SHORT, STUCK  # noqa: E402
+from control import ONCE, SHORT, STUCK, library  # noqa: E402
 from connection import head, parse  # noqa: E402
 from world import World  # noqa: E402
 
-LIBRARY = os.path.join(ROOT, "build", "dev", "lib", "libfailing_calls.so")
+LIBRARY = library(harness.KESTD)
 
 
 class Replies(unittest.TestCase):

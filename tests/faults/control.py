@@ -25,6 +25,15 @@ SIZE = AT_NAMES + NAME_ROOM * MOST_CALLS
 ONCE, FROM_THEN, SHORT, SHORT_FROM, STUCK = range(5)
 
 
+def library(server):
+    """Where the preloaded library is: built with this kestd, or in the development build."""
+    root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+    places = [os.path.join(build, "lib", "libfailing_calls.so")
+              for build in (os.path.dirname(os.path.dirname(os.path.abspath(server))),
+                            os.path.join(root, "build", "dev"))]
+    return next(filter(os.path.exists, places), places[0])
+
+
 class Control:
     """One file that a server and this process map. Only one request may run while it is armed."""
 

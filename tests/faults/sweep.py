@@ -29,7 +29,7 @@ import judge  # noqa: E402
 import junit  # noqa: E402
 import resumable  # noqa: E402
 import scenarios  # noqa: E402
-from control import FROM_THEN, ONCE, SHORT, SHORT_FROM, describe  # noqa: E402
+from control import FROM_THEN, ONCE, SHORT, SHORT_FROM, describe, library  # noqa: E402
 from world import Unsettled, World, Wrong  # noqa: E402
 
 E = errno
@@ -378,7 +378,8 @@ def arguments():
     parser.add_argument("--world", action="append", choices=sorted(WORLDS))
     parser.add_argument("--dialect", action="append", choices=scenarios.DIALECTS)
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
-    parser.add_argument("--preload", help="default: that of the development build")
+    parser.add_argument("--preload",
+                        help="default: that of KESTD's build, else of the development build")
     parser.add_argument("--junit")
     parser.add_argument("--list", action="store_true", help="what each request calls, and end")
     parser.add_argument("-v", "--verbose", action="store_true")
@@ -445,11 +446,9 @@ def run_world(name, dialect, chosen, options, share, tally):
 
 def main():
     options = arguments()
-    root = os.path.dirname(os.path.dirname(HERE))
     if options.server:
         harness.KESTD = os.path.abspath(options.server)
-    options.preload = os.path.abspath(options.preload or os.path.join(
-        root, "build/dev/lib/libfailing_calls.so"))
+    options.preload = os.path.abspath(options.preload or library(harness.KESTD))
     for path in (harness.KESTD, options.preload):
         if not os.path.exists(path):
             print(f"run: there is no {path}", file=sys.stderr)

@@ -27,7 +27,7 @@ kest_test(host_contract SHARDS 4
   LIBS kestd_http kestd_services tolm OpenSSL::SSL Threads::Threads)
 
 # A program of its own: it takes the place of the allocator.
-kest_test(host_lock_memory
+kest_test(host_lock_memory PLAIN
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/pipeline/lock_memory_test.cpp
           ${PROJECT_SOURCE_DIR}/tests/contract/truth/failing_memory.cpp
   LIBS kestd_http tolm OpenSSL::SSL Threads::Threads)

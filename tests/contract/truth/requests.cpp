@@ -229,7 +229,7 @@ const std::vector<Case>& Cases()
         std::vector<Case> all = Reading();
         for (Case& each : Changing())
             all.push_back(std::move(each));
-        if (std::string_view(TRUTH_DIALECT) == "standard")
+        if (IsStandard())
             for (Case& each : StandardCases())
                 all.push_back(std::move(each));
         return all;

@@ -238,13 +238,19 @@ struct Parts {
 
 } // namespace
 
+bool IsStandard()
+{
+    const char* const variant = std::getenv("KEST_VARIANT");
+    return variant && std::string_view(variant) == "standard";
+}
+
 World::World()
 {
     system_calls::SyncNothing();
     static const test_support::TemporaryDirectory directory(test_support::FastestPlace());
     directory_ = directory.Path();
     Set(u"Kest\\Configuration\\KestDav", u"Template Directory", TEMPLATE_DIRECTORY);
-    Set(u"Kest\\Configuration\\KestDav", u"Dialect", TRUTH_DIALECT);
+    Set(u"Kest\\Configuration\\KestDav", u"Dialect", IsStandard() ? "standard" : "classic");
     Set(u"Kest\\Policies\\DAV Handlers\\Configured\\" + Braced(CLSID_FileStore), u"Name", "store");
     static Parts* const parts = new Parts; // components hold parts of it until the process ends
     EXPECT_EQ(0u, RegisterHostClasses(parts->services));
@@ -262,8 +268,7 @@ World::World()
     // One thread: what it keeps for itself is there once it has served a request.
     kestd::ServerSettings settings = kestd::test::QuietSettings();
     settings.limits.workerThreads = 1;
-    settings.dialect = std::string_view(TRUTH_DIALECT) == "standard" ? kestd::Dialect::Standard
-                                                                     : kestd::Dialect::Classic;
+    settings.dialect = IsStandard() ? kestd::Dialect::Standard : kestd::Dialect::Classic;
     parts->server = std::make_unique<kestd::Server>(settings, parts->services.sessionAdmission,
                                                     &g_module, "/Ferro");
     EXPECT_EQ("", parts->server->Start());

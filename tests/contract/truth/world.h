@@ -17,6 +17,9 @@ class Store;
 
 namespace truth_test {
 
+// The dialect of all requests of this process: that of KEST_VARIANT, the classic one without.
+bool IsStandard();
+
 // The one server of the process, with the volume "v".
 class World {
   public:
