@@ -5,6 +5,9 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
+#include "base/percent.h"
+
 namespace filestore {
 namespace {
 
@@ -15,16 +18,9 @@ bool IsBlank(char c)
     return c == ' ' || c == '\t';
 }
 
-char LowerAscii(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix)
 {
-    return text.size() >= prefix.size() &&
-           std::equal(prefix.begin(), prefix.end(), text.begin(),
-                      [](char a, char b) { return LowerAscii(a) == LowerAscii(b); });
+    return base::EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
 }
 
 // Takes a text apart from the left. Every step tells whether it found what it looked for.
@@ -151,15 +147,8 @@ bool Holds(const IfCondition& condition, std::string_view path, IfState& state)
     return matches != condition.negated;
 }
 
-int HexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    const char lower = LowerAscii(c);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-std::optional<std::string> PercentDecode(std::string_view text)
+// Unlike base::PercentDecode, an escaped NUL is no error: it names a path that nothing has.
+std::optional<std::string> DecodePath(std::string_view text)
 {
     std::string out;
     out.reserve(text.size());
@@ -168,13 +157,10 @@ std::optional<std::string> PercentDecode(std::string_view text)
             out += text[i];
             continue;
         }
-        if (text.size() - i < 3)
+        const int byte = base::EscapedByte(text, i);
+        if (byte < 0)
             return std::nullopt;
-        const int high = HexValue(text[i + 1]);
-        const int low = HexValue(text[i + 2]);
-        if (high < 0 || low < 0)
-            return std::nullopt;
-        out += static_cast<char>(high * 16 + low);
+        out += static_cast<char>(byte);
         i += 2;
     }
     return out;
@@ -193,7 +179,7 @@ std::optional<std::string> PathOfResourceTag(std::string_view tag)
         const size_t path = tag.find('/', authority + 3);
         tag = path == std::string_view::npos ? "/" : tag.substr(path);
     }
-    return PercentDecode(tag.substr(0, tag.find_first_of("?#")));
+    return DecodePath(tag.substr(0, tag.find_first_of("?#")));
 }
 
 std::optional<IfHeader> IfHeader::Parse(std::string_view text)

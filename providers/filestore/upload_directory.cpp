@@ -8,6 +8,7 @@
 #include <set>
 #include <vector>
 
+#include "base/hex.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/room.h"
@@ -181,14 +182,11 @@ class NewUpload {
   private:
     int PickName()
     {
-        constexpr char kDigits[] = "0123456789abcdef";
         unsigned char random[16];
         if (const int error = volume_.Fs().Random(random, sizeof random))
             return error;
-        for (const unsigned char byte : random) {
-            name_ += kDigits[byte >> 4];
-            name_ += kDigits[byte & 15];
-        }
+        for (const unsigned char byte : random)
+            base::AppendHex(name_, byte, base::kLowerHex);
         return 0;
     }
     int WriteRecord(const UploadRecord& record)
