@@ -12,14 +12,11 @@ foreach(name component_good component_declines component_empty)
   math(EXPR kind "${kind} + 1")
 endforeach()
 
-kest_test(unit_platform SHARDS 2
+kest_test(unit_platform
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/classes_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/codepage_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/memory_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/registry_read_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/registry_write_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/strings_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/sync_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/work_test.cpp
   LIBS platform_support)
@@ -28,6 +25,13 @@ target_compile_definitions(unit_platform PRIVATE
   COMPONENT_DECLINES="$<TARGET_FILE:component_declines>"
   COMPONENT_EMPTY="$<TARGET_FILE:component_empty>")
 add_dependencies(unit_platform component_good component_declines component_empty)
+
+kest_test(unit_platform_values SINGLE_THREADED
+  SOURCES
+    ${CMAKE_CURRENT_LIST_DIR}/codepage_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/registry_write_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/strings_test.cpp
+  LIBS platform_support)
 
 # What the library does not export.
 kest_test(unit_platform_log SOURCES ${CMAKE_CURRENT_LIST_DIR}/log_test.cpp

@@ -18,4 +18,5 @@ kest_test(filestore_posixfs_test SINGLE_THREADED
 # Without the store: the header's grammar and what it decides.
 kest_test(ifheader_test SINGLE_THREADED
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/ifheader_test.cpp
-          ${PROJECT_SOURCE_DIR}/providers/filestore/ifheader.cpp)
+          ${PROJECT_SOURCE_DIR}/providers/filestore/ifheader.cpp
+  LIBS kest_base)
