@@ -2,12 +2,14 @@
 # SPDX-License-Identifier: Apache-2.0
 """Runs the end-to-end tests.
 
-usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [--sandbox] [--clients] [NAME…]
+usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [--sandbox] [--clients]
+              [--jobs N] [NAME…]
 
 NAME picks modules, classes or cases as unittest does ("test_content", "test_content.Put.test_…").
 --sandbox runs the servers as the unit of packaging/ would, under its filter of system calls.
 --clients runs what tries real programs, the long forms too, and puts the table that it prints into
-docs/clients.md. The exit status is not 0 when a case failed, or a run of everything does not show
+docs/clients.md. --jobs runs N modules of everything beside each other: most of them wait for
+something most of the time. The exit status is not 0 when a case failed, or a run of everything does not show
 what that table says.
 """
 
@@ -20,6 +22,7 @@ import unittest
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [HERE, os.path.join(os.path.dirname(HERE), "support")]
 
+import beside  # noqa: E402
 import harness  # noqa: E402
 import junit  # noqa: E402
 import programs  # noqa: E402
@@ -27,6 +30,10 @@ import programs  # noqa: E402
 # What tries real programs; the last is run by ./test --full.
 CLIENTS = ["test_standard_clients", "test_standard_desktops", "test_standard_libraries",
            "test_standard_mounts", "test_standard_transfers", "long_clients"]
+
+
+# Options that the processes of --jobs are handed on.
+HANDED_ON = ("server", "dialect", "sandbox")
 
 
 class Report(unittest.TextTestResult):
@@ -93,6 +100,28 @@ def show_clients(result, is_all, writes):
         result.rows.append(("docs/clients.md", 0.0, bool(differences)))
 
 
+def run_beside(args):
+    """Runs everything, some modules at a time: those of real programs one after the other, since they
+    make one table."""
+    options = ["--table"]
+    for name in HANDED_ON:
+        value = getattr(args, name)
+        options += ["--" + name] if value is True else ["--" + name, value] if value else []
+    clients = [name for name in CLIENTS if name.startswith("test_")]
+    others = sorted(name[:-3] for name in os.listdir(HERE)
+                    if name.startswith("test_") and name.endswith(".py") and name[:-3] not in clients)
+    return beside.run([clients, *([name] for name in others)], args.jobs, options)
+
+
+def finish(args, rows):
+    """Writes the report. The exit status."""
+    if args.junit:
+        junit.write(args.junit, "e2e", rows)
+    bad = sum(1 for row in rows if row[2])
+    print(f"{len(rows)} cases, {bad} failed")
+    return 1 if bad or not rows else 0
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--junit")
@@ -103,6 +132,8 @@ def main():
                         help="run servers under the service's filter of system calls")
     parser.add_argument("--clients", action="store_true",
                         help="write the table of docs/clients.md anew")
+    parser.add_argument("--jobs", type=int, default=1)
+    parser.add_argument("--table", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("names", nargs="*")
     args = parser.parse_args()
     if args.server:
@@ -113,6 +144,8 @@ def main():
     if not os.access(harness.KESTD, os.X_OK):
         print(f"run.py: there is no server at {harness.KESTD}", file=sys.stderr)
         return 2
+    if args.jobs > 1 and not args.names and not args.clients:
+        return finish(args, run_beside(args))
     loader = unittest.TestLoader()
     names = args.names or (CLIENTS if args.clients else [])
     if names:
@@ -121,11 +154,8 @@ def main():
         suite = loader.discover(HERE, pattern="test_*.py", top_level_dir=HERE)
     runner = unittest.TextTestRunner(verbosity=2, resultclass=Report, stream=sys.stdout)
     result = runner.run(suite)
-    show_clients(result, is_all=not names, writes=args.clients and not args.names)
-    if args.junit:
-        junit.write(args.junit, "e2e", result.rows)
-    bad = sum(1 for row in result.rows if row[2])
-    return 1 if bad or not result.rows else 0
+    show_clients(result, is_all=not names or args.table, writes=args.clients and not args.names)
+    return finish(args, result.rows)
 
 
 if __name__ == "__main__":
