@@ -1,5 +1,5 @@
 # A whole server over things that fail, in each of its dialects.
-kest_test(contract_truth PLAIN SHARDS 4 VARIANTS classic standard
+kest_test(contract_truth PLAIN THOROUGH SHARDS 4 VARIANTS classic standard
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/world.cpp ${CMAKE_CURRENT_LIST_DIR}/requests.cpp
           ${CMAKE_CURRENT_LIST_DIR}/standard_requests.cpp
           ${CMAKE_CURRENT_LIST_DIR}/failing_memory.cpp

@@ -13,13 +13,13 @@ target_compile_definitions(filestore_contract_test PRIVATE FILESTORE_LIBRARY="$<
 add_dependencies(filestore_contract_test filestore)
 
 # The module and the store in one process, over seams that fail.
-kest_test(filestore_faults_test SINGLE_THREADED SHARDS 4
+kest_test(filestore_faults_test SINGLE_THREADED THOROUGH SHARDS 4
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/faults_module.cpp
           ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
   LIBS kest_harness filestore_objects)
 
 # The same without the module, with memory that fails as well.
-kest_test(filestore_faults3_test SINGLE_THREADED PLAIN SHARDS 4
+kest_test(filestore_faults3_test SINGLE_THREADED PLAIN THOROUGH SHARDS 4
   SOURCES ${CMAKE_CURRENT_LIST_DIR}/faults.cpp ${CMAKE_CURRENT_LIST_DIR}/faults_module.cpp
           ${CMAKE_CURRENT_LIST_DIR}/faults3_test.cpp
           ${PROJECT_SOURCE_DIR}/tests/contract/truth/failing_memory.cpp
