@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/contract/harness/world.h"
+#include "world.h"
 
 // The target's own: the module with its provider, made once.
 harness::World& TheWorld();
