@@ -33,8 +33,19 @@ bool WriteLog(int fd, std::string_view bytes) noexcept
     return true;
 }
 
-LogQueue::LogQueue(int fd, std::size_t room)
-    : fd_(fd), room_(room), waiting_(new char[room]), written_(new char[room])
+namespace {
+
+constexpr std::chrono::minutes kBetweenFailures{1};
+
+std::uint64_t LinesOf(std::string_view lines)
+{
+    return static_cast<std::uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
+}
+
+} // namespace
+
+LogQueue::LogQueue(int fd, int reports, std::size_t room)
+    : fd_(fd), reports_(reports), room_(room), waiting_(new char[room]), written_(new char[room])
 {
     // Signals are for the threads that wait for them, and a reader that went away is none here.
     sigset_t all;
@@ -66,7 +77,7 @@ void LogQueue::Put(std::string_view lines, Kind kind) noexcept
     {
         const std::lock_guard lock(mutex_);
         if (lines.size() > limit || used_ > limit - lines.size()) {
-            lost_ += static_cast<std::uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
+            lost_ += LinesOf(lines);
             return;
         }
         std::memcpy(waiting_.get() + used_, lines.data(), lines.size());
@@ -97,9 +108,10 @@ void LogQueue::Run() noexcept
         const std::uint64_t lost = std::exchange(lost_, 0);
         isWriting_ = true;
         lock.unlock();
-        (void)WriteLog(fd_, {written_.get(), size}); // there is nowhere to report a failure
+        if (!WriteLog(fd_, {written_.get(), size}))
+            TellFailed({written_.get(), size});
         if (lost)
-            WriteLost(lost);
+            TellLost(lost, "nobody took them in time");
         lock.lock();
         isWriting_ = false;
         if (!used_ && !lost_)
@@ -107,13 +119,26 @@ void LogQueue::Run() noexcept
     }
 }
 
-void LogQueue::WriteLost(std::uint64_t lines) noexcept
+void LogQueue::TellFailed(std::string_view lines) noexcept
 {
-    char text[64];
+    const int reason = errno;
+    failed_ += LinesOf(lines);
+    const auto now = std::chrono::steady_clock::now();
+    if (fd_ == reports_ ||
+        (toldFailed_.time_since_epoch().count() && now < toldFailed_ + kBetweenFailures))
+        return; // what cannot be written cannot be told there
+    char text[128];
+    TellLost(std::exchange(failed_, 0), strerror_r(reason, text, sizeof text));
+    toldFailed_ = now;
+}
+
+void LogQueue::TellLost(std::uint64_t lines, const char* why) const noexcept
+{
+    char text[200];
     char line[kLogLine];
-    std::snprintf(text, sizeof text, "%llu log lines lost: nobody took them in time",
-                  static_cast<unsigned long long>(lines));
-    (void)WriteLog(fd_, {line, FormatLogLine(kLogWarning, "tolm", text, line)});
+    std::snprintf(text, sizeof text, "%llu log lines lost: %s",
+                  static_cast<unsigned long long>(lines), why);
+    (void)WriteLog(reports_, {line, FormatLogLine(kLogWarning, "tolm", text, line)});
 }
 
 } // namespace tolm

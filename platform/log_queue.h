@@ -32,25 +32,29 @@ class LogQueue {
         Access // takes at most half of the room, so that events have some left
     };
 
-    // Starts the thread that writes. `room` is how many bytes may wait beside those that are being
-    // written, of which there are as many at most. Throws std::bad_alloc or std::system_error.
-    LogQueue(int fd, std::size_t room);
+    // Starts the thread that writes to `fd`. `room` is how many bytes may wait beside those that
+    // are being written, of which there are as many at most. Lost lines are counted in a line on
+    // `reports`. Throws std::bad_alloc or std::system_error.
+    LogQueue(int fd, int reports, std::size_t room);
     // Waits for the write that runs.
     ~LogQueue();
     LogQueue(const LogQueue&) = delete;
     LogQueue& operator=(const LogQueue&) = delete;
 
     // Queues whole lines, or drops and counts them where there is no room. How many were lost is
-    // written as a line of its own as soon as the descriptor takes something again. Thread-safe.
+    // told in a line of its own as soon as the descriptor takes something again. Lines that it
+    // fails to take are lost as well; that is told once a minute. Thread-safe.
     void Put(std::string_view lines, Kind kind) noexcept;
     // Waits until all is written. False when time is up first.
     bool Flush(std::chrono::milliseconds time) noexcept;
 
   private:
     void Run() noexcept;
-    void WriteLost(std::uint64_t lines) noexcept;
+    void TellLost(std::uint64_t lines, const char* why) const noexcept;
+    void TellFailed(std::string_view lines) noexcept;
 
     const int fd_;
+    const int reports_;
     const std::size_t room_;
     std::mutex mutex_; // guards the rest; never held during a write
     std::condition_variable work_;
@@ -61,6 +65,8 @@ class LogQueue {
     std::uint64_t lost_ = 0;          // lines
     bool isWriting_ = false;
     bool ends_ = false;
+    std::uint64_t failed_ = 0; // lines that were not taken; the writing thread's
+    std::chrono::steady_clock::time_point toldFailed_{}; // likewise
     std::thread writer_;
 };
 

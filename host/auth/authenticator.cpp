@@ -13,6 +13,7 @@
 
 #include "host/auth/basic_credentials.h"
 #include "host/auth/passwords.h"
+#include "host/log/audit.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -299,8 +300,10 @@ Authenticator::Result Authenticator::Check(std::string_view authorization, std::
         auto fresh = std::make_shared<Guess>(*this, digest, std::move(name), remote);
         fresh->password.text.swap(password.text);
         lock.lock();
-        if ((wait = guessLimits_.Wait(fresh->source)).count() > 0)
+        if ((wait = guessLimits_.Wait(fresh->source)).count() > 0) {
+            AuditSignIn(fresh->name, fresh->remote, "throttled");
             return Result::Throttled;
+        }
         if (!(guess = FindGuess(digest))) { // else somebody was faster
             if (const Result refusal = Begin(fresh); refusal != Result::Granted) {
                 wait = std::chrono::seconds(1);
@@ -437,9 +440,11 @@ Authenticator::Result Authenticator::CheckHash(Guess& guess)
     lock.lock();
     const std::shared_ptr<const User> now = find(); // the users may have changed meanwhile
     if (!made || !now || !(*now == *user)) {
+        AuditSignIn(guess.name, guess.remote, "denied");
         TellWrong(guess.name, guess.remote, guessLimits_.Wrong(guess.source));
         return Result::Denied;
     }
+    AuditSignIn(guess.name, guess.remote, "granted");
     guessLimits_.Right(guess.source);
     Remember(guess.digest, made);
     guess.who = std::move(made);

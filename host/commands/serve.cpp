@@ -28,6 +28,7 @@
 #include "host/components/directory_ldap.h"
 #include "host/components/host_classes.h"
 #include "host/config/addresses.h"
+#include "host/log/audit.h"
 #include "host/module/call_context.h"
 #include "host/server/server.h"
 #include <kest/req.h>
@@ -50,9 +51,29 @@ sigset_t WaitedSignals()
 {
     sigset_t set;
     sigemptyset(&set);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1})
         sigaddset(&set, signal);
     return set;
+}
+
+// Gives the parts of the log the files that the settings name. The text says what is wrong.
+std::string OpenLogs(const LogFiles& files)
+{
+    const struct {
+        UINT32 part;
+        const char* name;
+        const std::string& path;
+    } kFiles[] = {{kLogEvents, "Log File", files.events},
+                  {kLogRequests, "Access Log File", files.requests},
+                  {kLogAudit, "Audit Log File", files.audit}};
+    for (const auto& file : kFiles)
+        if (!file.path.empty())
+            if (const int reason = TolmLogToFile(file.part, file.path.c_str()))
+                return std::string("'Kest\\Configuration\\Server' '") + file.name + "': '" +
+                       file.path + "': " + std::strerror(reason);
+    if (!files.audit.empty())
+        StartAudit();
+    return {};
 }
 
 void PrepareProcess()
@@ -137,6 +158,8 @@ std::string Host::Start()
     if (std::string problem = setup_.ReadUsers(settings_, users_); !problem.empty())
         return problem;
     if (std::string problem = Setup::CheckAccessPolicy(settings_, users_); !problem.empty())
+        return problem;
+    if (std::string problem = OpenLogs(settings_.server.logFiles); !problem.empty())
         return problem;
     WarnOfOpenUsersFile(UsersFileOf(settings_, setup_.StateDirectory()));
     for (const std::string& warning : AccessWarnings(settings_, users_, setup_.Platform()))
@@ -257,6 +280,8 @@ void Host::Wait()
         if (signal == SIGTERM || signal == SIGINT)
             return;
         ShowLife();
+        if (signal == SIGUSR1)
+            TolmLogReopen();
         if (signal == SIGHUP)
             manager_.TellReloading();
         try {

@@ -23,6 +23,9 @@ std::string CheckConfiguredPaths(ITalpl& platform)
         {kServerKey, u"TLS Certificate", WhatIsWrongWithFile},
         {kServerKey, u"TLS Key", WhatIsWrongWithFile},
         {kServerKey, u"Wharf Directory", WhatIsWrongWithDirectory},
+        {kServerKey, u"Log File", WhatIsWrongWithLogFile},
+        {kServerKey, u"Access Log File", WhatIsWrongWithLogFile},
+        {kServerKey, u"Audit Log File", WhatIsWrongWithLogFile},
         {kModuleKey, u"Template Directory", WhatIsWrongWithDirectory},
         {kDirectoryKey, u"CA Certificate", WhatIsWrongWithFile},
     };

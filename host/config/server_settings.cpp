@@ -83,6 +83,20 @@ void ReadProxies(RegistryReader& in, ServerSettings& server)
         in.Refuse(u"Proxy Headers", "expected 'any', 'forwarded' or 'x-forwarded'");
 }
 
+void ReadLogs(RegistryReader& in, ServerSettings& server)
+{
+    in.Flag(u"Access Log", server.accessLog);
+    std::string format = "text";
+    in.Text(u"Access Log Format", format);
+    if (format == "json")
+        server.accessLogFormat = AccessLogFormat::Json;
+    else if (format != "text")
+        in.Refuse(u"Access Log Format", "expected 'text' or 'json'");
+    in.Text(u"Log File", server.logFiles.events);
+    in.Text(u"Access Log File", server.logFiles.requests);
+    in.Text(u"Audit Log File", server.logFiles.audit);
+}
+
 void ReadSite(RegistryReader& in, ServerSettings& server)
 {
     ReadListen(in, server);
@@ -91,7 +105,7 @@ void ReadSite(RegistryReader& in, ServerSettings& server)
     in.Text(u"TLS Key", server.tlsKey);
     in.Text(u"Public URL", server.publicUrl);
     in.Text(u"Realm", server.realm);
-    in.Flag(u"Access Log", server.accessLog);
+    ReadLogs(in, server);
     in.Text(u"Wharf Directory", server.wharfDirectory);
     if (server.realm.empty() || base::HasControlOrTab(server.realm))
         in.Refuse(u"Realm", "expected a text without control characters");
@@ -125,42 +139,27 @@ void ReadUsersAndSessions(RegistryReader& in, UserSettings& users)
 std::vector<KnownNames> ServerSettingNames()
 {
     return {
-        {kServerKey, true, {u"Listen", u"Session Objects", u"PROXY Protocol"}},
         {kServerKey,
-         false,
-         {u"TLS Certificate",
-          u"TLS Key",
-          u"Public URL",
-          u"Realm",
-          u"Access Log",
-          u"Wharf Directory",
-          u"Users File",
-          u"Connections",
-          u"Worker Threads",
-          u"Head Size",
-          u"Target Size",
-          u"XML Body Size",
-          u"Body Size",
-          u"Head Time",
-          u"Body Idle Time",
-          u"Send Stall Time",
-          u"Keep-Alive Time",
-          u"Shutdown Time",
-          u"Session Timeout",
-          u"Sessions",
-          u"Browser Sessions",
-          u"Password Hashes",
-          u"Password Waiters",
-          u"Credential Cache",
-          u"Credential Time",
-          u"Guess Delay",
-          u"Connections Per Address",
-          u"Waiting Requests",
-          u"Waiting Requests Per Address",
-          u"Least Rate",
-          u"Rate Time",
-          u"Trusted Proxies",
-          u"Proxy Headers"}},
+         true,
+         {u"Listen", u"Session Objects", u"PROXY Protocol", u"Log File", u"Access Log File",
+          u"Audit Log File"}},
+        {kServerKey, false, {u"TLS Certificate",  u"TLS Key",
+                             u"Public URL",       u"Realm",
+                             u"Access Log",       u"Access Log Format",
+                             u"Wharf Directory",  u"Users File",
+                             u"Connections",      u"Worker Threads",
+                             u"Head Size",        u"Target Size",
+                             u"XML Body Size",    u"Body Size",
+                             u"Head Time",        u"Body Idle Time",
+                             u"Send Stall Time",  u"Keep-Alive Time",
+                             u"Shutdown Time",    u"Session Timeout",
+                             u"Sessions",         u"Browser Sessions",
+                             u"Password Hashes",  u"Password Waiters",
+                             u"Credential Cache", u"Credential Time",
+                             u"Guess Delay",      u"Connections Per Address",
+                             u"Waiting Requests", u"Waiting Requests Per Address",
+                             u"Least Rate",       u"Rate Time",
+                             u"Trusted Proxies",  u"Proxy Headers"}},
     };
 }
 

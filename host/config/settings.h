@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/ip_address.h"
+#include "host/log/access_log.h"
 
 namespace kestd {
 
@@ -57,16 +58,25 @@ enum class ProxyHeaders {
     XForwarded, // "X-Forwarded-For", "-Proto", "-Host", "-Port"
 };
 
+// Files of the log; empty: standard error, and no audit log.
+struct LogFiles {
+    std::string events;   // 'Log File'
+    std::string requests; // 'Access Log File'
+    std::string audit;    // 'Audit Log File'
+};
+
 struct ServerSettings {
     std::vector<ListenAddress> listen{{"127.0.0.1", 8080}}; // 'Listen'
-    std::string tlsCertificate;         // 'TLS Certificate', PEM chain; empty: plain HTTP
-    std::string tlsKey;                 // 'TLS Key', PEM
-    std::string publicUrl;              // 'Public URL', what clients see; empty: as asked
-    std::string pathPrefix;             // its path, such as "/dav"; of the start, as the dialect
-    std::string realm = "Kest";         // 'Realm'
-    bool accessLog = true;              // 'Access Log', to standard error
-    std::string wharfDirectory;         // 'Wharf Directory', served under /Wharf/
-    Dialect dialect = Dialect::Classic; // of the start; a reload does not change it
+    std::string tlsCertificate; // 'TLS Certificate', PEM chain; empty: plain HTTP
+    std::string tlsKey;         // 'TLS Key', PEM
+    std::string publicUrl;      // 'Public URL', what clients see; empty: as asked
+    std::string pathPrefix;     // its path, such as "/dav"; of the start, as the dialect
+    std::string realm = "Kest"; // 'Realm'
+    bool accessLog = true;      // 'Access Log': whether there is one
+    AccessLogFormat accessLogFormat = AccessLogFormat::Text; // 'Access Log Format'
+    LogFiles logFiles;
+    std::string wharfDirectory;                    // 'Wharf Directory', served under /Wharf/
+    Dialect dialect = Dialect::Classic;            // of the start; a reload does not change it
     std::vector<base::IpPrefix> trustedProxies;    // 'Trusted Proxies'
     std::vector<ListenAddress> proxyProtocol;      // 'PROXY Protocol'; each is one of `listen`
     ProxyHeaders proxyHeaders = ProxyHeaders::Any; // 'Proxy Headers': "any" or one of the two

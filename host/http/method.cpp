@@ -34,4 +34,23 @@ UINT32 MethodNumber(std::string_view token) noexcept
     return KestMethodUnknown;
 }
 
+bool IsChange(UINT32 method) noexcept
+{
+    switch (method) {
+    case KestMethodPut:
+    case KestMethodPatch:
+    case KestMethodPost:
+    case KestMethodDelete:
+    case KestMethodMkCol:
+    case KestMethodCopy:
+    case KestMethodMove:
+    case KestMethodPropPatch:
+    case KestMethodLock:
+    case KestMethodUnlock:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace kestd

@@ -13,4 +13,7 @@ namespace kestd {
 // method that the server does not know.
 UINT32 MethodNumber(std::string_view token) noexcept;
 
+// Whether requests of the method ask for a change of what is stored, locks included.
+bool IsChange(UINT32 method) noexcept;
+
 } // namespace kestd

@@ -11,6 +11,7 @@
 #include "base/ip_address.h"
 #include "host/http/request_head.h"
 #include "host/http/target.h"
+#include "host/log/request_id.h"
 #include "host/net/buffer.h"
 #include <kest/io.h>
 
@@ -25,6 +26,7 @@ struct Request {
     UINT32 method = KestMethodUnknown;
     bool isSecure = false;    // what the client sees, which may be a proxy's TLS
     std::string_view remote;  // numeric address of the client
+    RequestId id;             // in the logs
     bool isFromProxy = false; // the peer is a trusted proxy: what it says of the client counts
     // What it has said:
     std::optional<base::IpAddress> client; // none: it does not know

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Formats access lines and gathers them.
-#include "host/http/access_log.h"
+#include "host/log/access_log.h"
 
 #include <charconv>
-#include <ctime>
 #include <new>
 
 #include "base/hex.h"
 #include "base/http_date.h"
+#include "host/log/json_line.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -38,16 +38,21 @@ void PutNumber(std::string& out, uint64_t number)
 }
 
 // "[20/Nov/2026:13:55:01 +0000]"
-void PutStamp(std::string& out, time_t now)
+void PutStamp(std::string& out, uint64_t now)
 {
     char text[base::kLogDateLength];
-    if (base::FormatLogDate(base::SystemTimeOf(now, 0), text))
+    if (base::FormatLogDate(now, text))
         out.append(text, sizeof text);
+}
+
+std::string_view VersionOf(const AccessRecord& record)
+{
+    return record.version == 10 ? "HTTP/1.0" : "HTTP/1.1";
 }
 
 } // namespace
 
-void FormatAccessLine(const AccessRecord& record, time_t now, std::string& out)
+void FormatAccessLine(const AccessRecord& record, uint64_t now, std::string& out)
 {
     out.append(record.remote).append(" - ");
     if (record.user.empty())
@@ -63,25 +68,41 @@ void FormatAccessLine(const AccessRecord& record, time_t now, std::string& out)
         PutEscaped(out, record.method);
         out.push_back(' ');
         PutEscaped(out, record.target);
-        out.append(record.version == 10 ? " HTTP/1.0" : " HTTP/1.1");
+        out.push_back(' ');
+        out.append(VersionOf(record));
     }
     out.append("\" ");
     PutNumber(out, static_cast<uint64_t>(record.status));
     out.push_back(' ');
-    PutNumber(out, record.bodyBytes);
+    PutNumber(out, record.sent);
     out.push_back(' ');
     PutNumber(out, static_cast<uint64_t>(record.duration.count()));
+    out.push_back(' ');
+    out.append(record.id).push_back('\n');
 }
 
-void AccessLog::Write(const AccessRecord& record) noexcept
+void FormatJsonAccessLine(const AccessRecord& record, uint64_t now, std::string& out)
 {
-    const time_t now = std::time(nullptr);
+    JsonLine line(out, now);
+    line.Text("id", record.id).Text("remote", record.remote).Text("user", record.user);
+    line.Text("method", record.method).Text("target", record.target);
+    line.Text("protocol", VersionOf(record)).Number("status", static_cast<uint64_t>(record.status));
+    line.Number("received", record.received).Number("sent", record.sent);
+    line.Number("duration_us", static_cast<uint64_t>(record.duration.count()));
+    line.Text("user_agent", record.userAgent).End();
+}
+
+void AccessLog::Write(const AccessRecord& record, AccessLogFormat format) noexcept
+{
+    const uint64_t now = base::SystemTimeNow();
     {
         const std::lock_guard lock(mutex_);
         const size_t before = lines_.size();
         try {
-            FormatAccessLine(record, now, lines_);
-            lines_.push_back('\n');
+            if (format == AccessLogFormat::Json)
+                FormatJsonAccessLine(record, now, lines_);
+            else
+                FormatAccessLine(record, now, lines_);
         } catch (const std::bad_alloc&) {
             lines_.resize(before); // a line is lost, the server is not
         }
@@ -100,7 +121,7 @@ void AccessLog::Flush() noexcept
         batch.swap(lines_);
     }
     if (!batch.empty())
-        TolmLogAccess(batch.data(), static_cast<UINT32>(batch.size()));
+        TolmLogLines(kLogRequests, batch.data(), static_cast<UINT32>(batch.size()));
 }
 
 } // namespace kestd

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One line per request, in the common log format with the duration behind it.
+// One line per request: in the common log format, with the duration in microseconds and the
+// request's identifier behind it, or as a JSON object.
 #pragma once
 
 #include <chrono>
@@ -11,15 +12,20 @@
 
 namespace kestd {
 
+enum class AccessLogFormat { Text, Json };
+
 struct AccessRecord {
+    std::string_view id;
     std::string_view remote;
     std::string_view user; // empty for none
     std::string_view method;
     std::string_view target; // as sent
     unsigned version = 11;
     int status = 0;
-    uint64_t bodyBytes = 0;
+    uint64_t received = 0; // bytes of the bodies
+    uint64_t sent = 0;
     std::chrono::microseconds duration{0};
+    std::string_view userAgent; // JSON only
 };
 
 // Lines gather in memory and go to the log together: with the first full batch, or a moment later
@@ -31,7 +37,7 @@ class AccessLog {
     AccessLog& operator=(const AccessLog&) = delete;
     ~AccessLog() { Flush(); }
 
-    void Write(const AccessRecord& record) noexcept;
+    void Write(const AccessRecord& record, AccessLogFormat format) noexcept;
     void Flush() noexcept;
 
   private:
@@ -40,8 +46,9 @@ class AccessLog {
     std::string lines_;
 };
 
-// Appends the line without its end; quotes, backslashes and control characters of the client are
-// escaped.
-void FormatAccessLine(const AccessRecord& record, time_t now, std::string& out);
+// Append the line with its end. Quotes, backslashes and control characters of the client are
+// escaped. `now` is a system time. Throw std::bad_alloc.
+void FormatAccessLine(const AccessRecord& record, uint64_t now, std::string& out);
+void FormatJsonAccessLine(const AccessRecord& record, uint64_t now, std::string& out);
 
 } // namespace kestd

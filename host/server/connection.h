@@ -127,6 +127,7 @@ class Connection final : public EventHandler,
     void FinishReply();
     Step EndRequest();
     void LogRequest();
+    void AuditRequest();
     Step Flush();
     Step AfterReply();
 

@@ -4,9 +4,11 @@
 #include <utility>
 
 #include "host/config/settings_holder.h"
-#include "host/http/access_log.h"
 #include "host/http/error_status.h"
+#include "host/http/method.h"
 #include "host/http/short_reply.h"
+#include "host/log/access_log.h"
+#include "host/log/audit.h"
 #include "host/module/call_context.h"
 #include "host/net/monotonic_clock.h"
 #include "host/pipeline/body_limits.h"
@@ -27,6 +29,13 @@ using std::chrono::milliseconds;
 constexpr uint64_t kGatheredBody = 64 * 1024;
 // Of a longer one, what is received first: who sends no more opens nothing.
 constexpr size_t kGatheredBeginning = 8 * 1024;
+
+// A header as it was sent; empty for none.
+std::string_view ValueOf(const RequestHead& head, std::string_view name)
+{
+    const Field* const field = head.Find(name);
+    return field ? field->value : std::string_view();
+}
 
 } // namespace
 
@@ -52,6 +61,7 @@ void Connection::StartExchange()
     if (settings_->server.accessLog)
         exchange_->start = std::chrono::steady_clock::now();
     exchange_->request.remote = remote_;
+    exchange_->request.id.Make();
     const std::vector<base::IpPrefix>& trusted = settings_->server.trustedProxies;
     isFromProxy_ = !trusted.empty() && base::IsInAny(trusted, peer_);
     exchange_->request.isFromProxy = isFromProxy_;
@@ -70,6 +80,8 @@ Connection::Step Connection::OnHead(size_t size)
     MessageFraming framing;
     bool mustClose = false;
     const int refusal = ReadRequest(request, *settings_, framing, mustClose);
+    if (isFromProxy_)
+        (void)request.id.Take(ValueOf(request.head, "X-Request-Id")); // else ours stays
     const bool expects = framing.kind != MessageFraming::Kind::None && !mustClose &&
                          request.head.version == 11 && request.head.Find("Expect") != nullptr;
     exchange.body.Start(mustClose ? MessageFraming{} : framing, in_, stream_, *this, expects,
@@ -141,8 +153,10 @@ void Connection::RunWork(void* self) noexcept
 bool Connection::RunCall() noexcept
 {
     RunningCall* const outside = ExchangeRunningCall(call_);
+    TolmLogMark(exchange_->request.id.Text());
     const bool hasReturned =
         state_ == State::Call ? fiber_->Resume() : fiber_->Start(&RunWork, this);
+    TolmLogMark(nullptr);
     call_ = ExchangeRunningCall(outside);
     return hasReturned;
 }
@@ -263,6 +277,8 @@ Connection::Step Connection::EndRequest()
     hasUnread_ = in_.Size() || !exchange_->body.HasArrived();
     if (settings_->server.accessLog)
         LogRequest();
+    if (IsAudited())
+        AuditRequest();
     ReleaseExchange(std::move(exchange_));
     hasExpired_ = false;
     if (isBroken)
@@ -278,11 +294,33 @@ void Connection::LogRequest()
 {
     const Request& request = exchange_->request;
     const Response& response = exchange_->response;
-    services_.log.Write({request.remote, exchange_->auth.user, request.head.method,
-                         request.head.target, request.head.version, response.Status(),
-                         response.BodyBytes(),
-                         std::chrono::duration_cast<std::chrono::microseconds>(
-                             std::chrono::steady_clock::now() - exchange_->start)});
+    const AccessLogFormat format = settings_->server.accessLogFormat;
+    AccessRecord record;
+    record.id = request.id.Text();
+    record.remote = request.remote;
+    record.user = exchange_->auth.user;
+    record.method = request.head.method;
+    record.target = request.head.target;
+    record.version = request.head.version;
+    record.status = response.Status();
+    record.received = exchange_->body.BytesRead();
+    record.sent = response.BodyBytes();
+    record.duration = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - exchange_->start);
+    if (format == AccessLogFormat::Json)
+        record.userAgent = ValueOf(request.head, "User-Agent");
+    services_.log.Write(record, format);
+}
+
+// Whoever asked for a change of what is stored is told of, and what came of it.
+void Connection::AuditRequest()
+{
+    const Request& request = exchange_->request;
+    if (!IsChange(request.method))
+        return;
+    AuditChange({request.id.Text(), request.remote, exchange_->auth.user, request.head.method,
+                 request.head.target, ValueOf(request.head, "Destination"),
+                 exchange_->response.Status()});
 }
 
 // The next request starts when this reply has left, so a client that reads nothing is served

@@ -14,7 +14,7 @@
 #include "base/descriptor.h"
 #include "host/config/addresses.h"
 #include "host/config/settings_holder.h"
-#include "host/http/access_log.h"
+#include "host/log/access_log.h"
 #include "host/module/module_handler.h"
 #include "host/net/buffer.h"
 #include "host/net/client_limits.h"

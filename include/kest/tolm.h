@@ -51,18 +51,34 @@ TALSTATUS TolmRegistryWhere(const WCHAR* key, const WCHAR* name, char* text, UIN
 // opened or read since it was loaded. Where classes come from does not count as unread.
 void TolmRegistryReportUnread(void (*report)(const char* line, void* context), void* context);
 
-// Writes one line to the log (standard error): time, severity, `component`, `text`. Line breaks and
-// control characters in `text` are escaped; what is longer than 4 KiB is cut. Severity 0 is
-// information, 1 a warning, 2 an error.
+// Writes one line to the log of events: time, severity, `component`, `text`, and the thread's mark
+// in brackets. Line breaks and control characters in `text` are escaped; what is longer than 4 KiB
+// is cut. Severity 0 is information, 1 a warning, 2 an error. Where standard error is the journal
+// of systemd, the severity stands in front as sd-daemon(3) says, and no time.
 void TolmLog(UINT32 severity, const char* component, const char* text);
 
-// Writes whole lines to the log as they are; for the lines of requests.
-void TolmLogAccess(const char* lines, UINT32 size);
+// Writes whole lines to a part of the log as they are. `size` is in bytes.
+void TolmLogLines(UINT32 part, const char* lines, UINT32 size);
 
-// From now on the log is written by a thread of its own, and nobody who logs waits for its reader:
-// up to 512 KiB of lines wait, later ones are dropped and counted in a line of their own. When the
-// process ends by exit, it waits for the reader for at most a second. Fails with code 5; every line
-// is written by whoever logs it then, as before.
+// Sets what the lines of this thread's events end with, such as the identifier of a request; null
+// for nothing. The text stays the caller's and must live until another one is set.
+void TolmLogMark(const char* mark);
+
+// Gives a part of the log a file of its own, which is opened for appending, and made with mode 0640
+// where there is none; until then it goes to standard error. To be called before TolmLogQueue, by
+// one thread. Returns 0, or what kept the file from being opened as errno has it (EINVAL: no such
+// part); the part goes where it went before then.
+int TolmLogToFile(UINT32 part, const char* path);
+
+// Opens the files of all parts again under their paths: the old ones may have been renamed. One
+// that cannot be opened is written to as before, and a line says so. Thread-safe.
+void TolmLogReopen();
+
+// From now on each part of the log is written by a thread of its own (those on standard error by
+// one), and nobody who logs waits: up to 512 KiB of lines wait, later ones are dropped and counted
+// in a line among the events, as are those that a file did not take. When the process ends by exit,
+// it waits for at most a second for each. Fails with code 5; every line is written by whoever logs
+// it then, as before.
 TALSTATUS TolmLogQueue();
 
 } // extern "C"
@@ -71,3 +87,8 @@ TALSTATUS TolmLogQueue();
 inline constexpr UINT32 kLogInfo = 0;
 inline constexpr UINT32 kLogWarning = 1;
 inline constexpr UINT32 kLogError = 2;
+
+// The parts of the log.
+inline constexpr UINT32 kLogEvents = 0;
+inline constexpr UINT32 kLogRequests = 1;
+inline constexpr UINT32 kLogAudit = 2;

@@ -71,6 +71,12 @@ class EachSetting(ServerCase):
                         "-keyout", self.own / "key.pem", "-out", self.own / "cert.pem"],
                        check=True, capture_output=True)
 
+    def changed_logs(self):
+        file = f"'{self.own / 'log'}'"
+        return {"Access Log": ("false", False), "Access Log Format": ("'json'", False),
+                "Log File": (file, True), "Access Log File": (file, True),
+                "Audit Log File": (file, True)}
+
     def changed(self):
         """For each setting: a value that is not its default, and whether it waits."""
         own = self.own
@@ -80,7 +86,8 @@ class EachSetting(ServerCase):
             "Listen": ("['127.0.0.1:1']", True),
             "TLS Certificate": (tls, False), "TLS Key": (tls, False),
             "Public URL": ("'https://files.example.org'", False), "Realm": ("'Elsewhere'", False),
-            "Access Log": ("false", False), "Wharf Directory": (f"'{own / 'wharf'}'", False),
+            **self.changed_logs(),
+            "Wharf Directory": (f"'{own / 'wharf'}'", False),
             "Users File": (f"'{own / 'users'}'", False), "Connections": ("1", False),
             "Worker Threads": ("3", False), "Head Size": ("1024", False),
             "Target Size": ("256", False), "XML Body Size": ("1024", False),

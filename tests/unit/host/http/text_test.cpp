@@ -3,7 +3,6 @@
 
 #include "base/ascii.h"
 #include "base/utf.h"
-#include "host/http/access_log.h"
 #include "host/http/method.h"
 #include "host/net/buffer.h"
 #include "host/pipeline/copy_move_headers.h"
@@ -68,23 +67,6 @@ TEST(MethodNumber, KnowsTheContractsNumbersOnly)
     EXPECT_EQ(MethodNumber("HEAD"), 27u);
     for (const char* token : {"", "get", "GETS", "SEARCH", "PATCH", "REPORT"})
         EXPECT_EQ(MethodNumber(token), 28u) << token;
-}
-
-TEST(FormatAccessLine, EscapesWhatClientsSend)
-{
-    std::string line;
-    FormatAccessLine(
-        {"127.0.0.1", "a\"b", "GET", "/x\"\n\\\x7F", 11, 200, 1024, std::chrono::microseconds(77)},
-        1795183501, line);
-    EXPECT_EQ(line, "127.0.0.1 - a\\x22b [20/Nov/2026:14:05:01 +0000] "
-                    "\"GET /x\\x22\\x0a\\x5c\\x7f HTTP/1.1\" 200 1024 77");
-}
-
-TEST(FormatAccessLine, ShowsDashesForWhatIsMissing)
-{
-    std::string line;
-    FormatAccessLine({"::1", "", "", "", 11, 400, 16, std::chrono::microseconds(5)}, 0, line);
-    EXPECT_EQ(line, "::1 - - [01/Jan/1970:00:00:00 +0000] \"-\" 400 16 5");
 }
 
 TEST(Buffer, KeepsItsContentWhileItGrows)

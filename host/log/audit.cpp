@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Writes the lines of the audit log.
+#include "host/log/audit.h"
+
+#include <atomic>
+#include <exception>
+#include <string>
+
+#include "base/system_time.h"
+#include "host/log/json_line.h"
+#include <kest/tolm.h>
+
+namespace kestd {
+
+namespace {
+
+std::atomic<bool> g_isAudited{false};
+
+// Hands the line that `put` completes to the log.
+template <class Put> void WriteLine(Put&& put) noexcept
+{
+    try {
+        std::string text;
+        JsonLine line(text, base::SystemTimeNow());
+        put(line);
+        line.End();
+        TolmLogLines(kLogAudit, text.data(), static_cast<UINT32>(text.size()));
+    } catch (const std::exception& error) {
+        TolmLog(kLogWarning, "kestd", "a line of the audit log is lost: no memory");
+    }
+}
+
+} // namespace
+
+void StartAudit() noexcept
+{
+    g_isAudited = true;
+}
+
+bool IsAudited() noexcept
+{
+    return g_isAudited.load(std::memory_order_relaxed);
+}
+
+void AuditChange(const AuditedChange& change) noexcept
+{
+    if (!IsAudited())
+        return;
+    WriteLine([&](JsonLine& line) {
+        line.Text("id", change.id).Text("event", change.method).Text("remote", change.remote);
+        line.Text("user", change.user).Text("target", change.target);
+        if (!change.destination.empty())
+            line.Text("destination", change.destination);
+        line.Number("status", static_cast<uint64_t>(change.status));
+    });
+}
+
+void AuditSignIn(std::string_view user, std::string_view remote, std::string_view result) noexcept
+{
+    if (!IsAudited())
+        return;
+    WriteLine([&](JsonLine& line) {
+        line.Text("event", "sign-in").Text("remote", remote).Text("user", user);
+        line.Text("result", result);
+    });
+}
+
+} // namespace kestd
