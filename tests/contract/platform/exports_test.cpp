@@ -79,9 +79,10 @@ class Library {
 TEST(TolmLibrary, ExportsItsFunctionsAndNothingElse)
 {
     EXPECT_EQ((std::vector<std::string>{
-                  "TolmCreateInstance", "TolmLog", "TolmLogAccess", "TolmLogQueue",
-                  "TolmRegisterClassObject", "TolmRegistryIsTruth", "TolmRegistryLoad",
-                  "TolmRegistryReportUnread", "TolmRegistrySetOverride", "TolmRegistryWhere"}),
+                  "TolmCreateInstance", "TolmLog", "TolmLogLines", "TolmLogMark", "TolmLogQueue",
+                  "TolmLogReopen", "TolmLogToFile", "TolmRegisterClassObject",
+                  "TolmRegistryIsTruth", "TolmRegistryLoad", "TolmRegistryReportUnread",
+                  "TolmRegistrySetOverride", "TolmRegistryWhere"}),
               Library().Exports());
 }
 
