@@ -19,7 +19,7 @@ from control import ONCE, SHORT, STUCK, library  # noqa: E402
 from connection import head, parse  # noqa: E402
 from world import World  # noqa: E402
 
-LIBRARY = library(harness.KESTD)
+LIBRARY = library()
 
 
 class Replies(unittest.TestCase):

@@ -25,13 +25,13 @@ SIZE = AT_NAMES + NAME_ROOM * MOST_CALLS
 ONCE, FROM_THEN, SHORT, SHORT_FROM, STUCK = range(5)
 
 
-def library(server):
-    """Where the preloaded library is: built with this kestd, or in the development build."""
+def library():
+    """Where the preloaded library is: ./test builds it beside the release, whoever works on it in the
+    development build. The newer one; it serves every kestd, those with sanitizers too."""
     root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-    places = [os.path.join(build, "lib", "libfailing_calls.so")
-              for build in (os.path.dirname(os.path.dirname(os.path.abspath(server))),
-                            os.path.join(root, "build", "dev"))]
-    return next(filter(os.path.exists, places), places[0])
+    places = [os.path.join(root, "build", build, "lib", "libfailing_calls.so")
+              for build in ("release", "dev")]
+    return max(filter(os.path.exists, places), key=os.path.getmtime, default=places[0])
 
 
 class Control:

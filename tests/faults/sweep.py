@@ -379,7 +379,7 @@ def arguments():
     parser.add_argument("--dialect", action="append", choices=scenarios.DIALECTS)
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--preload",
-                        help="default: that of KESTD's build, else of the development build")
+                        help="default: the newer one of the release and the development build")
     parser.add_argument("--junit")
     parser.add_argument("--list", action="store_true", help="what each request calls, and end")
     parser.add_argument("-v", "--verbose", action="store_true")
@@ -448,7 +448,7 @@ def main():
     options = arguments()
     if options.server:
         harness.KESTD = os.path.abspath(options.server)
-    options.preload = os.path.abspath(options.preload or library(harness.KESTD))
+    options.preload = os.path.abspath(options.preload or library())
     for path in (harness.KESTD, options.preload):
         if not os.path.exists(path):
             print(f"run: there is no {path}", file=sys.stderr)
