@@ -6,7 +6,7 @@ import functools
 
 import resumable
 from harness import pattern
-from world import colour_body, lock_body, lock_headers
+from world import REFRESHED, colour_body, lock_body, lock_headers
 
 SMALL = b"the old content"
 NEW = b"quite another content"
@@ -215,7 +215,7 @@ scenario("LOCK folder", tree("c"), ask("LOCK", "c", lock_headers("infinity"), lo
 scenario("LOCK of what is locked", chain(file("f"), locked("f")),
          ask("LOCK", "f", lock_headers(), lock_body()), 423)
 scenario("LOCK refresh", chain(file("f"), locked("f")),
-         with_token("LOCK", "f", {"Timeout": "Second-3000"}), 200)
+         with_token("LOCK", "f", {"Timeout": f"Second-{REFRESHED}"}), 200)
 scenario("UNLOCK", chain(file("f"), locked("f")),
          lambda item: ("UNLOCK", item.path("f"), {"Lock-Token": f"<{item.token}>"}, b""), 200, 204)
 scenario("UNLOCK folder", chain(tree("c"), locked("c", depth="infinity")),

@@ -23,6 +23,10 @@ from harness import TestServer, url_path, wait_for
 from connection import Peer
 
 MTIME = 1_500_000_000  # of every file that is there before a request
+# Seconds of a lock, and of one that is refreshed, which is the most that is granted: neither may run
+# out, nor may they be taken for each other, before the last look, hours later.
+LOCKED, REFRESHED = 40_000, 86_400
+TICKS = 10_000_000  # of the database, in a second
 D = "{DAV:}"
 X = "{urn:x}"
 LOOK = (b'<?xml version="1.0"?><D:propfind xmlns:D="DAV:" xmlns:X="urn:x"><D:prop>'
@@ -62,7 +66,7 @@ def disk_state(top):
 
 def ticks_now():
     """The time as the database has it: 100 ns units since 1601."""
-    return int(time.time() * 10_000_000) + 116_444_736_000_000_000
+    return int(time.time() * TICKS) + 116_444_736_000_000_000
 
 
 class Database:
@@ -120,7 +124,7 @@ class Database:
         for path, scope, depth, expires, token in self.execute(
                 "SELECT path, scope, depth, expires, token FROM locks WHERE expires > ?2 "
                 "AND (path = ?1 OR path GLOB ?1 || '/*') ORDER BY seq", (top, now)):
-            length = "long" if expires - now > 7_000_000_000 else "short"
+            length = "long" if expires - now > (LOCKED + 3600) * TICKS else "short"
             found.setdefault(path[len(top):].strip("/"), []).append(
                 ("shared" if scope else "exclusive", depth, length, "opaquelocktoken:" + token))
         return found
@@ -196,7 +200,7 @@ def lock_body(scope="exclusive"):
 
 
 def lock_headers(depth="0"):
-    return {"Timeout": "Second-600", "Depth": depth, "Content-Type": "text/xml"}
+    return {"Timeout": f"Second-{LOCKED}", "Depth": depth, "Content-Type": "text/xml"}
 
 
 class World:
