@@ -59,7 +59,8 @@ class Subrequest final : public IKestIO_5, public RunningCall {
     BOOLEAN IsSecure() override;
 
     IKestIO_5* Request() noexcept override { return this; }
-    UINT32 Method() const noexcept override { return method_; }
+    // It is still the request behind that runs: what is unlocked for a LOCK is taken back.
+    UINT32 Method() const noexcept override { return behind_.request.method; }
     KEST_CONDITIONS Conditions() const noexcept override { return {}; }
     RequestAccess& Access() noexcept override { return behind_.access; }
     bool HasBodyArrived() const noexcept override { return true; }

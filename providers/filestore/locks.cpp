@@ -7,10 +7,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <set>
 #include <utility>
 
 #include "providers/filestore/access.h"
+#include "providers/filestore/callcontext.h"
 #include "providers/filestore/conditions.h"
 #include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
@@ -121,19 +123,27 @@ class NewFile {
         if (error == EEXIST)
             return conditions.JudgeName(volume_.Fs(), parent_->Get(), leaf_.c_str());
         if (error == 0)
+            error = volume_.Fs().Inspect(file_.Get(), &info_);
+        if (error == 0)
             error = volume_.Fs().SetModified(file_.Get(), StampedDate(now, false));
         if (error == 0 && volume_.Sync() == SyncLevel::Full)
             error = volume_.Fs().Sync(file_.Get(), true); // the date; there is no content
         return StatusFromErrno(error ? error : volume_.SyncNames(parent_->Get()));
     }
-    void Keep() { made_ = false; }
+    // It stays: the lock stands. Whoever takes that back knows it by its token.
+    void Keep(Volume& volume, std::string_view token) noexcept
+    {
+        if (made_)
+            volume.NamesMadeByLocks().Add(token, info_.inode);
+        made_ = false;
+    }
 
   private:
     // Nobody has written it or put something else in its place meanwhile.
     bool IsAsMade() const
     {
         FileInfo made, there;
-        return volume_.Fs().Inspect(file_.Get(), &made) == 0 &&
+        return volume_.Fs().Inspect(file_.Get(), &made) == 0 && // perhaps it could not be before
                volume_.Fs().InspectAt(parent_->Get(), leaf_.c_str(), &there) == 0 &&
                there.inode == made.inode && there.size == 0;
     }
@@ -141,9 +151,53 @@ class NewFile {
     const Volume& volume_;
     DirectoryRef parent_;
     OpenFile file_;
+    FileInfo info_; // of what was made
     std::string leaf_;
     bool made_ = false;
 };
+
+// Whether nothing but that lock has ever been about the file: it is as empty as it was made, and
+// there are neither locks nor properties.
+TALSTATUS IsUntouched(const Store& store, MetadataSession& session, const Volume& volume,
+                      const std::string& path, FileHandle directory, UINT64 inode, bool* out)
+{
+    *out = false;
+    FileInfo info;
+    if (const int error =
+            volume.Fs().InspectAt(directory, std::string(LeafOf(path)).c_str(), &info))
+        return error == ENOENT ? TAL_STATUS_SUCCESS : StatusFromErrno(error);
+    if (info.inode != inode || info.size != 0)
+        return TAL_STATUS_SUCCESS;
+    std::vector<LockRecord> locks;
+    bool hasRows = false;
+    TALSTATUS status = session.LocksAt(path, store.Now(), &locks);
+    if (!Failed(status))
+        status = session.HasAny(path, &hasRows);
+    *out = !Failed(status) && locks.empty() && !hasRows;
+    return status;
+}
+
+// The empty file that a lock has made goes when nobody has heard of the lock (RFC 4918 section
+// 9.10.4 leaves it only to who has). The lock is given up by then: of what fails, the file stays.
+TALSTATUS RemoveMade(const Store& store, Volume& volume, const std::string& path, UINT64 inode)
+{
+    DirectoryRef parent;
+    std::unique_ptr<MetadataSession> session;
+    bool isUntouched = false;
+    TALSTATUS status = StatusFromErrno(volume.OpenParent(path, &parent));
+    if (!Failed(status))
+        status = Store::OpenMetadata(volume, &session);
+    if (!Failed(status))
+        status = session->Begin(); // nobody takes a lock meanwhile
+    if (Failed(status))
+        return status;
+    const NameGuard name(volume.MutexOf(path));
+    status = IsUntouched(store, *session, volume, path, parent->Get(), inode, &isUntouched);
+    if (Failed(status) || !isUntouched)
+        return status;
+    return StatusFromErrno(
+        volume.Fs().RemoveFile(parent->Get(), std::string(LeafOf(path)).c_str()));
+}
 
 } // namespace
 
@@ -197,7 +251,7 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     if (!Failed(status))
         status = session->Commit();
     if (!Failed(status))
-        file.Keep(); // takes no memory, as all that follows
+        file.Keep(volume, lock.token); // cannot fail, as all that follows
     return status;
 }
 
@@ -254,7 +308,15 @@ TALSTATUS ReleaseLock(const Store& store, const Guard& guard, const Target& targ
     if (lock.creator != guard.User())
         return Failure(kCodeAccessDenied);
     status = session->RemoveLock(token);
-    return Failed(status) ? status : session->Commit();
+    if (!Failed(status))
+        status = session->Commit();
+    session.reset();
+    if (Failed(status) || call::Method() != KestMethodLock) // else it is taken back
+        return status;
+    const std::optional<UINT64> made = target.volume->NamesMadeByLocks().Take(token);
+    if (made)
+        (void)Protected([&] { return RemoveMade(store, *target.volume, lock.path, *made); });
+    return status;
 }
 
 TALSTATUS DescribeLock(const LockRecord& lock, UINT64 now, UINT32* size, DAV_LOCK_2* out)

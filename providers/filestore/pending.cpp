@@ -3,6 +3,7 @@
 // Keeping what could not be written.
 #include "providers/filestore/pending.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "providers/filestore/failures.h"
@@ -19,14 +20,11 @@ void PendingRows::AddRemoved(std::string_view path) noexcept
     });
 }
 
-void PendingRows::AddUnlisted(const std::vector<INT64>& ids) noexcept
+void PendingRows::AddUnlisted(std::span<const INT64> ids) noexcept
 {
-    (void)Protected([&] {
-        const std::lock_guard lock(mutex_);
-        if (rows_.unlisted.size() < kMost)
-            rows_.unlisted.insert(rows_.unlisted.end(), ids.begin(), ids.end());
-        return TAL_STATUS_SUCCESS;
-    });
+    const std::lock_guard lock(mutex_);
+    ids = ids.first(std::min(ids.size(), kMost - rows_.unlisted.size()));
+    rows_.unlisted.insert(rows_.unlisted.end(), ids.begin(), ids.end());
 }
 
 PendingRows::Rows PendingRows::Get() const

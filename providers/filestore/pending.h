@@ -5,6 +5,7 @@
 #pragma once
 
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,16 +16,18 @@ namespace filestore {
 
 class PendingRows {
   public:
+    PendingRows() { rows_.unlisted.reserve(kMost); } // often memory is what was missing
+
     struct Rows {
         std::vector<std::string> removed; // paths of what is not there any more
         std::vector<INT64> unlisted;      // deleted entries whose files have gone
         bool IsEmpty() const { return removed.empty() && unlisted.empty(); }
     };
 
-    // Both keep a bounded number; of more than that the rows stay. A name that is made again has
-    // none of them: whoever makes one forgets what is there about it.
+    // Both keep a bounded number; of more than that the rows stay. The second takes no memory. A
+    // name that is made again has none of them: whoever makes one forgets what is there about it.
     void AddRemoved(std::string_view path) noexcept;
-    void AddUnlisted(const std::vector<INT64>& ids) noexcept;
+    void AddUnlisted(std::span<const INT64> ids) noexcept;
 
     Rows Get() const;
     // The first ones, as Get gave them, are written.

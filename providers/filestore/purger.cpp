@@ -57,6 +57,7 @@ void Purger::Run(std::stop_token stop)
                 if (retires || retiresNow)
                     RetireDeleted(store_, *volume);
                 (void)WritePending(*volume);
+                volume->SettleAll();
                 (void)EmptyPurge(*volume, pause);
                 KeepRoom(store_, *volume, pause);
                 volume->FillReserve();
@@ -70,8 +71,10 @@ void Purger::Run(std::stop_token stop)
         woken_ = false;
         retiresNow = std::exchange(retires_, false);
     }
-    for (const auto& volume : store_.Volumes()) // the last chance of this process
+    for (const auto& volume : store_.Volumes()) { // the last chance of this process
         (void)WritePending(*volume);
+        volume->SettleAll();
+    }
 }
 
 } // namespace filestore

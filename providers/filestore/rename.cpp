@@ -4,6 +4,7 @@
 #include "providers/filestore/rename.h"
 
 #include <cerrno>
+#include <utility>
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
@@ -73,6 +74,9 @@ TALSTATUS Rename::To(std::string leaf)
         walked::Forget(volume_, from_.path);
     else if (session && !isStuck_ && !isUnsure_)
         Withdraw(*session);
+    session.reset(); // whoever ends it needs a transaction
+    if (isStuck_ || areRowsBehind_)
+        volume_.Unsettled().Add(std::move(intent_), isStuck_);
     return status;
 }
 
@@ -140,7 +144,7 @@ void Rename::Withdraw(MetadataSession& session) const
     call::HeldReports reports; // there is another one to be told
     const auto withdraw = [&] { return Protected([&] { return WithdrawRows(session); }); };
     if (Failed(withdraw()) && Failed(withdraw()) && added) // once more, then when there is room
-        volume_.Pending().AddUnlisted({added->id});
+        volume_.Pending().AddUnlisted({&added->id, 1});
     reports.Drop();
 }
 
@@ -178,10 +182,10 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
         return StatusFromErrno(notSynced);
     if (MoveBack())
         return status;
-    // The name has moved, and the intent stands: the metadata follows at the next start.
+    // The name has moved, and the intent stands: the metadata follows when it can be written.
     areRowsBehind_ = true;
     Log(kLogError, "volume '" + volume_.Name() + "': the properties of '" + from_.path +
-                       "' stay behind until the next start, code " + std::to_string(Code(status)));
+                       "' stay behind for now, code " + std::to_string(Code(status)));
     return StatusFromErrno(notSynced);
 }
 

@@ -54,10 +54,10 @@ class Rename {
     TALSTATUS To(std::string leaf);
     // After a failure: the names have changed all the same, and the sync has failed.
     bool HasMoved() const { return hasMoved_; }
-    // After a success: the metadata stays behind until the next start.
+    // After a success: the metadata stays behind until it can be written (unsettled.h).
     bool AreRowsBehind() const { return areRowsBehind_; }
     // After a failure: what was to be put aside bears the old name, or is aside. Both are to be
-    // left as they are, the next start ends it.
+    // left as they are: it is ended before the names are used (unsettled.h).
     bool IsStuck() const { return isStuck_; }
 
   private:

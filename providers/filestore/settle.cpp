@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "providers/filestore/failures.h"
+#include "providers/filestore/name_guard.h"
 #include "providers/filestore/names.h"
 
 namespace filestore {
@@ -24,13 +25,17 @@ class Settlement {
     {
     }
 
-    TALSTATUS Run()
+    TALSTATUS Run(std::mutex& from, std::mutex& to)
     {
+        TALSTATUS status = session_.Begin();
+        if (Failed(status))
+            return status;
+        // Others may be at work: nobody changes the names from the look to the end.
+        const NameGuard names(from, to);
         bool happened = false;
         if (const int error =
                 intent_.aside.empty() ? LookForRename(&happened) : EndTrade(&happened))
-            return StatusFromErrno(error); // the next start tries again
-        TALSTATUS status = session_.Begin();
+            status = StatusFromErrno(error); // it is tried again
         if (!Failed(status) && happened)
             status = MoveRows();
         else if (!Failed(status) && intent_.from.starts_with(kTmp))
@@ -158,9 +163,9 @@ class Settlement {
 } // namespace
 
 TALSTATUS SettleRename(FileSystem& fs, MetadataSession& session, const RenameIntent& intent,
-                       bool sync)
+                       bool sync, std::mutex& from, std::mutex& to)
 {
-    return Settlement(fs, session, intent, sync).Run();
+    return Settlement(fs, session, intent, sync).Run(from, to);
 }
 
 } // namespace filestore

@@ -4,14 +4,17 @@
 // happened, the metadata follows; one that stopped half-way is finished or taken back.
 #pragma once
 
+#include <mutex>
+
 #include "providers/filestore/filesystem.h"
 #include "providers/filestore/metadata.h"
 
 namespace filestore {
 
-// Settles one rename whose process is dead, and removes the intent. `sync`: the names are to be on
-// the disk before the metadata says so.
+// Settles one rename that nobody is about any more, and removes the intent: its process is dead, or
+// this one could not end it. `sync`: the names are to be on the disk before the metadata says so.
+// `from` and `to` guard the intent's names (Volume::MutexOf).
 TALSTATUS SettleRename(FileSystem& fs, MetadataSession& session, const RenameIntent& intent,
-                       bool sync);
+                       bool sync, std::mutex& from, std::mutex& to);
 
 } // namespace filestore

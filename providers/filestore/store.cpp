@@ -173,11 +173,20 @@ TALSTATUS Store::Locate(std::string_view path, Target* out) const
     return !Failed(status) && !servable ? Failure(kCodeNotFound) : status;
 }
 
+// What a failure has left between two states is ended before anybody uses the names. Where that
+// fails once more, nobody is shown them.
+static TALSTATUS Settled(const Target& target)
+{
+    return target.IsRoot() ? TAL_STATUS_SUCCESS : target.volume->SettleAbout(target.path.View());
+}
+
 TALSTATUS Store::Locate(const UNICODE_STRING* path, Target* out) const
 {
     bool servable = true;
-    const TALSTATUS status = Parse(path, out, &servable);
-    return !Failed(status) && !servable ? Failure(kCodeNotFound) : status;
+    TALSTATUS status = Parse(path, out, &servable);
+    if (!Failed(status))
+        status = servable ? Settled(*out) : Failure(kCodeNotFound);
+    return status;
 }
 
 TALSTATUS Store::LocateNew(const UNICODE_STRING* path, Target* out) const
@@ -190,7 +199,7 @@ TALSTATUS Store::LocateNew(const UNICODE_STRING* path, Target* out) const
         return Failure(kCodeInvalidRequest);
     if (!Failed(status) && out->deletedId)
         return Failure(kCodeAccessDenied); // what has been deleted is read or restored, not changed
-    return status;
+    return Failed(status) ? status : Settled(*out);
 }
 
 // Pages for browsers without scripts escape a path that is escaped already. Where nothing bears a

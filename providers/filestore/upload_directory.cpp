@@ -142,7 +142,7 @@ class NewUpload {
         if (isKept_ || name_.empty())
             return;
         (void)fs.RemoveFile(directory_, name_.c_str());
-        (void)fs.RemoveFile(directory_, (name_ + std::string(kUploadRecordSuffix)).c_str());
+        (void)fs.RemoveFile(directory_, recordName_.c_str());
     }
 
     int Make(UploadRecord* record)
@@ -156,9 +156,10 @@ class NewUpload {
             error = PickName();
         if (error == 0)
             error = WithRoom(store_, volume_, 0, [&] {
-                const std::string name = volume_.UniqueName();
-                const int made = fs.CreateFile(volume_.Tmp(), name.c_str(), content.Out(fs));
-                tmpName_ = made == 0 ? name : std::string();
+                tmpName_ = volume_.UniqueName();
+                const int made = fs.CreateFile(volume_.Tmp(), tmpName_.c_str(), content.Out(fs));
+                if (made)
+                    tmpName_.clear();
                 return made;
             });
         if (error == 0)
@@ -185,8 +186,11 @@ class NewUpload {
         unsigned char random[16];
         if (const int error = volume_.Fs().Random(random, sizeof random))
             return error;
+        std::string name;
         for (const unsigned char byte : random)
-            base::AppendHex(name_, byte, base::kLowerHex);
+            base::AppendHex(name, byte, base::kLowerHex);
+        recordName_ = name + std::string(kUploadRecordSuffix);
+        name_ = std::move(name);
         return 0;
     }
     int WriteRecord(const UploadRecord& record)
@@ -194,9 +198,9 @@ class NewUpload {
         FileSystem& fs = volume_.Fs();
         OpenFile file;
         const std::string text = UploadText(record);
-        const std::string name = name_ + std::string(kUploadRecordSuffix);
-        int error = WithRoom(store_, volume_, text.size(),
-                             [&] { return fs.CreateFile(directory_, name.c_str(), file.Out(fs)); });
+        int error = WithRoom(store_, volume_, text.size(), [&] {
+            return fs.CreateFile(directory_, recordName_.c_str(), file.Out(fs));
+        });
         if (error == 0)
             error = WithRoom(store_, volume_, text.size(),
                              [&] { return fs.Write(file.Get(), 0, text.data(), text.size()); });
@@ -209,6 +213,7 @@ class NewUpload {
     Volume& volume_;
     FileHandle directory_ = kNoFile;
     std::string name_;
+    std::string recordName_; // made with it: what goes takes no memory
     std::string tmpName_;
     bool isKept_ = false;
 };

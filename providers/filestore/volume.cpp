@@ -111,17 +111,52 @@ bool Volume::SettleIntents()
         return false;
     bool areSettled = true;
     for (const RenameIntent& intent : intents)
-        if (!IsAlive(intent.owner) &&
-            Failed(SettleRename(*fs_, *session, intent, sync_ != SyncLevel::None)))
+        if (!IsAlive(intent.owner) && Failed(Settle(*session, intent)))
             areSettled = false;
     return areSettled;
+}
+
+TALSTATUS Volume::Settle(MetadataSession& session, const RenameIntent& intent) const
+{
+    return SettleRename(*fs_, session, intent, sync_ != SyncLevel::None, MutexOf(intent.from),
+                        MutexOf(intent.to));
+}
+
+// A copy that has not got its name after all goes.
+TALSTATUS Volume::SettleAgain(const RenameIntent& intent)
+{
+    return Protected([&] {
+        std::unique_ptr<MetadataSession> session;
+        TALSTATUS status = meta_->Open(&session);
+        if (!Failed(status))
+            status = Settle(*session, intent);
+        if (!Failed(status) && intent.from.starts_with(".kest/tmp/"))
+            Abandon(std::string(LeafOf(intent.from)));
+        return status;
+    });
+}
+
+TALSTATUS Volume::SettleAbout(std::string_view path)
+{
+    if (unsettled_.IsEmpty())
+        return TAL_STATUS_SUCCESS;
+    return unsettled_.SettleAbout(
+        path, [this](const RenameIntent& intent) { return SettleAgain(intent); });
+}
+
+void Volume::SettleAll() noexcept
+{
+    unsettled_.SettleAll([this](const RenameIntent& intent) { return SettleAgain(intent); });
 }
 
 Volume::~Volume()
 {
     meta_.reset();
     if (tmp_ != kNoFile)
-        (void)fs_->RemoveFile(tmp_, (token_ + std::string(kLockSuffix)).c_str()); // the next start
+        (void)Protected([this] { // else the next start
+            return StatusFromErrno(
+                fs_->RemoveFile(tmp_, (token_ + std::string(kLockSuffix)).c_str()));
+        });
     for (const FileHandle h : {tmp_, deleted_, purge_, uploads_, reserve_, tokenLock_})
         if (h != kNoFile)
             fs_->Close(h);
@@ -275,22 +310,6 @@ void Volume::RemoveAbandoned() noexcept
         std::erase_if(abandoned_, [this](const std::string& name) { return RemoveFromTmp(name); });
         return TAL_STATUS_SUCCESS;
     });
-}
-
-NameGuard::NameGuard(std::mutex& name, std::mutex& other)
-    : first_(std::less<>()(&name, &other) ? name : other),
-      second_(std::less<>()(&name, &other) ? other : name)
-{
-    first_.lock(); // in one order, so that two guards do not wait for each other
-    if (&second_ != &first_)
-        second_.lock();
-}
-
-NameGuard::~NameGuard()
-{
-    if (&second_ != &first_)
-        second_.unlock();
-    first_.unlock();
 }
 
 void Volume::SetReserve(UINT64 bytes)

@@ -24,9 +24,12 @@
 
 #include "providers/filestore/directory.h"
 #include "providers/filestore/filesystem.h"
+#include "providers/filestore/locked_names.h"
 #include "providers/filestore/metadata.h"
+#include "providers/filestore/name_guard.h"
 #include "providers/filestore/names.h"
 #include "providers/filestore/pending.h"
+#include "providers/filestore/unsettled.h"
 #include "providers/filestore/upload_registry.h"
 
 namespace filestore {
@@ -41,20 +44,6 @@ enum class SyncLevel {
 // Opens the metadata kept in a directory, or says why it cannot.
 using MetadataOpener = std::function<std::unique_ptr<Metadata>(const std::string& directory,
                                                                bool durable, std::string* reason)>;
-
-// Holds up to two names against other changes of this process, from construction to destruction.
-class NameGuard {
-  public:
-    NameGuard(std::mutex& name, std::mutex& other);
-    explicit NameGuard(std::mutex& name) : NameGuard(name, name) {}
-    ~NameGuard();
-    NameGuard(const NameGuard&) = delete;
-    NameGuard& operator=(const NameGuard&) = delete;
-
-  private:
-    std::mutex& first_;
-    std::mutex& second_; // the same, or another
-};
 
 class Volume {
   public:
@@ -87,6 +76,12 @@ class Volume {
     bool MayHaveProperties() const { return meta_ && meta_->MayHaveProperties(); }
     // What could not be written there.
     PendingRows& Pending() { return pending_; }
+    LockedNames& NamesMadeByLocks() { return lockedNames_; }
+    // Renames that are between two states, and are to be ended before their names are used: those
+    // that have to do with `path`, or all.
+    UnsettledRenames& Unsettled() { return unsettled_; }
+    TALSTATUS SettleAbout(std::string_view path);
+    void SettleAll() noexcept;
     // Stands for this process as long as it lives, see RenameIntent.
     const std::string& Token() const { return token_; }
 
@@ -143,6 +138,8 @@ class Volume {
     std::string PrepareMetadata(const MetadataOpener& openMetadata);
     void SkipKeptIds();
     bool SettleIntents();
+    TALSTATUS Settle(MetadataSession& session, const RenameIntent& intent) const;
+    TALSTATUS SettleAgain(const RenameIntent& intent);
     bool IsAlive(const std::string& token) const;
     int TakeToken();
     void SweepTmp();
@@ -166,6 +163,8 @@ class Volume {
     std::mutex abandonedMutex_;
     std::vector<std::string> abandoned_; // in Tmp(), never more than it has had room for
     PendingRows pending_;
+    LockedNames lockedNames_;
+    UnsettledRenames unsettled_;
     UploadRegistry uploadRegistry_;
     std::mutex uploadsMutex_;
     FileHandle uploads_ = kNoFile;

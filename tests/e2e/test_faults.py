@@ -93,7 +93,7 @@ def faults_of(names, calls, dialect="classic"):
     try:
         runner = sweep.Runner(world, [found for found in scenarios.ALL
                                       if found.name in names and dialect in found.dialects],
-                              argparse.Namespace(call=calls, verbose=False))
+                              argparse.Namespace(call=calls, verbose=False, end=None))
         for scenario in runner.chosen:
             runner.measure(scenario)
         runner.go(sweep.make_plan(runner, runner.options, None)[0])
@@ -110,7 +110,20 @@ class Locks(unittest.TestCase):
         self.assertGreater(count, 20)
 
 
+    def test_one_whose_reply_is_lost_is_not_there_nor_is_its_empty_file(self):
+        for dialect in scenarios.DIALECTS:
+            with self.subTest(dialect):
+                faults, count = faults_of(("LOCK new name",), ["send", "malloc"], dialect)
+                self.assertEqual(faults, [])
+                self.assertGreater(count, 20)
+
+
 class Uploads(unittest.TestCase):
+    def test_lasting_want_of_memory_leaves_the_server_alive(self):
+        faults, count = faults_of(("PUT begins an upload [uploads]",), ["no-memory"], "standard")
+        self.assertEqual(faults, [])
+        self.assertGreater(count, 20)
+
     def test_what_is_there_stays_when_memory_runs_out(self):
         # The locks of one request make the others look for locks, too.
         faults, count = faults_of(("PUT with token", "PUT over", "PUT new"), ["malloc"])
@@ -140,7 +153,20 @@ class Renames(unittest.TestCase):
         self.assertGreater(count, 30)
 
 
+    def test_what_can_neither_end_nor_be_undone_is_ended_without_a_new_start(self):
+        for dialect in scenarios.DIALECTS:
+            with self.subTest(dialect):
+                faults, count = faults_of(("MOVE tree over",), ["rename", "disk-full"], dialect)
+                self.assertEqual(faults, [])
+                self.assertGreater(count, 5)
+
+
 class Copies(unittest.TestCase):
+    def test_what_has_given_way_leaves_the_list_when_there_is_memory_again(self):
+        faults, count = faults_of(("MOVE file over between volumes",), ["no-memory"])
+        self.assertEqual(faults, [])
+        self.assertGreater(count, 20)
+
     def test_one_that_is_given_up_without_memory_leaves_the_server_alive(self):
         faults, count = faults_of(("MOVE tree over between volumes",), ["no-memory"])
         self.assertEqual(faults, [])

@@ -3,10 +3,12 @@
 """Fails each call of each request in turn, and looks whether every reply was true.
 
 usage: tests/faults/run [--full] [--budget N] [--scenario TEXT]… [--call TEXT]… [--world NAME]…
-                        [--dialect NAME]… [--server KESTD] [--preload FILE] [--junit FILE] [--list] [-v]
+                        [--dialect NAME]… [--minutes N] [--server KESTD] [--preload FILE]
+                        [--junit FILE] [--list] [-v]
 
-Without --full, a sample of N injections that is the same in every run. The exit status is not 0 when
-a reply was not true.
+Without --full, a sample of N injections that is the same in every run. With --minutes, as much of it
+as fits into that time, in an order that leaves out of each request the same share. The exit status
+is not 0 when a reply was not true.
 """
 
 import argparse
@@ -221,6 +223,8 @@ class Runner:
     def go(self, plan):
         hangs = collections.Counter()
         for scenario, injection in plan:
+            if self.options.end and time.monotonic() > self.options.end:
+                break
             if hangs[scenario, injection.kind] >= HANGS:
                 self.left_out += 1
                 continue
@@ -308,6 +312,8 @@ def make_plan(runner, options, share):
                   for injection in injections(runner.counts[scenario])
                   if not options.call or any(text in str(injection) for text in options.call)]
     if share is None:
+        if options.end:
+            everything.sort(key=lambda pair: order(options.seed, *pair))
         return everything, len(everything)
     ranked = sorted(everything, key=lambda pair: order(options.seed, *pair))
     picked = set(map(id, ranked[:share]))
@@ -377,6 +383,7 @@ def arguments():
     parser.add_argument("--call", action="append", help="only injections that read like this")
     parser.add_argument("--world", action="append", choices=sorted(WORLDS))
     parser.add_argument("--dialect", action="append", choices=scenarios.DIALECTS)
+    parser.add_argument("--minutes", type=float, help="begin no injection after this time")
     parser.add_argument("--server", help="the kestd to test (default: the release build)")
     parser.add_argument("--preload",
                         help="default: the newer one of the release and the development build")
@@ -453,6 +460,7 @@ def main():
         if not os.path.exists(path):
             print(f"run: there is no {path}", file=sys.stderr)
             return 2
+    options.end = options.minutes and time.monotonic() + 60 * options.minutes
     tally = Tally(os.path.dirname(os.path.dirname(harness.KESTD)))
     worlds = {(name, dialect): choose(name, dialect, options)
               for dialect in scenarios.DIALECTS for name in WORLDS}

@@ -340,8 +340,8 @@ class World:
         """The item's trees as this server shows them and as they are on disk, or Wrong."""
         state = {}
         for volume in VOLUMES:
+            shown = self.walk(peer, item, volume)  # first: a request ends what failures have left
             disk = disk_state(item.disk("", volume))
-            shown = self.walk(peer, item, volume)
             if set(shown) != set(disk):
                 raise Wrong(f"the server shows {sorted(shown)}, on disk are {sorted(disk)}")
             colours = self.databases[volume].colours(item.name)

@@ -49,7 +49,7 @@ class GrantedLocks : public ServerTest, public testing::WithParamInterface<Diale
             void* out = nullptr;
             (void)CallContextFactory()->CreateInstance(nullptr, &IID_KestCallContext_1, &out);
             EXPECT_EQ(static_cast<IKestCallContext*>(out)->GetMethod(&told), TAL_STATUS_SUCCESS);
-            EXPECT_EQ(told, UINT32{KestMethodUnlock});
+            EXPECT_EQ(told, UINT32{KestMethodLock}) << "on behalf of which it is unlocked";
             const TALSTATUS status = io.SendHeader(200);
             done.set_value();
             return status;

@@ -111,6 +111,36 @@ std::vector<Row> OneStepRows()
 INSTANTIATE_TEST_SUITE_P(Of, WithoutMemory, testing::ValuesIn(OneStepRows()),
                          [](const auto& each) { return std::string(each.param.name); });
 
+// What takes several changes may have come to any of them; the store goes on all the same.
+class LongWantOfMemory : public ThirdGeneration {};
+
+std::vector<Row> LongRows()
+{
+    std::vector<Row> rows;
+    std::copy_if(std::begin(kRows), std::end(kRows), std::back_inserter(rows),
+                 [](const Row& row) { return !row.isOneStep; });
+    return rows;
+}
+
+TEST_P(LongWantOfMemory, EndsNeitherProcessNorStore)
+{
+    bool isOver = false;
+    for (int failAt = 1; !isOver && !HasFailure(); ++failAt) {
+        SCOPED_TRACE("failures from " + std::to_string(failAt));
+        Installation place({.fill = Fill, .isPlain = true});
+        const int handles = place.OpenHandles();
+        failing_memory::FailFrom(failAt);
+        (void)Do(place);
+        isOver = !failing_memory::HasFailed();
+        failing_memory::FailAt(0);
+        EXPECT_EQ(place.OpenHandles(), handles);
+        EXPECT_EQ(0u, StoreInParts(place.Store(), "/one/another"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, LongWantOfMemory, testing::ValuesIn(LongRows()),
+                         [](const auto& each) { return std::string(each.param.name); });
+
 // Nobody could give up a lock whose token was told to nobody.
 TEST(LockWithoutMemory, DoesNotStandBehindAFailure)
 {

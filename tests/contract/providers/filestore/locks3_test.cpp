@@ -53,6 +53,74 @@ TEST_F(FileStoreLocks3, MakeAnEmptyResourceWhereNothingIs)
     EXPECT_EQ(0u, Unlock("/docs/new", lock.token));
 }
 
+// What the module or the host unlocks while a LOCK runs is a lock that its client has not heard of.
+TEST_F(FileStoreLocks3, ThatAreTakenBackLeaveNoEmptyFile)
+{
+    struct Row {
+        const char* why;
+        UINT32 method; // in which it is unlocked
+        std::function<void(const std::string& token)> meanwhile;
+        bool stays;
+    };
+    const auto nothing = [](const std::string&) {};
+    const Row rows[] = {
+        {"taken back", KestMethodLock, nothing, false},
+        {"given up by its holder", KestMethodUnlock, nothing, true},
+        {"written meanwhile", KestMethodLock,
+         [&](const std::string& token) {
+             EXPECT_EQ(0u, Store("/docs/new", "content", Given().Token(token)));
+         },
+         true},
+        {"emptied by somebody meanwhile", KestMethodLock,
+         [&](const std::string& token) {
+             EXPECT_EQ(0u, Store("/docs/new", "", Given().Token(token)));
+         },
+         true},
+        {"described meanwhile", KestMethodLock,
+         [&](const std::string& token) {
+             EXPECT_EQ(0u, SetOne("/docs/new", "urn:x", "p", "<p xmlns=\"urn:x\"/>",
+                                  Given().Token(token)));
+         },
+         true},
+        {"locked by another, too", KestMethodLock,
+         [&](const std::string&) {
+             Lock other;
+             EXPECT_EQ(0u, TakeLock("/docs/new", 0, &other, Given(), nullptr, nullptr, Shared));
+         },
+         true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.why);
+        SetUp();
+        Lock lock;
+        ASSERT_EQ(0u, TakeLock("/docs/new", 0, &lock, Given(), nullptr, nullptr, Shared));
+        row.meanwhile(lock.token);
+        ScriptedRequest request;
+        request.method = row.method;
+        request.path = "/Ferro/docs/new";
+        {
+            const RunningRequest running(request);
+            EXPECT_EQ(0u, Unlock("/docs/new", lock.token));
+        }
+        EXPECT_EQ(row.stays, std::filesystem::exists(Docs() / "new"));
+        for (const Lock& left : Locks("/docs/new"))
+            EXPECT_EQ(0u, Unlock("/docs/new", left.token));
+    }
+}
+
+TEST_F(FileStoreLocks3, ThatAreTakenBackLeaveWhatWasThere)
+{
+    ASSERT_EQ(0u, Store("/docs/empty", ""));
+    Lock lock;
+    ASSERT_EQ(0u, TakeLock("/docs/empty", 0, &lock));
+    ScriptedRequest request;
+    request.method = KestMethodLock;
+    request.path = "/Ferro/docs/empty";
+    const RunningRequest running(request);
+    EXPECT_EQ(0u, Unlock("/docs/empty", lock.token));
+    EXPECT_TRUE(std::filesystem::exists(Docs() / "empty"));
+}
+
 TEST_F(FileStoreLocks3, OfDepthInfinityGuardMembersOfTodayAndTomorrow)
 {
     ASSERT_EQ(0u, MakeFolder("/docs/d"));

@@ -2,8 +2,11 @@
 //
 // Moves onto a name that something bears: what fails, or ends with its process, between any two
 // calls leaves both where they were, or the one in the other's place and that among the deleted.
+#include <cerrno>
 #include <csignal>
 #include <set>
+#include <string_view>
+#include <utility>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -94,6 +97,16 @@ class AtEachSync {
     Replaced& world_;
 };
 
+// As a request does that asks what is there.
+TALSTATUS LookAt(Store& store, const std::string& path)
+{
+    auto* const names = new FileNamespace(store);
+    DAV_TYPE type = Resource;
+    const TALSTATUS status = names->GetType({}, Path(path).Get(), &type);
+    names->Release();
+    return status;
+}
+
 UINT64 InodeOf(const fs::path& path)
 {
     struct stat s;
@@ -148,6 +161,43 @@ TEST(MoveOntoACollection, ThatFailsLeavesBothWhereTheyWere)
                 EXPECT_EQ(0u, status);
                 break;
             }
+        }
+}
+
+// The disk fails between the two steps, at the way back, and for a while after: until that is over
+// nobody is shown what is neither before nor after, and then no start is needed to set it right.
+TEST(MoveOntoACollection, ThatCanNeitherEndNorBeUndoneIsSettledBeforeItsNamesAreUsed)
+{
+    for (const UINT32 keepDays : {30u, 0u})
+        for (const bool hasExchange : {true, false}) {
+            SCOPED_TRACE(std::to_string(keepDays) + (hasExchange ? " traded" : " one by one"));
+            Replaced world(keepDays);
+            world.failing->hasExchange = hasExchange;
+            bool hasBegun = false;
+            world.failing->judge = [&](const char* operation) {
+                const std::string_view first = hasExchange ? "Exchange" : "Rename";
+                if (operation == first && !std::exchange(hasBegun, true))
+                    return 0;
+                return hasBegun && (operation == first || operation == std::string_view("Rename"))
+                           ? EIO
+                           : 0;
+            };
+            EXPECT_TRUE(Failed(world.Move()));
+            Client client(*world.store);
+            for (const char* path : {"/v/new/file", "/v/old/file", "/v/old", "/v"})
+                EXPECT_TRUE(Failed(LookAt(*world.store, path))) << path;
+            EXPECT_TRUE(Failed(client.MkCol("/v/old")));
+            EXPECT_EQ(0u, client.MkCol("/v/another")) << "what has nothing to do with it goes on";
+            world.failing->judge = nullptr;
+            EXPECT_EQ(0u, LookAt(*world.store, "/v/old/file"));
+            if (hasExchange)
+                world.ExpectAfter();
+            else
+                world.ExpectBefore();
+            EXPECT_EQ(0u, client.Delete("/v/old"));
+            world.Open();
+            EXPECT_FALSE(fs::exists(world.top / "old")) << "the next start finds nothing to do";
+            EXPECT_EQ(!hasExchange, fs::exists(world.top / "new"));
         }
 }
 
