@@ -13,6 +13,7 @@
 #include "base/descriptor.h"
 #include "host/config/settings_holder.h"
 #include "host/net/monotonic_clock.h"
+#include "host/net/server_clock.h"
 #include "host/pipeline/exchange.h"
 #include "host/server/connection_registry.h"
 #include <kest/tolm.h>
@@ -76,6 +77,7 @@ void Connection::Begin() noexcept
     idleStart_ = NowMs();
     headWaitStart_ = idleStart_;
     deadline_ = idleStart_ + settings_->server.limits.headTime.count();
+    services_.clock.Rouse();
     Watch();
 }
 
@@ -95,16 +97,23 @@ void Connection::Expire(int64_t due) noexcept
         (void)shutdown(socket_.Number(), SHUT_RD); // makes the wait end
 }
 
-void Connection::Check(const Moment& moment, const Limits& limits) noexcept
+int64_t Connection::Check(const Moment& moment, const Limits& limits) noexcept
 {
     const int64_t due = deadline_.load(std::memory_order_relaxed);
     if (due <= 0)
-        return;
+        return moment.now;
+    if (due == kUntilWoken) {
+        if (looksForClient_.load(std::memory_order_relaxed))
+            Wake();
+        return moment.now;
+    }
     const int64_t headWaitStart = headWaitStart_.load(std::memory_order_relaxed);
     const bool keepsOut =
         moment.isCrowded && headWaitStart && moment.now - headWaitStart >= kCrowdedTime.count();
     if (IsTooSlow(moment.elapsed, limits) || due <= moment.now || keepsOut)
         Expire(due);
+    const bool isWatched = moment.isCrowded || movedAndOne_.load(std::memory_order_relaxed) != 0;
+    return isWatched ? moment.now : due;
 }
 
 bool Connection::IsTooSlow(int64_t elapsed, const Limits& limits) noexcept
@@ -123,7 +132,9 @@ bool Connection::IsTooSlow(int64_t elapsed, const Limits& limits) noexcept
 void Connection::ExpireIfIdle() noexcept
 {
     const int64_t due = deadline_.load(std::memory_order_relaxed);
-    if (isIdle_ && due > 0)
+    if (due == kUntilWoken)
+        Wake(); // it sees that the server stops
+    else if (isIdle_ && due > 0)
         Expire(due);
 }
 
@@ -145,6 +156,7 @@ void Connection::OnReady(Event event) noexcept
 
 void Connection::Run(Event event)
 {
+    services_.clock.Rouse();
     do {
         if (state_ == State::Call && event.isOverload) { // a handler takes its time
             services_.loop.Schedule(registration_);

@@ -26,6 +26,7 @@ class AccessLog;
 class Exchange;
 class Pipeline;
 class RunningCall;
+class ServerClock;
 class SettingsHolder;
 struct EffectiveSettings;
 struct ProxyPreamble;
@@ -39,6 +40,7 @@ struct ConnectionServices {
     const Pipeline& pipeline;
     AccessLog& log;
     const std::atomic<bool>& isStopping;
+    ServerClock& clock;
 };
 
 // Waits for the socket to become ready, then runs on whichever worker picks that up, and waits
@@ -67,7 +69,7 @@ class Connection final : public EventHandler,
     // Says 503 and goes: there are too many connections.
     void RejectOverload();
 
-    void Check(const Moment& moment, const Limits& limits) noexcept override;
+    int64_t Check(const Moment& moment, const Limits& limits) noexcept override;
     void ExpireIfIdle() noexcept override;
     void GiveUp() noexcept override;
 
@@ -78,6 +80,7 @@ class Connection final : public EventHandler,
     void Wake() noexcept override;
 
   private:
+    static constexpr int64_t kUntilWoken = INT64_MAX; // a deadline
     enum class State {
         Preamble, // receives what a proxy says about the client
         Head,     // receives a head
@@ -93,6 +96,7 @@ class Connection final : public EventHandler,
     bool Release() noexcept;
     void PublishWait() noexcept;
     void Expire(int64_t due) noexcept;
+    bool MayStayAway() noexcept;
     bool IsTooSlow(int64_t elapsed, const Limits& limits) noexcept;
     void Run(Event event);
     Step Serve();
@@ -170,6 +174,8 @@ class Connection final : public EventHandler,
     // something else), and how much the client has moved so far, and one (0: no request waits).
     std::atomic<int64_t> headWaitStart_{0};
     std::atomic<uint64_t> movedAndOne_{0};
+    // Of a call that waits to be woken: its client may have left, which is to be found out.
+    std::atomic<bool> looksForClient_{false};
     // The clock's: how long the request has waited since this much had been moved.
     int64_t waited_ = 0;
     uint64_t movedBefore_ = 0;

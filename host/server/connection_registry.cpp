@@ -3,6 +3,8 @@
 // Goes through the open connections.
 #include "host/server/connection_registry.h"
 
+#include <algorithm>
+
 #include "host/config/settings.h"
 
 namespace kestd {
@@ -30,14 +32,16 @@ void ConnectionRegistry::Remove(RegisteredConnection& connection)
         isEmpty_.notify_all();
 }
 
-void ConnectionRegistry::ExpireDeadlines(int64_t now, const Limits& limits)
+int64_t ConnectionRegistry::ExpireDeadlines(int64_t now, const Limits& limits)
 {
     const int64_t elapsed = expiredBefore_ ? now - expiredBefore_ : 0;
     expiredBefore_ = now;
     const bool isCrowded = Count() > limits.connections - limits.connections / 8;
     const std::lock_guard lock(mutex_);
+    int64_t due = INT64_MAX;
     for (RegisteredConnection* each = first_; each; each = each->next)
-        each->Check({now, elapsed, isCrowded}, limits);
+        due = std::min(due, each->Check({now, elapsed, isCrowded}, limits));
+    return due;
 }
 
 void ConnectionRegistry::CloseIdle()

@@ -27,11 +27,12 @@ class RegisteredConnection {
     };
     virtual ~RegisteredConnection() = default;
 
-    // Ends a wait whose time is up, that keeps others out, or whose client is too slow. For the
+    // Ends a wait whose time is up, that keeps others out, or whose client is too slow. Returns
+    // when it wants to be looked at again: the moment's time if it has to be watched. For the
     // clock's thread only.
-    virtual void Check(const Moment& moment, const Limits& limits) noexcept = 0;
-    virtual void ExpireIfIdle() noexcept = 0;
-    virtual void GiveUp() noexcept = 0; // whatever it does fails from now on
+    virtual int64_t Check(const Moment& moment, const Limits& limits) noexcept = 0;
+    virtual void ExpireIfIdle() noexcept = 0; // while the server stops
+    virtual void GiveUp() noexcept = 0;       // whatever it does fails from now on
 
     // The list's.
     RegisteredConnection* next = nullptr;
@@ -47,8 +48,9 @@ class ConnectionRegistry {
     void Remove(RegisteredConnection& connection);
     size_t Count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
-    // Ends waits whose time is up (`now` is NowMs). For one thread, at regular intervals.
-    void ExpireDeadlines(int64_t now, const Limits& limits);
+    // Ends waits whose time is up (`now` is NowMs). Returns when the next look is due, INT64_MAX
+    // for never. For one thread, at regular intervals.
+    int64_t ExpireDeadlines(int64_t now, const Limits& limits);
     void CloseIdle(); // ends connections that wait for a request
     void CloseAll();  // ends every one, whatever it does
     // Waits until there are no connections. False when time is up first.

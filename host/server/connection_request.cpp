@@ -185,15 +185,27 @@ bool Connection::Wait(For what, int64_t deadline)
     return !hasExpired_ && !isGivenUp_;
 }
 
-// Likewise, but for somebody who wakes it. That takes as long as it takes: it has no deadline.
+// Likewise, but for somebody who wakes it. That takes as long as it takes: it has no deadline. It
+// ends when the server stops, and when its client has left.
 bool Connection::Suspend()
 {
-    if (!fiber_ || isGivenUp_)
+    if (!fiber_ || !MayStayAway())
         return false;
     waitsFor_ = For::Wake;
-    callDeadline_ = INT64_MAX;
+    callDeadline_ = kUntilWoken;
     fiber_->Suspend();
-    return !isGivenUp_;
+    return MayStayAway();
+}
+
+// The end of what a client sends is told once, and whether it has left takes several looks: the
+// clock has them made.
+bool Connection::MayStayAway() noexcept
+{
+    if (isGivenUp_ || services_.isStopping)
+        return false;
+    const bool looks = event_.mayHaveEnded && stream_.Look() != SocketStream::Peer::Present;
+    looksForClient_.store(looks, std::memory_order_relaxed);
+    return !looks || !exchange_->response.HasClientLeft();
 }
 
 void Connection::Wake() noexcept

@@ -33,6 +33,7 @@ class Listener final : public EventHandler {
     void Begin() { OnReady({}); }
     // From any thread: goes on after a pause that a lack of memory or descriptors made.
     void Resume();
+    bool IsPaused() const noexcept { return isPaused_; }
     // From any thread: refuses new connections from now on. The socket itself stays until the
     // listener goes, so that nobody else gets its number meanwhile.
     void Close() { (void)shutdown(socket_.Number(), SHUT_RDWR); }

@@ -21,6 +21,7 @@
 #include "host/net/event_loop.h"
 #include "host/net/fiber.h"
 #include "host/net/monotonic_clock.h"
+#include "host/net/server_clock.h"
 #include "host/net/worker_pool.h"
 #include "host/pipeline/pipeline.h"
 #include "host/server/connection_registry.h"
@@ -34,7 +35,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kTick{100};
 constexpr milliseconds kLongWait{60'000};
 
 // The processors that this process may run on; there may be more that it may not.
@@ -127,15 +127,13 @@ class Server::Impl {
     SettingsHolder inForce_;
     AccessLog log_;
     std::atomic<bool> isStopping_{false};
-    const ConnectionServices services_{loop_,     registry_, clients_,   inForce_,
-                                       pipeline_, log_,      isStopping_};
+    ServerClock clock_;
+    const ConnectionServices services_{loop_,     registry_, clients_,    inForce_,
+                                       pipeline_, log_,      isStopping_, clock_};
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<ListenAddress> addresses_;
-    std::thread clock_;
-    std::atomic<uint64_t> ticks_{0}; // of the clock's thread
-    std::mutex mutex_;               // guards clockEnds_
-    std::condition_variable wake_;
-    bool clockEnds_ = false;
+    std::thread clockThread_;
+    std::atomic<uint64_t> ticks_{0}; // of that thread
     std::once_flag stopped_;
     bool hasEnded_ = false;
     uint64_t reportedGivenUp_ = 0; // of the clock's thread
@@ -195,31 +193,36 @@ std::string Server::Impl::Start()
     const unsigned cores = UsableCores();
     try {
         workers_.Start(cores, settings_.limits.workerThreads);
-        clock_ = std::thread([this] { RunClock(); });
+        clockThread_ = std::thread([this] { RunClock(); });
     } catch (const std::system_error& failure) {
         return std::string("cannot start threads: ") + failure.what();
     }
     return {};
 }
 
+// Everything is looked after at the first look after a long sleep, too.
 void Server::Impl::RunClock()
 {
-    std::unique_lock lock(mutex_);
-    for (unsigned ticks = 0; !clockEnds_; ++ticks) {
-        wake_.wait_for(lock, kTick, [this] { return clockEnds_; });
-        lock.unlock();
+    ClockPace pace;
+    milliseconds sleep = kTick;
+    int64_t due = 0;
+    for (unsigned ticks = 0; clock_.Sleep(sleep); ++ticks) {
+        const bool wasLong = sleep > kTick;
         workers_.OnTimer();
-        for (const auto& listener : listeners_)
+        bool isPaused = false;
+        for (const auto& listener : listeners_) {
             listener->Resume();
-        if (ticks % 2 == 0) {
-            const int64_t now = NowMs();
-            registry_.ExpireDeadlines(now, inForce_.Snapshot()->server.limits);
+            isPaused = isPaused || listener->IsPaused();
+        }
+        const int64_t now = NowMs();
+        if (ticks % 2 == 0 || wasLong) {
+            due = registry_.ExpireDeadlines(now, inForce_.Snapshot()->server.limits);
             ReportGivenUp(now);
         }
-        if (ticks % 5 == 0)
+        if (ticks % 5 == 0 || wasLong)
             log_.Flush();
         ++ticks_;
-        lock.lock();
+        sleep = pace.Next(now, loop_.Served(), isPaused ? now : due);
     }
 }
 
@@ -248,7 +251,7 @@ bool Server::Impl::Stop()
 {
     std::call_once(stopped_, [this] {
         isStopping_ = true;
-        if (clock_.joinable()) {
+        if (clockThread_.joinable()) {
             StopConnections();
             StopClock();
         }
@@ -276,12 +279,8 @@ void Server::Impl::StopConnections()
 
 void Server::Impl::StopClock()
 {
-    {
-        const std::lock_guard lock(mutex_);
-        clockEnds_ = true;
-    }
-    wake_.notify_all();
-    clock_.join();
+    clock_.End();
+    clockThread_.join();
 }
 
 // Gives back what the workers use, once they have ended.

@@ -2,6 +2,7 @@
 //
 // Sign-ins that wait for a password hash: they keep no thread from other requests.
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <thread>
 
@@ -39,9 +40,14 @@ class SignIn : public ServerTest {
         UserMap users;
         users["anna"] = std::make_shared<const User>(User{"anna", "hash", {}, {}, {}});
         auth->SetUsers(std::move(users));
-        door.judge = [this](const Credentials& credentials) { return Judge(credentials); };
+        door.judge = [this](const Credentials& credentials) {
+            const AuthResult result = Judge(credentials);
+            ++judged;
+            return result;
+        };
         ServerSettings settings = QuietSettings();
         settings.limits.workerThreads = kWorkers;
+        settings.limits.shutdownTime = shutdownTime;
         StartUntilTearDown(settings);
     }
     AuthResult Judge(const Credentials& credentials)
@@ -87,6 +93,8 @@ class SignIn : public ServerTest {
     Gate gate;
     std::atomic<bool> isSlow{true};
     std::atomic<int> hashes{0};
+    std::atomic<int> judged{0};
+    std::chrono::milliseconds shutdownTime{5000};
     std::unique_ptr<Authenticator> auth;
 };
 
@@ -184,6 +192,55 @@ TEST_F(SignIn, ThatWaits_DoesNotHoldUpAStop)
     gate.WaitFor(1);
     EXPECT_EQ(Ask(kGet).status, 200);
     Stop(); // while nothing is judged
+}
+
+TEST_F(SignIn, ThatWaits_EndsWithTheServerNotWithItsTime)
+{
+    constexpr std::chrono::minutes kPatience{5};
+    shutdownTime = 2 * kPatience;
+    Serve(Patient());
+    auto guesses = Guess(5);
+    gate.WaitFor(1);
+    EXPECT_EQ(Ask(kGet).status, 200);
+    const auto begin = std::chrono::steady_clock::now();
+    Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience);
+}
+
+// It closes its connection in order: whether it only ends what it sends has to be found out.
+TEST_F(SignIn, OfAClientThatHasLeft_EndsBeforeItsHash)
+{
+    Serve(Patient());
+    auto guesses = Guess(6);
+    gate.WaitFor(1);
+    EXPECT_EQ(Ask(kGet).status, 200);
+    const int before = judged;
+    for (size_t i = 1; i < guesses.size(); ++i)
+        guesses[i]->Close();
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (judged < before + 4 && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_GE(judged, before + 4) << "one of them may be the one that is hashed";
+    EXPECT_EQ(hashes, 1);
+}
+
+// RFC 9112 section 9.6: who sends no more may still read.
+TEST_F(SignIn, OfAClientThatOnlyEndsWhatItSends_IsAnswered)
+{
+    Serve(Patient());
+    auto guesses = Guess(3);
+    gate.WaitFor(1);
+    for (const auto& guess : guesses)
+        (void)shutdown(guess->Fd(), SHUT_WR);
+    std::this_thread::sleep_for(std::chrono::milliseconds(800)); // several looks for the client
+    EXPECT_EQ(judged, 0);
+    gate.Open();
+    for (const auto& guess : guesses) {
+        Answer answer = guess->Receive();
+        while (answer.status == 102)
+            answer = guess->Receive();
+        EXPECT_EQ(answer.status, 401);
+    }
 }
 
 } // namespace
