@@ -428,8 +428,7 @@ TALSTATUS NamespaceFace::GetQuota(SCHANDLE, UNICODE_STRING* path, DAV_QUOTA* quo
             return status;
         if (target.IsRoot())
             return Failure(kCodeNotImplemented);
-        if (const int error =
-                target.volume->Fs().FreeSpaceAt(target.path.CStr(), &free, &total))
+        if (const int error = target.volume->Fs().FreeSpaceAt(target.path.CStr(), &free, &total))
             return StatusFromErrno(error);
         told.Available = target.volume->IsWritable() ? free : 0;
         told.Used = total - std::min(free, total);
