@@ -40,10 +40,19 @@ bool DropNext(Volume& volume, INT64* after)
 // Removes entries one by one until `isEnough`, which is not asked before the first one.
 template <class F> bool DropEntries(Volume& volume, const PurgePause& pause, F&& isEnough)
 {
-    bool hasRemoved = EmptyPurge(volume, pause);
+    const auto empty = [&] {
+        const bool hasRemoved = EmptyPurge(volume, [&] {
+            volume.Turns().TellRemoved();
+            return pause() && !isEnough();
+        });
+        if (hasRemoved)
+            volume.Turns().TellRemoved();
+        return hasRemoved;
+    };
+    bool hasRemoved = empty();
     INT64 last = 0;
     while (!(hasRemoved && isEnough()) && pause() && DropNext(volume, &last))
-        hasRemoved = EmptyPurge(volume, pause) || hasRemoved;
+        hasRemoved = empty() || hasRemoved;
     if (last)
         Log(kLogWarning, "volume '" + volume.Name() +
                              "': the disk is full, deleted entries up to number " +
@@ -56,14 +65,12 @@ template <class F> bool DropEntries(Volume& volume, const PurgePause& pause, F&&
 bool MakeRoom(const Store& store, Volume& volume, UINT64 bytes)
 {
     call::HeldReports reports;
-    std::unique_lock making(volume.RoomMutex(), std::try_to_lock);
-    if (!making) {
-        making.lock();
-        return true; // somebody else has just made some
-    }
-    const bool hasRemoved = DropEntries(
-        volume, [] { return !call::IsCancelled(); },
-        [&] { return HasFree(volume, bytes + kSlack); });
+    const PurgePause goesOn = [] { return !call::IsCancelled(); };
+    const RoomTurns::Turn turn(volume.Turns(), goesOn);
+    if (!turn)
+        return goesOn(); // somebody else has just made some
+    const bool hasRemoved =
+        DropEntries(volume, goesOn, [&] { return HasFree(volume, bytes + kSlack); });
     reports.Drop();     // what fails here is not what was asked for
     store.WakePurger(); // it goes on until as much is free as is wanted
     return hasRemoved;
@@ -96,8 +103,8 @@ void KeepRoom(const Store& store, Volume& volume, const PurgePause& pause)
     };
     if (!volume.IsWritable() || setting == 0 || isEnough())
         return;
-    const std::lock_guard making(volume.RoomMutex());
-    (void)DropEntries(volume, pause, isEnough);
+    if (const RoomTurns::Turn turn(volume.Turns(), pause); turn)
+        (void)DropEntries(volume, pause, isEnough);
 }
 
 } // namespace filestore

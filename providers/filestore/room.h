@@ -25,11 +25,19 @@ TALSTATUS MakeRoomForBody(const Store& store, Volume& volume, UINT64 bytes);
 // Removes the oldest kept entries until as much is free as the store's setting wants.
 void KeepRoom(const Store& store, Volume& volume, const PurgePause& pause);
 
+// How often room is made for one operation. It is enough each time as far as the system tells, so
+// that what goes on failing fails for another reason, a directory that can take no more names for
+// instance: kept entries do not help it. The account's quota is not told, so that there is no bound
+// for it.
+constexpr int kMostTries = 16;
+
 // Runs an operation on files again as long as the disk is full and something gives way.
 template <class F> int WithRoom(const Store& store, Volume& volume, UINT64 bytes, F&& operation)
 {
     int error = operation();
-    while (IsFull(error) && MakeRoom(store, volume, bytes))
+    for (int tries = 0;
+         IsFull(error) && (tries < kMostTries || error == EDQUOT) && MakeRoom(store, volume, bytes);
+         ++tries)
         error = operation();
     return error;
 }
@@ -55,7 +63,9 @@ template <class F> TALSTATUS TryForRoom(F&& change)
 template <class F> TALSTATUS WithRoomForRows(const Store& store, Volume& volume, F&& change)
 {
     TALSTATUS status = TryForRoom(change);
-    while (Code(status) == kCodeStorageFull && MakeRoom(store, volume, 0))
+    for (int tries = 0;
+         Code(status) == kCodeStorageFull && tries < kMostTries && MakeRoom(store, volume, 0);
+         ++tries)
         status = TryForRoom(change);
     return ToldIfFull(status);
 }

@@ -29,6 +29,7 @@
 #include "providers/filestore/name_guard.h"
 #include "providers/filestore/names.h"
 #include "providers/filestore/pending.h"
+#include "providers/filestore/room_turns.h"
 #include "providers/filestore/unsettled.h"
 #include "providers/filestore/upload_registry.h"
 
@@ -99,8 +100,8 @@ class Volume {
     void SetReserve(UINT64 bytes);      // and fills it
     void FillReserve();                 // as far as there is room
     [[nodiscard]] bool GiveUpReserve(); // a piece; false when there is none left
-    // Held while entries give way.
-    std::mutex& RoomMutex() { return room_; }
+    // Taken while entries give way.
+    RoomTurns& Turns() { return turns_; }
 
     // Held over the look at a name and the change that depends on it. Names share a few of them:
     // who wants two at once takes a NameGuard of both. Taken after the metadata's transaction has
@@ -159,7 +160,7 @@ class Volume {
     std::unique_ptr<Metadata> meta_;
     std::atomic<UINT64> counter_{0};
     mutable std::array<std::mutex, 64> names_;
-    std::mutex room_;
+    RoomTurns turns_;
     std::mutex abandonedMutex_;
     std::vector<std::string> abandoned_; // in Tmp(), never more than it has had room for
     PendingRows pending_;

@@ -2,8 +2,12 @@
 //
 // A full disk: deleted entries give way, and what ends a lock or deletes something works.
 #include <algorithm>
+#include <chrono>
 #include <deque>
+#include <future>
 #include <optional>
+#include <string_view>
+#include <thread>
 
 #include <sqlite3.h>
 
@@ -145,6 +149,57 @@ TEST_F(FullDisk, IsReportedWhenNothingGivesWay)
     EXPECT_FALSE(IsKept(1) || IsKept(2));
     EXPECT_FALSE(fs::exists(top / "new"));
     EXPECT_TRUE(Leftovers(top / ".kest/tmp").empty());
+}
+
+TEST_F(FullDisk, KeepsWhatWouldNotHelp)
+{
+    Start();
+    Delete(30);
+    // There is room again after the first, as far as the system tells.
+    failing->isFull = [&] { return IsKept(1); };
+    failing->judge = [](const char* operation) {
+        return std::string_view(operation) == "MakeDirectory" ? ENOSPC : 0;
+    };
+    EXPECT_EQ(kCodeStorageFull, Code(client->MkCol("/v/collection")));
+    failing->judge = nullptr;
+    EXPECT_FALSE(IsKept(1));
+    EXPECT_TRUE(IsKept(30));
+}
+
+TEST_F(FullDisk, MakesNobodyWaitForAllThatGivesWay)
+{
+    constexpr int kEntries = 40;
+    Start(0, 1);
+    Delete(kEntries);
+    std::promise<void> hasAsked, hasAnswer;
+    std::future<void> asked = hasAsked.get_future(), answered = hasAnswer.get_future();
+    // For the request it is full once, for whoever keeps room free for ever.
+    const std::thread::id requests = std::this_thread::get_id();
+    int questions = 0; // of the request
+    failing->isFull = [&] {
+        if (std::this_thread::get_id() != requests)
+            return true;
+        if (questions++ == 0)
+            hasAsked.set_value();
+        return questions == 1;
+    };
+    std::promise<void> hasBegun;
+    std::thread keeping([&, steps = 0]() mutable {
+        KeepRoom(*store, TheVolume(), [&] {
+            if (++steps == 1) {
+                hasBegun.set_value();
+                asked.wait();
+            }
+            return answered.wait_for(std::chrono::milliseconds(200)) != std::future_status::ready;
+        });
+    });
+    hasBegun.get_future().wait();
+    EXPECT_EQ(0u, client->MkCol("/v/collection"));
+    hasAnswer.set_value();
+    keeping.join();
+    EXPECT_GE(questions, 2);
+    EXPECT_FALSE(IsKept(1));
+    EXPECT_TRUE(IsKept(kEntries));
 }
 
 TEST_F(FullDisk, LetsPropertiesAndLocksBeWrittenWhenSomethingGivesWay)
