@@ -7,6 +7,7 @@
 #include "host/config/settings_holder.h"
 #include "host/http/error_status.h"
 #include "host/http/short_reply.h"
+#include <kest/sdk/refusal.h>
 
 namespace kestd {
 
@@ -201,12 +202,17 @@ std::string Access::DenialOf(const Exchange& exchange) const
     return text;
 }
 
+// In place of nothing, or of the sentence with which the standard dialect refuses.
 void Access::OnReplyEnd(Exchange& exchange) const
 {
-    const Response& response = exchange.response;
-    if (exchange.access.Denied() && response.Status() == 403 && response.IsBodyEmpty() &&
-        !response.HeadersSent())
-        exchange.response.Replace(403, kXml, DenialOf(exchange));
+    Response& response = exchange.response;
+    if (!exchange.access.Denied() || response.Status() != 403 || response.HeadersSent())
+        return;
+    const std::string_view* const type = response.FindHeader("Content-Type");
+    const bool isSentence = exchange.settings->server.dialect == Dialect::Standard && type &&
+                            *type == kest::kRefusalLineType;
+    if (response.IsBodyEmpty() || isSentence)
+        response.Replace(403, kXml, DenialOf(exchange));
 }
 
 } // namespace kestd

@@ -151,7 +151,7 @@ class TestServer:
             raise Failure(f"no ready line but {line!r}; log:\n{self.log()}")
         self.scheme = match[1]
         self.port = int(match[3])
-        (classic_ports.discard if self.is_standard() else classic_ports.add)(self.port)
+        (loose_ports.discard if self.is_standard() else loose_ports.add)(self.port)
 
     def stop(self):
         """Asks it to end and returns its exit status."""
@@ -249,6 +249,11 @@ class TestServer:
             return self.options[self.options.index("--dialect") + 1] == "standard"
         return DIALECT in (None, "standard")
 
+    def refusal(self, status):
+        """The body with which it refuses what a program asks: one sentence, in the standard dialect."""
+        said = {404: b"There is nothing under this name.\n"}
+        return said[status] if self.is_standard() else b""
+
     def base(self):
         return f"{self.scheme}://127.0.0.1:{self.port}"
 
@@ -291,13 +296,13 @@ class Reply:
         return f"<{self.status} {self.headers} {self.body[:200]!r}>"
 
 
-classic_ports = set()  # of servers in the classic dialect, whose XML is their own
+loose_ports = set()  # of servers whose XML is their own: in the classic dialect, other programs
 
 
 def read_strictly(port, method, path, reply):
     """Every reply comes by here: one whose XML is not what RFC 4918 says is a failure, whatever the
-    case looks for. Only what a server in the classic dialect says itself is not read."""
-    if port not in classic_ports:
+    case looks for. Only what `loose_ports` say is not read."""
+    if port not in loose_ports:
         import davxml  # which needs this module
         davxml.read_reply(method, path, reply)
     return reply

@@ -228,6 +228,7 @@ def compare(sequences, length, seed, learn=False):
     try:
         with TestServer({"docs": ours}, settings={"FileStore": {"Sync": "none"}}) as server:
             apache.start()
+            harness.loose_ports.add(apache.port)
             comparison = Comparison(Side(server.port, ours, "/Ferro/docs"),
                                     Side(apache.port, apache.write, apache.path("w").rstrip("/")))
             for i in range(sequences):
