@@ -15,9 +15,11 @@
 namespace kestd {
 namespace {
 
+// The library stays for whoever creates its classes: one with a C++ library of its own would leave
+// that one's memory behind each time.
 std::string WhatTheLinkerSays(const std::string& library)
 {
-    void* const loaded = dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL);
+    void* const loaded = dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);
     if (!loaded) {
         const char* const error = dlerror();
         return error ? error : "'" + library + "' cannot be loaded";
