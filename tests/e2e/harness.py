@@ -249,10 +249,8 @@ class TestServer:
             return self.options[self.options.index("--dialect") + 1] == "standard"
         return DIALECT in (None, "standard")
 
-    def refusal(self, status):
-        """The body with which it refuses what a program asks: one sentence, in the standard dialect."""
-        said = {404: b"There is nothing under this name.\n"}
-        return said[status] if self.is_standard() else b""
+    def not_found_body(self):  # of a 404 for a program
+        return b"There is nothing under this name.\n" if self.is_standard() else b""
 
     def base(self):
         return f"{self.scheme}://127.0.0.1:{self.port}"

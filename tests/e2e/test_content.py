@@ -167,7 +167,7 @@ class Download(ServerCase):
 
     def test_get_of_missing_file_answers_404(self):
         reply = self.get("missing.txt")
-        self.assertEqual((reply.status, reply.body), (404, self.server.refusal(404)))
+        self.assertEqual((reply.status, reply.body), (404, self.server.not_found_body()))
 
     def test_head_equals_get_without_body(self):
         got = self.get("big.bin")

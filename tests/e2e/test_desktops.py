@@ -28,7 +28,7 @@ class Finder(ClientCase):
         for name in ("._x", ".DS_Store", ".hidden", ".metadata_never_index", ".Spotlight-V100",
                      "Backups.backupdb", "mach_kernel"):
             reply = self.ask("PROPFIND", self.path(name), self.STAT, Depth="0", **self.xml())
-            self.assertEqual((reply.status, reply.body), (404, self.server.refusal(404)), name)
+            self.assertEqual((reply.status, reply.body), (404, self.server.not_found_body()), name)
 
     def test_save_of_a_new_file(self):
         # Names come decomposed.

@@ -95,7 +95,7 @@ class Listing(ServerCase):
 
     def test_missing_path_answers_404(self):
         reply = propfind(self.server, self.path("missing"), 0)
-        self.assertEqual((reply.status, reply.body), (404, self.server.refusal(404)))
+        self.assertEqual((reply.status, reply.body), (404, self.server.not_found_body()))
 
     def test_the_stores_own_directory_is_not_listed(self):
         self.server.request("PUT", self.path("makes-the-store-write"), b"x")
