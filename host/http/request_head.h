@@ -32,7 +32,7 @@ struct RequestHead {
         const uint32_t key = NameKey(name);
         return names.MayHold(key) ? FindFrom(fields.data(), name, key) : nullptr;
     }
-    // The next one of that name behind `field`, which is one of these, or null.
+    // The next one of that name behind `field`, which is one of these and has that name, or null.
     const Field* FindNext(const Field& field, std::string_view name) const noexcept
     {
         return FindFrom(&field + 1, name, field.key);

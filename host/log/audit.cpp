@@ -43,16 +43,16 @@ bool IsAudited() noexcept
     return g_isAudited.load(std::memory_order_relaxed);
 }
 
-void AuditChange(const AuditedChange& change) noexcept
+void AuditChange(const AccessRecord& request, std::string_view destination) noexcept
 {
     if (!IsAudited())
         return;
     WriteLine([&](JsonLine& line) {
-        line.Text("id", change.id).Text("event", change.method).Text("remote", change.remote);
-        line.Text("user", change.user).Text("target", change.target);
-        if (!change.destination.empty())
-            line.Text("destination", change.destination);
-        line.Number("status", static_cast<uint64_t>(change.status));
+        line.Text("id", request.id).Text("event", request.method).Text("remote", request.remote);
+        line.Text("user", request.user).Text("target", request.target);
+        if (!destination.empty())
+            line.Text("destination", destination);
+        line.Number("status", static_cast<uint64_t>(request.status));
     });
 }
 

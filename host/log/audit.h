@@ -3,27 +3,19 @@
 // Who changed what, and who signed in: a JSON line each, in the audit part of the log.
 #pragma once
 
-#include <cstdint>
 #include <string_view>
 
-namespace kestd {
+#include "host/log/access_log.h"
 
-struct AuditedChange {
-    std::string_view id;
-    std::string_view remote;
-    std::string_view user; // empty for none
-    std::string_view method;
-    std::string_view target;      // as sent
-    std::string_view destination; // of COPY and MOVE, as sent
-    int status = 0;
-};
+namespace kestd {
 
 // From now on changes and sign-ins are told; before, the functions below do nothing. Thread-safe.
 void StartAudit() noexcept;
 bool IsAudited() noexcept;
 
 // Where memory is short a line is lost, and a warning stands in the log.
-void AuditChange(const AuditedChange& change) noexcept;
+// `destination` is that of COPY and MOVE as it was sent, empty for none.
+void AuditChange(const AccessRecord& request, std::string_view destination) noexcept;
 // `result` is "granted", "denied" or "throttled". Credentials that are remembered are not told
 // again.
 void AuditSignIn(std::string_view user, std::string_view remote, std::string_view result) noexcept;

@@ -131,7 +131,6 @@ class Connection final : public EventHandler,
     void FinishReply();
     Step EndRequest();
     void LogRequest();
-    void AuditRequest();
     Step Flush();
     Step AfterReply();
 

@@ -287,10 +287,8 @@ Connection::Step Connection::EndRequest()
     const Response& response = exchange_->response;
     const bool isBroken = response.IsBroken();
     hasUnread_ = in_.Size() || !exchange_->body.HasArrived();
-    if (settings_->server.accessLog)
+    if (settings_->server.accessLog || IsAudited())
         LogRequest();
-    if (IsAudited())
-        AuditRequest();
     ReleaseExchange(std::move(exchange_));
     hasExpired_ = false;
     if (isBroken)
@@ -302,11 +300,11 @@ Connection::Step Connection::EndRequest()
     return Step::Again;
 }
 
+// In the access log, and in the audit log where somebody asked for a change of what is stored.
 void Connection::LogRequest()
 {
     const Request& request = exchange_->request;
     const Response& response = exchange_->response;
-    const AccessLogFormat format = settings_->server.accessLogFormat;
     AccessRecord record;
     record.id = request.id.Text();
     record.remote = request.remote;
@@ -315,6 +313,11 @@ void Connection::LogRequest()
     record.target = request.head.target;
     record.version = request.head.version;
     record.status = response.Status();
+    if (IsAudited() && IsChange(request.method))
+        AuditChange(record, ValueOf(request.head, "Destination"));
+    if (!settings_->server.accessLog)
+        return;
+    const AccessLogFormat format = settings_->server.accessLogFormat;
     record.received = exchange_->body.BytesRead();
     record.sent = response.BodyBytes();
     record.duration = std::chrono::duration_cast<std::chrono::microseconds>(
@@ -322,17 +325,6 @@ void Connection::LogRequest()
     if (format == AccessLogFormat::Json)
         record.userAgent = ValueOf(request.head, "User-Agent");
     services_.log.Write(record, format);
-}
-
-// Whoever asked for a change of what is stored is told of, and what came of it.
-void Connection::AuditRequest()
-{
-    const Request& request = exchange_->request;
-    if (!IsChange(request.method))
-        return;
-    AuditChange({request.id.Text(), request.remote, exchange_->auth.user, request.head.method,
-                 request.head.target, ValueOf(request.head, "Destination"),
-                 exchange_->response.Status()});
 }
 
 // The next request starts when this reply has left, so a client that reads nothing is served

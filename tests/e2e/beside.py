@@ -27,9 +27,10 @@ def run_group(modules, options):
         child = subprocess.run(
             [sys.executable, os.path.join(HERE, "run.py"), "--junit", report, *options, *modules],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
-        rows = rows_of(report) or []
-    if child.returncode != 0 and not any(failed for _, _, failed in rows):
-        rows.append((" ".join(modules), 0.0, True))  # ended before it could say what failed
+        rows = rows_of(report)
+    if rows is None or (child.returncode != 0 and not any(failed for _, _, failed in rows)):
+        # It ended before it could say what failed.
+        rows = [*(rows or []), (" ".join(modules), 0.0, True)]
     return child.stdout.decode("utf-8", "replace"), rows
 
 
