@@ -9,8 +9,8 @@
 
 #include <kest/dav.h>
 
-#include "providers/filestore/face.h"
 #include "providers/filestore/property.h"
+#include "providers/filestore/tear_off.h"
 
 namespace filestore {
 

@@ -13,10 +13,10 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/etag.h"
 #include "providers/filestore/node.h"
+#include "providers/filestore/open_directories.h"
 #include "providers/filestore/platform.h"
-#include "providers/filestore/recent.h"
 #include "providers/filestore/relocation.h"
-#include "providers/filestore/walked.h"
+#include "providers/filestore/request_cache.h"
 
 namespace filestore {
 
@@ -46,7 +46,7 @@ void Fill(const FileInfo& info, DAV_COMMON_ENUM* out)
 TALSTATUS FileCollection::QueryInterface(const GUID* iid, void** out)
 {
     if (iid && out && *iid == IID_KestCollection_3)
-        return OfferFace<IKestDAVCollection3>(&third_, *this, node_.GetStore(), out);
+        return QueryTearOff<IKestDAVCollection3>(&third_, *this, node_.GetStore(), out);
     return Object::QueryInterface(iid, out);
 }
 
@@ -67,22 +67,22 @@ TALSTATUS FileCollection::Open(SCHANDLE session, const UNICODE_STRING* path,
     if (const TALSTATUS status = node_.GetStore().Locate(path, &target); Failed(status))
         return status;
     if (target.IsRoot()) {
-        recent::Drop();
+        request_cache::Drop();
     } else {
-        if (const TALSTATUS status = recent::TakeFailure(target); Failed(status))
+        if (const TALSTATUS status = request_cache::TakeFailure(target); Failed(status))
             return status;
         const auto opened = std::make_shared<Directory>();
-        if (!recent::Take(target, &opened->file, &info_))
+        if (!request_cache::TakeOpened(target, &opened->file, &info_))
             if (const TALSTATUS status =
                     node_.GetStore().OpenExisting(&target, OpenFor::Reading, &opened->file, &info_);
                 Failed(status))
-                return ToldIfDenied(status);
+                return ReportIfDenied(status);
         if (!info_.isDirectory)
             return Failure(kCodeNotFound);
         opened->volume = target.volume;
         opened->path = target.path.View();
         directory_ = opened;
-        walked::Offer(directory_);
+        open_directories::Add(directory_);
     }
     node_.Bind(session, target, token);
     return TAL_STATUS_SUCCESS;
@@ -94,7 +94,7 @@ TALSTATUS FileCollection::GetFirstChild(UINT32* size, DAV_COMMON_ENUM* buffer)
         return kNotAssociated;
     if (relocation::IsCopied())
         return Failure(kCodeNoMoreEntries);
-    return relocation::Step(ToldIfDenied(Protected([&] {
+    return relocation::Step(ReportIfDenied(Protected([&] {
         next_ = 0;
         const TALSTATUS status = listing_.Read(node_.IsRoot() ? nullptr : &node_.GetVolume(),
                                                directory_, node_.Path(), true);
@@ -106,7 +106,7 @@ TALSTATUS FileCollection::GetNextChild(UINT32* size, DAV_COMMON_ENUM* buffer)
 {
     if (!node_.IsBound() || !listing_.IsRead())
         return kNotAssociated;
-    return relocation::Step(ToldIfDenied(Protected([&] { return Emit(size, buffer); })));
+    return relocation::Step(ReportIfDenied(Protected([&] { return Emit(size, buffer); })));
 }
 
 // Fills in what there is to say about a child; code 11 as Listing::Inspect.

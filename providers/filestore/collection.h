@@ -61,7 +61,7 @@ class FileCollection final : public Object<FileCollection, IKestDAVCollection2> 
     // The list of deleted children: the last one given out, and the URI that its record points at.
     INT64 lastDeleted_ = 0;
     std::u16string deletedUri_;
-    std::unique_ptr<CollectionFace> third_;
+    std::unique_ptr<CollectionTearOff> third_;
 };
 
 } // namespace filestore

@@ -9,9 +9,9 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/guard.h"
+#include "providers/filestore/open_directories.h"
 #include "providers/filestore/operation.h"
-#include "providers/filestore/recent.h"
-#include "providers/filestore/walked.h"
+#include "providers/filestore/request_cache.h"
 
 namespace filestore {
 
@@ -29,7 +29,7 @@ size_t RecordSize(size_t nameBytes)
 
 } // namespace
 
-TALSTATUS CollectionFace::Open(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_INFO* info)
+TALSTATUS CollectionTearOff::Open(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_INFO* info)
 {
     return Protected([&] {
         isOpen_ = false;
@@ -40,12 +40,12 @@ TALSTATUS CollectionFace::Open(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_INFO* 
     });
 }
 
-TALSTATUS CollectionFace::OpenTarget(Target* target, DAV_OBJECT_INFO* info)
+TALSTATUS CollectionTearOff::OpenTarget(Target* target, DAV_OBJECT_INFO* info)
 {
-    DAV_OBJECT_INFO told = DescribeRoot(store_);
+    DAV_OBJECT_INFO record = DescribeRoot(store_);
     directory_.reset();
     if (target->IsRoot()) {
-        recent::Drop();
+        request_cache::Drop();
     } else {
         const auto opened = std::make_shared<Directory>();
         FileInfo found;
@@ -57,18 +57,18 @@ TALSTATUS CollectionFace::OpenTarget(Target* target, DAV_OBJECT_INFO* info)
         opened->volume = target->volume;
         opened->path = target->path.View();
         directory_ = opened;
-        walked::Offer(directory_);
-        told = DescribeObject(store_.Now(), target->volume, found, false);
+        open_directories::Add(directory_);
+        record = DescribeObject(store_.Now(), target->volume, found, false);
     }
     volume_ = target->volume;
     path_ = target->path.View();
     next_ = 0;
     isOpen_ = true;
-    WriteRecord(told, info);
+    WriteRecord(record, info);
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS CollectionFace::GetMembers(UINT32* size, DAV_MEMBER* buffer)
+TALSTATUS CollectionTearOff::GetMembers(UINT32* size, DAV_MEMBER* buffer)
 {
     if (!isOpen_ || !size || !buffer)
         return Failure(kCodeInvalidParameter);
@@ -87,7 +87,7 @@ TALSTATUS CollectionFace::GetMembers(UINT32* size, DAV_MEMBER* buffer)
 }
 
 // What is asked of the metadata is asked once for all members.
-TALSTATUS CollectionFace::ReadNames()
+TALSTATUS CollectionTearOff::ReadNames()
 {
     withProperties_.clear();
     locked_.clear();
@@ -105,7 +105,7 @@ TALSTATUS CollectionFace::ReadNames()
     return status;
 }
 
-TALSTATUS CollectionFace::FindLocked(MetadataSession& session)
+TALSTATUS CollectionTearOff::FindLocked(MetadataSession& session)
 {
     std::vector<LockRecord> covering, within;
     TALSTATUS status = CoveringLocks(session, path_, store_.Now(), &covering);
@@ -119,7 +119,7 @@ TALSTATUS CollectionFace::FindLocked(MetadataSession& session)
     return status;
 }
 
-TALSTATUS CollectionFace::Pack(UINT32* size, char* buffer)
+TALSTATUS CollectionTearOff::Pack(UINT32* size, char* buffer)
 {
     const NameList& names = listing_.Names();
     const UINT64 now = store_.Now();
@@ -150,7 +150,7 @@ TALSTATUS CollectionFace::Pack(UINT32* size, char* buffer)
     return last ? TAL_STATUS_SUCCESS : Failure(kCodeNoMoreEntries);
 }
 
-TALSTATUS CollectionFace::PackMember(std::string_view name, UINT64 now, DAV_MEMBER* out) const
+TALSTATUS CollectionTearOff::PackMember(std::string_view name, UINT64 now, DAV_MEMBER* out) const
 {
     FileInfo info;
     if (const TALSTATUS status = listing_.Inspect(name.data(), &info); Failed(status))

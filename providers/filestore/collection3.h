@@ -6,15 +6,18 @@
 #include <string>
 #include <unordered_set>
 
-#include "providers/filestore/face.h"
 #include "providers/filestore/listing.h"
 #include "providers/filestore/store.h"
+#include "providers/filestore/tear_off.h"
 
 namespace filestore {
 
-class CollectionFace final : public Face<IKestDAVCollection3> {
+class CollectionTearOff final : public TearOff<IKestDAVCollection3> {
   public:
-    CollectionFace(IUnknown& whole, Store& store) : Face(whole), store_(store), listing_(store) {}
+    CollectionTearOff(IUnknown& whole, Store& store)
+        : TearOff(whole), store_(store), listing_(store)
+    {
+    }
 
     TALSTATUS Open(SCHANDLE hSession, UNICODE_STRING* path, DAV_OBJECT_INFO* info) override;
     TALSTATUS GetMembers(UINT32* size, DAV_MEMBER* buffer) override;

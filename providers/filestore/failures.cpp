@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What errors of the system mean in statuses, and who is told of them.
+// What errors of the system mean in statuses, and who learns of them.
 #include "providers/filestore/failures.h"
 
 #include <array>
@@ -57,8 +57,8 @@ UINT16 CodeOf(int error) noexcept
 
 void TellReason(int error) noexcept
 {
-    static std::array<RareLog, 160> logs; // one for each kind
-    logs[static_cast<unsigned>(error) % logs.size()].Tell(
+    static std::array<RateLimitedLog, 160> logs; // one for each kind
+    logs[static_cast<unsigned>(error) % logs.size()].Write(
         kLogError, "an operation on files failed: ", std::strerror(error));
 }
 
@@ -71,7 +71,7 @@ TALSTATUS StoreComponent::Fault(UINT16 code) noexcept
     return status;
 }
 
-TALSTATUS ToldIfDenied(TALSTATUS status) noexcept
+TALSTATUS ReportIfDenied(TALSTATUS status) noexcept
 {
     if (Failed(status) && Code(status) == kCodeAccessDenied)
         call::ReportFailure(status);

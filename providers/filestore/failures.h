@@ -35,7 +35,7 @@ constexpr TALSTATUS Failure(UINT16 code) noexcept
 
 // Hands on what a look has found. Where the module takes a refusal for "nothing there" as well, the
 // host is told of it.
-[[nodiscard]] TALSTATUS ToldIfDenied(TALSTATUS status) noexcept;
+[[nodiscard]] TALSTATUS ReportIfDenied(TALSTATUS status) noexcept;
 
 // Runs an operation of an interface: no exception leaves it.
 template <class F> TALSTATUS Protected(F&& operation) noexcept

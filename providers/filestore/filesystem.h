@@ -3,9 +3,9 @@
 // The file system beneath one volume: the only way from the store to the disk. One implementation
 // works on directory descriptors (posixfs.h); a cluster file system may take its place.
 //
-// Paths are relative to the volume's top, "" being the top itself, NUL-terminated, and never lead
-// outside, whatever links they pass. Operations return 0 or an errno value, and leave
-// out-parameters alone on failure. Any thread may call any operation.
+// Paths are relative to the volume's root directory, "" being that directory itself,
+// NUL-terminated, and never lead outside, whatever links they pass. Operations return 0 or an errno
+// value, and leave out-parameters alone on failure. Any thread may call any operation.
 #pragma once
 
 #include <cstddef>
@@ -152,8 +152,8 @@ class FileSystem {
     {
         return FreeSpace(free, total);
     }
-    // Whether the volume's top still bears the name that it was opened by: false once it has been
-    // removed, moved or mounted over.
+    // Whether the volume's root directory still bears the name that it was opened by: false once it
+    // has been removed, moved or mounted over.
     virtual bool IsInPlace() = 0;
 };
 

@@ -18,7 +18,8 @@ class Fingerprint {
     // its members are added by themselves.
     void Add(std::string_view path, const FileInfo& info);
     void AddRow(std::string_view path, const Property* property); // null: hidden
-    // Everything at `name` in an open directory, below a volume's top. 0 or an errno value.
+    // Everything at `name` in an open directory, below a volume's root directory. 0 or an errno
+    // value.
     int AddTree(FileSystem& fs, FileHandle directory, const std::string& name);
     TALSTATUS AddRows(MetadataSession& session, std::string_view tree);
 

@@ -44,7 +44,7 @@ class NewFolder {
     const std::string leaf_;
     const Conditions conditions_;
     DirectoryRef parent_;
-    Place made_;          // where it is, and
+    DirectoryEntry made_; // where it is, and
     bool isMade_ = false; // is to go again
     bool hasRows_ = false;
 };
@@ -168,7 +168,7 @@ TALSTATUS NewFolder::Change(std::span<DAV_PROPERTY_CHANGE> changes)
 TALSTATUS NewFolder::TakeName()
 {
     (void)volume_.ExpectKeptDates(*parent_); // without it: the disk's dates
-    Rename rename(guard_, volume_, made_, parent_->Get(), ParentOf(path_));
+    RenameTransaction rename(guard_, volume_, made_, parent_->Get(), ParentOf(path_));
     const TALSTATUS status = rename.To(leaf_);
     // What has moved, or may have, is not where it would be removed.
     isMade_ = Failed(status) && !rename.HasMoved() && !rename.IsStuck();

@@ -188,7 +188,7 @@ const std::string& Guard::User() const
 
 // Of the locks on one object one must be opened: an exclusive one is alone, and of shared ones each
 // holder has its own.
-bool Guard::IsOpened(const std::vector<const LockRecord*>& locks) const
+bool Guard::HasRequiredToken(const std::vector<const LockRecord*>& locks) const
 {
     return std::any_of(locks.begin(), locks.end(), [&](const LockRecord* lock) {
         return std::find(tokens_.begin(), tokens_.end(), lock->token) != tokens_.end() &&
@@ -221,7 +221,7 @@ TALSTATUS Guard::CheckLocks(const Volume& volume, MetadataSession& session, std:
         byObject[lock.path].push_back(&lock);
     status = TAL_STATUS_SUCCESS;
     for (const auto& [object, on] : byObject)
-        if (!IsOpened(on)) {
+        if (!HasRequiredToken(on)) {
             status = Failure(kCodeLocked);
             NoteRefusal(volume, object);
         }

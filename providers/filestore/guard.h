@@ -65,7 +65,7 @@ class Guard {
     const std::vector<std::string>& Refusing() const { return refusing_; }
 
   private:
-    bool IsOpened(const std::vector<const LockRecord*>& locks) const;
+    bool HasRequiredToken(const std::vector<const LockRecord*>& locks) const;
 
     const Store& store_;
     SCHANDLE session_;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Paths with symbolic links in them, followed step by step: a link may lead anywhere below the
-// volume's top but into a directory that is private, whatever name it gets there by.
+// volume's root directory but into a directory that is private, whatever name it gets there by.
 #pragma once
 
 #include <string>

@@ -202,7 +202,7 @@ TALSTATUS RemoveMade(const Store& store, Volume& volume, const std::string& path
 } // namespace
 
 TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
-                   const LockRequest& request, const LockTeller& tell)
+                   const LockRequest& request, const LockReporter& report)
 {
     if (const TALSTATUS status = CheckLockable(target); Failed(status))
         return status;
@@ -247,7 +247,7 @@ TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
     if (!Failed(status))
         status = session->AddLock(lock);
     if (!Failed(status))
-        status = tell(lock, missing);
+        status = report(lock, missing);
     if (!Failed(status))
         status = session->Commit();
     if (!Failed(status))

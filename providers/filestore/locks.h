@@ -22,13 +22,13 @@ struct LockRequest {
 
 // Says of a lock that is about to stand all that its client is to be told: when it fails, or finds
 // no memory, there is no lock. `isNew`: it makes an empty file, too, which is there already.
-using LockTeller = std::function<TALSTATUS(const LockRecord& lock, bool isNew)>;
+using LockReporter = std::function<TALSTATUS(const LockRecord& lock, bool isNew)>;
 
 // Makes a lock, and an empty file where the path is free. Code 37 when another lock is in the way,
-// 33 when the path's parent is missing, 4 for a timeout that is not positive. What `tell` does is
+// 33 when the path's parent is missing, 4 for a timeout that is not positive. What `report` does is
 // the last that can fail before the lock stands, and nothing can afterwards.
 TALSTATUS MakeLock(const Store& store, const Guard& guard, const Target& target,
-                   const LockRequest& request, const LockTeller& tell);
+                   const LockRequest& request, const LockReporter& report);
 
 // Extends the lock that covers `target` and whose token was given, to `timeout` from `now`. Code 40
 // when there is none, 6 when it is somebody else's, 4 for a timeout that is not positive.

@@ -159,10 +159,10 @@ class Metadata {
     // looks say true then.
     virtual bool IsInUse() const { return true; }
     // Makes the looks exact again. Called now and then.
-    virtual void Tidy() = 0;
+    virtual void RecountFlags() = 0;
     // The process ends: what is kept now stands in one place, for whoever copies it. What is still
     // in use stays open, and everything can go on as before.
-    virtual void Rest() = 0;
+    virtual void Checkpoint() = 0;
 };
 
 } // namespace filestore

@@ -14,8 +14,8 @@ namespace filestore {
 inline constexpr size_t kMaxPathBytes = 4095; // of a path within a volume, as the kernel counts
 inline constexpr size_t kMaxNameBytes = 255;  // of one component
 
-// The directory at a volume's top that holds the store's own files. The name is not served
-// anywhere, since one volume can lie inside another.
+// The directory in a volume's root directory that holds the store's own files. The name is not
+// served anywhere, since one volume can lie inside another.
 inline constexpr std::string_view kPrivateDirectory = ".kest";
 
 // The text as UTF-8; empty for malformed text, and for none.
@@ -29,8 +29,8 @@ inline constexpr std::string_view kPrivateDirectory = ".kest";
 // Whether a component is the store's own, in any letter case.
 [[nodiscard]] bool IsPrivateName(std::string_view name);
 
-// A path within a volume: components joined by "/", none empty; "" is the volume's top. Holds its
-// text in place, so that taking a request's path apart allocates nothing.
+// A path within a volume: components joined by "/", none empty; "" is the volume's root directory.
+// Holds its text in place, so that taking a request's path apart allocates nothing.
 class PathBuffer {
   public:
     PathBuffer() { text_[0] = '\0'; }

@@ -13,8 +13,8 @@
 #include "providers/filestore/folder.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/locks.h"
-#include "providers/filestore/recent.h"
 #include "providers/filestore/relocation.h"
+#include "providers/filestore/request_cache.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/trees.h"
 
@@ -81,7 +81,7 @@ static bool FindLeaf(const Target& target, FileInfo* info)
                               info) != 0 ||
         (!info->isDirectory && !info->isRegular))
         return false;
-    recent::KeepPlace(target, std::move(directory), *info);
+    request_cache::SaveParent(target, std::move(directory), *info);
     return true;
 }
 
@@ -91,13 +91,13 @@ static bool LookAtFile(const Target& target, FileInfo* info)
     if (call::Method() != KestMethodHead ||
         target.volume->Fs().Look(target.path.CStr(), info) != 0 || !info->isRegular)
         return false;
-    recent::KeepLook(target, *info);
+    request_cache::SaveInfo(target, *info);
     return true;
 }
 
 TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
 {
-    recent::Drop();
+    request_cache::Drop();
     Target target;
     TALSTATUS status = store_.Locate(path, &target);
     if (!Failed(status) && target.IsRoot()) {
@@ -114,7 +114,7 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
         status = store_.OpenExisting(&target, OpenFor::Reading, &file, &info);
     if (!Failed(status)) {
         *type = info.isDirectory ? Collection : Resource;
-        recent::Keep(target, std::move(file), info);
+        request_cache::SaveOpened(target, std::move(file), info);
         return TAL_STATUS_SUCCESS;
     }
     // What the request is about to make counts as there, so that the first request of a session
@@ -131,11 +131,11 @@ TALSTATUS FileNamespace::TypeOf(const UNICODE_STRING* path, DAV_TYPE* type)
     // reason.
     const bool isUntold =
         Code(status) == kCodeInsufficientResources || Code(status) == kCodeUnsuccessful;
-    if (isUntold && target.volume && recent::KeepFailure(target, status)) {
+    if (isUntold && target.volume && request_cache::SaveFailure(target, status)) {
         *type = Resource;
         return TAL_STATUS_SUCCESS;
     }
-    return ToldIfDenied(status);
+    return ReportIfDenied(status);
 }
 
 TALSTATUS FileNamespace::MkCol(SCHANDLE hSession, DAV_LOCK_TOKEN* token, UNICODE_STRING* path)
@@ -149,7 +149,7 @@ TALSTATUS FileNamespace::MkCol(SCHANDLE hSession, DAV_LOCK_TOKEN* token, UNICODE
 TALSTATUS FileNamespace::MakeCollection(SCHANDLE session, const DAV_LOCK_TOKEN* token,
                                         const UNICODE_STRING* path)
 {
-    recent::Drop();
+    request_cache::Drop();
     Target target;
     if (const TALSTATUS status = store_.LocateNew(path, &target); Failed(status))
         return status;
@@ -188,7 +188,7 @@ TALSTATUS FileNamespace::Copy(SCHANDLE hSession, BOOLEAN overwrite, INT32 depth,
     if (errorId)
         *errorId = 0;
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target from, to;
         CopyExtent extent;
         extent.members = depth != 0;
@@ -265,21 +265,21 @@ TALSTATUS FileNamespace::Lock(SCHANDLE hSession, INT32 depth, INT64 timeout, DAV
     if (token->MaximumLength < kTokenBytes)
         return Failure(kCodeBufferTooSmall);
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target target;
         // The token is where the new one goes; none is handed in.
         const Guard guard(store_, hSession, nullptr);
         LockRequest request{depth, timeout, scope, type, {}};
         if (owner && owner->Buffer)
             request.owner = {owner->Buffer, owner->Length};
-        const LockTeller tell = [&](const LockRecord& made, bool) {
+        const LockReporter report = [&](const LockRecord& made, bool) {
             std::memcpy(token->Buffer, made.token.data(), made.token.size());
             token->Length = static_cast<UINT16>(made.token.size());
             return TAL_STATUS_SUCCESS;
         };
         const TALSTATUS status = store_.LocateNew(path, &target);
         return Failed(status) ? status : WithRoomForRows(store_, *target.volume, [&] {
-            return MakeLock(store_, guard, target, request, tell);
+            return MakeLock(store_, guard, target, request, report);
         });
     });
 }
@@ -290,7 +290,7 @@ TALSTATUS FileNamespace::LockRefresh(SCHANDLE hSession, DAV_DATETIME timeout, UN
     if (!lock)
         return Failure(kCodeInvalidParameter);
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target target;
         LockRecord record;
         const Guard guard(store_, hSession, token);
@@ -299,7 +299,7 @@ TALSTATUS FileNamespace::LockRefresh(SCHANDLE hSession, DAV_DATETIME timeout, UN
         TALSTATUS status = store_.Locate(path, &target);
         if (!Failed(status))
             status = target.IsRoot() ? Failure(kCodeAccessDenied)
-                                     : ToldIfFull(WithReserve(store_, *target.volume, [&] {
+                                     : ReportIfFull(WithReserve(store_, *target.volume, [&] {
                                            return RefreshLock(guard, target, now,
                                                               static_cast<INT64>(timeout), &record);
                                        }));
@@ -311,7 +311,7 @@ TALSTATUS FileNamespace::LockRefresh(SCHANDLE hSession, DAV_DATETIME timeout, UN
 TALSTATUS FileNamespace::Unlock(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOCK_TOKEN* token)
 {
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target target;
         const Guard guard(store_, hSession, token);
         const std::string_view text =
@@ -319,8 +319,8 @@ TALSTATUS FileNamespace::Unlock(SCHANDLE hSession, UNICODE_STRING* path, DAV_LOC
         const TALSTATUS status = store_.Locate(path, &target);
         if (Failed(status) || target.IsRoot())
             return Failed(status) ? status : Failure(kCodeNotFound);
-        return ToldIfFull(WithReserve(store_, *target.volume,
-                                      [&] { return ReleaseLock(store_, guard, target, text); }));
+        return ReportIfFull(WithReserve(store_, *target.volume,
+                                        [&] { return ReleaseLock(store_, guard, target, text); }));
     });
 }
 

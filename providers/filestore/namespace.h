@@ -55,8 +55,8 @@ class FileNamespace final : public Object<FileNamespace, IKestDAV2> {
     TALSTATUS ListLock(DAV_LOCK_PLACE* place, UINT32* length, void* out) const;
 
     Store& store_;
-    NamespaceFace third_;
-    UploadsFace uploads_;
+    NamespaceTearOff third_;
+    UploadsTearOff uploads_;
 };
 
 } // namespace filestore

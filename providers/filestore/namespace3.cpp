@@ -16,7 +16,7 @@
 #include "providers/filestore/packing.h"
 #include "providers/filestore/patch.h"
 #include "providers/filestore/property.h"
-#include "providers/filestore/recent.h"
+#include "providers/filestore/request_cache.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/trees.h"
 
@@ -28,7 +28,7 @@ namespace {
 template <class F> TALSTATUS Anew(F&& operation)
 {
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         return operation();
     });
 }
@@ -53,11 +53,12 @@ TALSTATUS CheckRoom(const Target& target, size_t ownerBytes, const UINT32* size)
 
 } // namespace
 
-TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CHANGE* change) const
+TALSTATUS NamespaceTearOff::Describe(const Target& target, bool hasReplaced,
+                                     DAV_CHANGE* change) const
 {
     if (!change)
         return TAL_STATUS_SUCCESS;
-    recent::Drop();
+    request_cache::Drop();
     if (change->Size <= offsetof(DAV_CHANGE, Info)) { // the caller wants the outcome alone
         TellChange(hasReplaced, {}, change);
         return TAL_STATUS_SUCCESS;
@@ -69,29 +70,29 @@ TALSTATUS NamespaceFace::Describe(const Target& target, bool hasReplaced, DAV_CH
     // cannot be looked at is told as one: a reply without its kind would name a collection wrongly.
     if (Failed(DescribePath(store_, &at, &info)))
         info.Tag.Length = 0;
-    recent::Drop();
+    request_cache::Drop();
     TellChange(hasReplaced, info, change);
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS NamespaceFace::GetInfo(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_INFO* info)
+TALSTATUS NamespaceTearOff::GetInfo(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_INFO* info)
 {
     if (!info)
         return Failure(kCodeInvalidParameter);
     return Protected([&] {
         Target target;
-        DAV_OBJECT_INFO told;
+        DAV_OBJECT_INFO record;
         TALSTATUS status = store_.Locate(path, &target);
         if (!Failed(status))
-            status = DescribePath(store_, &target, &told);
+            status = DescribePath(store_, &target, &record);
         if (!Failed(status))
-            WriteRecord(told, info);
+            WriteRecord(record, info);
         return status;
     });
 }
 
-TALSTATUS NamespaceFace::Judge(SCHANDLE hSession, UNICODE_STRING* path,
-                               const DAV_PRECONDITIONS* preconditions)
+TALSTATUS NamespaceTearOff::Judge(SCHANDLE hSession, UNICODE_STRING* path,
+                                  const DAV_PRECONDITIONS* preconditions)
 {
     return Protected([&] {
         Target target;
@@ -109,10 +110,10 @@ TALSTATUS NamespaceFace::Judge(SCHANDLE hSession, UNICODE_STRING* path,
     });
 }
 
-TALSTATUS NamespaceFace::MakeCollection(SCHANDLE hSession, UNICODE_STRING* path,
-                                        const DAV_PRECONDITIONS* preconditions, UINT32 count,
-                                        DAV_PROPERTY_CHANGE* changes, IKestDAVFailures3* failures,
-                                        DAV_CHANGE* change)
+TALSTATUS NamespaceTearOff::MakeCollection(SCHANDLE hSession, UNICODE_STRING* path,
+                                           const DAV_PRECONDITIONS* preconditions, UINT32 count,
+                                           DAV_PROPERTY_CHANGE* changes,
+                                           IKestDAVFailures3* failures, DAV_CHANGE* change)
 {
     return Anew([&] {
         Target target;
@@ -134,8 +135,9 @@ TALSTATUS NamespaceFace::MakeCollection(SCHANDLE hSession, UNICODE_STRING* path,
     });
 }
 
-TALSTATUS NamespaceFace::Delete(SCHANDLE hSession, UNICODE_STRING* path,
-                                const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures)
+TALSTATUS NamespaceTearOff::Delete(SCHANDLE hSession, UNICODE_STRING* path,
+                                   const DAV_PRECONDITIONS* preconditions,
+                                   IKestDAVFailures3* failures)
 {
     return Protected([&] {
         Target target;
@@ -146,8 +148,8 @@ TALSTATUS NamespaceFace::Delete(SCHANDLE hSession, UNICODE_STRING* path,
     });
 }
 
-TALSTATUS NamespaceFace::RelocateOnce(const Guard& guard, bool isMove, UINT32 flags,
-                                      const Target& from, const Target& to, bool* replaced)
+TALSTATUS NamespaceTearOff::RelocateOnce(const Guard& guard, bool isMove, UINT32 flags,
+                                         const Target& from, const Target& to, bool* replaced)
 {
     const bool overwrite = (flags & kRelocateOverwrite) != 0;
     CopyExtent extent;
@@ -158,10 +160,10 @@ TALSTATUS NamespaceFace::RelocateOnce(const Guard& guard, bool isMove, UINT32 fl
     });
 }
 
-TALSTATUS NamespaceFace::Relocate(SCHANDLE session, bool isMove, const UNICODE_STRING* source,
-                                  const UNICODE_STRING* destination, UINT32 flags,
-                                  const DAV_PRECONDITIONS* preconditions,
-                                  IKestDAVFailures3* failures, DAV_CHANGE* change)
+TALSTATUS NamespaceTearOff::Relocate(SCHANDLE session, bool isMove, const UNICODE_STRING* source,
+                                     const UNICODE_STRING* destination, UINT32 flags,
+                                     const DAV_PRECONDITIONS* preconditions,
+                                     IKestDAVFailures3* failures, DAV_CHANGE* change)
 {
     constexpr int kMostAttempts = 4; // to take a name that others make in between
     Target from, to;
@@ -187,10 +189,10 @@ TALSTATUS NamespaceFace::Relocate(SCHANDLE session, bool isMove, const UNICODE_S
     return Failed(status) ? status : Describe(to, replaced, change);
 }
 
-TALSTATUS NamespaceFace::Copy(SCHANDLE hSession, UNICODE_STRING* source,
-                              UNICODE_STRING* destination, UINT32 flags,
-                              const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
-                              DAV_CHANGE* change)
+TALSTATUS NamespaceTearOff::Copy(SCHANDLE hSession, UNICODE_STRING* source,
+                                 UNICODE_STRING* destination, UINT32 flags,
+                                 const DAV_PRECONDITIONS* preconditions,
+                                 IKestDAVFailures3* failures, DAV_CHANGE* change)
 {
     return Anew([&] {
         return Relocate(hSession, false, source, destination, flags, preconditions, failures,
@@ -198,10 +200,10 @@ TALSTATUS NamespaceFace::Copy(SCHANDLE hSession, UNICODE_STRING* source,
     });
 }
 
-TALSTATUS NamespaceFace::Move(SCHANDLE hSession, UNICODE_STRING* source,
-                              UNICODE_STRING* destination, UINT32 flags,
-                              const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
-                              DAV_CHANGE* change)
+TALSTATUS NamespaceTearOff::Move(SCHANDLE hSession, UNICODE_STRING* source,
+                                 UNICODE_STRING* destination, UINT32 flags,
+                                 const DAV_PRECONDITIONS* preconditions,
+                                 IKestDAVFailures3* failures, DAV_CHANGE* change)
 {
     return Protected([&] {
         return Relocate(hSession, true, source, destination, flags, preconditions, failures,
@@ -209,10 +211,10 @@ TALSTATUS NamespaceFace::Move(SCHANDLE hSession, UNICODE_STRING* source,
     });
 }
 
-TALSTATUS NamespaceFace::PatchProperties(SCHANDLE hSession, UNICODE_STRING* path,
-                                         const DAV_PRECONDITIONS* preconditions, UINT32 count,
-                                         DAV_PROPERTY_CHANGE* changes, IKestDAVFailures3* failures,
-                                         DAV_CHANGE* change)
+TALSTATUS NamespaceTearOff::PatchProperties(SCHANDLE hSession, UNICODE_STRING* path,
+                                            const DAV_PRECONDITIONS* preconditions, UINT32 count,
+                                            DAV_PROPERTY_CHANGE* changes,
+                                            IKestDAVFailures3* failures, DAV_CHANGE* change)
 {
     return Anew([&] {
         Target target;
@@ -236,8 +238,8 @@ TALSTATUS NamespaceFace::PatchProperties(SCHANDLE hSession, UNICODE_STRING* path
 }
 
 // The rows first, then the file, then the transaction ends: what fails is put back.
-TALSTATUS NamespaceFace::Patch(const Guard& guard, Target* target,
-                               std::span<DAV_PROPERTY_CHANGE> changes)
+TALSTATUS NamespaceTearOff::Patch(const Guard& guard, Target* target,
+                                  std::span<DAV_PROPERTY_CHANGE> changes)
 {
     Volume& volume = *target->volume;
     const std::string path(target->path.View());
@@ -269,8 +271,8 @@ TALSTATUS NamespaceFace::Patch(const Guard& guard, Target* target,
     return status;
 }
 
-TALSTATUS NamespaceFace::GetProperties(SCHANDLE, UNICODE_STRING* path, UINT64* place, UINT32* size,
-                                       DAV_PROPERTY* buffer)
+TALSTATUS NamespaceTearOff::GetProperties(SCHANDLE, UNICODE_STRING* path, UINT64* place,
+                                          UINT32* size, DAV_PROPERTY* buffer)
 {
     if (!place || !size || !buffer)
         return Failure(kCodeInvalidParameter);
@@ -298,10 +300,11 @@ TALSTATUS NamespaceFace::GetProperties(SCHANDLE, UNICODE_STRING* path, UINT64* p
     });
 }
 
-TALSTATUS NamespaceFace::Lock(SCHANDLE hSession, UNICODE_STRING* path,
-                              const DAV_LOCK_REQUEST* request,
-                              const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
-                              UINT32* size, DAV_LOCK_INFO_3* lock, DAV_CHANGE* change)
+TALSTATUS NamespaceTearOff::Lock(SCHANDLE hSession, UNICODE_STRING* path,
+                                 const DAV_LOCK_REQUEST* request,
+                                 const DAV_PRECONDITIONS* preconditions,
+                                 IKestDAVFailures3* failures, UINT32* size, DAV_LOCK_INFO_3* lock,
+                                 DAV_CHANGE* change)
 {
     DAV_LOCK_REQUEST wanted;
     if (!request || !ReadRecord(request, &wanted) || !size || !lock ||
@@ -313,7 +316,7 @@ TALSTATUS NamespaceFace::Lock(SCHANDLE hSession, UNICODE_STRING* path,
         const LockRequest asked{wanted.Depth, wanted.Timeout,       wanted.Scope,
                                 wanted.Type,  TextOf(wanted.Owner), true};
         const UINT32 room = *size; // also when there is another try
-        const LockTeller tell = [&](const LockRecord& made, bool isNew) {
+        const LockReporter report = [&](const LockRecord& made, bool isNew) {
             call::HeldReports reports; // it may stand, whatever can be told of its resource
             *size = room;
             TALSTATUS status = PackLock(made, *target.volume, store_.Now(), size, lock);
@@ -331,15 +334,15 @@ TALSTATUS NamespaceFace::Lock(SCHANDLE hSession, UNICODE_STRING* path,
         return RunGuarded(store_, hSession, target, preconditions, failures,
                           [&](const Guard& guard) {
                               return WithRoomForRows(store_, *target.volume, [&] {
-                                  return MakeLock(store_, guard, target, asked, tell);
+                                  return MakeLock(store_, guard, target, asked, report);
                               });
                           });
     });
 }
 
-TALSTATUS NamespaceFace::RefreshLock(SCHANDLE hSession, UNICODE_STRING* path, INT64 timeout,
-                                     const DAV_PRECONDITIONS* preconditions, UINT32* size,
-                                     DAV_LOCK_INFO_3* lock)
+TALSTATUS NamespaceTearOff::RefreshLock(SCHANDLE hSession, UNICODE_STRING* path, INT64 timeout,
+                                        const DAV_PRECONDITIONS* preconditions, UINT32* size,
+                                        DAV_LOCK_INFO_3* lock)
 {
     if (!size || !lock)
         return Failure(kCodeInvalidParameter);
@@ -353,7 +356,7 @@ TALSTATUS NamespaceFace::RefreshLock(SCHANDLE hSession, UNICODE_STRING* path, IN
         const UINT64 now = store_.Now(); // what is described is what was granted, to the second
         const TALSTATUS status =
             RunGuarded(store_, hSession, target, preconditions, nullptr, [&](const Guard& guard) {
-                return ToldIfFull(WithReserve(store_, *target.volume, [&] {
+                return ReportIfFull(WithReserve(store_, *target.volume, [&] {
                     return filestore::RefreshLock(guard, target, now, timeout, &record);
                 }));
             });
@@ -361,8 +364,8 @@ TALSTATUS NamespaceFace::RefreshLock(SCHANDLE hSession, UNICODE_STRING* path, IN
     });
 }
 
-TALSTATUS NamespaceFace::Unlock(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* token,
-                                const DAV_PRECONDITIONS* preconditions)
+TALSTATUS NamespaceTearOff::Unlock(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* token,
+                                   const DAV_PRECONDITIONS* preconditions)
 {
     if (!token || (token->Length && !token->Text))
         return Failure(kCodeInvalidParameter);
@@ -380,15 +383,15 @@ TALSTATUS NamespaceFace::Unlock(SCHANDLE hSession, UNICODE_STRING* path, const D
                                                .JudgePath(target.volume->Fs(), target.path.CStr());
                               if (Failed(status))
                                   return status;
-                              return ToldIfFull(WithReserve(store_, *target.volume, [&] {
+                              return ReportIfFull(WithReserve(store_, *target.volume, [&] {
                                   return ReleaseLock(store_, guard, target, TextOf(*token));
                               }));
                           });
     });
 }
 
-TALSTATUS NamespaceFace::GetLocks(SCHANDLE, UNICODE_STRING* path, UINT64* place, UINT32* size,
-                                  DAV_LOCK_INFO_3* buffer)
+TALSTATUS NamespaceTearOff::GetLocks(SCHANDLE, UNICODE_STRING* path, UINT64* place, UINT32* size,
+                                     DAV_LOCK_INFO_3* buffer)
 {
     if (!place || !size || !buffer)
         return Failure(kCodeInvalidParameter);
@@ -416,13 +419,13 @@ TALSTATUS NamespaceFace::GetLocks(SCHANDLE, UNICODE_STRING* path, UINT64* place,
     });
 }
 
-TALSTATUS NamespaceFace::GetQuota(SCHANDLE, UNICODE_STRING* path, DAV_QUOTA* quota)
+TALSTATUS NamespaceTearOff::GetQuota(SCHANDLE, UNICODE_STRING* path, DAV_QUOTA* quota)
 {
     if (!quota)
         return Failure(kCodeInvalidParameter);
     return Protected([&] {
         Target target;
-        DAV_QUOTA told{};
+        DAV_QUOTA record{};
         UINT64 free = 0, total = 0;
         if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
             return status;
@@ -430,9 +433,9 @@ TALSTATUS NamespaceFace::GetQuota(SCHANDLE, UNICODE_STRING* path, DAV_QUOTA* quo
             return Failure(kCodeNotImplemented);
         if (const int error = target.volume->Fs().FreeSpaceAt(target.path.CStr(), &free, &total))
             return StatusFromErrno(error);
-        told.Available = target.volume->IsWritable() ? free : 0;
-        told.Used = total - std::min(free, total);
-        WriteRecord(told, quota);
+        record.Available = target.volume->IsWritable() ? free : 0;
+        record.Used = total - std::min(free, total);
+        WriteRecord(record, quota);
         return TAL_STATUS_SUCCESS;
     });
 }

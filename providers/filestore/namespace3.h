@@ -6,15 +6,15 @@
 #include <span>
 #include <string>
 
-#include "providers/filestore/face.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/store.h"
+#include "providers/filestore/tear_off.h"
 
 namespace filestore {
 
-class NamespaceFace final : public Face<IKestDAV3> {
+class NamespaceTearOff final : public TearOff<IKestDAV3> {
   public:
-    NamespaceFace(IUnknown& whole, Store& store) : Face(whole), store_(store) {}
+    NamespaceTearOff(IUnknown& whole, Store& store) : TearOff(whole), store_(store) {}
 
     TALSTATUS GetInfo(SCHANDLE hSession, UNICODE_STRING* path, DAV_OBJECT_INFO* info) override;
     TALSTATUS Judge(SCHANDLE hSession, UNICODE_STRING* path,

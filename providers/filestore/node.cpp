@@ -22,7 +22,7 @@ namespace filestore {
 
 namespace {
 
-TALSTATUS Settle(const Volume& volume, FileHandle file, int error)
+TALSTATUS EndChange(const Volume& volume, FileHandle file, int error)
 {
     if (error == 0 && volume.Sync() == SyncLevel::Full) {
         error = volume.Fs().Sync(file, true);
@@ -194,14 +194,14 @@ TALSTATUS Node::SetCreated(FileHandle file, UINT64 date) const
     int error = volume_->OpenParent(path_, &parent); // the top's is the top itself
     if (error == 0)
         error = volume_->KeepCreated(file, *parent, date);
-    return Settle(*volume_, file, error);
+    return EndChange(*volume_, file, error);
 }
 
 TALSTATUS Node::SetModified(FileHandle file, UINT64 date) const
 {
     if (const TALSTATUS status = CheckChange(); Failed(status))
         return status;
-    return Settle(*volume_, file, volume_->Fs().SetModified(file, date));
+    return EndChange(*volume_, file, volume_->Fs().SetModified(file, date));
 }
 
 TALSTATUS Node::SetAttributes(FileHandle file, FileInfo* info, UINT32 attributes) const
@@ -213,7 +213,7 @@ TALSTATUS Node::SetAttributes(FileHandle file, FileInfo* info, UINT32 attributes
         if (const int error = volume_->Fs().SetMode(file, mode))
             return StatusFromErrno(error);
         info->mode = mode;
-        if (const TALSTATUS status = Settle(*volume_, file, 0); Failed(status))
+        if (const TALSTATUS status = EndChange(*volume_, file, 0); Failed(status))
             return status;
     }
     return SetHidden(*volume_, path_, (attributes & kAttributeHidden) != 0);

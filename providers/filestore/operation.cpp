@@ -14,7 +14,7 @@
 #include "providers/filestore/etag.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/node.h"
-#include "providers/filestore/recent.h"
+#include "providers/filestore/request_cache.h"
 
 namespace filestore {
 
@@ -57,9 +57,9 @@ DAV_OBJECT_INFO DescribeRoot(const Store& store)
 
 TALSTATUS OpenFound(const Store& store, Target* target, OpenFile* file, FileInfo* info)
 {
-    if (const TALSTATUS status = recent::TakeFailure(*target); Failed(status))
+    if (const TALSTATUS status = request_cache::TakeFailure(*target); Failed(status))
         return status;
-    return recent::Take(*target, file, info)
+    return request_cache::TakeOpened(*target, file, info)
                ? TAL_STATUS_SUCCESS
                : store.OpenExisting(target, OpenFor::Reading, file, info);
 }
@@ -90,7 +90,7 @@ TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out)
         if (isHidden)
             out->Attributes |= kAttributeHidden;
     }
-    recent::Keep(*target, std::move(file), info);
+    request_cache::SaveOpened(*target, std::move(file), info);
     return status;
 }
 

@@ -8,9 +8,9 @@
 
 #include <kest/dav.h>
 
-#include "providers/filestore/face.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/store.h"
+#include "providers/filestore/tear_off.h"
 
 namespace filestore {
 

@@ -41,7 +41,8 @@ void Log(UINT32 severity, const std::string& text)
     TolmLog(severity, "filestore", text.c_str());
 }
 
-void RareLog::Tell(UINT32 severity, std::string_view before, std::string_view reason) noexcept
+void RateLimitedLog::Write(UINT32 severity, std::string_view before,
+                           std::string_view reason) noexcept
 {
     constexpr auto kPause = std::chrono::minutes(1);
     const auto now = std::chrono::steady_clock::now().time_since_epoch();

@@ -26,10 +26,10 @@ void UpperCaseUnits(WCHAR* text, UINT32 units);
 void Log(UINT32 severity, const std::string& text);
 
 // The same for what many requests meet at once, such as a full disk: one line a minute. Any thread.
-class RareLog {
+class RateLimitedLog {
   public:
     // `before` and `reason` make up the line. Dropped when there is no memory for it.
-    void Tell(UINT32 severity, std::string_view before, std::string_view reason) noexcept;
+    void Write(UINT32 severity, std::string_view before, std::string_view reason) noexcept;
 
   private:
     std::atomic<INT64> tellsAgain_{0}; // steady time

@@ -91,7 +91,7 @@ Store& ProcessStore()
             store->SetPurger(nullptr);
             for (const auto& volume : store->Volumes())
                 if (volume->Meta())
-                    volume->Meta()->Rest();
+                    volume->Meta()->Checkpoint();
         }
     } stop;
     return *store;

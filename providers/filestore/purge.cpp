@@ -260,7 +260,7 @@ void DropExpiredLocks(const Store& store, Volume& volume)
         return;
     (void)session->RemoveExpiredLocks(store.Now()); // they count for nothing anyway
     session.reset();
-    volume.Meta()->Tidy();
+    volume.Meta()->RecountFlags();
 }
 
 } // namespace filestore

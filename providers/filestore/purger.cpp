@@ -57,7 +57,7 @@ void Purger::Run(std::stop_token stop)
                 if (retires || retiresNow)
                     RetireDeleted(store_, *volume);
                 (void)WritePending(*volume);
-                volume->SettleAll();
+                volume->RecoverAll();
                 (void)EmptyPurge(*volume, pause);
                 KeepRoom(store_, *volume, pause);
                 volume->FillReserve();
@@ -73,7 +73,7 @@ void Purger::Run(std::stop_token stop)
     }
     for (const auto& volume : store_.Volumes()) { // the last chance of this process
         (void)WritePending(*volume);
-        volume->SettleAll();
+        volume->RecoverAll();
     }
 }
 

@@ -8,10 +8,10 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/open_directories.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/upload.h"
-#include "providers/filestore/walked.h"
 
 namespace filestore {
 
@@ -54,39 +54,39 @@ class MadeWritable {
 
 } // namespace
 
-TALSTATUS Rename::To(std::string leaf)
+TALSTATUS RenameTransaction::To(std::string leaf)
 {
     toLeaf_ = std::move(leaf);
     toPath_ = Join(toParent_, toLeaf_);
     std::unique_ptr<MetadataSession> session;
-    bool any = restored != 0 || putsAside_;
+    bool any = restored != 0 || movesReplacedAside_;
     TALSTATUS status = TAL_STATUS_SUCCESS;
     if (any || NeedsSession())
         status = Store::OpenMetadata(volume_, &session);
     if (!Failed(status) && session && !any && !added)
         status = HasMetadata(*session, &any);
     if (!Failed(status) && session && (any || added || volume_.MayHaveLocks()))
-        status = Announce(*session, &any);
+        status = LogIntent(*session, &any);
     if (Failed(status))
         return status;
     status = Protected([&] { return any ? MoveAll(*session) : MoveAlone(); });
     if (hasMoved_)
-        walked::Forget(volume_, from_.path);
+        open_directories::Forget(volume_, from_.path);
     else if (session && !isStuck_ && !isUnsure_)
-        Withdraw(*session);
+        CancelIntent(*session);
     session.reset(); // whoever ends it needs a transaction
     if (isStuck_ || areRowsBehind_)
-        volume_.Unsettled().Add(std::move(intent_), isStuck_);
+        volume_.Unfinished().Add(std::move(intent_), isStuck_);
     return status;
 }
 
-bool Rename::NeedsSession() const
+bool RenameTransaction::NeedsSession() const
 {
     return added || volume_.MayHaveLocks() || volume_.MayHaveProperties() ||
            volume_.Meta()->MayHaveDeleted();
 }
 
-TALSTATUS Rename::HasMetadata(MetadataSession& session, bool* any) const
+TALSTATUS RenameTransaction::HasMetadata(MetadataSession& session, bool* any) const
 {
     if (!volume_.MayHaveProperties() && !volume_.Meta()->MayHaveDeleted())
         return TAL_STATUS_SUCCESS;
@@ -97,11 +97,11 @@ TALSTATUS Rename::HasMetadata(MetadataSession& session, bool* any) const
 }
 
 // `*any`: there is metadata, or there are locks, which come after the rename.
-TALSTATUS Rename::Announce(MetadataSession& session, bool* any)
+TALSTATUS RenameTransaction::LogIntent(MetadataSession& session, bool* any)
 {
     TALSTATUS status = session.Begin();
     if (!Failed(status))
-        status = WriteDown(session, any);
+        status = AddIntent(session, any);
     if (!Failed(status))
         status = session.Commit();
     if (Failed(status))
@@ -112,7 +112,7 @@ TALSTATUS Rename::Announce(MetadataSession& session, bool* any)
 // The locks are looked at before anything is written down, and again when it counts. First the list
 // of deleted entries, then the rename: an entry without its files is harmless, files without an
 // entry would be lost.
-TALSTATUS Rename::WriteDown(MetadataSession& session, bool* any)
+TALSTATUS RenameTransaction::AddIntent(MetadataSession& session, bool* any)
 {
     TALSTATUS status = CheckLocks(session);
     if (!Failed(status) && !*any)
@@ -122,7 +122,7 @@ TALSTATUS Rename::WriteDown(MetadataSession& session, bool* any)
         status = session.AddDeleted(added);
     if (Failed(status))
         return status;
-    if (putsAside_) {
+    if (movesReplacedAside_) {
         asideLeaf_ = added ? std::to_string(added->id) : volume_.UniqueName();
     } else if (added) {
         toLeaf_ = std::to_string(added->id);
@@ -131,24 +131,24 @@ TALSTATUS Rename::WriteDown(MetadataSession& session, bool* any)
     if (!*any)
         return status;
     intent_ = {0, volume_.Token(), from_.path, toPath_, {}, from_.info.inode};
-    if (putsAside_)
+    if (movesReplacedAside_)
         intent_.aside = Join(added ? ".kest/deleted" : ".kest/purge", asideLeaf_);
     return session.AddIntent(&intent_);
 }
 
-// It has come to nothing. What cannot be taken back the next start settles.
-void Rename::Withdraw(MetadataSession& session) const
+// It has come to nothing. What cannot be taken back the next start recovers.
+void RenameTransaction::CancelIntent(MetadataSession& session) const
 {
     if (!added && !intent_.id)
         return;
-    call::HeldReports reports; // there is another one to be told
-    const auto withdraw = [&] { return Protected([&] { return WithdrawRows(session); }); };
-    if (Failed(withdraw()) && Failed(withdraw()) && added) // once more, then when there is room
+    call::HeldReports reports; // there is another one to be reported
+    const auto cancel = [&] { return Protected([&] { return RemoveIntent(session); }); };
+    if (Failed(cancel()) && Failed(cancel()) && added) // once more, then when there is room
         volume_.Pending().AddUnlisted({&added->id, 1});
     reports.Drop();
 }
 
-TALSTATUS Rename::WithdrawRows(MetadataSession& session) const
+TALSTATUS RenameTransaction::RemoveIntent(MetadataSession& session) const
 {
     session.Rollback();
     TALSTATUS status = session.Begin();
@@ -159,7 +159,7 @@ TALSTATUS Rename::WithdrawRows(MetadataSession& session) const
     return Failed(status) ? status : session.Commit();
 }
 
-TALSTATUS Rename::MoveAlone()
+TALSTATUS RenameTransaction::MoveAlone()
 {
     const TALSTATUS status = MoveName();
     return Failed(status) ? status : StatusFromErrno(SyncNames(false));
@@ -167,7 +167,7 @@ TALSTATUS Rename::MoveAlone()
 
 // The names are on the disk before the metadata says so, and the intent stands until then: whatever
 // a power cut leaves of either, the two can be brought together again.
-TALSTATUS Rename::MoveAll(MetadataSession& session)
+TALSTATUS RenameTransaction::MoveAll(MetadataSession& session)
 {
     TALSTATUS status = session.Begin();
     if (!Failed(status))
@@ -190,7 +190,7 @@ TALSTATUS Rename::MoveAll(MetadataSession& session)
 }
 
 // Tried once more: what has moved cannot always be taken back. A full disk is worth the reserve.
-TALSTATUS Rename::FollowAtLast(MetadataSession& session)
+TALSTATUS RenameTransaction::FollowAtLast(MetadataSession& session)
 {
     call::HeldReports reports;
     TALSTATUS status = Follow(session);
@@ -206,7 +206,7 @@ TALSTATUS Rename::FollowAtLast(MetadataSession& session)
 }
 
 // Ends the transaction with the rows where the names are; a failure rolls it back.
-TALSTATUS Rename::Follow(MetadataSession& session) const
+TALSTATUS RenameTransaction::Follow(MetadataSession& session) const
 {
     const TALSTATUS status = Protected([&] {
         const TALSTATUS moved = MoveRows(session);
@@ -219,16 +219,16 @@ TALSTATUS Rename::Follow(MetadataSession& session) const
 
 // Takes the names back to where the metadata still has them. False where they stay as they are:
 // what a file has replaced is gone, and what is on its way out may be gone in part.
-bool Rename::MoveBack()
+bool RenameTransaction::MoveBack()
 {
     if (replace || toDirectory_ == volume_.Purge() ||
-        (putsAside_ && AsideDirectory() == volume_.Purge()))
+        (movesReplacedAside_ && AsideDirectory() == volume_.Purge()))
         return false;
     FileSystem& fs = volume_.Fs();
     const FileHandle fromDirectory = from_.directory->Get();
     const NameGuard names(volume_.MutexOf(from_.path), volume_.MutexOf(toPath_));
     int error = 0;
-    if (putsAside_) {
+    if (movesReplacedAside_) {
         error = fs.Rename(AsideDirectory(), asideLeaf_.c_str(), fromDirectory, from_.leaf.c_str(),
                           false);
         if (error == 0)
@@ -243,14 +243,14 @@ bool Rename::MoveBack()
     return true;
 }
 
-TALSTATUS Rename::MoveRows(MetadataSession& session) const
+TALSTATUS RenameTransaction::MoveRows(MetadataSession& session) const
 {
     TALSTATUS status = TAL_STATUS_SUCCESS;
-    if (putsAside_ && !forget)
+    if (movesReplacedAside_ && !forget)
         status = session.RenameTree(toPath_, intent_.aside);
     if (!Failed(status))
-        status = session.ForgetTree(forget && !putsAside_ ? from_.path : toPath_);
-    if (!Failed(status) && (putsAside_ || !forget))
+        status = session.ForgetTree(forget && !movesReplacedAside_ ? from_.path : toPath_);
+    if (!Failed(status) && (movesReplacedAside_ || !forget))
         status = session.RenameTree(from_.path, toPath_);
     for (const std::string_view tree : {std::string_view(from_.path), std::string_view(toPath_)})
         if (!Failed(status))
@@ -260,7 +260,7 @@ TALSTATUS Rename::MoveRows(MetadataSession& session) const
     return Failed(status) ? status : session.RemoveIntent(intent_.id);
 }
 
-TALSTATUS Rename::CheckLocks(MetadataSession& session) const
+TALSTATUS RenameTransaction::CheckLocks(MetadataSession& session) const
 {
     if (!volume_.MayHaveLocks()) // in a transaction the answer is exact
         return TAL_STATUS_SUCCESS;
@@ -269,7 +269,7 @@ TALSTATUS Rename::CheckLocks(MetadataSession& session) const
                                        : guard_.CheckLocks(volume_, session, toPath_, Reach::Tree);
 }
 
-TALSTATUS Rename::MoveName()
+TALSTATUS RenameTransaction::MoveName()
 {
     const NameGuard names(volume_.MutexOf(from_.path), volume_.MutexOf(toPath_));
     if (const TALSTATUS status =
@@ -282,7 +282,7 @@ TALSTATUS Rename::MoveName()
     int error = RenameOrTrade();
     if (error == EACCES) {
         const MadeWritable moving(volume_.Fs(), from_.path);
-        const MadeWritable replaced(volume_.Fs(), putsAside_ ? toPath_ : from_.path);
+        const MadeWritable replaced(volume_.Fs(), movesReplacedAside_ ? toPath_ : from_.path);
         if (moving.IsChanged() || replaced.IsChanged())
             error = RenameOrTrade();
     }
@@ -291,15 +291,15 @@ TALSTATUS Rename::MoveName()
     return StatusFromErrno(isStuck_ && IsFull(error) ? EIO : error);
 }
 
-int Rename::RenameOrTrade()
+int RenameTransaction::RenameOrTrade()
 {
-    return putsAside_ ? TradeNames()
-                      : volume_.Fs().Rename(from_.directory->Get(), from_.leaf.c_str(),
-                                            toDirectory_, toLeaf_.c_str(), replace);
+    return movesReplacedAside_ ? TradeNames()
+                               : volume_.Fs().Rename(from_.directory->Get(), from_.leaf.c_str(),
+                                                     toDirectory_, toLeaf_.c_str(), replace);
 }
 
 // Both names are borne by one or the other all the time.
-int Rename::TradeNames()
+int RenameTransaction::TradeNames()
 {
     FileSystem& fs = volume_.Fs();
     const FileHandle fromDirectory = from_.directory->Get();
@@ -308,7 +308,7 @@ int Rename::TradeNames()
     };
     int error = trade();
     if (error == EOPNOTSUPP)
-        return PutAsideFirst();
+        return MoveAsideFirst();
     if (error)
         return error;
     error =
@@ -319,7 +319,7 @@ int Rename::TradeNames()
 }
 
 // The same where names cannot be traded: in between the new name is free.
-int Rename::PutAsideFirst()
+int RenameTransaction::MoveAsideFirst()
 {
     FileSystem& fs = volume_.Fs();
     if (const int error =
@@ -335,12 +335,12 @@ int Rename::PutAsideFirst()
 
 // The new name first: no power cut leaves neither. Without metadata the end that clients see is
 // enough, unless the setting wants both.
-int Rename::SyncNames(bool rowsFollow) const
+int RenameTransaction::SyncNames(bool rowsFollow) const
 {
     const FileHandle fromDirectory = from_.directory->Get();
     const bool wantsBoth = rowsFollow || (toServed && volume_.Sync() == SyncLevel::Full);
     int error = toServed || wantsBoth ? volume_.SyncNames(toDirectory_) : 0;
-    if (error == 0 && putsAside_)
+    if (error == 0 && movesReplacedAside_)
         error = volume_.SyncNames(AsideDirectory());
     if (error == 0 && (!toServed || wantsBoth) && fromDirectory != toDirectory_)
         error = volume_.SyncNames(fromDirectory);

@@ -12,7 +12,7 @@
 namespace filestore {
 
 // A name in an open directory.
-struct Place {
+struct DirectoryEntry {
     DirectoryRef directory;
     std::string leaf;
     std::string path;
@@ -23,12 +23,12 @@ struct Place {
 // What there is no metadata for costs none. Where there is some, the rename is written down first,
 // and the names are on the disk, as the volume's setting wants it, before the metadata follows: if
 // the process dies or the power fails in between, the next start sees by the disk whether it
-// happened (settle.h).
-class Rename {
+// happened (rename_recovery.h).
+class RenameTransaction {
   public:
     // `toDirectory` has the path `toParent`, and is within the same volume.
-    Rename(const Guard& guard, Volume& volume, Place& from, FileHandle toDirectory,
-           std::string_view toParent)
+    RenameTransaction(const Guard& guard, Volume& volume, DirectoryEntry& from,
+                      FileHandle toDirectory, std::string_view toParent)
         : guard_(guard), volume_(volume), from_(from), toDirectory_(toDirectory),
           toParent_(toParent)
     {
@@ -46,27 +46,27 @@ class Rename {
     // What bears the new name trades it with what moves, and is put aside with its metadata: under
     // `added`'s number among the deleted entries, or else on its way out. Nobody finds the name
     // free in between. `from` has been looked at.
-    void PutAside() { putsAside_ = true; }
+    void MoveReplacedAside() { movesReplacedAside_ = true; }
 
-    // `leaf` counts without `added` only, or with PutAside. Code 22 when the new name is taken, 37
-    // when a lock stands in the way, 40 when the conditions do not hold; nothing has changed then.
-    // A failure of the sync is reported when everything has moved.
+    // `leaf` counts without `added` only, or with MoveReplacedAside. Code 22 when the new name is
+    // taken, 37 when a lock stands in the way, 40 when the conditions do not hold; nothing has
+    // changed then. A failure of the sync is reported when everything has moved.
     TALSTATUS To(std::string leaf);
     // After a failure: the names have changed all the same, and the sync has failed.
     bool HasMoved() const { return hasMoved_; }
-    // After a success: the metadata stays behind until it can be written (unsettled.h).
+    // After a success: the metadata stays behind until it can be written (unfinished_renames.h).
     bool AreRowsBehind() const { return areRowsBehind_; }
     // After a failure: what was to be put aside bears the old name, or is aside. Both are to be
-    // left as they are: it is ended before the names are used (unsettled.h).
+    // left as they are: it is ended before the names are used (unfinished_renames.h).
     bool IsStuck() const { return isStuck_; }
 
   private:
     bool NeedsSession() const;
     TALSTATUS HasMetadata(MetadataSession& session, bool* any) const;
-    TALSTATUS Announce(MetadataSession& session, bool* any);
-    TALSTATUS WriteDown(MetadataSession& session, bool* any);
-    void Withdraw(MetadataSession& session) const;
-    TALSTATUS WithdrawRows(MetadataSession& session) const;
+    TALSTATUS LogIntent(MetadataSession& session, bool* any);
+    TALSTATUS AddIntent(MetadataSession& session, bool* any);
+    void CancelIntent(MetadataSession& session) const;
+    TALSTATUS RemoveIntent(MetadataSession& session) const;
     TALSTATUS MoveAlone();
     TALSTATUS MoveAll(MetadataSession& session);
     TALSTATUS FollowAtLast(MetadataSession& session);
@@ -77,18 +77,18 @@ class Rename {
     bool MoveBack();
     int RenameOrTrade();
     int TradeNames();
-    int PutAsideFirst();
+    int MoveAsideFirst();
     FileHandle AsideDirectory() const { return added ? volume_.Deleted() : volume_.Purge(); }
     int SyncNames(bool rowsFollow) const;
 
     const Guard& guard_;
     Volume& volume_;
-    Place& from_;
+    DirectoryEntry& from_;
     const FileHandle toDirectory_;
     const std::string_view toParent_;
     std::string toLeaf_;
     std::string toPath_;
-    bool putsAside_ = false;
+    bool movesReplacedAside_ = false;
     std::string asideLeaf_;
     RenameIntent intent_;
     bool hasMoved_ = false;

@@ -22,7 +22,7 @@ class RequestState final : public Object<RequestState, IUnknown> {
     [[nodiscard]] static RequestState* Current(); // makes it at the first call
     [[nodiscard]] static RequestState* Find();    // makes none
 
-    // What GetType found, for the operation that follows it; see recent.h.
+    // What GetType found, for the operation that follows it; see request_cache.h.
     struct Found {
         Volume* volume = nullptr;
         std::string path;       // keeps its room

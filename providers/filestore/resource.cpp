@@ -7,11 +7,11 @@
 #include <utility>
 
 #include "providers/filestore/callcontext.h"
+#include "providers/filestore/open_directories.h"
 #include "providers/filestore/publish.h"
-#include "providers/filestore/recent.h"
 #include "providers/filestore/relocation.h"
+#include "providers/filestore/request_cache.h"
 #include "providers/filestore/room.h"
-#include "providers/filestore/walked.h"
 
 namespace filestore {
 
@@ -29,7 +29,7 @@ FileResource::~FileResource()
 TALSTATUS FileResource::QueryInterface(const GUID* iid, void** out)
 {
     if (iid && out && *iid == IID_KestResource_3)
-        return OfferFace<IKestDAVResource3>(&third_, *this, node_.GetStore(), out);
+        return QueryTearOff<IKestDAVResource3>(&third_, *this, node_.GetStore(), out);
     if (iid && out && third_ && *iid == IID_KestContentFile_3) {
         AddRef();
         *out = &third_->AsFile();
@@ -94,15 +94,15 @@ TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNI
         return status;
     if (target.IsRoot())
         return Failure(kCodeMethodNotAllowed);
-    if (const TALSTATUS status = recent::TakeFailure(target); Failed(status))
+    if (const TALSTATUS status = request_cache::TakeFailure(target); Failed(status))
         return status;
-    if (!recent::Take(target, &file_, &info_))
+    if (!request_cache::TakeOpened(target, &file_, &info_))
         if (const TALSTATUS status =
                 node_.GetStore().OpenExisting(&target, OpenFor::Reading, &file_, &info_);
             Failed(status)) {
             if (Code(status) == kCodeNotFound)
                 KeepMissing(target);
-            return ToldIfDenied(status);
+            return ReportIfDenied(status);
         }
     if (info_.isDirectory && access == kAccessReadContent) {
         file_.Reset();
@@ -122,7 +122,7 @@ TALSTATUS FileResource::Open(SCHANDLE session, DAV_OPEN_ACCESS access, const UNI
 TALSTATUS FileResource::Create(SCHANDLE session, const UNICODE_STRING* path,
                                const DAV_LOCK_TOKEN* token)
 {
-    recent::Drop();
+    request_cache::Drop();
     Target target;
     if (const TALSTATUS status = node_.GetStore().LocateNew(path, &target); Failed(status))
         return status;
@@ -193,7 +193,8 @@ TALSTATUS FileResource::Inspect(FileInfo* out) const
 // The request walks through the collection, and has seen that nothing in it keeps a date.
 bool FileResource::IsListedWithoutDates() const
 {
-    const DirectoryRef directory = walked::Find(node_.GetVolume(), ParentOf(node_.Path()));
+    const DirectoryRef directory =
+        open_directories::Find(node_.GetVolume(), ParentOf(node_.Path()));
     return directory && directory->keptDates.load(std::memory_order_relaxed) == KeptDates::None;
 }
 
@@ -275,7 +276,7 @@ TALSTATUS FileResource::Read(UINT64 offset, UINT32 length, char* buffer, UINT32*
     if (error == 0 && got == 0 && length != 0)
         (void)relocation::InnerStep(Failure(kCodeEndOfFile));
     // The reply's head promises the content.
-    return relocation::InnerStep(ToldIfDenied(StatusFromErrno(error)));
+    return relocation::InnerStep(ReportIfDenied(StatusFromErrno(error)));
 }
 
 TALSTATUS FileResource::Write(UINT64 offset, UINT32 length, char* buffer, UINT32* written)

@@ -75,7 +75,7 @@ class FileResource final : public Object<FileResource, IKestDAVResource2> {
     std::optional<Upload> upload_;
     bool isUploadConditional_ = false; // by an "If" header
     std::optional<bool> uploadHidden_; // asked for while new content is on its way in
-    std::unique_ptr<ContentFace> third_;
+    std::unique_ptr<ResourceTearOff> third_;
 };
 
 } // namespace filestore

@@ -7,7 +7,7 @@
 #include "providers/filestore/etag.h"
 #include "providers/filestore/operation.h"
 #include "providers/filestore/publish.h"
-#include "providers/filestore/recent.h"
+#include "providers/filestore/request_cache.h"
 #include "providers/filestore/room.h"
 
 namespace filestore {
@@ -23,7 +23,7 @@ constexpr UINT64 kLastOffset = ~UINT64{0} >> 1; // that any file system counts t
 
 } // namespace
 
-void ContentFace::Close()
+void ResourceTearOff::Close()
 {
     upload_.reset(); // drops what was not published
     guard_.reset();
@@ -31,9 +31,9 @@ void ContentFace::Close()
     isOpen_ = false;
 }
 
-TALSTATUS ContentFace::Open(SCHANDLE hSession, UNICODE_STRING* path, UINT32 purpose, INT64 expected,
-                            const DAV_PRECONDITIONS* preconditions, IKestDAVFailures3* failures,
-                            DAV_OBJECT_INFO* info)
+TALSTATUS ResourceTearOff::Open(SCHANDLE hSession, UNICODE_STRING* path, UINT32 purpose,
+                                INT64 expected, const DAV_PRECONDITIONS* preconditions,
+                                IKestDAVFailures3* failures, DAV_OBJECT_INFO* info)
 {
     if (purpose > kOpenModify || expected < -1)
         return Failure(kCodeInvalidParameter);
@@ -56,15 +56,15 @@ TALSTATUS ContentFace::Open(SCHANDLE hSession, UNICODE_STRING* path, UINT32 purp
     return status;
 }
 
-TALSTATUS ContentFace::OpenForReading(SCHANDLE session, const UNICODE_STRING* path,
-                                      DAV_OBJECT_INFO* info)
+TALSTATUS ResourceTearOff::OpenForReading(SCHANDLE session, const UNICODE_STRING* path,
+                                          DAV_OBJECT_INFO* info)
 {
     Target target;
     if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
         return status;
     volume_ = target.volume;
     if (target.IsRoot()) {
-        recent::Drop();
+        request_cache::Drop();
         info_ = {};
         info_.isDirectory = true;
         WriteRecord(DescribeRoot(store_), info);
@@ -86,17 +86,17 @@ TALSTATUS ContentFace::OpenForReading(SCHANDLE session, const UNICODE_STRING* pa
 }
 
 // What is open now is what is read.
-TALSTATUS ContentFace::JudgeReading(SCHANDLE session, const Target& target)
+TALSTATUS ResourceTearOff::JudgeReading(SCHANDLE session, const Target& target)
 {
     const Guard guard(store_, session, target, given_);
     const TALSTATUS status = guard.CheckConditions();
     return Failed(status) ? status : guard.On(*target.volume, target.path.View()).Judge(&info_);
 }
 
-TALSTATUS ContentFace::OpenForWriting(SCHANDLE session, const UNICODE_STRING* path, UINT32 purpose,
-                                      INT64 expected, DAV_OBJECT_INFO* info)
+TALSTATUS ResourceTearOff::OpenForWriting(SCHANDLE session, const UNICODE_STRING* path,
+                                          UINT32 purpose, INT64 expected, DAV_OBJECT_INFO* info)
 {
-    recent::Drop();
+    request_cache::Drop();
     Target target;
     if (const TALSTATUS status = store_.LocateNew(path, &target); Failed(status))
         return status;
@@ -114,16 +114,16 @@ TALSTATUS ContentFace::OpenForWriting(SCHANDLE session, const UNICODE_STRING* pa
     }
     if (const TALSTATUS status = Begin(purpose, expected); Failed(status) || !info)
         return status;
-    DAV_OBJECT_INFO told{};
-    told.Size = sizeof told;
+    DAV_OBJECT_INFO record{};
+    record.Size = sizeof record;
     if (const FileInfo* const old = upload_->Old())
-        told = DescribeObject(store_.Now(), volume_, *old, false);
-    WriteRecord(told, info);
+        record = DescribeObject(store_.Now(), volume_, *old, false);
+    WriteRecord(record, info);
     return TAL_STATUS_SUCCESS;
 }
 
 // Locks are asked before a byte is taken: a client is not to send a long body in vain.
-TALSTATUS ContentFace::Begin(UINT32 purpose, INT64 expected)
+TALSTATUS ResourceTearOff::Begin(UINT32 purpose, INT64 expected)
 {
     Volume& volume = *volume_;
     upload_.emplace(store_, volume);
@@ -140,7 +140,7 @@ TALSTATUS ContentFace::Begin(UINT32 purpose, INT64 expected)
 }
 
 // A file that has only been looked at is opened when its content is wanted.
-TALSTATUS ContentFace::OpenContent()
+TALSTATUS ResourceTearOff::OpenContent()
 {
     if (file_)
         return TAL_STATUS_SUCCESS;
@@ -148,7 +148,7 @@ TALSTATUS ContentFace::OpenContent()
     return StatusFromErrno(fs.Open(path_.c_str(), OpenFor::Reading, file_.Out(fs)));
 }
 
-TALSTATUS ContentFace::GetDescriptor(INT32* descriptor)
+TALSTATUS ResourceTearOff::GetDescriptor(INT32* descriptor)
 {
     if (!isOpen_ || upload_ || !descriptor)
         return Failure(kCodeInvalidParameter);
@@ -162,7 +162,7 @@ TALSTATUS ContentFace::GetDescriptor(INT32* descriptor)
     });
 }
 
-TALSTATUS ContentFace::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read)
+TALSTATUS ResourceTearOff::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* read)
 {
     if (!isOpen_ || upload_ || !read || (length && !buffer))
         return Failure(kCodeInvalidParameter);
@@ -183,7 +183,7 @@ TALSTATUS ContentFace::Read(UINT64 offset, UINT32 length, char* buffer, UINT32* 
     });
 }
 
-TALSTATUS ContentFace::Write(UINT64 offset, UINT32 length, const char* buffer)
+TALSTATUS ResourceTearOff::Write(UINT64 offset, UINT32 length, const char* buffer)
 {
     if (!isOpen_ || !upload_ || (length && !buffer))
         return Failure(kCodeInvalidParameter);
@@ -192,14 +192,14 @@ TALSTATUS ContentFace::Write(UINT64 offset, UINT32 length, const char* buffer)
     return Protected([&] { return upload_->Write(offset, buffer, length); });
 }
 
-TALSTATUS ContentFace::SetLength(UINT64 length)
+TALSTATUS ResourceTearOff::SetLength(UINT64 length)
 {
     if (!isOpen_ || !upload_)
         return Failure(kCodeInvalidParameter);
     return Protected([&] { return upload_->SetLength(length); });
 }
 
-TALSTATUS ContentFace::Finish(DAV_DATETIME modified, DAV_DATETIME created)
+TALSTATUS ResourceTearOff::Finish(DAV_DATETIME modified, DAV_DATETIME created)
 {
     Volume& volume = *volume_;
     upload_->SetModified(modified ? StampedDate(modified, true) : StampedDate(store_.Now(), false));
@@ -217,13 +217,13 @@ TALSTATUS ContentFace::Finish(DAV_DATETIME modified, DAV_DATETIME created)
     return status;
 }
 
-TALSTATUS ContentFace::Publish(DAV_DATETIME modified, DAV_DATETIME created,
-                               IKestDAVFailures3* failures, DAV_CHANGE* change)
+TALSTATUS ResourceTearOff::Publish(DAV_DATETIME modified, DAV_DATETIME created,
+                                   IKestDAVFailures3* failures, DAV_CHANGE* change)
 {
     if (!isOpen_ || !upload_)
         return Failure(kCodeInvalidParameter);
     const TALSTATUS status = Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         const TALSTATUS published = Finish(modified, created);
         if (Failed(published))
             TellRefusals(*guard_, published, failures);

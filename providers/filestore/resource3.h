@@ -6,16 +6,17 @@
 #include <optional>
 #include <string>
 
-#include "providers/filestore/face.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/store.h"
+#include "providers/filestore/tear_off.h"
 #include "providers/filestore/upload.h"
 
 namespace filestore {
 
-class ContentFace final : public Face<IKestDAVResource3> {
+class ResourceTearOff final : public TearOff<IKestDAVResource3> {
   public:
-    ContentFace(IUnknown& whole, Store& store) : Face(whole), store_(store), asFile_(whole, *this)
+    ResourceTearOff(IUnknown& whole, Store& store)
+        : TearOff(whole), store_(store), asFile_(whole, *this)
     {
     }
     // What IID_KestContentFile_3 asks for; it lives as long as this.
@@ -31,16 +32,18 @@ class ContentFace final : public Face<IKestDAVResource3> {
                       DAV_CHANGE* change) override;
 
   private:
-    class FileFace final : public Face<IKestDAVContentFile3> {
+    class FileTearOff final : public TearOff<IKestDAVContentFile3> {
       public:
-        FileFace(IUnknown& whole, ContentFace& content) : Face(whole), content_(content) {}
+        FileTearOff(IUnknown& whole, ResourceTearOff& content) : TearOff(whole), content_(content)
+        {
+        }
         TALSTATUS GetDescriptor(INT32* descriptor) override
         {
             return content_.GetDescriptor(descriptor);
         }
 
       private:
-        ContentFace& content_;
+        ResourceTearOff& content_;
     };
 
     TALSTATUS GetDescriptor(INT32* descriptor);
@@ -54,7 +57,7 @@ class ContentFace final : public Face<IKestDAVResource3> {
     TALSTATUS Finish(DAV_DATETIME modified, DAV_DATETIME created);
 
     Store& store_;
-    FileFace asFile_;
+    FileTearOff asFile_;
     Volume* volume_ = nullptr; // null: the root
     std::string path_;         // in it
     bool isOpen_ = false;

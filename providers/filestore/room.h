@@ -52,7 +52,7 @@ template <class F> TALSTATUS TryForRoom(F&& change)
     return status;
 }
 
-[[nodiscard]] inline TALSTATUS ToldIfFull(TALSTATUS status)
+[[nodiscard]] inline TALSTATUS ReportIfFull(TALSTATUS status)
 {
     if (Code(status) == kCodeStorageFull)
         call::ReportFailure(status);
@@ -67,7 +67,7 @@ template <class F> TALSTATUS WithRoomForRows(const Store& store, Volume& volume,
          Code(status) == kCodeStorageFull && tries < kMostTries && MakeRoom(store, volume, 0);
          ++tries)
         status = TryForRoom(change);
-    return ToldIfFull(status);
+    return ReportIfFull(status);
 }
 
 // The same for what has to work on a full disk: the reserve is given up first. That there is no

@@ -27,14 +27,14 @@ constexpr int kBusyMilliseconds = 10000;
 constexpr int kBlockedMilliseconds = 100; // the same after one that waited in vain
 
 // SQLite asks, with the number of times that it did before, whether to try again.
-int WaitForOthers(void* trouble, int count)
+int WaitForOthers(void* failures, int count)
 {
     static constexpr int kPauses[] = {1, 2, 5, 10, 15, 20, 25, 25, 25, 50, 50, 100}; // ms
     constexpr int kLast = static_cast<int>(std::size(kPauses)) - 1;
     int waited = std::max(count - kLast, 0) * kPauses[kLast];
     for (int i = 0; i < std::min(count, kLast); ++i)
         waited += kPauses[i];
-    if (!static_cast<Trouble*>(trouble)->GoesOnWaiting(waited))
+    if (!static_cast<DatabaseFailures*>(failures)->GoesOnWaiting(waited))
         return 0;
     std::this_thread::sleep_for(std::chrono::milliseconds(kPauses[std::min(count, kLast)]));
     return 1;
@@ -246,7 +246,7 @@ TALSTATUS StatusFromSqlite(int result)
     }
 }
 
-bool Trouble::GoesOnWaiting(int milliseconds) noexcept
+bool DatabaseFailures::GoesOnWaiting(int milliseconds) noexcept
 {
     if (milliseconds <
         (isBlocked_.load(std::memory_order_relaxed) ? kBlockedMilliseconds : kBusyMilliseconds))
@@ -270,7 +270,7 @@ int Database::Open(const char* path, bool durable)
                                      SQLITE_OPEN_EXRESCODE,
                                  "unix-excl"); // no file is mapped: sqliteshare.h
     if (result == SQLITE_OK)
-        result = sqlite3_busy_handler(db_, WaitForOthers, &trouble_);
+        result = sqlite3_busy_handler(db_, WaitForOthers, &failures_);
     if (result == SQLITE_OK)
         result = Execute(PAGE_SIZE "PRAGMA journal_mode = WAL; PRAGMA cache_size = -1024;");
     if (result == SQLITE_OK)
@@ -330,7 +330,7 @@ Query::Query(Database* db, Sql which)
     if (!db_ || statement_)
         return;
     result_ = db_->LastResult();
-    db_->Troubles().Tell(db_->Reason());
+    db_->Failures().Log(db_->Reason());
 }
 
 Query::~Query()
@@ -370,7 +370,7 @@ bool Query::Step()
         return false;
     result_ = unbound_ == SQLITE_OK ? sqlite3_step(statement_) : unbound_;
     if (result_ != SQLITE_ROW && result_ != SQLITE_DONE)
-        db_->Troubles().Tell(db_->Reason());
+        db_->Failures().Log(db_->Reason());
     return result_ == SQLITE_ROW;
 }
 

@@ -75,11 +75,11 @@ enum class Sql {
 [[nodiscard]] TALSTATUS StatusFromSqlite(int result);
 
 // What all connections of this process to one database know about its failures. Any thread.
-class Trouble {
+class DatabaseFailures {
   public:
     void SetName(const std::string& name) { name_ = "'" + name + "': "; } // before any other use
-    // Tells the log why something failed, at most once a minute.
-    void Tell(const char* reason) noexcept { log_.Tell(kLogError, name_, reason); }
+    // Writes to the log why something failed, at most once a minute.
+    void Log(const char* reason) noexcept { log_.Write(kLogError, name_, reason); }
     // Whether a statement that has waited so long for a change of another process goes on waiting.
     // One that has waited in vain is enough: from then on the others give up soon, so that requests
     // do not queue behind a process that stands still, until the database has been free again.
@@ -88,14 +88,14 @@ class Trouble {
 
   private:
     std::string name_; // as lines of the log begin
-    RareLog log_;
+    RateLimitedLog log_;
     std::atomic<bool> isBlocked_{false};
 };
 
 // One connection, used by one thread at a time.
 class Database {
   public:
-    explicit Database(Trouble& trouble) : trouble_(trouble) {}
+    explicit Database(DatabaseFailures& failures) : failures_(failures) {}
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
     ~Database();
@@ -109,12 +109,12 @@ class Database {
     sqlite3_stmt* Statement(Sql which); // null when it cannot be prepared
     int LastResult() const { return sqlite3_extended_errcode(db_); }
     const char* Reason() const { return sqlite3_errmsg(db_); } // for LastResult
-    Trouble& Troubles() { return trouble_; }
+    DatabaseFailures& Failures() { return failures_; }
     INT64 LastId() const { return sqlite3_last_insert_rowid(db_); }
     int Changes() const { return sqlite3_changes(db_); }
 
   private:
-    Trouble& trouble_;
+    DatabaseFailures& failures_;
     sqlite3* db_ = nullptr;
     std::array<sqlite3_stmt*, static_cast<size_t>(Sql::Last)> statements_{};
 };

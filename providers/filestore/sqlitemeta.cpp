@@ -37,7 +37,7 @@ class SqliteSession final : public MetadataSession {
         if (Failed(status))
             writer_.unlock();
         else
-            owner_.Troubles().WasFree();
+            owner_.Failures().WasFree();
         return status;
     }
     TALSTATUS Commit() override
@@ -481,8 +481,8 @@ class SqliteMetadata final : public Metadata {
     bool MayHaveProperties() const override { return database_->MayHave(kHasProperties); }
     bool MayHaveDeleted() const override { return database_->MayHave(kHasDeleted); }
     bool IsInUse() const override { return database_->IsOwned(); }
-    void Tidy() override { database_->Tidy(); }
-    void Rest() override { database_->Rest(); }
+    void RecountFlags() override { database_->RecountFlags(); }
+    void Checkpoint() override { database_->Checkpoint(); }
 
   private:
     const std::shared_ptr<SharedDatabase> database_;

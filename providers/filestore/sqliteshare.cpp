@@ -95,10 +95,10 @@ int SharedDatabase::Prepare(std::string* reason)
     }
     const std::unique_ptr<char, void (*)(void*)> real(::realpath(directory_.c_str(), nullptr),
                                                       std::free);
-    trouble_.SetName((real ? real.get() : directory_) + "/meta.db");
+    failures_.SetName((real ? real.get() : directory_) + "/meta.db");
 
     const Use use(*this);
-    auto db = std::make_unique<Database>(trouble_);
+    auto db = std::make_unique<Database>(failures_);
     int result = Acquire(*db);
     if (result == SQLITE_OK && db->IsReadOnly()) { // changes of the disk would fail half-way
         *reason = "meta.db: it cannot be written";
@@ -149,10 +149,10 @@ std::unique_ptr<Database> SharedDatabase::Take()
 
 std::unique_ptr<Database> SharedDatabase::Connect()
 {
-    auto db = std::make_unique<Database>(trouble_);
+    auto db = std::make_unique<Database>(failures_);
     const std::lock_guard lock(connecting_);
     if ((isOwned_ ? db->Open(path_.c_str(), durable_) : Acquire(*db)) != SQLITE_OK) {
-        trouble_.Tell(db->Reason());
+        failures_.Log(db->Reason());
         return nullptr;
     }
     if (!isOwned_)
@@ -170,7 +170,7 @@ int SharedDatabase::Acquire(Database& db)
 {
     int waited = 0;
     bool wished = Wish(true);
-    while (!wished && trouble_.GoesOnWaiting(waited)) { // others wait, too
+    while (!wished && failures_.GoesOnWaiting(waited)) { // others wait, too
         std::this_thread::sleep_for(kShortPause);
         waited += static_cast<int>(kShortPause.count());
         wished = Wish(true);
@@ -220,7 +220,7 @@ void SharedDatabase::Count(Database& db)
     (void)Query(&db, Sql::Rollback).Run(); // nothing was changed
 }
 
-void SharedDatabase::Tidy()
+void SharedDatabase::RecountFlags()
 {
     const Use use(*this);
     const std::lock_guard writer(writers_);
@@ -229,7 +229,7 @@ void SharedDatabase::Tidy()
 }
 
 // The last connection that closes brings the log into the database and removes it.
-void SharedDatabase::Rest()
+void SharedDatabase::Checkpoint()
 {
     watch_ = {};
     (void)LetGo(milliseconds(0));

@@ -63,9 +63,9 @@ class SharedDatabase {
     }
     // Whether this process has the database now.
     bool IsOwned() const { return isOwned_; }
-    Trouble& Troubles() { return trouble_; }
-    void Tidy();
-    void Rest();
+    DatabaseFailures& Failures() { return failures_; }
+    void RecountFlags();
+    void Checkpoint();
 
   private:
     static constexpr UINT32 kUnknown = 0x80000000;
@@ -88,7 +88,7 @@ class SharedDatabase {
     const std::string path_;
     const bool durable_;
     int stateFile_ = -1;
-    Trouble trouble_;
+    DatabaseFailures failures_;
     std::atomic<UINT32> bits_{kUnknown};
 
     std::mutex gate_;

@@ -16,9 +16,9 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/name_list.h"
+#include "providers/filestore/open_directories.h"
 #include "providers/filestore/parsed_paths.h"
 #include "providers/filestore/platform.h"
-#include "providers/filestore/walked.h"
 
 namespace filestore {
 
@@ -175,9 +175,9 @@ TALSTATUS Store::Locate(std::string_view path, Target* out) const
 
 // What a failure has left between two states is ended before anybody uses the names. Where that
 // fails once more, nobody is shown them.
-static TALSTATUS Settled(const Target& target)
+static TALSTATUS RecoverAround(const Target& target)
 {
-    return target.IsRoot() ? TAL_STATUS_SUCCESS : target.volume->SettleAbout(target.path.View());
+    return target.IsRoot() ? TAL_STATUS_SUCCESS : target.volume->RecoverAround(target.path.View());
 }
 
 TALSTATUS Store::Locate(const UNICODE_STRING* path, Target* out) const
@@ -185,7 +185,7 @@ TALSTATUS Store::Locate(const UNICODE_STRING* path, Target* out) const
     bool servable = true;
     TALSTATUS status = Parse(path, out, &servable);
     if (!Failed(status))
-        status = servable ? Settled(*out) : Failure(kCodeNotFound);
+        status = servable ? RecoverAround(*out) : Failure(kCodeNotFound);
     return status;
 }
 
@@ -199,7 +199,7 @@ TALSTATUS Store::LocateNew(const UNICODE_STRING* path, Target* out) const
         return Failure(kCodeInvalidRequest);
     if (!Failed(status) && out->deletedId)
         return Failure(kCodeAccessDenied); // what has been deleted is read or restored, not changed
-    return Failed(status) ? status : Settled(*out);
+    return Failed(status) ? status : RecoverAround(*out);
 }
 
 // Pages for browsers without scripts escape a path that is escaped already. Where nothing bears a
@@ -248,7 +248,7 @@ static int OpenWalked(const Target& target, OpenFor purpose, OpenFile* out, File
     const std::string_view path = target.path.View();
     if (path.empty())
         return ELOOP;
-    const DirectoryRef parent = walked::Find(*target.volume, ParentOf(path));
+    const DirectoryRef parent = open_directories::Find(*target.volume, ParentOf(path));
     if (!parent)
         return ELOOP;
     FileSystem& fs = target.volume->Fs();

@@ -17,7 +17,7 @@ namespace {
 constexpr char kDeleted[] = ".kest/deleted";
 constexpr char kPurge[] = ".kest/purge";
 
-void Tell(const Volume& volume, const std::string& path, const char* what, TALSTATUS status)
+void LogLeftover(const Volume& volume, const std::string& path, const char* what, TALSTATUS status)
 {
     Log(kLogError, "volume '" + volume.Name() + "': '" + path + "' " + what + ", code " +
                        std::to_string(Code(status)));
@@ -25,8 +25,9 @@ void Tell(const Volume& volume, const std::string& path, const char* what, TALST
 
 } // namespace
 
-Transfer::Transfer(Store& store, const Guard& guard, const Target& from, const Place& source,
-                   const Target& to, const Place& destination)
+Transfer::Transfer(Store& store, const Guard& guard, const Target& from,
+                   const DirectoryEntry& source, const Target& to,
+                   const DirectoryEntry& destination)
     : store_(store), guard_(guard),
       from_(from), source_{*from.volume, source}, destination_{*to.volume, destination},
       copy_(store, *from.volume, *to.volume)
@@ -84,11 +85,11 @@ void Transfer::RestoreLocks(const End& end)
         if (!Failed(status))
             status = session->AddLock(lock);
     if (Failed(status))
-        Tell(end.volume, end.place.path, "has lost its locks in a move that failed", status);
+        LogLeftover(end.volume, end.place.path, "has lost its locks in a move that failed", status);
 }
 
 // What the end's name bore, where it is now.
-TALSTATUS Transfer::OpenEntry(const End& end, Place* out) const
+TALSTATUS Transfer::OpenEntry(const End& end, DirectoryEntry* out) const
 {
     out->leaf = std::to_string(end.entry.id);
     out->path = std::string(kDeleted) + "/" + out->leaf;
@@ -101,13 +102,13 @@ TALSTATUS Transfer::OpenEntry(const End& end, Place* out) const
 TALSTATUS Transfer::Publish()
 {
     Volume& volume = destination_.volume;
-    const Place& place = destination_.place;
+    const DirectoryEntry& place = destination_.place;
     (void)volume.ExpectKeptDates(*place.directory); // without it: the disk's dates
-    Place made = copy_.Made();
-    Rename rename(guard_, volume, made, place.directory->Get(), ParentOf(place.path));
+    DirectoryEntry made = copy_.Made();
+    RenameTransaction rename(guard_, volume, made, place.directory->Get(), ParentOf(place.path));
     DeletedEntry entry{0, std::string(ParentOf(place.path)), place.leaf, store_.Now()};
     if (place.exists) {
-        rename.PutAside();
+        rename.MoveReplacedAside();
         rename.added = &entry;
     }
     const TALSTATUS status = rename.To(place.leaf);
@@ -126,27 +127,27 @@ TALSTATUS Transfer::Publish()
 void Transfer::TakeBack()
 {
     Volume& volume = destination_.volume;
-    Place made = destination_.place;
+    DirectoryEntry made = destination_.place;
     TALSTATUS status = TAL_STATUS_SUCCESS;
     if (destination_.entry.id) {
-        Place old;
+        DirectoryEntry old;
         status = OpenEntry(destination_, &old);
-        Rename rename(guard_, volume, old, made.directory->Get(), ParentOf(made.path));
+        RenameTransaction rename(guard_, volume, old, made.directory->Get(), ParentOf(made.path));
         rename.restored = destination_.entry.id;
         rename.forget = true;
-        rename.PutAside();
+        rename.MoveReplacedAside();
         if (!Failed(status))
             status = rename.To(made.leaf);
     } else {
         made.info = copy_.Made().info;
-        Rename rename(guard_, volume, made, volume.Purge(), kPurge);
+        RenameTransaction rename(guard_, volume, made, volume.Purge(), kPurge);
         rename.forget = true;
         rename.toServed = false;
         status = rename.To(volume.UniqueName());
     }
     store_.WakePurger();
     if (Failed(status))
-        Tell(volume, made.path, "stays after a move that failed", status);
+        LogLeftover(volume, made.path, "stays after a move that failed", status);
     else
         RestoreLocks(destination_);
 }
@@ -155,7 +156,7 @@ void Transfer::TakeBack()
 TALSTATUS Transfer::RemoveEntry()
 {
     Volume& volume = source_.volume;
-    Rename rename(guard_, volume, source_.place, volume.Purge(), kPurge);
+    RenameTransaction rename(guard_, volume, source_.place, volume.Purge(), kPurge);
     rename.restored = from_.deletedId;
     rename.forget = true;
     rename.toServed = false;
@@ -169,9 +170,9 @@ TALSTATUS Transfer::RemoveEntry()
 TALSTATUS Transfer::RemoveSource()
 {
     Volume& volume = source_.volume;
-    const Place& place = source_.place;
+    const DirectoryEntry& place = source_.place;
     DeletedEntry entry{0, std::string(ParentOf(place.path)), place.leaf, store_.Now()};
-    Rename rename(guard_, volume, source_.place, volume.Deleted(), kDeleted);
+    RenameTransaction rename(guard_, volume, source_.place, volume.Deleted(), kDeleted);
     rename.conditions = guard_.On(volume, place.path);
     rename.added = &entry;
     rename.toServed = false;
@@ -188,7 +189,7 @@ TALSTATUS Transfer::RemoveSource()
 
 TALSTATUS Transfer::CompareSource()
 {
-    Place aside;
+    DirectoryEntry aside;
     Fingerprint now;
     TALSTATUS status = OpenEntry(source_, &aside);
     if (!Failed(status))
@@ -207,18 +208,20 @@ TALSTATUS Transfer::CompareSource()
 
 bool Transfer::PutSourceBack()
 {
-    const Place& place = source_.place;
+    const DirectoryEntry& place = source_.place;
     bool isBack = false;
     const TALSTATUS status = Protected([&] {
-        Place aside;
+        DirectoryEntry aside;
         if (const TALSTATUS opened = OpenEntry(source_, &aside); Failed(opened))
             return opened;
-        Rename rename(guard_, source_.volume, aside, place.directory->Get(), ParentOf(place.path));
+        RenameTransaction rename(guard_, source_.volume, aside, place.directory->Get(),
+                                 ParentOf(place.path));
         rename.restored = source_.entry.id;
         const TALSTATUS moved = rename.To(place.leaf);
         isBack = !Failed(moved) || rename.HasMoved();
         if (!isBack)
-            Tell(source_.volume, place.path, "stays among the deleted entries after a move", moved);
+            LogLeftover(source_.volume, place.path, "stays among the deleted entries after a move",
+                        moved);
         else
             RestoreLocks(source_);
         return moved;

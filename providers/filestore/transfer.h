@@ -16,8 +16,8 @@ namespace filestore {
 class Transfer {
   public:
     // The ends have been looked at, and what bears the destination's name may be replaced.
-    Transfer(Store& store, const Guard& guard, const Target& from, const Place& source,
-             const Target& to, const Place& destination);
+    Transfer(Store& store, const Guard& guard, const Target& from, const DirectoryEntry& source,
+             const Target& to, const DirectoryEntry& destination);
 
     // Whole or not at all. The source is removed only when all of it stands at the destination, on
     // the disk as the volumes want it, and is kept like a deleted entry. Where it cannot be
@@ -29,13 +29,13 @@ class Transfer {
     // One end: a name in a volume, the deleted entry that what bore it has become, and its locks.
     struct End {
         Volume& volume;
-        Place place;
+        DirectoryEntry place;
         DeletedEntry entry = {}; // none while its id is 0
         std::vector<LockRecord> locks = {};
     };
     TALSTATUS CollectLocks(End* end) const;
     static void RestoreLocks(const End& end);
-    TALSTATUS OpenEntry(const End& end, Place* out) const;
+    TALSTATUS OpenEntry(const End& end, DirectoryEntry* out) const;
 
     TALSTATUS Publish();
     void TakeBack();

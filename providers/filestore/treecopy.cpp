@@ -55,9 +55,9 @@ TreeCopy::~TreeCopy()
     store_.WakePurger(); // a tree is removed in the background
 }
 
-Place TreeCopy::Made() const
+DirectoryEntry TreeCopy::Made() const
 {
-    Place place;
+    DirectoryEntry place;
     place.directory = tmp_;
     place.leaf = tmpName_;
     place.path = TmpPath();

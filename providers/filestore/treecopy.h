@@ -44,7 +44,7 @@ class TreeCopy {
     const Fingerprint& Source() const { return source_; }
     // The copy in its place beside the volume's tree, from where a rename publishes it. Its
     // properties stand under that place's path, and follow the rename.
-    Place Made() const;
+    DirectoryEntry Made() const;
     // It has been renamed: nothing is removed any more.
     void Keep() { tmpName_.clear(); }
 
@@ -87,8 +87,9 @@ class TreeCopy {
     size_t destinationBytes_ = 0; // of the path that the copy is for
     std::string path_;            // of the source object that is being copied
     std::vector<std::unique_ptr<Level>> levels_;
-    std::vector<std::string> trees_; // the source, or its members where it is the volume's top
-    FileInfo info_;                  // of the source, and of the copy
+    std::vector<std::string>
+        trees_;     // the source, or its members where it is the volume's root directory
+    FileInfo info_; // of the source, and of the copy
     FileInfo made_;
     Fingerprint source_;
     std::string tmpName_;

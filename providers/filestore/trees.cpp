@@ -9,15 +9,15 @@
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
 #include "providers/filestore/node.h"
+#include "providers/filestore/open_directories.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/purge.h"
-#include "providers/filestore/recent.h"
 #include "providers/filestore/rename.h"
+#include "providers/filestore/request_cache.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/transfer.h"
 #include "providers/filestore/treecopy.h"
 #include "providers/filestore/upload.h"
-#include "providers/filestore/walked.h"
 
 namespace filestore {
 
@@ -25,8 +25,8 @@ namespace {
 
 // `missing` is the code for a directory that is not there. `near`, if given, may be in the same
 // one.
-TALSTATUS OpenPlace(const Volume& volume, std::string_view path, UINT16 missing, const Place* near,
-                    Place* out)
+TALSTATUS OpenPlace(const Volume& volume, std::string_view path, UINT16 missing,
+                    const DirectoryEntry* near, DirectoryEntry* out)
 {
     out->path = path;
     out->leaf = LeafOf(path);
@@ -38,7 +38,7 @@ TALSTATUS OpenPlace(const Volume& volume, std::string_view path, UINT16 missing,
     return error == ENOENT || error == ENOTDIR ? Failure(missing) : StatusFromErrno(error);
 }
 
-TALSTATUS Look(const Volume& volume, Place* place)
+TALSTATUS Look(const Volume& volume, DirectoryEntry* place)
 {
     const int error =
         volume.Fs().InspectAt(place->directory->Get(), place->leaf.c_str(), &place->info);
@@ -47,10 +47,10 @@ TALSTATUS Look(const Volume& volume, Place* place)
 }
 
 // What is to be moved or deleted: as GetType has just seen it, if it has.
-TALSTATUS FindSource(const Target& target, Place* out)
+TALSTATUS FindSource(const Target& target, DirectoryEntry* out)
 {
     const std::string_view path = target.path.View();
-    if (recent::TakePlace(target, &out->directory, &out->info)) {
+    if (request_cache::TakeParent(target, &out->directory, &out->info)) {
         out->path = path;
         out->leaf = LeafOf(path);
         out->exists = true;
@@ -73,12 +73,12 @@ bool RemoveAtOnce(const Volume& volume, const char* name, const FileInfo& info)
 }
 
 // Puts the object at `from` into the list of deleted entries, or on its way out.
-TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from)
+TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, DirectoryEntry& from)
 {
     const bool keep = store.Settings().keepDeletedDays > 0;
     DeletedEntry entry{0, std::string(ParentOf(from.path)), from.leaf, store.Now()};
-    Rename rename(guard, volume, from, keep ? volume.Deleted() : volume.Purge(),
-                  keep ? ".kest/deleted" : ".kest/purge");
+    RenameTransaction rename(guard, volume, from, keep ? volume.Deleted() : volume.Purge(),
+                             keep ? ".kest/deleted" : ".kest/purge");
     rename.added = keep ? &entry : nullptr;
     rename.forget = !keep;
     rename.toServed = false;
@@ -92,7 +92,7 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, Place& from
 
 // What goes without a trace of its metadata is forgotten as soon as there is room again: nothing
 // that is made under its name later shows it.
-void ForgetRemoved(Volume& volume, const Place& from)
+void ForgetRemoved(Volume& volume, const DirectoryEntry& from)
 {
     call::HeldReports reports;
     volume.Pending().AddRemoved(from.path);
@@ -103,7 +103,8 @@ void ForgetRemoved(Volume& volume, const Place& from)
 }
 
 // Removes the object at `from` and what is in it, without writing anything down before.
-TALSTATUS RemoveForGood(const Store& store, const Guard& guard, Volume& volume, const Place& from)
+TALSTATUS RemoveForGood(const Store& store, const Guard& guard, Volume& volume,
+                        const DirectoryEntry& from)
 {
     if (const TALSTATUS status = guard.CheckLocks(volume, from.path, Reach::Tree); Failed(status))
         return status;
@@ -122,7 +123,7 @@ TALSTATUS RemoveForGood(const Store& store, const Guard& guard, Volume& volume, 
         if (error)
             return StatusFromErrno(error);
     }
-    walked::Forget(volume, from.path);
+    open_directories::Forget(volume, from.path);
     (void)EmptyPurge(volume, [] { return !call::IsCancelled(); }); // else the purger does
     ForgetRemoved(volume, from);
     store.WakePurger();
@@ -143,7 +144,7 @@ TALSTATUS CheckEnds(const Target& from, const Target& to)
 }
 
 // Whether what is at the destination may give way.
-TALSTATUS CheckReplaceable(bool overwrite, const Place& to)
+TALSTATUS CheckReplaceable(bool overwrite, const DirectoryEntry& to)
 {
     if (!to.exists)
         return TAL_STATUS_SUCCESS;
@@ -158,7 +159,8 @@ constexpr UINT32 kMembersCopy = kRightList | kRightRead;
 constexpr UINT32 kMembersMove = kMembersCopy | kRightDelete;
 
 // Whether the user may bring an object to a place.
-TALSTATUS CheckArrival(const Volume& volume, const Place& to, const FileInfo& source, bool members)
+TALSTATUS CheckArrival(const Volume& volume, const DirectoryEntry& to, const FileInfo& source,
+                       bool members)
 {
     access::Arrival arrival;
     arrival.isTree = source.isDirectory && members;
@@ -186,14 +188,15 @@ TALSTATUS CheckReadable(const Store& store, const Target& from, const CopyExtent
 
 // Renames to a name that is free, or that a file gives to a file, or whose bearer is put aside: a
 // collection is not lost because something takes its place.
-TALSTATUS TakeName(Store& store, const Place& from, const Place& to, Rename* rename)
+TALSTATUS TakeName(Store& store, const DirectoryEntry& from, const DirectoryEntry& to,
+                   RenameTransaction* rename)
 {
     const bool keep = store.Settings().keepDeletedDays > 0;
     DeletedEntry entry{0, std::string(ParentOf(to.path)), to.leaf, store.Now()};
     rename->replace = to.exists && !from.info.isDirectory && !to.info.isDirectory;
     const bool putsAside = to.exists && !rename->replace;
     if (putsAside) {
-        rename->PutAside();
+        rename->MoveReplacedAside();
         rename->added = keep ? &entry : nullptr;
         rename->forget = !keep;
     }
@@ -225,7 +228,7 @@ TALSTATUS DeleteTree(Store& store, const Guard& guard, const Target& target)
     }
     if (target.deletedId)
         return Failure(kCodeAccessDenied); // a deleted entry is kept, restored or dropped whole
-    Place from;
+    DirectoryEntry from;
     TALSTATUS status = FindSource(target, &from);
     if (Failed(status))
         return status;
@@ -247,7 +250,7 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
         return status;
     Volume& volume = *from.volume;
     const bool isWithin = &volume == to.volume;
-    Place source, destination;
+    DirectoryEntry source, destination;
     TALSTATUS status = access::RequireTree(from, kRightRead | kRightDelete, 0);
     if (!Failed(status))
         status = FindSource(from, &source);
@@ -284,7 +287,8 @@ TALSTATUS MoveTree(Store& store, const Guard& guard, bool overwrite, const Targe
         (void)volume.HasKeptDates(*source.directory, &keepsDates); // as with what follows
     if (keepsDates && source.directory != destination.directory)
         (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
-    Rename rename(guard, volume, source, destination.directory->Get(), ParentOf(destination.path));
+    RenameTransaction rename(guard, volume, source, destination.directory->Get(),
+                             ParentOf(destination.path));
     rename.restored = from.deletedId;
     rename.conditions = guard.On(volume, source.path);
     return TakeName(store, source, destination, &rename);
@@ -298,7 +302,7 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyE
     if (const TALSTATUS status = guard.CheckConditions(); Failed(status))
         return status;
     Volume& volume = *to.volume;
-    Place destination;
+    DirectoryEntry destination;
     FileInfo source;
     TALSTATUS status = CheckReadable(store, from, extent, &source);
     if (!Failed(status))
@@ -327,8 +331,9 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyE
     if (Failed(status))
         return status;
     (void)volume.ExpectKeptDates(*destination.directory); // without it: the disk's dates
-    Place made = copy.Made();
-    Rename rename(guard, volume, made, destination.directory->Get(), ParentOf(destination.path));
+    DirectoryEntry made = copy.Made();
+    RenameTransaction rename(guard, volume, made, destination.directory->Get(),
+                             ParentOf(destination.path));
     status = TakeName(store, made, destination, &rename);
     if (!Failed(status) || rename.IsStuck())
         copy.Keep();

@@ -2,7 +2,7 @@
 //
 // Operations on whole trees: delete, move and copy. Each is one rename in the end, so that it has
 // happened or not; metadata follows in a transaction, and a rename whose process died before that
-// is settled by the next start (RenameIntent).
+// is recovered by the next start (RenameIntent).
 #pragma once
 
 #include "providers/filestore/guard.h"

@@ -4,7 +4,7 @@
 #include "providers/filestore/upload_content.h"
 
 #include "providers/filestore/operation.h"
-#include "providers/filestore/recent.h"
+#include "providers/filestore/request_cache.h"
 
 namespace filestore {
 
@@ -83,7 +83,7 @@ TALSTATUS UploadContent::Publish(DAV_DATETIME modified, DAV_DATETIME created,
     FileInfo info;
     bool hasReplaced = false;
     const TALSTATUS status = WhileHeld([&](PendingUpload& upload) {
-        recent::Drop();
+        request_cache::Drop();
         return upload.Publish(guard_, modified, created, &info, &hasReplaced);
     });
     return Protected([&] {

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "providers/filestore/operation.h"
-#include "providers/filestore/recent.h"
+#include "providers/filestore/request_cache.h"
 #include "providers/filestore/upload.h"
 #include "providers/filestore/upload_content.h"
 #include "providers/filestore/upload_directory.h"
@@ -59,7 +59,7 @@ TALSTATUS OnUpload(const Store& store, SCHANDLE session, const Target& target, c
 } // namespace
 
 // Where there is no volume there is no upload.
-TALSTATUS UploadsFace::LocateKnown(const UNICODE_STRING* path, Target* target) const
+TALSTATUS UploadsTearOff::LocateKnown(const UNICODE_STRING* path, Target* target) const
 {
     const TALSTATUS status = store_.Locate(path, target);
     if (Failed(status))
@@ -70,7 +70,7 @@ TALSTATUS UploadsFace::LocateKnown(const UNICODE_STRING* path, Target* target) c
 }
 
 // Code 13 where the store takes no such uploads.
-TALSTATUS UploadsFace::LocateUsable(const UNICODE_STRING* path, Target* target) const
+TALSTATUS UploadsTearOff::LocateUsable(const UNICODE_STRING* path, Target* target) const
 {
     const TALSTATUS status = store_.LocateNew(path, target);
     if (Failed(status))
@@ -80,32 +80,32 @@ TALSTATUS UploadsFace::LocateUsable(const UNICODE_STRING* path, Target* target) 
                : Failure(kCodeNotImplemented);
 }
 
-TALSTATUS UploadsFace::GetLimits(SCHANDLE, UNICODE_STRING* path, DAV_UPLOAD* upload)
+TALSTATUS UploadsTearOff::GetLimits(SCHANDLE, UNICODE_STRING* path, DAV_UPLOAD* upload)
 {
     if (!upload)
         return Failure(kCodeInvalidParameter);
     return Protected([&] {
         Target target;
-        DAV_UPLOAD told{};
+        DAV_UPLOAD answer{};
         TALSTATUS status = LocateUsable(path, &target);
         if (!Failed(status))
-            status = SpaceForUpload(*target.volume, {}, &told.MostBytes);
+            status = SpaceForUpload(*target.volume, {}, &answer.MostBytes);
         if (Failed(status))
             return status;
-        told.Lifetime = store_.Settings().uploadSeconds;
-        WriteRecord(told, upload);
+        answer.Lifetime = store_.Settings().uploadSeconds;
+        WriteRecord(answer, upload);
         return TAL_STATUS_SUCCESS;
     });
 }
 
-TALSTATUS UploadsFace::Begin(SCHANDLE hSession, UNICODE_STRING* path, UINT64 length,
-                             const DAV_TEXT* terms, const DAV_PRECONDITIONS* preconditions,
-                             IKestDAVFailures3* failures, DAV_UPLOAD* upload)
+TALSTATUS UploadsTearOff::Begin(SCHANDLE hSession, UNICODE_STRING* path, UINT64 length,
+                                const DAV_TEXT* terms, const DAV_PRECONDITIONS* preconditions,
+                                IKestDAVFailures3* failures, DAV_UPLOAD* upload)
 {
     if (!upload || !terms || (terms->Length && !terms->Text) || terms->Length > kMostUploadTerms)
         return Failure(kCodeInvalidParameter);
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target target;
         if (const TALSTATUS status = LocateUsable(path, &target); Failed(status))
             return status;
@@ -117,8 +117,8 @@ TALSTATUS UploadsFace::Begin(SCHANDLE hSession, UNICODE_STRING* path, UINT64 len
 }
 
 // Judged as a PUT is, before a byte is taken.
-TALSTATUS UploadsFace::BeginAt(const Guard& guard, const Target& target, UINT64 length,
-                               std::string_view terms, DAV_UPLOAD* upload)
+TALSTATUS UploadsTearOff::BeginAt(const Guard& guard, const Target& target, UINT64 length,
+                                  std::string_view terms, DAV_UPLOAD* upload)
 {
     Volume& volume = *target.volume;
     Upload look(store_, volume);
@@ -137,35 +137,35 @@ TALSTATUS UploadsFace::BeginAt(const Guard& guard, const Target& target, UINT64 
     record.path = target.path.View();
     record.terms = terms;
     std::string name;
-    DAV_UPLOAD told{};
-    status = MakeUpload(store_, volume, std::move(record), &name, &told.MostBytes);
+    DAV_UPLOAD answer{};
+    status = MakeUpload(store_, volume, std::move(record), &name, &answer.MostBytes);
     if (Failed(status))
         return status;
-    told.Length = length;
-    told.Lifetime = store_.Settings().uploadSeconds;
-    SetName(name, &told);
-    WriteRecord(told, upload);
+    answer.Length = length;
+    answer.Lifetime = store_.Settings().uploadSeconds;
+    SetName(name, &answer);
+    WriteRecord(answer, upload);
     return TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS UploadsFace::Find(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name,
-                            UINT32* size, char* terms, DAV_UPLOAD* upload)
+TALSTATUS UploadsTearOff::Find(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name,
+                               UINT32* size, char* terms, DAV_UPLOAD* upload)
 {
     if (!upload || (terms && !size))
         return Failure(kCodeInvalidParameter);
     if (!IsUploadName(name))
         return Failure(kCodeNotFound);
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target target;
         if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
             return status;
         return OnUpload(store_, hSession, target, name, [&](PendingUpload& found) {
             (void)found.Take();
-            DAV_UPLOAD told{};
+            DAV_UPLOAD answer{};
             TALSTATUS status = found.Checkpoint();
             if (!Failed(status))
-                status = SpaceForUpload(*target.volume, TextOf(*name), &told.MostBytes);
+                status = SpaceForUpload(*target.volume, TextOf(*name), &answer.MostBytes);
             if (Failed(status))
                 return status;
             const UploadRecord& record = found.Record();
@@ -175,21 +175,22 @@ TALSTATUS UploadsFace::Find(SCHANDLE hSession, UNICODE_STRING* path, const DAV_T
                 record.terms.copy(terms, record.terms.size());
                 *size = static_cast<UINT32>(record.terms.size());
             }
-            told.Flags = found.IsComplete() ? kUploadComplete : 0;
-            told.Offset = found.Offset();
-            told.Length = found.IsComplete() ? found.Offset() : record.length;
+            answer.Flags = found.IsComplete() ? kUploadComplete : 0;
+            answer.Offset = found.Offset();
+            answer.Length = found.IsComplete() ? found.Offset() : record.length;
             const UINT64 end = record.touched + store_.Settings().uploadSeconds * kTicksPerSecond;
-            told.Lifetime = (end - std::min(end, store_.Now())) / kTicksPerSecond;
-            SetName(TextOf(*name), &told);
-            WriteRecord(told, upload);
+            answer.Lifetime = (end - std::min(end, store_.Now())) / kTicksPerSecond;
+            SetName(TextOf(*name), &answer);
+            WriteRecord(answer, upload);
             return TAL_STATUS_SUCCESS;
         });
     });
 }
 
-TALSTATUS UploadsFace::Continue(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name,
-                                UINT64 offset, UINT64 length,
-                                const DAV_PRECONDITIONS* preconditions, IKestDAVResource3** content)
+TALSTATUS UploadsTearOff::Continue(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name,
+                                   UINT64 offset, UINT64 length,
+                                   const DAV_PRECONDITIONS* preconditions,
+                                   IKestDAVResource3** content)
 {
     DAV_PRECONDITIONS given;
     if (!content || !ReadRecord(preconditions, &given) || !AreReadable(given))
@@ -197,7 +198,7 @@ TALSTATUS UploadsFace::Continue(SCHANDLE hSession, UNICODE_STRING* path, const D
     if (!IsUploadName(name))
         return Failure(kCodeNotFound);
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target target;
         UINT64 space = 0;
         if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
@@ -219,12 +220,12 @@ TALSTATUS UploadsFace::Continue(SCHANDLE hSession, UNICODE_STRING* path, const D
     });
 }
 
-TALSTATUS UploadsFace::Cancel(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name)
+TALSTATUS UploadsTearOff::Cancel(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name)
 {
     if (!IsUploadName(name))
         return Failure(kCodeNotFound);
     return Protected([&] {
-        recent::Drop();
+        request_cache::Drop();
         Target target;
         if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
             return status;

@@ -3,16 +3,16 @@
 // Uploads that go on when their connection has broken, as the third generation offers them.
 #pragma once
 
-#include "providers/filestore/face.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/store.h"
+#include "providers/filestore/tear_off.h"
 #include "providers/filestore/upload_registry.h"
 
 namespace filestore {
 
-class UploadsFace final : public Face<IKestDAVUploads3> {
+class UploadsTearOff final : public TearOff<IKestDAVUploads3> {
   public:
-    UploadsFace(IUnknown& whole, Store& store) : Face(whole), store_(store) {}
+    UploadsTearOff(IUnknown& whole, Store& store) : TearOff(whole), store_(store) {}
 
     TALSTATUS GetLimits(SCHANDLE hSession, UNICODE_STRING* path, DAV_UPLOAD* upload) override;
     TALSTATUS Begin(SCHANDLE hSession, UNICODE_STRING* path, UINT64 length, const DAV_TEXT* terms,

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "providers/filestore/failures.h"
+#include "providers/filestore/open_directories.h"
 #include "providers/filestore/platform.h"
-#include "providers/filestore/settle.h"
-#include "providers/filestore/walked.h"
+#include "providers/filestore/rename_recovery.h"
 
 namespace filestore {
 
@@ -50,7 +50,7 @@ Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync,
     if (reason.empty()) {
         abandoned_.reserve(kMostAbandoned);
         SkipKeptIds();
-        if (SettleIntents())
+        if (RecoverIntents())
             SweepTmp();
         return;
     }
@@ -103,50 +103,50 @@ void Volume::SkipKeptIds()
 
 // Ends the renames that processes began and did not live to record. False when one of them is left
 // for the next start: what lies in the private directories may be part of it.
-bool Volume::SettleIntents()
+bool Volume::RecoverIntents()
 {
     std::unique_ptr<MetadataSession> session;
     std::vector<RenameIntent> intents;
     if (Failed(meta_->Open(&session)) || Failed(session->Intents(&intents)))
         return false;
-    bool areSettled = true;
+    bool areRecovered = true;
     for (const RenameIntent& intent : intents)
-        if (!IsAlive(intent.owner) && Failed(Settle(*session, intent)))
-            areSettled = false;
-    return areSettled;
+        if (!IsAlive(intent.owner) && Failed(Recover(*session, intent)))
+            areRecovered = false;
+    return areRecovered;
 }
 
-TALSTATUS Volume::Settle(MetadataSession& session, const RenameIntent& intent) const
+TALSTATUS Volume::Recover(MetadataSession& session, const RenameIntent& intent) const
 {
-    return SettleRename(*fs_, session, intent, sync_ != SyncLevel::None, MutexOf(intent.from),
-                        MutexOf(intent.to));
+    return RecoverRename(*fs_, session, intent, sync_ != SyncLevel::None, MutexOf(intent.from),
+                         MutexOf(intent.to));
 }
 
 // A copy that has not got its name after all goes.
-TALSTATUS Volume::SettleAgain(const RenameIntent& intent)
+TALSTATUS Volume::RecoverAgain(const RenameIntent& intent)
 {
     return Protected([&] {
         std::unique_ptr<MetadataSession> session;
         TALSTATUS status = meta_->Open(&session);
         if (!Failed(status))
-            status = Settle(*session, intent);
+            status = Recover(*session, intent);
         if (!Failed(status) && intent.from.starts_with(".kest/tmp/"))
             Abandon(std::string(LeafOf(intent.from)));
         return status;
     });
 }
 
-TALSTATUS Volume::SettleAbout(std::string_view path)
+TALSTATUS Volume::RecoverAround(std::string_view path)
 {
-    if (unsettled_.IsEmpty())
+    if (unfinished_.IsEmpty())
         return TAL_STATUS_SUCCESS;
-    return unsettled_.SettleAbout(
-        path, [this](const RenameIntent& intent) { return SettleAgain(intent); });
+    return unfinished_.RecoverAround(
+        path, [this](const RenameIntent& intent) { return RecoverAgain(intent); });
 }
 
-void Volume::SettleAll() noexcept
+void Volume::RecoverAll() noexcept
 {
-    unsettled_.SettleAll([this](const RenameIntent& intent) { return SettleAgain(intent); });
+    unfinished_.RecoverAll([this](const RenameIntent& intent) { return RecoverAgain(intent); });
 }
 
 Volume::~Volume()
@@ -370,7 +370,7 @@ int Volume::OpenParent(std::string_view path, DirectoryRef* out) const
         *out = top_;
         return 0;
     }
-    *out = walked::Find(*this, parent);
+    *out = open_directories::Find(*this, parent);
     return *out ? 0 : OpenDirectory(parent, out);
 }
 

@@ -30,7 +30,7 @@
 #include "providers/filestore/names.h"
 #include "providers/filestore/pending.h"
 #include "providers/filestore/room_turns.h"
-#include "providers/filestore/unsettled.h"
+#include "providers/filestore/unfinished_renames.h"
 #include "providers/filestore/upload_registry.h"
 
 namespace filestore {
@@ -80,9 +80,9 @@ class Volume {
     LockedNames& NamesMadeByLocks() { return lockedNames_; }
     // Renames that are between two states, and are to be ended before their names are used: those
     // that have to do with `path`, or all.
-    UnsettledRenames& Unsettled() { return unsettled_; }
-    TALSTATUS SettleAbout(std::string_view path);
-    void SettleAll() noexcept;
+    UnfinishedRenames& Unfinished() { return unfinished_; }
+    TALSTATUS RecoverAround(std::string_view path);
+    void RecoverAll() noexcept;
     // Stands for this process as long as it lives, see RenameIntent.
     const std::string& Token() const { return token_; }
 
@@ -138,9 +138,9 @@ class Volume {
     int Prepare();
     std::string PrepareMetadata(const MetadataOpener& openMetadata);
     void SkipKeptIds();
-    bool SettleIntents();
-    TALSTATUS Settle(MetadataSession& session, const RenameIntent& intent) const;
-    TALSTATUS SettleAgain(const RenameIntent& intent);
+    bool RecoverIntents();
+    TALSTATUS Recover(MetadataSession& session, const RenameIntent& intent) const;
+    TALSTATUS RecoverAgain(const RenameIntent& intent);
     bool IsAlive(const std::string& token) const;
     int TakeToken();
     void SweepTmp();
@@ -165,7 +165,7 @@ class Volume {
     std::vector<std::string> abandoned_; // in Tmp(), never more than it has had room for
     PendingRows pending_;
     LockedNames lockedNames_;
-    UnsettledRenames unsettled_;
+    UnfinishedRenames unfinished_;
     UploadRegistry uploadRegistry_;
     std::mutex uploadsMutex_;
     FileHandle uploads_ = kNoFile;

@@ -16,15 +16,15 @@ using FileStoreContent3 = ThirdTest;
 TEST_F(FileStoreContent3, IsAnotherFaceOfTheSameObjects)
 {
     Ref<IKestDAVResource2> resource = NewResource();
-    Ref<IKestDAVResource3> third = Face<IKestDAVResource3>(resource);
-    Ref<IKestDAVResource2> back = Face<IKestDAVResource2>(third);
+    Ref<IKestDAVResource3> third = TearOff<IKestDAVResource3>(resource);
+    Ref<IKestDAVResource2> back = TearOff<IKestDAVResource2>(third);
     EXPECT_EQ(resource.Get(), back.Get());
-    EXPECT_EQ(Face<IUnknown>(resource).Get(), Face<IUnknown>(third).Get());
+    EXPECT_EQ(TearOff<IUnknown>(resource).Get(), TearOff<IUnknown>(third).Get());
     resource = {};
     back = {};
     UINT32 read = 0;
     EXPECT_EQ(kCodeInvalidParameter, Code(third->Read(0, 0, nullptr, &read))) << "it still lives";
-    Ref<IKestDAVCollection3> collection = Face<IKestDAVCollection3>(NewCollection());
+    Ref<IKestDAVCollection3> collection = TearOff<IKestDAVCollection3>(NewCollection());
     UINT32 size = 4096;
     DAV_MEMBER member;
     EXPECT_EQ(kCodeInvalidParameter, Code(collection->GetMembers(&size, &member)));
@@ -34,8 +34,8 @@ TEST_F(FileStoreContent3, IsInAFileThatCanBeReadBesideIt)
 {
     Wstr path("/docs/a");
     Wstr folder("/docs");
-    Ref<IKestDAVResource3> third = Face<IKestDAVResource3>(NewResource());
-    Ref<IKestDAVContentFile3> file = Face<IKestDAVContentFile3>(third);
+    Ref<IKestDAVResource3> third = TearOff<IKestDAVResource3>(NewResource());
+    Ref<IKestDAVContentFile3> file = TearOff<IKestDAVContentFile3>(third);
     INT32 descriptor = -1;
     EXPECT_EQ(kCodeInvalidParameter, Code(file->GetDescriptor(&descriptor))) << "nothing is open";
     ASSERT_EQ(0u, Store("/docs/a", "content"));

@@ -210,8 +210,8 @@ class FailingMetadata final : public Metadata {
     bool MayHaveLocks() const override { return real_->MayHaveLocks(); }
     bool MayHaveProperties() const override { return real_->MayHaveProperties(); }
     bool MayHaveDeleted() const override { return real_->MayHaveDeleted(); }
-    void Tidy() override { real_->Tidy(); }
-    void Rest() override { real_->Rest(); }
+    void RecountFlags() override { real_->RecountFlags(); }
+    void Checkpoint() override { real_->Checkpoint(); }
 
   private:
     const std::unique_ptr<Metadata> real_;

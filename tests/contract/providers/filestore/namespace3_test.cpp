@@ -183,7 +183,7 @@ TEST_F(FileStoreNamespace3, ListsMembersInBatchesWithAllThatIsAskedOfThem)
         EXPECT_EQ(names, told) << room;
     }
     EXPECT_EQ(0u, Unlock("/docs/d/m1x", lock.token));
-    Ref<IKestDAVCollection3> collection = Face<IKestDAVCollection3>(NewCollection());
+    Ref<IKestDAVCollection3> collection = TearOff<IKestDAVCollection3>(NewCollection());
     Wstr path("/docs/d"), file("/docs/d/m0"), missing("/docs/none");
     alignas(8) char buffer[1024];
     UINT32 size = 1000;
@@ -210,7 +210,7 @@ TEST_F(FileStoreNamespace3, EndsAListThatNobodyWaitsFor)
     ScriptedRequest request;
     request.isCancelled = [] { return true; };
     const RunningRequest running(request);
-    Ref<IKestDAVCollection3> collection = Face<IKestDAVCollection3>(NewCollection());
+    Ref<IKestDAVCollection3> collection = TearOff<IKestDAVCollection3>(NewCollection());
     Wstr path("/docs");
     alignas(8) char buffer[1024];
     UINT32 size = sizeof buffer;

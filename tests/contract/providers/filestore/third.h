@@ -112,7 +112,7 @@ struct Lock {
 };
 
 // Another face of an object; the object lives as long as one of its faces is held.
-template <class I, class J> Ref<I> Face(const Ref<J>& object)
+template <class I, class J> Ref<I> TearOff(const Ref<J>& object)
 {
     Ref<I> out;
     EXPECT_EQ(0u, Query(object.Get(), out));
@@ -124,7 +124,7 @@ class ThirdTest : public FileStoreTest {
     void SetUp() override
     {
         FileStoreTest::SetUp();
-        third_ = Face<IKestDAV3>(Namespace());
+        third_ = TearOff<IKestDAV3>(Namespace());
         ASSERT_TRUE(third_);
     }
 
@@ -140,7 +140,7 @@ class ThirdTest : public FileStoreTest {
         DAV_OBJECT_INFO info;
         return Failed(Info(path, &info)) ? "(none)" : TagOf(info);
     }
-    Ref<IKestDAVResource3> NewContent() { return Face<IKestDAVResource3>(NewResource()); }
+    Ref<IKestDAVResource3> NewContent() { return TearOff<IKestDAVResource3>(NewResource()); }
     TALSTATUS Store(std::string_view path, std::string_view content, const Given& given = Given(),
                     Change* change = nullptr, UINT64 modified = 0, Told* told = nullptr)
     {
@@ -303,7 +303,7 @@ class ThirdTest : public FileStoreTest {
     {
         std::map<std::string, DAV_OBJECT_INFO> out;
         std::vector<UINT64> buffer(room / 8);
-        Ref<IKestDAVCollection3> collection = Face<IKestDAVCollection3>(NewCollection());
+        Ref<IKestDAVCollection3> collection = TearOff<IKestDAVCollection3>(NewCollection());
         Wstr wide(path);
         EXPECT_EQ(0u, collection->Open(session_, &wide, nullptr));
         for (;;) {

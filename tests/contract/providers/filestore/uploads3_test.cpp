@@ -15,7 +15,7 @@ class FileStoreUploads3 : public ThirdTest {
     void SetUp() override
     {
         ThirdTest::SetUp();
-        uploads_ = Face<IKestDAVUploads3>(third_);
+        uploads_ = TearOff<IKestDAVUploads3>(third_);
         ASSERT_TRUE(uploads_);
     }
 
@@ -97,8 +97,8 @@ class FileStoreUploads3 : public ThirdTest {
 
 TEST_F(FileStoreUploads3, AreAFaceOfTheNamespace)
 {
-    EXPECT_TRUE(Face<IKestDAV3>(uploads_));
-    EXPECT_TRUE(Face<IKestDAV2>(uploads_));
+    EXPECT_TRUE(TearOff<IKestDAV3>(uploads_));
+    EXPECT_TRUE(TearOff<IKestDAV2>(uploads_));
 }
 
 TEST_F(FileStoreUploads3, KeepWhatCameAndPublishAllOfIt)

@@ -161,11 +161,11 @@ TEST(MetadataSessions, GoOnWhenTheMetadataHasGoneToRest)
     const auto changing = world.Session();
     ASSERT_EQ(0u, world.Session()->SetProperty("a", {kClassicSpace, "p"}, "v"));
     EXPECT_TRUE(std::filesystem::exists(log));
-    metadata.Rest();
+    metadata.Checkpoint();
     EXPECT_FALSE(std::filesystem::exists(log));
     ASSERT_EQ(0u, changing->Begin());
     ASSERT_EQ(0u, changing->SetProperty("b", {kClassicSpace, "p"}, "v"));
-    metadata.Rest(); // while a change is on its way
+    metadata.Checkpoint(); // while a change is on its way
     ASSERT_EQ(0u, changing->Commit());
     for (const char* const path : {"a", "b"}) {
         bool any = false;
@@ -267,32 +267,32 @@ class WithoutRights {
 
 } // namespace
 
-TEST(MetadataTrouble, IsToldOnceAMinuteWithTheDatabasesName)
+TEST(MetadataFailures, IsToldOnceAMinuteWithTheDatabasesName)
 {
-    Trouble trouble;
-    trouble.SetName("/srv/docs/.kest/meta.db");
+    DatabaseFailures failures;
+    failures.SetName("/srv/docs/.kest/meta.db");
     testing::internal::CaptureStderr();
     for (int i = 0; i < 3; ++i)
-        trouble.Tell("disk I/O error");
+        failures.Log("disk I/O error");
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_EQ(1u, Count(log, "error filestore: '/srv/docs/.kest/meta.db': disk I/O error\n"))
         << log;
     EXPECT_EQ(1u, Count(log, "\n")) << log;
 }
 
-TEST(MetadataTrouble, OneWaitInVainMakesTheNextOnesShortUntilTheDatabaseWasFree)
+TEST(MetadataFailures, OneWaitInVainMakesTheNextOnesShortUntilTheDatabaseWasFree)
 {
-    Trouble trouble;
-    EXPECT_TRUE(trouble.GoesOnWaiting(0));
-    EXPECT_TRUE(trouble.GoesOnWaiting(9999));
-    EXPECT_FALSE(trouble.GoesOnWaiting(10000));
-    EXPECT_TRUE(trouble.GoesOnWaiting(99));
-    EXPECT_FALSE(trouble.GoesOnWaiting(100));
-    trouble.WasFree();
-    EXPECT_TRUE(trouble.GoesOnWaiting(9999));
+    DatabaseFailures failures;
+    EXPECT_TRUE(failures.GoesOnWaiting(0));
+    EXPECT_TRUE(failures.GoesOnWaiting(9999));
+    EXPECT_FALSE(failures.GoesOnWaiting(10000));
+    EXPECT_TRUE(failures.GoesOnWaiting(99));
+    EXPECT_FALSE(failures.GoesOnWaiting(100));
+    failures.WasFree();
+    EXPECT_TRUE(failures.GoesOnWaiting(9999));
 }
 
-TEST(MetadataTrouble, ABrokenDatabaseFailsRequestsAndSaysWhy)
+TEST(MetadataFailures, ABrokenDatabaseFailsRequestsAndSaysWhy)
 {
     World world;
     ASSERT_EQ(0u,
@@ -320,7 +320,7 @@ TEST(MetadataTrouble, ABrokenDatabaseFailsRequestsAndSaysWhy)
     EXPECT_EQ(1u, Count(log, "/.kest/meta.db': database disk image is malformed")) << log;
 }
 
-TEST(MetadataTrouble, ADatabaseThatCannotBeWrittenMakesTheVolumeReadOnly)
+TEST(MetadataFailures, ADatabaseThatCannotBeWrittenMakesTheVolumeReadOnly)
 {
     World world;
     world.store.reset();
@@ -340,7 +340,7 @@ TEST(MetadataTrouble, ADatabaseThatCannotBeWrittenMakesTheVolumeReadOnly)
     world.store.reset();
 }
 
-TEST(MetadataTrouble, DeletionsGoOnWhereTheDatabaseWasLost)
+TEST(MetadataFailures, DeletionsGoOnWhereTheDatabaseWasLost)
 {
     World world;
     const fs::path top = world.directory.Path();

@@ -62,7 +62,7 @@ TEST(FileStoreClock, DeletedEntriesGoWhenTheirTimeIsOver)
     g_now += 2 * kDay;
     PurgeAll(*store);
     EXPECT_TRUE(Leftovers(directory.Path() / ".kest/deleted").empty());
-    store->Volumes()[0]->Meta()->Tidy();
+    store->Volumes()[0]->Meta()->RecountFlags();
     EXPECT_FALSE(store->Volumes()[0]->MayHaveProperties());
     EXPECT_FALSE(store->Volumes()[0]->Meta()->MayHaveDeleted());
 }
@@ -142,7 +142,7 @@ TEST(FileStoreClock, LocksExpireByThemselves)
     EXPECT_EQ(0u, client.Lock("/v/a", -1, &other)); // no sweep came in between
     g_now += 365 * kDay;
     EXPECT_EQ(kCodeLocked, Code(client.Put("/v/a", "y")));
-    store->Volumes()[0]->Meta()->Tidy();
+    store->Volumes()[0]->Meta()->RecountFlags();
     EXPECT_TRUE(store->Volumes()[0]->MayHaveLocks());
 }
 

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Directories that a request has open anyway.
-#include "providers/filestore/walked.h"
+#include "providers/filestore/open_directories.h"
 
 #include <vector>
 
 #include "providers/filestore/names.h"
 #include "providers/filestore/requeststate.h"
 
-namespace filestore::walked {
+namespace filestore::open_directories {
 
 namespace {
 
@@ -26,7 +26,7 @@ void DropReleased(Open& open)
 
 } // namespace
 
-void Offer(const DirectoryRef& directory)
+void Add(const DirectoryRef& directory)
 {
     RequestState* const state = RequestState::Current();
     if (!state)
@@ -60,4 +60,4 @@ void Forget(const Volume& volume, std::string_view path)
     });
 }
 
-} // namespace filestore::walked
+} // namespace filestore::open_directories

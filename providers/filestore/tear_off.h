@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Further faces of the objects that the store hands out: an interface of a later generation that is
-// found by QueryInterface, and the records that it exchanges.
+// Tear-off interfaces of the objects that the store hands out: those of a later generation, made
+// when QueryInterface asks for one, and the records that they exchange.
 #pragma once
 
 #include <algorithm>
@@ -14,12 +14,12 @@
 
 namespace filestore {
 
-// Lives in the object that it is a face of, and shares its references.
-template <class I> class Face : public I {
+// Lives in the object that it is an interface of, and shares its references.
+template <class I> class TearOff : public I {
   public:
-    explicit Face(IUnknown& whole) : whole_(whole) {}
-    Face(const Face&) = delete;
-    Face& operator=(const Face&) = delete;
+    explicit TearOff(IUnknown& whole) : whole_(whole) {}
+    TearOff(const TearOff&) = delete;
+    TearOff& operator=(const TearOff&) = delete;
 
     TALSTATUS QueryInterface(const GUID* iid, void** out) override
     {
@@ -29,21 +29,21 @@ template <class I> class Face : public I {
     UINT32 Release() override { return whole_.Release(); }
 
   protected:
-    ~Face() = default;
+    ~TearOff() = default;
 
   private:
     IUnknown& whole_;
 };
 
-// Hands out the face `F` of an object, and makes it where there is none yet.
+// Hands out the tear-off `F` of an object, and makes it where there is none yet.
 template <class I, class F, class Store>
-TALSTATUS OfferFace(std::unique_ptr<F>* face, IUnknown& whole, Store& store, void** out)
+TALSTATUS QueryTearOff(std::unique_ptr<F>* tearOff, IUnknown& whole, Store& store, void** out)
 {
     return Protected([&] {
-        if (!*face)
-            *face = std::make_unique<F>(whole, store);
+        if (!*tearOff)
+            *tearOff = std::make_unique<F>(whole, store);
         whole.AddRef();
-        *out = static_cast<I*>(face->get());
+        *out = static_cast<I*>(tearOff->get());
         return TAL_STATUS_SUCCESS;
     });
 }

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What GetType found, handed over to the operation that follows it.
-#include "providers/filestore/recent.h"
+#include "providers/filestore/request_cache.h"
 
 #include <utility>
 
 #include "providers/filestore/requeststate.h"
 
-namespace filestore::recent {
+namespace filestore::request_cache {
 
-void Keep(const Target& target, OpenFile file, const FileInfo& info)
+void SaveOpened(const Target& target, OpenFile file, const FileInfo& info)
 {
     if (RequestState* const state = RequestState::Current()) {
         state->found.Note(target, info);
@@ -17,7 +17,7 @@ void Keep(const Target& target, OpenFile file, const FileInfo& info)
     }
 }
 
-void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& info)
+void SaveParent(const Target& target, DirectoryRef directory, const FileInfo& info)
 {
     if (RequestState* const state = RequestState::Current()) {
         state->found.Note(target, info);
@@ -25,7 +25,7 @@ void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& inf
     }
 }
 
-void KeepLook(const Target& target, const FileInfo& info)
+void SaveInfo(const Target& target, const FileInfo& info)
 {
     if (RequestState* const state = RequestState::Current()) {
         state->found.Note(target, info);
@@ -33,7 +33,7 @@ void KeepLook(const Target& target, const FileInfo& info)
     }
 }
 
-bool Take(const Target& target, OpenFile* file, FileInfo* info)
+bool TakeOpened(const Target& target, OpenFile* file, FileInfo* info)
 {
     RequestState* const state = RequestState::Find();
     if (!state)
@@ -49,7 +49,7 @@ bool Take(const Target& target, OpenFile* file, FileInfo* info)
     return true;
 }
 
-bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info)
+bool TakeParent(const Target& target, DirectoryRef* directory, FileInfo* info)
 {
     RequestState* const state = RequestState::Find();
     if (!state)
@@ -64,7 +64,7 @@ bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info)
     return true;
 }
 
-bool KeepFailure(const Target& target, TALSTATUS status)
+bool SaveFailure(const Target& target, TALSTATUS status)
 {
     RequestState* const state = RequestState::Current();
     if (!state)
@@ -90,4 +90,4 @@ void Drop()
         state->found.Close();
 }
 
-} // namespace filestore::recent
+} // namespace filestore::request_cache

@@ -19,22 +19,22 @@
 
 #include "providers/filestore/store.h"
 
-namespace filestore::recent {
+namespace filestore::request_cache {
 
 // Keeps the open file for the running request; closes it when no request runs.
-void Keep(const Target& target, OpenFile file, const FileInfo& info);
+void SaveOpened(const Target& target, OpenFile file, const FileInfo& info);
 // Takes the file over if it is the one that was kept for the running request. Drops it otherwise.
-[[nodiscard]] bool Take(const Target& target, OpenFile* file, FileInfo* info);
-// The same for a file that was looked at and not opened. Take then leaves `file` without one.
-void KeepLook(const Target& target, const FileInfo& info);
+[[nodiscard]] bool TakeOpened(const Target& target, OpenFile* file, FileInfo* info);
+// The same for a file that was looked at and not opened. TakeOpened then leaves `file` without one.
+void SaveInfo(const Target& target, const FileInfo& info);
 // The same for the directory that holds the path's leaf, and what the leaf is.
-void KeepPlace(const Target& target, DirectoryRef directory, const FileInfo& info);
-[[nodiscard]] bool TakePlace(const Target& target, DirectoryRef* directory, FileInfo* info);
+void SaveParent(const Target& target, DirectoryRef directory, const FileInfo& info);
+[[nodiscard]] bool TakeParent(const Target& target, DirectoryRef* directory, FileInfo* info);
 // The same for a failure. False when no request runs.
-[[nodiscard]] bool KeepFailure(const Target& target, TALSTATUS status);
+[[nodiscard]] bool SaveFailure(const Target& target, TALSTATUS status);
 // The failure that was kept for the path, or success. To be asked before the other two.
 [[nodiscard]] TALSTATUS TakeFailure(const Target& target);
 // Every operation but those above begins with this.
 void Drop();
 
-} // namespace filestore::recent
+} // namespace filestore::request_cache

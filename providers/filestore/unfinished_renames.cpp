@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Ending renames that could not be ended when they happened.
-#include "providers/filestore/unsettled.h"
+#include "providers/filestore/unfinished_renames.h"
 
 #include <cerrno>
 #include <utility>
@@ -21,7 +21,7 @@ bool IsAbout(std::string_view name, std::string_view path)
 
 } // namespace
 
-void UnsettledRenames::Add(RenameIntent&& rename, bool isBetween) noexcept
+void UnfinishedRenames::Add(RenameIntent&& rename, bool isBetween) noexcept
 {
     const std::lock_guard lock(mutex_);
     if (renames_.size() == kMost)
@@ -31,7 +31,7 @@ void UnsettledRenames::Add(RenameIntent&& rename, bool isBetween) noexcept
 }
 
 template <class Wanted>
-TALSTATUS UnsettledRenames::SettleThose(const Wanted& areWanted, const Settle& settle)
+TALSTATUS UnfinishedRenames::RecoverThose(const Wanted& areWanted, const Recover& recover)
 {
     const std::lock_guard lock(mutex_);
     bool isBetween = false;
@@ -39,28 +39,28 @@ TALSTATUS UnsettledRenames::SettleThose(const Wanted& areWanted, const Settle& s
         if (!areWanted(each.rename))
             return false;
         call::HeldReports reports; // what fails once more is told below
-        const bool isSettled = !Failed(settle(each.rename));
+        const bool isRecovered = !Failed(recover(each.rename));
         reports.Drop();
-        isBetween = isBetween || (each.isBetween && !isSettled);
-        return isSettled;
+        isBetween = isBetween || (each.isBetween && !isRecovered);
+        return isRecovered;
     });
     count_.store(renames_.size(), std::memory_order_release);
     return isBetween ? StatusFromErrno(EIO) : TAL_STATUS_SUCCESS;
 }
 
-TALSTATUS UnsettledRenames::SettleAbout(std::string_view path, const Settle& settle)
+TALSTATUS UnfinishedRenames::RecoverAround(std::string_view path, const Recover& recover)
 {
     const auto areAbout = [&](const RenameIntent& rename) {
         return IsAbout(rename.from, path) || IsAbout(rename.to, path);
     };
-    return SettleThose(areAbout, settle);
+    return RecoverThose(areAbout, recover);
 }
 
-void UnsettledRenames::SettleAll(const Settle& settle) noexcept
+void UnfinishedRenames::RecoverAll(const Recover& recover) noexcept
 {
     if (!IsEmpty())
         (void)Protected(
-            [&] { return SettleThose([](const RenameIntent&) { return true; }, settle); });
+            [&] { return RecoverThose([](const RenameIntent&) { return true; }, recover); });
 }
 
 } // namespace filestore

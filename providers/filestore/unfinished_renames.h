@@ -16,12 +16,12 @@
 
 namespace filestore {
 
-class UnsettledRenames {
+class UnfinishedRenames {
   public:
     // Ends one; a failure leaves it as it is.
-    using Settle = std::function<TALSTATUS(const RenameIntent&)>;
+    using Recover = std::function<TALSTATUS(const RenameIntent&)>;
 
-    UnsettledRenames() { renames_.reserve(kMost); }
+    UnfinishedRenames() { renames_.reserve(kMost); }
 
     // Of more than can be kept the next start ends the others. Takes no memory. `isBetween`: the
     // names are those of neither before nor after, else rows alone are behind.
@@ -30,9 +30,9 @@ class UnsettledRenames {
 
     // Tries to end those that have to do with `path`: it or what lies above or below it moves.
     // Fails when what is there cannot be told yet.
-    TALSTATUS SettleAbout(std::string_view path, const Settle& settle);
+    TALSTATUS RecoverAround(std::string_view path, const Recover& recover);
     // Tries all.
-    void SettleAll(const Settle& settle) noexcept;
+    void RecoverAll(const Recover& recover) noexcept;
 
   private:
     struct Entry {
@@ -40,7 +40,7 @@ class UnsettledRenames {
         bool isBetween;
     };
     static constexpr size_t kMost = 100;
-    template <class Wanted> TALSTATUS SettleThose(const Wanted& areWanted, const Settle& settle);
+    template <class Wanted> TALSTATUS RecoverThose(const Wanted& areWanted, const Recover& recover);
 
     std::mutex mutex_; // held while one is ended; taken before a transaction is begun
     std::vector<Entry> renames_;

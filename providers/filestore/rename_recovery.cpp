@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What a power cut or a kill has left unfinished, at the start.
-#include "providers/filestore/settle.h"
+#include "providers/filestore/rename_recovery.h"
 
 #include <cerrno>
 #include <charconv>
@@ -18,9 +18,9 @@ namespace {
 constexpr std::string_view kPurge = ".kest/purge/";
 constexpr std::string_view kTmp = ".kest/tmp/"; // what is there is swept
 
-class Settlement {
+class RenameRecovery {
   public:
-    Settlement(FileSystem& fs, MetadataSession& session, const RenameIntent& intent, bool sync)
+    RenameRecovery(FileSystem& fs, MetadataSession& session, const RenameIntent& intent, bool sync)
         : fs_(fs), session_(session), intent_(intent), sync_(sync)
     {
     }
@@ -162,10 +162,10 @@ class Settlement {
 
 } // namespace
 
-TALSTATUS SettleRename(FileSystem& fs, MetadataSession& session, const RenameIntent& intent,
-                       bool sync, std::mutex& from, std::mutex& to)
+TALSTATUS RecoverRename(FileSystem& fs, MetadataSession& session, const RenameIntent& intent,
+                        bool sync, std::mutex& from, std::mutex& to)
 {
-    return Settlement(fs, session, intent, sync).Run(from, to);
+    return RenameRecovery(fs, session, intent, sync).Run(from, to);
 }
 
 } // namespace filestore
