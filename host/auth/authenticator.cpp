@@ -51,12 +51,25 @@ class DigestContexts {
     size_t count_ = 0;
 };
 
+// Fetched once: looking the algorithm up costs more than the digest of a short text. It stays until
+// the process ends, when threads may still sign in. Null where there is no memory for it now.
+const EVP_MD* Sha256Algorithm()
+{
+    static std::atomic<EVP_MD*> shared{nullptr};
+    EVP_MD* known = shared.load(std::memory_order_acquire);
+    if (known)
+        return known;
+    EVP_MD* const fetched = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    if (shared.compare_exchange_strong(known, fetched))
+        return fetched;
+    EVP_MD_free(fetched); // somebody was faster
+    return known;
+}
+
 // SHA-256 of two texts in a row.
 std::array<unsigned char, 32> Sha256(std::string_view first, std::string_view second)
 {
-    // Fetched once: looking the algorithm up costs more than the digest of a short text. Both stay
-    // until the process ends, when threads may still sign in.
-    static EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    const EVP_MD* const algorithm = Sha256Algorithm();
     static DigestContexts& contexts = *new DigestContexts;
     DigestContexts::Context own = contexts.Take();
     std::array<unsigned char, 32> digest{};
@@ -344,10 +357,13 @@ Authenticator::Result Authenticator::Begin(const std::shared_ptr<Guess>& guess)
     if (isTooMany && limits_.guessDelay.count() > 0)
         return Result::Throttled;
     // What is counted here End takes back: nothing in between may fail without it.
-    uint32_t& byName = pending_[guess->key];
-    uint32_t& byAddress = pending_[guess->source.address]; // a table's values stay in their place
-    ++byName;
-    ++byAddress;
+    Count(guess->key);
+    try {
+        Count(guess->source.address);
+    } catch (...) {
+        Discount(guess->key);
+        throw;
+    }
     bool isQueued = false;
     try {
         guesses_.emplace(guess->digest, guess);
@@ -366,12 +382,29 @@ Authenticator::Result Authenticator::Begin(const std::shared_ptr<Guess>& guess)
 // With mutex_ held: the guess is no longer on its way.
 void Authenticator::End(const Guess& guess) noexcept
 {
-    for (const Digest& key : {guess.key, guess.source.address}) {
-        const auto found = pending_.find(key);
-        if (--found->second == 0)
-            pending_.erase(found);
-    }
+    Discount(guess.key);
+    Discount(guess.source.address);
     guesses_.erase(guess.digest);
+}
+
+// With mutex_ held: one more guess is on its way. Throws std::bad_alloc and leaves all as it was.
+void Authenticator::Count(const Digest& key)
+{
+    ++pending_.try_emplace(key, 0).first->second;
+}
+
+// With mutex_ held.
+void Authenticator::Discount(const Digest& key) noexcept
+{
+    const auto found = pending_.find(key);
+    if (--found->second == 0)
+        pending_.erase(found);
+}
+
+size_t Authenticator::PendingCounts() const
+{
+    const std::lock_guard lock(mutex_);
+    return pending_.size();
 }
 
 // With mutex_ held, which is let go meanwhile: waits for the guess to be verified, as a call that

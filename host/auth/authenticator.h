@@ -69,6 +69,9 @@ class Authenticator {
                  std::shared_ptr<Verified>& who, std::chrono::seconds& wait,
                  SuspendableCall* call = nullptr);
 
+    // Names and addresses from which guesses are on their way to a hash; 0 while there are none.
+    size_t PendingCounts() const;
+
     // A principal for a user's record.
     static std::shared_ptr<const Principal> MakePrincipal(const User& user);
 
@@ -89,6 +92,8 @@ class Authenticator {
     std::shared_ptr<Guess> FindGuess(const Digest& digest) const;
     Result Begin(const std::shared_ptr<Guess>& guess);
     void End(const Guess& guess) noexcept;
+    void Count(const Digest& key);
+    void Discount(const Digest& key) noexcept;
     Result WaitFor(std::unique_lock<std::mutex>& lock, Guess& guess, std::shared_ptr<Verified>& who,
                    std::chrono::seconds& wait, SuspendableCall* call);
     void Verify(Guess& guess, bool isLate) noexcept;

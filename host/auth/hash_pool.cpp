@@ -9,6 +9,12 @@
 #include <kest/tolm.h>
 
 namespace kestd {
+namespace {
+
+// The longest that a thread sleeps without a look at the queues.
+constexpr std::chrono::minutes kLongestSleep{1};
+
+} // namespace
 
 HashPool::~HashPool()
 {
@@ -57,10 +63,11 @@ bool HashPool::Submit(std::shared_ptr<Job> job, Priority priority, uint32_t othe
     return true;
 }
 
-// With mutex_ held: starts another thread where all have something to do. False when there is none.
+// With mutex_ held: starts another thread where all have something to do. One more than may compute
+// at once tells those that have waited too long while the others compute. False when there is none.
 bool HashPool::HasThread() noexcept
 {
-    if (threads_.size() >= std::min(limits_.threads, Unfinished()))
+    if (threads_.size() >= std::min(limits_.threads + 1, Unfinished()))
         return true;
     try {
         threads_.emplace_back([this] { RunJobs(); });
@@ -96,8 +103,20 @@ bool HashPool::TakeNext(std::unique_lock<std::mutex>& lock, std::shared_ptr<Job>
             return true;
         if (ends_)
             return false;
-        hasWork_.wait(lock);
+        WaitForWork(lock);
     }
+}
+
+// With mutex_ held, which is let go meanwhile: until there may be something to do, until the oldest
+// job has waited too long, or for nothing after the longest wait.
+void HashPool::WaitForWork(std::unique_lock<std::mutex>& lock)
+{
+    TimePoint until = std::chrono::steady_clock::now() + kLongestSleep;
+    for (const Queue* queue : {&users_, &others_})
+        if (!queue->empty())
+            until = std::min(until, queue->front().since + limits_.longestWait +
+                                        std::chrono::milliseconds(1)); // later than, not at
+    (void)hasWork_.wait_until(lock, until);
 }
 
 void HashPool::RunJobs() noexcept
@@ -106,12 +125,13 @@ void HashPool::RunJobs() noexcept
     bool isLate = false;
     std::unique_lock lock(mutex_);
     while (TakeNext(lock, job, isLate)) {
-        ++running_;
+        const uint32_t computing = isLate ? 0 : 1;
+        running_ += computing;
         lock.unlock();
         job->Run(isLate);
         job.reset();
         lock.lock();
-        --running_;
+        running_ -= computing;
         hasWork_.notify_one(); // one that could not run beside this one
     }
 }

@@ -26,7 +26,7 @@ class HashPool {
       public:
         virtual ~Job() = default;
         // On a thread of the pool, once. `isLate`: it has waited too long, and nothing is to be
-        // computed.
+        // computed. It is told so when its time is over, also while all others compute.
         virtual void Run(bool isLate) noexcept = 0;
     };
     // Those that stand for users go first.
@@ -59,6 +59,7 @@ class HashPool {
     bool HasThread() noexcept;
     static bool Take(Queue& queue, std::shared_ptr<Job>& job);
     bool TakeNext(std::unique_lock<std::mutex>& lock, std::shared_ptr<Job>& job, bool& isLate);
+    void WaitForWork(std::unique_lock<std::mutex>& lock);
     void RunJobs() noexcept;
 
     mutable std::mutex mutex_; // guards everything below; never held while a job runs

@@ -204,6 +204,9 @@ SCHANDLE SessionTable::MakeHeld(const std::shared_ptr<const Principal>& principa
         }
     } catch (...) {
         cookies_.erase(cookie);
+        if (const auto found = cookieSessions_.find(principal->key);
+            found != cookieSessions_.end() && found->second.empty())
+            cookieSessions_.erase(found);
         freePlaces_.push_back(place);
         throw;
     }

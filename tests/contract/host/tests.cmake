@@ -23,6 +23,7 @@ kest_test(host_contract SHARDS 4
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/dialect_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/error_page_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/granted_lock_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pipeline/plain_http_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/pipeline/rules_test.cpp
   LIBS kestd_http kestd_services tolm OpenSSL::SSL Threads::Threads)
 
@@ -52,3 +53,9 @@ kest_test(contract_host_classic
   LIBS kest_harness kestd_http tolm OpenSSL::SSL Threads::Threads)
 target_compile_definitions(contract_host_classic PRIVATE
   TEMPLATE_DIRECTORY="${PROJECT_SOURCE_DIR}/web/templates/")
+
+# A program of its own: it takes the place of the allocator.
+kest_test(host_sign_in_memory PLAIN
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/auth/sign_in_memory_test.cpp
+          ${PROJECT_SOURCE_DIR}/tests/contract/truth/failing_memory.cpp
+  LIBS kestd_services tolm)

@@ -62,6 +62,13 @@ class HashPools : public testing::Test {
         return ran_;
     }
 
+    std::string RanWithin(milliseconds time, int count)
+    {
+        std::unique_lock lock(mutex_);
+        hasRun_.wait_for(lock, time, [&] { return count_ >= count; });
+        return ran_;
+    }
+
     std::promise<void> open_;
     std::shared_future<void> gate_ = open_.get_future().share();
     std::atomic<int> begun_{0};
@@ -100,15 +107,29 @@ TEST_F(HashPools, TurnAwayWhatFindsNoPlace)
     EXPECT_EQ(RanAfter(5), "first, a, b, x, y, ");
 }
 
-TEST_F(HashPools, SayWhatHasWaitedTooLong)
+TEST_F(HashPools, SayWhatHasWaitedTooLongWhileAllThreadsCompute)
 {
     Make(1, 10);
     Occupy("first"); // however long its thread takes to begin it
     pool_->SetLimits({1, 10, milliseconds(1)});
+    gate_ = {}; // for those that come
     EXPECT_TRUE(Submit("x", HashPool::Priority::Other));
-    std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_TRUE(Submit("y", HashPool::Priority::Other));
+    EXPECT_EQ(RanWithin(std::chrono::seconds(30), 2), "x late, y late, ");
     open_.set_value();
-    EXPECT_EQ(RanAfter(2), "first, x late, ");
+    EXPECT_EQ(RanAfter(3), "x late, y late, first, ");
+}
+
+TEST_F(HashPools, RunAsManyAtOnceAsTheirLimitBesideTheOneThatTells)
+{
+    Make(1, 10);
+    Occupy("first");
+    EXPECT_TRUE(Submit("a"));
+    EXPECT_TRUE(Submit("b"));
+    std::this_thread::sleep_for(milliseconds(20)); // would be long enough to begin another
+    EXPECT_EQ(begun_, 1);
+    open_.set_value();
+    EXPECT_EQ(RanAfter(3), "first, a, b, ");
 }
 
 TEST_F(HashPools, RunAsManyAtOnceAsTheirLimit)
