@@ -5,6 +5,7 @@
 
 #include "host/config/module_settings.h"
 #include "host/config/server_settings.h"
+#include "host/config/sign_in_settings.h"
 #include "host/config/store_settings.h"
 
 namespace kestd {
@@ -13,6 +14,7 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
 {
     settings.server.dialect = ReadDialect(platform);
     std::string problems = ReadServerSettings(platform, settings.server, settings.users);
+    AddProblems(problems, ReadSignInSettings(platform, settings.server));
     AddProblems(problems, ReadDirectorySettings(platform, settings.directory));
     return problems;
 }

@@ -12,6 +12,7 @@
 #include "host/config/directory_settings.h"
 #include "host/config/module_settings.h"
 #include "host/config/server_settings.h"
+#include "host/config/sign_in_settings.h"
 #include "host/config/store_settings.h"
 #include <kest/tolm.h>
 
@@ -21,6 +22,8 @@ const std::vector<KnownNames>& KnownSettings()
 {
     static const std::vector<KnownNames> known = [] {
         std::vector<KnownNames> all = ServerSettingNames();
+        for (KnownNames& names : SignInSettingNames())
+            all.push_back(std::move(names));
         for (const auto names : {ModuleSettingNames, StoreSettingNames, DirectorySettingNames})
             all.push_back(names());
         return all;

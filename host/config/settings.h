@@ -80,6 +80,9 @@ struct ServerSettings {
     std::vector<base::IpPrefix> trustedProxies;    // 'Trusted Proxies'
     std::vector<ListenAddress> proxyProtocol;      // 'PROXY Protocol'; each is one of `listen`
     ProxyHeaders proxyHeaders = ProxyHeaders::Any; // 'Proxy Headers': "any" or one of the two
+    // 'Plain HTTP Passwords' of the key 'Auth': whether clients on other machines may sign in
+    // without TLS.
+    bool takesPlainPasswords = false;
     Limits limits;
     std::shared_ptr<const AccessRules> access; // who may do what; null: everybody everything
 };

@@ -3,7 +3,9 @@
 // Gathers the credentials of a request and applies the access control's answer.
 #include "host/pipeline/authentication.h"
 
+#include "host/config/settings_holder.h"
 #include "host/http/error_status.h"
+#include "host/http/short_reply.h"
 
 namespace kestd {
 
@@ -26,11 +28,37 @@ Decision Refuse(const AuthResult& auth, Response& response)
     }
 }
 
+// Whether others than the two ends can read a password on its way here. `remote` is numeric.
+bool IsReadable(const Request& request)
+{
+    const bool isLoopback = request.remote.starts_with("127.") || request.remote == "::1";
+    return !request.isSecure && !isLoopback;
+}
+
+constexpr std::string_view kPlainLine = "Passwords are not taken over plain HTTP: use https.\n";
+constexpr std::string_view kPlainPage =
+    "<!DOCTYPE html>\n<html lang=\"en\">\n<head><meta charset=\"utf-8\"><title>403</title></head>\n"
+    "<body><p>Passwords are not taken over plain HTTP: use https.</p></body>\n</html>\n";
+
+// In place of the challenge, too: it would have the client send its password.
+Decision RefusePlain(Exchange& exchange)
+{
+    exchange.response.SetHeader("Cache-Control", "no-store");
+    if (exchange.request.Header("Accept").find("text/html") != std::string_view::npos)
+        SendText(exchange.response, 403, "text/html; charset=utf-8", kPlainPage);
+    else
+        SendText(exchange.response, 403, kErrorType, kPlainLine);
+    return Decision::Replied();
+}
+
 } // namespace
 
 Decision Authentication::OnRequest(Exchange& exchange) const
 {
     Request& request = exchange.request;
+    if (IsReadable(request) && !exchange.settings->server.takesPlainPasswords &&
+        !accessControl_.AllowsAnonymous())
+        return RefusePlain(exchange);
     Credentials credentials;
     credentials.authorization = request.Header("Authorization");
     credentials.cookie = request.Header("Cookie");

@@ -9,7 +9,8 @@
 namespace kestd {
 
 // Asks the access control and holds the session that it grants, or refuses with 401, 403, 429 or
-// 503.
+// 503. Over plain HTTP from another machine nobody is asked for a password (403), unless a setting
+// says so.
 class Authentication final : public Stage {
   public:
     explicit Authentication(AccessControl& accessControl) : accessControl_(accessControl) {}

@@ -131,6 +131,7 @@ class EachSetting(ServerCase):
             prefix + "Access\\Rules\\archive": rule_changes(),
             prefix + "Server": server, prefix + "KestDav": module, prefix + "FileStore": store,
             prefix + "FileStore\\Volumes": {"docs": (f"'{own / 'other'}'", True)},
+            prefix + "Auth": {"Plain HTTP Passwords": ("true", False)},
             prefix + "Directory": directory, prefix + "Directory\\Attributes": attributes,
             f"Kest\\Policies\\DAV Handlers\\Configured\\{FILE_STORE}": {"Name": ("'X'", True)},
             f"Tolm\\Classes\\{FILE_STORE}": {"Library": (f"'{library}'", True)},

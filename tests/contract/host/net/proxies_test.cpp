@@ -25,6 +25,7 @@ class Proxies : public ServerTest {
     {
         settings.listen = {{"127.0.0.1", 0}};
         settings.accessLog = false;
+        settings.takesPlainPasswords = true;
         settings.trustedProxies = {Prefix("127.0.0.1"), Prefix("10.0.0.0/8"), Prefix("fd00::/8")};
         door.judge = [this](const Credentials& credentials) {
             const std::lock_guard lock(seenLock);
