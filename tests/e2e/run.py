@@ -3,12 +3,13 @@
 """Runs the end-to-end tests.
 
 usage: run.py [--junit FILE] [--server KESTD] [--dialect DIALECT] [--sandbox] [--clients]
-              [--jobs N] [NAME…]
+              [--without NAME]… [--jobs N] [NAME…]
 
 NAME picks modules, classes or cases as unittest does ("test_content", "test_content.Put.test_…").
 --sandbox runs the servers as the unit of packaging/ would, under its filter of system calls.
 --clients runs what tries real programs, the long forms too, and puts the table that it prints into
-docs/clients.md. --jobs runs N modules of everything beside each other: most of them wait for
+docs/clients.md. --without leaves out a module, a class or a case: what cannot hold for the build that
+is tested. --jobs runs N modules of everything beside each other: most of them wait for
 something most of the time. The exit status is not 0 when a case failed, or a run of everything does not show
 what that table says.
 """
@@ -86,6 +87,24 @@ class Report(unittest.TextTestResult):
         super().addSkip(test, reason)
 
 
+def leave_out(suite, names):
+    """The suite without what bears one of the names, and the names that nothing bears."""
+    unused = set(names)
+
+    def is_wanted(test):
+        for name in names:
+            if test.id() == name or test.id().startswith(name + "."):
+                unused.discard(name)
+                return False
+        return True
+
+    def flat(tests):
+        for test in tests:
+            yield from flat(test) if isinstance(test, unittest.TestSuite) else (test,)
+
+    return unittest.TestSuite([test for test in flat(suite) if is_wanted(test)]), sorted(unused)
+
+
 def show_clients(result, is_all, writes):
     """Prints the table of real programs; where everything ran, the document has to have it."""
     if not programs.results:
@@ -132,6 +151,8 @@ def main():
                         help="run servers under the service's filter of system calls")
     parser.add_argument("--clients", action="store_true",
                         help="write the table of docs/clients.md anew")
+    parser.add_argument("--without", action="append", default=[], metavar="NAME",
+                        help="a module, a class or a case to leave out")
     parser.add_argument("--jobs", type=int, default=1)
     parser.add_argument("--table", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("names", nargs="*")
@@ -144,7 +165,7 @@ def main():
     if not os.access(harness.KESTD, os.X_OK):
         print(f"run.py: there is no server at {harness.KESTD}", file=sys.stderr)
         return 2
-    if args.jobs > 1 and not args.names and not args.clients:
+    if args.jobs > 1 and not (args.names or args.clients or args.without):
         return finish(args, run_beside(args))
     loader = unittest.TestLoader()
     names = args.names or (CLIENTS if args.clients else [])
@@ -152,6 +173,11 @@ def main():
         suite = loader.loadTestsFromNames(names)
     else:
         suite = loader.discover(HERE, pattern="test_*.py", top_level_dir=HERE)
+    if args.without:
+        suite, unused = leave_out(suite, args.without)
+        if unused:
+            print(f"run.py: there is no {', '.join(unused)} to leave out", file=sys.stderr)
+            return 2
     runner = unittest.TextTestRunner(verbosity=2, resultclass=Report, stream=sys.stdout)
     result = runner.run(suite)
     show_clients(result, is_all=not names or args.table, writes=args.clients and not args.names)
