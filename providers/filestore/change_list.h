@@ -9,7 +9,8 @@
 
 #include <kest/dav.h>
 
-#include "providers/filestore/property.h"
+#include "providers/filestore/failures.h"
+#include "providers/filestore/patch.h"
 #include "providers/filestore/tear_off.h"
 
 namespace filestore {
@@ -35,7 +36,8 @@ class ChangeList {
     ChangeList(const ChangeList&) = delete;
     ChangeList& operator=(const ChangeList&) = delete;
 
-    bool IsValid() const { return isValid_; }
+    // Code 4 for a list that cannot be one, else as JudgeChanges.
+    TALSTATUS Judge() { return isValid_ ? JudgeChanges(list_) : Failure(kCodeInvalidParameter); }
     std::span<DAV_PROPERTY_CHANGE> List() { return list_; }
 
   private:

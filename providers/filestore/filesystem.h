@@ -9,10 +9,12 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <kest/types.h>
 
@@ -53,6 +55,21 @@ class NameSink {
 
   protected:
     ~NameSink() = default;
+};
+
+// Keeps the names, at most so many.
+class NameCollector final : public NameSink {
+  public:
+    explicit NameCollector(size_t most = SIZE_MAX) : most_(most) {}
+    bool OnName(std::string_view name) override
+    {
+        names.emplace_back(name);
+        return names.size() < most_;
+    }
+    std::vector<std::string> names;
+
+  private:
+    const size_t most_;
 };
 
 // Asked between the pieces of long work; false ends it.

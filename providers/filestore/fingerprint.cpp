@@ -37,16 +37,6 @@ class Hash {
     UINT64 value_ = 0xCBF29CE484222325u;
 };
 
-class NameCollector final : public NameSink {
-  public:
-    bool OnName(std::string_view name) override
-    {
-        names.emplace_back(name);
-        return true;
-    }
-    std::vector<std::string> names;
-};
-
 } // namespace
 
 void Fingerprint::Add(std::string_view path, const FileInfo& info)

@@ -118,10 +118,8 @@ TALSTATUS NamespaceTearOff::MakeCollection(SCHANDLE hSession, UNICODE_STRING* pa
     return Anew([&] {
         Target target;
         ChangeList list(count, changes);
-        if (!list.IsValid())
-            return Failure(kCodeInvalidParameter);
         // Before anything gives way for it: what is too long never fits.
-        if (const TALSTATUS status = JudgeChanges(list.List()); Failed(status))
+        if (const TALSTATUS status = list.Judge(); Failed(status))
             return status;
         if (const TALSTATUS status = store_.LocateNew(path, &target); Failed(status))
             return status;
@@ -219,10 +217,8 @@ TALSTATUS NamespaceTearOff::PatchProperties(SCHANDLE hSession, UNICODE_STRING* p
     return Anew([&] {
         Target target;
         ChangeList list(count, changes);
-        if (!list.IsValid())
-            return Failure(kCodeInvalidParameter);
         // Before anything gives way for it: what is too long never fits.
-        if (const TALSTATUS status = JudgeChanges(list.List()); Failed(status))
+        if (const TALSTATUS status = list.Judge(); Failed(status))
             return status;
         if (const TALSTATUS status = store_.Locate(path, &target); Failed(status))
             return status;

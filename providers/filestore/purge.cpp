@@ -21,20 +21,8 @@ namespace {
 constexpr int kRemovalsPerPause = 64;
 // Entries that leave the list in one transaction, after one sync.
 constexpr size_t kRetiredAtOnce = 64;
+constexpr size_t kNamesPerRound = 4096; // of one directory
 constexpr UINT64 kDay = UINT64{24} * 3600 * 10'000'000;
-
-class NameCollector final : public NameSink {
-  public:
-    bool OnName(std::string_view name) override
-    {
-        names.emplace_back(name);
-        return names.size() < kMost; // the rest comes with the next round
-    }
-    std::vector<std::string> names;
-
-  private:
-    static constexpr size_t kMost = 4096;
-};
 
 // One directory of the purge directory loses its contents, then itself. Subdirectories move up
 // beside it first: so the work needs no recursion, and no path grows too long.
@@ -69,7 +57,7 @@ class Emptying {
         if (fs.Open(path.c_str(), OpenFor::Directory, directory.Out(fs)) != 0)
             return false;
         for (;;) {
-            NameCollector found;
+            NameCollector found(kNamesPerRound);
             if (fs.List(directory.Get(), found) != 0)
                 return false;
             if (found.names.empty())
@@ -194,7 +182,7 @@ bool EmptyPurge(Volume& volume, const PurgePause& pause)
     volume.RemoveAbandoned();
     Emptying work(volume, pause);
     for (;;) {
-        NameCollector found;
+        NameCollector found(kNamesPerRound);
         if (volume.Fs().List(volume.Purge(), found) != 0 || found.names.empty())
             break;
         // One that cannot be removed does not keep the others.

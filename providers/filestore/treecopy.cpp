@@ -14,16 +14,6 @@ namespace filestore {
 
 namespace {
 
-class NameCollector final : public NameSink {
-  public:
-    bool OnName(std::string_view name) override
-    {
-        names.emplace_back(name);
-        return true;
-    }
-    std::vector<std::string> names;
-};
-
 // The status for a member that is there and cannot be copied: never "not found", which is said of
 // the whole.
 TALSTATUS MemberStatus(int error)

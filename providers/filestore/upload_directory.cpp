@@ -22,7 +22,7 @@ constexpr size_t kMostOfOneUser = 64;
 constexpr size_t kMostOfAll = 1024;
 constexpr UINT64 kShareOfDisk = 2; // the half
 
-class NameCollector final : public NameSink {
+class UploadFiles final : public NameSink {
   public:
     bool OnName(std::string_view name) override
     {
@@ -71,7 +71,7 @@ TALSTATUS List(Volume& volume, std::vector<Listed>* out)
 {
     FileSystem& fs = volume.Fs();
     FileHandle directory = kNoFile;
-    NameCollector found;
+    UploadFiles found;
     int error = volume.OpenUploads(false, &directory);
     if (error == ENOENT)
         return TAL_STATUS_SUCCESS; // there have been none

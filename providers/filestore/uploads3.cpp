@@ -41,21 +41,6 @@ void SetName(std::string_view name, DAV_UPLOAD* out)
     std::copy_n(name.data(), out->NameLength, out->Name);
 }
 
-// Runs `use` on the upload of a name, with its mutex held.
-template <class F>
-TALSTATUS OnUpload(const Store& store, SCHANDLE session, const Target& target, const DAV_TEXT* name,
-                   F&& use)
-{
-    const DAV_PRECONDITIONS none{};
-    const Guard guard(store, session, target, none);
-    const std::string_view text = TextOf(*name);
-    auto hold = HoldUpload(store, *target.volume, text);
-    PendingUpload& upload = **hold;
-    const std::unique_lock lock(upload.Mutex());
-    const TALSTATUS status = LoadOwn(upload, guard, target);
-    return Failed(status) ? status : use(upload);
-}
-
 } // namespace
 
 // Where there is no volume there is no upload.
@@ -67,6 +52,28 @@ TALSTATUS UploadsTearOff::LocateKnown(const UNICODE_STRING* path, Target* target
     const bool isPossible = !target->IsRoot() && !target->deletedId && target->volume->IsWritable();
     return isPossible && store_.Settings().uploadSeconds ? TAL_STATUS_SUCCESS
                                                          : Failure(kCodeNotFound);
+}
+
+// Runs `use` on the upload of a name, with its mutex held, and on what it is made for.
+template <class F>
+TALSTATUS UploadsTearOff::OnUpload(SCHANDLE session, const UNICODE_STRING* path,
+                                   const DAV_TEXT* name, F&& use) const
+{
+    if (!IsUploadName(name))
+        return Failure(kCodeNotFound);
+    return Protected([&] {
+        request_cache::Drop();
+        Target target;
+        if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
+            return status;
+        const DAV_PRECONDITIONS none{};
+        const Guard guard(store_, session, target, none);
+        auto hold = HoldUpload(store_, *target.volume, TextOf(*name));
+        PendingUpload& upload = **hold;
+        const std::unique_lock lock(upload.Mutex());
+        const TALSTATUS status = LoadOwn(upload, guard, target);
+        return Failed(status) ? status : use(upload, target);
+    });
 }
 
 // Code 13 where the store takes no such uploads.
@@ -153,37 +160,29 @@ TALSTATUS UploadsTearOff::Find(SCHANDLE hSession, UNICODE_STRING* path, const DA
 {
     if (!upload || (terms && !size))
         return Failure(kCodeInvalidParameter);
-    if (!IsUploadName(name))
-        return Failure(kCodeNotFound);
-    return Protected([&] {
-        request_cache::Drop();
-        Target target;
-        if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
+    return OnUpload(hSession, path, name, [&](PendingUpload& found, const Target& target) {
+        (void)found.Take();
+        DAV_UPLOAD answer{};
+        TALSTATUS status = found.Checkpoint();
+        if (!Failed(status))
+            status = SpaceForUpload(*target.volume, TextOf(*name), &answer.MostBytes);
+        if (Failed(status))
             return status;
-        return OnUpload(store_, hSession, target, name, [&](PendingUpload& found) {
-            (void)found.Take();
-            DAV_UPLOAD answer{};
-            TALSTATUS status = found.Checkpoint();
-            if (!Failed(status))
-                status = SpaceForUpload(*target.volume, TextOf(*name), &answer.MostBytes);
-            if (Failed(status))
-                return status;
-            const UploadRecord& record = found.Record();
-            if (terms && *size < record.terms.size())
-                return Failure(kCodeBufferTooSmall);
-            if (terms) {
-                record.terms.copy(terms, record.terms.size());
-                *size = static_cast<UINT32>(record.terms.size());
-            }
-            answer.Flags = found.IsComplete() ? kUploadComplete : 0;
-            answer.Offset = found.Offset();
-            answer.Length = found.IsComplete() ? found.Offset() : record.length;
-            const UINT64 end = record.touched + store_.Settings().uploadSeconds * kTicksPerSecond;
-            answer.Lifetime = (end - std::min(end, store_.Now())) / kTicksPerSecond;
-            SetName(TextOf(*name), &answer);
-            WriteRecord(answer, upload);
-            return TAL_STATUS_SUCCESS;
-        });
+        const UploadRecord& record = found.Record();
+        if (terms && *size < record.terms.size())
+            return Failure(kCodeBufferTooSmall);
+        if (terms) {
+            record.terms.copy(terms, record.terms.size());
+            *size = static_cast<UINT32>(record.terms.size());
+        }
+        answer.Flags = found.IsComplete() ? kUploadComplete : 0;
+        answer.Offset = found.Offset();
+        answer.Length = found.IsComplete() ? found.Offset() : record.length;
+        const UINT64 end = record.touched + store_.Settings().uploadSeconds * kTicksPerSecond;
+        answer.Lifetime = (end - std::min(end, store_.Now())) / kTicksPerSecond;
+        SetName(TextOf(*name), &answer);
+        WriteRecord(answer, upload);
+        return TAL_STATUS_SUCCESS;
     });
 }
 
@@ -195,44 +194,28 @@ TALSTATUS UploadsTearOff::Continue(SCHANDLE hSession, UNICODE_STRING* path, cons
     DAV_PRECONDITIONS given;
     if (!content || !ReadRecord(preconditions, &given) || !AreReadable(given))
         return Failure(kCodeInvalidParameter);
-    if (!IsUploadName(name))
-        return Failure(kCodeNotFound);
-    return Protected([&] {
-        request_cache::Drop();
-        Target target;
+    return OnUpload(hSession, path, name, [&](PendingUpload& found, const Target& target) {
+        if (found.IsComplete() || found.Offset() != offset)
+            return Failure(kCodeConflict);
         UINT64 space = 0;
-        if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
+        TALSTATUS status = found.SetWholeLength(length);
+        if (!Failed(status))
+            status = SpaceForUpload(*target.volume, TextOf(*name), &space);
+        if (Failed(status))
             return status;
-        return OnUpload(store_, hSession, target, name, [&](PendingUpload& found) {
-            if (found.IsComplete() || found.Offset() != offset)
-                return Failure(kCodeConflict);
-            TALSTATUS status = found.SetWholeLength(length);
-            if (!Failed(status))
-                status = SpaceForUpload(*target.volume, TextOf(*name), &space);
-            if (Failed(status))
-                return status;
-            auto made = Ref<UploadContent>::Adopt(
-                new UploadContent(store_, hSession, target, TextOf(*name), given));
-            made->Begin(found, space);
-            *content = made.Detach();
-            return TAL_STATUS_SUCCESS;
-        });
+        auto made = Ref<UploadContent>::Adopt(
+            new UploadContent(store_, hSession, target, TextOf(*name), given));
+        made->Begin(found, space);
+        *content = made.Detach();
+        return TAL_STATUS_SUCCESS;
     });
 }
 
 TALSTATUS UploadsTearOff::Cancel(SCHANDLE hSession, UNICODE_STRING* path, const DAV_TEXT* name)
 {
-    if (!IsUploadName(name))
-        return Failure(kCodeNotFound);
-    return Protected([&] {
-        request_cache::Drop();
-        Target target;
-        if (const TALSTATUS status = LocateKnown(path, &target); Failed(status))
-            return status;
-        return OnUpload(store_, hSession, target, name, [](PendingUpload& found) {
-            (void)found.Take();
-            return found.Remove();
-        });
+    return OnUpload(hSession, path, name, [](PendingUpload& found, const Target&) {
+        (void)found.Take();
+        return found.Remove();
     });
 }
 

@@ -27,6 +27,9 @@ class UploadsTearOff final : public TearOff<IKestDAVUploads3> {
 
   private:
     TALSTATUS LocateKnown(const UNICODE_STRING* path, Target* target) const;
+    template <class F>
+    TALSTATUS OnUpload(SCHANDLE session, const UNICODE_STRING* path, const DAV_TEXT* name,
+                       F&& use) const;
     TALSTATUS LocateUsable(const UNICODE_STRING* path, Target* target) const;
     TALSTATUS BeginAt(const Guard& guard, const Target& target, UINT64 length,
                       std::string_view terms, DAV_UPLOAD* upload);

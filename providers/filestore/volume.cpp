@@ -26,16 +26,6 @@ constexpr std::string_view kLockSuffix = ".lock";
 constexpr size_t kMostAbandoned = 1000;     // the next start finds the others
 constexpr UINT64 kReservePiece = 64 * 1024; // some ten changes of the database
 
-class NameCollector final : public NameSink {
-  public:
-    bool OnName(std::string_view name) override
-    {
-        names.emplace_back(name);
-        return true;
-    }
-    std::vector<std::string> names;
-};
-
 } // namespace
 
 Volume::Volume(std::string name, std::unique_ptr<FileSystem> fs, SyncLevel sync,
