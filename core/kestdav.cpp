@@ -13,6 +13,7 @@
 #include "core/factory.h"
 #include "core/lifecycle.h"
 #include "core/session.h"
+#include "standard/answer.h"
 #include "standard/handlers.h"
 #include "support/failure_report.h"
 #include "support/handlers.h"
@@ -251,6 +252,13 @@ UNICODE_STRING CopyPath(const UNICODE_STRING& from, WCHAR* buffer, UINT32 bytes)
     return path;
 }
 
+// Of a request that no handler gets.
+TALSTATUS RefuseRequest(IKestIO_5* io, TALSTATUS status)
+{
+    return g_Dialect == Dialect::Standard ? standard::RefuseMapped(io, status)
+                                          : ReplyMapped(io, status);
+}
+
 } // namespace
 
 TALSTATUS KestDavRequestHandler(IKestReq_2*, IKestIO_5* pKestIo, SCHANDLE hSession, UINT32 Method)
@@ -259,18 +267,20 @@ TALSTATUS KestDavRequestHandler(IKestReq_2*, IKestIO_5* pKestIo, SCHANDLE hSessi
         return TAL_STATUS_INVALID_PARAMETER;
     UNICODE_STRING* url = nullptr;
     if (const TALSTATUS status = RequestUrl(pKestIo, &url); Code(status) != 0)
-        return ReplyMapped(pKestIo, status);
+        return RefuseRequest(pKestIo, status);
 
     const UINT32 bytes = url->MaximumLength + kTerminatorBytes;
     const Paged<WCHAR> buffer = AllocPaged<WCHAR>((bytes + 1) / sizeof(WCHAR));
     if (!buffer)
-        return ReplyMapped(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
+        return RefuseRequest(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
     UNICODE_STRING path = CopyPath(*url, buffer.get(), bytes);
 
     const TALSTATUS status = KestDavCreateSession(hSession);
     if (Failed(status)) {
-        ReportFailure(status); // kept: the reply is 405, as if the method were at fault
-        return Reply(pKestIo, 405, status);
+        ReportFailure(status);
+        if (g_Dialect == Dialect::Standard)
+            return standard::RefuseMapped(pKestIo, status);
+        return Reply(pKestIo, 405, status); // kept: as if the method were at fault
     }
     const MethodHandler handler = FindHandler(Method);
     return handler ? handler(hSession, &path, pKestIo) : Reply(pKestIo, 501, status);

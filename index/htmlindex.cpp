@@ -230,6 +230,13 @@ TALSTATUS IndexRequest::Answer(UNICODE_STRING* url)
 
 } // namespace
 
+bool HasIndexTemplate(IKestIO_5* pKestIo, bool isXml)
+{
+    char agent[kIndexBuffer + 1];
+    isXml = isXml || AcceptsOnlyXml(pKestIo);
+    return HasTemplate(mainTemplateFiles[isXml ? kModeXml : SelectMode(pKestIo, agent)]);
+}
+
 TALSTATUS HTMLIndexRequest(IKestIO_5* pKestIo, SCHANDLE hSession, UNICODE_STRING* pUrl)
 {
     IndexRequest request;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <strings.h>
+#include <unistd.h>
 
 #include "support/registry_key.h"
 
@@ -53,6 +54,17 @@ void ReportUnlessMissing(int error)
         ReportFailure(TAL_STATUS_UNSUCCESSFUL);
 }
 
+constexpr size_t kLongestName = 32; // the template names are ours
+
+struct TemplatePath {
+    explicit TemplatePath(const char* name)
+    {
+        TemplateDirectory(text);
+        std::strncat(text, name, kLongestName - 1);
+    }
+    char text[kTemplateDirBytes + kLongestName];
+};
+
 } // namespace
 
 TALSTATUS GetTemplateDir(char* directory)
@@ -91,14 +103,17 @@ void TemplateDirectory(char* directory)
     }
 }
 
+bool HasTemplate(const char* name)
+{
+    const TemplatePath path(name);
+    return access(path.text, F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR);
+}
+
 TALSTATUS TemplateFile::Open(const char* name)
 {
-    constexpr size_t kLongestName = 32; // the template names are ours
-    char path[kTemplateDirBytes + kLongestName];
-    TemplateDirectory(path);
-    std::strncat(path, name, kLongestName - 1);
+    const TemplatePath path(name);
     do
-        file_.reset(std::fopen(path, "r"));
+        file_.reset(std::fopen(path.text, "r"));
     while (!file_ && errno == EINTR);
     if (!file_) {
         ReportUnlessMissing(errno);

@@ -30,6 +30,9 @@ void TemplateDirectory(char* directory);
 // be converted or is longer than the buffer (kTemplateDirBytes).
 [[nodiscard]] TALSTATUS GetTemplateDir(char* directory);
 
+// False when there is certainly no template of a name; any other doubt is for whoever opens it.
+[[nodiscard]] bool HasTemplate(const char* name);
+
 // One open template.
 class TemplateFile {
   public:

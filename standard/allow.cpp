@@ -56,7 +56,9 @@ Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool& isServed
     if (IsMonikerRoot(*url))
         return Kind::Root;
     const Kind kind = KindAt(session, ProviderPath(*url), isServed);
-    if (kind == Kind::Collection || !EndsWithSlash(io))
+    bool endsWithSlash = false;
+    const bool isKnown = !Failed(ReadTrailingSlash(io, endsWithSlash));
+    if (kind == Kind::Collection || (isKnown && !endsWithSlash))
         return kind;
     return kind == Kind::File ? Kind::FileAsCollection : Kind::MissingCollection;
 }

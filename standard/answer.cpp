@@ -77,6 +77,8 @@ HTTPSTATUS HttpStatusOf(TALSTATUS status) noexcept
 
 TALSTATUS Refuse(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status, const char* precondition)
 {
+    if (http == 405)
+        SetAllowOfRefusal(io);
     if (precondition)
         SendElement(io, http, precondition);
     else if (IsBrowser(io))

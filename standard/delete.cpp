@@ -60,7 +60,7 @@ TALSTATUS Delete(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
-    if (UploadResource resource; IsUploadResource(*url, resource))
+    if (UploadResource resource; NamesUpload(session, *url, resource))
         return DeleteUpload(session, resource, io);
     UNICODE_STRING path = ProviderPath(*url);
     bool isServed = true;

@@ -14,6 +14,7 @@
 #include "standard/upload_requests.h"
 #include "support/handlers.h"
 #include "support/memory.h"
+#include "support/provider.h"
 #include "support/reply.h"
 #include "support/resolution.h"
 #include "support/uri.h"
@@ -65,18 +66,29 @@ TALSTATUS JudgeIf(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, const O
     return opened.handler->pIKestDav3->Judge(session, path, &preconditions);
 }
 
+// Without templates a collection has no page to show, as on a server that lists none.
+TALSTATUS RefuseIndex(IKestIO_5* io)
+{
+    return Refuse(io, 403, TAL_STATUS_ACCESS_DENIED);
+}
+
 // A collection's page, made from the templates. It fails only before it has sent something.
 TALSTATUS AnswerIndex(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     SetHeader(io, "Cache-Control", "no-store");
+    const bool isXml = NamesIndex(*url); // which the page takes off
     const TALSTATUS status = HTMLIndexRequest(io, session, url);
-    return Failed(status) ? RefuseMapped(io, status) : status;
+    if (!Failed(status))
+        return status;
+    return HasIndexTemplate(io, isXml) ? RefuseMapped(io, status) : RefuseIndex(io);
 }
 
 // What GET of a collection would say of its page, which is not made for that.
-TALSTATUS AnswerIndexHead(IKestIO_5* io)
+TALSTATUS AnswerIndexHead(const UNICODE_STRING& url, IKestIO_5* io)
 {
     SetHeader(io, "Cache-Control", "no-store");
+    if (!HasIndexTemplate(io, NamesIndex(url)))
+        return RefuseIndex(io);
     SetHeader(io, "Content-Type", "text/html; charset=\"utf-8\"");
     return Reply(io, 200, TAL_STATUS_SUCCESS);
 }
@@ -92,7 +104,7 @@ TALSTATUS AnswerCollection(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io,
     conditions.noneMatch = {};
     if (Judge(conditions, CurrentOf(opened.info), true) == Verdict::Failed)
         return Refuse(io, 412, TAL_STATUS_SUCCESS);
-    return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+    return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(*url, io);
 }
 
 const char* MediaType(UNICODE_STRING* path)
@@ -170,20 +182,33 @@ TALSTATUS AnswerFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path, bool i
     return TAL_STATUS_SUCCESS;
 }
 
+// What a provider of an older generation serves: its page is told of like any other.
+TALSTATUS ReadOlder(SCHANDLE session, UNICODE_STRING* url, UNICODE_STRING* path, IKestIO_5* io,
+                    const KESTDAV_HANDLER& handler, ProviderGuard& providers, bool isGet)
+{
+    DAV_TYPE type = Resource;
+    const bool isCollection =
+        !Failed(DavNamespace(handler).GetType(session, path, &type)) && type == Collection;
+    if (isGet && (isCollection || NamesIndex(*url)))
+        return AnswerIndex(session, url, io);
+    if (!isGet && (NamesIndex(*url) || (isCollection && !HasIndexTemplate(io, false))))
+        return AnswerIndexHead(*url, io);
+    providers.Release();
+    return isGet ? KestDavGet(session, url, io) : KestDavHead(session, url, io);
+}
+
 TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
 {
     if (IsMonikerRoot(*url))
-        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(*url, io);
     UNICODE_STRING path = ProviderPath(*url);
     ProviderGuard providers; // to the last byte of the reply
     Opened opened;
     const TALSTATUS status = Open(session, &path, opened);
-    if (opened.handler && !opened.handler->pIKestDav3) {
-        providers.Release();
-        return isGet ? KestDavGet(session, url, io) : KestDavHead(session, url, io);
-    }
+    if (opened.handler && !opened.handler->pIKestDav3)
+        return ReadOlder(session, url, &path, io, *opened.handler, providers, isGet);
     if (Code(status) == kCodeNotFound && NamesIndex(*url))
-        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(io);
+        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(*url, io);
     if (Failed(status))
         return RefuseMapped(io, status);
     if (const TALSTATUS judged = JudgeIf(session, &path, io, opened); Failed(judged))
@@ -202,7 +227,7 @@ TALSTATUS Get(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 
 TALSTATUS Head(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
-    if (UploadResource resource; IsUploadResource(*url, resource))
+    if (UploadResource resource; NamesUpload(session, *url, resource))
         return HeadUpload(session, resource, io);
     return Read(session, url, io, false);
 }

@@ -11,7 +11,7 @@ namespace standard {
 
 TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
-    if (UploadResource resource; IsUploadResource(*url, resource))
+    if (UploadResource resource; NamesUpload(session, *url, resource))
         return OptionsOfUpload(io);
     bool isServed = true;
     const Kind kind = LookAt(session, url, io, isServed);

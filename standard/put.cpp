@@ -73,13 +73,34 @@ TALSTATUS PutResumable(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, boo
     return upload.Create(fields, isServed);
 }
 
+// A provider of an older generation changes no parts, and no collection has any: neither is a
+// matter of the body's type.
+TALSTATUS RefuseUpdate(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    bool isServed = true;
+    const Kind kind = LookAt(session, url, io, isServed);
+    if (!isServed && kind == Kind::Missing)
+        return Refuse(io, 404, TAL_STATUS_NOT_FOUND);
+    if (!isServed) {
+        SetAllowOfOlder(io, kind);
+        return Refuse(io, 405, TAL_STATUS_NOT_SUPPORTED);
+    }
+    if (kind != Kind::File && kind != Kind::Missing)
+        return RefuseMethod(io, kind, TAL_STATUS_NOT_SUPPORTED);
+    SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
+    return Refuse(io, 415, TAL_STATUS_NOT_SUPPORTED);
+}
+
 } // namespace
 
 TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
-    if (EndsWithSlash(io)) { // the name of a collection
+    bool isCollection = false;
+    if (const TALSTATUS status = ReadTrailingSlash(io, isCollection); Failed(status))
+        return RefuseMapped(io, status);
+    if (isCollection) { // by its name
         bool isServed = true;
         return RefuseMethod(io, LookAt(session, url, io, isServed), TAL_STATUS_ACCESS_DENIED);
     }
@@ -105,22 +126,23 @@ TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
-    if (UploadResource resource; IsUploadResource(*url, resource))
+    if (UploadResource resource; NamesUpload(session, *url, resource))
         return PatchUpload(session, resource, io);
     bool isUpdate = false; // the one kind of body that is taken
     if (const TALSTATUS status =
             ReadMediaType(io, "application/x-sabredav-partialupdate", isUpdate);
         Failed(status))
         return RefuseMapped(io, status);
-    if (!isUpdate) {
-        SetHeader(io, "Accept-Patch", "application/x-sabredav-partialupdate");
-        return Refuse(io, 415, TAL_STATUS_NOT_SUPPORTED);
-    }
+    bool isCollection = false;
+    if (const TALSTATUS status = ReadTrailingSlash(io, isCollection); Failed(status))
+        return RefuseMapped(io, status);
+    if (!isUpdate || isCollection)
+        return RefuseUpdate(session, url, io);
     Upload upload;
     if (const TALSTATUS status = ReadUpdate(io, upload); Failed(status))
         return RefuseMapped(io, status);
     const TALSTATUS status = Run(session, url, io, upload);
-    return upload.isServed ? status : Refuse(io, 501, TAL_STATUS_NOT_SUPPORTED);
+    return upload.isServed ? status : RefuseUpdate(session, url, io);
 }
 
 } // namespace standard

@@ -104,13 +104,15 @@ TALSTATUS ReadMediaType(IKestIO_5* io, std::string_view wanted, bool& isWanted)
     return status;
 }
 
-bool EndsWithSlash(IKestIO_5* io)
+TALSTATUS ReadTrailingSlash(IKestIO_5* io, bool& endsWithSlash)
 {
     UNICODE_STRING* url = nullptr;
-    if (Code(RequestUrl(io, &url)) != 0)
-        return true; // whoever asks refuses such names: nothing is made by mistake
+    endsWithSlash = false;
+    if (const TALSTATUS status = RequestUrl(io, &url); Code(status) != 0)
+        return Failed(status) ? status : TAL_STATUS_UNSUCCESSFUL;
     const size_t units = url->Length / sizeof(WCHAR);
-    return units != 0 && url->Buffer[units - 1] == u'/';
+    endsWithSlash = units != 0 && url->Buffer[units - 1] == u'/';
+    return TAL_STATUS_SUCCESS;
 }
 
 } // namespace standard

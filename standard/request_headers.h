@@ -28,7 +28,7 @@ UINT64 ReadDate(std::string_view text);
 // Whether the body is of a media type ("Content-Type" without its parameters). Fails as ReadHeader.
 [[nodiscard]] TALSTATUS ReadMediaType(IKestIO_5* io, std::string_view wanted, bool& isWanted);
 
-// Whether the path as the client sent it ends with "/".
-bool EndsWithSlash(IKestIO_5* io);
+// Whether the path as the client sent it ends with "/". Fails as the host does: nobody knows then.
+[[nodiscard]] TALSTATUS ReadTrailingSlash(IKestIO_5* io, bool& endsWithSlash);
 
 } // namespace standard

@@ -4,6 +4,7 @@
 // it.
 #include "standard/upload_requests.h"
 #include "standard/answer.h"
+#include "standard/new_name.h"
 #include "standard/request_headers.h"
 #include "standard/resumable_upload.h"
 #include "standard/scan.h"
@@ -20,6 +21,15 @@ TALSTATUS RefuseMissing(IKestIO_5* io, TALSTATUS status)
 }
 
 } // namespace
+
+bool NamesUpload(SCHANDLE session, const UNICODE_STRING& url, UploadResource& out)
+{
+    if (!IsUploadResource(url, out))
+        return false;
+    const ProviderGuard providers;
+    KESTDAV_HANDLER* handler = nullptr;
+    return Failed(FindProviderOfNew(session, out.target, handler)) || handler->pIKestDav3;
+}
 
 TALSTATUS HeadUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io)
 {

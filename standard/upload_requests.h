@@ -7,6 +7,11 @@
 
 namespace standard {
 
+// Whether a request path is that of an upload resource, in `out` then. A provider of an older
+// generation has none: under such a path it may have a file like any other. The caller does not
+// hold the providers' list.
+[[nodiscard]] bool NamesUpload(SCHANDLE session, const UNICODE_STRING& url, UploadResource& out);
+
 // Each sends its whole reply and returns its last status.
 TALSTATUS HeadUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io);
 TALSTATUS PatchUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io);

@@ -33,7 +33,7 @@ extern char g_szKestLocation[kConfigTextBytes + 1]; // ModuleInit, NUL-terminate
 
 // The next three: stage two, under g_hModuleMutex; never re-read.
 extern UINT32 g_RWBlockSize;
-// Which way requests are answered. Only the dispatcher asks.
+// Which way requests are answered. The dispatcher asks, and whoever sends a 405.
 enum class Dialect { Classic, Standard };
 extern Dialect g_Dialect;
 // The most entries that a listing of all depths answers with, in the standard dialect.

@@ -36,3 +36,6 @@ TALSTATUS ReplyToForm(IKestIO_5* io, TALSTATUS status);
 
 // The browser index, which GET and POST answer with.
 TALSTATUS HTMLIndexRequest(IKestIO_5* pKestIo, SCHANDLE hSession, UNICODE_STRING* pUrl);
+// False when there is certainly no template for the client's page, or for the XML document: the
+// request fails without one.
+[[nodiscard]] bool HasIndexTemplate(IKestIO_5* pKestIo, bool isXml);

@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "support/allowed_methods.h"
 #include <kest/io.h>
 #include <kest/status.h>
 
@@ -44,6 +45,8 @@ inline void PutBytes(IKestIO_5* io, const void* data, UINT32 size)
 // Sends the head with the given HTTP status and hands `status` back.
 inline TALSTATUS Reply(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status)
 {
+    if (http == 405)
+        SetAllowOfRefusal(io);
     (void)io->SendHeader(http);
     return status;
 }

@@ -34,6 +34,11 @@ inline harness::Setup StandardDialect()
 {
     return {.moduleValues = "'Dialect' = 'standard'"};
 }
+inline harness::Setup StandardDialectWithPages()
+{
+    return {.moduleValues = "'Dialect' = 'standard'\n"
+                            "'Template Directory' = '" TEMPLATE_DIRECTORY "'"};
+}
 
 // "f.txt" holds "hello world", "c" holds "c/a" and "c/d/b".
 inline void Fill(World& world)

@@ -109,19 +109,33 @@ TEST_F(StandardGet, FileWithTheIndexDocumentsName_IsRead)
 
 TEST_F(StandardGet, OfACollectionWithoutTemplates_IsToldInsteadOfNothing)
 {
-    EXPECT_EQ(Run(Request(KestMethodGet, "/Ferro/gen3/c/")),
-              Plain("500", "Cache-Control: no-store\n"));
-    EXPECT_EQ(Run(Request(KestMethodGet, "/Ferro/gen3/c/.index_xml")),
-              Plain("500", "Cache-Control: no-store\n"));
-    EXPECT_EQ(Run(Request(KestMethodGet, "/Ferro/")), Plain("500", "Cache-Control: no-store\n"));
+    for (const std::string path : {"/Ferro/", "/Ferro/gen3/c/", "/Ferro/gen3/c/.index_xml",
+                                   "/Ferro/gen2/c/", "/Ferro/gen2/c/.index_xml", "/Ferro/gen2"}) {
+        EXPECT_EQ(Run(Request(KestMethodGet, path)), Plain("403", "Cache-Control: no-store\n"))
+            << path;
+        EXPECT_EQ(Run(Request(KestMethodHead, path)), PlainHead("403", "Cache-Control: no-store\n"))
+            << path;
+    }
 }
 
-TEST_F(StandardGet, HeadOfACollection)
+// HEAD says of the page what GET would, and older providers of a collection what they know.
+TEST(StandardGetPages, HeadOfACollection)
 {
+    World world(Providers(), StandardDialectWithPages());
+    Fill(world);
     const std::string page = "200\nCache-Control: no-store\n"
                              "Content-Type: text/html; charset=\"utf-8\"\n\n";
-    EXPECT_EQ(Run(Request(KestMethodHead, "/Ferro/gen3/c/")), page);
-    EXPECT_EQ(Run(Request(KestMethodHead, "/Ferro/")), page);
+    for (const std::string path : {"/Ferro/gen3/c/", "/Ferro/"})
+        EXPECT_EQ(world.Run(Request(KestMethodHead, path)).text, page) << path;
+    EXPECT_EQ(world.Run(Request(KestMethodHead, "/Ferro/gen2/c/")).text.substr(0, 3), "200");
+    for (const std::string path : {"/Ferro/gen3/c/", "/Ferro/", "/Ferro/gen2/c/"})
+        EXPECT_THAT(world.Run(Request(KestMethodGet, path)).text,
+                    testing::AllOf(testing::StartsWith("200\n"), HasSubstr("<html")))
+            << path;
+    world.Fail("io.GetRawUrl", kInjected);
+    EXPECT_EQ(world.Run(Request(KestMethodGet, "/Ferro/gen3/c/")).text.substr(0, 3), "500")
+        << "a page that fails is none of the client's faults";
+    world.ExpectAtRest();
 }
 
 TEST_F(StandardGet, OfAnOlderProvider_IsAnsweredAsBefore)

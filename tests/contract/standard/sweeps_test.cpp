@@ -103,13 +103,6 @@ std::unique_ptr<World> WorldFor(const Swept& swept)
 
 class StandardSweep : public testing::TestWithParam<Swept> {};
 
-// What the dispatcher asks for before it knows the dialect is told as it is in the classic one: the
-// host, which hears of want of memory from the platform, says so itself.
-bool IsDispatchers(const std::string& call)
-{
-    return call == "io.GetUrl" || call.starts_with("sa.");
-}
-
 TEST_P(StandardSweep, NoFailureIsToldAsTheClientsMistake)
 {
     const Swept& swept = GetParam();
@@ -125,7 +118,7 @@ TEST_P(StandardSweep, NoFailureIsToldAsTheClientsMistake)
             const bool isAboutTheRequest = failed == "io.ReadClientPayload" ||
                                            failed == "io.IsClientPayloadAvailable" ||
                                            failed == "platform.TalxWideCharToMultiByte";
-            const bool isTrue = status == usual || status[0] == '5' || IsDispatchers(failed) ||
+            const bool isTrue = status == usual || status[0] == '5' ||
                                 (failed == "io.SendHeader" && status == "non") ||
                                 (isAboutTheRequest && status == "400");
             if (!isTrue)

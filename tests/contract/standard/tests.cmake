@@ -10,6 +10,7 @@ kest_test(contract_standard SINGLE_THREADED
     ${CMAKE_CURRENT_LIST_DIR}/namespace_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/post_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/put_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/refusals_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/relocation_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/lock_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/propfind_test.cpp
@@ -19,3 +20,5 @@ kest_test(contract_standard SINGLE_THREADED
     ${CMAKE_CURRENT_LIST_DIR}/uploads_test.cpp
   LIBS kest_harness
 )
+target_compile_definitions(contract_standard PRIVATE
+  TEMPLATE_DIRECTORY="${PROJECT_SOURCE_DIR}/web/templates/")

@@ -16,7 +16,7 @@ inline std::vector<harness::ProviderSpec> UploadProviders()
 
 inline std::unique_ptr<World> MakeUploadWorld()
 {
-    auto world = std::make_unique<World>(UploadProviders(), StandardDialect());
+    auto world = std::make_unique<World>(UploadProviders(), StandardDialectWithPages());
     Fill(*world);
     return world;
 }

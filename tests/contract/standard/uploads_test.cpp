@@ -141,13 +141,33 @@ TEST_F(StandardUploads, ThereIsNoneUnderAnotherPathOrName)
     (void)Run(Begin("n", {"hello"}));
     const std::string missing = PlainHead("404", "Cache-Control: no-store\n");
     for (const std::string& place :
-         {PlaceOf("m"), PlaceOf("n", 2), std::string("/Ferro/other/n/.kest/upload/u1"),
-          std::string("/Ferro/gen2/n/.kest/upload/u1")}) {
+         {PlaceOf("m"), PlaceOf("n", 2), std::string("/Ferro/other/n/.kest/upload/u1")}) {
         EXPECT_EQ(Head(place), missing) << place;
         EXPECT_EQ(Cancel(place), Plain("404")) << place;
         EXPECT_EQ(Run(Append(place, 5, {"x"})), Plain("404")) << place;
     }
     EXPECT_EQ(Kept(), "hello");
+}
+
+// It has no uploads, and may have a file of such a name.
+TEST_F(StandardUploads, OfAnOlderProvider_TheNameIsOneLikeAnyOther)
+{
+    const std::string place = "/Ferro/gen2/n/.kest/upload/u1";
+    EXPECT_EQ(Head(place).substr(0, 3), "404");
+    EXPECT_EQ(Cancel(place).substr(0, 3), "404");
+    EXPECT_EQ(Run(Append(place, 5, {"x"})), Plain("404"));
+    EXPECT_THAT(Run(Request(KestMethodOptions, place)),
+                testing::AllOf(HasSubstr("Allow: OPTIONS, PUT, MKCOL, LOCK\n"),
+                               Not(HasSubstr("Accept-Patch"))));
+    world["gen2"].AddFile("/gen2/n/.kest/upload/u1", "mine");
+    EXPECT_THAT(Head(place), HasSubstr("\nContent-Length: 4\n"));
+    EXPECT_THAT(Run(Append(place, 5, {"x"})), testing::AllOf(testing::StartsWith("405\n"),
+                                                             HasSubstr("Allow: OPTIONS, GET, HEAD, "
+                                                                       "PUT, DELETE"),
+                                                             Not(HasSubstr("Accept-Patch"))));
+    EXPECT_EQ(world["gen2"].Content("/gen2/n/.kest/upload/u1"), "mine");
+    EXPECT_EQ(Cancel(place).substr(0, 3), "200");
+    EXPECT_FALSE(world["gen2"].Has("/gen2/n/.kest/upload/u1"));
 }
 
 TEST_F(StandardUploads, NamesThatNoUploadHas_AreNotAskedFor)
