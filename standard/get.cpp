@@ -10,6 +10,7 @@
 #include "standard/if_header.h"
 #include "standard/number_text.h"
 #include "standard/object.h"
+#include "standard/preconditions.h"
 #include "standard/request_headers.h"
 #include "standard/upload_requests.h"
 #include "support/handlers.h"
@@ -197,12 +198,19 @@ TALSTATUS ReadOlder(SCHANDLE session, UNICODE_STRING* url, UNICODE_STRING* path,
     return isGet ? KestDavGet(session, url, io) : KestDavHead(session, url, io);
 }
 
+TALSTATUS ReadRoot(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
+{
+    if (const TALSTATUS status = JudgeRoot(session, io, true); Failed(status))
+        return RefuseMapped(io, status);
+    return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(*url, io);
+}
+
 TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
 {
-    if (IsMonikerRoot(*url))
-        return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(*url, io);
-    UNICODE_STRING path = ProviderPath(*url);
     ProviderGuard providers; // to the last byte of the reply
+    if (IsMonikerRoot(*url))
+        return ReadRoot(session, url, io, isGet);
+    UNICODE_STRING path = ProviderPath(*url);
     Opened opened;
     const TALSTATUS status = Open(session, &path, opened);
     if (opened.handler && !opened.handler->pIKestDav3)

@@ -20,4 +20,9 @@ inline bool HasConditions(const DAV_PRECONDITIONS& preconditions) noexcept
            preconditions.NoneMatch.Length != 0 || preconditions.UnmodifiedSince != 0;
 }
 
+// Judges the conditions of a request for the root above all providers, which has no tag and no
+// lock. A page is never "not modified", whatever "If-None-Match" says. The caller holds the
+// providers' list. Code 40 when they do not hold; fails as ReadPreconditions.
+[[nodiscard]] TALSTATUS JudgeRoot(SCHANDLE session, IKestIO_5* io, bool isPage);
+
 } // namespace standard

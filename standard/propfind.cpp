@@ -284,6 +284,8 @@ TALSTATUS UnlessNotFound(TALSTATUS status)
 
 TALSTATUS AnswerRoot(IKestIO_5* io, SCHANDLE session, const PropFindRequest& request)
 {
+    if (const TALSTATUS status = JudgeRoot(session, io, false); Failed(status))
+        return RefuseMapped(io, status);
     TreePath path; // the root
     if (request.depth == Depth::Infinity) {
         UINT32 count = 1;

@@ -151,9 +151,6 @@ bool Has(const PropFindObject& object, UINT32 property)
         return !object.IsCollection();
     case kLiveTag:
         return object.info.Tag.Length != 0;
-    case kLiveSupportedLock:
-    case kLiveLockDiscovery:
-        return object.provider != nullptr;
     default:
         return true;
     }
@@ -220,6 +217,10 @@ bool PropFindResponses::PutLiveElement(const PropFindObject& object, UINT32 prop
         out_.PutMarkup("</D:lockdiscovery>");
         return true;
     case kLiveSupportedLock:
+        if (!object.provider) { // what no provider serves cannot be locked
+            out_.PutMarkup("<D:supportedlock/>");
+            return true;
+        }
         out_.PutMarkup("<D:supportedlock>"
                        "<D:lockentry><D:lockscope><D:exclusive/></D:lockscope>"
                        "<D:locktype><D:write/></D:locktype></D:lockentry>"

@@ -347,6 +347,62 @@ TEST(StandardPropFindRoot, ListsTheRootsOfAllProviders)
     world.ExpectAtRest();
 }
 
+// What no provider serves is answered in full all the same.
+TEST(StandardPropFindRoot, AnswersEveryProperty)
+{
+    World world({{.name = "gen3", .generations = 6}}, StandardDialect());
+    const auto find = [&](const std::string& body) {
+        return world.Run(Request(KestMethodPropFind, "/Ferro/").Header("Depth", "0").Body({body}));
+    };
+    const std::string text =
+        find(Prop("<p:displayname/><p:resourcetype/><p:creationdate/><p:getlastmodified/>"
+                  "<p:lockdiscovery/><p:supportedlock/><p:current-user-privilege-set/>"
+                  "<p:quota-used-bytes/><p:getetag/><p:getcontentlength/><p:getcontenttype/>"))
+            .text;
+    const std::string found = text.substr(0, text.find(kFound));
+    for (const char* const property :
+         {"<D:displayname>Ferro</D:displayname>", "<D:resourcetype><D:collection/>",
+          "<D:creationdate>2", "<D:getlastmodified>", "<D:lockdiscovery></D:lockdiscovery>",
+          "<D:supportedlock/>", "<D:privilege><D:read/>"})
+        EXPECT_THAT(found, HasSubstr(property));
+    EXPECT_THAT(text, HasSubstr(std::string(kFound) +
+                                "<D:propstat><D:prop><D:getcontentlength/><D:getcontenttype/>"
+                                "<D:getetag/><D:quota-used-bytes/>" +
+                                kMissing));
+    EXPECT_THAT(find("").text, HasSubstr("<D:lockdiscovery></D:lockdiscovery><D:supportedlock/>"));
+    world.ExpectAtRest();
+}
+
+// Conditions hold of the root as of anything else: it is there, and has no tag and no lock.
+TEST(StandardRoot, ConditionsAreJudged)
+{
+    World world({{.name = "gen3", .generations = 6}}, StandardDialectWithPages());
+    world["gen3"].AddFile("/gen3/f", "x");
+    struct Row {
+        const char* header;
+        const char* value;
+        bool holds;
+    };
+    for (const auto& [header, value, holds] :
+         std::vector<Row>{{"If-Match", "*", true},
+                          {"If-Match", "\"v1\"", false},
+                          {"If", "(<opaquelocktoken:t>)", false},
+                          {"If", "(Not <opaquelocktoken:t>)", true},
+                          {"If", "</Ferro/gen3/f> ([\"v1\"])", true},
+                          {"If", "</Ferro/gen3/f> ([\"v2\"])", false},
+                          {"If-Unmodified-Since", "Sat, 31 Jan 1970 12:00:00 GMT", false}})
+        for (const UINT32 method : {KestMethodGet, KestMethodHead, KestMethodPropFind}) {
+            const Request request =
+                Request(method, "/Ferro/").Header("Depth", "0").Header(header, value);
+            EXPECT_EQ(world.Run(request).text.substr(0, 1), holds ? "2" : "4")
+                << method << " " << header << ": " << value;
+        }
+    EXPECT_EQ(world.Run(Request(KestMethodPropFind, "/Ferro/").Header("If-None-Match", "*"))
+                  .text.substr(0, 3),
+              "412");
+    world.ExpectAtRest();
+}
+
 TEST(StandardPropFindFailures, EveryFailureIsSurvived)
 {
     const auto make = [] {

@@ -186,6 +186,47 @@ TEST_F(Rules, AncestorsOfADeeperLocationAreCollections)
     EXPECT_EQ(module.calls, 0);
 }
 
+// In the standard dialect what is asked is answered, each property by its value or by 404.
+TEST_F(Rules, AncestorsTellWhatTheyHave)
+{
+    ServerSettings settings = QuietSettings();
+    settings.dialect = Dialect::Standard;
+    const Running running = Start(settings, "/dav/a&b/deep");
+    const auto find = [this](const std::string& path, const std::string& depth,
+                             const std::string& body) {
+        return Ask(Request("PROPFIND " + path,
+                           depth + "Content-Length: " + std::to_string(body.size()) + "\r\n") +
+                   body);
+    };
+    const Answer named = find(
+        "/dav", "Depth: 1\r\n",
+        "<p:propfind xmlns:p=\"DAV:\"><p:prop><p:displayname/><p:getetag/><x xmlns=\"urn:&amp;\"/>"
+        "<p:resourcetype/></p:prop></p:propfind>");
+    EXPECT_EQ(named.status, 207);
+    const std::string missing =
+        "</D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat>"
+        "<D:propstat><D:prop><D:getetag/><n:x xmlns:n=\"urn:&amp;\"/></D:prop>"
+        "<D:status>HTTP/1.1 404 Not Found</D:status></D:propstat>"
+        "</D:response>\n";
+    EXPECT_EQ(named.body,
+              "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">\n"
+              "<D:response><D:href>/dav/</D:href><D:propstat><D:prop>"
+              "<D:displayname>dav</D:displayname>"
+              "<D:resourcetype><D:collection/></D:resourcetype>" +
+                  missing +
+                  "<D:response><D:href>/dav/a%26b/</D:href><D:propstat><D:prop>"
+                  "<D:displayname>a&amp;b</D:displayname>"
+                  "<D:resourcetype><D:collection/></D:resourcetype>" +
+                  missing + "</D:multistatus>\n");
+    EXPECT_EQ(find("/dav", "", "").status, 403) << "of all depths";
+    EXPECT_NE(find("/", "Depth: Infinity\r\n", "").body.find("propfind-finite-depth"),
+              std::string::npos);
+    EXPECT_EQ(find("/", "Depth: 2\r\n", "").status, 400);
+    EXPECT_EQ(find("/", "Depth: 0\r\n", "<a>").status, 400);
+    EXPECT_EQ(find("/", "Depth: 0\r\n", std::string(100'000, ' ')).status, 413);
+    EXPECT_EQ(module.calls, 0);
+}
+
 TEST_F(Rules, AccessControlDecidesBeforeTheModule)
 {
     door.judge = [](const Credentials& credentials) {
