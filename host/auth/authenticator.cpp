@@ -3,95 +3,87 @@
 // Checks passwords: the cache of what was right before, the checks that run, the limits on guesses.
 #include "host/auth/authenticator.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <openssl/evp.h>
 #include <sys/random.h>
 
+#include "base/ascii.h"
 #include "host/auth/basic_credentials.h"
 #include "host/auth/passwords.h"
+#include "host/auth/sha256.h"
 #include "host/log/audit.h"
 #include <kest/tolm.h>
 
 namespace kestd {
 namespace {
 
-// Contexts for digests, which cost more to make than a short text's digest. They are shared: one of
-// each thread's own would have to end with it, which takes memory at the thread's first use that
-// nobody can refuse.
-class DigestContexts {
-  public:
-    struct Free {
-        void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
-    };
-    using Context = std::unique_ptr<EVP_MD_CTX, Free>;
-
-    Context Take()
-    {
-        {
-            const std::lock_guard lock(mutex_);
-            if (count_)
-                return std::move(spare_[--count_]);
-        }
-        return Context(EVP_MD_CTX_new());
-    }
-    void Give(Context context)
-    {
-        const std::lock_guard lock(mutex_);
-        if (count_ < spare_.size())
-            spare_[count_++] = std::move(context);
-    }
-
-  private:
-    std::mutex mutex_; // guards both
-    std::array<Context, 16> spare_;
-    size_t count_ = 0;
-};
-
-// Fetched once: looking the algorithm up costs more than the digest of a short text. It stays until
-// the process ends, when threads may still sign in. Null where there is no memory for it now.
-const EVP_MD* Sha256Algorithm()
-{
-    static std::atomic<EVP_MD*> shared{nullptr};
-    EVP_MD* known = shared.load(std::memory_order_acquire);
-    if (known)
-        return known;
-    EVP_MD* const fetched = EVP_MD_fetch(nullptr, "SHA256", nullptr);
-    if (shared.compare_exchange_strong(known, fetched))
-        return fetched;
-    EVP_MD_free(fetched); // somebody was faster
-    return known;
-}
-
-// SHA-256 of two texts in a row.
-std::array<unsigned char, 32> Sha256(std::string_view first, std::string_view second)
-{
-    const EVP_MD* const algorithm = Sha256Algorithm();
-    static DigestContexts& contexts = *new DigestContexts;
-    DigestContexts::Context own = contexts.Take();
-    std::array<unsigned char, 32> digest{};
-    if (!algorithm || !own || !EVP_DigestInit_ex2(own.get(), algorithm, nullptr) ||
-        !EVP_DigestUpdate(own.get(), first.data(), first.size()) ||
-        !EVP_DigestUpdate(own.get(), second.data(), second.size()) ||
-        !EVP_DigestFinal_ex(own.get(), digest.data(), nullptr))
-        throw std::runtime_error("SHA-256 is not available");
-    contexts.Give(std::move(own));
-    return digest;
-}
-
 HashPool::Limits PoolLimits(const AuthLimits& limits)
 {
     return {limits.hashesAtOnce, limits.waiters, limits.longestWait};
+}
+
+HashPool::Limits RemotePoolLimits(const AuthLimits& limits)
+{
+    return {limits.remoteAtOnce, limits.waiters, limits.longestWait};
+}
+
+// Whether another machine is asked about the name, as far as it is known beforehand.
+bool NeedsRemote(const CredentialsSources& sources, std::string_view name) noexcept
+{
+    for (const auto& source : sources) {
+        if (source->IsRemote())
+            return true;
+        if (source->Knows(name))
+            return false;
+    }
+    return false;
+}
+
+bool IsKnown(const CredentialsSources& sources, std::string_view name) noexcept
+{
+    for (const auto& source : sources)
+        if (source->Knows(name))
+            return true;
+    return false;
+}
+
+bool IsCurrentIn(const CredentialsSources& sources, const Principal& principal)
+{
+    for (const auto& source : sources)
+        if (source->Name() == principal.source)
+            return source->IsCurrent(principal);
+    return false;
+}
+
+// The first source that knows the name decides. One that finds it under another spelling does not,
+// where an earlier one knows that spelling: nobody gets round the order by typing "ANNA".
+Verdict Ask(const CredentialsSources& sources, const std::string& name, std::string_view password,
+            bool& hasAskedRemote)
+{
+    for (size_t i = 0; i < sources.size(); ++i) {
+        Verdict verdict = sources[i]->Check(name, password);
+        hasAskedRemote = hasAskedRemote || sources[i]->IsRemote();
+        if (verdict.outcome == Verdict::Outcome::UnknownUser)
+            continue;
+        if (verdict.outcome == Verdict::Outcome::Granted && verdict.who->name != name)
+            for (size_t earlier = 0; earlier < i; ++earlier)
+                if (sources[earlier]->Knows(verdict.who->name))
+                    return {Verdict::Outcome::Wrong, nullptr};
+        return verdict;
+    }
+    return {Verdict::Outcome::UnknownUser, nullptr};
 }
 
 } // namespace
 
 Authenticator::Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches)
     : clock_(clock), matches_(std::move(matches)), limits_(limits), guessLimits_(clock),
-      users_(std::make_shared<const UserMap>()), pool_(PoolLimits(limits))
+      sources_(std::make_shared<const CredentialsSources>()), pool_(PoolLimits(limits)),
+      remotePool_(RemotePoolLimits(limits))
 {
     if (getentropy(salt_.data(), salt_.size()) != 0)
         throw std::runtime_error("no random numbers");
@@ -104,26 +96,21 @@ void Authenticator::SetLimits(const AuthLimits& limits)
     limits_ = limits;
     guessLimits_.SetLongestDelay(limits.guessDelay);
     pool_.SetLimits(PoolLimits(limits));
-}
-
-std::shared_ptr<const Principal> Authenticator::MakePrincipal(const User& user)
-{
-    const auto digest = Sha256(FormatUser(user), {});
-    std::string key = user.name;
-    key += '\0';
-    key.append(reinterpret_cast<const char*>(digest.data()), digest.size());
-    return std::make_shared<const Principal>(
-        Principal{user.name, user.dottedName, user.tree, user.mail, std::move(key)});
+    remotePool_.SetLimits(RemotePoolLimits(limits));
 }
 
 void Authenticator::SetUsers(UserMap users)
 {
-    auto fresh = std::make_shared<const UserMap>(std::move(users));
+    SetSources({MakeUserList("users", std::move(users), matches_)});
+}
+
+void Authenticator::SetSources(CredentialsSources sources)
+{
+    auto fresh = std::make_shared<const CredentialsSources>(std::move(sources));
     const std::lock_guard lock(mutex_);
-    users_ = std::move(fresh);
+    sources_ = std::move(fresh);
     for (auto entry = entries_.begin(); entry != entries_.end();) {
-        const auto found = users_->find(entry->who->user->name);
-        if (found != users_->end() && *found->second == *entry->who->user) {
+        if (IsCurrentIn(*sources_, *entry->who->principal)) {
             ++entry;
             continue;
         }
@@ -132,23 +119,14 @@ void Authenticator::SetUsers(UserMap users)
     }
 }
 
-std::shared_ptr<const Principal> Authenticator::PrincipalOf(std::string_view name) const
-{
-    std::shared_ptr<const User> user;
-    {
-        const std::lock_guard lock(mutex_);
-        const auto found = users_->find(name);
-        if (found == users_->end())
-            return nullptr;
-        user = found->second;
-    }
-    return MakePrincipal(*user);
-}
-
 bool Authenticator::IsCurrent(const Principal& principal) const
 {
-    const auto now = PrincipalOf(principal.name);
-    return now && now->key == principal.key;
+    std::shared_ptr<const CredentialsSources> sources;
+    {
+        const std::lock_guard lock(mutex_);
+        sources = sources_;
+    }
+    return IsCurrentIn(*sources, principal);
 }
 
 Digest Authenticator::DigestOf(std::string_view text) const
@@ -176,8 +154,11 @@ std::string NetworkOf(std::string_view remote)
 
 } // namespace
 
-GuessSource Authenticator::SourceOf(const std::string& name, std::string_view remote) const
+// Names are counted without case: a directory server takes them so, and spellings would be free
+// guesses.
+GuessSource Authenticator::SourceOf(std::string name, std::string_view remote) const
 {
+    std::ranges::transform(name, name.begin(), base::Lower);
     const std::string network = NetworkOf(remote);
     GuessSource source;
     source.hasAddress = !network.empty();
@@ -216,6 +197,7 @@ class Authenticator::Guess final : public HashPool::Job {
     const GuessSource source;
     WipedText password;
     Digest key{}; // that it is counted under, besides its address
+    HashPool* pool = nullptr;
 
     Waiting* first = nullptr; // who waits for it
     bool isDone = false;
@@ -269,14 +251,16 @@ std::shared_ptr<Verified> Authenticator::FindCached(const Digest& digest)
         entries_.erase(entry);
         return nullptr;
     }
-    entry->until = clock_.Now() + limits_.cacheTime; // what is in use stays
+    // What is in use stays; what another machine has said is asked again after a time.
+    entry->until = std::min(clock_.Now() + limits_.cacheTime, entry->latest);
     if (entry != entries_.begin())
         entries_.splice(entries_.begin(), entries_, entry);
     return entry->who;
 }
 
 // With mutex_ held.
-void Authenticator::Remember(const Digest& digest, const std::shared_ptr<Verified>& who)
+void Authenticator::Remember(const Digest& digest, const std::shared_ptr<Verified>& who,
+                             bool isRemote)
 {
     if (cache_.find(digest) != cache_.end())
         return;
@@ -284,7 +268,8 @@ void Authenticator::Remember(const Digest& digest, const std::shared_ptr<Verifie
         cache_.erase(entries_.back().digest);
         entries_.pop_back();
     }
-    entries_.push_front({digest, who, clock_.Now() + limits_.cacheTime});
+    const TimePoint until = clock_.Now() + limits_.cacheTime;
+    entries_.push_front({digest, who, until, isRemote ? until : TimePoint::max()});
     try {
         cache_.emplace(digest, entries_.begin());
     } catch (...) {
@@ -326,7 +311,7 @@ Authenticator::Result Authenticator::Check(std::string_view authorization, std::
         }
     }
     // Some places are left for others: one client may bring the same credentials many times.
-    if (pool_.Waiting() + joined_ >= limits_.waiters - limits_.waiters / 4)
+    if (guess->pool->Waiting() + joined_ >= limits_.waiters - limits_.waiters / 4)
         return Result::Busy;
     ++joined_;
     const Result result = WaitFor(lock, *guess, who, wait, call);
@@ -347,6 +332,7 @@ std::shared_ptr<Authenticator::Guess> Authenticator::FindGuess(const Digest& dig
 Authenticator::Result Authenticator::Begin(const std::shared_ptr<Guess>& guess)
 {
     guess->key = guessLimits_.KeyOf(guess->source);
+    guess->pool = NeedsRemote(*sources_, guess->name) ? &remotePool_ : &pool_;
     const auto count = [&](const Digest& key) {
         const auto found = pending_.find(key);
         return found == pending_.end() ? 0 : found->second;
@@ -367,8 +353,8 @@ Authenticator::Result Authenticator::Begin(const std::shared_ptr<Guess>& guess)
     bool isQueued = false;
     try {
         guesses_.emplace(guess->digest, guess);
-        const bool isKnown = users_->find(guess->name) != users_->end();
-        isQueued = pool_.Submit(
+        const bool isKnown = IsKnown(*sources_, guess->name) || granted_.Find(guess->source.name);
+        isQueued = guess->pool->Submit(
             guess, isKnown ? HashPool::Priority::User : HashPool::Priority::Other, joined_);
     } catch (...) {
         End(*guess);
@@ -437,7 +423,7 @@ void Authenticator::Verify(Guess& guess, bool isLate) noexcept
     Result result = Result::Busy;
     try {
         if (!isLate)
-            result = CheckHash(guess);
+            result = CheckPassword(guess);
     } catch (const std::exception& error) { // those who wait try again later
         TolmLog(kLogError, "kestd", error.what());
     }
@@ -449,37 +435,41 @@ void Authenticator::Verify(Guess& guess, bool isLate) noexcept
     hasEnded_.notify_all();
 }
 
-// Hashes the password, and counts what came of it.
-Authenticator::Result Authenticator::CheckHash(Guess& guess)
+// Asks the sources, and counts what came of it.
+Authenticator::Result Authenticator::CheckPassword(Guess& guess)
 {
-    const auto find = [&] {
-        const auto found = users_->find(guess.name);
-        return found == users_->end() ? nullptr : found->second;
-    };
     std::unique_lock lock(mutex_);
     // Others may have guessed wrong meanwhile.
     if ((guess.wait = guessLimits_.Wait(guess.source)).count() > 0)
         return Result::Throttled;
-    const std::shared_ptr<const User> user = find();
+    const std::shared_ptr<const CredentialsSources> sources = sources_;
     lock.unlock();
-    // An unknown name costs the same hash, so that the time does not tell.
-    const bool fits = matches_(guess.password.text, user ? user->hash : DecoyHash());
+    bool hasAskedRemote = false;
+    Verdict verdict = Ask(*sources, guess.name, guess.password.text, hasAskedRemote);
+    // An unknown name costs the same hash, so that the time does not tell. Where a server was
+    // asked, its own time tells.
+    if (verdict.outcome == Verdict::Outcome::UnknownUser && !hasAskedRemote)
+        (void)matches_(guess.password.text, DecoyHash());
     std::shared_ptr<Verified> made;
-    if (user && fits) {
+    if (verdict.outcome == Verdict::Outcome::Granted) {
         made = std::make_shared<Verified>();
-        made->user = user;
-        made->principal = MakePrincipal(*user);
+        made->principal = std::move(verdict.who);
     }
     lock.lock();
-    const std::shared_ptr<const User> now = find(); // the users may have changed meanwhile
-    if (!made || !now || !(*now == *user)) {
+    if (verdict.outcome == Verdict::Outcome::Unavailable) {
+        AuditSignIn(guess.name, guess.remote, "unavailable");
+        return Result::Unavailable;
+    }
+    // The users may have changed meanwhile.
+    if (!made || (sources != sources_ && !IsCurrentIn(*sources_, *made->principal))) {
         AuditSignIn(guess.name, guess.remote, "denied");
         TellWrong(guess.name, guess.remote, guessLimits_.Wrong(guess.source));
         return Result::Denied;
     }
     AuditSignIn(guess.name, guess.remote, "granted");
     guessLimits_.Right(guess.source);
-    Remember(guess.digest, made);
+    granted_.Touch(guess.source.name) = true;
+    Remember(guess.digest, made, hasAskedRemote);
     guess.who = std::move(made);
     return Result::Granted;
 }

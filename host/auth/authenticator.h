@@ -18,10 +18,12 @@
 #include <unordered_map>
 
 #include "host/auth/clock.h"
+#include "host/auth/credentials_source.h"
 #include "host/auth/guess_limits.h"
 #include "host/auth/hash_pool.h"
 #include "host/auth/sessions.h"
 #include "host/auth/suspendable_call.h"
+#include "host/auth/user_list.h"
 #include "host/auth/users.h"
 #include "host/config/auth_settings.h"
 
@@ -29,15 +31,13 @@ namespace kestd {
 
 // Credentials that have been checked.
 struct Verified {
-    std::shared_ptr<const User> user;
     std::shared_ptr<const Principal> principal;
     std::atomic<uint64_t> session{0}; // a guess at the session to use, kept by who uses it
 };
 
 class Authenticator {
   public:
-    // Whether a password fits a hash; replaced in tests.
-    using Matcher = std::function<bool(std::string_view password, const std::string& hash)>;
+    using Matcher = PasswordMatcher; // replaced in tests
 
     // The most requests that hash, or wait to, for guesses at one name or from one address.
     static constexpr uint32_t kGuessesAtOnce = 2;
@@ -46,20 +46,22 @@ class Authenticator {
     Authenticator(const Authenticator&) = delete;
     Authenticator& operator=(const Authenticator&) = delete;
 
-    // Takes over another set of users. Verified credentials of users whose record is not the same
-    // any more are forgotten at once, those of checks that run now included.
+    // Takes over other sources, in the order in which they are asked. Verified credentials of users
+    // who are not the same any more are forgotten at once, those of checks that run now included.
+    void SetSources(CredentialsSources sources);
+    // The same with a list of users as the only source.
     void SetUsers(UserMap users);
     void SetLimits(const AuthLimits& limits);
-    // The principal of a user as it is known now; null when there is none.
-    std::shared_ptr<const Principal> PrincipalOf(std::string_view name) const;
-    // Whether a principal still stands for a user as he is.
+    // Whether a principal still stands for a user as he is, as far as it is known without asking
+    // another machine.
     bool IsCurrent(const Principal& principal) const;
 
     enum class Result {
         Granted,
         Denied,
-        Busy,     // too many passwords are being checked
-        Throttled // too many wrong ones came; nothing was checked
+        Busy,        // too many passwords are being checked
+        Throttled,   // too many wrong ones came; nothing was checked
+        Unavailable, // who would know the password cannot be asked
     };
     // Judges the value of an "Authorization" header that came from a numeric address (empty for an
     // unknown one). `wait` is how long a throttled client should. While a password is hashed `call`
@@ -72,9 +74,6 @@ class Authenticator {
     // Names and addresses from which guesses are on their way to a hash; 0 while there are none.
     size_t PendingCounts() const;
 
-    // A principal for a user's record.
-    static std::shared_ptr<const Principal> MakePrincipal(const User& user);
-
   private:
     class Guess;
     class Waiting;
@@ -82,13 +81,14 @@ class Authenticator {
         Digest digest;
         std::shared_ptr<Verified> who;
         TimePoint until;
+        TimePoint latest; // that it can become
     };
     using Entries = std::list<Entry>;
 
     Digest DigestOf(std::string_view text) const;
-    GuessSource SourceOf(const std::string& name, std::string_view remote) const;
+    GuessSource SourceOf(std::string name, std::string_view remote) const;
     std::shared_ptr<Verified> FindCached(const Digest& digest);
-    void Remember(const Digest& digest, const std::shared_ptr<Verified>& who);
+    void Remember(const Digest& digest, const std::shared_ptr<Verified>& who, bool isRemote);
     std::shared_ptr<Guess> FindGuess(const Digest& digest) const;
     Result Begin(const std::shared_ptr<Guess>& guess);
     void End(const Guess& guess) noexcept;
@@ -97,7 +97,7 @@ class Authenticator {
     Result WaitFor(std::unique_lock<std::mutex>& lock, Guess& guess, std::shared_ptr<Verified>& who,
                    std::chrono::seconds& wait, SuspendableCall* call);
     void Verify(Guess& guess, bool isLate) noexcept;
-    Result CheckHash(Guess& guess);
+    Result CheckPassword(Guess& guess);
 
     const Clock& clock_;
     const Matcher matches_;
@@ -108,13 +108,15 @@ class Authenticator {
     AuthLimits limits_;
     GuessLimits guessLimits_;
     std::unordered_map<Digest, uint32_t, DigestHash> pending_; // guesses on their way to a hash
-    std::shared_ptr<const UserMap> users_;
-    Entries entries_; // the last used first
+    std::shared_ptr<const CredentialsSources> sources_;
+    BoundedTable<bool> granted_{GuessLimits::kEntries}; // names that have signed in
+    Entries entries_;                                   // the last used first
     std::unordered_map<Digest, Entries::iterator, DigestHash> cache_;
     std::unordered_map<Digest, std::shared_ptr<Guess>, DigestHash> guesses_; // by the credentials
     uint32_t joined_ = 0; // requests that wait for a guess of another one
 
-    HashPool pool_; // the last: its threads end before the rest goes
+    HashPool pool_;       // these are the last: their threads end before the rest goes
+    HashPool remotePool_; // for checks that wait for another machine
 };
 
 } // namespace kestd

@@ -82,6 +82,12 @@ bool IsPassword(std::string_view password, const std::string& hash)
 
 bool IsUsableHash(const std::string& hash)
 {
+    // Where there is no "$", crypt(5) takes any two characters for a salt. What is not as long as
+    // such hashes are fits no password: it is one, by mistake.
+    constexpr size_t kTraditional = 13;
+    constexpr size_t kExtended = 20; // behind "_"
+    if (!hash.starts_with('$') && hash.size() != (hash.starts_with('_') ? kExtended : kTraditional))
+        return false;
     const int check = crypt_checksalt(hash.c_str());
     return check == CRYPT_SALT_OK || check == CRYPT_SALT_TOO_CHEAP ||
            check == CRYPT_SALT_METHOD_LEGACY;

@@ -36,6 +36,7 @@ struct Principal {
     // keys share a session.
     std::string key;
     std::vector<std::string> groups{}; // that the sign-in has told of, in lower case
+    std::string source{};              // name of the credentials source; empty for the local user
 };
 
 struct AttributeBlock; // attributes.cpp

@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/auth/text_file.h"
+
 namespace kestd {
 
 struct User {
@@ -52,20 +54,14 @@ class UsersFile {
   public:
     // Opens the file for changing and locks it, making it when missing.
     explicit UsersFile(std::string path);
-    ~UsersFile();
-    UsersFile(const UsersFile&) = delete;
-    UsersFile& operator=(const UsersFile&) = delete;
-
     const std::string& Problem() const { return problem_; } // empty: it can be used
     UserMap& Users() { return users_; }
     std::string Write(); // empty on success
 
   private:
-    std::string path_;
-    std::string text_; // as read
+    LockedFile file_;
     std::string problem_;
     UserMap users_;
-    int lock_ = -1;
 };
 
 template <class Change> std::string ChangeUsers(const std::string& path, Change&& change)

@@ -60,7 +60,7 @@ int RunAccess(const std::vector<std::string>& arguments)
         return UsageError(problem);
     Setup setup(std::move(parsed), FindPlaces());
     HostSettings settings;
-    UserMap users;
+    UserLists users;
     std::string problem = setup.LoadRegistry(false);
     if (problem.empty())
         problem = setup.ReadSettings(settings);
@@ -68,7 +68,7 @@ int RunAccess(const std::vector<std::string>& arguments)
         problem = setup.ReadUsers(settings, users);
     if (!problem.empty())
         return Failure(problem);
-    if (!user.empty() && !users.contains(user))
+    if (!user.empty() && !users.Contains(user) && !settings.users.signIn.Uses("ldap"))
         std::fprintf(stderr, "kestd: there is no user '%s'\n", user.c_str());
     PrintExplanation(settings.server.access.get(), user, path);
     return 0;

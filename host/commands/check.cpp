@@ -36,7 +36,7 @@ std::string CheckAddresses(const std::vector<ListenAddress>& addresses)
 }
 
 // All problems, a line each.
-std::string Check(Setup& setup, HostSettings& settings, UserMap& users, bool hasUsers,
+std::string Check(Setup& setup, HostSettings& settings, UserLists& users, bool hasUsers,
                   bool isRunning)
 {
     std::string problems = setup.CheckState();
@@ -77,7 +77,7 @@ int RunCheck(const std::vector<std::string>& arguments)
     parsed.users.clear(); // ParseServe has seen all that can be wrong; hashing takes its time
     Setup setup(std::move(parsed), FindPlaces(), true);
     HostSettings settings;
-    UserMap users;
+    UserLists users;
     const std::string problems = Check(setup, settings, users, hasUsers, isRunning);
     if (!problems.empty())
         return Failure(problems);

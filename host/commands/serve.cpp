@@ -19,6 +19,8 @@
 
 #include "base/percent.h"
 #include "base/utf.h"
+#include "host/auth/htpasswd.h"
+#include "host/auth/ldap_source.h"
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
 #include "host/commands/commands.h"
@@ -105,6 +107,14 @@ void WarnOfOpenUsersFile(const std::string& path)
         Log(kLogWarning, path + ": others can read the password hashes; its mode should be 0600");
 }
 
+// For the directory, in which the lists are one.
+UserMap AllOf(const UserLists& lists)
+{
+    UserMap all = lists.users;
+    all.insert(lists.htpasswd.begin(), lists.htpasswd.end());
+    return all;
+}
+
 // A running host, from the loaded settings to the last session's end.
 class Host {
   public:
@@ -122,6 +132,7 @@ class Host {
     std::string StartModule();
     void MakeServices();
     bool WantsUsers(const HostSettings& settings) const;
+    void UseSources(const HostSettings& settings);
     void UseDirectory(const HostSettings& settings);
     void Announce();
     void Reload();
@@ -135,7 +146,9 @@ class Host {
     Setup setup_;
     HostSettings settings_;
     SettingChanges changes_;
-    UserMap users_;
+    UserLists users_;
+    std::shared_ptr<CredentialsSource> ldap_; // of `ldapSettings_`
+    LdapSignIn ldapSettings_;
     SteadyClock* clock_ = nullptr;     // these two live as long as the process: components hold
     HostServices* services_ = nullptr; // references to what is in them
     Ref<IKestReq_2> module_;
@@ -184,10 +197,11 @@ std::string Host::Start()
 // stands in it, as when it was cut short.
 bool Host::WantsUsers(const HostSettings& settings) const
 {
-    if (users_.empty() && !settings.users.usersFile.empty())
+    const bool hasUsers = !users_.users.empty() || HasOtherSources(settings);
+    if (!hasUsers && !settings.users.usersFile.empty())
         Log(kLogWarning,
             settings.users.usersFile + ": there are no users, so that nobody can sign in");
-    return !users_.empty() || !settings.users.usersFile.empty();
+    return hasUsers || !settings.users.usersFile.empty();
 }
 
 void Host::MakeServices()
@@ -203,8 +217,31 @@ void Host::MakeServices()
     services_ = services;
     services_->sessionAdmission.RequireCredentials(WantsUsers(settings_));
     services_->sessionAdmission.SetRealm(settings_.server.realm);
-    services_->authenticator.SetUsers(users_);
+    UseSources(settings_);
     UseDirectory(settings_);
+}
+
+// Users sign in by what the settings list, in its order; those of the command line before all where
+// the users file is not listed. A server that is the same keeps its connections.
+void Host::UseSources(const HostSettings& settings)
+{
+    const SignInSettings& signIn = settings.users.signIn;
+    CredentialsSources sources;
+    if (!signIn.Uses("users") && !users_.users.empty())
+        sources.push_back(MakeUserList("users", users_.users, IsPassword));
+    for (const std::string& name : signIn.sources) {
+        if (name == "users") {
+            sources.push_back(MakeUserList(name, users_.users, IsPassword));
+        } else if (name == "htpasswd") {
+            sources.push_back(MakeUserList(name, users_.htpasswd, IsHtpasswdPassword));
+        } else {
+            if (!ldap_ || !(ldapSettings_ == signIn.ldap))
+                ldap_ = MakeLdapSource(signIn.ldap, settings.directory.tree, *clock_);
+            ldapSettings_ = signIn.ldap;
+            sources.push_back(ldap_);
+        }
+    }
+    services_->authenticator.SetSources(std::move(sources));
 }
 
 // The names of users come from where the settings say, as of now.
@@ -213,7 +250,7 @@ void Host::UseDirectory(const HostSettings& settings)
     if (settings.directory.usesLdap)
         services_->directory.Use(MakeLdapDirectory(settings.directory.ldap, *clock_));
     else
-        services_->directory.Use(std::make_shared<UserDirectory>(users_));
+        services_->directory.Use(std::make_shared<UserDirectory>(AllOf(users_)));
 }
 
 // Loads the WebDAV module and asks it where it serves.
@@ -354,12 +391,12 @@ void Host::TellChanges()
 
 void Host::ReloadUsers(const HostSettings& settings)
 {
-    UserMap fresh;
+    UserLists fresh;
     if (const std::string problem = setup_.ReadUsers(settings, fresh); !problem.empty())
         return Log(kLogError, problem + "; the old users stay");
     users_ = std::move(fresh);
     Authenticator& authenticator = services_->authenticator;
-    authenticator.SetUsers(users_);
+    UseSources(settings);
     if (WantsUsers(settings)) // never the other way round: a door that was closed stays closed
         services_->sessionAdmission.RequireCredentials(true);
     const bool isOpen = !services_->sessionAdmission.RequiresCredentials();

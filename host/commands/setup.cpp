@@ -12,6 +12,7 @@
 #include "base/host_name.h"
 #include "base/uri.h"
 #include "base/utf.h"
+#include "host/auth/htpasswd.h"
 #include "host/auth/passwords.h"
 #include "host/components/directory_names.h"
 #include "host/config/access_settings.h"
@@ -207,7 +208,8 @@ std::string Setup::LayVolumes()
 std::string Setup::ReadSettings(HostSettings& settings)
 {
     std::string problems = ReadHostSettings(Platform(), settings);
-    AddProblems(problems, ReadAccessRules(Platform(), settings.server.access));
+    AddProblems(problems, ReadAccessRules(Platform(), settings.server.access,
+                                          settings.users.signIn.Uses("ldap")));
     AddProblems(problems, CheckComponentSettings(Platform()));
     return problems;
 }
@@ -228,12 +230,18 @@ std::string Setup::CheckState() const
     return wrong.empty() ? wrong : "the state directory " + wrong;
 }
 
-std::vector<std::string> AccessWarnings(const HostSettings& settings, const UserMap& users,
+std::vector<std::string> AccessWarnings(const HostSettings& settings, const UserLists& lists,
                                         ITalpl& platform)
 {
-    const auto isUser = [&](const std::string& name) { return users.contains(name); };
+    const bool hasOthers = settings.users.signIn.Uses("ldap"); // whom nobody lists
+    const auto isUser = [&](const std::string& name) { return hasOthers || lists.Contains(name); };
     return settings.server.access ? WarningsAbout(*settings.server.access, platform, isUser)
                                   : std::vector<std::string>();
+}
+
+bool HasOtherSources(const HostSettings& settings)
+{
+    return settings.users.signIn.Uses("htpasswd") || settings.users.signIn.Uses("ldap");
 }
 
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory)
@@ -260,14 +268,26 @@ void CompleteNames(const std::string& tree, UserMap& users)
 
 } // namespace
 
-std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
+std::string Setup::ReadUsersFile(const HostSettings& settings, UserMap& users)
 {
-    UserMap read;
     if (!settings.users.usersFile.empty())
         if (std::string problem = WhatIsWrongWithFile(settings.users.usersFile); !problem.empty())
             return "'Users File': " + problem;
-    if (std::string problem = LoadUsers(UsersFileOf(settings, state_), read); !problem.empty())
-        return problem;
+    return LoadUsers(UsersFileOf(settings, state_), users);
+}
+
+std::string Setup::ReadUsers(const HostSettings& settings, UserLists& lists)
+{
+    UserLists fresh;
+    UserMap& read = fresh.users;
+    const SignInSettings& signIn = settings.users.signIn;
+    if (signIn.Uses("users"))
+        if (std::string problem = ReadUsersFile(settings, read); !problem.empty())
+            return problem;
+    if (signIn.Uses("htpasswd"))
+        if (std::string problem = LoadHtpasswd(signIn.htpasswdFile, fresh.htpasswd);
+            !problem.empty())
+            return problem;
     if (!haveHashed_) {
         for (const auto& [name, password] : arguments_.users) {
             std::string hash = HashPassword(password);
@@ -287,13 +307,14 @@ std::string Setup::ReadUsers(const HostSettings& settings, UserMap& users)
         read[user.name] = std::make_shared<const User>(std::move(merged));
     }
     CompleteNames(settings.directory.tree, read);
-    users = std::move(read);
+    CompleteNames(settings.directory.tree, fresh.htpasswd);
+    lists = std::move(fresh);
     return {};
 }
 
-std::string Setup::CheckAccessPolicy(const HostSettings& settings, const UserMap& users)
+std::string Setup::CheckAccessPolicy(const HostSettings& settings, const UserLists& lists)
 {
-    if (!users.empty())
+    if (!lists.users.empty() || HasOtherSources(settings))
         return {};
     for (const ListenAddress& address : settings.server.listen)
         if (!base::IsLoopbackAddress(address.address))

@@ -15,6 +15,16 @@
 
 namespace kestd {
 
+// The users whom files and the command line name.
+struct UserLists {
+    UserMap users;    // of the users file and of the command line
+    UserMap htpasswd; // of the htpasswd file
+    bool Contains(const std::string& name) const
+    {
+        return users.contains(name) || htpasswd.contains(name);
+    }
+};
+
 // The registry of this process, filled from a file, the command line and the defaults of the
 // installation.
 class Setup {
@@ -37,9 +47,9 @@ class Setup {
     std::string CheckPathsAndNames();
     // The users of the file and of the command line. Passwords of the latter are hashed at the
     // first call.
-    std::string ReadUsers(const HostSettings& settings, UserMap& users);
+    std::string ReadUsers(const HostSettings& settings, UserLists& lists);
     // Refuses what would let anybody in from another machine; empty when all is well.
-    static std::string CheckAccessPolicy(const HostSettings& settings, const UserMap& users);
+    static std::string CheckAccessPolicy(const HostSettings& settings, const UserLists& lists);
 
     const std::string& StateDirectory() const { return state_; }
     ITalpl& Platform() { return *platform_.Get(); }
@@ -56,6 +66,8 @@ class Setup {
     std::string LayVolumes();
     std::string LayPrefix();
 
+    std::string ReadUsersFile(const HostSettings& settings, UserMap& users);
+
     const ServeArguments arguments_;
     const Places places_;
     std::string config_;
@@ -69,8 +81,11 @@ class Setup {
 };
 
 // Rules about access that name whom or what there is not.
-std::vector<std::string> AccessWarnings(const HostSettings& settings, const UserMap& users,
+std::vector<std::string> AccessWarnings(const HostSettings& settings, const UserLists& lists,
                                         ITalpl& platform);
+
+// Whether somebody can sign in who is in none of the lists, or has to, though nobody is.
+bool HasOtherSources(const HostSettings& settings);
 
 // The users file that the settings name, or the state directory's.
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory);

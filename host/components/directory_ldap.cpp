@@ -7,9 +7,8 @@
 #include <mutex>
 #include <unordered_map>
 
-#include <ldap.h>
-
 #include "base/utf.h"
+#include "host/auth/ldap_connection.h"
 #include "host/component.h"
 #include "host/components/directory_names.h"
 #include <kest/tolm.h>
@@ -20,24 +19,6 @@ namespace {
 constexpr size_t kIdleConnections = 4; // kept for the next questions
 constexpr size_t kMostValues = 64;     // of one attribute
 constexpr size_t kLongestValue = 4096; // bytes; longer ones are left out
-
-struct Unbind {
-    void operator()(LDAP* connection) const { ldap_unbind_ext_s(connection, nullptr, nullptr); }
-};
-using Connection = std::unique_ptr<LDAP, Unbind>;
-
-struct FreeMessage {
-    void operator()(LDAPMessage* message) const { ldap_msgfree(message); }
-};
-using Message = std::unique_ptr<LDAPMessage, FreeMessage>;
-
-timeval ToTimeval(std::chrono::milliseconds time)
-{
-    timeval value{};
-    value.tv_sec = time.count() / 1000;
-    value.tv_usec = time.count() % 1000 * 1000;
-    return value;
-}
 
 class LdapDirectory final : public DirectoryBackend {
   public:
@@ -80,7 +61,7 @@ class LdapDirectory final : public DirectoryBackend {
     {
         for (bool mayRetry = true;; mayRetry = false) {
             bool isKept = false;
-            Connection connection = TakeConnection(isKept);
+            LdapConnection connection = TakeConnection(isKept);
             int result = LDAP_SUCCESS;
             if (!connection)
                 result = Connect(connection);
@@ -97,59 +78,30 @@ class LdapDirectory final : public DirectoryBackend {
         }
     }
 
-    int Connect(Connection& connection) const
+    int Connect(LdapConnection& connection) const
     {
-        // libldap sets itself up at its first use, and looks without a lock whether it has: that
-        // first use is one thread's alone.
-        static const int ready = [] {
-            int version = 0;
-            return ldap_get_option(nullptr, LDAP_OPT_PROTOCOL_VERSION, &version);
-        }();
-        (void)ready; // it reads a default and cannot fail
-        LDAP* made = nullptr;
-        if (const int result = ldap_initialize(&made, settings_.server.c_str());
-            result != LDAP_SUCCESS)
-            return result;
-        Connection fresh(made);
-        const int version = LDAP_VERSION3;
-        const timeval timeout = ToTimeval(settings_.timeout);
-        ldap_set_option(made, LDAP_OPT_PROTOCOL_VERSION, &version);
-        ldap_set_option(made, LDAP_OPT_NETWORK_TIMEOUT, &timeout);
-        ldap_set_option(made, LDAP_OPT_TIMEOUT, &timeout);
-        ldap_set_option(made, LDAP_OPT_REFERRALS, LDAP_OPT_OFF); // no trips to other servers
-        const int demand = LDAP_OPT_X_TLS_DEMAND;
-        ldap_set_option(made, LDAP_OPT_X_TLS_REQUIRE_CERT, &demand);
-        if (!settings_.caCertificate.empty())
-            ldap_set_option(made, LDAP_OPT_X_TLS_CACERTFILE, settings_.caCertificate.c_str());
-        const int isServer = 0;
-        if (ldap_set_option(made, LDAP_OPT_X_TLS_NEWCTX, &isServer) != LDAP_OPT_SUCCESS)
-            return LDAP_LOCAL_ERROR; // the certificate's file cannot be used
-        if (settings_.startsTls)
-            if (const int result = ldap_start_tls_s(made, nullptr, nullptr); result != LDAP_SUCCESS)
-                return result;
-        if (!settings_.bindName.empty()) {
-            std::string password = settings_.bindPassword;
-            berval credentials{static_cast<ber_len_t>(password.size()), password.data()};
-            if (const int result =
-                    ldap_sasl_bind_s(made, settings_.bindName.c_str(), LDAP_SASL_SIMPLE,
-                                     &credentials, nullptr, nullptr, nullptr);
-                result != LDAP_SUCCESS)
-                return result;
-        }
-        connection = std::move(fresh);
-        return LDAP_SUCCESS;
+        LdapConnection fresh;
+        int result = ConnectLdap(
+            {settings_.server, settings_.startsTls, settings_.caCertificate, settings_.timeout},
+            fresh);
+        // Without a password a bind is nobody's, which the connection is already.
+        if (result == LDAP_SUCCESS && !settings_.bindPassword.empty())
+            result = BindLdap(fresh.get(), settings_.bindName, settings_.bindPassword);
+        if (result == LDAP_SUCCESS)
+            connection = std::move(fresh);
+        return result;
     }
 
     int Search(LDAP* connection, const std::string& name,
                std::shared_ptr<const DirectoryEntry>& entry)
     {
-        timeval timeout = ToTimeval(settings_.timeout);
+        timeval timeout = LdapTimeval(settings_.timeout);
         LDAPMessage* raw = nullptr;
         std::vector<char*> wanted = wanted_;
         const int result =
             ldap_search_ext_s(connection, name.c_str(), LDAP_SCOPE_BASE, "(objectClass=*)",
                               wanted.data(), 0, nullptr, nullptr, &timeout, 1, &raw);
-        const Message message(raw);
+        const LdapMessage message(raw);
         LDAPMessage* const first =
             result == LDAP_SUCCESS ? ldap_first_entry(connection, raw) : nullptr;
         if (result == LDAP_SUCCESS && !first)
@@ -177,18 +129,18 @@ class LdapDirectory final : public DirectoryBackend {
         return entry;
     }
 
-    Connection TakeConnection(bool& isKept)
+    LdapConnection TakeConnection(bool& isKept)
     {
         const std::lock_guard lock(mutex_);
         isKept = !idle_.empty();
         if (!isKept)
             return nullptr;
-        Connection taken = std::move(idle_.back());
+        LdapConnection taken = std::move(idle_.back());
         idle_.pop_back();
         return taken;
     }
 
-    void KeepConnection(Connection connection)
+    void KeepConnection(LdapConnection connection)
     {
         const std::lock_guard lock(mutex_);
         if (idle_.size() < kIdleConnections)
@@ -251,7 +203,7 @@ class LdapDirectory final : public DirectoryBackend {
     std::vector<char*> wanted_; // into settings_
 
     std::mutex mutex_; // guards the rest; never held while a server is asked
-    std::vector<Connection> idle_;
+    std::vector<LdapConnection> idle_;
     std::list<Cached> cache_; // the last read first
     std::unordered_map<std::string, std::list<Cached>::iterator> index_;
     TimePoint restsUntil_{};

@@ -29,8 +29,9 @@ std::string ReadGroups(ITalpl& platform, std::vector<AccessGroup>& groups)
 
 class RuleReader {
   public:
-    RuleReader(ITalpl& platform, const std::u16string& key, const std::vector<AccessGroup>& groups)
-        : in_(platform, key.c_str()), groups_(groups)
+    RuleReader(ITalpl& platform, const std::u16string& key, const std::vector<AccessGroup>& groups,
+               bool hasOtherGroups)
+        : in_(platform, key.c_str()), groups_(groups), hasOtherGroups_(hasOtherGroups)
     {
         rule_.name = base::ToUtf8(key.substr(key.rfind(u'\\') + 1)).value_or("?");
     }
@@ -68,7 +69,8 @@ class RuleReader {
     }
     bool IsGroup(const std::string& name) const
     {
-        return std::ranges::find(groups_, name, &AccessGroup::name) != groups_.end();
+        return hasOtherGroups_ ||
+               std::ranges::find(groups_, name, &AccessGroup::name) != groups_.end();
     }
     void ReadPath()
     {
@@ -108,12 +110,14 @@ class RuleReader {
 
     RegistryReader in_;
     const std::vector<AccessGroup>& groups_;
+    const bool hasOtherGroups_;
     AccessRule rule_;
 };
 
 } // namespace
 
-std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>& rules)
+std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>& rules,
+                            bool hasOtherGroups)
 {
     std::vector<AccessGroup> groups;
     if (std::string problem = ReadGroups(platform, groups); !problem.empty())
@@ -123,7 +127,8 @@ std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>
         return "the access rules cannot be read";
     std::vector<AccessRule> read(keys.size());
     for (size_t i = 0; i < keys.size(); ++i)
-        if (std::string problem = RuleReader(platform, keys[i], groups).Read(read[i]);
+        if (std::string problem =
+                RuleReader(platform, keys[i], groups, hasOtherGroups).Read(read[i]);
             !problem.empty())
             return problem;
     rules = read.empty() ? nullptr

@@ -19,8 +19,9 @@ inline constexpr const char16_t* kAccessGroupsKey = u"Kest\\Configuration\\Acces
 inline constexpr const char16_t* kAccessRulesKey = u"Kest\\Configuration\\Access\\Rules";
 
 // Null without rules. Empty on success, else "FILE:LINE: 'KEY' 'NAME': reason" for the first thing
-// that is wrong.
-std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>& rules);
+// that is wrong. `hasOtherGroups`: users may be in groups that the configuration does not have.
+std::string ReadAccessRules(ITalpl& platform, std::shared_ptr<const AccessRules>& rules,
+                            bool hasOtherGroups = false);
 
 // What looks like a mistake and keeps nobody from starting: a rule for a user whom `isUser` does
 // not know, or for a volume that is not configured. One sentence each.

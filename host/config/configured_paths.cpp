@@ -9,6 +9,7 @@
 #include "host/config/module_settings.h"
 #include "host/config/registry_reader.h"
 #include "host/config/server_settings.h"
+#include "host/config/sign_in_settings.h"
 #include <kest/sdk/registry.h>
 
 namespace kestd {
@@ -28,6 +29,8 @@ std::string CheckConfiguredPaths(ITalpl& platform)
         {kServerKey, u"Audit Log File", WhatIsWrongWithLogFile},
         {kModuleKey, u"Template Directory", WhatIsWrongWithDirectory},
         {kDirectoryKey, u"CA Certificate", WhatIsWrongWithFile},
+        {kAuthKey, u"Htpasswd File", WhatIsWrongWithFile},
+        {kAuthLdapKey, u"CA Certificate", WhatIsWrongWithFile},
     };
     std::string problems;
     for (const auto& one : kPaths) {

@@ -14,7 +14,7 @@ std::string ReadHostSettings(ITalpl& platform, HostSettings& settings)
 {
     settings.server.dialect = ReadDialect(platform);
     std::string problems = ReadServerSettings(platform, settings.server, settings.users);
-    AddProblems(problems, ReadSignInSettings(platform, settings.server));
+    AddProblems(problems, ReadSignInSettings(platform, settings.server, settings.users));
     AddProblems(problems, ReadDirectorySettings(platform, settings.directory));
     return problems;
 }

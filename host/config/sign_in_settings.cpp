@@ -3,18 +3,117 @@
 // Reads and checks the tables about signing in.
 #include "host/config/sign_in_settings.h"
 
+#include <algorithm>
+
+#include "base/host_name.h"
+
 namespace kestd {
+namespace {
+
+constexpr std::string_view kPlain = "ldap://";
+constexpr std::string_view kSecure = "ldaps://";
+
+void ReadSources(RegistryReader& in, SignInSettings& settings)
+{
+    in.Texts(u"Sources", settings.sources);
+    in.Text(u"Htpasswd File", settings.htpasswdFile);
+    std::vector<std::string>& sources = settings.sources;
+    if (sources.empty())
+        in.Refuse(u"Sources", "expected a list of 'users', 'htpasswd' and 'ldap'");
+    for (auto one = sources.begin(); one != sources.end(); ++one) {
+        if (*one != "users" && *one != "htpasswd" && *one != "ldap")
+            in.Refuse(u"Sources", "expected 'users', 'htpasswd' or 'ldap', not '" + *one + "'");
+        else if (std::find(sources.begin(), one, *one) != one)
+            in.Refuse(u"Sources", "'" + *one + "' stands there twice");
+    }
+    if (settings.Uses("htpasswd") && settings.htpasswdFile.empty())
+        in.Refuse(u"Sources", "'htpasswd' needs 'Htpasswd File'");
+}
+
+// A password would be readable on its way to another machine.
+bool IsExposed(const LdapSignIn& ldap)
+{
+    if (ldap.startsTls || !ldap.server.starts_with(kPlain))
+        return false;
+    std::string_view rest = std::string_view(ldap.server).substr(kPlain.size());
+    rest = rest.substr(0, rest.find('/'));
+    std::string_view host;
+    std::string_view port;
+    base::SplitHost(rest, host, port);
+    return !base::IsLoopbackHost(host);
+}
+
+// A look for what is mistyped; the server has the last word.
+bool IsFilter(const std::string& filter)
+{
+    return filter.starts_with('(') && filter.ends_with(')') &&
+           std::ranges::count(filter, '(') == std::ranges::count(filter, ')');
+}
+
+void CheckServer(RegistryReader& in, const LdapSignIn& ldap)
+{
+    if (!ldap.server.starts_with(kPlain) && !ldap.server.starts_with(kSecure))
+        return in.Refuse(u"Server", "expected ldap://HOST[:PORT] or ldaps://HOST[:PORT]");
+    if (ldap.startsTls && ldap.server.starts_with(kSecure))
+        in.Refuse(u"Start TLS", "an ldaps:// connection has TLS from its beginning");
+    if (IsExposed(ldap))
+        in.Refuse(u"Server", "expected ldaps:// or 'Start TLS': passwords could be read on their "
+                             "way to that machine");
+}
+
+void ReadLdap(RegistryReader& in, LdapSignIn& ldap, AuthLimits& limits)
+{
+    in.Text(u"Server", ldap.server);
+    in.Flag(u"Start TLS", ldap.startsTls);
+    in.Text(u"CA Certificate", ldap.caCertificate);
+    in.Text(u"Bind Name", ldap.bindName);
+    in.Text(u"Bind Password", ldap.bindPassword);
+    in.Text(u"Base", ldap.base);
+    in.Text(u"User Filter", ldap.userFilter);
+    in.Text(u"User Name", ldap.userName);
+    in.Text(u"Group Attribute", ldap.groupAttribute);
+    in.Text(u"Group Base", ldap.groupBase);
+    in.Text(u"Group Filter", ldap.groupFilter);
+    in.Text(u"Group Name", ldap.groupName);
+    in.Time(u"Timeout", ldap.timeout, 100, 60'000);
+    in.Time(u"Retry Time", ldap.retryTime, 0, 3600);
+    in.Number(u"Checks At Once", limits.remoteAtOnce, 1, 256);
+    if (!IsFilter(ldap.userFilter) || ldap.userFilter.find("%u") == std::string::npos)
+        in.Refuse(u"User Filter", "expected a filter with %u, such as (uid=%u)");
+    if (!IsFilter(ldap.groupFilter))
+        in.Refuse(u"Group Filter", "expected a filter such as (member=%d)");
+    if (ldap.userName.empty())
+        in.Refuse(u"User Name", "expected the name of an attribute");
+    if (ldap.groupName.empty())
+        in.Refuse(u"Group Name", "expected the name of an attribute");
+    if (!ldap.bindName.empty() && ldap.bindPassword.empty())
+        in.Refuse(u"Bind Name", "expected 'Bind Password': without one the server takes anybody");
+}
+
+} // namespace
 
 std::vector<KnownNames> SignInSettingNames()
 {
-    return {{kAuthKey, false, {u"Plain HTTP Passwords"}}};
+    return {{kAuthKey, false, {u"Plain HTTP Passwords", u"Sources", u"Htpasswd File"}},
+            {kAuthLdapKey,
+             false,
+             {u"Server", u"Start TLS", u"CA Certificate", u"Bind Name", u"Base", u"Bind Password",
+              u"User Filter", u"User Name", u"Group Attribute", u"Group Base", u"Group Name",
+              u"Group Filter", u"Timeout", u"Checks At Once", u"Retry Time"}}};
 }
 
-std::string ReadSignInSettings(ITalpl& platform, ServerSettings& server)
+std::string ReadSignInSettings(ITalpl& platform, ServerSettings& server, UserSettings& users)
 {
     RegistryReader in(platform, kAuthKey);
     in.Flag(u"Plain HTTP Passwords", server.takesPlainPasswords);
-    return in.Problem();
+    ReadSources(in, users.signIn);
+    RegistryReader ldap(platform, kAuthLdapKey);
+    ReadLdap(ldap, users.signIn.ldap, users.auth);
+    if (users.signIn.Uses("ldap"))
+        CheckServer(ldap, users.signIn.ldap);
+    std::string problems = in.Problem();
+    AddProblems(problems, ldap.Problem());
+    return problems;
 }
 
 } // namespace kestd

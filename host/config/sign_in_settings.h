@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How users sign in: the table 'Auth'.
+// How users sign in: the tables 'Auth' and 'Auth\LDAP'.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/config/auth_settings.h"
 #include "host/config/registry_reader.h"
@@ -13,9 +14,10 @@
 namespace kestd {
 
 inline constexpr const char16_t* kAuthKey = u"Kest\\Configuration\\Auth";
+inline constexpr const char16_t* kAuthLdapKey = u"Kest\\Configuration\\Auth\\LDAP";
 
 // The variables hold the defaults on entry. Empty on success, else all problems.
-std::string ReadSignInSettings(ITalpl& platform, ServerSettings& server);
+std::string ReadSignInSettings(ITalpl& platform, ServerSettings& server, UserSettings& users);
 std::vector<KnownNames> SignInSettingNames();
 
 } // namespace kestd

@@ -14,6 +14,7 @@ from test_program import basic
 
 SHIPPED = os.path.join(harness.ROOT, "packaging", "kest.toml")
 FILE_STORE = "{B3AE2BF6-28BB-4DFC-8CB2-5AE85E2B16A6}"
+PREFIX = "Kest\\Configuration\\"
 
 
 def shipped_settings():
@@ -77,6 +78,26 @@ class EachSetting(ServerCase):
                 "Log File": (file, True), "Access Log File": (file, True),
                 "Audit Log File": (file, True)}
 
+    def changed_sign_in(self):
+        own = self.own
+        ldap = f"['{PREFIX}Auth\\LDAP']\n'Server' = 'ldap://127.0.0.1:1'"
+        sign_in = {
+            "Server": ("'ldap://127.0.0.1:1'", False), "Start TLS": ("true", False),
+            "CA Certificate": (f"'{own / 'cert.pem'}'", False),
+            "Bind Name": ("'cn=x'\n'Bind Password' = 'x'", False),
+            "Bind Password": ("'x'", False), "Base": ("'o=x'", False),
+            "User Filter": ("'(cn=%u)'", False), "User Name": ("'cn'", False),
+            "Group Attribute": ("'x'", False), "Group Base": ("'o=x'", False),
+            "Group Filter": ("'(x=%d)'", False), "Group Name": ("'x'", False),
+            "Timeout": ("100", False), "Retry Time": ("1", False), "Checks At Once": ("1", False),
+        }
+        auth = {
+            "Plain HTTP Passwords": ("true", False),
+            "Sources": ("['users', 'ldap']\n" + ldap, False),
+            "Htpasswd File": (f"'{own / 'users'}'", False),
+        }
+        return {PREFIX + "Auth": auth, PREFIX + "Auth\\LDAP": sign_in}
+
     def changed(self):
         """For each setting: a value that is not its default, and whether it waits."""
         own = self.own
@@ -125,13 +146,13 @@ class EachSetting(ServerCase):
         attributes = {name: ("'x'", False) for name in (
             "Internet EMail Address", "CN", "Full Name", "Surname", "Given Name",
             "Telephone Number")}
-        prefix = "Kest\\Configuration\\"
+        prefix = PREFIX
         keys = {
             prefix + "Access\\Groups": {"staff": ("['anna']", False)},
             prefix + "Access\\Rules\\archive": rule_changes(),
             prefix + "Server": server, prefix + "KestDav": module, prefix + "FileStore": store,
             prefix + "FileStore\\Volumes": {"docs": (f"'{own / 'other'}'", True)},
-            prefix + "Auth": {"Plain HTTP Passwords": ("true", False)},
+            **self.changed_sign_in(),
             prefix + "Directory": directory, prefix + "Directory\\Attributes": attributes,
             f"Kest\\Policies\\DAV Handlers\\Configured\\{FILE_STORE}": {"Name": ("'X'", True)},
             f"Tolm\\Classes\\{FILE_STORE}": {"Library": (f"'{library}'", True)},

@@ -42,6 +42,7 @@ kest_test(contract_host_components
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/components/directory_ldap_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/components/identity_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/components/ldap_source_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/components/slapd.cpp
     ${CMAKE_CURRENT_LIST_DIR}/components/slots_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/components/util_test.cpp

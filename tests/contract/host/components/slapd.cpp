@@ -37,12 +37,48 @@ displayName:: QW5uYSDDhHJjaGVy
 mail: anna@example.org
 mail: second@example.org
 employeeType: ranger
+uid: anna
+userPassword: apple
+memberOf: cn=Staff,ou=dev,o=org
+memberOf: cn=a\2Cb,ou=dev,o=org
 
 dn: cn=a\2Cb\2Bc\3Dd,o=org
 objectClass: inetOrgPerson
 cn: a,b+c=d
 sn: Special
 mail: special@example.org
+
+dn: cn=star,ou=dev,o=org
+objectClass: inetOrgPerson
+cn: star
+sn: Star
+uid: st*r(x)\y
+userPassword: melon
+
+dn: cn=twin one,ou=dev,o=org
+objectClass: inetOrgPerson
+cn: twin one
+sn: Twin
+uid: twin
+userPassword: pear
+
+dn: cn=twin two,ou=dev,o=org
+objectClass: inetOrgPerson
+cn: twin two
+sn: Twin
+uid: twin
+userPassword: pear
+
+dn: cn=Staff,ou=dev,o=org
+objectClass: groupOfNames
+cn: Staff
+member: cn=anna,ou=dev,o=org
+
+dn: cn=Archivists,ou=dev,o=org
+objectClass: groupOfNames
+cn: Archivists
+member: cn=anna,ou=dev,o=org
+member: cn=star,ou=dev,o=org
 
 dn: ou=private,o=org
 objectClass: organizationalUnit
@@ -144,11 +180,13 @@ bool Slapd::WriteFiles()
     std::ofstream configuration(directory_ + "/slapd.conf");
     for (const char* const schema : {"core", "cosine", "inetorgperson"})
         configuration << "include /etc/ldap/schema/" << schema << ".schema\n";
-    configuration << "modulepath /usr/lib/ldap\nmoduleload back_mdb\n"
+    configuration << "modulepath /usr/lib/ldap\nmoduleload back_mdb\nmoduleload memberof\n"
                   << "TLSCertificateFile " << directory_ << "/cert.pem\n"
                   << "TLSCertificateKeyFile " << directory_ << "/key.pem\n"
                   << "database mdb\nmaxsize 16777216\nsuffix \"o=org\"\ndirectory " << database
                   << "\nrootdn \"cn=root,o=org\"\nrootpw secret\n"
+                  << "overlay memberof\n"
+                  << "access to attrs=userPassword by anonymous auth by * none\n"
                   << "access to dn.subtree=\"ou=private,o=org\" by users read by * none\n"
                   << "access to * by * read\n";
     configuration.close();

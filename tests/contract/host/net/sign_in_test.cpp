@@ -68,6 +68,7 @@ class SignIn : public ServerTest {
             out.outcome = AuthResult::Outcome::Throttled;
             break;
         case Authenticator::Result::Busy:
+        case Authenticator::Result::Unavailable:
             out.outcome = AuthResult::Outcome::Unavailable;
             break;
         }

@@ -488,9 +488,11 @@ TEST(ListenAddresses, WithoutUsersOnlyLoopbackIsServed)
         HostSettings settings;
         settings.server.listen = {{"127.0.0.1", 1}, {row.address, 1}};
         EXPECT_EQ(Setup::CheckAccessPolicy(settings, {}).empty(), row.isFine) << row.address;
-        UserMap users;
-        users["a"] = std::make_shared<const User>();
-        EXPECT_EQ(Setup::CheckAccessPolicy(settings, users), "");
+        UserLists lists;
+        lists.users["a"] = std::make_shared<const User>();
+        EXPECT_EQ(Setup::CheckAccessPolicy(settings, lists), "");
+        settings.users.signIn.sources = {"ldap"};
+        EXPECT_EQ(Setup::CheckAccessPolicy(settings, {}), "");
     }
 }
 

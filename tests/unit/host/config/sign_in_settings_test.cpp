@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/config/sign_in_settings.h"
+
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "host/config/host_settings.h"
+#include <kest/com.h>
+#include <kest/tolm.h>
+
+namespace kestd {
+namespace {
+
+class SignInTables : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        ASSERT_FALSE(Failed(Create(CLSID_HadranTalpl, platform_)));
+        std::string name = testing::TempDir() + "settings.XXXXXX";
+        const int file = mkstemp(name.data());
+        ASSERT_GE(file, 0);
+        close(file);
+        file_ = name;
+    }
+    void TearDown() override
+    {
+        TolmRegistryLoad(nullptr, nullptr, 0);
+        unlink(file_.c_str());
+    }
+    std::string Read(const std::string& text, HostSettings& settings)
+    {
+        std::ofstream(file_) << text;
+        std::string error(1024, '\0');
+        EXPECT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        return ReadHostSettings(*platform_.Get(), settings);
+    }
+
+    Ref<ITalpl> platform_;
+    std::string file_;
+};
+
+TEST_F(SignInTables, SourcesOfCredentialsAreListed)
+{
+    HostSettings s;
+    EXPECT_EQ(Read("", s), "");
+    EXPECT_EQ(s.users.signIn.sources, std::vector<std::string>{"users"});
+    EXPECT_FALSE(s.server.takesPlainPasswords);
+    EXPECT_EQ(Read(R"(
+['Kest\Configuration\Auth']
+'Plain HTTP Passwords' = true
+'Sources' = ['ldap', 'users', 'htpasswd']
+'Htpasswd File' = '/h'
+['Kest\Configuration\Auth\LDAP']
+'Server' = 'ldap://example.org'
+'Start TLS' = true
+'CA Certificate' = '/c'
+'Bind Name' = 'b'
+'Bind Password' = 'p'
+'Base' = 'o=x'
+'User Filter' = '(cn=%u)'
+'User Name' = 'n'
+'Group Attribute' = 'ga'
+'Group Base' = 'gb'
+'Group Filter' = '(g=%d)'
+'Group Name' = 'gn'
+'Timeout' = 101
+'Retry Time' = 0
+'Checks At Once' = 7
+)",
+                   s),
+              "");
+    EXPECT_TRUE(s.server.takesPlainPasswords);
+    const SignInSettings& in = s.users.signIn;
+    EXPECT_EQ(in.sources, (std::vector<std::string>{"ldap", "users", "htpasswd"}));
+    const LdapSignIn& l = in.ldap;
+    EXPECT_TRUE(l.startsTls);
+    EXPECT_EQ(in.htpasswdFile + l.server + l.caCertificate + l.bindName + l.bindPassword + l.base +
+                  l.userFilter + l.userName + l.groupAttribute + l.groupBase + l.groupFilter +
+                  l.groupName,
+              "/hldap://example.org/cbpo=x(cn=%u)ngagb(g=%d)gn");
+    EXPECT_EQ(l.timeout.count() + l.retryTime.count(), 101);
+    EXPECT_EQ(s.users.auth.remoteAtOnce, 7U);
+}
+
+TEST_F(SignInTables, LdapNamesAServerWherePasswordsAreNotRead)
+{
+    const struct {
+        const char* server;
+        bool isFine;
+    } kRows[] = {{"ldaps://example.org", true},  {"ldap://example.org", false},
+                 {"ldap://127.0.0.1:389", true}, {"ldap://[::1]:389", true},
+                 {"ldap://localhost/", true},    {"ldap://192.0.2.1", false},
+                 {"http://example.org", false},  {"ldap://127.0.0.1.example.org", false}};
+    for (const auto& row : kRows) {
+        HostSettings s;
+        const std::string problem = Read("['Kest\\Configuration\\Auth']\n'Sources' = ['ldap']\n"
+                                         "['Kest\\Configuration\\Auth\\LDAP']\n'Server' = '" +
+                                             std::string(row.server) + "'\n",
+                                         s);
+        EXPECT_EQ(problem.empty(), row.isFine) << row.server << ": " << problem;
+    }
+}
+
+} // namespace
+} // namespace kestd
