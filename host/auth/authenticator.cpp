@@ -119,6 +119,12 @@ void Authenticator::SetSources(CredentialsSources sources)
     }
 }
 
+size_t Authenticator::ThrottledGuessers() const
+{
+    const std::lock_guard lock(mutex_);
+    return guessLimits_.Throttled();
+}
+
 bool Authenticator::IsCurrent(const Principal& principal) const
 {
     std::shared_ptr<const CredentialsSources> sources;

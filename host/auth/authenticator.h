@@ -73,6 +73,8 @@ class Authenticator {
 
     // Names and addresses from which guesses are on their way to a hash; 0 while there are none.
     size_t PendingCounts() const;
+    // Names and addresses whose next guess has to wait; of at most GuessLimits::kEntries.
+    size_t ThrottledGuessers() const;
 
   private:
     class Guess;

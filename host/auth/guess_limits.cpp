@@ -54,6 +54,12 @@ GuessLimits::Count GuessLimits::Wrong(const GuessSource& who)
     return {wrong, Wait(who)};
 }
 
+size_t GuessLimits::Throttled() const
+{
+    const TimePoint now = clock_.Now();
+    return wrong_.CountIf([&](const Entry& entry) { return entry.until > now; });
+}
+
 void GuessLimits::Right(const GuessSource& who)
 {
     known_.Touch(who.pair) = true;

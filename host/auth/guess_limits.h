@@ -67,6 +67,13 @@ template <class Value> class BoundedTable {
         index_.erase(found);
     }
     size_t Size() const { return entries_.size(); }
+    template <class Fits> size_t CountIf(Fits&& fits) const
+    {
+        size_t count = 0;
+        for (const auto& [key, value] : entries_)
+            count += fits(value) ? 1 : 0;
+        return count;
+    }
 
   private:
     const size_t most_;
@@ -108,6 +115,8 @@ class GuessLimits {
     };
     Count Wrong(const GuessSource& who);
     void Right(const GuessSource& who);
+    // Names and addresses whose next guess has to wait. Takes time for each that is remembered.
+    size_t Throttled() const;
 
   private:
     struct Entry {

@@ -53,8 +53,11 @@ std::string Check(Setup& setup, HostSettings& settings, UserLists& users, bool h
     AddProblems(problems, noUsers);
     if (noUsers.empty() && !hasUsers)
         AddProblems(problems, Setup::CheckAccessPolicy(settings, users));
+    std::vector<ListenAddress> addresses = settings.server.listen;
+    addresses.insert(addresses.end(), settings.server.metricsListen.begin(),
+                     settings.server.metricsListen.end());
     if (!isRunning)
-        AddProblems(problems, CheckAddresses(settings.server.listen));
+        AddProblems(problems, CheckAddresses(addresses));
     return problems;
 }
 

@@ -24,12 +24,14 @@
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
 #include "host/commands/commands.h"
+#include "host/commands/monitoring.h"
 #include "host/commands/service_manager.h"
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
 #include "host/components/directory_ldap.h"
 #include "host/components/host_classes.h"
 #include "host/config/addresses.h"
+#include "host/config/store_settings.h"
 #include "host/log/audit.h"
 #include "host/module/call_context.h"
 #include "host/server/server.h"
@@ -130,6 +132,7 @@ class Host {
 
   private:
     std::string StartModule();
+    std::string StartServer();
     void MakeServices();
     bool WantsUsers(const HostSettings& settings) const;
     void UseSources(const HostSettings& settings);
@@ -153,6 +156,7 @@ class Host {
     HostServices* services_ = nullptr; // references to what is in them
     Ref<IKestReq_2> module_;
     std::string location_;
+    Monitoring monitoring_;
     std::unique_ptr<Server> server_;
     ServiceManager manager_;
     uint64_t shownTicks_ = 0; // of the server, when the service manager was last told
@@ -180,9 +184,7 @@ std::string Host::Start()
     MakeServices();
     if (std::string problem = StartModule(); !problem.empty())
         return problem;
-    server_ = std::make_unique<Server>(settings_.server, services_->sessionAdmission, module_.Get(),
-                                       location_);
-    if (std::string problem = server_->Start(); !problem.empty())
+    if (std::string problem = StartServer(); !problem.empty())
         return problem;
     changes_.Begin(setup_.Platform());
     ReportUnread();
@@ -274,6 +276,20 @@ std::string Host::StartModule()
                "leading '/' and without a trailing one";
     location_ = *utf8;
     services_->sessionAdmission.SetLocation(location_);
+    return {};
+}
+
+std::string Host::StartServer()
+{
+    if (std::string problem = monitoring_.Open(settings_.server.metricsListen, location_,
+                                               VolumeNames(setup_.Platform()));
+        !problem.empty())
+        return problem;
+    server_ = std::make_unique<Server>(settings_.server, services_->sessionAdmission, module_.Get(),
+                                       location_, monitoring_.Counts());
+    if (std::string problem = server_->Start(); !problem.empty())
+        return problem;
+    monitoring_.Begin(*server_, services_->authenticator);
     return {};
 }
 
@@ -423,6 +439,7 @@ void SayLast(std::string_view line)
 void Host::Stop()
 {
     manager_.TellStopping();
+    monitoring_.TellStopping();
     if (server_ && !server_->Stop()) {
         SayLast("kestd: a request does not end; the process ends without it\n");
         std::fflush(nullptr);
@@ -432,6 +449,7 @@ void Host::Stop()
         services_->sessions.EndAll();
         services_->events.Stop();
     }
+    monitoring_.End();
     server_.reset();
     module_ = {};
 }

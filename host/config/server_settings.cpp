@@ -33,6 +33,12 @@ void ReadListen(RegistryReader& in, ServerSettings& server)
     ReadAddresses(in, u"Listen", server.listen);
     if (server.listen.empty() && in.Problem().empty())
         in.Refuse(u"Listen", "expected at least one address");
+    ReadAddresses(in, u"Metrics Listen", server.metricsListen);
+    for (const ListenAddress& address : server.metricsListen)
+        if (address.port != 0 &&
+            std::find(server.listen.begin(), server.listen.end(), address) != server.listen.end())
+            in.Refuse(u"Metrics Listen",
+                      "'" + FormatListenAddress(address) + "' is one of the addresses of 'Listen'");
     ReadAddresses(in, u"PROXY Protocol", server.proxyProtocol);
     for (const ListenAddress& address : server.proxyProtocol)
         if (std::find(server.listen.begin(), server.listen.end(), address) == server.listen.end())
@@ -142,7 +148,7 @@ std::vector<KnownNames> ServerSettingNames()
         {kServerKey,
          true,
          {u"Listen", u"Session Objects", u"PROXY Protocol", u"Log File", u"Access Log File",
-          u"Audit Log File"}},
+          u"Audit Log File", u"Metrics Listen"}},
         {kServerKey, false, {u"TLS Certificate",  u"TLS Key",
                              u"Public URL",       u"Realm",
                              u"Access Log",       u"Access Log Format",

@@ -67,6 +67,7 @@ struct LogFiles {
 
 struct ServerSettings {
     std::vector<ListenAddress> listen{{"127.0.0.1", 8080}}; // 'Listen'
+    std::vector<ListenAddress> metricsListen;               // 'Metrics Listen'; empty: none
     std::string tlsCertificate; // 'TLS Certificate', PEM chain; empty: plain HTTP
     std::string tlsKey;         // 'TLS Key', PEM
     std::string publicUrl;      // 'Public URL', what clients see; empty: as asked

@@ -34,6 +34,16 @@ UINT32 MethodNumber(std::string_view token) noexcept
     return KestMethodUnknown;
 }
 
+std::string_view MethodName(UINT32 method) noexcept
+{
+    if (method == KestMethodPatch) // no token of the table: the classic dialect does not know it
+        return "PATCH";
+    for (const Row& row : kMethods)
+        if (row.number == method)
+            return row.token;
+    return "other";
+}
+
 bool IsChange(UINT32 method) noexcept
 {
     switch (method) {

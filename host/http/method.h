@@ -13,6 +13,9 @@ namespace kestd {
 // method that the server does not know.
 UINT32 MethodNumber(std::string_view token) noexcept;
 
+// The token of a number; "other" for one that stands for no single method.
+std::string_view MethodName(UINT32 method) noexcept;
+
 // Whether requests of the method ask for a change of what is stored, locks included.
 bool IsChange(UINT32 method) noexcept;
 

@@ -3,8 +3,10 @@
 // Writes the lines of the audit log.
 #include "host/log/audit.h"
 
+#include <array>
 #include <atomic>
 #include <exception>
+#include <iterator>
 #include <string>
 
 #include "base/system_time.h"
@@ -16,6 +18,10 @@ namespace kestd {
 namespace {
 
 std::atomic<bool> g_isAudited{false};
+
+// Counted by whoever signs somebody in; in the order of kResults.
+constexpr std::string_view kResults[] = {"granted", "denied", "throttled"};
+std::array<std::atomic<uint64_t>, std::size(kResults)> g_signIns{};
 
 // Hands the line that `put` completes to the log.
 template <class Put> void WriteLine(Put&& put) noexcept
@@ -58,12 +64,21 @@ void AuditChange(const AccessRecord& request, std::string_view destination) noex
 
 void AuditSignIn(std::string_view user, std::string_view remote, std::string_view result) noexcept
 {
+    for (size_t i = 0; i < g_signIns.size(); ++i)
+        if (kResults[i] == result)
+            g_signIns[i].fetch_add(1, std::memory_order_relaxed);
     if (!IsAudited())
         return;
     WriteLine([&](JsonLine& line) {
         line.Text("event", "sign-in").Text("remote", remote).Text("user", user);
         line.Text("result", result);
     });
+}
+
+SignInCounts CountedSignIns() noexcept
+{
+    const auto count = [](size_t i) { return g_signIns[i].load(std::memory_order_relaxed); };
+    return {count(0), count(1), count(2)};
 }
 
 } // namespace kestd

@@ -105,6 +105,7 @@ class EventLoop {
 
     // Whether all announced threads serve something.
     bool IsFull() const noexcept { return busy_.load() >= threads_.load(); }
+    unsigned Busy() const noexcept { return busy_.load(std::memory_order_relaxed); }
     // The events served so far.
     uint64_t Served() const noexcept;
     // Wakes a thread if events stand behind something that takes its time.

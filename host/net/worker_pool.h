@@ -37,6 +37,7 @@ class WorkerPool {
     // Called every 100 ms by a thread that is no worker, the same each time: does what WorkerGrowth
     // advises. Where workers are stuck, the caller itself turns away what is ready.
     void OnTimer();
+    unsigned Limit() const noexcept { return limit_.load(std::memory_order_relaxed); }
     unsigned Count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
   private:

@@ -63,6 +63,12 @@ void Exchange::ReportFailure(TALSTATUS failure) noexcept
         failure_ = failure;
 }
 
+int Exchange::FaultStatus() const noexcept
+{
+    const int status = HttpStatusOf(failure_);
+    return status >= 500 ? status : 0;
+}
+
 void Exchange::ReplaceOrCut()
 {
     const int status = HttpStatusOf(failure_);

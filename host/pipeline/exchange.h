@@ -94,6 +94,8 @@ class Exchange {
     // A component has failed. The first failure counts, but a fault of the system comes before a
     // refusal.
     void ReportFailure(TALSTATUS failure) noexcept;
+    // The status (500 and above) that a fault stands for which was reported; 0: there was none.
+    int ReportedFault() const noexcept { return failure_ ? FaultStatus() : 0; }
     // What the handler says gives way to a failure that was reported: it may have taken for missing
     // what could not be looked at, and have left it out. While nothing has left, another reply
     // takes the place of its own; from then on the message is cut, so that nobody takes it for
@@ -112,6 +114,7 @@ class Exchange {
     }
 
   private:
+    int FaultStatus() const noexcept;
     void ReplaceOrCut();
     void ReplyWithFailure(int status);
     void ReplaceByErrorPage();

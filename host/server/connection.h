@@ -27,6 +27,7 @@ class Exchange;
 class Pipeline;
 class RunningCall;
 class ServerClock;
+struct ServerCounts;
 class SettingsHolder;
 struct EffectiveSettings;
 struct ProxyPreamble;
@@ -41,6 +42,7 @@ struct ConnectionServices {
     AccessLog& log;
     const std::atomic<bool>& isStopping;
     ServerClock& clock;
+    ServerCounts* counts; // null: nothing is counted
 };
 
 // Waits for the socket to become ready, then runs on whichever worker picks that up, and waits
@@ -71,6 +73,7 @@ class Connection final : public EventHandler,
 
     int64_t Check(const Moment& moment, const Limits& limits) noexcept override;
     void ExpireIfIdle() noexcept override;
+    bool IsIdle() const noexcept override { return isIdle_; }
     void GiveUp() noexcept override;
 
     void OnReady(Event event) noexcept override;
@@ -131,6 +134,7 @@ class Connection final : public EventHandler,
     void FinishReply();
     Step EndRequest();
     void LogRequest();
+    void CountRequest() noexcept;
     Step Flush();
     Step AfterReply();
 

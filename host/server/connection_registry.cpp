@@ -44,6 +44,15 @@ int64_t ConnectionRegistry::ExpireDeadlines(int64_t now, const Limits& limits)
     return due;
 }
 
+size_t ConnectionRegistry::CountIdle()
+{
+    const std::lock_guard lock(mutex_);
+    size_t count = 0;
+    for (const RegisteredConnection* each = first_; each; each = each->next)
+        count += each->IsIdle() ? 1 : 0;
+    return count;
+}
+
 void ConnectionRegistry::CloseIdle()
 {
     const std::lock_guard lock(mutex_);

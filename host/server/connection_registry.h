@@ -32,6 +32,7 @@ class RegisteredConnection {
     // clock's thread only.
     virtual int64_t Check(const Moment& moment, const Limits& limits) noexcept = 0;
     virtual void ExpireIfIdle() noexcept = 0; // while the server stops
+    virtual bool IsIdle() const noexcept = 0; // waits for a request
     virtual void GiveUp() noexcept = 0;       // whatever it does fails from now on
 
     // The list's.
@@ -47,6 +48,7 @@ class ConnectionRegistry {
     void Add(RegisteredConnection& connection);
     void Remove(RegisteredConnection& connection);
     size_t Count() const noexcept { return count_.load(std::memory_order_relaxed); }
+    size_t CountIdle(); // takes time for each connection
 
     // Ends waits whose time is up (`now` is NowMs). Returns when the next look is due, INT64_MAX
     // for never. For one thread, at regular intervals.

@@ -9,6 +9,7 @@
 #include "host/http/short_reply.h"
 #include "host/log/access_log.h"
 #include "host/log/audit.h"
+#include "host/metrics/server_counts.h"
 #include "host/module/call_context.h"
 #include "host/net/monotonic_clock.h"
 #include "host/pipeline/body_limits.h"
@@ -58,7 +59,7 @@ void Connection::StartExchange()
     exchange_->settings = settings_.get();
     exchange_->call = this;
     exchange_->pipeline = &services_.pipeline;
-    if (settings_->server.accessLog)
+    if (settings_->server.accessLog || services_.counts)
         exchange_->start = std::chrono::steady_clock::now();
     exchange_->request.remote = remote_;
     exchange_->request.id.Make();
@@ -289,6 +290,8 @@ Connection::Step Connection::EndRequest()
     hasUnread_ = in_.Size() || !exchange_->body.HasArrived();
     if (settings_->server.accessLog || IsAudited())
         LogRequest();
+    if (services_.counts)
+        CountRequest();
     ReleaseExchange(std::move(exchange_));
     hasExpired_ = false;
     if (isBroken)
@@ -325,6 +328,21 @@ void Connection::LogRequest()
     if (format == AccessLogFormat::Json)
         record.userAgent = ValueOf(request.head, "User-Agent");
     services_.log.Write(record, format);
+}
+
+void Connection::CountRequest() noexcept
+{
+    RequestSample sample;
+    sample.method = exchange_->request.method;
+    sample.status = exchange_->response.Status();
+    sample.path = exchange_->request.target.path;
+    sample.received = exchange_->body.BytesRead();
+    sample.sent = exchange_->response.BodyBytes();
+    sample.duration = std::chrono::steady_clock::now() - exchange_->start;
+    sample.failure = exchange_->ReportedFault();
+    if (!sample.failure && (sample.status == 500 || sample.status == 507))
+        sample.failure = sample.status; // the module has told it by itself
+    services_.counts->requests.Count(sample);
 }
 
 // The next request starts when this reply has left, so a client that reads nothing is served

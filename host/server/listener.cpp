@@ -14,6 +14,7 @@
 #include "base/descriptor.h"
 #include "base/ip_address.h"
 #include "host/config/settings_holder.h"
+#include "host/metrics/server_counts.h"
 #include "host/net/monotonic_clock.h"
 #include "host/server/connection_registry.h"
 #include <kest/tolm.h>
@@ -150,6 +151,12 @@ void Listener::Pause()
     isPaused_ = true;
 }
 
+void Listener::Count(std::atomic<uint64_t> ConnectionCounts::*which) noexcept
+{
+    if (services_.counts)
+        (services_.counts->connections.*which).fetch_add(1, std::memory_order_relaxed);
+}
+
 void Listener::Admit(base::Descriptor client, const sockaddr_storage& peer)
 {
     const std::shared_ptr<const EffectiveSettings> settings = services_.settings.Snapshot();
@@ -159,18 +166,24 @@ void Listener::Admit(base::Descriptor client, const sockaddr_storage& peer)
         if (takesPreambles_ && !isTrusted) {
             base::IpAddress address;
             (void)base::IpAddressOf(peer, address); // no other is accepted
+            Count(&ConnectionCounts::refusedUntrusted);
             return WarnOfPreamble(base::FormatIpAddress(address).c_str(), "it is no trusted proxy");
         }
         ClientLimits::Place place = services_.clients.Enter(peer);
         const size_t open = services_.registry.Count();
         // A proxy stands for any number of clients, which are counted with their requests.
         const size_t own = isTrusted ? 0 : place.Connections() - 1;
+        const bool isFull = open >= limits.connections;
+        const bool isRefused = isFull || own >= limits.connectionsPerAddress;
+        Count(isFull      ? &ConnectionCounts::refusedAsTooMany
+              : isRefused ? &ConnectionCounts::refusedToAddress
+                          : &ConnectionCounts::accepted);
         if (IsFarOver(open, limits.connections) || IsFarOver(own, limits.connectionsPerAddress))
             return;
         // deletes itself
         auto* connection = new Connection(services_, settings, std::move(client), std::move(place),
                                           peer, takesPreambles_);
-        if (open >= limits.connections || own >= limits.connectionsPerAddress)
+        if (isRefused)
             connection->RejectOverload();
         else
             connection->Begin();

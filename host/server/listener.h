@@ -16,6 +16,8 @@
 
 namespace kestd {
 
+struct ConnectionCounts;
+
 // Binds and listens; `where` gets the real port. On failure nothing, with a text in `error`.
 base::Descriptor OpenListeningSocket(ListenAddress& where, std::string& error);
 
@@ -43,6 +45,7 @@ class Listener final : public EventHandler {
   private:
     bool AcceptSome();
     void Pause();
+    void Count(std::atomic<uint64_t> ConnectionCounts::*which) noexcept;
     void Admit(base::Descriptor client, const sockaddr_storage& peer);
 
     const ConnectionServices& services_;

@@ -90,9 +90,9 @@ void RunWorker(EventLoop& loop, EventLoop::ReadyQueue& queue)
 class Server::Impl {
   public:
     Impl(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2& module,
-         std::string location)
+         std::string location, ServerCounts* counts)
         : settings_(settings), handler_(module),
-          pipeline_(settings.dialect, accessControl, handler_, std::move(location))
+          pipeline_(settings.dialect, accessControl, handler_, std::move(location)), counts_(counts)
     {
     }
     ~Impl()
@@ -105,6 +105,7 @@ class Server::Impl {
     std::vector<ListenAddress> Addresses() const { return addresses_; }
     std::string Apply(const ServerSettings& settings);
     uint64_t Ticks() const { return ticks_; }
+    ServerFigures Figures();
     bool Stop();
 
   private:
@@ -128,8 +129,9 @@ class Server::Impl {
     AccessLog log_;
     std::atomic<bool> isStopping_{false};
     ServerClock clock_;
-    const ConnectionServices services_{loop_,     registry_, clients_,    inForce_,
-                                       pipeline_, log_,      isStopping_, clock_};
+    ServerCounts* const counts_;
+    const ConnectionServices services_{loop_, registry_,   clients_, inForce_, pipeline_,
+                                       log_,  isStopping_, clock_,   counts_};
     std::vector<std::unique_ptr<Listener>> listeners_;
     std::vector<ListenAddress> addresses_;
     std::thread clockThread_;
@@ -239,6 +241,19 @@ void Server::Impl::ReportGivenUp(int64_t now)
     reportsAgain_ = now + 10'000;
 }
 
+ServerFigures Server::Impl::Figures()
+{
+    ServerFigures figures;
+    figures.idleConnections = registry_.CountIdle();
+    figures.connections = std::max(registry_.Count(), figures.idleConnections);
+    figures.workers = workers_.Count();
+    figures.busyWorkers = loop_.Busy();
+    figures.mostWorkers = workers_.Limit();
+    figures.waitingRequests = clients_.Waiting();
+    figures.givenUpRequests = clients_.GivenUp();
+    return figures;
+}
+
 std::string Server::Impl::Apply(const ServerSettings& settings)
 {
     if (const std::string error = Publish(settings); !error.empty())
@@ -294,8 +309,8 @@ void Server::Impl::End(milliseconds time)
 }
 
 Server::Server(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2* module,
-               std::string location)
-    : impl_(std::make_unique<Impl>(settings, accessControl, *module, std::move(location)))
+               std::string location, ServerCounts* counts)
+    : impl_(std::make_unique<Impl>(settings, accessControl, *module, std::move(location), counts))
 {
 }
 
@@ -326,6 +341,11 @@ std::string Server::Apply(const ServerSettings& settings)
 uint64_t Server::Ticks() const
 {
     return impl_->Ticks();
+}
+
+ServerFigures Server::Figures()
+{
+    return impl_->Figures();
 }
 
 bool Server::Stop()

@@ -10,6 +10,7 @@
 
 #include "host/auth/access_control.h"
 #include "host/config/settings.h"
+#include "host/metrics/server_counts.h"
 #include <kest/req.h>
 
 namespace kestd {
@@ -17,9 +18,10 @@ namespace kestd {
 class Server {
   public:
     // `module` is not owned and outlives the server. `location` is where it serves, such as
-    // "/Ferro", UTF-8, unescaped, without a trailing "/".
+    // "/Ferro", UTF-8, unescaped, without a trailing "/". What happens is counted in `counts`,
+    // which is not owned and outlives the server either; null: nothing is counted.
     Server(const ServerSettings& settings, AccessControl& accessControl, IKestReq_2* module,
-           std::string location);
+           std::string location, ServerCounts* counts = nullptr);
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -38,6 +40,8 @@ class Server {
     // Grows while the server's clock runs, ten times a second: what stands still is stuck.
     // Thread-safe.
     uint64_t Ticks() const;
+    // Takes time for each connection. Thread-safe.
+    ServerFigures Figures();
     // Stops accepting, lets running requests finish within limits.shutdownTime, cancels the rest
     // and ends all threads. False when a call into the module has not returned two seconds after
     // that: then the process can only be ended as it is; the destructor would wait for the call.

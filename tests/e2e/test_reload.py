@@ -104,7 +104,7 @@ class EachSetting(ServerCase):
         library = os.path.join(os.path.dirname(harness.KESTD), "..", "lib", "filestore.so")
         tls = f"'TLS Certificate' = '{own / 'cert.pem'}'\n'TLS Key' = '{own / 'key.pem'}'"
         server = {
-            "Listen": ("['127.0.0.1:1']", True),
+            "Listen": ("['127.0.0.1:1']", True), "Metrics Listen": ("['127.0.0.1:0']", True),
             "TLS Certificate": (tls, False), "TLS Key": (tls, False),
             "Public URL": ("'https://files.example.org'", False), "Realm": ("'Elsewhere'", False),
             **self.changed_logs(),
