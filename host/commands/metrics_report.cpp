@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "host/log/audit.h"
+#include <kest/dav/volume_figures.h>
 
 namespace kestd {
 
@@ -17,6 +18,8 @@ namespace {
 
 // The server's clock goes at least once a second; one that has not for this long stands still.
 constexpr std::chrono::seconds kStandstill{10};
+// A disk that takes longer to tell its free space does not answer.
+constexpr std::chrono::milliseconds kPatience{2000};
 
 double SecondsOf(clockid_t clock)
 {
@@ -45,8 +48,9 @@ uint64_t Read(const std::atomic<uint64_t>& counter)
 } // namespace
 
 MetricsReport::MetricsReport(Server& server, const ServerCounts& counts,
-                             const Authenticator& authenticator)
+                             const Authenticator& authenticator, Ref<IKestDAV2> provider)
     : server_(server), counts_(counts), authenticator_(authenticator),
+      volumes_(provider ? std::make_unique<VolumeFiguresReader>(std::move(provider)) : nullptr),
       start_(SecondsOf(CLOCK_REALTIME)), ticked_(std::chrono::steady_clock::now())
 {
 }
@@ -60,6 +64,7 @@ std::string MetricsReport::Metrics(MetricsFormat format)
     WriteConnections(out, figures);
     WriteWork(out, figures);
     WriteSignIns(out);
+    WriteVolumes(out);
     return out.Take();
 }
 
@@ -114,9 +119,37 @@ void MetricsReport::WriteSignIns(Exposition& out) const
     out.Add({{"result", "granted"}}, counts.granted);
     out.Add({{"result", "denied"}}, counts.denied);
     out.Add({{"result", "throttled"}}, counts.throttled);
+    out.Add({{"result", "unavailable"}}, counts.unavailable);
     out.Gauge("kestd_guessers_throttled",
               "Names and addresses that have guessed wrong and have to wait.");
     out.Add({}, uint64_t{authenticator_.ThrottledGuessers()});
+}
+
+void MetricsReport::WriteVolumes(Exposition& out)
+{
+    const std::vector<VolumeFigures> volumes =
+        volumes_ ? volumes_->Read(kPatience) : std::vector<VolumeFigures>();
+    const auto family = [&](const char* name, const char* help, uint32_t needed, auto&& valueOf) {
+        out.Gauge(name, help);
+        for (const VolumeFigures& volume : volumes)
+            if ((volume.flags & needed) == needed)
+                out.Add({{"volume", volume.name}}, uint64_t{valueOf(volume)});
+    };
+    const auto flag = [](uint32_t bit) {
+        return [bit](const VolumeFigures& volume) { return (volume.flags & bit) ? 1U : 0U; };
+    };
+    family("kestd_volume_up", "1 where the volume's directory answers and is in its place.", 0,
+           flag(kVolumeIsReachable));
+    family("kestd_volume_writable", "1 where the volume is served for changes, too.", 0,
+           flag(kVolumeIsWritable));
+    family("kestd_volume_size_bytes", "Size of the volume's disk.", kVolumeHasSpace,
+           [](const VolumeFigures& volume) { return volume.totalBytes; });
+    family("kestd_volume_free_bytes", "What is free on it.", kVolumeHasSpace,
+           [](const VolumeFigures& volume) { return volume.freeBytes; });
+    family("kestd_locks", "Locks that are held, 100,000 at most.", kVolumeHasCounts,
+           [](const VolumeFigures& volume) { return volume.locks; });
+    family("kestd_kept_entries", "Deleted entries that can be brought back, 100,000 at most.",
+           kVolumeHasCounts, [](const VolumeFigures& volume) { return volume.keptEntries; });
 }
 
 std::string MetricsReport::WhatIsWrong()
@@ -132,7 +165,15 @@ std::string MetricsReport::WhatIsWrong()
 
 std::string MetricsReport::WhatIsNotReady()
 {
-    return isStopping_ ? "stopping" : WhatIsWrong();
+    if (isStopping_)
+        return "stopping";
+    if (std::string wrong = WhatIsWrong(); !wrong.empty())
+        return wrong;
+    if (volumes_)
+        for (const VolumeFigures& volume : volumes_->Read(kPatience))
+            if ((volume.flags & kVolumeIsReachable) == 0)
+                return "the volume '" + volume.name + "' does not answer, or is not in its place";
+    return {};
 }
 
 } // namespace kestd

@@ -28,11 +28,11 @@ std::string Monitoring::Open(const std::vector<ListenAddress>& addresses,
     return {};
 }
 
-void Monitoring::Begin(Server& server, const Authenticator& authenticator)
+void Monitoring::Begin(Server& server, const Authenticator& authenticator, Ref<IKestDAV2> provider)
 {
     if (!counts_)
         return;
-    report_ = std::make_unique<MetricsReport>(server, *counts_, authenticator);
+    report_ = std::make_unique<MetricsReport>(server, *counts_, authenticator, std::move(provider));
     listener_ = std::make_unique<MetricsListener>(*report_, std::move(sockets_));
     listener_->Begin();
     for (const ListenAddress& address : addresses_)
@@ -50,6 +50,8 @@ void Monitoring::End() noexcept
 {
     if (listener_)
         listener_->Stop();
+    listener_.reset();
+    report_.reset();
 }
 
 } // namespace kestd

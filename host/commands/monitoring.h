@@ -23,9 +23,10 @@ class Monitoring {
                      std::vector<std::string> volumes);
     // For the server; null where nothing is counted. Lives as long as this object.
     ServerCounts* Counts() noexcept { return counts_.get(); }
-    // Answers from here on, and says where. Both outlive the call of End. Throws
+    // Answers from here on, and says where. `provider` is asked about volumes; null: nobody is. The
+    // others outlive the call of End. Throws
     // std::system_error.
-    void Begin(Server& server, const Authenticator& authenticator);
+    void Begin(Server& server, const Authenticator& authenticator, Ref<IKestDAV2> provider);
     // From now on the host is not ready.
     void TellStopping() noexcept;
     void End() noexcept;

@@ -289,7 +289,10 @@ std::string Host::StartServer()
                                        location_, monitoring_.Counts());
     if (std::string problem = server_->Start(); !problem.empty())
         return problem;
-    monitoring_.Begin(*server_, services_->authenticator);
+    Ref<IKestDAV2> provider; // of the volumes, if the settings know them
+    if (monitoring_.Counts() && !VolumeNames(setup_.Platform()).empty())
+        (void)Create(CLSID_FileStore, provider); // without it nothing is told of them
+    monitoring_.Begin(*server_, services_->authenticator, std::move(provider));
     return {};
 }
 

@@ -20,7 +20,7 @@ namespace {
 std::atomic<bool> g_isAudited{false};
 
 // Counted by whoever signs somebody in; in the order of kResults.
-constexpr std::string_view kResults[] = {"granted", "denied", "throttled"};
+constexpr std::string_view kResults[] = {"granted", "denied", "throttled", "unavailable"};
 std::array<std::atomic<uint64_t>, std::size(kResults)> g_signIns{};
 
 // Hands the line that `put` completes to the log.
@@ -78,7 +78,7 @@ void AuditSignIn(std::string_view user, std::string_view remote, std::string_vie
 SignInCounts CountedSignIns() noexcept
 {
     const auto count = [](size_t i) { return g_signIns[i].load(std::memory_order_relaxed); };
-    return {count(0), count(1), count(2)};
+    return {count(0), count(1), count(2), count(3)};
 }
 
 } // namespace kestd

@@ -27,6 +27,7 @@ struct SignInCounts {
     uint64_t granted;
     uint64_t denied;
     uint64_t throttled;
+    uint64_t unavailable;
 };
 SignInCounts CountedSignIns() noexcept;
 

@@ -160,6 +160,14 @@ class Metadata {
     virtual bool IsInUse() const { return true; }
     // Makes the looks exact again. Called now and then.
     virtual void RecountFlags() = 0;
+    // How much there is of two kinds, at most `most` each: as it was when this process had the
+    // metadata last, which is not taken back for it unless nothing is known yet. False where nobody
+    // knows.
+    struct Amounts {
+        UINT64 locks = 0; // that have not expired by `now`
+        UINT64 deleted = 0;
+    };
+    virtual bool Count(UINT64 now, UINT64 most, Amounts* out) = 0;
     // The process ends: what is kept now stands in one place, for whoever copies it. What is still
     // in use stays open, and everything can go on as before.
     virtual void Checkpoint() = 0;

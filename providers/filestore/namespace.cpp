@@ -10,6 +10,7 @@
 #include "providers/filestore/access.h"
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/conditions.h"
+#include "providers/filestore/figures.h"
 #include "providers/filestore/folder.h"
 #include "providers/filestore/guard.h"
 #include "providers/filestore/locks.h"
@@ -17,6 +18,7 @@
 #include "providers/filestore/request_cache.h"
 #include "providers/filestore/room.h"
 #include "providers/filestore/trees.h"
+#include <kest/dav/volume_figures.h>
 
 namespace filestore {
 
@@ -333,6 +335,10 @@ TALSTATUS FileNamespace::IoctlRequest(SCHANDLE, UINT32 code, UINT32 inputLength,
             if (inputLength != sizeof(DAV_LOCK_PLACE) || !input || !outputLength || !output)
                 return Failure(kCodeInvalidParameter);
             return ListLock(static_cast<DAV_LOCK_PLACE*>(input), outputLength, output);
+        case kIoctlVolumeFigures:
+            if (inputLength != sizeof(UINT32) || !input || !outputLength || !output)
+                return Failure(kCodeInvalidParameter);
+            return DescribeVolume(store_, *static_cast<const UINT32*>(input), outputLength, output);
         case kIoctlBreakLock:
             return input ? BreakLock(store_, {static_cast<const char*>(input), inputLength})
                          : Failure(kCodeInvalidParameter);

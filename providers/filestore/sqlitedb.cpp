@@ -171,6 +171,8 @@ constexpr const char* kStatements[] = {
     "SELECT 1 FROM props LIMIT 1",
     "SELECT 1 FROM hidden LIMIT 1",
     "SELECT 1 FROM deleted LIMIT 1",
+    "SELECT count(*) FROM (SELECT 1 FROM locks WHERE expires > ?1 LIMIT ?2)",
+    "SELECT count(*) FROM (SELECT 1 FROM deleted LIMIT ?1)",
 };
 static_assert(std::size(kStatements) == static_cast<size_t>(Sql::Last));
 

@@ -69,6 +69,8 @@ enum class Sql {
     CountProperties,
     CountHidden,
     CountDeleted,
+    RowsOfLocks,
+    RowsOfDeleted,
     Last
 };
 

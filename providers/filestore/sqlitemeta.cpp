@@ -467,8 +467,7 @@ class SqliteSession final : public MetadataSession {
 
 class SqliteMetadata final : public Metadata {
   public:
-    explicit SqliteMetadata(std::shared_ptr<SharedDatabase> database)
-        : database_(std::move(database))
+    explicit SqliteMetadata(std::shared_ptr<SharedDatabase> shared) : database_(std::move(shared))
     {
     }
 
@@ -481,6 +480,7 @@ class SqliteMetadata final : public Metadata {
     bool MayHaveProperties() const override { return database_->MayHave(kHasProperties); }
     bool MayHaveDeleted() const override { return database_->MayHave(kHasDeleted); }
     bool IsInUse() const override { return database_->IsOwned(); }
+    bool Count(UINT64 t, UINT64 n, Amounts* a) override { return database_->Count(t, n, a); }
     void RecountFlags() override { database_->RecountFlags(); }
     void Checkpoint() override { database_->Checkpoint(); }
 

@@ -199,6 +199,31 @@ Database* SharedDatabase::Writer()
 
 // Sets the bits to what the tables hold. Inside a transaction that excludes other writers, so that
 // no row can be on its way while a bit is cleared.
+bool SharedDatabase::Count(UINT64 now, UINT64 most, Metadata::Amounts* out)
+{
+    const std::lock_guard lock(amountsMutex_); // one at a time is enough
+    if (knowsAmounts_ && !IsOwned()) {
+        *out = amounts_;
+        return true;
+    }
+    const Use use(*this);
+    std::unique_ptr<Database> db = Take();
+    if (!db)
+        return false;
+    {
+        Query locks(db.get(), Sql::RowsOfLocks);
+        Query deleted(db.get(), Sql::RowsOfDeleted);
+        knowsAmounts_ = locks.Bind(static_cast<INT64>(now)).Bind(static_cast<INT64>(most)).Step() &&
+                        deleted.Bind(static_cast<INT64>(most)).Step();
+        if (knowsAmounts_)
+            amounts_ = {static_cast<UINT64>(locks.Number(0)),
+                        static_cast<UINT64>(deleted.Number(0))};
+    }
+    GiveBack(std::move(db));
+    *out = amounts_;
+    return knowsAmounts_;
+}
+
 void SharedDatabase::Count(Database& db)
 {
     if (Failed(Query(&db, Sql::Begin).Run()))

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "providers/filestore/metadata.h"
 #include "providers/filestore/sqlitedb.h"
 
 namespace filestore {
@@ -64,6 +65,8 @@ class SharedDatabase {
     // Whether this process has the database now.
     bool IsOwned() const { return isOwned_; }
     DatabaseFailures& Failures() { return failures_; }
+    // See Metadata::Count.
+    bool Count(UINT64 now, UINT64 most, Metadata::Amounts* out);
     void RecountFlags();
     void Checkpoint();
 
@@ -99,6 +102,10 @@ class SharedDatabase {
 
     std::mutex connecting_;
     std::atomic<bool> isOwned_{false}; // changes under connecting_, or while nobody uses it
+
+    std::mutex amountsMutex_; // guards both
+    Metadata::Amounts amounts_;
+    bool knowsAmounts_ = false;
 
     std::mutex poolMutex_;
     std::vector<std::unique_ptr<Database>> pool_;

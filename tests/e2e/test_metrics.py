@@ -157,7 +157,7 @@ class Counts(MetricsCase):
             denied += 1
         scraped = self.scrape()
         self.assertEqual(scraped.all("kestd_sign_ins_total"), {
-            ("granted",): 1, ("denied",): denied, ("throttled",): 1})
+            ("granted",): 1, ("denied",): denied, ("throttled",): 1, ("unavailable",): 0})
         self.assertEqual(scraped.value("kestd_guessers_throttled"), 1)
 
     def test_a_failing_provider(self):
@@ -168,6 +168,40 @@ class Counts(MetricsCase):
         self.assertGreaterEqual(status, 500)
         self.assertEqual(sum(self.counted(1).all("kestd_provider_failures_total").values()), 1)
         self.assertEqual(self.scrape().value("kestd_provider_failures_total", status=str(status)), 1)
+
+    def test_volumes(self):
+        server = self.serve()
+        for name in ("a", "b", "c"):
+            server.request("PUT", url_path("docs", name), b"x")
+        self.assertEqual(server.request("DELETE", url_path("docs", "a")).status, 204)
+        body = (b'<D:lockinfo xmlns:D="DAV:"><D:lockscope><D:exclusive/></D:lockscope><D:locktype>'
+                b"<D:write/></D:locktype></D:lockinfo>")
+        self.assertEqual(server.request("LOCK", url_path("docs", "b"), body).status, 200)
+        scraped = self.scrape()
+        other = 'a "b"\\'
+        self.assertEqual(scraped.all("kestd_locks"), {("docs",): 1, (other,): 0})
+        self.assertEqual(scraped.all("kestd_kept_entries"), {("docs",): 1, (other,): 0})
+        self.assertEqual(scraped.all("kestd_volume_up"), {("docs",): 1, (other,): 1})
+        self.assertEqual(scraped.all("kestd_volume_writable"), {("docs",): 1, (other,): 1})
+        disk = os.statvfs(self.tree.path)
+        size = scraped.value("kestd_volume_size_bytes", volume="docs")
+        self.assertLessEqual(size, disk.f_blocks * disk.f_frsize)  # less what is kept for root
+        self.assertGreater(size, scraped.value("kestd_volume_free_bytes", volume="docs"))
+        self.assertGreater(scraped.value("kestd_volume_free_bytes", volume="docs"), 0)
+
+    def test_a_volume_that_goes_is_told(self):
+        self.serve()
+        self.assertEqual(self.ask("/ready")[0], 200)
+        os.rename(self.tree.path, self.tree.path + ".away")
+        self.addCleanup(lambda: os.path.exists(self.tree.path) or
+                        os.rename(self.tree.path + ".away", self.tree.path))
+        self.assertEqual(self.scrape().value("kestd_volume_up", volume="docs"), 0)
+        status, _, text = self.ask("/ready")
+        self.assertEqual((status, text),
+                         (503, "the volume 'docs' does not answer, or is not in its place\n"))
+        self.assertEqual(self.ask("/health")[0], 200)
+        os.rename(self.tree.path + ".away", self.tree.path)
+        self.assertEqual(self.ask("/ready")[0], 200)
 
     def test_connections(self):
         server = self.serve(Connections_Per_Address=2)
