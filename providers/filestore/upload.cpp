@@ -227,17 +227,81 @@ TALSTATUS Upload::StatusOfTaking(int error) const
     // The leaf became a directory, or its directory went, while the content arrived.
     if (error == EISDIR || error == ENOENT)
         return Failure(kCodeConflict);
-    // Another file system is mounted inside the volume: no rename reaches it.
     return error == EXDEV ? Failure(kCodeAccessDenied) : StatusFromErrno(error);
 }
 
-// A rename replaces what bears the name, a new link does not.
-TALSTATUS Upload::TakeName()
+// Brings the file to where a rename reaches its name: another file system is mounted inside the
+// volume. Known only now, as hardly anybody has one and every PUT would have to look for it; the
+// content that has arrived elsewhere is copied. EXDEV where that was done before.
+int Upload::CrossOver()
+{
+    if (nearby_.IsEntered())
+        return EXDEV;
+    std::string name = volume_.UniqueName();
+    if (const int error = nearby_.Enter(volume_.Fs(), parent_->Get()))
+        return error;
+    const int error = isUnnamed_ ? volume_.Fs().GiveName(file_.Get(), nearby_.Get(), name.c_str())
+                                 : CopyNearby(name);
+    if (error) {
+        nearby_.Leave();
+        return error;
+    }
+    if (!isUnnamed_)
+        left_ = std::move(tmpName_);
+    tmpName_ = std::move(name);
+    isUnnamed_ = false;
+    return 0;
+}
+
+// What the content was copied from. Another's is left alone until the copy has its name.
+void Upload::RemoveLeft(bool isPublished)
+{
+    if (left_.empty() || (origin_ != kNoFile && !isPublished))
+        return;
+    const FileHandle directory = origin_ == kNoFile ? volume_.Tmp() : origin_;
+    (void)volume_.Fs().RemoveFile(directory, left_.c_str()); // else the next start does
+    left_.clear();
+}
+
+int Upload::CopyNearby(const std::string& name)
 {
     FileSystem& fs = volume_.Fs();
-    const int error = isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), Leaf())
-                                 : fs.Rename(Origin(), tmpName_.c_str(), parent_->Get(), Leaf(),
-                                             !mustBeFree_ && mayChange_);
+    FileInfo info;
+    if (const int error = fs.Inspect(file_.Get(), &info))
+        return error;
+    OpenFile copy;
+    if (const int error = fs.CreateFile(nearby_.Get(), name.c_str(), copy.Out(fs)))
+        return error;
+    int error = fs.CopyContent(file_.Get(), copy.Get(), info.size, {});
+    std::swap(file_, copy);
+    if (error == 0)
+        error = ApplyAttributes();
+    if (error == 0 && volume_.Sync() != SyncLevel::None)
+        error = fs.Sync(file_.Get(), volume_.Sync() == SyncLevel::Full);
+    if (error) {
+        std::swap(file_, copy);
+        (void)fs.RemoveFile(nearby_.Get(), name.c_str());
+    }
+    return error;
+}
+
+// A rename replaces what bears the name, a new link does not.
+int Upload::LinkOrRename()
+{
+    FileSystem& fs = volume_.Fs();
+    return isUnnamed_ ? fs.GiveName(file_.Get(), parent_->Get(), Leaf())
+                      : fs.Rename(Origin(), tmpName_.c_str(), parent_->Get(), Leaf(),
+                                  !mustBeFree_ && mayChange_);
+}
+
+TALSTATUS Upload::TakeName()
+{
+    int error = LinkOrRename();
+    if (error == EXDEV) {
+        error = CrossOver();
+        if (error == 0)
+            error = LinkOrRename();
+    }
     if (error == EEXIST && !mayChange_)
         return JudgeRights(true); // somebody was faster
     return error == EEXIST && !mustBeFree_ ? Replace() : StatusOfTaking(error);
@@ -261,6 +325,8 @@ TALSTATUS Upload::NameInTmp()
     int error = ApplyAttributes();
     if (error == 0)
         error = volume_.Fs().GiveName(file_.Get(), volume_.Tmp(), name.c_str());
+    if (error == EXDEV)
+        return StatusFromErrno(CrossOver());
     if (error)
         return StatusFromErrno(error);
     tmpName_ = std::move(name);
@@ -295,7 +361,12 @@ TALSTATUS Upload::ReplaceJudged(const FileInfo& there)
     const auto trade = [&] {
         return fs.Exchange(Origin(), tmpName_.c_str(), parent_->Get(), Leaf());
     };
-    const int error = trade();
+    int error = trade();
+    if (error == EXDEV) {
+        error = CrossOver();
+        if (error == 0)
+            error = trade();
+    }
     if (error == EOPNOTSUPP)
         return TakeName();
     if (error)
@@ -322,6 +393,8 @@ TALSTATUS Upload::Publish()
     }
     tmpName_.clear();
     isUnnamed_ = false;
+    RemoveLeft(true);
+    nearby_.Leave();
     // It has the name: another try with more room would find it taken.
     const int error = volume_.SyncNames(parent_->Get());
     return StatusFromErrno(IsFull(error) ? EIO : error);
@@ -329,8 +402,10 @@ TALSTATUS Upload::Publish()
 
 void Upload::Discard()
 {
-    if (!tmpName_.empty() && origin_ == kNoFile)
+    if (!tmpName_.empty() && (origin_ == kNoFile || nearby_.IsEntered()))
         (void)volume_.Fs().RemoveFile(Origin(), tmpName_.c_str()); // else the next start does
+    RemoveLeft(false);
+    nearby_.Leave();
     tmpName_.clear();
     isUnnamed_ = false;
     file_.Reset();

@@ -11,6 +11,7 @@
 #include <kest/dav.h>
 
 #include "providers/filestore/conditions.h"
+#include "providers/filestore/nearby.h"
 #include "providers/filestore/store.h"
 
 namespace filestore {
@@ -67,7 +68,16 @@ class Upload {
     TALSTATUS JudgeRights(bool isThere) const;
     TALSTATUS LookAtName();
     // Where the file has its name until it is in place.
-    FileHandle Origin() const { return origin_ == kNoFile ? volume_.Tmp() : origin_; }
+    FileHandle Origin() const
+    {
+        if (nearby_.IsEntered())
+            return nearby_.Get();
+        return origin_ == kNoFile ? volume_.Tmp() : origin_;
+    }
+    int CrossOver();
+    int CopyNearby(const std::string& name);
+    void RemoveLeft(bool isPublished);
+    int LinkOrRename();
     int MakeUnnamed();
     TALSTATUS TakeName();
     TALSTATUS TakeJudgedName();
@@ -87,6 +97,8 @@ class Upload {
     DirectoryRef parent_;
     OpenFile file_;
     FileHandle origin_ = kNoFile; // the caller's directory that the file lies in; none: Tmp()
+    Nearby nearby_;               // where it lies after CrossOver,
+    std::string left_;            // and the name of what it was copied from
     std::string tmpName_;         // empty: nothing to put in place or to remove, or
     bool isUnnamed_ = false;      // a file that goes by itself
     std::string path_;

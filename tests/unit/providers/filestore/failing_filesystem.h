@@ -6,11 +6,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <functional>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "providers/filestore/filesystem.h"
 
@@ -34,6 +38,8 @@ class FailingFileSystem final : public FileSystem {
     bool onlyWatches = false;        // and nothing else does
     std::function<void(FileHandle)> onSync;
     std::function<bool()> isFull; // the disk; asked where it is set
+    // Where another file system is mounted, as an absolute path; empty: nowhere.
+    std::string mountedAt;
     // Asked by every call that changes, opens or reads something: the error to fail with, or 0.
     std::function<int(const char* operation)> judge;
 
@@ -137,6 +143,8 @@ class FailingFileSystem final : public FileSystem {
     }
     int GiveName(FileHandle file, FileHandle d, const char* name) override
     {
+        if (AreApart(file, d))
+            return EXDEV;
         return Fail(__func__) ? error.load() : real_->GiveName(file, d, name);
     }
     int MakeDirectory(FileHandle d, const char* name) override
@@ -154,6 +162,8 @@ class FailingFileSystem final : public FileSystem {
     int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory, const char* to,
                bool replace) override
     {
+        if (AreApart(fromDirectory, toDirectory))
+            return EXDEV;
         return Fail(__func__) ? error.load()
                               : real_->Rename(fromDirectory, from, toDirectory, to, replace);
     }
@@ -168,6 +178,8 @@ class FailingFileSystem final : public FileSystem {
     {
         if (!hasExchange)
             return EOPNOTSUPP;
+        if (AreApart(directory, otherDirectory))
+            return EXDEV;
         return Fail(__func__) ? error.load()
                               : real_->Exchange(directory, name, otherDirectory, otherName);
     }
@@ -208,6 +220,19 @@ class FailingFileSystem final : public FileSystem {
     bool IsInPlace() override { return real_->IsInPlace(); }
 
   private:
+    bool IsMounted(FileHandle handle) const
+    {
+        char path[PATH_MAX] = {};
+        const std::string link = "/proc/self/fd/" + std::to_string(handle);
+        EXPECT_GT(::readlink(link.c_str(), path, sizeof path - 1), 0);
+        const std::string_view text(path);
+        return text.starts_with(mountedAt) &&
+               (text.size() == mountedAt.size() || text[mountedAt.size()] == '/');
+    }
+    bool AreApart(FileHandle a, FileHandle b) const
+    {
+        return !mountedAt.empty() && IsMounted(a) != IsMounted(b);
+    }
     bool IsFull() const { return isFull && isFull(); }
     bool Judged(const char* operation) { return judge && (error = judge(operation)) != 0; }
     bool Fail(const char* operation)

@@ -4,6 +4,7 @@ kest_test(filestore_unit_test SHARDS 4
           ${CMAKE_CURRENT_LIST_DIR}/upload_test.cpp ${CMAKE_CURRENT_LIST_DIR}/metadata_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/upgrade_test.cpp ${CMAKE_CURRENT_LIST_DIR}/replace_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/linkwalk_test.cpp
+          ${CMAKE_CURRENT_LIST_DIR}/mounted_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/room_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/looks_test.cpp
           ${CMAKE_CURRENT_LIST_DIR}/parsed_paths_test.cpp ${CMAKE_CURRENT_LIST_DIR}/etag_test.cpp
