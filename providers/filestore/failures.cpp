@@ -31,6 +31,7 @@ UINT16 CodeOf(int error) noexcept
     case EACCES:
     case EPERM:
     case EROFS:
+    case EREMOTE: // another file system inside the volume, where no rename leads
     case ETXTBSY:
         return kCodeAccessDenied;
     case ENAMETOOLONG:

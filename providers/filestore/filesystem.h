@@ -133,16 +133,18 @@ class FileSystem {
     // The same without a name: it goes with its handle unless GiveName gives it one. EOPNOTSUPP
     // where the file system has no such files.
     virtual int CreateUnnamed(FileHandle directory, FileHandle* out) = 0;
-    // EEXIST when the name is taken.
+    // EEXIST when the name is taken; EREMOTE as of Rename.
     virtual int GiveName(FileHandle file, FileHandle directory, const char* name) = 0;
     virtual int MakeDirectory(FileHandle directory, const char* name) = 0;
     // The text of a link, and a new one.
     virtual int ReadLink(FileHandle directory, const char* name, std::string* out) = 0;
     virtual int MakeLink(const char* text, FileHandle directory, const char* name) = 0;
-    // EEXIST when `replace` is false and the new name is taken.
+    // EEXIST when `replace` is false and the new name is taken. EREMOTE where the directories are
+    // not of one file system: another one is mounted inside the volume.
     virtual int Rename(FileHandle fromDirectory, const char* from, FileHandle toDirectory,
                        const char* to, bool replace) = 0;
-    // The two names trade what they bear, in one step. EOPNOTSUPP where the file system cannot.
+    // The two names trade what they bear, in one step. EOPNOTSUPP where the file system cannot,
+    // EREMOTE as of Rename.
     virtual int Exchange(FileHandle directory, const char* name, FileHandle otherDirectory,
                          const char* otherName) = 0;
     virtual int RemoveFile(FileHandle directory, const char* name) = 0;

@@ -3,6 +3,8 @@
 // System calls on files that the C library has no form of, or whose answers need translating.
 #pragma once
 
+#include <cerrno>
+
 #include <climits>
 #include <cstddef>
 
@@ -14,6 +16,13 @@
 #include "providers/filestore/filesystem.h"
 
 namespace filestore {
+
+// What an operation on two directories failed by. EXDEV is told by openings, too, of paths that
+// leave the volume.
+inline int OfTwoDirectories(int error)
+{
+    return error == EXDEV ? EREMOTE : error;
+}
 
 // "/proc/self/fd/N[/name]": names an object that a descriptor leads to, where a call has no form
 // that takes the descriptor.

@@ -251,10 +251,10 @@ class PosixFileSystem final : public FileSystem {
         // ENOENT: before Linux 6.10 only a privileged process may name a file by its handle. Where
         // it is the directory that has gone, the other way says so, too.
         if (errno != ENOENT)
-            return errno;
-        return Result(Retry([&] {
+            return OfTwoDirectories(errno);
+        return OfTwoDirectories(Result(Retry([&] {
             return ::linkat(AT_FDCWD, ProcPath(file).text, directory, name, AT_SYMLINK_FOLLOW);
-        }));
+        })));
     }
     int MakeDirectory(FileHandle directory, const char* name) override
     {
@@ -280,12 +280,12 @@ class PosixFileSystem final : public FileSystem {
             return Retry([&] { return ::renameat2(fromDirectory, from, toDirectory, to, flags); });
         };
         if (replace)
-            return Result(rename(0));
+            return OfTwoDirectories(Result(rename(0)));
         if (rename(RENAME_NOREPLACE) == 0)
             return 0;
         if (errno != EINVAL && errno != ENOSYS)
-            return errno;
-        return RenameByLink(fromDirectory, from, toDirectory, to);
+            return OfTwoDirectories(errno);
+        return OfTwoDirectories(RenameByLink(fromDirectory, from, toDirectory, to));
     }
     int Exchange(FileHandle directory, const char* name, FileHandle otherDirectory,
                  const char* otherName) override
@@ -294,7 +294,7 @@ class PosixFileSystem final : public FileSystem {
                 return ::renameat2(directory, name, otherDirectory, otherName, RENAME_EXCHANGE);
             }) == 0)
             return 0;
-        return errno == EINVAL || errno == ENOSYS ? EOPNOTSUPP : errno;
+        return errno == EINVAL || errno == ENOSYS ? EOPNOTSUPP : OfTwoDirectories(errno);
     }
     int RemoveFile(FileHandle directory, const char* name) override
     {

@@ -225,18 +225,16 @@ TALSTATUS Upload::StatusOfTaking(int error) const
     if (error == EEXIST)
         return Failure(kCodePreconditionFailed); // it had to be free
     // The leaf became a directory, or its directory went, while the content arrived.
-    if (error == EISDIR || error == ENOENT)
-        return Failure(kCodeConflict);
-    return error == EXDEV ? Failure(kCodeAccessDenied) : StatusFromErrno(error);
+    return error == EISDIR || error == ENOENT ? Failure(kCodeConflict) : StatusFromErrno(error);
 }
 
 // Brings the file to where a rename reaches its name: another file system is mounted inside the
 // volume. Known only now, as hardly anybody has one and every PUT would have to look for it; the
-// content that has arrived elsewhere is copied. EXDEV where that was done before.
+// content that has arrived elsewhere is copied. EREMOTE where that was done before.
 int Upload::CrossOver()
 {
     if (nearby_.IsEntered())
-        return EXDEV;
+        return EREMOTE;
     std::string name = volume_.UniqueName();
     if (const int error = nearby_.Enter(volume_.Fs(), parent_->Get()))
         return error;
@@ -297,7 +295,7 @@ int Upload::LinkOrRename()
 TALSTATUS Upload::TakeName()
 {
     int error = LinkOrRename();
-    if (error == EXDEV) {
+    if (error == EREMOTE) {
         error = CrossOver();
         if (error == 0)
             error = LinkOrRename();
@@ -325,7 +323,7 @@ TALSTATUS Upload::NameInTmp()
     int error = ApplyAttributes();
     if (error == 0)
         error = volume_.Fs().GiveName(file_.Get(), volume_.Tmp(), name.c_str());
-    if (error == EXDEV)
+    if (error == EREMOTE)
         return StatusFromErrno(CrossOver());
     if (error)
         return StatusFromErrno(error);
@@ -362,7 +360,7 @@ TALSTATUS Upload::ReplaceJudged(const FileInfo& there)
         return fs.Exchange(Origin(), tmpName_.c_str(), parent_->Get(), Leaf());
     };
     int error = trade();
-    if (error == EXDEV) {
+    if (error == EREMOTE) {
         error = CrossOver();
         if (error == 0)
             error = trade();

@@ -204,7 +204,7 @@ class MemoryFileSystem final : public FileSystem {
     {
         const Busy busy;
         if (machine_.handles[fromDirectory].top != machine_.handles[toDirectory].top)
-            return EXDEV;
+            return EREMOTE;
         const Inode* const moved = Disk().Find(At(fromDirectory, from));
         const Inode* const replaced = Disk().Find(At(toDirectory, to));
         if (!moved)
@@ -222,7 +222,7 @@ class MemoryFileSystem final : public FileSystem {
     {
         const Busy busy;
         if (machine_.handles[oneDirectory].top != machine_.handles[otherDirectory].top)
-            return EXDEV;
+            return EREMOTE;
         if (At(oneDirectory, one) == kNoInode || At(otherDirectory, other) == kNoInode)
             return ENOENT;
         return MoveName(Event::Exchange, oneDirectory, one, otherDirectory, other);

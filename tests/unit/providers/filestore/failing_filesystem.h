@@ -144,7 +144,7 @@ class FailingFileSystem final : public FileSystem {
     int GiveName(FileHandle file, FileHandle d, const char* name) override
     {
         if (AreApart(file, d))
-            return EXDEV;
+            return EREMOTE;
         return Fail(__func__) ? error.load() : real_->GiveName(file, d, name);
     }
     int MakeDirectory(FileHandle d, const char* name) override
@@ -163,7 +163,7 @@ class FailingFileSystem final : public FileSystem {
                bool replace) override
     {
         if (AreApart(fromDirectory, toDirectory))
-            return EXDEV;
+            return EREMOTE;
         return Fail(__func__) ? error.load()
                               : real_->Rename(fromDirectory, from, toDirectory, to, replace);
     }
@@ -179,7 +179,7 @@ class FailingFileSystem final : public FileSystem {
         if (!hasExchange)
             return EOPNOTSUPP;
         if (AreApart(directory, otherDirectory))
-            return EXDEV;
+            return EREMOTE;
         return Fail(__func__) ? error.load()
                               : real_->Exchange(directory, name, otherDirectory, otherName);
     }

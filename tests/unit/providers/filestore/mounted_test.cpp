@@ -104,6 +104,24 @@ TEST_P(MountedInside, ALinkIsNoPrivateDirectory)
     EXPECT_TRUE(Leftovers(world.directory.Path() / ".kest/tmp").empty());
 }
 
+// Nothing is carried across the edge, and nobody is told that it is not there.
+TEST_P(MountedInside, WhatWouldCrossTheEdgeIsRefused)
+{
+    Mounted world(GetParam());
+    std::ofstream(world.directory.Path() / "top") << "top content";
+    const auto code = [](TALSTATUS status) { return Code(status); };
+    Client client(*world.store);
+    EXPECT_EQ(kCodeAccessDenied, code(client.Delete("/v/mnt/old")));
+    EXPECT_EQ(kCodeAccessDenied, code(client.Move("/v/top", "/v/mnt/top")));
+    EXPECT_EQ(kCodeAccessDenied, code(client.Move("/v/mnt/old", "/v/up")));
+    EXPECT_EQ(kCodeAccessDenied, code(client.Copy("/v/top", "/v/mnt/top")));
+    EXPECT_EQ(kCodeSuccess, code(client.Move("/v/mnt/old", "/v/mnt/new")));
+    EXPECT_EQ("old content", Contents(world.mount / "new"));
+    EXPECT_EQ("top content", Contents(world.directory.Path() / "top"));
+    EXPECT_EQ(1, std::distance(fs::directory_iterator(world.mount), {}));
+    world.ExpectNothingLeft();
+}
+
 // Whatever call fails, the old content stands or the new.
 TEST_P(MountedInside, EveryCallMayFail)
 {

@@ -193,6 +193,7 @@ TEST(Failures, ErrorsOfTheSystemBecomeCodes)
                                            {ENOENT, kCodeNotFound},
                                            {ELOOP, kCodeNotFound},
                                            {EXDEV, kCodeNotFound},
+                                           {EREMOTE, kCodeAccessDenied},
                                            {EACCES, kCodeAccessDenied},
                                            {EROFS, kCodeAccessDenied},
                                            {ENAMETOOLONG, kCodeNameTooLong},

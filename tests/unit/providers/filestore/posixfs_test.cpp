@@ -171,6 +171,23 @@ TEST(FileStorePosixFs, TellsTheRoomOfWhatIsMountedBelowTheTop)
     EXPECT_EQ(before, OpenDescriptors());
 }
 
+// Unlike a path that leaves the volume, which finds nothing.
+TEST(FileStorePosixFs, TellsThatNoNameLeadsIntoAnotherFileSystem)
+{
+    int error = 0;
+    const TempDirectory scratch;
+    std::ofstream(scratch.Path() / "file") << "x";
+    const std::unique_ptr<FileSystem> fs = OpenPosixFileSystem("/", &error);
+    OpenFile here;
+    OpenFile there;
+    const std::string top = scratch.Path().string().substr(1);
+    ASSERT_EQ(0, fs->Open(top.c_str(), OpenFor::Directory, here.Out(*fs)));
+    ASSERT_EQ(0, fs->Open("proc", OpenFor::Directory, there.Out(*fs)));
+    for (const bool replace : {true, false})
+        EXPECT_EQ(EREMOTE, fs->Rename(here.Get(), "file", there.Get(), "file", replace));
+    EXPECT_EQ(EREMOTE, fs->Exchange(here.Get(), "file", there.Get(), "version"));
+}
+
 TEST(FileStorePosixFs, AListingThatRunsOutOfMemoryLeavesNothingOpen)
 {
     class Short final : public NameSink {
