@@ -15,36 +15,44 @@ namespace kestd {
 // For one thread at a time. Before Begin, and without rules, everything is allowed.
 class RequestAccess {
   public:
-    // `rules` (may be null), `user` (empty: not signed in) and `told` (see AccessRules::SubjectOf)
-    // outlive the request. Throws std::bad_alloc.
+    // `rules` and `limits` (both may be null: allow everything), `user` (empty: not signed in) and
+    // `told` (see AccessRules::SubjectOf) outlive the request. What the limits deny is denied,
+    // whatever the rules say. Throws std::bad_alloc.
     void Begin(const AccessRules* rules, std::string_view user,
-               const std::vector<std::string>* told)
+               const std::vector<std::string>* told, const AccessRules* limits = nullptr)
     {
         rules_ = rules;
+        limits_ = limits;
         if (rules)
             subject_ = rules->SubjectOf(user, told);
+        if (limits)
+            limited_ = limits->SubjectOf(user, nullptr);
     }
     void Reset() noexcept
     {
-        if (!rules_)
+        if (!IsRestricted())
             return;
         rules_ = nullptr;
+        limits_ = nullptr;
         subject_ = {};
+        limited_ = {};
         denied_ = 0;
         askedSize_ = 0;
     }
 
-    bool IsRestricted() const noexcept { return rules_ != nullptr; }
+    bool IsRestricted() const noexcept { return rules_ || limits_; }
     const AccessRules* Rules() const noexcept { return rules_; }
     const AccessSubject& Subject() const noexcept { return subject_; }
     // The stage and the provider mostly ask about the same path.
     Rights At(std::string_view path) noexcept
     {
-        if (!rules_)
+        if (!IsRestricted())
             return kRightsAll;
         if (path == std::string_view(asked_.data(), askedSize_) && askedSize_ != 0)
             return answer_;
-        const Rights rights = rules_->At(subject_, path);
+        Rights rights = rules_ ? rules_->At(subject_, path) : kRightsAll;
+        if (limits_)
+            rights &= limits_->At(limited_, path);
         if (path.size() <= asked_.size()) {
             askedSize_ = path.copy(asked_.data(), asked_.size());
             answer_ = rights;
@@ -54,17 +62,24 @@ class RequestAccess {
     Rights OfMembers(std::string_view path, bool& isUniform) const noexcept
     {
         isUniform = true;
-        return rules_ ? rules_->OfMembers(subject_, path, isUniform) : kRightsAll;
+        Rights rights = rules_ ? rules_->OfMembers(subject_, path, isUniform) : kRightsAll;
+        if (limits_) {
+            bool isSame = true;
+            rights &= limits_->OfMembers(limited_, path, isSame);
+            isUniform = isUniform && isSame;
+        }
+        return rights;
     }
     Rights Below(std::string_view path) const noexcept
     {
-        return rules_ ? rules_->Below(subject_, path) : kRightsAll;
+        const Rights rights = rules_ ? rules_->Below(subject_, path) : kRightsAll;
+        return limits_ ? rights & limits_->Below(limited_, path) : rights;
     }
 
     // Keeps the first refusal for the reply. Throws std::bad_alloc.
     void Deny(std::string_view path, Rights rights)
     {
-        if (!rules_ || denied_ || !rights)
+        if (!IsRestricted() || denied_ || !rights)
             return;
         deniedPath_ = path;
         denied_ = rights;
@@ -74,7 +89,9 @@ class RequestAccess {
 
   private:
     const AccessRules* rules_ = nullptr;
+    const AccessRules* limits_ = nullptr; // of the app password
     AccessSubject subject_;
+    AccessSubject limited_; // the same in the numbers of the limits
     Rights denied_ = 0;
     std::string deniedPath_;      // keeps its room
     std::array<char, 256> asked_; // the path of the last question

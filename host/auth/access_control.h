@@ -25,6 +25,8 @@ struct Credentials {
     SuspendableCall* call = nullptr; // the request's, which may wait; null: its thread waits
 };
 
+class AccessRules; // host/access
+
 struct AuthResult {
     enum class Outcome {
         Granted,
@@ -39,8 +41,9 @@ struct AuthResult {
     // Groups that the sign-in knows the user to be in, in lower case; null: none but those of the
     // configuration.
     std::shared_ptr<const std::vector<std::string>> groups;
-    std::string setCookie; // value of "Set-Cookie" to send, empty for none
-    std::string challenge; // value of "WWW-Authenticate"
+    std::shared_ptr<const AccessRules> limits; // of the app password that was shown; null: none
+    std::string setCookie;                     // value of "Set-Cookie" to send, empty for none
+    std::string challenge;                     // value of "WWW-Authenticate"
     std::chrono::seconds retryAfter{0};
 
     void Clear() noexcept
@@ -49,6 +52,7 @@ struct AuthResult {
         session = {};
         user.clear();
         groups.reset();
+        limits.reset();
         setCookie.clear();
         challenge.clear();
         retryAfter = {};

@@ -31,58 +31,11 @@ HashPool::Limits RemotePoolLimits(const AuthLimits& limits)
     return {limits.remoteAtOnce, limits.waiters, limits.longestWait};
 }
 
-// Whether another machine is asked about the name, as far as it is known beforehand.
-bool NeedsRemote(const CredentialsSources& sources, std::string_view name) noexcept
-{
-    for (const auto& source : sources) {
-        if (source->IsRemote())
-            return true;
-        if (source->Knows(name))
-            return false;
-    }
-    return false;
-}
-
-bool IsKnown(const CredentialsSources& sources, std::string_view name) noexcept
-{
-    for (const auto& source : sources)
-        if (source->Knows(name))
-            return true;
-    return false;
-}
-
-bool IsCurrentIn(const CredentialsSources& sources, const Principal& principal)
-{
-    for (const auto& source : sources)
-        if (source->Name() == principal.source)
-            return source->IsCurrent(principal);
-    return false;
-}
-
-// The first source that knows the name decides. One that finds it under another spelling does not,
-// where an earlier one knows that spelling: nobody gets round the order by typing "ANNA".
-Verdict Ask(const CredentialsSources& sources, const std::string& name, std::string_view password,
-            bool& hasAskedRemote)
-{
-    for (size_t i = 0; i < sources.size(); ++i) {
-        Verdict verdict = sources[i]->Check(name, password);
-        hasAskedRemote = hasAskedRemote || sources[i]->IsRemote();
-        if (verdict.outcome == Verdict::Outcome::UnknownUser)
-            continue;
-        if (verdict.outcome == Verdict::Outcome::Granted && verdict.who->name != name)
-            for (size_t earlier = 0; earlier < i; ++earlier)
-                if (sources[earlier]->Knows(verdict.who->name))
-                    return {Verdict::Outcome::Wrong, nullptr};
-        return verdict;
-    }
-    return {Verdict::Outcome::UnknownUser, nullptr};
-}
-
 } // namespace
 
 Authenticator::Authenticator(const AuthLimits& limits, const Clock& clock, Matcher matches)
     : clock_(clock), matches_(std::move(matches)), limits_(limits), guessLimits_(clock),
-      sources_(std::make_shared<const CredentialsSources>()), pool_(PoolLimits(limits)),
+      order_(std::make_shared<const SignInOrder>()), pool_(PoolLimits(limits)),
       remotePool_(RemotePoolLimits(limits))
 {
     if (getentropy(salt_.data(), salt_.size()) != 0)
@@ -106,11 +59,28 @@ void Authenticator::SetUsers(UserMap users)
 
 void Authenticator::SetSources(CredentialsSources sources)
 {
-    auto fresh = std::make_shared<const CredentialsSources>(std::move(sources));
     const std::lock_guard lock(mutex_);
-    sources_ = std::move(fresh);
+    TakeOver({std::move(sources), order_->apps});
+}
+
+void Authenticator::SetAppPasswords(AppPasswords apps)
+{
+    const std::lock_guard lock(mutex_);
+    for (auto& [id, one] : apps.entries) // the times of use go on
+        if (const auto known = order_->apps.Find(id, one->user)) {
+            auto same = std::make_shared<AppPassword>(*one);
+            same->used = known->used;
+            one = std::move(same);
+        }
+    TakeOver({order_->sources, std::move(apps)});
+}
+
+// With mutex_ held.
+void Authenticator::TakeOver(SignInOrder order)
+{
+    order_ = std::make_shared<const SignInOrder>(std::move(order));
     for (auto entry = entries_.begin(); entry != entries_.end();) {
-        if (IsCurrentIn(*sources_, *entry->who->principal)) {
+        if (order_->IsCurrent(*entry->who->principal)) {
             ++entry;
             continue;
         }
@@ -125,14 +95,15 @@ size_t Authenticator::ThrottledGuessers() const
     return guessLimits_.Throttled();
 }
 
+std::shared_ptr<const SignInOrder> Authenticator::Order() const
+{
+    const std::lock_guard lock(mutex_);
+    return order_;
+}
+
 bool Authenticator::IsCurrent(const Principal& principal) const
 {
-    std::shared_ptr<const CredentialsSources> sources;
-    {
-        const std::lock_guard lock(mutex_);
-        sources = sources_;
-    }
-    return IsCurrentIn(*sources, principal);
+    return Order()->IsCurrent(principal);
 }
 
 Digest Authenticator::DigestOf(std::string_view text) const
@@ -261,6 +232,7 @@ std::shared_ptr<Verified> Authenticator::FindCached(const Digest& digest)
     entry->until = std::min(clock_.Now() + limits_.cacheTime, entry->latest);
     if (entry != entries_.begin())
         entries_.splice(entries_.begin(), entries_, entry);
+    entry->who->NoteUse();
     return entry->who;
 }
 
@@ -275,7 +247,11 @@ void Authenticator::Remember(const Digest& digest, const std::shared_ptr<Verifie
         entries_.pop_back();
     }
     const TimePoint until = clock_.Now() + limits_.cacheTime;
-    entries_.push_front({digest, who, until, isRemote ? until : TimePoint::max()});
+    TimePoint latest = isRemote ? until : TimePoint::max();
+    if (who->ends)
+        latest = std::min(latest, clock_.Now() + std::chrono::seconds(std::max<int64_t>(
+                                                     who->ends - std::time(nullptr), 0)));
+    entries_.push_front({digest, who, std::min(until, latest), latest});
     try {
         cache_.emplace(digest, entries_.begin());
     } catch (...) {
@@ -338,7 +314,7 @@ std::shared_ptr<Authenticator::Guess> Authenticator::FindGuess(const Digest& dig
 Authenticator::Result Authenticator::Begin(const std::shared_ptr<Guess>& guess)
 {
     guess->key = guessLimits_.KeyOf(guess->source);
-    guess->pool = NeedsRemote(*sources_, guess->name) ? &remotePool_ : &pool_;
+    guess->pool = order_->NeedsRemote(guess->name) ? &remotePool_ : &pool_;
     const auto count = [&](const Digest& key) {
         const auto found = pending_.find(key);
         return found == pending_.end() ? 0 : found->second;
@@ -359,7 +335,7 @@ Authenticator::Result Authenticator::Begin(const std::shared_ptr<Guess>& guess)
     bool isQueued = false;
     try {
         guesses_.emplace(guess->digest, guess);
-        const bool isKnown = IsKnown(*sources_, guess->name) || granted_.Find(guess->source.name);
+        const bool isKnown = order_->IsKnown(guess->name) || granted_.Find(guess->source.name);
         isQueued = guess->pool->Submit(
             guess, isKnown ? HashPool::Priority::User : HashPool::Priority::Other, joined_);
     } catch (...) {
@@ -448,10 +424,10 @@ Authenticator::Result Authenticator::CheckPassword(Guess& guess)
     // Others may have guessed wrong meanwhile.
     if ((guess.wait = guessLimits_.Wait(guess.source)).count() > 0)
         return Result::Throttled;
-    const std::shared_ptr<const CredentialsSources> sources = sources_;
+    const std::shared_ptr<const SignInOrder> order = order_;
     lock.unlock();
     bool hasAskedRemote = false;
-    Verdict verdict = Ask(*sources, guess.name, guess.password.text, hasAskedRemote);
+    Verdict verdict = order->Ask(guess.name, guess.password.text, hasAskedRemote);
     // An unknown name costs the same hash, so that the time does not tell. Where a server was
     // asked, its own time tells.
     if (verdict.outcome == Verdict::Outcome::UnknownUser && !hasAskedRemote)
@@ -460,6 +436,10 @@ Authenticator::Result Authenticator::CheckPassword(Guess& guess)
     if (verdict.outcome == Verdict::Outcome::Granted) {
         made = std::make_shared<Verified>();
         made->principal = std::move(verdict.who);
+        if (const AppPassword* const app = order->AppOf(*made->principal)) {
+            made->used = app->used;
+            made->ends = app->ends;
+        }
     }
     lock.lock();
     if (verdict.outcome == Verdict::Outcome::Unavailable) {
@@ -467,7 +447,7 @@ Authenticator::Result Authenticator::CheckPassword(Guess& guess)
         return Result::Unavailable;
     }
     // The users may have changed meanwhile.
-    if (!made || (sources != sources_ && !IsCurrentIn(*sources_, *made->principal))) {
+    if (!made || (order != order_ && !order_->IsCurrent(*made->principal))) {
         AuditSignIn(guess.name, guess.remote, "denied");
         TellWrong(guess.name, guess.remote, guessLimits_.Wrong(guess.source));
         return Result::Denied;
@@ -476,6 +456,7 @@ Authenticator::Result Authenticator::CheckPassword(Guess& guess)
     guessLimits_.Right(guess.source);
     granted_.Touch(guess.source.name) = true;
     Remember(guess.digest, made, hasAskedRemote);
+    made->NoteUse();
     guess.who = std::move(made);
     return Result::Granted;
 }

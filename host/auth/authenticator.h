@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <list>
 #include <memory>
@@ -18,10 +19,10 @@
 #include <unordered_map>
 
 #include "host/auth/clock.h"
-#include "host/auth/credentials_source.h"
 #include "host/auth/guess_limits.h"
 #include "host/auth/hash_pool.h"
 #include "host/auth/sessions.h"
+#include "host/auth/sign_in_order.h"
 #include "host/auth/suspendable_call.h"
 #include "host/auth/user_list.h"
 #include "host/auth/users.h"
@@ -33,6 +34,16 @@ namespace kestd {
 struct Verified {
     std::shared_ptr<const Principal> principal;
     std::atomic<uint64_t> session{0}; // a guess at the session to use, kept by who uses it
+    // Of an app password: when it was used, null for none, and when it ends (0: never); seconds
+    // since 1970.
+    std::shared_ptr<std::atomic<int64_t>> used;
+    int64_t ends = 0;
+
+    void NoteUse() const noexcept
+    {
+        if (used)
+            used->store(std::time(nullptr), std::memory_order_relaxed);
+    }
 };
 
 class Authenticator {
@@ -49,7 +60,11 @@ class Authenticator {
     // Takes over other sources, in the order in which they are asked. Verified credentials of users
     // who are not the same any more are forgotten at once, those of checks that run now included.
     void SetSources(CredentialsSources sources);
-    // The same with a list of users as the only source.
+    // Likewise other app passwords; those that stay keep the times of their use.
+    void SetAppPasswords(AppPasswords apps);
+    // What decides now.
+    std::shared_ptr<const SignInOrder> Order() const;
+    // As SetSources with a list of users as the only source.
     void SetUsers(UserMap users);
     void SetLimits(const AuthLimits& limits);
     // Whether a principal still stands for a user as he is, as far as it is known without asking
@@ -87,6 +102,7 @@ class Authenticator {
     };
     using Entries = std::list<Entry>;
 
+    void TakeOver(SignInOrder order);
     Digest DigestOf(std::string_view text) const;
     GuessSource SourceOf(std::string name, std::string_view remote) const;
     std::shared_ptr<Verified> FindCached(const Digest& digest);
@@ -110,9 +126,9 @@ class Authenticator {
     AuthLimits limits_;
     GuessLimits guessLimits_;
     std::unordered_map<Digest, uint32_t, DigestHash> pending_; // guesses on their way to a hash
-    std::shared_ptr<const CredentialsSources> sources_;
-    BoundedTable<bool> granted_{GuessLimits::kEntries}; // names that have signed in
-    Entries entries_;                                   // the last used first
+    std::shared_ptr<const SignInOrder> order_;                 // never null
+    BoundedTable<bool> granted_{GuessLimits::kEntries};        // names that have signed in
+    Entries entries_;                                          // the last used first
     std::unordered_map<Digest, Entries::iterator, DigestHash> cache_;
     std::unordered_map<Digest, std::shared_ptr<Guess>, DigestHash> guesses_; // by the credentials
     uint32_t joined_ = 0; // requests that wait for a guess of another one

@@ -103,6 +103,8 @@ AuthResult SessionAdmission::Enter(const Credentials& credentials,
     admission.user = principal->name;
     if (!principal->groups.empty())
         admission.groups = {principal, &principal->groups};
+    if (principal->limits)
+        admission.limits = principal->limits;
     const std::string_view cookie = credentials.cookie.empty()
                                         ? credentials.cookie
                                         : FindCookie(credentials.cookie, kSessionCookie);

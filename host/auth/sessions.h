@@ -26,6 +26,8 @@
 
 namespace kestd {
 
+class AccessRules; // host/access
+
 // Who a session belongs to. Immutable once made.
 struct Principal {
     std::string name;       // empty for the local user
@@ -37,6 +39,8 @@ struct Principal {
     std::string key;
     std::vector<std::string> groups{}; // that the sign-in has told of, in lower case
     std::string source{};              // name of the credentials source; empty for the local user
+    std::string appPassword{};         // identifier of the app password that was shown, or empty
+    std::shared_ptr<const AccessRules> limits{}; // of that; null: none
 };
 
 struct AttributeBlock; // attributes.cpp

@@ -41,6 +41,14 @@ std::string DirectoryOf(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// What root makes belongs to whom the directory belongs: the server, that is to read it.
+void GiveToOwner(int file, const std::string& path)
+{
+    struct stat parent {};
+    if (geteuid() == 0 && stat(DirectoryOf(path).c_str(), &parent) == 0)
+        (void)!fchown(file, parent.st_uid, parent.st_gid); // else it stays root's
+}
+
 } // namespace
 
 std::string ReadTextFile(const std::string& path, size_t most, std::string& text)
@@ -86,6 +94,8 @@ LockedFile::LockedFile(std::string path, size_t most) : path_(std::move(path))
             lock_ = open(path_.c_str(), O_RDWR | O_CLOEXEC | O_CREAT | O_EXCL, 0600);
             if (lock_ < 0 && errno == EEXIST)
                 continue;
+            if (lock_ >= 0)
+                GiveToOwner(lock_, path_);
         }
         if (lock_ < 0) {
             problem_ = ErrorText(path_);

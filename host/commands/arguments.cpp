@@ -7,6 +7,7 @@
 
 #include "base/ascii.h"
 #include "base/utf.h"
+#include "host/auth/app_passwords.h"
 #include "host/auth/users.h"
 #include "host/config/addresses.h"
 
@@ -239,6 +240,83 @@ std::string ParseUser(std::vector<std::string> arguments, UserArguments& out)
             in.Refuse("expected user add, remove, passwd or list");
         else if (out.name.empty() && out.action != "list")
             in.Refuse("user " + out.action + " needs a name");
+    }
+    return in.Problem();
+}
+
+namespace {
+
+void TakeAppPasswordWord(ArgumentReader& in, AppPasswordArguments& out)
+{
+    const std::string& word = in.Rest();
+    if (out.action.empty()) {
+        if (word != "add" && word != "list" && word != "revoke")
+            return in.Refuse("unknown command 'user app-password " + word + "'");
+        out.action = word;
+    } else if (out.user.empty()) {
+        if (const std::string wrong = WhatIsWrongWithName(word); !wrong.empty())
+            return in.Refuse(wrong);
+        out.user = word;
+    } else if (out.name.empty() && out.action != "list") {
+        if (const std::string wrong = WhatIsWrongWithAppPasswordName(word); !wrong.empty())
+            return in.Refuse(wrong);
+        out.name = word;
+    } else {
+        in.Refuse("unexpected argument '" + word + "'");
+    }
+}
+
+void TakeDays(ArgumentReader& in, int64_t& days)
+{
+    constexpr uint64_t kMost = 36'500;
+    std::string text;
+    uint64_t number = 0;
+    if (!in.Value(text))
+        return;
+    if (!base::ParseDecimal(text, number) || number > kMost)
+        return in.Refuse("--days " + text + ": expected a number of days, 0 for no end");
+    days = static_cast<int64_t>(number);
+}
+
+void TakeAppPasswordOption(ArgumentReader& in, const std::string& option, AppPasswordArguments& out)
+{
+    const bool isAdd = out.action == "add";
+    if (option == "--config") {
+        (void)in.Value(out.config);
+    } else if (option == "--state-dir") {
+        (void)in.Value(out.stateDirectory);
+    } else if (option == "--days" && isAdd) {
+        TakeDays(in, out.days);
+    } else if (option == "--read-only" && isAdd) {
+        out.isReadOnly = in.NoValue();
+    } else if (option == "--volume" && isAdd) {
+        if (in.Value(out.volume))
+            if (const std::string wrong = WhatIsWrongWithVolume(out.volume); !wrong.empty())
+                in.Refuse("--volume " + out.volume + ": " + wrong);
+    } else if (option == "--help" || option == "-h") {
+        out.wantsHelp = in.NoValue();
+    } else {
+        in.Refuse("unknown option " + option);
+    }
+}
+
+} // namespace
+
+std::string ParseAppPassword(std::vector<std::string> arguments, AppPasswordArguments& out)
+{
+    ArgumentReader in(std::move(arguments));
+    std::string option;
+    while (in.Next(option)) {
+        if (option.empty())
+            TakeAppPasswordWord(in, out);
+        else
+            TakeAppPasswordOption(in, option, out);
+    }
+    if (in.Problem().empty() && !out.wantsHelp) {
+        if (out.action.empty())
+            in.Refuse("expected user app-password add, list or revoke");
+        else if (out.action != "list" && out.name.empty())
+            in.Refuse("user app-password " + out.action + " needs a user and a name");
     }
     return in.Problem();
 }

@@ -3,6 +3,7 @@
 // The command line as typed values.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -73,6 +74,20 @@ struct UserArguments {
 };
 
 std::string ParseUser(std::vector<std::string> arguments, UserArguments& out);
+
+struct AppPasswordArguments {
+    std::string action; // "add", "list" or "revoke"
+    std::string user;   // may be empty for "list"
+    std::string name;   // of the password; its identifier also for "revoke"
+    int64_t days = 365; // until it ends; 0: never
+    std::string volume; // empty: all
+    bool isReadOnly = false;
+    std::string config;
+    std::string stateDirectory;
+    bool wantsHelp = false;
+};
+
+std::string ParseAppPassword(std::vector<std::string> arguments, AppPasswordArguments& out);
 
 // "NAME=DIR", or "DIR" for a volume named by its last component ("." and ".." by that of the
 // directory they stand for). False when that gives no name.

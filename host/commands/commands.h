@@ -16,6 +16,8 @@ int RunServe(const std::vector<std::string>& arguments);
 // Reads the configuration as "serve" would and says all that is wrong with it. Changes nothing.
 int RunCheck(const std::vector<std::string>& arguments);
 int RunUser(const std::vector<std::string>& arguments);
+// "user app-password", by the arguments behind that.
+int RunAppPassword(const std::vector<std::string>& arguments);
 // Lists the locks of the volumes that "serve" would serve, or breaks one.
 int RunLocks(const std::vector<std::string>& arguments);
 // Prints which access rule decides about each right of a user on a path.

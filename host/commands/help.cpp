@@ -46,6 +46,14 @@ kestd user list
     standard input. --users-file FILE, --state-dir DIR and --config FILE say which file; a running
     server takes it over on SIGHUP.
 
+kestd user app-password add USER NAME [--days N] [--volume VOLUME] [--read-only]
+kestd user app-password list [USER]
+kestd user app-password revoke USER NAME
+    Makes a password for one program of a user, such as a backup, and shows it once; lists them with
+    their ends and last uses; or takes one away by its name or identifier, which a running server
+    follows within a second. One ends after N days (default 365, 0 for never), and may be bound to a
+    volume and to reading. --state-dir DIR and --config FILE say where they are kept.
+
 kestd locks list [OPTIONS] [[NAME=]DIR ...]
 kestd locks break TOKEN [OPTIONS] [[NAME=]DIR ...]
     Shows who holds which locks, or takes one away from its holder, on the volumes that "kestd serve"

@@ -21,6 +21,7 @@
 #include "base/utf.h"
 #include "host/auth/htpasswd.h"
 #include "host/auth/ldap_source.h"
+#include "host/commands/app_password_watch.h"
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
 #include "host/commands/commands.h"
@@ -42,7 +43,8 @@
 namespace kestd {
 namespace {
 
-constexpr std::chrono::seconds kHousekeeping{5}; // between two looks for idle sessions
+constexpr std::chrono::seconds kLook{1}; // between two looks at the file of app passwords
+constexpr int kHousekeeping = 5;         // so many of them between two for idle sessions
 constexpr rlim_t kMostFiles = 1 << 20;
 
 void Log(UINT32 severity, const std::string& text)
@@ -158,6 +160,7 @@ class Host {
     std::string location_;
     Monitoring monitoring_;
     std::unique_ptr<Server> server_;
+    std::unique_ptr<AppPasswordWatch> watch_; // from the services on
     ServiceManager manager_;
     uint64_t shownTicks_ = 0; // of the server, when the service manager was last told
 };
@@ -244,6 +247,9 @@ void Host::UseSources(const HostSettings& settings)
         }
     }
     services_->authenticator.SetSources(std::move(sources));
+    if (!watch_)
+        watch_ = std::make_unique<AppPasswordWatch>(services_->authenticator, services_->sessions);
+    watch_->Use(AppPasswordsFileOf(settings, setup_.StateDirectory()), users_.apps);
 }
 
 // The names of users come from where the settings say, as of now.
@@ -328,10 +334,9 @@ void Host::Wait()
     const sigset_t waited = WaitedSignals();
     const std::chrono::milliseconds watchdog = manager_.WatchdogTime();
     const std::chrono::milliseconds pause =
-        watchdog.count() > 0 ? std::min<std::chrono::milliseconds>(watchdog / 3, kHousekeeping)
-                             : kHousekeeping;
+        watchdog.count() > 0 ? std::min<std::chrono::milliseconds>(watchdog / 3, kLook) : kLook;
     const timespec tick{pause.count() / 1000, pause.count() % 1000 * 1'000'000};
-    for (;;) {
+    for (unsigned looks = 0;;) {
         const int signal = sigtimedwait(&waited, nullptr, &tick);
         if (signal == SIGTERM || signal == SIGINT)
             return;
@@ -343,7 +348,9 @@ void Host::Wait()
         try {
             if (signal == SIGHUP)
                 Reload();
-            services_->sessions.EndIdle();
+            watch_->Look();
+            if (looks++ % kHousekeeping == 0)
+                services_->sessions.EndIdle();
         } catch (const std::exception& error) { // memory is short: later, then
             Log(kLogError, error.what());
         }
@@ -449,6 +456,7 @@ void Host::Stop()
         _exit(1); // what has been answered is kept
     }
     if (services_) {
+        watch_->Stop();
         services_->sessions.EndAll();
         services_->events.Stop();
     }

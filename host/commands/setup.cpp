@@ -249,6 +249,12 @@ std::string UsersFileOf(const HostSettings& settings, const std::string& stateDi
     return settings.users.usersFile.empty() ? stateDirectory + "/users" : settings.users.usersFile;
 }
 
+std::string AppPasswordsFileOf(const HostSettings& settings, const std::string& stateDirectory)
+{
+    const std::string& named = settings.users.signIn.appPasswordsFile;
+    return named.empty() ? stateDirectory + "/app-passwords" : named;
+}
+
 namespace {
 
 // Who has no name in the directory gets one made of what he signs in with.
@@ -288,6 +294,9 @@ std::string Setup::ReadUsers(const HostSettings& settings, UserLists& lists)
         if (std::string problem = LoadHtpasswd(signIn.htpasswdFile, fresh.htpasswd);
             !problem.empty())
             return problem;
+    if (std::string problem = LoadAppPasswords(AppPasswordsFileOf(settings, state_), fresh.apps);
+        !problem.empty())
+        return problem;
     if (!haveHashed_) {
         for (const auto& [name, password] : arguments_.users) {
             std::string hash = HashPassword(password);

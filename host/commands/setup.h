@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/auth/app_passwords.h"
 #include "host/auth/users.h"
 #include "host/commands/arguments.h"
 #include "host/commands/places.h"
@@ -19,6 +20,7 @@ namespace kestd {
 struct UserLists {
     UserMap users;    // of the users file and of the command line
     UserMap htpasswd; // of the htpasswd file
+    AppPasswords apps;
     bool Contains(const std::string& name) const
     {
         return users.contains(name) || htpasswd.contains(name);
@@ -89,5 +91,7 @@ bool HasOtherSources(const HostSettings& settings);
 
 // The users file that the settings name, or the state directory's.
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory);
+// Likewise the file of the app passwords.
+std::string AppPasswordsFileOf(const HostSettings& settings, const std::string& stateDirectory);
 
 } // namespace kestd

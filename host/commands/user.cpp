@@ -192,6 +192,8 @@ std::string FindFile(const UserArguments& arguments, std::string& file)
 
 int RunUser(const std::vector<std::string>& arguments)
 {
+    if (!arguments.empty() && arguments.front() == "app-password")
+        return RunAppPassword({arguments.begin() + 1, arguments.end()});
     UserArguments parsed;
     if (const std::string problem = ParseUser(arguments, parsed); !problem.empty())
         return UsageError(problem);

@@ -49,6 +49,7 @@ struct LdapSignIn {
 struct SignInSettings {
     std::vector<std::string> sources{"users"}; // 'Sources': in the order in which they are asked
     std::string htpasswdFile;                  // 'Htpasswd File'
+    std::string appPasswordsFile;              // 'App Passwords File'; empty: the state directory's
     LdapSignIn ldap;
 
     bool Uses(const std::string& source) const

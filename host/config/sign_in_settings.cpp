@@ -17,6 +17,7 @@ void ReadSources(RegistryReader& in, SignInSettings& settings)
 {
     in.Texts(u"Sources", settings.sources);
     in.Text(u"Htpasswd File", settings.htpasswdFile);
+    in.Text(u"App Passwords File", settings.appPasswordsFile);
     std::vector<std::string>& sources = settings.sources;
     if (sources.empty())
         in.Refuse(u"Sources", "expected a list of 'users', 'htpasswd' and 'ldap'");
@@ -94,7 +95,9 @@ void ReadLdap(RegistryReader& in, LdapSignIn& ldap, AuthLimits& limits)
 
 std::vector<KnownNames> SignInSettingNames()
 {
-    return {{kAuthKey, false, {u"Plain HTTP Passwords", u"Sources", u"Htpasswd File"}},
+    return {{kAuthKey,
+             false,
+             {u"Plain HTTP Passwords", u"Sources", u"Htpasswd File", u"App Passwords File"}},
             {kAuthLdapKey,
              false,
              {u"Server", u"Start TLS", u"CA Certificate", u"Bind Name", u"Base", u"Bind Password",

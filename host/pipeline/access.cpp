@@ -162,10 +162,11 @@ std::string_view Access::ProviderPath(std::string_view path) const noexcept
 Decision Access::OnRequest(Exchange& exchange) const
 {
     const AccessRules* const rules = exchange.settings->server.access.get();
-    if (!rules)
+    const AccessRules* const limits = exchange.auth.limits.get();
+    if (!rules && !limits)
         return Decision::GoOn();
     RequestAccess& access = exchange.access;
-    access.Begin(rules, exchange.auth.user, exchange.auth.groups.get());
+    access.Begin(rules, exchange.auth.user, exchange.auth.groups.get(), limits);
     homes_.Provide(exchange);
 
     const UINT32 method = exchange.request.method;

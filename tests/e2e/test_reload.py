@@ -95,6 +95,7 @@ class EachSetting(ServerCase):
             "Plain HTTP Passwords": ("true", False),
             "Sources": ("['users', 'ldap']\n" + ldap, False),
             "Htpasswd File": (f"'{own / 'users'}'", False),
+            "App Passwords File": (f"'{own / 'apps'}'", False),
         }
         return {PREFIX + "Auth": auth, PREFIX + "Auth\\LDAP": sign_in}
 
