@@ -3,6 +3,7 @@
 // WebDAV requests.
 import { Uploads } from "./uploads.js";
 import { ask, confirmBox, help, previewBox } from "./dialogs.js";
+import { mayCreate, offerAllowed } from "./rights.js";
 import { encodeName, fill, folderUrl, isValidName, reason, send } from "./dav.js";
 
 const texts = globalThis.messages;
@@ -42,6 +43,8 @@ function dress(source) {
     showDeletedButton();
     showSorting(rows);
     document.getElementById("list").hidden = rows.length === 0;
+    if (!isRoot)
+        offerAllowed(here, rows);
 }
 
 // The name comes from the text of an element whose content is never parsed as markup.
@@ -173,7 +176,7 @@ function toolButton(id, text, run, label) {
 function acceptDrops(uploads) {
     let depth = 0; // dragenter and dragleave also come from children
     const mark = (on) => document.querySelector("main").classList.toggle("drop-target", on);
-    const hasFiles = (event) => [...event.dataTransfer.types].includes("Files");
+    const hasFiles = (event) => mayCreate() && [...event.dataTransfer.types].includes("Files");
     addEventListener("dragenter", (event) => hasFiles(event) && mark(++depth > 0));
     addEventListener("dragleave", (event) => hasFiles(event) && mark(--depth > 0));
     addEventListener("dragover", (event) => hasFiles(event) && event.preventDefault());
@@ -441,7 +444,7 @@ function onKey(event) {
 }
 
 function press(row, name) {
-    const button = row.querySelector(`[data-action="${name}"]`);
+    const button = row.querySelector(`[data-action="${name}"]:not([hidden])`);
     if (!button)
         return false;
     button.click();
@@ -457,8 +460,8 @@ const pageKeys = {
     ArrowDown: () => step(1),
     ArrowUp: () => step(-1),
     "/": () => document.getElementById("filter-text").focus(),
-    u: () => document.getElementById("upload")?.click(),
-    n: () => document.getElementById("new-folder")?.click(),
+    u: () => document.querySelector("#upload:not([hidden])")?.click(),
+    n: () => document.querySelector("#new-folder:not([hidden])")?.click(),
     "?": () => help(),
     Backspace: () => {
         const links = document.querySelectorAll("#path a");
