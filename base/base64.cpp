@@ -11,12 +11,12 @@ namespace {
 
 constexpr size_t kLongest = size_t{1} << 30; // the library counts in int
 
-unsigned char* Bytes(std::string& text) noexcept
+unsigned char* AsBytes(std::string& text) noexcept
 {
     return reinterpret_cast<unsigned char*>(text.data());
 }
 
-const unsigned char* Bytes(std::string_view text) noexcept
+const unsigned char* AsBytes(std::string_view text) noexcept
 {
     return reinterpret_cast<const unsigned char*>(text.data());
 }
@@ -31,7 +31,7 @@ size_t PaddingOf(std::string_view text) noexcept
 std::string EncodeBase64(std::string_view bytes)
 {
     std::string out((bytes.size() + 2) / 3 * 4 + 1, '\0'); // and a terminator
-    const int size = EVP_EncodeBlock(Bytes(out), Bytes(bytes), static_cast<int>(bytes.size()));
+    const int size = EVP_EncodeBlock(AsBytes(out), AsBytes(bytes), static_cast<int>(bytes.size()));
     out.resize(static_cast<size_t>(size));
     return out;
 }
@@ -41,7 +41,7 @@ std::optional<std::string> DecodeBase64(std::string_view text)
     if (text.size() % 4 != 0 || text.size() > kLongest)
         return std::nullopt;
     std::string out(text.size() / 4 * 3, '\0');
-    const int size = EVP_DecodeBlock(Bytes(out), Bytes(text), static_cast<int>(text.size()));
+    const int size = EVP_DecodeBlock(AsBytes(out), AsBytes(text), static_cast<int>(text.size()));
     if (size < 0 || static_cast<size_t>(size) != out.size())
         return std::nullopt;
     out.resize(out.size() - PaddingOf(text)); // the library counts it as bytes

@@ -3,6 +3,7 @@ set(KEST_TESTS ON CACHE STRING
   "Build the tests: ON, OFF, or PLAIN for those alone that sanitizers take something from")
 option(KEST_FUZZ "Build the fuzz targets (clang)" OFF)
 option(KEST_PRECOMPILE "Compile the headers of the C++ library once for many sources" OFF)
+option(KEST_UNITY "Compile several sources of libraries and programs at once" OFF)
 set(KEST_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefined or thread")
 
 find_program(KEST_CCACHE ccache)

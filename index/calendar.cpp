@@ -2,13 +2,13 @@
 //
 // Dates of the provider as calendar dates.
 #include "index/calendar.h"
+#include "support/time_units.h"
 
 #include <limits>
 
 namespace {
 
-constexpr UINT64 kUnixEpoch = 116444736000000000; // 1970-01-01 in units since 1601-01-01
-constexpr UINT64 kUnitsPerSecond = 10000000;
+constexpr UINT64 kUnixEpoch = kSecondsTo1970 * kUnitsPerSecond;
 constexpr UINT64 kSecondsPerDay = 86400;
 constexpr UINT64 kDaysPer400Years = 146097;
 constexpr UINT64 kThursday = 4; // 1970-01-01

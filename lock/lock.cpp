@@ -19,7 +19,7 @@ namespace {
 INT32 Seconds(INT64 timeout)
 {
     constexpr INT64 kMost = std::numeric_limits<INT32>::max();
-    return static_cast<INT32>(std::clamp(timeout / kTimeoutUnits, -kMost, kMost));
+    return static_cast<INT32>(std::clamp(timeout / kUnitsPerSecond, -kMost, kMost));
 }
 
 // Takes over what a provider says about a lock, cut to what the request holds.
@@ -108,7 +108,7 @@ TALSTATUS LockPath(SCHANDLE session, UNICODE_STRING* path, LOCK_REQ* request, IK
     INT64 timeout = -1;
     if (request->Timeout != -1) {
         request->Timeout += kLockGraceSeconds;
-        timeout = request->Timeout * kTimeoutUnits;
+        timeout = request->Timeout * kUnitsPerSecond;
     }
     const TALSTATUS status = request->Flags & kLockRefresh
                                  ? Refresh(session, handler->pIKestDav2, path, timeout, request)

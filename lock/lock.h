@@ -6,6 +6,7 @@
 
 #include "support/handlers.h"
 #include "support/resolution.h"
+#include "support/time_units.h"
 #include "support/uri.h"
 
 // Bits of LOCK_REQ::Flags.
@@ -14,10 +15,6 @@ inline constexpr UINT32 kInsideOwner = 0x00000008;  // text and hrefs belong to 
 inline constexpr UINT32 kLockRefresh = 0x10000000;  // a token in "If" and no body
 
 inline constexpr UINT32 kLockSignature = 0x7102002;
-inline constexpr INT64 kTimeoutUnits = 10000000; // a second, as providers count time
-// Added to the time that a client is granted before it goes to the provider, and taken off what
-// clients are told: a refresh that is sent in time but arrives late still finds its lock.
-inline constexpr INT32 kLockGraceSeconds = 60;
 
 struct LOCK_REQ {
     UINT32 Signature;

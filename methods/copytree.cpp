@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr UINT32 kEnumBytes = 2176;
+constexpr UINT32 kChildBytes = 2176;
 
 // Bounds of a child's path, in bytes: the path so far and the name on the source's side, those and
 // "/" on the destination's.
@@ -169,13 +169,13 @@ TALSTATUS CopyChildren(const CopyJob& job, DavCollection& source, DAV_COMMON_ENU
     const UINT16 sourceLength = job.source->Length;
     const UINT16 destinationLength = job.destination->Length;
     TALSTATUS result = TAL_STATUS_SUCCESS;
-    UINT32 size = kEnumBytes;
+    UINT32 size = kChildBytes;
     for (TALSTATUS status = source.GetFirstChild(&size, child); !Failed(status);
-         size = kEnumBytes, status = source.GetNextChild(&size, child)) {
+         size = kChildBytes, status = source.GetNextChild(&size, child)) {
         CutPath(*job.source, sourceLength);
         CutPath(*job.destination, destinationLength);
         const UINT32 name = child->DisplayNameLength;
-        if (name > kEnumBytes - offsetof(DAV_COMMON_ENUM, DisplayName) ||
+        if (name > kChildBytes - offsetof(DAV_COMMON_ENUM, DisplayName) ||
             sourceLength + name > kLongestSource ||
             name + destinationLength + sizeof(WCHAR) > kLongestDestination) {
             result = TAL_STATUS_NAME_TOO_LONG;
@@ -219,7 +219,7 @@ TALSTATUS FillCollection(const CopyJob& job, bool existed, DAV_COMMON_ENUM* chil
 
 TALSTATUS CopyACollection(const CopyJob& job, LIST_ENTRY* multiStatus)
 {
-    const Paged<char> child = AllocPaged<char>(kEnumBytes);
+    const Paged<char> child = AllocPaged<char>(kChildBytes);
     if (!child)
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
     TALSTATUS result = TAL_STATUS_SUCCESS;

@@ -19,12 +19,12 @@
 namespace tolm {
 namespace {
 
-constexpr std::size_t kLongestName = 63;
+constexpr std::size_t kLongestModuleName = 63;
 constexpr std::size_t kMostModules = 64;
 
 struct Module {
     const void* base; // where its library is loaded
-    char name[kLongestName + 1];
+    char name[kLongestModuleName + 1];
 };
 
 std::mutex g_modulesLock;
@@ -45,7 +45,7 @@ Module* Find(const void* base) noexcept
     return nullptr;
 }
 
-void NameOf(const void* address, char (&name)[kLongestName + 1]) noexcept
+void NameOf(const void* address, char (&name)[kLongestModuleName + 1]) noexcept
 {
     Dl_info info{};
     const void* base = LibraryOf(address, info);
@@ -87,7 +87,7 @@ TALSTATUS Talpl::TalxDebugPrintf(const char* format, ...)
 {
     if (!format)
         return Fail(kCodeInvalidParameter);
-    char name[kLongestName + 1];
+    char name[kLongestModuleName + 1];
     NameOf(__builtin_return_address(0), name);
     char text[1024];
     va_list arguments;
@@ -108,7 +108,7 @@ TALSTATUS Talpl::TalxRegisterModuleName(const char* name)
 {
     if (!name || !*name)
         return Fail(kCodeInvalidParameter);
-    if (std::strlen(name) > kLongestName)
+    if (std::strlen(name) > kLongestModuleName)
         return Fail(kCodeNameTooLong);
     Dl_info info{};
     const void* base = LibraryOf(__builtin_return_address(0), info);

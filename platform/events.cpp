@@ -15,9 +15,9 @@ constexpr UINT32 kMostEvents = 64; // of one wait; its records are on the stack
 
 struct Waiter;
 
-// A waiter's place in one event's queue.
-struct Place {
-    Place* next = nullptr;
+// A waiter's entry in one event's queue.
+struct QueueEntry {
+    QueueEntry* next = nullptr;
     Waiter* waiter = nullptr;
 };
 
@@ -28,9 +28,9 @@ struct Event : Object {
     {
     }
     const bool manualReset;
-    bool signaled;          // under g_lock, as is the queue
-    Place* first = nullptr; // longest waiting first
-    Place* last = nullptr;
+    bool signaled;               // under g_lock, as is the queue
+    QueueEntry* first = nullptr; // longest waiting first
+    QueueEntry* last = nullptr;
 };
 
 struct Waiter {
@@ -44,7 +44,7 @@ struct Waiter {
     bool done = false;
     UINT32 index = 0; // of the event that ended a wait for one
     Condition wake;
-    Place places[kMostEvents];
+    QueueEntry entries[kMostEvents];
 };
 
 Lock g_lock;
@@ -76,19 +76,19 @@ bool TryFinish(Waiter& waiter) noexcept
     return false;
 }
 
-void Enqueue(Event& event, Place& place) noexcept
+void Enqueue(Event& event, QueueEntry& entry) noexcept
 {
-    (event.last ? event.last->next : event.first) = &place;
-    event.last = &place;
+    (event.last ? event.last->next : event.first) = &entry;
+    event.last = &entry;
 }
 
-void Dequeue(Event& event, Place& place) noexcept
+void Dequeue(Event& event, QueueEntry& entry) noexcept
 {
-    Place* before = nullptr;
-    for (Place* p = event.first; p != &place; p = p->next)
+    QueueEntry* before = nullptr;
+    for (QueueEntry* p = event.first; p != &entry; p = p->next)
         before = p;
-    (before ? before->next : event.first) = place.next;
-    if (event.last == &place)
+    (before ? before->next : event.first) = entry.next;
+    if (event.last == &entry)
         event.last = before;
 }
 
@@ -99,12 +99,12 @@ TALSTATUS WaitForEvents(Event* const* events, UINT32 count, bool all, UINT32 tim
     const std::lock_guard lock(g_lock);
     if (!TryFinish(waiter) && time != 0) {
         for (UINT32 i = 0; i < count; ++i) {
-            waiter.places[i].waiter = &waiter;
-            Enqueue(*events[i], waiter.places[i]);
+            waiter.entries[i].waiter = &waiter;
+            Enqueue(*events[i], waiter.entries[i]);
         }
         waiter.wake.WaitFor(g_lock, time, [&] { return waiter.done; });
         for (UINT32 i = 0; i < count; ++i)
-            Dequeue(*events[i], waiter.places[i]);
+            Dequeue(*events[i], waiter.entries[i]);
     }
     if (!waiter.done)
         return Fail(kCodeTimeout);
@@ -158,9 +158,9 @@ TALSTATUS Talpl::TalxSignalEvent(HANDLE event)
     const std::lock_guard lock(g_lock);
     e->signaled = true;
     // An event that resets itself is taken by the first waiter that can use it.
-    for (Place* place = e->first; place && e->signaled; place = place->next)
-        if (!place->waiter->done && TryFinish(*place->waiter))
-            place->waiter->wake.WakeAll();
+    for (QueueEntry* entry = e->first; entry && e->signaled; entry = entry->next)
+        if (!entry->waiter->done && TryFinish(*entry->waiter))
+            entry->waiter->wake.WakeAll();
     return TAL_STATUS_SUCCESS;
 }
 

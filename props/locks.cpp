@@ -9,11 +9,10 @@
 #include "support/escape.h"
 #include "support/memory.h"
 #include "support/reply.h"
+#include "support/time_units.h"
 
 namespace {
 
-constexpr INT64 kUnitsPerSecond = 10000000;
-constexpr INT64 kGraceSeconds = 60; // LOCK grants so much more than clients are told
 constexpr UINT32 kTokenRoom = kLockRecordBytes - offsetof(DAV_LOCK_2, Token);
 
 // `buffer` holds kLockRecordBytes, with a lock at its start.
@@ -43,7 +42,7 @@ void SendTimeout(BufferedIo* io, INT64 timeout)
     // Kept: what is left of the last minute wraps around, and no "Second-" stands in front.
     char digits[kU64Digits];
     const INT32 length =
-        U64ToAscii(static_cast<UINT64>(timeout / kUnitsPerSecond - kGraceSeconds), 10, digits);
+        U64ToAscii(static_cast<UINT64>(timeout / kUnitsPerSecond - kLockGraceSeconds), 10, digits);
     PutBytes(io, digits, static_cast<UINT32>(length));
 }
 

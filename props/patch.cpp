@@ -20,7 +20,7 @@ namespace {
 constexpr UINT32 kNameBytes = 520;    // of a property's name in UTF-16
 constexpr UINT32 kResultBytes = 1000; // of what the provider says about a property
 
-struct FreeRequest {
+struct FreePatch {
     void operator()(PATCH_REQ* request) const noexcept { FreePatchRequest(request); }
 };
 
@@ -176,7 +176,7 @@ TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, PATCH_REQ* request, 
 
 TALSTATUS KestDavPropPatch(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
 {
-    const std::unique_ptr<PATCH_REQ, FreeRequest> request(AllocPatchRequest());
+    const std::unique_ptr<PATCH_REQ, FreePatch> request(AllocPatchRequest());
     if (!request)
         return ReplyEmpty(pKestIo, 507, TAL_STATUS_INSUFFICIENT_RESOURCES);
     if (const TALSTATUS status = ParsePropPatchRequest(pKestIo, request.get());

@@ -14,7 +14,7 @@
 
 namespace {
 
-struct FreeRequest {
+struct FreePropfind {
     void operator()(PROPFIND_REQ* request) const noexcept { FreePropfindRequest(request); }
 };
 
@@ -202,7 +202,7 @@ TALSTATUS AnswerObject(const Call& call, UNICODE_STRING* path)
 
 TALSTATUS KestDavPropFind(SCHANDLE hSession, UNICODE_STRING* pUrl, IKestIO_5* pKestIo)
 {
-    const std::unique_ptr<PROPFIND_REQ, FreeRequest> request(AllocPropfindRequest());
+    const std::unique_ptr<PROPFIND_REQ, FreePropfind> request(AllocPropfindRequest());
     if (!request)
         return ReplyEmptyMapped(pKestIo, TAL_STATUS_INSUFFICIENT_RESOURCES);
     (void)PropFindParseRequest(pKestIo, request.get()); // the reply goes on with what was read

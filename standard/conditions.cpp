@@ -4,17 +4,17 @@
 #include "standard/conditions.h"
 
 #include "standard/scan.h"
+#include "support/time_units.h"
 
 namespace standard {
 
 namespace {
 
 // Dates in headers have whole seconds.
-constexpr UINT64 kSecond = 10'000'000;
 
 UINT64 WholeSecond(UINT64 time) noexcept
 {
-    return time - time % kSecond;
+    return time - time % kUnitsPerSecond;
 }
 
 bool IsAny(std::string_view value) noexcept

@@ -6,12 +6,11 @@
 #include "standard/xml_elements.h"
 #include "support/failure_report.h"
 #include "support/globals.h"
+#include "support/time_units.h"
 
 namespace standard {
 
 namespace {
-
-constexpr INT64 kUnitsPerSecond = 10'000'000;
 
 // Hears that a text is well-formed.
 class AnyElements final : public XmlHandler {

@@ -8,12 +8,11 @@
 #include "standard/propfind_request.h"
 #include "standard/request_headers.h"
 #include "standard/scan.h"
+#include "support/time_units.h"
 
 namespace standard {
 
 namespace {
-
-constexpr INT64 kUnitsPerSecond = 10'000'000;
 
 class LockInfoReader final : public XmlHandler {
   public:

@@ -12,13 +12,11 @@
 #include "standard/request_headers.h"
 #include "standard/scan.h"
 #include "standard/upload_headers.h"
+#include "support/time_units.h"
 
 namespace standard {
 
 namespace {
-
-constexpr UINT64 kUnitsPerSecond = 10'000'000;
-constexpr INT64 kSecondsTo1970 = 11'644'473'600; // from 1601
 
 bool IsLastModified(const XmlName& name) noexcept
 {

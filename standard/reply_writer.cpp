@@ -10,6 +10,7 @@
 #include "support/escape.h"
 #include "support/globals.h"
 #include "support/reply.h"
+#include "support/time_units.h"
 
 namespace standard {
 
@@ -138,8 +139,7 @@ void ReplyWriter::PutNumber(UINT64 number)
 template <class Format>
 void ReplyWriter::PutDate(Written& written, DAV_DATETIME date, Format format)
 {
-    constexpr UINT64 kPerSecond = 10'000'000;
-    const UINT64 second = date / kPerSecond;
+    const UINT64 second = date / kUnitsPerSecond;
     if (second != written.second) {
         STRING text = {0, kDateRoom, written.text};
         written.length =

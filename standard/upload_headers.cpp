@@ -4,20 +4,19 @@
 #include "standard/upload_headers.h"
 
 #include "standard/scan.h"
+#include "support/time_units.h"
 
 namespace standard {
 
 namespace {
 
-constexpr UINT64 kTicks = 10'000'000;             // of 100 ns, a second
-constexpr UINT64 kSecondsTo1970 = 11'644'473'600; // since 1601
-constexpr UINT64 kMostSeconds = 253'402'300'799;  // the end of 9999, the last year of dates
+constexpr UINT64 kMostSeconds = 253'402'300'799; // the end of 9999, the last year of dates
 
 // Takes a fraction of a second; digits beyond the seventh do not count.
 UINT64 TakeFraction(std::string_view& text) noexcept
 {
     UINT64 ticks = 0;
-    for (UINT64 unit = kTicks / 10; !text.empty() && IsDigit(text.front());
+    for (UINT64 unit = kUnitsPerSecond / 10; !text.empty() && IsDigit(text.front());
          text.remove_prefix(1), unit /= 10)
         ticks += static_cast<UINT64>(text.front() - '0') * unit;
     return ticks;
@@ -44,12 +43,12 @@ bool ReadModificationTime(std::string_view header, UINT64& time) noexcept
     if (isBefore1970) {
         if (seconds >= kSecondsTo1970)
             return false;
-        time = (kSecondsTo1970 - seconds) * kTicks - ticks;
+        time = (kSecondsTo1970 - seconds) * kUnitsPerSecond - ticks;
         return true;
     }
     if (seconds > kMostSeconds)
         return false;
-    time = (kSecondsTo1970 + seconds) * kTicks + ticks;
+    time = (kSecondsTo1970 + seconds) * kUnitsPerSecond + ticks;
     return true;
 }
 

@@ -20,17 +20,18 @@ extern char** environ;
 namespace kestd {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kLongestCheck{60};
 constexpr size_t kLongestText = 16 * 1024;
 
 // What is written into a pipe until all writers are gone. False when time is up first.
-bool ReadAll(int fd, Clock::time_point end, std::string& text)
+bool ReadAll(int fd, steady_clock::time_point end, std::string& text)
 {
     std::array<char, 4096> block{};
     for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
         pollfd entry{fd, POLLIN, 0};
         const int ready = left.count() > 0 ? poll(&entry, 1, static_cast<int>(left.count())) : 0;
         if (ready == 0)
@@ -88,7 +89,7 @@ std::string CheckInOtherProcess(std::vector<std::string> words)
     const int error = Start(arguments, ends[1], child);
     close(ends[1]);
     std::string text;
-    const bool isInTime = error != 0 || ReadAll(ends[0], Clock::now() + kLongestCheck, text);
+    const bool isInTime = error != 0 || ReadAll(ends[0], steady_clock::now() + kLongestCheck, text);
     close(ends[0]);
     if (error != 0)
         return std::string("the new configuration cannot be checked: ") + std::strerror(error);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "base/system_time.h"
 #include "host/commands/arguments.h"
 #include "host/commands/commands.h"
 #include "host/commands/setup.h"
@@ -16,8 +17,7 @@ namespace {
 // What is left of a lock, in words.
 std::string TimeLeft(INT64 timeout)
 {
-    constexpr INT64 kSecond = 10'000'000;
-    return timeout < 0 ? "no end" : std::to_string(timeout / kSecond) + " s";
+    return timeout < 0 ? "no end" : std::to_string(timeout / base::kUnitsPerSecond) + " s";
 }
 
 // Texts that came from clients: control characters would reach the terminal.

@@ -28,7 +28,7 @@ const EVP_MD* AlgorithmOf(UINT32 number) noexcept
     }
 }
 
-class Digest final : public Object<Digest, IKestDigest> {
+class DigestComponent final : public Object<DigestComponent, IKestDigest> {
   public:
     TALSTATUS Begin(UINT32 algorithm) override
     {
@@ -84,7 +84,7 @@ class Digest final : public Object<Digest, IKestDigest> {
 
 IKestDigest* MakeDigest()
 {
-    return new Digest;
+    return new DigestComponent;
 }
 
 } // namespace kestd

@@ -16,11 +16,10 @@ namespace kestd {
 namespace {
 
 constexpr size_t kBatch = 16 * 1024;
-constexpr size_t kLongestText = 2048; // of one value of the client
 
 void PutEscaped(std::string& out, std::string_view text)
 {
-    for (const char c : text.substr(0, kLongestText)) {
+    for (const char c : text.substr(0, kMostLoggedBytes)) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte >= 0x20 && byte != 0x7F && c != '"' && c != '\\') {
             out.push_back(c);

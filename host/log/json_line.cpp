@@ -14,7 +14,6 @@ namespace kestd {
 
 namespace {
 
-constexpr size_t kLongestText = 2048;
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
 void PutText(std::string& out, std::string_view text)
@@ -60,7 +59,7 @@ JsonLine& JsonLine::Text(std::string_view name, std::string_view value)
 {
     Name(name);
     out_.push_back('"');
-    PutText(out_, value.substr(0, kLongestText));
+    PutText(out_, value.substr(0, kMostLoggedBytes));
     out_.push_back('"');
     return *this;
 }

@@ -9,6 +9,8 @@
 
 namespace kestd {
 
+inline constexpr size_t kMostLoggedBytes = 2048; // of one value of a client
+
 // Appends to a text that the caller keeps; every operation throws std::bad_alloc. Names are written
 // as they are.
 class JsonLine {

@@ -38,9 +38,6 @@ TALSTATUS CopyOut(std::string_view text, UINT32* length, char* buffer) noexcept
     return TAL_STATUS_SUCCESS;
 }
 
-// Spare code units behind a request's path. Form uploads build their target names in that room.
-constexpr size_t kSpareUnits = 1024;
-
 // A string in request memory with `units` of text, to be filled, and `spare` units behind them.
 // Throws std::bad_alloc when memory is short, or when that is too long for the string's 16-bit
 // lengths.

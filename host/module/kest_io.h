@@ -11,6 +11,9 @@
 
 namespace kestd {
 
+// Spare code units behind a request's path. Form uploads build their target names in that room.
+inline constexpr size_t kSpareUnits = 1024;
+
 // Lives as long as one call of the module, on one thread at a time. Texts that it hands out lie in
 // the request's memory.
 class KestIo final : public IKestIO_5,

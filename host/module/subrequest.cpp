@@ -16,8 +16,6 @@ namespace kestd {
 
 namespace {
 
-constexpr size_t kSpareUnits = 1024; // behind the path, as in every request
-
 // Stores a result, or says that there was nowhere to put it.
 template <class T, class U> TALSTATUS Give(T* out, U value) noexcept
 {

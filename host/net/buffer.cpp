@@ -18,27 +18,27 @@ constexpr size_t kBlock = 16 * 1024;
 constexpr size_t kArenaBlock = 8 * 1024;
 constexpr size_t kArenaLimit = 16 * 1024 * 1024;
 
-constinit thread_local BlockPool* t_pool = nullptr; // the thread's own, if it has one
+constinit thread_local BlockPool* t_blockPool = nullptr; // the thread's own, if it has one
 
 char* TakeBlock() noexcept
 {
-    char* const spare = t_pool ? t_pool->Take() : nullptr;
+    char* const spare = t_blockPool ? t_blockPool->Take() : nullptr;
     return spare ? spare : static_cast<char*>(std::malloc(kBlock));
 }
 
 void GiveBlock(char* block) noexcept
 {
-    if (!t_pool || !t_pool->Give(block))
+    if (!t_blockPool || !t_blockPool->Give(block))
         std::free(block);
 }
 
 } // namespace
 
-BlockPool::BlockPool() noexcept : before_(std::exchange(t_pool, this)) {}
+BlockPool::BlockPool() noexcept : before_(std::exchange(t_blockPool, this)) {}
 
 BlockPool::~BlockPool()
 {
-    t_pool = before_;
+    t_blockPool = before_;
     while (count_)
         std::free(blocks_[--count_]);
 }

@@ -183,7 +183,7 @@ struct SharedFibers {
     FiberStack<kSharedFibers> fibers;
 };
 
-constinit thread_local FiberPool* t_pool = nullptr; // the thread's own, if it has one
+constinit thread_local FiberPool* t_fiberPool = nullptr; // the thread's own, if it has one
 
 SharedFibers& Shared() noexcept
 {
@@ -193,16 +193,16 @@ SharedFibers& Shared() noexcept
 
 } // namespace
 
-FiberPool::FiberPool() noexcept : before_(std::exchange(t_pool, this)) {}
+FiberPool::FiberPool() noexcept : before_(std::exchange(t_fiberPool, this)) {}
 
 FiberPool::~FiberPool()
 {
-    t_pool = before_;
+    t_fiberPool = before_;
 }
 
 std::unique_ptr<Fiber> AcquireFiber()
 {
-    std::unique_ptr<Fiber> fiber = t_pool ? t_pool->fibers.Take() : nullptr;
+    std::unique_ptr<Fiber> fiber = t_fiberPool ? t_fiberPool->fibers.Take() : nullptr;
     if (!fiber) {
         SharedFibers& shared = Shared();
         const std::lock_guard lock(shared.mutex);
@@ -213,7 +213,7 @@ std::unique_ptr<Fiber> AcquireFiber()
 
 void ReleaseFiber(std::unique_ptr<Fiber> fiber) noexcept
 {
-    if (t_pool && t_pool->fibers.Give(fiber))
+    if (t_fiberPool && t_fiberPool->fibers.Give(fiber))
         return;
     fiber->Trim();
     SharedFibers& shared = Shared();

@@ -22,7 +22,6 @@ namespace filestore {
 
 namespace {
 
-constexpr size_t kNamesAhead = 4; // that are fetched before their turn comes
 // Nobody waits for the reply any more.
 constexpr TALSTATUS kCancelled = Failure(kCodeTimeout);
 constexpr TALSTATUS kNotAssociated = Failure(kCodeInvalidParameter);
@@ -127,7 +126,7 @@ TALSTATUS FileCollection::Emit(UINT32* size, DAV_COMMON_ENUM* buffer)
     for (; next_ < names.Count(); ++next_) {
         if (call::IsCancelled())
             return kCancelled;
-        names.Expect(next_ + kNamesAhead);
+        names.ExpectAfter(next_);
         const size_t units = names.UnitsAt(next_);
         constexpr size_t kHead = offsetof(DAV_COMMON_ENUM, DisplayName);
         const auto needed =

@@ -17,7 +17,6 @@ namespace filestore {
 
 namespace {
 
-constexpr size_t kNamesAhead = 4; // that are fetched before their turn comes
 constexpr UINT32 kLeastRoom = 1024;
 
 size_t RecordSize(size_t nameBytes)
@@ -133,7 +132,7 @@ TALSTATUS CollectionTearOff::Pack(UINT32* size, char* buffer)
         const size_t needed = RecordSize(name.size());
         if (*size - used < needed)
             break;
-        names.Expect(next_ + kNamesAhead);
+        names.ExpectAfter(next_);
         auto* const record = reinterpret_cast<DAV_MEMBER*>(buffer + used);
         const TALSTATUS status = PackMember(name, now, record);
         if (Code(status) == kCodeNotFound)

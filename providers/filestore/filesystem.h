@@ -18,12 +18,14 @@
 
 #include <kest/types.h>
 
+#include "base/system_time.h"
+
 namespace filestore {
 
 using FileHandle = int; // -1 is none
 inline constexpr FileHandle kNoFile = -1;
 
-inline constexpr UINT64 kTicksPerSecond = 10'000'000; // dates count 100 ns
+inline constexpr UINT64 kTicksPerSecond = base::kUnitsPerSecond; // of dates
 
 struct FileInfo {
     bool isDirectory = false;

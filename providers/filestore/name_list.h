@@ -34,11 +34,12 @@ class NameList {
     // The same as UTF-16: how many units it has, and the units themselves.
     size_t UnitsAt(size_t index) const;
     void WideAt(size_t index, WCHAR* out) const;
-    // The name will be asked for soon. Sorted names lie scattered in memory.
-    void Expect(size_t index) const
+    // What follows the name will be asked for soon. Sorted names lie scattered in memory.
+    void ExpectAfter(size_t index) const
     {
-        if (index < entries_.size())
-            __builtin_prefetch(arena_.data() + entries_[index].offset);
+        constexpr size_t kAhead = 4;
+        if (index + kAhead < entries_.size())
+            __builtin_prefetch(arena_.data() + entries_[index + kAhead].offset);
     }
 
   private:

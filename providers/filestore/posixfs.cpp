@@ -141,10 +141,10 @@ class PosixFileSystem final : public FileSystem {
     int SetModified(FileHandle handle, UINT64 date) override
     {
         const INT64 ticks = static_cast<INT64>(date) - base::kUnixEpoch;
-        INT64 seconds = ticks / 10'000'000;
-        INT64 rest = ticks % 10'000'000;
+        INT64 seconds = ticks / base::kUnitsPerSecond;
+        INT64 rest = ticks % base::kUnitsPerSecond;
         if (rest < 0) {
-            rest += 10'000'000;
+            rest += base::kUnitsPerSecond;
             --seconds;
         }
         const timespec times[2] = {{0, UTIME_OMIT}, {seconds, rest * 100}};

@@ -22,7 +22,7 @@ constexpr int kRemovalsPerPause = 64;
 // Entries that leave the list in one transaction, after one sync.
 constexpr size_t kRetiredAtOnce = 64;
 constexpr size_t kNamesPerRound = 4096; // of one directory
-constexpr UINT64 kDay = UINT64{24} * 3600 * 10'000'000;
+constexpr UINT64 kDay = 24 * 3600 * kTicksPerSecond;
 
 // One directory of the purge directory loses its contents, then itself. Subdirectories move up
 // beside it first: so the work needs no recursion, and no path grows too long.

@@ -184,7 +184,7 @@ TEST(NameList, NamesAreToldInUtf16)
         names.WideAt(i, text.data());
         EXPECT_TRUE(wide[i] == text) << i;
     }
-    names.Expect(3); // one behind the last is none
+    names.ExpectAfter(3); // one behind the last is none
 }
 
 TEST(Failures, ErrorsOfTheSystemBecomeCodes)
