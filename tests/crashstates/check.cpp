@@ -38,9 +38,17 @@ std::vector<std::string> Missing(const std::vector<std::string>& in,
 
 } // namespace
 
-Checker::Checker(const Setting& setting, std::string directory, const Sampling& sampling)
-    : setting_(setting), directory_(std::move(directory)), sampling_(sampling), first_(FirstDisk())
+Checker::Checker(const Setting& setting, std::string directory, const Sampling& sampling,
+                 OnFault onFault)
+    : setting_(setting), directory_(std::move(directory)), sampling_(sampling),
+      onFault_(std::move(onFault)), first_(FirstDisk())
 {
+}
+
+void Checker::Report(std::string what, std::string detail)
+{
+    ++counts.faults;
+    onFault_({std::move(what), std::move(detail)});
 }
 
 // Two volumes as a server left them that was stopped well.
@@ -95,8 +103,8 @@ void Checker::Check(const std::vector<const Operation*>& sequence, size_t repair
             expected.after.push_back(Describe(machine, *store, IsExact()));
             lastWasWhole = !Failed(status);
             if (Failed(status) && expected.after.back() != expected.after.end()[-2])
-                faults.push_back({expected.name + ": it failed and changed something",
-                                  Joined(expected.after.back(), "  ")});
+                Report(expected.name + ": it failed and changed something",
+                       Joined(expected.after.back(), "  "));
             if (Failed(status) && operation != sequence.back())
                 return;
         }
@@ -141,7 +149,7 @@ void Checker::CheckState(const Disk& disk, const Cut& cut, const Expected& expec
         const char* const when = isRepair                                    ? " (a second cut)"
                                  : cut.answered + 1 == expected.after.size() ? " (answered)"
                                                                              : " (not answered)";
-        faults.push_back({expected.name + when, wrong});
+        Report(expected.name + when, wrong);
         return;
     }
     if (isRepair || expected.repairs == 0 || counts.states % expected.repairs != 0)

@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // usage: crashstates [--full | --pairs N] [--length N] [--part I/N] [--seed N] [--limit N]
-//                    [--without WORD] [--setting N]
+//                    [--without WORD] [--only WORDS] [--setting N]
 //
 // Checks every state that a power cut can leave in the course of every single operation and of
 // drawn pairs (N for each setting, default 40), or with --full of every sequence of up to three.
 // --length: with --full, of up to N operations, 1 to 3. --part: of the sequences of several only
 // each N-th from the I-th on (1 to N), so that processes and nights can share them. --limit: so
-// many faults are told in detail (default 12). --without: leaves out the operations whose names
-// hold WORD. --setting: only the N-th of the settings, from 1. The exit status is not 0 when a
-// fault was found.
+// kinds of faults are told in detail, as they are found (default 12). --without: leaves out the
+// operations whose names hold WORD. --only: just the sequences whose names, joined by ": ", hold
+// WORDS. --setting: only the N-th of the settings, from 1. The exit status is not 0 when a fault
+// was found.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +34,7 @@ struct Options {
     uint64_t seed = 1;
     size_t limit = 12;
     const char* without = nullptr;
+    const char* only = nullptr;
     size_t setting = 0; // 0: all of them
 };
 
@@ -49,8 +51,17 @@ void Print(const Setting& setting, const Checker& checker, size_t length, double
     std::printf("%-30s %zu operations: %6zu sequences, %8zu states, %7zu while starting, "
                 "%8zu met again, %5.1f s, %zu faults\n",
                 setting.name, length, checker.counts.sequences, checker.counts.states,
-                checker.counts.repairs, checker.counts.repeats, seconds, checker.faults.size());
+                checker.counts.repairs, checker.counts.repeats, seconds, checker.counts.faults);
     std::fflush(stdout);
+}
+
+void Check(Checker& checker, const Sequence& sequence, size_t repairs, const Options& options)
+{
+    std::string name;
+    for (const Operation* operation : sequence)
+        name.append(name.empty() ? "" : ": ").append(operation->name);
+    if (!options.only || name.find(options.only) != name.npos)
+        checker.Check(sequence, repairs);
 }
 
 // Every sequence of `length` operations; of those, what belongs to this part.
@@ -63,7 +74,7 @@ void All(Checker& checker, const Sequence& operations, size_t length, const Opti
         Sequence sequence;
         for (size_t rest = number; sequence.size() < length; rest /= operations.size())
             sequence.push_back(operations[rest % operations.size()]);
-        checker.Check(sequence, 0);
+        Check(checker, sequence, 0, options);
     }
 }
 
@@ -75,7 +86,7 @@ void Run(const Setting& setting, Checker& checker, const Options& options)
         if (!options.without || !std::strstr(operation.name, options.without))
             operations.push_back(&operation);
     for (const Operation* operation : operations)
-        checker.Check({operation}, options.full ? 1 : 16);
+        Check(checker, {operation}, options.full ? 1 : 16, options);
     Print(setting, checker, 1, Seconds() - began);
     if (options.full) {
         for (size_t length = 2; length <= options.length; ++length) {
@@ -86,25 +97,42 @@ void Run(const Setting& setting, Checker& checker, const Options& options)
     }
     std::mt19937_64 dice(options.seed);
     for (size_t i = 0; i < options.pairs; ++i)
-        checker.Check(
-            {operations[dice() % operations.size()], operations[dice() % operations.size()]}, 0);
+        Check(checker,
+              {operations[dice() % operations.size()], operations[dice() % operations.size()]}, 0,
+              options);
     Print(setting, checker, 2, Seconds() - began);
 }
 
-// Each kind of fault once, with the number of its states.
-void Tell(const std::vector<Fault>& faults, size_t limit)
+// Tells the first fault of each kind as it is found, and in the end how many states show each.
+class FaultReport {
+  public:
+    explicit FaultReport(size_t limit) : limit_(limit) {}
+    void Add(const Fault& fault)
+    {
+        ++count_;
+        if (kinds_[fault.what]++ > 0 || kinds_.size() > limit_)
+            return;
+        std::printf("FAULT %s\n%s\n", fault.what.c_str(), fault.detail.c_str());
+        std::fflush(stdout);
+    }
+    void Sum() const;
+    size_t Count() const { return count_; }
+
+  private:
+    const size_t limit_;
+    size_t count_ = 0;
+    std::map<std::string, size_t> kinds_;
+};
+
+void FaultReport::Sum() const
 {
-    std::map<std::string, size_t> kinds;
-    for (const Fault& fault : faults)
-        if (kinds[fault.what]++ == 0 && kinds.size() <= limit)
-            std::printf("\nFAULT %s\n%s", fault.what.c_str(), fault.detail.c_str());
-    std::printf("\n");
     size_t told = 0;
-    for (const auto& [what, count] : kinds)
-        if (++told <= 10 * limit)
+    for (const auto& [what, count] : kinds_)
+        if (++told <= 10 * limit_)
             std::printf("%6zu states: %s\n", count, what.c_str());
-    if (told > 10 * limit)
-        std::printf("... and %zu more kinds\n", told - 10 * limit);
+    if (told > 10 * limit_)
+        std::printf("... and %zu more kinds\n", told - 10 * limit_);
+    std::printf("%zu faults\n", count_);
 }
 
 bool Parse(int count, char** words, Options* out)
@@ -123,6 +151,8 @@ bool Parse(int count, char** words, Options* out)
                 return false;
         } else if (std::strcmp(words[i], "--without") == 0 && i + 1 < count)
             out->without = words[++i];
+        else if (std::strcmp(words[i], "--only") == 0 && i + 1 < count)
+            out->only = words[++i];
         else if (!number("--pairs", &out->pairs) && !number("--seed", &out->seed) &&
                  !number("--limit", &out->limit) && !number("--setting", &out->setting) &&
                  !number("--length", &out->length))
@@ -139,27 +169,26 @@ int main(int count, char** words)
     Options options;
     if (!Parse(count, words, &options)) {
         std::fprintf(stderr, "usage: crashstates [--full | --pairs N] [--seed N] [--limit N] "
-                             "[--without WORD] [--setting N] [--length N] [--part I/N]\n");
+                             "[--without WORD] [--only WORDS] [--setting N] [--length N] "
+                             "[--part I/N]\n");
         return 2;
     }
     RegisterMemoryVfs();
     const filestore::TempDirectory directory;
     for (const char* const volume : {"v/.kest", "w/.kest"})
         std::filesystem::create_directories(directory.Path() / volume);
-    std::vector<Fault> faults;
+    FaultReport report(options.limit);
     for (const Setting& setting : kSettings) {
         if (options.setting != 0 && &setting != &kSettings[options.setting - 1])
             continue;
-        Checker checker(setting, directory.Path(), {options.full ? 4096u : 256u, options.seed});
+        Checker checker(setting, directory.Path(), {options.full ? 4096u : 256u, options.seed},
+                        [&](const Fault& fault) { report.Add(fault); });
         Run(setting, checker, options);
-        faults.insert(faults.end(), checker.faults.begin(), checker.faults.end());
     }
     if (FilesOpened() == 0) {
         std::fprintf(stderr, "crashstates: the database was not opened on the disk in memory\n");
         return 1;
     }
-    if (!faults.empty())
-        Tell(faults, options.limit);
-    std::printf("%zu faults\n", faults.size());
-    return faults.empty() && !testing::Test::HasFailure() ? 0 : 1;
+    report.Sum();
+    return report.Count() == 0 && !testing::Test::HasFailure() ? 0 : 1;
 }
