@@ -98,15 +98,26 @@ void SendXmlHead(IKestIO_5* io, HTTPSTATUS http)
     Put(io, kXmlHead);
 }
 
-// RFC 4918 section 16, lock-token-submitted: names the locks' roots.
-TALSTATUS AnswerLocked(IKestIO_5* io, TALSTATUS status, const Failures& failures)
+// RFC 4918 section 16, lock-token-submitted: names the locks' roots, and one path at least. Where
+// the provider has named none, it is the request's own that needs a token.
+TALSTATUS AnswerLocked(IKestIO_5* io, TALSTATUS status, const Failures& failures,
+                       const UNICODE_STRING& path)
 {
     SendXmlHead(io, 423);
     Put(io, "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted>");
+    if (!failures.First())
+        PutHref(io, path);
     for (const Failures::Entry* each = failures.First(); each; each = each->next)
         PutHref(io, each->path);
     Put(io, "</D:lock-token-submitted></D:error>\n");
     return status;
+}
+
+void PutTokenMissing(IKestIO_5* io, const UNICODE_STRING& path)
+{
+    Put(io, "<D:error><D:lock-token-submitted>");
+    PutHref(io, path);
+    Put(io, "</D:lock-token-submitted></D:error>");
 }
 
 TALSTATUS AnswerMembers(IKestIO_5* io, TALSTATUS status, const Failures& failures)
@@ -121,7 +132,7 @@ TALSTATUS AnswerMembers(IKestIO_5* io, TALSTATUS status, const Failures& failure
         Put(io, Decimal(static_cast<UINT64>(http)).Text());
         Put(io, http == 423 ? " Locked</D:status>" : " Failed</D:status>");
         if (http == 423)
-            Put(io, "<D:error><D:lock-token-submitted/></D:error>");
+            PutTokenMissing(io, each->path);
         Put(io, "</D:response>");
     }
     Put(io, "</D:multistatus>\n");
@@ -139,10 +150,8 @@ TALSTATUS AnswerFailure(IKestIO_5* io, TALSTATUS status, const Failures& failure
                   (destination && IsBelow(each->path, *destination));
     if (isBelow)
         return AnswerMembers(io, status, failures);
-    if (Code(status) != kCodeLocked)
-        return RefuseMapped(io, status);
-    return failures.First() ? AnswerLocked(io, status, failures)
-                            : Refuse(io, 423, status, "lock-token-submitted");
+    return Code(status) == kCodeLocked ? AnswerLocked(io, status, failures, path)
+                                       : RefuseMapped(io, status);
 }
 
 } // namespace standard

@@ -24,6 +24,9 @@ namespace standard {
 
 namespace {
 
+// Who reads: POST of a form shows what a GET would.
+enum class Reading { Get, Head, Post };
+
 // What a GET or HEAD is about.
 struct Opened {
     KESTDAV_HANDLER* handler = nullptr;
@@ -161,13 +164,15 @@ TALSTATUS SendFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path)
     return SendParts(io, *opened.resource.Get(), set, size, type);
 }
 
-// Answers for a file. RFC 9110 section 9.3.2: "Range" is for GET alone.
-TALSTATUS AnswerFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path, bool isGet)
+// Answers for a file. RFC 9110: ranges are for GET alone (section 14.2), "not modified" for GET and
+// HEAD (section 13.1.2), and neither for the page behind a form.
+TALSTATUS AnswerFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path, Reading reading)
 {
     Conditions conditions;
-    if (const TALSTATUS status = ReadConditions(io, true, conditions); Failed(status))
+    const bool isReading = reading != Reading::Post;
+    if (const TALSTATUS status = ReadConditions(io, isReading, conditions); Failed(status))
         return RefuseMapped(io, status);
-    const Verdict verdict = Judge(conditions, CurrentOf(opened.info), true);
+    const Verdict verdict = Judge(conditions, CurrentOf(opened.info), isReading);
     if (verdict == Verdict::Failed)
         return Refuse(io, 412, TAL_STATUS_SUCCESS);
     SetValidators(io, opened.info);
@@ -177,10 +182,12 @@ TALSTATUS AnswerFile(IKestIO_5* io, Opened& opened, UNICODE_STRING* path, bool i
     SetHeader(io, "Accept-Ranges", "bytes");
     if (verdict == Verdict::NotModified)
         return Reply(io, 304, TAL_STATUS_SUCCESS);
-    if (isGet)
+    if (reading == Reading::Get)
         return SendFile(io, opened, path);
     SendHeadOfWhole(io, opened, MediaType(path));
-    return TAL_STATUS_SUCCESS;
+    return reading == Reading::Head
+               ? TAL_STATUS_SUCCESS
+               : SendBytes(io, *opened.resource.Get(), {0, opened.info.ResourceSize});
 }
 
 // What a provider of an older generation serves: its page is told of like any other.
@@ -205,8 +212,9 @@ TALSTATUS ReadRoot(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool is
     return isGet ? AnswerIndex(session, url, io) : AnswerIndexHead(*url, io);
 }
 
-TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
+TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, Reading reading)
 {
+    const bool isGet = reading != Reading::Head;
     ProviderGuard providers; // to the last byte of the reply
     if (IsMonikerRoot(*url))
         return ReadRoot(session, url, io, isGet);
@@ -223,21 +231,26 @@ TALSTATUS Read(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool isGet)
         return RefuseMapped(io, judged);
     if (opened.info.Type == Collection)
         return AnswerCollection(session, url, io, opened, isGet);
-    return AnswerFile(io, opened, &path, isGet);
+    return AnswerFile(io, opened, &path, reading);
 }
 
 } // namespace
 
 TALSTATUS Get(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
-    return Read(session, url, io, true);
+    return Read(session, url, io, Reading::Get);
+}
+
+TALSTATUS ShowBehindForm(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
+{
+    return Read(session, url, io, Reading::Post);
 }
 
 TALSTATUS Head(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (UploadResource resource; NamesUpload(session, *url, resource))
         return HeadUpload(session, resource, io);
-    return Read(session, url, io, false);
+    return Read(session, url, io, Reading::Head);
 }
 
 } // namespace standard

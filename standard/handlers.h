@@ -25,6 +25,8 @@ TALSTATUS Post(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS PropFind(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS PropPatch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
+// Not of a method: what POST of a form's preferences shows.
+TALSTATUS ShowBehindForm(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 TALSTATUS Unlock(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io);
 
 } // namespace standard

@@ -35,7 +35,8 @@ TALSTATUS Post(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     if (!IsForm(type))
         return Refuse(io, 415, TAL_STATUS_NOT_SUPPORTED);
     bool isAnswered = true;
-    const TALSTATUS status = AnswerForm(io, session, url, {TellOutcome, Get}, isAnswered);
+    const TALSTATUS status =
+        AnswerForm(io, session, url, {TellOutcome, ShowBehindForm}, isAnswered);
     return isAnswered ? status : Refuse(io, 415, status);
 }
 

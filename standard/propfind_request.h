@@ -32,6 +32,7 @@ inline constexpr UINT32 kLiveCount = 16;
 
 // Those of RFC 4918, which "allprop" stands for.
 inline constexpr UINT32 kLiveAll = 0x1FF;
+inline constexpr UINT32 kLiveEvery = (1U << kLiveCount) - 1;
 
 struct LiveName {
     std::string_view space;

@@ -109,7 +109,9 @@ void PropFindResponses::EndFound(bool isEmptyAllowed)
 void PropFindResponses::PutFound(const PropFindObject& object)
 {
     UINT32 live = request_.live;
-    if (request_.kind != PropFindRequest::Kind::Named && object.info.Attributes != 0)
+    if (request_.kind == PropFindRequest::Kind::Names) // also what "allprop" leaves out
+        live = kLiveEvery;
+    else if (request_.kind == PropFindRequest::Kind::All && object.info.Attributes != 0)
         live |= kLiveWin32Attributes; // the usual ones are not worth their bytes
     for (UINT32 bits = live; bits != 0; bits &= bits - 1) {
         const UINT32 property = bits & -bits;
@@ -284,6 +286,10 @@ bool PropFindResponses::PutQuota(const PropFindObject& object, UINT32 property)
     if (!quota)
         return false;
     BeginFound();
+    if (request_.kind == PropFindRequest::Kind::Names) {
+        PutLiveNames(property);
+        return true;
+    }
     const bool isUsed = property == kLiveQuotaUsed;
     out_.Put(isUsed ? "<D:quota-used-bytes>" : "<D:quota-available-bytes>");
     out_.PutNumber(isUsed ? quota->Used : quota->Available);

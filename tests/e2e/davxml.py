@@ -161,6 +161,8 @@ def check_error(element):
             refuse(child, "no condition of the protocol")
         if local(child) in EMPTY and (len(child) or child.text):
             refuse(child, "it has to be empty")
+        if local(child) == "lock-token-submitted" and not len(child):
+            refuse(child, "it has to name what is locked")
         for href in child:
             if local(href) != "href":
                 refuse(child, "only names belong here")

@@ -72,7 +72,8 @@ TEST_F(StandardDelete, WithALockedMember_Answers207AndDeletesNothing)
               "<D:multistatus xmlns:D=\"DAV:\"><D:response>"
               "<D:href>/Ferro/gen3/c/%C3%A4%20%26%20b</D:href>"
               "<D:status>HTTP/1.1 423 Locked</D:status>"
-              "<D:error><D:lock-token-submitted/></D:error></D:response></D:multistatus>\n");
+              "<D:error><D:lock-token-submitted><D:href>/Ferro/gen3/c/%C3%A4%20%26%20b</D:href>"
+              "</D:lock-token-submitted></D:error></D:response></D:multistatus>\n");
     EXPECT_TRUE(world["gen3"].Has("/gen3/c/a"));
     EXPECT_EQ(Run(Delete("c").Header("If", "</Ferro/gen3/c/%C3%A4%20%26%20b> "
                                            "(<opaquelocktoken:t-1>)")),

@@ -57,6 +57,17 @@ TEST_F(StandardPost, OfAPreference_ShowsThePage)
     EXPECT_EQ(Run(sort), Run(Request(KestMethodGet, "/Ferro/gen3/none/")));
 }
 
+// RFC 9110 sections 13.1.2 and 14.2: neither 304 nor 206.
+TEST_F(StandardPost, OfAPreference_KnowsNoRangesAndIsNeverNotModified)
+{
+    Request sort(KestMethodPost, "/Ferro/gen3/f.txt");
+    sort.Header("Content-Type", "application/x-www-form-urlencoded").Body({"Sort=1"});
+    EXPECT_THAT(Run(Request(sort).Header("Range", "bytes=0-1")),
+                testing::AllOf(testing::StartsWith("200\n"), testing::EndsWith("\n\nhello world")));
+    EXPECT_EQ(Run(Request(sort).Header("If-None-Match", "\"v1\"")).substr(0, 3), "412");
+    EXPECT_EQ(Run(Request(sort).Header("If-Modified-Since", kAfterChange)).substr(0, 3), "200");
+}
+
 // RFC 9110 section 13.1.1: the page of a collection has no tag that a client could know.
 TEST_F(StandardPost, ConditionsHoldOfCollectionsToo)
 {

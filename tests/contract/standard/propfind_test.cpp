@@ -208,8 +208,17 @@ TEST_F(StandardPropFind, PropertyNames_WithoutValues)
             Response("/Ferro/gen3/f.txt",
                      "<D:creationdate/><D:displayname/><D:getcontentlength/>"
                      "<D:getcontenttype/><D:getetag/><D:getlastmodified/><D:resourcetype/>"
-                     "<D:lockdiscovery/><D:supportedlock/><n:p xmlns:n=\"urn:x\"/>") +
+                     "<D:lockdiscovery/><D:supportedlock/><D:current-user-privilege-set/>"
+                     "<n:Win32CreationTime xmlns:n=\"urn:schemas-microsoft-com:\"/>"
+                     "<n:Win32LastModifiedTime xmlns:n=\"urn:schemas-microsoft-com:\"/>"
+                     "<n:Win32FileAttributes xmlns:n=\"urn:schemas-microsoft-com:\"/>"
+                     "<n:permissions xmlns:n=\"http://owncloud.org/ns\"/>"
+                     "<n:p xmlns:n=\"urn:x\"/>") +
             kEnd);
+    world["gen3"].quotaUsed = 5;
+    world["gen3"].quotaAvailable = 7;
+    EXPECT_THAT(Run(Find("/Ferro/gen3/c", "0", "<propfind xmlns=\"DAV:\"><propname/></propfind>")),
+                HasSubstr("<D:quota-available-bytes/><D:quota-used-bytes/>"));
 }
 
 TEST_F(StandardPropFind, Include_AddsToAllProperties)

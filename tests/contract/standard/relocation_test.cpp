@@ -172,7 +172,8 @@ TEST_P(StandardRelocation, LockedMemberOfWhatIsReplaced_Answers207AndChangesNoth
               "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
               "<D:multistatus xmlns:D=\"DAV:\"><D:response><D:href>/Ferro/gen3/t/old</D:href>"
               "<D:status>HTTP/1.1 423 Locked</D:status>"
-              "<D:error><D:lock-token-submitted/></D:error></D:response></D:multistatus>\n");
+              "<D:error><D:lock-token-submitted><D:href>/Ferro/gen3/t/old</D:href>"
+              "</D:lock-token-submitted></D:error></D:response></D:multistatus>\n");
     EXPECT_EQ(Tree(), before);
 }
 

@@ -28,7 +28,8 @@ std::string RefusalOf(const std::string& status, const std::string& headers = {}
     return "423\n" + headers +
            "Content-Type: application/xml; charset=\"utf-8\"\nContent-Length: \n\n"
            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-           "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted/></D:error>\n";
+           "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted>"
+           "<D:href>/Ferro/gen3/n</D:href></D:lock-token-submitted></D:error>\n";
 }
 
 using StandardUploadFailures = StandardUploads;
