@@ -46,14 +46,14 @@ struct Mapping {
 std::map<std::string, Mapping> g_mappings; // by directory
 size_t g_opened = 0;
 
-struct DirectoryEntry {
+struct Place {
     Machine* machine = nullptr;
     InodeId directory = kNoInode;
     std::string leaf;
 };
 
 // Null machine: nobody's path.
-DirectoryEntry Find(const char* path)
+Place Find(const char* path)
 {
     const std::string_view text = path;
     for (const auto& [directory, mapping] : g_mappings) {
@@ -295,7 +295,7 @@ int OpenFile(sqlite3_vfs*, const char* path, sqlite3_file* file, int flags, int*
 {
     const Busy busy;
     file->pMethods = nullptr;
-    const DirectoryEntry place = path ? Find(path) : DirectoryEntry();
+    const Place place = path ? Find(path) : Place();
     if (!place.machine || place.directory == kNoInode)
         return SQLITE_CANTOPEN;
     Machine& machine = *place.machine;
@@ -325,7 +325,7 @@ int OpenFile(sqlite3_vfs*, const char* path, sqlite3_file* file, int flags, int*
 int Delete(sqlite3_vfs*, const char* path, int syncDirectory)
 {
     const Busy busy;
-    const DirectoryEntry place = Find(path);
+    const Place place = Find(path);
     if (!place.machine || place.machine->Now().Resolve(place.directory, place.leaf) == kNoInode)
         return SQLITE_IOERR_DELETE_NOENT;
     place.machine->Do({.kind = Event::Unlink, .directory = place.directory, .name = place.leaf});
@@ -337,7 +337,7 @@ int Delete(sqlite3_vfs*, const char* path, int syncDirectory)
 int Access(sqlite3_vfs*, const char* path, int, int* out)
 {
     const Busy busy;
-    const DirectoryEntry place = Find(path);
+    const Place place = Find(path);
     *out = place.machine && place.machine->Now().Resolve(place.directory, place.leaf) != kNoInode;
     return SQLITE_OK;
 }

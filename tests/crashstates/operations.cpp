@@ -289,7 +289,7 @@ class Description {
             ids_[name] = "";
     }
     // Empty for what belongs to an entry without its file.
-    std::string DirectoryEntry(const std::string& volume, const std::string& path) const
+    std::string ShownPath(const std::string& volume, const std::string& path) const
     {
         const std::string kDeleted = ".kest/deleted/";
         if (!path.starts_with(kDeleted))
@@ -309,11 +309,11 @@ class Description {
     void AddRows(sqlite3* database, const std::string& volume)
     {
         for (const Row& row : Rows(database, "SELECT path, name, value FROM props"))
-            AddRow(DirectoryEntry(volume, row[0]), " has " + row[1] + " = " + row[2]);
+            AddRow(ShownPath(volume, row[0]), " has " + row[1] + " = " + row[2]);
         for (const Row& row : Rows(database, "SELECT parent, leaf FROM hidden"))
-            AddRow(DirectoryEntry(volume, row[0]), " hides " + row[1]);
+            AddRow(ShownPath(volume, row[0]), " hides " + row[1]);
         for (const Row& row : Rows(database, "SELECT path, expires FROM locks"))
-            AddRow(DirectoryEntry(volume, row[0]), " is locked until " + row[1]);
+            AddRow(ShownPath(volume, row[0]), " is locked until " + row[1]);
     }
 
     const Machine& machine_;
