@@ -113,6 +113,7 @@ void ReadSite(RegistryReader& in, ServerSettings& server)
     in.Text(u"Realm", server.realm);
     ReadLogs(in, server);
     in.Text(u"Wharf Directory", server.wharfDirectory);
+    in.Flag(u"Compression", server.compression);
     if (server.realm.empty() || base::HasControlOrTab(server.realm))
         in.Refuse(u"Realm", "expected a text without control characters");
     if (!server.publicUrl.empty())
@@ -165,7 +166,8 @@ std::vector<KnownNames> ServerSettingNames()
                              u"Guess Delay",      u"Connections Per Address",
                              u"Waiting Requests", u"Waiting Requests Per Address",
                              u"Least Rate",       u"Rate Time",
-                             u"Trusted Proxies",  u"Proxy Headers"}},
+                             u"Trusted Proxies",  u"Proxy Headers",
+                             u"Compression"}},
     };
 }
 

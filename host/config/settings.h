@@ -76,6 +76,7 @@ struct ServerSettings {
     bool accessLog = true;      // 'Access Log': whether there is one
     AccessLogFormat accessLogFormat = AccessLogFormat::Text; // 'Access Log Format'
     LogFiles logFiles;
+    bool compression = true;                       // 'Compression' of what the server says
     std::string wharfDirectory;                    // 'Wharf Directory', served under /Wharf/
     Dialect dialect = Dialect::Classic;            // of the start; a reload does not change it
     std::vector<base::IpPrefix> trustedProxies;    // 'Trusted Proxies'

@@ -78,6 +78,8 @@ void Response::Reset() noexcept
 {
     headers_.Clear();
     gathered_.Release();
+    coding_ = ContentCoding::Identity;
+    coder_.reset();
     mode_ = Mode::Unknown;
     status_ = 0;
     length_ = bodyBytes_ = 0;
@@ -169,7 +171,7 @@ Response::FileOutcome Response::AppendFile(int file, uint64_t offset, uint64_t l
     const bool isFramed =
         mode_ == Mode::Length || (mode_ == Mode::Unknown && FindHeader("Content-Length"));
     if (!status_ || isBroken_ || discardsBody_ || options_.isHead || HasNoBody(status_) ||
-        !isFramed || !stream_->CanSendFile())
+        coding_ != ContentCoding::Identity || !isFramed || !stream_->CanSendFile())
         return FileOutcome::Cannot;
     if ((!headersSent_ || gathered_.Size() != 0) && !Flush(nullptr, 0, Follows::File))
         return FileOutcome::Broken;
@@ -189,6 +191,7 @@ bool Response::Replace(int status, std::string_view type, std::string_view text)
         return false;
     headers_.Clear();
     gathered_.Clear();
+    coding_ = ContentCoding::Identity;
     status_ = 0;
     bodyBytes_ = 0;
     discardsBody_ = false;
@@ -209,6 +212,7 @@ bool Response::ReplaceBody(std::string_view type, std::string_view text)
          {"Content-Length", "Transfer-Encoding", "Content-Encoding", "ETag", "Last-Modified"})
         headers_.Remove(name);
     headers_.Set(*arena_, "Content-Type", type);
+    coding_ = ContentCoding::Identity;
     gathered_.Clear();
     bodyBytes_ = 0;
     discardsBody_ = true;
@@ -377,9 +381,63 @@ void Response::PutHead(size_t chunk)
     Put(at, {sizeLine, sizeLineSize});
 }
 
+// Whether the body is to be coded, as far as that is known when the head leaves. What fits into a
+// packet in any case gains nothing.
+bool Response::MayBeCoded(bool isFinal, size_t pending) const noexcept
+{
+    constexpr uint64_t kLeast = 1024;
+    if (HasNoBody(status_) || status_ == 206 || status_ == 416)
+        return false;
+    const std::string_view* const length = FindHeader("Content-Length");
+    uint64_t announced = 0;
+    if (length && base::ParseDecimal(*length, announced))
+        return announced >= kLeast;
+    return !options_.isHead && (!isFinal || pending >= kLeast);
+}
+
+void Response::DecideCoding(bool isFinal, size_t pending)
+{
+    if (!MayBeCoded(isFinal, pending))
+        return;
+    if (!options_.isHead && !(coder_ = ContentCoder::Make(coding_)))
+        return;
+    headers_.Remove("Content-Length");
+    headers_.Set(*arena_, "Content-Encoding", CodingName(coding_));
+    const std::string_view* const tag = FindHeader("ETag");
+    if (tag && !tag->starts_with("W/")) // RFC 9110 section 8.8.3.3: other bytes, the same meaning
+        headers_.Set(*arena_, "ETag", "W/" + std::string(*tag));
+}
+
+// Puts what is gathered, and a further piece, into their coded form. False when the reply is
+// broken.
+bool Response::CodePending(const void* extra, size_t size, bool isFinal)
+{
+    Buffer coded;
+    coded.Reserve(kHeadRoom + kGatherFirst);
+    coded.MakeHeadroom(kHeadRoom);
+    const std::string_view last{static_cast<const char*>(extra), size};
+    const uint64_t plain = gathered_.Size() + size;
+    if (!coder_->Code(gathered_.View(), isFinal && size == 0, coded) ||
+        (size != 0 && !coder_->Code(last, isFinal, coded))) {
+        Cut();
+        return false;
+    }
+    bodyBytes_ += coded.Size();
+    bodyBytes_ -= plain;
+    gathered_ = std::move(coded);
+    return true;
+}
+
 bool Response::Flush(const void* extra, size_t size, Follows follows)
 {
     const bool isFinal = follows == Follows::Nothing;
+    if (coding_ != ContentCoding::Identity && !headersSent_)
+        DecideCoding(isFinal, gathered_.Size() + size);
+    if (coder_) {
+        if (!CodePending(extra, size, isFinal))
+            return false;
+        size = 0;
+    }
     const size_t pending = gathered_.Size() + size;
     if (!headersSent_)
         DecideMode(isFinal, pending);

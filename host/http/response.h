@@ -5,9 +5,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "host/http/body.h"
+#include "host/http/content_coding.h"
 #include "host/http/header_fields.h"
 #include "host/net/buffer.h"
 #include "host/net/socket_stream.h"
@@ -42,6 +44,9 @@ class Response {
         return headers_.Find(name);
     }
     void RemoveHeader(std::string_view name) noexcept { headers_.Remove(name); }
+    // The body leaves in this coding, where there is enough of it and memory for it: then
+    // "Content-Encoding" says so, and the entity tag becomes a weak one. Before Begin.
+    void SetCoding(ContentCoding coding) noexcept { coding_ = coding; }
     // Sends an interim reply (RFC 9110 section 15.2) with these headers alone. Throws
     // std::bad_alloc.
     enum class Interim { Sent, NotTaken, TooLate, Gone };
@@ -82,6 +87,9 @@ class Response {
 
   private:
     enum class Mode { Unknown, Length, Chunked, UntilClose, None };
+    bool MayBeCoded(bool isFinal, size_t pending) const noexcept;
+    void DecideCoding(bool isFinal, size_t pending);
+    bool CodePending(const void* extra, size_t size, bool isFinal);
     bool MayGather(size_t size);
     void DecideMode(bool isFinal, size_t pending);
     size_t CutSurplus(size_t pending) noexcept;
@@ -95,11 +103,13 @@ class Response {
     SocketStream* stream_ = nullptr;
     Waiter* waiter_ = nullptr;
     HeaderFields headers_;
-    Buffer gathered_; // with room in front for the head
+    Buffer gathered_;                                // with room in front for the head
+    ContentCoding coding_ = ContentCoding::Identity; // that is wanted
+    std::unique_ptr<ContentCoder> coder_;            // once the head is decided, where it is used
     Mode mode_ = Mode::Unknown;
     int status_ = 0;
     uint64_t length_ = 0;    // Length only
-    uint64_t bodyBytes_ = 0; // taken into the reply
+    uint64_t bodyBytes_ = 0; // taken into the reply, as they leave
     size_t gatherLimit_ = 0; // how much of the body is gathered before it leaves
     int64_t looked_ = 0;     // when HasClientLeft did so last; 0 for never
     bool hasAsked_ = false;

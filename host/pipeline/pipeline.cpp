@@ -9,6 +9,7 @@
 #include "host/pipeline/access.h"
 #include "host/pipeline/authentication.h"
 #include "host/pipeline/body_limits.h"
+#include "host/pipeline/compression.h"
 #include "host/pipeline/condition_headers.h"
 #include "host/pipeline/copy_move_headers.h"
 #include "host/pipeline/csrf.h"
@@ -41,6 +42,7 @@ constexpr bool Stands(Speakers speakers, Dialect dialect) noexcept
 }
 
 constexpr Methods kAll = ~Methods{0};
+constexpr Methods kListing = Of(KestMethodGet, KestMethodHead, KestMethodPost, KestMethodPropFind);
 constexpr Methods kCopyMove = Of(KestMethodCopy, KestMethodMove);
 constexpr Methods kChanging =
     kCopyMove | Of(KestMethodPut, KestMethodPost, KestMethodDelete, KestMethodPropPatch,
@@ -59,6 +61,7 @@ struct Pipeline::AllStages {
     {
     }
 
+    const Compression compression;
     const SecurityHeaders securityHeaders;
     const HostCheck hostCheck;
     const Router router;
@@ -92,6 +95,7 @@ Pipeline::Pipeline(Dialect dialect, AccessControl& accessControl, RequestHandler
     // last to the first.
     const Row order[] = {
         // clang-format off
+        {"compression", all.compression, at(kReplyHead), kListing, Speakers::Standard},
         {"security_headers", all.securityHeaders, at(kReplyHead), Of(KestMethodGet, KestMethodPost), Speakers::Both},
         {"host_check", all.hostCheck, at(kRequest), kAll, Speakers::Both},
         {"router", all.router, at(kRequest), kAll, Speakers::Both},

@@ -15,7 +15,9 @@
 #include "base/descriptor.h"
 #include "base/http_date.h"
 #include "base/open_beneath.h"
+#include "host/config/settings_holder.h"
 #include "host/http/short_reply.h"
+#include "host/pipeline/compression.h"
 
 namespace kestd {
 
@@ -123,6 +125,8 @@ void ServeStaticFile(Exchange& exchange, const std::string& directory, const std
     }
     response.SetHeader("Content-Type", TypeOf(name));
     response.SetHeader("Content-Length", std::to_string(info.st_size));
+    if (exchange.settings->server.dialect == Dialect::Standard)
+        OfferCompression(exchange);
     response.Begin(200);
     if (request.method == KestMethodGet)
         SendContent(response, file.Number(), static_cast<uint64_t>(info.st_size));

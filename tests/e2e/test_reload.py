@@ -109,7 +109,7 @@ class EachSetting(ServerCase):
             "TLS Certificate": (tls, False), "TLS Key": (tls, False),
             "Public URL": ("'https://files.example.org'", False), "Realm": ("'Elsewhere'", False),
             **self.changed_logs(),
-            "Wharf Directory": (f"'{own / 'wharf'}'", False),
+            "Compression": ("false", False), "Wharf Directory": (f"'{own / 'wharf'}'", False),
             "Users File": (f"'{own / 'users'}'", False), "Connections": ("1", False),
             "Worker Threads": ("3", False), "Head Size": ("1024", False),
             "Target Size": ("256", False), "XML Body Size": ("1024", False),

@@ -56,9 +56,9 @@ TEST(PipelineOrder, OfTheClassicDialectProtectsAndChangesNothing)
 TEST(PipelineOrder, OfTheStandardDialectTellsOfConditions)
 {
     EXPECT_THAT(StagesOf(Dialect::Standard),
-                ElementsAre("security_headers", "host_check", "router", "authentication", "csrf",
-                            "stored_scripts", "copy_move_headers", "access", "body_limits",
-                            "condition_headers", "granted_lock"));
+                ElementsAre("compression", "security_headers", "host_check", "router",
+                            "authentication", "csrf", "stored_scripts", "copy_move_headers",
+                            "access", "body_limits", "condition_headers", "granted_lock"));
 }
 
 TEST(PipelineMethods, PatchIsOneOfTheStandardDialectOnly)
