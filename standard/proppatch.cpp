@@ -11,6 +11,7 @@
 #include "standard/propfind_request.h"
 #include "standard/tree_path.h"
 #include "support/handlers.h"
+#include "support/provider.h"
 #include "support/reply.h"
 #include "support/resolution.h"
 #include "support/uri.h"
@@ -62,6 +63,13 @@ TALSTATUS SendOutcome(IKestIO_5* io, const UNICODE_STRING& path, bool isCollecti
     return TAL_STATUS_SUCCESS;
 }
 
+// Only the href's last "/" needs it: the provider need not describe what it has changed for that.
+bool IsCollection(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler)
+{
+    DAV_TYPE type = Resource;
+    return !Failed(DavNamespace(handler).GetType(session, path, &type)) && type == Collection;
+}
+
 TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& handler,
                     IKestIO_5* io)
 {
@@ -76,26 +84,22 @@ TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLE
         return RefuseMapped(io, status);
 
     IKestDAV3& provider = *handler.pIKestDav3;
-    DAV_CHANGE change = EmptyChange();
     if (changes.HasFailures()) { // nothing is changed then
-        if (const TALSTATUS status =
-                JudgeRefused(session, provider, path, preconditions, change.Info);
+        DAV_OBJECT_INFO info = EmptyInfo();
+        if (const TALSTATUS status = JudgeRefused(session, provider, path, preconditions, info);
             Failed(status))
             return RefuseMapped(io, status);
-        return SendOutcome(io, *path, change.Info.Type == Collection, changes);
+        return SendOutcome(io, *path, info.Type == Collection, changes);
     }
+    DAV_CHANGE change = OutcomeOnly();
     Failures failures;
     const TALSTATUS status = provider.PatchProperties(
         session, path, &preconditions, changes.Count(), changes.Records(), &failures, &change);
     if (Failed(status) && !changes.HasFailures())
         return AnswerFailure(io, status, failures, *path);
-    if (Failed(status)) {
-        change = EmptyChange();
-        (void)provider.GetInfo(session, path, &change.Info); // only the href's last "/" needs it
-    } else if (preferences.isMinimal) {
+    if (!Failed(status) && preferences.isMinimal)
         return SendMinimal(io, preferences);
-    }
-    return SendOutcome(io, *path, change.Info.Type == Collection, changes);
+    return SendOutcome(io, *path, IsCollection(session, path, handler), changes);
 }
 
 } // namespace
