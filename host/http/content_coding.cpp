@@ -17,7 +17,7 @@ namespace kestd {
 
 namespace {
 
-constexpr size_t kPiece = 16 * 1024; // of room for what comes out
+constexpr size_t kRoomAtOnce = 16 * 1024; // of room for what comes out
 
 class GzipCoder final : public ContentCoder {
   public:
@@ -44,7 +44,7 @@ class GzipCoder final : public ContentCoder {
         stream_.avail_in = static_cast<uInt>(piece.size()); // pieces are below 1 MiB
         const int flush = isLast ? Z_FINISH : Z_SYNC_FLUSH;
         for (;;) {
-            const size_t room = out.Reserve(kPiece);
+            const size_t room = out.Reserve(kRoomAtOnce);
             stream_.next_out = reinterpret_cast<Bytef*>(out.Tail());
             stream_.avail_out = static_cast<uInt>(room);
             const int result = deflate(&stream_, flush);
@@ -82,7 +82,7 @@ class ZstdCoder final : public ContentCoder {
     {
         ZSTD_inBuffer in{piece.data(), piece.size(), 0};
         for (;;) {
-            ZSTD_outBuffer to{nullptr, out.Reserve(kPiece), 0};
+            ZSTD_outBuffer to{nullptr, out.Reserve(kRoomAtOnce), 0};
             to.dst = out.Tail();
             const size_t left =
                 ZSTD_compressStream2(context_, &to, &in, isLast ? ZSTD_e_end : ZSTD_e_flush);

@@ -7,13 +7,13 @@ namespace kestd {
 
 namespace {
 
-struct Row {
+struct MethodRow {
     std::string_view token;
     UINT32 number;
 };
 
 // The most frequent ones first.
-constexpr Row kMethods[] = {
+constexpr MethodRow kMethods[] = {
     {"GET", KestMethodGet},         {"PUT", KestMethodPut},
     {"HEAD", KestMethodHead},       {"PROPFIND", KestMethodPropFind},
     {"OPTIONS", KestMethodOptions}, {"DELETE", KestMethodDelete},
@@ -28,7 +28,7 @@ constexpr Row kMethods[] = {
 
 UINT32 MethodNumber(std::string_view token) noexcept
 {
-    for (const Row& row : kMethods)
+    for (const MethodRow& row : kMethods)
         if (row.token == token)
             return row.number;
     return KestMethodUnknown;
@@ -38,7 +38,7 @@ std::string_view MethodName(UINT32 method) noexcept
 {
     if (method == KestMethodPatch) // no token of the table: the classic dialect does not know it
         return "PATCH";
-    for (const Row& row : kMethods)
+    for (const MethodRow& row : kMethods)
         if (row.number == method)
             return row.token;
     return "other";

@@ -26,7 +26,7 @@ std::string BoundOf(double value)
     return text;
 }
 
-void AppendEscaped(std::string& out, std::string_view value)
+void AppendLabelValue(std::string& out, std::string_view value)
 {
     for (const char c : value)
         if (c == '\n')
@@ -70,7 +70,7 @@ void Exposition::Line(std::string_view suffix, Labels labels, const Label* last,
     char before = '{';
     const auto put = [&](const Label& label) {
         (text_ += std::exchange(before, ',')).append(label.name).append("=\"");
-        AppendEscaped(text_, label.value);
+        AppendLabelValue(text_, label.value);
         text_ += '"';
     };
     for (const Label& label : labels)
