@@ -412,20 +412,23 @@ void Response::DecideCoding(bool isFinal, size_t pending)
 // broken.
 bool Response::CodePending(const void* extra, size_t size, bool isFinal)
 {
-    Buffer coded;
-    coded.Reserve(kHeadRoom + kGatherFirst);
-    coded.MakeHeadroom(kHeadRoom);
     const std::string_view last{static_cast<const char*>(extra), size};
     const uint64_t plain = gathered_.Size() + size;
-    if (!coder_->Code(gathered_.View(), isFinal && size == 0, coded) ||
-        (size != 0 && !coder_->Code(last, isFinal, coded))) {
-        Cut();
-        return false;
+    try {
+        Buffer coded;
+        coded.Reserve(kHeadRoom + kGatherFirst);
+        coded.MakeHeadroom(kHeadRoom);
+        if (coder_->Code(gathered_.View(), isFinal && size == 0, coded) &&
+            (size == 0 || coder_->Code(last, isFinal, coded))) {
+            bodyBytes_ += coded.Size();
+            bodyBytes_ -= plain;
+            gathered_ = std::move(coded);
+            return true;
+        }
+    } catch (const std::bad_alloc&) { // a part may be coded already, and must not be once more
     }
-    bodyBytes_ += coded.Size();
-    bodyBytes_ -= plain;
-    gathered_ = std::move(coded);
-    return true;
+    Cut();
+    return false;
 }
 
 bool Response::Flush(const void* extra, size_t size, Follows follows)
