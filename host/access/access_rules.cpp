@@ -137,6 +137,15 @@ AccessSubject AccessRules::SubjectOf(std::string_view user,
 Rights AccessRules::Evaluate(const AccessSubject& subject, const Place& place, Grants Node::*which,
                              Rights inherited) const noexcept
 {
+    for (size_t i = 0; i < place.count; ++i)
+        if (!(nodes_[place.nodes[i]].*which).isEmpty)
+            return EvaluateSome(subject, place, which, inherited);
+    return inherited;
+}
+
+Rights AccessRules::EvaluateSome(const AccessSubject& subject, const Place& place,
+                                 Grants Node::*which, Rights inherited) const noexcept
+{
     Rights decided = 0;
     Rights allowed = 0;
     const auto take = [&](auto&& grantOf) {
@@ -150,11 +159,6 @@ Rights AccessRules::Evaluate(const AccessSubject& subject, const Place& place, G
         allowed |= all.allowed & ~all.denied & fresh;
         decided |= fresh;
     };
-    bool isEmpty = true;
-    for (size_t i = 0; i < place.count; ++i)
-        isEmpty = isEmpty && (nodes_[place.nodes[i]].*which).isEmpty;
-    if (isEmpty)
-        return inherited;
     if (subject.number_ != AccessSubject::kNoNumber)
         take([&](const Grants& grants, Grant& all) {
             if (const Grant* const found = Find(grants.users, subject.number_))

@@ -122,6 +122,8 @@ class AccessRules {
 
     Rights Evaluate(const AccessSubject& subject, const Place& place, Grants Node::*which,
                     Rights inherited) const noexcept;
+    Rights EvaluateSome(const AccessSubject& subject, const Place& place, Grants Node::*which,
+                        Rights inherited) const noexcept; // where there are grants
     bool Descend(const AccessSubject& subject, std::string_view name, const Place& from,
                  Place& to) const noexcept;
     Rights Follow(const AccessSubject& subject, std::string_view path, Place& place) const noexcept;

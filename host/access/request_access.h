@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,14 +18,16 @@ class RequestAccess {
   public:
     // `rules` and `limits` (both may be null: allow everything), `user` (empty: not signed in) and
     // `told` (see AccessRules::SubjectOf) outlive the request. What the limits deny is denied,
-    // whatever the rules say. Throws std::bad_alloc.
+    // whatever the rules say. `version` is another one for other rules; 0: it is not known. Throws
+    // std::bad_alloc.
     void Begin(const AccessRules* rules, std::string_view user,
-               const std::vector<std::string>* told, const AccessRules* limits = nullptr)
+               const std::vector<std::string>* told, const AccessRules* limits = nullptr,
+               uint64_t version = 0)
     {
         rules_ = rules;
         limits_ = limits;
         if (rules)
-            subject_ = rules->SubjectOf(user, told);
+            TakeSubject(user, told, version);
         if (limits)
             limited_ = limits->SubjectOf(user, nullptr);
     }
@@ -34,7 +37,6 @@ class RequestAccess {
             return;
         rules_ = nullptr;
         limits_ = nullptr;
-        subject_ = {};
         limited_ = {};
         denied_ = 0;
         askedSize_ = 0;
@@ -88,8 +90,21 @@ class RequestAccess {
     const std::string& DeniedPath() const noexcept { return deniedPath_; }
 
   private:
+    // One connection's requests are one user's mostly: who he is in the rules' numbers is kept.
+    void TakeSubject(std::string_view user, const std::vector<std::string>* told, uint64_t version)
+    {
+        if (version != 0 && version == version_ && !told && user == user_)
+            return;
+        version_ = 0;
+        user_ = user;
+        subject_ = rules_->SubjectOf(user_, told);
+        version_ = told ? 0 : version;
+    }
+
     const AccessRules* rules_ = nullptr;
     const AccessRules* limits_ = nullptr; // of the app password
+    std::string user_;                    // whom `subject_` stands for
+    uint64_t version_ = 0; // of the rules in whose numbers; 0: it is not to be used again
     AccessSubject subject_;
     AccessSubject limited_; // the same in the numbers of the limits
     Rights denied_ = 0;

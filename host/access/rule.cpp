@@ -81,6 +81,10 @@ std::string WhatIsWrongWithRulePath(std::string_view path)
 bool TakeComponent(std::string_view& path, std::string_view& component) noexcept
 {
     while (!path.empty()) {
+        if (path.front() == '/') { // as most paths begin
+            path.remove_prefix(1);
+            continue;
+        }
         const size_t end = std::min(path.find('/'), path.size());
         component = path.substr(0, end);
         path.remove_prefix(std::min(end + 1, path.size()));

@@ -51,9 +51,9 @@ class AccessCheck {
 
     Lack Of(UINT32 method)
     {
-        if (const size_t end = path_.find("/.kest/upload/");
-            end != std::string_view::npos && IsOfUpload(method))
-            return AnyOf(kWriting, path_.substr(0, end));
+        if (IsOfUpload(method))
+            if (const size_t end = path_.find("/.kest/upload/"); end != std::string_view::npos)
+                return AnyOf(kWriting, path_.substr(0, end));
         switch (method) {
         case KestMethodOptions:
             return {};
@@ -166,7 +166,8 @@ Decision Access::OnRequest(Exchange& exchange) const
     if (!rules && !limits)
         return Decision::GoOn();
     RequestAccess& access = exchange.access;
-    access.Begin(rules, exchange.auth.user, exchange.auth.groups.get(), limits);
+    access.Begin(rules, exchange.auth.user, exchange.auth.groups.get(), limits,
+                 exchange.settings->version);
     homes_.Provide(exchange);
 
     const UINT32 method = exchange.request.method;
@@ -175,7 +176,8 @@ Decision Access::OnRequest(Exchange& exchange) const
     if (path.ends_with(kIndexSuffix))
         path.remove_suffix(kIndexSuffix.size());
     const bool isCopyOrMove = method == KestMethodCopy || method == KestMethodMove;
-    if (IsDeleted(path) && !isCopyOrMove)
+    const bool isReserved = path.find("/.kest/") != std::string_view::npos;
+    if (isReserved && IsDeleted(path) && !isCopyOrMove)
         return Decision::GoOn(); // the provider judges
     const std::string_view destination =
         isCopyOrMove ? ProviderPath(exchange.copyMove.path) : std::string_view();
