@@ -88,6 +88,8 @@ void Checker::Check(const std::vector<const Operation*>& sequence, size_t repair
     Expected expected;
     expected.repairs = repairs;
     expected.halfway = sequence.back()->halfway;
+    expected.isMoveAcross =
+        sequence.back()->usesOther && std::string_view(sequence.back()->name).starts_with("MOVE");
     expected.name = setting_.name;
     size_t first = 0; // event of the last operation
     lastWasWhole = true;
@@ -196,18 +198,20 @@ static Lines OnVolume(const Lines& lines, std::string_view volume)
 
 // Whether a move between volumes was cut in the middle. It stands at its destination before its
 // source goes, and until it has ended what it replaces and its source are among the deleted:
-// nothing is lost.
+// nothing is lost. A volume may look the same before and after: what is replaced holds the same.
 static bool IsHalfMoved(const Lines& found, const Lines& before, const Lines& after)
 {
     bool isOld[2];
+    bool isMade[2];
     for (const int i : {0, 1}) {
         const std::string_view volume = i == 0 ? "/v" : "/w";
         const Lines old = OnVolume(before, volume);
         const Lines made = OnVolume(after, volume);
         const Lines now = OnVolume(found, volume);
-        if (old == made || (now != old && now != made))
-            return false;
         isOld[i] = now == old;
+        isMade[i] = now == made;
+        if (!isOld[i] && !isMade[i])
+            return false;
     }
     const auto isLost = [&](const std::string& line) {
         return line.starts_with("deleted ") &&
@@ -215,7 +219,7 @@ static bool IsHalfMoved(const Lines& found, const Lines& before, const Lines& af
                std::find(found.begin(), found.end(), line) == found.end();
     };
     const auto isFault = [](const std::string& line) { return line.starts_with("fault "); };
-    return (isOld[0] || !isOld[1]) && std::none_of(before.begin(), before.end(), isLost) &&
+    return (isOld[0] || isMade[1]) && std::none_of(before.begin(), before.end(), isLost) &&
            std::none_of(found.begin(), found.end(), isFault);
 }
 
@@ -227,7 +231,8 @@ std::string Checker::Compare(const Lines& found, const Cut& cut, const Expected&
     const Lines& before = expected.after[cut.answered];
     const Lines& after = expected.after[std::min(cut.answered + 1, expected.after.size() - 1)];
     const Lines more = Missing(before, found);
-    if (found == before || found == after || IsHalfMoved(found, before, after) ||
+    if (found == before || found == after ||
+        (expected.isMoveAcross && IsHalfMoved(found, before, after)) ||
         (expected.halfway && more.size() == 1 && more.front().starts_with(expected.halfway) &&
          Missing(found, before).empty()))
         return {};
