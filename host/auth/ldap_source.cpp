@@ -18,7 +18,7 @@
 namespace kestd {
 namespace {
 
-constexpr size_t kIdleConnections = 8; // kept of each kind for the next questions
+constexpr size_t kKeptConnections = 8; // kept of each kind for the next questions
 constexpr int kMostGroups = 1000;      // of one user
 constexpr const char* kMail = "mail";
 
@@ -77,7 +77,7 @@ class IdleConnections {
     void Keep(LdapConnection connection)
     {
         const std::lock_guard lock(mutex_);
-        if (idle_.size() < kIdleConnections)
+        if (idle_.size() < kKeptConnections)
             idle_.push_back(std::move(connection));
     }
     void Clear()
