@@ -49,8 +49,11 @@ void PutTimeout(ReplyWriter& out, INT64 timeout)
         out.Put("Infinite");
         return;
     }
+    // To the nearest second: a lock that has just been granted for an hour says so.
+    constexpr INT64 kHalf = kUnitsPerSecond / 2;
+    const INT64 seconds = timeout / kUnitsPerSecond + (timeout % kUnitsPerSecond >= kHalf ? 1 : 0);
     out.Put("Second-");
-    out.PutNumber(static_cast<UINT64>(timeout < 0 ? 0 : timeout / kUnitsPerSecond));
+    out.PutNumber(static_cast<UINT64>(timeout < 0 ? 0 : seconds));
 }
 
 } // namespace

@@ -57,10 +57,14 @@ class PropertyChangesReader final : public XmlHandler {
     bool hasNoMemory = false;
 
   private:
+    bool IsNewType(const XmlName& name) const
+    {
+        return root_ == "mkcol" && isSet_ && name.IsDav("resourcetype");
+    }
     // Whether this says of a new collection what it is in any case (RFC 5689 section 3).
     bool IsItsType(const XmlName& name, std::string_view value)
     {
-        if (root_ != "mkcol" || !isSet_ || !name.IsDav("resourcetype"))
+        if (!IsNewType(name))
             return false;
         PlainCollection handler;
         const XmlResult result = XmlReader(handler).Read(value);
@@ -80,7 +84,9 @@ class PropertyChangesReader final : public XmlHandler {
         PropertyChanges::Item item{};
         item.kind = isSet_ ? kPropertySet : kPropertyRemove;
         if (const LiveChange live = ReadLiveChange(name, value); live.isLive) {
-            item.status = isSet_ ? live.status : TAL_STATUS_ACCESS_DENIED;
+            item.status = IsNewType(name) ? TAL_STATUS_NOT_SUPPORTED
+                          : isSet_        ? live.status
+                                          : TAL_STATUS_ACCESS_DENIED;
             item.kind = live.kind;
             item.number = live.number;
             value = {};
@@ -191,6 +197,7 @@ HTTPSTATUS HttpOf(TALSTATUS status)
     case kCodeInvalidParameter:
         return 409;
     case kCodeNotImplemented:
+    case kCodeNotSupported:
         return 403;
     default:
         return HttpStatusOf(status);
@@ -233,7 +240,9 @@ void PropertyChanges::PutPropStat(ReplyWriter& out, HTTPSTATUS http, TALSTATUS s
     out.Put("</D:prop><D:status>");
     out.Put(StatusLine(http));
     out.Put("</D:status>");
-    if (http == 403)
+    if (Code(status) == kCodeNotSupported) // RFC 5689 section 3.3
+        out.Put("<D:error><D:valid-resourcetype/></D:error>");
+    else if (http == 403)
         out.Put("<D:error><D:cannot-modify-protected-property/></D:error>");
     out.Put("</D:propstat>");
 }

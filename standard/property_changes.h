@@ -22,8 +22,8 @@ class PropertyChanges {
     [[nodiscard]] TALSTATUS Read(std::string_view body, std::string_view root);
 
     // The records, in document order, valid as long as this. Each one's Status is success, or says
-    // why no provider need be asked: code 6 for a protected property, code 33 for a value that
-    // cannot be taken.
+    // why no provider need be asked: code 6 for a protected property, code 28 for a type of
+    // collection that is not made here, code 33 for a value that cannot be taken.
     DAV_PROPERTY_CHANGE* Records() { return records_.data(); }
     UINT32 Count() const { return static_cast<UINT32>(records_.size()); }
     bool HasFailures() const;

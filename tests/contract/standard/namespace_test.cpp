@@ -169,7 +169,8 @@ TEST_F(StandardExtendedMkCol, OfAnotherType_Answers424AndMakesNothing)
     EXPECT_THAT(reply, HasSubstr("424\nCache-Control: no-cache\n"));
     EXPECT_THAT(reply, HasSubstr("<D:mkcol-response xmlns:D=\"DAV:\"><D:propstat><D:prop>"
                                  "<D:resourcetype/></D:prop>"
-                                 "<D:status>HTTP/1.1 403 Forbidden</D:status>"));
+                                 "<D:status>HTTP/1.1 403 Forbidden</D:status>"
+                                 "<D:error><D:valid-resourcetype/></D:error></D:propstat>"));
     EXPECT_THAT(reply, HasSubstr("<D:status>HTTP/1.1 424 Failed Dependency</D:status>"));
     EXPECT_FALSE(world["gen3"].Has("/gen3/n"));
     Request there = Make(Body(other));

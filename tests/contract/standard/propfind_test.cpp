@@ -285,6 +285,20 @@ TEST_F(StandardPropFind, Locks_AreToldWithTheirRoot)
         << "a text that another dialect left";
 }
 
+TEST_F(StandardPropFind, WhatIsLeftOfALock_IsToldToTheNearestSecond)
+{
+    const auto lockFor = [&](INT64 timeout) {
+        world["gen3"].Find("/gen3/c")->locks = {
+            {Write, Exclusive, 0, timeout, "<D:href xmlns:D=\"DAV:\">me</D:href>", "tok-1"}};
+        return Run(Find("/Ferro/gen3/c", "0", Prop("<p:lockdiscovery/>")));
+    };
+    EXPECT_THAT(lockFor(INT64{3600} * 10'000'000 - 1), HasSubstr(">Second-3600<"));
+    EXPECT_THAT(lockFor(INT64{3599} * 10'000'000 + 4'999'999), HasSubstr(">Second-3599<"));
+    EXPECT_THAT(lockFor(1), HasSubstr(">Second-0<"));
+    EXPECT_THAT(lockFor(INT64_MAX), HasSubstr(">Second-922337203685<"));
+    EXPECT_THAT(lockFor(-5), HasSubstr(">Second-0<"));
+}
+
 TEST_F(StandardPropFind, WhatWindowsAsksFor)
 {
     world["gen3"].Find("/gen3/f.txt")->attributes = kAttributeHidden;
