@@ -2,11 +2,11 @@
 """What every end-to-end test stands on: a real server over a fresh tree, and clients for it.
 
 A case starts with a TestServer (or shares its class's), talks to it with curl or raw sockets, and
-looks at the tree on disk. Every request that goes through here carries the running case's name in
-the header X-Test-Case, so that a server log or a packet trace can be read.
+looks at the tree on disk. Every request of these carries the case's name in X-Test-Case, for traces.
 """
 
 import ctypes
+import gzip
 import hashlib
 import http.client
 import os
@@ -38,7 +38,6 @@ SANITIZER = re.compile(
     r"^(==\d+==\s*ERROR: |WARNING: ThreadSanitizer|\S+:\d+:\d+: runtime error: )", re.MULTILINE)
 
 current_case = "none"
-
 _libc = ctypes.CDLL(None)
 PR_SET_PDEATHSIG = 1
 
@@ -318,7 +317,8 @@ def exchange(client, method, path, body=None, headers=None):
         client.putheader(name, value)
     client.endheaders(body)
     reply = client.getresponse()
-    data = reply.read()
+    is_coded = reply.getheader("Content-Encoding") == "gzip"
+    data = gzip.decompress(reply.read()) if is_coded else reply.read()
     fields = {}
     for name, value in reply.getheaders():
         name = name.lower()
