@@ -399,13 +399,16 @@ void Response::DecideCoding(bool isFinal, size_t pending)
 {
     if (!MayBeCoded(isFinal, pending))
         return;
-    if (!options_.isHead && !(coder_ = ContentCoder::Make(coding_)))
+    std::unique_ptr<ContentCoder> coder;
+    if (!options_.isHead && !(coder = ContentCoder::Make(coding_)))
         return;
-    headers_.Remove("Content-Length");
-    headers_.Set(*arena_, "Content-Encoding", CodingName(coding_));
     const std::string_view* const tag = FindHeader("ETag");
     if (tag && !tag->starts_with("W/")) // RFC 9110 section 8.8.3.3: other bytes, the same meaning
         headers_.Set(*arena_, "ETag", "W/" + std::string(*tag));
+    headers_.Set(*arena_, "Content-Encoding", CodingName(coding_));
+    // From here on no memory is taken: the head and the body agree.
+    headers_.Remove("Content-Length");
+    coder_ = std::move(coder);
 }
 
 // Puts what is gathered, and a further piece, into their coded form. False when the reply is

@@ -82,7 +82,7 @@ class Reader {
         if (depth_ == 0)
             return isDav && name.local == "propfind";
         if (depth_ == 1)
-            return !isDav || TakeForm(name.local);
+            return TakeForm(isDav ? name.local : std::string_view());
         const auto isSame = [&](const PropertyName& other) {
             return other.local == name.local && other.space == name.space;
         };
@@ -95,7 +95,7 @@ class Reader {
         return true;
     }
 
-    // What is not known is passed over (RFC 4918 section 17).
+    // What is not known is passed over (RFC 4918 section 17), with what it holds.
     bool TakeForm(std::string_view form)
     {
         takesNames_ = form == "prop" || form == "include";
@@ -183,7 +183,8 @@ void AppendValue(std::string& text, const Property& property, std::string_view p
 
 bool IsAsked(const AskedProperties& asked, const Property& property)
 {
-    return (asked.kind != AskedProperties::Kind::Named && property.isOfAll) ||
+    return asked.kind == AskedProperties::Kind::Names ||
+           (asked.kind == AskedProperties::Kind::All && property.isOfAll) ||
            std::any_of(asked.names.begin(), asked.names.end(), [&](const PropertyName& name) {
                return name.space == kDav && name.local == property.local;
            });

@@ -51,12 +51,16 @@ TEST(AncestorProperties, Forms)
         Ask(Form("<allprop/><include><current-user-privilege-set/><quota-used-bytes/></include>")),
         Response(std::string(kAll) + kReadable));
     EXPECT_EQ(Ask(Form("<propname/>")), Response("<D:displayname/><D:resourcetype/>"
-                                                 "<D:lockdiscovery/><D:supportedlock/>"));
+                                                 "<D:lockdiscovery/><D:supportedlock/>"
+                                                 "<D:current-user-privilege-set/>"));
     EXPECT_EQ(Ask(Form("<prop/>")), Response(""));
     EXPECT_EQ(Ask(Form("<prop><getetag/><getetag/><displayname xmlns=\"\"/></prop>")),
               Response("", "<D:getetag/><displayname/>"));
     EXPECT_EQ(Ask(Form("<prop><supportedlock><a/></supportedlock></prop><other/>")),
               Response("<D:supportedlock></D:supportedlock>"));
+    EXPECT_EQ(Ask(Form("<prop><getetag/></prop><x:more xmlns:x=\"urn:x\"><displayname/></x:more>")),
+              Response("", "<D:getetag/>"))
+        << "what an extension holds is not asked for";
 }
 
 TEST(AncestorProperties, TheServersRootHasNoName)
