@@ -2,9 +2,10 @@
 //
 // Dates of the provider as calendar dates.
 #include "index/calendar.h"
-#include "support/time_units.h"
 
 #include <limits>
+
+#include "support/time_units.h"
 
 namespace {
 

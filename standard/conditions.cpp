@@ -11,7 +11,6 @@ namespace standard {
 namespace {
 
 // Dates in headers have whole seconds.
-
 UINT64 WholeSecond(UINT64 time) noexcept
 {
     return time - time % kUnitsPerSecond;

@@ -108,14 +108,7 @@ std::string FormatLine(const AppPassword& one)
 
 std::string ParseLine(std::string_view line, AppPassword& one)
 {
-    std::vector<std::string> fields;
-    for (;;) {
-        const size_t end = std::min(line.find(':'), line.size());
-        fields.emplace_back(line.substr(0, end));
-        if (end == line.size())
-            break;
-        line.remove_prefix(end + 1);
-    }
+    const std::vector<std::string> fields = FieldsOf(line);
     if (fields.size() != 8)
         return "expected USER:ID:HASH:MADE:ENDS:VOLUME:RIGHTS:NAME";
     one.user = fields[0];
@@ -167,6 +160,19 @@ std::string Parse(const std::string& path, std::string_view text, AppPasswords& 
         all = std::move(read);
     return problem;
 }
+
+// The file, held against other writers, and what it holds.
+struct Held {
+    explicit Held(const std::string& path) : file(path, kLargestAppPasswordsFile)
+    {
+        problem = file.Problem();
+        if (problem.empty())
+            problem = Parse(path, file.Text(), all);
+    }
+    LockedFile file;
+    AppPasswords all;
+    std::string problem; // empty: both can be used
+};
 
 std::string Format(const AppPasswords& all)
 {
@@ -233,13 +239,10 @@ std::string LoadAppPasswords(const std::string& path, AppPasswords& all)
 
 std::string AddAppPassword(const std::string& path, AppPassword wanted, std::string& secret)
 {
-    LockedFile file(path, kLargestAppPasswordsFile);
-    AppPasswords all;
-    std::string problem = file.Problem();
-    if (problem.empty())
-        problem = Parse(path, file.Text(), all);
-    if (!problem.empty())
-        return problem;
+    Held held(path);
+    if (!held.problem.empty())
+        return held.problem;
+    AppPasswords& all = held.all;
     for (const auto& [id, one] : all.entries)
         if (one->user == wanted.user && one->name == wanted.name)
             return wanted.user + " has an app password '" + wanted.name + "' already";
@@ -258,7 +261,7 @@ std::string AddAppPassword(const std::string& path, AppPassword wanted, std::str
         return "no random numbers, or no memory";
     const std::string id = wanted.id;
     all.entries.emplace(id, std::make_shared<const AppPassword>(std::move(wanted)));
-    problem = file.Replace(Format(all));
+    std::string problem = held.file.Replace(Format(all));
     if (problem.empty())
         secret = std::move(made);
     return problem;
@@ -267,20 +270,17 @@ std::string AddAppPassword(const std::string& path, AppPassword wanted, std::str
 std::string RevokeAppPassword(const std::string& path, std::string_view user,
                               std::string_view idOrName)
 {
-    LockedFile file(path, kLargestAppPasswordsFile);
-    AppPasswords all;
-    std::string problem = file.Problem();
-    if (problem.empty())
-        problem = Parse(path, file.Text(), all);
-    if (!problem.empty())
-        return problem;
+    Held held(path);
+    if (!held.problem.empty())
+        return held.problem;
+    AppPasswords& all = held.all;
     const size_t revoked = std::erase_if(all.entries, [&](const auto& entry) {
         return entry.second->user == user &&
                (entry.first == idOrName || entry.second->name == idOrName);
     });
     if (revoked == 0)
         return std::string(user) + " has no app password '" + std::string(idOrName) + "'";
-    return file.Replace(Format(all));
+    return held.file.Replace(Format(all));
 }
 
 // What is malformed is left out: nobody is let in by these times.

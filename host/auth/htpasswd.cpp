@@ -51,12 +51,10 @@ std::string LoadHtpasswd(const std::string& path, UserMap& users)
             if (line.empty() || line.front() == '#')
                 return {};
             User user;
-            if (std::string wrong = ParseLine(line, user); !wrong.empty())
-                return AtLine(path, number, wrong);
-            const std::string name = user.name;
-            if (!read.emplace(name, std::make_shared<const User>(std::move(user))).second)
-                return AtLine(path, number, "the user " + name + " stands twice");
-            return {};
+            std::string wrong = ParseLine(line, user);
+            if (wrong.empty())
+                wrong = AddUser(read, std::move(user));
+            return wrong.empty() ? wrong : AtLine(path, number, wrong);
         });
     if (problem.empty())
         users = std::move(read);

@@ -84,6 +84,18 @@ std::string AtLine(const std::string& path, size_t line, const std::string& reas
     return path + ":" + std::to_string(line) + ": " + reason;
 }
 
+std::vector<std::string> FieldsOf(std::string_view line)
+{
+    std::vector<std::string> fields;
+    for (;;) {
+        const size_t end = std::min(line.find(':'), line.size());
+        fields.emplace_back(line.substr(0, end));
+        if (end == line.size())
+            return fields;
+        line.remove_prefix(end + 1);
+    }
+}
+
 // The lock is taken on the file itself. Since writers replace it, whoever has waited looks whether
 // the file under this name is still the one it locked.
 LockedFile::LockedFile(std::string path, size_t most) : path_(std::move(path))

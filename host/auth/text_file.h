@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kestd {
 
@@ -30,6 +31,9 @@ template <class Visit> std::string ForEachLine(std::string_view text, Visit&& vi
     }
     return {};
 }
+
+// What stands between the colons of a line; one field at least.
+std::vector<std::string> FieldsOf(std::string_view line);
 
 // A file that is changed in one step: what is written stands beside it and is renamed over it.
 class LockedFile {

@@ -20,14 +20,7 @@ bool IsUserLine(std::string_view line)
 
 std::string ParseUser(std::string_view line, User& user)
 {
-    std::vector<std::string> fields;
-    for (;;) {
-        const size_t end = std::min(line.find(':'), line.size());
-        fields.emplace_back(line.substr(0, end));
-        if (end == line.size())
-            break;
-        line.remove_prefix(end + 1);
-    }
+    std::vector<std::string> fields = FieldsOf(line);
     if (fields.size() < 2 || fields.size() > 5)
         return "expected name:hash:dotted name:tree:mail";
     fields.resize(5);
@@ -50,12 +43,10 @@ std::string ParseUsers(const std::string& path, std::string_view text, UserMap& 
             if (!IsUserLine(line))
                 return {};
             User user;
-            if (std::string wrong = ParseUser(line, user); !wrong.empty())
-                return AtLine(path, number, wrong);
-            const auto name = user.name;
-            if (!read.emplace(name, std::make_shared<const User>(std::move(user))).second)
-                return AtLine(path, number, "the user " + name + " stands twice");
-            return {};
+            std::string wrong = ParseUser(line, user);
+            if (wrong.empty())
+                wrong = AddUser(read, std::move(user));
+            return wrong.empty() ? wrong : AtLine(path, number, wrong);
         });
     if (problem.empty())
         users = std::move(read);
@@ -110,6 +101,13 @@ std::string WhatIsWrongWithField(std::string_view field)
     if (field.find(':') != std::string_view::npos)
         return "a field holds no ':'";
     return {};
+}
+
+std::string AddUser(UserMap& users, User user)
+{
+    const std::string name = user.name;
+    const bool isNew = users.emplace(name, std::make_shared<const User>(std::move(user))).second;
+    return isNew ? std::string() : "the user " + name + " stands twice";
 }
 
 std::string LoadUsers(const std::string& path, UserMap& users)

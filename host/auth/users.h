@@ -37,6 +37,9 @@ std::string WhatIsWrongWithName(std::string_view name);
 // The same for the directory name, tree and mail, which may be empty.
 std::string WhatIsWrongWithField(std::string_view field);
 
+// Adds one; a text when there is a user of that name already.
+std::string AddUser(UserMap& users, User user);
+
 // Reads a users file. A missing file holds no users. On failure returns "FILE:LINE: reason" (or
 // "FILE: reason") and leaves `users` alone.
 std::string LoadUsers(const std::string& path, UserMap& users);

@@ -456,7 +456,8 @@ void Host::Stop()
         _exit(1); // what has been answered is kept
     }
     if (services_) {
-        watch_->Stop();
+        if (watch_) // not where memory was short in between
+            watch_->Stop();
         services_->sessions.EndAll();
         services_->events.Stop();
     }

@@ -3,6 +3,8 @@
 // Reads and checks the directory's tables.
 #include "host/config/directory_settings.h"
 
+#include "host/config/ldap_settings.h"
+
 namespace kestd {
 
 KnownNames DirectorySettingNames()
@@ -25,22 +27,13 @@ std::string ReadDirectorySettings(ITalpl& platform, DirectorySettings& settings)
     in.Text(u"Tree", settings.tree);
     if (settings.tree.find_first_of("\\:") != std::string::npos || settings.tree.empty())
         in.Refuse(u"Tree", "expected a name without '\\' and ':'");
-    in.Text(u"Server", ldap.server);
-    in.Text(u"Base", ldap.base);
-    in.Text(u"Bind Name", ldap.bindName);
-    in.Text(u"Bind Password", ldap.bindPassword);
-    in.Flag(u"Start TLS", ldap.startsTls);
-    in.Text(u"CA Certificate", ldap.caCertificate);
-    in.Time(u"Timeout", ldap.timeout, 100, 60'000);
+    ReadLdapServer(in, ldap);
     in.Time(u"Cache Time", ldap.cacheTime, 0, 24 * 3600);
     in.Number(u"Cache Entries", ldap.cacheEntries, 1, 1'000'000);
-    in.Time(u"Retry Time", ldap.retryTime, 0, 3600);
-    const bool isUrl = ldap.server.starts_with("ldap://") || ldap.server.starts_with("ldaps://");
-    if (settings.usesLdap && !isUrl)
+    if (settings.usesLdap && !HasLdapUrl(ldap))
         in.Refuse(ldap.server.empty() ? u"Backend" : u"Server",
                   "expected 'Server' to be ldap://HOST[:PORT] or ldaps://HOST[:PORT]");
-    if (ldap.startsTls && ldap.server.starts_with("ldaps://"))
-        in.Refuse(u"Start TLS", "an ldaps:// connection has TLS from its beginning");
+    RefuseDoubleTls(in, ldap);
     RegistryReader attributes(platform, kDirectoryAttributesKey);
     attributes.AllTexts(ldap.attributes);
     std::string problems = in.Problem();

@@ -6,12 +6,10 @@
 #include <algorithm>
 
 #include "base/host_name.h"
+#include "host/config/ldap_settings.h"
 
 namespace kestd {
 namespace {
-
-constexpr std::string_view kPlain = "ldap://";
-constexpr std::string_view kSecure = "ldaps://";
 
 void ReadSources(RegistryReader& in, SignInSettings& settings)
 {
@@ -34,9 +32,9 @@ void ReadSources(RegistryReader& in, SignInSettings& settings)
 // A password would be readable on its way to another machine.
 bool IsExposed(const LdapSignIn& ldap)
 {
-    if (ldap.startsTls || !ldap.server.starts_with(kPlain))
+    if (ldap.startsTls || !ldap.server.starts_with(kLdapScheme))
         return false;
-    std::string_view rest = std::string_view(ldap.server).substr(kPlain.size());
+    std::string_view rest = std::string_view(ldap.server).substr(kLdapScheme.size());
     rest = rest.substr(0, rest.find('/'));
     std::string_view host;
     std::string_view port;
@@ -53,10 +51,9 @@ bool IsFilter(const std::string& filter)
 
 void CheckServer(RegistryReader& in, const LdapSignIn& ldap)
 {
-    if (!ldap.server.starts_with(kPlain) && !ldap.server.starts_with(kSecure))
+    if (!HasLdapUrl(ldap))
         return in.Refuse(u"Server", "expected ldap://HOST[:PORT] or ldaps://HOST[:PORT]");
-    if (ldap.startsTls && ldap.server.starts_with(kSecure))
-        in.Refuse(u"Start TLS", "an ldaps:// connection has TLS from its beginning");
+    RefuseDoubleTls(in, ldap);
     if (IsExposed(ldap))
         in.Refuse(u"Server", "expected ldaps:// or 'Start TLS': passwords could be read on their "
                              "way to that machine");
@@ -64,20 +61,13 @@ void CheckServer(RegistryReader& in, const LdapSignIn& ldap)
 
 void ReadLdap(RegistryReader& in, LdapSignIn& ldap, AuthLimits& limits)
 {
-    in.Text(u"Server", ldap.server);
-    in.Flag(u"Start TLS", ldap.startsTls);
-    in.Text(u"CA Certificate", ldap.caCertificate);
-    in.Text(u"Bind Name", ldap.bindName);
-    in.Text(u"Bind Password", ldap.bindPassword);
-    in.Text(u"Base", ldap.base);
+    ReadLdapServer(in, ldap);
     in.Text(u"User Filter", ldap.userFilter);
     in.Text(u"User Name", ldap.userName);
     in.Text(u"Group Attribute", ldap.groupAttribute);
     in.Text(u"Group Base", ldap.groupBase);
     in.Text(u"Group Filter", ldap.groupFilter);
     in.Text(u"Group Name", ldap.groupName);
-    in.Time(u"Timeout", ldap.timeout, 100, 60'000);
-    in.Time(u"Retry Time", ldap.retryTime, 0, 3600);
     in.Number(u"Checks At Once", limits.remoteAtOnce, 1, 256);
     if (!IsFilter(ldap.userFilter) || ldap.userFilter.find("%u") == std::string::npos)
         in.Refuse(u"User Filter", "expected a filter with %u, such as (uid=%u)");

@@ -10,37 +10,17 @@
 #include <gtest/gtest.h>
 
 #include "host/component.h"
-#include "tests/contract/host/components/slapd.h"
+#include "tests/contract/host/components/slapd_fixture.h"
 
 namespace kestd {
 namespace {
 
-class MovableClock final : public Clock {
-  public:
-    TimePoint Now() const override { return TimePoint(std::chrono::seconds(seconds_.load())); }
-    void Advance(int seconds) { seconds_ += seconds; }
-
-  private:
-    std::atomic<int> seconds_{1000};
-};
-
 constexpr const char16_t* kAnna = u"\\\\TREE\\O=org\\OU=dev\\CN=anna";
 constexpr const char16_t* kOtto = u"\\\\TREE\\O=org\\OU=private\\CN=otto";
 
-class Ldap : public testing::Test {
+class Ldap : public SlapdCase {
   protected:
-    static void SetUpTestSuite() { server_ = new Slapd; }
-    static void TearDownTestSuite()
-    {
-        delete server_;
-        server_ = nullptr;
-    }
-    void SetUp() override
-    {
-        ASSERT_EQ(server_->Problem(), "");
-        settings_.server = server_->Url();
-        settings_.timeout = std::chrono::seconds(20); // a loaded machine is no failure
-    }
+    void SetUp() override { Use(settings_); }
     void Make() { directory_ = MakeLdapDirectory(settings_, clock_); }
     // The values of an attribute with ";" between them, or "code N".
     std::string Ask(const char16_t* name, const char16_t* attribute = kMailAttribute)
@@ -60,13 +40,9 @@ class Ldap : public testing::Test {
         return text;
     }
 
-    static Slapd* server_;
-    MovableClock clock_;
     LdapSettings settings_;
     std::unique_ptr<DirectoryBackend> directory_;
 };
-
-Slapd* Ldap::server_ = nullptr;
 
 TEST_F(Ldap, AttributesAreReadByTheirDirectoryNames)
 {

@@ -13,36 +13,19 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "tests/contract/host/components/slapd.h"
+#include "tests/contract/host/components/slapd_fixture.h"
 
 namespace kestd {
 namespace {
 
 using Outcome = Verdict::Outcome;
 
-class MovableClock final : public Clock {
-  public:
-    TimePoint Now() const override { return TimePoint(std::chrono::seconds(seconds_.load())); }
-    void Advance(int seconds) { seconds_ += seconds; }
-
-  private:
-    std::atomic<int> seconds_{1000};
-};
-
-class LdapSignIns : public testing::Test {
+class LdapSignIns : public SlapdCase {
   protected:
-    static void SetUpTestSuite() { server_ = new Slapd; }
-    static void TearDownTestSuite()
-    {
-        delete server_;
-        server_ = nullptr;
-    }
     void SetUp() override
     {
-        ASSERT_EQ(server_->Problem(), "");
-        settings_.server = server_->Url();
+        Use(settings_);
         settings_.base = "o=org";
-        settings_.timeout = std::chrono::seconds(20); // a loaded machine is no failure
     }
     Verdict Check(const std::string& name, std::string_view password)
     {
@@ -53,13 +36,9 @@ class LdapSignIns : public testing::Test {
         return verdict;
     }
 
-    static Slapd* server_;
-    MovableClock clock_;
     LdapSignIn settings_;
     std::shared_ptr<CredentialsSource> source_;
 };
-
-Slapd* LdapSignIns::server_ = nullptr;
 
 TEST_F(LdapSignIns, TheServerSaysWhoHasThePassword)
 {

@@ -4,47 +4,24 @@
 #include <fstream>
 #include <string>
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include "host/commands/setup.h"
 #include "host/config/access_settings.h"
 #include "host/config/addresses.h"
-#include <kest/tolm.h>
+#include "tests/unit/host/config/settings_fixture.h"
 
 namespace kestd {
 namespace {
 
-class Settings : public testing::Test {
+class Settings : public SettingsFile {
   protected:
-    void SetUp() override
-    {
-        ASSERT_FALSE(Failed(Create(CLSID_HadranTalpl, platform_)));
-        std::string name = testing::TempDir() + "settings.XXXXXX";
-        const int file = mkstemp(name.data());
-        ASSERT_GE(file, 0);
-        close(file);
-        file_ = name;
-    }
-    void TearDown() override
-    {
-        TolmRegistryLoad(nullptr, nullptr, 0);
-        unlink(file_.c_str());
-    }
     // What EveryValueIsTakenOver gives.
     static void ExpectGivenLimits(const Limits& l);
     static void ExpectGivenSessions(const HostSettings& s);
     // Loads the text as the server's key and reads the settings.
     std::string Read(const std::string& text, HostSettings& settings)
     {
-        std::ofstream(file_) << "['Kest\\Configuration\\Server']\n" << text;
-        std::string error(1024, '\0');
-        EXPECT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
-        return ReadHostSettings(*platform_.Get(), settings);
+        return ReadAll("['Kest\\Configuration\\Server']\n" + text, settings);
     }
-
-    Ref<ITalpl> platform_;
-    std::string file_;
 };
 
 TEST_F(Settings, WithoutAFile_AreTheDefaults)
@@ -340,9 +317,7 @@ TEST_F(Settings, ShippedFile_HoldsTheDefaults)
 {
     HostSettings defaults;
     ASSERT_EQ(ReadHostSettings(*platform_.Get(), defaults), "");
-    std::ofstream(file_) << SampleFile();
-    std::string error(1024, '\0');
-    ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+    Load(SampleFile());
     HostSettings s;
     // Other than the defaults, so that a setting that the file forgets shows.
     s.server.listen.clear();
@@ -417,9 +392,7 @@ TEST_F(Settings, WrongSettingsOfComponents_AreNamedWithTheirPlace)
                            Row{"FileStore\\Volumes", "'a' = '/dev/null'", "not a directory"},
                            Row{"FileStore\\Volumes", "'a/b' = '/'", "holds no '/'"},
                            Row{"FileStore\\Volumes", "'a' = 5", "expected a text"}}) {
-        std::ofstream(file_) << "['Kest\\Configuration\\" << row.key << "']\n" << row.text << "\n";
-        std::string error(1024, '\0');
-        ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        Load(std::string("['Kest\\Configuration\\") + row.key + "']\n" + row.text + "\n");
         const std::string problem = CheckComponentSettings(*platform_.Get());
         EXPECT_NE(problem.find(row.expected), std::string::npos) << row.text << ": " << problem;
         EXPECT_TRUE(problem.starts_with(file_ + ":2: ")) << problem;
@@ -438,10 +411,7 @@ TEST_F(Settings, TemplateDirectory_IsNoLongerThanTheModuleTakes)
         std::string directory;
         for (size_t i = 0; i < row.count; ++i)
             directory += row.character;
-        std::ofstream(file_) << "['Kest\\Configuration\\KestDav']\n'Template Directory' = '"
-                             << directory << "/'\n";
-        std::string error(1024, '\0');
-        ASSERT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
+        Load("['Kest\\Configuration\\KestDav']\n'Template Directory' = '" + directory + "/'\n");
         const std::string problem = CheckComponentSettings(*platform_.Get());
         EXPECT_EQ(problem.empty(), row.isRight) << row.count << ": " << problem;
     }

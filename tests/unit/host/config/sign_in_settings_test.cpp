@@ -1,54 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/config/sign_in_settings.h"
 
-#include <fstream>
 #include <string>
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include "host/config/host_settings.h"
-#include <kest/com.h>
-#include <kest/tolm.h>
+#include "tests/unit/host/config/settings_fixture.h"
 
 namespace kestd {
 namespace {
 
-class SignInTables : public testing::Test {
-  protected:
-    void SetUp() override
-    {
-        ASSERT_FALSE(Failed(Create(CLSID_HadranTalpl, platform_)));
-        std::string name = testing::TempDir() + "settings.XXXXXX";
-        const int file = mkstemp(name.data());
-        ASSERT_GE(file, 0);
-        close(file);
-        file_ = name;
-    }
-    void TearDown() override
-    {
-        TolmRegistryLoad(nullptr, nullptr, 0);
-        unlink(file_.c_str());
-    }
-    std::string Read(const std::string& text, HostSettings& settings)
-    {
-        std::ofstream(file_) << text;
-        std::string error(1024, '\0');
-        EXPECT_EQ(TolmRegistryLoad(file_.c_str(), error.data(), 1024), 0U) << error;
-        return ReadHostSettings(*platform_.Get(), settings);
-    }
-
-    Ref<ITalpl> platform_;
-    std::string file_;
-};
+class SignInTables : public SettingsFile {};
 
 TEST_F(SignInTables, SourcesOfCredentialsAreListed)
 {
     HostSettings s;
-    EXPECT_EQ(Read("", s), "");
+    EXPECT_EQ(ReadAll("", s), "");
     EXPECT_EQ(s.users.signIn.sources, std::vector<std::string>{"users"});
     EXPECT_FALSE(s.server.takesPlainPasswords);
-    EXPECT_EQ(Read(R"(
+    EXPECT_EQ(ReadAll(R"(
 ['Kest\Configuration\Auth']
 'Plain HTTP Passwords' = true
 'Sources' = ['ldap', 'users', 'htpasswd']
@@ -70,7 +38,7 @@ TEST_F(SignInTables, SourcesOfCredentialsAreListed)
 'Retry Time' = 0
 'Checks At Once' = 7
 )",
-                   s),
+                      s),
               "");
     EXPECT_TRUE(s.server.takesPlainPasswords);
     const SignInSettings& in = s.users.signIn;
@@ -96,10 +64,10 @@ TEST_F(SignInTables, LdapNamesAServerWherePasswordsAreNotRead)
                  {"http://example.org", false},  {"ldap://127.0.0.1.example.org", false}};
     for (const auto& row : kRows) {
         HostSettings s;
-        const std::string problem = Read("['Kest\\Configuration\\Auth']\n'Sources' = ['ldap']\n"
-                                         "['Kest\\Configuration\\Auth\\LDAP']\n'Server' = '" +
-                                             std::string(row.server) + "'\n",
-                                         s);
+        const std::string problem = ReadAll("['Kest\\Configuration\\Auth']\n'Sources' = ['ldap']\n"
+                                            "['Kest\\Configuration\\Auth\\LDAP']\n'Server' = '" +
+                                                std::string(row.server) + "'\n",
+                                            s);
         EXPECT_EQ(problem.empty(), row.isFine) << row.server << ": " << problem;
     }
 }
