@@ -36,7 +36,9 @@ std::string MemberOf(std::string_view path, const std::string& location)
 
 constexpr std::string_view kAncestorMethods = "OPTIONS, GET, HEAD, PROPFIND";
 
-// Clients look at the server's root for what they may do below: it says that there is WebDAV.
+// Clients look at the server's root for what they may do below: it says that there is WebDAV, with
+// locks. It has none of its own, but what says class 1 alone is mounted for reading by macOS, with
+// all that lies below, and Windows asks the root first.
 void SendOptionsOfAncestor(Exchange& exchange)
 {
     Response& response = exchange.response;

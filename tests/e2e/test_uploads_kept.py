@@ -144,6 +144,27 @@ class Ends(UploadCase):
         self.server.restart()  # and the start sweeps
         wait_for(lambda: self.pending() == [], "the sweep")
 
+    def test_its_time_goes_on_across_a_restart(self):
+        for end in (self.server.end, self.server.kill):
+            place = self.begin("over", body=b"12345")
+            time.sleep(1.2)
+            end()
+            self.server.start()
+            time.sleep(1.2)
+            self.assertEqual(self.ask("HEAD", place).status, 404)
+            self.assertEqual(self.append(place, 5, b"x", complete=True).status, 404)
+            self.assertFalse(os.path.exists(self.tree / "over"))
+
+    def test_upload_that_ends_while_no_server_runs_leaves_nothing(self):
+        for end in (self.server.end, self.server.kill):
+            place = self.begin("alone", body=b"12345")
+            end()
+            time.sleep(2.1)
+            self.server.start()
+            self.assertEqual(self.ask("HEAD", place).status, 404)
+            wait_for(lambda: self.pending() == [], "the sweep")
+            self.assertFalse(os.path.exists(self.tree / "alone"))
+
     def test_what_comes_keeps_it(self):
         place = self.begin("fed")
         for i in range(4):
