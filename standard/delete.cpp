@@ -51,7 +51,8 @@ TALSTATUS DeleteTree(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, bool
     DAV_PRECONDITIONS preconditions;
     if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))
         return status;
-    return handler->pIKestDav3->Delete(session, path, &preconditions, &failures);
+    return failures.Described(
+        session, *path, handler->pIKestDav3->Delete(session, path, &preconditions, &failures));
 }
 
 } // namespace

@@ -3,15 +3,16 @@
 // Collecting failures, and the replies that tell them.
 #include "standard/failures.h"
 
-#include <algorithm>
 #include <cstring>
 #include <new>
 
 #include "standard/answer.h"
-#include "standard/number_text.h"
+#include "standard/lock_element.h"
 #include "support/failure_report.h"
 #include "support/memory.h"
+#include "support/provider.h"
 #include "support/reply.h"
+#include "support/resolution.h"
 
 namespace standard {
 
@@ -38,7 +39,8 @@ TALSTATUS Failures::OnFailure(UNICODE_STRING* path, TALSTATUS failure)
         return TAL_STATUS_INVALID_PARAMETER;
     if (count_ == kMost)
         return TAL_STATUS_SUCCESS;
-    void* const memory = pITalpl->TalxAllocPagedMemory(UINT32{sizeof(Entry)} + path->Length);
+    constexpr UINT32 kFixed = sizeof(Entry) + sizeof(WCHAR); // the terminator's
+    void* const memory = pITalpl->TalxAllocPagedMemory(kFixed + path->Length);
     if (!memory) { // what stands in the way would be told in part
         ReportFailure(TAL_STATUS_INSUFFICIENT_RESOURCES);
         return TAL_STATUS_INSUFFICIENT_RESOURCES;
@@ -46,11 +48,32 @@ TALSTATUS Failures::OnFailure(UNICODE_STRING* path, TALSTATUS failure)
     auto* const text = reinterpret_cast<WCHAR*>(static_cast<char*>(memory) + sizeof(Entry));
     if (path->Length != 0)
         std::memcpy(text, path->Buffer, path->Length);
-    auto* const entry = new (memory) Entry{nullptr, failure, {path->Length, path->Length, text}};
+    text[path->Length / sizeof(WCHAR)] = 0;
+    auto* const entry =
+        new (memory) Entry{nullptr, failure, {path->Length, path->Length, text}, false};
     *end_ = entry;
     end_ = &entry->next;
     ++count_;
     return TAL_STATUS_SUCCESS;
+}
+
+void Failures::Describe(SCHANDLE session)
+{
+    for (Entry* each = first_; each; each = each->next) {
+        KESTDAV_HANDLER* handler = nullptr;
+        DAV_TYPE type = Resource;
+        each->isCollection = !Failed(DavUriToHandler(session, &each->path, &handler)) &&
+                             !Failed(DavNamespace(*handler).GetType(session, &each->path, &type)) &&
+                             type == Collection;
+    }
+}
+
+TALSTATUS Failures::Described(SCHANDLE session, UNICODE_STRING path, TALSTATUS status)
+{
+    if (Code(status) == kCodeLocked && !first_)
+        (void)OnFailure(&path, status);
+    Describe(session);
+    return status;
 }
 
 namespace {
@@ -72,70 +95,53 @@ bool IsBelow(const UNICODE_STRING& path, const UNICODE_STRING& tree)
            path.Buffer[length / sizeof(WCHAR)] == u'/';
 }
 
-// Writes the path of an object as clients ask for it. One that cannot be written is left empty.
-void PutHref(IKestIO_5* io, UNICODE_STRING path)
-{
-    constexpr size_t kMostEscaped = 9; // of a code unit: three bytes
-    constexpr size_t kMostBytes = 0xFFFE;
-    const size_t room = std::min(path.Length / sizeof(WCHAR) * kMostEscaped + 1, kMostBytes);
-    const Paged<char> buffer = AllocPaged<char>(room);
-    STRING text = {0, static_cast<UINT16>(room), buffer.get()};
-    Put(io, "<D:href>");
-    if (buffer && !Failed(g_pIKestUtil->EscapeUnicodeUri(&path, 0, &text))) {
-        PutBytes(io, g_MonikerS.Buffer, g_MonikerS.Length);
-        PutBytes(io, text.Buffer, text.Length);
-    }
-    Put(io, "</D:href>");
-}
-
-constexpr char kXmlHead[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
-
-void SendXmlHead(IKestIO_5* io, HTTPSTATUS http)
+void SendHead(IKestIO_5* io, HTTPSTATUS http)
 {
     SetHeader(io, "Content-Type", "application/xml; charset=\"utf-8\"");
     SetHeader(io, "Content-Length", "");
     (void)io->SendHeader(http);
-    Put(io, kXmlHead);
 }
 
-// RFC 4918 section 16, lock-token-submitted: names the locks' roots, and one path at least. Where
-// the provider has named none, it is the request's own that needs a token.
-TALSTATUS AnswerLocked(IKestIO_5* io, TALSTATUS status, const Failures& failures,
-                       const UNICODE_STRING& path)
+constexpr std::string_view kXml = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+
+// RFC 4918 section 16, lock-token-submitted: names the locks' roots.
+TALSTATUS AnswerLocked(IKestIO_5* io, TALSTATUS status, const Failures& failures)
 {
-    SendXmlHead(io, 423);
-    Put(io, "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted>");
-    if (!failures.First())
-        PutHref(io, path);
+    SendHead(io, 423);
+    ReplyWriter out(io);
+    out.Put(kXml);
+    out.Put("<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted>");
     for (const Failures::Entry* each = failures.First(); each; each = each->next)
-        PutHref(io, each->path);
-    Put(io, "</D:lock-token-submitted></D:error>\n");
+        PutHrefElement(out, each->path, each->isCollection);
+    out.Put("</D:lock-token-submitted></D:error>\n");
     return status;
 }
 
-void PutTokenMissing(IKestIO_5* io, const UNICODE_STRING& path)
+void PutTokenMissing(ReplyWriter& out, const Failures::Entry& member)
 {
-    Put(io, "<D:error><D:lock-token-submitted>");
-    PutHref(io, path);
-    Put(io, "</D:lock-token-submitted></D:error>");
+    out.Put("<D:error><D:lock-token-submitted>");
+    PutHrefElement(out, member.path, member.isCollection);
+    out.Put("</D:lock-token-submitted></D:error>");
 }
 
 TALSTATUS AnswerMembers(IKestIO_5* io, TALSTATUS status, const Failures& failures)
 {
-    SendXmlHead(io, 207);
-    Put(io, "<D:multistatus xmlns:D=\"DAV:\">");
+    SendHead(io, 207);
+    ReplyWriter out(io);
+    out.Put(kXml);
+    out.Put("<D:multistatus xmlns:D=\"DAV:\">");
     for (const Failures::Entry* each = failures.First(); each; each = each->next) {
-        Put(io, "<D:response>");
-        PutHref(io, each->path);
-        Put(io, "<D:status>HTTP/1.1 ");
+        out.Put("<D:response>");
+        PutHrefElement(out, each->path, each->isCollection);
+        out.Put("<D:status>HTTP/1.1 ");
         const HTTPSTATUS http = HttpStatusOf(each->status);
-        Put(io, Decimal(static_cast<UINT64>(http)).Text());
-        Put(io, http == 423 ? " Locked</D:status>" : " Failed</D:status>");
+        out.PutNumber(static_cast<UINT64>(http));
+        out.Put(http == 423 ? " Locked</D:status>" : " Failed</D:status>");
         if (http == 423)
-            PutTokenMissing(io, each->path);
-        Put(io, "</D:response>");
+            PutTokenMissing(out, *each);
+        out.Put("</D:response>");
     }
-    Put(io, "</D:multistatus>\n");
+    out.Put("</D:multistatus>\n");
     return status;
 }
 
@@ -150,7 +156,7 @@ TALSTATUS AnswerFailure(IKestIO_5* io, TALSTATUS status, const Failures& failure
                   (destination && IsBelow(each->path, *destination));
     if (isBelow)
         return AnswerMembers(io, status, failures);
-    return Code(status) == kCodeLocked ? AnswerLocked(io, status, failures, path)
+    return Code(status) == kCodeLocked ? AnswerLocked(io, status, failures)
                                        : RefuseMapped(io, status);
 }
 

@@ -6,6 +6,7 @@
 
 #include <kest/dav/failures_3.h>
 #include <kest/io.h>
+#include <kest/types.h>
 
 namespace standard {
 
@@ -20,9 +21,17 @@ class Failures final : public IKestDAVFailures3 {
     struct Entry {
         Entry* next;
         TALSTATUS status;
-        UNICODE_STRING path; // its buffer stands behind the entry
+        UNICODE_STRING path; // its buffer stands behind the entry, with a terminator
+        bool isCollection;   // known once they have been described
     };
     const Entry* First() const { return first_; }
+
+    // Finds out what a reply says of them once the operation is over: for hrefs, whether each is a
+    // collection. The caller holds the providers' list.
+    void Describe(SCHANDLE session);
+    // The same after an operation on `path` that has ended with `status`, which is handed back.
+    // Where a lock has refused it that nobody has named, that is the path's own.
+    TALSTATUS Described(SCHANDLE session, UNICODE_STRING path, TALSTATUS status);
 
     // What is told beyond kMost, or when memory is short, is left out: the operation's own status
     // says that it failed.
@@ -39,9 +48,10 @@ class Failures final : public IKestDAVFailures3 {
     UINT32 count_ = 0;
 };
 
-// Answers a change that failed with `status`. `path` is the provider path of the request,
-// `destination` that of COPY and MOVE, null otherwise. Every status has its HTTP meaning; a lock at
-// or above one of the two is a 423 that names the lock's root, anything below them a 207.
+// Answers a change that failed with `status`, its failures being described. `path` is the provider
+// path of the request, `destination` that of COPY and MOVE, null otherwise. Every status has its
+// HTTP meaning; a lock at or above one of the two is a 423 that names the lock's root, anything
+// below them a 207.
 TALSTATUS AnswerFailure(IKestIO_5* io, TALSTATUS status, const Failures& failures,
                         const UNICODE_STRING& path, const UNICODE_STRING* destination = nullptr);
 

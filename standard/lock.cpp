@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "standard/answer.h"
+#include "standard/content_coding.h"
 #include "standard/failures.h"
 #include "standard/handlers.h"
 #include "standard/lock_element.h"
@@ -103,15 +104,6 @@ void TakeBack(LockCall& call, const DAV_LOCK_INFO_3& lock)
     (void)call.provider->Unlock(call.session, call.path, &text, &none);
 }
 
-void PutHrefOf(ReplyWriter& out, const UNICODE_STRING& path)
-{
-    TreePath text;
-    out.Put("<D:href>");
-    if (!Failed(text.Set(path)))
-        PutHref(out, text.Text(), false);
-    out.Put("</D:href>");
-}
-
 // True when a lock on `root` stands in the way from below.
 bool IsBelow(const UNICODE_STRING& root, const UNICODE_STRING& path)
 {
@@ -128,7 +120,7 @@ TALSTATUS SendMembersLocked(LockCall& call, TALSTATUS status, const Failures& fa
     out.Put("<D:multistatus xmlns:D=\"DAV:\">\n");
     for (const Failures::Entry* each = failures.First(); each; each = each->next) {
         out.Put("<D:response>");
-        PutHrefOf(out, each->path);
+        PutHrefElement(out, each->path, each->isCollection);
         out.Put("<D:status>HTTP/1.1 423 Locked</D:status></D:response>\n");
     }
     out.Put("<D:response><D:href>");
@@ -148,7 +140,7 @@ TALSTATUS SendConflict(LockCall& call, TALSTATUS status, const Failures& failure
     ReplyWriter out(call.io);
     out.Put("<D:error xmlns:D=\"DAV:\"><D:no-conflicting-lock>");
     for (const Failures::Entry* each = failures.First(); each; each = each->next)
-        PutHrefOf(out, each->path);
+        PutHrefElement(out, each->path, each->isCollection);
     out.Put("</D:no-conflicting-lock></D:error>\n");
     return status;
 }
@@ -183,8 +175,10 @@ TALSTATUS MakeLock(LockCall& call)
     const TALSTATUS status =
         call.provider->Lock(call.session, call.path, &call.request.wanted, &call.preconditions,
                             &failures, &size, lock, &change);
-    if (Failed(status) && Code(status) == kCodeLocked)
+    if (Failed(status) && Code(status) == kCodeLocked) {
+        failures.Describe(call.session);
         return SendConflict(call, status, failures);
+    }
     if (Failed(status))
         return RefuseMapped(call.io, status);
     return AnswerGranted(call, *lock, size, change);
@@ -250,6 +244,8 @@ TALSTATUS Lock(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMapped(io, TAL_STATUS_ACCESS_DENIED);
+    if (TALSTATUS status = 0; RefusesCoding(io, status))
+        return status;
     ProviderGuard providers;
     UNICODE_STRING path = ProviderPath(*url);
     KESTDAV_HANDLER* handler = nullptr;

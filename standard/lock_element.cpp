@@ -3,6 +3,7 @@
 // How a lock is told.
 #include "standard/lock_element.h"
 
+#include "standard/tree_path.h"
 #include "standard/xml_elements.h"
 #include "support/failure_report.h"
 #include "support/globals.h"
@@ -66,6 +67,15 @@ void PutHref(ReplyWriter& out, std::string_view path, bool isCollection)
         out.PutPath(path);
     if (isCollection)
         out.Put("/");
+}
+
+void PutHrefElement(ReplyWriter& out, const UNICODE_STRING& path, bool isCollection)
+{
+    TreePath text;
+    out.Put("<D:href>");
+    if (!Failed(text.Set(path)))
+        PutHref(out, text.Text(), isCollection);
+    out.Put("</D:href>");
 }
 
 void PutLock(ReplyWriter& out, const DAV_LOCK_INFO_3& lock, std::string_view path,

@@ -41,6 +41,10 @@ void PutLocks(ReplyWriter& out, IKestDAV3& provider, SCHANDLE session, UNICODE_S
 // collection's.
 void PutHref(ReplyWriter& out, std::string_view path, bool isCollection);
 
+// The same as a whole "href" element, of a path as the provider takes it. One that cannot be read,
+// or for which memory is short, leaves it empty.
+void PutHrefElement(ReplyWriter& out, const UNICODE_STRING& path, bool isCollection);
+
 // A buffer for packed records that grows to what one of them takes.
 class RecordBuffer {
   public:

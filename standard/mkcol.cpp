@@ -3,6 +3,7 @@
 // MKCOL (RFC 4918 section 9.3), also with properties (RFC 5689).
 #include "standard/allow.h"
 #include "standard/answer.h"
+#include "standard/content_coding.h"
 #include "standard/failures.h"
 #include "standard/handlers.h"
 #include "standard/new_name.h"
@@ -86,8 +87,10 @@ TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, 
     if (const TALSTATUS status = ReadPreconditions(io, preconditions); Failed(status))
         return status;
     DAV_CHANGE change = OutcomeOnly();
-    return provider.MakeCollection(session, path, &preconditions, made.changes.Count(),
-                                   made.changes.Records(), &made.failures, &change);
+    const TALSTATUS status =
+        provider.MakeCollection(session, path, &preconditions, made.changes.Count(),
+                                made.changes.Records(), &made.failures, &change);
+    return made.failures.Described(session, *path, status);
 }
 
 // What there is where something is: a collection, for all that is known when the look fails.
@@ -116,6 +119,8 @@ TALSTATUS MkCol(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_OBJECT_EXISTS);
+    if (TALSTATUS status = 0; RefusesCoding(io, status))
+        return status;
     UNICODE_STRING path = ProviderPath(*url);
     NewCollection made;
     const TALSTATUS status = MakeCollection(session, &path, io, made);

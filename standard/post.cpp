@@ -2,6 +2,7 @@
 //
 // POST: what a browser's form sends (RFC 9110 section 9.3.3).
 #include "standard/answer.h"
+#include "standard/content_coding.h"
 #include "standard/handlers.h"
 #include "standard/request_headers.h"
 #include "standard/scan.h"
@@ -29,6 +30,8 @@ bool IsForm(std::string_view type)
 
 TALSTATUS Post(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
+    if (TALSTATUS status = 0; RefusesCoding(io, status))
+        return status;
     std::string_view type;
     if (const TALSTATUS status = ReadHeader(io, "Content-Type", type); Failed(status))
         return RefuseMapped(io, status);

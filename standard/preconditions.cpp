@@ -6,6 +6,7 @@
 #include <kest/status.h>
 
 #include "standard/if_header.h"
+#include "standard/new_name.h"
 #include "standard/request_headers.h"
 #include "standard/tree_path.h"
 
@@ -44,7 +45,29 @@ namespace {
 
 constexpr TALSTATUS kNotHeld = MakeStatus(0xC7BE, kCodePreconditionFailed);
 
-// Lists may be about anything below: of the first provider that can tell.
+// The provider that can tell of what a list is about: the one that serves its path. What none of
+// the third generation serves has neither tags nor locks, and any of them says so. Null when there
+// is none.
+TALSTATUS FindJudge(SCHANDLE session, const DAV_IF_LIST& list, IKestDAV3*& judge)
+{
+    judge = nullptr;
+    if (list.Path.Length > 1) { // "/": the root itself
+        TreePath path;
+        KESTDAV_HANDLER* handler = nullptr;
+        UNICODE_STRING* const wide =
+            path.Enter({list.Path.Text + 1, list.Path.Length - 1}) ? path.Wide() : nullptr;
+        if (!wide)
+            return TAL_STATUS_INSUFFICIENT_RESOURCES;
+        if (!Failed(FindProviderOfNew(session, *wide, handler)))
+            judge = handler->pIKestDav3;
+    }
+    for (LIST_ENTRY* link = g_HandlerList.Flink; !judge && link != &g_HandlerList;
+         link = link->Flink)
+        judge = reinterpret_cast<KESTDAV_HANDLER*>(link)->pIKestDav3;
+    return TAL_STATUS_SUCCESS;
+}
+
+// Lists may be about anything below, and one that holds is enough (RFC 4918 section 10.4.3).
 TALSTATUS JudgeIfOfRoot(SCHANDLE session, IKestIO_5* io)
 {
     DAV_PRECONDITIONS lists{};
@@ -52,9 +75,18 @@ TALSTATUS JudgeIfOfRoot(SCHANDLE session, IKestIO_5* io)
     if (const TALSTATUS status = ReadIf(io, lists); Failed(status) || lists.IfCount == 0)
         return status;
     TreePath root;
-    for (LIST_ENTRY* link = g_HandlerList.Flink; link != &g_HandlerList; link = link->Flink)
-        if (auto* const handler = reinterpret_cast<KESTDAV_HANDLER*>(link); handler->pIKestDav3)
-            return handler->pIKestDav3->Judge(session, root.Wide(), &lists);
+    DAV_PRECONDITIONS one = lists;
+    one.IfCount = 1;
+    for (UINT32 i = 0; i < lists.IfCount; ++i) {
+        one.If = lists.If + i;
+        IKestDAV3* judge = nullptr;
+        if (const TALSTATUS status = FindJudge(session, *one.If, judge); Failed(status))
+            return status;
+        const TALSTATUS status =
+            judge ? judge->Judge(session, root.Wide(), &one) : TAL_STATUS_SUCCESS;
+        if (judge && Code(status) != kCodePreconditionFailed)
+            return status;
+    }
     return kNotHeld;
 }
 

@@ -5,6 +5,7 @@
 #include <kest/dav/collection_3.h>
 
 #include "standard/answer.h"
+#include "standard/content_coding.h"
 #include "standard/handlers.h"
 #include "standard/object.h"
 #include "standard/preconditions.h"
@@ -327,6 +328,8 @@ TALSTATUS Answer(IKestIO_5* io, SCHANDLE session, const PropFindRequest& request
 
 TALSTATUS PropFind(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
+    if (TALSTATUS status = 0; RefusesCoding(io, status))
+        return status;
     ProviderGuard providers; // to the last byte of the reply
     KESTDAV_HANDLER* handler = nullptr;
     UNICODE_STRING path = ProviderPath(*url);

@@ -2,6 +2,7 @@
 //
 // PROPPATCH (RFC 4918 section 9.2): all changes of properties in document order, or none.
 #include "standard/answer.h"
+#include "standard/content_coding.h"
 #include "standard/failures.h"
 #include "standard/handlers.h"
 #include "standard/lock_element.h"
@@ -96,7 +97,7 @@ TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLE
     const TALSTATUS status = provider.PatchProperties(
         session, path, &preconditions, changes.Count(), changes.Records(), &failures, &change);
     if (Failed(status) && !changes.HasFailures())
-        return AnswerFailure(io, status, failures, *path);
+        return AnswerFailure(io, failures.Described(session, *path, status), failures, *path);
     if (!Failed(status) && preferences.isMinimal)
         return SendMinimal(io, preferences);
     return SendOutcome(io, *path, IsCollection(session, path, handler), changes);
@@ -108,6 +109,8 @@ TALSTATUS PropPatch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return Refuse(io, 403, TAL_STATUS_ACCESS_DENIED, "cannot-modify-protected-property");
+    if (TALSTATUS status = 0; RefusesCoding(io, status))
+        return status;
     ProviderGuard providers;
     UNICODE_STRING path = ProviderPath(*url);
     KESTDAV_HANDLER* handler = nullptr;

@@ -4,6 +4,7 @@
 // SabreDAV's partial updates (application/x-sabredav-partialupdate).
 #include "standard/allow.h"
 #include "standard/answer.h"
+#include "standard/content_coding.h"
 #include "standard/handlers.h"
 #include "standard/request_headers.h"
 #include "standard/resumable_upload.h"
@@ -97,6 +98,8 @@ TALSTATUS Put(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
+    if (TALSTATUS status = 0; RefusesCoding(io, status))
+        return status;
     bool isCollection = false;
     if (const TALSTATUS status = ReadTrailingSlash(io, isCollection); Failed(status))
         return RefuseMapped(io, status);
@@ -126,6 +129,8 @@ TALSTATUS Patch(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (IsMonikerRoot(*url))
         return RefuseMethod(io, Kind::Root, TAL_STATUS_ACCESS_DENIED);
+    if (TALSTATUS status = 0; RefusesCoding(io, status))
+        return status;
     if (UploadResource resource; NamesUpload(session, *url, resource))
         return PatchUpload(session, resource, io);
     bool isUpdate = false; // the one kind of body that is taken

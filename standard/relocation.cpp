@@ -124,9 +124,10 @@ TALSTATUS Carry(SCHANDLE session, IKestIO_5* io, Relocation& relocation)
         return status;
     const auto operation =
         relocation.kind == RelocationKind::Copy ? &IKestDAV3::Copy : &IKestDAV3::Move;
-    return (handler->pIKestDav3->*operation)(session, &relocation.source, &relocation.destination,
-                                             relocation.flags, &preconditions, &relocation.failures,
-                                             &relocation.change);
+    const TALSTATUS status = (handler->pIKestDav3->*operation)(
+        session, &relocation.source, &relocation.destination, relocation.flags, &preconditions,
+        &relocation.failures, &relocation.change);
+    return relocation.failures.Described(session, relocation.source, status);
 }
 
 TALSTATUS Answer(IKestIO_5* io, TALSTATUS status, const Relocation& relocation)

@@ -84,7 +84,8 @@ TALSTATUS ResumableUpload::Create(const UploadFields& fields, bool& isServed)
     if (IsNotOffered(status)) // a part must not pass for the whole
         return Refuse(io_, 501, status);
     if (Failed(status))
-        return AnswerUpload(io_, status, target_, upload_);
+        return AnswerUpload(io_, upload_.failures.Described(session_, target_, status), target_,
+                            upload_);
     location_ = UploadLocation(io_, state_);
     if (location_.empty() && !fields_.isComplete) { // nobody could go on with it
         Cancel();
@@ -241,6 +242,7 @@ TALSTATUS ResumableUpload::Finish(IKestDAVResource3& content, UINT64 size)
     TALSTATUS status = isWhole ? CheckWhole(content, size) : TAL_STATUS_INVALID_REQUEST;
     if (!Failed(status))
         status = content.Publish(upload_.modified, 0, &upload_.failures, &upload_.change);
+    status = upload_.failures.Described(session_, target_, status);
     // Trying again would not change it.
     const bool isOver = !Failed(status) || HttpStatusOf(status) < 500;
     // Where it goes on, only the next look knows what of it is on the disk.

@@ -136,6 +136,24 @@ TALSTATUS WriteBody(IKestIO_5* io, IKestDAVResource3& resource, UINT64 start, Up
     return digests.Check();
 }
 
+// From the opening to the publishing.
+TALSTATUS Replace(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io,
+                  const KESTDAV_HANDLER& handler, Upload& upload)
+{
+    Ref<IKestDAVResource3> resource;
+    DAV_OBJECT_INFO info = EmptyInfo();
+    if (const TALSTATUS status = Open(session, path, handler, upload, resource, info);
+        Failed(status))
+        return status;
+    UINT64 start = 0;
+    if (upload.isPart)
+        if (const TALSTATUS status = FindStart(upload, info.ResourceSize, start); Failed(status))
+            return status;
+    if (const TALSTATUS status = WriteBody(io, *resource.Get(), start, upload); Failed(status))
+        return status;
+    return resource->Publish(upload.modified, 0, &upload.failures, &upload.change);
+}
+
 } // namespace
 
 TALSTATUS ReadUpload(IKestIO_5* io, Upload& upload)
@@ -161,18 +179,7 @@ TALSTATUS StoreUpload(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, Upl
     upload.isServed = handler->pIKestDav3 != nullptr;
     if (!upload.isServed)
         return TAL_STATUS_SUCCESS;
-    Ref<IKestDAVResource3> resource;
-    DAV_OBJECT_INFO info = EmptyInfo();
-    if (const TALSTATUS status = Open(session, path, *handler, upload, resource, info);
-        Failed(status))
-        return status;
-    UINT64 start = 0;
-    if (upload.isPart)
-        if (const TALSTATUS status = FindStart(upload, info.ResourceSize, start); Failed(status))
-            return status;
-    if (const TALSTATUS status = WriteBody(io, *resource.Get(), start, upload); Failed(status))
-        return status;
-    return resource->Publish(upload.modified, 0, &upload.failures, &upload.change);
+    return upload.failures.Described(session, *path, Replace(session, path, io, *handler, upload));
 }
 
 TALSTATUS AnswerUpload(IKestIO_5* io, TALSTATUS status, const UNICODE_STRING& path,

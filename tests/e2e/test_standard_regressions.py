@@ -2,6 +2,7 @@
 """What clients have stumbled over, one case each, where no other module of the standard dialect has
 the case already. Every reply is read by the strict parser (davxml)."""
 
+import gzip
 import os
 import shutil
 import tempfile
@@ -70,6 +71,18 @@ class Listings(FlowCase):
                     reply = self.ask(method, name, None, If="(<DAV:no-lock>)", Depth="0",
                                      Destination=self.docs("elsewhere"))
                     self.assertNotIn(reply.status, (405, 500, 501), reply)
+
+    def test_what_lies_above_promises_what_lies_below(self):
+        reply = self.server.request("OPTIONS", "/")
+        self.assertEqual((reply.status, reply.headers["dav"], reply.headers["allow"]),
+                         (200, "1, 2", "OPTIONS, GET, HEAD, PROPFIND"))
+
+    def test_coded_bodies_are_refused_and_not_stored(self):
+        self.tree.write("coded", b"plain")
+        for method, body in (("PUT", gzip.compress(b"new")), ("PROPFIND", gzip.compress(ALLPROP))):
+            reply = self.ask(method, "coded", body, 415, Content_Encoding="gzip", Depth="0")
+            self.assertEqual(reply.headers["accept-encoding"], "identity")
+        self.assertEqual(self.tree.read("coded"), b"plain")
 
 
 class Contents(FlowCase):

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "world.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -267,6 +268,28 @@ Provider& World::operator[](const std::string& name)
     std::abort();
 }
 
+namespace {
+
+// RFC 4918 section 8.3: an href of a collection ends with "/", and no other one.
+void ExpectSlashes(const Provider& provider, const std::vector<std::string>& paths,
+                   const Reply& reply)
+{
+    const std::string root = "/Ferro";
+    const std::vector<std::string> there = provider.Paths();
+    const auto isThere = [&](const std::string& path) {
+        return std::find(there.begin(), there.end(), path) != there.end();
+    };
+    for (const std::string& path : paths) {
+        const std::string own = path.substr(std::min(root.size(), path.size()));
+        EXPECT_FALSE(isThere(own + "/")) << path << " is a collection\n" << reply.text;
+        const bool isMarked = own.ends_with("/");
+        EXPECT_FALSE(isMarked && isThere(own.substr(0, own.size() - 1))) << path << " is none\n"
+                                                                         << reply.text;
+    }
+}
+
+} // namespace
+
 // In the standard dialect every XML reply is one that strict clients take, whatever a case looks
 // for. A listing that a failure has cut is not whole, nor is what could not be written.
 void World::ExpectReadable(const Request& request, const Reply& reply, int failures) const
@@ -280,7 +303,10 @@ void World::ExpectReadable(const Request& request, const Reply& reply, int failu
     for (const auto& provider : providers_) {
         const std::string place = "/Ferro/" + provider->Spec().name;
         if (request.path.starts_with(place) && provider->Spec().generations >= 4) {
-            EXPECT_EQ(FaultOfXml(reply.body), "") << reply.text;
+            std::vector<std::string> paths;
+            EXPECT_EQ(FaultOfXml(reply.body, &paths), "") << reply.text;
+            if (recorder.Failures() == failures)
+                ExpectSlashes(*provider, paths, reply);
         }
     }
 }

@@ -34,12 +34,27 @@ const std::map<std::string, std::set<std::string>>& Children()
     return children;
 }
 
+// Of a text in which every "%" has two digits behind it.
+std::string Unescaped(const std::string& text)
+{
+    std::string result;
+    for (size_t i = 0; i < text.size(); ++i)
+        if (text[i] == '%') {
+            result += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            result += text[i];
+        }
+    return result;
+}
+
 struct Reader {
     std::vector<std::string> open; // elements of the protocol, without their namespace
     int ofClient = 0;              // how deep in what is the client's own
     std::string text;
     std::string fault;
-    bool isFirst = false; // the next child is its parent's first
+    std::vector<std::string> paths; // of the hrefs
+    bool isFirst = false;           // the next child is its parent's first
 
     void Fail(const std::string& what)
     {
@@ -81,8 +96,11 @@ struct Reader {
         open.pop_back();
         if (name == "status" && !std::regex_match(text, status))
             Fail("a status of " + text);
-        if (name == "href" && open.back() != "locktoken" && !std::regex_match(text, path))
-            Fail("an href of " + text);
+        if (name == "href" && open.back() != "locktoken") {
+            if (!std::regex_match(text, path))
+                return Fail("an href of " + text);
+            paths.push_back(Unescaped(text));
+        }
         if (name == "response" && isFirst)
             Fail("an empty response");
         isFirst = false;
@@ -96,7 +114,7 @@ Reader& Of(void* data)
 
 } // namespace
 
-std::string FaultOfXml(std::string_view body)
+std::string FaultOfXml(std::string_view body, std::vector<std::string>* paths)
 {
     Reader reader;
     const std::unique_ptr<XML_ParserStruct, void (*)(XML_Parser)> parser(
@@ -115,6 +133,8 @@ std::string FaultOfXml(std::string_view body)
     if (XML_Parse(parser.get(), body.data(), static_cast<int>(body.size()), XML_TRUE) !=
         XML_STATUS_OK)
         return XML_ErrorString(XML_GetErrorCode(parser.get()));
+    if (paths)
+        *paths = std::move(reader.paths);
     return reader.fault;
 }
 

@@ -138,6 +138,30 @@ TEST(StandardConditionsOfNothing, DoNotHideThatThereIsNothing)
     }
 }
 
+// A list about an object below the root is judged by whoever serves that.
+TEST_F(Standard, IfOfTheRoot_IsJudgedByTheProviderOfEachList)
+{
+    const auto judged = [this](const std::string& lists) {
+        const std::string reply =
+            Run(Request(KestMethodHead, "/Ferro").Header("If", lists)).substr(0, 3);
+        return reply == "412" ? false : reply == "403"; // it has no page here
+    };
+    for (const std::string name : {"gen3", "other"}) {
+        const std::string file = "</Ferro/" + name + "/f.txt> ";
+        EXPECT_TRUE(judged(file + "([\"v1\"])")) << name;
+        EXPECT_FALSE(judged(file + "([\"v9\"])")) << name;
+        EXPECT_TRUE(judged("</Ferro/gen3/none> ([\"v1\"]) " + file + "([\"v1\"])")) << name;
+        EXPECT_TRUE(judged(file + "([\"v9\"]) ([\"v1\"])")) << name;
+        EXPECT_FALSE(judged(file + "([\"v1\"] <opaquelocktoken:t>)")) << name;
+        world[name].Find("/" + name + "/f.txt")->locks.push_back({.token = "t"});
+        EXPECT_TRUE(judged(file + "([\"v1\"] <opaquelocktoken:t>)")) << name;
+    }
+    EXPECT_FALSE(judged("</Ferro/gen2/f.txt> ([\"v1\"])")) << "an older one tells no tags";
+    EXPECT_TRUE(judged("</Ferro/gen2/f.txt> (Not [\"v1\"])"));
+    EXPECT_FALSE(judged("([\"v1\"])")) << "of the root itself";
+    EXPECT_TRUE(judged("(Not <opaquelocktoken:t>)"));
+}
+
 } // namespace
 
 } // namespace standard_tests

@@ -86,7 +86,7 @@ TEST_F(StandardLock, ConflictAtOrAbove_Answers423WithoutTheToken)
     Hold("/gen3/c", -1);
     const std::string expected = std::string("423\n") + kXml +
                                  "<D:error xmlns:D=\"DAV:\"><D:no-conflicting-lock>"
-                                 "<D:href>/Ferro/gen3/c</D:href>"
+                                 "<D:href>/Ferro/gen3/c/</D:href>"
                                  "</D:no-conflicting-lock></D:error>\n";
     EXPECT_EQ(Run(Lock("c")), expected);
     EXPECT_EQ(Run(Lock("c/a")), expected);

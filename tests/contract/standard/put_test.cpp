@@ -119,7 +119,7 @@ TEST_F(StandardPut, Locked_Answers423WithTheLocksRoot)
     const std::string locked =
         "423\nContent-Type: application/xml; charset=\"utf-8\"\nContent-Length: \n\n"
         "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-        "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted><D:href>/Ferro/gen3/c</D:href>"
+        "<D:error xmlns:D=\"DAV:\"><D:lock-token-submitted><D:href>/Ferro/gen3/c/</D:href>"
         "</D:lock-token-submitted></D:error>\n";
     EXPECT_EQ(Run(Put("c/a")), locked);
     EXPECT_EQ(Run(Put("c/a").Header("If", "(Not <opaquelocktoken:t-2>)")), locked);

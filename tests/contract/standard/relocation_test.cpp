@@ -156,7 +156,7 @@ TEST_P(StandardRelocation, LockedDestination_Answers423)
     world["gen3"].Find("/gen3/c")->locks.push_back({.token = "t-1"});
     const std::string reply = Run(From("f.txt", "gen3/c/n"));
     EXPECT_EQ(reply.substr(0, 3), "423");
-    EXPECT_THAT(reply, HasSubstr("<D:href>/Ferro/gen3/c</D:href>"));
+    EXPECT_THAT(reply, HasSubstr("<D:href>/Ferro/gen3/c/</D:href>"));
     EXPECT_EQ(Run(From("f.txt", "gen3/c/n")
                       .Header("If", "<http://server.example:8080/Ferro/gen3/c> "
                                     "(<opaquelocktoken:t-1>)")),
