@@ -13,6 +13,7 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/names.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/volume.h"
 
@@ -70,7 +71,7 @@ std::string RulePath(const Target& target)
         return PathOf(*target.volume, target.path.View());
     std::string path = PathOf(*target.volume, target.deletedParent);
     path.append("/").append(target.deletedName);
-    const std::string entry = ".kest/deleted/" + std::to_string(target.deletedId);
+    const std::string entry = PathOfDeleted(target.deletedId);
     return path.append(target.path.View().substr(entry.size()));
 }
 

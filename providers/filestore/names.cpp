@@ -157,6 +157,11 @@ bool DecodePercent(std::string_view in, std::string* out)
     return found;
 }
 
+std::string PathOfDeleted(INT64 id)
+{
+    return std::string(kDeletedDirectory) + "/" + std::to_string(id);
+}
+
 std::string Utf8Of(const WCHAR* text, size_t units)
 {
     return base::ToUtf8({text, units}).value_or(std::string());

@@ -17,6 +17,10 @@ inline constexpr size_t kMaxNameBytes = 255;  // of one component
 // The directory in a volume's root directory that holds the store's own files. The name is not
 // served anywhere, since one volume can lie inside another.
 inline constexpr std::string_view kPrivateDirectory = ".kest";
+inline constexpr char kDeletedDirectory[] = ".kest/deleted"; // what is kept
+inline constexpr char kPurgeDirectory[] = ".kest/purge";     // what is on its way out
+
+[[nodiscard]] std::string PathOfDeleted(INT64 id); // of a deleted entry
 
 // The text as UTF-8; empty for malformed text, and for none.
 [[nodiscard]] std::string Utf8Of(const WCHAR* text, size_t units);

@@ -27,6 +27,13 @@ void PendingRows::AddUnlisted(std::span<const INT64> ids) noexcept
     rows_.unlisted.insert(rows_.unlisted.end(), ids.begin(), ids.end());
 }
 
+void PendingRows::AddCancelled(INT64 intent) noexcept
+{
+    const std::lock_guard lock(mutex_);
+    if (intent && rows_.cancelled.size() < kMost)
+        rows_.cancelled.push_back(intent);
+}
+
 PendingRows::Rows PendingRows::Get() const
 {
     const std::lock_guard lock(mutex_);
@@ -41,6 +48,7 @@ void PendingRows::Drop(const Rows& written)
     };
     dropFrom(rows_.removed, written.removed.size());
     dropFrom(rows_.unlisted, written.unlisted.size());
+    dropFrom(rows_.cancelled, written.cancelled.size());
 }
 
 } // namespace filestore

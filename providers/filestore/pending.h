@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the metadata still has to be told of files that have gone, because it could not be written
-// when they went: on a disk that is full, or fails. WritePending (purge.h) tries again.
+// What the metadata still has to be told of files that have gone and renames that have not
+// happened, because it could not be written then: on a disk that is full, or fails. WritePending
+// (purge.h) tries again.
 #pragma once
 
 #include <mutex>
@@ -16,18 +17,24 @@ namespace filestore {
 
 class PendingRows {
   public:
-    PendingRows() { rows_.unlisted.reserve(kMost); } // often memory is what was missing
+    PendingRows() // often memory is what was missing
+    {
+        rows_.unlisted.reserve(kMost);
+        rows_.cancelled.reserve(kMost);
+    }
 
     struct Rows {
         std::vector<std::string> removed; // paths of what is not there any more
         std::vector<INT64> unlisted;      // deleted entries whose files have gone
-        bool IsEmpty() const { return removed.empty() && unlisted.empty(); }
+        std::vector<INT64> cancelled;     // intents of renames that came to nothing
+        bool IsEmpty() const { return removed.empty() && unlisted.empty() && cancelled.empty(); }
     };
 
-    // Both keep a bounded number; of more than that the rows stay. The second takes no memory. A
+    // They keep a bounded number; of more than that the rows stay. The last two take no memory. A
     // name that is made again has none of them: whoever makes one forgets what is there about it.
     void AddRemoved(std::string_view path) noexcept;
     void AddUnlisted(std::span<const INT64> ids) noexcept;
+    void AddCancelled(INT64 intent) noexcept; // 0: none
 
     Rows Get() const;
     // The first ones, as Get gave them, are written.

@@ -3,11 +3,13 @@
 // Removing what need not be kept.
 #include "providers/filestore/purge.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/names.h"
 #include "providers/filestore/platform.h"
 
 namespace filestore {
@@ -120,7 +122,7 @@ static TALSTATUS RemoveFromList(const Volume& volume, MetadataSession& session,
         if (!Failed(status))
             status = session.RemoveDeleted(id);
         if (!Failed(status) && volume.MayHaveProperties())
-            status = session.ForgetTree(".kest/deleted/" + std::to_string(id));
+            status = session.ForgetTree(PathOfDeleted(id));
     }
     if (!Failed(status))
         status = session.Commit();
@@ -128,8 +130,19 @@ static TALSTATUS RemoveFromList(const Volume& volume, MetadataSession& session,
     return status;
 }
 
+// Rows that are to leave an entry with its files, and could not yet, would go with the entry.
+static bool AreLeavingRows(Volume& volume, const std::vector<INT64>& ids)
+{
+    return !volume.Unfinished().IsEmpty() && std::ranges::any_of(ids, [&](INT64 id) {
+        const std::string path = PathOfDeleted(id);
+        return Failed(volume.RecoverAround(path)) || volume.Unfinished().Has(path);
+    });
+}
+
 TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vector<INT64>& ids)
 {
+    if (AreLeavingRows(volume, ids))
+        return StatusFromErrno(EIO);
     if (const int error = PutOnTheirWayOut(volume, ids))
         return StatusFromErrno(error);
     call::HeldReports reports;
@@ -223,8 +236,11 @@ static TALSTATUS WriteRows(const Volume& volume, const PendingRows::Rows& rows)
         if (!Failed(status))
             status = session->RemoveDeleted(id);
         if (!Failed(status))
-            status = session->ForgetTree(".kest/deleted/" + std::to_string(id));
+            status = session->ForgetTree(PathOfDeleted(id));
     }
+    for (const INT64 intent : rows.cancelled)
+        if (!Failed(status))
+            status = session->RemoveIntent(intent);
     return Failed(status) ? status : session->Commit();
 }
 

@@ -22,7 +22,7 @@ void DropExpiredLocks(const Store& store, Volume& volume);
 TALSTATUS WritePending(Volume& volume);
 
 // Takes deleted entries out of the list and puts them on their way out. Fails only where files
-// cannot be moved.
+// cannot be moved, or have been restored and their properties cannot follow yet.
 TALSTATUS RetireEntries(Volume& volume, MetadataSession& session, const std::vector<INT64>& ids);
 
 } // namespace filestore

@@ -8,6 +8,7 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/names.h"
 #include "providers/filestore/open_directories.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/room.h"
@@ -69,12 +70,32 @@ TALSTATUS RenameTransaction::To(std::string leaf)
         status = LogIntent(*session, &any);
     if (Failed(status))
         return status;
-    status = Protected([&] { return any ? MoveAll(*session) : MoveAlone(); });
+    return Move(std::move(session), any);
+}
+
+TALSTATUS RenameTransaction::AsLogged(RenameIntent&& intent)
+{
+    intent_ = std::move(intent);
+    toPath_ = intent_.to;
+    toLeaf_ = LeafOf(intent_.to);
+    movesReplacedAside_ = !intent_.aside.empty();
+    asideLeaf_ = LeafOf(intent_.aside);
+    std::unique_ptr<MetadataSession> session;
+    const TALSTATUS status = Store::OpenMetadata(volume_, &session);
+    return Failed(status) ? status : Move(std::move(session), true);
+}
+
+// What was to be done has been written down, where there is something to be written.
+TALSTATUS RenameTransaction::Move(std::unique_ptr<MetadataSession> session, bool any)
+{
+    const TALSTATUS status = Protected([&] { return any ? MoveAll(*session) : MoveAlone(); });
     if (hasMoved_)
         open_directories::Forget(volume_, from_.path);
     else if (session && !isStuck_ && !isUnsure_)
         CancelIntent(*session);
-    session.reset(); // whoever ends it needs a transaction
+    if (reverse && (!hasMoved_ || areRowsBehind_))
+        reverse->id = 0; // it was not written down
+    session.reset();     // whoever ends it needs a transaction
     if (isStuck_ || areRowsBehind_)
         volume_.Unfinished().Add(std::move(intent_), isStuck_);
     return status;
@@ -132,19 +153,24 @@ TALSTATUS RenameTransaction::AddIntent(MetadataSession& session, bool* any)
         return status;
     intent_ = {0, volume_.Token(), from_.path, toPath_, {}, from_.info.inode};
     if (movesReplacedAside_)
-        intent_.aside = Join(added ? ".kest/deleted" : ".kest/purge", asideLeaf_);
+        intent_.aside = Join(added ? kDeletedDirectory : kPurgeDirectory, asideLeaf_);
+    if (reverse)
+        DescribeReverse();
     return session.AddIntent(&intent_);
 }
 
-// It has come to nothing. What cannot be taken back the next start recovers.
+// It has come to nothing.
 void RenameTransaction::CancelIntent(MetadataSession& session) const
 {
     if (!added && !intent_.id)
         return;
     call::HeldReports reports; // there is another one to be reported
     const auto cancel = [&] { return Protected([&] { return RemoveIntent(session); }); };
-    if (Failed(cancel()) && Failed(cancel()) && added) // once more, then when there is room
-        volume_.Pending().AddUnlisted({&added->id, 1});
+    if (Failed(cancel()) && Failed(cancel())) { // once more, then when there is room
+        if (added)
+            volume_.Pending().AddUnlisted({&added->id, 1});
+        volume_.Pending().AddCancelled(intent_.id);
+    }
     reports.Drop();
 }
 
@@ -177,6 +203,8 @@ TALSTATUS RenameTransaction::MoveAll(MetadataSession& session)
     if (Failed(status))
         return status;
     const int notSynced = SyncNames(true);
+    if (reverse && movesReplacedAside_)
+        FindReplaced();
     status = FollowAtLast(session);
     if (!Failed(status))
         return StatusFromErrno(notSynced);
@@ -257,7 +285,32 @@ TALSTATUS RenameTransaction::MoveRows(MetadataSession& session) const
             status = session.RemoveLocksWithin(tree);
     if (!Failed(status) && restored)
         status = session.RemoveDeleted(restored);
-    return Failed(status) ? status : session.RemoveIntent(intent_.id);
+    if (!Failed(status))
+        status = session.RemoveIntent(intent_.id);
+    return Failed(status) || !reverse || reverse->to.empty() ? status : session.AddIntent(reverse);
+}
+
+// Before anything has moved: this takes memory.
+void RenameTransaction::DescribeReverse() const
+{
+    std::string away = Join(kPurgeDirectory, volume_.UniqueName());
+    if (movesReplacedAside_)
+        *reverse = {0, volume_.Token(), intent_.aside, toPath_, std::move(away)};
+    else
+        *reverse = {0, volume_.Token(), toPath_, std::move(away), {}, from_.info.inode};
+}
+
+// What is aside now is what the reverse brings back. Where it cannot be looked at there is none.
+void RenameTransaction::FindReplaced() const noexcept
+{
+    OpenFile aside;
+    FileInfo old;
+    FileSystem& fs = volume_.Fs();
+    if (fs.Open(intent_.aside.c_str(), OpenFor::Locating, aside.Out(fs)) == 0 &&
+        fs.Inspect(aside.Get(), &old) == 0)
+        reverse->inode = old.inode;
+    else
+        reverse->to.clear();
 }
 
 TALSTATUS RenameTransaction::CheckLocks(MetadataSession& session) const

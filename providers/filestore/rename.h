@@ -42,6 +42,11 @@ class RenameTransaction {
     // The deleted entry that it makes. Its number becomes a name: the new one, or that of what is
     // put aside.
     DeletedEntry* added = nullptr;
+    // Where there is metadata: becomes the rename that takes this one back, what had given way
+    // bearing its name again and what had moved on its way out. It is written down with this one's
+    // end, so that it needs no room to begin (AsLogged), and stands until its id is removed. None
+    // was while its id is 0.
+    RenameIntent* reverse = nullptr;
 
     // What bears the new name trades it with what moves, and is put aside with its metadata: under
     // `added`'s number among the deleted entries, or else on its way out. Nobody finds the name
@@ -52,6 +57,8 @@ class RenameTransaction {
     // taken, 37 when a lock stands in the way, 40 when the conditions do not hold; nothing has
     // changed then. A failure of the sync is reported when everything has moved.
     TALSTATUS To(std::string leaf);
+    // The same for one that has been written down (`reverse` of another), whatever room there is.
+    TALSTATUS AsLogged(RenameIntent&& intent);
     // After a failure: the names have changed all the same, and the sync has failed.
     bool HasMoved() const { return hasMoved_; }
     // After a success: the metadata stays behind until it can be written (unfinished_renames.h).
@@ -67,10 +74,13 @@ class RenameTransaction {
     TALSTATUS AddIntent(MetadataSession& session, bool* any);
     void CancelIntent(MetadataSession& session) const;
     TALSTATUS RemoveIntent(MetadataSession& session) const;
+    TALSTATUS Move(std::unique_ptr<MetadataSession> session, bool any);
     TALSTATUS MoveAlone();
     TALSTATUS MoveAll(MetadataSession& session);
     TALSTATUS FollowAtLast(MetadataSession& session);
     TALSTATUS MoveRows(MetadataSession& session) const;
+    void DescribeReverse() const;
+    void FindReplaced() const noexcept;
     TALSTATUS CheckLocks(MetadataSession& session) const;
     TALSTATUS MoveName();
     TALSTATUS Follow(MetadataSession& session) const;

@@ -124,7 +124,7 @@ TALSTATUS Store::ParseDeleted(std::string_view rest, Target* out, bool* servable
         return TAL_STATUS_SUCCESS;
     PathBuffer inside;
     if (AppendComponents(below, &inside) != PathFit::Ok ||
-        !out->path.Assign(".kest/deleted/" + std::to_string(id)) ||
+        !out->path.Assign(PathOfDeleted(id)) ||
         (inside.Length() && !out->path.Append(inside.View())))
         return TAL_STATUS_SUCCESS;
     out->deletedId = id;
@@ -141,7 +141,7 @@ TALSTATUS Store::OpenMetadata(const Volume& volume, std::unique_ptr<MetadataSess
 
 bool Target::IsDeletedEntry() const
 {
-    return deletedId && path.View() == ".kest/deleted/" + std::to_string(deletedId);
+    return deletedId && path.View() == PathOfDeleted(deletedId);
 }
 
 std::string Target::ShownName() const

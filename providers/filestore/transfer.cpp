@@ -7,15 +7,13 @@
 
 #include "providers/filestore/callcontext.h"
 #include "providers/filestore/failures.h"
+#include "providers/filestore/names.h"
 #include "providers/filestore/platform.h"
 #include "providers/filestore/purge.h"
 
 namespace filestore {
 
 namespace {
-
-constexpr char kDeleted[] = ".kest/deleted";
-constexpr char kPurge[] = ".kest/purge";
 
 void LogLeftover(const Volume& volume, const std::string& path, const char* what, TALSTATUS status)
 {
@@ -56,6 +54,7 @@ TALSTATUS Transfer::Run()
         });
         return status;
     }
+    ForgetReverse();
     const bool keep = store_.Settings().keepDeletedDays > 0;
     if (!keep)
         Retire(source_);
@@ -92,7 +91,7 @@ void Transfer::RestoreLocks(const End& end)
 TALSTATUS Transfer::OpenEntry(const End& end, DirectoryEntry* out) const
 {
     out->leaf = std::to_string(end.entry.id);
-    out->path = std::string(kDeleted) + "/" + out->leaf;
+    out->path = PathOfDeleted(end.entry.id);
     out->exists = true;
     out->info = end.place.info;
     return StatusFromErrno(end.volume.OpenParent(out->path, &out->directory));
@@ -107,6 +106,7 @@ TALSTATUS Transfer::Publish()
     DirectoryEntry made = copy_.Made();
     RenameTransaction rename(guard_, volume, made, place.directory->Get(), ParentOf(place.path));
     DeletedEntry entry{0, std::string(ParentOf(place.path)), place.leaf, store_.Now()};
+    rename.reverse = &reverse_;
     if (place.exists) {
         rename.MoveReplacedAside();
         rename.added = &entry;
@@ -137,13 +137,13 @@ void Transfer::TakeBack()
         rename.forget = true;
         rename.MoveReplacedAside();
         if (!Failed(status))
-            status = rename.To(made.leaf);
+            status = Reverse(rename, made.leaf);
     } else {
         made.info = copy_.Made().info;
-        RenameTransaction rename(guard_, volume, made, volume.Purge(), kPurge);
+        RenameTransaction rename(guard_, volume, made, volume.Purge(), kPurgeDirectory);
         rename.forget = true;
         rename.toServed = false;
-        status = rename.To(volume.UniqueName());
+        status = Reverse(rename, volume.UniqueName());
     }
     store_.WakePurger();
     if (Failed(status))
@@ -152,11 +152,35 @@ void Transfer::TakeBack()
         RestoreLocks(destination_);
 }
 
+// What was written down with the publication needs no room: a full disk is often why it fails.
+TALSTATUS Transfer::Reverse(RenameTransaction& rename, const std::string& leaf)
+{
+    return reverse_.id ? rename.AsLogged(std::exchange(reverse_, {})) : rename.To(leaf);
+}
+
+// The move has happened: nothing is taken back any more, whatever comes of this.
+void Transfer::ForgetReverse()
+{
+    if (!reverse_.id)
+        return;
+    call::HeldReports reports;
+    const TALSTATUS status = Protected([&] {
+        std::unique_ptr<MetadataSession> session;
+        TALSTATUS removed = Store::OpenMetadata(destination_.volume, &session);
+        if (!Failed(removed))
+            removed = session->RemoveIntent(reverse_.id);
+        return removed;
+    });
+    reports.Drop();
+    if (Failed(status))
+        destination_.volume.Pending().AddCancelled(reverse_.id);
+}
+
 // A deleted entry is restored in another volume. Nobody changes one.
 TALSTATUS Transfer::RemoveEntry()
 {
     Volume& volume = source_.volume;
-    RenameTransaction rename(guard_, volume, source_.place, volume.Purge(), kPurge);
+    RenameTransaction rename(guard_, volume, source_.place, volume.Purge(), kPurgeDirectory);
     rename.restored = from_.deletedId;
     rename.forget = true;
     rename.toServed = false;
@@ -172,7 +196,7 @@ TALSTATUS Transfer::RemoveSource()
     Volume& volume = source_.volume;
     const DirectoryEntry& place = source_.place;
     DeletedEntry entry{0, std::string(ParentOf(place.path)), place.leaf, store_.Now()};
-    RenameTransaction rename(guard_, volume, source_.place, volume.Deleted(), kDeleted);
+    RenameTransaction rename(guard_, volume, source_.place, volume.Deleted(), kDeletedDirectory);
     rename.conditions = guard_.On(volume, place.path);
     rename.added = &entry;
     rename.toServed = false;

@@ -39,6 +39,8 @@ class Transfer {
 
     TALSTATUS Publish();
     void TakeBack();
+    TALSTATUS Reverse(RenameTransaction& rename, const std::string& leaf);
+    void ForgetReverse();
     TALSTATUS RemoveSource();
     TALSTATUS RemoveEntry();
     TALSTATUS CompareSource();
@@ -51,6 +53,7 @@ class Transfer {
     End source_;
     End destination_;
     TreeCopy copy_;
+    RenameIntent reverse_;       // of the publication, until the move is sure
     bool areRowsBehind_ = false; // the source's metadata still stands under its path
 };
 

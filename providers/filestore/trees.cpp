@@ -78,7 +78,7 @@ TALSTATUS PutAside(Store& store, const Guard& guard, Volume& volume, DirectoryEn
     const bool keep = store.Settings().keepDeletedDays > 0;
     DeletedEntry entry{0, std::string(ParentOf(from.path)), from.leaf, store.Now()};
     RenameTransaction rename(guard, volume, from, keep ? volume.Deleted() : volume.Purge(),
-                             keep ? ".kest/deleted" : ".kest/purge");
+                             keep ? kDeletedDirectory : kPurgeDirectory);
     rename.added = keep ? &entry : nullptr;
     rename.forget = !keep;
     rename.toServed = false;

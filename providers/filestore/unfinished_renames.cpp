@@ -3,6 +3,7 @@
 // Ending renames that could not be ended when they happened.
 #include "providers/filestore/unfinished_renames.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -19,6 +20,11 @@ bool IsAbout(std::string_view name, std::string_view path)
     return name == path || IsWithin(path, name) || IsWithin(name, path);
 }
 
+bool IsAbout(const RenameIntent& rename, std::string_view path)
+{
+    return IsAbout(rename.from, path) || IsAbout(rename.to, path);
+}
+
 } // namespace
 
 void UnfinishedRenames::Add(RenameIntent&& rename, bool isBetween) noexcept
@@ -28,6 +34,13 @@ void UnfinishedRenames::Add(RenameIntent&& rename, bool isBetween) noexcept
         return;
     renames_.push_back({std::move(rename), isBetween});
     count_.store(renames_.size(), std::memory_order_release);
+}
+
+bool UnfinishedRenames::Has(std::string_view path) noexcept
+{
+    const std::lock_guard lock(mutex_);
+    return std::ranges::any_of(renames_,
+                               [&](const Entry& each) { return IsAbout(each.rename, path); });
 }
 
 template <class Wanted>
@@ -50,10 +63,7 @@ TALSTATUS UnfinishedRenames::RecoverThose(const Wanted& areWanted, const Recover
 
 TALSTATUS UnfinishedRenames::RecoverAround(std::string_view path, const Recover& recover)
 {
-    const auto areAbout = [&](const RenameIntent& rename) {
-        return IsAbout(rename.from, path) || IsAbout(rename.to, path);
-    };
-    return RecoverThose(areAbout, recover);
+    return RecoverThose([&](const RenameIntent& rename) { return IsAbout(rename, path); }, recover);
 }
 
 void UnfinishedRenames::RecoverAll(const Recover& recover) noexcept

@@ -26,10 +26,11 @@ class UnfinishedRenames {
     // Of more than can be kept the next start ends the others. Takes no memory. `isBetween`: the
     // names are those of neither before nor after, else rows alone are behind.
     void Add(RenameIntent&& rename, bool isBetween) noexcept;
+    // Whether one has to do with `path`: it or what lies above or below it moves.
+    bool Has(std::string_view path) noexcept;
     bool IsEmpty() const noexcept { return count_.load(std::memory_order_acquire) == 0; }
 
-    // Tries to end those that have to do with `path`: it or what lies above or below it moves.
-    // Fails when what is there cannot be told yet.
+    // Tries to end those that have to do with `path`. Fails when what is there cannot be told yet.
     TALSTATUS RecoverAround(std::string_view path, const Recover& recover);
     // Tries all.
     void RecoverAll(const Recover& recover) noexcept;

@@ -92,7 +92,7 @@ void Volume::SkipKeptIds()
 }
 
 // Ends the renames that processes began and did not live to record. False when one of them is left
-// for the next start: what lies in the private directories may be part of it.
+// for later: what lies in the private directories may be part of it.
 bool Volume::RecoverIntents()
 {
     std::unique_ptr<MetadataSession> session;
@@ -100,9 +100,11 @@ bool Volume::RecoverIntents()
     if (Failed(meta_->Open(&session)) || Failed(session->Intents(&intents)))
         return false;
     bool areRecovered = true;
-    for (const RenameIntent& intent : intents)
-        if (!IsAlive(intent.owner) && Failed(Recover(*session, intent)))
+    for (RenameIntent& intent : intents)
+        if (!IsAlive(intent.owner) && Failed(Recover(*session, intent))) {
             areRecovered = false;
+            unfinished_.Add(std::move(intent), false);
+        }
     return areRecovered;
 }
 

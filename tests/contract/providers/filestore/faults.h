@@ -24,9 +24,9 @@ namespace faults {
 
 // Which call of the seams fails, counted over both volumes.
 struct Plan {
-    int failAt = 0;        // counts from 1 while `isArmed`; 0: none
-    bool andAfter = false; // so do all calls after it
-    int error = EIO;       // the metadata fails with the status that it stands for
+    int failAt = 0;           // counts from 1 while `isArmed`; 0: none
+    bool isFullAfter = false; // and whatever needs room on the disk after it
+    int error = EIO;          // the metadata fails with the status that it stands for
     bool isArmed = false;
     int calls = 0;
     std::string failed; // the first one that did
@@ -97,7 +97,9 @@ class Installation {
 
 struct Sweep {
     std::vector<int> errors = {EIO};
-    bool andAfter = false;
+    bool isFullAfter = false; // from there on nothing finds room, until the store starts again
+    // Rows of what has gone may stay: nobody finds them, and whoever makes the name forgets them.
+    bool mayLeaveRows = false;
     // The request is one that is refused: it has to leave everything as it was.
     bool isRefused = false;
 };

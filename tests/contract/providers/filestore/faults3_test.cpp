@@ -81,6 +81,13 @@ TEST_P(ThirdGeneration, IsWholeOrNotDoneOnADiskThatFillsUp)
                   Task(Do), {.errors = {ENOSPC}});
 }
 
+TEST_P(ThirdGeneration, IsWholeOrNotDoneOnADiskThatStaysFull)
+{
+    FailEveryCall(
+        {.keepDays = GetParam().goesForGood ? 0u : 30u, .fill = Fill}, Task(Do),
+        {.errors = {ENOSPC}, .isFullAfter = true, .mayLeaveRows = GetParam().goesForGood});
+}
+
 TEST_P(ThirdGeneration, IsWholeOrNotDoneWhereMemoryRunsOut)
 {
     FailEach({.keepDays = 0, .fill = Fill, .isPlain = true}, Task(Do), failing_memory::FailAt,

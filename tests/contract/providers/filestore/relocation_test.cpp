@@ -98,6 +98,18 @@ TEST_P(Relocation, IsWholeOrNotDoneWhateverFailsWhereDeletedEntriesAreKept)
                   Make(GetParam()), {.errors = {ENOSPC}, .isRefused = GetParam().isRefused});
 }
 
+TEST_P(Relocation, IsWholeOrNotDoneOnADiskThatFillsUpAndStaysFull)
+{
+    FailEveryCall({.keepDays = 0, .fill = Fill}, Make(GetParam()),
+                  {.errors = {ENOSPC}, .isFullAfter = true, .isRefused = GetParam().isRefused});
+}
+
+TEST_P(Relocation, IsWholeOrNotDoneOnAFullDiskWhereDeletedEntriesAreKept)
+{
+    FailEveryCall({.keepDays = 30, .fill = Fill}, Make(GetParam()),
+                  {.errors = {ENOSPC}, .isFullAfter = true, .isRefused = GetParam().isRefused});
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, Relocation, testing::ValuesIn(kRows),
                          [](const auto& each) { return std::string(each.param.name); });
 

@@ -11,6 +11,7 @@
 
 #include <sqlite3.h>
 
+#include "providers/filestore/names.h"
 #include "providers/filestore/purge.h"
 #include "providers/filestore/room.h"
 #include "tests/unit/providers/filestore/failing_filesystem.h"
@@ -332,6 +333,51 @@ TEST_F(FullDisk, DropsADeletedEntryThatStaysInTheListWithoutFiles)
     g_isDatabaseFull = [] { return true; };
     EXPECT_EQ(0u, client->Delete("/v/.kest/deleted/1/deleted"));
     EXPECT_FALSE(IsKept(1));
+}
+
+// The next start would take it for one that has happened, once somebody else has moved the file.
+TEST_F(FullDisk, ForgetsARenameThatDidNotHappenAsSoonAsThereIsRoom)
+{
+    Start();
+    ASSERT_EQ(0u, client->Put("/v/a", "x"));
+    ASSERT_EQ(0u, client->SetProperty("/v/a", "p", "v"));
+    failing->judge = [](const std::string_view operation) {
+        if (operation != "Rename")
+            return 0;
+        g_isDatabaseFull = [] { return true; };
+        return EIO;
+    };
+    EXPECT_NE(0u, client->Move("/v/a", "/v/b"));
+    failing->judge = nullptr;
+    g_isDatabaseFull = nullptr;
+    std::unique_ptr<MetadataSession> session;
+    std::vector<RenameIntent> left;
+    ASSERT_EQ(0u, Store::OpenMetadata(TheVolume(), &session));
+    ASSERT_EQ(0u, session->Intents(&left));
+    EXPECT_EQ(1u, left.size());
+    EXPECT_EQ(0u, WritePending(TheVolume()));
+    left.clear();
+    ASSERT_EQ(0u, session->Intents(&left));
+    EXPECT_TRUE(left.empty());
+}
+
+TEST_F(FullDisk, KeepsThePropertiesOfARestoredEntryThatCouldNotFollowIt)
+{
+    Start();
+    ASSERT_EQ(0u, client->MkCol("/v/folder"));
+    ASSERT_EQ(0u, client->SetProperty("/v/folder", "p", "v"));
+    ASSERT_EQ(0u, client->Delete("/v/folder"));
+    std::unique_ptr<MetadataSession> session;
+    ASSERT_EQ(0u, Store::OpenMetadata(TheVolume(), &session));
+    RenameIntent intent{0, TheVolume().Token(), PathOfDeleted(1), "folder"};
+    ASSERT_EQ(0u, session->AddIntent(&intent));
+    fs::rename(top / ".kest/deleted/1", top / "folder");
+    TheVolume().Unfinished().Add(std::move(intent), false);
+    g_isDatabaseFull = [] { return true; };
+    EXPECT_NE(0u, RetireEntries(TheVolume(), *session, {1}));
+    g_isDatabaseFull = nullptr;
+    EXPECT_EQ(0u, RetireEntries(TheVolume(), *session, {1}));
+    EXPECT_EQ("v", client->Property("/v/folder", "p"));
 }
 
 TEST_F(FullDisk, IsAvoidedWhileDeletedEntriesAreThere)
