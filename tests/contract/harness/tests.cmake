@@ -20,7 +20,7 @@ add_library(kest_harness STATIC
   ${CMAKE_CURRENT_LIST_DIR}/world.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xml_reply.cpp)
 target_include_directories(kest_harness PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(kest_harness PUBLIC kest_contract tolm GTest::gtest GTest::gmock PRIVATE kest_flags EXPAT::EXPAT ${CMAKE_DL_LIBS})
+target_link_libraries(kest_harness PUBLIC kest_contract tolm GTest::gtest GTest::gmock PRIVATE kest_flags kest_test_flags EXPAT::EXPAT ${CMAKE_DL_LIBS})
 target_compile_definitions(kest_harness PRIVATE KESTDAV_LIBRARY="$<TARGET_FILE:kestdav>")
 add_dependencies(kest_harness kestdav)
 

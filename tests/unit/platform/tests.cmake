@@ -1,14 +1,14 @@
 # The platform layer, through libtolm.so as everybody else uses it.
 add_library(platform_support STATIC ${CMAKE_CURRENT_LIST_DIR}/support.cpp)
 target_include_directories(platform_support PUBLIC ${PROJECT_SOURCE_DIR})
-target_link_libraries(platform_support PUBLIC kest_contract tolm GTest::gtest PRIVATE kest_flags)
+target_link_libraries(platform_support PUBLIC kest_contract tolm GTest::gtest PRIVATE kest_flags kest_test_flags)
 
 # Libraries for the class manager to load: one that works and two that do not.
 set(kind 0)
 foreach(name component_good component_declines component_empty)
   add_library(${name} MODULE ${CMAKE_CURRENT_LIST_DIR}/component.cpp)
   target_compile_definitions(${name} PRIVATE COMPONENT_KIND=${kind})
-  target_link_libraries(${name} PRIVATE kest_contract kest_flags)
+  target_link_libraries(${name} PRIVATE kest_contract kest_flags kest_test_flags)
   math(EXPR kind "${kind} + 1")
 endforeach()
 
