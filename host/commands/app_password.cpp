@@ -68,7 +68,7 @@ std::string CheckUser(Setup& setup, const HostSettings& settings, const std::str
     UserLists lists;
     if (std::string problem = setup.ReadUsers(settings, lists); !problem.empty())
         return problem;
-    if (lists.Contains(user) || settings.users.signIn.Uses("ldap"))
+    if (lists.Contains(user) || settings.users.signIn.HasUnlistedUsers())
         return {};
     return "there is no user " + user;
 }

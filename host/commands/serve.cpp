@@ -21,6 +21,7 @@
 #include "base/utf.h"
 #include "host/auth/htpasswd.h"
 #include "host/auth/ldap_source.h"
+#include "host/auth/proxy_source.h"
 #include "host/commands/app_password_watch.h"
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
@@ -239,6 +240,8 @@ void Host::UseSources(const HostSettings& settings)
             sources.push_back(MakeUserList(name, users_.users, IsPassword));
         } else if (name == "htpasswd") {
             sources.push_back(MakeUserList(name, users_.htpasswd, IsHtpasswdPassword));
+        } else if (name == "proxy") {
+            sources.push_back(MakeProxySource());
         } else {
             if (!ldap_ || !(ldapSettings_ == signIn.ldap))
                 ldap_ = MakeLdapSource(signIn.ldap, settings.directory.tree, *clock_);

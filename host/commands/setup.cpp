@@ -209,7 +209,7 @@ std::string Setup::ReadSettings(HostSettings& settings)
 {
     std::string problems = ReadHostSettings(Platform(), settings);
     AddProblems(problems, ReadAccessRules(Platform(), settings.server.access,
-                                          settings.users.signIn.Uses("ldap")));
+                                          settings.users.signIn.HasUnlistedUsers()));
     AddProblems(problems, CheckComponentSettings(Platform()));
     return problems;
 }
@@ -233,7 +233,7 @@ std::string Setup::CheckState() const
 std::vector<std::string> AccessWarnings(const HostSettings& settings, const UserLists& lists,
                                         ITalpl& platform)
 {
-    const bool hasOthers = settings.users.signIn.Uses("ldap"); // whom nobody lists
+    const bool hasOthers = settings.users.signIn.HasUnlistedUsers(); // whom nobody lists
     const auto isUser = [&](const std::string& name) { return hasOthers || lists.Contains(name); };
     return settings.server.access ? WarningsAbout(*settings.server.access, platform, isUser)
                                   : std::vector<std::string>();
@@ -241,7 +241,8 @@ std::vector<std::string> AccessWarnings(const HostSettings& settings, const User
 
 bool HasOtherSources(const HostSettings& settings)
 {
-    return settings.users.signIn.Uses("htpasswd") || settings.users.signIn.Uses("ldap");
+    const SignInSettings& signIn = settings.users.signIn;
+    return signIn.Uses("htpasswd") || signIn.HasUnlistedUsers();
 }
 
 std::string UsersFileOf(const HostSettings& settings, const std::string& stateDirectory)

@@ -59,6 +59,8 @@ struct SignInSettings {
                 return true;
         return false;
     }
+    // Whether a source has users and groups that it does not list here.
+    bool HasUnlistedUsers() const { return Uses("ldap") || Uses("proxy"); }
 };
 
 struct UserSettings {

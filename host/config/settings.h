@@ -85,6 +85,10 @@ struct ServerSettings {
     // 'Plain HTTP Passwords' of the key 'Auth': whether clients on other machines may sign in
     // without TLS.
     bool takesPlainPasswords = false;
+    // Of the key 'Auth', where its 'Sources' list 'proxy': the fields in which trusted proxies name
+    // the user and his groups. Else empty.
+    std::string proxyUserHeader;   // 'Proxy User Header'
+    std::string proxyGroupsHeader; // 'Proxy Groups Header'; empty: none
     Limits limits;
     std::shared_ptr<const AccessRules> access; // who may do what; null: everybody everything
 };

@@ -4,8 +4,10 @@
 #include "host/config/sign_in_settings.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/host_name.h"
+#include "base/token.h"
 #include "host/config/ldap_settings.h"
 
 namespace kestd {
@@ -18,15 +20,37 @@ void ReadSources(RegistryReader& in, SignInSettings& settings)
     in.Text(u"App Passwords File", settings.appPasswordsFile);
     std::vector<std::string>& sources = settings.sources;
     if (sources.empty())
-        in.Refuse(u"Sources", "expected a list of 'users', 'htpasswd' and 'ldap'");
+        in.Refuse(u"Sources", "expected a list of 'users', 'htpasswd', 'ldap' and 'proxy'");
     for (auto one = sources.begin(); one != sources.end(); ++one) {
-        if (*one != "users" && *one != "htpasswd" && *one != "ldap")
-            in.Refuse(u"Sources", "expected 'users', 'htpasswd' or 'ldap', not '" + *one + "'");
+        if (*one != "users" && *one != "htpasswd" && *one != "ldap" && *one != "proxy")
+            in.Refuse(u"Sources",
+                      "expected 'users', 'htpasswd', 'ldap' or 'proxy', not '" + *one + "'");
         else if (std::find(sources.begin(), one, *one) != one)
             in.Refuse(u"Sources", "'" + *one + "' stands there twice");
     }
     if (settings.Uses("htpasswd") && settings.htpasswdFile.empty())
         in.Refuse(u"Sources", "'htpasswd' needs 'Htpasswd File'");
+}
+
+// Read in any case, so that what is wrong with them is told; in use where the sources say so.
+void ReadProxySignIn(RegistryReader& in, const SignInSettings& signIn, ServerSettings& server)
+{
+    std::string user = "Remote-User";
+    std::string groups = "Remote-Groups";
+    in.Text(u"Proxy User Header", user);
+    in.Text(u"Proxy Groups Header", groups);
+    if (!base::IsFieldName(user))
+        in.Refuse(u"Proxy User Header", "expected the name of a header field");
+    if (!groups.empty() && !base::IsFieldName(groups))
+        in.Refuse(u"Proxy Groups Header", "expected the name of a header field");
+    server.proxyUserHeader.clear();
+    server.proxyGroupsHeader.clear();
+    if (!signIn.Uses("proxy"))
+        return;
+    if (server.trustedProxies.empty())
+        in.Refuse(u"Sources", "nobody can sign in by 'proxy' without 'Trusted Proxies'");
+    server.proxyUserHeader = std::move(user);
+    server.proxyGroupsHeader = std::move(groups);
 }
 
 // A password would be readable on its way to another machine.
@@ -87,7 +111,8 @@ std::vector<KnownNames> SignInSettingNames()
 {
     return {{kAuthKey,
              false,
-             {u"Plain HTTP Passwords", u"Sources", u"Htpasswd File", u"App Passwords File"}},
+             {u"Plain HTTP Passwords", u"Sources", u"Htpasswd File", u"App Passwords File",
+              u"Proxy User Header", u"Proxy Groups Header"}},
             {kAuthLdapKey,
              false,
              {u"Server", u"Start TLS", u"CA Certificate", u"Bind Name", u"Base", u"Bind Password",
@@ -100,6 +125,7 @@ std::string ReadSignInSettings(ITalpl& platform, ServerSettings& server, UserSet
     RegistryReader in(platform, kAuthKey);
     in.Flag(u"Plain HTTP Passwords", server.takesPlainPasswords);
     ReadSources(in, users.signIn);
+    ReadProxySignIn(in, users.signIn, server);
     RegistryReader ldap(platform, kAuthLdapKey);
     ReadLdap(ldap, users.signIn.ldap, users.auth);
     if (users.signIn.Uses("ldap"))

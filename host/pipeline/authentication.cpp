@@ -3,6 +3,7 @@
 // Gathers the credentials of a request and applies the access control's answer.
 #include "host/pipeline/authentication.h"
 
+#include "host/auth/users.h"
 #include "host/config/settings_holder.h"
 #include "host/http/error_status.h"
 #include "host/http/short_reply.h"
@@ -51,15 +52,37 @@ Decision RefusePlain(Exchange& exchange)
     return Decision::Replied();
 }
 
+// Whom a trusted proxy names. False for what cannot be a user's name, and for two of them: a proxy
+// that adds its field to the client's lets the client choose.
+bool TakeProxyUser(const Request& request, const ServerSettings& server, Credentials& credentials)
+{
+    if (server.proxyUserHeader.empty() || !request.isFromProxy)
+        return true;
+    const Field* const user = request.head.Find(server.proxyUserHeader);
+    if (!user || user->value.empty())
+        return true;
+    const Field* const groups =
+        server.proxyGroupsHeader.empty() ? nullptr : request.head.Find(server.proxyGroupsHeader);
+    if (request.head.FindNext(*user, server.proxyUserHeader) ||
+        (groups && request.head.FindNext(*groups, server.proxyGroupsHeader)) ||
+        !WhatIsWrongWithName(user->value).empty())
+        return false;
+    credentials.proxyUser = user->value;
+    credentials.proxyGroups = groups ? groups->value : std::string_view();
+    return true;
+}
+
 } // namespace
 
 Decision Authentication::OnRequest(Exchange& exchange) const
 {
     Request& request = exchange.request;
-    if (IsReadable(request) && !exchange.settings->server.takesPlainPasswords &&
-        !accessControl_.AllowsAnonymous())
-        return RefusePlain(exchange);
     Credentials credentials;
+    if (!TakeProxyUser(request, exchange.settings->server, credentials))
+        return Decision::Refuse(400);
+    if (credentials.proxyUser.empty() && IsReadable(request) &&
+        !exchange.settings->server.takesPlainPasswords && !accessControl_.AllowsAnonymous())
+        return RefusePlain(exchange);
     credentials.authorization = request.Header("Authorization");
     credentials.cookie = request.Header("Cookie");
     credentials.wantsCookie = request.Header("Accept").find("text/html") != std::string_view::npos;

@@ -149,5 +149,38 @@ TEST(CookieHeader, IsSearchedByWholeNames)
         EXPECT_EQ(FindCookie(row.header, kSessionCookie), row.value) << row.header;
 }
 
+TEST_F(Gate, WhomAProxyNamesNeedsNoPasswordAndHasItsGroups)
+{
+    Credentials credentials;
+    credentials.authorization = kOtto; // what the proxy says counts before it
+    credentials.proxyUser = "berta";
+    credentials.proxyGroups = "Staff, Editors,,";
+    const AuthResult first = gate_.Authenticate(credentials);
+    EXPECT_EQ(first.outcome, Outcome::Granted);
+    EXPECT_EQ(first.user, "berta");
+    ASSERT_TRUE(first.groups);
+    EXPECT_EQ(*first.groups, (std::vector<std::string>{"staff", "editors"}));
+    const AuthResult second = gate_.Authenticate(credentials);
+    EXPECT_EQ(second.session.hId, first.session.hId);
+    credentials.proxyGroups = "staff"; // with other rights no session of before
+    const AuthResult third = gate_.Authenticate(credentials);
+    EXPECT_NE(third.session.hId, first.session.hId);
+    for (const AuthResult* one : {&first, &second, &third})
+        gate_.ReleaseSession(one->session);
+}
+
+TEST_F(Gate, ACookieOfAnotherUserGivesTheOneThatAProxyNamesNothing)
+{
+    const AuthResult anna = Enter(kAnna, {}, true);
+    Credentials credentials;
+    credentials.proxyUser = "berta";
+    const std::string cookie = CookieOf(anna);
+    credentials.cookie = cookie;
+    const AuthResult berta = gate_.Authenticate(credentials);
+    EXPECT_EQ(berta.outcome, Outcome::Granted);
+    EXPECT_EQ(sessions_.PrincipalOf(berta.session)->name, "berta");
+    gate_.ReleaseSession(berta.session);
+}
+
 } // namespace
 } // namespace kestd

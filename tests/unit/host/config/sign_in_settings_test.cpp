@@ -72,5 +72,28 @@ TEST_F(SignInTables, LdapNamesAServerWherePasswordsAreNotRead)
     }
 }
 
+TEST_F(SignInTables, AProxyThatSignsInHasToBeTrusted)
+{
+    const std::string proxy = "['Kest\\Configuration\\Auth']\n'Sources' = ['proxy']\n";
+    const std::string trust =
+        "['Kest\\Configuration\\Server']\n'Trusted Proxies' = ['127.0.0.1']\n";
+    const auto problem = [&](const std::string& text) {
+        HostSettings settings;
+        return ReadAll(text, settings);
+    };
+    const auto fields = [&](const std::string& text) {
+        HostSettings settings;
+        EXPECT_EQ(ReadAll(text, settings), "") << text;
+        return settings.server.proxyUserHeader + "," + settings.server.proxyGroupsHeader;
+    };
+    EXPECT_NE(problem(proxy).find("without 'Trusted Proxies'"), std::string::npos);
+    EXPECT_EQ(fields(trust), ",");
+    EXPECT_EQ(fields(trust + proxy), "Remote-User,Remote-Groups");
+    EXPECT_EQ(fields(trust + proxy + "'Proxy User Header' = 'X'\n'Proxy Groups Header' = ''\n"),
+              "X,");
+    for (const char* name : {"", "a b", "a:"})
+        EXPECT_NE(problem(trust + proxy + "'Proxy User Header' = '" + name + "'\n"), "") << name;
+}
+
 } // namespace
 } // namespace kestd
