@@ -24,7 +24,7 @@ struct Credentials {
     // before `authorization`.
     std::string_view proxyUser;
     std::string_view proxyGroups;
-    bool isSecure = false;          // TLS
+    bool isSecure = false;    // TLS
     bool wantsCookie = false; // a browser (it accepts HTML), so that a session cookie makes sense
     SuspendableCall* call = nullptr; // the request's, which may wait; null: its thread waits
 };

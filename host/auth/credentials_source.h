@@ -30,7 +30,7 @@ class CredentialsSource {
   public:
     virtual ~CredentialsSource() = default;
 
-    // As the settings call it: "users", "htpasswd" or "ldap". Lives as long as the source.
+    // As the settings call it, such as "users" or "ldap". Lives as long as the source.
     virtual std::string_view Name() const noexcept = 0;
     // Whether another machine is asked. Changes there are not told: what was right is remembered
     // for a time only.

@@ -3,9 +3,8 @@
 // Users whom a trusted proxy has named.
 #include "host/auth/proxy_source.h"
 
-#include <algorithm>
-
 #include "base/ascii.h"
+#include "host/access/rule.h"
 
 namespace kestd {
 namespace {
@@ -41,10 +40,8 @@ std::shared_ptr<const Principal> MakeProxyPrincipal(std::string_view name, std::
     made.source = kName;
     made.key.append(name).append(1, '\0').append(kName).append(1, '\0').append(groups);
     std::string_view group;
-    while (base::NextElement(groups, group)) {
-        std::string& folded = made.groups.emplace_back(group);
-        std::ranges::transform(folded, folded.begin(), base::Lower);
-    }
+    while (base::NextElement(groups, group))
+        made.groups.push_back(GroupName(group));
     return std::make_shared<const Principal>(std::move(made));
 }
 

@@ -21,6 +21,7 @@
 #include "base/utf.h"
 #include "host/auth/htpasswd.h"
 #include "host/auth/ldap_source.h"
+#include "host/auth/pam_source.h"
 #include "host/auth/proxy_source.h"
 #include "host/commands/app_password_watch.h"
 #include "host/commands/arguments.h"
@@ -240,6 +241,8 @@ void Host::UseSources(const HostSettings& settings)
             sources.push_back(MakeUserList(name, users_.users, IsPassword));
         } else if (name == "htpasswd") {
             sources.push_back(MakeUserList(name, users_.htpasswd, IsHtpasswdPassword));
+        } else if (name == "pam") {
+            sources.push_back(MakePamSource(signIn.pamService));
         } else if (name == "proxy") {
             sources.push_back(MakeProxySource());
         } else {

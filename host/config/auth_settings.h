@@ -50,6 +50,7 @@ struct SignInSettings {
     std::vector<std::string> sources{"users"}; // 'Sources': in the order in which they are asked
     std::string htpasswdFile;                  // 'Htpasswd File'
     std::string appPasswordsFile;              // 'App Passwords File'; empty: the state directory's
+    std::string pamService{"kest"};            // 'PAM Service': a file of /etc/pam.d
     LdapSignIn ldap;
 
     bool Uses(const std::string& source) const
@@ -60,7 +61,7 @@ struct SignInSettings {
         return false;
     }
     // Whether a source has users and groups that it does not list here.
-    bool HasUnlistedUsers() const { return Uses("ldap") || Uses("proxy"); }
+    bool HasUnlistedUsers() const { return Uses("ldap") || Uses("pam") || Uses("proxy"); }
 };
 
 struct UserSettings {

@@ -4,6 +4,7 @@
 #include "host/config/sign_in_settings.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "base/host_name.h"
@@ -13,18 +14,24 @@
 namespace kestd {
 namespace {
 
+constexpr std::string_view kKnownSources[] = {"users", "htpasswd", "ldap", "pam", "proxy"};
+constexpr const char* kExpectedSources = "expected some of 'users', 'htpasswd', 'ldap', 'pam' and "
+                                         "'proxy'";
+
 void ReadSources(RegistryReader& in, SignInSettings& settings)
 {
     in.Texts(u"Sources", settings.sources);
     in.Text(u"Htpasswd File", settings.htpasswdFile);
     in.Text(u"App Passwords File", settings.appPasswordsFile);
+    in.Text(u"PAM Service", settings.pamService);
+    if (settings.pamService.empty() || settings.pamService.find('/') != std::string::npos)
+        in.Refuse(u"PAM Service", "expected the name of a file in /etc/pam.d");
     std::vector<std::string>& sources = settings.sources;
     if (sources.empty())
-        in.Refuse(u"Sources", "expected a list of 'users', 'htpasswd', 'ldap' and 'proxy'");
+        in.Refuse(u"Sources", kExpectedSources);
     for (auto one = sources.begin(); one != sources.end(); ++one) {
-        if (*one != "users" && *one != "htpasswd" && *one != "ldap" && *one != "proxy")
-            in.Refuse(u"Sources",
-                      "expected 'users', 'htpasswd', 'ldap' or 'proxy', not '" + *one + "'");
+        if (std::ranges::find(kKnownSources, *one) == std::end(kKnownSources))
+            in.Refuse(u"Sources", kExpectedSources + (", not '" + *one + "'"));
         else if (std::find(sources.begin(), one, *one) != one)
             in.Refuse(u"Sources", "'" + *one + "' stands there twice");
     }
@@ -112,7 +119,7 @@ std::vector<KnownNames> SignInSettingNames()
     return {{kAuthKey,
              false,
              {u"Plain HTTP Passwords", u"Sources", u"Htpasswd File", u"App Passwords File",
-              u"Proxy User Header", u"Proxy Groups Header"}},
+              u"PAM Service", u"Proxy User Header", u"Proxy Groups Header"}},
             {kAuthLdapKey,
              false,
              {u"Server", u"Start TLS", u"CA Certificate", u"Bind Name", u"Base", u"Bind Password",

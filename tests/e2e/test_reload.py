@@ -96,6 +96,7 @@ class EachSetting(ServerCase):
             "Sources": ("['users', 'ldap']\n" + ldap, False),
             "Htpasswd File": (f"'{own / 'users'}'", False),
             "App Passwords File": (f"'{own / 'apps'}'", False),
+            "PAM Service": ("'other'", False),
             "Proxy User Header": ("'X-User'", False), "Proxy Groups Header": ("'X-Groups'", False),
         }
         return {PREFIX + "Auth": auth, PREFIX + "Auth\\LDAP": sign_in}
