@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <unordered_set>
 
 #include <gtest/gtest.h>
 
@@ -275,10 +276,9 @@ void ExpectSlashes(const Provider& provider, const std::vector<std::string>& pat
                    const Reply& reply)
 {
     const std::string root = "/Ferro";
-    const std::vector<std::string> there = provider.Paths();
-    const auto isThere = [&](const std::string& path) {
-        return std::find(there.begin(), there.end(), path) != there.end();
-    };
+    const std::vector<std::string> all = provider.Paths();
+    const std::unordered_set<std::string_view> there(all.begin(), all.end());
+    const auto isThere = [&](std::string_view path) { return there.contains(path); };
     for (const std::string& path : paths) {
         const std::string own = path.substr(std::min(root.size(), path.size()));
         EXPECT_FALSE(isThere(own + "/")) << path << " is a collection\n" << reply.text;
