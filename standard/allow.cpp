@@ -33,16 +33,13 @@ Kind KindOfOlder(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLER& 
     return isThere ? Kind::File : Kind::Missing;
 }
 
-Kind KindAt(SCHANDLE session, UNICODE_STRING path, bool& isServed)
+Kind KindAt(SCHANDLE session, UNICODE_STRING path, KESTDAV_HANDLER*& handler)
 {
-    const ProviderGuard providers;
-    KESTDAV_HANDLER* handler = nullptr;
     if (Failed(DavUriToHandler(session, &path, &handler)))
         return Kind::Missing;
-    isServed = handler->pIKestDav3 != nullptr;
-    if (!isServed)
+    if (!handler->pIKestDav3)
         return KindOfOlder(session, &path, *handler);
-    DAV_OBJECT_INFO info = EmptyInfo();
+    DAV_OBJECT_INFO info = TypeOnly();
     if (Failed(handler->pIKestDav3->GetInfo(session, &path, &info)))
         return Kind::Missing;
     return KindOf(info.Type);
@@ -50,17 +47,26 @@ Kind KindAt(SCHANDLE session, UNICODE_STRING path, bool& isServed)
 
 } // namespace
 
-Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool& isServed)
+Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, KESTDAV_HANDLER*& handler)
 {
-    isServed = true;
+    handler = nullptr;
     if (IsMonikerRoot(*url))
         return Kind::Root;
-    const Kind kind = KindAt(session, ProviderPath(*url), isServed);
+    const Kind kind = KindAt(session, ProviderPath(*url), handler);
     bool endsWithSlash = false;
     const bool isKnown = !Failed(ReadTrailingSlash(io, endsWithSlash));
     if (kind == Kind::Collection || (isKnown && !endsWithSlash))
         return kind;
     return kind == Kind::File ? Kind::FileAsCollection : Kind::MissingCollection;
+}
+
+Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool& isServed)
+{
+    const ProviderGuard providers;
+    KESTDAV_HANDLER* handler = nullptr;
+    const Kind kind = LookAt(session, url, io, handler);
+    isServed = !handler || handler->pIKestDav3;
+    return kind;
 }
 
 void SetAllow(IKestIO_5* io, Kind kind)

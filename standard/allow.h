@@ -28,6 +28,9 @@ constexpr Kind KindOf(DAV_TYPE type) noexcept
 // everywhere, clients ask for it before they know what there is. `isServed` is cleared for what a
 // provider of an older generation serves. The caller does not hold the providers' list.
 [[nodiscard]] Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io, bool& isServed);
+// The same with the provider that serves the path, null where none does. The caller holds the list.
+[[nodiscard]] Kind LookAt(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io,
+                          KESTDAV_HANDLER*& handler);
 
 void SetAllow(IKestIO_5* io, Kind kind);
 // The same of what a provider of an older generation serves, which knows no PATCH.

@@ -29,7 +29,7 @@ TALSTATUS JudgeDepth(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, IKes
         return status;
     if (!depth.data() || EqualsIgnoringCase(depth, "infinity"))
         return TAL_STATUS_SUCCESS;
-    DAV_OBJECT_INFO info = EmptyInfo();
+    DAV_OBJECT_INFO info = TypeOnly();
     if (const TALSTATUS status = provider.GetInfo(session, path, &info); Failed(status))
         return status;
     return info.Type == Collection ? TAL_STATUS_INVALID_REQUEST : TAL_STATUS_SUCCESS;

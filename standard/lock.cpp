@@ -211,7 +211,7 @@ TALSTATUS Refresh(LockCall& call)
     if (!lock)
         return RefuseMapped(call.io, TAL_STATUS_INSUFFICIENT_RESOURCES);
     // Only the href's last "/" needs it. Before the change, which no failure follows.
-    DAV_OBJECT_INFO info = EmptyInfo();
+    DAV_OBJECT_INFO info = TypeOnly();
     if (const TALSTATUS status = call.provider->GetInfo(call.session, call.path, &info);
         Failed(status) && Code(status) != kCodeNotFound)
         return RefuseMapped(call.io, status);

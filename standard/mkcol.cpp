@@ -79,7 +79,7 @@ TALSTATUS MakeCollection(SCHANDLE session, UNICODE_STRING* path, IKestIO_5* io, 
     if (const TALSTATUS status = ReadProperties(io, made); Failed(status))
         return status;
     IKestDAV3& provider = *handler->pIKestDav3;
-    DAV_OBJECT_INFO there = EmptyInfo();
+    DAV_OBJECT_INFO there = TypeOnly();
     if (made.changes.HasFailures()) // what is there matters more
         return Failed(provider.GetInfo(session, path, &there)) ? TAL_STATUS_ACCESS_DENIED
                                                                : TAL_STATUS_OBJECT_EXISTS;

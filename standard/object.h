@@ -21,6 +21,15 @@ inline DAV_OBJECT_INFO EmptyInfo() noexcept
     return info;
 }
 
+// For what asks of an object whether it is there, and whether it is a collection: the provider need
+// not look for the rest.
+inline DAV_OBJECT_INFO TypeOnly() noexcept
+{
+    DAV_OBJECT_INFO info{};
+    info.Size = offsetof(DAV_OBJECT_INFO, Attributes);
+    return info;
+}
+
 inline DAV_CHANGE EmptyChange() noexcept
 {
     DAV_CHANGE change{};

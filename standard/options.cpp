@@ -4,6 +4,7 @@
 #include "standard/allow.h"
 #include "standard/handlers.h"
 #include "standard/upload_requests.h"
+#include "support/memory.h"
 #include "support/reply.h"
 #include "support/uri.h"
 
@@ -13,10 +14,11 @@ TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
 {
     if (UploadResource resource; NamesUpload(session, *url, resource))
         return OptionsOfUpload(io);
-    bool isServed = true;
-    const Kind kind = LookAt(session, url, io, isServed);
+    const ProviderGuard providers;
+    KESTDAV_HANDLER* handler = nullptr;
+    const Kind kind = LookAt(session, url, io, handler);
     SetHeader(io, "MS-Author-Via", "DAV"); // Office saves nothing without it
-    if (!isServed) {
+    if (handler && !handler->pIKestDav3) {
         SetAllowOfOlder(io, kind);
         SetHeader(io, "DAV", "1, 2"); // answered as ever: not what class 3 asks for
         return ReplyEmpty(io, 200, TAL_STATUS_SUCCESS);
@@ -24,7 +26,7 @@ TALSTATUS Options(SCHANDLE session, UNICODE_STRING* url, IKestIO_5* io)
     SetAllow(io, kind);
     SetHeader(io, "DAV", "1, 2, 3, extended-mkcol, sabredav-partialupdate");
     const bool isPutHere = kind == Kind::File || kind == Kind::Missing;
-    if (isPutHere && SetUploadOptions(session, ProviderPath(*url), io))
+    if (isPutHere && SetUploadOptions(session, ProviderPath(*url), handler, io))
         SetHeader(io, "Accept-Patch",
                   "application/x-sabredav-partialupdate, application/partial-upload");
     else if (isPutHere) // RFC 5789 section 3.1: of what has PATCH

@@ -86,7 +86,7 @@ TALSTATUS PatchPath(SCHANDLE session, UNICODE_STRING* path, const KESTDAV_HANDLE
 
     IKestDAV3& provider = *handler.pIKestDav3;
     if (changes.HasFailures()) { // nothing is changed then
-        DAV_OBJECT_INFO info = EmptyInfo();
+        DAV_OBJECT_INFO info = TypeOnly();
         if (const TALSTATUS status = JudgeRefused(session, provider, path, preconditions, info);
             Failed(status))
             return RefuseMapped(io, status);

@@ -71,7 +71,7 @@ TALSTATUS JudgeEnds(SCHANDLE session, IKestDAV3& provider, Relocation& relocatio
     const bool isBelow = IsIn(relocation.destination, relocation.source);
     if (!isBelow && !IsIn(relocation.source, relocation.destination))
         return TAL_STATUS_SUCCESS;
-    DAV_OBJECT_INFO info = EmptyInfo();
+    DAV_OBJECT_INFO info = TypeOnly();
     if (const TALSTATUS status = provider.GetInfo(session, &relocation.source, &info);
         Failed(status))
         return status;
@@ -82,7 +82,7 @@ TALSTATUS JudgeEnds(SCHANDLE session, IKestDAV3& provider, Relocation& relocatio
 // Whether the source is there at all: a session remembers who serves a tree, and not what is in it.
 TALSTATUS LookAtSource(SCHANDLE session, KESTDAV_HANDLER& handler, Relocation& relocation)
 {
-    DAV_OBJECT_INFO info = EmptyInfo();
+    DAV_OBJECT_INFO info = TypeOnly();
     DAV_TYPE type = Resource;
     return handler.pIKestDav3 ? handler.pIKestDav3->GetInfo(session, &relocation.source, &info)
                               : DavNamespace(handler).GetType(session, &relocation.source, &type);

@@ -94,14 +94,15 @@ TALSTATUS OptionsOfUpload(IKestIO_5* io)
     return ReplyEmpty(io, 200, TAL_STATUS_SUCCESS);
 }
 
-bool SetUploadOptions(SCHANDLE session, UNICODE_STRING path, IKestIO_5* io)
+bool SetUploadOptions(SCHANDLE session, UNICODE_STRING path, KESTDAV_HANDLER* handler,
+                      IKestIO_5* io)
 {
     Ref<IKestDAVUploads3> uploads;
     DAV_UPLOAD limits{};
     limits.Size = sizeof limits;
-    const ProviderGuard providers;
-    if (Failed(FindUploads(session, path, uploads)) ||
-        Failed(uploads->GetLimits(session, &path, &limits)))
+    const TALSTATUS found =
+        handler ? Query(handler->pIKestDav3, uploads) : FindUploads(session, path, uploads);
+    if (Failed(found) || Failed(uploads->GetLimits(session, &path, &limits)))
         return false;
     SetUploadLimits(io, limits);
     return true;

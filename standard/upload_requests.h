@@ -18,7 +18,9 @@ TALSTATUS PatchUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io)
 TALSTATUS DeleteUpload(SCHANDLE session, UploadResource& resource, IKestIO_5* io);
 TALSTATUS OptionsOfUpload(IKestIO_5* io);
 
-// Sets what OPTIONS of a path says of uploads for it. False when none are offered there.
-bool SetUploadOptions(SCHANDLE session, UNICODE_STRING path, IKestIO_5* io);
+// Sets what OPTIONS of a path says of uploads for it. False when none are offered there. `handler`
+// serves the path; null where nothing is there yet. The caller holds the providers' list.
+bool SetUploadOptions(SCHANDLE session, UNICODE_STRING path, KESTDAV_HANDLER* handler,
+                      IKestIO_5* io);
 
 } // namespace standard

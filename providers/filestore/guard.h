@@ -48,11 +48,10 @@ class Guard {
 
     // Code 37 when a lock stands in the way for which no token was given, or one of somebody
     // else's. `session` is the volume's metadata; inside a transaction the answer holds until it
-    // ends.
+    // ends. Free of charge for a volume without locks.
     TALSTATUS CheckLocks(const Volume& volume, MetadataSession& session, std::string_view path,
                          Reach reach) const;
-    // The same with a session of its own, and free of charge for a volume without locks. The
-    // answer may be outdated when it arrives.
+    // The same with a session of its own. The answer may be outdated when it arrives.
     TALSTATUS CheckLocks(const Volume& volume, std::string_view path, Reach reach) const;
 
     // The tokens that were given, the one that was handed over first.

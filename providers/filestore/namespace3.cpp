@@ -84,7 +84,7 @@ TALSTATUS NamespaceTearOff::GetInfo(SCHANDLE, UNICODE_STRING* path, DAV_OBJECT_I
         DAV_OBJECT_INFO record;
         TALSTATUS status = store_.Locate(path, &target);
         if (!Failed(status))
-            status = DescribePath(store_, &target, &record);
+            status = DescribePath(store_, &target, &record, info->Size);
         if (!Failed(status))
             WriteRecord(record, info);
         return status;

@@ -64,7 +64,7 @@ TALSTATUS OpenFound(const Store& store, Target* target, OpenFile* file, FileInfo
                : store.OpenExisting(target, OpenFor::Reading, file, info);
 }
 
-TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out)
+TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out, UINT32 size)
 {
     if (target->IsRoot()) {
         *out = DescribeRoot(store);
@@ -76,12 +76,13 @@ TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out)
     TALSTATUS status = OpenFound(store, target, &file, &info);
     if (!Failed(status) && !file) // it was only looked at
         status = store.OpenExisting(target, OpenFor::Reading, &file, &info);
-    if (!Failed(status))
+    const bool wantsCreated = size > offsetof(DAV_OBJECT_INFO, CreationDate);
+    if (!Failed(status) && wantsCreated)
         status = StatusFromErrno(volume.GetCreated(file.Get(), info, &info.created));
     if (Failed(status))
         return status;
-    *out = DescribeObject(store.Now(), &volume, info, true);
-    if (volume.MayHaveProperties()) {
+    *out = DescribeObject(store.Now(), &volume, info, wantsCreated);
+    if (size > offsetof(DAV_OBJECT_INFO, Attributes) && volume.MayHaveProperties()) {
         std::unique_ptr<MetadataSession> session;
         bool isHidden = false;
         status = Store::OpenMetadata(volume, &session);

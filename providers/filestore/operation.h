@@ -18,9 +18,11 @@ namespace filestore {
 // whether the tag is strong.
 [[nodiscard]] DAV_OBJECT_INFO DescribeObject(UINT64 now, const Volume* volume, const FileInfo& info,
                                              bool hasCreated);
-// The same for a path, with the kept creation date and the hidden mark. Opens the object; the
-// request's next operation on the path finds it open.
-TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out);
+// The same for a path, with the kept creation date and the hidden mark, as far as a record of
+// `size` bytes holds them: each costs a look of its own. Opens the object; the request's next
+// operation on the path finds it open.
+TALSTATUS DescribePath(const Store& store, Target* target, DAV_OBJECT_INFO* out,
+                       UINT32 size = sizeof(DAV_OBJECT_INFO));
 // The root, which is nobody's file.
 [[nodiscard]] DAV_OBJECT_INFO DescribeRoot(const Store& store);
 

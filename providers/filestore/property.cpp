@@ -55,12 +55,17 @@ bool IsLocalName(std::string_view text)
 
 bool IsXmlText(std::string_view text)
 {
-    while (!text.empty()) {
+    size_t at = 0;
+    while (at < text.size()) {
+        if (text[at] >= ' ') { // of ASCII, as nearly all are
+            ++at;
+            continue;
+        }
         char32_t c = 0;
-        const size_t bytes = base::DecodeCodePoint(text, c);
+        const size_t bytes = base::DecodeCodePoint(text.substr(at), c);
         if (bytes == 0 || !IsXmlCharacter(c))
             return false;
-        text.remove_prefix(bytes);
+        at += bytes;
     }
     return true;
 }

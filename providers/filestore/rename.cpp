@@ -111,7 +111,7 @@ TALSTATUS RenameTransaction::HasMetadata(MetadataSession& session, bool* any) co
 {
     if (!volume_.MayHaveProperties() && !volume_.Meta()->MayHaveDeleted())
         return TAL_STATUS_SUCCESS;
-    TALSTATUS status = session.HasAny(from_.path, any);
+    TALSTATUS status = isBare ? TAL_STATUS_SUCCESS : session.HasAny(from_.path, any);
     if (!Failed(status) && !*any && toServed)
         status = session.HasAny(toPath_, any);
     return status;

@@ -37,6 +37,7 @@ class RenameTransaction {
     bool replace = false;  // the new name may be taken by a file
     bool forget = false;   // the metadata goes instead of following, also that of what is put aside
     bool toServed = true;  // clients see the new name: it can have locks and metadata
+    bool isBare = false;   // nothing is kept under the old name, which nothing else has borne
     Conditions conditions; // on what moves, judged when it does
     INT64 restored = 0;    // the deleted entry that it takes out of the list
     // The deleted entry that it makes. Its number becomes a name: the new one, or that of what is

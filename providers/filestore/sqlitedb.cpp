@@ -129,8 +129,8 @@ constexpr const char* kStatements[] = {
     "INSERT OR IGNORE INTO hidden (parent, leaf) VALUES (?1, ?2)",
     "DELETE FROM hidden WHERE parent = ?1 AND leaf = ?2",
     "SELECT leaf FROM hidden WHERE parent = ?1",
-    ANY_WITHIN("props", "path") " LIMIT 1",
-    "SELECT 1 FROM hidden WHERE parent = ?2 AND leaf = ?3 "
+    ANY_WITHIN("props", "path") // in one step: each has a transaction of its own
+    " UNION ALL SELECT 1 FROM hidden WHERE parent = ?2 AND leaf = ?3 "
     "UNION ALL " ANY_WITHIN("hidden", "parent") " LIMIT 1",
     ANY_WITHIN("deleted", "parent") " LIMIT 1",
     "UPDATE OR REPLACE props SET path = ?2 || substr(path, length(?1) + 1) WHERE " WITHIN("path"),

@@ -31,8 +31,7 @@ enum class Sql {
     AddHidden,
     RemoveHidden,
     HiddenChildren,
-    AnyProperty,
-    AnyHidden,
+    AnyProperty, // or hidden mark
     AnyDeleted,
     RenameProperties,
     RenameHiddenSelf,

@@ -163,11 +163,8 @@ class SqliteSession final : public MetadataSession {
             status = Exists(Query(Db(), Sql::AnyDeleted).Bind(tree), out);
         if (Failed(status) || *out || !owner_.MayHave(kHasProperties))
             return status;
-        status = Exists(Query(Db(), Sql::AnyProperty).Bind(tree), out);
-        if (Failed(status) || *out)
-            return status;
         return Exists(
-            Query(Db(), Sql::AnyHidden).Bind(tree).Bind(ParentOf(tree)).Bind(LeafOf(tree)), out);
+            Query(Db(), Sql::AnyProperty).Bind(tree).Bind(ParentOf(tree)).Bind(LeafOf(tree)), out);
     }
     TALSTATUS RenameTree(std::string_view from, std::string_view to) override
     {

@@ -278,7 +278,7 @@ TALSTATUS TreeCopy::CopyRows()
         status = from->ExportTree({}, false, copy);
     for (const std::string& tree : trees_)
         if (!Failed(status))
-            status = from->ExportTree(tree, extent_.members, copy);
+            status = from->ExportTree(tree, extent_.members && info_.isDirectory, copy);
     return Failed(status) || !hasRows_ ? status : to->Commit();
 }
 

@@ -45,6 +45,7 @@ class TreeCopy {
     // The copy in its place beside the volume's tree, from where a rename publishes it. Its
     // properties stand under that place's path, and follow the rename.
     DirectoryEntry Made() const;
+    bool HasProperties() const { return hasRows_; } // or a hidden mark, in it or on it
     // It has been renamed: nothing is removed any more.
     void Keep() { tmpName_.clear(); }
 

@@ -334,6 +334,7 @@ TALSTATUS CopyTree(Store& store, const Guard& guard, bool overwrite, const CopyE
     DirectoryEntry made = copy.Made();
     RenameTransaction rename(guard, volume, made, destination.directory->Get(),
                              ParentOf(destination.path));
+    rename.isBare = !copy.HasProperties();
     status = TakeName(store, made, destination, &rename);
     if (!Failed(status) || rename.IsStuck())
         copy.Keep();

@@ -16,17 +16,20 @@ void Describe(const Node& node, DAV_OBJECT_INFO* info)
 {
     if (!info)
         return;
-    info->Type = node.type;
-    info->Attributes = node.attributes;
-    info->Flags = (node.locks.empty() ? 0 : kObjectHasLocks) |
-                  (node.properties.empty() && node.dead.empty() ? 0 : kObjectHasProperties);
-    info->ResourceSize =
+    DAV_OBJECT_INFO all{};
+    all.Type = node.type;
+    all.Attributes = node.attributes;
+    all.Flags = (node.locks.empty() ? 0 : kObjectHasLocks) |
+                (node.properties.empty() && node.dead.empty() ? 0 : kObjectHasProperties);
+    all.ResourceSize =
         node.type == Resource ? (node.sizeShown ? node.sizeShown : node.content.size()) : 0;
-    info->CreationDate = node.created;
-    info->ModificationDate = node.modified;
+    all.CreationDate = node.created;
+    all.ModificationDate = node.modified;
     const std::string tag = TagOf(node);
-    info->Tag.Length = static_cast<UINT32>(std::min<size_t>(tag.size(), kTagBytes));
-    std::memcpy(info->Tag.Text, tag.data(), info->Tag.Length);
+    all.Tag.Length = static_cast<UINT32>(std::min<size_t>(tag.size(), kTagBytes));
+    std::memcpy(all.Tag.Text, tag.data(), all.Tag.Length);
+    all.Size = info->Size; // of the caller's record, beyond which nothing is written
+    std::memcpy(static_cast<void*>(info), &all, std::min<size_t>(all.Size, sizeof all));
 }
 
 namespace {
