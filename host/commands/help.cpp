@@ -59,9 +59,9 @@ kestd locks break TOKEN [OPTIONS] [[NAME=]DIR ...]
     Shows who holds which locks, or takes one away from its holder, on the volumes that "kestd serve"
     would serve with the same arguments; also while a server is running.
 
-kestd access explain USER PATH [OPTIONS] [[NAME=]DIR ...]
-    Says which access rule decides about each right that USER ("-" for who has not signed in) has on
-    PATH, such as /docs/reports, with the configuration of "kestd serve" with the same arguments.
+kestd access explain USER PATH [--group NAME]... [OPTIONS] [[NAME=]DIR ...]
+    Says which access rule decides about each right that USER ("-": not signed in) has on PATH, such
+    as /docs/reports, as "kestd serve" would with the same arguments. --group: one that a proxy names.
 
 kestd --help
 kestd --version

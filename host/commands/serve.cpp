@@ -19,10 +19,6 @@
 
 #include "base/percent.h"
 #include "base/utf.h"
-#include "host/auth/htpasswd.h"
-#include "host/auth/ldap_source.h"
-#include "host/auth/pam_source.h"
-#include "host/auth/proxy_source.h"
 #include "host/commands/app_password_watch.h"
 #include "host/commands/arguments.h"
 #include "host/commands/check_process.h"
@@ -31,6 +27,7 @@
 #include "host/commands/service_manager.h"
 #include "host/commands/setting_changes.h"
 #include "host/commands/setup.h"
+#include "host/commands/sources.h"
 #include "host/components/directory_ldap.h"
 #include "host/components/host_classes.h"
 #include "host/config/addresses.h"
@@ -228,30 +225,16 @@ void Host::MakeServices()
     UseDirectory(settings_);
 }
 
-// Users sign in by what the settings list, in its order; those of the command line before all where
-// the users file is not listed. A server that is the same keeps its connections.
+// Users sign in by what the settings list. An LDAP server that is the same keeps its connections.
 void Host::UseSources(const HostSettings& settings)
 {
-    const SignInSettings& signIn = settings.users.signIn;
-    CredentialsSources sources;
-    if (!signIn.Uses("users") && !users_.users.empty())
-        sources.push_back(MakeUserList("users", users_.users, IsPassword));
-    for (const std::string& name : signIn.sources) {
-        if (name == "users") {
-            sources.push_back(MakeUserList(name, users_.users, IsPassword));
-        } else if (name == "htpasswd") {
-            sources.push_back(MakeUserList(name, users_.htpasswd, IsHtpasswdPassword));
-        } else if (name == "pam") {
-            sources.push_back(MakePamSource(signIn.pamService));
-        } else if (name == "proxy") {
-            sources.push_back(MakeProxySource());
-        } else {
-            if (!ldap_ || !(ldapSettings_ == signIn.ldap))
-                ldap_ = MakeLdapSource(signIn.ldap, settings.directory.tree, *clock_);
-            ldapSettings_ = signIn.ldap;
-            sources.push_back(ldap_);
-        }
-    }
+    const LdapSignIn& ldap = settings.users.signIn.ldap;
+    if (!settings.users.signIn.Uses("ldap"))
+        ldap_.reset();
+    else if (!ldap_ || !(ldapSettings_ == ldap))
+        ldap_ = MakeSource("ldap", settings, users_, *clock_);
+    ldapSettings_ = ldap;
+    CredentialsSources sources = MakeSources(settings, users_, *clock_, ldap_);
     services_->authenticator.SetSources(std::move(sources));
     if (!watch_)
         watch_ = std::make_unique<AppPasswordWatch>(services_->authenticator, services_->sessions);

@@ -286,6 +286,10 @@ class Homes(unittest.TestCase):
                       *self.server.command()[2:])
         self.assertRegex(told, r"list +denied +rule 'hidden' on /staff")
         self.assertEqual(told.count("denied"), len(RIGHTS))
+        _, told = run(harness.KESTD, "access", "explain", "otto", "/staff/x", "--group", "Staff",
+                      *self.server.command()[2:])
+        self.assertIn("there is no user 'otto'", told)
+        self.assertRegex(told, r"list +allowed +rule")
 
 
 if __name__ == "__main__":

@@ -197,6 +197,11 @@ class OfLdapUsers(Cases):
         self.works(secret, name="carol")
         self.works(secret, name="CAROL")
         self.assertEqual(self.ask(secret, "PUT", body=b"x", name="carol").status, 403)
+        for name, said in (("carol", "list    allowed"), ("CAROL", "list    allowed"),
+                           ("otto", "list    denied ")):
+            _, told = run(harness.KESTD, "access", "explain", name, "/docs/x",
+                          "--config", self.config)
+            self.assertIn(said, told)
         self.slapd.stop()
         other = self.add("carol", "other")
         try:

@@ -143,8 +143,10 @@ class Checked(ServerCase):
         self.addCleanup(own.remove)
         ldap = "['Kest\\Configuration\\Auth\\LDAP']\n"
         for text, wanted in (
-                ("'Sources' = ['pam']", "not 'pam'"),
-                ("'Sources' = []", "expected a list"),
+                ("'Sources' = ['nis']", "not 'nis'"),
+                ("'Sources' = []", "expected some of"),
+                ("'Sources' = ['pam']\n'PAM Service' = '../x'", "a file in /etc/pam.d"),
+                ("'Sources' = ['proxy']", "without 'Trusted Proxies'"),
                 ("'Sources' = ['users', 'users']", "twice"),
                 ("'Sources' = ['htpasswd']", "'htpasswd' needs 'Htpasswd File'"),
                 ("'Htpasswd File' = '/nonexistent'", "No such file"),
