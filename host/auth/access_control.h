@@ -20,10 +20,11 @@ struct Credentials {
     std::string_view authorization; // value of "Authorization", empty when absent
     std::string_view cookie;        // value of "Cookie", empty when absent
     std::string_view remoteAddress; // numeric
-    // Whom a trusted proxy has let in, and its list of groups; an empty name: nobody. It counts
-    // before `authorization`.
-    std::string_view proxyUser;
-    std::string_view proxyGroups;
+    // Who has signed in outside of HTTP, by which source, and with which list of groups; an empty
+    // name: nobody. It counts before `authorization`.
+    std::string_view externalUser;
+    std::string_view externalSource;
+    std::string_view externalGroups;
     bool isSecure = false;    // TLS
     bool wantsCookie = false; // a browser (it accepts HTML), so that a session cookie makes sense
     SuspendableCall* call = nullptr; // the request's, which may wait; null: its thread waits

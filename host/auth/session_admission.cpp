@@ -5,7 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/percent.h"
-#include "host/auth/proxy_source.h"
+#include "host/auth/external_source.h"
 #include <kest/tolm.h>
 
 namespace kestd {
@@ -70,10 +70,12 @@ AuthResult SessionAdmission::Authenticate(const Credentials& credentials)
     try {
         if (allowsAnonymous_)
             return Enter(credentials, local_, localSession_);
-        if (!credentials.proxyUser.empty()) {
+        if (!credentials.externalUser.empty()) {
             std::atomic<uint64_t> none{0};
             return Enter(credentials,
-                         MakeProxyPrincipal(credentials.proxyUser, credentials.proxyGroups), none);
+                         MakeExternalPrincipal(credentials.externalSource, credentials.externalUser,
+                                               credentials.externalGroups),
+                         none);
         }
         std::shared_ptr<Verified> who;
         const auto result =

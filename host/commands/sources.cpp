@@ -3,11 +3,11 @@
 // Makes sources by their names.
 #include "host/commands/sources.h"
 
+#include "host/auth/external_source.h"
 #include "host/auth/htpasswd.h"
 #include "host/auth/ldap_source.h"
 #include "host/auth/pam_source.h"
 #include "host/auth/passwords.h"
-#include "host/auth/proxy_source.h"
 #include "host/auth/user_list.h"
 
 namespace kestd {
@@ -22,8 +22,8 @@ std::shared_ptr<CredentialsSource> MakeSource(const std::string& name, const Hos
         return MakeLdapSource(signIn.ldap, settings.directory.tree, clock);
     if (name == "pam")
         return MakePamSource(signIn.pamService);
-    if (name == "proxy")
-        return MakeProxySource();
+    if (name == kProxySource || name == kCertificateSource)
+        return MakeExternalSource(name);
     return MakeUserList("users", lists.users, IsPassword);
 }
 

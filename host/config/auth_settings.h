@@ -61,7 +61,10 @@ struct SignInSettings {
         return false;
     }
     // Whether a source has users and groups that it does not list here.
-    bool HasUnlistedUsers() const { return Uses("ldap") || Uses("pam") || Uses("proxy"); }
+    bool HasUnlistedUsers() const
+    {
+        return Uses("ldap") || Uses("pam") || Uses("proxy") || Uses("certificate");
+    }
 };
 
 struct UserSettings {

@@ -31,6 +31,8 @@ std::string CheckConfiguredPaths(ITalpl& platform)
         {kDirectoryKey, u"CA Certificate", WhatIsWrongWithFile},
         {kAuthKey, u"Htpasswd File", WhatIsWrongWithFile},
         {kAuthLdapKey, u"CA Certificate", WhatIsWrongWithFile},
+        {kAuthKey, u"Client CA", WhatIsWrongWithFile},
+        {kAuthKey, u"Client CRL", WhatIsWrongWithFile},
     };
     std::string problems;
     for (const auto& one : kPaths) {

@@ -89,6 +89,9 @@ struct ServerSettings {
     // the user and his groups. Else empty.
     std::string proxyUserHeader;   // 'Proxy User Header'
     std::string proxyGroupsHeader; // 'Proxy Groups Header'; empty: none
+    // Of the key 'Auth', where its 'Sources' list 'certificate', else empty: PEM files.
+    std::string clientCa;  // 'Client CA', of those whose certificates name users
+    std::string clientCrl; // 'Client CRL', what those have revoked; empty: nothing
     Limits limits;
     std::shared_ptr<const AccessRules> access; // who may do what; null: everybody everything
 };

@@ -53,7 +53,9 @@ std::shared_ptr<EffectiveSettings> MakeEffectiveSettings(const ServerSettings& s
         return nullptr;
     }
     if (!settings.tlsCertificate.empty()) {
-        made->tls = LoadTlsContext(settings.tlsCertificate, settings.tlsKey, error);
+        made->tls = LoadTlsContext(
+            {settings.tlsCertificate, settings.tlsKey, settings.clientCa, settings.clientCrl},
+            error);
         if (!made->tls)
             return nullptr;
     }

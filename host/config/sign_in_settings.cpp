@@ -14,9 +14,10 @@
 namespace kestd {
 namespace {
 
-constexpr std::string_view kKnownSources[] = {"users", "htpasswd", "ldap", "pam", "proxy"};
-constexpr const char* kExpectedSources = "expected some of 'users', 'htpasswd', 'ldap', 'pam' and "
-                                         "'proxy'";
+constexpr std::string_view kKnownSources[] = {"users", "htpasswd", "ldap",
+                                              "pam",   "proxy",    "certificate"};
+constexpr const char* kExpectedSources = "expected some of 'users', 'htpasswd', 'ldap', 'pam', "
+                                         "'proxy' and 'certificate'";
 
 void ReadSources(RegistryReader& in, SignInSettings& settings)
 {
@@ -58,6 +59,24 @@ void ReadProxySignIn(RegistryReader& in, const SignInSettings& signIn, ServerSet
         in.Refuse(u"Sources", "nobody can sign in by 'proxy' without 'Trusted Proxies'");
     server.proxyUserHeader = std::move(user);
     server.proxyGroupsHeader = std::move(groups);
+}
+
+void ReadCertificateSignIn(RegistryReader& in, const SignInSettings& signIn, ServerSettings& server)
+{
+    std::string authorities;
+    std::string revoked;
+    in.Text(u"Client CA", authorities);
+    in.Text(u"Client CRL", revoked);
+    server.clientCa.clear();
+    server.clientCrl.clear();
+    if (!signIn.Uses("certificate"))
+        return;
+    if (authorities.empty())
+        in.Refuse(u"Sources", "'certificate' needs 'Client CA'");
+    if (server.tlsCertificate.empty())
+        in.Refuse(u"Sources", "nobody shows a 'certificate' without 'TLS Certificate'");
+    server.clientCa = std::move(authorities);
+    server.clientCrl = std::move(revoked);
 }
 
 // A password would be readable on its way to another machine.
@@ -119,7 +138,8 @@ std::vector<KnownNames> SignInSettingNames()
     return {{kAuthKey,
              false,
              {u"Plain HTTP Passwords", u"Sources", u"Htpasswd File", u"App Passwords File",
-              u"PAM Service", u"Proxy User Header", u"Proxy Groups Header"}},
+              u"PAM Service", u"Proxy User Header", u"Proxy Groups Header", u"Client CA",
+              u"Client CRL"}},
             {kAuthLdapKey,
              false,
              {u"Server", u"Start TLS", u"CA Certificate", u"Bind Name", u"Base", u"Bind Password",
@@ -133,6 +153,7 @@ std::string ReadSignInSettings(ITalpl& platform, ServerSettings& server, UserSet
     in.Flag(u"Plain HTTP Passwords", server.takesPlainPasswords);
     ReadSources(in, users.signIn);
     ReadProxySignIn(in, users.signIn, server);
+    ReadCertificateSignIn(in, users.signIn, server);
     RegistryReader ldap(platform, kAuthLdapKey);
     ReadLdap(ldap, users.signIn.ldap, users.auth);
     if (users.signIn.Uses("ldap"))

@@ -16,8 +16,8 @@ namespace kestd {
 inline constexpr const char16_t* kAuthKey = u"Kest\\Configuration\\Auth";
 inline constexpr const char16_t* kAuthLdapKey = u"Kest\\Configuration\\Auth\\LDAP";
 
-// The variables hold the defaults on entry, and `server` its proxies already. Empty on success, else
-// all problems.
+// The variables hold the defaults on entry, and `server` its proxies and TLS already. Empty on
+// success, else all problems.
 std::string ReadSignInSettings(ITalpl& platform, ServerSettings& server, UserSettings& users);
 std::vector<KnownNames> SignInSettingNames();
 

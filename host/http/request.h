@@ -24,9 +24,10 @@ struct Request {
     RequestHead head;
     Target target;
     UINT32 method = KestMethodUnknown;
-    bool isSecure = false;    // what the client sees, which may be a proxy's TLS
-    std::string_view remote;  // numeric address of the client
-    RequestId id;             // in the logs
+    bool isSecure = false;            // what the client sees, which may be a proxy's TLS
+    std::string_view remote;          // numeric address of the client
+    RequestId id;                     // in the logs
+    std::string_view certificateUser; // whom the client's certificate names; empty: nobody
     bool isFromProxy = false; // the peer is a trusted proxy: what it says of the client counts
     // What it has said:
     std::optional<base::IpAddress> client; // none: it does not know

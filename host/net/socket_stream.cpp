@@ -107,6 +107,11 @@ SocketStream::~SocketStream()
     SSL_free(ssl_);
 }
 
+std::string SocketStream::ClientName() const
+{
+    return ssl_ ? TlsClientName(ssl_) : std::string();
+}
+
 ssize_t SocketStream::Receive(void* to, size_t size)
 {
     const ssize_t got = ssl_ ? ReceiveTls(to, size) : ReceivePlain(to, size);

@@ -51,6 +51,8 @@ class SocketStream {
     SocketStream& operator=(const SocketStream&) = delete;
 
     bool IsTls() const noexcept { return ssl_ != nullptr; }
+    // Whom the client's certificate names, see TlsClientName. After the handshake.
+    std::string ClientName() const;
     // Without waiting: the number of bytes, 0 at the end, kWouldBlock or kBroken. Performs the TLS
     // handshake as far as it gets.
     ssize_t Receive(void* to, size_t size);

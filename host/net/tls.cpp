@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -13,6 +14,7 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <openssl/x509.h>
 
 namespace kestd {
 
@@ -83,6 +85,38 @@ std::string LastError()
     return text;
 }
 
+void SetOptions(SSL_CTX* context)
+{
+    SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
+    SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_CIPHER_SERVER_PREFERENCE |
+                                     SSL_OP_IGNORE_UNEXPECTED_EOF);
+    SSL_CTX_set_mode(context, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
+                                  SSL_MODE_RELEASE_BUFFERS);
+    SSL_CTX_set_alpn_select_cb(context, SelectProtocol, nullptr);
+    static constexpr unsigned char kContextId[] = "kestd";
+    SSL_CTX_set_session_id_context(context, kContextId, sizeof kContextId - 1);
+}
+
+// Takes the certificates of clients that the authorities vouch for. Empty, or what is wrong.
+std::string AskForClients(SSL_CTX* context, const TlsFiles& files)
+{
+    STACK_OF(X509_NAME)* const names = SSL_load_client_CA_file(files.clientCa.c_str());
+    if (!names || SSL_CTX_load_verify_file(context, files.clientCa.c_str()) != 1) {
+        sk_X509_NAME_pop_free(names, X509_NAME_free);
+        return "cannot use the certificates of 'Client CA' " + files.clientCa + ": " + LastError();
+    }
+    SSL_CTX_set_client_CA_list(context, names); // takes them
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
+    if (files.clientCrl.empty())
+        return {};
+    X509_STORE* const store = SSL_CTX_get_cert_store(context);
+    X509_LOOKUP* const lookup = X509_STORE_add_lookup(store, X509_LOOKUP_file());
+    if (!lookup || X509_load_crl_file(lookup, files.clientCrl.c_str(), X509_FILETYPE_PEM) <= 0)
+        return "cannot use the list of 'Client CRL' " + files.clientCrl + ": " + LastError();
+    X509_STORE_set_flags(store, X509_V_FLAG_CRL_CHECK);
+    return {};
+}
+
 int Outcome(SSL* ssl, int result)
 {
     const int error = result == 1 ? SSL_ERROR_NONE : SSL_get_error(ssl, result);
@@ -125,32 +159,45 @@ void TlsEnd(ssl_st* ssl)
     ERR_clear_error();
 }
 
-std::shared_ptr<ssl_ctx_st> LoadTlsContext(const std::string& certificate, const std::string& key,
-                                           std::string& error)
+std::string TlsClientName(ssl_st* ssl)
 {
+    X509* const certificate = SSL_get0_peer_certificate(ssl);
+    if (!certificate || SSL_get_verify_result(ssl) != X509_V_OK)
+        return {};
+    X509_NAME* const subject = X509_get_subject_name(certificate);
+    const int at = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+    if (at < 0 || X509_NAME_get_index_by_NID(subject, NID_commonName, at) >= 0)
+        return {};
+    unsigned char* text = nullptr;
+    const int size =
+        ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)));
+    const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(
+        text, [](unsigned char* made) { OPENSSL_free(made); });
+    ERR_clear_error();
+    if (size <= 0 || std::memchr(text, 0, static_cast<size_t>(size)))
+        return {};
+    return {reinterpret_cast<const char*>(text), static_cast<size_t>(size)};
+}
+
+std::shared_ptr<ssl_ctx_st> LoadTlsContext(const TlsFiles& files, std::string& error)
+{
+    const std::string& certificate = files.certificate;
+    const std::string& key = files.key;
     std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
     if (!context) {
         error = "cannot set up TLS: " + LastError();
         return nullptr;
     }
-    SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
-    SSL_CTX_set_options(context.get(), SSL_OP_NO_RENEGOTIATION | SSL_OP_CIPHER_SERVER_PREFERENCE |
-                                           SSL_OP_IGNORE_UNEXPECTED_EOF);
-    SSL_CTX_set_mode(context.get(), SSL_MODE_ENABLE_PARTIAL_WRITE |
-                                        SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
-                                        SSL_MODE_RELEASE_BUFFERS);
-    SSL_CTX_set_alpn_select_cb(context.get(), SelectProtocol, nullptr);
-    static constexpr unsigned char kContextId[] = "kestd";
-    SSL_CTX_set_session_id_context(context.get(), kContextId, sizeof kContextId - 1);
+    SetOptions(context.get());
     if (SSL_CTX_use_certificate_chain_file(context.get(), certificate.c_str()) != 1)
         error = "cannot use the TLS certificate " + certificate + ": " + LastError();
     else if (SSL_CTX_use_PrivateKey_file(context.get(), key.c_str(), SSL_FILETYPE_PEM) != 1)
         error = "cannot use the TLS key " + key + ": " + LastError();
     else if (SSL_CTX_check_private_key(context.get()) != 1)
         error = "the TLS key " + key + " does not belong to the certificate " + certificate;
-    else
-        return context;
-    return nullptr;
+    else if (!files.clientCa.empty())
+        error = AskForClients(context.get(), files);
+    return error.empty() ? context : nullptr;
 }
 
 } // namespace kestd

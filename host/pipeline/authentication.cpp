@@ -3,6 +3,7 @@
 // Gathers the credentials of a request and applies the access control's answer.
 #include "host/pipeline/authentication.h"
 
+#include "host/auth/external_source.h"
 #include "host/auth/users.h"
 #include "host/config/settings_holder.h"
 #include "host/http/error_status.h"
@@ -67,9 +68,21 @@ bool TakeProxyUser(const Request& request, const ServerSettings& server, Credent
         (groups && request.head.FindNext(*groups, server.proxyGroupsHeader)) ||
         !WhatIsWrongWithName(user->value).empty())
         return false;
-    credentials.proxyUser = user->value;
-    credentials.proxyGroups = groups ? groups->value : std::string_view();
+    credentials.externalUser = user->value;
+    credentials.externalSource = kProxySource;
+    credentials.externalGroups = groups ? groups->value : std::string_view();
     return true;
+}
+
+// Whom the client's certificate names; a proxy's own is not its clients'.
+void TakeCertificateUser(const Request& request, const ServerSettings& server,
+                         Credentials& credentials)
+{
+    if (server.clientCa.empty() || request.isFromProxy || request.certificateUser.empty() ||
+        !WhatIsWrongWithName(request.certificateUser).empty())
+        return;
+    credentials.externalUser = request.certificateUser;
+    credentials.externalSource = kCertificateSource;
 }
 
 } // namespace
@@ -80,7 +93,8 @@ Decision Authentication::OnRequest(Exchange& exchange) const
     Credentials credentials;
     if (!TakeProxyUser(request, exchange.settings->server, credentials))
         return Decision::Refuse(400);
-    if (credentials.proxyUser.empty() && IsReadable(request) &&
+    TakeCertificateUser(request, exchange.settings->server, credentials);
+    if (credentials.externalUser.empty() && IsReadable(request) &&
         !exchange.settings->server.takesPlainPasswords && !accessControl_.AllowsAnonymous())
         return RefusePlain(exchange);
     credentials.authorization = request.Header("Authorization");

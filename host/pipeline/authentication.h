@@ -9,8 +9,9 @@
 namespace kestd {
 
 // Asks the access control and holds the session that it grants, or refuses with 400, 401, 403, 429
-// or 503. Where the settings name a field for it, a trusted proxy says who the user is. Over plain HTTP from another machine nobody is asked for a password (403), unless a setting
-// says so.
+// or 503. Where the settings say so, a field of a trusted proxy or the client's certificate
+// names the user. Over plain HTTP from another machine nobody is asked for a password (403), unless
+// a setting says so.
 class Authentication final : public Stage {
   public:
     explicit Authentication(AccessControl& accessControl) : accessControl_(accessControl) {}

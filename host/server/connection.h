@@ -185,6 +185,7 @@ class Connection final : public EventHandler,
     bool isListed_ = false;       // as a waiting request, unless it was given up
     bool isFromProxy_ = false;    // the last request's peer was a trusted proxy
     bool isClientSecure_ = false; // the client speaks TLS with the proxy that announced it
+    std::string certificateUser_; // whom the client's certificate names; empty: nobody
     base::IpAddress peer_;        // or the client that it has announced; likewise its text
     char remote_[46] = {};        // INET6_ADDRSTRLEN
 };

@@ -66,6 +66,9 @@ void Connection::StartExchange()
     const std::vector<base::IpPrefix>& trusted = settings_->server.trustedProxies;
     isFromProxy_ = !trusted.empty() && base::IsInAny(trusted, peer_);
     exchange_->request.isFromProxy = isFromProxy_;
+    if (isFirst_ && !settings_->server.clientCa.empty())
+        certificateUser_ = stream_.ClientName();
+    exchange_->request.certificateUser = certificateUser_;
     exchange_->request.isSecure = stream_.IsTls() || isClientSecure_ || settings_->isPublicSecure;
 }
 

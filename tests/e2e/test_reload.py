@@ -97,6 +97,8 @@ class EachSetting(ServerCase):
             "Htpasswd File": (f"'{own / 'users'}'", False),
             "App Passwords File": (f"'{own / 'apps'}'", False),
             "PAM Service": ("'other'", False),
+            "Client CA": (f"'{own / 'cert.pem'}'", False),
+            "Client CRL": (f"'{own / 'cert.pem'}'", False),
             "Proxy User Header": ("'X-User'", False), "Proxy Groups Header": ("'X-Groups'", False),
         }
         return {PREFIX + "Auth": auth, PREFIX + "Auth\\LDAP": sign_in}

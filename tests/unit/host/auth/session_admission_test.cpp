@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/auth/external_source.h"
 #include "tests/unit/host/fixtures.h"
 
 namespace kestd {
@@ -149,12 +150,13 @@ TEST(CookieHeader, IsSearchedByWholeNames)
         EXPECT_EQ(FindCookie(row.header, kSessionCookie), row.value) << row.header;
 }
 
-TEST_F(Gate, WhomAProxyNamesNeedsNoPasswordAndHasItsGroups)
+TEST_F(Gate, WhoHasSignedInOutsideNeedsNoPasswordAndHasItsGroups)
 {
     Credentials credentials;
-    credentials.authorization = kOtto; // what the proxy says counts before it
-    credentials.proxyUser = "berta";
-    credentials.proxyGroups = "Staff, Editors,,";
+    credentials.authorization = kOtto; // who has signed in outside counts before it
+    credentials.externalUser = "berta";
+    credentials.externalSource = kProxySource;
+    credentials.externalGroups = "Staff, Editors,,";
     const AuthResult first = gate_.Authenticate(credentials);
     EXPECT_EQ(first.outcome, Outcome::Granted);
     EXPECT_EQ(first.user, "berta");
@@ -162,18 +164,19 @@ TEST_F(Gate, WhomAProxyNamesNeedsNoPasswordAndHasItsGroups)
     EXPECT_EQ(*first.groups, (std::vector<std::string>{"staff", "editors"}));
     const AuthResult second = gate_.Authenticate(credentials);
     EXPECT_EQ(second.session.hId, first.session.hId);
-    credentials.proxyGroups = "staff"; // with other rights no session of before
+    credentials.externalGroups = "staff"; // with other rights no session of before
     const AuthResult third = gate_.Authenticate(credentials);
     EXPECT_NE(third.session.hId, first.session.hId);
     for (const AuthResult* one : {&first, &second, &third})
         gate_.ReleaseSession(one->session);
 }
 
-TEST_F(Gate, ACookieOfAnotherUserGivesTheOneThatAProxyNamesNothing)
+TEST_F(Gate, ACookieOfAnotherUserGivesOneWhoHasSignedInOutsideNothing)
 {
     const AuthResult anna = Enter(kAnna, {}, true);
     Credentials credentials;
-    credentials.proxyUser = "berta";
+    credentials.externalUser = "berta";
+    credentials.externalSource = kProxySource;
     const std::string cookie = CookieOf(anna);
     credentials.cookie = cookie;
     const AuthResult berta = gate_.Authenticate(credentials);

@@ -95,5 +95,26 @@ TEST_F(SignInTables, AProxyThatSignsInHasToBeTrusted)
         EXPECT_NE(problem(trust + proxy + "'Proxy User Header' = '" + name + "'\n"), "") << name;
 }
 
+TEST_F(SignInTables, CertificatesNeedThoseWhoVouchForThem)
+{
+    const std::string sources = "['Kest\\Configuration\\Auth']\n'Sources' = ['certificate']\n";
+    const std::string tls = "['Kest\\Configuration\\Server']\n'TLS Certificate' = '/c'\n"
+                            "'TLS Key' = '/k'\n";
+    const auto problem = [&](const std::string& text) {
+        HostSettings settings;
+        return ReadAll(text, settings);
+    };
+    EXPECT_NE(problem(tls + sources).find("needs 'Client CA'"), std::string::npos);
+    EXPECT_NE(problem(sources + "'Client CA' = '/a'\n").find("without 'TLS Certificate'"),
+              std::string::npos);
+    HostSettings s;
+    EXPECT_EQ(ReadAll(tls + sources + "'Client CA' = '/a'\n'Client CRL' = '/r'\n", s), "");
+    EXPECT_EQ(s.server.clientCa + s.server.clientCrl, "/a/r");
+    EXPECT_TRUE(s.users.signIn.HasUnlistedUsers());
+    HostSettings unused;
+    EXPECT_EQ(ReadAll("['Kest\\Configuration\\Auth']\n'Client CA' = '/a'\n", unused), "");
+    EXPECT_EQ(unused.server.clientCa, "");
+}
+
 } // namespace
 } // namespace kestd
