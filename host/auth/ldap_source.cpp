@@ -292,8 +292,8 @@ class LdapSource final : public CredentialsSource {
     std::shared_ptr<const Principal> MakePrincipal(FoundUser found) const
     {
         std::ranges::sort(found.groups);
-        const auto repeated = std::ranges::unique(found.groups);
-        found.groups.erase(repeated.begin(), repeated.end());
+        found.groups.erase(std::unique(found.groups.begin(), found.groups.end()),
+                           found.groups.end());
         std::string said = found.ldapName;
         for (const std::string& group : found.groups)
             said.append(1, '\0').append(group);
