@@ -77,7 +77,7 @@ class Locks(ServerCase):
                              "/Ferro/docs/c/")
         refused = self.lock(self.path("c", "in"))
         self.assertEqual((refused.status, davxml.condition(refused.body)),
-                         (423, ("no-conflicting-lock", ["/Ferro/docs/c"])))
+                         (423, ("no-conflicting-lock", ["/Ferro/docs/c/"])))
         self.assertNotIn(reply.token.encode(), refused.body)
         refreshed = self.server.request("LOCK", self.path("c", "in"), None,
                                         {"If": f"(<{reply.token}>)", "Timeout": "Second-900"})
