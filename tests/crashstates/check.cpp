@@ -88,6 +88,7 @@ void Checker::Check(const std::vector<const Operation*>& sequence, size_t repair
     Expected expected;
     expected.repairs = repairs;
     expected.halfway = sequence.back()->halfway;
+    expected.isInTwoPlaces = sequence.back()->isInTwoPlaces;
     expected.isMoveAcross =
         sequence.back()->usesOther && std::string_view(sequence.back()->name).starts_with("MOVE");
     expected.name = setting_.name;
@@ -223,6 +224,18 @@ static bool IsHalfMoved(const Lines& found, const Lines& before, const Lines& af
            std::none_of(found.begin(), found.end(), isFault);
 }
 
+// Whether each line that changes is as it was or as it is to be.
+static bool IsInPart(const Lines& found, const Lines& before, const Lines& after)
+{
+    const auto isIn = [](const Lines& lines) {
+        return [&](const std::string& line) { return std::ranges::binary_search(lines, line); };
+    };
+    return std::ranges::all_of(
+               found, [&](const auto& line) { return isIn(before)(line) || isIn(after)(line); }) &&
+           std::ranges::all_of(
+               before, [&](const auto& line) { return !isIn(after)(line) || isIn(found)(line); });
+}
+
 // Empty when what was found is what the setting promises.
 std::string Checker::Compare(const Lines& found, const Cut& cut, const Expected& expected) const
 {
@@ -233,6 +246,7 @@ std::string Checker::Compare(const Lines& found, const Cut& cut, const Expected&
     const Lines more = Missing(before, found);
     if (found == before || found == after ||
         (expected.isMoveAcross && IsHalfMoved(found, before, after)) ||
+        (expected.isInTwoPlaces && IsInPart(found, before, after)) ||
         (expected.halfway && more.size() == 1 && more.front().starts_with(expected.halfway) &&
          Missing(found, before).empty()))
         return {};

@@ -55,6 +55,7 @@ class Checker {
         std::vector<Lines> after; // each number of answered operations
         size_t repairs = 0;
         const char* halfway = nullptr; // of the last operation
+        bool isInTwoPlaces = false;    // likewise
         bool isMoveAcross = false;     // likewise: from one volume to the other
         std::string name;
     };

@@ -60,6 +60,8 @@ TALSTATUS BringLogIn(Store& store, Client&)
         text, [](Store& s, Client&) -> TALSTATUS { return third::expression; }                     \
     }
 
+constexpr bool kIsInTwoPlaces = true;
+
 const std::vector<Operation> kOperations = {
     OPERATION("PUT new", c.Put("/v/n", "new")),
     OPERATION("PUT over", c.Put("/v/f", "newer")),
@@ -126,12 +128,14 @@ const std::vector<Operation> kOperations = {
               [](Store& s, Client&) -> TALSTATUS {
                   return WithAttributes(
                       s, "/v/g", [](auto& file) { return file.SetLiveAttributes(kReadOnly); });
-              }},
+              },
+              false, nullptr, kIsInTwoPlaces},
     Operation{"set hidden",
               [](Store& s, Client&) -> TALSTATUS {
                   return WithAttributes(
                       s, "/v/g", [](auto& file) { return file.SetLiveAttributes(kHidden); });
-              }},
+              },
+              false, nullptr, kIsInTwoPlaces},
     Operation{"checkpoint", BringLogIn},
     THIRD("third PUT new", StoreContent(s, "/v/n", kOpenReplace)),
     THIRD("third PUT over", StoreContent(s, "/v/f", kOpenReplace)),

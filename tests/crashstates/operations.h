@@ -16,6 +16,9 @@ struct Operation {
     bool usesOther = false; // the second volume
     // What may be there of it when it was not answered, besides what was there before.
     const char* halfway = nullptr;
+    // It changes what the file system keeps and what the metadata keeps, and means nothing by both
+    // together: the one may be there without the other.
+    bool isInTwoPlaces = false;
 };
 
 // The volumes are "v" and "w".
