@@ -83,6 +83,14 @@ STRING Counted(std::string& text)
     return {bytes, bytes, text.data()};
 }
 
+std::string PathOfUnits(size_t units, const std::string& top)
+{
+    std::string path = top;
+    while (path.size() + 401 < units)
+        path += "/" + std::string(400, 'p');
+    return path + "/" + std::string(units - path.size() - 1, 'q');
+}
+
 bool CopyOut(std::string_view text, UINT32* length, char* buffer)
 {
     const UINT32 room = *length;

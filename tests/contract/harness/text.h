@@ -33,6 +33,9 @@ constexpr time_t UnixSeconds(UINT64 ticks)
     return static_cast<time_t>(ticks / kTicksPerSecond) - static_cast<time_t>(kEpochSeconds);
 }
 
+// A path of exactly `units` units below `top`.
+std::string PathOfUnits(size_t units, const std::string& top);
+
 // Copies text and terminator the way the host's length arguments work: *length is the room, then
 // the text's length. False when it does not fit; *length is then the room needed.
 bool CopyOut(std::string_view text, UINT32* length, char* buffer);

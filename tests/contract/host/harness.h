@@ -32,6 +32,17 @@
 
 namespace kestd::test {
 
+inline constexpr char kGet[] = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
+inline constexpr char kGetWithFields[] =
+    "GET /Ferro/a?x=%20y HTTP/1.1\r\nHost: h:81\r\nAccept: text/html\r\n"
+    "X-One: 1\r\nx-one: 2\r\nRange: bytes=0-1\r\n\r\n";
+
+// A request with this line and these fields, each with its line break.
+inline std::string RequestText(std::string_view line, std::string_view fields = "")
+{
+    return std::string(line) + " HTTP/1.1\r\nHost: h\r\n" + std::string(fields) + "\r\n";
+}
+
 class ScriptedModule final : public IKestReq_2 {
   public:
     std::function<TALSTATUS(IKestIO_5&, UINT32)> handler = [](IKestIO_5& io, UINT32) {

@@ -8,15 +8,10 @@
 
 using harness::Reply;
 using harness::Request;
+using site::D;
 using site::Site;
 
 namespace {
-
-// A directive of the page.
-std::string D(const std::string& text)
-{
-    return "<!--OlmDAV:" + text + "-->";
-}
 
 // The page of a page template, for a request with a raw URL.
 std::string AtRawUrl(Site& site, const std::string& raw, const std::string& page)

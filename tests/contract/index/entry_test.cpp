@@ -8,16 +8,12 @@
 
 using harness::Node;
 using harness::Reply;
+using site::D;
 using site::Deleted;
 using site::Site;
 using testing::MatchesRegex;
 
 namespace {
-
-std::string D(const std::string& text)
-{
-    return "<!--OlmDAV:" + text + "-->";
-}
 
 // What an entry template makes of the site's files.
 std::string Entries(Site& site, const std::string& entry, const std::string& path = "/Ferro/vol")

@@ -8,16 +8,12 @@
 
 using harness::ProviderFailure;
 using harness::Reply;
+using site::D;
 using site::Deleted;
 using site::Site;
 using testing::HasSubstr;
 
 namespace {
-
-std::string D(const std::string& text)
-{
-    return "<!--OlmDAV:" + text + "-->";
-}
 
 // A page that uses everything.
 std::unique_ptr<Site> FullSite(const std::vector<Deleted>& deleted)

@@ -15,15 +15,11 @@ using harness::Counted;
 using harness::ProviderFailure;
 using harness::Recorder;
 using harness::Wide;
+using site::D;
 using site::Site;
 using testing::ElementsAre;
 
 namespace {
-
-std::string D(const std::string& text)
-{
-    return "<!--OlmDAV:" + text + "-->";
-}
 
 // Counts how many of its kind live.
 template <class I> class Object : public harness::Referenced<I> {

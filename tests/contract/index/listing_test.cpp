@@ -11,6 +11,7 @@
 
 using harness::Reply;
 using harness::Request;
+using site::D;
 using site::Deleted;
 using site::Site;
 using testing::Contains;
@@ -21,11 +22,6 @@ using testing::Not;
 namespace {
 
 constexpr UINT64 kDay = 864000000000;
-
-std::string D(const std::string& text)
-{
-    return "<!--OlmDAV:" + text + "-->";
-}
 
 } // namespace
 

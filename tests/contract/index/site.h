@@ -16,6 +16,12 @@ namespace site {
 
 inline constexpr char kModern[] = "Mozilla/5.0 (X11; Linux x86_64)";
 
+// A directive of a page.
+inline std::string D(const std::string& text)
+{
+    return "<!--OlmDAV:" + text + "-->";
+}
+
 class TemplateDir {
   public:
     TemplateDir();

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "copy.h"
+#include "text.h"
 #include "world.h"
 
 using harness::kInjected;
@@ -237,7 +238,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, CopyOverlap,
 
 // -- Failures of a resource's copy.
 
-struct FailureRow {
+struct CopyFailureRow {
     const char* name;
     const char* call; // of the source "src.", of the destination "dst."
     int nth;
@@ -246,7 +247,7 @@ struct FailureRow {
     int status = 423;
 };
 
-class CopyFailure : public Copy, public testing::WithParamInterface<FailureRow> {};
+class CopyFailure : public Copy, public testing::WithParamInterface<CopyFailureRow> {};
 
 TEST_P(CopyFailure, LeavesNoPartAndNothingOpen)
 {
@@ -269,16 +270,16 @@ TEST_P(CopyFailure, LeavesNoPartAndNothingOpen)
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, CopyFailure,
-    testing::Values(FailureRow{"CreateSource", "src.Create", 1, "(missing)", false},
-                    FailureRow{"OpenSource", "src.res.Associate", 1, "(missing)", false},
-                    FailureRow{"CreateDestination", "dst.Create", 1, "(missing)", false},
-                    FailureRow{"Probe", "dst.res.Associate", 1, "(missing)", false},
-                    FailureRow{"OpenDestination", "dst.res.Associate", 2, "(missing)", false},
-                    FailureRow{"Size", "src.res.GetResourceSize", 1, "", false},
-                    FailureRow{"FirstRead", "src.res.Read", 1, "(missing)", true},
-                    FailureRow{"SecondRead", "src.res.Read", 2, "(missing)", true},
-                    FailureRow{"FirstWrite", "dst.res.Write", 1, "(missing)", true},
-                    FailureRow{"SecondWrite", "dst.res.Write", 2, "(missing)", true}),
+    testing::Values(CopyFailureRow{"CreateSource", "src.Create", 1, "(missing)", false},
+                    CopyFailureRow{"OpenSource", "src.res.Associate", 1, "(missing)", false},
+                    CopyFailureRow{"CreateDestination", "dst.Create", 1, "(missing)", false},
+                    CopyFailureRow{"Probe", "dst.res.Associate", 1, "(missing)", false},
+                    CopyFailureRow{"OpenDestination", "dst.res.Associate", 2, "(missing)", false},
+                    CopyFailureRow{"Size", "src.res.GetResourceSize", 1, "", false},
+                    CopyFailureRow{"FirstRead", "src.res.Read", 1, "(missing)", true},
+                    CopyFailureRow{"SecondRead", "src.res.Read", 2, "(missing)", true},
+                    CopyFailureRow{"FirstWrite", "dst.res.Write", 1, "(missing)", true},
+                    CopyFailureRow{"SecondWrite", "dst.res.Write", 2, "(missing)", true}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(Copy, AttributesAndDatesThatFail_DoNotFailTheCopy)
@@ -325,14 +326,6 @@ TEST_F(Copy, WithoutMemory_Answers507AndChangesNothing)
 
 // -- Lengths, in units; the buffers count bytes.
 
-std::string PathOf(size_t units, const std::string& top)
-{
-    std::string path = top;
-    while (path.size() + 401 < units)
-        path += "/" + std::string(400, 'p');
-    return path + "/" + std::string(units - path.size() - 1, 'q');
-}
-
 struct LengthRow {
     const char* name;
     size_t source; // units of the source collection's path
@@ -345,8 +338,8 @@ class CopyLength : public Copy, public testing::WithParamInterface<LengthRow> {}
 
 TEST_P(CopyLength, IsBoundedOnBothSides)
 {
-    const std::string source = PathOf(GetParam().source, "/gen2");
-    const std::string destination = PathOf(GetParam().destination, "/gen1");
+    const std::string source = harness::PathOfUnits(GetParam().source, "/gen2");
+    const std::string destination = harness::PathOfUnits(GetParam().destination, "/gen1");
     world["gen2"].AddFile(source + "/" + std::string(GetParam().child, 'n'), "x");
     world["gen1"].AddCollection(destination.substr(0, destination.rfind('/')));
     const Reply reply = Run(source, destination, kKeep);
@@ -378,7 +371,7 @@ TEST_F(Copy, NameBeyondItsRecord_StopsTheWalkWith414)
 TEST_F(Copy, PathsThatDoNotFit_AreRefused)
 {
     world["gen2"].AddFile("/gen2/f", "x");
-    const std::string atLimit = PathOf(2084, "/gen2");
+    const std::string atLimit = harness::PathOfUnits(2084, "/gen2");
     world["gen2"].AddCollection(atLimit.substr(0, atLimit.rfind('/')));
     EXPECT_EQ(Run("/gen2/f", atLimit).text, Answer(200));
     EXPECT_EQ(Run("/gen2/f", atLimit + "x").text, Answer(414));

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "text.h"
 #include "world.h"
 
 using harness::kInjected;
@@ -186,13 +187,13 @@ TEST_F(Delete, WhatIsMissing_Is404)
     world.ExpectAtRest();
 }
 
-struct FailureRow {
+struct DeleteFailureRow {
     const char* name;
     UINT16 code;
     const char* reply;
 };
 
-class DeleteFailure : public Delete, public testing::WithParamInterface<FailureRow> {};
+class DeleteFailure : public Delete, public testing::WithParamInterface<DeleteFailureRow> {};
 
 TEST_P(DeleteFailure, OfTheProvider_IsMapped)
 {
@@ -204,11 +205,11 @@ TEST_P(DeleteFailure, OfTheProvider_IsMapped)
 }
 
 INSTANTIATE_TEST_SUITE_P(Codes, DeleteFailure,
-                         testing::Values(FailureRow{"NotFound", kCodeNotFound, "404"},
-                                         FailureRow{"Locked", kCodeLocked, "423"},
-                                         FailureRow{"TooLong", kCodeNameTooLong, "414"},
-                                         FailureRow{"Denied", kCodeAccessDenied, "403"},
-                                         FailureRow{"Unknown", 0x29, "417"}),
+                         testing::Values(DeleteFailureRow{"NotFound", kCodeNotFound, "404"},
+                                         DeleteFailureRow{"Locked", kCodeLocked, "423"},
+                                         DeleteFailureRow{"TooLong", kCodeNameTooLong, "414"},
+                                         DeleteFailureRow{"Denied", kCodeAccessDenied, "403"},
+                                         DeleteFailureRow{"Unknown", 0x29, "417"}),
                          [](const auto& row) { return row.param.name; });
 
 // A tree with two files around a collection; what each failing call leaves.
@@ -304,18 +305,9 @@ TEST_F(Delete, NameOf1025BytesAndMore_StopsTheWalkWith414)
     }
 }
 
-// A path of exactly `units` units that ends in a collection.
-std::string PathOf(size_t units, const std::string& top = "/gen2")
-{
-    std::string path = top;
-    while (path.size() + 401 < units)
-        path += "/" + std::string(400, 'p');
-    return path + "/" + std::string(units - path.size() - 1, 'q');
-}
-
 TEST_F(Delete, PathAtItsLimit_IsDeleted)
 {
-    const std::string collection = PathOf(2000);
+    const std::string collection = harness::PathOfUnits(2000, "/gen2");
     world["gen2"].AddFile(collection + "/" + std::string(48, 'n')); // 2,000 + 48 units are 4,096
     EXPECT_EQ(Run(collection).text, kDeleted);
     EXPECT_FALSE(world["gen2"].Has(collection));
@@ -324,7 +316,7 @@ TEST_F(Delete, PathAtItsLimit_IsDeleted)
 
 TEST_F(Delete, PathBeyondItsLimit_StopsTheWalkWith414)
 {
-    const std::string collection = PathOf(2000);
+    const std::string collection = harness::PathOfUnits(2000, "/gen2");
     world["gen2"].AddFile(collection + "/" + std::string(49, 'n'));
     EXPECT_EQ(Run(collection).text, "414\nContent-Length: 0\n\n");
     EXPECT_TRUE(world["gen2"].Has(collection));
@@ -333,7 +325,7 @@ TEST_F(Delete, PathBeyondItsLimit_StopsTheWalkWith414)
 
 TEST_F(Delete, EmptyCollectionWhosePathFillsTheBuffer_IsDeleted)
 {
-    const std::string collection = PathOf(2048);
+    const std::string collection = harness::PathOfUnits(2048, "/gen2");
     world["gen2"].AddCollection(collection);
     EXPECT_EQ(Run(collection).text, kDeleted);
     world.ExpectAtRest();
@@ -342,7 +334,7 @@ TEST_F(Delete, EmptyCollectionWhosePathFillsTheBuffer_IsDeleted)
 // Cut to the buffer, the path would name another collection.
 TEST_F(Delete, CollectionWhosePathDoesNotFit_IsRefused)
 {
-    const std::string shorter = PathOf(2048);
+    const std::string shorter = harness::PathOfUnits(2048, "/gen2");
     world["gen2"].AddFile(shorter + "x/precious");
     world["gen2"].AddCollection(shorter);
     EXPECT_EQ(Run(shorter + "x").text, "414\nContent-Length: 0\n\n");

@@ -19,13 +19,13 @@ struct Moment {
     int objects;
 };
 
-struct Row {
+struct ExtentRow {
     const char* name;
     Request request;
     bool heldToTheEnd; // else the reply goes out without the lock
 };
 
-class Extent : public testing::TestWithParam<Row> {
+class Extent : public testing::TestWithParam<ExtentRow> {
   protected:
     Extent()
     {
@@ -88,21 +88,24 @@ TEST_P(Extent, OfTheProviderLock)
 INSTANTIATE_TEST_SUITE_P(
     Methods, Extent,
     testing::Values(
-        Row{"Put", Request(KestMethodPut, "/Ferro/gen2/n").Body({"a", "b"}), false},
-        Row{"PutFirst", Request(KestMethodPut, "/Ferro/gen1/n").Body({"a", "b"}), false},
-        Row{"MkCol", Request(KestMethodMkCol, "/Ferro/gen2/n"), false},
-        Row{"Get", Request(KestMethodGet, "/Ferro/gen2/f"), true},
-        Row{"Head", Request(KestMethodHead, "/Ferro/gen2/f"), true},
-        Row{"HeadOfACollection", Request(KestMethodHead, "/Ferro/gen1/c"), true},
-        Row{"Delete", Request(KestMethodDelete, "/Ferro/gen2/f"), false},
-        Row{"DeleteOfATree", Request(KestMethodDelete, "/Ferro/gen1/c"), false},
-        Row{"Copy", Request(KestMethodCopy, "/Ferro/gen2/f").To("/Ferro/gen1/n", FALSE), false},
-        Row{"CopyOfATree", Request(KestMethodCopy, "/Ferro/gen1/c").To("/Ferro/gen2/n", FALSE),
-            false},
-        Row{"Move", Request(KestMethodMove, "/Ferro/gen2/f").To("/Ferro/gen2/n", FALSE), false},
-        Row{"MoveOfATree", Request(KestMethodMove, "/Ferro/gen2/c").To("/Ferro/gen1/n", FALSE),
-            false},
-        Row{"Upload",
+        ExtentRow{"Put", Request(KestMethodPut, "/Ferro/gen2/n").Body({"a", "b"}), false},
+        ExtentRow{"PutFirst", Request(KestMethodPut, "/Ferro/gen1/n").Body({"a", "b"}), false},
+        ExtentRow{"MkCol", Request(KestMethodMkCol, "/Ferro/gen2/n"), false},
+        ExtentRow{"Get", Request(KestMethodGet, "/Ferro/gen2/f"), true},
+        ExtentRow{"Head", Request(KestMethodHead, "/Ferro/gen2/f"), true},
+        ExtentRow{"HeadOfACollection", Request(KestMethodHead, "/Ferro/gen1/c"), true},
+        ExtentRow{"Delete", Request(KestMethodDelete, "/Ferro/gen2/f"), false},
+        ExtentRow{"DeleteOfATree", Request(KestMethodDelete, "/Ferro/gen1/c"), false},
+        ExtentRow{"Copy", Request(KestMethodCopy, "/Ferro/gen2/f").To("/Ferro/gen1/n", FALSE),
+                  false},
+        ExtentRow{"CopyOfATree",
+                  Request(KestMethodCopy, "/Ferro/gen1/c").To("/Ferro/gen2/n", FALSE), false},
+        ExtentRow{"Move", Request(KestMethodMove, "/Ferro/gen2/f").To("/Ferro/gen2/n", FALSE),
+                  false},
+        ExtentRow{"MoveOfATree",
+                  Request(KestMethodMove, "/Ferro/gen2/c").To("/Ferro/gen1/n", FALSE), false},
+        ExtentRow{
+            "Upload",
             Request(KestMethodPost, "/Ferro/gen2/c")
                 .Header("Content-Type", "multipart/form-data; boundary=B")
                 .Body({"--B\r\nContent-Disposition: form-data; filename=\"n\"\r\n\r\nx\r\n--B--"}),

@@ -33,12 +33,12 @@ Request Plain(UINT32 method, const char* path)
     return Request(method, path).Header("If", "(<opaquelocktoken:abc>)");
 }
 
-struct Row {
+struct AnyFailureRow {
     const char* name;
     Request request;
 };
 
-class AnyFailure : public testing::TestWithParam<Row> {};
+class AnyFailure : public testing::TestWithParam<AnyFailureRow> {};
 
 TEST_P(AnyFailure, IsSurvived)
 {
@@ -48,27 +48,35 @@ TEST_P(AnyFailure, IsSurvived)
 INSTANTIATE_TEST_SUITE_P(
     Methods, AnyFailure,
     testing::Values(
-        Row{"Get2", Plain(KestMethodGet, "/Ferro/gen2/f.txt")},
-        Row{"Get1", Plain(KestMethodGet, "/Ferro/gen1/f.txt")},
-        Row{"GetRange", Plain(KestMethodGet, "/Ferro/gen2/f.txt")
-                            .Header("Range", "bytes=0-3,5-6,             8-9")
-                            .Header("If-Modified-Since", "Sat, 31 Jan 2020 12:00:00 GMT")},
-        Row{"Head2", Plain(KestMethodHead, "/Ferro/gen2/f.txt")},
-        Row{"HeadCollection1", Plain(KestMethodHead, "/Ferro/gen1/c")},
-        Row{"Put2", Plain(KestMethodPut, "/Ferro/gen2/n").Body({"one", "two"})},
-        Row{"Put1", Plain(KestMethodPut, "/Ferro/gen1/n").Body({"one", "two"})},
-        Row{"MkCol2", Plain(KestMethodMkCol, "/Ferro/gen2/n")},
-        Row{"MkCol1", Plain(KestMethodMkCol, "/Ferro/gen1/n")},
-        Row{"Delete2", Plain(KestMethodDelete, "/Ferro/gen2/c/d/b")},
-        Row{"DeleteTree2", Plain(KestMethodDelete, "/Ferro/gen2/c")},
-        Row{"DeleteTree1", Plain(KestMethodDelete, "/Ferro/gen1/c")},
-        Row{"Copy21", Plain(KestMethodCopy, "/Ferro/gen2/f.txt").To("/Ferro/gen1/n", FALSE)},
-        Row{"Copy12", Plain(KestMethodCopy, "/Ferro/gen1/f.txt").To("/Ferro/gen2/n", TRUE)},
-        Row{"CopyTree21", Plain(KestMethodCopy, "/Ferro/gen2/c").To("/Ferro/gen1/n", FALSE)},
-        Row{"CopyTree12", Plain(KestMethodCopy, "/Ferro/gen1/c").To("/Ferro/gen2/c", TRUE)},
-        Row{"Move2", Plain(KestMethodMove, "/Ferro/gen2/f.txt").To("/Ferro/gen2/n", FALSE)},
-        Row{"Move21", Plain(KestMethodMove, "/Ferro/gen2/f.txt").To("/Ferro/gen1/n", FALSE)},
-        Row{"MoveTree12", Plain(KestMethodMove, "/Ferro/gen1/c").To("/Ferro/gen2/n", FALSE)}),
+        AnyFailureRow{"Get2", Plain(KestMethodGet, "/Ferro/gen2/f.txt")},
+        AnyFailureRow{"Get1", Plain(KestMethodGet, "/Ferro/gen1/f.txt")},
+        AnyFailureRow{"GetRange",
+                      Plain(KestMethodGet, "/Ferro/gen2/f.txt")
+                          .Header("Range", "bytes=0-3,5-6,             8-9")
+                          .Header("If-Modified-Since", "Sat, 31 Jan 2020 12:00:00 GMT")},
+        AnyFailureRow{"Head2", Plain(KestMethodHead, "/Ferro/gen2/f.txt")},
+        AnyFailureRow{"HeadCollection1", Plain(KestMethodHead, "/Ferro/gen1/c")},
+        AnyFailureRow{"Put2", Plain(KestMethodPut, "/Ferro/gen2/n").Body({"one", "two"})},
+        AnyFailureRow{"Put1", Plain(KestMethodPut, "/Ferro/gen1/n").Body({"one", "two"})},
+        AnyFailureRow{"MkCol2", Plain(KestMethodMkCol, "/Ferro/gen2/n")},
+        AnyFailureRow{"MkCol1", Plain(KestMethodMkCol, "/Ferro/gen1/n")},
+        AnyFailureRow{"Delete2", Plain(KestMethodDelete, "/Ferro/gen2/c/d/b")},
+        AnyFailureRow{"DeleteTree2", Plain(KestMethodDelete, "/Ferro/gen2/c")},
+        AnyFailureRow{"DeleteTree1", Plain(KestMethodDelete, "/Ferro/gen1/c")},
+        AnyFailureRow{"Copy21",
+                      Plain(KestMethodCopy, "/Ferro/gen2/f.txt").To("/Ferro/gen1/n", FALSE)},
+        AnyFailureRow{"Copy12",
+                      Plain(KestMethodCopy, "/Ferro/gen1/f.txt").To("/Ferro/gen2/n", TRUE)},
+        AnyFailureRow{"CopyTree21",
+                      Plain(KestMethodCopy, "/Ferro/gen2/c").To("/Ferro/gen1/n", FALSE)},
+        AnyFailureRow{"CopyTree12",
+                      Plain(KestMethodCopy, "/Ferro/gen1/c").To("/Ferro/gen2/c", TRUE)},
+        AnyFailureRow{"Move2",
+                      Plain(KestMethodMove, "/Ferro/gen2/f.txt").To("/Ferro/gen2/n", FALSE)},
+        AnyFailureRow{"Move21",
+                      Plain(KestMethodMove, "/Ferro/gen2/f.txt").To("/Ferro/gen1/n", FALSE)},
+        AnyFailureRow{"MoveTree12",
+                      Plain(KestMethodMove, "/Ferro/gen1/c").To("/Ferro/gen2/n", FALSE)}),
     [](const auto& row) { return row.param.name; });
 
 // A source survives its move in one of the two places, whatever fails.

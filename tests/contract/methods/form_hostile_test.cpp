@@ -12,6 +12,7 @@ using form::Body;
 using form::kBoundary;
 using form::kError;
 using form::kSuccess;
+using form::MakeWorld;
 using form::Pieces;
 using form::Upload;
 using harness::Reply;
@@ -20,14 +21,6 @@ using harness::World;
 using testing::ElementsAre;
 
 namespace {
-
-std::unique_ptr<World> MakeWorld(const std::string& values = {})
-{
-    auto world = std::make_unique<World>(std::vector<harness::ProviderSpec>{{.name = "vol"}},
-                                         harness::Setup{.moduleValues = values});
-    (*world)["vol"].AddCollection("/vol/dir");
-    return world;
-}
 
 const std::string kDelimiter = std::string("--") + kBoundary;
 
@@ -101,7 +94,7 @@ TEST(HostileForm, BodyThatEndsWithAnInformationalStatus_IsNotTakenForWhole)
 
 TEST(HostileForm, BodyWithoutAnyDelimiter_StoresNothingAndTells)
 {
-    const auto world = MakeWorld("'Read-Write Block Size' = 1024");
+    const auto world = MakeWorld(2, {.moduleValues = "'Read-Write Block Size' = 1024"});
     Request request = Upload("");
     request.Body(Pieces(std::string(100000, '-'), 999));
     EXPECT_EQ(world->Run(request).text, kError);
@@ -202,7 +195,7 @@ TEST(HostileForm, DelimiterRightBehindTheHeaders_IsAnEmptyFile)
 TEST(HostileForm, Boundaries_OfEveryLength)
 {
     const auto run = [](const std::string& boundary, const std::string& values) {
-        const auto world = MakeWorld(values);
+        const auto world = MakeWorld(2, {.moduleValues = values});
         std::string content(3000, 'x');
         const std::string body = "--" + boundary +
                                  "\r\nContent-Disposition: form-data; filename=\"a\"\r\n\r\n" +
@@ -240,7 +233,7 @@ TEST(HostileForm, RandomBodies_LeaveTheProcessHealthy)
                                   "..",          std::string(1, '\0'),
                                   "\xff\xfe",    "Content-Length: 5"};
     std::mt19937 random(20261120);
-    const auto world = MakeWorld("'Read-Write Block Size' = 1024");
+    const auto world = MakeWorld(2, {.moduleValues = "'Read-Write Block Size' = 1024"});
     for (int round = 0; round < 1000; ++round) {
         std::string body;
         for (unsigned long i = random() % 60; i > 0; --i)

@@ -8,11 +8,9 @@ namespace standard_tests {
 
 namespace {
 
-constexpr char kLockInfo[] =
+constexpr char kSharedLock[] =
     "<D:lockinfo xmlns:D=\"DAV:\"><D:lockscope><D:shared/></D:lockscope><D:locktype><D:write/>"
     "</D:locktype></D:lockinfo>";
-constexpr char kUpdate[] = "<D:propertyupdate xmlns:D=\"DAV:\"><D:set><D:prop><p>new</p></D:prop>"
-                           "</D:set></D:propertyupdate>";
 constexpr char kBefore[] = "Sat, 31 Jan 2026 11:59:59 GMT"; // the file has changed since
 
 struct Method {
@@ -24,11 +22,6 @@ struct Method {
 void PrintTo(const Method& method, std::ostream* out)
 {
     *out << method.name;
-}
-
-Request Of(UINT32 method)
-{
-    return Request(method, "/Ferro/gen3/f.txt");
 }
 
 std::vector<Method> Methods()
@@ -46,8 +39,8 @@ std::vector<Method> Methods()
         {"COPY", Of(KestMethodCopy).To("http://server.example:8080/Ferro/gen3/g")},
         {"MOVE", Of(KestMethodMove).To("/Ferro/gen3/g")},
         {"PROPFIND", Of(KestMethodPropFind).Header("Depth", "0")},
-        {"PROPPATCH", Of(KestMethodPropPatch).Body({kUpdate})},
-        {"LOCK", Of(KestMethodLock).Body({kLockInfo})},
+        {"PROPPATCH", Of(KestMethodPropPatch).Body({kPatch})},
+        {"LOCK", Of(KestMethodLock).Body({kSharedLock})},
         {"UNLOCK", Of(KestMethodUnlock).Header("Lock-Token", "<opaquelocktoken:t>")},
     };
 }

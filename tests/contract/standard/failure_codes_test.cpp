@@ -8,12 +8,6 @@ namespace standard_tests {
 
 namespace {
 
-constexpr char kLockInfo[] =
-    "<D:lockinfo xmlns:D=\"DAV:\"><D:lockscope><D:exclusive/></D:lockscope><D:locktype><D:write/>"
-    "</D:locktype></D:lockinfo>";
-constexpr char kPatch[] = "<D:propertyupdate xmlns:D=\"DAV:\"><D:set><D:prop><p>new</p></D:prop>"
-                          "</D:set></D:propertyupdate>";
-
 using Codes = std::map<UINT16, int>;
 
 // Of every operation that changes something.
@@ -37,11 +31,6 @@ void PrintTo(const Operation& operation, std::ostream* out)
     *out << operation.call;
 }
 
-Request Of(UINT32 method, const char* name = "f.txt")
-{
-    return Request(method, std::string("/Ferro/gen3/") + name);
-}
-
 std::vector<Operation> Operations()
 {
     const std::string token = "(<opaquelocktoken:t>)";
@@ -60,7 +49,7 @@ std::vector<Operation> Operations()
         {"gen3.3.Copy", Of(KestMethodCopy).To(there), With(relocation)},
         {"gen3.3.Move", Of(KestMethodMove).To("/Ferro/gen3/g"), With(relocation)},
         {"gen3.3.PatchProperties", Of(KestMethodPropPatch).Body({kPatch}), With({{11, 404}})},
-        {"gen3.3.Lock", Of(KestMethodLock).Body({kLockInfo}),
+        {"gen3.3.Lock", Of(KestMethodLock).Body({kExclusiveLock}),
          With({{33, 409}, {16, 400}, {7, 500}})},
         {"gen3.3.RefreshLock", Of(KestMethodLock).Header("If", token), With({{11, 404}, {7, 500}})},
         {"gen3.3.Unlock", Of(KestMethodUnlock).Header("Lock-Token", "<opaquelocktoken:t>"),

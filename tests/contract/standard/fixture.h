@@ -23,6 +23,23 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
+// Bodies of requests.
+inline constexpr char kExclusiveLock[] =
+    "<D:lockinfo xmlns:D=\"DAV:\"><D:lockscope><D:exclusive/></D:lockscope><D:locktype><D:write/>"
+    "</D:locktype></D:lockinfo>";
+inline constexpr char kPatch[] =
+    "<D:propertyupdate xmlns:D=\"DAV:\"><D:set><D:prop><p>new</p></D:prop>"
+    "</D:set></D:propertyupdate>";
+// What a reply says of a new file, and of one with a new content.
+inline constexpr char kNew[] = "ETag: \"v1\"\nLast-Modified: Sat, 31 Jan 2026 13:00:00 GMT\n";
+inline constexpr char kChanged[] = "ETag: \"v2\"\nLast-Modified: Sat, 31 Jan 2026 13:00:00 GMT\n";
+
+// A request for a member of the provider of the third generation.
+inline Request Of(UINT32 method, const char* name = "f.txt")
+{
+    return Request(method, std::string("/Ferro/gen3/") + name);
+}
+
 inline std::vector<harness::ProviderSpec> Providers()
 {
     return {{.name = "gen3", .generations = 6, .servesNew = true},

@@ -7,12 +7,12 @@ namespace standard_tests {
 
 namespace {
 
-constexpr char kHead[] = "207\nTransfer-Encoding: chunked\n"
-                         "Content-Type: application/xml; charset=\"utf-8\"\n\n"
-                         "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-                         "<D:multistatus xmlns:D=\"DAV:\">\n"
-                         "<D:response><D:href>/Ferro/gen3/f.txt</D:href>";
-constexpr char kEnd[] = "</D:response>\n</D:multistatus>\n";
+constexpr char kResponseHead[] = "207\nTransfer-Encoding: chunked\n"
+                                 "Content-Type: application/xml; charset=\"utf-8\"\n\n"
+                                 "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+                                 "<D:multistatus xmlns:D=\"DAV:\">\n"
+                                 "<D:response><D:href>/Ferro/gen3/f.txt</D:href>";
+constexpr char kResponseEnd[] = "</D:response>\n</D:multistatus>\n";
 
 std::string PropStat(const std::string& names, const std::string& status)
 {
@@ -53,11 +53,11 @@ TEST_F(StandardPropPatch, AllChanges_InTheirOrder)
         Run(Patch(Update(Set("<x:a>1</x:a><x:b/>") +
                              "<D:remove><D:prop><x:c/></D:prop></D:remove>" + Set("<x:a>2</x:a>"),
                          " xmlns:x=\"urn:x\""))),
-        kHead +
+        kResponseHead +
             PropStat("<n:a xmlns:n=\"urn:x\"/><n:b xmlns:n=\"urn:x\"/>"
                      "<n:c xmlns:n=\"urn:x\"/>",
                      "200 OK") +
-            kEnd);
+            kResponseEnd);
     const std::string scope = " xmlns:x=\"urn:x\" xmlns:D=\"DAV:\"";
     EXPECT_EQ(Handed(), "gen3.3.PatchProperties(/gen3/f.txt, set {urn:x}a=<x:a" + scope +
                             ">1</x:a>, set {urn:x}b=<x:b" + scope +
@@ -141,18 +141,18 @@ TEST_F(StandardPropPatch, ProtectedAndSenseless_ChangeNothing)
     EXPECT_EQ(Run(Patch(Update(Set("<a/><D:getetag>x</D:getetag>"
                                    "<D:getlastmodified>soon</D:getlastmodified>") +
                                "<D:remove><D:prop><D:creationdate/></D:prop></D:remove>"))),
-              kHead + PropStat("<D:getetag/><D:creationdate/>", "403 Forbidden") +
+              kResponseHead + PropStat("<D:getetag/><D:creationdate/>", "403 Forbidden") +
                   PropStat("<D:getlastmodified/>", "409 Conflict") +
-                  PropStat("<a/>", "424 Failed Dependency") + kEnd);
+                  PropStat("<a/>", "424 Failed Dependency") + kResponseEnd);
     EXPECT_EQ(Handed(), "0 calls");
 }
 
 TEST_F(StandardPropPatch, RefusedByTheProvider_FailsTheOthers)
 {
     world["gen3"].refusedProperty = "b";
-    EXPECT_EQ(Run(Patch(Update(Set("<a/><b/>")))), kHead + PropStat("<b/>", "403 Forbidden") +
-                                                       PropStat("<a/>", "424 Failed Dependency") +
-                                                       kEnd);
+    EXPECT_EQ(Run(Patch(Update(Set("<a/><b/>")))),
+              kResponseHead + PropStat("<b/>", "403 Forbidden") +
+                  PropStat("<a/>", "424 Failed Dependency") + kResponseEnd);
     EXPECT_TRUE(world["gen3"].Find("/gen3/f.txt")->dead.empty());
 }
 
@@ -162,17 +162,17 @@ TEST_F(StandardPropPatch, PropertyChangedTwice_IsNamedOnce)
     const std::string good = "<D:getlastmodified>Sat, 31 Jan 2026 12:00:00 GMT</D:getlastmodified>";
     const std::string bad = "<D:getlastmodified>soon</D:getlastmodified>";
     EXPECT_EQ(Run(Patch(Update(Set(good + bad + "<a/>") + Set(good)))),
-              kHead + PropStat("<D:getlastmodified/>", "409 Conflict") +
-                  PropStat("<a/>", "424 Failed Dependency") + kEnd)
+              kResponseHead + PropStat("<D:getlastmodified/>", "409 Conflict") +
+                  PropStat("<a/>", "424 Failed Dependency") + kResponseEnd)
         << "one of its values is none";
     EXPECT_EQ(Run(Patch(Update(Set(bad + "<a/>") +
                                "<D:remove><D:prop><D:getlastmodified/><a/></D:prop></D:remove>"))),
-              kHead + PropStat("<D:getlastmodified/>", "409 Conflict") +
-                  PropStat("<a/>", "424 Failed Dependency") + kEnd)
+              kResponseHead + PropStat("<D:getlastmodified/>", "409 Conflict") +
+                  PropStat("<a/>", "424 Failed Dependency") + kResponseEnd)
         << "the first of two failures counts";
     EXPECT_EQ(Run(Patch(Update(Set("<a/>") + "<D:remove><D:prop><a/></D:prop></D:remove>" +
                                Set("<a xmlns=\"urn:x\"/>")))),
-              kHead + PropStat("<a/><n:a xmlns:n=\"urn:x\"/>", "200 OK") + kEnd)
+              kResponseHead + PropStat("<a/><n:a xmlns:n=\"urn:x\"/>", "200 OK") + kResponseEnd)
         << "one of another namespace is another";
 }
 
@@ -187,12 +187,12 @@ TEST_F(StandardPropPatch, MinimalReply_IsEmptyWhenAllWasDone)
     EXPECT_EQ(world["gen3"].Find("/gen3/f.txt")->dead.size(), 3U);
 
     EXPECT_EQ(Run(Patch(Update(Set("<d/><D:getetag/>"))).Header("Prefer", "return=minimal")),
-              kHead + PropStat("<D:getetag/>", "403 Forbidden") +
-                  PropStat("<d/>", "424 Failed Dependency") + kEnd)
+              kResponseHead + PropStat("<D:getetag/>", "403 Forbidden") +
+                  PropStat("<d/>", "424 Failed Dependency") + kResponseEnd)
         << "what has failed is told";
     world["gen3"].refusedProperty = "e";
     EXPECT_EQ(Run(Patch(Update(Set("<e/>"))).Header("Prefer", "return=minimal")),
-              kHead + PropStat("<e/>", "403 Forbidden") + kEnd);
+              kResponseHead + PropStat("<e/>", "403 Forbidden") + kResponseEnd);
 }
 
 TEST_F(StandardPropPatch, Locked_Answers423)

@@ -7,8 +7,6 @@ namespace standard_tests {
 
 namespace {
 
-constexpr char kNew[] = "ETag: \"v1\"\nLast-Modified: Sat, 31 Jan 2026 13:00:00 GMT\n";
-constexpr char kChanged[] = "ETag: \"v2\"\nLast-Modified: Sat, 31 Jan 2026 13:00:00 GMT\n";
 const std::string kCreated = std::string("201\n") + kNew + "Content-Length: 0\n\n";
 const std::string kReplaced = std::string("204\n") + kChanged + "\n";
 

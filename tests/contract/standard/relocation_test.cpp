@@ -7,8 +7,8 @@ namespace standard_tests {
 
 namespace {
 
-const std::string kCreated = Plain("201");
-constexpr char kReplaced[] = "204\n\n";
+const std::string kPlainCreated = Plain("201");
+constexpr char kPlainReplaced[] = "204\n\n";
 
 // The host gives COPY's destination as a URL, MOVE's as a path.
 class StandardRelocation : public Standard, public testing::WithParamInterface<UINT32> {
@@ -34,7 +34,7 @@ class StandardRelocation : public Standard, public testing::WithParamInterface<U
 
 TEST_P(StandardRelocation, ToANewName_Answers201)
 {
-    EXPECT_EQ(Run(From("f.txt", "gen3/g.txt")), kCreated);
+    EXPECT_EQ(Run(From("f.txt", "gen3/g.txt")), kPlainCreated);
     EXPECT_EQ(Tree(), IsMove() ? "/ /c/ /c/a /c/d/ /c/d/b /g.txt "
                                : "/ /c/ /c/a /c/d/ /c/d/b /f.txt /g.txt ");
     EXPECT_THAT(Changes(),
@@ -43,17 +43,17 @@ TEST_P(StandardRelocation, ToANewName_Answers201)
 
 TEST_P(StandardRelocation, OfATree)
 {
-    EXPECT_EQ(Run(From("c/", "gen3/c2/")), kCreated) << "a name that begins with the source's";
+    EXPECT_EQ(Run(From("c/", "gen3/c2/")), kPlainCreated) << "a name that begins with the source's";
     EXPECT_EQ(world["gen3"].Content("/gen3/c2/d/b"), "bbb");
 }
 
 TEST_P(StandardRelocation, OverWhatIsThere_Answers204AndReplacesItWhole)
 {
     world["gen3"].AddFile("/gen3/t/old", "old");
-    EXPECT_EQ(Run(From("c", "gen3/t")), kReplaced);
+    EXPECT_EQ(Run(From("c", "gen3/t")), kPlainReplaced);
     EXPECT_FALSE(world["gen3"].Has("/gen3/t/old"));
     EXPECT_EQ(world["gen3"].Content("/gen3/t/d/b"), "bbb");
-    EXPECT_EQ(Run(From("f.txt", "gen3/t")), kReplaced) << "a file over a collection";
+    EXPECT_EQ(Run(From("f.txt", "gen3/t")), kPlainReplaced) << "a file over a collection";
     EXPECT_EQ(world["gen3"].Content("/gen3/t"), "hello world");
 }
 
@@ -61,7 +61,7 @@ TEST_P(StandardRelocation, OverWhatIsThereWithOverwriteF_Answers412)
 {
     EXPECT_EQ(Run(From("f.txt", "gen3/c/a", false)), Plain("412"));
     EXPECT_EQ(world["gen3"].Content("/gen3/c/a"), "aa");
-    EXPECT_EQ(Run(From("f.txt", "gen3/n", false)), kCreated);
+    EXPECT_EQ(Run(From("f.txt", "gen3/n", false)), kPlainCreated);
     EXPECT_THAT(Changes(),
                 testing::Contains("gen3.3." + Name() + "(/gen3/f.txt, /gen3/n, keep, -)"));
 }
@@ -95,7 +95,7 @@ TEST_P(StandardRelocation, ToANewNameInANewSession)
 {
     Request request = From("f.txt", "other/n").Session(7);
     request.path = "/Ferro/other/f.txt";
-    EXPECT_EQ(Run(request), kCreated) << "the provider knows no names that do not exist";
+    EXPECT_EQ(Run(request), kPlainCreated) << "the provider knows no names that do not exist";
 }
 
 TEST_P(StandardRelocation, ToAnotherProvider_Answers502)
@@ -137,10 +137,10 @@ TEST_P(StandardRelocation, BadDestination_Answers400)
 TEST_P(StandardRelocation, DestinationsEscapesAreDecodedOnce)
 {
     // A path has none; the host writes "%25" for "%" into a URL.
-    EXPECT_EQ(Run(From("f.txt", IsMove() ? "gen3/a%20b" : "gen3/a%2520b")), kCreated);
+    EXPECT_EQ(Run(From("f.txt", IsMove() ? "gen3/a%20b" : "gen3/a%2520b")), kPlainCreated);
     EXPECT_TRUE(world["gen3"].Has("/gen3/a%20b"));
     if (!IsMove()) {
-        EXPECT_EQ(Run(From("f.txt", "gen3/%C3%A4%E2%82%ac%F0%9F%98%80")), kCreated);
+        EXPECT_EQ(Run(From("f.txt", "gen3/%C3%A4%E2%82%ac%F0%9F%98%80")), kPlainCreated);
         EXPECT_TRUE(world["gen3"].Has("/gen3/\u00e4\u20ac\U0001F600"));
     }
 }
@@ -148,7 +148,7 @@ TEST_P(StandardRelocation, DestinationsEscapesAreDecodedOnce)
 TEST_P(StandardRelocation, UnderConditionsAboutTheSource)
 {
     EXPECT_EQ(Run(From("f.txt", "gen3/n").Header("If-Match", "\"v9\"")), Plain("412"));
-    EXPECT_EQ(Run(From("f.txt", "gen3/n").Header("If-Match", "\"v1\"")), kCreated);
+    EXPECT_EQ(Run(From("f.txt", "gen3/n").Header("If-Match", "\"v1\"")), kPlainCreated);
 }
 
 TEST_P(StandardRelocation, LockedDestination_Answers423)
@@ -160,7 +160,7 @@ TEST_P(StandardRelocation, LockedDestination_Answers423)
     EXPECT_EQ(Run(From("f.txt", "gen3/c/n")
                       .Header("If", "<http://server.example:8080/Ferro/gen3/c> "
                                     "(<opaquelocktoken:t-1>)")),
-              kCreated);
+              kPlainCreated);
 }
 
 TEST_P(StandardRelocation, LockedMemberOfWhatIsReplaced_Answers207AndChangesNothing)
@@ -229,7 +229,7 @@ TEST_F(StandardCopy, OfDepth0_TakesNoMembers)
 {
     EXPECT_EQ(Run(Request(KestMethodCopy, "/Ferro/gen3/c")
                       .To("http://server.example:8080/Ferro/gen3/n/", TRUE, 0)),
-              kCreated);
+              kPlainCreated);
     EXPECT_TRUE(world["gen3"].Has("/gen3/n"));
     EXPECT_FALSE(world["gen3"].Has("/gen3/n/a"));
     EXPECT_THAT(Changes(), ElementsAre("gen3.3.Copy(/gen3/c, /gen3/n, overwrite, shallow, -)"));

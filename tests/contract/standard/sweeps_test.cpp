@@ -19,11 +19,6 @@ void PrintTo(const Swept& swept, std::ostream* out)
     *out << swept.name;
 }
 
-constexpr char kLockInfo[] =
-    "<D:lockinfo xmlns:D=\"DAV:\"><D:lockscope><D:exclusive/></D:lockscope><D:locktype><D:write/>"
-    "</D:locktype></D:lockinfo>";
-constexpr char kPatch[] = "<D:propertyupdate xmlns:D=\"DAV:\"><D:set><D:prop><p>new</p></D:prop>"
-                          "</D:set></D:propertyupdate>";
 constexpr char kNamed[] = "<D:propfind xmlns:D=\"DAV:\"><D:prop><D:getetag/><p/><D:lockdiscovery/>"
                           "<D:quota-used-bytes/></D:prop></D:propfind>";
 
@@ -35,11 +30,6 @@ void Lock(World& world)
 void BeginUpload(World& world)
 {
     world.Run(Begin("f.txt", {"hello"}));
-}
-
-Request Of(UINT32 method, const char* name = "f.txt")
-{
-    return Request(method, std::string("/Ferro/gen3/") + name);
 }
 
 std::vector<Swept> Everything()
@@ -85,8 +75,8 @@ std::vector<Swept> Everything()
         {"PROPFIND by names", Of(KestMethodPropFind).Header("Depth", "0").Body({kNamed}), Lock},
         {"PROPFIND of members", Of(KestMethodPropFind, "c").Header("Depth", "1")},
         {"PROPPATCH", Of(KestMethodPropPatch).Body({kPatch})},
-        {"LOCK", Of(KestMethodLock).Body({kLockInfo})},
-        {"LOCK of a new name", Of(KestMethodLock, "n").Body({kLockInfo})},
+        {"LOCK", Of(KestMethodLock).Body({kExclusiveLock})},
+        {"LOCK of a new name", Of(KestMethodLock, "n").Body({kExclusiveLock})},
         {"LOCK that refreshes", Of(KestMethodLock).Header("If", token), Lock},
         {"UNLOCK", Of(KestMethodUnlock).Header("Lock-Token", "<opaquelocktoken:t>"), Lock},
     };

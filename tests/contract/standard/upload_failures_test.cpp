@@ -9,8 +9,6 @@ namespace standard_tests {
 
 namespace {
 
-constexpr char kNew[] = "ETag: \"v1\"\nLast-Modified: Sat, 31 Jan 2026 13:00:00 GMT\n";
-
 struct Row {
     UINT16 code;
     const char* status;
@@ -261,7 +259,7 @@ TEST_F(StandardUploadFailures, MemoryThatIsShort_IsNoOtherMediaType)
 
 // -- Every call in turn.
 
-struct Swept {
+struct SweptUpload {
     const char* why;
     Request request;
     int begun; // bytes of the upload that is there before, -1: none
@@ -293,7 +291,7 @@ TEST(StandardUploadSweeps, EveryCallMayFail)
         return request.Header("X-OC-Mtime", "1769862600").Header("If-Match", "\"v1\"");
     };
     const std::string place = PlaceOf("f.txt");
-    const Swept rows[] = {
+    const SweptUpload rows[] = {
         {"a part begins", date(Begin("f.txt", {"he", "llo"})).TakesInterims(), -1},
         {"the whole", date(Begin("f.txt", {"hello", "!!"}, "?1")).TakesInterims(), -1},
         {"a part is added", Append(place, 5, {"!"}), 5},
@@ -302,7 +300,7 @@ TEST(StandardUploadSweeps, EveryCallMayFail)
         {"asked what is offered", Request(KestMethodOptions, "/Ferro/gen3/f.txt"), 5},
         {"cancelled", Request(KestMethodDelete, place), 5},
     };
-    for (const Swept& row : rows) {
+    for (const SweptUpload& row : rows) {
         SCOPED_TRACE(row.why);
         const std::string before = row.begun < 0 ? "" : "hello";
         harness::ExpectEveryFailureIsSurvived(

@@ -8,9 +8,6 @@ namespace standard_tests {
 
 namespace {
 
-constexpr char kNew[] = "ETag: \"v1\"\nLast-Modified: Sat, 31 Jan 2026 13:00:00 GMT\n";
-constexpr char kChanged[] = "ETag: \"v2\"\nLast-Modified: Sat, 31 Jan 2026 13:00:00 GMT\n";
-
 // -- Begun.
 
 TEST_F(StandardUploads, PartOfANewFile_IsKeptAndNotPublished)

@@ -29,11 +29,6 @@ namespace {
 
 std::string g_token; // of the lock that the running case has taken before
 
-World& Here()
-{
-    return World::Get();
-}
-
 std::string Find(const std::string& path, const char* depth, const std::string& body = {})
 {
     return World::Request("PROPFIND", path, std::string("Depth: ") + depth + "\r\n", body);
@@ -52,7 +47,7 @@ const std::string kLockInfo =
 // What a client finds without a failure: the body of the property, or what came instead.
 std::string PropertyOf(const std::string& path)
 {
-    return Here().Ask(Find(path, "0", kNamed), false).body;
+    return World::Get().Ask(Find(path, "0", kNamed), false).body;
 }
 
 std::string CheckPatched(bool isTold)
@@ -74,13 +69,13 @@ std::string CheckDeleted(bool isTold)
 
 std::string CheckUnlocked(bool isTold)
 {
-    const int status = Here().Ask(World::Request("PUT", "file", "", "new"), false).status;
+    const int status = World::Get().Ask(World::Request("PUT", "file", "", "new"), false).status;
     return status == 423 && isTold ? "the lock is still there" : "";
 }
 
 std::string CheckLocked(bool isTold)
 {
-    const int status = Here().Ask(World::Request("PUT", "file", "", "new"), false).status;
+    const int status = World::Get().Ask(World::Request("PUT", "file", "", "new"), false).status;
     return status != 423 && isTold ? "the lock is not there" : "";
 }
 
@@ -186,7 +181,7 @@ std::vector<Case> Changing()
 {
     const auto withToken = [](const std::string& method, const std::string& header) {
         return [method, header] {
-            g_token = Here().Lock("file");
+            g_token = World::Get().Lock("file");
             return World::Request(method, "file", header + g_token + "\r\n");
         };
     };

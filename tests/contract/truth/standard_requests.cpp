@@ -13,11 +13,6 @@ std::string g_place; // of the upload that the running case has begun before
 // More than a connection receives before it calls the handler, so that the upload is announced.
 const std::string kLong(100'000, 'n');
 
-World& Here()
-{
-    return World::Get();
-}
-
 std::function<std::string(bool)> Holds(const std::string& path, const std::string& wanted)
 {
     const auto before = std::string("content");
@@ -36,7 +31,7 @@ std::string Marked(const std::string& path, const std::string& complete, const s
 std::function<std::string()> BeginUpload(const std::string& complete, const std::string& body)
 {
     return [=] {
-        Here().Prepare(Marked("dir/two", "?0", "another"), 201);
+        World::Get().Prepare(Marked("dir/two", "?0", "another"), 201);
         return Marked("file", complete, body);
     };
 }
@@ -46,7 +41,7 @@ std::function<std::string()> OfUpload(const std::string& method, const std::stri
                                       const std::string& body)
 {
     return [=] {
-        const auto begun = Here().Ask(Marked("file", "?0", "hello"), false);
+        const auto begun = World::Get().Ask(Marked("file", "?0", "hello"), false);
         EXPECT_EQ(201, begun.status) << begun.body;
         g_place = begun.Header("Location");
         std::string request = World::Request(method, "", headers, body);
@@ -66,7 +61,7 @@ std::function<std::string()> Append(const std::string& complete)
 
 kestd::test::Answer Look()
 {
-    return Here().Ask("HEAD " + g_place + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n", true);
+    return World::Get().Ask("HEAD " + g_place + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n", true);
 }
 
 std::string CheckUnchanged(bool)
@@ -98,7 +93,7 @@ std::string CheckCancelled(bool isTold)
 
 std::string CheckRefreshed(bool)
 {
-    const int status = Here().Ask(World::Request("PUT", "file", "", "new"), false).status;
+    const int status = World::Get().Ask(World::Request("PUT", "file", "", "new"), false).status;
     return status == 423 ? "" : "the lock is lost";
 }
 
@@ -122,7 +117,7 @@ std::string CheckLargeMoved(bool isTold)
 std::string Refresh()
 {
     return World::Request("LOCK", "file",
-                          "Timeout: Second-100\r\nIf: (" + Here().Lock("file") + ")\r\n");
+                          "Timeout: Second-100\r\nIf: (" + World::Get().Lock("file") + ")\r\n");
 }
 
 const std::string kExtended =
@@ -133,7 +128,7 @@ std::string CheckMadeWithProperty(bool isTold)
 {
     if (!Has("dir/made"))
         return isTold ? "the folder is not there" : "";
-    const auto found = Here().Ask(
+    const auto found = World::Get().Ask(
         World::Request("PROPFIND", "dir/made", "Depth: 0\r\n",
                        "<D:propfind xmlns:D=\"DAV:\"><D:prop><p/></D:prop></D:propfind>"),
         false);

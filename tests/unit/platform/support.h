@@ -24,6 +24,7 @@ constexpr TALSTATUS Failure(UINT16 code)
 {
     return MakeStatus(kFacilityPlatform, code);
 }
+inline constexpr TALSTATUS kRefused = Failure(kCodeInvalidParameter);
 
 inline UNICODE_STRING Counted(std::u16string_view text)
 {

@@ -8,7 +8,6 @@
 namespace talpl_test {
 namespace {
 
-const TALSTATUS kRefused = Failure(kCodeInvalidParameter);
 const TALSTATUS kBusy = Failure(kCodeTimeout);
 
 template <class F> auto OnAnotherThread(F&& f)

@@ -11,8 +11,6 @@
 namespace talpl_test {
 namespace {
 
-const TALSTATUS kRefused = Failure(kCodeInvalidParameter);
-
 void WaitUntil(const std::atomic<bool>& flag)
 {
     while (!flag)

@@ -22,7 +22,7 @@ Current File(const char* tag = R"("t")", UINT64 modified = kDate + 5)
     return {true, ReadEntityTag(tag), modified};
 }
 
-struct Row {
+struct JudgedRow {
     const char* why;
     Conditions conditions;
     Current current;
@@ -37,7 +37,7 @@ constexpr Verdict kSame = Verdict::NotModified;
 TEST(Conditions, EachAndInTheirOrder)
 {
     const Current none;
-    const Row rows[] = {
+    const JudgedRow rows[] = {
         {"none at all", {}, File(), kGo, kGo},
         {"none at all, nothing there", {}, none, kGo, kGo},
         {"If-Match: *", {.match = "*"}, File(), kGo, kGo},
@@ -84,7 +84,7 @@ TEST(Conditions, EachAndInTheirOrder)
          kFailed,
          kFailed},
     };
-    for (const Row& row : rows) {
+    for (const JudgedRow& row : rows) {
         SCOPED_TRACE(row.why);
         EXPECT_EQ(Judge(row.conditions, row.current, true), row.reading);
         EXPECT_EQ(Judge(row.conditions, row.current, false), row.changing);

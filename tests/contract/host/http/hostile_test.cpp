@@ -12,11 +12,6 @@ namespace {
 
 using Hostile = ServerTest;
 
-std::string Request(std::string_view line, std::string_view fields = "")
-{
-    return std::string(line) + " HTTP/1.1\r\nHost: h\r\n" + std::string(fields) + "\r\n";
-}
-
 // Whatever an intermediary would read another way, so that one of the two takes a part of a request
 // for the next one: refused, wherever the text is cut, and nothing behind it is served.
 TEST_F(Hostile, WhatTwoReadersTakeDifferentlyIsRefusedWhereverItIsCut)
@@ -160,13 +155,15 @@ TEST_F(Hostile, StoredContentIsNoScriptForABrowserThatAsksForOne)
     const Running running = Start();
     for (const char* use : {"script", "worker", "serviceworker", "sharedworker", "audioworklet"})
         EXPECT_EQ(
-            Ask(Request("GET /Ferro/a.js", std::string("Sec-Fetch-Dest: ") + use + "\r\n")).status,
+            Ask(RequestText("GET /Ferro/a.js", std::string("Sec-Fetch-Dest: ") + use + "\r\n"))
+                .status,
             403)
             << use;
     EXPECT_EQ(module.calls, 0);
     for (const char* use : {"document", "empty", "image", "video", "style", "iframe"})
         EXPECT_EQ(
-            Ask(Request("GET /Ferro/a.js", std::string("Sec-Fetch-Dest: ") + use + "\r\n")).status,
+            Ask(RequestText("GET /Ferro/a.js", std::string("Sec-Fetch-Dest: ") + use + "\r\n"))
+                .status,
             200)
             << use;
 }
@@ -192,7 +189,7 @@ TEST_F(Hostile, RepliesTellBrowsersWhatTheyAre)
     const auto ask = [&](const char* newType, bool newIsFile) {
         type = newType;
         isFile = newIsFile;
-        return Ask(Request("GET /Ferro/docs/a"));
+        return Ask(RequestText("GET /Ferro/docs/a"));
     };
     const Answer page = ask("text/html; charset=\"utf-8\"", false);
     const std::string policy = page.Header("Content-Security-Policy");
@@ -217,7 +214,7 @@ TEST_F(Hostile, RepliesTellBrowsersWhatTheyAre)
 
     type = "text/html; charset=\"utf-8\"";
     isFile = false;
-    const Answer data = Ask(Request("GET /Ferro/docs/.index_xml"));
+    const Answer data = Ask(RequestText("GET /Ferro/docs/.index_xml"));
     EXPECT_EQ(data.Header("Content-Security-Policy").find("sandbox; default-src 'none';"), 0u);
 }
 

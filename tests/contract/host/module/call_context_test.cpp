@@ -7,9 +7,6 @@ namespace kestd::test {
 
 namespace {
 
-const std::string kGet = "GET /Ferro/a?x=%20y HTTP/1.1\r\nHost: h:81\r\nAccept: text/html\r\n"
-                         "X-One: 1\r\nx-one: 2\r\nRange: bytes=0-1\r\n\r\n";
-
 class Context : public ServerTest {
   protected:
     static IKestCallContext* Get()
@@ -43,7 +40,7 @@ TEST_F(Context, NamesTheRunningCallAndNoOther)
         return io.SendHeader(200);
     };
     const Running running = Start();
-    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(Ask(kGetWithFields).status, 200);
 }
 
 // Counts its references; whoever made it owns one.
@@ -82,7 +79,7 @@ TEST_F(Context, AttachedObjectsBelongToTheRequestAndGoWithIt)
     };
     for (int i = 0; i < 2; ++i) {
         const Running running = Start();
-        EXPECT_EQ(Ask(kGet).status, 200);
+        EXPECT_EQ(Ask(kGetWithFields).status, 200);
         Stop(); // the handler releases them after its reply
         EXPECT_EQ(first.references, 1u);
         EXPECT_EQ(second.references, 1u);
@@ -106,7 +103,7 @@ TEST_F(Context, AttachmentsAreBoundedAndCheckTheirArguments)
         return io.SendHeader(200);
     };
     const Running running = Start();
-    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(Ask(kGetWithFields).status, 200);
     GUID key{};
     IUnknown* found = nullptr;
     BOOLEAN cancelled = TRUE;
@@ -138,14 +135,14 @@ TEST_F(Context, LateFailureTakesThePlaceOfASuccess)
     };
     const Running running = Start();
     for (; moment < 3; ++moment) {
-        const Answer answer = Ask(kGet);
+        const Answer answer = Ask(kGetWithFields);
         EXPECT_EQ(answer.status, 507) << moment;
         EXPECT_EQ(answer.Header("ETag"), "(none)");
         EXPECT_EQ(answer.body, "507 Insufficient Storage\n");
     }
-    EXPECT_EQ(Ask(kGet).status, 507); // what could not be looked at is not missing
+    EXPECT_EQ(Ask(kGetWithFields).status, 507); // what could not be looked at is not missing
     ++moment;
-    EXPECT_EQ(Ask(kGet).status, 201);
+    EXPECT_EQ(Ask(kGetWithFields).status, 201);
 }
 
 } // namespace

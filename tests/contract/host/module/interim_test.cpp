@@ -13,8 +13,6 @@ namespace kestd::test {
 
 namespace {
 
-constexpr char kGet[] = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
-
 struct Line {
     std::string name;
     std::string value;

@@ -9,9 +9,6 @@ namespace {
 
 using Io = ServerTest;
 
-const std::string kGet = "GET /Ferro/a?x=%20y HTTP/1.1\r\nHost: h:81\r\nAccept: text/html\r\n"
-                         "X-One: 1\r\nx-one: 2\r\nRange: bytes=0-1\r\n\r\n";
-
 TEST_F(Io, RequestHeadersFollowTheLengthRules)
 {
     module.handler = [](IKestIO_5& io, UINT32) {
@@ -37,7 +34,7 @@ TEST_F(Io, RequestHeadersFollowTheLengthRules)
         return io.SendHeader(200);
     };
     const Running running = Start();
-    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(Ask(kGetWithFields).status, 200);
 }
 
 TEST_F(Io, RequestIsDescribed)
@@ -84,7 +81,7 @@ TEST_F(Io, RequestIsDescribed)
         return io.SendHeader(200);
     };
     const Running running = Start();
-    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(Ask(kGetWithFields).status, 200);
 }
 
 TEST_F(Io, NullArgumentsAreRefused)
@@ -116,7 +113,7 @@ TEST_F(Io, NullArgumentsAreRefused)
         return io.SendHeader(200);
     };
     const Running running = Start();
-    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(Ask(kGetWithFields).status, 200);
 }
 
 TEST_F(Io, OlderInterfaceIsOffered)
@@ -135,7 +132,7 @@ TEST_F(Io, OlderInterfaceIsOffered)
         return io.SendHeader(200);
     };
     const Running running = Start();
-    EXPECT_EQ(Ask(kGet).status, 200);
+    EXPECT_EQ(Ask(kGetWithFields).status, 200);
 }
 
 } // namespace

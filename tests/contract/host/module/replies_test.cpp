@@ -11,9 +11,6 @@ namespace {
 
 using Io = ServerTest;
 
-const std::string kGet = "GET /Ferro/a?x=%20y HTTP/1.1\r\nHost: h:81\r\nAccept: text/html\r\n"
-                         "X-One: 1\r\nx-one: 2\r\nRange: bytes=0-1\r\n\r\n";
-
 TEST_F(Io, ReplyHeadersAreReplacedAndNeverSplit)
 {
     module.handler = [](IKestIO_5& io, UINT32) {
@@ -33,7 +30,7 @@ TEST_F(Io, ReplyHeadersAreReplacedAndNeverSplit)
         return TAL_STATUS_SUCCESS;
     };
     const Running running = Start();
-    const Answer answer = Ask(kGet);
+    const Answer answer = Ask(kGetWithFields);
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.Header("X-Test"), "two");
     EXPECT_EQ(answer.Header("X-Evil"), "(none)");
@@ -231,7 +228,7 @@ TEST_F(Io, LargeWritesArriveWhole)
         return TAL_STATUS_SUCCESS;
     };
     const Running running = Start();
-    const Answer answer = Ask(kGet);
+    const Answer answer = Ask(kGetWithFields);
     EXPECT_EQ(answer.body.size(), 20 * block.size());
     EXPECT_TRUE(answer.isWhole);
 }
@@ -251,7 +248,7 @@ TEST_F(Io, ClientThatLeavesFailsTheWrite)
     const Running running = Start();
     {
         Client client(port);
-        ASSERT_TRUE(client.Send(kGet));
+        ASSERT_TRUE(client.Send(kGetWithFields));
         EXPECT_FALSE(client.Receive(true).head.empty());
     }
     server->Stop();

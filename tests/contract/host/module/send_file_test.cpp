@@ -18,8 +18,6 @@ namespace kestd::test {
 
 namespace {
 
-constexpr char kGet[] = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
-
 // Bytes that tell where they stand.
 std::string Content(size_t size)
 {

@@ -61,8 +61,6 @@ namespace {
 
 using Accept = ServerTest;
 
-const std::string kGet = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
-
 int OpenDescriptors()
 {
     DIR* const directory = opendir("/proc/self/fd");

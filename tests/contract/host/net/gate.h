@@ -12,8 +12,6 @@
 
 namespace kestd::test {
 
-inline const std::string kGet = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
-
 // Holds module calls until it is opened.
 class Gate {
   public:

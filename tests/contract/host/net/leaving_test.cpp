@@ -14,8 +14,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-const std::string kGet = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
-
 bool IsCancelled()
 {
     void* out = nullptr;

@@ -135,8 +135,6 @@ class Tls : public ServerTest {
     std::string content;
 };
 
-const std::string kGet = "GET /Ferro/a HTTP/1.1\r\nHost: h\r\n\r\n";
-
 TEST_F(Tls, ContentGoesBothWays)
 {
     const Running running = Start(settings);

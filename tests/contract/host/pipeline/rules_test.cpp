@@ -14,11 +14,6 @@ namespace {
 
 using Rules = ServerTest;
 
-std::string Request(std::string_view line, std::string_view fields = "")
-{
-    return std::string(line) + " HTTP/1.1\r\nHost: h\r\n" + std::string(fields) + "\r\n";
-}
-
 TEST_F(Rules, HostileRequestsAreRefusedAndTheConnectionCloses)
 {
     static constexpr struct {
@@ -124,7 +119,8 @@ TEST_F(Rules, ModuleSeesDecodedPathsUnderItsLocation)
         {"http://other/Ferro/c?q", u"/Ferro/c"},
     };
     for (const auto& row : kRows) {
-        EXPECT_EQ(client.Ask(Request(std::string("GET ") + row.target)).status, 200) << row.target;
+        EXPECT_EQ(client.Ask(RequestText(std::string("GET ") + row.target)).status, 200)
+            << row.target;
         EXPECT_EQ(seen, row.path) << row.target;
     }
 }
@@ -132,7 +128,7 @@ TEST_F(Rules, ModuleSeesDecodedPathsUnderItsLocation)
 TEST_F(Rules, EmptyLinesBeforeARequestAreIgnored)
 {
     const Running running = Start();
-    const std::string text = "\r\n\r\n" + Request("GET /Ferro/a");
+    const std::string text = "\r\n\r\n" + RequestText("GET /Ferro/a");
     for (size_t cut = 0; cut < text.size(); ++cut) {
         Client client(port);
         ASSERT_TRUE(client.Send(std::string_view(text).substr(0, cut)));
@@ -144,7 +140,7 @@ TEST_F(Rules, OptionsAboveTheModuleTellWhatIsBelow)
 {
     const Running running = Start();
     for (const char* target : {"*", "/"}) {
-        const Answer answer = Ask(Request(std::string("OPTIONS ") + target));
+        const Answer answer = Ask(RequestText(std::string("OPTIONS ") + target));
         EXPECT_EQ(answer.status, 200) << target;
         EXPECT_EQ(answer.Header("DAV"), "1, 2");
         EXPECT_EQ(answer.Header("MS-Author-Via"), "DAV");
@@ -157,18 +153,18 @@ TEST_F(Rules, OptionsAboveTheModuleTellWhatIsBelow)
 TEST_F(Rules, RootLeadsToTheModule)
 {
     const Running running = Start();
-    const Answer get = Ask(Request("GET /"));
+    const Answer get = Ask(RequestText("GET /"));
     EXPECT_EQ(get.status, 302);
     EXPECT_EQ(get.Header("Location"), "/Ferro/");
-    const Answer none = Ask(Request("PROPFIND /", "Depth: 0\r\n"));
+    const Answer none = Ask(RequestText("PROPFIND /", "Depth: 0\r\n"));
     EXPECT_EQ(none.status, 207);
     EXPECT_NE(none.body.find("<D:href>/</D:href>"), std::string::npos);
     EXPECT_EQ(none.body.find("Ferro"), std::string::npos);
-    const Answer one = Ask(Request("PROPFIND /", "Depth: 1\r\nContent-Length: 3\r\n") + "<a>");
+    const Answer one = Ask(RequestText("PROPFIND /", "Depth: 1\r\nContent-Length: 3\r\n") + "<a>");
     EXPECT_EQ(one.status, 207);
     EXPECT_NE(one.body.find("<D:href>/Ferro/</D:href>"), std::string::npos);
     EXPECT_EQ(one.Header("Content-Type"), "application/xml; charset=\"utf-8\"");
-    const Answer deep = Ask(Request("PROPFIND /"));
+    const Answer deep = Ask(RequestText("PROPFIND /"));
     EXPECT_NE(deep.body.find("<D:href>/Ferro/</D:href>"), std::string::npos)
         << "no depth is the greatest one";
     EXPECT_EQ(module.calls, 0);
@@ -177,12 +173,12 @@ TEST_F(Rules, RootLeadsToTheModule)
 TEST_F(Rules, AncestorsOfADeeperLocationAreCollections)
 {
     const Running running = Start(QuietSettings(), "/dav/deep");
-    EXPECT_NE(Ask(Request("PROPFIND /", "Depth: 1\r\n")).body.find("<D:href>/dav/</D:href>"),
+    EXPECT_NE(Ask(RequestText("PROPFIND /", "Depth: 1\r\n")).body.find("<D:href>/dav/</D:href>"),
               std::string::npos);
     EXPECT_NE(
-        Ask(Request("PROPFIND /dav/", "Depth: 1\r\n")).body.find("<D:href>/dav/deep/</D:href>"),
+        Ask(RequestText("PROPFIND /dav/", "Depth: 1\r\n")).body.find("<D:href>/dav/deep/</D:href>"),
         std::string::npos);
-    EXPECT_EQ(Ask(Request("GET /dav")).Header("Location"), "/dav/deep/");
+    EXPECT_EQ(Ask(RequestText("GET /dav")).Header("Location"), "/dav/deep/");
     EXPECT_EQ(module.calls, 0);
 }
 
@@ -194,8 +190,8 @@ TEST_F(Rules, AncestorsTellWhatTheyHave)
     const Running running = Start(settings, "/dav/a&b/deep");
     const auto find = [this](const std::string& path, const std::string& depth,
                              const std::string& body) {
-        return Ask(Request("PROPFIND " + path,
-                           depth + "Content-Length: " + std::to_string(body.size()) + "\r\n") +
+        return Ask(RequestText("PROPFIND " + path,
+                               depth + "Content-Length: " + std::to_string(body.size()) + "\r\n") +
                    body);
     };
     const Answer named = find(
@@ -249,16 +245,17 @@ TEST_F(Rules, AccessControlDecidesBeforeTheModule)
         return admission;
     };
     const Running running = Start();
-    const Answer none = Ask(Request("GET /Ferro/a"));
+    const Answer none = Ask(RequestText("GET /Ferro/a"));
     EXPECT_EQ(none.status, 401);
     EXPECT_EQ(none.Header("WWW-Authenticate"), "Basic realm=\"Kest\"");
-    EXPECT_EQ(Ask(Request("GET /Ferro/a", "Authorization: Basic bad\r\n")).status, 403);
-    const Answer busy = Ask(Request("GET /Ferro/a", "Authorization: Basic busy\r\n"));
+    EXPECT_EQ(Ask(RequestText("GET /Ferro/a", "Authorization: Basic bad\r\n")).status, 403);
+    const Answer busy = Ask(RequestText("GET /Ferro/a", "Authorization: Basic busy\r\n"));
     EXPECT_EQ(busy.status, 503);
     EXPECT_NE(busy.Header("Retry-After"), "(none)");
     EXPECT_EQ(module.calls, 0);
-    const Answer good = Ask(Request("GET /Ferro/a", "Cookie: a=1\r\nAuthorization: Basic good\r\n"
-                                                    "Cookie: b=2\r\nAccept: text/html,*/*\r\n"));
+    const Answer good =
+        Ask(RequestText("GET /Ferro/a", "Cookie: a=1\r\nAuthorization: Basic good\r\n"
+                                        "Cookie: b=2\r\nAccept: text/html,*/*\r\n"));
     EXPECT_EQ(good.status, 200);
     EXPECT_EQ(good.Header("Set-Cookie"), "kest=1; Path=/; HttpOnly");
     EXPECT_EQ(module.calls, 1);
@@ -275,7 +272,7 @@ TEST_F(Rules, UnauthorizedUploadIsRefusedBeforeItsBody)
     const Running running = Start();
     Client client(port);
     const Answer answer = client.Ask(
-        Request("PUT /Ferro/big", "Content-Length: 1000000000\r\nExpect: 100-continue\r\n"));
+        RequestText("PUT /Ferro/big", "Content-Length: 1000000000\r\nExpect: 100-continue\r\n"));
     EXPECT_EQ(answer.status, 401);
     EXPECT_EQ(answer.Header("Connection"), "close");
     EXPECT_TRUE(client.Send(std::string(300000, 'x'))); // some of it is listened to
@@ -289,7 +286,7 @@ TEST_F(Rules, EndOfAClientThatHasSaidAllIsSeen)
     const Running running = Start();
     for (int i = 0; i < 20; ++i) {
         Client client(port);
-        ASSERT_TRUE(client.Send(Request("GET /Ferro/a") + Request("GET /Ferro/b")));
+        ASSERT_TRUE(client.Send(RequestText("GET /Ferro/a") + RequestText("GET /Ferro/b")));
         client.EndSending();
         EXPECT_EQ(client.Receive().status, 200);
         EXPECT_EQ(client.Receive().status, 200);
@@ -309,7 +306,7 @@ TEST_F(Rules, LongPipelineIsAnsweredInOrder)
     constexpr int kRequests = 300; // several turns of one connection
     std::string all;
     for (int i = 0; i < kRequests; ++i)
-        all.append(Request("GET /Ferro/" + std::to_string(i)));
+        all.append(RequestText("GET /Ferro/" + std::to_string(i)));
     Client client(port);
     ASSERT_TRUE(client.Send(all));
     for (int i = 0; i < kRequests; ++i)
@@ -338,7 +335,7 @@ TEST_F(Rules, KeepAliveFollowsVersionAndWish)
         if (row.closes)
             EXPECT_TRUE(client.IsClosed()) << row.text;
         else
-            EXPECT_EQ(client.Ask(Request("GET /Ferro/b")).status, 200) << row.text;
+            EXPECT_EQ(client.Ask(RequestText("GET /Ferro/b")).status, 200) << row.text;
     }
 }
 
@@ -393,8 +390,8 @@ TEST_F(Rules, PostsFromPagesOfOtherSitesAreRefused)
     };
     const Running running = Start();
     for (const auto& row : kRows)
-        EXPECT_EQ(Ask(Request("POST /Ferro/docs", row.fields)).status, row.status) << row.why;
-    EXPECT_EQ(Ask(Request("PUT /Ferro/docs/a", "Origin: http://evil.example\r\n")).status, 200)
+        EXPECT_EQ(Ask(RequestText("POST /Ferro/docs", row.fields)).status, row.status) << row.why;
+    EXPECT_EQ(Ask(RequestText("PUT /Ferro/docs/a", "Origin: http://evil.example\r\n")).status, 200)
         << "browsers ask before they send this one";
 }
 
@@ -409,8 +406,8 @@ TEST_F(Rules, EachRequestLeavesOneLineInTheLog)
     settings.accessLog = true;
     const Running running = Start(settings);
     Client client(port);
-    EXPECT_EQ(client.Ask(Request("GET /Ferro/a%20b?q=\"x")).status, 200);
-    EXPECT_EQ(client.Ask(Request("GET /nowhere")).status, 404);
+    EXPECT_EQ(client.Ask(RequestText("GET /Ferro/a%20b?q=\"x")).status, 200);
+    EXPECT_EQ(client.Ask(RequestText("GET /nowhere")).status, 404);
     EXPECT_EQ(client.Ask("NONSENSE\r\n\r\n").status, 400);
     server->Stop();
     dup2(before, STDERR_FILENO);
@@ -456,25 +453,25 @@ TEST_F(Wharf, StaticFilesAreServedAndRevalidated)
     settings.wharfDirectory = directory;
     const Running running = Start(settings);
     Client client(port);
-    const Answer answer = client.Ask(Request("GET /Wharf/common.js"));
+    const Answer answer = client.Ask(RequestText("GET /Wharf/common.js"));
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.body, "alert(1)");
     EXPECT_EQ(answer.Header("Content-Type"), "text/javascript; charset=utf-8");
     EXPECT_NE(answer.Header("Cache-Control").find("max-age"), std::string::npos);
     const Answer again = client.Ask(
-        Request("GET /Wharf/common.js", "If-None-Match: " + answer.Header("ETag") + "\r\n"));
+        RequestText("GET /Wharf/common.js", "If-None-Match: " + answer.Header("ETag") + "\r\n"));
     EXPECT_EQ(again.status, 304);
     const std::string other = "If-None-Match: \"x\"\r\n";
     const std::string since = "If-Modified-Since: " + answer.Header("Last-Modified") + "\r\n";
-    EXPECT_EQ(client.Ask(Request("GET /Wharf/common.js", since)).status, 304);
-    EXPECT_EQ(client.Ask(Request("GET /Wharf/common.js", other)).status, 200);
-    EXPECT_EQ(client.Ask(Request("GET /Wharf/common.js", other + since)).status, 200)
+    EXPECT_EQ(client.Ask(RequestText("GET /Wharf/common.js", since)).status, 304);
+    EXPECT_EQ(client.Ask(RequestText("GET /Wharf/common.js", other)).status, 200);
+    EXPECT_EQ(client.Ask(RequestText("GET /Wharf/common.js", other + since)).status, 200)
         << "a date counts for nothing where there is a tag";
-    const Answer head = client.Ask(Request("HEAD /Wharf/img/big.png"), true);
+    const Answer head = client.Ask(RequestText("HEAD /Wharf/img/big.png"), true);
     EXPECT_EQ(head.status, 200);
     EXPECT_EQ(head.Header("Content-Length"), "200000");
-    EXPECT_EQ(client.Ask(Request("GET /Wharf/img/big.png")).body, std::string(200000, 'p'));
-    EXPECT_EQ(client.Ask(Request("DELETE /Wharf/common.js")).status, 405);
+    EXPECT_EQ(client.Ask(RequestText("GET /Wharf/img/big.png")).body, std::string(200000, 'p'));
+    EXPECT_EQ(client.Ask(RequestText("DELETE /Wharf/common.js")).status, 405);
     EXPECT_EQ(module.calls, 0);
 }
 
@@ -486,7 +483,7 @@ TEST_F(Wharf, NothingElseIsReachable)
     for (const char* target :
          {"/Wharf/", "/Wharf/img", "/Wharf/img/", "/Wharf/leak", "/Wharf/link.js",
           "/Wharf/../../etc/passwd", "/Wharf//etc/passwd", "/Wharf/missing"})
-        EXPECT_EQ(Ask(Request(std::string("GET ") + target)).status, 404) << target;
+        EXPECT_EQ(Ask(RequestText(std::string("GET ") + target)).status, 404) << target;
 }
 
 } // namespace

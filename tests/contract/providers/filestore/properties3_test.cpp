@@ -9,7 +9,7 @@ using namespace filestore_test;
 
 namespace {
 
-constexpr UINT64 kSecond = 10'000'000;
+constexpr UINT64 kUnitsPerSecond = 10'000'000; // of dates
 
 class FileStoreProperties3 : public ThirdTest {
   protected:
@@ -83,7 +83,7 @@ TEST_F(FileStoreProperties3, ArePatchedInOrderAllOrNone)
     ASSERT_EQ(0u, Patch("/docs/a", changes));
     EXPECT_EQ((Strings{"{urn:x}p=2", "{urn:x}q=3"}), Properties("/docs/a"));
     std::vector bad = {Set("urn:x", "p", "new"), Set("urn:x", "1p", "x"), Remove("urn:x", "q"),
-                       Live(kPropertyModified, 12'900'000'000 * kSecond), Live(77, 1)};
+                       Live(kPropertyModified, 12'900'000'000 * kUnitsPerSecond), Live(77, 1)};
     const std::string tag = Tag("/docs/a");
     EXPECT_EQ(kCodeInvalidParameter, Code(Patch("/docs/a", bad)));
     EXPECT_EQ(0u, bad[0].Status);
@@ -131,14 +131,14 @@ TEST_F(FileStoreProperties3, ThatAreTooLongLeaveTheDeletedEntriesAlone)
 TEST_F(FileStoreProperties3, AreChangedTogetherWithDatesAndAttributes)
 {
     std::vector changes = {Set("urn:x", "p", "1"),
-                           Live(kPropertyModified, 12'900'000'000 * kSecond),
-                           Live(kPropertyCreated, 12'800'000'000 * kSecond),
+                           Live(kPropertyModified, 12'900'000'000 * kUnitsPerSecond),
+                           Live(kPropertyCreated, 12'800'000'000 * kUnitsPerSecond),
                            Live(kPropertyAttributes, kAttributeReadOnly | kAttributeHidden)};
     ASSERT_EQ(0u, Patch("/docs/a", changes));
     DAV_OBJECT_INFO info;
     ASSERT_EQ(0u, Info("/docs/a", &info));
-    EXPECT_EQ(12'900'000'000u, info.ModificationDate / kSecond);
-    EXPECT_EQ(12'800'000'000u, info.CreationDate / kSecond);
+    EXPECT_EQ(12'900'000'000u, info.ModificationDate / kUnitsPerSecond);
+    EXPECT_EQ(12'800'000'000u, info.CreationDate / kUnitsPerSecond);
     EXPECT_EQ(kAttributeReadOnly | kAttributeHidden, info.Attributes);
     EXPECT_EQ('"', TagOf(info).front());
     EXPECT_EQ(info.Attributes, Members("/docs").at("a").Attributes);
@@ -147,10 +147,10 @@ TEST_F(FileStoreProperties3, AreChangedTogetherWithDatesAndAttributes)
     ASSERT_EQ(0u, Info("/docs/a", &info));
     EXPECT_EQ(0u, info.Attributes);
     ASSERT_EQ(0u, MakeFolder("/docs/d"));
-    changes = {Live(kPropertyModified, 12'900'000'000 * kSecond)};
+    changes = {Live(kPropertyModified, 12'900'000'000 * kUnitsPerSecond)};
     ASSERT_EQ(0u, Patch("/docs/d", changes));
     ASSERT_EQ(0u, Info("/docs/d", &info));
-    EXPECT_EQ(12'900'000'000u, info.ModificationDate / kSecond);
+    EXPECT_EQ(12'900'000'000u, info.ModificationDate / kUnitsPerSecond);
 }
 
 TEST_F(FileStoreProperties3, AreChangedUnderPreconditions)

@@ -9,7 +9,7 @@
 namespace kestd {
 namespace {
 
-using Outcome = AuthResult::Outcome;
+using AuthOutcome = AuthResult::Outcome;
 
 class Gate : public testing::Test {
   protected:
@@ -30,7 +30,7 @@ class Gate : public testing::Test {
         credentials.cookie = cookie;
         credentials.wantsCookie = browser;
         AuthResult result = gate_.Authenticate(credentials);
-        if (result.outcome == Outcome::Granted)
+        if (result.outcome == AuthOutcome::Granted)
             gate_.ReleaseSession(result.session);
         return result;
     }
@@ -53,17 +53,17 @@ TEST_F(Gate, WithoutCredentials_ChallengesForUtf8)
 {
     gate_.SetRealm("my \"files\"");
     const AuthResult result = Enter("");
-    EXPECT_EQ(result.outcome, Outcome::Unauthorized);
+    EXPECT_EQ(result.outcome, AuthOutcome::Unauthorized);
     EXPECT_EQ(result.challenge, "Basic realm=\"my \\\"files\\\"\", charset=\"UTF-8\"");
     EXPECT_EQ(result.session.hId, nullptr);
-    EXPECT_EQ(Enter("Basic YW5uYTp3cm9uZw==").outcome, Outcome::Unauthorized);
+    EXPECT_EQ(Enter("Basic YW5uYTp3cm9uZw==").outcome, AuthOutcome::Unauthorized);
     EXPECT_EQ(sessions_.Count(), 0U);
 }
 
 TEST_F(Gate, ClientsWithoutCookies_ShareASessionPerUser)
 {
     const AuthResult first = Enter(kAnna);
-    EXPECT_EQ(first.outcome, Outcome::Granted);
+    EXPECT_EQ(first.outcome, AuthOutcome::Granted);
     EXPECT_EQ(first.user, "anna");
     EXPECT_EQ(first.setCookie, "");
     EXPECT_TRUE(IsSame(Enter(kAnna).session, first.session));
@@ -88,21 +88,21 @@ TEST_F(Gate, ForeignCookie_OpensNothing)
 {
     const AuthResult anna = Enter(kAnna, "", true);
     const AuthResult otto = Enter(kOtto, CookieOf(anna), true);
-    EXPECT_EQ(otto.outcome, Outcome::Granted);
+    EXPECT_EQ(otto.outcome, AuthOutcome::Granted);
     EXPECT_FALSE(IsSame(otto.session, anna.session));
     EXPECT_NE(CookieOf(otto), CookieOf(anna));
-    EXPECT_EQ(Enter("", CookieOf(anna), true).outcome, Outcome::Unauthorized);
+    EXPECT_EQ(Enter("", CookieOf(anna), true).outcome, AuthOutcome::Unauthorized);
 }
 
 TEST_F(Gate, OpenDoor_AdmitsTheLocalUser)
 {
     gate_.RequireCredentials(false);
     const AuthResult first = Enter("");
-    EXPECT_EQ(first.outcome, Outcome::Granted);
+    EXPECT_EQ(first.outcome, AuthOutcome::Granted);
     EXPECT_EQ(first.user, "");
     EXPECT_TRUE(IsSame(Enter(kAnna).session, first.session));
     gate_.RequireCredentials(true);
-    EXPECT_EQ(Enter("").outcome, Outcome::Unauthorized);
+    EXPECT_EQ(Enter("").outcome, AuthOutcome::Unauthorized);
 }
 
 TEST_F(Gate, EndedSession_IsReplaced)
@@ -127,11 +127,11 @@ TEST(FullHouse, AnswersUnavailable)
     Credentials browser;
     browser.wantsCookie = true;
     const AuthResult first = gate.Authenticate(browser);
-    ASSERT_EQ(first.outcome, Outcome::Granted);
-    EXPECT_EQ(gate.Authenticate({}).outcome, Outcome::Unavailable);
+    ASSERT_EQ(first.outcome, AuthOutcome::Granted);
+    EXPECT_EQ(gate.Authenticate({}).outcome, AuthOutcome::Unavailable);
     gate.ReleaseSession(first.session);
     const AuthResult second = gate.Authenticate({});
-    EXPECT_EQ(second.outcome, Outcome::Granted);
+    EXPECT_EQ(second.outcome, AuthOutcome::Granted);
     gate.ReleaseSession(second.session);
     sessions.EndAll();
 }
@@ -158,7 +158,7 @@ TEST_F(Gate, WhoHasSignedInOutsideNeedsNoPasswordAndHasItsGroups)
     credentials.externalSource = kProxySource;
     credentials.externalGroups = "Staff, Editors,,";
     const AuthResult first = gate_.Authenticate(credentials);
-    EXPECT_EQ(first.outcome, Outcome::Granted);
+    EXPECT_EQ(first.outcome, AuthOutcome::Granted);
     EXPECT_EQ(first.user, "berta");
     ASSERT_TRUE(first.groups);
     EXPECT_EQ(*first.groups, (std::vector<std::string>{"staff", "editors"}));
@@ -180,7 +180,7 @@ TEST_F(Gate, ACookieOfAnotherUserGivesOneWhoHasSignedInOutsideNothing)
     const std::string cookie = CookieOf(anna);
     credentials.cookie = cookie;
     const AuthResult berta = gate_.Authenticate(credentials);
-    EXPECT_EQ(berta.outcome, Outcome::Granted);
+    EXPECT_EQ(berta.outcome, AuthOutcome::Granted);
     EXPECT_EQ(sessions_.PrincipalOf(berta.session)->name, "berta");
     gate_.ReleaseSession(berta.session);
 }

@@ -23,7 +23,7 @@ struct Data {
 };
 
 // What the callbacks of the running test count and use.
-struct Calls {
+struct AttributeCalls {
     AttributeService* service = nullptr;
     HANDLE registration = nullptr;
     std::atomic<int> made{0};
@@ -33,30 +33,32 @@ struct Calls {
     bool cleanupDeletes = false;
     uint64_t seenAtCleanup = 0;
 };
-Calls* g_calls = nullptr; // written by the fixture, before and after every thread of a case
+AttributeCalls* g_attributeCalls =
+    nullptr; // written by the fixture, before and after every thread of a case
 
 TALSTATUS Init(Attribute* attribute, void* data)
 {
-    ++g_calls->made;
+    ++g_attributeCalls->made;
     static_cast<Data*>(attribute->pData)->value = *static_cast<uint64_t*>(data);
-    return g_calls->initResult;
+    return g_attributeCalls->initResult;
 }
 
 TALSTATUS Cleanup(SCHANDLE session)
 {
-    ++g_calls->cleaned;
+    ++g_attributeCalls->cleaned;
     Attribute* attribute = nullptr;
-    if (Failed(g_calls->service->Reference(session, g_calls->registration, kAttributeExclusive,
-                                           &attribute)))
+    if (Failed(g_attributeCalls->service->Reference(session, g_attributeCalls->registration,
+                                                    kAttributeExclusive, &attribute)))
         return 0;
-    g_calls->seenAtCleanup = static_cast<Data*>(attribute->pData)->value;
-    return g_calls->cleanupDeletes ? g_calls->service->Delete(kAttributeExclusive, attribute)
-                                   : g_calls->service->Dereference(kAttributeExclusive, attribute);
+    g_attributeCalls->seenAtCleanup = static_cast<Data*>(attribute->pData)->value;
+    return g_attributeCalls->cleanupDeletes
+               ? g_attributeCalls->service->Delete(kAttributeExclusive, attribute)
+               : g_attributeCalls->service->Dereference(kAttributeExclusive, attribute);
 }
 
 TALSTATUS Free(Attribute*)
 {
-    ++g_calls->freed;
+    ++g_attributeCalls->freed;
     return 0;
 }
 
@@ -64,7 +66,7 @@ class Attributes : public testing::Test {
   protected:
     void SetUp() override
     {
-        g_calls = &calls_;
+        g_attributeCalls = &calls_;
         calls_.service = &service_;
         ASSERT_EQ(service_.Register(kFirstId, sizeof(Data), Cleanup, Free, &calls_.registration),
                   0U);
@@ -74,7 +76,7 @@ class Attributes : public testing::Test {
     {
         table_.ReleaseSession(session_);
         table_.EndAll();
-        g_calls = nullptr;
+        g_attributeCalls = nullptr;
     }
 
     TALSTATUS Create(Attribute** out, UINT32* mode, UINT32 createMode = kAttributeExclusive,
@@ -95,7 +97,7 @@ class Attributes : public testing::Test {
     ManualClock clock_;
     SessionTable table_{{}, clock_};
     AttributeService service_{table_};
-    Calls calls_;
+    AttributeCalls calls_;
     SCHANDLE session_{};
 };
 

@@ -18,29 +18,30 @@ struct Thing {
     int value;
 };
 
-struct Calls {
+struct ObjectCalls {
     std::atomic<int> made{0};
     std::atomic<int> gone{0};
     std::atomic<int> cleaned{0};
     std::atomic<TALSTATUS> result{0};
 };
-Calls* g_calls = nullptr; // written by the fixture, before and after every thread of a case
+ObjectCalls* g_objectCalls =
+    nullptr; // written by the fixture, before and after every thread of a case
 
 TALSTATUS Construct(void* object, void* data)
 {
-    ++g_calls->made;
+    ++g_objectCalls->made;
     EXPECT_EQ(static_cast<Thing*>(object)->value, 0);
     static_cast<Thing*>(object)->key = *static_cast<int*>(data);
-    return g_calls->result;
+    return g_objectCalls->result;
 }
 TALSTATUS Destruct(void*)
 {
-    ++g_calls->gone;
+    ++g_objectCalls->gone;
     return 0;
 }
 TALSTATUS CleanUp(SCHANDLE)
 {
-    ++g_calls->cleaned;
+    ++g_objectCalls->cleaned;
     return 0;
 }
 BOOLEAN HasKey(void* object, void* key)
@@ -54,7 +55,7 @@ class ObjectStoreCase : public testing::Test {
 
     void SetUp() override
     {
-        g_calls = &calls_;
+        g_objectCalls = &calls_;
         store_ = stores_.MakeInterface();
         constexpr GUID owner{7, 7, 7, {7}};
         ASSERT_EQ(
@@ -68,7 +69,7 @@ class ObjectStoreCase : public testing::Test {
         if (store_)
             store_->Release();
         EXPECT_EQ(calls_.gone, calls_.made - unconstructed_);
-        g_calls = nullptr;
+        g_objectCalls = nullptr;
     }
 
     TALSTATUS Create(int key, Thing** thing, UINT32* mode)
@@ -106,7 +107,7 @@ class ObjectStoreCase : public testing::Test {
     ManualClock clock_;
     SessionTable table_{{}, clock_};
     ObjectStores stores_{table_, kBound};
-    Calls calls_;
+    ObjectCalls calls_;
     int unconstructed_ = 0; // constructions that failed on purpose
     ISCOM* store_ = nullptr;
     SCHANDLE session_{};

@@ -18,7 +18,7 @@ namespace kestd {
 
 namespace {
 
-class Source final : public MetricsSource {
+class LargeSource final : public MetricsSource {
   public:
     std::string Metrics(MetricsFormat) override
     {
@@ -66,7 +66,7 @@ class ListenerTest : public testing::Test {
         return text;
     }
 
-    Source source_;
+    LargeSource source_;
     sockaddr_in where_{};
     std::unique_ptr<MetricsListener> listener_;
 };

@@ -174,7 +174,7 @@ TEST(FormatFor, TakesWhatIsWantedMost)
               MetricsFormat::Prometheus);
 }
 
-class Source final : public MetricsSource {
+class StoppingSource final : public MetricsSource {
   public:
     std::string Metrics(MetricsFormat format) override
     {
@@ -186,7 +186,7 @@ class Source final : public MetricsSource {
 
 std::string Ask(const std::string& line, const std::string& fields = "")
 {
-    Source source;
+    StoppingSource source;
     return AnswerScrape(line + " HTTP/1.1\r\n" + fields + "\r\n", source);
 }
 
@@ -203,7 +203,7 @@ TEST(AnswerScrape, KnowsThreeResources)
     const std::string head = Ask("HEAD /metrics");
     EXPECT_THAT(head, HasSubstr("\r\nContent-Length: 5\r\n"));
     EXPECT_THAT(head, testing::EndsWith("\r\n\r\n"));
-    Source source;
+    StoppingSource source;
     EXPECT_THAT(AnswerScrape("rubbish\r\n\r\n", source), testing::StartsWith("HTTP/1.1 400 "));
 }
 

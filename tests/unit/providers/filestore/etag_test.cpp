@@ -11,8 +11,7 @@ using namespace filestore;
 
 namespace {
 
-constexpr UINT64 kSecond = kTicksPerSecond;
-constexpr UINT64 kNow = 13'400'000'000 * kSecond + 1'234'567;
+constexpr UINT64 kNow = 13'400'000'000 * kTicksPerSecond + 1'234'567;
 
 FileInfo File(UINT64 modified)
 {
@@ -32,25 +31,26 @@ TEST(StampedDate, IsNeverTheSameWithinOneTick)
     for (int i = 0; i < 5000; ++i)
         EXPECT_TRUE(seen.insert(StampedDate(kNow, false)).second);
     for (int i = 0; i < 5000; ++i)
-        EXPECT_TRUE(seen.insert(StampedDate(kNow - 77 * kSecond, true)).second);
+        EXPECT_TRUE(seen.insert(StampedDate(kNow - 77 * kTicksPerSecond, true)).second);
     for (const UINT64 date : seen)
         EXPECT_TRUE(IsStamped(date));
 }
 
 TEST(StampedDate, KeepsTheSecondThatAClientGives)
 {
-    for (UINT64 given : {kNow, kNow - kNow % kSecond, kNow - kNow % kSecond + kSecond - 1})
+    for (UINT64 given :
+         {kNow, kNow - kNow % kTicksPerSecond, kNow - kNow % kTicksPerSecond + kTicksPerSecond - 1})
         for (int i = 0; i < 100; ++i)
-            EXPECT_EQ(given / kSecond, StampedDate(given, true) / kSecond);
+            EXPECT_EQ(given / kTicksPerSecond, StampedDate(given, true) / kTicksPerSecond);
 }
 
 TEST(StampedDate, GoesUpWithTheClock)
 {
-    const UINT64 late = kNow + 100 * kSecond;
+    const UINT64 late = kNow + 100 * kTicksPerSecond;
     const UINT64 first = StampedDate(late, false);
     EXPECT_LE(first / 1000, late / 1000 + 1);
     EXPECT_LT(first, StampedDate(late, false));
-    EXPECT_LT(first, StampedDate(late + kSecond, false));
+    EXPECT_LT(first, StampedDate(late + kTicksPerSecond, false));
 }
 
 TEST(StampedDate, IsRareAmongTheDatesThatOthersSet)
@@ -64,19 +64,20 @@ TEST(StampedDate, IsRareAmongTheDatesThatOthersSet)
 TEST(Tag, IsStrongForStampedAndForOldDates)
 {
     EXPECT_TRUE(HasStrongTag(File(StampedDate(kNow, false)), kNow));
-    EXPECT_TRUE(HasStrongTag(File(StampedDate(kNow + 900 * kSecond, true)), kNow)) << "of later";
-    UINT64 fine = kNow - kNow % kSecond + 1234567;
+    EXPECT_TRUE(HasStrongTag(File(StampedDate(kNow + 900 * kTicksPerSecond, true)), kNow))
+        << "of later";
+    UINT64 fine = kNow - kNow % kTicksPerSecond + 1234567;
     while (IsStamped(fine))
         ++fine;
-    EXPECT_FALSE(HasStrongTag(File(fine), fine + kSecond / 100))
+    EXPECT_FALSE(HasStrongTag(File(fine), fine + kTicksPerSecond / 100))
         << "just written by another program";
-    EXPECT_TRUE(HasStrongTag(File(fine), fine + kSecond / 5)) << "more than a tick ago";
+    EXPECT_TRUE(HasStrongTag(File(fine), fine + kTicksPerSecond / 5)) << "more than a tick ago";
     // Every other second or 10 ms may be the only date that a file system can tell.
-    UINT64 coarse = kNow - kNow % kSecond + 3 * kSecond / 100;
+    UINT64 coarse = kNow - kNow % kTicksPerSecond + 3 * kTicksPerSecond / 100;
     while (IsStamped(coarse))
-        coarse += kSecond / 100;
-    EXPECT_FALSE(HasStrongTag(File(coarse), coarse + kSecond));
-    EXPECT_TRUE(HasStrongTag(File(coarse), coarse + 3 * kSecond));
+        coarse += kTicksPerSecond / 100;
+    EXPECT_FALSE(HasStrongTag(File(coarse), coarse + kTicksPerSecond));
+    EXPECT_TRUE(HasStrongTag(File(coarse), coarse + 3 * kTicksPerSecond));
     FileInfo folder = File(StampedDate(kNow, false));
     folder.isDirectory = true;
     EXPECT_FALSE(HasStrongTag(folder, kNow));

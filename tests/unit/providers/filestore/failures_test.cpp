@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct World {
-    explicit World(SyncLevel sync = SyncLevel::Full)
+struct FailingWorld {
+    explicit FailingWorld(SyncLevel sync = SyncLevel::Full)
     {
         std::ofstream(directory.Path() / "a") << "old a";
         std::ofstream(directory.Path() / "b") << "old b";
@@ -50,7 +50,7 @@ void FailEveryCall(Operation&& operation, Check&& check, SyncLevel sync = SyncLe
 {
     for (int call = 1;; ++call) {
         ASSERT_LT(call, 500);
-        World world(sync);
+        FailingWorld world(sync);
         world.failing->hasUnnamed = hasUnnamed;
         Client client(*world.store);
         const int openBefore = world.failing->open;
@@ -74,7 +74,7 @@ void FailEveryCall(Operation&& operation, Check&& check, SyncLevel sync = SyncLe
 TEST(FileSystemFailures, AnUploadLeavesOldOrNewContent)
 {
     FailEveryCall([](Client& client) { return client.Put("/v/a", "new"); },
-                  [](World& world, Client& client, TALSTATUS) {
+                  [](FailingWorld& world, Client& client, TALSTATUS) {
                       const std::string now = world.At("a");
                       EXPECT_TRUE(now == "old a" || now == "new") << now;
                       EXPECT_EQ("of a", client.Property("/v/a", "p"));
@@ -88,7 +88,7 @@ TEST(FileSystemFailures, AnUploadOfANewNameIsWholeOrNotThere)
         for (const SyncLevel sync : {SyncLevel::None, SyncLevel::Full})
             for (const bool hasUnnamed : {true, false})
                 FailEveryCall([&](Client& client) { return client.Put("/v/" + name, "new"); },
-                              [&](World& world, Client&, TALSTATUS status) {
+                              [&](FailingWorld& world, Client&, TALSTATUS status) {
                                   if (world.Has(name.c_str()))
                                       EXPECT_EQ("new", world.At(name.c_str()));
                                   else
@@ -101,7 +101,7 @@ TEST(FileSystemFailures, ANewCollectionIsThereOrNot)
 {
     for (const std::string name : {"new", "dir/sub/new"})
         FailEveryCall([&](Client& client) { return client.MkCol("/v/" + name); },
-                      [&](World& world, Client&, TALSTATUS status) {
+                      [&](FailingWorld& world, Client&, TALSTATUS status) {
                           EXPECT_TRUE(Failed(status) || world.Has(name.c_str()));
                       });
 }
@@ -113,7 +113,7 @@ TEST(FileSystemFailures, AMoveThatReplacesNothingLeavesBothFiles)
             const TALSTATUS status = client.Move("/v/a", "/v/b", false);
             return Code(status) == kCodeObjectExists ? 0 : status;
         },
-        [](World& world, Client& client, TALSTATUS) {
+        [](FailingWorld& world, Client& client, TALSTATUS) {
             EXPECT_EQ("old a", world.At("a"));
             EXPECT_EQ("old b", world.At("b"));
             EXPECT_EQ("of a", client.Property("/v/a", "p"));
@@ -123,7 +123,7 @@ TEST(FileSystemFailures, AMoveThatReplacesNothingLeavesBothFiles)
 TEST(FileSystemFailures, AMoveLeavesTheFileAtOneOfItsNames)
 {
     FailEveryCall([](Client& client) { return client.Move("/v/a", "/v/b"); },
-                  [](World& world, Client& client, TALSTATUS status) {
+                  [](FailingWorld& world, Client& client, TALSTATUS status) {
                       if (world.Has("a")) {
                           EXPECT_TRUE(Failed(status));
                           EXPECT_EQ("old a", world.At("a"));
@@ -139,7 +139,7 @@ TEST(FileSystemFailures, AMoveLeavesTheFileAtOneOfItsNames)
 TEST(FileSystemFailures, ATreeThatGivesWayIsNeverLost)
 {
     FailEveryCall([](Client& client) { return client.Move("/v/a", "/v/dir"); },
-                  [](World& world, Client&, TALSTATUS status) {
+                  [](FailingWorld& world, Client&, TALSTATUS status) {
                       const bool moved = !world.Has("a");
                       EXPECT_EQ("old a", world.At(moved ? "dir" : "a"));
                       const bool inPlace = world.Has("dir/sub/c");
@@ -154,7 +154,7 @@ TEST(FileSystemFailures, ADeletedTreeIsThereOrKept)
         const std::string member = tree == "dir" ? "sub/c" : "c";
         const std::string kept = ".kest/deleted/1/";
         FailEveryCall([&](Client& client) { return client.Delete("/v/" + tree); },
-                      [&](World& world, Client& client, TALSTATUS status) {
+                      [&](FailingWorld& world, Client& client, TALSTATUS status) {
                           if (world.Has(tree.c_str())) {
                               EXPECT_TRUE(Failed(status));
                               EXPECT_EQ("of c", client.Property("/v/dir/sub/c", "p"));
@@ -171,7 +171,7 @@ TEST(FileSystemFailures, ADeletedTreeIsThereOrKept)
 TEST(FileSystemFailures, ACopyIsWholeOrNotThere)
 {
     FailEveryCall([](Client& client) { return client.Copy("/v/dir", "/v/copy"); },
-                  [](World& world, Client& client, TALSTATUS status) {
+                  [](FailingWorld& world, Client& client, TALSTATUS status) {
                       EXPECT_EQ("old c", world.At("dir/sub/c"));
                       if (!world.Has("copy")) {
                           EXPECT_TRUE(Failed(status));
@@ -189,7 +189,7 @@ TEST(FileSystemFailures, ALockThatFailsMakesNoFile)
 {
     std::string token;
     FailEveryCall([&](Client& client) { return client.Lock("/v/new", -1, &token); },
-                  [&](World& world, Client& client, TALSTATUS status) {
+                  [&](FailingWorld& world, Client& client, TALSTATUS status) {
                       EXPECT_EQ(Failed(status), !world.Has("new"));
                       EXPECT_EQ(Failed(status), Code(client.Put("/v/new", "x")) != kCodeLocked);
                   });
@@ -205,7 +205,7 @@ TEST(FileSystemFailures, ALockThatFailsLeavesWhatTookItsNameMeanwhile)
         int taken = 0;
         for (int call = 1;; ++call) {
             ASSERT_LT(call, 100);
-            World world;
+            FailingWorld world;
             const int before = taken;
             const fs::path made = world.directory.Path() / "new";
             world.failing->onFailure = [&] {
@@ -231,7 +231,7 @@ TEST(FileSystemFailures, ALockThatFailsLeavesWhatTookItsNameMeanwhile)
 
 TEST(FileSystemUse, NamesAtTheTopOfAVolumeAreMadeAndRemovedWithoutOpeningIt)
 {
-    World world(SyncLevel::None);
+    FailingWorld world(SyncLevel::None);
     Client client(*world.store);
     const int before = world.failing->opened;
     EXPECT_EQ(0u, client.MkCol("/v/new"));
@@ -242,7 +242,7 @@ TEST(FileSystemUse, NamesAtTheTopOfAVolumeAreMadeAndRemovedWithoutOpeningIt)
 
 TEST(FileSystemUse, NamesThatAreSyncedTakeADescriptorOfTheirOwn)
 {
-    World world(SyncLevel::Data);
+    FailingWorld world(SyncLevel::Data);
     Client client(*world.store);
     const int before = world.failing->opened;
     EXPECT_EQ(0u, client.MkCol("/v/new"));
@@ -251,7 +251,7 @@ TEST(FileSystemUse, NamesThatAreSyncedTakeADescriptorOfTheirOwn)
 
 TEST(FileSystemUse, AFileWithoutANameIsMadeInTheDirectoryThatItIsFor)
 {
-    World world(SyncLevel::None);
+    FailingWorld world(SyncLevel::None);
     Client client(*world.store);
     struct stat directory;
     for (const std::string name : {"", "dir", "dir/sub"}) {
@@ -263,7 +263,7 @@ TEST(FileSystemUse, AFileWithoutANameIsMadeInTheDirectoryThatItIsFor)
 
 TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)
 {
-    World world;
+    FailingWorld world;
     Client client(*world.store);
     for (const int error : {ENOSPC, EDQUOT}) {
         auto* const resource = new FileResource(*world.store);
@@ -283,7 +283,7 @@ TEST(FileSystemFailures, AFullDiskIsReportedAsSuch)
 
 TEST(FileSystemFailures, ACopyThatFailsOnADiskThatRefusesAllGoesWhenTheDiskDoesNot)
 {
-    World world;
+    FailingWorld world;
     Client client(*world.store);
     world.failing->judge = [](const char* operation) {
         const std::string_view name = operation;

@@ -16,8 +16,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct World {
-    World() : store(MakeStore(directory.Path())) {}
+struct OpenStore {
+    OpenStore() : store(MakeStore(directory.Path())) {}
     std::unique_ptr<MetadataSession> Session()
     {
         std::unique_ptr<MetadataSession> out;
@@ -38,39 +38,39 @@ struct World {
 
 TEST(MetadataSessions, SeeTheirOwnChangesAtOnceAndOthersWhenTheyAreCommitted)
 {
-    World world;
+    OpenStore world;
     const auto writer = world.Session(), reader = world.Session();
     ASSERT_EQ(0u, writer->SetProperty("a", {kClassicSpace, "p"}, "old"));
-    EXPECT_EQ("old", World::Read(*writer, "a"));
+    EXPECT_EQ("old", OpenStore::Read(*writer, "a"));
     ASSERT_EQ(0u, writer->Begin());
     ASSERT_EQ(0u, writer->SetProperty("a", {kClassicSpace, "p"}, "new"));
-    EXPECT_EQ("new", World::Read(*writer, "a"));
-    EXPECT_EQ("old", World::Read(*reader, "a"));
+    EXPECT_EQ("new", OpenStore::Read(*writer, "a"));
+    EXPECT_EQ("old", OpenStore::Read(*reader, "a"));
     ASSERT_EQ(0u, writer->Commit());
-    EXPECT_EQ("new", World::Read(*reader, "a"));
-    EXPECT_EQ("new", World::Read(*writer, "a"));
+    EXPECT_EQ("new", OpenStore::Read(*reader, "a"));
+    EXPECT_EQ("new", OpenStore::Read(*writer, "a"));
 }
 
 TEST(MetadataSessions, LeaveNothingOfWhatTheyTakeBack)
 {
-    World world;
+    OpenStore world;
     {
         const auto session = world.Session();
         ASSERT_EQ(0u, session->Begin());
         ASSERT_EQ(0u, session->SetProperty("a", {kClassicSpace, "p"}, "new"));
         session->Rollback();
-        EXPECT_EQ("(none)", World::Read(*session, "a"));
+        EXPECT_EQ("(none)", OpenStore::Read(*session, "a"));
         ASSERT_EQ(0u, session->Begin());
         ASSERT_EQ(0u, session->SetProperty("b", {kClassicSpace, "p"}, "new"));
     }
     const auto session = world.Session();
-    EXPECT_EQ("(none)", World::Read(*session, "b"));
+    EXPECT_EQ("(none)", OpenStore::Read(*session, "b"));
     EXPECT_EQ(0u, session->SetProperty("c", {kClassicSpace, "p"}, "others go on"));
 }
 
 TEST(MetadataSessions, FindWhatATreeHolds)
 {
-    World world;
+    OpenStore world;
     const auto session = world.Session();
     const auto has = [&](const char* tree) {
         bool any = true;
@@ -112,7 +112,7 @@ std::vector<std::string> Exported(MetadataSession& session, const char* tree, bo
 TEST(MetadataSessions, ExportAndForgetATreeAndNothingBesideIt)
 {
     using Rows = std::vector<std::string>;
-    World world;
+    OpenStore world;
     const auto session = world.Session();
     const auto set = [&](const char* path, const char* name) {
         ASSERT_EQ(0u, session->SetProperty(path, {"urn:x", name}, "v"));
@@ -140,7 +140,7 @@ TEST(MetadataSessions, ExportAndForgetATreeAndNothingBesideIt)
 
 TEST(MetadataSessions, FindAllThatIsOverInAnyOrderOfTimes)
 {
-    World world;
+    OpenStore world;
     const auto session = world.Session();
     for (const UINT64 time : {UINT64{30}, UINT64{10}, UINT64{40}, UINT64{20}}) {
         DeletedEntry entry{0, "", std::to_string(time), time};
@@ -155,7 +155,7 @@ TEST(MetadataSessions, FindAllThatIsOverInAnyOrderOfTimes)
 
 TEST(MetadataSessions, GoOnWhenTheMetadataHasGoneToRest)
 {
-    World world;
+    OpenStore world;
     const std::filesystem::path log = world.directory.Path() / ".kest/meta.db-wal";
     Metadata& metadata = *world.store->Volumes()[0]->Meta();
     const auto changing = world.Session();
@@ -176,7 +176,7 @@ TEST(MetadataSessions, GoOnWhenTheMetadataHasGoneToRest)
 
 TEST(MetadataSessions, NeverGiveTheNumberOfADeletedEntryAgain)
 {
-    World world;
+    OpenStore world;
     const auto add = [&] {
         DeletedEntry entry{0, "a", "gone", 1};
         EXPECT_EQ(0u, world.Session()->AddDeleted(&entry));
@@ -200,7 +200,7 @@ TEST(MetadataSessions, NeverGiveTheNumberOfADeletedEntryAgain)
 
 TEST(MetadataSessions, GiveNoNumberForWhatTheyTakeBack)
 {
-    World world;
+    OpenStore world;
     const auto session = world.Session();
     DeletedEntry first{0, "", "a", 1}, second{0, "", "b", 1}, none;
     ASSERT_EQ(0u, session->AddDeleted(&first));
@@ -215,7 +215,7 @@ TEST(MetadataSessions, GiveNoNumberForWhatTheyTakeBack)
 TEST(MetadataSessions, OfManyThreadsLoseNothing)
 {
     constexpr int kThreads = 8, kRounds = 25;
-    World world;
+    OpenStore world;
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
         threads.emplace_back([&world, t] {
@@ -238,7 +238,7 @@ TEST(MetadataSessions, OfManyThreadsLoseNothing)
     int kept = 0;
     for (; !Failed(session->NextDeleted("", entry.id, &entry)); ++kept)
         EXPECT_EQ("/v/" + entry.name.substr(0, entry.name.find("-moved")),
-                  World::Read(*session, (".kest/deleted/" + std::to_string(entry.id)).c_str()));
+                  OpenStore::Read(*session, (".kest/deleted/" + std::to_string(entry.id)).c_str()));
     EXPECT_EQ(kThreads * ((kRounds + 1) / 2), kept);
     std::vector<RenameIntent> intents;
     ASSERT_EQ(0u, session->Intents(&intents));
@@ -294,7 +294,7 @@ TEST(MetadataFailures, OneWaitInVainMakesTheNextOnesShortUntilTheDatabaseWasFree
 
 TEST(MetadataFailures, ABrokenDatabaseFailsRequestsAndSaysWhy)
 {
-    World world;
+    OpenStore world;
     ASSERT_EQ(0u,
               world.Session()->SetProperty("a", {kClassicSpace, "p"}, std::string(100'000, 'x')));
     const std::string path = world.directory.Path() / ".kest/meta.db";
@@ -322,7 +322,7 @@ TEST(MetadataFailures, ABrokenDatabaseFailsRequestsAndSaysWhy)
 
 TEST(MetadataFailures, ADatabaseThatCannotBeWrittenMakesTheVolumeReadOnly)
 {
-    World world;
+    OpenStore world;
     world.store.reset();
     for (const auto& entry : fs::recursive_directory_iterator(world.directory.Path()))
         ASSERT_TRUE(::geteuid() != 0 ||
@@ -342,7 +342,7 @@ TEST(MetadataFailures, ADatabaseThatCannotBeWrittenMakesTheVolumeReadOnly)
 
 TEST(MetadataFailures, DeletionsGoOnWhereTheDatabaseWasLost)
 {
-    World world;
+    OpenStore world;
     const fs::path top = world.directory.Path();
     const auto remove = [&](const char* name) {
         std::ofstream(top / name) << name;

@@ -125,9 +125,9 @@ TEST_P(MountedInside, WhatWouldCrossTheEdgeIsRefused)
 // Whatever call fails, the old content stands or the new.
 TEST_P(MountedInside, EveryCallMayFail)
 {
-    constexpr int kMostCalls = 200;
+    constexpr int kMostCallsOfAPut = 200;
     int failed = 0;
-    for (int nth = 1; nth < kMostCalls; ++nth) {
+    for (int nth = 1; nth < kMostCallsOfAPut; ++nth) {
         Mounted world(GetParam());
         world.failing->failAt = nth;
         world.Put("old");

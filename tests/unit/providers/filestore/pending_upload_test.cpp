@@ -12,7 +12,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr UINT64 kSecond = 10'000'000;
 constexpr UINT64 kNone = ~UINT64{0};
 const char* const kPath = "/v/file";
 
@@ -93,13 +92,13 @@ TEST_F(PendingUploads, EndWhenNothingComesForTheirTime)
 {
     Begin();
     ASSERT_EQ(0u, Append(0, "abc"));
-    g_now += (86400 - 1) * kSecond;
+    g_now += (86400 - 1) * kTicksPerSecond;
     DropExpiredUploads(*store_, TheVolume());
     EXPECT_EQ(3u, Offset());
     ASSERT_EQ(0u, Append(3, "d")); // which keeps it for as long again
-    g_now += (86400 - 1) * kSecond;
+    g_now += (86400 - 1) * kTicksPerSecond;
     EXPECT_EQ(4u, Offset());
-    g_now += kSecond;
+    g_now += kTicksPerSecond;
     EXPECT_EQ(kNone, Offset());
     EXPECT_EQ(kCodeNotFound, Code(Append(4, "e")));
     EXPECT_EQ(2u, Files());
@@ -223,7 +222,7 @@ TEST_F(PendingUploads, GiveWayToNewOnesCompleteOnesFirst)
     ASSERT_EQ(0u, Append(0, "paused"));
     const third::Begun paused = begun_;
     for (int i = 0; i < 70; ++i) {
-        g_now += kSecond;
+        g_now += kTicksPerSecond;
         Begin();
         ASSERT_EQ(0u, Append(0, "x", true));
     }

@@ -35,7 +35,7 @@ struct Watched {
 std::deque<Watched> g_watched;
 sqlite3_vfs* g_system = nullptr;
 
-int Write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset)
+int WriteWatched(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset)
 {
     if (g_isDatabaseFull && g_isDatabaseFull())
         return SQLITE_FULL;
@@ -45,7 +45,7 @@ int Write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset)
     return of->real->xWrite(file, bytes, size, offset);
 }
 
-int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out)
+int OpenWatched(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out)
 {
     const int result = g_system->xOpen(g_system, name, file, flags, out);
     if (result != SQLITE_OK)
@@ -54,7 +54,7 @@ int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out
                            [&](const Watched& each) { return file->pMethods == each.real; });
     if (of == g_watched.end()) {
         of = g_watched.insert(g_watched.end(), {file->pMethods, *file->pMethods});
-        of->writing.xWrite = Write;
+        of->writing.xWrite = WriteWatched;
     }
     file->pMethods = &of->writing;
     return result;
@@ -66,7 +66,7 @@ sqlite3_vfs* Watching()
     static sqlite3_vfs watching = [] {
         g_system = sqlite3_vfs_find("unix-excl");
         sqlite3_vfs made = *g_system;
-        made.xOpen = Open;
+        made.xOpen = OpenWatched;
         return made;
     }();
     return &watching;
