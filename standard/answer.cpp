@@ -12,8 +12,6 @@ namespace standard {
 
 namespace {
 
-constexpr HTTPSTATUS kUnspecific = 417; // what the general mapping says of everything else
-
 bool IsBrowser(IKestIO_5* io)
 {
     UINT32 kind = 0;
@@ -60,21 +58,6 @@ void SendElement(IKestIO_5* io, HTTPSTATUS http, const char* precondition)
 
 } // namespace
 
-HTTPSTATUS HttpStatusOf(TALSTATUS status) noexcept
-{
-    switch (Code(status)) {
-    case kCodeInsufficientResources:
-    case kCodeTimeout:
-        return 503;
-    case kCodeUnsuccessful:
-        return 500;
-    default:
-        break;
-    }
-    const auto http = static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(status));
-    return http < 400 || http == kUnspecific ? 500 : http;
-}
-
 TALSTATUS Refuse(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status, const char* precondition)
 {
     if (http == 405)
@@ -92,7 +75,7 @@ TALSTATUS Refuse(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status, const char* p
 
 TALSTATUS RefuseMapped(IKestIO_5* io, TALSTATUS status)
 {
-    return Refuse(io, HttpStatusOf(status), status);
+    return Refuse(io, kest::HttpStatusOfFailure(status), status);
 }
 
 } // namespace standard

@@ -8,16 +8,12 @@
 
 namespace standard {
 
-// What a status of a provider or the host means in HTTP. Unlike MapTalStatusToHttpStatus: a fault
-// without an HTTP meaning is 500 and no 417, and short memory is 503 and no 507.
-HTTPSTATUS HttpStatusOf(TALSTATUS status) noexcept;
-
 // Sends a refusal and hands `status` back. `precondition` is the local name of the element that
 // "DAV:error" holds (RFC 4918 section 16). Null: a sentence, as a line of text for programs, which
 // show it or pass it over, and on a page with a way up for a browser. HEAD is answered without.
 TALSTATUS Refuse(IKestIO_5* io, HTTPSTATUS http, TALSTATUS status,
                  const char* precondition = nullptr);
-// The same with the HTTP status that `status` means.
+// The same with the HTTP status that `status` means (kest::HttpStatusOfFailure).
 TALSTATUS RefuseMapped(IKestIO_5* io, TALSTATUS status);
 
 } // namespace standard

@@ -13,6 +13,7 @@
 #include "support/provider.h"
 #include "support/reply.h"
 #include "support/resolution.h"
+#include <kest/sdk/refusal.h>
 
 namespace standard {
 
@@ -134,7 +135,7 @@ TALSTATUS AnswerMembers(IKestIO_5* io, TALSTATUS status, const Failures& failure
         out.Put("<D:response>");
         PutHrefElement(out, each->path, each->isCollection);
         out.Put("<D:status>HTTP/1.1 ");
-        const HTTPSTATUS http = HttpStatusOf(each->status);
+        const HTTPSTATUS http = kest::HttpStatusOfFailure(each->status);
         out.PutNumber(static_cast<UINT64>(http));
         out.Put(http == 423 ? " Locked</D:status>" : " Failed</D:status>");
         if (http == 423)

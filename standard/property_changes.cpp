@@ -5,9 +5,9 @@
 
 #include <algorithm>
 
-#include "standard/answer.h"
 #include "standard/property_value.h"
 #include "standard/propfind_response.h"
+#include <kest/sdk/refusal.h>
 
 namespace standard {
 
@@ -200,7 +200,7 @@ HTTPSTATUS HttpOf(TALSTATUS status)
     case kCodeNotSupported:
         return 403;
     default:
-        return HttpStatusOf(status);
+        return kest::HttpStatusOfFailure(status);
     }
 }
 

@@ -13,6 +13,7 @@
 #include "standard/upload_terms.h"
 #include "support/memory.h"
 #include "support/reply.h"
+#include <kest/sdk/refusal.h>
 
 namespace standard {
 
@@ -244,7 +245,7 @@ TALSTATUS ResumableUpload::Finish(IKestDAVResource3& content, UINT64 size)
         status = content.Publish(upload_.modified, 0, &upload_.failures, &upload_.change);
     status = upload_.failures.Described(session_, target_, status);
     // Trying again would not change it.
-    const bool isOver = !Failed(status) || HttpStatusOf(status) < 500;
+    const bool isOver = !Failed(status) || kest::HttpStatusOfFailure(status) < 500;
     // Where it goes on, only the next look knows what of it is on the disk.
     if (isOver) {
         SetUploadOffset(io_, size);

@@ -4,6 +4,7 @@
 #include "host/pipeline/exchange.h"
 
 #include "host/http/error_status.h"
+#include <kest/sdk/refusal.h>
 #include <kest/status.h>
 
 namespace kestd {
@@ -58,20 +59,20 @@ void Exchange::Reset() noexcept
 
 void Exchange::ReportFailure(TALSTATUS failure) noexcept
 {
-    if (Failed(failure) &&
-        (!failure_ || (HttpStatusOf(failure_) < 500 && HttpStatusOf(failure) >= 500)))
+    const auto isFault = [](TALSTATUS it) { return kest::HttpStatusOfFailure(it) >= 500; };
+    if (Failed(failure) && (!failure_ || (!isFault(failure_) && isFault(failure))))
         failure_ = failure;
 }
 
 int Exchange::FaultStatus() const noexcept
 {
-    const int status = HttpStatusOf(failure_);
+    const int status = kest::HttpStatusOfFailure(failure_);
     return status >= 500 ? status : 0;
 }
 
 void Exchange::ReplaceOrCut()
 {
-    const int status = HttpStatusOf(failure_);
+    const int status = kest::HttpStatusOfFailure(failure_);
     const int said = response.Status();
     if (response.HeadersSent())
         response.Cut();

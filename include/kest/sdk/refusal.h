@@ -1,16 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What stands in the body of a refusal that has nothing of its own to say: a sentence for programs
-// and their logs, a page with a way back for people. Both are bounded, and nothing in them comes
-// from the request: nothing has to be escaped.
+// What a failure is in HTTP, and what stands in the body of a refusal that has nothing of its own
+// to say: a sentence for programs and their logs, a page with a way back for people. Both are
+// bounded, and nothing in them comes from the request: nothing has to be escaped.
 #pragma once
 
+#include <kest/status.h>
 #include <kest/types.h>
 
 namespace kest {
 
 inline constexpr char kRefusalLineType[] = "text/plain; charset=utf-8";
 inline constexpr char kRefusalPageType[] = "text/html; charset=utf-8";
+
+// The HTTP status of a failure of a component, 400 or above. Unlike MapTalStatusToHttpStatus, which
+// the classic dialect answers with: what is the system's fault and not the request's is 500 and no
+// 417, which clients take for their own mistake; what may be over soon (memory, descriptors, a
+// database in use) is 503; 507 is a full disk alone. What is no failure at all is 500, too: nothing
+// may be told as a success here.
+constexpr HTTPSTATUS HttpStatusOfFailure(TALSTATUS failure) noexcept
+{
+    switch (Code(failure)) {
+    case kCodeInsufficientResources:
+    case kCodeTimeout:
+        return 503;
+    default:
+        break;
+    }
+    constexpr HTTPSTATUS kUnspecific = 417; // what the general mapping says of everything else
+    const auto http = static_cast<HTTPSTATUS>(MapTalStatusToHttpStatus(failure));
+    return http < 400 || http == kUnspecific ? 500 : http;
+}
 
 // One sentence for an HTTP status of 400 and above.
 constexpr const char* RefusalSentence(HTTPSTATUS http) noexcept
