@@ -27,7 +27,8 @@ class File {
   public:
     explicit File(std::string_view text) : descriptor_(memfd_create("fuzz", MFD_CLOEXEC))
     {
-        if (write(descriptor_.Number(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        if (write(descriptor_.Number(), text.data(), text.size()) !=
+            static_cast<ssize_t>(text.size()))
             abort();
     }
     std::string Path() const { return "/proc/self/fd/" + std::to_string(descriptor_.Number()); }

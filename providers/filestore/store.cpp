@@ -123,8 +123,7 @@ TALSTATUS Store::ParseDeleted(std::string_view rest, Target* out, bool* servable
     if (Failed(status) || entry.name != name)
         return TAL_STATUS_SUCCESS;
     PathBuffer inside;
-    if (AppendComponents(below, &inside) != PathFit::Ok ||
-        !out->path.Assign(PathOfDeleted(id)) ||
+    if (AppendComponents(below, &inside) != PathFit::Ok || !out->path.Assign(PathOfDeleted(id)) ||
         (inside.Length() && !out->path.Append(inside.View())))
         return TAL_STATUS_SUCCESS;
     out->deletedId = id;
