@@ -50,9 +50,9 @@ Connection::Connection(const ConnectionServices& services,
         peer.ss_family == AF_INET6
             ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in6&>(peer).sin6_addr)
             : &reinterpret_cast<const sockaddr_in&>(peer).sin_addr;
-    if (!inet_ntop(peer.ss_family, address, remote_, sizeof remote_))
-        remote_[0] = '-';
-    (void)base::IpAddressOf(peer, peer_); // no other is accepted
+    if (!inet_ntop(peer.ss_family, address, peer_.text, sizeof peer_.text))
+        peer_.text[0] = '-';
+    (void)base::IpAddressOf(peer, peer_.address); // no other is accepted
     if (awaitsPreamble)
         state_ = State::Preamble;
     registration_ = services_.loop.Reserve(*this);
@@ -74,9 +74,9 @@ Connection::~Connection()
 
 void Connection::Begin() noexcept
 {
-    idleStart_ = NowMs();
-    headWaitStart_ = idleStart_;
-    deadline_ = idleStart_ + settings_->server.limits.headTime.count();
+    head_.idleStart = NowMs();
+    wait_.headStart = head_.idleStart;
+    wait_.deadline = head_.idleStart + settings_->server.limits.headTime.count();
     services_.clock.Rouse();
     Watch();
 }
@@ -93,48 +93,49 @@ void Connection::Watch() noexcept
 
 void Connection::Expire(int64_t due) noexcept
 {
-    if (deadline_.compare_exchange_strong(due, -1))
+    if (wait_.deadline.compare_exchange_strong(due, -1))
         (void)shutdown(socket_.Number(), SHUT_RD); // makes the wait end
 }
 
 int64_t Connection::Check(const Moment& moment, const Limits& limits) noexcept
 {
-    const int64_t due = deadline_.load(std::memory_order_relaxed);
+    const int64_t due = wait_.deadline.load(std::memory_order_relaxed);
     if (due <= 0)
         return moment.now;
     if (due == kUntilWoken) {
-        if (looksForClient_.load(std::memory_order_relaxed))
+        if (wait_.looksForClient.load(std::memory_order_relaxed))
             Wake();
         return moment.now;
     }
-    const int64_t headWaitStart = headWaitStart_.load(std::memory_order_relaxed);
+    const int64_t headWaitStart = wait_.headStart.load(std::memory_order_relaxed);
     const bool keepsOut =
         moment.isCrowded && headWaitStart && moment.now - headWaitStart >= kCrowdedTime.count();
     if (IsTooSlow(moment.elapsed, limits) || due <= moment.now || keepsOut)
         Expire(due);
-    const bool isWatched = moment.isCrowded || movedAndOne_.load(std::memory_order_relaxed) != 0;
+    const bool isWatched =
+        moment.isCrowded || wait_.movedAndOne.load(std::memory_order_relaxed) != 0;
     return isWatched ? moment.now : due;
 }
 
 bool Connection::IsTooSlow(int64_t elapsed, const Limits& limits) noexcept
 {
-    const uint64_t moved = movedAndOne_.load(std::memory_order_relaxed);
-    if (waited_ == 0 || moved == 0)
-        movedBefore_ = moved;
-    waited_ = moved ? waited_ + elapsed : 0;
-    if (moved == 0 || waited_ < limits.rateTime.count())
+    const uint64_t moved = wait_.movedAndOne.load(std::memory_order_relaxed);
+    if (rate_.waited == 0 || moved == 0)
+        rate_.movedBefore = moved;
+    rate_.waited = moved ? rate_.waited + elapsed : 0;
+    if (moved == 0 || rate_.waited < limits.rateTime.count())
         return false;
-    const auto least = static_cast<uint64_t>(waited_) * limits.leastRate / 1000;
-    waited_ = 0;
-    return moved - movedBefore_ < least;
+    const auto least = static_cast<uint64_t>(rate_.waited) * limits.leastRate / 1000;
+    rate_.waited = 0;
+    return moved - rate_.movedBefore < least;
 }
 
 void Connection::ExpireIfIdle() noexcept
 {
-    const int64_t due = deadline_.load(std::memory_order_relaxed);
+    const int64_t due = wait_.deadline.load(std::memory_order_relaxed);
     if (due == kUntilWoken)
         Wake(); // it sees that the server stops
-    else if (isIdle_ && due > 0)
+    else if (wait_.isIdle && due > 0)
         Expire(due);
 }
 
@@ -162,12 +163,12 @@ void Connection::Run(Event event)
             services_.loop.Schedule(registration_);
             continue;
         }
-        hasExpired_ = deadline_.exchange(0) == -1;
+        turn_.hasExpired = wait_.deadline.exchange(0) == -1;
         if (isListed_)
             services_.clients.EndWait(*this);
         isListed_ = false;
-        event_ = event;
-        isDrained_ = false;
+        turn_.event = event;
+        turn_.isDrained = false;
         if (!exchange_)
             services_.settings.Refresh(settings_);
         Step step = Step::Again;
@@ -206,15 +207,15 @@ void Connection::PublishWait() noexcept
         isListed_ = true;
         const Limits& limits = settings_->server.limits;
         // A proxy that does not say who its clients are stands for any number of them.
-        const bool isForMany = isFromProxy_ && !clientPlace_;
+        const bool isForMany = peer_.isProxy && !clientPlace_;
         services_.clients.BeginWait(
             *this, clientPlace_ ? clientPlace_ : place_,
             {limits.waitingRequests, isForMany ? UINT32_MAX : limits.waitingPerAddress});
     }
-    const int64_t start = isIdle_ ? idleStart_ : headStart_;
+    const int64_t start = wait_.isIdle ? head_.idleStart : head_.start;
     const bool isForHead = state_ == State::Head || state_ == State::Preamble;
-    headWaitStart_.store(isForHead ? start : 0, std::memory_order_relaxed);
-    movedAndOne_.store(isRequest ? stream_.Moved() + 1 : 0, std::memory_order_relaxed);
+    wait_.headStart.store(isForHead ? start : 0, std::memory_order_relaxed);
+    wait_.movedAndOne.store(isRequest ? stream_.Moved() + 1 : 0, std::memory_order_relaxed);
 }
 
 Connection::Step Connection::Serve()
@@ -239,7 +240,7 @@ Connection::Step Connection::Serve()
 Connection::Step Connection::WaitFor(For what, int64_t deadline) noexcept
 {
     waitsFor_ = what;
-    deadline_.store(deadline, std::memory_order_relaxed);
+    wait_.deadline.store(deadline, std::memory_order_relaxed);
     return Step::Wait;
 }
 
@@ -251,11 +252,11 @@ Waiter::For Connection::ToReceive() const noexcept
 Connection::Step Connection::ReadHead()
 {
     for (;;) {
-        while (scanned_ == 0 && in_.View().substr(0, 2) == "\r\n")
+        while (head_.scanned == 0 && in_.View().substr(0, 2) == "\r\n")
             in_.Consume(2); // RFC 9112 section 2.2: an empty line before a request is ignored
         if (in_.Size() > 1) {
             const uint32_t limit = settings_->server.limits.headBytes;
-            const size_t end = FindHeadEnd(in_.View(), scanned_);
+            const size_t end = FindHeadEnd(in_.View(), head_.scanned);
             if (end > limit || (!end && in_.Size() >= limit)) {
                 const size_t line = in_.View().substr(0, limit).find('\n');
                 return Refuse(line == std::string_view::npos ? 414 : 431);
@@ -263,9 +264,9 @@ Connection::Step Connection::ReadHead()
             if (end)
                 return OnHead(end);
         }
-        if (hasExpired_)
+        if (turn_.hasExpired)
             return in_.Size() ? Refuse(408) : Step::Close;
-        if (isDrained_)
+        if (turn_.isDrained)
             return WaitForHead();
         const ssize_t got = ReceiveHead();
         if (got == SocketStream::kWouldBlock)
@@ -287,10 +288,11 @@ ssize_t Connection::ReceiveHead()
     }
     in_.Grew(static_cast<size_t>(got));
     // Less than there was room for is all there was; an end behind it would not be told again.
-    isDrained_ = !stream_.IsTls() && !event_.mayHaveEnded && static_cast<size_t>(got) < room;
-    if (wasIdle && isIdle_)
-        headStart_ = NowMs();
-    isIdle_ = false;
+    turn_.isDrained =
+        !stream_.IsTls() && !turn_.event.mayHaveEnded && static_cast<size_t>(got) < room;
+    if (wasIdle && wait_.isIdle)
+        head_.start = NowMs();
+    wait_.isIdle = false;
     return got;
 }
 
@@ -300,36 +302,36 @@ Connection::Step Connection::WaitForHead()
         return Step::Close;
     // The time for a head runs from its first byte, however slowly the rest comes.
     const Limits& limits = settings_->server.limits;
-    if (!isIdle_)
-        return WaitFor(ToReceive(), headStart_ + limits.headTime.count());
-    const milliseconds time = isFirst_ ? limits.headTime : limits.keepAliveTime;
-    idleStart_ = NowMs();
-    return WaitFor(ToReceive(), idleStart_ + time.count());
+    if (!wait_.isIdle)
+        return WaitFor(ToReceive(), head_.start + limits.headTime.count());
+    const milliseconds time = head_.isFirst ? limits.headTime : limits.keepAliveTime;
+    head_.idleStart = NowMs();
+    return WaitFor(ToReceive(), head_.idleStart + time.count());
 }
 
 Connection::Step Connection::StartLinger()
 {
     state_ = State::Linger;
     in_.Release();
-    lingered_ = 0;
-    isDrained_ = false;
-    isIdle_ = true; // nothing is lost when a stop ends it
+    linger_.received = 0;
+    turn_.isDrained = false;
+    wait_.isIdle = true; // nothing is lost when a stop ends it
     return Step::Again;
 }
 
 Connection::Step Connection::Linger()
 {
     char scratch[16 * 1024];
-    while (!hasExpired_ && lingered_ < kLingerBytes) {
+    while (!turn_.hasExpired && linger_.received < kLingerBytes) {
         const ssize_t got = stream_.Receive(scratch, sizeof scratch);
         if (got == SocketStream::kWouldBlock) {
-            if (lingerEnd_ == 0)
-                lingerEnd_ = NowMs() + kLingerTime.count();
-            return WaitFor(For::Input, lingerEnd_);
+            if (linger_.end == 0)
+                linger_.end = NowMs() + kLingerTime.count();
+            return WaitFor(For::Input, linger_.end);
         }
         if (got <= 0)
             break;
-        lingered_ += static_cast<size_t>(got);
+        linger_.received += static_cast<size_t>(got);
     }
     return Step::Close;
 }
@@ -346,8 +348,8 @@ void Connection::RejectOverload()
     }
     stream_.EndSending();
     (void)StartLinger();
-    lingerEnd_ = NowMs() + 1000;
-    deadline_ = lingerEnd_;
+    linger_.end = NowMs() + 1000;
+    wait_.deadline = linger_.end;
     Watch();
 }
 

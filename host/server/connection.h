@@ -73,7 +73,7 @@ class Connection final : public EventHandler,
 
     int64_t Check(const Moment& moment, const Limits& limits) noexcept override;
     void ExpireIfIdle() noexcept override;
-    bool IsIdle() const noexcept override { return isIdle_; }
+    bool IsIdle() const noexcept override { return wait_.isIdle; }
     void GiveUp() noexcept override;
 
     void OnReady(Event event) noexcept override;
@@ -138,6 +138,62 @@ class Connection final : public EventHandler,
     Step Flush();
     Step AfterReply();
 
+    // Who is at the other end; behind a proxy that has announced it, the client.
+    struct Peer {
+        base::IpAddress address;
+        char text[46] = {};          // the address; INET6_ADDRSTRLEN
+        bool isProxy = false;        // of the last request: a trusted one
+        bool isSecure = false;       // speaks TLS with the proxy
+        std::string certificateUser; // whom the client's certificate names; empty: nobody
+    };
+    // A head that comes, and the wait for it. Times as of NowMs().
+    struct HeadProgress {
+        size_t scanned = 0;    // of the head in `in_`
+        int64_t start = 0;     // when the first byte came
+        int64_t idleStart = 0; // when the wait for it began
+        bool isFirst = true;   // no request yet
+    };
+    // A handler that runs on a fiber, or has stopped there.
+    struct Handler {
+        std::unique_ptr<Fiber> fiber;
+        Work work = nullptr;         // what runs on it
+        RunningCall* call = nullptr; // of one that has stopped
+        int64_t deadline = 0;        // likewise
+        bool hasFailed = false;      // for lack of memory
+        bool isToGather = false;     // the body, before the module is called
+    };
+    // What the thread that serves the connection has seen of the socket.
+    struct Turn {
+        Event event;
+        bool isDrained = false;  // the last receive took all there was
+        bool hasExpired = false; // the wait before
+    };
+    // What is left to do after the last reply.
+    struct LastReply {
+        bool goesOn = false; // another request may follow
+        bool hasUnread = false;
+    };
+    struct LingeringClose {
+        size_t received = 0;
+        int64_t end = 0; // as of NowMs()
+    };
+    // Of the pending wait, for the clock's thread.
+    struct PendingWait {
+        // When it has lasted too long; 0 while a thread runs the connection, -1 once it has
+        // expired. Set by the connection, compared and exchanged by others.
+        std::atomic<int64_t> deadline{0};
+        std::atomic<bool> isIdle{true};
+        std::atomic<int64_t> headStart{0};    // since when it is for a head; 0: for something else
+        std::atomic<uint64_t> movedAndOne{0}; // by the client so far, and one; 0: no request waits
+        // Of a call that waits to be woken: its client may have left, which is to be found out.
+        std::atomic<bool> looksForClient{false};
+    };
+    // The clock's: how long the request has waited since this much had been moved.
+    struct MeasuredRate {
+        int64_t waited = 0;
+        uint64_t movedBefore = 0;
+    };
+
     const ConnectionServices& services_;
     ClientLimits::Place place_;
     ClientLimits::Place clientPlace_; // of the client that a proxy has told of, while it is served
@@ -149,45 +205,17 @@ class Connection final : public EventHandler,
     Buffer in_;
     std::shared_ptr<const EffectiveSettings> settings_; // changes between requests only
     std::unique_ptr<Exchange> exchange_;                // while there is a request
-    std::unique_ptr<Fiber> fiber_;                      // while a handler runs or has stopped
-    Work work_ = nullptr;                               // what runs on it
-    RunningCall* call_ = nullptr;                       // of the handler that has stopped
-    int64_t callDeadline_ = 0;                          // likewise
-    size_t scanned_ = 0;                                // of the head in `in_`
-    size_t lingered_ = 0;
-    int64_t headStart_ = 0; // when the first byte of a head came
-    int64_t idleStart_ = 0; // when the wait for it began
-    int64_t lingerEnd_ = 0;
     State state_ = State::Head;
-    bool isFirst_ = true;    // no request yet
-    Event event_;            // that the thread serves
-    bool isDrained_ = false; // the last receive took all there was
-    bool hasExpired_ = false;
-    bool hasFailed_ = false;  // the handler, for lack of memory
-    bool isToGather_ = false; // the body, before the module is called
-    // Of the last reply:
-    bool goesOn_ = false; // another request may follow
-    bool hasUnread_ = false;
+    bool isListed_ = false;              // as a waiting request, unless it was given up
     std::atomic<bool> isGivenUp_{false}; // set by anybody; the handler must not wait any more
-    // When the pending wait has lasted too long; 0 while a thread runs the connection, -1 once it
-    // has expired. Set by the connection, compared and exchanged by others.
-    std::atomic<int64_t> deadline_{0};
-    std::atomic<bool> isIdle_{true};
-    // Of the pending wait, for the clock's thread: since when it has been for a head (0: it is for
-    // something else), and how much the client has moved so far, and one (0: no request waits).
-    std::atomic<int64_t> headWaitStart_{0};
-    std::atomic<uint64_t> movedAndOne_{0};
-    // Of a call that waits to be woken: its client may have left, which is to be found out.
-    std::atomic<bool> looksForClient_{false};
-    // The clock's: how long the request has waited since this much had been moved.
-    int64_t waited_ = 0;
-    uint64_t movedBefore_ = 0;
-    bool isListed_ = false;       // as a waiting request, unless it was given up
-    bool isFromProxy_ = false;    // the last request's peer was a trusted proxy
-    bool isClientSecure_ = false; // the client speaks TLS with the proxy that announced it
-    std::string certificateUser_; // whom the client's certificate names; empty: nobody
-    base::IpAddress peer_;        // or the client that it has announced; likewise its text
-    char remote_[46] = {};        // INET6_ADDRSTRLEN
+    Handler handler_;
+    HeadProgress head_;
+    Turn turn_;
+    LastReply reply_;
+    LingeringClose linger_;
+    PendingWait wait_;
+    MeasuredRate rate_;
+    Peer peer_;
 };
 
 // Logs why a connection to a listener that takes preambles is closed, not too often.

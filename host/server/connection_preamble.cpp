@@ -48,22 +48,22 @@ void WarnOfPreamble(const char* peer, const char* what)
 Connection::Step Connection::ReadPreamble()
 {
     for (;;) {
-        if (hasExpired_) {
-            WarnOfPreamble(remote_, "its PROXY preamble did not come in time");
+        if (turn_.hasExpired) {
+            WarnOfPreamble(peer_.text, "its PROXY preamble did not come in time");
             return Step::Close;
         }
         const size_t before = in_.Size();
         const size_t room = std::min(in_.Reserve(512), kLongestPreamble - before);
         const ssize_t got = ReceiveNow(socket_.Number(), in_.Tail(), room, MSG_PEEK);
         if (got == SocketStream::kWouldBlock)
-            return WaitFor(For::Input, idleStart_ + settings_->server.limits.headTime.count());
+            return WaitFor(For::Input, head_.idleStart + settings_->server.limits.headTime.count());
         if (got <= 0) // a look whether somebody listens here sends nothing
             return Step::Close;
         ProxyPreamble preamble;
         const auto seen = before + static_cast<size_t>(got);
         const PreambleState state = ReadProxyPreamble({in_.Data(), seen}, preamble);
         if (state == PreambleState::Malformed) {
-            WarnOfPreamble(remote_, "its PROXY preamble is malformed");
+            WarnOfPreamble(peer_.text, "its PROXY preamble is malformed");
             return Step::Close;
         }
         const bool isWhole = state == PreambleState::Complete;
@@ -81,13 +81,13 @@ Connection::Step Connection::TakePreamble(const ProxyPreamble& preamble)
 {
     in_.Release();
     state_ = State::Head;
-    isClientSecure_ = preamble.isSecure;
+    peer_.isSecure = preamble.isSecure;
     if (!preamble.client)
         return Step::Again;
-    peer_ = *preamble.client;
-    const std::string text = base::FormatIpAddress(peer_);
-    std::memcpy(remote_, text.c_str(), text.size() + 1);
-    place_ = services_.clients.Enter(base::SocketAddressOf(peer_));
+    peer_.address = *preamble.client;
+    const std::string text = base::FormatIpAddress(peer_.address);
+    std::memcpy(peer_.text, text.c_str(), text.size() + 1);
+    place_ = services_.clients.Enter(base::SocketAddressOf(peer_.address));
     if (place_.Connections() <= settings_->server.limits.connectionsPerAddress)
         return Step::Again;
     return stream_.IsTls() ? Step::Close : Refuse(503); // TLS would need a handshake first

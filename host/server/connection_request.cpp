@@ -61,15 +61,15 @@ void Connection::StartExchange()
     exchange_->pipeline = &services_.pipeline;
     if (settings_->server.accessLog || services_.counts)
         exchange_->start = std::chrono::steady_clock::now();
-    exchange_->request.remote = remote_;
+    exchange_->request.remote = peer_.text;
     exchange_->request.id.Make();
     const std::vector<base::IpPrefix>& trusted = settings_->server.trustedProxies;
-    isFromProxy_ = !trusted.empty() && base::IsInAny(trusted, peer_);
-    exchange_->request.isFromProxy = isFromProxy_;
-    if (isFirst_ && !settings_->server.clientCa.empty())
-        certificateUser_ = stream_.ClientName();
-    exchange_->request.certificateUser = certificateUser_;
-    exchange_->request.isSecure = stream_.IsTls() || isClientSecure_ || settings_->isPublicSecure;
+    peer_.isProxy = !trusted.empty() && base::IsInAny(trusted, peer_.address);
+    exchange_->request.isFromProxy = peer_.isProxy;
+    if (head_.isFirst && !settings_->server.clientCa.empty())
+        peer_.certificateUser = stream_.ClientName();
+    exchange_->request.certificateUser = peer_.certificateUser;
+    exchange_->request.isSecure = stream_.IsTls() || peer_.isSecure || settings_->isPublicSecure;
 }
 
 Connection::Step Connection::OnHead(size_t size)
@@ -79,12 +79,12 @@ Connection::Step Connection::OnHead(size_t size)
     Request& request = exchange.request;
     request.headText.Append(in_.Data(), size);
     in_.Consume(size);
-    scanned_ = 0;
-    isFirst_ = false;
+    head_.scanned = 0;
+    head_.isFirst = false;
     MessageFraming framing;
     bool mustClose = false;
     const int refusal = ReadRequest(request, *settings_, framing, mustClose);
-    if (isFromProxy_)
+    if (peer_.isProxy)
         (void)request.id.Take(ValueOf(request.head, "X-Request-Id")); // else ours stays
     const bool expects = framing.kind != MessageFraming::Kind::None && !mustClose &&
                          request.head.version == 11 && request.head.Find("Expect") != nullptr;
@@ -97,7 +97,7 @@ Connection::Step Connection::OnHead(size_t size)
         return AnswerAndEnd(refusal);
     if (request.client && !EnterClient())
         return RejectForOverload();
-    return event_.isOverload ? RejectForOverload() : StartCall(&Connection::Handle);
+    return turn_.event.isOverload ? RejectForOverload() : StartCall(&Connection::Handle);
 }
 
 // Counts a client that a proxy has told of among those of its address. False when there are too
@@ -136,9 +136,9 @@ Connection::Step Connection::AnswerAndEnd(int status)
 
 Connection::Step Connection::StartCall(Work work)
 {
-    fiber_ = AcquireFiber();
-    work_ = work;
-    hasFailed_ = isToGather_ = false;
+    handler_.fiber = AcquireFiber();
+    handler_.work = work;
+    handler_.hasFailed = handler_.isToGather = false;
     return GoOn();
 }
 
@@ -146,22 +146,22 @@ void Connection::RunWork(void* self) noexcept
 {
     auto& connection = *static_cast<Connection*>(self);
     try {
-        (connection.*connection.work_)();
+        (connection.*connection.handler_.work)();
     } catch (const std::exception& error) { // out of memory
         TolmLog(kLogWarning, "kestd", error.what());
-        connection.hasFailed_ = true;
+        connection.handler_.hasFailed = true;
     }
 }
 
 // Starts or resumes the handler. True when it has returned.
 bool Connection::RunCall() noexcept
 {
-    RunningCall* const outside = ExchangeRunningCall(call_);
+    RunningCall* const outside = ExchangeRunningCall(handler_.call);
     TolmLogMark(exchange_->request.id.Text());
     const bool hasReturned =
-        state_ == State::Call ? fiber_->Resume() : fiber_->Start(&RunWork, this);
+        state_ == State::Call ? handler_.fiber->Resume() : handler_.fiber->Start(&RunWork, this);
     TolmLogMark(nullptr);
-    call_ = ExchangeRunningCall(outside);
+    handler_.call = ExchangeRunningCall(outside);
     return hasReturned;
 }
 
@@ -169,35 +169,35 @@ Connection::Step Connection::GoOn()
 {
     if (!RunCall()) {
         state_ = State::Call;
-        return WaitFor(waitsFor_, callDeadline_);
+        return WaitFor(waitsFor_, handler_.deadline);
     }
-    ReleaseFiber(std::move(fiber_));
+    ReleaseFiber(std::move(handler_.fiber));
     state_ = State::Body;
-    if (hasFailed_)
+    if (handler_.hasFailed)
         return Step::Close;
-    return isToGather_ ? Step::Again : EndRequest();
+    return handler_.isToGather ? Step::Again : EndRequest();
 }
 
 // For the handler, on its fiber: it stops here and goes on on another thread.
 bool Connection::Wait(For what, int64_t deadline)
 {
-    if (!fiber_ || isGivenUp_)
+    if (!handler_.fiber || isGivenUp_)
         return false;
     waitsFor_ = what;
-    callDeadline_ = deadline;
-    fiber_->Suspend();
-    return !hasExpired_ && !isGivenUp_;
+    handler_.deadline = deadline;
+    handler_.fiber->Suspend();
+    return !turn_.hasExpired && !isGivenUp_;
 }
 
 // Likewise, but for somebody who wakes it. That takes as long as it takes: it has no deadline. It
 // ends when the server stops, and when its client has left.
 bool Connection::Suspend()
 {
-    if (!fiber_ || !MayStayAway())
+    if (!handler_.fiber || !MayStayAway())
         return false;
     waitsFor_ = For::Wake;
-    callDeadline_ = kUntilWoken;
-    fiber_->Suspend();
+    handler_.deadline = kUntilWoken;
+    handler_.fiber->Suspend();
     return MayStayAway();
 }
 
@@ -207,8 +207,8 @@ bool Connection::MayStayAway() noexcept
 {
     if (isGivenUp_ || services_.isStopping)
         return false;
-    const bool looks = event_.mayHaveEnded && stream_.Look() != SocketStream::Peer::Present;
-    looksForClient_.store(looks, std::memory_order_relaxed);
+    const bool looks = turn_.event.mayHaveEnded && stream_.Look() != SocketStream::Peer::Present;
+    wait_.looksForClient.store(looks, std::memory_order_relaxed);
     return !looks || !exchange_->response.HasClientLeft();
 }
 
@@ -224,7 +224,7 @@ void Connection::Handle()
     uint64_t gathered = 0;
     size_t enough = 0;
     if (!exchange_->body.IsHere() && MustGather(gathered, enough)) {
-        isToGather_ = true;
+        handler_.isToGather = true;
         return;
     }
     CallModule();
@@ -238,7 +238,7 @@ void Connection::CallModule()
 
 void Connection::FinishReply()
 {
-    goesOn_ = services_.pipeline.Finish(*exchange_);
+    reply_.goesOn = services_.pipeline.Finish(*exchange_);
 }
 
 // -- Without it ------------------------------------------------------------------------------
@@ -265,7 +265,7 @@ bool Connection::MustGather(uint64_t& limit, size_t& enough) const
 
 Connection::Step Connection::GatherBody()
 {
-    if (hasExpired_ && !exchange_->body.IsHere())
+    if (turn_.hasExpired && !exchange_->body.IsHere())
         return AnswerAndEnd(408);
     uint64_t limit = 0;
     size_t enough = 0;
@@ -273,7 +273,7 @@ Connection::Step Connection::GatherBody()
     switch (exchange_->body.Fetch(limit, enough)) {
     case Fetched::Whole:
     case Fetched::Enough:
-        return event_.isOverload ? RejectForOverload() : StartCall(&Connection::CallModule);
+        return turn_.event.isOverload ? RejectForOverload() : StartCall(&Connection::CallModule);
     case Fetched::More:
         return WaitFor(ToReceive(), NowMs() + settings_->server.limits.bodyIdleTime.count());
     case Fetched::TooLarge:
@@ -290,19 +290,19 @@ Connection::Step Connection::EndRequest()
 {
     const Response& response = exchange_->response;
     const bool isBroken = response.IsBroken();
-    hasUnread_ = in_.Size() || !exchange_->body.HasArrived();
+    reply_.hasUnread = in_.Size() || !exchange_->body.HasArrived();
     if (settings_->server.accessLog || IsAudited())
         LogRequest();
     if (services_.counts)
         CountRequest();
     ReleaseExchange(std::move(exchange_));
-    hasExpired_ = false;
+    turn_.hasExpired = false;
     if (isBroken)
         return Step::Close;
     if (!stream_.HasUnsent())
         return AfterReply();
     state_ = State::Flush;
-    hasUnread_ = true; // more may come before its end has left
+    reply_.hasUnread = true; // more may come before its end has left
     return Step::Again;
 }
 
@@ -352,7 +352,7 @@ void Connection::CountRequest() noexcept
 // nothing.
 Connection::Step Connection::Flush()
 {
-    if (hasExpired_)
+    if (turn_.hasExpired)
         return Step::Close;
     if (stream_.Flush())
         return AfterReply();
@@ -364,14 +364,14 @@ Connection::Step Connection::AfterReply()
     services_.settings.Refresh(settings_);
     if (clientPlace_)
         clientPlace_ = {};
-    if (!goesOn_) {
+    if (!reply_.goesOn) {
         stream_.EndSending();
-        return hasUnread_ ? StartLinger() : Step::Close;
+        return reply_.hasUnread ? StartLinger() : Step::Close;
     }
     state_ = State::Head;
-    headStart_ = NowMs();
-    isIdle_ = in_.Size() == 0;
-    if (isIdle_)
+    head_.start = NowMs();
+    wait_.isIdle = in_.Size() == 0;
+    if (wait_.isIdle)
         in_.Release();
     return Step::Again;
 }
