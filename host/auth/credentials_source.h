@@ -12,6 +12,8 @@
 
 namespace kestd {
 
+inline constexpr int kMostGroups = 1000; // of one user
+
 // What a source says about a name and a password.
 struct Verdict {
     enum class Outcome {

@@ -19,7 +19,6 @@ namespace kestd {
 namespace {
 
 constexpr size_t kKeptConnections = 8; // kept of each kind for the next questions
-constexpr int kMostGroups = 1000;      // of one user
 constexpr const char* kMail = "mail";
 
 std::string Replaced(std::string text, std::string_view what, const std::string& with)

@@ -21,7 +21,6 @@
 namespace kestd {
 namespace {
 
-constexpr size_t kMostGroups = 1000;          // of one user
 constexpr size_t kLargestEntry = 1024 * 1024; // of a user or group of the system
 constexpr int kFlags = PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK;
 
@@ -153,8 +152,8 @@ bool ReadGroups(const std::string& name, std::vector<std::string>& groups)
         return false;
     if (!known)
         return true;
+    int count = kMostGroups;
     std::vector<gid_t> numbers(kMostGroups);
-    int count = static_cast<int>(numbers.size());
     if (getgrouplist(name.c_str(), user.pw_gid, numbers.data(), &count) < 0)
         return false;
     numbers.resize(static_cast<size_t>(count));
