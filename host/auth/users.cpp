@@ -77,21 +77,6 @@ std::string Rewritten(std::string_view text, const UserMap& users)
 
 } // namespace
 
-std::string WhatIsWrongWithName(std::string_view name)
-{
-    if (name.empty())
-        return "a user's name cannot be empty";
-    if (name.size() > kLongestUserName)
-        return "a user's name has at most " + std::to_string(kLongestUserName) + " bytes";
-    if (!base::IsUtf8(name) || base::HasControlOrTab(name))
-        return "a user's name is UTF-8 text without control characters";
-    if (name.find_first_of(":\\") != std::string_view::npos)
-        return "a user's name holds neither ':' nor '\\'";
-    if (name.front() == '#' || base::Trimmed(name).size() != name.size())
-        return "a user's name begins with neither '#' nor a blank and does not end with a blank";
-    return {};
-}
-
 std::string WhatIsWrongWithField(std::string_view field)
 {
     if (field.size() > kLongestUserField)

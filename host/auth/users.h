@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "host/auth/text_file.h"
+#include "host/config/user_name.h"
 
 namespace kestd {
 
@@ -27,14 +28,10 @@ struct User {
 
 using UserMap = std::map<std::string, std::shared_ptr<const User>, std::less<>>;
 
-inline constexpr size_t kLongestUserName = 128; // bytes
 inline constexpr size_t kLongestUserField = 400;
 inline constexpr size_t kLargestUsersFile = 16 * 1024 * 1024;
 
-// Empty when the name can be used; else what is wrong with it. No colon (the credentials end the
-// name there), no backslash (domains are cut off there), no control character, not empty.
-std::string WhatIsWrongWithName(std::string_view name);
-// The same for the directory name, tree and mail, which may be empty.
+// What is wrong with a directory name, tree or mail, which may be empty; else empty.
 std::string WhatIsWrongWithField(std::string_view field);
 
 // Adds one; a text when there is a user of that name already.

@@ -4,8 +4,8 @@
 #include "host/pipeline/authentication.h"
 
 #include "host/auth/external_source.h"
-#include "host/auth/users.h"
 #include "host/config/settings_holder.h"
+#include "host/config/user_name.h"
 #include "host/http/error_status.h"
 #include "host/http/short_reply.h"
 
