@@ -1,6 +1,6 @@
 # The standard dialect, against scripted hosts and providers.
 # Each case loads a module of its own, which stays: in one process they take 14 GiB with a sanitizer.
-kest_test(contract_standard SINGLE_THREADED SHARDS 4
+kest_test(contract_standard SINGLE_THREADED SHARDS 8
   SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/bounds_test.cpp
     ${CMAKE_CURRENT_LIST_DIR}/conditions_test.cpp

@@ -58,12 +58,24 @@ TEST(ConvertUriToDavStoreUri, EmptyStaysEmpty)
     EXPECT_EQ(Convert(u""), u"");
 }
 
+// As long as a case runs: the text is its own.
+class ServedAtFerro {
+  public:
+    ServedAtFerro() { g_MonikerU = {12, 14, text_}; }
+    ~ServedAtFerro() { g_MonikerU = before_; }
+    ServedAtFerro(const ServedAtFerro&) = delete;
+    ServedAtFerro& operator=(const ServedAtFerro&) = delete;
+
+  private:
+    const UNICODE_STRING before_ = g_MonikerU;
+    WCHAR text_[7] = u"/Ferro";
+};
+
 TEST(ConvertPathUriToDavStoreUri, ConvertsTheRequestsPathBehindTheMoniker)
 {
     harness::Recorder recorder;
     const harness::WatchedPlatform platform(recorder, nullptr);
-    WCHAR moniker[] = u"/Ferro";
-    g_MonikerU = {12, 14, moniker};
+    const ServedAtFerro moniker;
     WCHAR out[16];
     UNICODE_STRING result = {0, sizeof out, out};
     harness::ScriptedIo io(recorder, platform, harness::Request(0, "/Ferro/a%20b%2f"));
@@ -75,8 +87,7 @@ TEST(ConvertPathUriToDavStoreUri, ConvertsTheRequestsPathBehindTheMoniker)
 
 TEST(ProviderPath, CutsTheMonikersLength)
 {
-    WCHAR moniker[] = u"/Ferro";
-    g_MonikerU = {12, 14, moniker};
+    const ServedAtFerro moniker;
     WCHAR text[] = u"/Other/vol";
     const UNICODE_STRING url = {20, 22, text};
     const UNICODE_STRING path = ProviderPath(url);
